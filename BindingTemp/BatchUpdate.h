@@ -1,0 +1,55 @@
+// The shape of the batch update methods: one operation over many handles, on the workers.
+#ifndef NQ_BINDINGTEMP_BATCHUPDATE_H_
+#define NQ_BINDINGTEMP_BATCHUPDATE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "Common/Def/EngineRuntime.h"
+#include "Common/Def/Task.h"
+#include "Common/Def/WorkerPool.h"
+#include "jsbinding/v8/arguments.h"
+
+namespace nq::engine {
+
+constexpr size_t kBatchWordBytes = 4;
+
+inline uint32_t BatchWord(const uint8_t* words, size_t index) {
+  uint32_t word;
+  std::memcpy(&word, words + index * kBatchWordBytes, kBatchWordBytes);
+  return word;
+}
+
+// Calls `operation(Target*, handle)` for each handle in `bytes`: a count word n and n handles. One
+// handle is done on the calling thread; several are posted to the first pool, a task each, while
+// the calling thread waits and takes no part. A count of 0, or one that exceeds the buffer, does
+// nothing. The first word is read without a look at the pointer: what is no buffer faults here.
+//
+// The order of the calls is not defined, so the work of one handle must not depend on another's.
+template <typename Target, void (*operation)(Target* target, uint32_t handle)>
+void BatchUpdate(EngineRuntime* runtime, Target* target, const vx::Bytes& bytes) {
+  const uint8_t* words = bytes.data;
+  // In the host's width: a count of 0x3FFFFFFF must not wrap to a small size.
+  const size_t n = BatchWord(words, 0);
+  if (n == 0 || n * kBatchWordBytes + kBatchWordBytes > bytes.length) {
+    return;
+  }
+  if (n == 1) {
+    operation(target, BatchWord(words, 1));
+    return;
+  }
+  std::vector<Task> tasks;
+  tasks.reserve(n);
+  for (size_t index = 1; index <= n; ++index) {
+    tasks.emplace_back([target, words, index] { operation(target, BatchWord(words, index)); });
+  }
+  WorkerPool* pool = runtime->FirstPool();
+  pool->PostAll(tasks.data(), tasks.size());
+  pool->WaitIdle();
+}
+
+}  // namespace nq::engine
+
+#endif  // NQ_BINDINGTEMP_BATCHUPDATE_H_

@@ -1,0 +1,72 @@
+// Class, buffers and entity methods of "Engine".
+#include "BindingTemp/BindingEngine.h"
+
+#include <cstdlib>
+#include <string>
+
+#include "BindingTemp/BindingEngineBase.h"
+#include "BindingTemp/BindingEngineEntity.h"
+#include "BindingTemp/CreateObject.h"
+#include "BindingTemp/PublishSegment.h"
+#include "Common/Def/EngineRuntime.h"
+
+namespace nq::engine {
+
+BindingEngine::BindingEngine(EngineRuntime* runtime)
+    : core(new EngineCore(runtime)), runtime(runtime) {}
+
+BindingEngine::~BindingEngine() {
+  core->DropReference();
+  std::free(cullingResultBuffer);
+}
+
+void BindingEngine::Register() {
+  vx::ClassTemplateBuilder<BindingEngine> builder;
+  builder.Inherit<BindingEngineBase>();
+  builder.AddMethod("createEntity", vx::Callback<BindingEngine, createEntityFunc>);
+  builder.AddMethod("setEntityName", vx::Callback<BindingEngine, setEntityNameFunc>);
+  builder.AddMethod("refreshWorldTransform",
+                    vx::UncheckedCallback<BindingEngine, refreshWorldTransformFunc>);
+  builder.Install("Engine");
+}
+
+void BindingEngine::PublishBuffers(v8::Isolate* isolate, v8::Local<v8::Object> object) {
+  const MemoryBlock dirtyEntities = core->DirtyEntitiesBlock();
+  PublishBuffer(isolate, object, "dirtyEntities", dirtyEntities.pointer, dirtyEntities.size);
+  const MemoryBlock entityCommands = core->EntityCommandsBlock();
+  PublishBuffer(isolate, object, "entityCommands", entityCommands.pointer, entityCommands.size);
+  cullingResultCapacity = kCullingResultCapacity;
+  const size_t bytes = CullingResultBytes(cullingResultCapacity);
+  cullingResultBuffer = std::calloc(1, bytes);
+  PublishBuffer(isolate, object, "cullingResult", cullingResultBuffer, bytes);
+}
+
+void BindingEngine::createEntityFunc(BindingEngine* self, v8::Isolate* isolate,
+                                     const vx::CallbackInfo& info) {
+  const bool is3D = vx::ReadBool(isolate, vx::Arg(info, 0));
+  const uint32_t count = vx::ReadUint32(isolate, vx::Arg(info, 1));
+  BindingEngineEntity* wrapper = new BindingEngineEntity(self->core, is3D, count == 0 ? 1 : count);
+  info.GetReturnValue().Set(CreateObject(isolate, wrapper));
+}
+
+void BindingEngine::setEntityNameFunc(BindingEngine* self, v8::Isolate* isolate,
+                                      const vx::CallbackInfo& info) {
+  info.GetReturnValue().SetNull();
+  if (info.Length() < 2) {
+    return;
+  }
+  const uint32_t handle = vx::ReadUint32(isolate, vx::Arg(info, 0));
+  const v8::String::Utf8Value name(isolate, vx::Arg(info, 1));
+  if (handle == 0 || name.length() == 0) {
+    return;
+  }
+  self->core->SetEntityName(handle, std::string(*name, static_cast<size_t>(name.length())));
+}
+
+void BindingEngine::refreshWorldTransformFunc(BindingEngine* self, v8::Isolate* /*isolate*/,
+                                              const vx::CallbackInfo& info) {
+  self->core->RefreshWorldTransform();
+  info.GetReturnValue().SetNull();
+}
+
+}  // namespace nq::engine

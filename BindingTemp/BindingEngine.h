@@ -1,0 +1,66 @@
+// Script class "Engine": the object that getEngine returns, and all that script does through it.
+#ifndef NQ_BINDINGTEMP_BINDINGENGINE_H_
+#define NQ_BINDINGTEMP_BINDINGENGINE_H_
+
+#include <cstdint>
+
+#include "Engine/Entity/EngineCore.h"
+#include "jsbinding/v8/class.h"
+
+namespace nq::engine {
+
+// Objects that "cullingResult" has room for at the start.
+constexpr uint32_t kCullingResultCapacity = 1000;
+
+// Bytes of "cullingResult" for a number of objects: hash and count, then a handle and a distance
+// each.
+constexpr size_t CullingResultBytes(uint32_t capacity) {
+  return size_t{8} * capacity + 8;
+}
+
+// Wrapper behind "Engine". Holds one counted reference on the core; reaches the runtime, which the
+// core keeps alive, by plain pointer. Methods convert arguments, call one operation of the core and
+// shape the result; each gets its wrapper as `self`, null for a receiver of the wrong class.
+// Script thread only.
+class BindingEngine final : public vx::BindingBase {
+ public:
+  // Creates the core over `runtime`.
+  explicit BindingEngine(EngineRuntime* runtime);
+
+  // Drops the core, then frees the memory behind "cullingResult": script that still holds that
+  // buffer holds a dangling one.
+  ~BindingEngine() override;
+
+  // Installs the class in the calling thread.
+  static void Register();
+
+  // Sets "dirtyEntities", "entityCommands" and "cullingResult" on the script object. The first use
+  // of the core's entity system is here.
+  void PublishBuffers(v8::Isolate* isolate, v8::Local<v8::Object> object);
+
+  // createEntity(is3D = false, count = 1): an "EngineEntity", with "id" 0 if the count is refused.
+  static void createEntityFunc(BindingEngine* self, v8::Isolate* isolate,
+                               const vx::CallbackInfo& info);
+
+  // setEntityName(handle, name): null. Nothing happens with fewer arguments, a handle of 0 or a
+  // name that is empty or has no string form.
+  static void setEntityNameFunc(BindingEngine* self, v8::Isolate* isolate,
+                                const vx::CallbackInfo& info);
+
+  // refreshWorldTransform(): null.
+  static void refreshWorldTransformFunc(BindingEngine* self, v8::Isolate* isolate,
+                                        const vx::CallbackInfo& info);
+
+  EngineCore* Core() const { return core; }
+  EngineRuntime* Runtime() const { return runtime; }
+
+ private:
+  void* cullingResultBuffer = nullptr;  // from the general heap, owned
+  uint32_t cullingResultCapacity = kCullingResultCapacity;
+  EngineCore* const core;
+  EngineRuntime* const runtime;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_BINDINGTEMP_BINDINGENGINE_H_

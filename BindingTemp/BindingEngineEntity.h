@@ -1,0 +1,51 @@
+// Script class "EngineEntity": a batch of entities.
+#ifndef NQ_BINDINGTEMP_BINDINGENGINEENTITY_H_
+#define NQ_BINDINGTEMP_BINDINGENGINEENTITY_H_
+
+#include <cstdint>
+#include <string>
+
+#include "BindingTemp/BindingEngineBase.h"
+#include "Engine/Entity/EntityWorldAccess.h"
+#include "Engine/Entity/IEntity.h"
+
+namespace nq::engine {
+
+// Owns the batch: it is released when the script object has been collected. For peers of the
+// binding layer it is an IEntity too, reached by QueryInterface. Script thread only.
+class BindingEngineEntity final : public IEntity, public BindingEngineBase {
+ public:
+  static constexpr bool kCountsObjects = true;
+
+  // Creates the batch; a refused count leaves `info` all zero.
+  BindingEngineEntity(EngineCore* core, bool is3D, uint32_t count);
+  ~BindingEngineEntity() override;
+
+  // Installs the class in the calling thread.
+  static void Register();
+
+  const char* ClassLabel() override { return "\"EngineEntity\""; }
+
+  // The IEntity sub-object for the name of IEntity's type record, otherwise null.
+  void* QueryInterface(const std::string& typeName) override;
+
+  uint32_t getEntityVersion(uint32_t handle) override { return access.getEntityVersion(handle); }
+  const char* getEntityName(uint32_t handle) override { return access.getEntityName(handle); }
+  Vector3 getWorldPosition(uint32_t handle) override { return access.getWorldPosition(handle); }
+  Quaternion getWorldRotation(uint32_t handle) override { return access.getWorldRotation(handle); }
+  void setWorldPosition(float x, float y, float z, uint32_t handle, bool immediately) override {
+    access.setWorldPosition(x, y, z, handle, immediately);
+  }
+  void setWorldRotation(float x, float y, float z, float w, uint32_t handle,
+                        bool immediately) override {
+    access.setWorldRotation(x, y, z, w, handle, immediately);
+  }
+  Vector3 getWorldScale(uint32_t handle) override { return access.getWorldScale(handle); }
+
+ private:
+  EntityWorldAccess access;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_BINDINGTEMP_BINDINGENGINEENTITY_H_

@@ -1,0 +1,30 @@
+// How every creating method makes its script object.
+#ifndef NQ_BINDINGTEMP_CREATEOBJECT_H_
+#define NQ_BINDINGTEMP_CREATEOBJECT_H_
+
+#include <v8.h>
+
+#include "BindingTemp/PublishSegment.h"
+#include "Common/Def/EngineRuntime.h"
+#include "Engine/Entity/EngineCore.h"
+#include "jsbinding/v8/class.h"
+
+namespace nq::engine {
+
+// Gives a fresh wrapper, whose native side exists already, its script object: an instance of its
+// class, bound to the wrapper, with the segment published on it. The object owns the wrapper from
+// here on. Classes that say so by `kCountsObjects` are counted while the runtime tracks objects.
+template <typename T>
+v8::Local<v8::Object> CreateObject(v8::Isolate* isolate, T* wrapper) {
+  if (T::kCountsObjects && wrapper->core->Runtime()->TracksObjects()) {
+    wrapper->core->Runtime()->CountObject(wrapper->ClassLabel());
+  }
+  v8::Local<v8::Object> object = vx::NewInstance<T>(isolate);
+  wrapper->Wrap(isolate, object, vx::internal::type_id<T>(), sizeof(T));
+  PublishSegment(isolate, object, wrapper->info);
+  return object;
+}
+
+}  // namespace nq::engine
+
+#endif  // NQ_BINDINGTEMP_CREATEOBJECT_H_

@@ -1,0 +1,14 @@
+// The order of installation.
+#include "BindingTemp/RegisterClasses.h"
+
+#include "BindingTemp/BindingEngine.h"
+#include "BindingTemp/BindingEngineEntity.h"
+
+namespace nq::engine {
+
+void RegisterClasses() {
+  BindingEngineEntity::Register();
+  BindingEngine::Register();
+}
+
+}  // namespace nq::engine

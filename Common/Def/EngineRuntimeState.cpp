@@ -1,0 +1,17 @@
+// The order in which a runtime's parts go.
+#include "Common/Def/EngineRuntimeState.h"
+
+namespace nq::engine {
+
+EngineRuntimeState::EngineRuntimeState(HandlerOwner* owner, MemoryAllocator* allocator)
+    : allocator(allocator), handlers(owner) {}
+
+EngineRuntimeState::~EngineRuntimeState() {
+  allocator.reset();
+  for (std::unique_ptr<WorkerPool>& pool : pools) {
+    pool.reset();
+  }
+  handlers.ReleaseAll();
+}
+
+}  // namespace nq::engine

@@ -1,0 +1,175 @@
+// Matrix product and inverse, rotations to quaternions.
+#include "Common/Def/MathKernels.h"
+
+#include <emmintrin.h>
+
+#include <cmath>
+
+#include "Common/Def/Trigonometry.h"
+
+namespace nq::engine {
+
+namespace {
+
+// One column of a product: the four rows side by side, each summed from left to right.
+inline __m128 TransformColumn(__m128 a0, __m128 a1, __m128 a2, __m128 a3, const float* column) {
+  __m128 sum = _mm_mul_ps(a0, _mm_set1_ps(column[0]));
+  sum = _mm_add_ps(sum, _mm_mul_ps(a1, _mm_set1_ps(column[1])));
+  sum = _mm_add_ps(sum, _mm_mul_ps(a2, _mm_set1_ps(column[2])));
+  return _mm_add_ps(sum, _mm_mul_ps(a3, _mm_set1_ps(column[3])));
+}
+
+// The nine numbers of a rotation matrix that a quaternion is taken from, named by row and column.
+struct RotationElements {
+  float m00, m11, m22;
+  float m21, m12, m02, m20, m10, m01;
+};
+
+// Shepperd's method: solves for the largest of the four components first.
+float* RotationToQuaternion(const RotationElements& m, float* out) {
+  const float trace = m.m00 + m.m11 + m.m22;
+  if (trace > 0.0f) {
+    const float s2 = 2.0f * sqrtF(trace + 1.0f);
+    const float i = 1.0f / s2;
+    out[0] = 0.25f * s2;
+    out[1] = (m.m21 - m.m12) * i;
+    out[2] = (m.m02 - m.m20) * i;
+    out[3] = (m.m10 - m.m01) * i;
+  } else if (m.m00 > m.m11 && m.m00 > m.m22) {
+    const float s2 = 2.0f * sqrtF(m.m00 - m.m11 - m.m22 + 1.0f);
+    const float i = 1.0f / s2;
+    out[0] = (m.m21 - m.m12) * i;
+    out[1] = 0.25f * s2;
+    out[2] = (m.m01 + m.m10) * i;
+    out[3] = (m.m02 + m.m20) * i;
+  } else if (m.m11 > m.m22) {
+    const float s2 = 2.0f * sqrtF(m.m11 - m.m00 - m.m22 + 1.0f);
+    const float i = 1.0f / s2;
+    out[0] = (m.m02 - m.m20) * i;
+    out[1] = (m.m01 + m.m10) * i;
+    out[2] = 0.25f * s2;
+    out[3] = (m.m21 + m.m12) * i;
+  } else {
+    const float s2 = 2.0f * sqrtF(m.m22 - m.m00 - m.m11 + 1.0f);
+    const float i = 1.0f / s2;
+    out[0] = (m.m10 - m.m01) * i;
+    out[1] = (m.m02 + m.m20) * i;
+    out[2] = (m.m21 + m.m12) * i;
+    out[3] = 0.25f * s2;
+  }
+  return out;
+}
+
+}  // namespace
+
+void multiplyMatrix4(const float* a, const float* b, float* out) {
+  const __m128 a0 = _mm_loadu_ps(a);
+  const __m128 a1 = _mm_loadu_ps(a + 4);
+  const __m128 a2 = _mm_loadu_ps(a + 8);
+  const __m128 a3 = _mm_loadu_ps(a + 12);
+  _mm_storeu_ps(out, TransformColumn(a0, a1, a2, a3, b));
+  _mm_storeu_ps(out + 4, TransformColumn(a0, a1, a2, a3, b + 4));
+  _mm_storeu_ps(out + 8, TransformColumn(a0, a1, a2, a3, b + 8));
+  _mm_storeu_ps(out + 12, TransformColumn(a0, a1, a2, a3, b + 12));
+}
+
+bool invertMatrix4(const float* source, float* out, uint32_t /*unused*/) {
+  // The pivot's row: an element replaces the winner so far unless that is strictly greater, so a
+  // tie goes to the later row.
+  int p = 0;
+  for (int row = 1; row < 4; ++row) {
+    if (!(std::fabs(source[p]) > std::fabs(source[row]))) {
+      p = row;
+    }
+  }
+  int rows[3];  // the other three, ascending
+  for (int row = 0, i = 0; row < 4; ++row) {
+    if (row != p) {
+      rows[i++] = row;
+    }
+  }
+
+  const float d = -1.0f / source[p];
+  float a[3];  // the pivot's row over columns 1 to 3, times d
+  float e[3];  // column 0 of the other rows, times d
+  for (int j = 0; j < 3; ++j) {
+    a[j] = source[4 * (j + 1) + p] * d;
+    e[j] = source[rows[j]] * d;
+  }
+
+  float s[3][3];  // Schur complement: rows by `rows`, columns 1 to 3
+  for (int i = 0; i < 3; ++i) {
+    for (int j = 0; j < 3; ++j) {
+      s[i][j] = source[4 * (j + 1) + rows[i]] + source[rows[i]] * a[j];
+    }
+  }
+
+  // t = the inverse of s, by its adjugate.
+  const float c00 = s[1][1] * s[2][2] - s[1][2] * s[2][1];
+  const float c01 = s[1][2] * s[2][0] - s[1][0] * s[2][2];
+  const float c02 = s[1][0] * s[2][1] - s[1][1] * s[2][0];
+  const float determinant = s[0][0] * c00 + s[0][1] * c01 + s[0][2] * c02;
+  const float r = 1.0f / determinant;
+  const float t[3][3] = {
+      {c00 * r, (s[0][2] * s[2][1] - s[0][1] * s[2][2]) * r,
+       (s[0][1] * s[1][2] - s[0][2] * s[1][1]) * r},
+      {c01 * r, (s[0][0] * s[2][2] - s[0][2] * s[2][0]) * r,
+       (s[0][2] * s[1][0] - s[0][0] * s[1][2]) * r},
+      {c02 * r, (s[0][1] * s[2][0] - s[0][0] * s[2][1]) * r,
+       (s[0][0] * s[1][1] - s[0][1] * s[1][0]) * r},
+  };
+
+  float corner = 0.0f;  // a * t * e
+  for (int i = 0; i < 3; ++i) {
+    const float row = a[0] * t[0][i] + a[1] * t[1][i] + a[2] * t[2][i];
+    const float column = t[i][0] * e[0] + t[i][1] * e[1] + t[i][2] * e[2];
+    out[4 * rows[i]] = row;
+    out[4 * p + i + 1] = column;
+    corner = i == 0 ? row * e[0] : corner + row * e[i];
+    for (int j = 0; j < 3; ++j) {
+      out[4 * rows[i] + j + 1] = t[j][i];
+    }
+  }
+  out[4 * p] = corner - d;
+  return true;
+}
+
+float* matrixToQuaternion(const float* matrix, float* out) {
+  return RotationToQuaternion({matrix[0], matrix[5], matrix[10], matrix[6], matrix[9], matrix[8],
+                               matrix[2], matrix[1], matrix[4]},
+                              out);
+}
+
+float* ExtractQuaternion(const float* matrix, float* out) {
+  return RotationToQuaternion({matrix[0], matrix[4], matrix[8], matrix[5], matrix[7], matrix[6],
+                               matrix[2], matrix[1], matrix[3]},
+                              out);
+}
+
+float* eulerToQuaternion(float x, float y, float z, float* out) {
+  const float halfX = x * 0.5f;
+  const float halfY = y * 0.5f;
+  const float halfZ = z * 0.5f;
+  const float sx = sinF(halfX);
+  const float cx = cosF(halfX);
+  const float sy = sinF(halfY);
+  const float cy = cosF(halfY);
+  const float sz = sinF(halfZ);
+  const float cz = cosF(halfZ);
+  out[0] = cx * cy * cz + sx * sy * sz;
+  out[1] = cx * cy * sz - sx * sy * cz;
+  out[2] = cx * sy * cz - sx * cy * sz;
+  out[3] = sx * cy * cz + cx * sy * sz;
+  return out;
+}
+
+const float* eulerToQuaternion(EulerRotation* rotation) {
+  if (!rotation->quaternionValid) {
+    rotation->quaternionValid = true;
+    eulerToQuaternion(rotation->euler[2], rotation->euler[1], rotation->euler[0],
+                      rotation->quaternion);
+  }
+  return rotation->quaternion;
+}
+
+}  // namespace nq::engine

@@ -1,0 +1,68 @@
+// Mutex, scoped lock and condition variable that carry clang's thread-safety attributes.
+#ifndef NQ_COMMON_DEF_MUTEX_H_
+#define NQ_COMMON_DEF_MUTEX_H_
+
+#include <condition_variable>
+#include <mutex>
+
+#if defined(__clang__)
+#define NQ_THREAD_ATTRIBUTE(x) __attribute__((x))
+#else
+#define NQ_THREAD_ATTRIBUTE(x)
+#endif
+
+#define NQ_CAPABILITY(x) NQ_THREAD_ATTRIBUTE(capability(x))
+#define NQ_SCOPED_CAPABILITY NQ_THREAD_ATTRIBUTE(scoped_lockable)
+#define NQ_GUARDED_BY(x) NQ_THREAD_ATTRIBUTE(guarded_by(x))
+#define NQ_REQUIRES(...) NQ_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
+#define NQ_ACQUIRE(...) NQ_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define NQ_RELEASE(...) NQ_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+#define NQ_EXCLUDES(...) NQ_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
+
+// For a deliberate read or write outside the lock; the reason stands at the place of use.
+#define NQ_NO_THREAD_SAFETY_ANALYSIS NQ_THREAD_ATTRIBUTE(no_thread_safety_analysis)
+
+namespace nq::engine {
+
+// A non-recursive mutex. Errors of the platform are thrown as std::system_error by the standard
+// mutex below, and end the process, since nothing catches them.
+class NQ_CAPABILITY("mutex") Mutex {
+ public:
+  void Lock() NQ_ACQUIRE() { mutex_.lock(); }
+  void Unlock() NQ_RELEASE() { mutex_.unlock(); }
+
+ private:
+  friend class ConditionVariable;
+  std::mutex mutex_;
+};
+
+// Holds a mutex for a scope.
+class NQ_SCOPED_CAPABILITY MutexLock {
+ public:
+  explicit MutexLock(Mutex& mutex) NQ_ACQUIRE(mutex) : mutex_(mutex) { mutex_.Lock(); }
+  ~MutexLock() NQ_RELEASE() { mutex_.Unlock(); }
+  MutexLock(const MutexLock&) = delete;
+  MutexLock& operator=(const MutexLock&) = delete;
+
+ private:
+  Mutex& mutex_;
+};
+
+class ConditionVariable {
+ public:
+  // Releases `mutex`, sleeps, and holds it again on return. May return without a broadcast.
+  void Wait(Mutex& mutex) NQ_REQUIRES(mutex) {
+    std::unique_lock<std::mutex> held(mutex.mutex_, std::adopt_lock);
+    condition_.wait(held);
+    held.release();
+  }
+
+  void Broadcast() { condition_.notify_all(); }
+
+ private:
+  std::condition_variable condition_;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_COMMON_DEF_MUTEX_H_

@@ -1,0 +1,81 @@
+// The producer's side of the streams that StreamReader reads.
+#ifndef NQ_COMMON_DEF_STREAMWRITER_H_
+#define NQ_COMMON_DEF_STREAMWRITER_H_
+
+#include <cstdint>
+#include <cstring>
+
+#include "Common/Def/StreamReader.h"
+
+namespace nq::engine {
+
+// Appends values to a stream. The segment's header word is the length counter; a writer has no
+// other state, and any number of them may take turns on one segment. Nothing checks the segment's
+// size: the producer guarantees the room. Not owned: the segment. Script thread only.
+//
+// A writer aligns lengths, a reader aligns positions, four bytes further on. For alignments of 1, 2
+// and 4 they agree; for others they don't, so streams that cross to script use only these.
+class StreamWriter {
+ public:
+  // `header` is the start of the segment.
+  explicit StreamWriter(void* header) : header(static_cast<uint8_t*>(header)) {}
+
+  void reset() { SetLength(0); }
+
+  void writeU8(uint8_t value) { Write(value); }
+  void writeI8(int8_t value) { Write(value); }
+  void writeBool(bool value) { Write(static_cast<uint8_t>(value ? 1 : 0)); }
+  void writeU16(uint16_t value) { Write(value); }
+  void writeU32(uint32_t value) { Write(value); }
+  void writeI32(int32_t value) { Write(value); }
+  void writeF32(float value) { Write(value); }
+
+  // Copies `n` bytes, unaligned.
+  void writeBytes(const void* source, uint32_t n) {
+    if (n != 0) {
+      std::memcpy(header + kStreamHeaderBytes + Length(), source, n);
+    }
+    SetLength(Length() + n);
+  }
+
+  // Stores a 0 and returns its place, so that a count or a block's length can be patched in later.
+  // The place is 4-aligned within the segment.
+  uint32_t* reserveU32() {
+    writeU32(0);
+    return reinterpret_cast<uint32_t*>(header + Length());
+  }
+
+  // Adds `n` to the length without storing anything; returns `n`.
+  uint32_t advance(uint32_t n) {
+    SetLength(Length() + n);
+    return n;
+  }
+
+  // Raises the length to the next multiple of `n`, which is not 0.
+  void alignTo(uint32_t n) { SetLength(AlignStreamPosition(Length(), n)); }
+
+  // Bytes of the segment in use, header word included.
+  uint32_t totalSize() const { return Length() + kStreamHeaderBytes; }
+
+ private:
+  uint32_t Length() const {
+    uint32_t length;
+    std::memcpy(&length, header, sizeof(length));
+    return length;
+  }
+
+  void SetLength(uint32_t length) { std::memcpy(header, &length, sizeof(length)); }
+
+  template <typename T>
+  void Write(T value) {
+    const uint32_t at = AlignStreamPosition(Length(), sizeof(T));
+    std::memcpy(header + kStreamHeaderBytes + at, &value, sizeof(T));
+    SetLength(at + static_cast<uint32_t>(sizeof(T)));
+  }
+
+  uint8_t* const header;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_COMMON_DEF_STREAMWRITER_H_

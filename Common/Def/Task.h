@@ -1,0 +1,108 @@
+// The unit of work of a worker pool.
+#ifndef NQ_COMMON_DEF_TASK_H_
+#define NQ_COMMON_DEF_TASK_H_
+
+#include <cstddef>
+#include <functional>
+#include <new>
+#include <type_traits>
+#include <utility>
+
+namespace nq::engine {
+
+// A movable callable without arguments or result. Unlike std::function it keeps the callable inside
+// itself, so that an array of tasks is one allocation whatever the tasks capture; callables that
+// don't fit are refused at compile time.
+//
+// A task that holds no callable, default-constructed or moved from, raises std::bad_function_call
+// when it is run.
+class Task {
+ public:
+  static constexpr size_t kCallableBytes = 32;
+
+  Task() = default;
+
+  template <typename Callable,
+            typename = std::enable_if_t<!std::is_same<std::decay_t<Callable>, Task>::value>>
+  Task(Callable&& callable) : operations(&kOperations<std::decay_t<Callable>>) {
+    using Stored = std::decay_t<Callable>;
+    static_assert(sizeof(Stored) <= kCallableBytes, "the callable captures too much");
+    static_assert(alignof(Stored) <= alignof(std::max_align_t), "the callable is over-aligned");
+    static_assert(std::is_nothrow_move_constructible<Stored>::value,
+                  "moving a task must not throw");
+    new (storage) Stored(std::forward<Callable>(callable));
+  }
+
+  Task(Task&& other) noexcept { TakeFrom(other); }
+
+  Task& operator=(Task&& other) noexcept {
+    if (this != &other) {
+      Clear();
+      TakeFrom(other);
+    }
+    return *this;
+  }
+
+  Task(const Task&) = delete;
+  Task& operator=(const Task&) = delete;
+  ~Task() { Clear(); }
+
+  // Runs the callable.
+  void operator()() {
+    if (operations == nullptr) {
+      throw std::bad_function_call();
+    }
+    operations->run(storage);
+  }
+
+  explicit operator bool() const { return operations != nullptr; }
+
+ private:
+  struct Operations {
+    void (*run)(void*);
+    void (*moveTo)(void* from, void* to);  // leaves `from` destroyed
+    void (*destroy)(void*);
+  };
+
+  template <typename Stored>
+  static void Run(void* storage) {
+    (*static_cast<Stored*>(storage))();
+  }
+
+  template <typename Stored>
+  static void MoveTo(void* from, void* to) {
+    Stored* stored = static_cast<Stored*>(from);
+    new (to) Stored(std::move(*stored));
+    stored->~Stored();
+  }
+
+  template <typename Stored>
+  static void Destroy(void* storage) {
+    static_cast<Stored*>(storage)->~Stored();
+  }
+
+  template <typename Stored>
+  static constexpr Operations kOperations = {&Run<Stored>, &MoveTo<Stored>, &Destroy<Stored>};
+
+  void TakeFrom(Task& other) {
+    operations = other.operations;
+    if (operations != nullptr) {
+      operations->moveTo(other.storage, storage);
+      other.operations = nullptr;
+    }
+  }
+
+  void Clear() {
+    if (operations != nullptr) {
+      operations->destroy(storage);
+      operations = nullptr;
+    }
+  }
+
+  const Operations* operations = nullptr;
+  alignas(std::max_align_t) unsigned char storage[kCallableBytes];
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_COMMON_DEF_TASK_H_

@@ -1,0 +1,57 @@
+// The module's only source of parallelism: a fixed set of threads over one queue of tasks.
+#ifndef NQ_COMMON_DEF_WORKERPOOL_H_
+#define NQ_COMMON_DEF_WORKERPOOL_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "Common/Def/Mutex.h"
+#include "Common/Def/Task.h"
+
+namespace nq::engine {
+
+struct WorkerPoolState;
+
+// Threads that sleep until a whole batch of tasks is posted. One thread, the script thread, posts
+// and then waits: the design depends on it. A post from another thread while one waits would never
+// end.
+//
+// The queue is first in, first out; which worker takes which task, and so the order of completion,
+// is not defined. A pool goes from running to stopped and never back. Tasks must not throw: nothing
+// catches it, and the process ends.
+class WorkerPool {
+ public:
+  // Starts `threadCount` threads.
+  explicit WorkerPool(uint32_t threadCount);
+
+  // Stops the pool first.
+  ~WorkerPool();
+  WorkerPool(const WorkerPool&) = delete;
+  WorkerPool& operator=(const WorkerPool&) = delete;
+
+  // Appends `count` tasks in order, moving from each, and wakes all workers. On a stopped pool the
+  // tasks stay with the caller and are not run. Script thread only.
+  void PostAll(Task* tasks, size_t count);
+
+  // Blocks until no task is queued and no worker is busy, or until the pool is stopped. Script
+  // thread only.
+  void WaitIdle();
+
+  // Asks all workers to end and joins them; a task that is running ends first, tasks still queued
+  // are dropped. A second call does nothing. Not from one of the pool's own threads.
+  void Stop();
+
+  uint32_t ThreadCount() const { return threadCount; }
+
+ private:
+  std::vector<std::thread> threads;
+  std::shared_ptr<WorkerPoolState> state;  // co-owned by each thread
+  const uint32_t threadCount;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_COMMON_DEF_WORKERPOOL_H_

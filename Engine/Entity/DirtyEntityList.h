@@ -1,0 +1,63 @@
+// The list of entities whose transforms changed, shared with script.
+#ifndef NQ_ENGINE_ENTITY_DIRTYENTITYLIST_H_
+#define NQ_ENGINE_ENTITY_DIRTYENTITYLIST_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "Common/Def/Mutex.h"
+
+namespace nq::engine {
+
+// Bytes of each of the two buffers that script fills for a frame.
+constexpr uint32_t kSharedListBytes = 49152;
+
+// Entries that fit behind the count word.
+constexpr uint32_t kDirtyListCapacity = 12287;
+static_assert((kDirtyListCapacity + 1) * 4 == kSharedListBytes, "count word and entries");
+
+// Word 0 is the count N, words 1 to N are handles, in order of appending. Duplicates are allowed.
+// Script appends entities whose records it wrote, native code those that it wrote itself; script
+// must never leave a larger count than the capacity, which is tested for equality only.
+//
+// Thread safety: Append may run on several threads at once, under `dirtyLock`. Everything else runs
+// on the script thread while no workers are active, and takes no lock.
+class DirtyEntityList {
+ public:
+  // `words` is the start of the shared block. Not owned.
+  void Attach(void* words) { this->words = static_cast<uint8_t*>(words); }
+
+  // Appends a handle; a full list drops it without a word.
+  void Append(uint32_t handle) NQ_EXCLUDES(dirtyLock) {
+    MutexLock lock(dirtyLock);
+    const uint32_t count = Count();
+    if (count != kDirtyListCapacity) {
+      StoreWord(count + 1, handle);
+      StoreWord(0, count + 1);
+    }
+  }
+
+  void Clear() { StoreWord(0, 0); }
+  bool NotEmpty() const { return Count() != 0; }
+  uint32_t Count() const { return Entry(0); }
+
+  // The handle at `index`, counted from 1.
+  uint32_t Entry(uint32_t index) const {
+    uint32_t value;
+    std::memcpy(&value, words + size_t{4} * index, sizeof(value));
+    return value;
+  }
+
+ private:
+  void StoreWord(uint32_t index, uint32_t value) {
+    std::memcpy(words + size_t{4} * index, &value, sizeof(value));
+  }
+
+  uint8_t* words = nullptr;
+  Mutex dirtyLock;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_ENTITY_DIRTYENTITYLIST_H_

@@ -1,0 +1,91 @@
+// Creation of systems on first use, and the forwards to them. The composition root of the native
+// side.
+#include "Engine/Entity/EngineCore.h"
+
+#include "Common/Def/EngineRuntime.h"
+#include "Engine/Animation/AnimationSystem.h"
+#include "Engine/Culling/ComponentSystem.h"
+#include "Engine/Entity/EntitySystem.h"
+#include "Engine/MatrixFlow/MatrixFlowSystem.h"
+
+namespace nq::engine {
+
+namespace {
+
+bool IsBatchCount(int32_t count) {
+  return count >= 1 && count <= kMaxBatchCount;
+}
+
+template <typename System>
+System* Ensure(System** slot, EngineCore* core) {
+  if (*slot == nullptr) {
+    *slot = new System(core);
+  }
+  return *slot;
+}
+
+}  // namespace
+
+EngineCore::EngineCore(EngineRuntime* runtime) : runtime(runtime) {
+  runtime->AddReference();
+}
+
+EngineCore::~EngineCore() {
+  delete entitySystem;
+  delete componentSystem;
+  delete animationSystem;
+  delete matrixFlowSystem;
+  runtime->DropReference();
+}
+
+EntitySystem* EngineCore::Entities() {
+  return Ensure(&entitySystem, this);
+}
+
+ComponentSystem* EngineCore::Components() {
+  return Ensure(&componentSystem, this);
+}
+
+AnimationSystem* EngineCore::Animation() {
+  return Ensure(&animationSystem, this);
+}
+
+MatrixFlowSystem* EngineCore::MatrixFlow() {
+  return Ensure(&matrixFlowSystem, this);
+}
+
+NativeValueInfo EngineCore::CreateEntities2D(int32_t count) {
+  return IsBatchCount(count) ? Entities()->CreateEntities(false, static_cast<uint32_t>(count))
+                             : NativeValueInfo();
+}
+
+NativeValueInfo EngineCore::CreateEntities3D(int32_t count) {
+  return IsBatchCount(count) ? Entities()->CreateEntities(true, static_cast<uint32_t>(count))
+                             : NativeValueInfo();
+}
+
+void EngineCore::SetEntityName(uint32_t handle, const std::string& name) {
+  Entities()->SetEntityName(handle, name);
+}
+
+void EngineCore::ReleaseEntities(uint32_t handle) {
+  Entities()->ReleaseEntities(handle);
+}
+
+MemoryBlock EngineCore::DirtyEntitiesBlock() {
+  return Entities()->DirtyEntitiesBlock();
+}
+
+MemoryBlock EngineCore::EntityCommandsBlock() {
+  return Entities()->EntityCommandsBlock();
+}
+
+void EngineCore::RefreshWorldTransform() {
+  Entities()->RefreshWorldTransform();
+}
+
+void EngineCore::RefreshEntity(uint32_t handle) {
+  Entities()->RefreshEntity(handle);
+}
+
+}  // namespace nq::engine

@@ -1,0 +1,69 @@
+// The one object that every script wrapper holds: the four systems, and the operations on them.
+#ifndef NQ_ENGINE_ENTITY_ENGINECORE_H_
+#define NQ_ENGINE_ENTITY_ENGINECORE_H_
+
+#include <cstdint>
+#include <string>
+
+#include "Common/Def/HandlerOwner.h"
+#include "Common/Def/HandlerValue.h"
+#include "Common/Def/MemoryBlock.h"
+
+namespace nq::engine {
+
+class AnimationSystem;
+class ComponentSystem;
+class EntitySystem;
+class MatrixFlowSystem;
+
+// Creates each system when it is first needed and forwards to it. Starts with one reference; every
+// wrapper and every value in a system's table holds a further one. Holds one on the runtime.
+//
+// The destructor deletes the systems in the order of the accessors below, then drops the runtime.
+//
+// Thread safety: script thread. Worker tasks may use the accessors of systems that exist already,
+// and the operations that say so.
+class EngineCore final : public HandlerOwner {
+ public:
+  explicit EngineCore(EngineRuntime* runtime);
+  ~EngineCore() override;
+
+  EngineRuntime* Runtime() override { return runtime; }
+
+  EntitySystem* Entities();
+  ComponentSystem* Components();
+  AnimationSystem* Animation();
+  MatrixFlowSystem* MatrixFlow();
+
+  // Batches of 1 to 4095 entities. Any other count, also a negative one, gives all zero and touches
+  // no system.
+  NativeValueInfo CreateEntities2D(int32_t count);
+  NativeValueInfo CreateEntities3D(int32_t count);
+
+  // Gives the entity of `handle` a name, which may be empty. Unknown handles are ignored.
+  void SetEntityName(uint32_t handle, const std::string& name);
+
+  // Releases the whole batch of `handle`.
+  void ReleaseEntities(uint32_t handle);
+
+  // The buffers behind "dirtyEntities" and "entityCommands", of 49152 bytes each.
+  MemoryBlock DirtyEntitiesBlock();
+  MemoryBlock EntityCommandsBlock();
+
+  // The step of a frame that turns script's numbers into world matrices.
+  void RefreshWorldTransform();
+
+  // The same for one entity, for native callers that need it at once.
+  void RefreshEntity(uint32_t handle);
+
+ private:
+  EngineRuntime* const runtime;  // one counted reference
+  EntitySystem* entitySystem = nullptr;
+  ComponentSystem* componentSystem = nullptr;
+  AnimationSystem* animationSystem = nullptr;
+  MatrixFlowSystem* matrixFlowSystem = nullptr;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_ENTITY_ENGINECORE_H_

@@ -1,0 +1,34 @@
+// A node of the transform tree in space.
+#ifndef NQ_ENGINE_ENTITY_ENTITY3D_H_
+#define NQ_ENGINE_ENTITY_ENTITY3D_H_
+
+#include "Engine/Entity/Entity.h"
+#include "Engine/Entity/EntityRecord.h"
+
+namespace nq::engine {
+
+// An entity whose shared record is an Entity3DRecord.
+class Entity3D final : public Entity {
+ public:
+  Entity3D(EntitySystem* system, TransformNode* node, uint32_t handle, uint8_t* sharedRecord)
+      : Entity(system, node, handle, sharedRecord, true) {}
+
+  void UpdateLocalMatrix() override { BuildLocalMatrix(node); }
+  void PublishWorldMatrix() override { PublishWorldMatrix(node); }
+
+  // Writes this entity's world transform, taken apart into position, scale and rotation, into the
+  // shared records of all active 3D entities that are bound to it, and lists them as dirty. A scale
+  // of about 0 on any axis prints "[NQ_WARN][Engine]: " and "Entity3D world transform extract
+  // failed. \n", and the bound entities get position 0, scale 1 and no rotation.
+  void UpdateBoundEntities() override;
+
+  Entity3DRecord* Record() const { return reinterpret_cast<Entity3DRecord*>(node->sharedRecord); }
+
+  // The work of the virtual operations, for passes that know what they hold.
+  static void BuildLocalMatrix(TransformNode* node);
+  static void PublishWorldMatrix(TransformNode* node);
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_ENTITY_ENTITY3D_H_

@@ -1,0 +1,143 @@
+// Life of batches, look-up, and link operations by handle.
+#include "Engine/Entity/EntitySystem.h"
+
+#include <algorithm>
+
+#include "Common/Def/EngineRuntime.h"
+#include "Engine/Entity/EngineCore.h"
+#include "Engine/Entity/Entity.h"
+
+namespace nq::engine {
+
+EntitySystem::EntitySystem(EngineCore* core)
+    : core(core),
+      entityPools(core),
+      dirtyEntitiesBlock(core->Runtime()->Allocate(kSharedListBytes)),
+      entityCommandsBlock(core->Runtime()->Allocate(kSharedListBytes)),
+      workerPool(core->Runtime()->FirstPool()),
+      workerCount(workerPool->ThreadCount()) {
+  dirtyEntities.Attach(dirtyEntitiesBlock.pointer);
+}
+
+EntitySystem::~EntitySystem() {
+  EngineRuntime* runtime = core->Runtime();
+  runtime->Release(dirtyEntitiesBlock);
+  runtime->Release(entityCommandsBlock);
+  std::vector<Entity*>().swap(roots);
+  entityPools.ReleaseAll();
+}
+
+NativeValueInfo EntitySystem::CreateEntities(bool is3D, uint32_t count) {
+  if (count == 0) {
+    return NativeValueInfo();
+  }
+  EntityPool* pool = entityPools.Allocate();
+  if (pool == nullptr) {
+    return NativeValueInfo();
+  }
+  pool->CreateEntities(this, is3D, count);
+  liveEntityCount += count;
+  return pool->Info();
+}
+
+void EntitySystem::ReleaseEntities(uint32_t handle) {
+  const EntityPool* pool = entityPools.Find(handle);
+  if (pool != nullptr) {
+    liveEntityCount -= pool->Count();
+    // The last thing done here: this may be the core's last value, and end the core and this
+    // system.
+    entityPools.Release(handle);
+  }
+}
+
+void EntitySystem::SetEntityName(uint32_t handle, const std::string& name) {
+  Entity* entity = FindEntity(handle);
+  if (entity != nullptr) {
+    entity->name = name;
+  }
+}
+
+bool EntitySystem::IsRoot(const Entity* entity) const {
+  return entity->transformNode()->isRoot != 0;
+}
+
+void EntitySystem::RemoveRootsOfBatch(uint32_t key) {
+  const auto ofBatch = [key](const Entity* root) { return HandleKey(root->handle) == key; };
+  roots.erase(std::remove_if(roots.begin(), roots.end(), ofBatch), roots.end());
+}
+
+void EntitySystem::AddRoot(uint32_t handle) {
+  Entity* entity = FindEntity(handle);
+  if (entity != nullptr && entity->parent() == nullptr) {
+    entity->transformNode()->isRoot = 1;
+    roots.push_back(entity);
+  }
+}
+
+void EntitySystem::AddChild(uint32_t parent, uint32_t child) {
+  Entity* parentEntity = FindEntity(parent);
+  Entity* childEntity = FindEntity(child);
+  if (parentEntity != nullptr && childEntity != nullptr && parentEntity != childEntity &&
+      parentEntity->isThreeD() == childEntity->isThreeD()) {
+    parentEntity->AttachChild(childEntity);
+  }
+}
+
+// Kept on purpose: unlike AddChild, this links entities of different kinds if told to.
+void EntitySystem::InsertChild(uint32_t parent, uint32_t child, uint32_t index) {
+  Entity* parentEntity = FindEntity(parent);
+  Entity* childEntity = FindEntity(child);
+  if (parentEntity != nullptr && childEntity != nullptr && parentEntity != childEntity) {
+    parentEntity->InsertChildAt(childEntity, index);
+  }
+}
+
+void EntitySystem::RemoveFromParent(uint32_t handle) {
+  Entity* entity = FindEntity(handle);
+  if (entity != nullptr) {
+    entity->RemoveFromParent();
+  }
+}
+
+void EntitySystem::ResetSubtree(uint32_t handle) {
+  Entity* entity = FindEntity(handle);
+  if (entity != nullptr) {
+    entity->ResetSubtree();
+  }
+}
+
+void EntitySystem::BindToBone(uint32_t entity, uint32_t bone) {
+  Entity* boundEntity = FindEntity(entity);
+  Entity* boneEntity = FindEntity(bone);
+  if (boundEntity != nullptr && boneEntity != nullptr) {
+    boundEntity->BindToBone(boneEntity);
+  }
+}
+
+void EntitySystem::UnbindFromBone(uint32_t handle) {
+  Entity* entity = FindEntity(handle);
+  if (entity != nullptr) {
+    entity->UnbindFromBone();
+  }
+}
+
+void EntitySystem::Activate(uint32_t handle, bool deep) {
+  Entity* entity = FindEntity(handle);
+  if (entity != nullptr && !entity->active()) {
+    entity->SetActive(true);
+    entity->PropagateMarkDirty(deep);
+  }
+}
+
+void EntitySystem::Deactivate(uint32_t handle) {
+  Entity* entity = FindEntity(handle);
+  if (entity != nullptr) {
+    entity->SetActive(false);
+  }
+}
+
+void EntitySystem::AppendDirtyEntity(const Entity* entity) {
+  dirtyEntities.Append(entity->handle);
+}
+
+}  // namespace nq::engine

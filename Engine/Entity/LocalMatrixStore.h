@@ -1,0 +1,37 @@
+// The store of a finished local matrix.
+#ifndef NQ_ENGINE_ENTITY_LOCALMATRIXSTORE_H_
+#define NQ_ENGINE_ENTITY_LOCALMATRIXSTORE_H_
+
+#include <emmintrin.h>
+
+#include <cstdint>
+
+namespace nq::engine {
+
+namespace internal {
+
+typedef uint64_t __attribute__((may_alias)) MatrixWord;
+
+inline void StoreColumn(float* to, __m128 column) {
+  const __m128i bits = _mm_castps_si128(column);
+  MatrixWord* words = reinterpret_cast<MatrixWord*>(to);
+  __atomic_store_n(words, static_cast<uint64_t>(_mm_cvtsi128_si64(bits)), __ATOMIC_RELAXED);
+  __atomic_store_n(words + 1,
+                   static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(bits, bits))),
+                   __ATOMIC_RELAXED);
+}
+
+}  // namespace internal
+
+// Stores four columns at `to`, which is 8-aligned. An entity that stands twice in a long dirty list
+// may be built by two tasks at once: both store the same values, hence relaxed atomic stores.
+inline void StoreLocalMatrix(float* to, __m128 c0, __m128 c1, __m128 c2, __m128 c3) {
+  internal::StoreColumn(to, c0);
+  internal::StoreColumn(to + 4, c1);
+  internal::StoreColumn(to + 8, c2);
+  internal::StoreColumn(to + 12, c3);
+}
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_ENTITY_LOCALMATRIXSTORE_H_

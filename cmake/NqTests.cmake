@@ -1,0 +1,63 @@
+# Native and script suites, all under ctest.
+
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+# The pool takes two locks in an order that a lock-order checker reports though it can't block
+# (WorkerPool.cpp tells why), so that detection is off in every suite.
+set(NQ_TSAN_OPTIONS "detect_deadlocks=0")
+
+file(GLOB_RECURSE NQ_TEST_SOURCES CONFIGURE_DEPENDS tests/native/*.cpp)
+if(NQ_TEST_SOURCES)
+  add_executable(nq_tests ${NQ_TEST_SOURCES})
+  nq_configure(nq_tests)
+  target_link_libraries(nq_tests PRIVATE nq_core GTest::gmock GTest::gtest GTest::gtest_main)
+  gtest_discover_tests(nq_tests
+      DISCOVERY_MODE PRE_TEST
+      DISCOVERY_TIMEOUT 120
+      WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}"
+      PROPERTIES TIMEOUT 300
+                 ENVIRONMENT "UBSAN_OPTIONS=print_stacktrace=1;TSAN_OPTIONS=${NQ_TSAN_OPTIONS}")
+endif()
+
+if(NQ_BUILD_MODULE)
+  file(GLOB_RECURSE NQ_ADDON_SOURCES CONFIGURE_DEPENDS tests/addon/*.cpp)
+  if(NQ_ADDON_SOURCES)
+    nq_add_addon(nq_test_addon cmake/nq_test_addon.map ${NQ_ADDON_SOURCES})
+  endif()
+
+  set(environment
+      "NQ_MODULE=$<TARGET_FILE:nq_logic>"
+      "NQ_TEST_ADDON=${CMAKE_BINARY_DIR}/nq_test_addon.node"
+      "NQ_BUILD_KIND=${NQ_BUILD_KIND}")
+  if(NQ_SANITIZE)
+    # The host is not instrumented: the runtime comes first by preloading.
+    if(NQ_SANITIZE STREQUAL "address")
+      set(runtime libasan.so)
+    else()
+      set(runtime libtsan.so)
+    endif()
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${runtime}
+                    OUTPUT_VARIABLE runtimePath OUTPUT_STRIP_TRAILING_WHITESPACE)
+    if(NOT EXISTS "${runtimePath}")
+      message(FATAL_ERROR "${CMAKE_CXX_COMPILER} has no ${runtime}.")
+    endif()
+    # The native runtime's last reference is kept on purpose, and the host leaks on an early exit, so
+    # leaks are looked for in the native suites only.
+    list(APPEND environment
+        "LD_PRELOAD=${runtimePath}"
+        "ASAN_OPTIONS=detect_leaks=0:allocator_may_return_null=1"
+        "UBSAN_OPTIONS=print_stacktrace=1"
+        "TSAN_OPTIONS=ignore_noninstrumented_modules=1:atexit_sleep_ms=0:${NQ_TSAN_OPTIONS}")
+  endif()
+
+  file(GLOB NQ_SCRIPT_TESTS CONFIGURE_DEPENDS tests/script/*.test.js)
+  foreach(file ${NQ_SCRIPT_TESTS})
+    get_filename_component(name "${file}" NAME_WE)
+    add_test(NAME script.${name}
+        COMMAND "${NQ_NODE_DIR}/bin/node" --expose-gc
+                "${CMAKE_SOURCE_DIR}/node_modules/mocha/bin/mocha" --timeout 120000 "${file}"
+        WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}")
+    set_tests_properties(script.${name} PROPERTIES TIMEOUT 600 ENVIRONMENT "${environment}")
+  endforeach()
+endif()

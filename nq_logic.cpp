@@ -1,0 +1,88 @@
+// The module's entry: its record for the host, and the functions that it gives to script.
+#include <node.h>
+
+#include "BindingTemp/BindingEngine.h"
+#include "BindingTemp/PublishSegment.h"
+#include "BindingTemp/RegisterClasses.h"
+#include "Common/Def/EngineRuntime.h"
+#include "Common/Def/MemoryAllocator.h"
+#include "jsbinding/v8/class.h"
+
+namespace {
+
+// Version of the interface to script, as getVersion tells it.
+constexpr char kVersion[] = "138";
+
+v8::Local<v8::String> Internalized(v8::Isolate* isolate, const char* text) {
+  return v8::String::NewFromUtf8(isolate, text, v8::NewStringType::kInternalized, -1)
+      .ToLocalChecked();
+}
+
+void GetVersion(const v8::FunctionCallbackInfo<v8::Value>& info) {
+  v8::Isolate* isolate = info.GetIsolate();
+  v8::Local<v8::Object> result = v8::Object::New(isolate);
+  nq::engine::SetProperty(isolate, result, "version", vx::internal::NewString(isolate, kVersion));
+  info.GetReturnValue().Set(result);
+}
+
+// Builds a graph of its own at each call: allocator, runtime, wrapper and core, and the script
+// object in front of them.
+void GetEngine(const v8::FunctionCallbackInfo<v8::Value>& info) {
+  using nq::engine::BindingEngine;
+  v8::Isolate* isolate = info.GetIsolate();
+  nq::engine::MemoryAllocator* allocator = new nq::engine::MemoryAllocator();
+  // Kept on purpose: the runtime's first reference is never dropped, so that memory and threads
+  // live until the process ends, whatever script still holds.
+  nq::engine::EngineRuntime* runtime = new nq::engine::EngineRuntime(allocator);
+  BindingEngine* wrapper = new BindingEngine(runtime);
+  nq::engine::RegisterClasses();
+  v8::Local<v8::Object> object = vx::NewInstance<BindingEngine>(isolate);
+  wrapper->Wrap(isolate, object, vx::internal::type_id<BindingEngine>(), sizeof(BindingEngine));
+  wrapper->PublishBuffers(isolate, object);
+  info.GetReturnValue().Set(object);
+}
+
+void InstallFunction(v8::Local<v8::Object> exports, const char* name,
+                     v8::FunctionCallback callback) {
+  v8::Isolate* isolate = v8::Isolate::GetCurrent();
+  v8::HandleScope scope(isolate);
+  v8::Local<v8::Context> context = isolate->GetCurrentContext();
+  v8::Local<v8::Function> function =
+      v8::FunctionTemplate::New(isolate, callback)->GetFunction(context).ToLocalChecked();
+  v8::Local<v8::String> functionName = Internalized(isolate, name);
+  function->SetName(functionName);
+  exports->Set(context, functionName, function).FromJust();
+}
+
+}  // namespace
+
+// Called by the host when script requires the module: through the record the first time, by its
+// name when the library is loaded already, in another thread or after the require cache was
+// dropped.
+extern "C" __attribute__((visibility("default"))) void node_register_module_v72(
+    v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*privateData*/) {
+  InstallFunction(exports, "getEngine", GetEngine);
+  InstallFunction(exports, "getVersion", GetVersion);
+}
+
+namespace {
+
+// The host writes to it.
+node::node_module moduleRecord = {
+    72,                        // nm_version
+    0,                         // nm_flags
+    nullptr,                   // nm_dso_handle
+    "..\\nq_logic",            // nm_filename
+    node_register_module_v72,  // nm_register_func
+    nullptr,                   // nm_context_register_func
+    "nq_logic",                // nm_modname
+    nullptr,                   // nm_priv
+    nullptr,                   // nm_link
+};
+
+}  // namespace
+
+// Runs when the library is loaded.
+extern "C" __attribute__((visibility("default"), constructor)) void _register_nq_logic_() {
+  node_module_register(&moduleRecord);
+}
