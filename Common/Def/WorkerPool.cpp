@@ -1,9 +1,16 @@
 // The worker loop, and the posting and waiting side of a pool.
 #include "Common/Def/WorkerPool.h"
 
+#include <atomic>
 #include <utility>
 
 namespace nq::engine {
+
+namespace {
+
+constexpr int kYieldsBeforeSleep = 100;
+
+}  // namespace
 
 // What the pool and its threads share. Lock order: `mutex`, then `waitMutex`. `waitMutex` is held
 // for the duration of WaitIdle, across its sleep, so a lock-order checker sees `mutex` taken again
@@ -25,8 +32,8 @@ struct WorkerPoolState {
   ConditionVariable allIdle;
 
   // Counts the broadcasts of `allIdle`. A condition variable may return without one, which is not
-  // the wake-up that a waiter waits for.
-  uint64_t idleBroadcasts NQ_GUARDED_BY(mutex) = 0;
+  // the wake-up that a waiter waits for. Changes under `mutex`; a waiter also looks without it.
+  std::atomic<uint64_t> idleBroadcasts{0};
 
   // By worker: true while it runs a task. A worker that has not yet reached its loop counts as
   // idle.
@@ -115,18 +122,26 @@ void WorkerPool::PostAll(Task* tasks, size_t count) {
 }
 
 void WorkerPool::WaitIdle() {
-  MutexLock lock(state->mutex);
-  MutexLock waitLock(state->waitMutex);
-  if (state->QueueEmpty() && state->busyCount == 0) {
-    return;
+  state->mutex.Lock();
+  state->waitMutex.Lock();
+  if (!state->QueueEmpty() || state->busyCount != 0) {
+    state->waiting = true;
+    const uint64_t seen = state->idleBroadcasts;
+    // Most batches are done within the time that a sleeping thread takes to wake up, so the waiter
+    // gives its processor away a few times before it sleeps.
+    state->mutex.Unlock();
+    for (int i = 0; i < kYieldsBeforeSleep && state->idleBroadcasts == seen; ++i) {
+      std::this_thread::yield();
+    }
+    state->mutex.Lock();
+    while (state->idleBroadcasts == seen && !state->stopped) {
+      state->allIdle.Wait(state->mutex);
+    }
+    // One broadcast is taken as meaning that the batch is done: the queue is not judged again.
+    state->waiting = false;
   }
-  state->waiting = true;
-  const uint64_t seen = state->idleBroadcasts;
-  while (state->idleBroadcasts == seen && !state->stopped) {
-    state->allIdle.Wait(state->mutex);
-  }
-  // One broadcast is taken as meaning that the batch is done: the queue is not judged again.
-  state->waiting = false;
+  state->waitMutex.Unlock();
+  state->mutex.Unlock();
 }
 
 void WorkerPool::Stop() {

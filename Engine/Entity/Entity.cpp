@@ -9,63 +9,65 @@
 
 namespace nq::engine {
 
-Entity::Entity(EntitySystem* system, TransformNode* node, uint32_t handle, uint8_t* sharedRecord,
-               bool isThreeD)
-    : handle(handle), system(system), node(node) {
-  node->entity = this;
-  node->sharedRecord = sharedRecord;
-  node->isThreeD = isThreeD ? 1 : 0;
-  node->active = 1;
-  node->SetDirtyState(kDirtySelf);
-}
+Entity::Entity(EntitySystem* system, uint32_t handle)
+    : handle(handle), system(system), tree(&system->Tree()) {}
 
 Entity::~Entity() {
   __builtin_trap();
 }
 
+uint32_t Entity::worldVersion() const {
+  return tree->Batch(handle).worldVersions[HandleElement(handle)];
+}
+
 uint32_t Entity::localVersion() const {
-  return system->Versions().Version(node);
+  return system->Versions().Version(handle);
+}
+
+uint8_t* Entity::sharedRecord() const {
+  return tree->Batch(handle).SharedRecord(HandleElement(handle));
 }
 
 void Entity::BumpLocalVersion() {
-  system->Versions().Bump(node);
+  system->Versions().Bump(handle);
 }
 
 void Entity::Unlink(Entity* child) {
   system->Versions().Settle();
-  Entity* previous = child->previousSibling;
-  TransformNode* next = child->node->nextSibling;
-  (previous != nullptr ? previous->node->nextSibling : node->firstChild) = next;
-  (next != nullptr ? next->entity->previousSibling : lastChild) = previous;
-  child->previousSibling = nullptr;
-  child->node->nextSibling = nullptr;
-  child->node->parent = nullptr;
+  TransformLinks& childLinks = child->links();
+  const uint32_t previous = child->previousSibling;
+  const uint32_t next = childLinks.nextSibling;
+  (previous != 0 ? tree->Links(previous).nextSibling : links().firstChild) = next;
+  (next != 0 ? tree->EntityOf(next)->previousSibling : lastChild) = previous;
+  child->previousSibling = 0;
+  childLinks.nextSibling = 0;
+  childLinks.parent = 0;
   --childCount;
 }
 
 void Entity::LinkLast(Entity* child) {
   system->Versions().Settle();
-  (lastChild != nullptr ? lastChild->node->nextSibling : node->firstChild) = child->node;
+  (lastChild != 0 ? tree->Links(lastChild).nextSibling : links().firstChild) = child->handle;
   child->previousSibling = lastChild;
-  child->node->nextSibling = nullptr;
-  child->node->parent = node;
-  lastChild = child;
+  child->links().nextSibling = 0;
+  child->links().parent = handle;
+  lastChild = child->handle;
   ++childCount;
 }
 
 void Entity::LinkBefore(Entity* child, Entity* next) {
   system->Versions().Settle();
-  Entity* previous = next->previousSibling;
-  (previous != nullptr ? previous->node->nextSibling : node->firstChild) = child->node;
+  const uint32_t previous = next->previousSibling;
+  (previous != 0 ? tree->Links(previous).nextSibling : links().firstChild) = child->handle;
   child->previousSibling = previous;
-  child->node->nextSibling = next->node;
-  child->node->parent = node;
-  next->previousSibling = child;
+  child->links().nextSibling = next->handle;
+  child->links().parent = handle;
+  next->previousSibling = child->handle;
   ++childCount;
 }
 
 void Entity::AttachChild(Entity* child) {
-  if (child->node->parent == node) {
+  if (child->links().parent == handle) {
     return;
   }
   child->RemoveFromParent();
@@ -96,9 +98,9 @@ void Entity::Reset() {
     boundEntities.front()->UnbindFromBone();
   }
   RemoveFromParent();
-  node->worldVersion = 0;
-  node->SetDirtyState(kDirtySelf);
-  node->active = 1;
+  tree->Batch(handle).worldVersions[HandleElement(handle)] = 0;
+  links().SetDirtyState(kDirtySelf);
+  links().active = 1;
   name.clear();
 }
 
@@ -108,7 +110,7 @@ void Entity::ResetSubtree() {
   // link by which one could climb back.
   std::vector<Entity*> path = {this};
   while (!path.empty()) {
-    Entity* child = path.back()->lastChild;
+    Entity* child = EntityOrNull(path.back()->lastChild);
     if (child == nullptr) {
       path.pop_back();
     } else {
@@ -135,7 +137,7 @@ void Entity::BindToBone(Entity* bone) {
   boundTo = bone;
   std::vector<Entity*>& bound = bone->boundEntities;
   bound.insert(std::lower_bound(bound.begin(), bound.end(), this, std::less<>()), this);
-  bone->node->hasBoundEntities = 1;
+  bone->links().hasBoundEntities = 1;
 }
 
 void Entity::UnbindFromBone() {
@@ -144,50 +146,47 @@ void Entity::UnbindFromBone() {
   }
   std::vector<Entity*>& bound = boundTo->boundEntities;
   bound.erase(std::lower_bound(bound.begin(), bound.end(), this, std::less<>()));
-  boundTo->node->hasBoundEntities = bound.empty() ? 0 : 1;
+  boundTo->links().hasBoundEntities = bound.empty() ? 0 : 1;
   boundTo = nullptr;
 }
 
 void Entity::PropagateMarkDirty(bool deep) {
-  node->SetDirtyState(kDirtySelf);
-  TransformNode* ancestor = node->parent;
-  while (ancestor != nullptr && ancestor->MarkBelow()) {
-    ancestor = ancestor->parent;
-  }
+  tree->MarkDirty(handle);
   if (deep) {
     MarkSubtreeDirty();
   }
 }
 
 void Entity::MarkSubtreeDirty() {
-  TransformNode* current = node;
-  size_t depth = 0;
-  TransformNode* next = current->firstChild;
+  uint32_t current = handle;
+  uint32_t depth = 0;
+  uint32_t next = links().firstChild;
   for (;;) {
-    // `next` is the node to look at: a first child one level below `current`, or a sibling.
-    while (next == nullptr) {
+    // `next` is what to look at: a first child one level below `current`, or a sibling.
+    while (next == 0) {
       if (depth == 0) {
         return;
       }
-      next = current->nextSibling;
-      current = current->parent;
+      next = tree->Links(current).nextSibling;
+      current = tree->Links(current).parent;
       --depth;
     }
-    if (next->DirtyState() == kDirtySelf) {
-      next = next->nextSibling;
+    TransformLinks& nextLinks = tree->Links(next);
+    if (nextLinks.DirtyState() == kDirtySelf) {
+      next = nextLinks.nextSibling;
       continue;
     }
-    next->SetDirtyState(kDirtySelf);
+    nextLinks.SetDirtyState(kDirtySelf);
     current = next;
     ++depth;
-    next = current->firstChild;
+    next = nextLinks.firstChild;
   }
 }
 
 void Entity::Clean() {
   Reset();
-  while (lastChild != nullptr) {
-    Unlink(lastChild);
+  while (lastChild != 0) {
+    Unlink(tree->EntityOf(lastChild));
   }
   std::string().swap(name);
   std::vector<Entity*>().swap(boundEntities);

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Engine/Entity/TransformNode.h"
+#include "Engine/Entity/TransformTree.h"
 
 namespace nq::engine {
 
@@ -19,42 +19,45 @@ class EntityChildren {
  public:
   class Iterator {
    public:
-    explicit Iterator(const TransformNode* node) : node(node) {}
-    Entity* operator*() const { return node->entity; }
+    Iterator(const TransformTree* tree, uint32_t handle) : tree(tree), handle(handle) {}
+    Entity* operator*() const { return tree->EntityOf(handle); }
     Iterator& operator++() {
-      node = node->nextSibling;
+      handle = tree->Links(handle).nextSibling;
       return *this;
     }
-    bool operator!=(const Iterator& other) const { return node != other.node; }
+    bool operator!=(const Iterator& other) const { return handle != other.handle; }
 
    private:
-    const TransformNode* node;
+    const TransformTree* tree;
+    uint32_t handle;
   };
 
-  EntityChildren(const TransformNode* first, uint32_t count) : first(first), count(count) {}
+  EntityChildren(const TransformTree* tree, uint32_t first, uint32_t count)
+      : tree(tree), first(first), count(count) {}
 
-  Iterator begin() const { return Iterator(first); }
-  Iterator end() const { return Iterator(nullptr); }
+  Iterator begin() const { return Iterator(tree, first); }
+  Iterator end() const { return Iterator(tree, 0); }
   uint32_t size() const { return count; }
   bool empty() const { return count == 0; }
 
   // The child at `index`, which is below size(). Walks the list.
   Entity* operator[](uint32_t index) const {
-    const TransformNode* node = first;
+    uint32_t handle = first;
     for (uint32_t i = 0; i < index; ++i) {
-      node = node->nextSibling;
+      handle = tree->Links(handle).nextSibling;
     }
-    return node->entity;
+    return tree->EntityOf(handle);
   }
 
  private:
-  const TransformNode* first;
+  const TransformTree* tree;
+  uint32_t first;
   uint32_t count;
 };
 
 // Base of both kinds of entity. Records of a batch lie one behind the other at stable addresses;
 // the batch constructs and cleans them, nobody deletes one. What the per-frame passes touch lives
-// in the entity's TransformNode, and is reached here by accessors.
+// in the batch's arrays (TransformTree), and is reached here by accessors.
 //
 // Invariants: an entity is among the children of its parent, once, or has no parent. `boundTo` is b
 // exactly when the entity is in `boundEntities` of b. Parent link and bone binding are independent.
@@ -65,8 +68,8 @@ class EntityChildren {
 // PropagateMarkDirty and UpdateTree may run on worker threads for disjoint trees.
 class Entity {
  public:
-  Entity(EntitySystem* system, TransformNode* node, uint32_t handle, uint8_t* sharedRecord,
-         bool isThreeD);
+  // The entity's place in `system`'s TransformTree exists already, with its kind, marked dirty.
+  Entity(EntitySystem* system, uint32_t handle);
   Entity(const Entity&) = delete;
   Entity& operator=(const Entity&) = delete;
 
@@ -89,18 +92,19 @@ class Entity {
   std::vector<Entity*> boundEntities;  // bound to this one; ascending by address, each once
   std::string name;
 
-  bool isThreeD() const { return node->isThreeD != 0; }
-  Entity* parent() const { return node->parent == nullptr ? nullptr : node->parent->entity; }
-  EntityChildren children() const { return EntityChildren(node->firstChild, childCount); }
-  const float* localMatrix() const { return node->localMatrix; }
-  const float* worldMatrix() const { return node->worldMatrix; }
-  uint32_t worldVersion() const { return node->worldVersion; }
+  bool isThreeD() const { return links().isThreeD != 0; }
+  Entity* parent() const { return EntityOrNull(links().parent); }
+  EntityChildren children() const { return EntityChildren(tree, links().firstChild, childCount); }
+  const float* localMatrix() const { return tree->Matrices(handle).local; }
+  const float* worldMatrix() const { return tree->Matrices(handle).world; }
+  uint32_t worldVersion() const;
   uint32_t localVersion() const;
-  bool visiting() const { return node->visiting != 0; }
-  uint32_t dirtyState() const { return node->DirtyState(); }
-  bool active() const { return node->active != 0; }
-  uint8_t* sharedRecord() const { return node->sharedRecord; }
-  TransformNode* transformNode() const { return node; }
+  uint32_t dirtyState() const { return links().DirtyState(); }
+  bool active() const { return links().active != 0; }
+  uint8_t* sharedRecord() const;
+
+  // This entity's place in the tree. For the batch and the root list.
+  TransformLinks& links() const { return tree->Links(handle); }
 
   // Makes `child` the last child. A child of this entity keeps its place; a child of another is
   // taken from there first.
@@ -134,7 +138,7 @@ class Entity {
   // Marks all descendants, passing over what is marked already with all below it.
   void MarkSubtreeDirty();
 
-  void SetActive(bool value) { node->active = value ? 1 : 0; }
+  void SetActive(bool value) { links().active = value ? 1 : 0; }
 
   // Raises localVersion of this entity and all descendants by 1.
   void BumpLocalVersion();
@@ -155,20 +159,21 @@ class Entity {
   void Clean();
 
  protected:
-  TransformNode* const node;
+  const TransformTree* const tree;
 
  private:
-  // Takes `child` out of this entity's list, and appends or inserts it.
+  Entity* EntityOrNull(uint32_t other) const {
+    return other == 0 ? nullptr : tree->EntityOf(other);
+  }
+
+  // Takes `child` out of this entity's list; puts it behind the last child, or ahead of `next`.
   void Unlink(Entity* child);
   void LinkLast(Entity* child);
   void LinkBefore(Entity* child, Entity* next);
 
-  // `worldMatrix` from the parent's and `localMatrix`, with all that follows from it.
-  void UpdateWorldMatrix();
-
   uint32_t childCount = 0;
-  Entity* lastChild = nullptr;
-  Entity* previousSibling = nullptr;
+  uint32_t lastChild = 0;        // handle, 0 for none
+  uint32_t previousSibling = 0;  // handle, 0 for none
 };
 
 }  // namespace nq::engine

@@ -10,17 +10,17 @@ namespace nq::engine {
 // An entity whose shared record is an Entity2DRecord. What is bound to it does not follow it.
 class Entity2D final : public Entity {
  public:
-  Entity2D(EntitySystem* system, TransformNode* node, uint32_t handle, uint8_t* sharedRecord)
-      : Entity(system, node, handle, sharedRecord, false) {}
+  using Entity::Entity;
 
-  void UpdateLocalMatrix() override { BuildLocalMatrix(node); }
-  void PublishWorldMatrix() override { PublishWorldMatrix(node); }
+  void UpdateLocalMatrix() override;
+  void PublishWorldMatrix() override;
 
-  Entity2DRecord* Record() const { return reinterpret_cast<Entity2DRecord*>(node->sharedRecord); }
+  Entity2DRecord* Record() const { return reinterpret_cast<Entity2DRecord*>(sharedRecord()); }
 
-  // The work of the virtual operations, for passes that know what they hold.
-  static void BuildLocalMatrix(TransformNode* node);
-  static void PublishWorldMatrix(TransformNode* node);
+  // The work of the virtual operations, for passes that know what they hold: `local` from the
+  // record, and `world` into it; 16 floats each.
+  static void BuildLocalMatrix(const uint8_t* sharedRecord, float* local);
+  static void PublishWorldMatrix(const float* world, uint8_t* sharedRecord);
 };
 
 }  // namespace nq::engine

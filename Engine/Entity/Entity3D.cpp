@@ -91,8 +91,16 @@ bool FollowsBone(const Entity* entity) {
 
 }  // namespace
 
-void Entity3D::BuildLocalMatrix(TransformNode* node) {
-  const Entity3DRecord* record = reinterpret_cast<const Entity3DRecord*>(node->sharedRecord);
+void Entity3D::UpdateLocalMatrix() {
+  BuildLocalMatrix(sharedRecord(), tree->Matrices(handle).local);
+}
+
+void Entity3D::PublishWorldMatrix() {
+  PublishWorldMatrix(tree->Matrices(handle).world, sharedRecord());
+}
+
+void Entity3D::BuildLocalMatrix(const uint8_t* sharedRecord, float* local) {
+  const Entity3DRecord* record = reinterpret_cast<const Entity3DRecord*>(sharedRecord);
   float r[9];
   if (record->rotationMode != 0) {
     QuaternionColumns(record->rotation, r);
@@ -103,15 +111,15 @@ void Entity3D::BuildLocalMatrix(TransformNode* node) {
   const float sy = record->scale[1];
   const float sz = record->scale[2];
   const float* p = record->position;
-  StoreLocalMatrix(node->localMatrix, _mm_setr_ps(sx * r[0], sx * r[1], sx * r[2], 0.0f),
+  StoreLocalMatrix(local, _mm_setr_ps(sx * r[0], sx * r[1], sx * r[2], 0.0f),
                    _mm_setr_ps(sy * r[3], sy * r[4], sy * r[5], 0.0f),
                    _mm_setr_ps(sz * r[6], sz * r[7], sz * r[8], 0.0f),
                    _mm_setr_ps(p[0], p[1], p[2], 1.0f));
 }
 
-void Entity3D::PublishWorldMatrix(TransformNode* node) {
-  std::memcpy(node->sharedRecord + offsetof(Entity3DRecord, worldMatrix), node->worldMatrix,
-              sizeof(node->worldMatrix));
+void Entity3D::PublishWorldMatrix(const float* world, uint8_t* sharedRecord) {
+  std::memcpy(sharedRecord + offsetof(Entity3DRecord, worldMatrix), world,
+              sizeof(Entity3DRecord::worldMatrix));
 }
 
 void Entity3D::UpdateBoundEntities() {
@@ -122,7 +130,7 @@ void Entity3D::UpdateBoundEntities() {
   if (!anyFollows) {
     return;
   }
-  const WorldTransformParts parts = Decompose(node->worldMatrix);
+  const WorldTransformParts parts = Decompose(worldMatrix());
   for (Entity* bound : boundEntities) {
     if (!FollowsBone(bound)) {
       continue;

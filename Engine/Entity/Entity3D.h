@@ -10,11 +10,10 @@ namespace nq::engine {
 // An entity whose shared record is an Entity3DRecord.
 class Entity3D final : public Entity {
  public:
-  Entity3D(EntitySystem* system, TransformNode* node, uint32_t handle, uint8_t* sharedRecord)
-      : Entity(system, node, handle, sharedRecord, true) {}
+  using Entity::Entity;
 
-  void UpdateLocalMatrix() override { BuildLocalMatrix(node); }
-  void PublishWorldMatrix() override { PublishWorldMatrix(node); }
+  void UpdateLocalMatrix() override;
+  void PublishWorldMatrix() override;
 
   // Writes this entity's world transform, taken apart into position, scale and rotation, into the
   // shared records of all active 3D entities that are bound to it, and lists them as dirty. A scale
@@ -22,11 +21,12 @@ class Entity3D final : public Entity {
   // failed. \n", and the bound entities get position 0, scale 1 and no rotation.
   void UpdateBoundEntities() override;
 
-  Entity3DRecord* Record() const { return reinterpret_cast<Entity3DRecord*>(node->sharedRecord); }
+  Entity3DRecord* Record() const { return reinterpret_cast<Entity3DRecord*>(sharedRecord()); }
 
-  // The work of the virtual operations, for passes that know what they hold.
-  static void BuildLocalMatrix(TransformNode* node);
-  static void PublishWorldMatrix(TransformNode* node);
+  // The work of the virtual operations, for passes that know what they hold: `local` from the
+  // record, and `world` into it; 16 floats each.
+  static void BuildLocalMatrix(const uint8_t* sharedRecord, float* local);
+  static void PublishWorldMatrix(const float* world, uint8_t* sharedRecord);
 };
 
 }  // namespace nq::engine

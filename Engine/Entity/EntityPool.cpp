@@ -12,47 +12,68 @@
 
 namespace nq::engine {
 
-void EntityPool::CreateEntities(EntitySystem* owningSystem, bool isThreeD, uint32_t entityCount) {
-  system = owningSystem;
-  count = entityCount;
-  threeD = isThreeD;
-  const size_t sharedStride = threeD ? sizeof(Entity3DRecord) : sizeof(Entity2DRecord);
-  uint8_t* shared = static_cast<uint8_t*>(Allocate(static_cast<uint32_t>(count * sharedStride)));
+namespace {
 
-  recordStride = threeD ? sizeof(Entity3D) : sizeof(Entity2D);
-  records = static_cast<uint8_t*>(AlignedAlloc(alignof(Entity3D), count * recordStride));
-  const uint32_t nodeBytes = count * static_cast<uint32_t>(sizeof(TransformNode));
-  void* nodeMemory = AlignedAlloc(alignof(TransformNode), nodeBytes);
+constexpr uint32_t kCacheLineBytes = 64;
+
+// A zeroed array for the entities of a batch.
+template <typename T>
+T* NewArray(uint32_t count) {
+  const uint32_t bytes = count * static_cast<uint32_t>(sizeof(T));
+  return static_cast<T*>(std::memset(AlignedAlloc(kCacheLineBytes, bytes), 0, bytes));
+}
+
+}  // namespace
+
+void EntityPool::CreateEntities(EntitySystem* owningSystem, bool isThreeD, uint32_t count) {
+  system = owningSystem;
+  threeD = isThreeD;
+  arrays.count = count;
+  arrays.sharedStride = threeD ? sizeof(Entity3DRecord) : sizeof(Entity2DRecord);
+  arrays.entityStride = threeD ? sizeof(Entity3D) : sizeof(Entity2D);
+  arrays.sharedRecords = static_cast<uint8_t*>(Allocate(count * arrays.sharedStride));
+  arrays.links = NewArray<TransformLinks>(count);
   // Matrices that nothing has computed yet read as zeros.
-  nodes = static_cast<TransformNode*>(std::memset(nodeMemory, 0, nodeBytes));
+  arrays.matrices = NewArray<TransformMatrices>(count);
+  arrays.localVersions = NewArray<LocalVersion>(count);
+  arrays.worldVersions = NewArray<uint32_t>(count);
+  arrays.entities =
+      static_cast<uint8_t*>(AlignedAlloc(alignof(Entity3D), count * arrays.entityStride));
+  system->Tree().Enter(handle, arrays);
 
   for (uint32_t i = 0; i < count; ++i) {
-    TransformNode* node = new (nodes + i) TransformNode();
-    uint8_t* record = records + static_cast<size_t>(i) * recordStride;
-    uint8_t* sharedRecord = shared + i * sharedStride;
+    TransformLinks* links = new (arrays.links + i) TransformLinks();
+    links->isThreeD = threeD ? 1 : 0;
+    links->active = 1;
+    links->SetDirtyState(kDirtySelf);
+    uint8_t* record = arrays.entities + static_cast<size_t>(i) * arrays.entityStride;
     if (threeD) {
-      new (record) Entity3D(system, node, handle | i, sharedRecord);
+      new (record) Entity3D(system, handle | i);
     } else {
-      new (record) Entity2D(system, node, handle | i, sharedRecord);
+      new (record) Entity2D(system, handle | i);
     }
   }
 }
 
 EntityPool::~EntityPool() {
-  if (count == 0) {
+  if (arrays.count == 0) {
     return;
   }
   system->Versions().Settle();
   bool anyRoot = false;
-  for (uint32_t i = 0; i < count; ++i) {
+  for (uint32_t i = 0; i < arrays.count; ++i) {
     table(i)->Clean();
-    anyRoot = anyRoot || nodes[i].isRoot != 0;
+    anyRoot = anyRoot || arrays.links[i].isRoot != 0;
   }
   if (anyRoot) {
     system->RemoveRootsOfBatch(handle);
   }
-  AlignedFree(records);
-  AlignedFree(nodes);
+  system->Tree().Leave(handle);
+  AlignedFree(arrays.entities);
+  AlignedFree(arrays.worldVersions);
+  AlignedFree(arrays.localVersions);
+  AlignedFree(arrays.matrices);
+  AlignedFree(arrays.links);
 }
 
 }  // namespace nq::engine

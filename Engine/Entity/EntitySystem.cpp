@@ -11,6 +11,7 @@ namespace nq::engine {
 
 EntitySystem::EntitySystem(EngineCore* core)
     : core(core),
+      versions(&tree),
       entityPools(core),
       dirtyEntitiesBlock(core->Runtime()->Allocate(kSharedListBytes)),
       entityCommandsBlock(core->Runtime()->Allocate(kSharedListBytes)),
@@ -36,18 +37,12 @@ NativeValueInfo EntitySystem::CreateEntities(bool is3D, uint32_t count) {
     return NativeValueInfo();
   }
   pool->CreateEntities(this, is3D, count);
-  liveEntityCount += count;
   return pool->Info();
 }
 
+// May release the core's last value, and end the core and this system with it.
 void EntitySystem::ReleaseEntities(uint32_t handle) {
-  const EntityPool* pool = entityPools.Find(handle);
-  if (pool != nullptr) {
-    liveEntityCount -= pool->Count();
-    // The last thing done here: this may be the core's last value, and end the core and this
-    // system.
-    entityPools.Release(handle);
-  }
+  entityPools.Release(handle);
 }
 
 void EntitySystem::SetEntityName(uint32_t handle, const std::string& name) {
@@ -58,7 +53,7 @@ void EntitySystem::SetEntityName(uint32_t handle, const std::string& name) {
 }
 
 bool EntitySystem::IsRoot(const Entity* entity) const {
-  return entity->transformNode()->isRoot != 0;
+  return entity->links().isRoot != 0;
 }
 
 void EntitySystem::RemoveRootsOfBatch(uint32_t key) {
@@ -69,7 +64,7 @@ void EntitySystem::RemoveRootsOfBatch(uint32_t key) {
 void EntitySystem::AddRoot(uint32_t handle) {
   Entity* entity = FindEntity(handle);
   if (entity != nullptr && entity->parent() == nullptr) {
-    entity->transformNode()->isRoot = 1;
+    entity->links().isRoot = 1;
     roots.push_back(entity);
   }
 }

@@ -13,6 +13,7 @@
 #include "Engine/Entity/DirtyEntityList.h"
 #include "Engine/Entity/EntityPool.h"
 #include "Engine/Entity/LocalVersions.h"
+#include "Engine/Entity/TransformTree.h"
 
 namespace nq::engine {
 
@@ -42,8 +43,7 @@ class EntitySystem {
 
   // The entity of `handle`, or null: no such batch, or a position past its end. Not owned.
   Entity* FindEntity(uint32_t handle) const {
-    const TransformNode* node = FindNode(handle);
-    return node == nullptr ? nullptr : node->entity;
+    return tree.Contains(handle) ? tree.EntityOf(handle) : nullptr;
   }
 
   void SetEntityName(uint32_t handle, const std::string& name);
@@ -103,21 +103,17 @@ class EntitySystem {
 
   LocalVersions& Versions() { return versions; }
 
-  // Entities in all batches: no path through the tree is longer, unless parents form a cycle.
-  size_t LiveEntityCount() const { return liveEntityCount; }
+  TransformTree& Tree() { return tree; }
 
-  // Ends the process with a report that names `entity`, which hangs on a parent cycle.
-  [[noreturn]] static void FailOnParentCycle(const Entity* entity);
+  // Ends the process with a report that names the entity of `handle`, which hangs on a parent
+  // cycle.
+  [[noreturn]] static void FailOnParentCycle(uint32_t handle);
 
   EngineCore* const core;  // not counted
 
  private:
-  TransformNode* FindNode(uint32_t handle) const {
-    const EntityPool* pool = entityPools.Find(handle);
-    const uint32_t index = HandleElement(handle);
-    return pool == nullptr || index >= pool->Count() ? nullptr : pool->Nodes() + index;
-  }
-
+  TransformTree tree;
+  LocalVersions versions;
   HandlerAllocator<EntityPool> entityPools;
   std::vector<Entity*> roots;
   DirtyEntityList dirtyEntities;  // with `dirtyLock`
@@ -125,8 +121,6 @@ class EntitySystem {
   MemoryBlock entityCommandsBlock;
   WorkerPool* const workerPool;  // the runtime's first pool; not owned
   const uint32_t workerCount;
-  LocalVersions versions;
-  size_t liveEntityCount = 0;
 };
 
 }  // namespace nq::engine

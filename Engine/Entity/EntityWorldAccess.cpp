@@ -18,8 +18,8 @@ Vector3 AccumulatedScale(const Entity* entity) {
   Vector3 product = {1.0f, 1.0f, 1.0f};
   size_t depth = 0;
   for (const Entity* link = entity; link != nullptr; link = link->parent()) {
-    if (depth++ > entity->system->LiveEntityCount()) {
-      EntitySystem::FailOnParentCycle(entity);
+    if (depth++ > entity->system->Tree().EntityCount()) {
+      EntitySystem::FailOnParentCycle(entity->handle);
     }
     Vector3 scale;
     std::memcpy(&scale, link->sharedRecord() + offsetof(Entity3DRecord, scale), sizeof(scale));

@@ -5,88 +5,91 @@ namespace nq::engine {
 
 namespace {
 
-// Marks of a climb, in `visiting`.
+// Marks of a climb, in TransformLinks::climbed.
 constexpr uint8_t kNotClimbed = 0;
 constexpr uint8_t kClimbedBefore = 1;
 constexpr uint8_t kClimbing = 2;
 
-// Parents may form a cycle, and a bump of a node on it reaches all that hangs on the cycle, each
-// node once. So the cycle's bumps are gathered on one node of it.
-void GatherCycle(TransformNode* onCycle) {
+}  // namespace
+
+// Parents may form a cycle, and a bump of an entity on it reaches all that hangs on the cycle, each
+// entity once. So the cycle's bumps are gathered on one entity of it.
+void LocalVersions::GatherCycle(uint32_t onCycle) {
   uint32_t sum = 0;
-  TransformNode* node = onCycle;
+  uint32_t handle = onCycle;
   do {
-    sum += node->pendingBumps;
-    node->pendingBumps = 0;
-    node = node->parent;
-  } while (node != onCycle);
-  onCycle->pendingBumps = sum;
+    LocalVersion& version = tree->Version(handle);
+    sum += version.pending;
+    version.pending = 0;
+    handle = tree->Links(handle).parent;
+  } while (handle != onCycle);
+  tree->Version(onCycle).pending = sum;
 }
 
-// The highest node at or above `from` that has bumps, or a node of the cycle that `from` hangs on.
-// Marks the nodes it climbs, so that all climbs of one pass together visit a node once: where an
+// The highest entity at or above `from` that has bumps, or one of the cycle that `from` hangs on.
+// Marks what it climbs, so that all climbs of one pass together visit an entity once: where an
 // earlier climb has passed and `from` is still unsettled, nothing is pending from there up.
-TransformNode* TopmostPending(TransformNode* from) {
-  TransformNode* top = from;
-  TransformNode* node = from;
-  while (node != nullptr && node->visiting == kNotClimbed) {
-    node->visiting = kClimbing;
-    if (node->pendingBumps != 0) {
-      top = node;
+uint32_t LocalVersions::TopmostPending(uint32_t from) {
+  uint32_t top = from;
+  uint32_t handle = from;
+  while (handle != 0 && tree->Links(handle).climbed == kNotClimbed) {
+    tree->Links(handle).climbed = kClimbing;
+    if (tree->Version(handle).pending != 0) {
+      top = handle;
     }
-    node = node->parent;
+    handle = tree->Links(handle).parent;
   }
-  if (node != nullptr && node->visiting == kClimbing) {
-    GatherCycle(node);
-    top = node;
+  if (handle != 0 && tree->Links(handle).climbed == kClimbing) {
+    GatherCycle(handle);
+    top = handle;
   }
-  for (node = from; node != nullptr && node->visiting == kClimbing; node = node->parent) {
-    node->visiting = kClimbedBefore;
+  for (handle = from; handle != 0 && tree->Links(handle).climbed == kClimbing;
+       handle = tree->Links(handle).parent) {
+    tree->Links(handle).climbed = kClimbedBefore;
   }
   return top;
 }
 
-// On a parent cycle the walk meets its own top again, as a child; the bumps end there.
-TransformNode* PassOver(TransformNode* node, const TransformNode* top) {
-  return node == top ? node->nextSibling : node;
-}
-
-// Adds to every node at or below `top` the bumps between it and `top`, and clears them. Walks by
-// the links alone: trees may be as deep as there are entities.
-void Spread(TransformNode* top) {
+// Adds to every entity at or below `top` the bumps between it and `top`, and clears them. Walks by
+// the links alone: trees may be as deep as there are entities. On a parent cycle the walk meets its
+// own top again, as a child, and passes over it.
+void LocalVersions::Spread(uint32_t top) {
+  const auto passOverTop = [this, top](uint32_t handle) {
+    return handle == top ? tree->Links(handle).nextSibling : handle;
+  };
   uint32_t bumps = 0;
-  TransformNode* node = top;
+  uint32_t handle = top;
   for (;;) {
-    bumps += node->pendingBumps;
-    node->localVersion += bumps;
-    TransformNode* next = PassOver(node->firstChild, top);
-    while (next == nullptr) {
-      bumps -= node->pendingBumps;
-      node->pendingBumps = 0;
-      if (node == top) {
+    LocalVersion& version = tree->Version(handle);
+    bumps += version.pending;
+    version.settled += bumps;
+    uint32_t next = passOverTop(tree->Links(handle).firstChild);
+    while (next == 0) {
+      LocalVersion& left = tree->Version(handle);
+      bumps -= left.pending;
+      left.pending = 0;
+      if (handle == top) {
         return;
       }
-      next = PassOver(node->nextSibling, top);
-      if (next == nullptr) {
-        node = node->parent;
+      next = passOverTop(tree->Links(handle).nextSibling);
+      if (next == 0) {
+        handle = tree->Links(handle).parent;
       }
     }
-    node = next;
+    handle = next;
   }
 }
 
-}  // namespace
-
 void LocalVersions::SpreadAll() {
-  for (TransformNode* node : pending) {
-    if (node->pendingBumps != 0) {
-      Spread(TopmostPending(node));
+  for (const uint32_t handle : pending) {
+    if (tree->Version(handle).pending != 0) {
+      Spread(TopmostPending(handle));
     }
   }
-  for (TransformNode* node : pending) {
-    for (TransformNode* climbed = node; climbed != nullptr && climbed->visiting != kNotClimbed;
-         climbed = climbed->parent) {
-      climbed->visiting = kNotClimbed;
+  for (const uint32_t handle : pending) {
+    for (uint32_t climbed = handle; climbed != 0 && tree->Links(climbed).climbed != kNotClimbed;
+         climbed = tree->Links(climbed).parent) {
+      tree->Links(climbed).climbed = kNotClimbed;
     }
   }
   pending.clear();

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "Engine/Entity/TransformNode.h"
+#include "Engine/Entity/TransformTree.h"
 
 namespace nq::engine {
 
@@ -17,21 +17,23 @@ namespace nq::engine {
 // Script thread only.
 class LocalVersions {
  public:
-  // Raises the version of `node` and of all below it by 1.
-  void Bump(TransformNode* node) {
-    if (node->pendingBumps++ == 0) {
-      pending.push_back(node);
+  explicit LocalVersions(const TransformTree* tree) : tree(tree) {}
+
+  // Raises the version of `handle`'s entity and of all below it by 1.
+  void Bump(uint32_t handle) {
+    if (tree->Version(handle).pending++ == 0) {
+      pending.push_back(handle);
     }
   }
 
-  // The version of `node`.
-  uint32_t Version(const TransformNode* node) {
+  // The version of `handle`'s entity.
+  uint32_t Version(uint32_t handle) {
     Settle();
-    return node->localVersion;
+    return tree->Version(handle).settled;
   }
 
-  // Spreads all bumps. Must be called before a link changes or a node goes, since a bump is meant
-  // for the tree as it was.
+  // Spreads all bumps. Must be called before a link changes or an entity goes, since a bump is
+  // meant for the tree as it was.
   void Settle() {
     if (!pending.empty()) {
       SpreadAll();
@@ -40,8 +42,12 @@ class LocalVersions {
 
  private:
   void SpreadAll();
+  void GatherCycle(uint32_t onCycle);
+  uint32_t TopmostPending(uint32_t from);
+  void Spread(uint32_t top);
 
-  std::vector<TransformNode*> pending;  // nodes with pendingBumps, each once
+  const TransformTree* const tree;
+  std::vector<uint32_t> pending;  // handles of entities with pending bumps, each once
 };
 
 }  // namespace nq::engine

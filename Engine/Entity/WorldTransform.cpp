@@ -3,6 +3,7 @@
 // Trees may be as deep as there are entities, so every walk goes by links and a count of levels,
 // never by recursion. Children are visited in list order, ahead of their parents' siblings: that
 // order is the order in which bound entities enter the dirty list.
+#include <cstddef>
 #include <cstring>
 #include <vector>
 
@@ -19,123 +20,132 @@ namespace nq::engine {
 
 namespace {
 
-void BuildLocalMatrix(TransformNode* node) {
-  if (node->isThreeD != 0) {
-    Entity3D::BuildLocalMatrix(node);
+// Entries of the dirty list that are fetched ahead of their use: records, links and matrices of a
+// large scene lie in memory that no cache holds, and a list names them in any order.
+constexpr uint32_t kPrefetchEntries = 12;
+
+void BuildLocalMatrix(const TransformBatch& batch, uint32_t index) {
+  if (batch.links[index].isThreeD != 0) {
+    Entity3D::BuildLocalMatrix(batch.SharedRecord(index), batch.matrices[index].local);
   } else {
-    Entity2D::BuildLocalMatrix(node);
+    Entity2D::BuildLocalMatrix(batch.SharedRecord(index), batch.matrices[index].local);
   }
 }
 
-void ComputeWorldMatrix(TransformNode* node) {
-  if (node->parent != nullptr) {
-    multiplyMatrix4(node->parent->worldMatrix, node->localMatrix, node->worldMatrix);
+void ComputeWorldMatrix(const TransformTree& tree, uint32_t handle) {
+  const TransformBatch& batch = tree.Batch(handle);
+  const uint32_t index = HandleElement(handle);
+  const TransformLinks& links = batch.links[index];
+  TransformMatrices& matrices = batch.matrices[index];
+  if (links.parent != 0) {
+    multiplyMatrix4(tree.Matrices(links.parent).world, matrices.local, matrices.world);
   } else {
-    std::memcpy(node->worldMatrix, node->localMatrix, sizeof(node->worldMatrix));
+    std::memcpy(matrices.world, matrices.local, sizeof(matrices.world));
   }
-  ++node->worldVersion;
-  if (node->isThreeD != 0) {
-    Entity3D::PublishWorldMatrix(node);
+  ++batch.worldVersions[index];
+  if (links.isThreeD != 0) {
+    Entity3D::PublishWorldMatrix(matrices.world, batch.SharedRecord(index));
   } else {
-    Entity2D::PublishWorldMatrix(node);
+    Entity2D::PublishWorldMatrix(matrices.world, batch.SharedRecord(index));
   }
-  if (node->hasBoundEntities != 0) {
-    node->entity->UpdateBoundEntities();
+  if (links.hasBoundEntities != 0) {
+    tree.EntityOf(handle)->UpdateBoundEntities();
   }
 }
 
-// Walks `top` and all below it in preorder. `visit` returns whether to go on to the node's
-// children. A walk deeper than there are entities runs around a parent cycle.
+// Walks `top` and all below it in preorder. `visit` returns whether to go on to the children. A
+// walk deeper than there are entities runs around a parent cycle.
 template <typename Visit>
-void WalkSubtree(TransformNode* top, const EntitySystem* system, Visit visit) {
-  const size_t maxDepth = system->LiveEntityCount();
+void WalkSubtree(const TransformTree& tree, uint32_t top, Visit visit) {
+  const size_t maxDepth = tree.EntityCount();
   size_t depth = 0;
-  TransformNode* node = top;
+  uint32_t handle = top;
   for (;;) {
-    if (visit(node) && node->firstChild != nullptr) {
-      node = node->firstChild;
+    const TransformLinks* links = &tree.Links(handle);
+    if (visit(handle, links) && links->firstChild != 0) {
+      handle = links->firstChild;
       if (++depth > maxDepth) {
-        EntitySystem::FailOnParentCycle(node->entity);
+        EntitySystem::FailOnParentCycle(handle);
       }
       continue;
     }
-    while (depth != 0 && node->nextSibling == nullptr) {
-      node = node->parent;
+    while (depth != 0 && links->nextSibling == 0) {
+      handle = links->parent;
+      links = &tree.Links(handle);
       --depth;
     }
     if (depth == 0) {
       return;
     }
-    node = node->nextSibling;
+    handle = links->nextSibling;
   }
 }
 
-void UpdateWorldSubtreeOf(TransformNode* top, const EntitySystem* system) {
-  WalkSubtree(top, system, [](TransformNode* node) {
-    if (node->active == 0) {
+void UpdateWorldSubtreeOf(const TransformTree& tree, uint32_t top) {
+  WalkSubtree(tree, top, [&tree](uint32_t handle, const TransformLinks* links) {
+    if (links->active == 0) {
       return false;
     }
-    node->SetDirtyState(kDirtyClean);
-    ComputeWorldMatrix(node);
+    tree.Links(handle).SetDirtyState(kDirtyClean);
+    ComputeWorldMatrix(tree, handle);
     return true;
   });
 }
 
-void UpdateTreeOf(TransformNode* top, const EntitySystem* system) {
-  WalkSubtree(top, system, [system](TransformNode* node) {
-    const uint32_t state = node->DirtyState();
-    if (state == kDirtyClean || node->active == 0) {
+void UpdateTreeOf(const TransformTree& tree, uint32_t top) {
+  WalkSubtree(tree, top, [&tree](uint32_t handle, const TransformLinks* links) {
+    const uint8_t state = links->DirtyState();
+    if (state == kDirtyClean || links->active == 0) {
       return false;
     }
     if (state == kDirtySelf) {
-      UpdateWorldSubtreeOf(node, system);
+      UpdateWorldSubtreeOf(tree, handle);
       return false;
     }
-    node->SetDirtyState(kDirtyClean);
+    tree.Links(handle).SetDirtyState(kDirtyClean);
     return true;
   });
 }
 
 }  // namespace
 
-void EntitySystem::FailOnParentCycle(const Entity* entity) {
-  NQ_LOG("[NQ_FATAL][Engine]: ", "Parent cycle detected, entity: %d\n",
-         static_cast<int>(entity->handle));
+void EntitySystem::FailOnParentCycle(uint32_t handle) {
+  NQ_LOG("[NQ_FATAL][Engine]: ", "Parent cycle detected, entity: %d\n", static_cast<int>(handle));
   FailAssertion("0", "Engine/Entity/EntitySystem", __LINE__);
 }
 
 void Entity::UpdateTree() {
-  UpdateTreeOf(node, system);
+  UpdateTreeOf(*tree, handle);
 }
 
 void Entity::UpdateWorldSubtree() {
-  UpdateWorldSubtreeOf(node, system);
+  UpdateWorldSubtreeOf(*tree, handle);
 }
 
 void Entity::RefreshChain() {
-  if (node->active == 0 || node->DirtyState() != kDirtySelf) {
+  if (!active() || dirtyState() != kDirtySelf) {
     return;
   }
-  std::vector<TransformNode*> chain = {node};
-  for (TransformNode* ancestor = node->parent; ancestor != nullptr; ancestor = ancestor->parent) {
-    if (ancestor->active == 0) {
+  std::vector<Entity*> chain = {this};
+  for (Entity* ancestor = parent(); ancestor != nullptr; ancestor = ancestor->parent()) {
+    if (!ancestor->active()) {
       return;
     }
-    if (ancestor->DirtyState() != kDirtySelf) {
+    if (ancestor->dirtyState() != kDirtySelf) {
       break;
     }
     chain.push_back(ancestor);
-    if (chain.size() > system->LiveEntityCount()) {
-      EntitySystem::FailOnParentCycle(this);
+    if (chain.size() > tree->EntityCount()) {
+      EntitySystem::FailOnParentCycle(handle);
     }
   }
   while (!chain.empty()) {
-    TransformNode* next = chain.back();
+    Entity* next = chain.back();
     chain.pop_back();
-    BuildLocalMatrix(next);
+    next->UpdateLocalMatrix();
     // Children are not touched here and are still to be visited by the next world pass.
-    next->SetDirtyState(kDirtyBelow);
-    ComputeWorldMatrix(next);
+    next->links().SetDirtyState(kDirtyBelow);
+    ComputeWorldMatrix(*tree, next->handle);
   }
 }
 
@@ -145,7 +155,7 @@ void EntitySystem::RefreshWorldTransform() {
   MarkDirtyEntities(false);
   dirtyEntities.Clear();
   for (Entity* root : roots) {
-    root->UpdateTree();
+    UpdateTreeOf(tree, root->handle);
   }
 }
 
@@ -180,18 +190,29 @@ void EntitySystem::SyncLocalTransform() {
     SyncDirtyRange(0, n);
   }
   for (uint32_t i = 1; i <= n; ++i) {
-    TransformNode* node = FindNode(dirtyEntities.Entry(i));
-    if (node != nullptr) {
-      versions.Bump(node);
+    const uint32_t handle = dirtyEntities.Entry(i);
+    if (tree.Contains(handle)) {
+      versions.Bump(handle);
     }
   }
 }
 
 void EntitySystem::SyncDirtyRange(uint32_t start, uint32_t count) {
-  for (uint32_t i = start + 1; i <= start + count; ++i) {
-    TransformNode* node = FindNode(dirtyEntities.Entry(i));
-    if (node != nullptr) {
-      BuildLocalMatrix(node);
+  const uint32_t last = start + count;
+  for (uint32_t i = start + 1; i <= last; ++i) {
+    if (i + kPrefetchEntries <= last) {
+      const uint32_t ahead = dirtyEntities.Entry(i + kPrefetchEntries);
+      if (tree.Contains(ahead)) {
+        const TransformBatch& batch = tree.Batch(ahead);
+        const uint32_t index = HandleElement(ahead);
+        __builtin_prefetch(batch.matrices[index].local, 1);
+        __builtin_prefetch(batch.SharedRecord(index));
+        __builtin_prefetch(batch.SharedRecord(index) + offsetof(Entity3DRecord, worldMatrix) - 1);
+      }
+    }
+    const uint32_t handle = dirtyEntities.Entry(i);
+    if (tree.Contains(handle)) {
+      BuildLocalMatrix(tree.Batch(handle), HandleElement(handle));
     }
   }
 }
@@ -199,9 +220,12 @@ void EntitySystem::SyncDirtyRange(uint32_t start, uint32_t count) {
 void EntitySystem::MarkDirtyEntities(bool deep) {
   const uint32_t n = dirtyEntities.Count();
   for (uint32_t i = 1; i <= n; ++i) {
-    TransformNode* node = FindNode(dirtyEntities.Entry(i));
-    if (node != nullptr) {
-      node->entity->PropagateMarkDirty(deep);
+    const uint32_t handle = dirtyEntities.Entry(i);
+    if (tree.Contains(handle)) {
+      tree.MarkDirty(handle);
+      if (deep) {
+        tree.EntityOf(handle)->MarkSubtreeDirty();
+      }
     }
   }
 }
