@@ -117,11 +117,6 @@ void Entity3D::BuildLocalMatrix(const uint8_t* sharedRecord, float* local) {
                    _mm_setr_ps(p[0], p[1], p[2], 1.0f));
 }
 
-void Entity3D::PublishWorldMatrix(const float* world, uint8_t* sharedRecord) {
-  std::memcpy(sharedRecord + offsetof(Entity3DRecord, worldMatrix), world,
-              sizeof(Entity3DRecord::worldMatrix));
-}
-
 void Entity3D::UpdateBoundEntities() {
   bool anyFollows = false;
   for (const Entity* bound : boundEntities) {

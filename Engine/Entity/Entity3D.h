@@ -2,6 +2,10 @@
 #ifndef NQ_ENGINE_ENTITY_ENTITY3D_H_
 #define NQ_ENGINE_ENTITY_ENTITY3D_H_
 
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
 #include "Engine/Entity/Entity.h"
 #include "Engine/Entity/EntityRecord.h"
 
@@ -26,7 +30,10 @@ class Entity3D final : public Entity {
   // The work of the virtual operations, for passes that know what they hold: `local` from the
   // record, and `world` into it; 16 floats each.
   static void BuildLocalMatrix(const uint8_t* sharedRecord, float* local);
-  static void PublishWorldMatrix(const float* world, uint8_t* sharedRecord);
+  static void PublishWorldMatrix(const float* world, uint8_t* sharedRecord) {
+    std::memcpy(sharedRecord + offsetof(Entity3DRecord, worldMatrix), world,
+                sizeof(Entity3DRecord::worldMatrix));
+  }
 };
 
 }  // namespace nq::engine

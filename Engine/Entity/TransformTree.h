@@ -109,6 +109,9 @@ class TransformTree {
     return slot < batches.size() && HandleElement(handle) < batches[slot].count;
   }
 
+  // The batches by slot. Valid until a batch enters.
+  const TransformBatch* Table() const { return batches.data(); }
+
   // The rest is for handles that name an entity.
   const TransformBatch& Batch(uint32_t handle) const { return batches[HandleSlot(handle)]; }
   TransformLinks& Links(uint32_t handle) const {

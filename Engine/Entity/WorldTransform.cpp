@@ -32,37 +32,42 @@ void BuildLocalMatrix(const TransformBatch& batch, uint32_t index) {
   }
 }
 
-void ComputeWorldMatrix(const TransformTree& tree, uint32_t handle) {
-  const TransformBatch& batch = tree.Batch(handle);
+// Computes one world matrix and all that follows from it. `batches` is the tree's table.
+inline void ComputeWorldMatrix(const TransformBatch* batches, uint32_t handle) {
+  const TransformBatch& batch = batches[HandleSlot(handle)];
   const uint32_t index = HandleElement(handle);
   const TransformLinks& links = batch.links[index];
   TransformMatrices& matrices = batch.matrices[index];
   if (links.parent != 0) {
-    multiplyMatrix4(tree.Matrices(links.parent).world, matrices.local, matrices.world);
+    const TransformBatch& parentBatch = batches[HandleSlot(links.parent)];
+    multiplyMatrix4(parentBatch.matrices[HandleElement(links.parent)].world, matrices.local,
+                    matrices.world);
   } else {
     std::memcpy(matrices.world, matrices.local, sizeof(matrices.world));
   }
   ++batch.worldVersions[index];
+  uint8_t* record = batch.SharedRecord(index);
   if (links.isThreeD != 0) {
-    Entity3D::PublishWorldMatrix(matrices.world, batch.SharedRecord(index));
+    Entity3D::PublishWorldMatrix(matrices.world, record);
   } else {
-    Entity2D::PublishWorldMatrix(matrices.world, batch.SharedRecord(index));
+    Entity2D::PublishWorldMatrix(matrices.world, record);
   }
   if (links.hasBoundEntities != 0) {
-    tree.EntityOf(handle)->UpdateBoundEntities();
+    batch.EntityAt(index)->UpdateBoundEntities();
   }
 }
 
 // Walks `top` and all below it in preorder. `visit` returns whether to go on to the children. A
 // walk deeper than there are entities runs around a parent cycle.
 template <typename Visit>
-void WalkSubtree(const TransformTree& tree, uint32_t top, Visit visit) {
+inline void WalkSubtree(const TransformTree& tree, uint32_t top, Visit visit) {
+  const TransformBatch* const batches = tree.Table();
   const size_t maxDepth = tree.EntityCount();
   size_t depth = 0;
   uint32_t handle = top;
   for (;;) {
-    const TransformLinks* links = &tree.Links(handle);
-    if (visit(handle, links) && links->firstChild != 0) {
+    TransformLinks* links = &batches[HandleSlot(handle)].links[HandleElement(handle)];
+    if (visit(batches, handle, links) && links->firstChild != 0) {
       handle = links->firstChild;
       if (++depth > maxDepth) {
         EntitySystem::FailOnParentCycle(handle);
@@ -71,7 +76,7 @@ void WalkSubtree(const TransformTree& tree, uint32_t top, Visit visit) {
     }
     while (depth != 0 && links->nextSibling == 0) {
       handle = links->parent;
-      links = &tree.Links(handle);
+      links = &batches[HandleSlot(handle)].links[HandleElement(handle)];
       --depth;
     }
     if (depth == 0) {
@@ -82,18 +87,18 @@ void WalkSubtree(const TransformTree& tree, uint32_t top, Visit visit) {
 }
 
 void UpdateWorldSubtreeOf(const TransformTree& tree, uint32_t top) {
-  WalkSubtree(tree, top, [&tree](uint32_t handle, const TransformLinks* links) {
+  WalkSubtree(tree, top, [](const TransformBatch* batches, uint32_t handle, TransformLinks* links) {
     if (links->active == 0) {
       return false;
     }
-    tree.Links(handle).SetDirtyState(kDirtyClean);
-    ComputeWorldMatrix(tree, handle);
+    links->SetDirtyState(kDirtyClean);
+    ComputeWorldMatrix(batches, handle);
     return true;
   });
 }
 
 void UpdateTreeOf(const TransformTree& tree, uint32_t top) {
-  WalkSubtree(tree, top, [&tree](uint32_t handle, const TransformLinks* links) {
+  WalkSubtree(tree, top, [&tree](const TransformBatch*, uint32_t handle, TransformLinks* links) {
     const uint8_t state = links->DirtyState();
     if (state == kDirtyClean || links->active == 0) {
       return false;
@@ -102,7 +107,7 @@ void UpdateTreeOf(const TransformTree& tree, uint32_t top) {
       UpdateWorldSubtreeOf(tree, handle);
       return false;
     }
-    tree.Links(handle).SetDirtyState(kDirtyClean);
+    links->SetDirtyState(kDirtyClean);
     return true;
   });
 }
@@ -145,7 +150,7 @@ void Entity::RefreshChain() {
     next->UpdateLocalMatrix();
     // Children are not touched here and are still to be visited by the next world pass.
     next->links().SetDirtyState(kDirtyBelow);
-    ComputeWorldMatrix(*tree, next->handle);
+    ComputeWorldMatrix(tree->Table(), next->handle);
   }
 }
 
