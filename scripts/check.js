@@ -1,0 +1,117 @@
+'use strict';
+// npm run check: the slower checks, all of them or those that are named (`npm run check -- layering`).
+const { setup } = require('./setup');
+const { build, folders, host, modulePath, test } = require('./lib/build');
+const { findLayeringViolations } = require('./lib/layers');
+const { eachAtOnce, fail, output, quietStatus, status } = require('./lib/run');
+const { nativeSources, nodeModule, prettierArguments } = require('./lib/sources');
+
+// The suites that run code on several threads, or check that it gives the same bytes.
+const threadedSuites = 'WorkerPool|WorldTransform|EntitySystem|DirtyEntityList|[Bb]atch|transform';
+
+const exportedSymbols = ['_register_nq_logic_', 'node_register_module_v72'];
+
+// Each answers whether it found nothing, some later. `needs` names what setup brings for it.
+const checks = {
+  layering: {
+    needs: [],
+    run() {
+      const violations = findLayeringViolations();
+      violations.forEach((violation) => console.error(violation));
+      return violations.length === 0;
+    },
+  },
+
+  format: {
+    needs: ['build', 'check'],
+    run() {
+      const native = status('clang-format', ['--dry-run', '-Werror', ...nativeSources()]) === 0;
+      const script = status(host, prettierArguments('--check')) === 0;
+      return native && script;
+    },
+  },
+
+  eslint: {
+    needs: ['build'],
+    run: () =>
+      status(host, [nodeModule('eslint/bin/eslint.js'), '--max-warnings=0', '--ext=.js', '.']) ===
+      0,
+  },
+
+  // Exactly the two entries of the module are visible.
+  symbols: {
+    needs: ['build'],
+    run() {
+      build('release', {}, ['nq_logic']);
+      const table = output('nm', ['-D', '--defined-only', '--format=posix', modulePath]);
+      if (table === null) {
+        return false;
+      }
+      const names = table
+        .split('\n')
+        .filter((line) => line !== '')
+        .map((line) => line.split(' ')[0])
+        .sort();
+      const good = names.join() === exportedSymbols.join();
+      if (!good) {
+        console.error(`exported: ${names.join(' ')}; expected: ${exportedSymbols.join(' ')}`);
+      }
+      return good;
+    },
+  },
+
+  // A second compiler, its analysis of locks, and the same results from its code.
+  clang: {
+    needs: ['build', 'test', 'check'],
+    run() {
+      build('clang', { NQ_BUILD_TESTS: 'ON' });
+      return test('clang');
+    },
+  },
+
+  tidy: {
+    needs: ['build', 'test', 'check'],
+    async run() {
+      build('clang', { NQ_BUILD_TESTS: 'ON' }, ['nq_logic']);
+      const files = nativeSources().filter((file) =>
+        /^(Common\/|Engine\/|BindingTemp\/|nq_logic).*\.cpp$/.test(file)
+      );
+      const args = ['--quiet', '-p', folders.clang, '--warnings-as-errors=*'];
+      return eachAtOnce(files, (file) => quietStatus('clang-tidy', [...args, file]));
+    },
+  },
+
+  // The threaded suites under the thread sanitizer.
+  tsan: {
+    needs: ['build', 'test'],
+    run() {
+      build('tsan', { NQ_BUILD_TESTS: 'ON' });
+      return test('tsan', ['-R', threadedSuites]);
+    },
+  },
+};
+
+const known = Object.keys(checks);
+const wanted = process.argv.length > 2 ? process.argv.slice(2) : known;
+for (const name of wanted) {
+  if (!known.includes(name)) {
+    fail(`there is no check named ${name}; there are: ${known.join(', ')}.`, 2);
+  }
+}
+setup(...new Set([].concat(...wanted.map((name) => checks[name].needs))));
+
+async function main() {
+  const failed = [];
+  for (const name of wanted) {
+    console.log(`== check ${name}`);
+    if (!(await checks[name].run())) {
+      failed.push(name);
+    }
+  }
+  if (failed.length > 0) {
+    fail(`checks failed: ${failed.join(', ')} (again: npm run check -- ${failed.join(' ')}).`);
+  }
+  console.log(`== checks passed: ${wanted.join(', ')}`);
+}
+
+main().catch((error) => fail(error.stack));

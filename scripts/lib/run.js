@@ -1,0 +1,165 @@
+'use strict';
+// What all scripts share: paths, the environment of children, running a program, failing.
+const childProcess = require('child_process');
+const fs = require('fs');
+const os = require('os');
+const path = require('path');
+
+/** Folder of the checkout. */
+const root = path.resolve(__dirname, '..', '..');
+
+/** Programs that a build runs at once. */
+const jobs = String(Math.max(1, os.cpus().length));
+
+// npm hands its settings to scripts. Those that say how to reach packages stay; the others (a
+// `nodedir` of a newer Node, `omit`, `production`...) would steer the tools that are run from here.
+const keptSettings =
+  /^npm_config_(registry|cafile|ca|proxy|https_proxy|noproxy|cache|userconfig|globalconfig)$/i;
+
+/**
+ * The environment for a child.
+ * @param {Object<string, string>} [extra] variables to add
+ * @returns {Object<string, string>}
+ */
+function environment(extra) {
+  const result = {};
+  for (const name of Object.keys(process.env)) {
+    if (!/^npm_config_/i.test(name) || keptSettings.test(name)) {
+      result[name] = process.env[name];
+    }
+  }
+  return Object.assign(result, extra);
+}
+
+/**
+ * Prints one line and ends the script.
+ * @param {string} message
+ * @param {number} [code] exit code
+ */
+function fail(message, code = 1) {
+  console.error(`nq_logic: ${message}`);
+  process.exit(code);
+}
+
+/**
+ * Runs a program in the checkout, its output shown, and returns its exit code; 127 if it is absent.
+ * @param {string} program
+ * @param {string[]} args
+ * @param {Object<string, string>} [extra] variables to add to its environment
+ * @returns {number}
+ */
+function status(program, args, extra) {
+  const result = childProcess.spawnSync(program, args, {
+    cwd: root,
+    env: environment(extra),
+    stdio: 'inherit',
+  });
+  if (result.error) {
+    console.error(`nq_logic: ${program}: ${result.error.message}`);
+    return 127;
+  }
+  if (result.signal) {
+    console.error(`nq_logic: ${program} ended by ${result.signal}`);
+    return 128;
+  }
+  return result.status;
+}
+
+/**
+ * Runs a program as `status` does; ends the script if it fails.
+ * @param {string} step what is done, for the message
+ * @param {string} program
+ * @param {string[]} args
+ * @param {Object<string, string>} [extra]
+ */
+function run(step, program, args, extra) {
+  console.log(`== ${step}`);
+  const code = status(program, args, extra);
+  if (code !== 0) {
+    fail(`${step} failed (exit code ${code}).`);
+  }
+}
+
+/**
+ * Runs a program silently and returns its standard output, or null if it is absent or fails.
+ * @param {string} program
+ * @param {string[]} args
+ * @returns {?string}
+ */
+function output(program, args) {
+  const result = childProcess.spawnSync(program, args, {
+    cwd: root,
+    env: environment(),
+    encoding: 'utf8',
+    maxBuffer: 1 << 28,
+  });
+  return result.status === 0 ? result.stdout : null;
+}
+
+/**
+ * Runs a program without waiting, and shows its output when it has ended, if it failed.
+ * @param {string} program
+ * @param {string[]} args
+ * @returns {Promise<boolean>} whether it succeeded
+ */
+function quietStatus(program, args) {
+  return new Promise((resolve) => {
+    const options = { cwd: root, env: environment(), maxBuffer: 1 << 28 };
+    childProcess.execFile(program, args, options, (error, stdout, stderr) => {
+      if (error) {
+        console.error(`${stdout}${stderr}nq_logic: ${program} failed on ${args[args.length - 1]}`);
+      }
+      resolve(!error);
+    });
+  });
+}
+
+/**
+ * Does something for each item, as many at once as there are processors.
+ * @template T
+ * @param {T[]} items
+ * @param {function(T): Promise<boolean>} action
+ * @returns {Promise<boolean>} whether all succeeded
+ */
+async function eachAtOnce(items, action) {
+  const waiting = items.slice();
+  let good = true;
+  const work = async () => {
+    while (waiting.length > 0) {
+      good = (await action(waiting.shift())) && good;
+    }
+  };
+  await Promise.all(Array.from({ length: Number(jobs) }, work));
+  return good;
+}
+
+/**
+ * Path of a program on PATH, or null.
+ * @param {string} name
+ * @returns {?string}
+ */
+function which(name) {
+  for (const folder of (process.env.PATH || '').split(path.delimiter)) {
+    const file = path.join(folder, name);
+    try {
+      fs.accessSync(file, fs.constants.X_OK);
+      return file;
+    } catch (error) {
+      // Not here.
+    }
+  }
+  return null;
+}
+
+module.exports = {
+  root,
+  jobs,
+  environment,
+  fail,
+  status,
+  quietStatus,
+  eachAtOnce,
+  run,
+  output,
+  which,
+};

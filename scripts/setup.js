@@ -1,0 +1,106 @@
+'use strict';
+// Brings what a script needs: Debian packages that are missing, and the npm packages of the lock file.
+const fs = require('fs');
+const path = require('path');
+const { root, fail, output, run, which } = require('./lib/run');
+
+const program = (name) => () => which(name) !== null;
+const header = (name) => () =>
+  ['/usr/include', '/usr/local/include'].some((folder) => fs.existsSync(path.join(folder, name)));
+
+// Debian package, and how to tell that what it gives is there, from wherever it came.
+const packages = {
+  build: [
+    ['g++', program('g++')],
+    ['cmake', program('cmake')],
+    ['ninja-build', program('ninja')],
+  ],
+  test: [
+    ['libgtest-dev', header('gtest/gtest.h')],
+    ['libgmock-dev', header('gmock/gmock.h')],
+  ],
+  bench: [['libbenchmark-dev', header('benchmark/benchmark.h')]],
+  check: [
+    ['clang', program('clang++')],
+    ['clang-tidy', program('clang-tidy')],
+    ['clang-format', program('clang-format')],
+  ],
+};
+
+function installPackages(kinds) {
+  const entries = kinds.reduce((all, kind) => all.concat(packages[kind]), []);
+  const missing = () => entries.filter(([, isThere]) => !isThere()).map(([name]) => name);
+  const names = missing();
+  if (names.length === 0) {
+    return;
+  }
+  const install = ['install', '-y', '--no-install-recommends', ...names];
+  const isRoot = process.getuid() === 0;
+  const canInstall =
+    which('apt-get') !== null &&
+    (isRoot || (which('sudo') && output('sudo', ['-n', 'true']) !== null));
+  if (!canInstall) {
+    const sudo = isRoot ? '' : 'sudo ';
+    fail(`missing packages. Run: ${sudo}apt-get update && ${sudo}apt-get ${install.join(' ')}`, 2);
+  }
+  const environment = { DEBIAN_FRONTEND: 'noninteractive' };
+  const apt = (step, args) =>
+    isRoot
+      ? run(step, 'apt-get', args, environment)
+      : run(step, 'sudo', ['-n', 'DEBIAN_FRONTEND=noninteractive', 'apt-get', ...args]);
+  apt('update the package list', ['update', '-q']);
+  apt(`install ${names.join(' ')}`, install);
+  if (missing().length > 0) {
+    fail(`still missing after the installation: ${missing().join(' ')}.`, 2);
+  }
+}
+
+function installModules() {
+  const time = (file) => {
+    try {
+      return fs.statSync(path.join(root, file)).mtimeMs;
+    } catch (error) {
+      return -1;
+    }
+  };
+  const installed = time('node_modules/.package-lock.json');
+  if (installed >= 0 && installed >= time('package-lock.json')) {
+    return;
+  }
+  // The npm that runs this script, else the one on PATH.
+  const npm = process.env.npm_execpath;
+  const [command, first] = npm && /\.c?js$/.test(npm) ? [process.execPath, [npm]] : ['npm', []];
+  run('npm ci', command, [
+    ...first,
+    'ci',
+    '--include=dev',
+    '--ignore-scripts',
+    '--no-audit',
+    '--no-fund',
+    '--engine-strict=false',
+    '--loglevel=error',
+  ]);
+}
+
+/**
+ * Makes everything ready for the given kinds of work.
+ * @param {...string} kinds any of build, test, bench, check
+ */
+function setup(...kinds) {
+  if (process.platform !== 'linux' || process.arch !== 'x64') {
+    fail(`only Linux on x86-64 is supported, not ${process.platform} on ${process.arch}.`, 2);
+  }
+  installPackages(kinds);
+  installModules();
+}
+
+module.exports = { setup };
+
+if (require.main === module) {
+  const kinds = process.argv.slice(2);
+  const unknown = kinds.filter((kind) => !(kind in packages));
+  if (unknown.length > 0) {
+    fail(`unknown kind ${unknown[0]}; known: ${Object.keys(packages).join(', ')}.`, 2);
+  }
+  setup(...(kinds.length > 0 ? kinds : Object.keys(packages)));
+}
