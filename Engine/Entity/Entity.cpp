@@ -127,13 +127,15 @@ void Entity::BindToBone(Entity* bone) {
   UnbindFromBone();
   // Kept on purpose: only bindings are followed, so a cycle that closes through a parent link is
   // not seen, and a refused binding leaves the entity without its old one.
-  for (const Entity* link = bone; link != nullptr; link = link->boundTo) {
+  const Entity* link = bone;
+  do {
     if (link == this) {
       NQ_LOG("[NQ_WARN][Engine]: ", "Cycle Binding Detected, bind: %d to bone: %d\n",
              static_cast<int>(handle), static_cast<int>(bone->handle));
       return;
     }
-  }
+    link = link->boundTo;
+  } while (link != nullptr);
   boundTo = bone;
   std::vector<Entity*>& bound = bone->boundEntities;
   bound.insert(std::lower_bound(bound.begin(), bound.end(), this, std::less<>()), this);

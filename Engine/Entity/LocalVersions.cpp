@@ -12,6 +12,16 @@ constexpr uint8_t kClimbing = 2;
 
 }  // namespace
 
+// Counts the noted bumps on their entities.
+void LocalVersions::Gather() {
+  for (const uint32_t handle : noted) {
+    if (tree->Version(handle).pending++ == 0) {
+      pending.push_back(handle);
+    }
+  }
+  noted.clear();
+}
+
 // Parents may form a cycle, and a bump of an entity on it reaches all that hangs on the cycle, each
 // entity once. So the cycle's bumps are gathered on one entity of it.
 void LocalVersions::GatherCycle(uint32_t onCycle) {
@@ -81,6 +91,7 @@ void LocalVersions::Spread(uint32_t top) {
 }
 
 void LocalVersions::SpreadAll() {
+  Gather();
   for (const uint32_t handle : pending) {
     if (tree->Version(handle).pending != 0) {
       Spread(TopmostPending(handle));

@@ -62,13 +62,17 @@ inline void ComputeWorldMatrix(const TransformBatch* batches, uint32_t handle) {
 template <typename Visit>
 inline void WalkSubtree(const TransformTree& tree, uint32_t top, Visit visit) {
   const TransformBatch* const batches = tree.Table();
+  const auto linksOf = [batches](uint32_t handle) {
+    return &batches[HandleSlot(handle)].links[HandleElement(handle)];
+  };
   const size_t maxDepth = tree.EntityCount();
   size_t depth = 0;
   uint32_t handle = top;
+  TransformLinks* links = linksOf(handle);
   for (;;) {
-    TransformLinks* links = &batches[HandleSlot(handle)].links[HandleElement(handle)];
     if (visit(batches, handle, links) && links->firstChild != 0) {
       handle = links->firstChild;
+      links = linksOf(handle);
       if (++depth > maxDepth) {
         EntitySystem::FailOnParentCycle(handle);
       }
@@ -76,13 +80,17 @@ inline void WalkSubtree(const TransformTree& tree, uint32_t top, Visit visit) {
     }
     while (depth != 0 && links->nextSibling == 0) {
       handle = links->parent;
-      links = &batches[HandleSlot(handle)].links[HandleElement(handle)];
+      links = linksOf(handle);
       --depth;
     }
     if (depth == 0) {
       return;
     }
-    handle = links->nextSibling;
+    // Siblings mostly stand side by side. Told apart from the rest, that case is predicted, and the
+    // next links are fetched without waiting for these.
+    const uint32_t next = links->nextSibling;
+    links = next == handle + 1 ? links + 1 : linksOf(next);
+    handle = next;
   }
 }
 
@@ -225,6 +233,12 @@ void EntitySystem::SyncDirtyRange(uint32_t start, uint32_t count) {
 void EntitySystem::MarkDirtyEntities(bool deep) {
   const uint32_t n = dirtyEntities.Count();
   for (uint32_t i = 1; i <= n; ++i) {
+    if (i + kPrefetchEntries <= n) {
+      const uint32_t ahead = dirtyEntities.Entry(i + kPrefetchEntries);
+      if (tree.Contains(ahead)) {
+        __builtin_prefetch(&tree.Links(ahead), 1);
+      }
+    }
     const uint32_t handle = dirtyEntities.Entry(i);
     if (tree.Contains(handle)) {
       tree.MarkDirty(handle);
