@@ -8,12 +8,17 @@
 #include "BindingTemp/BindingEngineEntity.h"
 #include "BindingTemp/CreateObject.h"
 #include "BindingTemp/PublishSegment.h"
+#include "Common/Def/Assert.h"
 #include "Common/Def/EngineRuntime.h"
 
 namespace nq::engine {
 
 BindingEngine::BindingEngine(EngineRuntime* runtime)
     : core(new EngineCore(runtime)), runtime(runtime) {}
+
+BindingEngine::BindingEngine(const vx::CallbackInfo& /*info*/) : core(nullptr), runtime(nullptr) {
+  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
+}
 
 BindingEngine::~BindingEngine() {
   core->DropReference();

@@ -27,6 +27,9 @@ class BindingEngine final : public vx::BindingBase {
   // Creates the core over `runtime`.
   explicit BindingEngine(EngineRuntime* runtime);
 
+  // Construction by script, which nothing reaches: fails the assertion "0 && \"not implement\"".
+  explicit BindingEngine(const vx::CallbackInfo& info);
+
   // Drops the core, then frees the memory behind "cullingResult": script that still holds that
   // buffer holds a dangling one.
   ~BindingEngine() override;

@@ -15,6 +15,9 @@ class BindingEngineBase : public vx::BindingBase {
   explicit BindingEngineBase(EngineCore* core) : core(core) { core->AddReference(); }
   ~BindingEngineBase() override { core->DropReference(); }
 
+  // For constructors that script would reach by `new`: no core, and no way to go on.
+  BindingEngineBase() : core(nullptr) {}
+
   // The name under which objects of the class are counted.
   virtual const char* ClassLabel() { return "unknown"; }
 

@@ -19,6 +19,9 @@ class BindingEngineEntity final : public IEntity, public BindingEngineBase {
 
   // Creates the batch; a refused count leaves `info` all zero.
   BindingEngineEntity(EngineCore* core, bool is3D, uint32_t count);
+
+  // Construction by script, which nothing reaches: fails the assertion "0 && \"not implement\"".
+  explicit BindingEngineEntity(const vx::CallbackInfo& info);
   ~BindingEngineEntity() override;
 
   // Installs the class in the calling thread.
