@@ -17,42 +17,67 @@ namespace {
 // A world scale of at most this much, on any axis, can't be divided out.
 constexpr float kMinWorldScale = 1e-7f;
 
-// The rotation matrix of a quaternion x, y, z, w as it is stored, without normalising; columns of
-// three.
-inline void QuaternionColumns(const float* q, float* r) {
-  const float x = q[0];
-  const float y = q[1];
-  const float z = q[2];
-  const float w = q[3];
-  r[0] = 1.0f - 2.0f * (y * y + z * z);
-  r[1] = 2.0f * (x * y + z * w);
-  r[2] = 2.0f * (x * z - y * w);
-  r[3] = 2.0f * (x * y - z * w);
-  r[4] = 1.0f - 2.0f * (x * x + z * z);
-  r[5] = 2.0f * (y * z + x * w);
-  r[6] = 2.0f * (x * z + y * w);
-  r[7] = 2.0f * (y * z - x * w);
-  r[8] = 1.0f - 2.0f * (x * x + y * y);
+// The first three columns of a matrix. What the fourth element of each holds does not matter.
+struct RotationColumns {
+  __m128 c0, c1, c2;
+};
+
+// The rotation matrix of a quaternion x, y, z, w as it is stored, without normalising:
+//
+//   1 - 2(yy + zz)   2(xy - zw)       2(xz + yw)
+//   2(xy + zw)       1 - 2(xx + zz)   2(yz - xw)
+//   2(xz - yw)       2(yz + xw)       1 - 2(xx + yy)
+//
+// The diagonal, the three sums and the three differences each take one operation for all three.
+inline RotationColumns QuaternionColumns(const float* quaternion) {
+  const __m128 one = _mm_set1_ps(1.0f);
+  const __m128 two = _mm_set1_ps(2.0f);
+  const __m128 xyzw = _mm_loadu_ps(quaternion);
+  const __m128 yzxw = _mm_shuffle_ps(xyzw, xyzw, _MM_SHUFFLE(3, 0, 2, 1));
+  const __m128 zxyw = _mm_shuffle_ps(xyzw, xyzw, _MM_SHUFFLE(3, 1, 0, 2));
+  const __m128 wwww = _mm_shuffle_ps(xyzw, xyzw, _MM_SHUFFLE(3, 3, 3, 3));
+  const __m128 squares = _mm_mul_ps(xyzw, xyzw);                                   // xx yy zz
+  const __m128 products = _mm_mul_ps(xyzw, yzxw);                                  // xy yz zx
+  const __m128 byW = _mm_mul_ps(zxyw, wwww);                                       // zw xw yw
+  const __m128 left = _mm_shuffle_ps(squares, squares, _MM_SHUFFLE(3, 0, 0, 1));   // yy xx xx
+  const __m128 right = _mm_shuffle_ps(squares, squares, _MM_SHUFFLE(3, 1, 2, 2));  // zz zz yy
+  const __m128 d = _mm_sub_ps(one, _mm_mul_ps(two, _mm_add_ps(left, right)));
+  const __m128 s = _mm_mul_ps(two, _mm_add_ps(products, byW));  // m10 m21 m02
+  const __m128 t = _mm_mul_ps(two, _mm_sub_ps(products, byW));  // m01 m12 m20
+
+  // d0 s0 t2, t0 d1 s1, s2 t1 d2
+  const __m128 d0s0 = _mm_unpacklo_ps(d, s);  // d0 s0 d1 s1
+  const __m128 t0d1 = _mm_unpacklo_ps(t, d);  // t0 d0 t1 d1
+  const __m128 s2t2 = _mm_unpackhi_ps(s, t);  // s2 t2
+  RotationColumns columns;
+  columns.c0 = _mm_shuffle_ps(d0s0, s2t2, _MM_SHUFFLE(1, 1, 1, 0));
+  columns.c1 = _mm_shuffle_ps(_mm_shuffle_ps(t0d1, d0s0, _MM_SHUFFLE(2, 2, 0, 0)), d0s0,
+                              _MM_SHUFFLE(3, 3, 2, 0));
+  columns.c2 = _mm_shuffle_ps(_mm_shuffle_ps(s2t2, t0d1, _MM_SHUFFLE(2, 2, 0, 0)), d,
+                              _MM_SHUFFLE(2, 2, 2, 0));
+  return columns;
 }
 
-// Rx(x) * Ry(y) * Rz(z), columns of three.
+// Rx(x) * Ry(y) * Rz(z).
 // Kept on purpose: eulerToQuaternion composes the same angles as y, x, z, and scenes rely on both.
-inline void EulerColumns(const float* angles, float* r) {
+inline RotationColumns EulerColumns(const float* angles) {
   const float cx = cosF(angles[0]);
   const float sx = sinF(angles[0]);
   const float cy = cosF(angles[1]);
   const float sy = sinF(angles[1]);
   const float cz = cosF(angles[2]);
   const float sz = sinF(angles[2]);
-  r[0] = cy * cz;
-  r[1] = cx * sz + sx * sy * cz;
-  r[2] = sx * sz - cx * sy * cz;
-  r[3] = -cy * sz;
-  r[4] = cx * cz - sx * sy * sz;
-  r[5] = sx * cz + cx * sy * sz;
-  r[6] = sy;
-  r[7] = -sx * cy;
-  r[8] = cx * cy;
+  RotationColumns columns;
+  columns.c0 = _mm_setr_ps(cy * cz, cx * sz + sx * sy * cz, sx * sz - cx * sy * cz, 0.0f);
+  columns.c1 = _mm_setr_ps(-cy * sz, cx * cz - sx * sy * sz, sx * cz + cx * sy * sz, 0.0f);
+  columns.c2 = _mm_setr_ps(sy, -sx * cy, cx * cy, 0.0f);
+  return columns;
+}
+
+// `column` scaled, its fourth element 0 whatever the scale is.
+inline __m128 ScaledColumn(float scale, __m128 column) {
+  const __m128 firstThree = _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0));
+  return _mm_and_ps(_mm_mul_ps(_mm_set1_ps(scale), column), firstThree);
 }
 
 inline float ColumnLength(const float* column) {
@@ -101,19 +126,11 @@ void Entity3D::PublishWorldMatrix() {
 
 void Entity3D::BuildLocalMatrix(const uint8_t* sharedRecord, float* local) {
   const Entity3DRecord* record = reinterpret_cast<const Entity3DRecord*>(sharedRecord);
-  float r[9];
-  if (record->rotationMode != 0) {
-    QuaternionColumns(record->rotation, r);
-  } else {
-    EulerColumns(record->rotation, r);
-  }
-  const float sx = record->scale[0];
-  const float sy = record->scale[1];
-  const float sz = record->scale[2];
+  const RotationColumns r = record->rotationMode != 0 ? QuaternionColumns(record->rotation)
+                                                      : EulerColumns(record->rotation);
   const float* p = record->position;
-  StoreLocalMatrix(local, _mm_setr_ps(sx * r[0], sx * r[1], sx * r[2], 0.0f),
-                   _mm_setr_ps(sy * r[3], sy * r[4], sy * r[5], 0.0f),
-                   _mm_setr_ps(sz * r[6], sz * r[7], sz * r[8], 0.0f),
+  StoreLocalMatrix(local, ScaledColumn(record->scale[0], r.c0),
+                   ScaledColumn(record->scale[1], r.c1), ScaledColumn(record->scale[2], r.c2),
                    _mm_setr_ps(p[0], p[1], p[2], 1.0f));
 }
 
