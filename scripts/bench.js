@@ -1,11 +1,21 @@
 'use strict';
-// npm run bench: native benchmarks, then script benchmarks on the host. Arguments after -- go to the
-// native ones (`npm run bench -- --benchmark_filter=World`).
+// npm run bench: native benchmarks, then script benchmarks on the host. Of the arguments after --,
+// those that begin with --benchmark_ go to the native ones, the others to bench/script/run.js;
+// --smoke runs everything once on a tiny budget.
 const fs = require('fs');
 const path = require('path');
 const { setup } = require('./setup');
 const { root, fail, run } = require('./lib/run');
 const { build, folders, host, modulePath } = require('./lib/build');
+
+const given = process.argv.slice(2);
+const smoke = given.includes('--smoke');
+const isNative = (argument) => argument.startsWith('--benchmark_');
+const nativeArguments = smoke ? ['--benchmark_min_time=0.001'] : [];
+const scriptArguments = smoke ? ['--budget', 'tiny'] : [];
+for (const argument of given.filter((one) => one !== '--smoke')) {
+  (isNative(argument) ? nativeArguments : scriptArguments).push(argument);
+}
 
 setup('build', 'bench');
 build('release', { NQ_BUILD_BENCH: 'ON' });
@@ -16,8 +26,8 @@ if (!fs.existsSync(native) && !fs.existsSync(script)) {
   fail('there are no benchmarks.');
 }
 if (fs.existsSync(native)) {
-  run('native benchmarks', native, process.argv.slice(2));
+  run('native benchmarks', native, nativeArguments);
 }
 if (fs.existsSync(script)) {
-  run('script benchmarks', host, [script], { NQ_MODULE: modulePath });
+  run('script benchmarks', host, [script, ...scriptArguments], { NQ_MODULE: modulePath });
 }

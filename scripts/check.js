@@ -81,6 +81,12 @@ const checks = {
     },
   },
 
+  // Every benchmark once, on a tiny budget, so that none rots.
+  bench: {
+    needs: ['build', 'bench'],
+    run: () => status(process.execPath, ['scripts/bench.js', '--smoke']) === 0,
+  },
+
   // The threaded suites under the thread sanitizer.
   tsan: {
     needs: ['build', 'test'],

@@ -39,7 +39,7 @@ const rules = [
   { files: 'cmake/', may: [], host: false },
 ];
 
-const hostHeader = /^(v8|node|uv|js_native_api|libplatform|cppgc|openssl|zlib)\b/;
+const hostHeader = /^(v8|node|uv|js_native_api|libplatform|cppgc|openssl|zlib)(?![a-z])/;
 
 /**
  * Violations in one file.
