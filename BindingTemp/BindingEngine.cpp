@@ -5,6 +5,7 @@
 #include <string>
 
 #include "BindingTemp/BindingEngineBase.h"
+#include "BindingTemp/BindingEngineComponent.h"
 #include "BindingTemp/BindingEngineEntity.h"
 #include "BindingTemp/CreateObject.h"
 #include "BindingTemp/PublishSegment.h"
@@ -29,9 +30,15 @@ void BindingEngine::Register() {
   vx::ClassTemplateBuilder<BindingEngine> builder;
   builder.Inherit<BindingEngineBase>();
   builder.AddMethod("createEntity", vx::Callback<BindingEngine, createEntityFunc>);
+  builder.AddMethod("createComponent", vx::Callback<BindingEngine, createComponentFunc>);
   builder.AddMethod("setEntityName", vx::Callback<BindingEngine, setEntityNameFunc>);
   builder.AddMethod("refreshWorldTransform",
                     vx::UncheckedCallback<BindingEngine, refreshWorldTransformFunc>);
+  builder.AddMethod("cullWithCamera", vx::Callback<BindingEngine, frustumCullingFunc>);
+  builder.AddMethod("frustumCulling", vx::Callback<BindingEngine, frustumCullingFunc>);
+  builder.AddMethod("frustumCullingV2", vx::Callback<BindingEngine, frustumCullingV2Func>);
+  builder.AddMethod("orthoCulling", vx::Callback<BindingEngine, orthoCullingFunc>);
+  builder.AddMethod("orthoCullingV2", vx::Callback<BindingEngine, orthoCullingV2Func>);
   builder.Install("Engine");
 }
 
@@ -52,6 +59,22 @@ void BindingEngine::createEntityFunc(BindingEngine* self, v8::Isolate* isolate,
   const uint32_t count = vx::ReadUint32(isolate, vx::Arg(info, 1));
   BindingEngineEntity* wrapper = new BindingEngineEntity(self->core, is3D, count == 0 ? 1 : count);
   info.GetReturnValue().Set(CreateObject(isolate, wrapper));
+}
+
+void BindingEngine::createComponentFunc(BindingEngine* self, v8::Isolate* isolate,
+                                        const vx::CallbackInfo& info) {
+  info.GetReturnValue().SetNull();
+  if (info.Length() < 1) {
+    return;
+  }
+  const uint32_t kind = vx::ReadUint32(isolate, vx::Arg(info, 0));
+  if (kind == kCullingComponentKind) {
+    const uint32_t count = vx::ReadUint32(isolate, vx::Arg(info, 1));
+    BindingEngineComponent* wrapper = new BindingEngineComponent(self->core, kind);
+    wrapper->info =
+        self->core->CreateCullingComponent(count == 0 ? 1 : static_cast<int32_t>(count));
+    info.GetReturnValue().Set(CreateObject(isolate, wrapper));
+  }
 }
 
 void BindingEngine::setEntityNameFunc(BindingEngine* self, v8::Isolate* isolate,

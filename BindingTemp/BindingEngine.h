@@ -4,19 +4,11 @@
 
 #include <cstdint>
 
+#include "Engine/Culling/CullingRecord.h"
 #include "Engine/Entity/EngineCore.h"
 #include "jsbinding/v8/class.h"
 
 namespace nq::engine {
-
-// Objects that "cullingResult" has room for at the start.
-constexpr uint32_t kCullingResultCapacity = 1000;
-
-// Bytes of "cullingResult" for a number of objects: hash and count, then a handle and a distance
-// each.
-constexpr size_t CullingResultBytes(uint32_t capacity) {
-  return size_t{8} * capacity + 8;
-}
 
 // Wrapper behind "Engine". Holds one counted reference on the core; reaches the runtime, which the
 // core keeps alive, by plain pointer. Methods convert arguments, call one operation of the core and
@@ -45,6 +37,11 @@ class BindingEngine final : public vx::BindingBase {
   static void createEntityFunc(BindingEngine* self, v8::Isolate* isolate,
                                const vx::CallbackInfo& info);
 
+  // createComponent(kind, ...): an "EngineComponent"; null for a kind that there isn't.
+  //   1, count = 1: culling objects, "id" 0 if the count is refused
+  static void createComponentFunc(BindingEngine* self, v8::Isolate* isolate,
+                                  const vx::CallbackInfo& info);
+
   // setEntityName(handle, name): null. Nothing happens with fewer arguments, a handle of 0 or a
   // name that is empty or has no string form.
   static void setEntityNameFunc(BindingEngine* self, v8::Isolate* isolate,
@@ -54,10 +51,33 @@ class BindingEngine final : public vx::BindingBase {
   static void refreshWorldTransformFunc(BindingEngine* self, v8::Isolate* isolate,
                                         const vx::CallbackInfo& info);
 
+  // cullWithCamera and frustumCulling(mask, eye x y z, target x y z, up x y z, fov, aspect, near,
+  // far, list?): {objects, distances, hash}, or null if nothing is visible, arguments are missing
+  // or the list is refused. A list counts only as the fifteenth of fifteen arguments, an
+  // ArrayBuffer.
+  static void frustumCullingFunc(BindingEngine* self, v8::Isolate* isolate,
+                                 const vx::CallbackInfo& info);
+
+  // The same into "cullingResult": true if that buffer was replaced by a larger one, otherwise
+  // false; null where arguments are missing or the list is refused. An empty result leaves the
+  // buffer alone.
+  static void frustumCullingV2Func(BindingEngine* self, v8::Isolate* isolate,
+                                   const vx::CallbackInfo& info);
+
+  // orthoCulling(mask, eye, target, up, left, right, bottom, top, near, far, list?), and into
+  // "cullingResult", as above; the list is the seventeenth of seventeen arguments.
+  static void orthoCullingFunc(BindingEngine* self, v8::Isolate* isolate,
+                               const vx::CallbackInfo& info);
+  static void orthoCullingV2Func(BindingEngine* self, v8::Isolate* isolate,
+                                 const vx::CallbackInfo& info);
+
   EngineCore* Core() const { return core; }
   EngineRuntime* Runtime() const { return runtime; }
 
  private:
+  // Writes a result into "cullingResult", which grows if it must. True if it was replaced.
+  bool StoreCullResult(v8::Isolate* isolate, const CullResult& result);
+
   void* cullingResultBuffer = nullptr;  // from the general heap, owned
   uint32_t cullingResultCapacity = kCullingResultCapacity;
   EngineCore* const core;

@@ -2,12 +2,14 @@
 #include "BindingTemp/RegisterClasses.h"
 
 #include "BindingTemp/BindingEngine.h"
+#include "BindingTemp/BindingEngineComponent.h"
 #include "BindingTemp/BindingEngineEntity.h"
 
 namespace nq::engine {
 
 void RegisterClasses() {
   BindingEngineEntity::Register();
+  BindingEngineComponent::Register();
   BindingEngine::Register();
 }
 

@@ -16,6 +16,9 @@ inline float sinF(float x) {
 inline float cosF(float x) {
   return static_cast<float>(std::cos(static_cast<double>(x)));
 }
+inline float tanF(float x) {
+  return static_cast<float>(std::tan(static_cast<double>(x)));
+}
 
 }  // namespace nq::engine
 

@@ -88,4 +88,25 @@ void EngineCore::RefreshEntity(uint32_t handle) {
   Entities()->RefreshEntity(handle);
 }
 
+NativeValueInfo EngineCore::CreateCullingComponent(int32_t count) {
+  return IsBatchCount(count) ? Components()->CreateCullingComponent(static_cast<uint32_t>(count))
+                             : NativeValueInfo();
+}
+
+void EngineCore::ReleaseCullingComponent(uint32_t handle) {
+  Components()->ReleaseCullingComponent(handle);
+}
+
+const CullResult& EngineCore::CullWithFrustum(uint32_t mask, const CameraPose& pose,
+                                              const PerspectiveLens& lens, const uint32_t* list,
+                                              uint32_t listCount) {
+  return Components()->CullWithFrustum(mask, pose, lens, list, listCount);
+}
+
+const CullResult& EngineCore::CullOrtho(uint32_t mask, const CameraPose& pose,
+                                        const OrthographicLens& lens, const uint32_t* list,
+                                        uint32_t listCount) {
+  return Components()->CullOrtho(mask, pose, lens, list, listCount);
+}
+
 }  // namespace nq::engine

@@ -15,6 +15,10 @@ class AnimationSystem;
 class ComponentSystem;
 class EntitySystem;
 class MatrixFlowSystem;
+struct CameraPose;
+struct CullResult;
+struct OrthographicLens;
+struct PerspectiveLens;
 
 // Creates each system when it is first needed and forwards to it. Starts with one reference; every
 // wrapper and every value in a system's table holds a further one. Holds one on the runtime.
@@ -55,6 +59,18 @@ class EngineCore final : public HandlerOwner {
 
   // The same for one entity, for native callers that need it at once.
   void RefreshEntity(uint32_t handle);
+
+  // Batches of 1 to 4095 culling objects; other counts as above.
+  NativeValueInfo CreateCullingComponent(int32_t count);
+  void ReleaseCullingComponent(uint32_t handle);
+
+  // What a camera sees of the objects whose layers meet `mask`: of those in `list`, `listCount`
+  // handles, or of all if `list` is null. Sorted by depth. Valid until the next of these calls.
+  const CullResult& CullWithFrustum(uint32_t mask, const CameraPose& pose,
+                                    const PerspectiveLens& lens, const uint32_t* list,
+                                    uint32_t listCount);
+  const CullResult& CullOrtho(uint32_t mask, const CameraPose& pose, const OrthographicLens& lens,
+                              const uint32_t* list, uint32_t listCount);
 
  private:
   EngineRuntime* const runtime;  // one counted reference

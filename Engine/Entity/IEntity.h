@@ -4,11 +4,9 @@
 
 #include <cstdint>
 
-namespace nq::engine {
+#include "Common/Def/Vector3.h"
 
-struct Vector3 {
-  float x, y, z;
-};
+namespace nq::engine {
 
 struct Quaternion {
   float x, y, z, w;

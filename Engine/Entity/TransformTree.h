@@ -92,6 +92,7 @@ class TransformTree {
     const uint32_t slot = HandleSlot(key);
     if (slot >= batches.size()) {
       batches.resize(slot + 1);
+      generations.resize(slot + 1, 1);
     }
     batches[slot] = batch;
     entityCount += batch.count;
@@ -101,7 +102,16 @@ class TransformTree {
     TransformBatch& batch = batches[HandleSlot(key)];
     entityCount -= batch.count;
     batch = TransformBatch();
+    ++generations[HandleSlot(key)];
+    ++leaveCount;
   }
+
+  // Batches that have left so far. Who keeps pointers into batches looks at it before using them.
+  uint32_t LeaveCount() const { return leaveCount; }
+
+  // Starts at 1 and rises when the batch of the handle's slot leaves. For handles of slots that
+  // have held a batch.
+  uint32_t Generation(uint32_t handle) const { return generations[HandleSlot(handle)]; }
 
   // True if `handle` names an entity.
   bool Contains(uint32_t handle) const {
@@ -143,6 +153,8 @@ class TransformTree {
 
  private:
   std::vector<TransformBatch> batches;
+  std::vector<uint32_t> generations;  // by slot
+  uint32_t leaveCount = 0;
   size_t entityCount = 0;
 };
 

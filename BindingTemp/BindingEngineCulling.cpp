@@ -1,0 +1,195 @@
+// The culling methods of "Engine".
+#include <cstdlib>
+#include <cstring>
+
+#include "BindingTemp/BindingEngine.h"
+#include "BindingTemp/PublishSegment.h"
+#include "Engine/Culling/CullResult.h"
+#include "Engine/Culling/ViewVolume.h"
+
+namespace nq::engine {
+
+namespace {
+
+constexpr int kPoseArguments = 10;  // mask, eye, target, up
+constexpr int kFrustumArguments = kPoseArguments + 4;
+constexpr int kOrthoArguments = kPoseArguments + 6;
+
+// The optional list of objects to test; null where all are.
+struct ObjectList {
+  const uint32_t* handles = nullptr;
+  uint32_t count = 0;
+};
+
+float ReadFloat(v8::Isolate* isolate, v8::Local<v8::Value> value) {
+  return static_cast<float>(value->NumberValue(isolate->GetCurrentContext()).FromJust());
+}
+
+// Reads arguments one after the other, since their conversion may run script.
+class ArgumentReader {
+ public:
+  ArgumentReader(v8::Isolate* isolate, const vx::CallbackInfo& info)
+      : isolate(isolate), info(info) {}
+
+  uint32_t Uint32() { return vx::ReadUint32(isolate, vx::Arg(info, next++)); }
+  float Float() { return ReadFloat(isolate, vx::Arg(info, next++)); }
+  Vector3 Vector() {
+    Vector3 vector;
+    vector.x = Float();
+    vector.y = Float();
+    vector.z = Float();
+    return vector;
+  }
+  CameraPose Pose() {
+    CameraPose pose;
+    pose.eye = Vector();
+    pose.target = Vector();
+    pose.up = Vector();
+    return pose;
+  }
+
+ private:
+  v8::Isolate* const isolate;
+  const vx::CallbackInfo& info;
+  int next = 0;
+};
+
+// Reads the list, which counts only right behind `required` arguments and as an ArrayBuffer. False
+// if it is refused: no memory, fewer than 5 bytes, a count of 0 or one that exceeds the buffer.
+bool ReadList(const vx::CallbackInfo& info, int required, ObjectList* list) {
+  if (info.Length() != required + 1 || !info[required]->IsArrayBuffer()) {
+    return true;
+  }
+  const vx::Bytes bytes = vx::ReadBytes(info[required]);
+  if (bytes.data == nullptr || bytes.length < kCullingListMinBytes) {
+    return false;
+  }
+  const uint32_t* words = reinterpret_cast<const uint32_t*>(bytes.data);
+  list->count = words[0];
+  list->handles = words + 1;
+  return list->count != 0 && list->count <= bytes.length / sizeof(uint32_t) - 1;
+}
+
+// The common front of all calls: the result, which the core keeps, or null if the call is refused.
+const CullResult* CullFrustum(BindingEngine* self, v8::Isolate* isolate,
+                              const vx::CallbackInfo& info) {
+  if (info.Length() < kFrustumArguments) {
+    return nullptr;
+  }
+  ArgumentReader arguments(isolate, info);
+  const uint32_t mask = arguments.Uint32();
+  const CameraPose pose = arguments.Pose();
+  PerspectiveLens lens;
+  lens.fov = arguments.Float();
+  lens.aspect = arguments.Float();
+  lens.near = arguments.Float();
+  lens.far = arguments.Float();
+  ObjectList list;
+  if (!ReadList(info, kFrustumArguments, &list)) {
+    return nullptr;
+  }
+  return &self->Core()->CullWithFrustum(mask, pose, lens, list.handles, list.count);
+}
+
+const CullResult* CullOrtho(BindingEngine* self, v8::Isolate* isolate,
+                            const vx::CallbackInfo& info) {
+  if (info.Length() < kOrthoArguments) {
+    return nullptr;
+  }
+  ArgumentReader arguments(isolate, info);
+  const uint32_t mask = arguments.Uint32();
+  const CameraPose pose = arguments.Pose();
+  OrthographicLens lens;
+  lens.left = arguments.Float();
+  lens.right = arguments.Float();
+  lens.bottom = arguments.Float();
+  lens.top = arguments.Float();
+  lens.near = arguments.Float();
+  lens.far = arguments.Float();
+  ObjectList list;
+  if (!ReadList(info, kOrthoArguments, &list)) {
+    return nullptr;
+  }
+  return &self->Core()->CullOrtho(mask, pose, lens, list.handles, list.count);
+}
+
+// A buffer over a copy of `bytes` bytes, which goes with it.
+v8::Local<v8::ArrayBuffer> CopyToScript(v8::Isolate* isolate, const void* source, size_t bytes) {
+  void* block = std::malloc(bytes);
+  if (block == nullptr) {
+    std::abort();
+  }
+  std::memcpy(block, source, bytes);
+  return vx::NewGivenAwayBuffer(isolate, block, bytes);
+}
+
+// The end of a call that answers with an object of its own.
+void ReturnObject(v8::Isolate* isolate, const vx::CallbackInfo& info, const CullResult* result) {
+  if (result == nullptr || result->objects.empty()) {
+    info.GetReturnValue().SetNull();
+    return;
+  }
+  const size_t count = result->objects.size();
+  v8::Local<v8::Object> object = v8::Object::New(isolate);
+  SetProperty(isolate, object, "objects",
+              CopyToScript(isolate, result->objects.data(), count * sizeof(uint32_t)));
+  SetProperty(isolate, object, "distances",
+              CopyToScript(isolate, result->distances.data(), count * sizeof(float)));
+  SetProperty(isolate, object, "hash", v8::Integer::NewFromUnsigned(isolate, result->hash));
+  info.GetReturnValue().Set(object);
+}
+
+}  // namespace
+
+bool BindingEngine::StoreCullResult(v8::Isolate* isolate, const CullResult& result) {
+  const uint32_t count = static_cast<uint32_t>(result.objects.size());
+  if (count == 0) {
+    return false;
+  }
+  const bool grows = count > cullingResultCapacity;
+  if (grows) {
+    cullingResultCapacity = count + kCullingResultSlack;
+    const size_t bytes = CullingResultBytes(cullingResultCapacity);
+    cullingResultBuffer = std::realloc(cullingResultBuffer, bytes);
+    PublishBuffer(isolate, Object(), "cullingResult", cullingResultBuffer, bytes);
+  }
+  uint8_t* buffer = static_cast<uint8_t*>(cullingResultBuffer);
+  std::memcpy(buffer + kCullingResultHashOffset, &result.hash, sizeof(uint32_t));
+  std::memcpy(buffer + kCullingResultCountOffset, &count, sizeof(uint32_t));
+  const size_t listBytes = count * sizeof(uint32_t);
+  std::memcpy(buffer + kCullingResultObjectsOffset, result.objects.data(), listBytes);
+  std::memcpy(buffer + kCullingResultObjectsOffset + listBytes, result.distances.data(), listBytes);
+  return grows;
+}
+
+void BindingEngine::frustumCullingFunc(BindingEngine* self, v8::Isolate* isolate,
+                                       const vx::CallbackInfo& info) {
+  ReturnObject(isolate, info, CullFrustum(self, isolate, info));
+}
+
+void BindingEngine::frustumCullingV2Func(BindingEngine* self, v8::Isolate* isolate,
+                                         const vx::CallbackInfo& info) {
+  const CullResult* result = CullFrustum(self, isolate, info);
+  if (result == nullptr) {
+    info.GetReturnValue().SetNull();
+  } else {
+    info.GetReturnValue().Set(self->StoreCullResult(isolate, *result));
+  }
+}
+
+void BindingEngine::orthoCullingFunc(BindingEngine* self, v8::Isolate* isolate,
+                                     const vx::CallbackInfo& info) {
+  ReturnObject(isolate, info, CullOrtho(self, isolate, info));
+}
+
+void BindingEngine::orthoCullingV2Func(BindingEngine* self, v8::Isolate* isolate,
+                                       const vx::CallbackInfo& info) {
+  const CullResult* result = CullOrtho(self, isolate, info);
+  if (result == nullptr) {
+    info.GetReturnValue().SetNull();
+  } else {
+    info.GetReturnValue().Set(self->StoreCullResult(isolate, *result));
+  }
+}
+
+}  // namespace nq::engine

@@ -1,0 +1,136 @@
+// Spheres against planes, and the order of what is visible.
+#include "Engine/Culling/Culler.h"
+
+#include <emmintrin.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace nq::engine {
+
+namespace {
+
+constexpr uint32_t kSignBit = 0x80000000u;
+constexpr uint32_t kNotANumberKey = 0xFFFFFFFFu;
+
+// Below this many, a comparison sort is faster than the passes of a radix sort.
+constexpr size_t kMinRadixSort = 256;
+
+// The key's 32 bits in three digits.
+constexpr int kDigits = 3;
+constexpr int kDigitBits = 11;
+constexpr uint32_t kBuckets = 1u << kDigitBits;
+constexpr int kKeyShift = 32;  // of the key within a Visible
+
+// Maps floats to numbers in the same order: flips all bits of negative ones and the sign of the
+// rest. Not-a-numbers, of either sign, come behind all others.
+uint32_t KeyOfDepth(float depth) {
+  if (depth != depth) {
+    return kNotANumberKey;
+  }
+  uint32_t bits;
+  std::memcpy(&bits, &depth, sizeof(bits));
+  return (bits & kSignBit) != 0 ? ~bits : bits | kSignBit;
+}
+
+float DepthOfKey(uint32_t key) {
+  const uint32_t bits = (key & kSignBit) != 0 ? key & ~kSignBit : ~key;
+  float depth;
+  std::memcpy(&depth, &bits, sizeof(depth));
+  return depth;
+}
+
+}  // namespace
+
+void Culler::Begin(const ViewVolume& newView) {
+  view = newView;
+  visible.clear();
+}
+
+void Culler::TestGroup(const float* x, const float* y, const float* z, const float* radius,
+                       uint32_t candidates, const uint32_t* handles, float* depths) {
+  const __m128 cx = _mm_loadu_ps(x);
+  const __m128 cy = _mm_loadu_ps(y);
+  const __m128 cz = _mm_loadu_ps(z);
+  const __m128 minusRadius = _mm_xor_ps(_mm_loadu_ps(radius), _mm_set1_ps(-0.0f));
+  uint32_t inside = candidates;
+  for (const CullPlane& plane : view.planes) {
+    __m128 s = _mm_mul_ps(_mm_set1_ps(plane.normal.x), cx);
+    s = _mm_add_ps(s, _mm_mul_ps(_mm_set1_ps(plane.normal.y), cy));
+    s = _mm_add_ps(s, _mm_mul_ps(_mm_set1_ps(plane.normal.z), cz));
+    s = _mm_add_ps(s, _mm_set1_ps(plane.d));
+    inside &= ~static_cast<uint32_t>(_mm_movemask_ps(_mm_cmpgt_ps(minusRadius, s)));
+    if (inside == 0) {
+      return;
+    }
+  }
+
+  const Vector3& eye = view.eye;
+  const Vector3& f = view.backward;
+  __m128 depth = _mm_mul_ps(_mm_sub_ps(cy, _mm_set1_ps(eye.y)), _mm_set1_ps(f.y));
+  depth = _mm_xor_ps(depth, _mm_set1_ps(-0.0f));
+  depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cx, _mm_set1_ps(eye.x)), _mm_set1_ps(f.x)));
+  depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cz, _mm_set1_ps(eye.z)), _mm_set1_ps(f.z)));
+  _mm_storeu_ps(depths, depth);
+  for (uint32_t lane = 0; lane < kGroup; ++lane) {
+    if ((inside >> lane & 1u) != 0) {
+      visible.push_back(static_cast<Visible>(KeyOfDepth(depths[lane])) << kKeyShift |
+                        handles[lane]);
+    }
+  }
+}
+
+void Culler::Sort() {
+  if (visible.size() < kMinRadixSort) {
+    std::sort(visible.begin(), visible.end());
+  } else {
+    RadixSort();
+  }
+}
+
+// Least significant digit first, by counting.
+void Culler::RadixSort() {
+  uint32_t starts[kDigits][kBuckets] = {};
+  const auto digit = [](Visible entry, int d) {
+    return static_cast<uint32_t>(entry >> (kKeyShift + d * kDigitBits)) & (kBuckets - 1);
+  };
+  for (const Visible entry : visible) {
+    for (int d = 0; d < kDigits; ++d) {
+      ++starts[d][digit(entry, d)];
+    }
+  }
+  spare.resize(visible.size());
+  for (int d = 0; d < kDigits; ++d) {
+    // Nothing to do where all share one digit, as the top bits of depths often do.
+    if (starts[d][digit(visible[0], d)] == visible.size()) {
+      continue;
+    }
+    uint32_t next = 0;
+    for (uint32_t& start : starts[d]) {
+      const uint32_t count = start;
+      start = next;
+      next += count;
+    }
+    for (const Visible entry : visible) {
+      spare[starts[d][digit(entry, d)]++] = entry;
+    }
+    visible.swap(spare);
+  }
+}
+
+void Culler::Finish(CullResult* result) {
+  Sort();
+  const size_t count = visible.size();
+  result->objects.resize(count);
+  result->distances.resize(count);
+  uint32_t hash = 0;
+  for (size_t i = 0; i < count; ++i) {
+    const uint32_t handle = static_cast<uint32_t>(visible[i]);
+    result->objects[i] = handle;
+    result->distances[i] = DepthOfKey(static_cast<uint32_t>(visible[i] >> kKeyShift));
+    hash = hash * 31 + handle;
+  }
+  result->hash = hash;
+}
+
+}  // namespace nq::engine

@@ -1,0 +1,46 @@
+// The sphere tests of one call, the sort by depth and the hash.
+#ifndef NQ_ENGINE_CULLING_CULLER_H_
+#define NQ_ENGINE_CULLING_CULLER_H_
+
+#include <cstdint>
+#include <vector>
+
+#include "Engine/Culling/CullResult.h"
+#include "Engine/Culling/ViewVolume.h"
+
+namespace nq::engine {
+
+// Takes spheres four at a time and gathers the visible ones; Finish sorts them. Keeps its working
+// memory from call to call. Script thread only.
+class Culler {
+ public:
+  static constexpr uint32_t kGroup = 4;
+
+  void Begin(const ViewVolume& view);
+
+  // Tests four spheres, those whose bit is set in `candidates`, in the order of the planes: a
+  // sphere is out where -radius is greater than normal . centre + d. One that touches a plane from
+  // outside stays in, and a plane of not-a-numbers rejects nothing. `handles` and `depths` are of
+  // the same four; the depths are written for all of them.
+  void TestGroup(const float* x, const float* y, const float* z, const float* radius,
+                 uint32_t candidates, const uint32_t* handles, float* depths);
+
+  // The visible objects by ascending depth, in `result`, with their hash. Depths that are no
+  // numbers come last.
+  void Finish(CullResult* result);
+
+ private:
+  // Upper half: the depth as a number that sorts as the float does; lower half: the handle.
+  typedef uint64_t Visible;
+
+  void Sort();
+  void RadixSort();
+
+  ViewVolume view = {};
+  std::vector<Visible> visible;
+  std::vector<Visible> spare;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_CULLING_CULLER_H_

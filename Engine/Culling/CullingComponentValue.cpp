@@ -1,0 +1,128 @@
+// Entities and world spheres of culling objects.
+#include "Engine/Culling/CullingComponentValue.h"
+
+#include <emmintrin.h>
+
+#include <cstring>
+
+#include "Common/Def/AlignedAlloc.h"
+
+namespace nq::engine {
+
+namespace {
+
+constexpr uint32_t kCacheLineBytes = 64;
+
+// Objects whose matrices are fetched ahead of their use: in a scene that moves, every sphere needs
+// one.
+constexpr uint32_t kPrefetchObjects = 8;
+
+// A zeroed array, padded so that groups of four can be read at its end.
+template <typename T>
+T* NewArray(uint32_t count) {
+  const uint32_t bytes = (count + 3) / 4 * 4 * static_cast<uint32_t>(sizeof(T));
+  return static_cast<T*>(std::memset(AlignedAlloc(kCacheLineBytes, bytes), 0, bytes));
+}
+
+// The longest of the first three columns of a matrix, over all four of their elements. The root
+// comes last: it is exact to the last bit and rises with its operand, so the longest is the same.
+float LongestColumn(const float* m) {
+  const __m128 c0 = _mm_loadu_ps(m);
+  const __m128 c1 = _mm_loadu_ps(m + 4);
+  const __m128 c2 = _mm_loadu_ps(m + 8);
+  __m128 row0 = _mm_mul_ps(c0, c0);
+  __m128 row1 = _mm_mul_ps(c1, c1);
+  __m128 row2 = _mm_mul_ps(c2, c2);
+  __m128 row3 = _mm_setzero_ps();
+  _MM_TRANSPOSE4_PS(row0, row1, row2, row3);
+  float squares[4];
+  _mm_storeu_ps(squares, _mm_add_ps(_mm_add_ps(_mm_add_ps(row0, row1), row2), row3));
+  float longest = squares[0];
+  if (squares[1] > longest) {
+    longest = squares[1];
+  }
+  if (squares[2] > longest) {
+    longest = squares[2];
+  }
+  return sqrtF(longest);
+}
+
+}  // namespace
+
+CullingComponentValue::~CullingComponentValue() {
+  if (count != 0) {
+    AlignedFree(caches);
+    AlignedFree(spheres.x);
+    AlignedFree(spheres.y);
+    AlignedFree(spheres.z);
+    AlignedFree(spheres.radius);
+    AlignedFree(depths);
+    AlignedFree(generations);
+  }
+}
+
+void* CullingComponentValue::Allocate(uint32_t objectCount) {
+  count = objectCount;
+  caches = NewArray<CullingEntityCache>(count);
+  spheres = WorldSpheres{NewArray<float>(count), NewArray<float>(count), NewArray<float>(count),
+                         NewArray<float>(count)};
+  depths = NewArray<float>(count);
+  generations = NewArray<uint32_t>(count);
+  return BlockValue::Allocate(count * static_cast<uint32_t>(sizeof(CullingRecord)));
+}
+
+bool CullingComponentValue::ResolveEntity(uint32_t index, const TransformTree& tree) {
+  const uint32_t handle = Record(index).entity;
+  CullingEntityCache& cache = caches[index];
+  if (handle == cache.seenEntityHandle && generations[index] != kReleasedEntity) {
+    return cache.worldVersion != nullptr;
+  }
+  cache.seenEntityHandle = handle;
+  cache.seenWorldVersion = 0;
+  cache.worldVersion = nullptr;
+  generations[index] = kNoEntity;
+  if (tree.Contains(handle)) {
+    generations[index] = tree.Generation(handle);
+    const TransformBatch& batch = tree.Batch(handle);
+    const uint32_t element = HandleElement(handle);
+    if (batch.links[element].isThreeD != 0) {
+      cache.worldVersion = batch.worldVersions + element;
+    }
+  }
+  return cache.worldVersion != nullptr;
+}
+
+void CullingComponentValue::ComputeWorldSphere(uint32_t index, const TransformTree& tree) {
+  CullingEntityCache& cache = caches[index];
+  cache.seenWorldVersion = *cache.worldVersion;
+  const uint32_t ahead = index + kPrefetchObjects;
+  if (ahead < count && caches[ahead].worldVersion != nullptr) {
+    __builtin_prefetch(tree.Matrices(caches[ahead].seenEntityHandle).world);
+  }
+
+  const CullingRecord& record = Record(index);
+  const float* m = tree.Matrices(cache.seenEntityHandle).world;
+  __m128 centre = _mm_mul_ps(_mm_loadu_ps(m), _mm_set1_ps(record.center[0]));
+  centre = _mm_add_ps(centre, _mm_mul_ps(_mm_loadu_ps(m + 4), _mm_set1_ps(record.center[1])));
+  centre = _mm_add_ps(centre, _mm_mul_ps(_mm_loadu_ps(m + 8), _mm_set1_ps(record.center[2])));
+  centre = _mm_add_ps(centre, _mm_loadu_ps(m + 12));
+  float world[4];
+  _mm_storeu_ps(world, centre);
+  spheres.x[index] = world[0];
+  spheres.y[index] = world[1];
+  spheres.z[index] = world[2];
+  spheres.radius[index] = record.radius * LongestColumn(m);
+}
+
+void CullingComponentValue::DropReleasedEntities(const TransformTree& tree) {
+  for (uint32_t index = 0; index < count; ++index) {
+    const uint32_t generation = generations[index];
+    if (generation != kNoEntity && generation != kReleasedEntity &&
+        generation != tree.Generation(caches[index].seenEntityHandle)) {
+      generations[index] = kReleasedEntity;
+      caches[index].worldVersion = nullptr;
+    }
+  }
+}
+
+}  // namespace nq::engine

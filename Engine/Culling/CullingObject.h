@@ -1,0 +1,52 @@
+// One culling object of a batch.
+#ifndef NQ_ENGINE_CULLING_CULLINGOBJECT_H_
+#define NQ_ENGINE_CULLING_CULLINGOBJECT_H_
+
+#include <cstdint>
+
+#include "Engine/Culling/CullingComponentValue.h"
+
+namespace nq::engine {
+
+// A view on one object: its fields lie in its batch's arrays. Valid as long as the batch. Tests
+// false where a look-up has found none.
+class CullingObject {
+ public:
+  CullingObject() = default;
+  CullingObject(CullingComponentValue* batch, uint32_t index, EngineCore* core,
+                const TransformTree* tree)
+      : batch(batch), index(index), engineCore(core), tree(tree) {}
+
+  explicit operator bool() const { return batch != nullptr; }
+
+  // The entity that was found under seenEntityHandle, of either kind; null if none was, or if its
+  // batch has been released since.
+  Entity* entity() const {
+    const uint32_t generation = batch->generations[index];
+    return generation != CullingComponentValue::kNoEntity &&
+                   generation != CullingComponentValue::kReleasedEntity &&
+                   generation == tree->Generation(seenEntityHandle())
+               ? tree->EntityOf(seenEntityHandle())
+               : nullptr;
+  }
+  EngineCore* core() const { return engineCore; }
+  const CullingRecord* record() const { return &batch->Record(index); }
+  uint32_t handle() const { return batch->handle | index; }
+  float depth() const { return batch->depths[index]; }
+  Vector3 worldCenter() const {
+    return Vector3{batch->spheres.x[index], batch->spheres.y[index], batch->spheres.z[index]};
+  }
+  float worldRadius() const { return batch->spheres.radius[index]; }
+  uint32_t seenWorldVersion() const { return batch->caches[index].seenWorldVersion; }
+  uint32_t seenEntityHandle() const { return batch->caches[index].seenEntityHandle; }
+
+ private:
+  CullingComponentValue* batch = nullptr;
+  uint32_t index = 0;
+  EngineCore* engineCore = nullptr;
+  const TransformTree* tree = nullptr;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_CULLING_CULLINGOBJECT_H_
