@@ -123,7 +123,8 @@ v8::Local<v8::ArrayBuffer> CopyToScript(v8::Isolate* isolate, const void* source
   return vx::NewGivenAwayBuffer(isolate, block, bytes);
 }
 
-// The end of a call that answers with an object of its own.
+// The end of a call that answers with an object of its own. All is taken from the result before a
+// property is set: a setter on the prototype may run script that culls again.
 void ReturnObject(v8::Isolate* isolate, const vx::CallbackInfo& info, const CullResult* result) {
   if (result == nullptr || result->objects.empty()) {
     info.GetReturnValue().SetNull();
@@ -131,11 +132,14 @@ void ReturnObject(v8::Isolate* isolate, const vx::CallbackInfo& info, const Cull
   }
   const size_t count = result->objects.size();
   v8::Local<v8::Object> object = v8::Object::New(isolate);
-  SetProperty(isolate, object, "objects",
-              CopyToScript(isolate, result->objects.data(), count * sizeof(uint32_t)));
-  SetProperty(isolate, object, "distances",
-              CopyToScript(isolate, result->distances.data(), count * sizeof(float)));
-  SetProperty(isolate, object, "hash", v8::Integer::NewFromUnsigned(isolate, result->hash));
+  v8::Local<v8::ArrayBuffer> objects =
+      CopyToScript(isolate, result->objects.data(), count * sizeof(uint32_t));
+  v8::Local<v8::ArrayBuffer> distances =
+      CopyToScript(isolate, result->distances.data(), count * sizeof(float));
+  v8::Local<v8::Integer> hash = v8::Integer::NewFromUnsigned(isolate, result->hash);
+  SetProperty(isolate, object, "objects", objects);
+  SetProperty(isolate, object, "distances", distances);
+  SetProperty(isolate, object, "hash", hash);
   info.GetReturnValue().Set(object);
 }
 
@@ -149,9 +153,11 @@ bool BindingEngine::StoreCullResult(v8::Isolate* isolate, const CullResult& resu
   const bool grows = count > cullingResultCapacity;
   if (grows) {
     cullingResultCapacity = count + kCullingResultSlack;
-    const size_t bytes = CullingResultBytes(cullingResultCapacity);
-    cullingResultBuffer = std::realloc(cullingResultBuffer, bytes);
-    PublishBuffer(isolate, Object(), "cullingResult", cullingResultBuffer, bytes);
+    cullingResultBuffer =
+        std::realloc(cullingResultBuffer, CullingResultBytes(cullingResultCapacity));
+    if (cullingResultBuffer == nullptr) {
+      std::abort();
+    }
   }
   uint8_t* buffer = static_cast<uint8_t*>(cullingResultBuffer);
   std::memcpy(buffer + kCullingResultHashOffset, &result.hash, sizeof(uint32_t));
@@ -159,6 +165,11 @@ bool BindingEngine::StoreCullResult(v8::Isolate* isolate, const CullResult& resu
   const size_t listBytes = count * sizeof(uint32_t);
   std::memcpy(buffer + kCullingResultObjectsOffset, result.objects.data(), listBytes);
   std::memcpy(buffer + kCullingResultObjectsOffset + listBytes, result.distances.data(), listBytes);
+  if (grows) {
+    // Last: a setter that script has put in place of the property may cull again.
+    PublishBuffer(isolate, Object(), "cullingResult", buffer,
+                  CullingResultBytes(cullingResultCapacity));
+  }
   return grows;
 }
 
