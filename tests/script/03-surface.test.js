@@ -56,7 +56,6 @@ describe('Engine object', () => {
   });
 
   it('has writable, enumerable methods that cannot be deleted', () => {
-    'use strict';
     const prototype = Object.getPrototypeOf(engine);
     for (const name of methods.Engine) {
       assert.deepStrictEqual(

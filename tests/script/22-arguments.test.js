@@ -41,7 +41,7 @@ describe('ReadBytes', () => {
       new Int32Array(buffer, 8, 2),
       new Float32Array(buffer, 8, 2),
       new Float64Array(buffer, 8, 1),
-      new BigUint64Array(buffer, 8, 1),
+      new global.BigUint64Array(buffer, 8, 1),
       new DataView(buffer, 8, 8),
       Buffer.from(buffer, 8, 8),
     ]) {

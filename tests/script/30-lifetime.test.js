@@ -25,13 +25,14 @@ describe('engine', () => {
   });
 
   it('leaves core and systems to a batch that is still alive', async () => {
-    let [runtime, batch] = withEngine((engine) => {
-      const created = engine.createEntity(true, 3);
-      return [addon.runtimeOf(engine), created];
+    let batch = null;
+    const runtime = withEngine((engine) => {
+      batch = engine.createEntity(true, 3);
+      return addon.runtimeOf(engine);
     });
-    const engines = withEngine((engine) => addon.runtimeOf(engine));
     // A second engine shows that collection has come by.
-    assert(await collectUntil(() => addon.runtimeReferences(engines) === 1));
+    const other = withEngine((engine) => addon.runtimeOf(engine));
+    assert(await collectUntil(() => addon.runtimeReferences(other) === 1));
     await collect();
     assert.strictEqual(addon.runtimeReferences(runtime), 2);
     for (const id of [...listBlocks, batch.memoryID]) {
