@@ -52,14 +52,21 @@ class Canvas {
     const right = Math.min(this.width - 1, Math.ceil(Math.max(from.x, to.x) + reach));
     const top = Math.max(0, Math.floor(Math.min(from.y, to.y) - reach));
     const bottom = Math.min(this.height - 1, Math.ceil(Math.max(from.y, to.y) + reach));
+    // Along a row, the stroke reaches this far to both sides of its middle line.
+    const rowReach = (reach * Math.sqrt(squared)) / Math.abs(dy);
     for (let y = top; y <= bottom; ++y) {
-      for (let x = left; x <= right; ++x) {
+      const py = y + 0.5 - from.y;
+      const middle = from.x + (py * dx) / dy;
+      const first = dy === 0 ? left : Math.max(left, Math.floor(middle - rowReach));
+      const last = dy === 0 ? right : Math.min(right, Math.ceil(middle + rowReach));
+      for (let x = first; x <= last; ++x) {
         const px = x + 0.5 - from.x;
-        const py = y + 0.5 - from.y;
         const along = squared > 0 ? (px * dx + py * dy) / squared : 0;
         const t = Math.min(1, Math.max(0, along));
         const radius = from.radius + (to.radius - from.radius) * t;
-        const distance = Math.hypot(px - t * dx, py - t * dy);
+        const ex = px - t * dx;
+        const ey = py - t * dy;
+        const distance = Math.sqrt(ex * ex + ey * ey);
         const coverage = Math.min(1, Math.max(0, Math.max(radius, 0.5) + 0.5 - distance));
         if (coverage > 0) {
           this.blend(x, y, color, opacity * coverage * Math.min(1, radius * 2));
@@ -85,7 +92,7 @@ class Canvas {
       }
       png.data[i * 4 + 3] = 255;
     }
-    return PNG.sync.write(png, { colorType: 2 });
+    return PNG.sync.write(png, { colorType: 2, filterType: 4, deflateLevel: 6 });
   }
 }
 

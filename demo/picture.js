@@ -146,13 +146,14 @@ function drawScene(nodes, positions) {
   const center = camera([bounds.middle[0], bounds.floor, bounds.middle[2]]);
   canvas.fill((x, y) => {
     const [dx, dy] = [x - center.x / kWidth, (y - center.y / kHeight) * 1.6];
-    return mix(kFloor, kSky, Math.min(1, Math.hypot(dx, dy) * 1.7));
+    return mix(kFloor, kSky, Math.min(1, Math.sqrt(dx * dx + dy * dy) * 1.7));
   });
   drawFloor(canvas, camera, bounds);
 
   const typical = median(links.map(({ length }) => length).filter((length) => length > 0));
-  const pixels = typical * center.scale;
-  const width = Math.min(4.5, Math.max(0.55, pixels * 0.09)) / center.scale;
+  // Strokes as wide as the typical link lets them be, in the middle of the picture.
+  const pixels = typical > 0 ? typical * center.scale * 0.09 : Infinity;
+  const width = Math.min(4.5, Math.max(0.55, pixels)) / center.scale;
   const place = (point, size) => {
     const at = camera(point);
     return Object.assign(at, { radius: at.scale * width * size });

@@ -10,6 +10,7 @@ const { UserError, fileTrouble, oneLine } = require('./user-error');
 
 const kGlbMagic = 0x46546c67; // "glTF"
 const kGlbHeaderBytes = 12;
+const kChunkHeaderBytes = 8;
 
 /** Seconds of a whole turn of a model that has no clip. */
 const kTurnSeconds = 8;
@@ -36,11 +37,27 @@ function checkFile(file) {
     throw new UserError(`model '${file}' is a binary glTF file: rename it to end in .glb.`);
   }
   if (isGlb) {
-    const expected = bytes.length < kGlbHeaderBytes ? kGlbHeaderBytes : bytes.readUInt32LE(8);
-    if (bytes.length < expected) {
-      const sizes = `${bytes.length} of ${expected} bytes`;
-      throw new UserError(`model '${file}' is cut short, ${sizes}: copy or export it again.`);
-    }
+    checkBinaryFile(file, bytes);
+  }
+}
+
+/**
+ * Follows the lengths that a binary file states, of the whole and of its chunks, to their ends.
+ * @param {string} file
+ * @param {Buffer} bytes
+ * @throws {UserError}
+ */
+function checkBinaryFile(file, bytes) {
+  const stated = bytes.length < kGlbHeaderBytes ? kGlbHeaderBytes : bytes.readUInt32LE(8);
+  let end = kGlbHeaderBytes;
+  while (end < stated && end < bytes.length) {
+    const whole = end + kChunkHeaderBytes <= bytes.length;
+    end += kChunkHeaderBytes + (whole ? bytes.readUInt32LE(end) : 0);
+  }
+  const expected = Math.max(stated, end);
+  if (bytes.length < expected) {
+    const sizes = `${bytes.length} of ${expected} bytes`;
+    throw new UserError(`model '${file}' is cut short, ${sizes}: copy or export it again.`);
   }
 }
 
@@ -175,7 +192,7 @@ function readingTrouble(error) {
     const part = `it needs '${error.path}', ${fileTrouble(error)}`;
     return `can't be used, ${part}: put that file there, or export the model as one .glb.`;
   }
-  let trouble = oneLine(error.message);
+  let trouble = oneLine(error.message).replace(/\.$/, '');
   if (error instanceof SyntaxError) {
     trouble = `its JSON is broken, ${trouble}`;
   } else if (error instanceof TypeError || error instanceof RangeError) {
