@@ -16,7 +16,7 @@ const { EngineScene } = require('../../demo/engine-scene');
 const { loadGltfScene } = require('../../demo/scene-gltf');
 const { createProceduralScene } = require('../../demo/scene-procedural');
 const { realModel, skeleton, writeGlb } = require('../fixtures/models');
-const { TestWorld, createRandom } = require('../fixtures/world');
+const { TestWorld, createRandom, nativeModule } = require('../fixtures/world');
 
 const kUnit = Math.pow(2, -24);
 const kLocalError = 8 * kUnit;
@@ -134,8 +134,7 @@ function mirrorOf(nodes) {
 
 /** Runs a scene on both sides and compares after linking and after each frame. */
 function assertSceneAgrees(scene, frames) {
-  const { getEngine } = require(process.env.NQ_MODULE);
-  const engineScene = new EngineScene(getEngine(), scene.nodes);
+  const engineScene = new EngineScene(nativeModule().getEngine(), scene.nodes);
   const mirror = mirrorOf(scene.nodes);
   const compare = (when) => {
     mirror.update();
