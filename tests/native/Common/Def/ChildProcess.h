@@ -36,8 +36,7 @@ inline std::string ReadToEnd(int descriptor) {
 }
 
 // Runs `body` in a child whose standard output is a fully buffered pipe and whose standard error is
-// another. A body that returns ends the child without flushing anything. Its output must fit into a
-// pipe's buffer. No other thread may be alive in the caller.
+// another. Its output must fit into a pipe's buffer. No other thread may be alive in the caller.
 inline ChildResult RunInChild(const std::function<void()>& body) {
   int outPipe[2];
   int errPipe[2];
