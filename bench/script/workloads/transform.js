@@ -52,22 +52,19 @@ function measurePasses(tree, budget) {
   return { tree: tree.name, nodes: tree.count, held, plain };
 }
 
-function print(frames, passes) {
+function printFrames(name, frames) {
   printTable(
-    'transform: ns per changed node and frame',
-    [
-      'tree',
-      'nodes',
-      '% dirty',
-      'mode',
-      'dirty',
-      'world matrices',
-      'nq',
-      'nq in tree order',
-    ].concat(['typed', 'three', 'gl-matrix', 'typed/nq', 'three/nq']),
+    `transform: ${name}, ns per changed node and frame`,
+    ['nodes', '% dirty', 'mode', 'dirty', 'world matrices', 'nq', 'nq in tree order'].concat([
+      'typed',
+      'three',
+      'gl-matrix',
+      'typed/nq',
+      'three/nq',
+    ]),
     frames.map((row) => {
       const { nq, nqInTreeOrder, typed, three, glMatrix } = row.nanosecondsPerDirtyNode;
-      return [row.tree, row.nodes, row.percent, row.mode, row.dirty, row.affected, nq].concat([
+      return [row.nodes, row.percent, row.mode, row.dirty, row.affected, nq].concat([
         nqInTreeOrder,
         typed,
         three,
@@ -77,34 +74,36 @@ function print(frames, passes) {
       ]);
     })
   );
-  printTable(
-    'transform: frames of several passes, 100 % dirty, ns per node',
-    ['tree', 'nodes', 'root held inactive', 'plain, deepest first', 'plain/held'],
-    passes.map((row) => [row.tree, row.nodes, row.held, row.plain, row.plain / row.held])
-  );
 }
 
-function run(budget) {
+function measureTree(name, budget) {
   const frames = [];
-  const passes = [];
-  for (const name of treeNames) {
-    const sizes = budget.sizes.filter((size) => name !== 'chain' || size <= chainLimit);
-    for (const size of sizes) {
-      const tree = buildTree(name, size);
-      const contenders = creators.map((create) => create(tree));
-      for (const mode of ['quaternion', 'euler']) {
-        for (const percent of [100, 10, 1]) {
-          frames.push(measureCase(tree, contenders, percent, mode, budget));
-        }
+  for (const size of budget.sizes.filter((one) => name !== 'chain' || one <= chainLimit)) {
+    const tree = buildTree(name, size);
+    const contenders = creators.map((create) => create(tree));
+    for (const mode of ['quaternion', 'euler']) {
+      for (const percent of [100, 10, 1]) {
+        frames.push(measureCase(tree, contenders, percent, mode, budget));
       }
     }
   }
+  printFrames(name, frames);
+  return frames;
+}
+
+function run(budget) {
+  const frames = [].concat(...treeNames.map((name) => measureTree(name, budget)));
+  const passes = [];
   for (const name of treeNames.filter((one) => one !== 'chain')) {
     for (const size of budget.passSizes) {
       passes.push(measurePasses(buildTree(name, size), budget));
     }
   }
-  print(frames, passes);
+  printTable(
+    'transform: frames of several passes, 100 % dirty, ns per node',
+    ['tree', 'nodes', 'root held inactive', 'plain, deepest first', 'plain/held'],
+    passes.map((row) => [row.tree, row.nodes, row.held, row.plain, row.plain / row.held])
+  );
   return { frames, passes };
 }
 
