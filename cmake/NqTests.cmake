@@ -26,10 +26,17 @@ if(NQ_BUILD_MODULE)
     nq_add_addon(nq_test_addon cmake/nq_test_addon.map ${NQ_ADDON_SOURCES})
   endif()
 
+  # How a fault ends a process, and how much time and memory a test may take, depends on the
+  # sanitizer.
+  set(kind plain)
+  if(NQ_SANITIZE)
+    set(kind ${NQ_SANITIZE})
+  endif()
+
   set(environment
       "NQ_MODULE=$<TARGET_FILE:nq_logic>"
       "NQ_TEST_ADDON=${CMAKE_BINARY_DIR}/nq_test_addon.node"
-      "NQ_BUILD_KIND=${NQ_BUILD_KIND}")
+      "NQ_BUILD_KIND=${kind}")
   if(NQ_SANITIZE)
     # The host is not instrumented: the runtime comes first by preloading.
     if(NQ_SANITIZE STREQUAL "address")

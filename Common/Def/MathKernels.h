@@ -1,14 +1,13 @@
 // The single-precision kernels that the whole engine shares.
 //
 // CONVENTIONS
-//   Matrices  column-major: element (row r, column c) of a 4x4 at index 4c + r, of a 3x3 at 3c + r.
-//             Translation at 12, 13, 14. A point transforms as M * p.
-//   Angles    radians.
-//   Rotations quaternions are stored in entities as x, y, z, w; each kernel here says its own
-//   order. Floats    every operation rounds to single precision, in the order written; square roots
-//   and
-//             trigonometry are taken in double and rounded. Not-a-numbers and infinities pass
-//             through.
+// - Matrices are column-major: element (row r, column c) of a 4x4 at index 4c + r, of a 3x3 at
+//   3c + r. Translation at 12, 13, 14. A point transforms as M * p.
+// - Angles are radians.
+// - Quaternions are stored in entities as x, y, z, w; each kernel here says its own order.
+// - Every operation rounds to single precision, in the order written; square roots and trigonometry
+//   are taken in double and rounded. Not-a-numbers and infinities pass through.
+//
 // All kernels are pure and may run on any thread.
 #ifndef NQ_COMMON_DEF_MATHKERNELS_H_
 #define NQ_COMMON_DEF_MATHKERNELS_H_

@@ -113,7 +113,6 @@ void WorkerPool::PostAll(Task* tasks, size_t count) {
       // A post waits until the current WaitIdle has ended.
       MutexLock waitLock(state->waitMutex);
     }
-    state->queue.reserve(state->queue.size() + count);
     for (size_t i = 0; i < count; ++i) {
       state->queue.push_back(std::move(tasks[i]));
     }

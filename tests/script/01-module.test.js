@@ -3,9 +3,9 @@
 const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
+const { spawnSync } = require('child_process');
 const { Worker } = require('worker_threads');
-
-const modulePath = process.env.NQ_MODULE;
+const { modulePath } = require('./lib/host');
 
 /** Runs `body` in a Worker and resolves with what it posts. */
 function inWorker(body) {
@@ -29,24 +29,47 @@ describe('module', () => {
     assert.strictEqual(process.versions.modules, '72');
   });
 
-  it('exports getEngine and getVersion, in this order, and nothing else', () => {
+  it('installs getEngine and then getVersion, and nothing else', () => {
     assert.deepStrictEqual(Reflect.ownKeys(nq), ['getEngine', 'getVersion']);
   });
 
-  for (const name of ['getEngine', 'getVersion']) {
-    it(`exports ${name} as an ordinary property, a function of that name`, () => {
-      const descriptor = Object.getOwnPropertyDescriptor(nq, name);
-      assert.strictEqual(typeof descriptor.value, 'function');
-      assert.strictEqual(descriptor.value.name, name);
-      assert.strictEqual(descriptor.writable, true);
-      assert.strictEqual(descriptor.enumerable, true);
-      assert.strictEqual(descriptor.configurable, true);
-    });
-  }
+  it('names its functions after their exports', () => {
+    assert.strictEqual(typeof nq.getEngine, 'function');
+    assert.strictEqual(typeof nq.getVersion, 'function');
+    assert.strictEqual(nq.getEngine.name, 'getEngine');
+    assert.strictEqual(nq.getVersion.name, 'getVersion');
+    assert.strictEqual(nq.getEngine.length, 0);
+    assert.strictEqual(nq.getVersion.length, 0);
+  });
 
-  it('carries the file name of its record', () => {
+  it('installs writable, enumerable, configurable exports', () => {
+    for (const name of ['getEngine', 'getVersion']) {
+      const { writable, enumerable, configurable } = Object.getOwnPropertyDescriptor(nq, name);
+      assert.deepStrictEqual([writable, enumerable, configurable], [true, true, true], name);
+    }
+  });
+
+  it('exports exactly two symbols', () => {
+    const env = Object.assign({}, process.env);
+    // A sanitizer's runtime that is preloaded for the host is not for other programs.
+    delete env.LD_PRELOAD;
+    const nm = spawnSync('nm', ['-D', '--defined-only', modulePath], { env, encoding: 'utf8' });
+    assert.strictEqual(nm.status, 0, nm.stderr);
+    const symbols = nm.stdout
+      .trim()
+      .split('\n')
+      .map((line) => line.split(' ').slice(1));
+    symbols.sort((a, b) => (a[1] < b[1] ? -1 : 1));
+    assert.deepStrictEqual(symbols, [
+      ['T', '_register_nq_logic_'],
+      ['T', 'node_register_module_v72'],
+    ]);
+  });
+
+  it('carries the file name of its record, with one backslash', () => {
     const bytes = fs.readFileSync(modulePath);
     assert.notStrictEqual(bytes.indexOf(Buffer.from('\0..\\nq_logic\0', 'latin1')), -1);
+    assert.strictEqual(bytes.indexOf(Buffer.from('..\\\\nq_logic', 'latin1')), -1);
   });
 
   it('gives the same exports while it stays in the require cache', () => {
@@ -60,21 +83,33 @@ describe('module', () => {
     try {
       const again = require(modulePath);
       assert.notStrictEqual(again, nq);
-      assert.deepStrictEqual(Object.keys(again), Object.keys(nq));
+      assert.deepStrictEqual(Object.keys(again), ['getEngine', 'getVersion']);
       assert.notStrictEqual(again.getVersion, nq.getVersion);
       assert.deepStrictEqual(again.getVersion(), { version: '138' });
+      // Classes belong to the thread, whichever exports made them.
+      assert.strictEqual(again.getEngine().constructor, nq.getEngine().constructor);
     } finally {
       require.cache[key] = cached;
     }
   });
 
+  it('can be loaded by the system call alone', () => {
+    const target = { exports: {} };
+    process.dlopen(target, modulePath);
+    assert.deepStrictEqual(Object.keys(target.exports), ['getEngine', 'getVersion']);
+    assert.strictEqual(target.exports.getEngine().constructor.name, 'Engine');
+  });
+
   it('can be loaded in Workers, one after the other and two at once', async () => {
     const body = `
       const { parentPort, workerData } = require('worker_threads');
-      parentPort.postMessage(require(workerData).getVersion());`;
-    assert.deepStrictEqual(await inWorker(body), { version: '138' });
+      const nq = require(workerData);
+      const batch = nq.getEngine().createEntity(true, 3);
+      parentPort.postMessage([nq.getVersion(), batch.id, batch.buffer.byteLength]);`;
+    const expected = [{ version: '138' }, 0x1000, 324];
+    assert.deepStrictEqual(await inWorker(body), expected);
     const both = await Promise.all([inWorker(body), inWorker(body)]);
-    assert.deepStrictEqual(both, [{ version: '138' }, { version: '138' }]);
+    assert.deepStrictEqual(both, [expected, expected]);
   });
 });
 
@@ -103,7 +138,12 @@ describe('getVersion', () => {
   });
 
   it('reads neither arguments nor the receiver', () => {
-    assert.deepStrictEqual(nq.getVersion.call(null, 1, 'two'), { version: '138' });
+    const throwing = {
+      valueOf() {
+        throw new Error('read');
+      },
+    };
+    assert.deepStrictEqual(nq.getVersion.call(null, throwing, 'two'), { version: '138' });
     const getVersion = nq.getVersion;
     assert.deepStrictEqual(getVersion(), { version: '138' });
   });

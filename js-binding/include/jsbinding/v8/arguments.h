@@ -31,21 +31,34 @@ struct Bytes {
   size_t length = 0;
 };
 
-// The memory behind an ArrayBuffer or a view of one. A view that reaches past its buffer's end is
-// cut to what is left of the buffer; one that starts at or past the end, and any other value, gives
-// null and 0. Not owned; valid as long as the buffer is.
-inline Bytes ReadBytes(v8::Local<v8::Value> value) {
+namespace internal {
+
+// `rangeLength` bytes at `offset` of a block of `length` bytes at `data`. A range that reaches past
+// the block's end is cut to what is left of it; one that starts at or past the end gives null and
+// 0.
+inline Bytes ClipRange(void* data, size_t length, size_t offset, size_t rangeLength) {
   Bytes bytes;
+  if (length > offset) {
+    const size_t left = length - offset;
+    bytes.data = static_cast<uint8_t*>(data) + offset;
+    bytes.length = rangeLength < left ? rangeLength : left;
+  }
+  return bytes;
+}
+
+}  // namespace internal
+
+// The memory behind an ArrayBuffer, or the range of it that a view shows, clipped as above; any
+// other value gives null and 0. Not owned; valid as long as the buffer is.
+inline Bytes ReadBytes(v8::Local<v8::Value> value) {
   if (value->IsArrayBufferView()) {
     v8::Local<v8::ArrayBufferView> view = value.As<v8::ArrayBufferView>();
     const v8::ArrayBuffer::Contents contents = view->Buffer()->GetContents();
-    const size_t offset = view->ByteOffset();
-    if (contents.ByteLength() > offset) {
-      const size_t left = contents.ByteLength() - offset;
-      bytes.data = static_cast<uint8_t*>(contents.Data()) + offset;
-      bytes.length = view->ByteLength() < left ? view->ByteLength() : left;
-    }
-  } else if (value->IsArrayBuffer()) {
+    return internal::ClipRange(contents.Data(), contents.ByteLength(), view->ByteOffset(),
+                               view->ByteLength());
+  }
+  Bytes bytes;
+  if (value->IsArrayBuffer()) {
     const v8::ArrayBuffer::Contents contents = value.As<v8::ArrayBuffer>()->GetContents();
     bytes.data = static_cast<uint8_t*>(contents.Data());
     bytes.length = contents.ByteLength();

@@ -1,0 +1,196 @@
+// The step of a frame, whole and by its phases.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <numeric>
+#include <vector>
+
+#include "bench/native/BenchScene.h"
+
+namespace nq::bench {
+namespace {
+
+using engine::EntitySystem;
+using engine::kDirtyListCapacity;
+
+const char* ShapeName(Shape shape) {
+  switch (shape) {
+    case Shape::kLargeTree:
+      return "large_tree";
+    case Shape::kHumanoids:
+      return "humanoids";
+    case Shape::kWideTree:
+      return "wide_tree";
+    case Shape::kChain:
+      return "chain";
+  }
+  return "";
+}
+
+// The nodes that change: all of them, or `count` from all over the tree, the root not among them.
+std::vector<uint32_t> DirtyNodes(uint32_t nodes, uint32_t count) {
+  if (count >= nodes) {
+    std::vector<uint32_t> all(nodes);
+    std::iota(all.begin(), all.end(), 0);
+    return all;
+  }
+  std::vector<uint32_t> picked = Pick(nodes - 1, count);
+  for (uint32_t& node : picked) {
+    ++node;
+  }
+  return picked;
+}
+
+double Now() {
+  const auto time = std::chrono::steady_clock::now().time_since_epoch();
+  return static_cast<double>(std::chrono::duration_cast<std::chrono::nanoseconds>(time).count());
+}
+
+// range: shape, nodes, dirty nodes. What changes is written outside the measured time. Counters are
+// nanoseconds per dirty node: `sync` local matrices with their hand-over and the version bumps,
+// `mark` the marks, `world` the walk. A frame of more nodes than the list holds is passed in
+// several calls, the root held inactive until the last.
+void BM_RefreshWorldTransform(benchmark::State& state) {
+  const Shape shape = static_cast<Shape>(state.range(0));
+  const uint32_t nodes = static_cast<uint32_t>(state.range(1));
+  BenchScene scene(shape, nodes);
+  EntitySystem* system = scene.System();
+  const std::vector<uint32_t> dirty = DirtyNodes(nodes, static_cast<uint32_t>(state.range(2)));
+  double sync = 0;
+  double mark = 0;
+  double world = 0;
+  float position = 0;
+  for (auto _ : state) {
+    position += 0.125f;
+    scene.Move(dirty, position);
+    double measured = 0;
+    const bool held = dirty.size() > kDirtyListCapacity;
+    for (size_t from = 0; from < dirty.size(); from += kDirtyListCapacity) {
+      const size_t to = std::min<size_t>(dirty.size(), from + kDirtyListCapacity);
+      scene.List(dirty, from, to);
+      const double start = Now();
+      if (held && from == 0) {
+        system->Deactivate(scene.Handle(0));
+      }
+      if (held && to == dirty.size()) {
+        system->Activate(scene.Handle(0), false);
+      }
+      system->SyncLocalTransform();
+      const double synced = Now();
+      system->MarkDirtyEntities(false);
+      const double marked = Now();
+      system->ClearDirtyEntities();
+      scene.Root()->UpdateTree();
+      const double end = Now();
+      sync += synced - start;
+      mark += marked - synced;
+      world += end - marked;
+      measured += end - start;
+    }
+    state.SetIterationTime(measured * 1e-9);
+  }
+  const double entries = static_cast<double>(state.iterations() * dirty.size());
+  state.counters["sync"] = sync / entries;
+  state.counters["mark"] = mark / entries;
+  state.counters["world"] = world / entries;
+  state.SetLabel(ShapeName(shape));
+}
+
+void Trees(benchmark::internal::Benchmark* benchmark) {
+  benchmark->ArgNames({"shape", "nodes", "dirty"});
+  for (const Shape shape : {Shape::kLargeTree, Shape::kHumanoids, Shape::kWideTree}) {
+    for (const int64_t nodes : {1001, 10001, 100001}) {
+      for (const int64_t parts : {1, 10, 100}) {
+        benchmark->Args({static_cast<int64_t>(shape), nodes, nodes / parts});
+      }
+    }
+  }
+  benchmark->Args({static_cast<int64_t>(Shape::kChain), 1000, 1000});
+  benchmark->Args({static_cast<int64_t>(Shape::kChain), 10000, 100});
+}
+BENCHMARK(BM_RefreshWorldTransform)->Apply(Trees)->UseManualTime();
+
+// Dirty lists of 1,000 and 10,000 nodes all over a tree of 100,000, or the first so many of it.
+void Lists(benchmark::internal::Benchmark* benchmark) {
+  benchmark->ArgNames({"dirty", "scattered"});
+  for (const int64_t dirty : {1000, 10000}) {
+    benchmark->Args({dirty, 1});
+    benchmark->Args({dirty, 0});
+  }
+}
+
+struct ListedScene {
+  explicit ListedScene(const benchmark::State& state) : scene(Shape::kLargeTree, 100000) {
+    const uint32_t count = static_cast<uint32_t>(state.range(0));
+    nodes = state.range(1) != 0 ? DirtyNodes(100000, count) : DirtyNodes(count, count);
+    scene.Move(nodes, 0.25f);
+    scene.List(nodes, 0, nodes.size());
+  }
+
+  BenchScene scene;
+  std::vector<uint32_t> nodes;
+};
+
+// The local matrices on one thread.
+void BM_SyncDirtyRange(benchmark::State& state) {
+  ListedScene listed(state);
+  for (auto _ : state) {
+    listed.scene.System()->SyncDirtyRange(0, static_cast<uint32_t>(listed.nodes.size()));
+  }
+  state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * listed.nodes.size()));
+}
+BENCHMARK(BM_SyncDirtyRange)->Apply(Lists);
+
+// Noting of version bumps. Nobody asks for a version meanwhile, as in most games.
+void BM_BumpLocalVersions(benchmark::State& state) {
+  ListedScene listed(state);
+  engine::LocalVersions& versions = listed.scene.System()->Versions();
+  for (auto _ : state) {
+    for (const uint32_t node : listed.nodes) {
+      versions.Bump(listed.scene.Handle(node));
+    }
+  }
+  state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * listed.nodes.size()));
+}
+BENCHMARK(BM_BumpLocalVersions)->Apply(Lists);
+
+// The bumps of a frame noted and spread: somebody asks for a version in each.
+void BM_SettleLocalVersions(benchmark::State& state) {
+  ListedScene listed(state);
+  engine::LocalVersions& versions = listed.scene.System()->Versions();
+  for (auto _ : state) {
+    for (const uint32_t node : listed.nodes) {
+      versions.Bump(listed.scene.Handle(node));
+    }
+    versions.Settle();
+  }
+  state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * listed.nodes.size()));
+}
+BENCHMARK(BM_SettleLocalVersions)->Apply(Lists);
+
+// Marks on a clean tree; the world pass that cleans it again is not measured.
+void BM_MarkDirtyEntities(benchmark::State& state) {
+  ListedScene listed(state);
+  for (auto _ : state) {
+    const double start = Now();
+    listed.scene.System()->MarkDirtyEntities(false);
+    state.SetIterationTime((Now() - start) * 1e-9);
+    listed.scene.Root()->UpdateTree();
+  }
+  state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * listed.nodes.size()));
+}
+BENCHMARK(BM_MarkDirtyEntities)->Apply(Lists)->UseManualTime();
+
+// A frame in which nothing changed.
+void BM_IdleFrame(benchmark::State& state) {
+  BenchScene scene(Shape::kLargeTree, 100000);
+  for (auto _ : state) {
+    scene.System()->RefreshWorldTransform();
+  }
+}
+BENCHMARK(BM_IdleFrame);
+
+}  // namespace
+}  // namespace nq::bench

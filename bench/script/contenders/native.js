@@ -1,0 +1,274 @@
+'use strict';
+// The module, used as its guide says: whole batches, transforms written straight into the shared
+// records, one list of what changed, one call a frame.
+const path = require('path');
+const { preorder } = require('../lib/scenes');
+
+const modulePath = path.resolve(
+  process.env.NQ_MODULE || path.join(__dirname, '..', '..', '..', 'build/Release/nq_logic.node')
+);
+const { getEngine } = require(modulePath);
+
+/** Entities a batch can hold. */
+const batchCapacity = 4095;
+
+/** Entries the dirty list can hold. */
+const dirtyCapacity = 12287;
+
+// In 32-bit words: one record, and where rotation, position, scale and world matrix start in it.
+const recordWords = 27;
+const rotationAt = 1;
+const positionAt = 5;
+const scaleAt = 8;
+const worldAt = 11;
+const recordBytes = 4 * recordWords;
+
+const command = { addRoot: 1, addChild: 2, activate: 10, deactivate: 11 };
+
+/** Bytes of commands that fit behind the length word. */
+const commandCapacity = 49152 - 4;
+
+/**
+ * Appends entity commands; a full stream is run by a refresh.
+ * @param {object} engine
+ */
+function createCommandWriter(engine) {
+  const words = new Uint32Array(engine.entityCommands);
+  let next = 1;
+  const writer = {
+    push1(number, operand) {
+      if ((next + 1) * 4 > commandCapacity) {
+        writer.flush();
+      }
+      words[next++] = number;
+      words[next++] = operand;
+      words[0] = (next - 1) * 4;
+    },
+    push2(number, first, second) {
+      if ((next + 2) * 4 > commandCapacity) {
+        writer.flush();
+      }
+      words[next++] = number;
+      words[next++] = first;
+      words[next++] = second;
+      words[0] = (next - 1) * 4;
+    },
+    /** Runs what was pushed. */
+    flush() {
+      engine.refreshWorldTransform();
+      next = 1;
+    },
+    /** For a caller that refreshes by itself: the stream is empty again. */
+    restart() {
+      next = 1;
+    },
+  };
+  return writer;
+}
+
+/**
+ * Creates `count` 3D entities in batches.
+ * @param {object} engine
+ * @param {number} count
+ * @returns {{objects: object[], records: Float32Array[], handles: Uint32Array}} handles in order of
+ *   creation
+ */
+function createEntities(engine, count) {
+  const objects = [];
+  const records = [];
+  const handles = new Uint32Array(count);
+  for (let first = 0; first < count; first += batchCapacity) {
+    const size = Math.min(batchCapacity, count - first);
+    const object = engine.createEntity(true, size);
+    objects.push(object);
+    records.push(new Float32Array(object.buffer));
+    for (let i = 0; i < size; ++i) {
+      handles[first + i] = object.id + i;
+    }
+  }
+  return { objects, records, handles };
+}
+
+/**
+ * Links all nodes to their parents by the command stream, and makes node 0 a root at the end: the
+ * passes in between find nothing to walk.
+ * @param {object} engine
+ * @param {Int32Array} parents
+ * @param {Uint32Array} handles by node
+ */
+function linkTree(engine, parents, handles) {
+  const writer = createCommandWriter(engine);
+  for (let node = 1; node < parents.length; ++node) {
+    writer.push2(command.addChild, handles[parents[node]], handles[node]);
+  }
+  writer.push1(command.addRoot, handles[0]);
+  writer.flush();
+}
+
+/**
+ * The contender.
+ * @param {import('../lib/scenes').Tree} tree
+ * @param {{heldRoot: boolean, treeOrder: boolean}} options whether entities are created in the order in
+ *   which the tree is walked, or in that of the nodes; and how a frame of more entries than the list can hold goes:
+ *   with the root held inactive until the last of its passes, so that the world pass runs once; or
+ *   plainly, with what lies deepest listed first and the root last
+ */
+function createNative(tree, options = { heldRoot: true, treeOrder: false }) {
+  const engine = getEngine();
+  const created = createEntities(engine, tree.count);
+  const { objects, records } = created;
+  const places = options.treeOrder ? preorder(tree) : Int32Array.from(tree.parents, (_, i) => i);
+  const handles = Uint32Array.from(places, (place) => created.handles[place]);
+  for (let node = 0; node < tree.count; ++node) {
+    const record = records[Math.floor(places[node] / batchCapacity)];
+    record.set(
+      tree.scales.subarray(3 * node, 3 * node + 3),
+      (places[node] % batchCapacity) * recordWords + scaleAt
+    );
+  }
+  linkTree(engine, tree.parents, handles);
+  const dirtyWords = new Uint32Array(engine.dirtyEntities);
+  const commandWords = new Uint32Array(engine.entityCommands);
+
+  // What changes in a frame, in the order in which it is listed. Nodes of one batch follow each other,
+  // so a span names the batch once: its records, and its end in the arrays.
+  let dirtyHandles = new Uint32Array(0);
+  let offsets = new Uint32Array(0);
+  let valueOffsets = new Uint32Array(0);
+  let spans = [];
+  let passEnds = [];
+  let mode = 'quaternion';
+
+  function writeQuaternions(record, values, from, to, listed) {
+    for (let k = from; k < to; ++k) {
+      const at = offsets[k];
+      const v = valueOffsets[k];
+      record[at + rotationAt] = values[v];
+      record[at + rotationAt + 1] = values[v + 1];
+      record[at + rotationAt + 2] = values[v + 2];
+      record[at + rotationAt + 3] = values[v + 3];
+      record[at + positionAt] = values[v + 4];
+      record[at + positionAt + 1] = values[v + 5];
+      record[at + positionAt + 2] = values[v + 6];
+      dirtyWords[++listed] = dirtyHandles[k];
+    }
+    return listed;
+  }
+
+  function writeEuler(record, values, from, to, listed) {
+    for (let k = from; k < to; ++k) {
+      const at = offsets[k];
+      const v = valueOffsets[k];
+      record[at + rotationAt] = values[v];
+      record[at + rotationAt + 1] = values[v + 1];
+      record[at + rotationAt + 2] = values[v + 2];
+      record[at + positionAt] = values[v + 3];
+      record[at + positionAt + 1] = values[v + 4];
+      record[at + positionAt + 2] = values[v + 5];
+      dirtyWords[++listed] = dirtyHandles[k];
+    }
+    return listed;
+  }
+
+  function writePass(values, spanAt, end) {
+    const write = mode === 'quaternion' ? writeQuaternions : writeEuler;
+    let listed = 0;
+    while (spanAt < spans.length && spans[spanAt].from < end) {
+      const span = spans[spanAt];
+      listed = write(span.record, values, span.from, span.to, listed);
+      ++spanAt;
+    }
+    dirtyWords[0] = listed;
+    return spanAt;
+  }
+
+  function runPasses(values, call) {
+    let spanAt = 0;
+    const held = options.heldRoot && passEnds.length > 1;
+    for (let pass = 0; pass < passEnds.length; ++pass) {
+      if (held && (pass === 0 || pass === passEnds.length - 1)) {
+        commandWords[1] = pass === 0 ? command.deactivate : command.activate;
+        commandWords[2] = handles[0];
+        commandWords[0] = 8;
+      }
+      spanAt = writePass(values, spanAt, passEnds[pass]);
+      if (call) {
+        engine.refreshWorldTransform();
+      }
+    }
+  }
+
+  return {
+    name: options.treeOrder ? 'nq in tree order' : 'nq',
+
+    setDirty(dirty, rotationMode) {
+      mode = rotationMode;
+      const stride = mode === 'quaternion' ? 7 : 6;
+      const count = dirty.length;
+      const order = Array.from(dirty, (_, k) => k);
+      if (options.treeOrder) {
+        order.sort((a, b) => places[dirty[a]] - places[dirty[b]]);
+      }
+      if (!options.heldRoot) {
+        order.reverse();
+      }
+      dirtyHandles = new Uint32Array(count);
+      offsets = new Uint32Array(count);
+      valueOffsets = new Uint32Array(count);
+      spans = [];
+      passEnds = [];
+      let span = null;
+      for (let k = 0; k < count; ++k) {
+        const node = dirty[order[k]];
+        const batch = Math.floor(places[node] / batchCapacity);
+        dirtyHandles[k] = handles[node];
+        offsets[k] = (places[node] % batchCapacity) * recordWords;
+        valueOffsets[k] = order[k] * stride;
+        const newPass = k % dirtyCapacity === 0;
+        if (newPass || span.batch !== batch) {
+          span = { batch, record: records[batch], from: k, to: k };
+          spans.push(span);
+        }
+        span.to = k + 1;
+        if (newPass) {
+          passEnds.push(count);
+          if (passEnds.length > 1) {
+            passEnds[passEnds.length - 2] = k;
+          }
+        }
+      }
+      // The mode is a byte of its own, written once.
+      objects.forEach((object) => {
+        const bytes = new Uint8Array(object.buffer);
+        for (let at = 0; at < bytes.length; at += recordBytes) {
+          bytes[at] = mode === 'quaternion' ? 1 : 0;
+        }
+      });
+    },
+
+    frame(values) {
+      runPasses(values, true);
+    },
+
+    /** The script side of a frame alone: everything but the calls. */
+    write(values) {
+      runPasses(values, false);
+      dirtyWords[0] = 0;
+      commandWords[0] = 0;
+    },
+
+    idle() {
+      engine.refreshWorldTransform();
+    },
+
+    world(out) {
+      for (let node = 0; node < tree.count; ++node) {
+        const record = records[Math.floor(places[node] / batchCapacity)];
+        const at = (places[node] % batchCapacity) * recordWords + worldAt;
+        out.set(record.subarray(at, at + 16), 16 * node);
+      }
+    },
+  };
+}
+
+module.exports = { batchCapacity, createEntities, createNative, getEngine, linkTree, modulePath };

@@ -1,0 +1,134 @@
+'use strict';
+// Timing: monotonic clock, medians, and contenders taking turns in one process.
+const v8 = require('v8');
+const vm = require('vm');
+
+v8.setFlagsFromString('--expose-gc');
+const collectGarbage = vm.runInNewContext('gc');
+
+/**
+ * What a budget spends on a measurement.
+ * @typedef {{rounds: number, milliseconds: number, sizes: number[], passSizes: number[],
+ *   sweepSizes: number[], entities: number, singles: number}} Budget
+ */
+
+/** @type {Object<string, Budget>} */
+const budgets = {
+  tiny: {
+    rounds: 1,
+    milliseconds: 0,
+    sizes: [200],
+    passSizes: [13000],
+    sweepSizes: [400],
+    entities: 500,
+    singles: 50,
+  },
+  short: {
+    rounds: 9,
+    milliseconds: 6,
+    sizes: [1000, 10000, 100000],
+    passSizes: [100000],
+    sweepSizes: [10000, 100000],
+    entities: 100000,
+    singles: 10000,
+  },
+  full: {
+    rounds: 25,
+    milliseconds: 20,
+    sizes: [1000, 10000, 100000],
+    passSizes: [100000],
+    sweepSizes: [10000, 100000],
+    entities: 100000,
+    singles: 10000,
+  },
+};
+
+/** Nanoseconds of a monotonic clock, as a double. */
+function now() {
+  const time = process.hrtime();
+  return time[0] * 1e9 + time[1];
+}
+
+/**
+ * The median.
+ * @param {number[]} values at least one
+ * @returns {number}
+ */
+function median(values) {
+  const sorted = values.slice().sort((a, b) => a - b);
+  const middle = sorted.length >> 1;
+  return sorted.length % 2 === 1 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
+}
+
+/** What is reported of the rounds of a measurement. */
+let statistic = median;
+
+/**
+ * Chooses what is reported: the median of the rounds, or the best of them, which on a machine that
+ * is busy with other things says more.
+ * @param {string} name 'median' or 'best'
+ */
+function reportStatistic(name) {
+  statistic = name === 'best' ? (values) => Math.min(...values) : median;
+}
+
+/** Runs between two looks at the clock take about this many nanoseconds. */
+const batchNanoseconds = 1e5;
+
+/**
+ * Runs contenders in turns, A B C A B C..., and returns the nanoseconds of one run of each, in their
+ * order, by the statistic that is reported. Ahead of each turn garbage is collected and one run goes untimed, since the others
+ * have emptied the caches. A first, untimed round lets the compiler settle.
+ * @param {Array<function(number): void>} contenders each is given a number that counts its runs
+ * @param {Budget} budget
+ * @returns {number[]}
+ */
+function interleave(contenders, budget) {
+  const samples = contenders.map(() => []);
+  const runs = contenders.map(() => 0);
+  const batches = contenders.map(() => 1);
+  for (let round = -1; round < budget.rounds; ++round) {
+    for (let c = 0; c < contenders.length; ++c) {
+      const run = contenders[c];
+      collectGarbage();
+      run(runs[c]++);
+      const limit = budget.milliseconds * 1e6;
+      const start = now();
+      let count = 0;
+      let elapsed;
+      do {
+        for (let i = 0; i < batches[c]; ++i) {
+          run(runs[c]++);
+        }
+        count += batches[c];
+        elapsed = now() - start;
+      } while (elapsed < limit);
+      if (round >= 0) {
+        samples[c].push(elapsed / count);
+      }
+      batches[c] = Math.max(1, Math.floor((batchNanoseconds * count) / elapsed));
+    }
+  }
+  return samples.map(statistic);
+}
+
+/**
+ * Nanoseconds of `body` over the rounds of a budget, each with its own untimed preparation.
+ * @param {Budget} budget
+ * @param {function(): *} prepare its result is given to `body`
+ * @param {function(*): void} body
+ * @returns {number}
+ */
+function once(budget, prepare, body) {
+  const samples = [];
+  for (let round = 0; round < budget.rounds; ++round) {
+    const input = prepare();
+    collectGarbage();
+    const start = now();
+    body(input);
+    samples.push(now() - start);
+  }
+  return statistic(samples);
+}
+
+module.exports = { budgets, collectGarbage, interleave, now, once, reportStatistic };

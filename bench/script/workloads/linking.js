@@ -1,0 +1,40 @@
+'use strict';
+// Putting a tree together, by the command stream and by calls. What a level costs when it is loaded.
+const { createEntities, getEngine, linkTree } = require('../contenders/native');
+const { once } = require('../lib/measure');
+const { printTable } = require('../lib/table');
+const { buildTree, treeNames } = require('../lib/scenes');
+const { Object3D } = require('three');
+
+function run(budget) {
+  const rows = [];
+  for (const name of treeNames) {
+    const tree = buildTree(name, budget.entities);
+    const nq = once(
+      budget,
+      () => {
+        const engine = getEngine();
+        return { engine, created: createEntities(engine, tree.count) };
+      },
+      ({ engine, created }) => linkTree(engine, tree.parents, created.handles)
+    );
+    const three = once(
+      budget,
+      () => Array.from(tree.parents, () => new Object3D()),
+      (objects) => {
+        for (let node = 1; node < tree.count; ++node) {
+          objects[tree.parents[node]].add(objects[node]);
+        }
+      }
+    );
+    rows.push({ tree: name, nodes: tree.count, nq: nq / tree.count, three: three / tree.count });
+  }
+  printTable(
+    'linking: ns per link, world pass over the new tree included for nq',
+    ['tree', 'links', 'nq', 'three', 'three/nq'],
+    rows.map((row) => [row.tree, row.nodes, row.nq, row.three, row.three / row.nq])
+  );
+  return rows;
+}
+
+module.exports = { run };

@@ -1,0 +1,49 @@
+'use strict';
+// Lists of growing length: where the hand-over to the worker threads costs more than it brings.
+const { createNative } = require('../contenders/native');
+const { createTyped } = require('../contenders/typed');
+const { measureFrames } = require('../lib/frames');
+const { printTable } = require('../lib/table');
+const { buildTree, countAffected, selectCount } = require('../lib/scenes');
+
+/** 31 is the longest list that stays on the calling thread. */
+const dirtyCounts = [1, 8, 31, 32, 100, 316, 1000, 3162, 10000];
+
+function run(budget) {
+  const rows = [];
+  for (const size of budget.sweepSizes) {
+    const tree = buildTree('large_tree', size);
+    const typed = createTyped(tree);
+    const native = createNative(tree);
+    for (const count of dirtyCounts.filter((one) => one < size)) {
+      const dirty = selectCount(tree, count);
+      const what = `${tree.name} ${size}, ${count} dirty`;
+      const times = measureFrames(what, tree, [typed, native], dirty, 'quaternion', budget, [
+        native.write,
+      ]);
+      const [typedTime, nativeTime, writeTime] = times.map((time) => time / 1000);
+      rows.push({
+        nodes: size,
+        dirty: count,
+        affected: countAffected(tree, dirty),
+        microseconds: { nq: nativeTime, nqScriptPart: writeTime, typed: typedTime },
+      });
+    }
+  }
+  printTable(
+    'sweep: large_tree, quaternions, microseconds a frame',
+    ['nodes', 'dirty', 'world matrices', 'nq', 'of it script', 'typed', 'typed/nq'],
+    rows.map(({ nodes, dirty, affected, microseconds: { nq, nqScriptPart, typed } }) => [
+      nodes,
+      dirty,
+      affected,
+      nq,
+      nqScriptPart,
+      typed,
+      typed / nq,
+    ])
+  );
+  return rows;
+}
+
+module.exports = { run };

@@ -1,0 +1,110 @@
+'use strict';
+// A frame of a changing tree: new transforms in, world matrices out.
+const { createGlMatrix } = require('../contenders/glmatrix');
+const { createNative } = require('../contenders/native');
+const { createThree } = require('../contenders/three');
+const { createTyped } = require('../contenders/typed');
+const { measureFrames } = require('../lib/frames');
+const { printTable } = require('../lib/table');
+const { buildTree, countAffected, selectPercent, treeNames } = require('../lib/scenes');
+
+/** Nodes of a chain: three.js walks it by recursion. */
+const chainLimit = 1000;
+
+const creators = [
+  createTyped,
+  createNative,
+  (tree) => createNative(tree, { heldRoot: true, treeOrder: true }),
+  createThree,
+  createGlMatrix,
+];
+
+/**
+ * One row of the table.
+ * @returns {object}
+ */
+function measureCase(tree, contenders, percent, mode, budget) {
+  const dirty = selectPercent(tree, percent);
+  const what = `${tree.name} ${tree.count} ${percent} % ${mode}`;
+  const times = measureFrames(what, tree, contenders, dirty, mode, budget);
+  const [typed, nq, nqInTreeOrder, three, glMatrix] = times.map((time) => time / dirty.length);
+  return {
+    tree: tree.name,
+    nodes: tree.count,
+    percent,
+    mode,
+    dirty: dirty.length,
+    affected: countAffected(tree, dirty),
+    nanosecondsPerDirtyNode: { nq, nqInTreeOrder, typed, three, glMatrix },
+  };
+}
+
+/**
+ * Frames of more entries than the list holds, done in the two ways that give the same outcome.
+ * @returns {object}
+ */
+function measurePasses(tree, budget) {
+  const pair = [true, false].map((heldRoot) => createNative(tree, { heldRoot, treeOrder: false }));
+  const dirty = selectPercent(tree, 100);
+  const what = `${tree.name} ${tree.count} passes`;
+  const times = measureFrames(what, tree, pair, dirty, 'quaternion', budget);
+  const [held, plain] = times.map((time) => time / dirty.length);
+  return { tree: tree.name, nodes: tree.count, held, plain };
+}
+
+function printFrames(name, frames) {
+  printTable(
+    `transform: ${name}, ns per changed node and frame`,
+    ['nodes', '% dirty', 'mode', 'dirty', 'world matrices', 'nq', 'nq in tree order'].concat([
+      'typed',
+      'three',
+      'gl-matrix',
+      'typed/nq',
+      'three/nq',
+    ]),
+    frames.map((row) => {
+      const { nq, nqInTreeOrder, typed, three, glMatrix } = row.nanosecondsPerDirtyNode;
+      return [row.nodes, row.percent, row.mode, row.dirty, row.affected, nq].concat([
+        nqInTreeOrder,
+        typed,
+        three,
+        glMatrix,
+        typed / nq,
+        three / nq,
+      ]);
+    })
+  );
+}
+
+function measureTree(name, budget) {
+  const frames = [];
+  for (const size of budget.sizes.filter((one) => name !== 'chain' || one <= chainLimit)) {
+    const tree = buildTree(name, size);
+    const contenders = creators.map((create) => create(tree));
+    for (const mode of ['quaternion', 'euler']) {
+      for (const percent of [100, 10, 1]) {
+        frames.push(measureCase(tree, contenders, percent, mode, budget));
+      }
+    }
+  }
+  printFrames(name, frames);
+  return frames;
+}
+
+function run(budget) {
+  const frames = [].concat(...treeNames.map((name) => measureTree(name, budget)));
+  const passes = [];
+  for (const name of treeNames.filter((one) => one !== 'chain')) {
+    for (const size of budget.passSizes) {
+      passes.push(measurePasses(buildTree(name, size), budget));
+    }
+  }
+  printTable(
+    'transform: frames of several passes, 100 % dirty, ns per node',
+    ['tree', 'nodes', 'root held inactive', 'plain, deepest first', 'plain/held'],
+    passes.map((row) => [row.tree, row.nodes, row.held, row.plain, row.plain / row.held])
+  );
+  return { frames, passes };
+}
+
+module.exports = { run };

@@ -1,0 +1,73 @@
+// Buffers over native memory, kept and given away.
+#include <cstdlib>
+#include <cstring>
+
+#include "jsbinding/v8/array_buffer.h"
+#include "tests/addon/TestAddon.h"
+
+namespace nq::test {
+
+namespace {
+
+// Frees that went through CountingFree, and those among them whose second argument was not 0.
+uint32_t freedBlocks = 0;
+uint32_t oddArguments = 0;
+
+void CountingFree(void* block, void* argument) {
+  ++freedBlocks;
+  oddArguments += argument == nullptr ? 0 : 1;
+  std::free(block);
+}
+
+// givenAway(bytes): a buffer that owns a heap block, every byte 0xA5.
+void GivenAwayOp(const vx::CallbackInfo& info) {
+  const uint32_t bytes = Uint32Arg(info, 0);
+  void* block = std::malloc(bytes);
+  std::memset(block, 0xA5, bytes);
+  info.GetReturnValue().Set(vx::NewGivenAwayBuffer(info.GetIsolate(), block, bytes));
+}
+
+// countedBuffer(bytes, withFinaliser): the same through a holder whose block is freed by a counting
+// function. Without a finaliser the block is nobody's, so it is a static one then.
+void CountedBufferOp(const vx::CallbackInfo& info) {
+  static char unowned[64];
+  v8::Isolate* isolate = info.GetIsolate();
+  const uint32_t bytes = Uint32Arg(info, 0);
+  const bool withFinaliser = vx::ReadBool(isolate, vx::Arg(info, 1));
+  void* block = withFinaliser ? std::malloc(bytes) : unowned;
+  v8::Local<v8::ArrayBuffer> buffer = vx::NewSharedBuffer(isolate, block, bytes);
+  vx::internal::WeakBufferHolder* holder = new vx::internal::WeakBufferHolder{
+      v8::Persistent<v8::ArrayBuffer>(isolate, buffer), isolate, false, nullptr, nullptr};
+  if (withFinaliser) {
+    holder->finaliser = &vx::internal::FinalizeBlock;
+    holder->deleter = new vx::internal::BlockDeleter{&CountingFree, block, nullptr};
+  }
+  holder->buffer.SetWeak(holder, vx::internal::WeakBufferHolder::FirstPass,
+                         v8::WeakCallbackType::kParameter);
+  info.GetReturnValue().Set(buffer);
+}
+
+// freedBlocks(): {count, oddArguments}.
+void FreedBlocksOp(const vx::CallbackInfo& info) {
+  v8::Isolate* isolate = info.GetIsolate();
+  v8::Local<v8::Object> result = v8::Object::New(isolate);
+  Set(isolate, result, "count", Number(isolate, freedBlocks));
+  Set(isolate, result, "oddArguments", Number(isolate, oddArguments));
+  info.GetReturnValue().Set(result);
+}
+
+// isExternal(buffer): whether V8 leaves its memory alone.
+void IsExternalOp(const vx::CallbackInfo& info) {
+  info.GetReturnValue().Set(ObjectArg(info, 0).As<v8::ArrayBuffer>()->IsExternal());
+}
+
+}  // namespace
+
+void InstallBufferOps(v8::Local<v8::Object> exports) {
+  Install(exports, "givenAway", GivenAwayOp);
+  Install(exports, "countedBuffer", CountedBufferOp);
+  Install(exports, "freedBlocks", FreedBlocksOp);
+  Install(exports, "isExternal", IsExternalOp);
+}
+
+}  // namespace nq::test

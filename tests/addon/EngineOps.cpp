@@ -1,0 +1,125 @@
+// The native side of an "Engine" of the module: counts, references, what script can't ask for.
+#include <vector>
+
+#include "BindingTemp/BindingEngine.h"
+#include "BindingTemp/BindingEngineEntity.h"
+#include "Common/Def/EngineRuntime.h"
+#include "Engine/Entity/Entity.h"
+#include "Engine/Entity/EntitySystem.h"
+#include "tests/addon/TestAddon.h"
+
+namespace nq::test {
+
+namespace {
+
+using engine::BindingEngine;
+using engine::BindingEngineEntity;
+using engine::EngineRuntime;
+
+// Runtimes that tests look at after their engines are gone; a runtime is never deleted.
+std::vector<EngineRuntime*>& Runtimes() {
+  static std::vector<EngineRuntime*> runtimes;
+  return runtimes;
+}
+
+BindingEngine* EngineArg(const vx::CallbackInfo& info) {
+  return vx::Unwrap<BindingEngine>(ObjectArg(info, 0));
+}
+
+EngineRuntime* RuntimeArg(const vx::CallbackInfo& info) {
+  return Runtimes()[Uint32Arg(info, 0)];
+}
+
+void EnableObjectTrackingOp(const vx::CallbackInfo& info) {
+  EngineArg(info)->Runtime()->EnableObjectTracking();
+}
+
+void DisableObjectTrackingOp(const vx::CallbackInfo& info) {
+  EngineArg(info)->Runtime()->DisableObjectTracking();
+}
+
+// objectCounts(engine): a plain object, in the order of the map.
+void ObjectCountsOp(const vx::CallbackInfo& info) {
+  v8::Isolate* isolate = info.GetIsolate();
+  v8::Local<v8::Object> result = v8::Object::New(isolate);
+  for (const auto& entry : EngineArg(info)->Runtime()->ObjectCounts()) {
+    Set(isolate, result, entry.first.c_str(), Number(isolate, entry.second));
+  }
+  info.GetReturnValue().Set(result);
+}
+
+// runtimeOf(engine): a number by which the runtime can be asked about from now on.
+void RuntimeOfOp(const vx::CallbackInfo& info) {
+  Runtimes().push_back(EngineArg(info)->Runtime());
+  info.GetReturnValue().Set(static_cast<uint32_t>(Runtimes().size() - 1));
+}
+
+// runtimeReferences(runtime): 2 while the core lives, 1 after.
+void RuntimeReferencesOp(const vx::CallbackInfo& info) {
+  info.GetReturnValue().Set(RuntimeArg(info)->ReferenceCount());
+}
+
+// hasBlock(runtime, memoryID): whether a live block has that number.
+void HasBlockOp(const vx::CallbackInfo& info) {
+  info.GetReturnValue().Set(RuntimeArg(info)->FindBlock(Uint32Arg(info, 1)).pointer != nullptr);
+}
+
+// coreReferences(engine): the engine's own, one a wrapper and one a native value.
+void CoreReferencesOp(const vx::CallbackInfo& info) {
+  info.GetReturnValue().Set(EngineArg(info)->Core()->ReferenceCount());
+}
+
+void RefreshEntityOp(const vx::CallbackInfo& info) {
+  EngineArg(info)->Core()->RefreshEntity(Uint32Arg(info, 1));
+}
+
+// entityName(engine, handle): of entities of both kinds; null if there is none.
+void EntityNameOp(const vx::CallbackInfo& info) {
+  v8::Isolate* isolate = info.GetIsolate();
+  const engine::Entity* entity =
+      EngineArg(info)->Core()->Entities()->FindEntity(Uint32Arg(info, 1));
+  if (entity == nullptr) {
+    info.GetReturnValue().SetNull();
+    return;
+  }
+  info.GetReturnValue().Set(v8::String::NewFromUtf8(isolate, entity->name.data(),
+                                                    v8::NewStringType::kNormal,
+                                                    static_cast<int>(entity->name.size()))
+                                .ToLocalChecked());
+}
+
+// wrapperSizes(): {engine, entity} in bytes.
+void WrapperSizesOp(const vx::CallbackInfo& info) {
+  v8::Isolate* isolate = info.GetIsolate();
+  v8::Local<v8::Object> result = v8::Object::New(isolate);
+  Set(isolate, result, "engine", Number(isolate, sizeof(BindingEngine)));
+  Set(isolate, result, "entity", Number(isolate, sizeof(BindingEngineEntity)));
+  info.GetReturnValue().Set(result);
+}
+
+// construct(className): by the constructor that is meant for script; ends the process.
+void ConstructOp(const vx::CallbackInfo& info) {
+  if (StringArg(info, 0) == "Engine") {
+    delete new BindingEngine(info);
+  } else {
+    delete new BindingEngineEntity(info);
+  }
+}
+
+}  // namespace
+
+void InstallEngineOps(v8::Local<v8::Object> exports) {
+  Install(exports, "enableObjectTracking", EnableObjectTrackingOp);
+  Install(exports, "disableObjectTracking", DisableObjectTrackingOp);
+  Install(exports, "objectCounts", ObjectCountsOp);
+  Install(exports, "runtimeOf", RuntimeOfOp);
+  Install(exports, "runtimeReferences", RuntimeReferencesOp);
+  Install(exports, "hasBlock", HasBlockOp);
+  Install(exports, "coreReferences", CoreReferencesOp);
+  Install(exports, "refreshEntity", RefreshEntityOp);
+  Install(exports, "entityName", EntityNameOp);
+  Install(exports, "wrapperSizes", WrapperSizesOp);
+  Install(exports, "construct", ConstructOp);
+}
+
+}  // namespace nq::test

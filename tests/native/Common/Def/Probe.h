@@ -1,0 +1,101 @@
+// Callables for worker pools whose end can be observed, and questions to a pool.
+#ifndef NQ_TESTS_NATIVE_COMMON_DEF_PROBE_H_
+#define NQ_TESTS_NATIVE_COMMON_DEF_PROBE_H_
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <utility>
+
+#include "Common/Def/Task.h"
+#include "Common/Def/WorkerPool.h"
+
+namespace nq::engine {
+
+// A callable that calls one function when it is run and another when it is destroyed. Instances
+// that were moved from call neither.
+class Probe {
+ public:
+  Probe(std::function<void()> onRun, std::function<void()> onEnd)
+      : functions(std::make_unique<Functions>(Functions{std::move(onRun), std::move(onEnd)})) {}
+  Probe(Probe&&) = default;
+  ~Probe() {
+    if (functions != nullptr && functions->onEnd) {
+      functions->onEnd();
+    }
+  }
+
+  void operator()() {
+    if (functions->onRun) {
+      functions->onRun();
+    }
+  }
+
+ private:
+  struct Functions {
+    std::function<void()> onRun;
+    std::function<void()> onEnd;
+  };
+  std::unique_ptr<Functions> functions;
+};
+
+// True if `pool` is stopped. Otherwise an idle task has been posted to it.
+inline bool Refuses(WorkerPool* pool) {
+  Task task([] {});
+  pool->PostAll(&task, 1);
+  return static_cast<bool>(task);
+}
+
+inline void SleepMilliseconds(int milliseconds) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+inline void SpinUntil(const std::atomic<bool>& flag) {
+  while (!flag) {
+    SleepMilliseconds(1);
+  }
+}
+
+// Keeps one worker of a pool busy until the pool is asked to stop, so that what is posted behind it
+// is still queued then. Needs no help from the thread that stops the pool.
+class BusyUntilStop {
+ public:
+  explicit BusyUntilStop(WorkerPool* pool) {
+    Task task([this] {
+      started = true;
+      SpinUntil(stopSeen);
+      ended = true;
+    });
+    pool->PostAll(&task, 1);
+    SpinUntil(started);
+    watcher = std::thread([this, pool] {
+      SpinUntil(watch);
+      while (!Refuses(pool)) {
+        SleepMilliseconds(1);
+      }
+      // The pool is still there: its Stop waits for the task above.
+      stopSeen = true;
+    });
+  }
+
+  ~BusyUntilStop() { watcher.join(); }
+
+  // To be called when all posting is done, just ahead of the stop: from here on a thread of ours
+  // looks for it, by posting.
+  void Watch() { watch = true; }
+
+  bool Ended() const { return ended; }
+
+ private:
+  std::atomic<bool> started{false};
+  std::atomic<bool> watch{false};
+  std::atomic<bool> stopSeen{false};
+  std::atomic<bool> ended{false};
+  std::thread watcher;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_TESTS_NATIVE_COMMON_DEF_PROBE_H_

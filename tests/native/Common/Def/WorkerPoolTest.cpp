@@ -1,0 +1,417 @@
+// The worker pool: posting a batch, waiting for it, stopping.
+#include "Common/Def/WorkerPool.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "tests/native/Common/Def/Probe.h"
+
+namespace nq::engine {
+namespace {
+
+using Milliseconds = std::chrono::milliseconds;
+
+template <typename Callable>
+void Post(WorkerPool* pool, Callable&& callable) {
+  Task task(std::forward<Callable>(callable));
+  pool->PostAll(&task, 1);
+}
+
+// Ends the process where a wait would otherwise hang the whole run.
+template <typename Future>
+void RequireReady(Future& future, const char* what) {
+  if (future.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
+    std::fprintf(stderr, "waited 30 s in vain: %s\n", what);
+    std::abort();
+  }
+}
+
+TEST(WorkerPoolTest, ThreadCountIsTheNumberAskedFor) {
+  EXPECT_EQ(WorkerPool(1).ThreadCount(), 1u);
+  EXPECT_EQ(WorkerPool(4).ThreadCount(), 4u);
+}
+
+TEST(WorkerPoolTest, WaitingWithNothingPostedReturnsAtOnce) {
+  // Whether or not the workers have come to their loop by then.
+  for (int i = 0; i < 50; ++i) {
+    WorkerPool pool(4);
+    pool.WaitIdle();
+    pool.WaitIdle();
+  }
+  WorkerPool pool(2);
+  SleepMilliseconds(20);
+  pool.WaitIdle();
+}
+
+TEST(WorkerPoolTest, WaitingReturnsOnlyAfterAllOfAHundredTasksHaveRun) {
+  WorkerPool pool(4);
+  std::vector<int> runs(100);
+  std::vector<Task> tasks(100);
+  for (int batch = 0; batch < 3000; ++batch) {
+    for (size_t i = 0; i < tasks.size(); ++i) {
+      tasks[i] = Task([&runs, i] { ++runs[i]; });
+    }
+    pool.PostAll(tasks.data(), tasks.size());
+    pool.WaitIdle();
+    ASSERT_THAT(runs, testing::Each(batch + 1));
+  }
+}
+
+TEST(WorkerPoolTest, WaitingReturnsOnlyAfterTheLastTaskOfDifferentLengths) {
+  const uint32_t seed = 77;
+  SCOPED_TRACE(seed);
+  std::mt19937 random(seed);
+  WorkerPool pool(4);
+  std::vector<char> done;
+  for (int batch = 0; batch < 60; ++batch) {
+    const size_t count = 1 + random() % 12;
+    done.assign(count, 0);
+    std::vector<Task> tasks;
+    for (size_t i = 0; i < count; ++i) {
+      // One task in eight sleeps, well beyond the time for which a waiter stays awake.
+      const int sleep = random() % 8 == 0 ? static_cast<int>(1 + random() % 8) : 0;
+      tasks.emplace_back([&done, i, sleep] {
+        if (sleep != 0) {
+          SleepMilliseconds(sleep);
+        }
+        done[i] = 1;
+      });
+    }
+    pool.PostAll(tasks.data(), tasks.size());
+    pool.WaitIdle();
+    ASSERT_THAT(done, testing::Each(1)) << "batch " << batch;
+  }
+}
+
+TEST(WorkerPoolTest, OneLongTaskHoldsTheWaiterThoughTheQueueIsEmpty) {
+  WorkerPool pool(4);
+  bool done = false;
+  Task tasks[3] = {Task([] {}), Task([&done] {
+                     SleepMilliseconds(60);
+                     done = true;
+                   }),
+                   Task([] {})};
+  pool.PostAll(tasks, 3);
+  SleepMilliseconds(20);
+  pool.WaitIdle();
+  EXPECT_TRUE(done);
+}
+
+TEST(WorkerPoolTest, OneWaitCoversSeveralPosts) {
+  WorkerPool pool(4);
+  std::atomic<int> runs{0};
+  for (int post = 0; post < 50; ++post) {
+    Task tasks[5];
+    for (Task& task : tasks) {
+      task = Task([&runs] { ++runs; });
+    }
+    pool.PostAll(tasks, 5);
+  }
+  pool.WaitIdle();
+  EXPECT_EQ(runs, 250);
+}
+
+TEST(WorkerPoolTest, AQueueThatGrowsByManySmallPostsLosesNothing) {
+  WorkerPool pool(1);
+  std::atomic<bool> go{false};
+  int runs = 0;
+  Post(&pool, [&go] { SpinUntil(go); });
+  for (int post = 0; post < 20000; ++post) {
+    Post(&pool, [&runs] { ++runs; });
+  }
+  go = true;
+  pool.WaitIdle();
+  EXPECT_EQ(runs, 20000);
+}
+
+TEST(WorkerPoolTest, PostingNothingIsHarmless) {
+  WorkerPool pool(2);
+  pool.PostAll(nullptr, 0);
+  pool.WaitIdle();
+  int runs = 0;
+  Post(&pool, [&runs] { ++runs; });
+  pool.WaitIdle();
+  EXPECT_EQ(runs, 1);
+}
+
+TEST(WorkerPoolTest, PostedTasksAreMovedFromTheCaller) {
+  WorkerPool pool(2);
+  Task tasks[2] = {Task([] {}), Task([] {})};
+  pool.PostAll(tasks, 2);
+  EXPECT_FALSE(static_cast<bool>(tasks[0]));
+  EXPECT_FALSE(static_cast<bool>(tasks[1]));
+  pool.WaitIdle();
+}
+
+TEST(WorkerPoolTest, APoolOfOneRunsTasksInTheOrderOfPosting) {
+  WorkerPool pool(1);
+  std::vector<int> order;
+  std::vector<int> expected;
+  int next = 0;
+  for (int post = 0; post < 20; ++post) {
+    std::vector<Task> tasks;
+    for (int i = 0; i < 50; ++i) {
+      expected.push_back(next);
+      tasks.emplace_back([&order, number = next++] { order.push_back(number); });
+    }
+    pool.PostAll(tasks.data(), tasks.size());
+  }
+  pool.WaitIdle();
+  EXPECT_EQ(order, expected);
+}
+
+TEST(WorkerPoolTest, AsManyTasksRunAtOnceAsThereAreThreads) {
+  // Each of four tasks waits until all four have begun.
+  WorkerPool pool(4);
+  std::mutex mutex;
+  std::condition_variable met;
+  std::set<std::thread::id> threads;
+  int inTime = 0;
+  std::vector<Task> tasks;
+  for (int i = 0; i < 4; ++i) {
+    tasks.emplace_back([&] {
+      std::unique_lock<std::mutex> lock(mutex);
+      threads.insert(std::this_thread::get_id());
+      met.notify_all();
+      if (met.wait_for(lock, std::chrono::seconds(30), [&] { return threads.size() == 4; })) {
+        ++inTime;
+      }
+    });
+  }
+  pool.PostAll(tasks.data(), tasks.size());
+  pool.WaitIdle();
+  EXPECT_EQ(inTime, 4);
+  EXPECT_EQ(threads.count(std::this_thread::get_id()), 0u);
+}
+
+TEST(WorkerPoolTest, ATaskIsDestroyedBeforeItsWorkerTakesTheNext) {
+  WorkerPool pool(1);
+  std::vector<int> events;  // k: task k has run; -k: it has been destroyed
+  std::vector<Task> tasks;
+  for (int k = 1; k <= 4; ++k) {
+    tasks.emplace_back(
+        Probe([&events, k] { events.push_back(k); }, [&events, k] { events.push_back(-k); }));
+  }
+  pool.PostAll(tasks.data(), tasks.size());
+  pool.WaitIdle();
+  EXPECT_THAT(events, testing::ElementsAre(1, -1, 2, -2, 3, -3, 4, -4));
+}
+
+TEST(WorkerPoolTest, ATaskIsDestroyedUnderTheLock) {
+  // While the destructor runs, nobody else can post; without the lock the post would go through at
+  // once.
+  WorkerPool pool(2);
+  std::atomic<bool> ending{false};
+  std::atomic<bool> posted{false};
+  bool postedMeanwhile = false;
+  Post(&pool, Probe([] {},
+                    [&] {
+                      ending = true;
+                      for (int i = 0; i < 60 && !posted; ++i) {
+                        SleepMilliseconds(1);
+                      }
+                      postedMeanwhile = posted;
+                    }));
+  SpinUntil(ending);
+  Post(&pool, [] {});
+  posted = true;
+  pool.WaitIdle();
+  EXPECT_FALSE(postedMeanwhile);
+}
+
+TEST(WorkerPoolTest, ATaskRunsWithoutTheLock) {
+  // A running task sees a post go through.
+  WorkerPool pool(1);
+  std::atomic<bool> running{false};
+  std::atomic<bool> posted{false};
+  bool postedMeanwhile = false;
+  Post(&pool, [&] {
+    running = true;
+    for (int i = 0; i < 10000 && !posted; ++i) {
+      SleepMilliseconds(1);
+    }
+    postedMeanwhile = posted;
+  });
+  SpinUntil(running);
+  Post(&pool, [] {});
+  posted = true;
+  pool.WaitIdle();
+  EXPECT_TRUE(postedMeanwhile);
+}
+
+TEST(WorkerPoolTest, WaitingReturnsOnlyAfterAllTasksAreDestroyed) {
+  WorkerPool pool(4);
+  auto shared = std::make_shared<int>(0);
+  for (int batch = 0; batch < 600; ++batch) {
+    std::vector<Task> tasks;
+    for (int i = 0; i < 20; ++i) {
+      tasks.emplace_back([shared] {});
+    }
+    pool.PostAll(tasks.data(), tasks.size());
+    pool.WaitIdle();
+    ASSERT_EQ(shared.use_count(), 1) << "batch " << batch;
+  }
+}
+
+TEST(WorkerPoolTest, AStoppedPoolLeavesTasksWithTheCaller) {
+  WorkerPool pool(2);
+  pool.Stop();
+  int runs = 0;
+  Task tasks[2] = {Task([&runs] { runs += 1; }), Task([&runs] { runs += 10; })};
+  pool.PostAll(tasks, 2);
+  SleepMilliseconds(20);
+  EXPECT_EQ(runs, 0);
+  ASSERT_TRUE(static_cast<bool>(tasks[0]));
+  ASSERT_TRUE(static_cast<bool>(tasks[1]));
+  tasks[0]();
+  tasks[1]();
+  EXPECT_EQ(runs, 11);
+  pool.WaitIdle();
+}
+
+TEST(WorkerPoolTest, ASecondStopDoesNothing) {
+  WorkerPool pool(2);
+  int runs = 0;
+  Post(&pool, [&runs] { ++runs; });
+  pool.WaitIdle();
+  pool.Stop();
+  pool.Stop();
+  EXPECT_EQ(runs, 1);
+  EXPECT_TRUE(Refuses(&pool));
+  EXPECT_EQ(pool.ThreadCount(), 2u);
+}
+
+TEST(WorkerPoolTest, StopLetsARunningTaskEndAndDropsTheQueuedOnesWithTheState) {
+  auto pool = std::make_unique<WorkerPool>(1);
+  int runs = 0;
+  int destroyed = 0;
+  {
+    BusyUntilStop busy(pool.get());
+    std::vector<Task> tasks;
+    for (int i = 0; i < 10; ++i) {
+      tasks.emplace_back(Probe([&runs] { ++runs; }, [&destroyed] { ++destroyed; }));
+    }
+    pool->PostAll(tasks.data(), tasks.size());
+    busy.Watch();
+    pool->Stop();
+    EXPECT_TRUE(busy.Ended());
+  }
+  EXPECT_EQ(runs, 0);
+  EXPECT_EQ(destroyed, 0) << "the pool still holds the queue";
+  pool.reset();
+  EXPECT_EQ(runs, 0);
+  EXPECT_EQ(destroyed, 10);
+}
+
+TEST(WorkerPoolTest, ThePoolStopsWhenItIsDestroyed) {
+  bool ended;
+  {
+    auto pool = std::make_unique<WorkerPool>(2);
+    BusyUntilStop busy(pool.get());
+    busy.Watch();
+    pool.reset();
+    ended = busy.Ended();
+  }
+  EXPECT_TRUE(ended);
+}
+
+TEST(WorkerPoolTest, StopWakesAThreadThatWaits) {
+  WorkerPool pool(1);
+  std::promise<void> release;
+  std::atomic<bool> started{false};
+  Post(&pool, [&started, future = release.get_future().share()] {
+    started = true;
+    future.wait();
+  });
+  SpinUntil(started);
+
+  std::future<void> waiter = std::async(std::launch::async, [&pool] { pool.WaitIdle(); });
+  EXPECT_EQ(waiter.wait_for(Milliseconds(50)), std::future_status::timeout) << "it waits";
+  std::future<void> stopper = std::async(std::launch::async, [&pool] { pool.Stop(); });
+  RequireReady(waiter, "Stop wakes the waiter, though the task still runs");
+  EXPECT_EQ(stopper.wait_for(Milliseconds(20)), std::future_status::timeout)
+      << "it joins the worker";
+  release.set_value();
+  RequireReady(stopper, "Stop returns when the task has ended");
+}
+
+TEST(WorkerPoolTest, IdleWorkersSleep) {
+  WorkerPool pool(4);
+  Post(&pool, [] {});
+  pool.WaitIdle();
+  SleepMilliseconds(20);
+
+  const auto processorTime = [] {
+    rusage usage;
+    getrusage(RUSAGE_SELF, &usage);
+    return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1000000L + usage.ru_utime.tv_usec +
+           usage.ru_stime.tv_usec;
+  };
+  const long before = processorTime();
+  SleepMilliseconds(150);
+  EXPECT_LT(processorTime() - before, 50000) << "microseconds";
+}
+
+// A million tasks in sustained batches, in which each task reads what the waiting thread wrote
+// before the post, and the waiting thread reads what the tasks wrote: nothing but the pool orders
+// these accesses.
+TEST(WorkerPoolTest, BatchAfterBatchSeesTheWritesOfTheOtherSide) {
+  constexpr size_t kTasks = 100;
+  WorkerPool pool(4);
+  uint64_t input = 0;
+  std::vector<uint64_t> outputs(kTasks);
+  std::vector<Task> tasks(kTasks);
+  uint64_t wrong = 0;
+  for (int batch = 0; batch < 10000; ++batch) {
+    input += 3;
+    for (size_t i = 0; i < kTasks; ++i) {
+      tasks[i] = Task([&input, &outputs, i] { outputs[i] = input * 31 + outputs[i] + i; });
+    }
+    std::vector<uint64_t> expected = outputs;
+    for (size_t i = 0; i < kTasks; ++i) {
+      expected[i] = input * 31 + outputs[i] + i;
+    }
+    pool.PostAll(tasks.data(), tasks.size());
+    pool.WaitIdle();
+    wrong += outputs == expected ? 0 : 1;
+  }
+  EXPECT_EQ(wrong, 0u);
+}
+
+class WorkerPoolDeathTest : public testing::Test {
+ protected:
+  // The child starts anew: threads and forks don't mix well.
+  WorkerPoolDeathTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+};
+
+TEST_F(WorkerPoolDeathTest, AnEmptyTaskEndsTheProcess) {
+  EXPECT_EXIT(
+      {
+        WorkerPool pool(2);
+        Task empty;
+        pool.PostAll(&empty, 1);
+        pool.WaitIdle();
+        std::_Exit(0);
+      },
+      testing::KilledBySignal(SIGABRT), "bad_function_call");
+}
+
+}  // namespace
+}  // namespace nq::engine

@@ -1,0 +1,223 @@
+// The core: creation of systems on first use, count limits, and its end.
+#include "Engine/Entity/EngineCore.h"
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+
+#include "tests/native/Engine/Entity/World.h"
+
+namespace nq::engine {
+
+namespace {
+
+// Threads of this process.
+int ThreadCount() {
+  DIR* tasks = opendir("/proc/self/task");
+  int count = 0;
+  while (const dirent* entry = readdir(tasks)) {
+    count += entry->d_name[0] == '.' ? 0 : 1;
+  }
+  closedir(tasks);
+  return count;
+}
+
+// The number that the next block gets: how many blocks were ever asked for.
+uint32_t NextMemoryID(EngineRuntime* runtime) {
+  const MemoryBlock block = runtime->Allocate(16);
+  runtime->Release(block);
+  return block.memoryID;
+}
+
+class EngineCoreTest : public WorldTest {};
+
+void ExpectNothing(const NativeValueInfo& info) {
+  EXPECT_EQ(0u, info.handle);
+  EXPECT_EQ(0u, info.size);
+  EXPECT_EQ(0u, info.memoryID);
+  EXPECT_EQ(nullptr, info.pointer);
+}
+
+}  // namespace
+
+TEST_F(EngineCoreTest, ACoreAloneTouchesNeitherMemoryNorThreads) {
+  const int threads = ThreadCount();
+  World fresh;
+  EXPECT_EQ(0u, NextMemoryID(fresh.Runtime()));
+  EXPECT_EQ(threads, ThreadCount());
+}
+
+TEST_F(EngineCoreTest, TheEntitySystemTakesItsTwoBuffersAndTheFirstPool) {
+  const int threads = ThreadCount();
+  EXPECT_EQ(0u, world.Core()->DirtyEntitiesBlock().memoryID);
+  EXPECT_EQ(1u, world.Core()->EntityCommandsBlock().memoryID);
+  EXPECT_EQ(49152u, world.Core()->DirtyEntitiesBlock().size);
+  EXPECT_EQ(49152u, world.Core()->EntityCommandsBlock().size);
+  EXPECT_EQ(2u, NextMemoryID(world.Runtime()));
+  EXPECT_EQ(threads + 4, ThreadCount());
+}
+
+TEST_F(EngineCoreTest, RefusedCountsTouchNoSystem) {
+  const int threads = ThreadCount();
+  for (const int32_t count : {0, -1, INT_MIN, 4096, 4097, INT_MAX}) {
+    SCOPED_TRACE(count);
+    ExpectNothing(world.Core()->CreateEntities2D(count));
+    ExpectNothing(world.Core()->CreateEntities3D(count));
+  }
+  EXPECT_EQ(0u, NextMemoryID(world.Runtime()));
+  EXPECT_EQ(threads, ThreadCount());
+  EXPECT_EQ(1u, world.Core()->ReferenceCount());
+}
+
+TEST_F(EngineCoreTest, ABatchHolds4095EntitiesAtMost) {
+  const NativeValueInfo info = world.AddRaw(true, 4095);
+  EXPECT_EQ(0x1000u, info.handle);
+  EXPECT_EQ(4095u * 108u, info.size);
+  EXPECT_EQ(2u, info.memoryID);
+  for (uint32_t element = 0; element < 4095; ++element) {
+    const Entity* entity = world.System()->FindEntity(info.handle + element);
+    ASSERT_NE(nullptr, entity);
+    ASSERT_EQ(0x1000u + element, entity->handle);
+    ASSERT_EQ(static_cast<uint8_t*>(info.pointer) + element * 108, entity->sharedRecord());
+  }
+  EXPECT_EQ(nullptr, world.System()->FindEntity(info.handle + 4095));
+  ExpectNothing(world.AddRaw(true, 4096));
+  EXPECT_EQ(0x2000u, world.AddRaw(false, 4095).handle);
+}
+
+TEST_F(EngineCoreTest, ReleaseOnASystemNeverUsedCreatesIt) {
+  world.Core()->ReleaseEntities(0x1000);
+  EXPECT_EQ(2u, NextMemoryID(world.Runtime()));
+  EXPECT_EQ(1u, world.Core()->ReferenceCount());
+}
+
+TEST_F(EngineCoreTest, EveryForwardCreatesTheEntitySystem) {
+  using Forward = void (*)(EngineCore*);
+  const Forward forwards[] = {
+      [](EngineCore* core) { core->SetEntityName(0x1000, "nobody"); },
+      [](EngineCore* core) { core->DirtyEntitiesBlock(); },
+      [](EngineCore* core) { core->EntityCommandsBlock(); },
+      [](EngineCore* core) { core->RefreshWorldTransform(); },
+      [](EngineCore* core) { core->RefreshEntity(0x1000); },
+  };
+  for (const Forward forward : forwards) {
+    World fresh;
+    forward(fresh.Core());
+    EXPECT_EQ(2u, NextMemoryID(fresh.Runtime()));
+  }
+}
+
+TEST_F(EngineCoreTest, EachAccessorGivesOneSystemThatKnowsItsCore) {
+  EngineCore* core = world.Core();
+  EXPECT_EQ(core->Entities(), core->Entities());
+  EXPECT_EQ(core->Components(), core->Components());
+  EXPECT_EQ(core->Animation(), core->Animation());
+  EXPECT_EQ(core->MatrixFlow(), core->MatrixFlow());
+  EXPECT_EQ(core, core->Entities()->core);
+  EXPECT_EQ(1u, core->ReferenceCount());
+}
+
+TEST_F(EngineCoreTest, OtherSystemsLeaveTheEntitySystemAlone) {
+  world.Core()->Components();
+  world.Core()->Animation();
+  world.Core()->MatrixFlow();
+  EXPECT_EQ(0u, NextMemoryID(world.Runtime()));
+}
+
+TEST_F(EngineCoreTest, BatchesHoldTheCoreAndTheCoreHoldsTheRuntime) {
+  EXPECT_EQ(2u, world.Runtime()->ReferenceCount());
+  const uint32_t first = world.Add3D(3);
+  world.Add2D();
+  EXPECT_EQ(3u, world.Core()->ReferenceCount());
+  EXPECT_EQ(2u, world.Runtime()->ReferenceCount());
+  world.Release(first);
+  EXPECT_EQ(2u, world.Core()->ReferenceCount());
+}
+
+TEST_F(EngineCoreTest, AReleasedKeyIsGivenOutAgain) {
+  const uint32_t first = world.Add3D();
+  const uint32_t second = world.Add3D();
+  EXPECT_EQ(0x1000u, first);
+  EXPECT_EQ(0x2000u, second);
+  world.Release(first);
+  world.Release(second);
+  EXPECT_EQ(0x2000u, world.Add2D(2));
+  EXPECT_EQ(0x1000u, world.Add2D(2));
+  EXPECT_FALSE(world.At(0x2001).isThreeD());
+}
+
+TEST_F(EngineCoreTest, TablesOfTheRuntimeAndOfTwoCoresGiveOutTheSameNumbersSideBySide) {
+  EngineCore* other = new EngineCore(world.Runtime());
+  const uint32_t entities = world.Add3D(2);
+  const uint32_t otherEntities = other->CreateEntities2D(5).handle;
+  const NativeValueInfo value = world.Runtime()->CreateValue(32);
+  EXPECT_EQ(0x1000u, entities);
+  EXPECT_EQ(0x1000u, otherEntities);
+  EXPECT_EQ(0x1000u, value.handle);
+  EXPECT_TRUE(world.At(entities).isThreeD());
+  EXPECT_FALSE(other->Entities()->FindEntity(otherEntities)->isThreeD());
+  EXPECT_EQ(nullptr, world.System()->FindEntity(0x1002));
+  EXPECT_NE(nullptr, other->Entities()->FindEntity(0x1002));
+
+  testing::internal::CaptureStdout();
+  world.Runtime()->ReleaseValue(value.handle);
+  EXPECT_EQ("[NQ_INFO][OPV]: NativeValue 4096 dealloc\n", testing::internal::GetCapturedStdout());
+  EXPECT_NE(nullptr, world.System()->FindEntity(entities));
+  other->ReleaseEntities(otherEntities);
+  EXPECT_EQ(nullptr, other->Entities()->FindEntity(otherEntities));
+  EXPECT_NE(nullptr, world.System()->FindEntity(entities));
+  other->DropReference();
+}
+
+// The next three end the core inside a release, the address sanitizer watching what is touched
+// afterwards.
+TEST(EngineCoreEndTest, ReleaseOfTheLastBatchDeletesTheCoreInsideTheCall) {
+  EngineRuntime* runtime = new EngineRuntime(new MemoryAllocator);
+  EngineCore* core = new EngineCore(runtime);
+  const uint32_t batch = core->CreateEntities3D(7).handle;
+  core->Components();
+  core->Animation();
+  core->MatrixFlow();
+  core->DropReference();
+  EXPECT_EQ(2u, runtime->ReferenceCount());
+  core->ReleaseEntities(batch + 3);
+  EXPECT_EQ(1u, runtime->ReferenceCount());
+  // Both buffers and the batch's block are back.
+  EXPECT_EQ(nullptr, runtime->FindBlock(0).pointer);
+  EXPECT_EQ(nullptr, runtime->FindBlock(1).pointer);
+  EXPECT_EQ(nullptr, runtime->FindBlock(2).pointer);
+  EXPECT_EQ(3u, NextMemoryID(runtime));
+  runtime->DropReference();
+}
+
+TEST(EngineCoreEndTest, TheCoreStaysUntilTheLastOfSeveralBatchesGoes) {
+  EngineRuntime* runtime = new EngineRuntime(new MemoryAllocator);
+  EngineCore* core = new EngineCore(runtime);
+  const uint32_t first = core->CreateEntities3D(2).handle;
+  const uint32_t second = core->CreateEntities3D(2).handle;
+  EntitySystem* system = core->Entities();
+  system->AddRoot(first);
+  system->AddChild(first, second);
+  system->BindToBone(second + 1, first + 1);
+  core->DropReference();
+  core->ReleaseEntities(first);
+  EXPECT_EQ(1u, core->ReferenceCount());
+  EXPECT_EQ(nullptr, system->FindEntity(second)->parent());
+  core->ReleaseEntities(second);
+  EXPECT_EQ(1u, runtime->ReferenceCount());
+  runtime->DropReference();
+}
+
+TEST(EngineCoreEndTest, TheCoreDropsTheLastReferenceOnTheRuntime) {
+  EngineRuntime* runtime = new EngineRuntime(new MemoryAllocator);
+  EngineCore* core = new EngineCore(runtime);
+  const uint32_t batch = core->CreateEntities2D(1).handle;
+  const int threads = ThreadCount();
+  runtime->DropReference();
+  core->DropReference();
+  core->ReleaseEntities(batch);
+  EXPECT_EQ(threads - 4, ThreadCount());
+}
+
+}  // namespace nq::engine

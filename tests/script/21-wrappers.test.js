@@ -1,0 +1,93 @@
+'use strict';
+// Binding of wrappers: objects, memory reports, collection.
+const assert = require('assert');
+const { modulePath, addonPath } = require('./lib/host');
+const { collect, collectUntil } = require('./lib/collect');
+
+const nq = require(modulePath);
+const addon = require(addonPath);
+
+describe('BindingBase', () => {
+  it('calls OnWrapped once, when the object is bound', () => {
+    const probe = addon.newProbe(64);
+    assert.deepStrictEqual(addon.probeState(probe), { wrappedCalls: 1, objectSeen: true });
+  });
+
+  it('knows its object', () => {
+    const probe = addon.newProbe(64);
+    assert.strictEqual(addon.objectOf(probe), probe);
+  });
+
+  it('implements no interface by itself', () => {
+    const probe = addon.newProbe(64);
+    for (const name of ['IEntity', 'BindingBase', 'BindingEngine']) {
+      assert.strictEqual(addon.interfaceOf(probe, name), false, name);
+    }
+  });
+
+  it('reports its amount to V8, changes of it, and takes it back at the end', async () => {
+    await collect();
+    const before = addon.externalMemory();
+    const destroyed = addon.destroyedProbes();
+    (() => {
+      const probe = addon.newProbe(1000003);
+      assert.strictEqual(addon.externalMemory() - before, 1000003);
+      addon.adjustMemory(probe, 500);
+      assert.strictEqual(addon.externalMemory() - before, 1000503);
+      addon.adjustMemory(probe, -1000503);
+      assert.strictEqual(addon.externalMemory(), before);
+      addon.adjustMemory(probe, 1000003);
+    })();
+    assert(await collectUntil(() => addon.destroyedProbes() === destroyed + 1));
+    assert.strictEqual(addon.externalMemory(), before);
+  });
+
+  it('goes only when its object has been collected', async () => {
+    await collect();
+    const destroyed = addon.destroyedProbes();
+    const kept = addon.newProbe(64);
+    (() => {
+      for (let i = 0; i < 10; ++i) {
+        addon.newProbe(64);
+      }
+    })();
+    assert(await collectUntil(() => addon.destroyedProbes() === destroyed + 10));
+    await collect();
+    assert.strictEqual(addon.destroyedProbes(), destroyed + 10);
+    assert.strictEqual(addon.objectOf(kept), kept);
+  });
+
+  it('stays when its thread keeps collected wrappers', async () => {
+    await collect();
+    const destroyed = addon.destroyedProbes();
+    const before = addon.externalMemory();
+    addon.keepCollectedWrappers(true);
+    try {
+      const made = new (class {
+        constructor() {
+          addon.newProbe(1000);
+        }
+      })();
+      assert(made);
+      for (let i = 0; i < 5; ++i) {
+        await collect();
+      }
+      assert.strictEqual(addon.destroyedProbes(), destroyed);
+      assert.strictEqual(addon.externalMemory() - before, 1000);
+    } finally {
+      addon.keepCollectedWrappers(false);
+    }
+  });
+
+  it('reports the own size of the module’s wrappers, not that of the blocks', async () => {
+    const sizes = addon.wrapperSizes();
+    await collect();
+    const before = addon.externalMemory();
+    const engine = nq.getEngine();
+    const afterEngine = addon.externalMemory();
+    assert.strictEqual(afterEngine - before, sizes.engine);
+    const kept = [engine.createEntity(true, 4095), engine.createEntity(false, 4096)];
+    assert.strictEqual(addon.externalMemory() - afterEngine, 2 * sizes.entity);
+    assert.strictEqual(kept.length, 2);
+  });
+});

@@ -1,0 +1,82 @@
+'use strict';
+// Counting of script objects by class.
+const assert = require('assert');
+const { modulePath, addonPath } = require('./lib/host');
+const { collectUntil } = require('./lib/collect');
+
+const nq = require(modulePath);
+const addon = require(addonPath);
+
+/** The label of entities: the class's name with its quotes. */
+const label = '"EngineEntity"';
+
+describe('object tracking', () => {
+  it('is off at the start', () => {
+    const engine = nq.getEngine();
+    engine.createEntity();
+    assert.deepStrictEqual(addon.objectCounts(engine), {});
+  });
+
+  it('counts batches, not entities, refused ones included', () => {
+    const engine = nq.getEngine();
+    addon.enableObjectTracking(engine);
+    const kept = [
+      engine.createEntity(),
+      engine.createEntity(true, 4095),
+      engine.createEntity(true, 4096),
+    ];
+    assert.deepStrictEqual(addon.objectCounts(engine), { [label]: 3 });
+    assert.strictEqual(kept.length, 3);
+  });
+
+  it('counts each engine on its own', () => {
+    const [first, second] = [nq.getEngine(), nq.getEngine()];
+    addon.enableObjectTracking(first);
+    const kept = [first.createEntity(), second.createEntity()];
+    assert.deepStrictEqual(addon.objectCounts(first), { [label]: 1 });
+    assert.deepStrictEqual(addon.objectCounts(second), {});
+    assert.strictEqual(kept.length, 2);
+  });
+
+  it('takes collected batches off again', async () => {
+    const engine = nq.getEngine();
+    addon.enableObjectTracking(engine);
+    const kept = engine.createEntity();
+    (() => {
+      for (let i = 0; i < 20; ++i) {
+        engine.createEntity(true, 3);
+      }
+    })();
+    assert(addon.objectCounts(engine)[label] > 1);
+    assert(await collectUntil(() => addon.objectCounts(engine)[label] === 1));
+    assert.notStrictEqual(kept.id, 0);
+  });
+
+  it('keeps the counts when it ends, and drops them when it starts', async () => {
+    const engine = nq.getEngine();
+    addon.enableObjectTracking(engine);
+    const kept = [engine.createEntity()];
+    addon.disableObjectTracking(engine);
+    kept.push(engine.createEntity());
+    assert.deepStrictEqual(addon.objectCounts(engine), { [label]: 1 });
+    addon.enableObjectTracking(engine);
+    assert.deepStrictEqual(addon.objectCounts(engine), {});
+  });
+
+  it('never counts below 0, whatever went before it started', async () => {
+    const engine = nq.getEngine();
+    const runtime = addon.runtimeOf(engine);
+    (() => {
+      for (let i = 0; i < 5; ++i) {
+        engine.createEntity();
+      }
+    })();
+    addon.enableObjectTracking(engine);
+    const kept = engine.createEntity();
+    // Blocks 2 to 6 belong to the five that were not counted.
+    const gone = () => [2, 3, 4, 5, 6].every((id) => !addon.hasBlock(runtime, id));
+    assert(await collectUntil(gone));
+    assert.deepStrictEqual(addon.objectCounts(engine), { [label]: 0 });
+    assert.notStrictEqual(kept.id, 0);
+  });
+});

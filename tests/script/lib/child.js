@@ -1,0 +1,78 @@
+'use strict';
+// Runs what ends a process in a process of its own, and judges how it ended.
+const assert = require('assert');
+const path = require('path');
+const { spawnSync } = require('child_process');
+const { buildKind } = require('./host');
+
+const timeout = 120000;
+
+/**
+ * Runs a script of tests/script/process with the host, its output through pipes.
+ * @param {string} script file name
+ * @param {string[]} args
+ * @return {{status: ?number, signal: ?string, stdout: string, stderr: string}}
+ */
+function runScript(script, ...args) {
+  const file = path.join(__dirname, '..', 'process', script);
+  const result = spawnSync(process.execPath, ['--expose-gc', file, ...args], {
+    encoding: 'utf8',
+    timeout,
+    killSignal: 'SIGKILL',
+  });
+  assert.strictEqual(result.error, undefined, `${script} ${args}: ${result.error}`);
+  return result;
+}
+
+function describe(result) {
+  return `status ${result.status}, signal ${result.signal}\n${result.stdout}\n${result.stderr}`;
+}
+
+/** The process ended by itself, without complaint. */
+function assertCleanExit(result) {
+  assert.strictEqual(result.status, 0, describe(result));
+  assert.strictEqual(result.signal, null);
+  assert.strictEqual(result.stderr, '');
+}
+
+/** The process touched memory that is not there. */
+function assertFault(result) {
+  if (buildKind === 'address') {
+    // The sanitizer reports, and ends the process by a status of its own.
+    assert.notStrictEqual(result.status, 0, describe(result));
+    assert(
+      /AddressSanitizer: SEGV|runtime error: .*null pointer/.test(result.stderr),
+      describe(result)
+    );
+  } else {
+    assert.strictEqual(result.signal, 'SIGSEGV', describe(result));
+    assert.strictEqual(result.stderr, '');
+  }
+  // Each script prints this ahead of its last step, so that an earlier fault is not taken for it.
+  assert(result.stdout.endsWith('about to end\n'), describe(result));
+}
+
+/** V8 ended the process, and said why. */
+function assertHostFatal(result, text) {
+  assert.strictEqual(result.signal, 'SIGABRT', describe(result));
+  assert(result.stderr.includes(`FATAL ERROR: ${text}`), describe(result));
+  assert(result.stdout.endsWith('about to end\n'), describe(result));
+}
+
+/** An assertion of ours failed with exactly these words, and nothing else was said on stderr. */
+function assertFailedAssertion(result, expression, file) {
+  assert.strictEqual(result.signal, 'SIGABRT', describe(result));
+  const match = /^Assertion failed: (.*), file (.*), line (\d+)\n$/.exec(result.stderr);
+  assert(match, describe(result));
+  assert.strictEqual(match[1], expression);
+  assert.strictEqual(match[2], file);
+  assert(Number(match[3]) > 0);
+}
+
+module.exports = {
+  runScript,
+  assertCleanExit,
+  assertFault,
+  assertHostFatal,
+  assertFailedAssertion,
+};

@@ -1,0 +1,9 @@
+'use strict';
+// The script classes and what stands on their prototypes, in order of installation. Whoever installs
+// a method enters it here.
+
+/** @type {Object<string, string[]>} */
+exports.methods = {
+  Engine: ['createEntity', 'setEntityName', 'refreshWorldTransform'],
+  EngineEntity: [],
+};

@@ -1,0 +1,48 @@
+'use strict';
+// What fails an assertion, through the test addon. `assertions.js CASE`.
+const fs = require('fs');
+const { modulePath, addonPath } = require('../lib/host');
+
+const addon = require(addonPath);
+
+/** Collects until the process ends or patience does. */
+function collectForever(rounds = 50) {
+  gc();
+  if (rounds > 0) {
+    setImmediate(collectForever, rounds - 1);
+  }
+}
+
+/** A probe that nothing holds, whose memory reports are off by `delta`. */
+function dropUnbalanced(delta) {
+  addon.adjustMemory(addon.newProbe(4096), delta);
+}
+
+const cases = {
+  wrapWithMemory: () => addon.wrapWithMemory(),
+  wrapTwice: () => addon.wrapTwice(),
+  wrapWithObject: () => addon.wrapWithObject(),
+  wrapPlainObject: () => addon.wrapPlainObject(),
+  objectBeforeWrap: () => addon.objectBeforeWrap(),
+  objectAtEnd() {
+    addon.objectAtEnd(addon.newProbe(16));
+    collectForever();
+  },
+  memoryLeft() {
+    dropUnbalanced(8);
+    collectForever();
+  },
+  memoryMissing() {
+    dropUnbalanced(-8);
+    collectForever();
+  },
+  memoryBelowZero: () => addon.adjustMemory(addon.newProbe(16), -17),
+  builderWithoutIsolate: () => addon.builderWithoutIsolate(),
+  constructEngine: () => addon.construct('Engine'),
+  constructEntity: () => addon.construct('EngineEntity'),
+};
+
+// Loaded beside the addon, as it is in the suites.
+require(modulePath);
+fs.writeSync(1, 'about to end\n');
+cases[process.argv[2]]();
