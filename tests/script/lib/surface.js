@@ -4,6 +4,17 @@
 
 /** @type {Object<string, string[]>} */
 exports.methods = {
-  Engine: ['createEntity', 'setEntityName', 'refreshWorldTransform'],
+  Engine: [
+    'createEntity',
+    'createComponent',
+    'setEntityName',
+    'refreshWorldTransform',
+    'cullWithCamera',
+    'frustumCulling',
+    'frustumCullingV2',
+    'orthoCulling',
+    'orthoCullingV2',
+  ],
   EngineEntity: [],
+  EngineComponent: [],
 };
