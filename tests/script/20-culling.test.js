@@ -5,6 +5,7 @@ const { spawnSync } = require('child_process');
 
 const modulePath = process.env.NQ_MODULE;
 const { getEngine } = require(modulePath);
+const addon = require(process.env.NQ_TEST_ADDON);
 
 const recordBytes = 28;
 const entityWords = 27;
@@ -258,6 +259,37 @@ describe('createComponent', () => {
     assert(found);
     assert.strictEqual(new Set(kept.map(({ id }) => id)).size, kept.length);
     assert(kept.every(({ id, buffer }) => id !== 0 && buffer.byteLength === 28));
+  });
+
+  it('counts batches under its quoted name while objects are tracked', async () => {
+    const { engine } = new Scene();
+    addon.enableObjectTracking(engine);
+    const label = '"EngineComponent"';
+    const kept = [engine.createComponent(1, 100), engine.createComponent(1, 4096)];
+    engine.createComponent(9);
+    assert.deepStrictEqual(addon.objectCounts(engine), { [label]: 2 });
+    (() => {
+      for (let i = 0; i < 20; ++i) {
+        engine.createComponent(1);
+      }
+    })();
+    assert(addon.objectCounts(engine)[label] > 2);
+    assert(await collectUntil(() => addon.objectCounts(engine)[label] === 2));
+    assert.strictEqual(kept[1].id, 0);
+  });
+
+  it('gives its block back with the component, though the engine went first', async () => {
+    let [engine, component] = [getEngine(), null];
+    const runtime = addon.runtimeOf(engine);
+    component = engine.createComponent(1, 5);
+    const { memoryID } = component;
+    new Uint8Array(component.buffer).fill(1);
+    engine = null;
+    await collectUntil(() => false);
+    assert(addon.hasBlock(runtime, memoryID), 'kept by the component');
+    assert(new Uint8Array(component.buffer).every((byte) => byte === 1));
+    component = null;
+    assert(await collectUntil(() => !addon.hasBlock(runtime, memoryID)));
   });
 });
 
