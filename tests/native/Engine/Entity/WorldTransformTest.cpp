@@ -875,11 +875,12 @@ TEST_F(WorldTransformTest, AFullListDropsBoundEntities) {
       followers.push_back(key + i);
     }
   }
-  for (const uint32_t follower : followers) {
-    world.System()->BindToBone(follower, bone);
-  }
   std::sort(followers.begin(), followers.end(),
             [this](uint32_t a, uint32_t b) { return &world.At(a) < &world.At(b); });
+  // The lowest are bound last.
+  for (size_t i = 0; i < followers.size(); ++i) {
+    world.System()->BindToBone(followers[(i + 20) % followers.size()], bone);
+  }
   world.MoveTo(bone, 3, 0, 0);
   world.Settle({bone});
   EXPECT_EQ(12287u, world.DirtyWords()[0]);
