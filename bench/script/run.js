@@ -38,11 +38,8 @@ function main() {
   const options = parseArguments(process.argv.slice(2));
   reportStatistic(options.statistic);
   const machine = { cpu: os.cpus()[0].model, cpus: os.cpus().length, node: process.version };
-  console.log(
-    `${machine.cpu}, ${machine.cpus} processors, Node ${machine.node}; ${options.statistic} of ${
-      budgets[options.budget].rounds
-    } rounds`
-  );
+  const rounds = `${options.statistic} of ${budgets[options.budget].rounds} rounds`;
+  console.log(`${machine.cpu}, ${machine.cpus} processors, Node ${machine.node}; ${rounds}`);
   const results = {};
   for (const name of workloads) {
     if (options.only === null || options.only === name) {
@@ -50,11 +47,7 @@ function main() {
     }
   }
   if (options.json !== null) {
-    const text = JSON.stringify(
-      { budget: options.budget, statistic: options.statistic, machine, results },
-      null,
-      1
-    );
+    const text = JSON.stringify({ options, machine, results }, null, 1);
     fs.writeFileSync(options.json, `${text}\n`);
   }
 }

@@ -2,7 +2,6 @@
 // The module, used as its guide says: whole batches, transforms written straight into the shared
 // records, one list of what changed, one call a frame.
 const path = require('path');
-const { preorder } = require('../lib/scenes');
 
 const modulePath = path.resolve(
   process.env.NQ_MODULE || path.join(__dirname, '..', '..', '..', 'build/Release/nq_logic.node')
@@ -70,8 +69,7 @@ function createCommandWriter(engine) {
  * Creates `count` 3D entities in batches.
  * @param {object} engine
  * @param {number} count
- * @returns {{objects: object[], records: Float32Array[], handles: Uint32Array}} handles in order of
- *   creation
+ * @returns {{objects: object[], records: Float32Array[], handles: Uint32Array}} handles by node
  */
 function createEntities(engine, count) {
   const objects = [];
@@ -108,22 +106,18 @@ function linkTree(engine, parents, handles) {
 /**
  * The contender.
  * @param {import('../lib/scenes').Tree} tree
- * @param {{heldRoot: boolean, treeOrder: boolean}} options whether entities are created in the order in
- *   which the tree is walked, or in that of the nodes; and how a frame of more entries than the list can hold goes:
- *   with the root held inactive until the last of its passes, so that the world pass runs once; or
+ * @param {{heldRoot: boolean}} options how a frame of more entries than the list can hold goes: with
+ *   the root held inactive until the last of its passes, so that the world pass runs once; or
  *   plainly, with what lies deepest listed first and the root last
  */
-function createNative(tree, options = { heldRoot: true, treeOrder: false }) {
+function createNative(tree, options = { heldRoot: true }) {
   const engine = getEngine();
-  const created = createEntities(engine, tree.count);
-  const { objects, records } = created;
-  const places = options.treeOrder ? preorder(tree) : Int32Array.from(tree.parents, (_, i) => i);
-  const handles = Uint32Array.from(places, (place) => created.handles[place]);
+  const { objects, records, handles } = createEntities(engine, tree.count);
   for (let node = 0; node < tree.count; ++node) {
-    const record = records[Math.floor(places[node] / batchCapacity)];
+    const record = records[Math.floor(node / batchCapacity)];
     record.set(
       tree.scales.subarray(3 * node, 3 * node + 3),
-      (places[node] % batchCapacity) * recordWords + scaleAt
+      (node % batchCapacity) * recordWords + scaleAt
     );
   }
   linkTree(engine, tree.parents, handles);
@@ -199,19 +193,12 @@ function createNative(tree, options = { heldRoot: true, treeOrder: false }) {
   }
 
   return {
-    name: options.treeOrder ? 'nq in tree order' : 'nq',
+    name: 'nq',
 
     setDirty(dirty, rotationMode) {
       mode = rotationMode;
       const stride = mode === 'quaternion' ? 7 : 6;
       const count = dirty.length;
-      const order = Array.from(dirty, (_, k) => k);
-      if (options.treeOrder) {
-        order.sort((a, b) => places[dirty[a]] - places[dirty[b]]);
-      }
-      if (!options.heldRoot) {
-        order.reverse();
-      }
       dirtyHandles = new Uint32Array(count);
       offsets = new Uint32Array(count);
       valueOffsets = new Uint32Array(count);
@@ -219,11 +206,12 @@ function createNative(tree, options = { heldRoot: true, treeOrder: false }) {
       passEnds = [];
       let span = null;
       for (let k = 0; k < count; ++k) {
-        const node = dirty[order[k]];
-        const batch = Math.floor(places[node] / batchCapacity);
+        const source = options.heldRoot ? k : count - 1 - k;
+        const node = dirty[source];
+        const batch = Math.floor(node / batchCapacity);
         dirtyHandles[k] = handles[node];
-        offsets[k] = (places[node] % batchCapacity) * recordWords;
-        valueOffsets[k] = order[k] * stride;
+        offsets[k] = (node % batchCapacity) * recordWords;
+        valueOffsets[k] = source * stride;
         const newPass = k % dirtyCapacity === 0;
         if (newPass || span.batch !== batch) {
           span = { batch, record: records[batch], from: k, to: k };
@@ -263,8 +251,8 @@ function createNative(tree, options = { heldRoot: true, treeOrder: false }) {
 
     world(out) {
       for (let node = 0; node < tree.count; ++node) {
-        const record = records[Math.floor(places[node] / batchCapacity)];
-        const at = (places[node] % batchCapacity) * recordWords + worldAt;
+        const record = records[Math.floor(node / batchCapacity)];
+        const at = (node % batchCapacity) * recordWords + worldAt;
         out.set(record.subarray(at, at + 16), 16 * node);
       }
     },

@@ -60,16 +60,16 @@ function median(values) {
   return sorted.length % 2 === 1 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
 }
 
-/** What is reported of the rounds of a measurement. */
-let statistic = median;
+/** Whether the best of all looks at the clock is reported, not the median of the rounds. */
+let reportsBest = false;
 
 /**
- * Chooses what is reported: the median of the rounds, or the best of them, which on a machine that
- * is busy with other things says more.
+ * Chooses what is reported: the median of the rounds, or the shortest time that was seen at all, which
+ * on a machine that is busy with other things says more.
  * @param {string} name 'median' or 'best'
  */
 function reportStatistic(name) {
-  statistic = name === 'best' ? (values) => Math.min(...values) : median;
+  reportsBest = name === 'best';
 }
 
 /** Runs between two looks at the clock take about this many nanoseconds. */
@@ -77,14 +77,15 @@ const batchNanoseconds = 1e5;
 
 /**
  * Runs contenders in turns, A B C A B C..., and returns the nanoseconds of one run of each, in their
- * order, by the statistic that is reported. Ahead of each turn garbage is collected and one run goes untimed, since the others
- * have emptied the caches. A first, untimed round lets the compiler settle.
+ * order, by the statistic that is reported. Ahead of each turn garbage is collected and one run goes
+ * untimed, since the others have emptied the caches. A first round lets the compiler settle.
  * @param {Array<function(number): void>} contenders each is given a number that counts its runs
  * @param {Budget} budget
  * @returns {number[]}
  */
 function interleave(contenders, budget) {
   const samples = contenders.map(() => []);
+  const shortest = contenders.map(() => Infinity);
   const runs = contenders.map(() => 0);
   const batches = contenders.map(() => 1);
   for (let round = -1; round < budget.rounds; ++round) {
@@ -95,13 +96,15 @@ function interleave(contenders, budget) {
       const limit = budget.milliseconds * 1e6;
       const start = now();
       let count = 0;
-      let elapsed;
+      let elapsed = 0;
       do {
         for (let i = 0; i < batches[c]; ++i) {
           run(runs[c]++);
         }
         count += batches[c];
-        elapsed = now() - start;
+        const end = now() - start;
+        shortest[c] = Math.min(shortest[c], (end - elapsed) / batches[c]);
+        elapsed = end;
       } while (elapsed < limit);
       if (round >= 0) {
         samples[c].push(elapsed / count);
@@ -109,7 +112,7 @@ function interleave(contenders, budget) {
       batches[c] = Math.max(1, Math.floor((batchNanoseconds * count) / elapsed));
     }
   }
-  return samples.map(statistic);
+  return reportsBest ? shortest : samples.map(median);
 }
 
 /**
@@ -128,7 +131,7 @@ function once(budget, prepare, body) {
     body(input);
     samples.push(now() - start);
   }
-  return statistic(samples);
+  return reportsBest ? Math.min(...samples) : median(samples);
 }
 
 module.exports = { budgets, collectGarbage, interleave, now, once, reportStatistic };

@@ -11,13 +11,7 @@ const { buildTree, countAffected, selectPercent, treeNames } = require('../lib/s
 /** Nodes of a chain: three.js walks it by recursion. */
 const chainLimit = 1000;
 
-const creators = [
-  createTyped,
-  createNative,
-  (tree) => createNative(tree, { heldRoot: true, treeOrder: true }),
-  createThree,
-  createGlMatrix,
-];
+const creators = [createTyped, createNative, createThree, createGlMatrix];
 
 /**
  * One row of the table.
@@ -27,7 +21,7 @@ function measureCase(tree, contenders, percent, mode, budget) {
   const dirty = selectPercent(tree, percent);
   const what = `${tree.name} ${tree.count} ${percent} % ${mode}`;
   const times = measureFrames(what, tree, contenders, dirty, mode, budget);
-  const [typed, nq, nqInTreeOrder, three, glMatrix] = times.map((time) => time / dirty.length);
+  const [typed, nq, three, glMatrix] = times.map((time) => time / dirty.length);
   return {
     tree: tree.name,
     nodes: tree.count,
@@ -35,7 +29,7 @@ function measureCase(tree, contenders, percent, mode, budget) {
     mode,
     dirty: dirty.length,
     affected: countAffected(tree, dirty),
-    nanosecondsPerDirtyNode: { nq, nqInTreeOrder, typed, three, glMatrix },
+    nanosecondsPerDirtyNode: { nq, typed, three, glMatrix },
   };
 }
 
@@ -44,7 +38,7 @@ function measureCase(tree, contenders, percent, mode, budget) {
  * @returns {object}
  */
 function measurePasses(tree, budget) {
-  const pair = [true, false].map((heldRoot) => createNative(tree, { heldRoot, treeOrder: false }));
+  const pair = [true, false].map((heldRoot) => createNative(tree, { heldRoot }));
   const dirty = selectPercent(tree, 100);
   const what = `${tree.name} ${tree.count} passes`;
   const times = measureFrames(what, tree, pair, dirty, 'quaternion', budget);
@@ -55,7 +49,7 @@ function measurePasses(tree, budget) {
 function printFrames(name, frames) {
   printTable(
     `transform: ${name}, ns per changed node and frame`,
-    ['nodes', '% dirty', 'mode', 'dirty', 'world matrices', 'nq', 'nq in tree order'].concat([
+    ['nodes', '% dirty', 'mode', 'dirty', 'world matrices', 'nq'].concat([
       'typed',
       'three',
       'gl-matrix',
@@ -63,7 +57,7 @@ function printFrames(name, frames) {
       'three/nq',
     ]),
     frames.map((row) => {
-      const { nq, nqInTreeOrder, typed, three, glMatrix } = row.nanosecondsPerDirtyNode;
+      const { nq, typed, three, glMatrix } = row.nanosecondsPerDirtyNode;
       return [row.nodes, row.percent, row.mode, row.dirty, row.affected, nq].concat([
         nqInTreeOrder,
         typed,
