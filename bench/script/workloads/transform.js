@@ -59,7 +59,6 @@ function printFrames(name, frames) {
     frames.map((row) => {
       const { nq, typed, three, glMatrix } = row.nanosecondsPerDirtyNode;
       return [row.nodes, row.percent, row.mode, row.dirty, row.affected, nq].concat([
-        nqInTreeOrder,
         typed,
         three,
         glMatrix,
