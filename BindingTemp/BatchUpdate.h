@@ -31,6 +31,9 @@ inline uint32_t BatchWord(const uint8_t* words, size_t index) {
 template <typename Target, void (*operation)(Target* target, uint32_t handle)>
 void BatchUpdate(EngineRuntime* runtime, Target* target, const vx::Bytes& bytes) {
   const uint8_t* words = bytes.data;
+  // Read as volatile ahead of the copy below: a compiler may take a copied null for impossible, and
+  // go on with anything; this access stays, and faults.
+  static_cast<void>(*static_cast<const volatile uint8_t*>(words));
   // In the host's width: a count of 0x3FFFFFFF must not wrap to a small size.
   const size_t n = BatchWord(words, 0);
   if (n == 0 || n * kBatchWordBytes + kBatchWordBytes > bytes.length) {

@@ -12,12 +12,18 @@ if(NQ_TEST_SOURCES)
   add_executable(nq_tests ${NQ_TEST_SOURCES})
   nq_configure(nq_tests)
   target_link_libraries(nq_tests PRIVATE nq_core GTest::gmock GTest::gtest GTest::gtest_main)
+  # One variable: a list would be cut apart on its way to the tests.
+  if(NQ_SANITIZE STREQUAL "thread")
+    set(nativeEnvironment "TSAN_OPTIONS=${NQ_TSAN_OPTIONS}")
+  else()
+    set(nativeEnvironment "UBSAN_OPTIONS=print_stacktrace=1")
+  endif()
   gtest_discover_tests(nq_tests
       DISCOVERY_MODE PRE_TEST
       DISCOVERY_TIMEOUT 120
       WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}"
       PROPERTIES TIMEOUT 300
-                 ENVIRONMENT "UBSAN_OPTIONS=print_stacktrace=1;TSAN_OPTIONS=${NQ_TSAN_OPTIONS}")
+                 ENVIRONMENT "${nativeEnvironment}")
 endif()
 
 if(NQ_BUILD_MODULE)

@@ -7,7 +7,8 @@ const { eachAtOnce, fail, output, quietStatus, status } = require('./lib/run');
 const { nativeSources, nodeModule, prettierArguments } = require('./lib/sources');
 
 // The suites that run code on several threads, or check that it gives the same bytes.
-const threadedSuites = 'WorkerPool|WorldTransform|EntitySystem|DirtyEntityList|[Bb]atch|transform';
+const threadedSuites =
+  'WorkerPool|EngineRuntime|MemoryAllocator|WorldTransform|EntitySystem|DirtyEntityList|[Bb]atch|transform';
 
 const exportedSymbols = ['_register_nq_logic_', 'node_register_module_v72'];
 

@@ -94,9 +94,12 @@ void Entity::RemoveFromParent() {
 
 void Entity::Reset() {
   UnbindFromBone();
-  while (!boundEntities.empty()) {
-    boundEntities.front()->UnbindFromBone();
+  // All at once: taking them out one by one moves the rest each time.
+  for (Entity* bound : boundEntities) {
+    bound->boundTo = nullptr;
   }
+  boundEntities.clear();
+  links().hasBoundEntities = 0;
   RemoveFromParent();
   tree->Batch(handle).worldVersions[HandleElement(handle)] = 0;
   links().SetDirtyState(kDirtySelf);

@@ -150,7 +150,7 @@ class Entity {
   void UpdateWorldSubtree();
 
   // Brings this one entity up to date, with the chain of marked ancestors above it. Nothing happens
-  // if the entity or a marked ancestor is inactive.
+  // if the entity, one of these ancestors, or the unmarked one that ends the chain is inactive.
   void RefreshChain();
 
   // What the batch runs instead of a destructor: links of this entity end, children are left

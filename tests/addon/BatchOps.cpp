@@ -1,5 +1,6 @@
 // The batch shape over an operation that records its calls, and tasks that end the process.
 #include <chrono>
+#include <cstdio>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -73,6 +74,13 @@ void BatchOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
+// bufferOutput(): from now on standard output is buffered, as it is in any program but the host,
+// which turns that off for itself.
+void BufferOutputOp(const vx::CallbackInfo& /*info*/) {
+  static char buffer[4096];
+  std::setvbuf(stdout, buffer, _IOFBF, sizeof(buffer));
+}
+
 // failInWorker(engine): a worker thread logs and then fails an assertion.
 void FailInWorkerOp(const vx::CallbackInfo& info) {
   engine::WorkerPool* pool = vx::Unwrap<BindingEngine>(ObjectArg(info, 0))->Runtime()->FirstPool();
@@ -96,6 +104,7 @@ void FailHereOp(const vx::CallbackInfo& /*info*/) {
 
 void InstallBatchOps(v8::Local<v8::Object> exports) {
   Install(exports, "batch", BatchOp);
+  Install(exports, "bufferOutput", BufferOutputOp);
   Install(exports, "failInWorker", FailInWorkerOp);
   Install(exports, "failHere", FailHereOp);
 }

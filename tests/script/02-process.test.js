@@ -11,6 +11,7 @@ describe('process', () => {
     collected: 'ends after engines were collected',
     manyEngines: 'ends with ten engines and forty threads',
     workerAlone: 'outlives Workers that alone loaded the module, one after the other',
+    workerUnused: 'keeps the module in memory after a Worker that alone loaded it',
     workerExits: 'outlives Workers that end by process.exit',
     workerTerminated: 'outlives a Worker that is terminated',
     twoWorkers: 'runs engines in two Workers at once',

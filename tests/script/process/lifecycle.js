@@ -1,5 +1,7 @@
 'use strict';
 // Loads, exits and Workers: how a process with engines begins and ends. `lifecycle.js CASE`.
+const fs = require('fs');
+const path = require('path');
 const { Worker } = require('worker_threads');
 const { modulePath } = require('../lib/host');
 
@@ -27,6 +29,13 @@ function useEngine(nq) {
 }
 
 const work = `(${useEngine})(nq);`;
+
+/** Threads of an engine wait in the module's code, so that must not be unmapped with a Worker. */
+function assertMapped() {
+  if (!fs.readFileSync('/proc/self/maps', 'utf8').includes(path.basename(modulePath))) {
+    throw new Error('the module is gone');
+  }
+}
 
 const cases = {
   /** Ends when nothing is left to do. */
@@ -67,7 +76,15 @@ const cases = {
       if (code !== 0) {
         throw new Error(`Worker ended with ${code}`);
       }
+      assertMapped();
     }
+  },
+  /** The same without an engine, where nothing but the module itself could hold it. */
+  async workerUnused() {
+    await worker('');
+    assertMapped();
+    await worker(work);
+    useEngine(require(modulePath));
   },
   async workerExits() {
     for (let i = 0; i < 3; ++i) {

@@ -60,6 +60,7 @@ const cases = {
   },
   /** A root that is its own grandchild. */
   parentCycle() {
+    require(addonPath).bufferOutput();
     const world = new World();
     const [a, b] = [world.add3D(), world.add3D()];
     a.write(0, {});
@@ -70,9 +71,11 @@ const cases = {
     world.refresh();
   },
   failInWorker() {
+    require(addonPath).bufferOutput();
     require(addonPath).failInWorker(new World().engine);
   },
   failHere() {
+    require(addonPath).bufferOutput();
     require(addonPath).failHere();
   },
 };

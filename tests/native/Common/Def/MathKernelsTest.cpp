@@ -21,7 +21,6 @@ using Quaternion = std::array<float, 4>;  // in the order that each test says
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
 constexpr float kNotANumber = std::numeric_limits<float>::quiet_NaN();
 constexpr float kPoison = -12345.0f;
-constexpr double kPi = 3.14159265358979323846;
 
 constexpr Matrix kIdentity = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 

@@ -32,13 +32,16 @@ namespace nq::engine {
 #define NQ_TEST_UNDER_ADDRESS_SANITIZER 1
 #endif
 
-// How often a random or repeated test goes round: `plain` times, a fifth of it under a sanitizer.
+// How often a random or repeated test goes round: `plain` times, fewer under a sanitizer.
 constexpr int Rounds(int plain) {
-#if defined(NQ_TEST_UNDER_THREAD_SANITIZER) || defined(NQ_TEST_UNDER_ADDRESS_SANITIZER)
-  return plain >= 5 ? plain / 5 : 1;
+#if defined(NQ_TEST_UNDER_THREAD_SANITIZER)
+  constexpr int kSlowness = 10;
+#elif defined(NQ_TEST_UNDER_ADDRESS_SANITIZER)
+  constexpr int kSlowness = 3;
 #else
-  return plain;
+  constexpr int kSlowness = 1;
 #endif
+  return plain >= kSlowness ? plain / kSlowness : 1;
 }
 
 // One engine. Commands and dirty entries are written to the shared buffers as script does it, and

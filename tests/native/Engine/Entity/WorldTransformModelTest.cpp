@@ -433,33 +433,33 @@ void RunScenes(uint32_t firstSeed, int scenes, int frames, const SceneKind& kind
 }  // namespace
 
 TEST(WorldTransformModelTest, ScenesWithShortDirtyListsGiveTheBytesOfTheModel) {
-  RunScenes(1000, Rounds(300), 12, SceneKind());
+  RunScenes(1000, Rounds(600), 12, SceneKind());
 }
 
 TEST(WorldTransformModelTest, ScenesWithLongDirtyListsGiveTheBytesOfTheModel) {
   SceneKind kind;
   kind.longLists = true;
-  RunScenes(2000, Rounds(300), 12, kind);
+  RunScenes(2000, Rounds(600), 12, kind);
 }
 
 TEST(WorldTransformModelTest, ScenesWithWildNumbersGiveTheBytesOfTheModel) {
   SceneKind kind;
   kind.wildNumbers = true;
-  RunScenes(3000, Rounds(150), 12, kind);
+  RunScenes(3000, Rounds(300), 12, kind);
   kind.longLists = true;
-  RunScenes(4000, Rounds(150), 12, kind);
+  RunScenes(4000, Rounds(300), 12, kind);
 }
 
 TEST(WorldTransformModelTest, ScenesWithParentCyclesGiveTheBytesOfTheModel) {
   SceneKind kind;
   kind.cycles = true;
-  RunScenes(5000, Rounds(400), 12, kind);
+  RunScenes(5000, Rounds(600), 12, kind);
 }
 
 TEST(WorldTransformModelTest, LongScenesGiveTheBytesOfTheModel) {
   SceneKind kind;
   kind.longLists = true;
-  RunScenes(6000, Rounds(10), 150, kind);
+  RunScenes(6000, Rounds(20), 150, kind);
 }
 
 // The same scene, its dirty lists once as they are and once filled up with handles that name

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cfloat>
 #include <cmath>
 #include <csignal>
@@ -428,7 +429,7 @@ TEST_F(WorldTransformTest, OneEntityInSeveralRangesOfAListMayBeBuiltAtOnce) {
   const uint32_t e = world.Add3D(kEntities / 2);
   const uint32_t f = world.Add2D(kEntities / 2);
   const auto handleOf = [e, f](uint32_t i) { return i % 2 == 0 ? e + i / 2 : f + i / 2; };
-  for (int frame = 0; frame < Rounds(250); ++frame) {
+  for (int frame = 0; frame < Rounds(500); ++frame) {
     for (uint32_t i = 0; i < kEntities; ++i) {
       const float number = static_cast<float>(frame + static_cast<int>(i));
       if (i % 2 == 0) {
@@ -449,7 +450,7 @@ TEST_F(WorldTransformTest, OneEntityInSeveralRangesOfAListMayBeBuiltAtOnce) {
       ASSERT_EQ(number, world.At(handleOf(i)).localMatrix()[12]);
     }
   }
-  EXPECT_EQ(4u * static_cast<uint32_t>(Rounds(250)), world.At(e).localVersion());
+  EXPECT_EQ(4u * static_cast<uint32_t>(Rounds(500)), world.At(e).localVersion());
 }
 
 // --- The world pass
@@ -666,7 +667,7 @@ TEST_F(WorldTransformTest, SeveralThreadsMarkBelowOneAncestor) {
     world.Dirty(leaves + i);
   }
   world.Refresh();
-  for (int round = 0; round < Rounds(500); ++round) {
+  for (int round = 0; round < Rounds(1000); ++round) {
     std::vector<std::thread> threads;
     for (uint32_t i = 0; i < 4; ++i) {
       threads.emplace_back([this, e, leaves, i] {
@@ -681,6 +682,40 @@ TEST_F(WorldTransformTest, SeveralThreadsMarkBelowOneAncestor) {
     ASSERT_EQ((Handles{0, 2, 2, 2}), Marks(leaves, 4));
     world.Refresh();
     ASSERT_EQ((Handles{0, 0, 0, 0, 0, 0}), Marks(e, 6));
+  }
+}
+
+// One thread marks entities themselves, the other marks what hangs below them, side by side.
+TEST_F(WorldTransformTest, AMarkOf2OutlastsAMarkFromBelowAtTheSameTime) {
+  constexpr uint32_t kPairs = 4000;
+  const uint32_t parents = world.Add3D(kPairs);
+  const uint32_t children = world.Add3D(kPairs);
+  for (uint32_t i = 0; i < kPairs; ++i) {
+    world.System()->AddChild(parents + i, children + i);
+  }
+  std::atomic<int> started{0};
+  const auto markAll = [this, &started](uint32_t batch) {
+    ++started;
+    while (started < 2) {
+      std::this_thread::yield();
+    }
+    for (uint32_t i = 0; i < kPairs; ++i) {
+      world.At(batch + i).PropagateMarkDirty(false);
+    }
+  };
+  for (int round = 0; round < Rounds(100); ++round) {
+    for (uint32_t i = 0; i < kPairs; ++i) {
+      world.At(parents + i).links().SetDirtyState(kDirtyClean);
+      world.At(children + i).links().SetDirtyState(kDirtyClean);
+    }
+    started = 0;
+    std::thread other([&markAll, parents] { markAll(parents); });
+    markAll(children);
+    other.join();
+    for (uint32_t i = 0; i < kPairs; ++i) {
+      ASSERT_EQ(2u, world.At(parents + i).dirtyState()) << "round " << round << ", pair " << i;
+      ASSERT_EQ(2u, world.At(children + i).dirtyState()) << "round " << round << ", pair " << i;
+    }
   }
 }
 
@@ -875,11 +910,12 @@ TEST_F(WorldTransformTest, AFullListDropsBoundEntities) {
       followers.push_back(key + i);
     }
   }
-  for (const uint32_t follower : followers) {
-    world.System()->BindToBone(follower, bone);
-  }
   std::sort(followers.begin(), followers.end(),
             [this](uint32_t a, uint32_t b) { return &world.At(a) < &world.At(b); });
+  // The lowest are bound last.
+  for (size_t i = 0; i < followers.size(); ++i) {
+    world.System()->BindToBone(followers[(i + 20) % followers.size()], bone);
+  }
   world.MoveTo(bone, 3, 0, 0);
   world.Settle({bone});
   EXPECT_EQ(12287u, world.DirtyWords()[0]);
