@@ -116,6 +116,45 @@ function interleave(contenders, budget) {
 }
 
 /**
+ * As `interleave`, for runs that each need an untimed preparation, given the same number as the run. A
+ * look at the clock then covers one run; a turn ends when its runs have taken the budget's time.
+ * @param {Array<{prepare: function(number): void, run: function(number): void}>} contenders
+ * @param {Budget} budget
+ * @returns {number[]}
+ */
+function interleavePrepared(contenders, budget) {
+  const samples = contenders.map(() => []);
+  const shortest = contenders.map(() => Infinity);
+  const runs = contenders.map(() => 0);
+  for (let round = -1; round < budget.rounds; ++round) {
+    for (let c = 0; c < contenders.length; ++c) {
+      const { prepare, run } = contenders[c];
+      const timed = () => {
+        const number = runs[c]++;
+        prepare(number);
+        const start = now();
+        run(number);
+        return now() - start;
+      };
+      collectGarbage();
+      timed();
+      let count = 0;
+      let elapsed = 0;
+      do {
+        const time = timed();
+        shortest[c] = Math.min(shortest[c], time);
+        elapsed += time;
+        ++count;
+      } while (elapsed < budget.milliseconds * 1e6);
+      if (round >= 0) {
+        samples[c].push(elapsed / count);
+      }
+    }
+  }
+  return reportsBest ? shortest : samples.map(median);
+}
+
+/**
  * Nanoseconds of `body` over the rounds of a budget, each with its own untimed preparation.
  * @param {Budget} budget
  * @param {function(): *} prepare its result is given to `body`
@@ -134,4 +173,12 @@ function once(budget, prepare, body) {
   return reportsBest ? Math.min(...samples) : median(samples);
 }
 
-module.exports = { budgets, collectGarbage, interleave, now, once, reportStatistic };
+module.exports = {
+  budgets,
+  collectGarbage,
+  interleave,
+  interleavePrepared,
+  now,
+  once,
+  reportStatistic,
+};

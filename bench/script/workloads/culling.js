@@ -1,0 +1,127 @@
+'use strict';
+// What a camera sees of many spheres, nearest first: of a scene at rest, of one in which everything has
+// moved since the last time, and of a short list of objects out of many.
+const { assertView, cameras, createCullingScene } = require('../lib/culling-scene');
+const { interleave, interleavePrepared } = require('../lib/measure');
+const { selectCount } = require('../lib/scenes');
+const { printTable } = require('../lib/table');
+
+/** Objects of a list. */
+const listLengths = [100, 1000];
+
+/**
+ * Loads a contender anew: the compiler makes better code of functions that exist once, as they would in
+ * a game, than of those that work on several scenes.
+ * @param {string} name
+ */
+function load(name) {
+  const file = require.resolve(`../contenders/${name}`);
+  delete require.cache[file];
+  return require(file);
+}
+
+/** A scene, its world matrices at each place, and the contenders. */
+function prepare(count) {
+  const scene = createCullingScene(count);
+  const native = load('culling-native').createCullingNative(scene);
+  const sets = scene.roots.map((_, set) => {
+    native.move(set);
+    return native.matrices();
+  });
+  const typed = load('culling-typed').createCullingTyped(scene, sets);
+  const three = load('culling-three').createCullingThree(scene, sets);
+  const contenders = [native, typed, three];
+  return { scene, sets, contenders };
+}
+
+/**
+ * Throws unless all contenders see what there is to see, at each place and with each camera. Leaves
+ * them all at the last place.
+ * @param {string} what
+ * @param {object} prepared
+ * @param {Int32Array} tested
+ * @param {string} method of the contenders
+ * @returns {number} how many objects are seen, on the average
+ */
+function assertAgreement(what, { scene, sets, contenders }, tested, method) {
+  let seen = 0;
+  sets.forEach((matrices, set) => {
+    for (const contender of contenders) {
+      contender.move(set);
+      contender.cullMoved(cameras[set]);
+      contender[method](cameras[set]);
+      const said = `${what}, ${contender.name}`;
+      seen += assertView(said, scene, matrices, cameras[set], tested, contender.view());
+    }
+  });
+  return Math.round(seen / sets.length / contenders.length);
+}
+
+/**
+ * One row of the table.
+ * @param {string} kind
+ * @param {object} prepared
+ * @param {Int32Array} tested the objects in play
+ * @param {string} method of the contenders
+ * @param {boolean} moves whether everything moves ahead of each call
+ * @param {import('../lib/measure').Budget} budget
+ */
+function measureCase(kind, prepared, tested, method, moves, budget) {
+  const { scene, sets, contenders } = prepared;
+  const what = `${tested.length} of ${scene.count} objects, ${kind}`;
+  assertAgreement(`${what}, before`, prepared, tested, method);
+  const bodies = contenders.map(
+    (contender) => (run) => contender[method](cameras[run % cameras.length])
+  );
+  const prepareRun = (c) => (run) => contenders[c].move(run % sets.length);
+  const times = moves
+    ? interleavePrepared(
+        bodies.map((run, c) => ({ prepare: prepareRun(c), run })),
+        budget
+      )
+    : interleave(bodies, budget);
+  const visible = assertAgreement(`${what}, after`, prepared, tested, method);
+  const [nq, typed, three] = times.map((time) => time / tested.length);
+  return {
+    kind,
+    objects: scene.count,
+    tested: tested.length,
+    visible,
+    nanosecondsPerObject: { nq, typed, three },
+  };
+}
+
+function run(budget) {
+  const rows = [];
+  for (const size of budget.sizes) {
+    const prepared = prepare(size);
+    const all = Int32Array.from({ length: size }, (_, i) => i);
+    rows.push(measureCase('at rest', prepared, all, 'cull', false, budget));
+    rows.push(measureCase('moved', prepared, all, 'cullMoved', true, budget));
+    if (size === Math.max(...budget.sizes)) {
+      for (const length of listLengths.filter((one) => one < size)) {
+        const list = selectCount(prepared.scene, length);
+        prepared.contenders.forEach((contender) => contender.setList(list));
+        rows.push(measureCase('list', prepared, list, 'cullList', false, budget));
+      }
+    }
+  }
+  printTable(
+    'culling: ns per object tested',
+    ['scene', 'objects', 'tested', 'visible', 'nq', 'typed', 'three', 'typed/nq', 'three/nq'],
+    rows.map(({ kind, objects, tested, visible, nanosecondsPerObject: { nq, typed, three } }) => [
+      kind,
+      objects,
+      tested,
+      visible,
+      nq,
+      typed,
+      three,
+      typed / nq,
+      three / nq,
+    ])
+  );
+  return rows;
+}
+
+module.exports = { run };
