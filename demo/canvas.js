@@ -81,6 +81,38 @@ class Canvas {
   }
 
   /**
+   * Fills a convex polygon, in either direction of its corners.
+   * @param {Array<{x: number, y: number}>} corners at least 3
+   * @param {number[]} color
+   * @param {number} opacity
+   */
+  polygon(corners, color, opacity) {
+    const edges = corners.map(({ x, y }, i) => {
+      const next = corners[(i + 1) % corners.length];
+      return { x, y, dx: next.x - x, dy: next.y - y, length: Math.hypot(next.x - x, next.y - y) };
+    });
+    const area = edges.reduce((sum, { x, y, dx, dy }) => sum + x * (y + dy) - (x + dx) * y, 0);
+    const reach = (axis, pick) => pick(...corners.map((corner) => corner[axis]));
+    const left = Math.max(0, Math.floor(reach('x', Math.min)) - 1);
+    const right = Math.min(this.width - 1, Math.ceil(reach('x', Math.max)));
+    const top = Math.max(0, Math.floor(reach('y', Math.min)) - 1);
+    const bottom = Math.min(this.height - 1, Math.ceil(reach('y', Math.max)));
+    for (let y = top; y <= bottom; ++y) {
+      for (let x = left; x <= right; ++x) {
+        let coverage = 1;
+        for (const edge of edges) {
+          const side = edge.dx * (y + 0.5 - edge.y) - edge.dy * (x + 0.5 - edge.x);
+          const inside = (area > 0 ? side : -side) / (edge.length || 1);
+          coverage = Math.min(coverage, Math.max(0, inside + 0.5));
+        }
+        if (coverage > 0) {
+          this.blend(x, y, color, opacity * coverage);
+        }
+      }
+    }
+  }
+
+  /**
    * The picture as the bytes of a PNG file.
    * @returns {Buffer}
    */

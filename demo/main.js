@@ -1,8 +1,9 @@
 'use strict';
-// The demo: a scene as entities, animated for some frames, with its cost and its picture.
+// The demo: a scene as entities, animated and culled for some frames, with its cost and its picture.
 const fs = require('fs');
 const path = require('path');
 const { animate } = require('./animate');
+const { SceneCulling } = require('./culling');
 const { EngineScene } = require('./engine-scene');
 const { loadNativeModule } = require('./native-module');
 const { help, parseOptions } = require('./options');
@@ -40,13 +41,16 @@ async function main(args) {
   prepareFolder(options.out);
 
   const engineScene = new EngineScene(getEngine(), scene.nodes);
+  const culling = new SceneCulling(engineScene, scene.nodes);
   const progress = createProgress(options.frames);
-  const timings = animate(scene, engineScene, options.frames, (done) => progress.update(done));
+  const timings = animate(scene, engineScene, culling, options.frames, (done) =>
+    progress.update(done)
+  );
   progress.stop();
 
   const file = path.join(options.out, 'scene.png');
-  savePicture(drawScene(scene.nodes, engineScene.worldPositions()), file);
-  console.log(formatTable(scene, engineScene, timings));
+  savePicture(drawScene(scene.nodes, engineScene.worldPositions(), culling.seen()), file);
+  console.log(formatTable(scene, engineScene, culling, timings));
   console.log(`picture: ${file}`);
 }
 

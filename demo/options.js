@@ -4,8 +4,8 @@ const { UserError } = require('./user-error');
 
 const help = `Usage: npm run demo [-- OPTIONS]
 
-Builds a tree of entities, animates it for some frames, and shows what a frame costs and what the
-tree looks like.
+Builds a tree of entities, animates it for some frames, culls it by two cameras, and shows what a frame
+costs, what the tree looks like, and which of it the first camera sees: that is in colour.
 
   --model FILE   a glTF 2.0 file (.glb or .gltf), driven by its first animation clip;
                  without it, a dance of jointed figures around a tree

@@ -1,7 +1,10 @@
 'use strict';
-// The picture of a scene graph: nodes as dots, links as strokes, in perspective over a floor.
+// The picture of a scene graph: nodes as dots, links as strokes, in perspective over a floor. What the
+// scene's own camera sees stands in colour, between the edges of its view; the rest is grey.
 const fs = require('fs');
 const path = require('path');
+const { boundsOf, median } = require('./bounds');
+const { kPictureYaw, viewCorners } = require('./cameras');
 const { Canvas } = require('./canvas');
 const { UserError, fileTrouble } = require('./user-error');
 
@@ -10,7 +13,7 @@ const kHeight = 1000;
 const kMargin = 70;
 
 /** Where the camera stands: radians about the vertical and above the floor, distance in radii. */
-const kYaw = 0.62;
+const kYaw = kPictureYaw;
 const kPitch = 0.42;
 const kDistance = 3.2;
 
@@ -19,6 +22,22 @@ const kFloor = [0.125, 0.15, 0.22];
 const kGrid = [0.3, 0.36, 0.5];
 const kShadow = [0.02, 0.025, 0.045];
 const kGridLines = 12;
+
+/** What the scene's camera doesn't see, and the edges of its view. */
+const kUnseenLink = [0.3, 0.33, 0.4];
+const kUnseenDot = [0.44, 0.48, 0.56];
+const kViewEdge = [0.9, 0.76, 0.42];
+
+/** Edges of a view between its corners: near rectangle, far rectangle, and from one to the other. */
+const kViewEdges = [0, 1, 2, 3].reduce(
+  (edges, i) =>
+    edges.concat([
+      [i, (i + 1) % 4],
+      [4 + i, 4 + ((i + 1) % 4)],
+      [i, 4 + i],
+    ]),
+  []
+);
 
 /** Colour of a hue in degrees, saturation and lightness from 0 to 1. */
 function colorOf(hue, saturation, lightness) {
@@ -30,24 +49,9 @@ function colorOf(hue, saturation, lightness) {
   return [channel(0), channel(8), channel(4)];
 }
 
+/** What lies between two colours or points. */
 function mix(a, b, t) {
   return a.map((value, i) => value + (b[i] - value) * t);
-}
-
-function median(values) {
-  const sorted = values.slice().sort((a, b) => a - b);
-  return sorted.length > 0 ? sorted[sorted.length >> 1] : 0;
-}
-
-/** Middle, radius and floor level of points; a radius of 0 becomes 1. */
-function boundsOf(points) {
-  const low = [0, 1, 2].map((axis) => points.reduce((a, p) => Math.min(a, p[axis]), Infinity));
-  const high = [0, 1, 2].map((axis) => points.reduce((a, p) => Math.max(a, p[axis]), -Infinity));
-  const middle = low.map((value, axis) => (value + high[axis]) / 2);
-  const radius = points.reduce((far, p) => {
-    return Math.max(far, Math.hypot(p[0] - middle[0], p[1] - middle[1], p[2] - middle[2]));
-  }, 0);
-  return { middle, radius: radius > 0 ? radius : 1, floor: low[1] };
 }
 
 /**
@@ -127,12 +131,83 @@ function collectItems(nodes, positions) {
 }
 
 /**
+ * What a camera in the scene sees of it.
+ * @typedef {Object} Seen
+ * @property {import('./cameras').PerspectiveCamera} camera
+ * @property {number} pieces that a link is cut into
+ * @property {Uint8Array} marks 1 for each seen piece, `node * pieces + piece`; piece 0 is around the
+ *     node itself, the others follow towards its parent
+ */
+
+/**
+ * The parts of a link that are seen and those that are not, in turn.
+ * @param {?Seen} seen
+ * @param {number} index of the lower node
+ * @param {number} parent
+ * @returns {Array<{from: number, to: number, visible: boolean}>} fractions of the way to the parent
+ */
+function linkParts(seen, index, parent) {
+  if (seen === null) {
+    return [{ from: 0, to: 1, visible: true }];
+  }
+  const { pieces, marks } = seen;
+  const parts = [];
+  for (let piece = 0; piece <= pieces; ++piece) {
+    const visible = marks[piece < pieces ? index * pieces + piece : parent * pieces] === 1;
+    const end = Math.min(1, (piece + 0.5) / pieces);
+    const last = parts[parts.length - 1];
+    if (last !== undefined && last.visible === visible) {
+      last.to = end;
+    } else {
+      parts.push({ from: last === undefined ? 0 : last.to, to: end, visible });
+    }
+  }
+  return parts;
+}
+
+/** The corners, in their order around, of what a view cuts out of the floor; none if it doesn't. */
+function cutFloor(corners, floor) {
+  const cut = [];
+  for (const [i, j] of kViewEdges) {
+    const [a, b] = [corners[i], corners[j]];
+    if (a[1] >= floor !== b[1] >= floor) {
+      cut.push(mix(a, b, (floor - a[1]) / (b[1] - a[1])));
+    }
+  }
+  const middle = [0, 2].map((axis) => cut.reduce((sum, p) => sum + p[axis] / cut.length, 0));
+  const angle = (p) => Math.atan2(p[2] - middle[1], p[0] - middle[0]);
+  return cut.length < 3 ? [] : cut.sort((a, b) => angle(a) - angle(b));
+}
+
+/** Edges of a view, with lines from the eye, in pieces for drawing among the other items. */
+function viewItems(canvas, camera, { eye }, corners) {
+  const steps = 40;
+  const lines = kViewEdges.map(([i, j]) => [corners[i], corners[j]]);
+  for (const corner of corners.slice(0, 4)) {
+    lines.push([eye, corner]);
+  }
+  const items = [];
+  for (const [a, b] of lines) {
+    for (let step = 0; step < steps; ++step) {
+      const [from, to] = [step, step + 1].map((s) => {
+        return Object.assign(camera(mix(a, b, s / steps)), { radius: 0.8 });
+      });
+      const depth = (from.depth + to.depth) / 2;
+      const color = mix(kViewEdge, kSky, 0.3 * depth);
+      items.push({ depth, draw: () => canvas.stroke(from, to, color, 1) });
+    }
+  }
+  return items;
+}
+
+/**
  * Draws a scene graph.
  * @param {Array<{parent: number, hue: number}>} nodes parents before children
  * @param {Array<number[]>} positions of the nodes in the world; those not finite are left out
+ * @param {?Seen} [seen] without it, all is in colour
  * @returns {Canvas}
  */
-function drawScene(nodes, positions) {
+function drawScene(nodes, positions, seen = null) {
   const canvas = new Canvas(kWidth, kHeight);
   const { dots, links } = collectItems(nodes, positions);
   const points = dots.map((index) => positions[index]);
@@ -142,13 +217,18 @@ function drawScene(nodes, positions) {
   }
   const bounds = boundsOf(points);
   const feet = points.map((point) => [point[0], bounds.floor, point[2]]);
-  const camera = createCamera(points.concat(feet), bounds);
+  const corners = seen === null ? [] : viewCorners(seen.camera);
+  const camera = createCamera(points.concat(feet, corners), bounds);
   const center = camera([bounds.middle[0], bounds.floor, bounds.middle[2]]);
   canvas.fill((x, y) => {
     const [dx, dy] = [x - center.x / kWidth, (y - center.y / kHeight) * 1.6];
     return mix(kFloor, kSky, Math.min(1, Math.sqrt(dx * dx + dy * dy) * 1.7));
   });
   drawFloor(canvas, camera, bounds);
+  const lit = seen === null ? [] : cutFloor(corners, bounds.floor).map(camera);
+  if (lit.length > 0) {
+    canvas.polygon(lit, kViewEdge, 0.12);
+  }
 
   const typical = median(links.map(({ length }) => length).filter((length) => length > 0));
   // Strokes as wide as the typical link lets them be, in the middle of the picture.
@@ -167,17 +247,24 @@ function drawScene(nodes, positions) {
     canvas.stroke(place(onFloor(index), 1.2), place(onFloor(parent), 1.2), kShadow, opacity);
   }
 
-  const items = [];
+  const items = seen === null ? [] : viewItems(canvas, camera, seen.camera, corners);
   for (const { index, parent, length } of links) {
-    const [from, to] = [place(positions[index], 1), place(positions[parent], 1)];
-    // Behind the dots at both of its ends.
-    const depth = Math.max(from.depth, to.depth);
-    const color = mix(colorOf(nodes[index].hue, 0.62, 0.5), kSky, 0.45 * depth);
-    items.push({ depth, draw: () => canvas.stroke(from, to, color, weight(length)) });
+    for (const { from: start, to: end, visible } of linkParts(seen, index, parent)) {
+      const [from, to] = [start, end].map((t) =>
+        place(mix(positions[index], positions[parent], t), 1)
+      );
+      // Behind the dots at both of its ends.
+      const depth = Math.max(from.depth, to.depth);
+      const bright = visible ? colorOf(nodes[index].hue, 0.62, 0.5) : kUnseenLink;
+      const color = mix(bright, kSky, 0.45 * depth);
+      items.push({ depth, draw: () => canvas.stroke(from, to, color, weight(length)) });
+    }
   }
   for (const index of dots) {
     const at = place(positions[index], 1.9);
-    const color = mix(colorOf(nodes[index].hue, 0.85, 0.68), kSky, 0.4 * at.depth);
+    const visible = seen === null || seen.marks[index * seen.pieces] === 1;
+    const bright = visible ? colorOf(nodes[index].hue, 0.85, 0.68) : kUnseenDot;
+    const color = mix(bright, kSky, 0.4 * at.depth);
     const rim = Object.assign({}, at, { radius: at.radius + 0.8 });
     const glint = {
       x: at.x - at.radius * 0.3,

@@ -2,6 +2,7 @@
 // What the demo prints: progress while it runs, a table at its end.
 const { SingleBar } = require('cli-progress');
 const Table = require('cli-table3');
+const { median } = require('./bounds');
 
 /**
  * Shows how far a run is: a bar on a terminal, else a line at every quarter.
@@ -29,26 +30,26 @@ function createProgress(frames, stream = process.stdout) {
   };
 }
 
-/** The middle of numbers; of an even count the mean of the two. */
-function median(values) {
-  const sorted = Float64Array.from(values).sort();
-  const half = sorted.length >> 1;
-  return sorted.length % 2 ? sorted[half] : (sorted[half - 1] + sorted[half]) / 2;
-}
-
 /** A whole number with its thousands set apart. */
 function grouped(value) {
   return String(value).replace(/\B(?=(\d{3})+$)/g, ',');
+}
+
+/** A hash as script prints it everywhere: eight hexadecimal digits. */
+function formatHash(hash) {
+  return hash.toString(16).padStart(8, '0');
 }
 
 /**
  * The table of a run.
  * @param {import('./engine-scene').Scene} scene
  * @param {import('./engine-scene').EngineScene} engineScene
+ * @param {import('./culling').SceneCulling} culling
  * @param {import('./animate').Timings} timings
  * @returns {string}
  */
-function formatTable(scene, engineScene, timings) {
+function formatTable(scene, engineScene, culling, timings) {
+  const { perspective, overview } = culling.views;
   const refresh = median(timings.refresh);
   const dirty = scene.animated.length;
   const table = new Table({
@@ -66,9 +67,15 @@ function formatTable(scene, engineScene, timings) {
     ['refreshes per frame', grouped(timings.passes)],
     ['ms per frame, refresh alone (median)', refresh.toFixed(4)],
     ['ms per frame, with posing in script (median)', median(timings.frame).toFixed(4)],
-    ['ns per dirty entry', ((refresh * 1e6) / dirty).toFixed(1)]
+    ['ns per dirty entry', ((refresh * 1e6) / dirty).toFixed(1)],
+    ['culling objects', grouped(culling.spheres.length)],
+    ['ms per frame, culling by two cameras (median)', median(timings.culling).toFixed(4)],
+    ['visible, perspective camera', grouped(perspective.handles.length)],
+    ['hash, perspective camera', formatHash(perspective.hash)],
+    ['visible, orthographic overview', grouped(overview.handles.length)],
+    ['hash, orthographic overview', formatHash(overview.hash)]
   );
   return table.toString();
 }
 
-module.exports = { createProgress, formatTable, median };
+module.exports = { createProgress, formatTable };

@@ -6,15 +6,22 @@ const fs = require('fs');
 const os = require('os');
 const path = require('path');
 const { PNG } = require('pngjs');
+const { animate, kFrameSeconds } = require('../../demo/animate');
+const { boundsOf, median } = require('../../demo/bounds');
+const { viewCorners } = require('../../demo/cameras');
 const { Canvas } = require('../../demo/canvas');
 const { clipSeconds, findKey, sampleTrack } = require('../../demo/clip');
+const { SceneCulling } = require('../../demo/culling');
+const { EngineScene } = require('../../demo/engine-scene');
 const { parseOptions } = require('../../demo/options');
 const { drawScene } = require('../../demo/picture');
-const { createProgress, median } = require('../../demo/report');
+const { createProgress } = require('../../demo/report');
 const { loadGltfScene } = require('../../demo/scene-gltf');
 const { createProceduralScene } = require('../../demo/scene-procedural');
 const { UserError } = require('../../demo/user-error');
 const { realModel, skeleton, writeGlb, writeGltf } = require('../fixtures/models');
+
+const { getEngine } = require(path.resolve(process.env.NQ_MODULE));
 
 const main = path.join(__dirname, '..', '..', 'demo', 'main.js');
 let folder;
@@ -53,6 +60,12 @@ function tableOf(stdout) {
   return rows;
 }
 
+/** A whole number of a table. */
+function countIn(text) {
+  assert.ok(/^\d{1,3}(,\d{3})*$/.test(text), text);
+  return Number(text.replace(/,/g, ''));
+}
+
 /** Asserts a good run and returns its table. */
 function assertRun({ status, stdout, stderr }, out) {
   assert.strictEqual(stderr, '');
@@ -68,10 +81,28 @@ function assertRun({ status, stdout, stderr }, out) {
   // The figure a entry is made of the exact time, the one a frame is rounded to 0.1 microseconds.
   const perEntry = Number(rows['ns per dirty entry']);
   assert.ok(Math.abs(perEntry * dirty - refresh * 1e6) <= 0.05 * dirty + 50.001, stdout);
+  assert.ok(Number(rows['ms per frame, culling by two cameras (median)']) > 0, stdout);
+  const objects = countIn(rows['culling objects']);
+  assert.ok(objects > 500, `${objects} culling objects`);
+  const hashes = ['perspective camera', 'orthographic overview'].map((camera) => {
+    const visible = countIn(rows[`visible, ${camera}`]);
+    assert.ok(visible > 0 && visible < objects, `${visible} of ${objects} for the ${camera}`);
+    assert.ok(/^[0-9a-f]{8}$/.test(rows[`hash, ${camera}`]), rows[`hash, ${camera}`]);
+    return rows[`hash, ${camera}`];
+  });
+  assert.notStrictEqual(hashes[0], hashes[1]);
   return rows;
 }
 
-/** Asserts that a picture is whole and shows something: `dots` places of strong colour at least. */
+/** Whether a pixel is of the grey in which the picture draws what the scene's camera doesn't see. */
+function isUnseen(r, g, b) {
+  return r > 45 && g >= r && b > g && b > 1.2 * r && b < 1.5 * r && b < 160;
+}
+
+/**
+ * Asserts that a picture is whole and shows something: `coloredPixels` of strong colour at least, and
+ * some hundreds of the grey of what is not seen.
+ */
 function assertPicture(out, coloredPixels) {
   const file = path.join(folder, out, 'scene.png');
   assert.deepStrictEqual(fs.readdirSync(path.dirname(file)), ['scene.png']);
@@ -79,12 +110,15 @@ function assertPicture(out, coloredPixels) {
   assert.strictEqual(width, 1600);
   assert.strictEqual(height, 1000);
   let colored = 0;
+  let unseen = 0;
   for (let i = 0; i < data.length; i += 4) {
     const [r, g, b] = data.subarray(i, i + 3);
+    unseen += isUnseen(r, g, b) ? 1 : 0;
     colored += Math.max(r, g, b) - Math.min(r, g, b) > 80 ? 1 : 0;
   }
   assert.ok(colored >= coloredPixels, `${colored} strongly coloured pixels`);
   assert.ok(colored < (width * height) / 2, `${colored} strongly coloured pixels`);
+  assert.ok(unseen > 500 && unseen < (width * height) / 2, `${unseen} grey pixels`);
 }
 
 describe('demo runs', () => {
@@ -350,6 +384,177 @@ describe('demo errors', () => {
   });
 });
 
+/** Column-major world matrices of nodes, in doubles. */
+function worldMatrices(nodes) {
+  const worlds = [];
+  for (const { parent, position, rotation, scale } of nodes) {
+    const [x, y, z, w] = rotation;
+    const rows = [
+      [1 - 2 * (y * y + z * z), 2 * (x * y - w * z), 2 * (x * z + w * y), position[0]],
+      [2 * (x * y + w * z), 1 - 2 * (x * x + z * z), 2 * (y * z - w * x), position[1]],
+      [2 * (x * z - w * y), 2 * (y * z + w * x), 1 - 2 * (x * x + y * y), position[2]],
+      [0, 0, 0, 1],
+    ].map((row) => row.map((value, column) => (column < 3 ? value * scale[column] : value)));
+    const above = parent < 0 ? null : worlds[parent];
+    worlds.push(
+      rows.map((row, i) =>
+        above === null
+          ? row
+          : row.map((_, j) => above[i].reduce((sum, value, k) => sum + value * rows[k][j], 0))
+      )
+    );
+  }
+  return worlds;
+}
+
+/** World centre and radius of a sphere in the space of a matrix of rows. */
+function worldSphere(matrix, { center, radius }) {
+  const scales = [0, 1, 2].map((j) => Math.hypot(matrix[0][j], matrix[1][j], matrix[2][j]));
+  return {
+    center: [0, 1, 2].map((i) => [...center, 1].reduce((sum, c, j) => sum + c * matrix[i][j], 0)),
+    radius: radius * Math.max(...scales),
+  };
+}
+
+/**
+ * Coordinates of a point in a camera: to its right, above its axis, and along its view.
+ */
+function inCamera({ eye, target, up }, point) {
+  const minus = (a, b) => a.map((value, i) => value - b[i]);
+  const dot = (a, b) => a.reduce((sum, value, i) => sum + value * b[i], 0);
+  const unit = (a) => a.map((value) => value / Math.sqrt(dot(a, a)));
+  const cross = (a, b) =>
+    [0, 1, 2].map((i) => a[(i + 1) % 3] * b[(i + 2) % 3] - a[(i + 2) % 3] * b[(i + 1) % 3]);
+  const along = unit(minus(target, eye));
+  const right = unit(cross(along, up));
+  const offset = minus(point, eye);
+  return [dot(offset, right), dot(offset, cross(right, along)), dot(offset, along)];
+}
+
+/** How far a sphere reaches into a perspective view; negative outside. */
+function reachIntoFrustum(camera, { center, radius }) {
+  const [x, y, z] = inCamera(camera, center);
+  const half = camera.fov / 2;
+  const halfWide = Math.atan(Math.tan(half) * camera.aspect);
+  const inside = [
+    z - camera.near,
+    camera.far - z,
+    z * Math.sin(half) - Math.abs(y) * Math.cos(half),
+    z * Math.sin(halfWide) - Math.abs(x) * Math.cos(halfWide),
+  ];
+  return Math.min(...inside) + radius;
+}
+
+/** How far a sphere reaches into an orthographic view. */
+function reachIntoBox({ left, right, bottom, top, near, far, ...pose }, { center, radius }) {
+  const [x, y, z] = inCamera(pose, center);
+  return Math.min(x - left, right - x, y - bottom, top - y, z - near, far - z) + radius;
+}
+
+describe('demo culling', () => {
+  const frames = 5;
+  let nodes;
+  let culling;
+  let rows;
+
+  // The demo's own frames, in this process, and the nodes as its last frame leaves them.
+  before(async () => {
+    const file = writeGlb(path.join(folder, 'culled.glb'), skeleton());
+    const scene = await loadGltfScene(file);
+    const engineScene = new EngineScene(getEngine(), scene.nodes);
+    culling = new SceneCulling(engineScene, scene.nodes);
+    animate(scene, engineScene, culling, frames, () => {});
+    nodes = scene.nodes.map((node) => Object.assign({}, node));
+    const keep = (name, size) => (index, value) => {
+      nodes[index][name] = Array.from(value).slice(0, size);
+    };
+    scene.pose((frames - 1) * kFrameSeconds, {
+      setPosition: keep('position', 3),
+      setRotation: keep('rotation', 4),
+      setScale: keep('scale', 3),
+    });
+    rows = assertRun(
+      runDemo(['--model', 'culled.glb', '--frames', String(frames), '--out', 'culled']),
+      'culled'
+    );
+  });
+
+  for (const [name, title, reach] of [
+    ['perspective', 'perspective camera', reachIntoFrustum],
+    ['overview', 'orthographic overview', reachIntoBox],
+  ]) {
+    it(`shows the ${title} what doubles say is in its view, nearest first`, () => {
+      const worlds = worldMatrices(nodes);
+      const spheres = culling.spheres.map((sphere) => worldSphere(worlds[sphere.carrier], sphere));
+      const reaches = spheres.map((sphere) => reach(culling[name], sphere));
+      // No sphere of this scene touches a border so closely that rounding decides.
+      assert.ok(reaches.every((value) => Math.abs(value) > 1e-5));
+      const expected = reaches.map((value, i) => (value > 0 ? i : -1)).filter((i) => i >= 0);
+      assert.ok(expected.length > 50 && expected.length < spheres.length - 50);
+
+      const { handles, hash } = culling.views[name];
+      const [{ id }] = culling.batches;
+      const seen = Array.from(handles, (handle) => handle - id);
+      assert.deepStrictEqual(
+        seen.slice().sort((a, b) => a - b),
+        expected
+      );
+      const depths = seen.map((i) => inCamera(culling[name], spheres[i].center)[2]);
+      depths.forEach((depth, i) => assert.ok(i === 0 || depth > depths[i - 1] - 1e-5));
+      const fold = (sum, handle) => (Math.imul(sum, 31) + handle) >>> 0;
+      assert.strictEqual(hash, handles.reduce(fold, 0));
+
+      assert.strictEqual(countIn(rows[`visible, ${title}`]), expected.length);
+      assert.strictEqual(rows[`hash, ${title}`], hash.toString(16).padStart(8, '0'));
+    });
+  }
+
+  it('marks for the picture just what the perspective camera sees', () => {
+    const { camera, pieces, marks } = culling.seen();
+    assert.strictEqual(camera, culling.perspective);
+    assert.strictEqual(pieces, 128);
+    assert.strictEqual(marks.length, nodes.length * pieces);
+    const [{ id }] = culling.batches;
+    const seen = new Set(culling.views.perspective.handles);
+    culling.spheres.forEach(({ node, piece }, i) => {
+      assert.strictEqual(marks[node * pieces + piece], seen.has(id + i) ? 1 : 0, `${i}`);
+    });
+    assert.strictEqual(
+      marks.reduce((sum, mark) => sum + mark, 0),
+      seen.size
+    );
+  });
+
+  it('empties what it has seen when nothing is in view any more', () => {
+    const there = culling.perspective;
+    const eye = there.eye.map((value) => value + 1e4);
+    const target = there.target.map((value) => value + 1e4);
+    culling.perspective = Object.assign({}, there, { eye, target });
+    culling.cull();
+    assert.deepStrictEqual(Array.from(culling.views.perspective.handles), []);
+    assert.strictEqual(culling.views.perspective.hash, 0);
+    assert.ok(culling.views.overview.handles.length > 0);
+    culling.perspective = there;
+    culling.cull();
+    const visible = countIn(rows['visible, perspective camera']);
+    assert.strictEqual(culling.views.perspective.handles.length, visible);
+  });
+
+  it('follows the result buffer as it grows, over several batches', () => {
+    const scene = createProceduralScene(96);
+    const engineScene = new EngineScene(getEngine(), scene.nodes);
+    const dance = new SceneCulling(engineScene, scene.nodes);
+    assert.strictEqual(dance.spheres.length, scene.nodes.length);
+    assert.strictEqual(dance.batches.length, 2);
+    const reach = 1e3;
+    Object.assign(dance.overview, { left: -reach, right: reach, bottom: -reach, top: reach });
+    dance.cull();
+    assert.strictEqual(dance.views.overview.handles.length, scene.nodes.length);
+    assert.ok(dance.visibleSpheres(dance.views.overview).every((mark) => mark === 1));
+    assert.ok(dance.views.perspective.handles.length < scene.nodes.length / 2);
+  });
+});
+
 describe('demo parts', () => {
   it('reads options in both forms, the last one winning', () => {
     assert.deepStrictEqual(parseOptions([]), {
@@ -488,6 +693,95 @@ describe('demo parts', () => {
     assert.ok(blank.every((value, i) => value === blank[i % 3]));
   });
 
+  it('draws in colour what is seen, in grey the rest, between yellow edges', () => {
+    const nodes = [-1, 0, 1].map((parent) => ({ parent, hue: 120 }));
+    const positions = [
+      [0, 0, 0],
+      [2, 0, 0],
+      [4, 0, 0],
+    ];
+    const camera = {
+      eye: [-1, 1, 4],
+      target: [-1, 1, 0],
+      up: [0, 1, 0],
+      fov: 0.6,
+      aspect: 1,
+      near: 1,
+      far: 6,
+    };
+    const count = (seen) => {
+      const { pixels } = drawScene(nodes, positions, seen);
+      const found = { green: 0, grey: 0, yellow: 0 };
+      for (let i = 0; i < pixels.length; i += 3) {
+        const [r, g, b] = pixels.subarray(i, i + 3);
+        found.green += g - Math.max(r, b) > 0.3 ? 1 : 0;
+        found.grey += isUnseen(255 * r, 255 * g, 255 * b) ? 1 : 0;
+        found.yellow += r > 0.5 && r > g && g - b > 0.2 ? 1 : 0;
+      }
+      return found;
+    };
+    const plain = count(null);
+    const [all, half, none] = [
+      [1, 1, 1, 1, 1, 1],
+      [1, 1, 1, 0, 0, 0],
+      [0, 0, 0, 0, 0, 0],
+    ].map((marks) => count({ camera, pieces: 2, marks: Uint8Array.from(marks) }));
+    assert.ok(plain.green > 1000 && plain.yellow === 0, JSON.stringify(plain));
+    for (const { yellow } of [all, half, none]) {
+      assert.ok(yellow > 1000, `${yellow} yellow pixels`);
+    }
+    assert.ok(all.green > 1000 && none.grey > 1000, JSON.stringify([all, none]));
+    assert.ok(none.green < 20 && all.grey < none.grey / 10, JSON.stringify([all, none]));
+    // Around the first two nodes; the middle of their link and nearly all of the other are grey.
+    const share = half.green / all.green;
+    assert.ok(share > 0.3 && share < 0.7, `${share} of the colour`);
+  });
+
+  it('knows the corners of a view', () => {
+    const camera = { eye: [1, 2, 3], target: [1, 2, -7], up: [0, 5, 0], fov: Math.PI / 2 };
+    const corners = viewCorners(Object.assign(camera, { aspect: 2, near: 1, far: 10 }));
+    const expected = [
+      [-1, 1, 2],
+      [3, 1, 2],
+      [3, 3, 2],
+      [-1, 3, 2],
+      [-19, -8, -7],
+      [21, -8, -7],
+      [21, 12, -7],
+      [-19, 12, -7],
+    ];
+    corners.forEach((corner, i) =>
+      corner.forEach((value, k) => assert.ok(Math.abs(value - expected[i][k]) < 1e-12, `${i}`))
+    );
+    assert.strictEqual(corners.length, 8);
+  });
+
+  it('fills convex polygons by area, in both directions', () => {
+    const corners = [
+      { x: 10, y: 5 },
+      { x: 50, y: 12 },
+      { x: 44, y: 50 },
+      { x: 12, y: 40 },
+    ];
+    // Shoelace: half of 10*12-50*5 + 50*50-44*12 + 44*40-12*50 + 12*5-10*40.
+    const expected = (-130 + 1972 + 1160 - 340) / 2;
+    for (const around of [corners, corners.slice().reverse()]) {
+      const canvas = new Canvas(64, 64);
+      canvas.polygon(around, [1, 0, 0], 1);
+      const area = canvas.pixels.reduce((sum, value) => sum + value, 0);
+      assert.ok(Math.abs(area - expected) < 5, `${area} pixels`);
+    }
+  });
+
+  it('takes the bounds of points', () => {
+    assert.deepStrictEqual(boundsOf([[1, 2, 3]]), { middle: [1, 2, 3], radius: 1, floor: 2 });
+    const corners = [
+      [0, -1, 0],
+      [4, 3, 2],
+    ];
+    assert.deepStrictEqual(boundsOf(corners), { middle: [2, 1, 1], radius: 3, floor: -1 });
+  });
+
   it('draws a bar on a terminal', () => {
     let text = '';
     const stream = {
@@ -506,5 +800,6 @@ describe('demo parts', () => {
   it('takes the middle of times', () => {
     assert.strictEqual(median(Float64Array.of(9, 1, 5)), 5);
     assert.strictEqual(median(Float64Array.of(10, 1, 2, 4)), 3);
+    assert.strictEqual(median([]), 0);
   });
 });

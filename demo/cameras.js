@@ -1,0 +1,130 @@
+'use strict';
+// The cameras of the demo: one that stands at a side of the scene and looks across a part of it, and an
+// overview from straight above.
+
+/** Direction from which the picture is taken, in radians about the vertical; the view crosses it. */
+const kPictureYaw = 0.62;
+
+/** What the perspective camera sees: radians, width over height, and distances in radii. */
+const kFov = 0.48;
+const kAspect = 1.9;
+const kNear = 0.12;
+const kFar = 1.5;
+
+/** Half the width of what the overview sees, and its height above the middle, in radii. */
+const kOverviewReach = 0.55;
+const kOverviewHeight = 1.5;
+
+/**
+ * @typedef {Object} PerspectiveCamera
+ * @property {number[]} eye x, y, z
+ * @property {number[]} target
+ * @property {number[]} up
+ * @property {number} fov radians from top to bottom
+ * @property {number} aspect width over height
+ * @property {number} near
+ * @property {number} far
+ */
+
+/**
+ * @typedef {Object} OrthographicCamera
+ * @property {number[]} eye x, y, z
+ * @property {number[]} target
+ * @property {number[]} up
+ * @property {number} left offsets from the axis
+ * @property {number} right
+ * @property {number} bottom
+ * @property {number} top
+ * @property {number} near
+ * @property {number} far
+ */
+
+/** A point from the middle of bounds, by radii to the right of the picture, up, and towards it. */
+function placeIn({ middle, radius }, right, up, towards) {
+  const [sin, cos] = [Math.sin(kPictureYaw), Math.cos(kPictureYaw)];
+  return [
+    middle[0] + radius * (cos * right + sin * towards),
+    middle[1] + radius * up,
+    middle[2] + radius * (cos * towards - sin * right),
+  ];
+}
+
+/**
+ * Stands at the left of the picture, a little above the middle, and looks down to the right.
+ * @param {import('./bounds').Bounds} bounds of the scene
+ * @returns {PerspectiveCamera}
+ */
+function createPerspectiveCamera(bounds) {
+  return {
+    eye: placeIn(bounds, -0.8, 0.24, 0.2),
+    target: placeIn(bounds, 0.3, -0.06, 0.14),
+    up: [0, 1, 0],
+    fov: kFov,
+    aspect: kAspect,
+    near: kNear * bounds.radius,
+    far: kFar * bounds.radius,
+  };
+}
+
+/**
+ * Looks straight down on the middle of the scene.
+ * @param {import('./bounds').Bounds} bounds of the scene
+ * @returns {OrthographicCamera}
+ */
+function createOverviewCamera(bounds) {
+  const reach = kOverviewReach * bounds.radius;
+  return {
+    eye: placeIn(bounds, 0, kOverviewHeight, 0),
+    target: bounds.middle,
+    up: [0, 0, -1],
+    left: -reach,
+    right: reach,
+    bottom: -reach,
+    top: reach,
+    near: 0,
+    far: 2 * kOverviewHeight * bounds.radius,
+  };
+}
+
+function subtract(a, b) {
+  return a.map((value, axis) => value - b[axis]);
+}
+
+function cross(a, b) {
+  return [a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]];
+}
+
+function normalize(a) {
+  const length = Math.hypot(a[0], a[1], a[2]);
+  return a.map((value) => value / length);
+}
+
+/**
+ * Corners of what a perspective camera sees: four of the near rectangle, then four of the far one, each
+ * around from bottom left.
+ * @param {PerspectiveCamera} camera
+ * @returns {Array<number[]>}
+ */
+function viewCorners({ eye, target, up, fov, aspect, near, far }) {
+  const forward = normalize(subtract(target, eye));
+  const right = normalize(cross(forward, up));
+  const above = cross(right, forward);
+  const slope = Math.tan(fov / 2);
+  const corners = [];
+  for (const distance of [near, far]) {
+    for (const [x, y] of [
+      [-1, -1],
+      [1, -1],
+      [1, 1],
+      [-1, 1],
+    ]) {
+      const [across, upwards] = [x * distance * slope * aspect, y * distance * slope];
+      corners.push(
+        eye.map((e, k) => e + forward[k] * distance + right[k] * across + above[k] * upwards)
+      );
+    }
+  }
+  return corners;
+}
+
+module.exports = { createOverviewCamera, createPerspectiveCamera, kPictureYaw, viewCorners };
