@@ -11,27 +11,17 @@ namespace nq::engine {
 namespace {
 
 constexpr uint32_t kSignBit = 0x80000000u;
-constexpr uint32_t kNotANumberKey = 0xFFFFFFFFu;
 
 // Below this many, a comparison sort is faster than the passes of a radix sort.
 constexpr size_t kMinRadixSort = 256;
+
+constexpr size_t kMinVisibleCapacity = 1024;
 
 // The key's 32 bits in three digits.
 constexpr int kDigits = 3;
 constexpr int kDigitBits = 11;
 constexpr uint32_t kBuckets = 1u << kDigitBits;
 constexpr int kKeyShift = 32;  // of the key within a Visible
-
-// Maps floats to numbers in the same order: flips all bits of negative ones and the sign of the
-// rest. Not-a-numbers, of either sign, come behind all others.
-uint32_t KeyOfDepth(float depth) {
-  if (depth != depth) {
-    return kNotANumberKey;
-  }
-  uint32_t bits;
-  std::memcpy(&bits, &depth, sizeof(bits));
-  return (bits & kSignBit) != 0 ? ~bits : bits | kSignBit;
-}
 
 float DepthOfKey(uint32_t key) {
   const uint32_t bits = (key & kSignBit) != 0 ? key & ~kSignBit : ~key;
@@ -44,7 +34,7 @@ float DepthOfKey(uint32_t key) {
 
 void Culler::Begin(const ViewVolume& newView) {
   view = newView;
-  visible.clear();
+  used = 0;
 }
 
 void Culler::TestGroup(const float* x, const float* y, const float* z, const float* radius,
@@ -72,12 +62,28 @@ void Culler::TestGroup(const float* x, const float* y, const float* z, const flo
   depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cx, _mm_set1_ps(eye.x)), _mm_set1_ps(f.x)));
   depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cz, _mm_set1_ps(eye.z)), _mm_set1_ps(f.z)));
   _mm_storeu_ps(depths, depth);
-  for (uint32_t lane = 0; lane < kGroup; ++lane) {
-    if ((inside >> lane & 1u) != 0) {
-      visible.push_back(static_cast<Visible>(KeyOfDepth(depths[lane])) << kKeyShift |
-                        handles[lane]);
-    }
+  // Every lane is stored, only visible ones are counted: no branch that depends on what is seen.
+  if (visible.size() < used + kGroup) {
+    visible.resize(2 * visible.size() + kMinVisibleCapacity);
   }
+  // The keys sort as the depths do: all bits of negative ones flip, of the rest the sign alone;
+  // not-a-numbers, of either sign, get all bits and so come last.
+  const __m128i bits = _mm_castps_si128(depth);
+  const __m128i flip =
+      _mm_or_si128(_mm_srai_epi32(bits, 31), _mm_set1_epi32(static_cast<int>(kSignBit)));
+  const __m128i nan = _mm_castps_si128(_mm_cmpunord_ps(depth, depth));
+  const __m128i keys = _mm_or_si128(_mm_xor_si128(bits, flip), nan);
+  const __m128i ids = _mm_loadu_si128(reinterpret_cast<const __m128i*>(handles));
+  Visible group[kGroup];
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(group), _mm_unpacklo_epi32(ids, keys));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(group + 2), _mm_unpackhi_epi32(ids, keys));
+  Visible* out = visible.data();
+  size_t at = used;
+  for (uint32_t lane = 0; lane < kGroup; ++lane) {
+    out[at] = group[lane];
+    at += inside >> lane & 1u;
+  }
+  used = at;
 }
 
 void Culler::Sort() {
@@ -119,6 +125,7 @@ void Culler::RadixSort() {
 }
 
 void Culler::Finish(CullResult* result) {
+  visible.resize(used);
   Sort();
   const size_t count = visible.size();
   result->objects.resize(count);

@@ -37,6 +37,7 @@ class Culler {
   void RadixSort();
 
   ViewVolume view = {};
+  size_t used = 0;  // entries of `visible` that count, until Finish
   std::vector<Visible> visible;
   std::vector<Visible> spare;
 };
