@@ -2,13 +2,17 @@
 #include "Common/Def/WorkerPool.h"
 
 #include <atomic>
+#include <chrono>
 #include <utility>
 
 namespace nq::engine {
 
 namespace {
 
-constexpr int kYieldsBeforeSleep = 100;
+// A waiter that sleeps on a processor of its own is woken through the kernel, which takes as long
+// as many a batch runs (up to 70 microseconds on virtual machines), so it gives its processor away
+// for a while first.
+constexpr std::chrono::microseconds kYieldBeforeSleep{500};
 
 }  // namespace
 
@@ -126,10 +130,9 @@ void WorkerPool::WaitIdle() {
   if (!state->QueueEmpty() || state->busyCount != 0) {
     state->waiting = true;
     const uint64_t seen = state->idleBroadcasts;
-    // Most batches are done within the time that a sleeping thread takes to wake up, so the waiter
-    // gives its processor away a few times before it sleeps.
     state->mutex.Unlock();
-    for (int i = 0; i < kYieldsBeforeSleep && state->idleBroadcasts == seen; ++i) {
+    const auto latest = std::chrono::steady_clock::now() + kYieldBeforeSleep;
+    while (state->idleBroadcasts == seen && std::chrono::steady_clock::now() < latest) {
       std::this_thread::yield();
     }
     state->mutex.Lock();

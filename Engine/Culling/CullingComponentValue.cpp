@@ -85,7 +85,7 @@ bool CullingComponentValue::ResolveEntity(uint32_t index, const TransformTree& t
     generations[index] = tree.Generation(handle);
     const TransformBatch& batch = tree.Batch(handle);
     const uint32_t element = HandleElement(handle);
-    if (batch.links[element].isThreeD != 0) {
+    if (batch.isThreeD) {
       cache.worldVersion = batch.worldVersions + element;
     }
   }
@@ -97,11 +97,11 @@ void CullingComponentValue::ComputeWorldSphere(uint32_t index, const TransformTr
   cache.seenWorldVersion = *cache.worldVersion;
   const uint32_t ahead = index + kPrefetchObjects;
   if (ahead < count && caches[ahead].worldVersion != nullptr) {
-    __builtin_prefetch(tree.Matrices(caches[ahead].seenEntityHandle).world);
+    __builtin_prefetch(tree.WorldMatrix(caches[ahead].seenEntityHandle));
   }
 
   const CullingRecord& record = Record(index);
-  const float* m = tree.Matrices(cache.seenEntityHandle).world;
+  const float* m = tree.WorldMatrix(cache.seenEntityHandle);
   __m128 centre = _mm_mul_ps(_mm_loadu_ps(m), _mm_set1_ps(record.center[0]));
   centre = _mm_add_ps(centre, _mm_mul_ps(_mm_loadu_ps(m + 4), _mm_set1_ps(record.center[1])));
   centre = _mm_add_ps(centre, _mm_mul_ps(_mm_loadu_ps(m + 8), _mm_set1_ps(record.center[2])));

@@ -92,11 +92,11 @@ class Entity {
   std::vector<Entity*> boundEntities;  // bound to this one; ascending by address, each once
   std::string name;
 
-  bool isThreeD() const { return links().isThreeD != 0; }
+  bool isThreeD() const { return tree->Batch(handle).isThreeD; }
   Entity* parent() const { return EntityOrNull(links().parent); }
   EntityChildren children() const { return EntityChildren(tree, links().firstChild, childCount); }
-  const float* localMatrix() const { return tree->Matrices(handle).local; }
-  const float* worldMatrix() const { return tree->Matrices(handle).world; }
+  const float* localMatrix() const { return tree->LocalMatrix(handle); }
+  const float* worldMatrix() const { return tree->WorldMatrix(handle); }
   uint32_t worldVersion() const;
   uint32_t localVersion() const;
   uint32_t dirtyState() const { return links().DirtyState(); }

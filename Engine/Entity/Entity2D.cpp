@@ -7,11 +7,11 @@
 namespace nq::engine {
 
 void Entity2D::UpdateLocalMatrix() {
-  BuildLocalMatrix(sharedRecord(), tree->Matrices(handle).local);
+  BuildLocalMatrix(sharedRecord(), tree->LocalMatrix(handle));
 }
 
 void Entity2D::PublishWorldMatrix() {
-  PublishWorldMatrix(tree->Matrices(handle).world, sharedRecord());
+  PublishWorldMatrix(tree->WorldMatrix(handle), sharedRecord());
 }
 
 void Entity2D::BuildLocalMatrix(const uint8_t* sharedRecord, float* local) {

@@ -117,11 +117,11 @@ bool FollowsBone(const Entity* entity) {
 }  // namespace
 
 void Entity3D::UpdateLocalMatrix() {
-  BuildLocalMatrix(sharedRecord(), tree->Matrices(handle).local);
+  BuildLocalMatrix(sharedRecord(), tree->LocalMatrix(handle));
 }
 
 void Entity3D::PublishWorldMatrix() {
-  PublishWorldMatrix(tree->Matrices(handle).world, sharedRecord());
+  PublishWorldMatrix(tree->WorldMatrix(handle), sharedRecord());
 }
 
 void Entity3D::BuildLocalMatrix(const uint8_t* sharedRecord, float* local) {

@@ -29,12 +29,14 @@ void EntityPool::CreateEntities(EntitySystem* owningSystem, bool isThreeD, uint3
   system = owningSystem;
   threeD = isThreeD;
   arrays.count = count;
+  arrays.isThreeD = isThreeD;
   arrays.sharedStride = threeD ? sizeof(Entity3DRecord) : sizeof(Entity2DRecord);
   arrays.entityStride = threeD ? sizeof(Entity3D) : sizeof(Entity2D);
   arrays.sharedRecords = static_cast<uint8_t*>(Allocate(count * arrays.sharedStride));
   arrays.links = NewArray<TransformLinks>(count);
   // Matrices that nothing has computed yet read as zeros.
-  arrays.matrices = NewArray<TransformMatrices>(count);
+  arrays.localMatrices = NewArray<TransformMatrix>(count);
+  arrays.worldMatrices = NewArray<TransformMatrix>(count);
   arrays.localVersions = NewArray<LocalVersion>(count);
   arrays.worldVersions = NewArray<uint32_t>(count);
   arrays.entities =
@@ -43,7 +45,6 @@ void EntityPool::CreateEntities(EntitySystem* owningSystem, bool isThreeD, uint3
 
   for (uint32_t i = 0; i < count; ++i) {
     TransformLinks* links = new (arrays.links + i) TransformLinks();
-    links->isThreeD = threeD ? 1 : 0;
     links->active = 1;
     links->SetDirtyState(kDirtySelf);
     uint8_t* record = arrays.entities + static_cast<size_t>(i) * arrays.entityStride;
@@ -72,7 +73,8 @@ EntityPool::~EntityPool() {
   AlignedFree(arrays.entities);
   AlignedFree(arrays.worldVersions);
   AlignedFree(arrays.localVersions);
-  AlignedFree(arrays.matrices);
+  AlignedFree(arrays.worldMatrices);
+  AlignedFree(arrays.localMatrices);
   AlignedFree(arrays.links);
 }
 

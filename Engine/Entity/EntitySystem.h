@@ -112,6 +112,10 @@ class EntitySystem {
   EngineCore* const core;  // not counted
 
  private:
+  // SyncLocalTransform, and `meanwhile` on the calling thread while the workers are at it.
+  template <typename Meanwhile>
+  void SyncLocalTransformAnd(Meanwhile meanwhile);
+
   TransformTree tree;
   LocalVersions versions;
   HandlerAllocator<EntityPool> entityPools;

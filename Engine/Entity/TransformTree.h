@@ -32,7 +32,6 @@ struct TransformLinks {
   uint32_t firstChild;
   uint32_t nextSibling;
   std::atomic<uint8_t> dirtyState;
-  uint8_t isThreeD;
   uint8_t active;
   uint8_t hasBoundEntities : 1;
   uint8_t isRoot : 1;   // stands in the root list at least once
@@ -52,11 +51,13 @@ struct TransformLinks {
 static_assert(sizeof(TransformLinks) == 16, "four to a cache line");
 
 // Column-major; zeros until first computed. Written by one task at a time.
-struct alignas(64) TransformMatrices {
-  float local[16];
-  float world[16];
+//
+// Local and world matrices are kept in arrays of their own: workers write the local ones, the
+// script thread the world ones, and processors fetch cache lines in pairs, so side by side each
+// write would take the other's line away.
+struct alignas(64) TransformMatrix {
+  float m[16];
 };
-static_assert(sizeof(TransformMatrices) == 128, "a cache line each");
 
 // Raised for an entity in the dirty list and all below it; see LocalVersions.
 struct LocalVersion {
@@ -68,14 +69,16 @@ struct LocalVersion {
 // no batch.
 struct TransformBatch {
   TransformLinks* links = nullptr;
-  TransformMatrices* matrices = nullptr;
+  TransformMatrix* localMatrices = nullptr;
+  TransformMatrix* worldMatrices = nullptr;
   LocalVersion* localVersions = nullptr;
   uint32_t* worldVersions = nullptr;  // raised by 1 on every computation of the world matrix
   uint8_t* sharedRecords = nullptr;   // the batch's shared block
   uint8_t* entities = nullptr;        // the batch's Entity records
   uint32_t count = 0;
-  uint16_t sharedStride = 0;
   uint16_t entityStride = 0;
+  uint8_t sharedStride = 0;
+  bool isThreeD = false;
 
   uint8_t* SharedRecord(uint32_t index) const {
     return sharedRecords + static_cast<size_t>(index) * sharedStride;
@@ -127,8 +130,11 @@ class TransformTree {
   TransformLinks& Links(uint32_t handle) const {
     return Batch(handle).links[HandleElement(handle)];
   }
-  TransformMatrices& Matrices(uint32_t handle) const {
-    return Batch(handle).matrices[HandleElement(handle)];
+  float* LocalMatrix(uint32_t handle) const {
+    return Batch(handle).localMatrices[HandleElement(handle)].m;
+  }
+  float* WorldMatrix(uint32_t handle) const {
+    return Batch(handle).worldMatrices[HandleElement(handle)].m;
   }
   LocalVersion& Version(uint32_t handle) const {
     return Batch(handle).localVersions[HandleElement(handle)];

@@ -22,13 +22,14 @@ namespace {
 
 // Entries of the dirty list that are fetched ahead of their use: records, links and matrices of a
 // large scene lie in memory that no cache holds, and a list names them in any order.
-constexpr uint32_t kPrefetchEntries = 12;
+constexpr uint32_t kPrefetchEntries = 24;
 
 void BuildLocalMatrix(const TransformBatch& batch, uint32_t index) {
-  if (batch.links[index].isThreeD != 0) {
-    Entity3D::BuildLocalMatrix(batch.SharedRecord(index), batch.matrices[index].local);
+  float* local = batch.localMatrices[index].m;
+  if (batch.isThreeD) {
+    Entity3D::BuildLocalMatrix(batch.SharedRecord(index), local);
   } else {
-    Entity2D::BuildLocalMatrix(batch.SharedRecord(index), batch.matrices[index].local);
+    Entity2D::BuildLocalMatrix(batch.SharedRecord(index), local);
   }
 }
 
@@ -37,20 +38,20 @@ inline void ComputeWorldMatrix(const TransformBatch* batches, uint32_t handle) {
   const TransformBatch& batch = batches[HandleSlot(handle)];
   const uint32_t index = HandleElement(handle);
   const TransformLinks& links = batch.links[index];
-  TransformMatrices& matrices = batch.matrices[index];
+  const float* local = batch.localMatrices[index].m;
+  float* world = batch.worldMatrices[index].m;
   if (links.parent != 0) {
     const TransformBatch& parentBatch = batches[HandleSlot(links.parent)];
-    multiplyMatrix4(parentBatch.matrices[HandleElement(links.parent)].world, matrices.local,
-                    matrices.world);
+    multiplyMatrix4(parentBatch.worldMatrices[HandleElement(links.parent)].m, local, world);
   } else {
-    std::memcpy(matrices.world, matrices.local, sizeof(matrices.world));
+    std::memcpy(world, local, sizeof(TransformMatrix));
   }
   ++batch.worldVersions[index];
   uint8_t* record = batch.SharedRecord(index);
-  if (links.isThreeD != 0) {
-    Entity3D::PublishWorldMatrix(matrices.world, record);
+  if (batch.isThreeD) {
+    Entity3D::PublishWorldMatrix(world, record);
   } else {
-    Entity2D::PublishWorldMatrix(matrices.world, record);
+    Entity2D::PublishWorldMatrix(world, record);
   }
   if (links.hasBoundEntities != 0) {
     batch.EntityAt(index)->UpdateBoundEntities();
@@ -162,10 +163,43 @@ void Entity::RefreshChain() {
   }
 }
 
+// The tasks read records and write local matrices. Version bumps and marks touch neither, so the
+// script thread does them, by `meanwhile`, while the workers wake up and run.
+template <typename Meanwhile>
+void EntitySystem::SyncLocalTransformAnd(Meanwhile meanwhile) {
+  const uint32_t n = dirtyEntities.Count();
+  const bool onWorkers = n >= workerCount * kMinDirtyEntriesPerWorker;
+  if (onWorkers) {
+    const uint32_t chunk = n / workerCount;
+    Task tasks[kFirstPoolThreads];
+    for (uint32_t i = 0; i < workerCount; ++i) {
+      const uint32_t start = i * chunk;
+      const uint32_t count = i + 1 < workerCount ? chunk : n - start;
+      tasks[i] = Task([this, start, count] { SyncDirtyRange(start, count); });
+    }
+    workerPool->PostAll(tasks, workerCount);
+  } else {
+    SyncDirtyRange(0, n);
+  }
+  for (uint32_t i = 1; i <= n; ++i) {
+    const uint32_t handle = dirtyEntities.Entry(i);
+    if (tree.Contains(handle)) {
+      versions.Bump(handle);
+    }
+  }
+  meanwhile();
+  if (onWorkers) {
+    workerPool->WaitIdle();
+  }
+}
+
+void EntitySystem::SyncLocalTransform() {
+  SyncLocalTransformAnd([] {});
+}
+
 void EntitySystem::RefreshWorldTransform() {
   RunEntityCommands(false);
-  SyncLocalTransform();
-  MarkDirtyEntities(false);
+  SyncLocalTransformAnd([this] { MarkDirtyEntities(false); });
   dirtyEntities.Clear();
   for (Entity* root : roots) {
     UpdateTreeOf(tree, root->handle);
@@ -178,36 +212,9 @@ void EntitySystem::RefreshEntity(uint32_t handle) {
     return;
   }
   RunEntityCommands(true);
-  SyncLocalTransform();
-  MarkDirtyEntities(true);
+  SyncLocalTransformAnd([this] { MarkDirtyEntities(true); });
   dirtyEntities.Clear();
   entity->RefreshChain();
-}
-
-void EntitySystem::SyncLocalTransform() {
-  const uint32_t n = dirtyEntities.Count();
-  if (n == 0) {
-    return;
-  }
-  if (n >= workerCount * kMinDirtyEntriesPerWorker) {
-    const uint32_t chunk = n / workerCount;
-    Task tasks[kFirstPoolThreads];
-    for (uint32_t i = 0; i < workerCount; ++i) {
-      const uint32_t start = i * chunk;
-      const uint32_t count = i + 1 < workerCount ? chunk : n - start;
-      tasks[i] = Task([this, start, count] { SyncDirtyRange(start, count); });
-    }
-    workerPool->PostAll(tasks, workerCount);
-    workerPool->WaitIdle();
-  } else {
-    SyncDirtyRange(0, n);
-  }
-  for (uint32_t i = 1; i <= n; ++i) {
-    const uint32_t handle = dirtyEntities.Entry(i);
-    if (tree.Contains(handle)) {
-      versions.Bump(handle);
-    }
-  }
 }
 
 void EntitySystem::SyncDirtyRange(uint32_t start, uint32_t count) {
@@ -218,7 +225,7 @@ void EntitySystem::SyncDirtyRange(uint32_t start, uint32_t count) {
       if (tree.Contains(ahead)) {
         const TransformBatch& batch = tree.Batch(ahead);
         const uint32_t index = HandleElement(ahead);
-        __builtin_prefetch(batch.matrices[index].local, 1);
+        __builtin_prefetch(batch.localMatrices[index].m, 1);
         __builtin_prefetch(batch.SharedRecord(index));
         __builtin_prefetch(batch.SharedRecord(index) + offsetof(Entity3DRecord, worldMatrix) - 1);
       }

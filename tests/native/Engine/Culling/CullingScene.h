@@ -47,7 +47,7 @@ class CullingScene {
   void Refresh(uint32_t dirtyEntity);
 
   // The world matrix as the engine keeps it.
-  float* WorldMatrix(uint32_t entity) { return Entities()->Tree().Matrices(entity).world; }
+  float* WorldMatrix(uint32_t entity) { return Entities()->Tree().WorldMatrix(entity); }
   uint32_t WorldVersion(uint32_t entity) { return Entities()->FindEntity(entity)->worldVersion(); }
 
   // Enables an object with all layers.
