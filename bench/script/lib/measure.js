@@ -7,8 +7,9 @@ v8.setFlagsFromString('--expose-gc');
 const collectGarbage = vm.runInNewContext('gc');
 
 /**
- * What a budget spends on a measurement.
- * @typedef {{rounds: number, milliseconds: number, sizes: number[], passSizes: number[],
+ * What a budget spends on a measurement: turns of each contender, the least time of one, and the runs
+ * that go ahead of it untimed, which is also the least count of runs that are timed.
+ * @typedef {{rounds: number, milliseconds: number, warmUps: number, sizes: number[], passSizes: number[],
  *   sweepSizes: number[], entities: number, singles: number}} Budget
  */
 
@@ -17,6 +18,7 @@ const budgets = {
   tiny: {
     rounds: 1,
     milliseconds: 0,
+    warmUps: 1,
     sizes: [200],
     passSizes: [13000],
     sweepSizes: [400],
@@ -26,6 +28,7 @@ const budgets = {
   short: {
     rounds: 9,
     milliseconds: 6,
+    warmUps: 5,
     sizes: [1000, 10000, 100000],
     passSizes: [100000],
     sweepSizes: [10000, 100000],
@@ -35,6 +38,7 @@ const budgets = {
   full: {
     rounds: 25,
     milliseconds: 20,
+    warmUps: 5,
     sizes: [1000, 10000, 100000],
     passSizes: [100000],
     sweepSizes: [10000, 100000],
@@ -77,8 +81,9 @@ const batchNanoseconds = 1e5;
 
 /**
  * Runs contenders in turns, A B C A B C..., and returns the nanoseconds of one run of each, in their
- * order, by the statistic that is reported. Ahead of each turn garbage is collected and one run goes
- * untimed, since the others have emptied the caches. A first round lets the compiler settle.
+ * order, by the statistic that is reported. Ahead of each turn garbage is collected and some runs go
+ * untimed: the others have emptied the caches, and the collector's own threads are still at work. A
+ * first round lets the compiler settle.
  * @param {Array<function(number): void>} contenders each is given a number that counts its runs
  * @param {Budget} budget
  * @returns {number[]}
@@ -92,7 +97,9 @@ function interleave(contenders, budget) {
     for (let c = 0; c < contenders.length; ++c) {
       const run = contenders[c];
       collectGarbage();
-      run(runs[c]++);
+      for (let i = 0; i < budget.warmUps; ++i) {
+        run(runs[c]++);
+      }
       const limit = budget.milliseconds * 1e6;
       const start = now();
       let count = 0;
@@ -105,7 +112,7 @@ function interleave(contenders, budget) {
         const end = now() - start;
         shortest[c] = Math.min(shortest[c], (end - elapsed) / batches[c]);
         elapsed = end;
-      } while (elapsed < limit);
+      } while (elapsed < limit || count < budget.warmUps);
       if (round >= 0) {
         samples[c].push(elapsed / count);
       }
