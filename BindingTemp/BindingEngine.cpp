@@ -31,6 +31,7 @@ void BindingEngine::Register() {
   builder.Inherit<BindingEngineBase>();
   builder.AddMethod("createEntity", vx::Callback<BindingEngine, createEntityFunc>);
   builder.AddMethod("createComponent", vx::Callback<BindingEngine, createComponentFunc>);
+  builder.AddMethod("createDataModel", vx::Callback<BindingEngine, createDataModelFunc>);
   builder.AddMethod("setEntityName", vx::Callback<BindingEngine, setEntityNameFunc>);
   builder.AddMethod("refreshWorldTransform",
                     vx::UncheckedCallback<BindingEngine, refreshWorldTransformFunc>);
@@ -39,6 +40,11 @@ void BindingEngine::Register() {
   builder.AddMethod("frustumCullingV2", vx::Callback<BindingEngine, frustumCullingV2Func>);
   builder.AddMethod("orthoCulling", vx::Callback<BindingEngine, orthoCullingFunc>);
   builder.AddMethod("orthoCullingV2", vx::Callback<BindingEngine, orthoCullingV2Func>);
+  builder.AddMethod("updateAnimator", vx::Callback<BindingEngine, updateAnimatorFunc>);
+  builder.AddMethod("updateAnimators", vx::Callback<BindingEngine, updateAnimatorsFunc>);
+  builder.AddMethod("updateSkinningMatrix", vx::Callback<BindingEngine, updateSkinningMatrixFunc>);
+  builder.AddMethod("updateSkinningMatrices",
+                    vx::Callback<BindingEngine, updateSkinningMatricesFunc>);
   builder.Install("Engine");
 }
 
@@ -68,13 +74,23 @@ void BindingEngine::createComponentFunc(BindingEngine* self, v8::Isolate* isolat
     return;
   }
   const uint32_t kind = vx::ReadUint32(isolate, vx::Arg(info, 0));
+  NativeValueInfo created;
   if (kind == kCullingComponentKind) {
     const uint32_t count = vx::ReadUint32(isolate, vx::Arg(info, 1));
-    BindingEngineComponent* wrapper = new BindingEngineComponent(self->core, kind);
-    wrapper->info =
-        self->core->CreateCullingComponent(count == 0 ? 1 : static_cast<int32_t>(count));
-    info.GetReturnValue().Set(CreateObject(isolate, wrapper));
+    created = self->core->CreateCullingComponent(count == 0 ? 1 : static_cast<int32_t>(count));
+  } else if (kind == kAnimatorComponentKind && info.Length() >= 3) {
+    const uint32_t clipCount = vx::ReadUint32(isolate, vx::Arg(info, 1));
+    const uint32_t entityCount = vx::ReadUint32(isolate, vx::Arg(info, 2));
+    created = self->core->CreateAnimatorComponent(clipCount, entityCount);
+  } else if (kind == kSkinningComponentKind && info.Length() >= 2) {
+    const uint32_t count = vx::ReadUint32(isolate, vx::Arg(info, 1));
+    created = self->core->CreateSkinningMatrixComponent(count);
+  } else {
+    return;
   }
+  BindingEngineComponent* wrapper = new BindingEngineComponent(self->core, kind);
+  wrapper->info = created;
+  info.GetReturnValue().Set(CreateObject(isolate, wrapper));
 }
 
 void BindingEngine::setEntityNameFunc(BindingEngine* self, v8::Isolate* isolate,

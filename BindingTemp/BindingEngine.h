@@ -39,7 +39,16 @@ class BindingEngine final : public vx::BindingBase {
 
   // createComponent(kind, ...): an "EngineComponent"; null for a kind that there isn't.
   //   1, count = 1: culling objects, "id" 0 if the count is refused
+  //   2, clipCount, entityCount: an animator, "id" 0 if one of them is 0
+  //   3, count: a skinning component, "id" 0 for a count of 0
+  // Kinds 2 and 3 give null where counts are missing.
   static void createComponentFunc(BindingEngine* self, v8::Isolate* isolate,
+                                  const vx::CallbackInfo& info);
+
+  // createDataModel(kind, data): an "EngineDataModel" over a copy of the bytes of `data`, an
+  // ArrayBuffer or a view; null with fewer arguments. Kind 1 is a clip, 2 an array of inverse bind
+  // matrices; any other gives "id" 0.
+  static void createDataModelFunc(BindingEngine* self, v8::Isolate* isolate,
                                   const vx::CallbackInfo& info);
 
   // setEntityName(handle, name): null. Nothing happens with fewer arguments, a handle of 0 or a
@@ -70,6 +79,19 @@ class BindingEngine final : public vx::BindingBase {
                                const vx::CallbackInfo& info);
   static void orthoCullingV2Func(BindingEngine* self, v8::Isolate* isolate,
                                  const vx::CallbackInfo& info);
+
+  // updateAnimator(handle), updateSkinningMatrix(handle): null.
+  static void updateAnimatorFunc(BindingEngine* self, v8::Isolate* isolate,
+                                 const vx::CallbackInfo& info);
+  static void updateSkinningMatrixFunc(BindingEngine* self, v8::Isolate* isolate,
+                                       const vx::CallbackInfo& info);
+
+  // updateAnimators(handles), updateSkinningMatrices(handles): null. `handles` is a count and that
+  // many handles, done side by side on the workers; see BatchUpdate.
+  static void updateAnimatorsFunc(BindingEngine* self, v8::Isolate* isolate,
+                                  const vx::CallbackInfo& info);
+  static void updateSkinningMatricesFunc(BindingEngine* self, v8::Isolate* isolate,
+                                         const vx::CallbackInfo& info);
 
   EngineCore* Core() const { return core; }
   EngineRuntime* Runtime() const { return runtime; }

@@ -16,6 +16,10 @@ BindingEngineComponent::BindingEngineComponent(const vx::CallbackInfo& /*info*/)
 BindingEngineComponent::~BindingEngineComponent() {
   if (kind == kCullingComponentKind) {
     core->ReleaseCullingComponent(info.handle);
+  } else if (kind == kAnimatorComponentKind) {
+    core->ReleaseAnimatorComponent(info.handle);
+  } else if (kind == kSkinningComponentKind) {
+    core->ReleaseSkinningMatrixComponent(info.handle);
   }
   if (core->Runtime()->TracksObjects()) {
     core->Runtime()->UncountObject(ClassLabel());

@@ -10,6 +10,8 @@ namespace nq::engine {
 
 // Kinds of component, as script names them.
 constexpr uint32_t kCullingComponentKind = 1;
+constexpr uint32_t kAnimatorComponentKind = 2;
+constexpr uint32_t kSkinningComponentKind = 3;
 
 // Owns the component: it is released, by the operation of its kind, when the script object has been
 // collected. Script thread only.

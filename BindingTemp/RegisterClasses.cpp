@@ -3,6 +3,7 @@
 
 #include "BindingTemp/BindingEngine.h"
 #include "BindingTemp/BindingEngineComponent.h"
+#include "BindingTemp/BindingEngineDataModel.h"
 #include "BindingTemp/BindingEngineEntity.h"
 
 namespace nq::engine {
@@ -10,6 +11,7 @@ namespace nq::engine {
 void RegisterClasses() {
   BindingEngineEntity::Register();
   BindingEngineComponent::Register();
+  BindingEngineDataModel::Register();
   BindingEngine::Register();
 }
 

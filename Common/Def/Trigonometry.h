@@ -19,6 +19,12 @@ inline float cosF(float x) {
 inline float tanF(float x) {
   return static_cast<float>(std::tan(static_cast<double>(x)));
 }
+inline float acosF(float x) {
+  return static_cast<float>(std::acos(static_cast<double>(x)));
+}
+inline float atan2F(float y, float x) {
+  return static_cast<float>(std::atan2(static_cast<double>(y), static_cast<double>(x)));
+}
 
 }  // namespace nq::engine
 

@@ -2,19 +2,63 @@
 #ifndef NQ_ENGINE_ANIMATION_ANIMATIONSYSTEM_H_
 #define NQ_ENGINE_ANIMATION_ANIMATIONSYSTEM_H_
 
+#include <cstdint>
+
+#include "Common/Def/HandlerAllocator.h"
+#include "Common/Def/HandlerValue.h"
+#include "Engine/Animation/AnimatorComponent.h"
+#include "Engine/Animation/DataModels.h"
+#include "Engine/Animation/SkinningMatrixComponent.h"
+
 namespace nq::engine {
 
 class EngineCore;
 
-// Holds no tables yet. Script thread only.
+// Owns all animation content and players of one engine. Each table counts its handles by itself.
+//
+// Thread safety: creation and release on the script thread. Find... and Update... also in worker
+// tasks, while the script thread waits for them: nothing changes a table meanwhile.
 class AnimationSystem {
  public:
-  explicit AnimationSystem(EngineCore* core) : core(core) {}
+  explicit AnimationSystem(EngineCore* core);
   virtual ~AnimationSystem() = default;
   AnimationSystem(const AnimationSystem&) = delete;
   AnimationSystem& operator=(const AnimationSystem&) = delete;
 
+  // All zero if a count is 0 and when no handle is left.
+  NativeValueInfo CreateAnimatorComponent(uint32_t clipCount, uint32_t entityCount);
+  NativeValueInfo CreateSkinningMatrixComponent(uint32_t count);
+
+  // Copies the bytes. Never refuses content: a clip is parsed when it is first used. 0 when no
+  // handle is left.
+  uint32_t CreateAnimationClipModel(const uint8_t* data, uint32_t size);
+  uint32_t CreateSkeletonBonesInverseModel(const uint8_t* data, uint32_t size);
+
+  // What players still name by handle may go: their updates find nothing from then on.
+  void ReleaseAnimatorComponent(uint32_t handle) { animatorComponents.Release(handle); }
+  void ReleaseSkinningMatrixComponent(uint32_t handle) { skinningComponents.Release(handle); }
+  void ReleaseAnimationClipModel(uint32_t handle) { clipModels.Release(handle); }
+  void ReleaseSkeletonBonesInverseModel(uint32_t handle) { bonesModels.Release(handle); }
+
+  // Null if there is none. Not owned. The element part of a handle does not count.
+  AnimatorComponent* FindAnimatorComponent(uint32_t handle) const;
+  SkinningMatrixComponent* FindSkinningMatrixComponent(uint32_t handle) const;
+  AnimationClipModel* FindAnimationClipModel(uint32_t handle) const;
+  SkeletonBonesInverseModel* FindSkeletonBonesInverseModel(uint32_t handle) const;
+
+  // Runs the player of `handle`, if there is one. Entities in a tree without a root that refreshes
+  // reach get their world matrices at once.
+  void UpdateAnimator(uint32_t handle);
+  void UpdateSkinningMatrix(uint32_t handle);
+
   EngineCore* const core;  // not counted
+
+ private:
+  // Released from the last to the first.
+  HandlerAllocator<AnimatorComponentValue> animatorComponents;
+  HandlerAllocator<SkinningMatrixComponentValue> skinningComponents;
+  HandlerAllocator<SkeletonBonesInverseModelValue> bonesModels;
+  HandlerAllocator<AnimationClipModelValue> clipModels;
 };
 
 }  // namespace nq::engine

@@ -109,4 +109,44 @@ const CullResult& EngineCore::CullOrtho(uint32_t mask, const CameraPose& pose,
   return Components()->CullOrtho(mask, pose, lens, list, listCount);
 }
 
+NativeValueInfo EngineCore::CreateAnimatorComponent(uint32_t clipCount, uint32_t entityCount) {
+  return Animation()->CreateAnimatorComponent(clipCount, entityCount);
+}
+
+void EngineCore::ReleaseAnimatorComponent(uint32_t handle) {
+  Animation()->ReleaseAnimatorComponent(handle);
+}
+
+NativeValueInfo EngineCore::CreateSkinningMatrixComponent(uint32_t count) {
+  return Animation()->CreateSkinningMatrixComponent(count);
+}
+
+void EngineCore::ReleaseSkinningMatrixComponent(uint32_t handle) {
+  Animation()->ReleaseSkinningMatrixComponent(handle);
+}
+
+uint32_t EngineCore::CreateAnimationClipModel(const uint8_t* data, uint32_t size) {
+  return Animation()->CreateAnimationClipModel(data, size);
+}
+
+void EngineCore::ReleaseAnimationClipModel(uint32_t handle) {
+  Animation()->ReleaseAnimationClipModel(handle);
+}
+
+uint32_t EngineCore::CreateSkeletonBonesInverseModel(const uint8_t* data, uint32_t size) {
+  return Animation()->CreateSkeletonBonesInverseModel(data, size);
+}
+
+void EngineCore::ReleaseSkeletonBonesInverseModel(uint32_t handle) {
+  Animation()->ReleaseSkeletonBonesInverseModel(handle);
+}
+
+void EngineCore::UpdateAnimator(uint32_t handle) {
+  Animation()->UpdateAnimator(handle);
+}
+
+void EngineCore::UpdateSkinningMatrix(uint32_t handle) {
+  Animation()->UpdateSkinningMatrix(handle);
+}
+
 }  // namespace nq::engine

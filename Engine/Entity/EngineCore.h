@@ -72,6 +72,22 @@ class EngineCore final : public HandlerOwner {
   const CullResult& CullOrtho(uint32_t mask, const CameraPose& pose, const OrthographicLens& lens,
                               const uint32_t* list, uint32_t listCount);
 
+  // Players of clips and skinning components. All zero for a count of 0.
+  NativeValueInfo CreateAnimatorComponent(uint32_t clipCount, uint32_t entityCount);
+  void ReleaseAnimatorComponent(uint32_t handle);
+  NativeValueInfo CreateSkinningMatrixComponent(uint32_t count);
+  void ReleaseSkinningMatrixComponent(uint32_t handle);
+
+  // Content that components share. The bytes are copied; see AnimationSystem.
+  uint32_t CreateAnimationClipModel(const uint8_t* data, uint32_t size);
+  void ReleaseAnimationClipModel(uint32_t handle);
+  uint32_t CreateSkeletonBonesInverseModel(const uint8_t* data, uint32_t size);
+  void ReleaseSkeletonBonesInverseModel(uint32_t handle);
+
+  // One evaluation of a component. Also in worker tasks.
+  void UpdateAnimator(uint32_t handle);
+  void UpdateSkinningMatrix(uint32_t handle);
+
  private:
   EngineRuntime* const runtime;  // one counted reference
   EntitySystem* entitySystem = nullptr;

@@ -7,6 +7,7 @@ exports.methods = {
   Engine: [
     'createEntity',
     'createComponent',
+    'createDataModel',
     'setEntityName',
     'refreshWorldTransform',
     'cullWithCamera',
@@ -14,7 +15,12 @@ exports.methods = {
     'frustumCullingV2',
     'orthoCulling',
     'orthoCullingV2',
+    'updateAnimator',
+    'updateAnimators',
+    'updateSkinningMatrix',
+    'updateSkinningMatrices',
   ],
   EngineEntity: [],
   EngineComponent: [],
+  EngineDataModel: [],
 };

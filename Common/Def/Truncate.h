@@ -1,0 +1,30 @@
+// Conversion of numbers that script keeps as floats to the unsigned integers they stand for.
+#ifndef NQ_COMMON_DEF_TRUNCATE_H_
+#define NQ_COMMON_DEF_TRUNCATE_H_
+
+#include <emmintrin.h>
+
+#include <cmath>
+#include <cstdint>
+
+namespace nq::engine {
+
+// Truncates towards zero; from 2^31 upward by subtracting 2^31 and setting the top bit. A negative
+// number wraps: -1 gives 0xFFFFFFFF. What no 32 bits can hold, and what is not a number, gives
+// 0x80000000.
+inline uint32_t TruncateToU32(float value) {
+  constexpr float kTopBit = 2147483648.0f;
+  if (value >= kTopBit) {
+    return static_cast<uint32_t>(_mm_cvttss_si32(_mm_set_ss(value - kTopBit))) | 0x80000000u;
+  }
+  return static_cast<uint32_t>(_mm_cvttss_si32(_mm_set_ss(value)));
+}
+
+// True for whole numbers, infinities among them.
+inline bool IsWhole(float value) {
+  return std::trunc(value) == value;
+}
+
+}  // namespace nq::engine
+
+#endif  // NQ_COMMON_DEF_TRUNCATE_H_

@@ -1,0 +1,120 @@
+// Life of animation content and players, and the updates that script asks for.
+#include "Engine/Animation/AnimationSystem.h"
+
+#include "Engine/Animation/AnimationRecord.h"
+#include "Engine/Entity/EngineCore.h"
+#include "Engine/Entity/Entity.h"
+#include "Engine/Entity/EntitySystem.h"
+
+namespace nq::engine {
+
+namespace {
+
+// The native object of a value of `table`, or null.
+template <typename Value>
+auto* ComponentOf(const HandlerAllocator<Value>& table, uint32_t handle) {
+  Value* value = table.Find(handle);
+  return value == nullptr ? nullptr : value->component;
+}
+
+template <typename Value>
+auto* ModelOf(const HandlerAllocator<Value>& table, uint32_t handle) {
+  Value* value = table.Find(handle);
+  return value == nullptr ? nullptr : value->model;
+}
+
+}  // namespace
+
+AnimationSystem::AnimationSystem(EngineCore* core)
+    : core(core),
+      animatorComponents(core),
+      skinningComponents(core),
+      bonesModels(core),
+      clipModels(core) {}
+
+NativeValueInfo AnimationSystem::CreateAnimatorComponent(uint32_t clipCount, uint32_t entityCount) {
+  if (clipCount == 0 || entityCount == 0) {
+    return NativeValueInfo();
+  }
+  AnimatorComponentValue* value = animatorComponents.Allocate();
+  if (value == nullptr) {
+    return NativeValueInfo();
+  }
+  void* memory = value->Allocate(AnimatorBlockBytes(clipCount, entityCount));
+  value->component =
+      new AnimatorComponent(core, static_cast<uint8_t*>(memory), clipCount, entityCount);
+  return value->Info();
+}
+
+NativeValueInfo AnimationSystem::CreateSkinningMatrixComponent(uint32_t count) {
+  if (count == 0) {
+    return NativeValueInfo();
+  }
+  SkinningMatrixComponentValue* value = skinningComponents.Allocate();
+  if (value == nullptr) {
+    return NativeValueInfo();
+  }
+  value->Allocate(count);
+  return value->Info();
+}
+
+uint32_t AnimationSystem::CreateAnimationClipModel(const uint8_t* data, uint32_t size) {
+  AnimationClipModelValue* value = clipModels.Allocate();
+  if (value == nullptr) {
+    return 0;
+  }
+  value->model = new AnimationClipModel(data, size);
+  return value->handle;
+}
+
+uint32_t AnimationSystem::CreateSkeletonBonesInverseModel(const uint8_t* data, uint32_t size) {
+  SkeletonBonesInverseModelValue* value = bonesModels.Allocate();
+  if (value == nullptr) {
+    return 0;
+  }
+  value->model = new SkeletonBonesInverseModel(data, size);
+  return value->handle;
+}
+
+AnimatorComponent* AnimationSystem::FindAnimatorComponent(uint32_t handle) const {
+  return ComponentOf(animatorComponents, handle);
+}
+
+SkinningMatrixComponent* AnimationSystem::FindSkinningMatrixComponent(uint32_t handle) const {
+  return ComponentOf(skinningComponents, handle);
+}
+
+AnimationClipModel* AnimationSystem::FindAnimationClipModel(uint32_t handle) const {
+  return ModelOf(clipModels, handle);
+}
+
+SkeletonBonesInverseModel* AnimationSystem::FindSkeletonBonesInverseModel(uint32_t handle) const {
+  return ModelOf(bonesModels, handle);
+}
+
+void AnimationSystem::UpdateAnimator(uint32_t handle) {
+  AnimatorComponent* component = FindAnimatorComponent(handle);
+  if (component == nullptr) {
+    return;
+  }
+  component->AnimatorComponent::Update();
+  if (component->entityCount == 0 || component->firstTarget == nullptr) {
+    return;
+  }
+  Entity* top = component->firstTarget;
+  while (top->parent() != nullptr) {
+    top = top->parent();
+  }
+  if (!core->Entities()->IsRoot(top)) {
+    top->UpdateTree();
+  }
+}
+
+void AnimationSystem::UpdateSkinningMatrix(uint32_t handle) {
+  SkinningMatrixComponent* component = FindSkinningMatrixComponent(handle);
+  if (component != nullptr) {
+    component->SkinningMatrixComponent::Update();
+  }
+}
+
+}  // namespace nq::engine

@@ -1,0 +1,239 @@
+// Evaluation of animators.
+#include "Engine/Animation/AnimatorComponent.h"
+
+#include <emmintrin.h>
+
+#include <cmath>
+#include <cstddef>
+#include <vector>
+
+#include "Common/Def/Assert.h"
+#include "Common/Def/Log.h"
+#include "Common/Def/Trigonometry.h"
+#include "Common/Def/Truncate.h"
+#include "Engine/Animation/AnimationClipModel.h"
+#include "Engine/Animation/AnimationRecord.h"
+#include "Engine/Animation/AnimationSystem.h"
+#include "Engine/Entity/EngineCore.h"
+#include "Engine/Entity/Entity.h"
+#include "Engine/Entity/Entity2D.h"
+#include "Engine/Entity/Entity3D.h"
+#include "Engine/Entity/EntityRecord.h"
+#include "Engine/Entity/EntitySystem.h"
+
+namespace nq::engine {
+
+namespace {
+
+// Where the values of a sample are numbers, they replace `old`.
+inline __m128 Replace(__m128 old, __m128 value) {
+  const __m128 absent = _mm_cmpunord_ps(value, value);
+  return _mm_or_ps(_mm_and_ps(absent, old), _mm_andnot_ps(absent, value));
+}
+
+inline void Replace(float* field, float value) {
+  if (!std::isnan(value)) {
+    *field = value;
+  }
+}
+
+// Position and scale of a record are six numbers in a row, as are channels 0 to 5.
+void Write3D(const ClipSample& sample, Entity3DRecord* record) {
+  const float* channel = sample.channel;
+  if (!std::isnan(channel[kRotationWChannel])) {
+    record->rotationMode = sample.isQuaternion ? 1 : 0;
+  }
+  _mm_storeu_ps(record->rotation,
+                Replace(_mm_loadu_ps(record->rotation), _mm_loadu_ps(channel + kRotationChannel)));
+  float* four = reinterpret_cast<float*>(reinterpret_cast<uint8_t*>(record) +
+                                         offsetof(Entity3DRecord, position));
+  _mm_storeu_ps(four, Replace(_mm_loadu_ps(four), _mm_load_ps(channel)));
+  Replace(&record->scale[1], channel[4]);
+  Replace(&record->scale[2], channel[5]);
+}
+
+void Write2D(const ClipSample& sample, Entity2DRecord* record) {
+  Replace(&record->position[0], sample.channel[0]);
+  Replace(&record->position[1], sample.channel[1]);
+  Replace(&record->scale[0], sample.channel[3]);
+  Replace(&record->scale[1], sample.channel[4]);
+  Replace(&record->rotation, sample.channel[8]);
+}
+
+// `handle` names an entity.
+void ApplyTo(const TransformTree& tree, uint32_t handle, const ClipSample& sample) {
+  const TransformBatch& batch = tree.Batch(handle);
+  const uint32_t index = HandleElement(handle);
+  uint8_t* record = batch.SharedRecord(index);
+  float* local = batch.localMatrices[index].m;
+  if (batch.isThreeD) {
+    Write3D(sample, reinterpret_cast<Entity3DRecord*>(record));
+    Entity3D::BuildLocalMatrix(record, local);
+  } else {
+    Write2D(sample, reinterpret_cast<Entity2DRecord*>(record));
+    Entity2D::BuildLocalMatrix(record, local);
+  }
+  tree.MarkDirty(handle);
+}
+
+// The rotation channels as one vector of length 1. In Euler form the fourth is not a number, so
+// that none remains and no rotation reaches the entity.
+void NormaliseRotation(ClipSample* sample) {
+  float* q = sample->channel + kRotationChannel;
+  const float length = sqrtF(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3]);
+  _mm_storeu_ps(q, _mm_mul_ps(_mm_loadu_ps(q), _mm_set1_ps(1.0f / length)));
+}
+
+}  // namespace
+
+void ApplySample(const ClipSample& sample, Entity* entity) {
+  ApplyTo(entity->system->Tree(), entity->handle, sample);
+}
+
+// A clip that takes part in an update.
+struct AnimatorComponent::ActiveClip {
+  AnimationClipModel* model;
+  float time;
+  float weight;
+  uint32_t base;  // of the clip's part of the target table
+};
+
+// Working memory of a thread's updates, kept from one to the next.
+struct AnimatorComponent::Scratch {
+  // What has been blended so far for an entity.
+  struct BlendEntry {
+    ClipSample sample;
+    uint32_t handle;
+    float totalWeight;
+  };
+
+  std::vector<ActiveClip> active;
+  SampleMap samples;
+  std::vector<BlendEntry> entries;
+
+  // Slots of an open hash table over `entries`: position + 1, or 0. A power of two, at most half of
+  // it used.
+  std::vector<uint32_t> slots;
+
+  // Whole times come from the clip's cache.
+  const SampleMap& SampleOf(const ActiveClip& clip) {
+    if (IsWhole(clip.time)) {
+      return clip.model->SampleAtFrame(TruncateToU32(clip.time));
+    }
+    clip.model->SampleAtTime(clip.time, &samples);
+    return samples;
+  }
+
+  void Clear(uint32_t expected) {
+    entries.clear();
+    size_t size = 16;
+    while (size < size_t{2} * expected) {
+      size *= 2;
+    }
+    slots.assign(size, 0);
+  }
+
+  // The slot of a handle's entry, or the free one where it belongs.
+  uint32_t* SlotOf(uint32_t handle) {
+    const size_t mask = slots.size() - 1;
+    size_t slot = (handle * 0x9E3779B1u >> 7) & mask;
+    while (slots[slot] != 0 && entries[slots[slot] - 1].handle != handle) {
+      slot = (slot + 1) & mask;
+    }
+    return &slots[slot];
+  }
+};
+
+void AnimatorComponent::Update() {
+  thread_local Scratch scratch;
+  firstTarget = nullptr;
+  scratch.active.clear();
+  const AnimatorClipRecord* records = reinterpret_cast<const AnimatorClipRecord*>(data);
+  const AnimationSystem* system = core->Animation();
+  uint32_t base = 0;
+  for (uint32_t c = 0; c < clipCount; ++c) {
+    const AnimatorClipRecord& record = records[c];
+    AnimationClipModel* model = system->FindAnimationClipModel(record.clipHandle);
+    if (model == nullptr) {
+      NQ_LOG("[NQ_FATAL][Engine]: ", "AnimationClipModel not found\n");
+      FailAssertion("0", "..\\..\\Engine\\Animation\\AnimatorComponent", 29);
+    }
+    if (record.weight > 0.0f && record.weight <= 1.0f) {
+      scratch.active.push_back(ActiveClip{model, record.time, record.weight, base});
+    }
+    base += model->TrackCount();
+  }
+  if (scratch.active.size() == 1) {
+    ApplyOne(scratch.active[0], &scratch);
+  } else if (!scratch.active.empty()) {
+    ApplyBlend(&scratch);
+  }
+}
+
+void AnimatorComponent::ApplyOne(const ActiveClip& clip, Scratch* scratch) {
+  const uint32_t* targets =
+      reinterpret_cast<const uint32_t*>(data + AnimatorTargetsOffset(clipCount));
+  const TransformTree& tree = core->Entities()->Tree();
+  const SampleMap& samples = scratch->SampleOf(clip);
+  for (uint32_t i = 0; i < samples.Size(); ++i) {
+    const uint32_t entry = clip.base + samples.Target(i);
+    if (entry < entityCount && tree.Contains(targets[entry])) {
+      ApplyTo(tree, targets[entry], samples.Sample(i));
+      if (firstTarget == nullptr) {
+        firstTarget = tree.EntityOf(targets[entry]);
+      }
+    }
+  }
+}
+
+// The share of each further contribution is its weight by the sum so far, so that the outcome is
+// the weighted mean whatever the weights sum up to.
+void AnimatorComponent::ApplyBlend(Scratch* scratch) {
+  const uint32_t* targets =
+      reinterpret_cast<const uint32_t*>(data + AnimatorTargetsOffset(clipCount));
+  const bool many = scratch->active.size() > 2;
+  scratch->Clear(entityCount);
+  std::vector<Scratch::BlendEntry>& entries = scratch->entries;
+  for (const ActiveClip& clip : scratch->active) {
+    const SampleMap& samples = scratch->SampleOf(clip);
+    // Clips of one character mostly list the same entities in the same order.
+    size_t expected = 0;
+    for (uint32_t i = 0; i < samples.Size(); ++i) {
+      const uint32_t entry = clip.base + samples.Target(i);
+      if (entry >= entityCount) {
+        continue;
+      }
+      const uint32_t handle = targets[entry];
+      if (expected >= entries.size() || entries[expected].handle != handle) {
+        uint32_t* slot = scratch->SlotOf(handle);
+        if (*slot == 0) {
+          entries.push_back(Scratch::BlendEntry{samples.Sample(i), handle, clip.weight});
+          *slot = static_cast<uint32_t>(entries.size());
+          expected = entries.size();
+          continue;
+        }
+        expected = *slot - 1;
+      }
+      Scratch::BlendEntry& blended = entries[expected];
+      blended.totalWeight += clip.weight;
+      BlendSample(&blended.sample, samples.Sample(i), clip.weight / blended.totalWeight, many);
+      ++expected;
+    }
+  }
+
+  // Entities are different ones, so the order of the writes does not show, but for which is first.
+  const TransformTree& tree = core->Entities()->Tree();
+  uint32_t first = 0;
+  for (Scratch::BlendEntry& entry : entries) {
+    if (tree.Contains(entry.handle)) {
+      NormaliseRotation(&entry.sample);
+      ApplyTo(tree, entry.handle, entry.sample);
+      if (firstTarget == nullptr || entry.handle < first) {
+        first = entry.handle;
+        firstTarget = tree.EntityOf(first);
+      }
+    }
+  }
+}
+
+}  // namespace nq::engine

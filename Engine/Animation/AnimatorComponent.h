@@ -1,0 +1,66 @@
+// The simple player: a few clips, blended by weight, on a fixed set of entities.
+#ifndef NQ_ENGINE_ANIMATION_ANIMATORCOMPONENT_H_
+#define NQ_ENGINE_ANIMATION_ANIMATORCOMPONENT_H_
+
+#include <cstdint>
+
+#include "Common/Def/HandlerValue.h"
+#include "Engine/Animation/ClipSampling.h"
+
+namespace nq::engine {
+
+class EngineCore;
+class Entity;
+
+// Reads times, weights and targets from its shared block (AnimationRecord.h) and writes transforms
+// into entities' shared records. Keeps no time: script sets it.
+//
+// Thread safety: updates of components with different targets may run at once.
+class AnimatorComponent {
+ public:
+  // `data` is the block, which the component's value owns.
+  AnimatorComponent(EngineCore* core, uint8_t* data, uint32_t clipCount, uint32_t entityCount)
+      : core(core), data(data), clipCount(clipCount), entityCount(entityCount) {}
+  virtual ~AnimatorComponent() = default;
+  AnimatorComponent(const AnimatorComponent&) = delete;
+  AnimatorComponent& operator=(const AnimatorComponent&) = delete;
+
+  // One evaluation. One active clip is applied in full; more are blended by weight, which drops
+  // rotations in Euler angles. Targets without an entity are passed over. A clip handle that names
+  // none prints "[NQ_FATAL][Engine]: " and "AnimationClipModel not found\n" and ends the process,
+  // with nothing written, whatever the clip's weight.
+  virtual void Update();
+
+  EngineCore* const core;  // not counted
+  uint8_t* const data;     // not owned
+  const uint32_t clipCount;
+  const uint32_t entityCount;
+
+  // The first entity that the last update wrote to; null if there was none.
+  Entity* firstTarget = nullptr;
+
+ private:
+  struct ActiveClip;
+  struct Scratch;
+
+  void ApplyOne(const ActiveClip& clip, Scratch* scratch);
+  void ApplyBlend(Scratch* scratch);
+};
+
+// Writes a sample into an entity's shared record, builds its local matrix and marks it. A channel
+// that is not a number leaves its field as it is. A 3D entity changes to the sample's form of
+// rotation with channel 9 only; a 2D one takes channels 0, 1, 3, 4 and, as its angle, 8.
+void ApplySample(const ClipSample& sample, Entity* entity);
+
+// The value behind an animator's handle.
+class AnimatorComponentValue final : public BlockValue {
+ public:
+  using BlockValue::BlockValue;
+  ~AnimatorComponentValue() override { delete component; }
+
+  AnimatorComponent* component = nullptr;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_ANIMATION_ANIMATORCOMPONENT_H_

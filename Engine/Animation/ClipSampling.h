@@ -1,0 +1,89 @@
+// Values of curves at a moment, and the algebra by which they are blended.
+//
+// Time is in frames. Not-a-number stands, everywhere, for a channel that says nothing; no code
+// treats it as an error.
+#ifndef NQ_ENGINE_ANIMATION_CLIPSAMPLING_H_
+#define NQ_ENGINE_ANIMATION_CLIPSAMPLING_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "Common/Def/Truncate.h"
+#include "Engine/Animation/ClipFormat.h"
+
+namespace nq::engine {
+
+// The curves of one target.
+struct ClipTrack {
+  bool isQuaternion = false;  // a key of type kQuaternionW was stored
+  std::vector<ClipKey> channels[kClipChannels];
+};
+
+// The value of one track at one moment.
+struct alignas(16) ClipSample {
+  float channel[kClipChannels];  // not-a-number where the track has no keys
+  bool isQuaternion;             // the track's
+};
+
+// The weights of the four terms of a cubic Hermite segment at a moment in it, and its length in
+// seconds. The terms are (e.g. Bartels, Beatty, Barsky, "An Introduction to Splines", 1987)
+//
+//   p (2s^3 - 3s^2 + 1)  +  n (3s^2 - 2s^3)  +  p' (s^3 - 2s^2 + s) dt  +  n' (s^3 - s^2) dt
+//
+// summed from left to right, each product from left to right.
+struct HermiteWeights {
+  float previous;
+  float next;
+  float previousTangent;
+  float nextTangent;
+  float seconds;
+
+  // `span` is the segment's length in frames. 0 frames per second give an infinite length.
+  HermiteWeights(float time, uint32_t previousFrame, uint32_t span, uint32_t framesPerSecond);
+};
+
+// Where a moment falls among ascending frames. Either a key's value holds, or the curve runs from
+// the key ahead of `key` to `key`.
+struct CurvePosition {
+  size_t key;
+  bool holds;
+};
+
+// The position that `first` stands for: the first of `count` keys, at least one, whose frame is at
+// or after `time`, or `count` if there is none. `frameOf(i)` is the frame of key i.
+template <typename FrameOf>
+CurvePosition PositionAt(float time, size_t first, size_t count, FrameOf frameOf) {
+  const bool found = first < count;
+  const size_t key = found ? first : count - 1;
+  if (key == 0 || !found || (IsWhole(time) && frameOf(key) == TruncateToU32(time))) {
+    return CurvePosition{key, true};
+  }
+  // Reached with keys out of order only: of two keys on one frame the search finds the earlier.
+  const bool isEmpty = frameOf(key) == frameOf(key - 1);
+  return CurvePosition{isEmpty ? key - 1 : key, isEmpty};
+}
+
+// The value of a channel. 0 keys give not-a-number; ahead of the first key its value holds, behind
+// the last one that of the last, and exactly on a key the key's own. A segment steps if the out
+// tangent at either end of it is infinite.
+float SampleChannel(const ClipKey* keys, size_t count, float time, uint32_t framesPerSecond);
+float SampleChannel(const std::vector<ClipKey>& keys, float time, uint32_t framesPerSecond);
+
+// All ten channels. Quaternions are sampled like any four numbers: neither slerp nor a change of
+// sign nor normalising happens here.
+ClipSample SampleTrack(const ClipTrack& track, float time, uint32_t framesPerSecond);
+
+// b t + (1 - t) a. A side that is not a number contributes nothing, while the other keeps its own
+// weight.
+float LerpChannel(float a, float b, float t);
+
+// Blends `other` into `blended` by the share t. `many` tells whether more than two clips take part:
+// two quaternions are slerped (Shoemake, "Animating rotation with quaternion curves", 1985), of
+// more each is added as a rotation scaled by its share; in both cases the caller normalises at the
+// end.
+void BlendSample(ClipSample* blended, const ClipSample& other, float t, bool many);
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_ANIMATION_CLIPSAMPLING_H_

@@ -1,0 +1,241 @@
+// Building of timelines, and sampling along them.
+#include "Engine/Animation/ClipTimelines.h"
+
+#include <emmintrin.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <map>
+
+namespace nq::engine {
+
+namespace {
+
+constexpr float kNoValue = std::numeric_limits<float>::quiet_NaN();
+
+// The groups of a track: position, scale, rotation. The first two leave a lane unused.
+struct GroupShape {
+  uint8_t firstChannel;
+  uint8_t channelCount;
+};
+constexpr GroupShape kGroups[] = {{0, 3}, {kScaleChannel, 3}, {kRotationChannel, 4}};
+
+bool SameFrames(const std::vector<ClipKey>& keys, const std::vector<uint32_t>& frames) {
+  return std::equal(keys.begin(), keys.end(), frames.begin(), frames.end(),
+                    [](const ClipKey& key, uint32_t frame) { return key.frame == frame; });
+}
+
+std::vector<uint32_t> FramesOf(const std::vector<ClipKey>& keys) {
+  std::vector<uint32_t> frames;
+  frames.reserve(keys.size());
+  for (const ClipKey& key : keys) {
+    frames.push_back(key.frame);
+  }
+  return frames;
+}
+
+inline __m128 IsInfinite(__m128 v) {
+  const __m128 magnitude = _mm_andnot_ps(_mm_set1_ps(-0.0f), v);
+  return _mm_cmpeq_ps(magnitude, _mm_set1_ps(std::numeric_limits<float>::infinity()));
+}
+
+}  // namespace
+
+void ClipTimelines::Build(const std::vector<ClipTrack>& tracks) {
+  std::map<std::vector<uint32_t>, uint32_t> byFrames;
+  for (uint32_t t = 0; t < tracks.size(); ++t) {
+    const ClipTrack& track = tracks[t];
+    ClipSample sample;
+    std::fill(sample.channel, sample.channel + kClipChannels, kNoValue);
+    sample.isQuaternion = track.isQuaternion;
+    blank.push_back(sample);
+
+    // The timeline of each channel; an absent channel has none.
+    constexpr uint32_t kNone = 0xFFFFFFFFu;
+    uint32_t timelineOf[kClipChannels];
+    for (uint32_t channel = 0; channel < kClipChannels; ++channel) {
+      const std::vector<ClipKey>& keys = track.channels[channel];
+      timelineOf[channel] = kNone;
+      if (keys.empty()) {
+        continue;
+      }
+      // Neighbours mostly share their frames.
+      const bool asBefore = channel != 0 && timelineOf[channel - 1] != kNone &&
+                            SameFrames(keys, timelines[timelineOf[channel - 1]].frames);
+      if (asBefore) {
+        timelineOf[channel] = timelineOf[channel - 1];
+        continue;
+      }
+      const auto entered =
+          byFrames.emplace(FramesOf(keys), static_cast<uint32_t>(timelines.size()));
+      if (entered.second) {
+        Timeline timeline;
+        timeline.frames = entered.first->first;
+        timeline.times.assign(timeline.frames.begin(), timeline.frames.end());
+        timeline.ascends = std::is_sorted(timeline.frames.begin(), timeline.frames.end());
+        timeline.steps = false;
+        const float range = timeline.times.back() - timeline.times.front();
+        timeline.keysPerFrame =
+            range > 0.0f ? static_cast<float>(timeline.frames.size() - 1) / range : 0.0f;
+        timelines.push_back(std::move(timeline));
+      }
+      timelineOf[channel] = entered.first->second;
+    }
+
+    for (const GroupShape& shape : kGroups) {
+      for (uint32_t lane = 0; lane < shape.channelCount; ++lane) {
+        const uint32_t timeline = timelineOf[shape.firstChannel + lane];
+        if (timeline == kNone) {
+          continue;
+        }
+        std::vector<Group>& groups = timelines[timeline].groups;
+        const bool isNew = groups.empty() || groups.back().track != t ||
+                           groups.back().firstChannel != shape.firstChannel;
+        if (isNew) {
+          groups.push_back(Group{t, shape.firstChannel, shape.channelCount, 0, true});
+        }
+        groups.back().present = static_cast<uint8_t>(groups.back().present | 1u << lane);
+      }
+      // A group writes four channels where those that are not its own have no keys, or come later
+      // in the same timeline.
+      for (uint32_t lane = 0; lane < shape.channelCount; ++lane) {
+        const uint32_t timeline = timelineOf[shape.firstChannel + lane];
+        if (timeline == kNone) {
+          continue;
+        }
+        Group& group = timelines[timeline].groups.back();
+        for (uint32_t other = 0; other < 4; ++other) {
+          const uint32_t owner = timelineOf[shape.firstChannel + other];
+          group.writesFour = group.writesFour && (owner == kNone || owner == timeline);
+        }
+      }
+    }
+  }
+
+  for (Timeline& timeline : timelines) {
+    timeline.keys.resize(timeline.frames.size() * timeline.groups.size());
+    Keys* keys = timeline.keys.data();
+    for (size_t row = 0; row < timeline.frames.size(); ++row) {
+      for (const Group& group : timeline.groups) {
+        for (uint32_t lane = 0; lane < 4; ++lane) {
+          ClipKey key{0, kNoValue, 0.0f, 0.0f};
+          if ((group.present >> lane & 1u) != 0) {
+            key = tracks[group.track].channels[group.firstChannel + lane][row];
+          }
+          keys->value[lane] = key.value;
+          keys->inTangent[lane] = key.inTangent;
+          keys->outTangent[lane] = key.outTangent;
+          timeline.steps = timeline.steps || std::isinf(key.outTangent);
+        }
+        ++keys;
+      }
+    }
+  }
+}
+
+size_t ClipTimelines::Timeline::FirstAtOrAfter(float time) const {
+  const size_t count = times.size();
+  const auto isBefore = [time](float frame) { return !(frame >= time); };
+  if (!ascends) {
+    return std::find_if_not(times.begin(), times.end(), isBefore) - times.begin();
+  }
+  // Keys mostly stand at even distances.
+  const float guessed = std::ceil((time - times[0]) * keysPerFrame);
+  if (guessed >= 1.0f && guessed < static_cast<float>(count)) {
+    const size_t guess = static_cast<size_t>(guessed);
+    if (isBefore(times[guess - 1]) && !isBefore(times[guess])) {
+      return guess;
+    }
+  }
+  return std::partition_point(times.begin(), times.end(), isBefore) - times.begin();
+}
+
+void ClipTimelines::SampleTimeline(const Timeline& timeline, float time, uint32_t framesPerSecond,
+                                   ClipSample* samples) {
+  const uint32_t* frames = timeline.frames.data();
+  const CurvePosition position =
+      PositionAt(time, timeline.FirstAtOrAfter(time), timeline.frames.size(),
+                 [frames](size_t i) { return frames[i]; });
+  const size_t groupCount = timeline.groups.size();
+  const Keys* next = timeline.keys.data() + position.key * groupCount;
+  const auto store = [samples](const Group& group, __m128 value) {
+    float* channel = samples[group.track].channel + group.firstChannel;
+    if (group.writesFour) {
+      _mm_storeu_ps(channel, value);
+      return;
+    }
+    float lanes[4];
+    _mm_storeu_ps(lanes, value);
+    for (uint32_t lane = 0; lane < 4; ++lane) {
+      if ((group.present >> lane & 1u) != 0) {
+        channel[lane] = lanes[lane];
+      }
+    }
+  };
+  if (position.holds) {
+    for (size_t g = 0; g < groupCount; ++g) {
+      store(timeline.groups[g], _mm_load_ps(next[g].value));
+    }
+    return;
+  }
+  const Keys* previous = next - groupCount;
+  const uint32_t previousFrame = frames[position.key - 1];
+  const HermiteWeights w(time, previousFrame, frames[position.key] - previousFrame,
+                         framesPerSecond);
+  const __m128 previousWeight = _mm_set1_ps(w.previous);
+  const __m128 nextWeight = _mm_set1_ps(w.next);
+  const __m128 previousTangentWeight = _mm_set1_ps(w.previousTangent);
+  const __m128 nextTangentWeight = _mm_set1_ps(w.nextTangent);
+  const __m128 seconds = _mm_set1_ps(w.seconds);
+  for (size_t g = 0; g < groupCount; ++g) {
+    const __m128 value = _mm_load_ps(previous[g].value);
+    const __m128 outTangent = _mm_load_ps(previous[g].outTangent);
+    const __m128 fromPrevious = _mm_mul_ps(value, previousWeight);
+    const __m128 fromNext = _mm_mul_ps(_mm_load_ps(next[g].value), nextWeight);
+    const __m128 leaving = _mm_mul_ps(_mm_mul_ps(outTangent, previousTangentWeight), seconds);
+    const __m128 arriving =
+        _mm_mul_ps(_mm_mul_ps(_mm_load_ps(next[g].inTangent), nextTangentWeight), seconds);
+    __m128 result = _mm_add_ps(_mm_add_ps(_mm_add_ps(fromPrevious, fromNext), leaving), arriving);
+    if (timeline.steps) {
+      const __m128 step =
+          _mm_or_ps(IsInfinite(outTangent), IsInfinite(_mm_load_ps(next[g].outTangent)));
+      result = _mm_or_ps(_mm_and_ps(step, value), _mm_andnot_ps(step, result));
+    }
+    store(timeline.groups[g], result);
+  }
+}
+
+void ClipTimelines::Sample(float time, uint32_t framesPerSecond, ClipSample* samples) const {
+  if (!blank.empty()) {
+    std::memcpy(static_cast<void*>(samples), blank.data(), blank.size() * sizeof(ClipSample));
+  }
+  for (const Timeline& timeline : timelines) {
+    SampleTimeline(timeline, time, framesPerSecond, samples);
+  }
+}
+
+std::vector<ClipTrack> ClipTimelines::Tracks() const {
+  std::vector<ClipTrack> tracks(blank.size());
+  for (size_t t = 0; t < tracks.size(); ++t) {
+    tracks[t].isQuaternion = blank[t].isQuaternion;
+  }
+  for (const Timeline& timeline : timelines) {
+    const Keys* keys = timeline.keys.data();
+    for (const uint32_t frame : timeline.frames) {
+      for (const Group& group : timeline.groups) {
+        for (uint32_t lane = 0; lane < 4; ++lane) {
+          if ((group.present >> lane & 1u) != 0) {
+            tracks[group.track].channels[group.firstChannel + lane].push_back(
+                ClipKey{frame, keys->value[lane], keys->inTangent[lane], keys->outTangent[lane]});
+          }
+        }
+        ++keys;
+      }
+    }
+  }
+  return tracks;
+}
+
+}  // namespace nq::engine

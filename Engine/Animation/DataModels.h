@@ -1,0 +1,30 @@
+// The values behind the handles of data models: content that script gives once and that components
+// share.
+#ifndef NQ_ENGINE_ANIMATION_DATAMODELS_H_
+#define NQ_ENGINE_ANIMATION_DATAMODELS_H_
+
+#include "Common/Def/HandlerValue.h"
+#include "Engine/Animation/AnimationClipModel.h"
+#include "Engine/Animation/SkeletonBonesInverseModel.h"
+
+namespace nq::engine {
+
+class AnimationClipModelValue final : public HandlerValue {
+ public:
+  using HandlerValue::HandlerValue;
+  ~AnimationClipModelValue() override { delete model; }
+
+  AnimationClipModel* model = nullptr;  // set right after the value was issued
+};
+
+class SkeletonBonesInverseModelValue final : public HandlerValue {
+ public:
+  using HandlerValue::HandlerValue;
+  ~SkeletonBonesInverseModelValue() override { delete model; }
+
+  SkeletonBonesInverseModel* model = nullptr;  // set right after the value was issued
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_ANIMATION_DATAMODELS_H_

@@ -1,0 +1,47 @@
+// Samples of a clip's tracks at one moment.
+#ifndef NQ_ENGINE_ANIMATION_SAMPLEMAP_H_
+#define NQ_ENGINE_ANIMATION_SAMPLEMAP_H_
+
+#include <algorithm>
+#include <cstdint>
+#include <vector>
+
+#include "Engine/Animation/ClipSampling.h"
+
+namespace nq::engine {
+
+// One sample per target index, in ascending order of the indices. The indices are the clip model's
+// and live as long as it does.
+class SampleMap {
+ public:
+  uint32_t Size() const { return count; }
+
+  // The target index and the sample at a position.
+  uint32_t Target(uint32_t i) const { return targets[i]; }
+  const ClipSample& Sample(uint32_t i) const { return samples[i]; }
+
+  // The sample of a target index, or null.
+  const ClipSample* Find(uint32_t target) const {
+    const uint32_t* found = std::lower_bound(targets, targets + count, target);
+    return found != targets + count && *found == target ? &samples[found - targets] : nullptr;
+  }
+
+  // Makes room for `count` samples, which the caller fills. Keeps the memory of earlier use.
+  ClipSample* Reset(const uint32_t* targetIndices, uint32_t targetCount) {
+    targets = targetIndices;
+    count = targetCount;
+    if (samples.size() < count) {
+      samples.resize(count);
+    }
+    return samples.data();
+  }
+
+ private:
+  const uint32_t* targets = nullptr;
+  uint32_t count = 0;
+  std::vector<ClipSample> samples;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_ANIMATION_SAMPLEMAP_H_
