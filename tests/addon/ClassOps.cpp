@@ -3,6 +3,8 @@
 
 #include "BindingTemp/BindingEngine.h"
 #include "BindingTemp/BindingEngineBase.h"
+#include "BindingTemp/BindingEngineComponent.h"
+#include "BindingTemp/BindingEngineDataModel.h"
 #include "BindingTemp/BindingEngineEntity.h"
 #include "BindingTemp/RegisterClasses.h"
 #include "Engine/Entity/IEntity.h"
@@ -23,6 +25,12 @@ vx::internal::TypeInfo* TypeInfoNamed(const std::string& name) {
   }
   if (name == "BindingEngineEntity") {
     return type_id<engine::BindingEngineEntity>();
+  }
+  if (name == "BindingEngineComponent") {
+    return type_id<engine::BindingEngineComponent>();
+  }
+  if (name == "BindingEngineDataModel") {
+    return type_id<engine::BindingEngineDataModel>();
   }
   if (name == "IEntity") {
     return type_id<engine::IEntity>();
@@ -192,19 +200,24 @@ void InstallTwiceOp(const vx::CallbackInfo& info) {
 }
 
 // registerClasses(): the wrapper layer's own sequence, in this addon's registries. Returns
-// {Engine, EngineEntity: constructors, engineBases, entityBases: counts}.
+// {Engine, EngineEntity, EngineComponent, EngineDataModel: constructors, engineBases, entityBases,
+// componentBases, dataModelBases: counts}.
 void RegisterClassesOp(const vx::CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
   engine::RegisterClasses();
-  const vx::internal::TypeInfo* engineInfo = TypeInfoNamed("BindingEngine");
-  const vx::internal::TypeInfo* entityInfo = TypeInfoNamed("BindingEngineEntity");
   v8::Local<v8::Object> result = v8::Object::New(isolate);
   Set(isolate, result, "Engine", ConstructorOf<engine::BindingEngine>(isolate));
   Set(isolate, result, "EngineEntity", ConstructorOf<engine::BindingEngineEntity>(isolate));
-  Set(isolate, result, "engineBases",
-      Number(isolate, static_cast<double>(engineInfo->bases.size())));
-  Set(isolate, result, "entityBases",
-      Number(isolate, static_cast<double>(entityInfo->bases.size())));
+  Set(isolate, result, "EngineComponent", ConstructorOf<engine::BindingEngineComponent>(isolate));
+  Set(isolate, result, "EngineDataModel", ConstructorOf<engine::BindingEngineDataModel>(isolate));
+  const auto setBases = [isolate, result](const char* name, const char* className) {
+    const size_t count = TypeInfoNamed(className)->bases.size();
+    Set(isolate, result, name, Number(isolate, static_cast<double>(count)));
+  };
+  setBases("engineBases", "BindingEngine");
+  setBases("entityBases", "BindingEngineEntity");
+  setBases("componentBases", "BindingEngineComponent");
+  setBases("dataModelBases", "BindingEngineDataModel");
   info.GetReturnValue().Set(result);
 }
 
@@ -236,7 +249,8 @@ void InternalFieldsOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
-// unwrap(object): what receiver checks make of it, as {engine, entity}, true where not null.
+// unwrap(object): what receiver checks make of it, as {engine, entity, component, dataModel}, true
+// where not null.
 void UnwrapOp(const vx::CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
   v8::Local<v8::Object> object = ObjectArg(info, 0);
@@ -245,6 +259,10 @@ void UnwrapOp(const vx::CallbackInfo& info) {
       v8::Boolean::New(isolate, vx::Unwrap<engine::BindingEngine>(object) != nullptr));
   Set(isolate, result, "entity",
       v8::Boolean::New(isolate, vx::Unwrap<engine::BindingEngineEntity>(object) != nullptr));
+  Set(isolate, result, "component",
+      v8::Boolean::New(isolate, vx::Unwrap<engine::BindingEngineComponent>(object) != nullptr));
+  Set(isolate, result, "dataModel",
+      v8::Boolean::New(isolate, vx::Unwrap<engine::BindingEngineDataModel>(object) != nullptr));
   info.GetReturnValue().Set(result);
 }
 

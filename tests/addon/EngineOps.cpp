@@ -1,7 +1,13 @@
 // The native side of an "Engine" of the module: counts, references, what script can't ask for.
+#include <unistd.h>
+
+#include <csignal>
+#include <string>
 #include <vector>
 
 #include "BindingTemp/BindingEngine.h"
+#include "BindingTemp/BindingEngineComponent.h"
+#include "BindingTemp/BindingEngineDataModel.h"
 #include "BindingTemp/BindingEngineEntity.h"
 #include "Common/Def/EngineRuntime.h"
 #include "Engine/Entity/Entity.h"
@@ -13,6 +19,8 @@ namespace nq::test {
 namespace {
 
 using engine::BindingEngine;
+using engine::BindingEngineComponent;
+using engine::BindingEngineDataModel;
 using engine::BindingEngineEntity;
 using engine::EngineRuntime;
 
@@ -88,22 +96,53 @@ void EntityNameOp(const vx::CallbackInfo& info) {
                                 .ToLocalChecked());
 }
 
-// wrapperSizes(): {engine, entity} in bytes.
+// wrapperSizes(): {engine, entity, component, dataModel} in bytes.
 void WrapperSizesOp(const vx::CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
   v8::Local<v8::Object> result = v8::Object::New(isolate);
   Set(isolate, result, "engine", Number(isolate, sizeof(BindingEngine)));
   Set(isolate, result, "entity", Number(isolate, sizeof(BindingEngineEntity)));
+  Set(isolate, result, "component", Number(isolate, sizeof(BindingEngineComponent)));
+  Set(isolate, result, "dataModel", Number(isolate, sizeof(BindingEngineDataModel)));
   info.GetReturnValue().Set(result);
 }
 
 // construct(className): by the constructor that is meant for script; ends the process.
 void ConstructOp(const vx::CallbackInfo& info) {
-  if (StringArg(info, 0) == "Engine") {
+  const std::string className = StringArg(info, 0);
+  if (className == "Engine") {
     delete new BindingEngine(info);
-  } else {
+  } else if (className == "EngineEntity") {
     delete new BindingEngineEntity(info);
+  } else if (className == "EngineComponent") {
+    delete new BindingEngineComponent(info);
+  } else if (className == "EngineDataModel") {
+    delete new BindingEngineDataModel(info);
   }
+}
+
+// What WriteOnAbort writes. The memory is the caller's, who keeps it until the process ends.
+const uint8_t* abortBytes = nullptr;
+size_t abortLength = 0;
+
+// Safe in a signal handler: nothing but system calls.
+void WriteOnAbort(int /*signal*/) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  for (size_t i = 0; i < abortLength; ++i) {
+    const char text[2] = {kDigits[abortBytes[i] >> 4], kDigits[abortBytes[i] & 15]};
+    if (::write(STDOUT_FILENO, text, sizeof(text)) != static_cast<ssize_t>(sizeof(text))) {
+      ::_exit(1);
+    }
+  }
+}
+
+// writeOnAbort(buffer): if the process aborts, it writes the bytes of `buffer`, as they are by
+// then, to standard output ahead of its end, in hexadecimal digits.
+void WriteOnAbortOp(const vx::CallbackInfo& info) {
+  const vx::Bytes bytes = vx::ReadBytes(vx::Arg(info, 0));
+  abortBytes = bytes.data;
+  abortLength = bytes.length;
+  std::signal(SIGABRT, WriteOnAbort);
 }
 
 }  // namespace
@@ -120,6 +159,7 @@ void InstallEngineOps(v8::Local<v8::Object> exports) {
   Install(exports, "entityName", EntityNameOp);
   Install(exports, "wrapperSizes", WrapperSizesOp);
   Install(exports, "construct", ConstructOp);
+  Install(exports, "writeOnAbort", WriteOnAbortOp);
 }
 
 }  // namespace nq::test

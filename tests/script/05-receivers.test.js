@@ -10,26 +10,36 @@ const addon = require(addonPath);
 describe('receiver', () => {
   const engine = nq.getEngine();
   const entity = engine.createEntity(true, 2);
+  const component = engine.createComponent(2, 1, 1);
+  const dataModel = engine.createDataModel(2, new ArrayBuffer(64));
   const empty = new engine.constructor();
 
   it('has two internal fields, of which new leaves both empty', () => {
-    assert.deepStrictEqual(addon.internalFields(empty), { count: 2, undefinedFields: 2 });
-    assert.deepStrictEqual(addon.internalFields(new entity.constructor()), {
-      count: 2,
-      undefinedFields: 2,
-    });
-    assert.deepStrictEqual(addon.internalFields(engine), { count: 2, undefinedFields: 0 });
-    assert.deepStrictEqual(addon.internalFields(entity), { count: 2, undefinedFields: 0 });
+    for (const object of [engine, entity, component, dataModel]) {
+      assert.deepStrictEqual(addon.internalFields(object), { count: 2, undefinedFields: 0 });
+      const unbound = new object.constructor();
+      assert.deepStrictEqual(addon.internalFields(unbound), { count: 2, undefinedFields: 2 });
+    }
   });
 
   it('is taken for its own class only', () => {
-    assert.deepStrictEqual(addon.unwrap(engine), { engine: true, entity: false });
-    assert.deepStrictEqual(addon.unwrap(entity), { engine: false, entity: true });
-    assert.deepStrictEqual(addon.unwrap(empty), { engine: false, entity: false });
-    assert.deepStrictEqual(addon.unwrap({}), { engine: false, entity: false });
-    assert.deepStrictEqual(addon.unwrap(nq), { engine: false, entity: false });
-    assert.deepStrictEqual(addon.unwrap(new Uint8Array(4)), { engine: false, entity: false });
-    assert.deepStrictEqual(addon.unwrap(Object.create(engine)), { engine: false, entity: false });
+    const nothing = { engine: false, entity: false, component: false, dataModel: false };
+    for (const [object, expected] of [
+      [engine, { engine: true }],
+      [entity, { entity: true }],
+      [engine.createComponent(1), { component: true }],
+      [engine.createComponent(2, 1, 1), { component: true }],
+      [engine.createComponent(3, 0), { component: true }],
+      [engine.createDataModel(1, new ArrayBuffer(16)), { dataModel: true }],
+      [engine.createDataModel(7, new ArrayBuffer(16)), { dataModel: true }],
+      [empty, {}],
+      [{}, {}],
+      [nq, {}],
+      [new Uint8Array(4), {}],
+      [Object.create(engine), {}],
+    ]) {
+      assert.deepStrictEqual(addon.unwrap(object), Object.assign({}, nothing, expected));
+    }
   });
 
   it('is taken as it stands where the check is not made', () => {
@@ -43,6 +53,8 @@ describe('receiver', () => {
     ['an empty engine', empty],
     ['an entity', entity],
     ['an empty entity', new entity.constructor()],
+    ['a component', component],
+    ['a data model', dataModel],
     ['a plain object', {}],
     ['undefined', undefined],
     ['a number', 7],
@@ -54,6 +66,19 @@ describe('receiver', () => {
       assert.strictEqual(engine.setEntityName.call(receiver, entity.id, ''), null);
       assert.strictEqual(engine.setEntityName.call(receiver, entity.id, Symbol('x')), null);
       assert.strictEqual(addon.entityName(engine, entity.id), '');
+      for (const name of [
+        'updateAnimator',
+        'updateAnimators',
+        'updateSkinningMatrix',
+        'updateSkinningMatrices',
+        'createDataModel',
+        'createComponent',
+      ]) {
+        assert.strictEqual(engine[name].call(receiver), null, name);
+      }
+      assert.strictEqual(engine.createDataModel.call(receiver, 1), null);
+      assert.strictEqual(engine.createComponent.call(receiver, 2, 1), null);
+      assert.strictEqual(engine.createComponent.call(receiver, 3), null);
     });
   }
 
@@ -74,6 +99,20 @@ describe('receiver', () => {
   ]) {
     it(`ends the process by a fault: ${label}`, () => {
       assertFault(runScript('misuse.js', name));
+    });
+  }
+
+  for (const [name, label] of [
+    ['animatorOnEmpty', 'updateAnimator on an empty engine'],
+    ['animatorOnComponent', 'updateAnimator on a component'],
+    ['animatorsOnEntity', 'updateAnimators on an entity'],
+    ['skinningOnEmpty', 'updateSkinningMatrix on an empty engine'],
+    ['skinningsOnDataModel', 'updateSkinningMatrices on a data model'],
+    ['dataModelOnEmpty', 'createDataModel on an empty engine'],
+    ['componentOnDataModel', 'createComponent on a data model'],
+  ]) {
+    it(`ends the process by a fault: ${label}`, () => {
+      assertFault(runScript('animation.js', name));
     });
   }
 
@@ -98,6 +137,18 @@ describe('conversion', () => {
   ]) {
     it(`that fails ends the process in V8's own way: ${name}`, () => {
       assertHostFatal(runScript('misuse.js', name), 'v8::FromJust Maybe value is Nothing.');
+    });
+  }
+
+  for (const name of [
+    'animatorHandleThrows',
+    'skinningHandleIsSymbol',
+    'dataModelKindIsBigInt',
+    'clipCountThrows',
+    'boneCountIsSymbol',
+  ]) {
+    it(`that fails ends the process in V8's own way: ${name}`, () => {
+      assertHostFatal(runScript('animation.js', name), 'v8::FromJust Maybe value is Nothing.');
     });
   }
 });

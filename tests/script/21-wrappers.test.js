@@ -88,6 +88,23 @@ describe('BindingBase', () => {
     assert.strictEqual(afterEngine - before, sizes.engine);
     const kept = [engine.createEntity(true, 4095), engine.createEntity(false, 4096)];
     assert.strictEqual(addon.externalMemory() - afterEngine, 2 * sizes.entity);
-    assert.strictEqual(kept.length, 2);
+    const afterEntities = addon.externalMemory();
+    kept.push(
+      engine.createComponent(1, 4095),
+      engine.createComponent(2, 100, 1000),
+      engine.createComponent(2, 0, 5),
+      engine.createComponent(3, 200)
+    );
+    assert.strictEqual(addon.externalMemory() - afterEntities, 4 * sizes.component);
+    const afterComponents = addon.externalMemory();
+    // The bytes are V8's own, made ahead.
+    const bytes = new ArrayBuffer(6400);
+    const withBytes = addon.externalMemory() - afterComponents;
+    for (const kind of [1, 2, 7]) {
+      kept.push(engine.createDataModel(kind, bytes));
+    }
+    assert.strictEqual(addon.externalMemory() - afterComponents - withBytes, 3 * sizes.dataModel);
+    assert.strictEqual(kept.length, 9);
+    assert(sizes.component > 0 && sizes.dataModel > 0);
   });
 });

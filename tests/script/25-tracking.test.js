@@ -79,4 +79,55 @@ describe('object tracking', () => {
     assert.deepStrictEqual(addon.objectCounts(engine), { [label]: 0 });
     assert.notStrictEqual(kept.id, 0);
   });
+
+  // The labels of components and data models carry quotes too.
+  for (const [className, create, refused] of [
+    ['EngineComponent', (engine) => engine.createComponent(1, 3), [1, 4096]],
+    ['EngineComponent', (engine) => engine.createComponent(2, 1, 3), [2, 0, 3]],
+    ['EngineComponent', (engine) => engine.createComponent(3, 3), [3, 0]],
+    ['EngineDataModel', (engine) => engine.createDataModel(1, new ArrayBuffer(20)), null],
+    ['EngineDataModel', (engine) => engine.createDataModel(2, new ArrayBuffer(64)), null],
+    ['EngineDataModel', (engine) => engine.createDataModel(7, new ArrayBuffer(64)), null],
+  ]) {
+    const name = `"${className}"`;
+
+    it(`counts ${create.toString().slice(19)} under ${name}, until it is collected`, async () => {
+      const engine = nq.getEngine();
+      addon.enableObjectTracking(engine);
+      const kept = [create(engine), create(engine)];
+      if (refused !== null) {
+        kept.push(engine.createComponent(...refused));
+        assert.strictEqual(kept[2].id, 0);
+      }
+      assert.deepStrictEqual(addon.objectCounts(engine), { [name]: kept.length });
+      (() => {
+        for (let i = 0; i < 20; ++i) {
+          create(engine);
+        }
+      })();
+      assert(addon.objectCounts(engine)[name] > kept.length);
+      assert(await collectUntil(() => addon.objectCounts(engine)[name] === kept.length));
+    });
+  }
+
+  it('counts classes apart, and nothing that was refused with null', () => {
+    const engine = nq.getEngine();
+    addon.enableObjectTracking(engine);
+    const kept = [
+      engine.createDataModel(2, new ArrayBuffer(0)),
+      engine.createComponent(2, 1, 1),
+      engine.createEntity(),
+      engine.createComponent(3, 1),
+    ];
+    for (const args of [[], [0], [4, 1], [2, 1], [3]]) {
+      assert.strictEqual(engine.createComponent(...args), null);
+    }
+    assert.strictEqual(engine.createDataModel(1), null);
+    assert.deepStrictEqual(addon.objectCounts(engine), {
+      [label]: 1,
+      '"EngineComponent"': 2,
+      '"EngineDataModel"': 1,
+    });
+    assert.strictEqual(kept.length, 4);
+  });
 });
