@@ -1,0 +1,319 @@
+'use strict';
+// Looks at a glTF file for what would send its reader astray: its container, its trees, its numbers.
+
+const kGlbMagic = 0x46546c67; // "glTF"
+const kGlbHeaderBytes = 12;
+const kChunkHeaderBytes = 8;
+const kJsonChunk = 0x4e4f534a; // "JSON"
+const kBinaryChunk = 0x004e4942; // "BIN"
+
+const kFloat = 5126;
+const kUnsignedInt = 5125;
+const componentBytes = { 5120: 1, 5121: 1, 5122: 2, 5123: 2, 5125: 4, 5126: 4 };
+const elementWidths = { SCALAR: 1, VEC2: 2, VEC3: 3, VEC4: 4, MAT2: 4, MAT3: 9, MAT4: 16 };
+
+/** More than any clip has keys; an accessor without bytes may state any number. */
+const kMostElements = 2 ** 22;
+
+/** Numbers that each property of a node's transform has. */
+const transformWidths = { translation: 3, rotation: 4, scale: 3, matrix: 16 };
+
+/** Extensions that change nothing about nodes, skins and animations. */
+const harmlessExtension =
+  /^(KHR_(materials|texture)_\w+|EXT_texture_\w+|KHR_(mesh_quantization|draco_mesh_compression|lights_punctual))$/;
+
+const kExportAgain = 'export it again as glTF 2.0';
+
+/** What is wrong with a file, or with how it was asked for: what, where in it, and the cure. */
+class GltfError extends Error {
+  constructor(message) {
+    super(message);
+    this.name = 'GltfError';
+  }
+}
+
+/** One line of any text. */
+function oneLine(text) {
+  return String(text)
+    .replace(/[\s\x00-\x1f\x7f]+/g, ' ') // eslint-disable-line no-control-regex
+    .trim();
+}
+
+/** A kind of thing in a file, with its name where it has one. */
+function labelOf(kind, index, { name }) {
+  return typeof name === 'string' && name !== ''
+    ? `${kind} ${index} '${oneLine(name)}'`
+    : `${kind} ${index}`;
+}
+
+function isObject(value) {
+  return typeof value === 'object' && value !== null && !Array.isArray(value);
+}
+
+function isIndex(value, count) {
+  return Number.isInteger(value) && value >= 0 && value < count;
+}
+
+function isCount(value) {
+  return Number.isInteger(value) && value >= 0;
+}
+
+/**
+ * A list of the file's JSON, empty if there is none.
+ * @throws {GltfError} if it is not a list of objects
+ */
+function listOf(label, json, property) {
+  const list = json[property] === undefined ? [] : json[property];
+  if (!Array.isArray(list) || !list.every(isObject)) {
+    throw new GltfError(`${label}: its list of ${property} is broken: ${kExportAgain}.`);
+  }
+  return list;
+}
+
+function parseJson(label, bytes) {
+  let json;
+  try {
+    json = JSON.parse(
+      Buffer.from(bytes)
+        .toString('utf8')
+        .replace(/^\ufeff/, '')
+    );
+  } catch (error) {
+    throw new GltfError(
+      `${label}: its JSON is broken, ${oneLine(error.message)}: ${kExportAgain}.`
+    );
+  }
+  if (!isObject(json)) {
+    throw new GltfError(`${label}: its JSON is not an object: ${kExportAgain}.`);
+  }
+  return json;
+}
+
+/**
+ * Opens a binary file, following its chunks to their ends.
+ * @param {string} label
+ * @param {Buffer} bytes
+ */
+function openBinary(label, bytes) {
+  const cutShort = (size) =>
+    new GltfError(
+      `${label}: it is cut short, ${bytes.length} of ${size} bytes: copy or export it again.`
+    );
+  if (bytes.length < kGlbHeaderBytes) {
+    throw cutShort(kGlbHeaderBytes);
+  }
+  const version = bytes.readUInt32LE(4);
+  if (version !== 2) {
+    throw new GltfError(`${label}: it is a binary glTF of version ${version}: ${kExportAgain}.`);
+  }
+  const size = bytes.readUInt32LE(8);
+  if (bytes.length < size) {
+    throw cutShort(size);
+  }
+  const chunks = [];
+  for (let at = kGlbHeaderBytes; at < size; ) {
+    const start = at + kChunkHeaderBytes;
+    const end = start + (start <= size ? bytes.readUInt32LE(at) : 0);
+    if (end > size) {
+      const trouble = `a chunk of it ends at byte ${end} of ${size}`;
+      throw new GltfError(`${label}: ${trouble}: copy or export it again.`);
+    }
+    chunks.push({ type: bytes.readUInt32LE(at + 4), content: bytes.slice(start, end) });
+    at = end;
+  }
+  if (chunks.length === 0 || chunks[0].type !== kJsonChunk) {
+    throw new GltfError(`${label}: it does not begin with a JSON chunk: ${kExportAgain}.`);
+  }
+  const hasBinary = chunks.length > 1 && chunks[1].type === kBinaryChunk;
+  return {
+    json: parseJson(label, chunks[0].content),
+    binary: hasBinary ? chunks[1].content : null,
+  };
+}
+
+/**
+ * Opens a file of either form.
+ * @param {string} label
+ * @param {Buffer} bytes
+ * @returns {{json: Object, binary: ?Buffer}}
+ * @throws {GltfError}
+ */
+function openContainer(label, bytes) {
+  if (bytes.length >= 4 && bytes.readUInt32LE(0) === kGlbMagic) {
+    return openBinary(label, bytes);
+  }
+  if (!/^(\xef\xbb\xbf)?\s*\{/.test(bytes.toString('latin1', 0, 64))) {
+    throw new GltfError(`${label}: it is not a glTF file: give a .glb or .gltf file.`);
+  }
+  return { json: parseJson(label, bytes), binary: null };
+}
+
+/** Throws unless a file is of a version and needs no extension that this reader doesn't know. */
+function checkVersion(label, json) {
+  const { version, minVersion } = isObject(json.asset) ? json.asset : {};
+  if (!/^2\.\d+$/.test(version) || (minVersion !== undefined && minVersion !== '2.0')) {
+    throw new GltfError(`${label}: it is not of glTF version 2.0: ${kExportAgain}.`);
+  }
+  for (const name of Array.isArray(json.extensionsRequired) ? json.extensionsRequired : []) {
+    if (!harmlessExtension.test(name)) {
+      const trouble = `it needs the extension '${oneLine(name)}', which is not supported`;
+      throw new GltfError(`${label}: ${trouble}: export it without.`);
+    }
+  }
+}
+
+/** Throws unless a node's transform is made of numbers that a float can hold. */
+function checkTransform(label, node) {
+  const fits = (number) => typeof number === 'number' && Number.isFinite(Math.fround(number));
+  for (const name of Object.keys(transformWidths)) {
+    const value = node[name];
+    const width = transformWidths[name];
+    if (
+      value !== undefined &&
+      !(Array.isArray(value) && value.length === width && value.every(fits))
+    ) {
+      throw new GltfError(`${label}: its ${name} is not ${width} numbers: ${kExportAgain}.`);
+    }
+  }
+}
+
+/** Throws unless a list, where there is one, holds indices; returns it. */
+function checkIndices(label, property, list, count) {
+  if (list === undefined) {
+    return [];
+  }
+  if (!Array.isArray(list) || !list.every((index) => isIndex(index, count))) {
+    throw new GltfError(
+      `${label}: its ${property} name nodes that are not there: ${kExportAgain}.`
+    );
+  }
+  return list;
+}
+
+/**
+ * Checks the nodes and puts them in order.
+ * @param {string} label
+ * @param {Object} json
+ * @returns {{order: number[], parents: Map<number, number>}} depth first, parents ahead of children
+ * @throws {GltfError} unless the nodes form trees
+ */
+function orderNodes(label, json) {
+  const nodes = listOf(label, json, 'nodes');
+  const parents = new Map();
+  nodes.forEach((node, index) => {
+    const nodeLabel = `${label}: ${labelOf('node', index, node)}`;
+    checkTransform(nodeLabel, node);
+    for (const child of checkIndices(nodeLabel, 'children', node.children, nodes.length)) {
+      if (parents.has(child)) {
+        const childLabel = labelOf('node', child, nodes[child]);
+        throw new GltfError(`${label}: ${childLabel} has two parents: ${kExportAgain}.`);
+      }
+      parents.set(child, index);
+    }
+  });
+  const order = [];
+  const stack = nodes.map((node, index) => index).filter((index) => !parents.has(index));
+  stack.reverse();
+  while (stack.length > 0) {
+    const index = stack.pop();
+    order.push(index);
+    stack.push(...(nodes[index].children || []).slice().reverse());
+  }
+  // With one parent each, what no root leads to goes round in a circle.
+  if (order.length !== nodes.length) {
+    const reached = new Set(order);
+    const lost = nodes.findIndex((node, index) => !reached.has(index));
+    const lostLabel = labelOf('node', lost, nodes[lost]);
+    throw new GltfError(`${label}: ${lostLabel} is its own ancestor: ${kExportAgain}.`);
+  }
+  return { order, parents };
+}
+
+/** Throws unless elements lie within their buffer view, and that within its buffer. */
+function checkPlace(label, json, place, count, elementBytes) {
+  const views = listOf(label, json, 'bufferViews');
+  const buffers = listOf(label, json, 'buffers');
+  const view = isIndex(place.bufferView, views.length) ? views[place.bufferView] : null;
+  if (view === null || !isIndex(view.buffer, buffers.length)) {
+    throw new GltfError(`${label}: its buffer view or buffer is not there: ${kExportAgain}.`);
+  }
+  const offset = place.byteOffset === undefined ? 0 : place.byteOffset;
+  const viewOffset = view.byteOffset === undefined ? 0 : view.byteOffset;
+  const stride = view.byteStride === undefined ? elementBytes : view.byteStride;
+  const end = offset + (count - 1) * stride + elementBytes;
+  const sound = [offset, viewOffset, view.byteLength, buffers[view.buffer].byteLength].every(
+    isCount
+  );
+  if (!sound || !isCount(stride) || stride < elementBytes || end > view.byteLength) {
+    throw new GltfError(`${label}: its elements do not fit into its buffer view: ${kExportAgain}.`);
+  }
+  if (viewOffset + view.byteLength > buffers[view.buffer].byteLength) {
+    throw new GltfError(`${label}: its buffer view does not fit into its buffer: ${kExportAgain}.`);
+  }
+}
+
+/**
+ * Checks that an accessor is there, of a form that fits, and within its bytes.
+ * @param {string} label of what uses it
+ * @param {Object} json
+ * @param {*} index
+ * @param {{what: string, type: string, onlyFloats: boolean}} form
+ * @returns {Object} the accessor's JSON
+ * @throws {GltfError}
+ */
+function checkAccessor(label, json, index, { what, type, onlyFloats }) {
+  const accessors = listOf(label, json, 'accessors');
+  if (!isIndex(index, accessors.length)) {
+    throw new GltfError(`${label}: the accessor of its ${what} is not there: ${kExportAgain}.`);
+  }
+  const accessor = accessors[index];
+  const { componentType, count, normalized, sparse } = accessor;
+  if (accessor.type !== type) {
+    const trouble = `its ${what} are of type ${oneLine(accessor.type)}, not ${type}`;
+    throw new GltfError(`${label}: ${trouble}: ${kExportAgain}.`);
+  }
+  const bytes = componentBytes[componentType];
+  const fits = onlyFloats ? componentType === kFloat : bytes && componentType !== kUnsignedInt;
+  if (!fits || (!onlyFloats && componentType !== kFloat && normalized !== true)) {
+    const wanted = onlyFloats ? 'floats' : 'floats or normalized integers of 8 or 16 bits';
+    throw new GltfError(`${label}: its ${what} are not ${wanted}: ${kExportAgain}.`);
+  }
+  if (!isCount(count) || count === 0) {
+    throw new GltfError(`${label}: its ${what} are none: ${kExportAgain}.`);
+  }
+  if (count > kMostElements) {
+    throw new GltfError(
+      `${label}: its ${what} are ${count}, over ${kMostElements}: ${kExportAgain}.`
+    );
+  }
+  const elementBytes = bytes * elementWidths[type];
+  if (accessor.bufferView !== undefined) {
+    checkPlace(`${label}, ${what}`, json, accessor, count, elementBytes);
+  }
+  if (sparse !== undefined) {
+    const { indices, values } = isObject(sparse) ? sparse : {};
+    const indexBytes = isObject(indices) && componentBytes[indices.componentType];
+    if (!indexBytes || !isObject(values) || !isCount(sparse.count) || !(sparse.count <= count)) {
+      throw new GltfError(`${label}: the sparse part of its ${what} is broken: ${kExportAgain}.`);
+    }
+    checkPlace(`${label}, ${what}`, json, indices, sparse.count, indexBytes);
+    checkPlace(`${label}, ${what}`, json, values, sparse.count, elementBytes);
+  }
+  return accessor;
+}
+
+module.exports = {
+  GltfError,
+  checkAccessor,
+  checkIndices,
+  checkVersion,
+  elementWidths,
+  isIndex,
+  isObject,
+  kExportAgain,
+  labelOf,
+  listOf,
+  oneLine,
+  openContainer,
+  orderNodes,
+};

@@ -1,0 +1,536 @@
+'use strict';
+// Imports glTF 2.0 files: nodes, skins, and animations as clips. How a file maps to the result is
+// described in docs/content.md. Needs the package @gltf-transform/core, and looks for it on first use.
+const fs = require('fs');
+const path = require('path');
+const {
+  GltfError,
+  checkAccessor,
+  checkIndices,
+  checkVersion,
+  elementWidths,
+  isIndex,
+  isObject,
+  kExportAgain,
+  labelOf,
+  listOf,
+  oneLine,
+  openContainer,
+  orderNodes,
+} = require('./gltf-check');
+const { convertAnimation } = require('./gltf-clip');
+
+const kLibrary = '@gltf-transform/core';
+const kMatrixFloats = 16;
+const kMostFramesPerSecond = 1000;
+
+/** Numbers of an animated property; others are left out. */
+const pathTypes = { translation: 'VEC3', rotation: 'VEC4', scale: 'VEC3' };
+
+const interpolations = ['LINEAR', 'STEP', 'CUBICSPLINE'];
+
+/**
+ * @typedef {Object} ImportedNode
+ * @property {string} name '' if it has none
+ * @property {number} fileIndex its index in the file, where parents may follow their children
+ * @property {number} parent index of its parent in the result, which is smaller than its own, or -1
+ * @property {number[]} translation x, y, z
+ * @property {number[]} rotation x, y, z, w
+ * @property {number[]} scale x, y, z
+ * @property {number} skin index, or -1
+ * @property {number} mesh index in the file, or -1
+ */
+
+/**
+ * @typedef {Object} ImportedSkin
+ * @property {string} name
+ * @property {number[]} joints indices of nodes
+ * @property {ArrayBuffer} inverseBindMatrices 64 bytes a joint, for `engine.createDataModel(2, …)`;
+ *     identities where the file has none
+ */
+
+/**
+ * @typedef {Object} ImportedAnimation
+ * @property {string} name
+ * @property {number} framesPerSecond
+ * @property {number} frameCount frames after which the clip starts again
+ * @property {number} duration seconds until its last key
+ * @property {number[]} targets index of a node for each target of the clip
+ * @property {ArrayBuffer} clip for `engine.createDataModel(1, …)`
+ */
+
+/**
+ * @typedef {Object} ImportedModel
+ * @property {ImportedNode[]} nodes parents ahead of their children, depth first
+ * @property {number[]} roots indices of the nodes without parents
+ * @property {Array<{name: string, nodes: number[]}>} scenes
+ * @property {number} defaultScene index of the scene to show, or -1 if the file names none
+ * @property {ImportedSkin[]} skins
+ * @property {ImportedAnimation[]} animations
+ * @property {string[]} warnings what was left out or resampled, a line each
+ */
+
+/**
+ * @typedef {Object} ImportOptions
+ * @property {string} [name] of the file in messages; by default its path
+ * @property {number} [framesPerSecond] rate of all clips; by default each gets the rate of its keys
+ * @property {boolean} [holdEnd] adds a frame to each clip, so that its last key can be reached: for
+ *     clips that stop at their ends. Without, a clip starts again where its last key stands
+ */
+
+/** The library that takes accessors and matrices apart. */
+function loadLibrary() {
+  try {
+    return require(kLibrary);
+  } catch (error) {
+    if (error.code !== 'MODULE_NOT_FOUND' || !error.message.includes(kLibrary)) {
+      throw error;
+    }
+    const cure = `install it by 'npm install ${kLibrary}@2.5.1'`;
+    throw new GltfError(`importGltf needs the package ${kLibrary}, which is not there: ${cure}.`);
+  }
+}
+
+/** What a failed file operation means, in words. */
+function fileTrouble(error) {
+  const words = {
+    ENOENT: 'there is no such file',
+    EACCES: 'permission is denied',
+    EISDIR: 'it is a folder',
+    ENOTDIR: 'part of its path is a file, not a folder',
+  };
+  return words[error.code] || oneLine(error.message);
+}
+
+/** Options with their defaults, checked. */
+function checkOptions(options) {
+  if (!isObject(options)) {
+    throw new TypeError('importGltf: options is not an object: leave it out or give an object.');
+  }
+  const { name, framesPerSecond, holdEnd = false } = options;
+  if (name !== undefined && typeof name !== 'string') {
+    throw new TypeError('importGltf: options.name is not a string: leave it out or give a string.');
+  }
+  if (typeof holdEnd !== 'boolean') {
+    throw new TypeError('importGltf: options.holdEnd is neither true nor false: give one of them.');
+  }
+  if (
+    framesPerSecond !== undefined &&
+    !(isIndex(framesPerSecond, kMostFramesPerSecond + 1) && framesPerSecond > 0)
+  ) {
+    const cure = `leave it out or give a whole number from 1 to ${kMostFramesPerSecond}`;
+    throw new RangeError(`importGltf: options.framesPerSecond is no frame rate: ${cure}.`);
+  }
+  return { name, framesPerSecond, holdEnd };
+}
+
+/** The bytes to import, what to call them, and the folder of what they refer to. */
+async function readSource(source, name) {
+  if (typeof source === 'string') {
+    const label = `model '${name === undefined ? source : name}'`;
+    try {
+      return { label, bytes: await fs.promises.readFile(source), folder: path.dirname(source) };
+    } catch (error) {
+      const cure = 'give the path of a .glb or .gltf file';
+      throw new GltfError(`${label}: it can't be read, ${fileTrouble(error)}: ${cure}.`);
+    }
+  }
+  const label = name === undefined ? 'model' : `model '${name}'`;
+  if (ArrayBuffer.isView(source)) {
+    const bytes = Buffer.from(source.buffer, source.byteOffset, source.byteLength);
+    return { label, bytes, folder: null };
+  }
+  if (source instanceof ArrayBuffer || source instanceof SharedArrayBuffer) {
+    return { label, bytes: Buffer.from(source), folder: null };
+  }
+  throw new TypeError('importGltf: the source is neither a path nor bytes: give one of them.');
+}
+
+/** The bytes of a buffer of the file. */
+async function readBuffer(label, buffer, index, { binary, folder }) {
+  const { uri } = buffer;
+  const bufferLabel = `${label}: ${labelOf('buffer', index, buffer)}`;
+  let bytes = binary;
+  if (uri === undefined) {
+    if (index !== 0 || binary === null) {
+      throw new GltfError(`${bufferLabel}: its bytes are not in the file: ${kExportAgain}.`);
+    }
+  } else if (typeof uri !== 'string') {
+    throw new GltfError(`${bufferLabel}: its URI is not a string: ${kExportAgain}.`);
+  } else if (/^data:/.test(uri)) {
+    const [, encoding, data] = /^data:[^,]*?(;base64)?,(.*)$/.exec(uri) || [];
+    if (encoding === undefined) {
+      throw new GltfError(`${bufferLabel}: its data URI is not in base64: ${kExportAgain}.`);
+    }
+    bytes = Buffer.from(data, 'base64');
+  } else if (folder === null || /^\w\w+:/.test(uri)) {
+    const cure =
+      folder === null ? 'import it by its path, or export it as one .glb' : 'export it as one .glb';
+    throw new GltfError(`${bufferLabel}: its bytes are elsewhere, in '${oneLine(uri)}': ${cure}.`);
+  } else {
+    try {
+      bytes = await fs.promises.readFile(path.resolve(folder, decodeURIComponent(uri)));
+    } catch (error) {
+      const cure = 'put that file there, or export the model as one .glb';
+      const trouble = `its file '${oneLine(uri)}' can't be read, ${fileTrouble(error)}`;
+      throw new GltfError(`${bufferLabel}: ${trouble}: ${cure}.`);
+    }
+  }
+  if (bytes.length < buffer.byteLength) {
+    const sizes = `${bytes.length} of ${buffer.byteLength} bytes`;
+    throw new GltfError(`${bufferLabel}: it is cut short, ${sizes}: copy or export it again.`);
+  }
+  return bytes;
+}
+
+/** Checks the skins; the accessors of their matrices are `used`. */
+function checkSkins(label, json, used) {
+  const nodeCount = listOf(label, json, 'nodes').length;
+  listOf(label, json, 'skins').forEach((skin, index) => {
+    const skinLabel = `${label}: ${labelOf('skin', index, skin)}`;
+    const joints = checkIndices(skinLabel, 'joints', skin.joints, nodeCount);
+    if (joints.length === 0) {
+      throw new GltfError(`${skinLabel}: it has no joints: ${kExportAgain}.`);
+    }
+    if (skin.inverseBindMatrices !== undefined) {
+      const form = { what: 'inverse bind matrices', type: 'MAT4', onlyFloats: true };
+      const { count } = checkAccessor(skinLabel, json, skin.inverseBindMatrices, form);
+      if (count < joints.length) {
+        const trouble = `it has ${joints.length} joints, but ${count} inverse bind matrices`;
+        throw new GltfError(`${skinLabel}: ${trouble}: ${kExportAgain}.`);
+      }
+      used.add(skin.inverseBindMatrices);
+    }
+  });
+}
+
+/**
+ * Checks a channel; its accessors are `used`.
+ * @returns {?Object} null if it moves what is not supported
+ */
+function checkChannel(animationLabel, json, animation, index, used, warnings) {
+  const nodes = listOf('', json, 'nodes');
+  const { sampler, target } = animation.channels[index];
+  const property = isObject(target) ? target.path : undefined;
+  if (pathTypes[property] === undefined) {
+    const what = property === 'weights' ? 'morph weights' : `'${oneLine(property)}'`;
+    warnings.push(
+      `${animationLabel}, channel ${index}: it moves ${what}, which no clip can: left out.`
+    );
+    return null;
+  }
+  if (!isIndex(target.node, nodes.length)) {
+    const trouble = 'it has no node';
+    throw new GltfError(
+      `${animationLabel}, channel ${index} (${property}): ${trouble}: ${kExportAgain}.`
+    );
+  }
+  const label = `${animationLabel}, ${labelOf(
+    'node',
+    target.node,
+    nodes[target.node]
+  )} (${property})`;
+  if (!isIndex(sampler, animation.samplers.length)) {
+    throw new GltfError(`${label}: its sampler is not there: ${kExportAgain}.`);
+  }
+  const { input, output, interpolation = 'LINEAR' } = animation.samplers[sampler];
+  if (!interpolations.includes(interpolation)) {
+    const trouble = `its interpolation '${oneLine(interpolation)}' is none of glTF`;
+    throw new GltfError(`${label}: ${trouble}: ${kExportAgain}.`);
+  }
+  const timeForm = { what: 'key times', type: 'SCALAR', onlyFloats: true };
+  const { count: times } = checkAccessor(label, json, input, timeForm);
+  const valueForm = { what: 'key values', type: pathTypes[property], onlyFloats: false };
+  const { count: values } = checkAccessor(label, json, output, valueForm);
+  const wanted = interpolation === 'CUBICSPLINE' ? 3 * times : times;
+  if (values !== wanted) {
+    const trouble = `its ${times} keys need ${wanted} values, but have ${values}`;
+    throw new GltfError(`${label}: ${trouble}: ${kExportAgain}.`);
+  }
+  used.add(input);
+  used.add(output);
+  return { label, node: target.node, path: property, interpolation, input, output };
+}
+
+/** Checks the animations, and lists the channels of each that can be imported. */
+function checkAnimations(label, json, used, warnings) {
+  return listOf(label, json, 'animations').map((animation, index) => {
+    const animationLabel = `${label}: ${labelOf('animation', index, animation)}`;
+    listOf(animationLabel, animation, 'samplers');
+    const channels = listOf(animationLabel, animation, 'channels')
+      .map((_, i) => checkChannel(animationLabel, json, animation, i, used, warnings))
+      .filter((channel) => channel !== null);
+    const seen = new Set();
+    for (const channel of channels) {
+      const key = `${channel.node} ${channel.path}`;
+      if (seen.has(key)) {
+        throw new GltfError(`${channel.label}: two channels move it: ${kExportAgain}.`);
+      }
+      seen.add(key);
+    }
+    return { label: animationLabel, name: nameOf(animation), channels };
+  });
+}
+
+function nameOf({ name }) {
+  return typeof name === 'string' ? name : '';
+}
+
+/** Gives each of some indices a new one, in order. */
+class Selection {
+  constructor(list) {
+    this.list = list;
+    this.indices = new Map();
+  }
+
+  add(index) {
+    if (!this.indices.has(index)) {
+      this.indices.set(index, this.indices.size);
+    }
+    return this.indices.get(index);
+  }
+
+  items(change) {
+    return Array.from(this.indices.keys(), (index) => change(this.list[index]));
+  }
+}
+
+/**
+ * The part of a file that is imported, so that meshes are not decoded, and that images that are
+ * missing, or forms of meshes that the library doesn't know, are no trouble.
+ */
+function reduce(json, used) {
+  const views = new Selection(json.bufferViews || []);
+  const buffers = new Selection(json.buffers || []);
+  const accessors = new Selection(json.accessors || []);
+  used.forEach((index) => accessors.add(index));
+  const place = (part) =>
+    part.bufferView === undefined
+      ? part
+      : // Without an offset of their own, the library would read sparse parts at the accessor's.
+        Object.assign({ byteOffset: 0 }, part, { bufferView: views.add(part.bufferView) });
+  const reduced = {
+    asset: { version: '2.0' },
+    accessors: accessors.items(
+      ({ bufferView, byteOffset, componentType, normalized, count, type, sparse }) => {
+        const accessor = place({
+          bufferView,
+          byteOffset: byteOffset || 0,
+          componentType,
+          normalized: !!normalized,
+          count,
+          type,
+        });
+        if (sparse !== undefined) {
+          const { count: sparseCount, indices, values } = sparse;
+          accessor.sparse = { count: sparseCount, indices: place(indices), values: place(values) };
+        }
+        return accessor;
+      }
+    ),
+    bufferViews: views.items(({ buffer, byteOffset, byteLength, byteStride }) => ({
+      buffer: buffers.add(buffer),
+      byteOffset,
+      byteLength,
+      byteStride,
+    })),
+    buffers: buffers.items(({ byteLength }) => ({ byteLength })),
+    nodes: (json.nodes || []).map(({ translation, rotation, scale, matrix }) => ({
+      translation,
+      rotation,
+      scale,
+      matrix,
+    })),
+  };
+  return { reduced, accessors, buffers };
+}
+
+/** Hands the part of a file that is imported to the library. */
+async function decode(label, json, used, container) {
+  const { Logger, NodeIO } = loadLibrary();
+  const { reduced, accessors, buffers } = reduce(json, used);
+  const resources = {};
+  for (const [fileIndex, index] of buffers.indices) {
+    const uri = `buffer${index}`;
+    reduced.buffers[index].uri = uri;
+    resources[uri] = await readBuffer(label, json.buffers[fileIndex], fileIndex, container);
+  }
+  const io = new NodeIO().setLogger(new Logger(Logger.Verbosity.SILENT));
+  const root = (await io.readJSON({ json: reduced, resources })).getRoot();
+  const decoded = root.listAccessors();
+  const elements = new Map();
+  return {
+    nodes: root.listNodes(),
+    /** All elements of an accessor of the file; normalised integers become fractions. */
+    elementsOf(fileIndex) {
+      if (!elements.has(fileIndex)) {
+        elements.set(
+          fileIndex,
+          readElements(decoded[accessors.indices.get(fileIndex)], json.accessors[fileIndex])
+        );
+      }
+      return elements.get(fileIndex);
+    },
+  };
+}
+
+function readElements(accessor, { count, type }) {
+  const width = elementWidths[type];
+  const elements = new Float64Array(count * width);
+  // An accessor without bytes is all zero.
+  if (accessor.getArray() !== null) {
+    const element = [];
+    for (let i = 0; i < count; ++i) {
+      elements.set(accessor.getElement(i, element), i * width);
+    }
+  }
+  return elements;
+}
+
+/** A channel with its keys, checked. */
+function trackOf(channel, decoded, places) {
+  const { label, input, output, interpolation } = channel;
+  const times = decoded.elementsOf(input);
+  const values = decoded.elementsOf(output);
+  for (let i = 0; i < times.length; ++i) {
+    if (!(times[i] >= 0 && times[i] < Infinity)) {
+      throw new GltfError(`${label}: the time of its key ${i} is ${times[i]}: ${kExportAgain}.`);
+    }
+    if (i > 0 && !(times[i] > times[i - 1])) {
+      const trouble = `its key ${i} is at ${times[i]} seconds, the one ahead at ${times[i - 1]}`;
+      throw new GltfError(`${label}: ${trouble}: sort its keys, and export it again.`);
+    }
+  }
+  const wrong = values.findIndex((value) => !Number.isFinite(value));
+  if (wrong >= 0) {
+    const key = Math.floor((wrong * times.length) / values.length);
+    throw new GltfError(
+      `${label}: a value of its key ${key} is ${values[wrong]}: ${kExportAgain}.`
+    );
+  }
+  return {
+    label,
+    node: places.get(channel.node),
+    path: channel.path,
+    interpolation,
+    times,
+    values,
+  };
+}
+
+/** The matrices of a skin as bytes. */
+function inverseBindMatrices(label, { joints, inverseBindMatrices: accessor }, decoded) {
+  const matrices = new Float32Array(kMatrixFloats * joints.length);
+  if (accessor !== undefined) {
+    matrices.set(decoded.elementsOf(accessor).subarray(0, matrices.length));
+  } else {
+    matrices.forEach((_, i) => {
+      matrices[i] = (i % kMatrixFloats) % 5 === 0 ? 1 : 0;
+    });
+  }
+  const wrong = matrices.findIndex((value) => !Number.isFinite(value));
+  if (wrong >= 0) {
+    const joint = Math.floor(wrong / kMatrixFloats);
+    const trouble = `the inverse bind matrix of its joint ${joint} is not of finite numbers`;
+    throw new GltfError(`${label}: ${trouble}: ${kExportAgain}.`);
+  }
+  return matrices.buffer;
+}
+
+/** Index of another thing in the file, or -1; throws if that is not there. */
+function reference(label, what, index, count) {
+  if (index !== undefined && !isIndex(index, count)) {
+    throw new GltfError(`${label}: its ${what} is not there: ${kExportAgain}.`);
+  }
+  return index === undefined ? -1 : index;
+}
+
+/** The nodes in order; `places` tells where each node of the file went. */
+function importNodes(label, json, { order, parents }, decoded, places) {
+  const skinCount = listOf(label, json, 'skins').length;
+  const meshCount = listOf(label, json, 'meshes').length;
+  return order.map((fileIndex) => {
+    const source = json.nodes[fileIndex];
+    const nodeLabel = `${label}: ${labelOf('node', fileIndex, source)}`;
+    const node = decoded.nodes[fileIndex];
+    const result = {
+      name: nameOf(source),
+      fileIndex,
+      parent: parents.has(fileIndex) ? places.get(parents.get(fileIndex)) : -1,
+      translation: Array.from(node.getTranslation()),
+      rotation: Array.from(node.getRotation()),
+      scale: Array.from(node.getScale()),
+      skin: reference(nodeLabel, 'skin', source.skin, skinCount),
+      mesh: reference(nodeLabel, 'mesh', source.mesh, meshCount),
+    };
+    if (!result.rotation.every(Number.isFinite)) {
+      const cure = 'give it translation, rotation and scale instead';
+      throw new GltfError(`${nodeLabel}: its matrix has no rotation: ${cure}.`);
+    }
+    return result;
+  });
+}
+
+function importScenes(label, json, parents, places) {
+  return listOf(label, json, 'scenes').map((scene, index) => {
+    const sceneLabel = `${label}: ${labelOf('scene', index, scene)}`;
+    const nodes = checkIndices(sceneLabel, 'nodes', scene.nodes, places.size);
+    const child = nodes.find((node) => parents.has(node));
+    if (child !== undefined) {
+      const nodeLabel = labelOf('node', child, json.nodes[child]);
+      throw new GltfError(`${sceneLabel}: its ${nodeLabel} has a parent: ${kExportAgain}.`);
+    }
+    return { name: nameOf(scene), nodes: nodes.map((node) => places.get(node)) };
+  });
+}
+
+/**
+ * Imports a glTF 2.0 file.
+ * @param {string|ArrayBuffer|SharedArrayBuffer|ArrayBufferView} source path of a file, or its bytes
+ * @param {ImportOptions} [options]
+ * @returns {Promise<ImportedModel>}
+ * @throws {GltfError} naming the file, what in it is wrong, and the cure
+ */
+async function importGltf(source, options = {}) {
+  const checked = checkOptions(options);
+  const { label, bytes, folder } = await readSource(source, checked.name);
+  const { json, binary } = openContainer(label, bytes);
+  checkVersion(label, json);
+  const tree = orderNodes(label, json);
+  const places = new Map(tree.order.map((fileIndex, index) => [fileIndex, index]));
+  const used = new Set();
+  const warnings = [];
+  checkSkins(label, json, used);
+  const animations = checkAnimations(label, json, used, warnings);
+  const decoded = await decode(label, json, used, { binary, folder });
+  const nodes = importNodes(label, json, tree, decoded, places);
+  const scenes = importScenes(label, json, tree.parents, places);
+  const clips = [];
+  for (const animation of animations) {
+    const tracks = animation.channels.map((channel) => trackOf(channel, decoded, places));
+    if (tracks.length > 0) {
+      clips.push(convertAnimation(animation.label, animation.name, tracks, checked, warnings));
+    } else {
+      warnings.push(`${animation.label}: it moves nothing that a clip can move: left out.`);
+    }
+  }
+  return {
+    nodes,
+    roots: nodes.map((_, index) => index).filter((index) => nodes[index].parent < 0),
+    scenes,
+    defaultScene: reference(label, 'default scene', json.scene, scenes.length),
+    skins: listOf(label, json, 'skins').map((skin, index) => ({
+      name: nameOf(skin),
+      joints: skin.joints.map((joint) => places.get(joint)),
+      inverseBindMatrices: inverseBindMatrices(
+        `${label}: ${labelOf('skin', index, skin)}`,
+        skin,
+        decoded
+      ),
+    })),
+    animations: clips,
+    warnings,
+  };
+}
+
+module.exports = { importGltf, GltfError };
