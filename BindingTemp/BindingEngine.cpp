@@ -32,6 +32,12 @@ void BindingEngine::Register() {
   builder.AddMethod("createEntity", vx::Callback<BindingEngine, createEntityFunc>);
   builder.AddMethod("createComponent", vx::Callback<BindingEngine, createComponentFunc>);
   builder.AddMethod("createDataModel", vx::Callback<BindingEngine, createDataModelFunc>);
+  builder.AddMethod("createAnimationClipBinding",
+                    vx::Callback<BindingEngine, createAnimationClipBindingFunc>);
+  builder.AddMethod("createAnimatorControllerModel",
+                    vx::Callback<BindingEngine, createAnimatorControllerModelFunc>);
+  builder.AddMethod("createAnimatorControllerStateModel",
+                    vx::Callback<BindingEngine, createAnimatorControllerStateModelFunc>);
   builder.AddMethod("setEntityName", vx::Callback<BindingEngine, setEntityNameFunc>);
   builder.AddMethod("refreshWorldTransform",
                     vx::UncheckedCallback<BindingEngine, refreshWorldTransformFunc>);
@@ -42,6 +48,8 @@ void BindingEngine::Register() {
   builder.AddMethod("orthoCullingV2", vx::Callback<BindingEngine, orthoCullingV2Func>);
   builder.AddMethod("updateAnimator", vx::Callback<BindingEngine, updateAnimatorFunc>);
   builder.AddMethod("updateAnimators", vx::Callback<BindingEngine, updateAnimatorsFunc>);
+  builder.AddMethod("updateAnimatorControllers",
+                    vx::Callback<BindingEngine, updateAnimatorControllersFunc>);
   builder.AddMethod("updateSkinningMatrix", vx::Callback<BindingEngine, updateSkinningMatrixFunc>);
   builder.AddMethod("updateSkinningMatrices",
                     vx::Callback<BindingEngine, updateSkinningMatricesFunc>);

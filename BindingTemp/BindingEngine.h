@@ -51,6 +51,20 @@ class BindingEngine final : public vx::BindingBase {
   static void createDataModelFunc(BindingEngine* self, v8::Isolate* isolate,
                                   const vx::CallbackInfo& info);
 
+  // createAnimationClipBinding(buffer, byteOffset, clipCount, targetWords, mode): an
+  // "EngineAnimationClipBinding" over target lists, with "id" 0 if a count is 0; null with fewer
+  // arguments, for what is no ArrayBuffer, and for one that ends ahead of the lists.
+  static void createAnimationClipBindingFunc(BindingEngine* self, v8::Isolate* isolate,
+                                             const vx::CallbackInfo& info);
+
+  // createAnimatorControllerModel(layerCount) and createAnimatorControllerStateModel(clipCount): an
+  // "EngineAnimatorControllerModel" or "EngineAnimatorControllerStateModel", with "id" 0 for a
+  // count of 0; null without arguments.
+  static void createAnimatorControllerModelFunc(BindingEngine* self, v8::Isolate* isolate,
+                                                const vx::CallbackInfo& info);
+  static void createAnimatorControllerStateModelFunc(BindingEngine* self, v8::Isolate* isolate,
+                                                     const vx::CallbackInfo& info);
+
   // setEntityName(handle, name): null. Nothing happens with fewer arguments, a handle of 0 or a
   // name that is empty or has no string form.
   static void setEntityNameFunc(BindingEngine* self, v8::Isolate* isolate,
@@ -86,10 +100,13 @@ class BindingEngine final : public vx::BindingBase {
   static void updateSkinningMatrixFunc(BindingEngine* self, v8::Isolate* isolate,
                                        const vx::CallbackInfo& info);
 
-  // updateAnimators(handles), updateSkinningMatrices(handles): null. `handles` is a count and that
+  // updateAnimators(handles), updateAnimatorControllers(handles),
+  // updateSkinningMatrices(handles): null. `handles` is a count and that
   // many handles, done side by side on the workers; see BatchUpdate.
   static void updateAnimatorsFunc(BindingEngine* self, v8::Isolate* isolate,
                                   const vx::CallbackInfo& info);
+  static void updateAnimatorControllersFunc(BindingEngine* self, v8::Isolate* isolate,
+                                            const vx::CallbackInfo& info);
   static void updateSkinningMatricesFunc(BindingEngine* self, v8::Isolate* isolate,
                                          const vx::CallbackInfo& info);
 

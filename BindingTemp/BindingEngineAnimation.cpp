@@ -1,6 +1,8 @@
 // Animation methods of "Engine".
 #include "BindingTemp/BatchUpdate.h"
 #include "BindingTemp/BindingEngine.h"
+#include "BindingTemp/BindingEngineAnimationClipBinding.h"
+#include "BindingTemp/BindingEngineAnimatorController.h"
 #include "BindingTemp/BindingEngineBase.h"
 #include "BindingTemp/BindingEngineDataModel.h"
 #include "BindingTemp/CreateObject.h"
@@ -34,6 +36,16 @@ void UpdateMany(BindingEngine* self, const vx::CallbackInfo& info) {
   }
 }
 
+// The methods that make a wrapper from a count.
+template <typename Wrapper>
+void CreateFromCount(BindingEngine* self, v8::Isolate* isolate, const vx::CallbackInfo& info) {
+  info.GetReturnValue().SetNull();
+  if (info.Length() >= 1) {
+    const uint32_t count = vx::ReadUint32(isolate, vx::Arg(info, 0));
+    info.GetReturnValue().Set(CreateObject(isolate, new Wrapper(self->Core(), count)));
+  }
+}
+
 }  // namespace
 
 void BindingEngine::createDataModelFunc(BindingEngine* self, v8::Isolate* isolate,
@@ -49,6 +61,34 @@ void BindingEngine::createDataModelFunc(BindingEngine* self, v8::Isolate* isolat
   info.GetReturnValue().Set(CreateObject(isolate, wrapper));
 }
 
+void BindingEngine::createAnimationClipBindingFunc(BindingEngine* self, v8::Isolate* isolate,
+                                                   const vx::CallbackInfo& info) {
+  info.GetReturnValue().SetNull();
+  if (info.Length() < 5) {
+    return;
+  }
+  const TargetListArguments lists = ReadTargetLists(isolate, info);
+  if (lists.data == nullptr) {
+    return;
+  }
+  const uint32_t mode = vx::ReadUint32(isolate, vx::Arg(info, 4));
+  BindingEngineAnimationClipBinding* wrapper = new BindingEngineAnimationClipBinding(self->core);
+  wrapper->info.handle = self->core->CreateAnimationClipBinding(
+      lists.data, lists.byteOffset, lists.clipCount, lists.targetWords, mode);
+  info.GetReturnValue().Set(CreateObject(isolate, wrapper));
+}
+
+void BindingEngine::createAnimatorControllerModelFunc(BindingEngine* self, v8::Isolate* isolate,
+                                                      const vx::CallbackInfo& info) {
+  CreateFromCount<BindingEngineAnimatorControllerModel>(self, isolate, info);
+}
+
+void BindingEngine::createAnimatorControllerStateModelFunc(BindingEngine* self,
+                                                           v8::Isolate* isolate,
+                                                           const vx::CallbackInfo& info) {
+  CreateFromCount<BindingEngineAnimatorControllerStateModel>(self, isolate, info);
+}
+
 void BindingEngine::updateAnimatorFunc(BindingEngine* self, v8::Isolate* isolate,
                                        const vx::CallbackInfo& info) {
   UpdateOne<&EngineCore::UpdateAnimator>(self, isolate, info);
@@ -57,6 +97,11 @@ void BindingEngine::updateAnimatorFunc(BindingEngine* self, v8::Isolate* isolate
 void BindingEngine::updateAnimatorsFunc(BindingEngine* self, v8::Isolate* /*isolate*/,
                                         const vx::CallbackInfo& info) {
   UpdateMany<&EngineCore::UpdateAnimator>(self, info);
+}
+
+void BindingEngine::updateAnimatorControllersFunc(BindingEngine* self, v8::Isolate* /*isolate*/,
+                                                  const vx::CallbackInfo& info) {
+  UpdateMany<&EngineCore::UpdateAnimatorController>(self, info);
 }
 
 void BindingEngine::updateSkinningMatrixFunc(BindingEngine* self, v8::Isolate* isolate,

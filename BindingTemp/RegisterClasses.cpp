@@ -2,6 +2,8 @@
 #include "BindingTemp/RegisterClasses.h"
 
 #include "BindingTemp/BindingEngine.h"
+#include "BindingTemp/BindingEngineAnimationClipBinding.h"
+#include "BindingTemp/BindingEngineAnimatorController.h"
 #include "BindingTemp/BindingEngineComponent.h"
 #include "BindingTemp/BindingEngineDataModel.h"
 #include "BindingTemp/BindingEngineEntity.h"
@@ -12,6 +14,9 @@ void RegisterClasses() {
   BindingEngineEntity::Register();
   BindingEngineComponent::Register();
   BindingEngineDataModel::Register();
+  BindingEngineAnimationClipBinding::Register();
+  BindingEngineAnimatorControllerModel::Register();
+  BindingEngineAnimatorControllerStateModel::Register();
   BindingEngine::Register();
 }
 

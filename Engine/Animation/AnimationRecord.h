@@ -1,5 +1,5 @@
-// The shared blocks of animators and skinning components: the bytes that script and native code
-// both see. Little-endian, no padding.
+// The shared blocks of animators, controllers and skinning components: the bytes that script and
+// native code both see. Little-endian, no padding.
 #ifndef NQ_ENGINE_ANIMATION_ANIMATIONRECORD_H_
 #define NQ_ENGINE_ANIMATION_ANIMATIONRECORD_H_
 
@@ -43,6 +43,59 @@ constexpr uint32_t SkinningBlockBytes(uint32_t count) {
 // of a component are all of one kind.
 constexpr size_t kSkinningStride3D = 64;
 constexpr size_t kSkinningStride2D = 36;
+
+// A handle word that names nothing: no binding, a layer that is off, a clip's index without a
+// target.
+constexpr uint32_t kNoHandle = 0xFFFFFFFFu;
+
+// How a layer enters the final pose. Any larger number turns the layer off.
+enum LayerBlendMode : uint32_t {
+  kOverrideLayer = 0,
+  kAdditiveLayer = 1,
+};
+
+// A layer of a controller's block, which starts with the word of its binding's handle.
+struct ControllerLayerRecord {
+  uint32_t blendMode;  // LayerBlendMode
+  float weight;
+  uint32_t firstState;  // handle of a state, or kNoHandle: off
+};
+static_assert(sizeof(ControllerLayerRecord) == 12, "controller layer record");
+
+constexpr size_t kControllerLayersOffset = 4;
+constexpr uint32_t ControllerBlockBytes(uint32_t layerCount) {
+  return layerCount * static_cast<uint32_t>(sizeof(ControllerLayerRecord)) + 4;
+}
+
+// The head of a state's block.
+struct ControllerStateRecord {
+  float weight;        // in its layer; 0 skips the state, not-a-number does not
+  float fillDefaults;  // anything but 0 brings in the rest pose
+  uint32_t nextState;  // handle of the next state of the layer; one that names none ends the chain
+};
+static_assert(sizeof(ControllerStateRecord) == 12, "controller state record");
+
+// A clip of a state, behind the head.
+struct ControllerClipRecord {
+  uint32_t clipHandle;
+  float time;              // frames
+  float weight;            // 0 skips the clip
+  uint32_t referenceClip;  // additive layers: the clip whose pose is taken away...
+  float referenceTime;     // ...and the frame of it
+};
+static_assert(sizeof(ControllerClipRecord) == 20, "controller clip record");
+
+constexpr uint32_t ControllerStateBlockBytes(uint32_t clipCount) {
+  return clipCount * static_cast<uint32_t>(sizeof(ControllerClipRecord)) +
+         static_cast<uint32_t>(sizeof(ControllerStateRecord));
+}
+
+// An entry of a mask as script hands it over.
+struct ControllerMaskRecord {
+  uint32_t entity;
+  float weight;
+};
+static_assert(sizeof(ControllerMaskRecord) == 8, "controller mask record");
 
 }  // namespace nq::engine
 

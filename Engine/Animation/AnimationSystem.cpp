@@ -17,6 +17,17 @@ auto* ComponentOf(const HandlerAllocator<Value>& table, uint32_t handle) {
   return value == nullptr ? nullptr : value->component;
 }
 
+// A value over a block for `count` elements; all zero for none.
+template <typename Value>
+NativeValueInfo CreateOver(HandlerAllocator<Value>* table, uint32_t count) {
+  Value* value = count == 0 ? nullptr : table->Allocate();
+  if (value == nullptr) {
+    return NativeValueInfo();
+  }
+  value->Allocate(count);
+  return value->Info();
+}
+
 template <typename Value>
 auto* ModelOf(const HandlerAllocator<Value>& table, uint32_t handle) {
   Value* value = table.Find(handle);
@@ -28,6 +39,9 @@ auto* ModelOf(const HandlerAllocator<Value>& table, uint32_t handle) {
 AnimationSystem::AnimationSystem(EngineCore* core)
     : core(core),
       animatorComponents(core),
+      bindings(core),
+      controllerModels(core),
+      stateModels(core),
       skinningComponents(core),
       bonesModels(core),
       clipModels(core) {}
@@ -47,15 +61,29 @@ NativeValueInfo AnimationSystem::CreateAnimatorComponent(uint32_t clipCount, uin
 }
 
 NativeValueInfo AnimationSystem::CreateSkinningMatrixComponent(uint32_t count) {
-  if (count == 0) {
-    return NativeValueInfo();
+  return CreateOver(&skinningComponents, count);
+}
+
+NativeValueInfo AnimationSystem::CreateAnimatorControllerModel(uint32_t layerCount) {
+  return CreateOver(&controllerModels, layerCount);
+}
+
+NativeValueInfo AnimationSystem::CreateAnimatorControllerStateModel(uint32_t clipCount) {
+  return CreateOver(&stateModels, clipCount);
+}
+
+uint32_t AnimationSystem::CreateBinding(const uint8_t* bytes, uint32_t byteOffset,
+                                        uint32_t clipCount, uint32_t targetWords, uint32_t mode) {
+  if (clipCount == 0 || targetWords == 0) {
+    return 0;
   }
-  SkinningMatrixComponentValue* value = skinningComponents.Allocate();
+  AnimationClipBindingValue* value = bindings.Allocate();
   if (value == nullptr) {
-    return NativeValueInfo();
+    return 0;
   }
-  value->Allocate(count);
-  return value->Info();
+  value->component = new AnimationClipBinding(core, clipCount, targetWords);
+  value->component->Create(bytes, byteOffset, clipCount, targetWords, mode);
+  return value->handle;
 }
 
 uint32_t AnimationSystem::CreateAnimationClipModel(const uint8_t* data, uint32_t size) {
@@ -78,6 +106,19 @@ uint32_t AnimationSystem::CreateSkeletonBonesInverseModel(const uint8_t* data, u
 
 AnimatorComponent* AnimationSystem::FindAnimatorComponent(uint32_t handle) const {
   return ComponentOf(animatorComponents, handle);
+}
+
+AnimationClipBinding* AnimationSystem::FindAnimationClipBinding(uint32_t handle) const {
+  return ComponentOf(bindings, handle);
+}
+
+AnimatorControllerModel* AnimationSystem::FindAnimatorControllerModel(uint32_t handle) const {
+  return ComponentOf(controllerModels, handle);
+}
+
+AnimatorControllerStateModel* AnimationSystem::FindAnimatorControllerStateModel(
+    uint32_t handle) const {
+  return ComponentOf(stateModels, handle);
 }
 
 SkinningMatrixComponent* AnimationSystem::FindSkinningMatrixComponent(uint32_t handle) const {
@@ -107,6 +148,19 @@ void AnimationSystem::UpdateAnimator(uint32_t handle) {
   }
   if (!core->Entities()->IsRoot(top)) {
     top->UpdateTree();
+  }
+}
+
+void AnimationSystem::UpdateAnimatorController(uint32_t handle) {
+  AnimatorControllerModel* controller = FindAnimatorControllerModel(handle);
+  if (controller == nullptr) {
+    return;
+  }
+  controller->Update();
+  const AnimationClipBinding* binding = controller->Binding();
+  Entity* root = binding == nullptr ? nullptr : binding->rootEntity();
+  if (root != nullptr && !core->Entities()->IsRoot(root)) {
+    root->UpdateTree();
   }
 }
 

@@ -6,7 +6,10 @@
 
 #include "Common/Def/HandlerAllocator.h"
 #include "Common/Def/HandlerValue.h"
+#include "Engine/Animation/AnimationClipBinding.h"
 #include "Engine/Animation/AnimatorComponent.h"
+#include "Engine/Animation/AnimatorControllerModel.h"
+#include "Engine/Animation/AnimatorControllerStateModel.h"
 #include "Engine/Animation/DataModels.h"
 #include "Engine/Animation/SkinningMatrixComponent.h"
 
@@ -28,6 +31,13 @@ class AnimationSystem {
   // All zero if a count is 0 and when no handle is left.
   NativeValueInfo CreateAnimatorComponent(uint32_t clipCount, uint32_t entityCount);
   NativeValueInfo CreateSkinningMatrixComponent(uint32_t count);
+  NativeValueInfo CreateAnimatorControllerModel(uint32_t layerCount);
+  NativeValueInfo CreateAnimatorControllerStateModel(uint32_t clipCount);
+
+  // A binding over target lists (see AnimationClipBinding). Lists that can't be read leave one that
+  // binds nothing. 0 if a count is 0 and when no handle is left.
+  uint32_t CreateBinding(const uint8_t* bytes, uint32_t byteOffset, uint32_t clipCount,
+                         uint32_t targetWords, uint32_t mode);
 
   // Copies the bytes. Never refuses content: a clip is parsed when it is first used. 0 when no
   // handle is left.
@@ -36,12 +46,18 @@ class AnimationSystem {
 
   // What players still name by handle may go: their updates find nothing from then on.
   void ReleaseAnimatorComponent(uint32_t handle) { animatorComponents.Release(handle); }
+  void ReleaseAnimationClipBinding(uint32_t handle) { bindings.Release(handle); }
+  void ReleaseAnimatorControllerModel(uint32_t handle) { controllerModels.Release(handle); }
+  void ReleaseAnimatorControllerStateModel(uint32_t handle) { stateModels.Release(handle); }
   void ReleaseSkinningMatrixComponent(uint32_t handle) { skinningComponents.Release(handle); }
   void ReleaseAnimationClipModel(uint32_t handle) { clipModels.Release(handle); }
   void ReleaseSkeletonBonesInverseModel(uint32_t handle) { bonesModels.Release(handle); }
 
   // Null if there is none. Not owned. The element part of a handle does not count.
   AnimatorComponent* FindAnimatorComponent(uint32_t handle) const;
+  AnimationClipBinding* FindAnimationClipBinding(uint32_t handle) const;
+  AnimatorControllerModel* FindAnimatorControllerModel(uint32_t handle) const;
+  AnimatorControllerStateModel* FindAnimatorControllerStateModel(uint32_t handle) const;
   SkinningMatrixComponent* FindSkinningMatrixComponent(uint32_t handle) const;
   AnimationClipModel* FindAnimationClipModel(uint32_t handle) const;
   SkeletonBonesInverseModel* FindSkeletonBonesInverseModel(uint32_t handle) const;
@@ -49,6 +65,7 @@ class AnimationSystem {
   // Runs the player of `handle`, if there is one. Entities in a tree without a root that refreshes
   // reach get their world matrices at once.
   void UpdateAnimator(uint32_t handle);
+  void UpdateAnimatorController(uint32_t handle);
   void UpdateSkinningMatrix(uint32_t handle);
 
   EngineCore* const core;  // not counted
@@ -56,6 +73,9 @@ class AnimationSystem {
  private:
   // Released from the last to the first.
   HandlerAllocator<AnimatorComponentValue> animatorComponents;
+  HandlerAllocator<AnimationClipBindingValue> bindings;
+  HandlerAllocator<AnimatorControllerModelValue> controllerModels;
+  HandlerAllocator<AnimatorControllerStateModelValue> stateModels;
   HandlerAllocator<SkinningMatrixComponentValue> skinningComponents;
   HandlerAllocator<SkeletonBonesInverseModelValue> bonesModels;
   HandlerAllocator<AnimationClipModelValue> clipModels;

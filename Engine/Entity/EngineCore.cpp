@@ -125,6 +125,32 @@ void EngineCore::ReleaseSkinningMatrixComponent(uint32_t handle) {
   Animation()->ReleaseSkinningMatrixComponent(handle);
 }
 
+NativeValueInfo EngineCore::CreateAnimatorControllerModel(uint32_t count) {
+  return Animation()->CreateAnimatorControllerModel(count);
+}
+
+void EngineCore::ReleaseAnimatorControllerModel(uint32_t handle) {
+  Animation()->ReleaseAnimatorControllerModel(handle);
+}
+
+NativeValueInfo EngineCore::CreateAnimatorControllerStateModel(uint32_t count) {
+  return Animation()->CreateAnimatorControllerStateModel(count);
+}
+
+void EngineCore::ReleaseAnimatorControllerStateModel(uint32_t handle) {
+  Animation()->ReleaseAnimatorControllerStateModel(handle);
+}
+
+uint32_t EngineCore::CreateAnimationClipBinding(const uint8_t* bytes, uint32_t byteOffset,
+                                                uint32_t clipCount, uint32_t targetWords,
+                                                uint32_t mode) {
+  return Animation()->CreateBinding(bytes, byteOffset, clipCount, targetWords, mode);
+}
+
+void EngineCore::ReleaseAnimationClipBinding(uint32_t handle) {
+  Animation()->ReleaseAnimationClipBinding(handle);
+}
+
 uint32_t EngineCore::CreateAnimationClipModel(const uint8_t* data, uint32_t size) {
   return Animation()->CreateAnimationClipModel(data, size);
 }
@@ -143,6 +169,10 @@ void EngineCore::ReleaseSkeletonBonesInverseModel(uint32_t handle) {
 
 void EngineCore::UpdateAnimator(uint32_t handle) {
   Animation()->UpdateAnimator(handle);
+}
+
+void EngineCore::UpdateAnimatorController(uint32_t handle) {
+  Animation()->UpdateAnimatorController(handle);
 }
 
 void EngineCore::UpdateSkinningMatrix(uint32_t handle) {

@@ -78,6 +78,15 @@ class EngineCore final : public HandlerOwner {
   NativeValueInfo CreateSkinningMatrixComponent(uint32_t count);
   void ReleaseSkinningMatrixComponent(uint32_t handle);
 
+  // Controllers, their states and their bindings; see AnimationSystem.
+  NativeValueInfo CreateAnimatorControllerModel(uint32_t count);
+  void ReleaseAnimatorControllerModel(uint32_t handle);
+  NativeValueInfo CreateAnimatorControllerStateModel(uint32_t count);
+  void ReleaseAnimatorControllerStateModel(uint32_t handle);
+  uint32_t CreateAnimationClipBinding(const uint8_t* bytes, uint32_t byteOffset, uint32_t clipCount,
+                                      uint32_t targetWords, uint32_t mode);
+  void ReleaseAnimationClipBinding(uint32_t handle);
+
   // Content that components share. The bytes are copied; see AnimationSystem.
   uint32_t CreateAnimationClipModel(const uint8_t* data, uint32_t size);
   void ReleaseAnimationClipModel(uint32_t handle);
@@ -86,6 +95,7 @@ class EngineCore final : public HandlerOwner {
 
   // One evaluation of a component. Also in worker tasks.
   void UpdateAnimator(uint32_t handle);
+  void UpdateAnimatorController(uint32_t handle);
   void UpdateSkinningMatrix(uint32_t handle);
 
  private:

@@ -1,0 +1,190 @@
+// Target lists and rest poses.
+#include "Engine/Animation/AnimationClipBinding.h"
+
+#include <cstring>
+
+#include "Engine/Animation/AnimationRecord.h"
+#include "Engine/Animation/AnimationSystem.h"
+#include "Engine/Entity/EngineCore.h"
+#include "Engine/Entity/Entity.h"
+#include "Engine/Entity/EntitySystem.h"
+
+namespace nq::engine {
+
+namespace {
+
+// Reads words of a buffer, whatever its alignment.
+class Words {
+ public:
+  Words(const uint8_t* bytes, uint32_t byteOffset) : start(bytes + byteOffset) {}
+
+  uint32_t operator[](uint64_t index) const {
+    uint32_t word;
+    std::memcpy(&word, start + index * sizeof(word), sizeof(word));
+    return word;
+  }
+
+ private:
+  const uint8_t* start;
+};
+
+Entity* FindEntity3D(EngineCore* core, uint32_t handle) {
+  Entity* entity = core->Entities()->FindEntity(handle);
+  return entity != nullptr && entity->isThreeD() ? entity : nullptr;
+}
+
+}  // namespace
+
+void AnimationClipBinding::Create(const uint8_t* bytes, uint32_t byteOffset, uint32_t clips,
+                                  uint32_t words, uint32_t mode) {
+  std::map<uint32_t, Entity*> resolved;
+  if (ParseTargets(bytes, byteOffset, clips, words, &resolved) && mode == kSnapshotPose) {
+    for (const auto& [handle, entity] : resolved) {
+      Snapshot(entity);
+    }
+  }
+}
+
+bool AnimationClipBinding::ParseTargets(const uint8_t* bytes, uint32_t byteOffset, uint32_t clips,
+                                        uint32_t /*words*/, std::map<uint32_t, Entity*>* resolved) {
+  const Words words(bytes, byteOffset);
+  std::map<uint32_t, std::vector<Target>> lists;
+  uint64_t cursor = 0;  // in words behind the clip handles
+  for (uint32_t c = 0; c < clips; ++c) {
+    const uint32_t clipHandle = words[c];
+    if (core->Animation()->FindAnimationClipModel(clipHandle) == nullptr) {
+      return false;
+    }
+    // Kept on purpose: the bound lets an entry through that lies one word past the area.
+    if (cursor + 1 > targetWords) {
+      return false;
+    }
+    const uint32_t n = words[clips + cursor];
+    ++cursor;
+    std::vector<Target> list;
+    for (uint32_t k = 1; k <= n; ++k) {
+      const uint32_t handle = words[clips + cursor];
+      Entity* entity = handle == kNoHandle ? nullptr : FindEntity3D(core, handle);
+      if (entity != nullptr) {
+        resolved->emplace(handle, entity);
+      }
+      list.push_back(Target{entity == nullptr ? kNoHandle : handle, RestPoses::kNoSlot});
+      ++cursor;
+      if (k < n && cursor > targetWords) {
+        return false;
+      }
+    }
+    // A clip that is listed twice keeps its first list.
+    lists.emplace(clipHandle, std::move(list));
+  }
+  clipTargets.swap(lists);
+  slotsVersion = 0;
+  FindRoot();
+  return true;
+}
+
+void AnimationClipBinding::FindRoot() {
+  root = 0;
+  for (const auto& [clipHandle, list] : clipTargets) {
+    if (list.empty()) {
+      continue;
+    }
+    Entity* entity = core->Entities()->FindEntity(list[0].handle);
+    if (entity != nullptr) {
+      while (entity->parent() != nullptr && entity->parent()->isThreeD()) {
+        entity = entity->parent();
+      }
+      root = entity->handle;
+      rootGeneration = core->Entities()->Tree().Generation(root);
+    }
+    return;
+  }
+}
+
+Entity* AnimationClipBinding::rootEntity() const {
+  const bool lives = root != 0 && core->Entities()->Tree().Generation(root) == rootGeneration;
+  return lives ? core->Entities()->FindEntity(root) : nullptr;
+}
+
+Entity* AnimationClipBinding::FindTarget(uint32_t clipHandle, uint32_t targetIndex) const {
+  const auto found = clipTargets.find(clipHandle);
+  if (found == clipTargets.end() || targetIndex >= found->second.size() ||
+      core->Animation()->FindAnimationClipModel(clipHandle) == nullptr) {
+    return nullptr;
+  }
+  return FindEntity3D(core, found->second[targetIndex].handle);
+}
+
+const std::vector<AnimationClipBinding::Target>* AnimationClipBinding::SlotsOf(
+    uint32_t clipHandle) {
+  if (slotsVersion != defaults.Version()) {
+    slotsVersion = defaults.Version();
+    for (auto& [handle, list] : clipTargets) {
+      for (Target& target : list) {
+        target.slot = defaults.Find(target.handle);
+      }
+    }
+  }
+  const auto found = clipTargets.find(clipHandle);
+  return found == clipTargets.end() ? nullptr : &found->second;
+}
+
+bool AnimationClipBinding::Update(const uint8_t* bytes, uint32_t byteOffset, uint32_t clips,
+                                  uint32_t words, uint32_t removedMode, uint32_t keptMode,
+                                  uint32_t addedMode) {
+  std::map<uint32_t, Entity*> resolved;
+  if (!ParseTargets(bytes, byteOffset, clips, words, &resolved)) {
+    return false;
+  }
+  const RestPoses old = defaults;
+  defaults.Clear();
+  const uint32_t removedPose = removedMode & ~uint32_t{kWriteBack};
+  const uint32_t keptPose = keptMode & ~uint32_t{kWriteBack};
+  for (const RestPoses::Key& key : old.Ascending()) {
+    Entity* entity = resolved.count(key.number) != 0 ? nullptr : FindEntity3D(core, key.number);
+    if (entity == nullptr) {
+      continue;
+    }
+    if ((removedMode & kWriteBack) != 0) {
+      old.Value(key.slot).WriteTo(entity);
+    }
+    if (removedPose == kKeepPose) {
+      defaults.Set(key.number, old.Value(key.slot));
+    }
+  }
+  for (const auto& [handle, entity] : resolved) {
+    const uint32_t slot = old.Find(handle);
+    if (slot == RestPoses::kNoSlot) {
+      if (addedMode == kSnapshotPose) {
+        Snapshot(entity);
+      }
+      continue;
+    }
+    // The snapshot holds the pose from before the old one is written back.
+    if (keptPose == kSnapshotPose) {
+      Snapshot(entity);
+    }
+    if ((keptMode & kWriteBack) != 0) {
+      old.Value(slot).WriteTo(entity);
+    }
+    if (keptPose == kKeepPose) {
+      defaults.Set(handle, old.Value(slot));
+    }
+  }
+  return true;
+}
+
+void AnimationClipBinding::WriteDefaults() const {
+  for (const RestPoses::Key& key : defaults.Ascending()) {
+    Entity* entity = FindEntity3D(core, key.number);
+    if (entity != nullptr) {
+      defaults.Value(key.slot).WriteTo(entity);
+    }
+  }
+}
+
+void AnimationClipBinding::Snapshot(const Entity* entity) {
+  defaults.Set(entity->handle, TransformValue::FromEntity(entity));
+}
+
+}  // namespace nq::engine

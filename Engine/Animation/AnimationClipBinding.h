@@ -1,0 +1,101 @@
+// Ties clips to the entities that they move, for one animator controller.
+#ifndef NQ_ENGINE_ANIMATION_ANIMATIONCLIPBINDING_H_
+#define NQ_ENGINE_ANIMATION_ANIMATIONCLIPBINDING_H_
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "Common/Def/HandlerValue.h"
+#include "Engine/Animation/RestPoses.h"
+
+namespace nq::engine {
+
+class EngineCore;
+class Entity;
+
+// Holds, for each clip, the entities of its target indices, and for each bound entity the rest pose
+// that blending falls back on. Only 3D entities are bound.
+//
+// TARGET LISTS, as script hands them over: 4-byte words at any offset of a buffer; `clipCount` clip
+// handles, then for each of them a count n and n entity handles, 0xFFFFFFFF for an index without a
+// target. `targetWords` counts the words behind the clip handles.
+//
+// Thread safety: creation and Update on the script thread. Evaluation reads it and enters keys into
+// `defaults`, in one task at a time: controllers that share a binding must not share a batch.
+class AnimationClipBinding {
+ public:
+  // What Update does about the rest poses of entities that left, stayed or came.
+  enum Mode : uint32_t {
+    kKeepPose = 0,      // entities that left or stayed: the old rest pose stays
+    kSnapshotPose = 1,  // entities that stayed or came: what their records say becomes it
+    kWriteBack = 2,     // a bit beside these: the old rest pose goes back to the entity now
+  };
+
+  // An entry of a clip's list.
+  struct Target {
+    uint32_t handle;  // kNoHandle for none
+    uint32_t slot;    // in `defaults`, as far as SlotsOf has seen
+  };
+
+  AnimationClipBinding(EngineCore* core, uint32_t clipCount, uint32_t targetWords)
+      : core(core), clipCount(clipCount), targetWords(targetWords) {}
+  AnimationClipBinding(const AnimationClipBinding&) = delete;
+  AnimationClipBinding& operator=(const AnimationClipBinding&) = delete;
+
+  // Reads the lists, and takes snapshots of all bound entities if `mode` is exactly 1. Lists that
+  // can't be read leave a binding without any.
+  void Create(const uint8_t* bytes, uint32_t byteOffset, uint32_t clips, uint32_t words,
+              uint32_t mode);
+
+  // Reads target lists and enters the entities they name in `resolved`. False, with nothing else
+  // changed, if a clip does not resolve or a group runs past the word count given at creation,
+  // which later lists do not change.
+  bool ParseTargets(const uint8_t* bytes, uint32_t byteOffset, uint32_t clips, uint32_t words,
+                    std::map<uint32_t, Entity*>* resolved);
+
+  // The entity of a clip's target index, or null.
+  Entity* FindTarget(uint32_t clipHandle, uint32_t targetIndex) const;
+
+  // New lists for old ones; see Mode. False, with nothing changed, where they can't be read.
+  bool Update(const uint8_t* bytes, uint32_t byteOffset, uint32_t clips, uint32_t words,
+              uint32_t removedMode, uint32_t keptMode, uint32_t addedMode);
+
+  // Writes all rest poses to their entities.
+  void WriteDefaults() const;
+
+  // The list of a clip with its slots brought up to date, or null.
+  const std::vector<Target>* SlotsOf(uint32_t clipHandle);
+  bool HasList(uint32_t clipHandle) const { return clipTargets.count(clipHandle) != 0; }
+
+  // The topmost 3D entity above the first one that the lists name, in ascending order of clips;
+  // null if they name none, or once its batch is gone.
+  Entity* rootEntity() const;
+
+  EngineCore* const core;  // not counted
+  const uint32_t clipCount;
+  const uint32_t targetWords;
+  RestPoses defaults;
+
+ private:
+  void FindRoot();
+  void Snapshot(const Entity* entity);
+
+  std::map<uint32_t, std::vector<Target>> clipTargets;  // by clip handle
+  uint64_t slotsVersion = 0;                            // of `defaults`, when slots were last found
+  uint32_t root = 0;                                    // handle, 0 for none
+  uint32_t rootGeneration = 0;
+};
+
+// The value behind a binding's handle.
+class AnimationClipBindingValue final : public BlockValue {
+ public:
+  using BlockValue::BlockValue;
+  ~AnimationClipBindingValue() override { delete component; }
+
+  AnimationClipBinding* component = nullptr;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_ANIMATION_ANIMATIONCLIPBINDING_H_

@@ -1,0 +1,76 @@
+// Life of controllers and states, and masks. Evaluation is in StateEvaluation and
+// ControllerBlending.
+#include "Engine/Animation/AnimatorControllerModel.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "Engine/Animation/AnimationSystem.h"
+#include "Engine/Animation/AnimatorControllerStateModel.h"
+#include "Engine/Entity/EngineCore.h"
+
+namespace nq::engine {
+
+void ControllerMask::Set(const uint8_t* records, uint32_t count) {
+  entries.resize(count);
+  if (count != 0) {
+    std::memcpy(entries.data(), records, count * sizeof(ControllerMaskRecord));
+  }
+  const auto isBefore = [](const ControllerMaskRecord& a, const ControllerMaskRecord& b) {
+    return a.entity < b.entity;
+  };
+  const auto isSame = [](const ControllerMaskRecord& a, const ControllerMaskRecord& b) {
+    return a.entity == b.entity;
+  };
+  std::stable_sort(entries.begin(), entries.end(), isBefore);
+  entries.erase(std::unique(entries.begin(), entries.end(), isSame), entries.end());
+  seenVersion = 0;
+}
+
+const float* ControllerMask::WeightsBySlot(const RestPoses& restPoses) {
+  if (entries.empty()) {
+    return nullptr;
+  }
+  if (seenVersion != restPoses.Version()) {
+    seenVersion = restPoses.Version();
+    weights.assign(restPoses.SlotCount(), 1.0f);
+    for (const ControllerMaskRecord& entry : entries) {
+      const uint32_t slot = restPoses.Find(entry.entity);
+      if (slot != RestPoses::kNoSlot) {
+        weights[slot] = entry.weight;
+      }
+    }
+  }
+  return weights.data();
+}
+
+bool AnimatorControllerModel::SetMask(uint32_t index, const uint8_t* bytes, uint32_t offset,
+                                      uint32_t count) {
+  if (index >= layerCount) {
+    return false;
+  }
+  masks[index].Set(bytes + offset, count);
+  return true;
+}
+
+AnimationClipBinding* AnimatorControllerModel::Binding() const {
+  uint32_t handle;
+  std::memcpy(&handle, data, sizeof(handle));
+  return handle == kNoHandle ? nullptr : core->Animation()->FindAnimationClipBinding(handle);
+}
+
+void* AnimatorControllerModelValue::Allocate(uint32_t count) {
+  void* memory = BlockValue::Allocate(ControllerBlockBytes(count));
+  component = new AnimatorControllerModel(static_cast<EngineCore*>(owner),
+                                          static_cast<uint8_t*>(memory), count);
+  return memory;
+}
+
+void* AnimatorControllerStateModelValue::Allocate(uint32_t count) {
+  void* memory = BlockValue::Allocate(ControllerStateBlockBytes(count));
+  component = new AnimatorControllerStateModel{static_cast<EngineCore*>(owner),
+                                               static_cast<uint8_t*>(memory), count};
+  return memory;
+}
+
+}  // namespace nq::engine

@@ -1,0 +1,85 @@
+// Poses a set of entities from layers of states.
+#ifndef NQ_ENGINE_ANIMATION_ANIMATORCONTROLLERMODEL_H_
+#define NQ_ENGINE_ANIMATION_ANIMATORCONTROLLERMODEL_H_
+
+#include <cstdint>
+#include <vector>
+
+#include "Common/Def/HandlerValue.h"
+#include "Engine/Animation/AnimationClipBinding.h"
+#include "Engine/Animation/AnimationRecord.h"
+
+namespace nq::engine {
+
+class EngineCore;
+
+// How much of a layer reaches each entity. An entity that is not in the mask keeps the whole.
+class ControllerMask {
+ public:
+  // Replaces the mask by `count` records; of several for an entity the first counts.
+  void Set(const uint8_t* records, uint32_t count);
+
+  bool IsEmpty() const { return entries.empty(); }
+
+  // Weights by slot of a binding's rest poses, 1 where the mask has none; null for an empty mask.
+  const float* WeightsBySlot(const RestPoses& restPoses);
+
+  // By ascending entity.
+  const std::vector<ControllerMaskRecord>& Entries() const { return entries; }
+
+ private:
+  std::vector<ControllerMaskRecord> entries;
+  std::vector<float> weights;
+  uint64_t seenVersion = 0;  // of the rest poses that `weights` was made for; 0 for none
+};
+
+// Holds no state machine and no clock: script says in the shared block, and in those of the states,
+// which states are live, at which time and by which weight, and the controller evaluates that.
+//
+// Thread safety: updates of controllers with different bindings and entities may run at once.
+class AnimatorControllerModel {
+ public:
+  // `data` is the block, which the value owns.
+  AnimatorControllerModel(EngineCore* core, uint8_t* data, uint32_t layerCount)
+      : core(core), data(data), layerCount(layerCount), masks(layerCount) {}
+  virtual ~AnimatorControllerModel() = default;
+  AnimatorControllerModel(const AnimatorControllerModel&) = delete;
+  AnimatorControllerModel& operator=(const AnimatorControllerModel&) = delete;
+
+  // One evaluation, into the records of the bound entities. Each entity that is posed gets its
+  // local matrix built and is marked, even if nothing was stored.
+  virtual void Update();
+
+  // Sets the mask of a layer from `count` records at `offset` behind `bytes`; 0 records unmask it.
+  // False for a layer that there isn't. Script thread only.
+  bool SetMask(uint32_t index, const uint8_t* bytes, uint32_t offset, uint32_t count);
+
+  // The binding that the block names, or null.
+  AnimationClipBinding* Binding() const;
+
+  const ControllerLayerRecord& Layer(uint32_t index) const {
+    return reinterpret_cast<const ControllerLayerRecord*>(data + kControllerLayersOffset)[index];
+  }
+
+  EngineCore* const core;  // not counted
+  uint8_t* const data;     // not owned
+  const uint32_t layerCount;
+  std::vector<ControllerMask> masks;  // by layer
+};
+
+// The value behind a controller's handle.
+class AnimatorControllerModelValue final : public BlockValue {
+ public:
+  using BlockValue::BlockValue;
+  ~AnimatorControllerModelValue() override { delete component; }
+
+  // Takes a zeroed block for `count` layers, and makes the controller over it.
+  // Kept on purpose: an earlier controller is not deleted.
+  void* Allocate(uint32_t count) override;
+
+  AnimatorControllerModel* component = nullptr;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_ANIMATION_ANIMATORCONTROLLERMODEL_H_

@@ -1,0 +1,319 @@
+// AnimatorControllerModel::Update: states merge into a pose per layer, layers into one final pose,
+// and that is written into the entities' records.
+//
+// A number of formulas differ between position, scale and rotation, and between the first layer and
+// later ones. All of that is kept on purpose: scenes rely on the outcome.
+#include <emmintrin.h>
+
+#include <cmath>
+#include <cstddef>
+
+#include "Common/Def/Truncate.h"
+#include "Engine/Animation/AnimationSystem.h"
+#include "Engine/Animation/AnimatorControllerModel.h"
+#include "Engine/Animation/AnimatorControllerStateModel.h"
+#include "Engine/Animation/QuaternionMath.h"
+#include "Engine/Animation/StateEvaluation.h"
+#include "Engine/Animation/TargetPose.h"
+#include "Engine/Entity/EngineCore.h"
+#include "Engine/Entity/Entity3D.h"
+#include "Engine/Entity/EntityRecord.h"
+#include "Engine/Entity/EntitySystem.h"
+
+namespace nq::engine {
+
+namespace {
+
+constexpr uint32_t kScaleZ = 5;  // among the channels of a pose
+
+// Working memory of a thread's updates, kept from one to the next.
+struct ControllerScratch {
+  StateScratch state;
+  PoseSet statePose;
+  PoseSet layerPose;
+  PoseSet finalPose;
+};
+
+// A channel of a rest pose. Its vectors stand in reverse order.
+float RestChannel(const TransformValue& rest, uint32_t channel) {
+  return channel < kScaleChannel ? rest.position[2 - channel] : rest.scale[kScaleZ - channel];
+}
+
+// All six channels, in order; two spare lanes.
+struct RestChannels {
+  __m128 positionScaleX;
+  __m128 scaleYZ;
+
+  explicit RestChannels(const TransformValue& rest)
+      : positionScaleX(
+            _mm_setr_ps(rest.position[2], rest.position[1], rest.position[0], rest.scale[2])),
+        scaleYZ(_mm_setr_ps(rest.scale[1], rest.scale[0], 0.0f, 0.0f)) {}
+};
+
+// x, y, z, w of a rest pose's rotation.
+inline __m128 RestRotation(TransformValue* rest) {
+  const __m128 wzyx = _mm_loadu_ps(rest->Quaternion());
+  return _mm_shuffle_ps(wzyx, wzyx, _MM_SHUFFLE(0, 1, 2, 3));
+}
+
+inline __m128 Select(__m128 mask, __m128 yes, __m128 no) {
+  return _mm_or_ps(_mm_and_ps(mask, yes), _mm_andnot_ps(mask, no));
+}
+
+// Lanes in which a weight is a number.
+inline __m128 IsNumber(__m128 weight) {
+  return _mm_cmpord_ps(weight, weight);
+}
+
+// A weight that is not a number becomes 0.
+inline __m128 Touched(__m128 weight) {
+  return _mm_and_ps(weight, IsNumber(weight));
+}
+
+// Adds four channels of a state's pose, which has the share `s` of its layer.
+void AddFourToLayer(const float* value, const float* weight, __m128 s, float* sumValue,
+                    float* sumWeight) {
+  const __m128 w = _mm_load_ps(weight);
+  const __m128 counts = _mm_and_ps(IsNumber(w), _mm_cmpneq_ps(w, _mm_setzero_ps()));
+  const __m128 oldValue = _mm_load_ps(sumValue);
+  const __m128 oldWeight = _mm_load_ps(sumWeight);
+  const __m128 newValue = _mm_add_ps(oldValue, _mm_mul_ps(_mm_load_ps(value), s));
+  const __m128 newWeight = _mm_add_ps(Touched(oldWeight), _mm_mul_ps(w, s));
+  _mm_store_ps(sumValue, Select(counts, newValue, oldValue));
+  _mm_store_ps(sumWeight, Select(counts, newWeight, oldWeight));
+}
+
+void AddToLayer(const TargetPose& pose, float s, TargetPose* sum) {
+  const __m128 share = _mm_set1_ps(s);
+  AddFourToLayer(pose.value, pose.weight, share, sum->value, sum->weight);
+  AddFourToLayer(pose.value + 4, pose.weight + 4, share, sum->value + 4, sum->weight + 4);
+  if (!std::isnan(pose.rotationWeight) && pose.rotationWeight != 0.0f) {
+    // The rotation was weighted on its way into the state's pose already, and is so again.
+    const float c = pose.rotationWeight * s;
+    sum->rotationWeight = (std::isnan(sum->rotationWeight) ? 0.0f : sum->rotationWeight) + c;
+    AddQuaternion(sum->rotation, pose.rotation, c);
+  }
+}
+
+// True if one of the six weights is a number below 1.
+bool IsPartial(const TargetPose& pose) {
+  const __m128 one = _mm_set1_ps(1.0f);
+  const int below = _mm_movemask_ps(_mm_cmplt_ps(_mm_load_ps(pose.weight), one)) |
+                    (_mm_movemask_ps(_mm_cmplt_ps(_mm_load_ps(pose.weight + 4), one)) & 3);
+  return below != 0;
+}
+
+// Completes what an override layer animates by a part only. The rest pose that fills up is looked
+// up under the blended number itself, not under the entity, and so is mostly an identity that this
+// look-up makes.
+void CompleteOverride(TargetPose* pose, RestPoses* restPoses) {
+  if (IsPartial(*pose)) {
+    for (uint32_t channel = 0; channel < kPoseChannels; ++channel) {
+      const float weight = pose->weight[channel];
+      if (1.0f > weight) {
+        const uint32_t slot = restPoses->Ensure(TruncateToU32(pose->value[channel]));
+        pose->value[channel] += (1.0f - weight) * RestChannel(restPoses->Value(slot), channel);
+      }
+    }
+  }
+  if (std::isnan(pose->rotationWeight)) {
+    return;
+  }
+  if (1.0f > pose->rotationWeight) {
+    const uint32_t slot = restPoses->Ensure(TruncateToU32(pose->value[kScaleZ]));
+    float resting[4];
+    _mm_storeu_ps(resting, RestRotation(&restPoses->Value(slot)));
+    AddQuaternion(pose->rotation, resting, 1.0f - pose->rotationWeight);
+  }
+  NormaliseQuaternion(pose->rotation);
+}
+
+// The rotation of a pose scaled towards identity: x, y, z by the share, w left alone.
+void ScaledRotation(const float* rotation, float share, float* out) {
+  for (int i = 0; i < 3; ++i) {
+    out[i] = rotation[i] * share;
+  }
+  out[3] = rotation[3];
+  NormaliseQuaternion(out);
+}
+
+void CompleteAdditive(TargetPose* pose) {
+  if (!std::isnan(pose->rotationWeight)) {
+    ScaledRotation(pose->rotation, pose->rotationWeight, pose->rotation);
+  }
+}
+
+// Evaluates the states of a layer into `scratch->layerPose`; empty for a layer that is off.
+void EvaluateLayer(AnimatorControllerModel* controller, uint32_t index, RestPoses* restPoses,
+                   ControllerScratch* scratch) {
+  PoseSet& layer = scratch->layerPose;
+  layer.Begin(restPoses->SlotCount());
+  const ControllerLayerRecord& record = controller->Layer(index);
+  if (record.blendMode > kAdditiveLayer || record.firstState == kNoHandle) {
+    return;
+  }
+  const bool additive = record.blendMode == kAdditiveLayer;
+  const AnimationSystem* system = controller->core->Animation();
+  const AnimatorControllerStateModel* state =
+      system->FindAnimatorControllerStateModel(record.firstState);
+  while (state != nullptr) {
+    const float s = state->Record().weight;
+    if (s != 0.0f) {
+      PoseSet& poses = scratch->statePose;
+      EvaluateState(*controller, *state, additive, &controller->masks[index], &scratch->state,
+                    &poses);
+      for (const uint32_t slot : poses.Slots()) {
+        AddToLayer(poses.At(slot), s, layer.Enter(slot));
+      }
+    }
+    state = system->FindAnimatorControllerStateModel(state->Record().nextState);
+  }
+  for (const uint32_t slot : layer.Slots()) {
+    if (additive) {
+      CompleteAdditive(&layer.At(slot));
+    } else {
+      CompleteOverride(&layer.At(slot), restPoses);
+    }
+  }
+}
+
+// How a layer's pose enters the final one.
+enum class Merge {
+  kOverridePart,   // override, weight below 1: blended with the rest pose
+  kOverrideWhole,  // override, any other weight, also not a number
+  kAdditiveFirst,  // additive, layer 0: on top of the rest pose
+  kAdditiveLater,  // additive, any other: on top of what is there
+};
+
+// value * W and what the kind of merge puts beside it, for four channels; `isScale` marks lanes of
+// scale.
+void MergeFour(Merge merge, const float* value, const float* weight, float share, __m128 rest,
+               __m128 isScale, float* sumValue, float* sumWeight) {
+  const __m128 w = _mm_set1_ps(share);
+  const __m128 counts = IsNumber(_mm_load_ps(weight));
+  const __m128 old = _mm_load_ps(sumValue);
+  const __m128 own = _mm_mul_ps(_mm_load_ps(value), w);
+  __m128 merged = own;
+  switch (merge) {
+    case Merge::kOverridePart:
+      merged = _mm_add_ps(own, _mm_mul_ps(rest, _mm_set1_ps(1.0f - share)));
+      break;
+    case Merge::kOverrideWhole:
+      break;
+    case Merge::kAdditiveFirst:
+      merged = _mm_add_ps(own, Select(isScale, _mm_mul_ps(rest, _mm_set1_ps(1.0f - share)), rest));
+      break;
+    case Merge::kAdditiveLater:
+      merged = _mm_add_ps(old, own);
+      break;
+  }
+  const __m128 oldWeight = _mm_load_ps(sumWeight);
+  _mm_store_ps(sumValue, Select(counts, merged, old));
+  _mm_store_ps(sumWeight, Select(counts, Touched(oldWeight), oldWeight));
+}
+
+// `rest` is the rest pose of the entity itself.
+void MergeRotation(Merge merge, const TargetPose& pose, float share, TransformValue* rest,
+                   TargetPose* sum) {
+  const bool hadRotation = !std::isnan(sum->rotationWeight);
+  if (!hadRotation) {
+    sum->rotationWeight = 0.0f;
+  }
+  if (merge == Merge::kOverridePart) {
+    float resting[4];
+    const __m128 restRotation = RestRotation(rest);
+    _mm_storeu_ps(resting, restRotation);
+    // Not a number counts as the far side.
+    const bool sameSide = DotQuaternion(pose.rotation, resting) >= 0.0f;
+    const __m128 rotation = _mm_loadu_ps(pose.rotation);
+    const __m128 near = sameSide ? rotation : _mm_xor_ps(rotation, _mm_set1_ps(-0.0f));
+    const __m128 way = _mm_mul_ps(_mm_sub_ps(near, restRotation), _mm_set1_ps(share));
+    _mm_storeu_ps(sum->rotation, _mm_add_ps(restRotation, way));
+    NormaliseQuaternion(sum->rotation);
+    return;
+  }
+  float delta[4];
+  ScaledRotation(pose.rotation, share, delta);
+  if (merge == Merge::kOverrideWhole) {
+    _mm_storeu_ps(sum->rotation, _mm_loadu_ps(delta));
+    return;
+  }
+  if (merge == Merge::kAdditiveFirst || !hadRotation) {
+    _mm_storeu_ps(sum->rotation, RestRotation(rest));
+  }
+  MultiplyQuaternion(delta, sum->rotation, sum->rotation);
+}
+
+void MergeLayer(uint32_t index, const ControllerLayerRecord& record, RestPoses* restPoses,
+                ControllerScratch* scratch) {
+  const float share = record.weight;
+  Merge merge = index == 0 ? Merge::kAdditiveFirst : Merge::kAdditiveLater;
+  if (record.blendMode != kAdditiveLayer) {
+    merge = 1.0f > share ? Merge::kOverridePart : Merge::kOverrideWhole;
+  }
+  const __m128 scaleX = _mm_castsi128_ps(_mm_setr_epi32(0, 0, 0, -1));
+  const __m128 scaleYZ = _mm_castsi128_ps(_mm_set1_epi32(-1));
+  PoseSet& layer = scratch->layerPose;
+  scratch->finalPose.Grow(restPoses->SlotCount());
+  for (const uint32_t slot : layer.Slots()) {
+    const TargetPose& pose = layer.At(slot);
+    TargetPose* sum = scratch->finalPose.Enter(slot);
+    TransformValue* rest = &restPoses->Value(slot);
+    const RestChannels channels(*rest);
+    MergeFour(merge, pose.value, pose.weight, share, channels.positionScaleX, scaleX, sum->value,
+              sum->weight);
+    MergeFour(merge, pose.value + 4, pose.weight + 4, share, channels.scaleYZ, scaleYZ,
+              sum->value + 4, sum->weight + 4);
+    if (!std::isnan(pose.rotationWeight)) {
+      MergeRotation(merge, pose, share, rest, sum);
+    }
+  }
+}
+
+// Stores a pose into the record of a 3D entity, builds its local matrix and marks it.
+void WritePose(const TargetPose& pose, const TransformTree& tree, uint32_t handle) {
+  const TransformBatch& batch = tree.Batch(handle);
+  const uint32_t index = HandleElement(handle);
+  uint8_t* bytes = batch.SharedRecord(index);
+  Entity3DRecord* record = reinterpret_cast<Entity3DRecord*>(bytes);
+  float* four = reinterpret_cast<float*>(bytes + offsetof(Entity3DRecord, position));
+  const __m128 stored = IsNumber(_mm_load_ps(pose.weight));
+  _mm_storeu_ps(four, Select(stored, _mm_load_ps(pose.value), _mm_loadu_ps(four)));
+  for (uint32_t i = 1; i < 3; ++i) {
+    if (!std::isnan(pose.weight[kScaleChannel + i])) {
+      record->scale[i] = pose.value[kScaleChannel + i];
+    }
+  }
+  if (!std::isnan(pose.rotationWeight)) {
+    _mm_storeu_ps(record->rotation, _mm_load_ps(pose.rotation));
+    record->rotationMode = 1;
+  }
+  Entity3D::BuildLocalMatrix(bytes, batch.localMatrices[index].m);
+  tree.MarkDirty(handle);
+}
+
+}  // namespace
+
+void AnimatorControllerModel::Update() {
+  thread_local ControllerScratch scratch;
+  AnimationClipBinding* binding = Binding();
+  if (binding == nullptr) {
+    return;
+  }
+  RestPoses& restPoses = binding->defaults;
+  scratch.finalPose.Begin(restPoses.SlotCount());
+  for (uint32_t index = 0; index < layerCount; ++index) {
+    EvaluateLayer(this, index, &restPoses, &scratch);
+    MergeLayer(index, Layer(index), &restPoses, &scratch);
+  }
+  // Numbers that are no entities may be among the keys.
+  const TransformTree& tree = core->Entities()->Tree();
+  for (const uint32_t slot : scratch.finalPose.Slots()) {
+    const uint32_t handle = restPoses.Number(slot);
+    if (tree.Contains(handle) && tree.Batch(handle).isThreeD) {
+      WritePose(scratch.finalPose.At(slot), tree, handle);
+    }
+  }
+}
+
+}  // namespace nq::engine

@@ -1,0 +1,56 @@
+// Keys of rest poses.
+#include "Engine/Animation/RestPoses.h"
+
+#include <algorithm>
+#include <atomic>
+
+namespace nq::engine {
+
+namespace {
+
+// The place of a number among ascending keys.
+template <typename Keys>
+auto PlaceOf(Keys& keys, uint32_t number) {
+  return std::lower_bound(
+      keys.begin(), keys.end(), number,
+      [](const RestPoses::Key& key, uint32_t wanted) { return key.number < wanted; });
+}
+
+}  // namespace
+
+RestPoses::RestPoses() {
+  Clear();
+}
+
+uint32_t RestPoses::Find(uint32_t number) const {
+  const auto place = PlaceOf(keys, number);
+  return place != keys.end() && place->number == number ? place->slot : kNoSlot;
+}
+
+uint32_t RestPoses::EnsureSlow(uint32_t number) {
+  auto place = PlaceOf(keys, number);
+  if (place == keys.end() || place->number != number) {
+    place = keys.insert(place, Key{number, SlotCount()});
+    numbers.push_back(number);
+    values.emplace_back();
+    KeysChanged();
+  }
+  recentKeys[number % kRecentKeys] = *place;
+  return place->slot;
+}
+
+void RestPoses::Clear() {
+  keys.clear();
+  numbers.clear();
+  values.clear();
+  std::fill(recentKeys, recentKeys + kRecentKeys, Key{0, kNoSlot});
+  KeysChanged();
+}
+
+void RestPoses::KeysChanged() {
+  // Worker tasks enter keys into maps of their own at the same time.
+  static std::atomic<uint64_t> lastVersion{0};
+  version = ++lastVersion;
+}
+
+}  // namespace nq::engine

@@ -1,0 +1,39 @@
+// The pose that one state of a layer gives.
+#ifndef NQ_ENGINE_ANIMATION_STATEEVALUATION_H_
+#define NQ_ENGINE_ANIMATION_STATEEVALUATION_H_
+
+#include <cstdint>
+#include <vector>
+
+#include "Engine/Animation/ClipSampling.h"
+#include "Engine/Animation/SampleMap.h"
+#include "Engine/Animation/TargetPose.h"
+#include "Engine/Animation/TransformValue.h"
+
+namespace nq::engine {
+
+class AnimatorControllerModel;
+class ControllerMask;
+struct AnimatorControllerStateModel;
+
+// Working memory of EvaluateState, kept from one call to the next.
+struct StateScratch {
+  SampleMap samples;
+  SampleMap references;
+  std::vector<const ClipSample*> referenceBySlot;  // null for none
+};
+
+// Evaluates all clips of a state into `result`, over the slots of the binding's rest poses; without
+// a binding there is nothing. `additive` takes a reference pose away from each clip's: position and
+// scale by subtraction, rotation by q conj(r). Targets without a rest pose are not animated.
+void EvaluateState(const AnimatorControllerModel& controller,
+                   const AnimatorControllerStateModel& state, bool additive, ControllerMask* mask,
+                   StateScratch* scratch, PoseSet* result);
+
+// The rotation of a sample as a quaternion, x, y, z, w. Angles are converted. False if the sample
+// has none, or only a part of one and `fill` does not allow to take the rest from the rest pose.
+bool RotationOf(const ClipSample& sample, bool fill, TransformValue* rest, float* out);
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_ANIMATION_STATEEVALUATION_H_

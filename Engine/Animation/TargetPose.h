@@ -1,0 +1,76 @@
+// What is known of the pose of each entity while a controller is evaluated.
+#ifndef NQ_ENGINE_ANIMATION_TARGETPOSE_H_
+#define NQ_ENGINE_ANIMATION_TARGETPOSE_H_
+
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+namespace nq::engine {
+
+// Position and scale are six channels, in the order of ClipSample.
+constexpr uint32_t kPoseChannels = 6;
+
+// Sums of weighted values. A weight that is not a number means that the channel is not animated;
+// the first contribution turns it into 0 before it adds. Two lanes of each row are spare.
+struct alignas(16) TargetPose {
+  float value[8];
+  float weight[8];
+  float rotation[4];  // x, y, z, w
+  float rotationWeight;
+
+  // Nothing animated.
+  void Reset() {
+    constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+    *this = TargetPose{{}, {kNaN, kNaN, kNaN, kNaN, kNaN, kNaN, kNaN, kNaN}, {}, kNaN};
+  }
+};
+
+// A map from entity to pose, over the slots of a binding's rest poses: only entities that have one
+// are ever posed. Reuses its memory.
+class PoseSet {
+ public:
+  // Empties the set and makes room for `slotCount` slots.
+  void Begin(uint32_t slotCount) {
+    present.clear();
+    if (++round == 0) {
+      rounds.assign(rounds.size(), 0);
+      round = 1;
+    }
+    Grow(slotCount);
+  }
+
+  // Makes room for slots that came since; keeps what is there.
+  void Grow(uint32_t slotCount) {
+    if (rounds.size() < slotCount) {
+      rounds.resize(slotCount, 0);
+      poses.resize(slotCount);
+    }
+  }
+
+  bool Has(uint32_t slot) const { return rounds[slot] == round; }
+
+  // The pose of a slot, a fresh one if there was none.
+  TargetPose* Enter(uint32_t slot) {
+    if (rounds[slot] != round) {
+      rounds[slot] = round;
+      present.push_back(slot);
+      poses[slot].Reset();
+    }
+    return &poses[slot];
+  }
+
+  // Slots that have a pose, in the order in which they got it.
+  const std::vector<uint32_t>& Slots() const { return present; }
+  TargetPose& At(uint32_t slot) { return poses[slot]; }
+
+ private:
+  std::vector<TargetPose> poses;
+  std::vector<uint32_t> rounds;  // by slot: the round in which it last got a pose
+  std::vector<uint32_t> present;
+  uint32_t round = 0;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_ANIMATION_TARGETPOSE_H_
