@@ -9,6 +9,7 @@ const { spawnSync } = require('child_process');
 
 const folder = path.join(__dirname, '..', '..', 'bench', 'script');
 const { assertSameMatrices } = require(path.join(folder, 'lib', 'compare.js'));
+const animation = require(path.join(folder, 'lib', 'animation-scene.js'));
 
 /** Runs the benchmarks' entry and returns what the child leaves. */
 function runBenchmarks(args) {
@@ -76,5 +77,61 @@ describe('comparison of contenders', () => {
     assert.throws(() => assertSameMatrices('m', wrong, matrices()), /node 0, element 5/);
     assert.throws(() => assertSameMatrices('m', matrices(), matrices().subarray(0, 16)));
     assert.throws(() => assertSameMatrices('m', new Float32Array(0), new Float32Array(0)));
+  });
+});
+
+describe('comparison of animated bones', () => {
+  const { assertMoved, assertSamePose, bones, channelCount, interpolationTolerance } = animation;
+  const tolerance = { linear: 0.01, translation: 0.1 };
+  const pose = () => Float32Array.from({ length: 16 * (bones + 2) }, (_, i) => (i % 32) - 10);
+  const compare = (change) => {
+    const changed = pose();
+    change(changed);
+    return () => assertSamePose('m', pose(), changed, tolerance);
+  };
+
+  it('takes what each column is allowed', () => {
+    const within = compare((m) => {
+      m[16] += 0.009;
+      m[16 + 13] -= 0.09;
+    });
+    assert.doesNotThrow(within);
+  });
+
+  it('names the bone, the character and the element that differ', () => {
+    const linear = compare((m) => {
+      m[16 * (bones + 1) + 11] += 0.011;
+    });
+    assert.throws(linear, /bone 1 of character 1, element 11/);
+    const translation = compare((m) => {
+      m[16 + 12] -= 0.11;
+    });
+    assert.throws(translation, /bone 1 of character 0, element 12/);
+  });
+
+  it('takes no not-a-number, no missing matrix and no empty set', () => {
+    const wrong = pose();
+    wrong[5] = NaN;
+    assert.throws(() => assertSamePose('m', pose(), wrong, tolerance), /element 5/);
+    assert.throws(() => assertSamePose('m', wrong, pose(), tolerance), /element 5/);
+    assert.throws(() => assertSamePose('m', pose(), pose().subarray(16), tolerance));
+    assert.throws(() => assertSamePose('m', new Float32Array(0), new Float32Array(0), tolerance));
+  });
+
+  it('notices a bone that stands still', () => {
+    const after = pose().map((value) => value + 0.5);
+    assert.doesNotThrow(() => assertMoved('m', pose(), after));
+    after.set(pose().subarray(32, 48), 32);
+    assert.throws(() => assertMoved('m', pose(), after), /bone 2 stands still/);
+  });
+
+  it('allows a chord what the bend of its clip and the depth of the skeleton make of it', () => {
+    // One number goes 0, 1, 0: a second difference of 2, an eighth of which is 0.25. Its matrix differs
+    // by 2 x 2 x 0.25 at most, and one bone below another by twice that.
+    const values = new Float32Array(3 * channelCount);
+    values[channelCount + 8] = 1;
+    const ofDepth = (parents) => interpolationTolerance({ clips: [{ values }], parents }).linear;
+    assert.ok(Math.abs(ofDepth([-1]) - 1) < 1e-4);
+    assert.ok(Math.abs(ofDepth([-1, 0, 0]) - 2) < 1e-4);
   });
 });

@@ -1,0 +1,173 @@
+'use strict';
+// Crowds of characters: poses out of one clip and out of two, skinning, and whole frames.
+const animation = require('../lib/animation-scene');
+const { assertView, cameras } = require('../lib/culling-scene');
+const { interleave, interleavePrepared } = require('../lib/measure');
+const { printTable } = require('../lib/table');
+
+const { assertMoved, assertSamePose, bones, skinTolerance } = animation;
+
+/** Characters of a crowd that is animated, and of one that goes through whole frames. */
+const crowds = [10, 100, 1000];
+const frameCrowds = [10, 100, 500];
+
+/** What is computed of each bone before it is skinned; methods of the contenders. */
+const poses = [
+  { kind: 'one clip', method: 'clip' },
+  { kind: 'one clip, whole frames', method: 'frames' },
+  { kind: 'crossfade', method: 'crossfade' },
+];
+
+/** Sets of times at which contenders are compared. */
+const comparedSets = [0, 5];
+
+/**
+ * Loads a contender anew: the compiler makes better code of functions that exist once, as they would in
+ * a game, than of those that work on several scenes.
+ * @param {string} name
+ */
+function load(name) {
+  const file = require.resolve(`../contenders/${name}`);
+  delete require.cache[file];
+  return require(file);
+}
+
+/** A scene, and its contenders with what each may differ from the first. */
+function prepare(characters) {
+  const scene = animation.createAnimationScene(characters);
+  const contenders = [
+    load('animation-typed').createAnimationTyped(scene),
+    load('animation-native').createAnimationNative(scene),
+    load('animation-three').createAnimationThree(scene),
+  ];
+  const { rounding, interpolationTolerance } = animation;
+  return { scene, contenders, tolerances: [rounding, rounding, interpolationTolerance(scene)] };
+}
+
+/**
+ * Throws unless all contenders hold the world matrices and skins of the first.
+ * @param {string} what
+ * @param {object} prepared
+ * @returns {Float32Array} the world matrices
+ */
+function assertSameBones(what, { scene, contenders, tolerances }) {
+  const read = (contender, name) => {
+    const out = new Float32Array(16 * bones * scene.characters).fill(NaN);
+    contender[name](out);
+    return out;
+  };
+  const worlds = read(contenders[0], 'worlds');
+  const skins = read(contenders[0], 'skins');
+  contenders.slice(1).forEach((contender, i) => {
+    const said = `${what}, ${contender.name} against ${contenders[0].name}`;
+    const tolerance = tolerances[i + 1];
+    assertSamePose(`${said}, world`, worlds, read(contender, 'worlds'), tolerance);
+    assertSamePose(`${said}, skin`, skins, read(contender, 'skins'), skinTolerance(tolerance));
+  });
+  return worlds;
+}
+
+/** Compares what comes out of a kind of pose. */
+function assertPose(what, prepared, method) {
+  const [first, second] = comparedSets.map((set) => {
+    for (const contender of prepared.contenders) {
+      contender[method](set);
+      contender.refresh();
+      contender.skin();
+    }
+    return assertSameBones(`${what}, set ${set}`, prepared);
+  });
+  assertMoved(what, first, second);
+}
+
+/** Compares bones and views after whole frames. */
+function assertFrame(what, prepared) {
+  const { scene, contenders } = prepared;
+  const all = Int32Array.from({ length: scene.characters }, (_, i) => i);
+  for (const set of comparedSets) {
+    const camera = cameras[set % cameras.length];
+    contenders.forEach((contender) => contender.frame(set, camera));
+    assertSameBones(`${what}, set ${set}`, prepared);
+    for (const contender of contenders) {
+      const worlds = new Float32Array(16 * bones * scene.characters);
+      contender.worlds(worlds);
+      const hips = new Float32Array(16 * scene.characters);
+      all.forEach((c) => hips.set(worlds.subarray(16 * bones * c, 16 * bones * c + 16), 16 * c));
+      assertView(`${what}, ${contender.name}`, scene, hips, camera, all, contender.view());
+    }
+  }
+}
+
+/** A row of the table, from nanoseconds of a run of each contender. */
+function rowOf(kind, characters, times) {
+  const [typed, nq, three] = times.map((time) => time / characters / bones);
+  return { kind, characters, nanosecondsPerBone: { nq, typed, three } };
+}
+
+/** Poses and skins of one crowd. */
+function measureCrowd(characters, budget) {
+  const prepared = prepare(characters);
+  const { contenders, scene } = prepared;
+  const setOf = (run) => run % scene.sets.length;
+  const rows = poses.map(({ kind, method }) => {
+    const what = `${characters} characters, ${kind}`;
+    assertPose(`${what}, before`, prepared, method);
+    // World matrices are brought up to date in between, as they are in frames.
+    const runs = contenders.map((contender) => ({
+      prepare: contender.refresh,
+      run: (run) => contender[method](setOf(run)),
+    }));
+    const times = interleavePrepared(runs, budget);
+    assertPose(`${what}, after`, prepared, method);
+    return rowOf(kind, characters, times);
+  });
+  const skins = interleave(
+    contenders.map((contender) => contender.skin),
+    budget
+  );
+  assertPose(`${characters} characters, after skinning`, prepared, 'crossfade');
+  return rows.concat(rowOf('skinning', characters, skins));
+}
+
+/** Whole frames of one crowd. */
+function measureFrames(characters, budget) {
+  const prepared = prepare(characters);
+  const { contenders, scene } = prepared;
+  const what = `${characters} characters, whole frame`;
+  assertFrame(`${what}, before`, prepared);
+  const times = interleave(
+    contenders.map(
+      (contender) => (run) =>
+        contender.frame(run % scene.sets.length, cameras[run % cameras.length])
+    ),
+    budget
+  );
+  assertFrame(`${what}, after`, prepared);
+  return rowOf('whole frame', characters, times);
+}
+
+function run(budget) {
+  // On a tiny budget one small crowd.
+  const limit = Math.floor(Math.max(...budget.sizes) / bones);
+  const within = (counts) => Array.from(new Set(counts.map((count) => Math.min(count, limit))));
+  const rows = [].concat(
+    ...within(crowds).map((characters) => measureCrowd(characters, budget)),
+    within(frameCrowds).map((characters) => measureFrames(characters, budget))
+  );
+  printTable(
+    'animation: ns per bone',
+    ['work', 'characters', 'nq', 'typed', 'three', 'typed/nq', 'three/nq'],
+    rows.map(({ kind, characters, nanosecondsPerBone: { nq, typed, three } }) => [
+      kind,
+      characters,
+      nq,
+      typed,
+      three,
+      typed / nq,
+      three / nq,
+    ])
+  );
+  return rows;
+}
+
+module.exports = { run };
