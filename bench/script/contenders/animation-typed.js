@@ -236,60 +236,151 @@ function createAnimationTyped(scene) {
     }
   }
 
-  // out[o] = a[i] x b[k]; `stride` of the result's columns is 3 or 4 numbers.
-  function multiply(out, o, stride, a, i, b, k) {
-    const a0 = a[i];
-    const a1 = a[i + 1];
-    const a2 = a[i + 2];
-    const a3 = a[i + 3];
-    const a4 = a[i + 4];
-    const a5 = a[i + 5];
-    const a6 = a[i + 6];
-    const a7 = a[i + 7];
-    const a8 = a[i + 8];
-    let x = b[k];
-    let y = b[k + 1];
-    let z = b[k + 2];
-    out[o] = a0 * x + a3 * y + a6 * z;
-    out[o + 1] = a1 * x + a4 * y + a7 * z;
-    out[o + 2] = a2 * x + a5 * y + a8 * z;
-    o += stride;
-    x = b[k + 3];
-    y = b[k + 4];
-    z = b[k + 5];
-    out[o] = a0 * x + a3 * y + a6 * z;
-    out[o + 1] = a1 * x + a4 * y + a7 * z;
-    out[o + 2] = a2 * x + a5 * y + a8 * z;
-    o += stride;
-    x = b[k + 6];
-    y = b[k + 7];
-    z = b[k + 8];
-    out[o] = a0 * x + a3 * y + a6 * z;
-    out[o + 1] = a1 * x + a4 * y + a7 * z;
-    out[o + 2] = a2 * x + a5 * y + a8 * z;
-    o += stride;
-    x = b[k + 9];
-    y = b[k + 10];
-    z = b[k + 11];
-    out[o] = a0 * x + a3 * y + a6 * z + a[i + 9];
-    out[o + 1] = a1 * x + a4 * y + a7 * z + a[i + 10];
-    out[o + 2] = a2 * x + a5 * y + a8 * z + a[i + 11];
+  // worlds[m] = a[i] x locals[m]
+  function updateWorld(m, a, i) {
+    for (let k = m; k < m + affine; k += 3) {
+      const x = locals[k];
+      const y = locals[k + 1];
+      const z = locals[k + 2];
+      worlds[k] = a[i] * x + a[i + 3] * y + a[i + 6] * z;
+      worlds[k + 1] = a[i + 1] * x + a[i + 4] * y + a[i + 7] * z;
+      worlds[k + 2] = a[i + 2] * x + a[i + 5] * y + a[i + 8] * z;
+    }
+    worlds[m + 9] += a[i + 9];
+    worlds[m + 10] += a[i + 10];
+    worlds[m + 11] += a[i + 11];
   }
 
+  /** World matrices alone; what is measured does without. */
   function refresh() {
     for (let c = 0; c < characters; ++c) {
       const first = c * characterStride;
-      multiply(worlds, first, 3, holders, c * affine, locals, first);
-      for (let bone = 1, m = first + affine; bone < bones; ++bone, m += affine) {
-        multiply(worlds, m, 3, worlds, first + parents[bone], locals, m);
+      updateWorld(first, holders, c * affine);
+      for (let bone = 1; bone < bones; ++bone) {
+        updateWorld(first + bone * affine, worlds, first + parents[bone]);
       }
     }
   }
 
+  // The products are written out where they are needed: one function for them is too long to be taken
+  // into its callers, and calls take as long again as the products.
   function skin() {
     for (let c = 0, m = 0, o = 0; c < characters; ++c) {
       for (let k = 0; k < characterStride; k += affine, m += affine, o += 16) {
-        multiply(skins, o, 4, worlds, m, inverses, k);
+        const w0 = worlds[m];
+        const w1 = worlds[m + 1];
+        const w2 = worlds[m + 2];
+        const w3 = worlds[m + 3];
+        const w4 = worlds[m + 4];
+        const w5 = worlds[m + 5];
+        const w6 = worlds[m + 6];
+        const w7 = worlds[m + 7];
+        const w8 = worlds[m + 8];
+        let x = inverses[k];
+        let y = inverses[k + 1];
+        let z = inverses[k + 2];
+        skins[o] = w0 * x + w3 * y + w6 * z;
+        skins[o + 1] = w1 * x + w4 * y + w7 * z;
+        skins[o + 2] = w2 * x + w5 * y + w8 * z;
+        x = inverses[k + 3];
+        y = inverses[k + 4];
+        z = inverses[k + 5];
+        skins[o + 4] = w0 * x + w3 * y + w6 * z;
+        skins[o + 5] = w1 * x + w4 * y + w7 * z;
+        skins[o + 6] = w2 * x + w5 * y + w8 * z;
+        x = inverses[k + 6];
+        y = inverses[k + 7];
+        z = inverses[k + 8];
+        skins[o + 8] = w0 * x + w3 * y + w6 * z;
+        skins[o + 9] = w1 * x + w4 * y + w7 * z;
+        skins[o + 10] = w2 * x + w5 * y + w8 * z;
+        x = inverses[k + 9];
+        y = inverses[k + 10];
+        z = inverses[k + 11];
+        skins[o + 12] = w0 * x + w3 * y + w6 * z + worlds[m + 9];
+        skins[o + 13] = w1 * x + w4 * y + w7 * z + worlds[m + 10];
+        skins[o + 14] = w2 * x + w5 * y + w8 * z + worlds[m + 11];
+      }
+    }
+  }
+
+  // In one go, so that world matrices are not read again.
+  function refreshAndSkin() {
+    for (let c = 0, o = 0; c < characters; ++c) {
+      const first = c * characterStride;
+      for (let bone = 0, k = 0; bone < bones; ++bone, k += affine, o += 16) {
+        const m = first + k;
+        const a = bone === 0 ? holders : worlds;
+        const i = bone === 0 ? c * affine : first + parents[bone];
+        const a0 = a[i];
+        const a1 = a[i + 1];
+        const a2 = a[i + 2];
+        const a3 = a[i + 3];
+        const a4 = a[i + 4];
+        const a5 = a[i + 5];
+        const a6 = a[i + 6];
+        const a7 = a[i + 7];
+        const a8 = a[i + 8];
+        let x = locals[m];
+        let y = locals[m + 1];
+        let z = locals[m + 2];
+        const w0 = a0 * x + a3 * y + a6 * z;
+        const w1 = a1 * x + a4 * y + a7 * z;
+        const w2 = a2 * x + a5 * y + a8 * z;
+        worlds[m] = w0;
+        worlds[m + 1] = w1;
+        worlds[m + 2] = w2;
+        x = locals[m + 3];
+        y = locals[m + 4];
+        z = locals[m + 5];
+        const w3 = a0 * x + a3 * y + a6 * z;
+        const w4 = a1 * x + a4 * y + a7 * z;
+        const w5 = a2 * x + a5 * y + a8 * z;
+        worlds[m + 3] = w3;
+        worlds[m + 4] = w4;
+        worlds[m + 5] = w5;
+        x = locals[m + 6];
+        y = locals[m + 7];
+        z = locals[m + 8];
+        const w6 = a0 * x + a3 * y + a6 * z;
+        const w7 = a1 * x + a4 * y + a7 * z;
+        const w8 = a2 * x + a5 * y + a8 * z;
+        worlds[m + 6] = w6;
+        worlds[m + 7] = w7;
+        worlds[m + 8] = w8;
+        x = locals[m + 9];
+        y = locals[m + 10];
+        z = locals[m + 11];
+        const w9 = a0 * x + a3 * y + a6 * z + a[i + 9];
+        const w10 = a1 * x + a4 * y + a7 * z + a[i + 10];
+        const w11 = a2 * x + a5 * y + a8 * z + a[i + 11];
+        worlds[m + 9] = w9;
+        worlds[m + 10] = w10;
+        worlds[m + 11] = w11;
+        x = inverses[k];
+        y = inverses[k + 1];
+        z = inverses[k + 2];
+        skins[o] = w0 * x + w3 * y + w6 * z;
+        skins[o + 1] = w1 * x + w4 * y + w7 * z;
+        skins[o + 2] = w2 * x + w5 * y + w8 * z;
+        x = inverses[k + 3];
+        y = inverses[k + 4];
+        z = inverses[k + 5];
+        skins[o + 4] = w0 * x + w3 * y + w6 * z;
+        skins[o + 5] = w1 * x + w4 * y + w7 * z;
+        skins[o + 6] = w2 * x + w5 * y + w8 * z;
+        x = inverses[k + 6];
+        y = inverses[k + 7];
+        z = inverses[k + 8];
+        skins[o + 8] = w0 * x + w3 * y + w6 * z;
+        skins[o + 9] = w1 * x + w4 * y + w7 * z;
+        skins[o + 10] = w2 * x + w5 * y + w8 * z;
+        x = inverses[k + 9];
+        y = inverses[k + 10];
+        z = inverses[k + 11];
+        skins[o + 12] = w0 * x + w3 * y + w6 * z + w9;
+        skins[o + 13] = w1 * x + w4 * y + w7 * z + w10;
+        skins[o + 14] = w2 * x + w5 * y + w8 * z + w11;
       }
     }
   }
@@ -321,8 +412,7 @@ function createAnimationTyped(scene) {
 
     frame(set, camera) {
       crossfade(set);
-      refresh();
-      skin();
+      refreshAndSkin();
       cull(camera);
     },
 
