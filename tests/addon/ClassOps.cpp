@@ -2,6 +2,8 @@
 #include <thread>
 
 #include "BindingTemp/BindingEngine.h"
+#include "BindingTemp/BindingEngineAnimationClipBinding.h"
+#include "BindingTemp/BindingEngineAnimatorController.h"
 #include "BindingTemp/BindingEngineBase.h"
 #include "BindingTemp/BindingEngineComponent.h"
 #include "BindingTemp/BindingEngineDataModel.h"
@@ -31,6 +33,15 @@ vx::internal::TypeInfo* TypeInfoNamed(const std::string& name) {
   }
   if (name == "BindingEngineDataModel") {
     return type_id<engine::BindingEngineDataModel>();
+  }
+  if (name == "BindingEngineAnimationClipBinding") {
+    return type_id<engine::BindingEngineAnimationClipBinding>();
+  }
+  if (name == "BindingEngineAnimatorControllerModel") {
+    return type_id<engine::BindingEngineAnimatorControllerModel>();
+  }
+  if (name == "BindingEngineAnimatorControllerStateModel") {
+    return type_id<engine::BindingEngineAnimatorControllerStateModel>();
   }
   if (name == "IEntity") {
     return type_id<engine::IEntity>();
@@ -199,9 +210,9 @@ void InstallTwiceOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
-// registerClasses(): the wrapper layer's own sequence, in this addon's registries. Returns
-// {Engine, EngineEntity, EngineComponent, EngineDataModel: constructors, engineBases, entityBases,
-// componentBases, dataModelBases: counts}.
+// registerClasses(): the wrapper layer's own sequence, in this addon's registries. Returns the
+// constructors under the classes' names in script, and engineBases, entityBases, componentBases,
+// dataModelBases, bindingBases, controllerBases, stateBases: counts.
 void RegisterClassesOp(const vx::CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
   engine::RegisterClasses();
@@ -210,6 +221,12 @@ void RegisterClassesOp(const vx::CallbackInfo& info) {
   Set(isolate, result, "EngineEntity", ConstructorOf<engine::BindingEngineEntity>(isolate));
   Set(isolate, result, "EngineComponent", ConstructorOf<engine::BindingEngineComponent>(isolate));
   Set(isolate, result, "EngineDataModel", ConstructorOf<engine::BindingEngineDataModel>(isolate));
+  Set(isolate, result, "EngineAnimationClipBinding",
+      ConstructorOf<engine::BindingEngineAnimationClipBinding>(isolate));
+  Set(isolate, result, "EngineAnimatorControllerModel",
+      ConstructorOf<engine::BindingEngineAnimatorControllerModel>(isolate));
+  Set(isolate, result, "EngineAnimatorControllerStateModel",
+      ConstructorOf<engine::BindingEngineAnimatorControllerStateModel>(isolate));
   const auto setBases = [isolate, result](const char* name, const char* className) {
     const size_t count = TypeInfoNamed(className)->bases.size();
     Set(isolate, result, name, Number(isolate, static_cast<double>(count)));
@@ -218,6 +235,9 @@ void RegisterClassesOp(const vx::CallbackInfo& info) {
   setBases("entityBases", "BindingEngineEntity");
   setBases("componentBases", "BindingEngineComponent");
   setBases("dataModelBases", "BindingEngineDataModel");
+  setBases("bindingBases", "BindingEngineAnimationClipBinding");
+  setBases("controllerBases", "BindingEngineAnimatorControllerModel");
+  setBases("stateBases", "BindingEngineAnimatorControllerStateModel");
   info.GetReturnValue().Set(result);
 }
 
@@ -249,20 +269,22 @@ void InternalFieldsOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
-// unwrap(object): what receiver checks make of it, as {engine, entity, component, dataModel}, true
-// where not null.
+// unwrap(object): what receiver checks make of it, as {engine, entity, component, dataModel,
+// binding, controller, state}, true where not null.
 void UnwrapOp(const vx::CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
   v8::Local<v8::Object> object = ObjectArg(info, 0);
   v8::Local<v8::Object> result = v8::Object::New(isolate);
-  Set(isolate, result, "engine",
-      v8::Boolean::New(isolate, vx::Unwrap<engine::BindingEngine>(object) != nullptr));
-  Set(isolate, result, "entity",
-      v8::Boolean::New(isolate, vx::Unwrap<engine::BindingEngineEntity>(object) != nullptr));
-  Set(isolate, result, "component",
-      v8::Boolean::New(isolate, vx::Unwrap<engine::BindingEngineComponent>(object) != nullptr));
-  Set(isolate, result, "dataModel",
-      v8::Boolean::New(isolate, vx::Unwrap<engine::BindingEngineDataModel>(object) != nullptr));
+  const auto set = [isolate, result](const char* name, const void* wrapper) {
+    Set(isolate, result, name, v8::Boolean::New(isolate, wrapper != nullptr));
+  };
+  set("engine", vx::Unwrap<engine::BindingEngine>(object));
+  set("entity", vx::Unwrap<engine::BindingEngineEntity>(object));
+  set("component", vx::Unwrap<engine::BindingEngineComponent>(object));
+  set("dataModel", vx::Unwrap<engine::BindingEngineDataModel>(object));
+  set("binding", vx::Unwrap<engine::BindingEngineAnimationClipBinding>(object));
+  set("controller", vx::Unwrap<engine::BindingEngineAnimatorControllerModel>(object));
+  set("state", vx::Unwrap<engine::BindingEngineAnimatorControllerStateModel>(object));
   info.GetReturnValue().Set(result);
 }
 

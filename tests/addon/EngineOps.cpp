@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "BindingTemp/BindingEngine.h"
+#include "BindingTemp/BindingEngineAnimationClipBinding.h"
+#include "BindingTemp/BindingEngineAnimatorController.h"
 #include "BindingTemp/BindingEngineComponent.h"
 #include "BindingTemp/BindingEngineDataModel.h"
 #include "BindingTemp/BindingEngineEntity.h"
@@ -19,6 +21,9 @@ namespace nq::test {
 namespace {
 
 using engine::BindingEngine;
+using engine::BindingEngineAnimationClipBinding;
+using engine::BindingEngineAnimatorControllerModel;
+using engine::BindingEngineAnimatorControllerStateModel;
 using engine::BindingEngineComponent;
 using engine::BindingEngineDataModel;
 using engine::BindingEngineEntity;
@@ -96,7 +101,7 @@ void EntityNameOp(const vx::CallbackInfo& info) {
                                 .ToLocalChecked());
 }
 
-// wrapperSizes(): {engine, entity, component, dataModel} in bytes.
+// wrapperSizes(): {engine, entity, component, dataModel, binding, controller, state} in bytes.
 void WrapperSizesOp(const vx::CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
   v8::Local<v8::Object> result = v8::Object::New(isolate);
@@ -104,6 +109,9 @@ void WrapperSizesOp(const vx::CallbackInfo& info) {
   Set(isolate, result, "entity", Number(isolate, sizeof(BindingEngineEntity)));
   Set(isolate, result, "component", Number(isolate, sizeof(BindingEngineComponent)));
   Set(isolate, result, "dataModel", Number(isolate, sizeof(BindingEngineDataModel)));
+  Set(isolate, result, "binding", Number(isolate, sizeof(BindingEngineAnimationClipBinding)));
+  Set(isolate, result, "controller", Number(isolate, sizeof(BindingEngineAnimatorControllerModel)));
+  Set(isolate, result, "state", Number(isolate, sizeof(BindingEngineAnimatorControllerStateModel)));
   info.GetReturnValue().Set(result);
 }
 
@@ -118,6 +126,12 @@ void ConstructOp(const vx::CallbackInfo& info) {
     delete new BindingEngineComponent(info);
   } else if (className == "EngineDataModel") {
     delete new BindingEngineDataModel(info);
+  } else if (className == "EngineAnimationClipBinding") {
+    delete new BindingEngineAnimationClipBinding(info);
+  } else if (className == "EngineAnimatorControllerModel") {
+    delete new BindingEngineAnimatorControllerModel(info);
+  } else if (className == "EngineAnimatorControllerStateModel") {
+    delete new BindingEngineAnimatorControllerStateModel(info);
   }
 }
 

@@ -12,10 +12,14 @@ describe('receiver', () => {
   const entity = engine.createEntity(true, 2);
   const component = engine.createComponent(2, 1, 1);
   const dataModel = engine.createDataModel(2, new ArrayBuffer(64));
+  const lists = Uint32Array.of(1, 1, entity.id).buffer;
+  const binding = engine.createAnimationClipBinding(lists, 0, 1, 2, 1);
+  const controller = engine.createAnimatorControllerModel(1);
+  const state = engine.createAnimatorControllerStateModel(1);
   const empty = new engine.constructor();
 
   it('has two internal fields, of which new leaves both empty', () => {
-    for (const object of [engine, entity, component, dataModel]) {
+    for (const object of [engine, entity, component, dataModel, binding, controller, state]) {
       assert.deepStrictEqual(addon.internalFields(object), { count: 2, undefinedFields: 0 });
       const unbound = new object.constructor();
       assert.deepStrictEqual(addon.internalFields(unbound), { count: 2, undefinedFields: 2 });
@@ -23,7 +27,15 @@ describe('receiver', () => {
   });
 
   it('is taken for its own class only', () => {
-    const nothing = { engine: false, entity: false, component: false, dataModel: false };
+    const nothing = {
+      engine: false,
+      entity: false,
+      component: false,
+      dataModel: false,
+      binding: false,
+      controller: false,
+      state: false,
+    };
     for (const [object, expected] of [
       [engine, { engine: true }],
       [entity, { entity: true }],
@@ -32,7 +44,15 @@ describe('receiver', () => {
       [engine.createComponent(3, 0), { component: true }],
       [engine.createDataModel(1, new ArrayBuffer(16)), { dataModel: true }],
       [engine.createDataModel(7, new ArrayBuffer(16)), { dataModel: true }],
+      [binding, { binding: true }],
+      [engine.createAnimationClipBinding(lists, 0, 0, 1, 0), { binding: true }],
+      [controller, { controller: true }],
+      [engine.createAnimatorControllerModel(0), { controller: true }],
+      [state, { state: true }],
+      [engine.createAnimatorControllerStateModel(0), { state: true }],
       [empty, {}],
+      [new binding.constructor(), {}],
+      [new controller.constructor(), {}],
       [{}, {}],
       [nq, {}],
       [new Uint8Array(4), {}],
@@ -55,6 +75,9 @@ describe('receiver', () => {
     ['an empty entity', new entity.constructor()],
     ['a component', component],
     ['a data model', dataModel],
+    ['a binding', binding],
+    ['a controller', controller],
+    ['a state', state],
     ['a plain object', {}],
     ['undefined', undefined],
     ['a number', 7],
@@ -73,12 +96,22 @@ describe('receiver', () => {
         'updateSkinningMatrices',
         'createDataModel',
         'createComponent',
+        'createAnimationClipBinding',
+        'createAnimatorControllerModel',
+        'createAnimatorControllerStateModel',
+        'updateAnimatorControllers',
       ]) {
         assert.strictEqual(engine[name].call(receiver), null, name);
       }
       assert.strictEqual(engine.createDataModel.call(receiver, 1), null);
       assert.strictEqual(engine.createComponent.call(receiver, 2, 1), null);
       assert.strictEqual(engine.createComponent.call(receiver, 3), null);
+      const { createAnimationClipBinding } = engine;
+      assert.strictEqual(createAnimationClipBinding.call(receiver, lists, 0, 1, 2), null);
+      assert.strictEqual(createAnimationClipBinding.call(receiver, 'x', 0, 1, 2, 1), null);
+      assert.strictEqual(createAnimationClipBinding.call(receiver, lists, 4, 1, 2, 1), null);
+      assert.strictEqual(controller.setMaskAtIndex.call(receiver, 0, lists, 0), null);
+      assert.strictEqual(binding.updateBinding.call(receiver, lists, 0, 1, 2, 0, 0), false);
     });
   }
 
@@ -116,6 +149,25 @@ describe('receiver', () => {
     });
   }
 
+  for (const [name, label] of [
+    ['bindingOnEmpty', 'createAnimationClipBinding on an empty engine'],
+    ['controllerOnBinding', 'createAnimatorControllerModel on a binding'],
+    ['stateOnEmpty', 'createAnimatorControllerStateModel on an empty engine'],
+    ['controllersOnController', 'updateAnimatorControllers on a controller'],
+    ['updateOnEmpty', 'update on an empty controller'],
+    ['updateOnState', 'update on a state'],
+    ['updateWithoutArguments', 'update without arguments on a binding'],
+    ['maskOnEmpty', 'setMaskAtIndex on an empty controller'],
+    ['maskOnEngine', 'setMaskAtIndex on an engine'],
+    ['updateBindingOnEmpty', 'updateBinding on an empty binding'],
+    ['updateBindingOnController', 'updateBinding on a controller'],
+    ['defaultsOnEmpty', 'writeDefaultValues on an empty binding'],
+  ]) {
+    it(`ends the process by a fault: ${label}`, () => {
+      assertFault(runScript('controllers.js', name));
+    });
+  }
+
   for (const name of ['refreshOnPlainObject', 'refreshOnNumber']) {
     it(`ends the process in V8's own way: ${name}`, () => {
       assertHostFatal(
@@ -137,6 +189,20 @@ describe('conversion', () => {
   ]) {
     it(`that fails ends the process in V8's own way: ${name}`, () => {
       assertHostFatal(runScript('misuse.js', name), 'v8::FromJust Maybe value is Nothing.');
+    });
+  }
+
+  for (const name of [
+    'bindingOffsetThrows',
+    'bindingModeIsSymbol',
+    'layerCountIsBigInt',
+    'stateClipsThrow',
+    'maskIndexThrows',
+    'maskCountIsSymbol',
+    'updateBindingModeThrows',
+  ]) {
+    it(`that fails ends the process in V8's own way: ${name}`, () => {
+      assertHostFatal(runScript('controllers.js', name), 'v8::FromJust Maybe value is Nothing.');
     });
   }
 

@@ -104,7 +104,23 @@ describe('BindingBase', () => {
       kept.push(engine.createDataModel(kind, bytes));
     }
     assert.strictEqual(addon.externalMemory() - afterComponents - withBytes, 3 * sizes.dataModel);
-    assert.strictEqual(kept.length, 9);
-    assert(sizes.component > 0 && sizes.dataModel > 0);
+    const afterModels = addon.externalMemory();
+    const lists = Uint32Array.of(1, 1, 1).buffer;
+    const withLists = addon.externalMemory() - afterModels;
+    kept.push(
+      engine.createAnimationClipBinding(lists, 0, 1, 2, 1),
+      engine.createAnimationClipBinding(lists, 0, 0, 2, 1),
+      engine.createAnimatorControllerModel(1000),
+      engine.createAnimatorControllerModel(0),
+      engine.createAnimatorControllerStateModel(1000)
+    );
+    assert.strictEqual(
+      addon.externalMemory() - afterModels - withLists,
+      2 * sizes.binding + 2 * sizes.controller + sizes.state
+    );
+    assert.strictEqual(kept.length, 14);
+    for (const name of ['component', 'dataModel', 'binding', 'controller', 'state']) {
+      assert(sizes[name] > 0, name);
+    }
   });
 });

@@ -130,4 +130,40 @@ describe('object tracking', () => {
     });
     assert.strictEqual(kept.length, 4);
   });
+
+  it('counts bindings as "unknown" when they are made, and never takes them off', async () => {
+    const engine = nq.getEngine();
+    const references = addon.coreReferences(engine);
+    addon.enableObjectTracking(engine);
+    const lists = Uint32Array.of(1, 1, 1).buffer;
+    (() => {
+      for (let i = 0; i < 5; ++i) {
+        engine.createAnimationClipBinding(lists, 0, 1, 2, 1);
+        assert.strictEqual(engine.createAnimationClipBinding(lists, 0, 0, 2, 1).id, 0);
+        // What is null was never made.
+        assert.strictEqual(engine.createAnimationClipBinding(lists, 0, 1, 3, 1), null);
+      }
+    })();
+    assert(await collectUntil(() => addon.coreReferences(engine) === references));
+    assert.deepStrictEqual(addon.objectCounts(engine), { unknown: 10 });
+    const kept = engine.createAnimationClipBinding(lists, 0, 1, 2, 1);
+    assert.deepStrictEqual(addon.objectCounts(engine), { unknown: 11 });
+    assert.notStrictEqual(kept.id, 0);
+  });
+
+  it('does not count controllers and states', async () => {
+    const engine = nq.getEngine();
+    const references = addon.coreReferences(engine);
+    addon.enableObjectTracking(engine);
+    (() => {
+      for (const count of [1, 3, 0]) {
+        engine.createAnimatorControllerModel(count);
+        engine.createAnimatorControllerStateModel(count);
+      }
+    })();
+    assert(addon.coreReferences(engine) > references);
+    assert.deepStrictEqual(addon.objectCounts(engine), {});
+    assert(await collectUntil(() => addon.coreReferences(engine) === references));
+    assert.deepStrictEqual(addon.objectCounts(engine), {});
+  });
 });
