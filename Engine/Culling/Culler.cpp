@@ -32,8 +32,14 @@ float DepthOfKey(uint32_t key) {
 
 }  // namespace
 
-void Culler::Begin(const ViewVolume& newView) {
-  view = newView;
+void Culler::Begin(const ViewVolume& view) {
+  for (uint32_t i = 0; i < kViewPlaneCount; ++i) {
+    const CullPlane& plane = view.planes[i];
+    planes[i] = {Lanes(plane.normal.x), Lanes(plane.normal.y), Lanes(plane.normal.z),
+                 Lanes(plane.d)};
+  }
+  eye = {Lanes(view.eye.x), Lanes(view.eye.y), Lanes(view.eye.z)};
+  backward = {Lanes(view.backward.x), Lanes(view.backward.y), Lanes(view.backward.z)};
   used = 0;
 }
 
@@ -44,23 +50,21 @@ void Culler::TestGroup(const float* x, const float* y, const float* z, const flo
   const __m128 cz = _mm_loadu_ps(z);
   const __m128 minusRadius = _mm_xor_ps(_mm_loadu_ps(radius), _mm_set1_ps(-0.0f));
   uint32_t inside = candidates;
-  for (const CullPlane& plane : view.planes) {
-    __m128 s = _mm_mul_ps(_mm_set1_ps(plane.normal.x), cx);
-    s = _mm_add_ps(s, _mm_mul_ps(_mm_set1_ps(plane.normal.y), cy));
-    s = _mm_add_ps(s, _mm_mul_ps(_mm_set1_ps(plane.normal.z), cz));
-    s = _mm_add_ps(s, _mm_set1_ps(plane.d));
+  for (const PlaneLanes& plane : planes) {
+    __m128 s = _mm_mul_ps(plane.x.Load(), cx);
+    s = _mm_add_ps(s, _mm_mul_ps(plane.y.Load(), cy));
+    s = _mm_add_ps(s, _mm_mul_ps(plane.z.Load(), cz));
+    s = _mm_add_ps(s, plane.d.Load());
     inside &= ~static_cast<uint32_t>(_mm_movemask_ps(_mm_cmpgt_ps(minusRadius, s)));
     if (inside == 0) {
       return;
     }
   }
 
-  const Vector3& eye = view.eye;
-  const Vector3& f = view.backward;
-  __m128 depth = _mm_mul_ps(_mm_sub_ps(cy, _mm_set1_ps(eye.y)), _mm_set1_ps(f.y));
+  __m128 depth = _mm_mul_ps(_mm_sub_ps(cy, eye.y.Load()), backward.y.Load());
   depth = _mm_xor_ps(depth, _mm_set1_ps(-0.0f));
-  depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cx, _mm_set1_ps(eye.x)), _mm_set1_ps(f.x)));
-  depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cz, _mm_set1_ps(eye.z)), _mm_set1_ps(f.z)));
+  depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cx, eye.x.Load()), backward.x.Load()));
+  depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cz, eye.z.Load()), backward.z.Load()));
   _mm_storeu_ps(depths, depth);
   // Every lane is stored, only visible ones are counted: no branch that depends on what is seen.
   if (visible.size() < used + kGroup) {

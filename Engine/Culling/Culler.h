@@ -2,6 +2,8 @@
 #ifndef NQ_ENGINE_CULLING_CULLER_H_
 #define NQ_ENGINE_CULLING_CULLER_H_
 
+#include <emmintrin.h>
+
 #include <cstdint>
 #include <vector>
 
@@ -36,7 +38,25 @@ class Culler {
   void Sort();
   void RadixSort();
 
-  ViewVolume view = {};
+  // A number of the view volume four times over: spreading it anew for each group would take longer
+  // than the test.
+  struct alignas(16) Lanes {
+    Lanes() = default;
+    explicit Lanes(float value) : lane{value, value, value, value} {}
+    __m128 Load() const { return _mm_load_ps(lane); }
+
+    float lane[kGroup];
+  };
+  struct PlaneLanes {
+    Lanes x, y, z, d;
+  };
+  struct VectorLanes {
+    Lanes x, y, z;
+  };
+
+  PlaneLanes planes[kViewPlaneCount];
+  VectorLanes eye;
+  VectorLanes backward;
   size_t used = 0;  // entries of `visible` that count, until Finish
   std::vector<Visible> visible;
   std::vector<Visible> spare;
