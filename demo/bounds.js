@@ -2,23 +2,30 @@
 // How far points reach, and what is typical of numbers.
 
 /**
+ * A ball that holds points, around the middle of the box that holds them.
  * @typedef {Object} Bounds
  * @property {number[]} middle x, y, z
- * @property {number} radius of a ball around the middle that holds all points; 1 if they are one point
+ * @property {number} radius 1 if all points are one
  * @property {number} floor lowest y
  */
 
 /**
- * @param {Array<number[]>} points finite ones, at least one
+ * @param {ArrayLike<number>} points x, y, z of each, finite; at least one
  * @returns {Bounds}
  */
 function boundsOf(points) {
-  const low = [0, 1, 2].map((axis) => points.reduce((a, p) => Math.min(a, p[axis]), Infinity));
-  const high = [0, 1, 2].map((axis) => points.reduce((a, p) => Math.max(a, p[axis]), -Infinity));
+  const low = [Infinity, Infinity, Infinity];
+  const high = [-Infinity, -Infinity, -Infinity];
+  for (let i = 0; i < points.length; ++i) {
+    low[i % 3] = Math.min(low[i % 3], points[i]);
+    high[i % 3] = Math.max(high[i % 3], points[i]);
+  }
   const middle = low.map((value, axis) => (value + high[axis]) / 2);
-  const radius = points.reduce((far, p) => {
-    return Math.max(far, Math.hypot(p[0] - middle[0], p[1] - middle[1], p[2] - middle[2]));
-  }, 0);
+  let radius = 0;
+  for (let i = 0; i < points.length; i += 3) {
+    const offset = middle.map((value, axis) => points[i + axis] - value);
+    radius = Math.max(radius, Math.hypot(...offset));
+  }
   return { middle, radius: radius > 0 ? radius : 1, floor: low[1] };
 }
 

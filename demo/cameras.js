@@ -6,10 +6,10 @@
 const kPictureYaw = 0.62;
 
 /** What the perspective camera sees: radians, width over height, and distances in radii. */
-const kFov = 0.48;
-const kAspect = 1.9;
-const kNear = 0.12;
-const kFar = 1.5;
+const kFov = 0.36;
+const kAspect = 2.2;
+const kNear = 0.14;
+const kFar = 1.6;
 
 /** Half the width of what the overview sees, and its height above the middle, in radii. */
 const kOverviewReach = 0.55;
@@ -56,8 +56,8 @@ function placeIn({ middle, radius }, right, up, towards) {
  */
 function createPerspectiveCamera(bounds) {
   return {
-    eye: placeIn(bounds, -0.8, 0.24, 0.2),
-    target: placeIn(bounds, 0.3, -0.06, 0.14),
+    eye: placeIn(bounds, -0.96, 0.2, 0.3),
+    target: placeIn(bounds, 0.4, -0.06, 0.06),
     up: [0, 1, 0],
     fov: kFov,
     aspect: kAspect,

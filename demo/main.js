@@ -1,22 +1,24 @@
 'use strict';
-// The demo: a scene as entities, animated and culled for some frames, with its cost and its picture.
+// The demo: a crowd of skinned characters, run for some frames, with its cost and its picture.
 const fs = require('fs');
 const path = require('path');
-const { animate } = require('./animate');
-const { SceneCulling } = require('./culling');
-const { EngineScene } = require('./engine-scene');
+const { createFigure } = require('./figure');
+const { loadModel } = require('./model');
 const { loadNativeModule } = require('./native-module');
 const { help, parseOptions } = require('./options');
-const { drawScene, savePicture } = require('./picture');
-const { createProgress, formatTable } = require('./report');
-const { loadGltfScene } = require('./scene-gltf');
-const { createProceduralScene } = require('./scene-procedural');
+const { MomentRecorder } = require('./moments');
+const { drawPicture, savePicture } = require('./picture');
+const { createProgress, formatTables } = require('./report');
+const { Stage } = require('./stage');
 const { UserError, fileTrouble, oneLine } = require('./user-error');
 
 /** Exit code for what the person at the keyboard can put right. */
 const kUserErrorCode = 2;
 
-/** Makes the folder for the picture before any work is done for it. */
+/** Entities of a whole crowd: some 200 MB of memory. */
+const kMostEntities = 500000;
+
+/** Makes the folder for the picture ahead of the run, which would else be in vain. */
 function prepareFolder(folder) {
   try {
     fs.mkdirSync(folder, { recursive: true });
@@ -27,6 +29,16 @@ function prepareFolder(folder) {
   }
 }
 
+/** Throws unless a crowd fits into memory. */
+function checkSize({ name, nodes }, characters) {
+  const most = Math.floor(kMostEntities / nodes.length);
+  if (characters > most) {
+    const trouble = `${characters} of '${name}' with ${nodes.length} nodes each are too many`;
+    const cure = most > 0 ? `give --characters up to ${most}` : 'choose a smaller model';
+    throw new UserError(`${trouble}: ${cure}.`);
+  }
+}
+
 async function main(args) {
   const options = parseOptions(args);
   if (options.help) {
@@ -34,23 +46,22 @@ async function main(args) {
     return;
   }
   const { getEngine } = loadNativeModule();
-  const scene =
-    options.model === null
-      ? createProceduralScene(options.figures)
-      : await loadGltfScene(options.model);
+  const kind = options.model === null ? createFigure() : await loadModel(options.model);
+  checkSize(kind, options.characters);
+  const stage = new Stage(getEngine(), kind, options.characters, options.seed);
   prepareFolder(options.out);
 
-  const engineScene = new EngineScene(getEngine(), scene.nodes);
-  const culling = new SceneCulling(engineScene, scene.nodes);
+  const recorder = new MomentRecorder(stage, options.frames);
   const progress = createProgress(options.frames);
-  const timings = animate(scene, engineScene, culling, options.frames, (done) =>
-    progress.update(done)
-  );
+  const timings = stage.run(options.frames, (done) => {
+    recorder.record(done);
+    progress.update(done);
+  });
   progress.stop();
 
   const file = path.join(options.out, 'scene.png');
-  savePicture(drawScene(scene.nodes, engineScene.worldPositions(), culling.seen()), file);
-  console.log(formatTable(scene, engineScene, culling, timings));
+  savePicture(drawPicture(stage, recorder), file);
+  console.log(formatTables(stage, timings));
   console.log(`picture: ${file}`);
 }
 

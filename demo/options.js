@@ -4,36 +4,44 @@ const { UserError } = require('./user-error');
 
 const help = `Usage: npm run demo [-- OPTIONS]
 
-Builds a tree of entities, animates it for some frames, culls it by two cameras, and shows what a frame
-costs, what the tree looks like, and which of it the first camera sees: that is in colour.
+Runs a crowd of skinned characters for some frames: script writes times, weights and places, the module
+samples and blends their clips, computes the transform tree and the skinning matrices, and culls them by
+two cameras. Shows what a frame costs, and draws the crowd from its skinning matrices: in colour what the
+first camera sees, and below one character at several moments.
 
-  --model FILE   a glTF 2.0 file (.glb or .gltf), driven by its first animation clip;
-                 without it, a dance of jointed figures around a tree
-  --figures N    figures of the dance, 1 to 2000 (96)
-  --frames N     frames to animate, 1 to 100000 (300)
-  --out DIR      folder for the picture, scene.png (out)
-  --help         this text
+  --characters N  how many, 1 to 2000 (500; of a model 24)
+  --model FILE    characters from a glTF 2.0 file (.glb or .gltf) with its clips and its skin; without it,
+                  figures of 50 bones that walk and run
+  --frames N      frames to run, 1 to 100000 (300)
+  --seed N        another crowd for each, 0 to 4294967295 (1)
+  --out DIR       folder for the picture, scene.png (out)
+  --help          this text
 
 Examples:
   npm run demo
-  npm run demo -- --model Fox.glb --frames 120
-  npm run demo -- --figures 600 --out /tmp/crowd
+  npm run demo -- --characters 50 --seed 7
+  npm run demo -- --model Fox.glb --frames 120 --out /tmp/foxes
 `;
 
-const defaults = { model: null, figures: 96, frames: 300, out: 'out', help: false };
-const limits = { figures: 2000, frames: 100000 };
+const defaults = { model: null, characters: null, frames: 300, seed: 1, out: 'out', help: false };
+const names = ['model', 'characters', 'frames', 'seed', 'out'];
+const limits = { characters: [1, 2000], frames: [1, 100000], seed: [0, 0xffffffff] };
+
+/** How many characters there are unless the command line says so. */
+const kFigures = 500;
+const kInstances = 24;
 
 /**
- * A whole number from 1 up to the option's limit.
+ * A whole number within the option's limits.
  * @param {string} name of the option, without dashes
  * @param {string} text
  * @returns {number}
  */
 function parseCount(name, text) {
-  const value = /^\d+$/.test(text) ? Number(text) : 0;
-  if (value < 1 || value > limits[name]) {
-    const range = `1 to ${limits[name]}`;
-    throw new UserError(`--${name} is '${text}': give a whole number from ${range}.`);
+  const value = /^\d+$/.test(text) ? Number(text) : NaN;
+  const [least, most] = limits[name];
+  if (!(value >= least && value <= most)) {
+    throw new UserError(`--${name} is '${text}': give a whole number from ${least} to ${most}.`);
   }
   return value;
 }
@@ -41,19 +49,19 @@ function parseCount(name, text) {
 /**
  * Reads the arguments behind the script's name; `--name value` and `--name=value` are the same.
  * @param {string[]} args
- * @returns {{model: ?string, figures: number, frames: number, out: string, help: boolean}}
+ * @returns {{model: ?string, characters: number, frames: number, seed: number, out: string,
+ *     help: boolean}}
  * @throws {UserError}
  */
 function parseOptions(args) {
   const options = Object.assign({}, defaults);
-  let figuresGiven = false;
   for (let i = 0; i < args.length; ++i) {
     if (args[i] === '--help' || args[i] === '-h') {
       options.help = true;
       continue;
     }
     const [, name, , inline] = /^--([a-z]+)(=([^]*))?$/.exec(args[i]) || [];
-    if (!['model', 'figures', 'frames', 'out'].includes(name)) {
+    if (!names.includes(name)) {
       throw new UserError(`unknown argument '${args[i]}': see --help for those there are.`);
     }
     const value = inline === undefined ? args[++i] : inline;
@@ -61,10 +69,9 @@ function parseOptions(args) {
       throw new UserError(`--${name} has no value: write it behind, as in '--${name} VALUE'.`);
     }
     options[name] = name in limits ? parseCount(name, value) : value;
-    figuresGiven = figuresGiven || name === 'figures';
   }
-  if (options.model !== null && figuresGiven) {
-    throw new UserError('--figures is about the dance, not about a model: leave one of them out.');
+  if (options.characters === null) {
+    options.characters = options.model === null ? kFigures : kInstances;
   }
   return options;
 }

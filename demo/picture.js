@@ -1,32 +1,272 @@
 'use strict';
-// The picture of a scene graph: nodes as dots, links as strokes, in perspective over a floor. What the
-// scene's own camera sees stands in colour, between the edges of its view; the rest is grey.
+// The picture of a crowd: its characters as their skinning matrices place them, what the scene's camera
+// sees in colour between the edges of its view; below, one of them at several moments.
 const fs = require('fs');
 const path = require('path');
-const { boundsOf, median } = require('./bounds');
 const { kPictureYaw, viewCorners } = require('./cameras');
-const { Canvas } = require('./canvas');
+const { skinVertices } = require('./mesh');
+const { Raster, kSamples } = require('./raster');
 const { UserError, fileTrouble } = require('./user-error');
 
+/** Pixels of the picture, of the part of it that shows moments, and of a margin. */
 const kWidth = 1600;
-const kHeight = 1000;
-const kMargin = 70;
+const kHeight = 1200;
+const kStripHeight = 280;
+const kMargin = 24;
 
-/** Where the camera stands: radians about the vertical and above the floor, distance in radii. */
-const kYaw = kPictureYaw;
-const kPitch = 0.42;
-const kDistance = 3.2;
+/** Of the moments: height of the bars in pixels, and how many there are at least. */
+const kBarHeight = 14;
+const kFewestMoments = 7;
 
-const kSky = [0.045, 0.06, 0.105];
-const kFloor = [0.125, 0.15, 0.22];
-const kGrid = [0.3, 0.36, 0.5];
-const kShadow = [0.02, 0.025, 0.045];
-const kGridLines = 12;
+/** Where the picture is taken from: radians above the floor, and distance in radii of the crowd. */
+const kPitch = 0.5;
+const kDistance = 2.6;
 
-/** What the scene's camera doesn't see, and the edges of its view. */
-const kUnseenLink = [0.3, 0.33, 0.4];
-const kUnseenDot = [0.44, 0.48, 0.56];
-const kViewEdge = [0.9, 0.76, 0.42];
+/** The same for the moments, which are seen from far away: from the side, a little from the front. */
+const kStripYaw = Math.PI / 2 - 0.45;
+const kStripPitch = 0.12;
+
+const kSky = [14, 18, 30];
+const kGround = [44, 52, 74];
+const kShadow = [8, 10, 18];
+const kGrid = [92, 106, 146];
+const kStripTop = [30, 36, 54];
+const kStripBottom = [46, 54, 78];
+const kViewEdge = [240, 200, 110];
+const kGridLines = 14;
+
+/** The floor: its radius in those of the crowd, and of how many rings its fading edge is made. */
+const kFloorReach = 1.4;
+const kFloorRings = 16;
+const kFloorOpacity = 0.88;
+const kFloorCorners = 72;
+
+/** Towards the light, of length 1. */
+const kLight = [-0.36, 0.8, 0.48];
+
+/** Colours of clips; a character's is mixed from those of the clips that it plays. */
+const clipColors = [
+  [62, 146, 250],
+  [252, 84, 76],
+  [110, 205, 90],
+  [245, 190, 60],
+];
+const kPlainColor = [40, 205, 185];
+
+/** Colours of what is not seen. */
+const kUnseen = [104, 116, 144];
+
+const skins = [
+  [236, 188, 152],
+  [205, 150, 112],
+  [150, 100, 70],
+  [98, 66, 48],
+];
+const hairs = [
+  [60, 42, 32],
+  [120, 78, 40],
+  [30, 28, 32],
+  [190, 150, 90],
+];
+
+function mix(a, b, t) {
+  return a.map((value, i) => value + (b[i] - value) * t);
+}
+
+function scaled(a, factor) {
+  return a.map((value) => value * factor);
+}
+
+/** Colour of a mixture of clips. */
+function clipColor(weights) {
+  if (weights.length === 0) {
+    return kPlainColor;
+  }
+  return weights.reduce(
+    (sum, weight, clip) => {
+      const color = clipColors[clip % clipColors.length];
+      return sum.map((value, i) => value + weight * color[i]);
+    },
+    [0, 0, 0]
+  );
+}
+
+/**
+ * Colours of the parts of a character.
+ * @param {number} character
+ * @param {number[]} weights of its clips
+ * @param {boolean} visible
+ * @returns {Array<number[]>} shirt, trousers, skin, hair, shoes
+ */
+function paletteOf(character, weights, visible) {
+  if (!visible) {
+    return [1, 0.72, 1.18, 0.6, 0.55].map((factor) => scaled(kUnseen, factor));
+  }
+  const color = clipColor(weights);
+  return [
+    color,
+    mix(scaled(color, 0.45), [52, 54, 84], 0.5),
+    skins[(character * 7) % skins.length],
+    hairs[(character * 5) % hairs.length],
+    [225, 225, 232],
+  ];
+}
+
+/** A camera that looks down at a point, from far away or near. */
+class PictureCamera {
+  /**
+   * @param {number[]} target
+   * @param {number} yaw direction it stands in, radians about the vertical
+   * @param {number} pitch above the floor
+   * @param {number} distance from the target; infinite for parallel lines of sight
+   */
+  constructor(target, yaw, pitch, distance) {
+    const [sy, cy] = [Math.sin(yaw), Math.cos(yaw)];
+    const [sp, cp] = [Math.sin(pitch), Math.cos(pitch)];
+    this.target = target;
+    this.right = [cy, 0, -sy];
+    this.up = [-sp * sy, cp, -sp * cy];
+    this.back = [cp * sy, sp, cp * cy];
+    this.distance = distance;
+    this.zoom = 1;
+    this.center = [0, 0];
+  }
+
+  /** Writes x, y and depth of a point. */
+  project(x, y, z, out, at) {
+    const { target, right, up, back } = this;
+    const [dx, dy, dz] = [x - target[0], y - target[1], z - target[2]];
+    const nearer = back[0] * dx + back[1] * dy + back[2] * dz;
+    const isParallel = this.distance === Infinity;
+    const scale = isParallel ? this.zoom : this.zoom / (this.distance - nearer);
+    out[at] = this.center[0] + scale * (right[0] * dx + right[1] * dy + right[2] * dz);
+    out[at + 1] = this.center[1] - scale * (up[0] * dx + up[1] * dy + up[2] * dz);
+    out[at + 2] = isParallel ? nearer : 1 / (this.distance - nearer);
+  }
+
+  /** @returns {number[]} x, y and depth of a point */
+  at(point) {
+    const out = [];
+    this.project(point[0], point[1], point[2], out, 0);
+    return out;
+  }
+
+  /** Zooms and moves so that points just fit into a rectangle of samples. */
+  fit(points, left, top, right, bottom) {
+    [this.zoom, this.center] = [1, [0, 0]];
+    const flat = points.map((point) => this.at(point));
+    const reach = (axis) => {
+      const values = flat.map((point) => point[axis]);
+      return [Math.min(...values), Math.max(...values)];
+    };
+    const [[x0, x1], [y0, y1]] = [reach(0), reach(1)];
+    this.zoom = Math.min((right - left) / (x1 - x0 || 1), (bottom - top) / (y1 - y0 || 1));
+    this.center = [
+      (left + right) / 2 - (this.zoom * (x0 + x1)) / 2,
+      (top + bottom) / 2 - (this.zoom * (y0 + y1)) / 2,
+    ];
+  }
+}
+
+/** Places, shades and draws the meshes of characters; its memory is used again for each. */
+class CharacterPainter {
+  /** @param {Raster} raster @param {import('./mesh').Mesh} mesh */
+  constructor(raster, mesh) {
+    this.raster = raster;
+    this.mesh = mesh;
+    this.points = new Float32Array(mesh.positions.length);
+    this.normals = new Float32Array(mesh.positions.length);
+    this.flat = new Float32Array(mesh.positions.length);
+    this.shades = new Float32Array(mesh.positions.length / 3);
+  }
+
+  /** Brings the vertices to where the skinning matrices have them. */
+  pose(matrices) {
+    skinVertices(this.mesh, matrices, this.points);
+  }
+
+  /** The same for a moment, as if the character stood in the middle of the world. */
+  poseInPlace({ matrices, position }) {
+    this.pose(matrices);
+    for (let at = 0; at < this.points.length; ++at) {
+      this.points[at] -= position[at % 3];
+    }
+  }
+
+  project(camera) {
+    const { points, flat } = this;
+    for (let at = 0; at < points.length; at += 3) {
+      camera.project(points[at], points[at + 1], points[at + 2], flat, at);
+    }
+  }
+
+  /** Marks the shadow on the floor. */
+  castShadow(camera, floor) {
+    const { points, flat, mesh } = this;
+    for (let at = 0; at < points.length; at += 3) {
+      const down = (points[at + 1] - floor) / kLight[1];
+      const [x, z] = [points[at] - down * kLight[0], points[at + 2] - down * kLight[2]];
+      camera.project(x, floor, z, flat, at);
+    }
+    const { triangles } = mesh;
+    for (let i = 0; i < triangles.length; i += 3) {
+      this.raster.mark(flat, triangles[i], triangles[i + 1], triangles[i + 2], 1);
+    }
+  }
+
+  /** Normals of the vertices: the sum of those of their triangles, by area. */
+  sumNormals() {
+    const { points, normals, mesh } = this;
+    const { triangles } = mesh;
+    normals.fill(0);
+    for (let i = 0; i < triangles.length; i += 3) {
+      const a = 3 * triangles[i];
+      const b = 3 * triangles[i + 1];
+      const c = 3 * triangles[i + 2];
+      const ux = points[b] - points[a];
+      const uy = points[b + 1] - points[a + 1];
+      const uz = points[b + 2] - points[a + 2];
+      const vx = points[c] - points[a];
+      const vy = points[c + 1] - points[a + 1];
+      const vz = points[c + 2] - points[a + 2];
+      const x = uy * vz - uz * vy;
+      const y = uz * vx - ux * vz;
+      const z = ux * vy - uy * vx;
+      for (let corner = 0; corner < 3; ++corner) {
+        const at = 3 * triangles[i + corner];
+        normals[at] += x;
+        normals[at + 1] += y;
+        normals[at + 2] += z;
+      }
+    }
+  }
+
+  /** Light on the vertices, on the side that the camera sees. */
+  shade({ back }) {
+    const { normals, shades } = this;
+    for (let vertex = 0, at = 0; vertex < shades.length; ++vertex, at += 3) {
+      const [x, y, z] = [normals[at], normals[at + 1], normals[at + 2]];
+      const length = Math.sqrt(x * x + y * y + z * z) || 1;
+      const facing = (x * back[0] + y * back[1] + z * back[2]) / length;
+      const side = facing < 0 ? -1 : 1;
+      const light = (side * (x * kLight[0] + y * kLight[1] + z * kLight[2])) / length;
+      const sky = 0.5 + (0.5 * side * y) / length;
+      shades[vertex] = 0.3 + 0.2 * sky + 0.62 * Math.max(0, light);
+    }
+  }
+
+  draw(camera, palette) {
+    const { raster, flat, shades } = this;
+    const { triangles, parts } = this.mesh;
+    this.sumNormals();
+    this.shade(camera);
+    this.project(camera);
+    for (let i = 0; i < triangles.length; i += 3) {
+      const color = palette[parts[i / 3] % palette.length];
+      raster.triangle(flat, shades, triangles[i], triangles[i + 1], triangles[i + 2], color);
+    }
+  }
+}
 
 /** Edges of a view between its corners: near rectangle, far rectangle, and from one to the other. */
 const kViewEdges = [0, 1, 2, 3].reduce(
@@ -38,132 +278,6 @@ const kViewEdges = [0, 1, 2, 3].reduce(
     ]),
   []
 );
-
-/** Colour of a hue in degrees, saturation and lightness from 0 to 1. */
-function colorOf(hue, saturation, lightness) {
-  const amplitude = saturation * Math.min(lightness, 1 - lightness);
-  const channel = (shift) => {
-    const k = (shift + hue / 30) % 12;
-    return lightness - amplitude * Math.max(-1, Math.min(k - 3, 9 - k, 1));
-  };
-  return [channel(0), channel(8), channel(4)];
-}
-
-/** What lies between two colours or points. */
-function mix(a, b, t) {
-  return a.map((value, i) => value + (b[i] - value) * t);
-}
-
-/**
- * A camera on points, which shows all of them: perspective first, then fitted to the picture.
- * @param {Array<number[]>} points
- * @param {{middle: number[], radius: number}} bounds
- * @returns {function(number[]): {x: number, y: number, depth: number, scale: number}} to pixels;
- *     depth is 0 at the near end of the bounds and 1 at the far end, scale is pixels per unit there
- */
-function createCamera(points, { middle, radius }) {
-  const [sy, cy] = [Math.sin(kYaw), Math.cos(kYaw)];
-  const [sp, cp] = [Math.sin(kPitch), Math.cos(kPitch)];
-  const project = (point) => {
-    const [x, y, z] = point.map((value, axis) => (value - middle[axis]) / radius);
-    const across = cy * x - sy * z;
-    const towards = sy * x + cy * z;
-    const far = kDistance - (sp * y + cp * towards);
-    return { x: across / far, y: (sp * towards - cp * y) / far, far };
-  };
-  const flat = points.map(project);
-  const [left, right, top, bottom] = [
-    flat.reduce((a, p) => Math.min(a, p.x), Infinity),
-    flat.reduce((a, p) => Math.max(a, p.x), -Infinity),
-    flat.reduce((a, p) => Math.min(a, p.y), Infinity),
-    flat.reduce((a, p) => Math.max(a, p.y), -Infinity),
-  ];
-  const zoom = Math.min(
-    (kWidth - 2 * kMargin) / Math.max(right - left, 1e-3),
-    (kHeight - 2 * kMargin) / Math.max(bottom - top, 1e-3)
-  );
-  return (point) => {
-    const { x, y, far } = project(point);
-    return {
-      x: kWidth / 2 + (x - (left + right) / 2) * zoom,
-      y: kHeight / 2 + (y - (top + bottom) / 2) * zoom,
-      depth: Math.min(1, Math.max(0, (far - kDistance + 1) / 2)),
-      scale: zoom / far / radius,
-    };
-  };
-}
-
-/** A grid on the floor that fades outwards. */
-function drawFloor(canvas, camera, { middle, radius, floor }) {
-  const steps = 48;
-  for (let line = -kGridLines; line <= kGridLines; ++line) {
-    for (let step = -steps; step < steps; ++step) {
-      const offsets = [step / steps, (step + 1) / steps].map((s) => s * radius * 1.5);
-      const side = (line / kGridLines) * radius * 1.5;
-      const fade = 1 - Math.hypot(side, offsets[0]) / (radius * 1.5);
-      if (fade <= 0) {
-        continue;
-      }
-      for (const turned of [false, true]) {
-        const [from, to] = offsets.map((along) => {
-          const at = turned ? [along, side] : [side, along];
-          const { x, y } = camera([middle[0] + at[0], floor, middle[2] + at[1]]);
-          return { x, y, radius: 0.6 };
-        });
-        canvas.stroke(from, to, kGrid, 0.5 * fade);
-      }
-    }
-  }
-}
-
-/** Dots and strokes with their widths in world units, cleared of what has no place. */
-function collectItems(nodes, positions) {
-  const finite = positions.map((position) => position.every(Number.isFinite));
-  const links = [];
-  nodes.forEach(({ parent }, index) => {
-    if (parent >= 0 && finite[index] && finite[parent]) {
-      const [a, b] = [positions[index], positions[parent]];
-      links.push({ index, parent, length: Math.hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]) });
-    }
-  });
-  const dots = nodes.map((node, index) => index).filter((index) => finite[index]);
-  return { dots, links };
-}
-
-/**
- * What a camera in the scene sees of it.
- * @typedef {Object} Seen
- * @property {import('./cameras').PerspectiveCamera} camera
- * @property {number} pieces that a link is cut into
- * @property {Uint8Array} marks 1 for each seen piece, `node * pieces + piece`; piece 0 is around the
- *     node itself, the others follow towards its parent
- */
-
-/**
- * The parts of a link that are seen and those that are not, in turn.
- * @param {?Seen} seen
- * @param {number} index of the lower node
- * @param {number} parent
- * @returns {Array<{from: number, to: number, visible: boolean}>} fractions of the way to the parent
- */
-function linkParts(seen, index, parent) {
-  if (seen === null) {
-    return [{ from: 0, to: 1, visible: true }];
-  }
-  const { pieces, marks } = seen;
-  const parts = [];
-  for (let piece = 0; piece <= pieces; ++piece) {
-    const visible = marks[piece < pieces ? index * pieces + piece : parent * pieces] === 1;
-    const end = Math.min(1, (piece + 0.5) / pieces);
-    const last = parts[parts.length - 1];
-    if (last !== undefined && last.visible === visible) {
-      last.to = end;
-    } else {
-      parts.push({ from: last === undefined ? 0 : last.to, to: end, visible });
-    }
-  }
-  return parts;
-}
 
 /** The corners, in their order around, of what a view cuts out of the floor; none if it doesn't. */
 function cutFloor(corners, floor) {
@@ -179,121 +293,174 @@ function cutFloor(corners, floor) {
   return cut.length < 3 ? [] : cut.sort((a, b) => angle(a) - angle(b));
 }
 
-/** Edges of a view, with lines from the eye, in pieces for drawing among the other items. */
-function viewItems(canvas, camera, { eye }, corners) {
-  const steps = 40;
-  const lines = kViewEdges.map(([i, j]) => [corners[i], corners[j]]);
-  for (const corner of corners.slice(0, 4)) {
-    lines.push([eye, corner]);
-  }
-  const items = [];
-  for (const [a, b] of lines) {
-    for (let step = 0; step < steps; ++step) {
-      const [from, to] = [step, step + 1].map((s) => {
-        return Object.assign(camera(mix(a, b, s / steps)), { radius: 0.8 });
-      });
-      const depth = (from.depth + to.depth) / 2;
-      const color = mix(kViewEdge, kSky, 0.3 * depth);
-      items.push({ depth, draw: () => canvas.stroke(from, to, color, 1) });
+/** A round floor with a grid that fades outwards. */
+function drawFloor(raster, camera, { middle, radius, floor }) {
+  const reach = kFloorReach * radius;
+  const inner = 0.8 * reach;
+  const corner = (size, i) => {
+    const angle = (2 * Math.PI * i) / kFloorCorners;
+    const [x, z] = [Math.sin(angle), Math.cos(angle)].map((value) => value * size);
+    return camera.at([middle[0] + x, floor, middle[2] + z]);
+  };
+  const around = Array.from({ length: kFloorCorners }, (none, i) => i);
+  raster.polygon(
+    around.map((i) => corner(inner, i)),
+    kGround,
+    kFloorOpacity
+  );
+  for (let ring = 0; ring < kFloorRings; ++ring) {
+    const [near, far] = [ring, ring + 1].map((k) => inner + ((reach - inner) * k) / kFloorRings);
+    const opacity = kFloorOpacity * (1 - (ring + 0.5) / kFloorRings);
+    for (const i of around) {
+      const quad = [corner(near, i), corner(near, i + 1), corner(far, i + 1), corner(far, i)];
+      raster.polygon(quad, kGround, opacity);
     }
   }
-  return items;
+  for (let line = -kGridLines; line <= kGridLines; ++line) {
+    const side = (line / kGridLines) * reach;
+    const half = Math.sqrt(Math.max(0, inner * inner - side * side));
+    for (const turned of [false, true]) {
+      const [from, to] = [-half, half].map((along) => {
+        const [x, z] = turned ? [along, side] : [side, along];
+        return camera.at([middle[0] + x, floor, middle[2] + z]);
+      });
+      raster.line(from, to, 0.6, kGrid, half > 0 ? 0.35 : 0);
+    }
+  }
+}
+
+/** Edges of a view, where no character hides them, with lines from the eye. */
+function drawView(raster, camera, { eye }, corners) {
+  for (const [i, j] of kViewEdges) {
+    raster.line(camera.at(corners[i]), camera.at(corners[j]), 1.7, kViewEdge, 0.9);
+  }
+  for (const corner of corners.slice(0, 4)) {
+    raster.line(camera.at(eye), camera.at(corner), 1.2, kViewEdge, 0.7);
+  }
+}
+
+/** A crowd as it stands. */
+function drawCrowd(raster, stage) {
+  const { crowd, culling, bounds, plan, kind } = stage;
+  const [width, height] = [kWidth * kSamples, (kHeight - kStripHeight) * kSamples];
+  const margin = kMargin * kSamples;
+  raster.setWindow(0, 0, width, height);
+  raster.fillGradient(kSky, scaled(kSky, 1.7));
+  const corners = viewCorners(culling.perspective);
+  const camera = new PictureCamera(bounds.middle, kPictureYaw, kPitch, kDistance * bounds.radius);
+  const around = Array.from({ length: 24 }, (none, i) => {
+    const angle = (Math.PI * i) / 12;
+    const [x, z] = [bounds.radius * Math.sin(angle), bounds.radius * Math.cos(angle)];
+    return [bounds.middle[0] + x, bounds.floor, bounds.middle[2] + z];
+  });
+  const top = [bounds.middle[0], bounds.floor + 2 * stage.reach.radius, bounds.middle[2]];
+  const points = [...around, ...corners, culling.perspective.eye, top];
+  camera.fit(points, margin, margin, width - margin, height - margin);
+  drawFloor(raster, camera, bounds);
+  const lit = cutFloor(corners, bounds.floor).map((corner) => camera.at(corner));
+  raster.polygon(lit, kViewEdge, 0.16);
+
+  const painter = new CharacterPainter(raster, kind.mesh);
+  for (let i = 0; i < crowd.count; ++i) {
+    painter.pose(crowd.matrices[i]);
+    painter.castShadow(camera, bounds.floor);
+  }
+  raster.blendMarked(1, kShadow, 0.5);
+  const visible = culling.visible(culling.views.perspective);
+  for (let i = 0; i < crowd.count; ++i) {
+    painter.pose(crowd.matrices[i]);
+    painter.draw(camera, paletteOf(i, plan.weights(i), visible[i] === 1));
+  }
+  drawView(raster, camera, culling.perspective, corners);
+}
+
+/** Some of a list, evenly from its first to its last. */
+function evenly(list, count) {
+  return Array.from({ length: count }, (none, i) => {
+    return list[Math.round((i * (list.length - 1)) / Math.max(1, count - 1))];
+  });
+}
+
+/** How far a character at moments reaches from where it stands, as their cameras see it. */
+function measureMoments(painter, views) {
+  const reach = { left: Infinity, right: -Infinity, top: Infinity, bottom: -Infinity };
+  for (const { camera, moment } of views) {
+    painter.poseInPlace(moment);
+    painter.project(camera);
+    for (let at = 0; at < painter.flat.length; at += 3) {
+      reach.left = Math.min(reach.left, painter.flat[at]);
+      reach.right = Math.max(reach.right, painter.flat[at]);
+      reach.top = Math.min(reach.top, painter.flat[at + 1]);
+      reach.bottom = Math.max(reach.bottom, painter.flat[at + 1]);
+    }
+  }
+  return reach;
+}
+
+/** One character at several moments, from left to right, with the shares of its clips below. */
+function drawMoments(raster, { kind, reach }, { star, moments }) {
+  const top = (kHeight - kStripHeight) * kSamples;
+  const [width, height] = [kWidth * kSamples, kHeight * kSamples];
+  const margin = kMargin * kSamples;
+  raster.setWindow(0, top, width, height);
+  raster.fillGradient(kStripTop, kStripBottom);
+  const painter = new CharacterPainter(raster, kind.mesh);
+  const views = moments.map((moment) => {
+    const yaw = moment.heading + kStripYaw;
+    return { moment, camera: new PictureCamera([0, 0, 0], yaw, kStripPitch, Infinity) };
+  });
+  const size = measureMoments(painter, views);
+  const [wide, high] = [size.right - size.left || 1, size.bottom - size.top || 1];
+  const bar = kBarHeight * kSamples;
+  const floor = height - 2 * margin - bar;
+  const most = Math.floor(((width - 2 * margin) * high) / (1.08 * wide * (floor - top - margin)));
+  const shown = evenly(views, Math.min(views.length, Math.max(kFewestMoments, most)));
+  const cell = (width - 2 * margin) / shown.length;
+  const zoom = Math.min((0.96 * cell) / wide, (floor - top - margin) / high);
+  shown.forEach(({ moment, camera }, i) => {
+    const left = margin + i * cell;
+    camera.zoom = zoom;
+    camera.center = [
+      left + cell / 2 - (zoom * (size.left + size.right)) / 2,
+      floor - zoom * size.bottom,
+    ];
+    painter.poseInPlace(moment);
+    painter.castShadow(camera, reach.floor);
+    raster.blendMarked(1, kShadow, 0.45);
+    painter.draw(camera, paletteOf(star, moment.weights, true));
+    let from = left + 0.1 * cell;
+    moment.weights.forEach((weight, clip) => {
+      const to = from + 0.8 * cell * weight;
+      const color = clipColors[clip % clipColors.length];
+      raster.rectangle(from, height - margin - bar, to, height - margin, color);
+      from = to;
+    });
+  });
 }
 
 /**
- * Draws a scene graph.
- * @param {Array<{parent: number, hue: number}>} nodes parents before children
- * @param {Array<number[]>} positions of the nodes in the world; those not finite are left out
- * @param {?Seen} [seen] without it, all is in colour
- * @returns {Canvas}
+ * Draws a crowd after its last frame.
+ * @param {import('./stage').Stage} stage
+ * @param {import('./moments').MomentRecorder} recorder with one moment at least
+ * @returns {Raster}
  */
-function drawScene(nodes, positions, seen = null) {
-  const canvas = new Canvas(kWidth, kHeight);
-  const { dots, links } = collectItems(nodes, positions);
-  const points = dots.map((index) => positions[index]);
-  if (points.length === 0) {
-    canvas.fill(() => kSky);
-    return canvas;
-  }
-  const bounds = boundsOf(points);
-  const feet = points.map((point) => [point[0], bounds.floor, point[2]]);
-  const corners = seen === null ? [] : viewCorners(seen.camera);
-  const camera = createCamera(points.concat(feet, corners), bounds);
-  const center = camera([bounds.middle[0], bounds.floor, bounds.middle[2]]);
-  canvas.fill((x, y) => {
-    const [dx, dy] = [x - center.x / kWidth, (y - center.y / kHeight) * 1.6];
-    return mix(kFloor, kSky, Math.min(1, Math.sqrt(dx * dx + dy * dy) * 1.7));
-  });
-  drawFloor(canvas, camera, bounds);
-  const lit = seen === null ? [] : cutFloor(corners, bounds.floor).map(camera);
-  if (lit.length > 0) {
-    canvas.polygon(lit, kViewEdge, 0.12);
-  }
-
-  const typical = median(links.map(({ length }) => length).filter((length) => length > 0));
-  // Strokes as wide as the typical link lets them be, in the middle of the picture.
-  const pixels = typical > 0 ? typical * center.scale * 0.09 : Infinity;
-  const width = Math.min(4.5, Math.max(0.55, pixels)) / center.scale;
-  const place = (point, size) => {
-    const at = camera(point);
-    return Object.assign(at, { radius: at.scale * width * size });
-  };
-  // Links far longer than most hold groups together; they stay in the background.
-  const weight = (length) => Math.min(1, Math.max(0.12, (8 * typical) / length));
-
-  const onFloor = (index) => [positions[index][0], bounds.floor, positions[index][2]];
-  for (const { index, parent, length } of links) {
-    const opacity = 0.35 * weight(length);
-    canvas.stroke(place(onFloor(index), 1.2), place(onFloor(parent), 1.2), kShadow, opacity);
-  }
-
-  const items = seen === null ? [] : viewItems(canvas, camera, seen.camera, corners);
-  for (const { index, parent, length } of links) {
-    for (const { from: start, to: end, visible } of linkParts(seen, index, parent)) {
-      const [from, to] = [start, end].map((t) =>
-        place(mix(positions[index], positions[parent], t), 1)
-      );
-      // Behind the dots at both of its ends.
-      const depth = Math.max(from.depth, to.depth);
-      const bright = visible ? colorOf(nodes[index].hue, 0.62, 0.5) : kUnseenLink;
-      const color = mix(bright, kSky, 0.45 * depth);
-      items.push({ depth, draw: () => canvas.stroke(from, to, color, weight(length)) });
-    }
-  }
-  for (const index of dots) {
-    const at = place(positions[index], 1.9);
-    const visible = seen === null || seen.marks[index * seen.pieces] === 1;
-    const bright = visible ? colorOf(nodes[index].hue, 0.85, 0.68) : kUnseenDot;
-    const color = mix(bright, kSky, 0.4 * at.depth);
-    const rim = Object.assign({}, at, { radius: at.radius + 0.8 });
-    const glint = {
-      x: at.x - at.radius * 0.3,
-      y: at.y - at.radius * 0.35,
-      radius: at.radius * 0.35,
-    };
-    items.push({
-      depth: at.depth - 1e-3,
-      draw() {
-        canvas.disc(rim, kSky, 0.55);
-        canvas.disc(at, color, 1);
-        canvas.disc(glint, [1, 1, 1], 0.45);
-      },
-    });
-  }
-  items.sort((a, b) => b.depth - a.depth).forEach((item) => item.draw());
-  return canvas;
+function drawPicture(stage, recorder) {
+  const raster = new Raster(kWidth, kHeight);
+  drawCrowd(raster, stage);
+  drawMoments(raster, stage, recorder);
+  return raster;
 }
 
 /**
  * Writes a picture under its name only once it is whole.
- * @param {Canvas} canvas
+ * @param {Raster} raster
  * @param {string} file
  * @throws {UserError}
  */
-function savePicture(canvas, file) {
+function savePicture(raster, file) {
   const unfinished = path.join(path.dirname(file), `.${path.basename(file)}.${process.pid}.tmp`);
   try {
-    fs.writeFileSync(unfinished, canvas.toPng());
+    fs.writeFileSync(unfinished, raster.toPng());
     fs.renameSync(unfinished, file);
   } catch (error) {
     try {
@@ -306,4 +473,4 @@ function savePicture(canvas, file) {
   }
 }
 
-module.exports = { drawScene, savePicture };
+module.exports = { CharacterPainter, clipColors, drawPicture, savePicture };

@@ -1,8 +1,19 @@
 'use strict';
-// What the demo prints: progress while it runs, a table at its end.
+// What the demo prints: progress while it runs, tables at its end.
 const { SingleBar } = require('cli-progress');
 const Table = require('cli-table3');
 const { median } = require('./bounds');
+const { stages } = require('./stage');
+
+/** What the table calls the stages of a frame. */
+const stageTitles = {
+  script: 'script writes',
+  animate: 'animate',
+  transform: 'transform',
+  skin: 'skin',
+  perspective: 'cull, perspective camera',
+  overview: 'cull, orthographic overview',
+};
 
 /**
  * Shows how far a run is: a bar on a terminal, else a line at every quarter.
@@ -40,42 +51,61 @@ function formatHash(hash) {
   return hash.toString(16).padStart(8, '0');
 }
 
-/**
- * The table of a run.
- * @param {import('./engine-scene').Scene} scene
- * @param {import('./engine-scene').EngineScene} engineScene
- * @param {import('./culling').SceneCulling} culling
- * @param {import('./animate').Timings} timings
- * @returns {string}
- */
-function formatTable(scene, engineScene, culling, timings) {
-  const { perspective, overview } = culling.views;
-  const refresh = median(timings.refresh);
-  const dirty = scene.animated.length;
-  const table = new Table({
-    style: { head: [], border: [] },
-    chars: { mid: '', 'left-mid': '', 'mid-mid': '', 'right-mid': '' },
-    colAligns: ['left', 'right'],
-  });
-  table.push(
-    ['scene', scene.name],
-    ['motion', scene.motion],
-    ['entities', grouped(engineScene.count)],
-    ['batches', grouped(engineScene.batches.length)],
-    ['frames', grouped(timings.frame.length)],
-    ['dirty entities per frame', grouped(dirty)],
-    ['refreshes per frame', grouped(timings.passes)],
-    ['ms per frame, refresh alone (median)', refresh.toFixed(4)],
-    ['ms per frame, with posing in script (median)', median(timings.frame).toFixed(4)],
-    ['ns per dirty entry', ((refresh * 1e6) / dirty).toFixed(1)],
-    ['culling objects', grouped(culling.spheres.length)],
-    ['ms per frame, culling by two cameras (median)', median(timings.culling).toFixed(4)],
-    ['visible, perspective camera', grouped(perspective.handles.length)],
-    ['hash, perspective camera', formatHash(perspective.hash)],
-    ['visible, orthographic overview', grouped(overview.handles.length)],
-    ['hash, orthographic overview', formatHash(overview.hash)]
-  );
-  return table.toString();
+function megabytes(bytes) {
+  return `${(bytes / 2 ** 20).toFixed(1)} MB`;
 }
 
-module.exports = { createProgress, formatTable };
+/** A table with a line below its head alone. */
+function createTable(head) {
+  return new Table({
+    head,
+    style: { head: [], border: [] },
+    chars: { mid: '', 'left-mid': '', 'mid-mid': '', 'right-mid': '' },
+    colAligns: ['left', 'right', 'right'],
+  });
+}
+
+/**
+ * The tables of a run.
+ * @param {import('./stage').Stage} stage
+ * @param {import('./stage').Timings} timings
+ * @returns {string}
+ */
+function formatTables(stage, timings) {
+  const { kind, crowd, culling } = stage;
+  const { perspective, overview } = culling.views;
+  const row = (title, times) => {
+    const milliseconds = median(times);
+    const perBone = (milliseconds * 1e6) / crowd.boneCount;
+    return [title, milliseconds.toFixed(4), perBone.toFixed(1)];
+  };
+  const costs = createTable(['stage of a frame', 'ms, median', 'ns a bone']);
+  for (const name of stages) {
+    costs.push(row(stageTitles[name], timings.stages[name]));
+  }
+  costs.push(row('whole frame', timings.whole));
+
+  const facts = createTable([]);
+  facts.push(
+    ['characters', kind.name, grouped(crowd.count)],
+    ['clips', kind.clips.map(({ name }) => name).join(', ') || 'none', grouped(kind.clips.length)],
+    ['bones', `${grouped(kind.joints.length)} each`, grouped(crowd.boneCount)],
+    ['entities', `${grouped(kind.nodes.length)} each`, grouped(crowd.handles.length)],
+    ['frames', `seed ${stage.seed}`, grouped(timings.whole.length)],
+    [
+      'visible, perspective camera',
+      `hash ${formatHash(perspective.hash)}`,
+      grouped(perspective.handles.length),
+    ],
+    [
+      'visible, orthographic overview',
+      `hash ${formatHash(overview.hash)}`,
+      grouped(overview.handles.length),
+    ],
+    ['memory', 'shared with script', megabytes(crowd.sharedBytes())],
+    ['', 'whole process', megabytes(process.memoryUsage().rss)]
+  );
+  return `${facts.toString()}\n${costs.toString()}`;
+}
+
+module.exports = { createProgress, formatTables };

@@ -12,10 +12,8 @@ const fs = require('fs');
 const os = require('os');
 const path = require('path');
 const three = require('three');
-const { EngineScene } = require('../../demo/engine-scene');
-const { loadGltfScene } = require('../../demo/scene-gltf');
-const { createProceduralScene } = require('../../demo/scene-procedural');
 const { realModel, skeleton, writeGlb } = require('../fixtures/models');
+const { EngineScene, createFigureScene, loadGltfScene } = require('../fixtures/scenes');
 const { TestWorld, createRandom, nativeModule } = require('../fixtures/world');
 
 const kUnit = Math.pow(2, -24);
@@ -118,7 +116,7 @@ class Mirror {
   }
 }
 
-/** A mirror of a scene of the demo. */
+/** A mirror of a tree. */
 function mirrorOf(nodes) {
   const mirror = new Mirror(nodes.length);
   nodes.forEach(({ parent, position, rotation, scale }, index) => {
@@ -186,13 +184,13 @@ describe('oracle: three.js', () => {
   }
 
   it('agrees on a scene of several batches, passes of commands and of dirty entries', () => {
-    const scene = createProceduralScene(300);
+    const scene = createFigureScene(300);
     assert.ok(scene.nodes.length > 3 * 4095 && scene.animated.length > 12287);
     assertSceneAgrees(scene, [0.3, 1.9]);
   });
 
   it('would notice a turn by a thousandth of a degree, and a swapped factor', () => {
-    const { engineScene, mirror } = assertSceneAgrees(createProceduralScene(1), [0.7]);
+    const { engineScene, mirror } = assertSceneAgrees(createFigureScene(1), [0.7]);
     const matrixOf = (index) => engineScene.worldMatrix(index);
     const arm = mirror.objects[mirror.objects.length - 2];
     const before = arm.quaternion.clone();

@@ -1,0 +1,249 @@
+'use strict';
+// Many characters of one kind in the engine: entities, animators, skinning, and what script writes.
+
+/** Entities, and culling objects, that one batch can hold. */
+const kBatchCapacity = 4095;
+
+/** Entries that the dirty list holds behind its count. */
+const kDirtyListCapacity = 12287;
+
+/** Words of a 3D record: mode, rotation x y z w, position, scale, world matrix. */
+const kRecordWords = 27;
+const kRotationWord = 1;
+const kPositionWord = 5;
+const kScaleWord = 8;
+const kWorldMatrixWord = 11;
+
+/** Commands of the stream that builds a tree. */
+const kAddRoot = 1;
+const kAddChild = 2;
+
+/** Kinds of components and of data models. */
+const kAnimator = 2;
+const kSkinning = 3;
+const kClipModel = 1;
+const kBonesModel = 2;
+
+/** Words of an animator's record of a clip: handle, time in frames, weight. */
+const kClipWords = 3;
+
+/**
+ * @typedef {Object} KindNode
+ * @property {string} name
+ * @property {number} parent index of the parent, which comes earlier; -1 for the first node alone
+ * @property {number[]} position x, y, z, in the parent's space
+ * @property {number[]} rotation quaternion x, y, z, w
+ * @property {number[]} scale x, y, z
+ */
+
+/**
+ * @typedef {Object} KindClip
+ * @property {string} name
+ * @property {number} framesPerSecond
+ * @property {number} frameCount
+ * @property {number} stride metres that a cycle covers, 0 for one that stays in place
+ * @property {number[]} targets index of the node that each target of the clip is
+ * @property {ArrayBuffer} bytes
+ */
+
+/**
+ * What the characters of a crowd have in common.
+ * @typedef {Object} Kind
+ * @property {string} name
+ * @property {KindNode[]} nodes parents before children; the first one stands where the character does,
+ *     is placed by script and moved by no clip
+ * @property {number[]} joints index of the node that each bone is
+ * @property {Float32Array} inverseBind 16 elements a bone
+ * @property {KindClip[]} clips which all move the same properties of the same nodes; or none
+ * @property {import('./mesh').Mesh} mesh
+ */
+
+/**
+ * Owns the engine's objects of a crowd, which stay referenced here: their memory is what the views
+ * show. Node j of character i is entity `i * nodes + j`.
+ */
+class Crowd {
+  /**
+   * Creates, places and links all entities, and brings their matrices up to date.
+   * @param {Object} engine of the native module
+   * @param {Kind} kind
+   * @param {number} count
+   */
+  constructor(engine, kind, count) {
+    this.engine = engine;
+    this.kind = kind;
+    this.count = count;
+    this.boneCount = count * kind.joints.length;
+    this.handles = new Uint32Array(count * kind.nodes.length);
+    /** Entity objects, and a view of each one's records. */
+    this.batches = [];
+    this.records = [];
+    this.dirtyList = new Uint32Array(engine.dirtyEntities);
+    this.commands = new Uint32Array(engine.entityCommands);
+    this.createEntities();
+    this.link();
+    this.clipModels = kind.clips.map(({ bytes }) => engine.createDataModel(kClipModel, bytes));
+    this.createAnimators();
+    this.createSkins();
+    this.refresh(this.handles);
+  }
+
+  /** Takes entities in full batches, and writes them as they are at rest. */
+  createEntities() {
+    const { nodes } = this.kind;
+    for (let first = 0; first < this.handles.length; first += kBatchCapacity) {
+      const size = Math.min(kBatchCapacity, this.handles.length - first);
+      const batch = this.engine.createEntity(true, size);
+      const records = new Float32Array(batch.buffer);
+      const bytes = new Uint8Array(batch.buffer);
+      for (let element = 0; element < size; ++element) {
+        const { rotation, position, scale } = nodes[(first + element) % nodes.length];
+        const word = element * kRecordWords;
+        bytes[4 * word] = 1; // its rotation is a quaternion
+        records.set(rotation, word + kRotationWord);
+        records.set(position, word + kPositionWord);
+        records.set(scale, word + kScaleWord);
+        this.handles[first + element] = batch.id + element;
+      }
+      this.batches.push(batch);
+      this.records.push(records);
+    }
+  }
+
+  /** Streams the links, in as many passes as the buffer asks for. */
+  link() {
+    const { nodes } = this.kind;
+    let length = 0;
+    const run = () => {
+      this.commands[0] = length * 4;
+      this.engine.refreshWorldTransform();
+      length = 0;
+    };
+    this.handles.forEach((handle, entity) => {
+      const node = entity % nodes.length;
+      const { parent } = nodes[node];
+      const above = this.handles[entity - node + parent];
+      const command = parent < 0 ? [kAddRoot, handle] : [kAddChild, above, handle];
+      if (1 + length + command.length > this.commands.length) {
+        run();
+      }
+      this.commands.set(command, 1 + length);
+      length += command.length;
+    });
+    run();
+  }
+
+  /** An animator for each character, with all clips of the kind. */
+  createAnimators() {
+    const { clips, nodes } = this.kind;
+    this.animators = [];
+    /** A view of each animator's block. */
+    this.players = [];
+    this.animatorBatch = new Uint32Array(1 + this.count);
+    const targets = [].concat(...clips.map((clip) => clip.targets));
+    for (let i = 0; i < this.count && targets.length > 0; ++i) {
+      const animator = this.engine.createComponent(kAnimator, clips.length, targets.length);
+      const words = new Uint32Array(animator.buffer);
+      this.clipModels.forEach(({ id }, clip) => {
+        words[kClipWords * clip] = id;
+      });
+      targets.forEach((node, entry) => {
+        words[kClipWords * clips.length + entry] = this.handles[i * nodes.length + node];
+      });
+      this.animators.push(animator);
+      this.players.push(new Float32Array(animator.buffer));
+      this.animatorBatch[++this.animatorBatch[0]] = animator.id;
+    }
+  }
+
+  /** A skinning component for each character; the inverse bind matrices are there once. */
+  createSkins() {
+    const { joints, inverseBind, nodes } = this.kind;
+    this.bonesModel = this.engine.createDataModel(kBonesModel, inverseBind);
+    this.skins = [];
+    /** A view of each character's skinning matrices, which native code writes. */
+    this.matrices = [];
+    this.skinBatch = new Uint32Array(1 + this.count);
+    for (let i = 0; i < this.count; ++i) {
+      const skin = this.engine.createComponent(kSkinning, joints.length);
+      const words = new Uint32Array(skin.buffer);
+      words[0] = this.bonesModel.id;
+      joints.forEach((node, bone) => {
+        words[1 + bone] = bone;
+        words[1 + joints.length + bone] = this.handles[i * nodes.length + node];
+      });
+      const results = 4 * (1 + 2 * joints.length);
+      this.skins.push(skin);
+      this.matrices.push(new Float32Array(skin.buffer, results, 16 * joints.length));
+      this.skinBatch[++this.skinBatch[0]] = skin.id;
+    }
+  }
+
+  /** Handle of the entity where a character stands. */
+  placeHandle(character) {
+    return this.handles[character * this.kind.nodes.length];
+  }
+
+  /** Sets how a character plays a clip: the time is in frames. */
+  play(character, clip, time, weight) {
+    const player = this.players[character];
+    player[kClipWords * clip + 1] = time;
+    player[kClipWords * clip + 2] = weight;
+  }
+
+  /** Moves a character on the ground and turns it: at 0 it looks along z, at a quarter along x. */
+  place(character, x, z, heading) {
+    const entity = character * this.kind.nodes.length;
+    const records = this.records[Math.floor(entity / kBatchCapacity)];
+    const word = (entity % kBatchCapacity) * kRecordWords;
+    records[word + kRotationWord + 1] = Math.sin(heading / 2);
+    records[word + kRotationWord + 3] = Math.cos(heading / 2);
+    records[word + kPositionWord] = x;
+    records[word + kPositionWord + 2] = z;
+    this.dirtyList[++this.dirtyList[0]] = this.handles[entity];
+  }
+
+  /** Samples and blends the clips of all characters into their entities. */
+  animate() {
+    if (this.animators.length > 0) {
+      this.engine.updateAnimators(this.animatorBatch.buffer);
+    }
+  }
+
+  /** Computes the skinning matrices of all characters. */
+  skin() {
+    this.engine.updateSkinningMatrices(this.skinBatch.buffer);
+  }
+
+  /** Brings the world up to date after `handles` were written, a full dirty list at a time. */
+  refresh(handles) {
+    let next = 0;
+    while (next < handles.length) {
+      let entries = this.dirtyList[0];
+      while (entries < kDirtyListCapacity && next < handles.length) {
+        this.dirtyList[++entries] = handles[next++];
+      }
+      this.dirtyList[0] = entries;
+      this.engine.refreshWorldTransform();
+    }
+  }
+
+  /**
+   * A copy of an entity's world matrix, as its shared record shows it.
+   * @param {number} entity
+   * @returns {Float32Array} 16 elements, column-major
+   */
+  worldMatrix(entity) {
+    const records = this.records[Math.floor(entity / kBatchCapacity)];
+    const word = (entity % kBatchCapacity) * kRecordWords + kWorldMatrixWord;
+    return records.slice(word, word + 16);
+  }
+
+  /** Bytes that script and native code share for this crowd. */
+  sharedBytes() {
+    const objects = [...this.batches, ...this.animators, ...this.skins];
+    return objects.reduce((sum, { buffer }) => sum + buffer.byteLength, 0);
+  }
+}
+
+module.exports = { Crowd, kBatchCapacity };
