@@ -56,6 +56,7 @@ const kClipWords = 3;
  * @property {Float32Array} inverseBind 16 elements a bone
  * @property {KindClip[]} clips which all move the same properties of the same nodes; or none
  * @property {import('./mesh').Mesh} mesh
+ * @property {string[]} notes what of it is not shown, a line each
  */
 
 /**

@@ -233,6 +233,7 @@ function createFigure() {
     inverseBind,
     mesh: body.mesh.build(),
     clips: createGaits(nodes),
+    notes: [],
   };
 }
 

@@ -50,6 +50,7 @@ async function main(args) {
   checkSize(kind, options.characters);
   const stage = new Stage(getEngine(), kind, options.characters, options.seed);
   prepareFolder(options.out);
+  kind.notes.forEach((note) => console.log(`note: ${oneLine(note)}`));
 
   const recorder = new MomentRecorder(stage, options.frames);
   const progress = createProgress(options.frames);

@@ -10,6 +10,9 @@ const { UserError, oneLine } = require('./user-error');
 /** Kind of primitive that is drawn. */
 const kTriangles = 4;
 
+/** Bones that the vertices of a mesh can tell apart. */
+const kMostBones = 65536;
+
 const identity = [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1];
 
 /** Properties of a node that clips move: its name there, and the types of its curves in order. */
@@ -234,8 +237,8 @@ async function loadModel(file) {
   }
   const places = new Map(shown.map((index, i) => [index, i + 1]));
   const nodes = kindNodes(model, places);
-  const builder = new MeshBuilder();
-  const bones = new BoneList(model.skins, places);
+  let builder = new MeshBuilder();
+  let bones = new BoneList(model.skins, places);
   try {
     const withMesh = shown.filter((index) => model.nodes[index].mesh >= 0);
     const meshes = withMesh.length > 0 ? await readMeshes(file) : [];
@@ -249,7 +252,13 @@ async function loadModel(file) {
     );
   }
   if (builder.triangles.length === 0) {
+    builder = new MeshBuilder();
+    bones = new BoneList(model.skins, places);
     addSticks(builder, bones, nodes);
+  }
+  if (bones.joints.length > kMostBones) {
+    const trouble = `${bones.joints.length} bones are more than ${kMostBones}`;
+    throw new UserError(`model '${file}': its ${trouble}: choose a smaller model.`);
   }
   return {
     name: path.basename(file),
@@ -258,6 +267,7 @@ async function loadModel(file) {
     inverseBind: Float32Array.from(bones.inverseBind),
     mesh: builder.build(),
     clips: kindClips(model, places, nodes),
+    notes: model.warnings,
   };
 }
 
