@@ -45,6 +45,7 @@ class EngineRuntime final : public HandlerOwner {
   MemoryBlock Allocate(uint32_t size);
   void Release(const MemoryBlock& block);
   MemoryBlock FindBlock(uint32_t memoryID) const;
+  const MemoryAllocator& Memory() const { return *state->allocator; }
 
   // A new value with a zeroed block of `size` bytes. All zero for a size of 0 and when no handle is
   // left.

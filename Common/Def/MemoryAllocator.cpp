@@ -82,7 +82,7 @@ MemoryBlock MemoryAllocator::Allocate(uint32_t size) {
   block.pointer = pointer;
   std::memset(pointer, 0, size);
   blocksByPointer[pointer] = BlockEntry{storedSize, 1};
-  blocksByID[block.memoryID] = block;
+  blocksByID.Enter(block);
   return block;
 }
 
@@ -134,7 +134,7 @@ void MemoryAllocator::Release(const MemoryBlock& block) {
   blocksByPointer.erase(found);
   // Kept on purpose: the ID comes from the caller's record. A view's record says 0, so the last
   // release through a view removes the entry of block 0 and leaves that of its own block.
-  blocksByID.erase(block.memoryID);
+  blocksByID.Remove(block.memoryID);
 
   if (storedSize > kMaxSmallBlockBytes) {
     std::free(block.pointer);
@@ -144,12 +144,6 @@ void MemoryAllocator::Release(const MemoryBlock& block) {
   NQ_ASSERT(index < kMemoryBlockSizeTypesCount, "Common/Def/MemoryAllocator");
   std::memcpy(block.pointer, &freeLists[index], sizeof(void*));
   freeLists[index] = block.pointer;
-}
-
-MemoryBlock MemoryAllocator::Find(uint32_t memoryID) const {
-  // Read without the lock: look-ups run on the script thread, which alone allocates and releases.
-  const auto found = blocksByID.find(memoryID);
-  return found == blocksByID.end() ? MemoryBlock() : found->second;
 }
 
 void MemoryAllocator::Reset() {

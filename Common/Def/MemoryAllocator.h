@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 
+#include "Common/Def/BlockTable.h"
 #include "Common/Def/MemoryBlock.h"
 #include "Common/Def/Mutex.h"
 
@@ -55,8 +56,11 @@ class MemoryAllocator {
   // entry that goes is that of `block.memoryID`, whatever ID the block was given out with.
   void Release(const MemoryBlock& block) NQ_EXCLUDES(mutex);
 
-  // The block of `memoryID`, or all zero.
-  MemoryBlock Find(uint32_t memoryID) const NQ_NO_THREAD_SAFETY_ANALYSIS;
+  // The block of `memoryID`, or all zero. Reads without the lock: look-ups run on the script
+  // thread, which alone allocates and releases.
+  MemoryBlock Find(uint32_t memoryID) const NQ_NO_THREAD_SAFETY_ANALYSIS {
+    return blocksByID.Find(memoryID);
+  }
 
   // Frees all chunks and empties all free lists. Leaves both indexes alone, so every small block
   // that is still live dangles afterwards.
@@ -90,7 +94,7 @@ class MemoryAllocator {
   int32_t chunkCapacity NQ_GUARDED_BY(mutex) = kChunkTableStep;
   void* freeLists[kMemoryBlockSizeTypesCount] NQ_GUARDED_BY(mutex) = {};
   std::map<void*, BlockEntry> blocksByPointer NQ_GUARDED_BY(mutex);
-  std::map<uint32_t, MemoryBlock> blocksByID NQ_GUARDED_BY(mutex);
+  BlockTable blocksByID NQ_GUARDED_BY(mutex);
   uint32_t nextMemoryID NQ_GUARDED_BY(mutex) = 0;
 };
 

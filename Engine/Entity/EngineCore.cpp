@@ -167,6 +167,22 @@ void EngineCore::ReleaseSkeletonBonesInverseModel(uint32_t handle) {
   Animation()->ReleaseSkeletonBonesInverseModel(handle);
 }
 
+NativeValueInfo EngineCore::CreateCommandBuffer(int32_t size) {
+  return MatrixFlow()->CreateCommandBuffer(size);
+}
+
+NativeValueInfo EngineCore::ResizeCommandBuffer(uint32_t handle, uint32_t size) {
+  return MatrixFlow()->ResizeCommandBuffer(handle, size);
+}
+
+void EngineCore::ReleaseCommandBuffer(uint32_t handle) {
+  MatrixFlow()->ReleaseCommandBuffer(handle);
+}
+
+int32_t EngineCore::ExecuteCommandBuffer(uint32_t handle) {
+  return MatrixFlow()->ExecuteCommandBuffer(handle);
+}
+
 void EngineCore::UpdateAnimator(uint32_t handle) {
   Animation()->UpdateAnimator(handle);
 }

@@ -93,6 +93,12 @@ class EngineCore final : public HandlerOwner {
   uint32_t CreateSkeletonBonesInverseModel(const uint8_t* data, uint32_t size);
   void ReleaseSkeletonBonesInverseModel(uint32_t handle);
 
+  // Buffers of arithmetic over shared memory; see MatrixFlowSystem.
+  NativeValueInfo CreateCommandBuffer(int32_t size);
+  NativeValueInfo ResizeCommandBuffer(uint32_t handle, uint32_t size);
+  void ReleaseCommandBuffer(uint32_t handle);
+  int32_t ExecuteCommandBuffer(uint32_t handle);
+
   // One evaluation of a component. Also in worker tasks.
   void UpdateAnimator(uint32_t handle);
   void UpdateAnimatorController(uint32_t handle);

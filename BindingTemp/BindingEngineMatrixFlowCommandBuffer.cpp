@@ -1,0 +1,37 @@
+// Creation, runs and release of command buffers for script.
+#include "BindingTemp/BindingEngineMatrixFlowCommandBuffer.h"
+
+#include "Common/Def/Assert.h"
+
+namespace nq::engine {
+
+BindingEngineMatrixFlowCommandBuffer::BindingEngineMatrixFlowCommandBuffer(EngineCore* core,
+                                                                           int32_t size)
+    : BindingEngineBase(core) {
+  info = core->CreateCommandBuffer(size);
+}
+
+BindingEngineMatrixFlowCommandBuffer::BindingEngineMatrixFlowCommandBuffer(
+    const vx::CallbackInfo& /*info*/) {
+  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
+}
+
+BindingEngineMatrixFlowCommandBuffer::~BindingEngineMatrixFlowCommandBuffer() {
+  core->ReleaseCommandBuffer(info.handle);
+}
+
+void BindingEngineMatrixFlowCommandBuffer::Register() {
+  using Self = BindingEngineMatrixFlowCommandBuffer;
+  vx::ClassTemplateBuilder<Self> builder;
+  builder.Inherit<BindingEngineBase>();
+  builder.AddMethod("execute", vx::UncheckedCallback<Self, executeFunc>);
+  builder.Install("EngineMatrixFlowCommandBuffer");
+}
+
+void BindingEngineMatrixFlowCommandBuffer::executeFunc(BindingEngineMatrixFlowCommandBuffer* self,
+                                                       v8::Isolate* /*isolate*/,
+                                                       const vx::CallbackInfo& info) {
+  info.GetReturnValue().Set(self->core->ExecuteCommandBuffer(self->info.handle));
+}
+
+}  // namespace nq::engine

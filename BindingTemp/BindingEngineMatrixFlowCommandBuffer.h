@@ -1,0 +1,32 @@
+// Script class "EngineMatrixFlowCommandBuffer": arithmetic over shared memory in one call.
+#ifndef NQ_BINDINGTEMP_BINDINGENGINEMATRIXFLOWCOMMANDBUFFER_H_
+#define NQ_BINDINGTEMP_BINDINGENGINEMATRIXFLOWCOMMANDBUFFER_H_
+
+#include "BindingTemp/BindingEngineBase.h"
+
+namespace nq::engine {
+
+// Owns a command buffer: it is released when the script object has been collected. The module as
+// shipped does not install the class, so script can't reach it. Script thread only.
+class BindingEngineMatrixFlowCommandBuffer final : public BindingEngineBase {
+ public:
+  static constexpr bool kCountsObjects = false;
+
+  // Makes a buffer of `size` bytes; none for 0.
+  BindingEngineMatrixFlowCommandBuffer(EngineCore* core, int32_t size);
+
+  // Construction by script, which nothing reaches: fails the assertion "0 && \"not implement\"".
+  explicit BindingEngineMatrixFlowCommandBuffer(const vx::CallbackInfo& info);
+  ~BindingEngineMatrixFlowCommandBuffer() override;
+
+  // Installs the class in the calling thread.
+  static void Register();
+
+  // execute(): the result code of a run, 0 to 5.
+  static void executeFunc(BindingEngineMatrixFlowCommandBuffer* self, v8::Isolate* isolate,
+                          const vx::CallbackInfo& info);
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_BINDINGTEMP_BINDINGENGINEMATRIXFLOWCOMMANDBUFFER_H_
