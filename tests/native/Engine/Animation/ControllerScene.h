@@ -30,12 +30,13 @@ struct TargetLists {
   uint32_t clipCount;
 };
 
+typedef TargetLists::Groups Groups;
+
 class ControllerScene : public AnimationScene {
  public:
   typedef ReferenceStage::Entry Entry;
   typedef ReferenceStage::Layer Layer;
   typedef ReferenceStage::Rest Rest;
-  typedef TargetLists::Groups Groups;
 
   ControllerScene() = default;
   ~ControllerScene();
