@@ -9,7 +9,8 @@
 #include "tests/native/Engine/Animation/AnimationScene.h"
 
 #if defined(NQ_TEST_UNDER_ADDRESS_SANITIZER) || defined(NQ_TEST_UNDER_THREAD_SANITIZER)
-#include <sanitizer/allocator_interface.h>
+// Of the sanitizer's runtime, whose headers not every compiler brings.
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 namespace nq::engine {
