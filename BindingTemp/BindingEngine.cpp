@@ -7,6 +7,7 @@
 #include "BindingTemp/BindingEngineBase.h"
 #include "BindingTemp/BindingEngineComponent.h"
 #include "BindingTemp/BindingEngineEntity.h"
+#include "BindingTemp/BindingEngineMatrixFlowCommandBuffer.h"
 #include "BindingTemp/CreateObject.h"
 #include "BindingTemp/PublishSegment.h"
 #include "Common/Def/Assert.h"
@@ -53,6 +54,10 @@ void BindingEngine::Register() {
   builder.AddMethod("updateSkinningMatrix", vx::Callback<BindingEngine, updateSkinningMatrixFunc>);
   builder.AddMethod("updateSkinningMatrices",
                     vx::Callback<BindingEngine, updateSkinningMatricesFunc>);
+#ifdef NQ_SCRIPT_MATRIXFLOW
+  builder.AddMethod("createMatrixFlowCommandBuffer",
+                    vx::Callback<BindingEngine, createMatrixFlowCommandBufferFunc>);
+#endif
   builder.Install("Engine");
 }
 
@@ -113,6 +118,11 @@ void BindingEngine::setEntityNameFunc(BindingEngine* self, v8::Isolate* isolate,
     return;
   }
   self->core->SetEntityName(handle, std::string(*name, static_cast<size_t>(name.length())));
+}
+
+void BindingEngine::createMatrixFlowCommandBufferFunc(BindingEngine* self, v8::Isolate* isolate,
+                                                      const vx::CallbackInfo& info) {
+  CreateFromCount<BindingEngineMatrixFlowCommandBuffer>(self, isolate, info);
 }
 
 void BindingEngine::refreshWorldTransformFunc(BindingEngine* self, v8::Isolate* /*isolate*/,

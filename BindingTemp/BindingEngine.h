@@ -110,6 +110,11 @@ class BindingEngine final : public vx::BindingBase {
   static void updateSkinningMatricesFunc(BindingEngine* self, v8::Isolate* isolate,
                                          const vx::CallbackInfo& info);
 
+  // createMatrixFlowCommandBuffer(size): an "EngineMatrixFlowCommandBuffer", with "id" 0 for a size
+  // of 0; null without arguments. Installed only where NQ_SCRIPT_MATRIXFLOW is defined.
+  static void createMatrixFlowCommandBufferFunc(BindingEngine* self, v8::Isolate* isolate,
+                                                const vx::CallbackInfo& info);
+
   EngineCore* Core() const { return core; }
   EngineRuntime* Runtime() const { return runtime; }
 

@@ -36,16 +36,6 @@ void UpdateMany(BindingEngine* self, const vx::CallbackInfo& info) {
   }
 }
 
-// The methods that make a wrapper from a count.
-template <typename Wrapper>
-void CreateFromCount(BindingEngine* self, v8::Isolate* isolate, const vx::CallbackInfo& info) {
-  info.GetReturnValue().SetNull();
-  if (info.Length() >= 1) {
-    const uint32_t count = vx::ReadUint32(isolate, vx::Arg(info, 0));
-    info.GetReturnValue().Set(CreateObject(isolate, new Wrapper(self->Core(), count)));
-  }
-}
-
 }  // namespace
 
 void BindingEngine::createDataModelFunc(BindingEngine* self, v8::Isolate* isolate,

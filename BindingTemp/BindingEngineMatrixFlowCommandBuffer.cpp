@@ -6,9 +6,9 @@
 namespace nq::engine {
 
 BindingEngineMatrixFlowCommandBuffer::BindingEngineMatrixFlowCommandBuffer(EngineCore* core,
-                                                                           int32_t size)
+                                                                           uint32_t size)
     : BindingEngineBase(core) {
-  info = core->CreateCommandBuffer(size);
+  info = core->CreateCommandBuffer(static_cast<int32_t>(size));
 }
 
 BindingEngineMatrixFlowCommandBuffer::BindingEngineMatrixFlowCommandBuffer(

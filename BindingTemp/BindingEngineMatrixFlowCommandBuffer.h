@@ -13,7 +13,7 @@ class BindingEngineMatrixFlowCommandBuffer final : public BindingEngineBase {
   static constexpr bool kCountsObjects = false;
 
   // Makes a buffer of `size` bytes; none for 0.
-  BindingEngineMatrixFlowCommandBuffer(EngineCore* core, int32_t size);
+  BindingEngineMatrixFlowCommandBuffer(EngineCore* core, uint32_t size);
 
   // Construction by script, which nothing reaches: fails the assertion "0 && \"not implement\"".
   explicit BindingEngineMatrixFlowCommandBuffer(const vx::CallbackInfo& info);

@@ -25,6 +25,16 @@ v8::Local<v8::Object> CreateObject(v8::Isolate* isolate, T* wrapper) {
   return object;
 }
 
+// The body of the methods that make a wrapper from a count or a size: their one argument.
+template <typename T, typename Self>
+void CreateFromCount(Self* self, v8::Isolate* isolate, const vx::CallbackInfo& info) {
+  info.GetReturnValue().SetNull();
+  if (info.Length() >= 1) {
+    const uint32_t count = vx::ReadUint32(isolate, vx::Arg(info, 0));
+    info.GetReturnValue().Set(CreateObject(isolate, new T(self->Core(), count)));
+  }
+}
+
 }  // namespace nq::engine
 
 #endif  // NQ_BINDINGTEMP_CREATEOBJECT_H_

@@ -7,6 +7,7 @@
 #include "BindingTemp/BindingEngineComponent.h"
 #include "BindingTemp/BindingEngineDataModel.h"
 #include "BindingTemp/BindingEngineEntity.h"
+#include "BindingTemp/BindingEngineMatrixFlowCommandBuffer.h"
 
 namespace nq::engine {
 
@@ -17,6 +18,9 @@ void RegisterClasses() {
   BindingEngineAnimationClipBinding::Register();
   BindingEngineAnimatorControllerModel::Register();
   BindingEngineAnimatorControllerStateModel::Register();
+#ifdef NQ_SCRIPT_MATRIXFLOW
+  BindingEngineMatrixFlowCommandBuffer::Register();
+#endif
   BindingEngine::Register();
 }
 

@@ -28,14 +28,21 @@ function(nq_use_host target)
   target_include_directories(${target} SYSTEM PRIVATE "${NQ_NODE_DIR}/include/node")
 endfunction()
 
-# nq_add_addon(name versionScript sources...): NAME.node at the top of the build folder. The version
-# script names what is exported. The host unloads an addon when the last worker thread that loaded it
+# nq_add_binding(name sources...): the wrappers, as objects.
+function(nq_add_binding name)
+  add_library(${name} OBJECT ${ARGN})
+  nq_configure(${name})
+  nq_use_host(${name})
+endfunction()
+
+# nq_add_addon(name binding versionScript sources...): NAME.node at the top of the build folder, over
+# the wrappers of BINDING. The version script names what is exported. The host unloads an addon when the last worker thread that loaded it
 # ends, while pool threads still run in it, hence nodelete.
-function(nq_add_addon name versionScript)
+function(nq_add_addon name binding versionScript)
   add_library(${name} MODULE ${ARGN})
   nq_configure(${name})
   nq_use_host(${name})
-  target_link_libraries(${name} PRIVATE nq_binding nq_core)
+  target_link_libraries(${name} PRIVATE ${binding} nq_core)
   target_link_options(${name} PRIVATE
       "-Wl,--version-script=${CMAKE_SOURCE_DIR}/${versionScript}" -Wl,-z,nodelete)
   set_target_properties(${name} PROPERTIES

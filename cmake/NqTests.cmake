@@ -29,7 +29,7 @@ endif()
 if(NQ_BUILD_MODULE)
   file(GLOB_RECURSE NQ_ADDON_SOURCES CONFIGURE_DEPENDS tests/addon/*.cpp)
   if(NQ_ADDON_SOURCES)
-    nq_add_addon(nq_test_addon cmake/nq_test_addon.map ${NQ_ADDON_SOURCES})
+    nq_add_addon(nq_test_addon nq_binding cmake/nq_test_addon.map ${NQ_ADDON_SOURCES})
   endif()
 
   # How a fault ends a process, and how much time and memory a test may take, depends on the
@@ -39,8 +39,10 @@ if(NQ_BUILD_MODULE)
     set(kind ${NQ_SANITIZE})
   endif()
 
+  # Suites of command buffers need the module that lets script reach them.
   set(environment
       "NQ_MODULE=$<TARGET_FILE:nq_logic>"
+      "NQ_MATRIXFLOW_MODULE=${CMAKE_BINARY_DIR}/nq_logic_matrixflow.node"
       "NQ_TEST_ADDON=${CMAKE_BINARY_DIR}/nq_test_addon.node"
       "NQ_BUILD_KIND=${kind}")
   if(NQ_SANITIZE)

@@ -87,6 +87,9 @@ class StreamReader {
   uint32_t Position() const { return position; }
   void SetPosition(uint32_t value) { position = value; }
 
+  // The end of the innermost block.
+  uint32_t Limit() const { return limits.back(); }
+
   uint32_t Capacity() const { return capacity; }
   size_t LimitCount() const { return limits.size(); }
 

@@ -31,49 +31,80 @@ constexpr int32_t kThreeOperandsBytes = 24;
 
 constexpr uint32_t kMaxOperands = 3;
 
-int32_t ReportCutOff() {
-  NQ_LOG("[NQ_WARN][MatrixFlow]: ", "Command buffer overflow\n");
-  return kMatrixFlowCutOff;
-}
+// Bytes of a reference: memoryID and offset.
+constexpr uint32_t kReferenceBytes = 8;
 
 // What stands behind a command's type: operands, resolved in the order in which they stand.
 struct Operands {
   uint8_t* bytes[kMaxOperands];
 };
 
-// A run over one stream.
+// Kept out of calls, so that a run's position stays in a register: each command would otherwise
+// wait for the last one's store of it.
+#define NQ_INLINE inline __attribute__((always_inline))
+
+// A run over one stream. Holds the reader's position and limit while it works; Leave gives the
+// position back, Enter takes both anew.
 class Run {
  public:
-  Run(const MemoryAllocator& memory, StreamReader* reader) : memory(memory), reader(reader) {}
+  Run(const MemoryAllocator& memory, StreamReader* reader) : memory(memory), reader(reader) {
+    reader->begin();
+    Enter();
+  }
+
+  NQ_INLINE void Enter() {
+    data = reader->currentPointer() - reader->Position();
+    position = reader->Position();
+    limit = static_cast<int32_t>(reader->Limit());
+  }
+  NQ_INLINE void Leave() { reader->SetPosition(position); }
+
+  // True if nothing is left. One byte is enough for a command to be read.
+  NQ_INLINE bool AtEnd() const { return Proven(position, 1) < 1; }
+
+  // A word, at the next multiple of 4.
+  NQ_INLINE uint32_t ReadWord() {
+    position = AlignStreamPosition(position, 4);
+    uint32_t word;
+    std::memcpy(&word, data + position, sizeof(word));
+    position += sizeof(word);
+    return word;
+  }
+
+  // False, with the report of it, if the stream ends ahead of `bytes` more.
+  NQ_INLINE bool Prove(int32_t bytes) const {
+    if (Proven(AlignStreamPosition(position, 4), bytes) >= 0) {
+      return true;
+    }
+    NQ_LOG("[NQ_WARN][MatrixFlow]: ", "Command buffer overflow\n");
+    return false;
+  }
 
   // Resolves operands that must hold `length` bytes each. Nothing has been read or written when
-  // this fails.
+  // this fails; the stream's position is then behind the operand at fault.
   template <uint32_t count>
-  int32_t Resolve(uint32_t length, Operands* operands) {
-    for (uint32_t i = 0; i < count; ++i) {
-      const uint32_t memoryID = reader->readU32();
-      const MemoryBlock block = memory.Find(memoryID);
-      const uint32_t offset = reader->readU32();
-      // Kept on purpose: the sum wraps as a 32-bit number does.
-      if (block.pointer == nullptr || block.size < offset + length) {
-        NQ_LOG("[NQ_WARN][MatrixFlow]: ", "Memory Error (id, offset, len) not match");
-        return kMatrixFlowOutOfBlock;
-      }
-      operands->bytes[i] = static_cast<uint8_t*>(block.pointer) + offset;
+  NQ_INLINE int32_t Resolve(uint32_t length, Operands* operands) {
+    static_assert(count == 2 || count == 3, "shapes of operands");
+    const uint8_t* words = data + position;
+    if (!ResolveOne<0>(words, length, operands) || !ResolveOne<1>(words, length, operands) ||
+        (count == 3 && !ResolveOne<2>(words, length, operands))) {
+      NQ_LOG("[NQ_WARN][MatrixFlow]: ", "Memory Error (id, offset, len) not match");
+      return kMatrixFlowOutOfBlock;
     }
+    position += count * kReferenceBytes;
     return kMatrixFlowDone;
   }
 
   // The same, with the proof ahead of it that the words are there.
   template <uint32_t count>
-  int32_t Read(uint32_t length, Operands* operands) {
+  NQ_INLINE int32_t Read(uint32_t length, Operands* operands) {
     constexpr int32_t kBytes = count == 2 ? kTwoOperandsBytes : kThreeOperandsBytes;
-    return reader->checkRange(kBytes, 4, 0) < 0 ? ReportCutOff() : Resolve<count>(length, operands);
+    return Prove(kBytes) ? Resolve<count>(length, operands) : kMatrixFlowCutOff;
   }
 
   // D, S. Moves `bytes`, having proven `length`.
   template <uint32_t bytes>
-  int32_t Copy(uint32_t length) {
+  NQ_INLINE int32_t Copy(uint32_t length) {
     Operands o;
     const int32_t code = Read<2>(length, &o);
     if (code == kMatrixFlowDone) {
@@ -84,7 +115,7 @@ class Run {
 
   // A, B, R. All of the inputs is loaded before any of the result is stored.
   template <uint32_t bytes, typename Operation>
-  int32_t ByComponent(Operation operation) {
+  NQ_INLINE int32_t ByComponent(Operation operation) {
     Operands o;
     const int32_t code = Read<3>(bytes, &o);
     if (code != kMatrixFlowDone) {
@@ -92,24 +123,26 @@ class Run {
     }
     constexpr uint32_t kFours = bytes / 16;
     constexpr uint32_t kRest = bytes % 16;
-    __m128 fours[kFours + 1];
+    __m128 fours[kFours + 1];  // the last one holds the rest
     for (uint32_t i = 0; i < kFours; ++i) {
       fours[i] = operation(Load<16>(o.bytes[0] + 16 * i), Load<16>(o.bytes[1] + 16 * i));
     }
-    if (kRest != 0) {
+    if constexpr (kRest != 0) {
       fours[kFours] =
           operation(Load<kRest>(o.bytes[0] + 16 * kFours), Load<kRest>(o.bytes[1] + 16 * kFours));
     }
     for (uint32_t i = 0; i < kFours; ++i) {
-      std::memcpy(o.bytes[2] + 16 * i, &fours[i], 16);
+      Store<16>(fours[i], o.bytes[2] + 16 * i);
     }
-    std::memcpy(o.bytes[2] + 16 * kFours, &fours[kFours], kRest);
+    if constexpr (kRest != 0) {
+      Store<kRest>(fours[kFours], o.bytes[2] + 16 * kFours);
+    }
     return kMatrixFlowDone;
   }
 
   // Kept on purpose: not only numbers near 0 are refused, but all negative ones. One that is no
   // number is not.
-  int32_t DivideScalars() {
+  NQ_INLINE int32_t DivideScalars() {
     Operands o;
     const int32_t code = Read<3>(kScalarBytes, &o);
     if (code != kMatrixFlowDone) {
@@ -127,7 +160,7 @@ class Run {
     return kMatrixFlowDone;
   }
 
-  int32_t MultiplyMatrices3() {
+  NQ_INLINE int32_t MultiplyMatrices3() {
     Operands o;
     const int32_t code = Read<3>(kMatrix3Bytes, &o);
     if (code != kMatrixFlowDone) {
@@ -147,25 +180,32 @@ class Run {
     return kMatrixFlowDone;
   }
 
-  int32_t MultiplyMatrices4() {
+  NQ_INLINE int32_t MultiplyMatrices4() {
     Operands o;
     const int32_t code = Read<3>(kMatrix4Bytes, &o);
     if (code != kMatrixFlowDone) {
       return code;
     }
-    float a[16];
-    float b[16];
-    float product[16];
-    std::memcpy(a, o.bytes[0], kMatrix4Bytes);
-    std::memcpy(b, o.bytes[1], kMatrix4Bytes);
-    multiplyMatrix4(a, b, product);
+    // As multiplyMatrix4 sums, which asks for aligned operands that do not overlap.
+    __m128 a[4];
+    __m128 product[4];
+    for (int c = 0; c < 4; ++c) {
+      a[c] = Load<16>(o.bytes[0] + 16 * c);
+    }
+    for (int c = 0; c < 4; ++c) {
+      const __m128 b = Load<16>(o.bytes[1] + 16 * c);
+      __m128 sum = _mm_mul_ps(a[0], _mm_shuffle_ps(b, b, _MM_SHUFFLE(0, 0, 0, 0)));
+      sum = _mm_add_ps(sum, _mm_mul_ps(a[1], _mm_shuffle_ps(b, b, _MM_SHUFFLE(1, 1, 1, 1))));
+      sum = _mm_add_ps(sum, _mm_mul_ps(a[2], _mm_shuffle_ps(b, b, _MM_SHUFFLE(2, 2, 2, 2))));
+      product[c] = _mm_add_ps(sum, _mm_mul_ps(a[3], _mm_shuffle_ps(b, b, _MM_SHUFFLE(3, 3, 3, 3))));
+    }
     std::memcpy(o.bytes[2], product, kMatrix4Bytes);
     return kMatrixFlowDone;
   }
 
   // S, D.
   // Kept on purpose: the inverse is thrown away, and D gets S; so it is not computed.
-  int32_t InvertMatrix4() {
+  NQ_INLINE int32_t InvertMatrix4() {
     Operands o;
     const int32_t code = Read<2>(kMatrix4Bytes, &o);
     if (code == kMatrixFlowDone) {
@@ -174,12 +214,12 @@ class Run {
     return code;
   }
 
-  int32_t CopyBulk() {
-    if (reader->checkRange(kBulkBytes, 4, 0) < 0) {
-      return ReportCutOff();
+  NQ_INLINE int32_t CopyBulk() {
+    if (!Prove(kBulkBytes)) {
+      return kMatrixFlowCutOff;
     }
     // Kept on purpose: the product wraps as a 32-bit number does.
-    const uint32_t bytes = reader->readU32() * 4;
+    const uint32_t bytes = ReadWord() * 4;
     Operands o;
     const int32_t code = Resolve<2>(bytes, &o);
     if (code == kMatrixFlowDone) {
@@ -189,12 +229,50 @@ class Run {
   }
 
  private:
-  // The first `bytes` of a vector; the rest is zero.
+  template <uint32_t place>
+  NQ_INLINE bool ResolveOne(const uint8_t* words, uint32_t length, Operands* operands) {
+    uint32_t reference[2];  // memoryID, offset
+    std::memcpy(reference, words + place * kReferenceBytes, kReferenceBytes);
+    const MemoryBlock block = memory.Find(reference[0]);
+    // Kept on purpose: the sum wraps as a 32-bit number does.
+    if (block.pointer == nullptr || block.size < reference[1] + length) {
+      position += (place + 1) * kReferenceBytes;
+      return false;
+    }
+    operands->bytes[place] = static_cast<uint8_t*>(block.pointer) + reference[1];
+    return true;
+  }
+
+  // The first `bytes` of a vector; the rest is zero. Words are put together in registers: by way of
+  // memory, the load of the whole would wait for its parts.
   template <uint32_t bytes>
   static __m128 Load(const uint8_t* from) {
-    __m128 value = _mm_setzero_ps();
-    std::memcpy(&value, from, bytes);
-    return value;
+    if constexpr (bytes == 16) {
+      return _mm_loadu_ps(reinterpret_cast<const float*>(from));
+    } else if constexpr (bytes == 12) {
+      return _mm_movelh_ps(Load<8>(from), Load<4>(from + 8));
+    } else if constexpr (bytes == 8) {
+      return _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from)));
+    } else {
+      int32_t word;
+      std::memcpy(&word, from, sizeof(word));
+      return _mm_castsi128_ps(_mm_cvtsi32_si128(word));
+    }
+  }
+
+  template <uint32_t bytes>
+  static void Store(__m128 value, uint8_t* to) {
+    if constexpr (bytes == 16) {
+      _mm_storeu_ps(reinterpret_cast<float*>(to), value);
+    } else if constexpr (bytes == 12) {
+      Store<8>(value, to);
+      Store<4>(_mm_movehl_ps(value, value), to + 8);
+    } else if constexpr (bytes == 8) {
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_castps_si128(value));
+    } else {
+      const int32_t word = _mm_cvtsi128_si32(_mm_castps_si128(value));
+      std::memcpy(to, &word, sizeof(word));
+    }
   }
 
   template <uint32_t bytes>
@@ -204,8 +282,18 @@ class Run {
     std::memcpy(to, value, bytes);
   }
 
+  // Where `bytes` at `start` end, or -1 if that is beyond the limit. As StreamReader::checkRange:
+  // positions compare as signed numbers, and the sum wraps.
+  NQ_INLINE int32_t Proven(uint32_t start, int32_t bytes) const {
+    const int32_t end = static_cast<int32_t>(start + static_cast<uint32_t>(bytes));
+    return end > limit ? -1 : end;
+  }
+
   const MemoryAllocator& memory;
   StreamReader* const reader;
+  const uint8_t* data;  // the segment
+  uint32_t position;
+  int32_t limit;
 };
 
 const auto kAdd = [](__m128 a, __m128 b) { return _mm_add_ps(a, b); };
@@ -222,17 +310,20 @@ int32_t MatrixFlowSystem::ExecuteCommandBuffer(uint32_t handle) {
            static_cast<int>(handle));
     return kMatrixFlowNoBuffer;
   }
-  // A buffer that calls itself shares its reader with the run inside.
-  StreamReader* reader = buffer->reader.get();
-  Run run(core->Runtime()->Memory(), reader);
-  reader->begin();
+  Run run(core->Runtime()->Memory(), buffer->reader.get());
   int32_t code = kMatrixFlowDone;
-  while (code == kMatrixFlowDone && reader->checkRange(1, 1, 0) >= 1) {
-    const int32_t type = reader->readI32();
+  while (code == kMatrixFlowDone && !run.AtEnd()) {
+    const int32_t type = static_cast<int32_t>(run.ReadWord());
     switch (static_cast<MatrixFlowCommand>(type)) {
       case MatrixFlowCommand::kCall:
-        code = reader->checkRange(kCallBytes, 4, 0) < 0 ? ReportCutOff()
-                                                        : ExecuteCommandBuffer(reader->readU32());
+        code = kMatrixFlowCutOff;
+        if (run.Prove(kCallBytes)) {
+          const uint32_t callee = run.ReadWord();
+          // A buffer that calls itself shares its reader with the run inside.
+          run.Leave();
+          code = ExecuteCommandBuffer(callee);
+          run.Enter();
+        }
         break;
       case MatrixFlowCommand::kScalarCopy:
         code = run.Copy<kScalarBytes>(kScalarBytes);
@@ -326,9 +417,11 @@ int32_t MatrixFlowSystem::ExecuteCommandBuffer(uint32_t handle) {
         break;
       default:
         NQ_LOG("[NQ_FATAL][MatrixFlow]: ", "Command type invalid, type: %d\n", type);
-        return kMatrixFlowUnknownCommand;
+        code = kMatrixFlowUnknownCommand;
+        break;
     }
   }
+  run.Leave();
   return code;
 }
 
