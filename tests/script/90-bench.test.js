@@ -10,6 +10,7 @@ const { spawnSync } = require('child_process');
 const folder = path.join(__dirname, '..', '..', 'bench', 'script');
 const { assertSameMatrices } = require(path.join(folder, 'lib', 'compare.js'));
 const animation = require(path.join(folder, 'lib', 'animation-scene.js'));
+const controllers = require(path.join(folder, 'lib', 'controllers-scene.js'));
 
 /** Runs the benchmarks' entry and returns what the child leaves. */
 function runBenchmarks(args) {
@@ -133,5 +134,48 @@ describe('comparison of animated bones', () => {
     const ofDepth = (parents) => interpolationTolerance({ clips: [{ values }], parents }).linear;
     assert.ok(Math.abs(ofDepth([-1]) - 1) < 1e-4);
     assert.ok(Math.abs(ofDepth([-1, 0, 0]) - 2) < 1e-4);
+  });
+});
+
+describe('scene of controllers', () => {
+  const { bones, channelCount, keyCount } = animation;
+  const { createControllerScene, isMasked, mixerTolerance } = controllers;
+
+  it('turns each bone about one axis in all clips', () => {
+    const { clips } = createControllerScene(1);
+    const axisOf = ({ values }, bone) => {
+      for (let key = 0; key < keyCount; ++key) {
+        const axis = values.subarray(
+          key * channelCount + 4 * bone,
+          key * channelCount + 4 * bone + 3
+        );
+        const length = Math.hypot(...axis);
+        if (length > 0.05) {
+          return Array.from(axis, (value) => value / length);
+        }
+      }
+      throw new Error(`bone ${bone} hardly turns`);
+    };
+    for (let bone = 0; bone < bones; ++bone) {
+      const [first, ...others] = clips.map((clip) => axisOf(clip, bone));
+      for (const other of others) {
+        const along = first.reduce((sum, value, i) => sum + value * other[i], 0);
+        assert.ok(Math.abs(Math.abs(along) - 1) < 1e-6, `bone ${bone}: ${along}`);
+      }
+    }
+  });
+
+  it('masks some bones and leaves most', () => {
+    const masked = Array.from({ length: bones }, (_, bone) => isMasked(bone)).filter(Boolean);
+    assert.strictEqual(masked.length, 9);
+  });
+
+  it('allows a mixer what arcs make of chords and tangents, bone by bone', () => {
+    // Largest where a part t = 0.577 is taken of 0.4 radians: atan(0.577 tan 0.4) is 0.0085 more than
+    // that part, and the chord 0.0004 away from the arc. A matrix differs by twice the sum.
+    const clips = [{ values: new Float32Array(3 * channelCount) }];
+    const ofDepth = (parents) => mixerTolerance({ clips, parents }).linear;
+    assert.ok(Math.abs(ofDepth([-1]) - 0.0178) < 2e-4);
+    assert.ok(Math.abs(ofDepth([-1, 0, 1, 1]) - 3 * 0.0178) < 6e-4);
   });
 });

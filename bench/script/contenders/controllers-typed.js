@@ -1,0 +1,309 @@
+'use strict';
+// What a careful author gets out of plain script for layers: keys in flat arrays with both ends of a
+// segment side by side, one search and one set of weights for all channels of a clip, the reference pose
+// taken off the additive clip's keys ahead of time, bones in an order in which parents come first.
+// Rotations go from keys to local matrices in local variables, never through memory.
+const {
+  bones,
+  channelCount,
+  clipFrames,
+  framesPerSecond,
+  keyCount,
+} = require('../lib/animation-scene');
+const { aim, isMasked, run, walk } = require('../lib/controllers-scene');
+
+/** Numbers of a channel's segment: value and tangent at its start, value and tangent at its end. */
+const segmentNumbers = 4;
+const segmentStride = segmentNumbers * channelCount;
+
+/** Numbers of an affine matrix without its last row, column by column. */
+const affine = 12;
+const characterStride = affine * bones;
+
+/** Where the hips' position stands in a segment. */
+const hipsAt = segmentNumbers * 4 * bones;
+
+/** The segments of a clip's keys. */
+function createSegments({ values, tangents }) {
+  const segments = new Float32Array((keyCount - 1) * segmentStride);
+  for (let key = 0; key + 1 < keyCount; ++key) {
+    for (let channel = 0; channel < channelCount; ++channel) {
+      const from = key * channelCount + channel;
+      const to = from + channelCount;
+      segments.set([values[from], tangents[from], values[to], tangents[to]], segmentNumbers * from);
+    }
+  }
+  return segments;
+}
+
+/** Rotations relative to those at the start, q conj(r): the product is linear in keys and tangents. */
+function relativeClip({ values, tangents }) {
+  const relative = (rows) => {
+    const out = rows.slice();
+    for (let at = 0; at < rows.length; at += channelCount) {
+      for (let k = 0; k < 4 * bones; k += 4) {
+        const [x, y, z, w] = rows.subarray(at + k, at + k + 4);
+        const [rx, ry, rz, rw] = values.subarray(k, k + 4);
+        out[at + k] = -w * rx + x * rw - y * rz + z * ry;
+        out[at + k + 1] = -w * ry + y * rw - z * rx + x * rz;
+        out[at + k + 2] = -w * rz + z * rw - x * ry + y * rx;
+        out[at + k + 3] = w * rw + x * rx + y * ry + z * rz;
+      }
+    }
+    return out;
+  };
+  return { values: relative(values), tangents: relative(tangents) };
+}
+
+/**
+ * The contender.
+ * @param {import('../lib/controllers-scene').ControllerScene} scene
+ */
+function createControllersTyped(scene) {
+  const { characters, sets } = scene;
+  const walkSegments = createSegments(scene.clips[walk]);
+  const runSegments = createSegments(scene.clips[run]);
+  const aimSegments = createSegments(relativeClip(scene.clips[aim]));
+  const frames = Float64Array.from({ length: keyCount }, (_, key) => key);
+  const reached = Uint8Array.from({ length: bones }, (_, bone) => (isMasked(bone) ? 0 : 1));
+  const parents = Int32Array.from(scene.parents, (parent) => affine * parent);
+  const scales = scene.scales.slice();
+  const holders = new Float32Array(affine * characters);
+  const locals = new Float32Array(characterStride * characters);
+  const worlds = new Float32Array(characterStride * characters);
+  for (let c = 0; c < characters; ++c) {
+    holders.set([1, 0, 0, 0, 1, 0, 0, 0, 1], affine * c);
+    holders.set(scene.places.subarray(3 * c, 3 * c + 3), affine * c + 9);
+    for (let bone = 0; bone < bones; ++bone) {
+      const position = scene.offsets.subarray(3 * bone, 3 * bone + 3);
+      locals.set(position, characterStride * c + affine * bone + 9);
+    }
+  }
+
+  // Weights of a segment's four numbers at a moment, and where it starts; the search's results.
+  const found = new Float64Array(5);
+
+  function findSegment(moment) {
+    const time = moment < clipFrames ? moment : moment % clipFrames;
+    // Keys mostly stand at even distances.
+    let key = Math.ceil(time);
+    if (!(key > 0 && key < keyCount && frames[key - 1] < time && frames[key] >= time)) {
+      for (key = 1; key < keyCount - 1 && frames[key] < time; ++key);
+    }
+    const start = frames[key - 1];
+    const span = frames[key] - start;
+    const s = (time - start) / span;
+    const seconds = span / framesPerSecond;
+    const s2 = s * s;
+    const s3 = s2 * s;
+    found[0] = 2 * s3 - 3 * s2 + 1;
+    found[1] = (s3 - 2 * s2 + s) * seconds;
+    found[2] = 3 * s2 - 2 * s3;
+    found[3] = (s3 - s2) * seconds;
+    found[4] = (key - 1) * segmentStride;
+  }
+
+  // `m` is the matrix's place in `locals`, `t` the bone's in `scales`.
+  function buildLocal(m, t, x, y, z, w) {
+    const x2 = x + x;
+    const y2 = y + y;
+    const z2 = z + z;
+    const xx = x * x2;
+    const xy = x * y2;
+    const xz = x * z2;
+    const yy = y * y2;
+    const yz = y * z2;
+    const zz = z * z2;
+    const wx = w * x2;
+    const wy = w * y2;
+    const wz = w * z2;
+    const sx = scales[t];
+    const sy = scales[t + 1];
+    const sz = scales[t + 2];
+    locals[m] = sx * (1 - (yy + zz));
+    locals[m + 1] = sx * (xy + wz);
+    locals[m + 2] = sx * (xz - wy);
+    locals[m + 3] = sy * (xy - wz);
+    locals[m + 4] = sy * (1 - (xx + zz));
+    locals[m + 5] = sy * (yz + wx);
+    locals[m + 6] = sz * (xz + wy);
+    locals[m + 7] = sz * (yz - wx);
+    locals[m + 8] = sz * (1 - (xx + yy));
+  }
+
+  // The weights of the states are multiplied into those of the keys.
+  function crossfade(set) {
+    const { times, running } = sets[set];
+    const a = walkSegments;
+    const b = runSegments;
+    for (let c = 0; c < characters; ++c) {
+      const share = running[c];
+      const rest = 1 - share;
+      findSegment(times[3 * c]);
+      const v0 = rest * found[0];
+      const v1 = rest * found[1];
+      const v2 = rest * found[2];
+      const v3 = rest * found[3];
+      let p = found[4];
+      findSegment(times[3 * c + 1]);
+      const w0 = share * found[0];
+      const w1 = share * found[1];
+      const w2 = share * found[2];
+      const w3 = share * found[3];
+      let q = found[4];
+      let m = c * characterStride;
+      for (let i = 0, k = p + hipsAt, l = q + hipsAt; i < 3; ++i, k += 4, l += 4) {
+        locals[m + 9 + i] =
+          a[k] * v0 +
+          a[k + 1] * v1 +
+          a[k + 2] * v2 +
+          a[k + 3] * v3 +
+          (b[l] * w0 + b[l + 1] * w1 + b[l + 2] * w2 + b[l + 3] * w3);
+      }
+      for (let t = 0; t < 3 * bones; t += 3, p += 16, q += 16, m += affine) {
+        let x = a[p] * v0 + a[p + 1] * v1 + a[p + 2] * v2 + a[p + 3] * v3;
+        let y = a[p + 4] * v0 + a[p + 5] * v1 + a[p + 6] * v2 + a[p + 7] * v3;
+        let z = a[p + 8] * v0 + a[p + 9] * v1 + a[p + 10] * v2 + a[p + 11] * v3;
+        let w = a[p + 12] * v0 + a[p + 13] * v1 + a[p + 14] * v2 + a[p + 15] * v3;
+        const bx = b[q] * w0 + b[q + 1] * w1 + b[q + 2] * w2 + b[q + 3] * w3;
+        const by = b[q + 4] * w0 + b[q + 5] * w1 + b[q + 6] * w2 + b[q + 7] * w3;
+        const bz = b[q + 8] * w0 + b[q + 9] * w1 + b[q + 10] * w2 + b[q + 11] * w3;
+        const bw = b[q + 12] * w0 + b[q + 13] * w1 + b[q + 14] * w2 + b[q + 15] * w3;
+        if (x * bx + y * by + z * bz + w * bw < 0) {
+          x -= bx;
+          y -= by;
+          z -= bz;
+          w -= bw;
+        } else {
+          x += bx;
+          y += by;
+          z += bz;
+          w += bw;
+        }
+        const r = 1 / Math.sqrt(x * x + y * y + z * z + w * w);
+        buildLocal(m, t, x * r, y * r, z * r, w * r);
+      }
+    }
+  }
+
+  function layers(set) {
+    const { times, running, aiming } = sets[set];
+    const a = walkSegments;
+    const b = runSegments;
+    const d = aimSegments;
+    for (let c = 0; c < characters; ++c) {
+      const share = running[c];
+      const rest = 1 - share;
+      const added = aiming[c];
+      findSegment(times[3 * c]);
+      const v0 = rest * found[0];
+      const v1 = rest * found[1];
+      const v2 = rest * found[2];
+      const v3 = rest * found[3];
+      let p = found[4];
+      findSegment(times[3 * c + 1]);
+      const w0 = share * found[0];
+      const w1 = share * found[1];
+      const w2 = share * found[2];
+      const w3 = share * found[3];
+      let q = found[4];
+      findSegment(times[3 * c + 2]);
+      const u0 = found[0];
+      const u1 = found[1];
+      const u2 = found[2];
+      const u3 = found[3];
+      let o = found[4];
+      let m = c * characterStride;
+      for (let i = 0, k = p + hipsAt, l = q + hipsAt; i < 3; ++i, k += 4, l += 4) {
+        locals[m + 9 + i] =
+          a[k] * v0 +
+          a[k + 1] * v1 +
+          a[k + 2] * v2 +
+          a[k + 3] * v3 +
+          (b[l] * w0 + b[l + 1] * w1 + b[l + 2] * w2 + b[l + 3] * w3);
+      }
+      for (let bone = 0; bone < bones; ++bone, p += 16, q += 16, o += 16, m += affine) {
+        let x = a[p] * v0 + a[p + 1] * v1 + a[p + 2] * v2 + a[p + 3] * v3;
+        let y = a[p + 4] * v0 + a[p + 5] * v1 + a[p + 6] * v2 + a[p + 7] * v3;
+        let z = a[p + 8] * v0 + a[p + 9] * v1 + a[p + 10] * v2 + a[p + 11] * v3;
+        let w = a[p + 12] * v0 + a[p + 13] * v1 + a[p + 14] * v2 + a[p + 15] * v3;
+        const bx = b[q] * w0 + b[q + 1] * w1 + b[q + 2] * w2 + b[q + 3] * w3;
+        const by = b[q + 4] * w0 + b[q + 5] * w1 + b[q + 6] * w2 + b[q + 7] * w3;
+        const bz = b[q + 8] * w0 + b[q + 9] * w1 + b[q + 10] * w2 + b[q + 11] * w3;
+        const bw = b[q + 12] * w0 + b[q + 13] * w1 + b[q + 14] * w2 + b[q + 15] * w3;
+        if (x * bx + y * by + z * bz + w * bw < 0) {
+          x -= bx;
+          y -= by;
+          z -= bz;
+          w -= bw;
+        } else {
+          x += bx;
+          y += by;
+          z += bz;
+          w += bw;
+        }
+        let squares = x * x + y * y + z * z + w * w;
+        if (reached[bone] !== 0) {
+          const dx = added * (d[o] * u0 + d[o + 1] * u1 + d[o + 2] * u2 + d[o + 3] * u3);
+          const dy = added * (d[o + 4] * u0 + d[o + 5] * u1 + d[o + 6] * u2 + d[o + 7] * u3);
+          const dz = added * (d[o + 8] * u0 + d[o + 9] * u1 + d[o + 10] * u2 + d[o + 11] * u3);
+          const dw = d[o + 12] * u0 + d[o + 13] * u1 + d[o + 14] * u2 + d[o + 15] * u3;
+          const bxw = x;
+          const byw = y;
+          const bzw = z;
+          x = dw * bxw + dx * w + dy * bzw - dz * byw;
+          y = dw * byw + dy * w + dz * bxw - dx * bzw;
+          z = dw * bzw + dz * w + dx * byw - dy * bxw;
+          w = dw * w - dx * bxw - dy * byw - dz * bzw;
+          // One length for both factors.
+          squares *= dx * dx + dy * dy + dz * dz + dw * dw;
+        }
+        const r = 1 / Math.sqrt(squares);
+        buildLocal(m, 3 * bone, x * r, y * r, z * r, w * r);
+      }
+    }
+  }
+
+  // worlds[m] = a[i] x locals[m]
+  function updateWorld(m, a, i) {
+    for (let k = m; k < m + affine; k += 3) {
+      const x = locals[k];
+      const y = locals[k + 1];
+      const z = locals[k + 2];
+      worlds[k] = a[i] * x + a[i + 3] * y + a[i + 6] * z;
+      worlds[k + 1] = a[i + 1] * x + a[i + 4] * y + a[i + 7] * z;
+      worlds[k + 2] = a[i + 2] * x + a[i + 5] * y + a[i + 8] * z;
+    }
+    worlds[m + 9] += a[i + 9];
+    worlds[m + 10] += a[i + 10];
+    worlds[m + 11] += a[i + 11];
+  }
+
+  function refresh() {
+    for (let c = 0; c < characters; ++c) {
+      const first = c * characterStride;
+      updateWorld(first, holders, c * affine);
+      for (let bone = 1; bone < bones; ++bone) {
+        updateWorld(first + bone * affine, worlds, first + parents[bone]);
+      }
+    }
+  }
+
+  return {
+    name: 'typed',
+    crossfade,
+    layers,
+    refresh,
+
+    worlds(out) {
+      for (let at = 0, m = 0; m < worlds.length; m += affine) {
+        for (let column = 0; column < 4; ++column, at += 4) {
+          out.set(worlds.subarray(m + 3 * column, m + 3 * column + 3), at);
+          out[at + 3] = column === 3 ? 1 : 0;
+        }
+      }
+    },
+  };
+}
+
+module.exports = { createControllersTyped };

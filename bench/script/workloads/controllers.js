@@ -1,0 +1,118 @@
+'use strict';
+// Crowds of characters posed in layers: a crossfade from walking to running, alone and with an additive
+// layer above it that a mask keeps away from the legs. Measured is all from times and weights to local
+// matrices; world matrices are brought up to date in between, as they are in frames.
+const { assertMoved, assertSamePose, bones, rounding } = require('../lib/animation-scene');
+const { createControllerScene, mixerTolerance } = require('../lib/controllers-scene');
+const { interleavePrepared } = require('../lib/measure');
+const { printTable } = require('../lib/table');
+
+/** Characters of a crowd. */
+const crowds = [10, 100, 1000];
+
+/** What is posed; methods of the contenders. */
+const poses = [
+  { kind: 'crossfade', method: 'crossfade' },
+  { kind: 'crossfade and masked additive layer', method: 'layers' },
+];
+
+/** Sets of times at which contenders are compared. */
+const comparedSets = [0, 5];
+
+/**
+ * Loads a contender anew: the compiler makes better code of functions that exist once, as they would in
+ * a game, than of those that work on several scenes.
+ * @param {string} name
+ */
+function load(name) {
+  const file = require.resolve(`../contenders/${name}`);
+  delete require.cache[file];
+  return require(file);
+}
+
+/** A scene, and its contenders with what each may differ from the first. */
+function prepare(characters) {
+  const scene = createControllerScene(characters);
+  const contenders = [
+    load('controllers-typed').createControllersTyped(scene),
+    load('controllers-native').createControllersNative(scene),
+    load('controllers-three').createControllersThree(scene),
+  ];
+  return { scene, contenders, tolerances: [rounding, rounding, mixerTolerance(scene)] };
+}
+
+/** World matrices that a contender makes of a set. */
+function worldsOf(contender, method, set, characters) {
+  contender[method](set);
+  contender.refresh();
+  const out = new Float32Array(16 * bones * characters).fill(NaN);
+  contender.worlds(out);
+  return out;
+}
+
+/**
+ * Throws unless all contenders make the same of a kind of pose, and make it move.
+ * @returns {Float32Array} the world matrices of the last set
+ */
+function assertPose(what, { scene, contenders, tolerances }, method) {
+  const [first, second] = comparedSets.map((set) => {
+    const [expected, ...others] = contenders.map((contender) =>
+      worldsOf(contender, method, set, scene.characters)
+    );
+    others.forEach((worlds, i) => {
+      const said = `${what}, set ${set}, ${contenders[i + 1].name} against ${contenders[0].name}`;
+      assertSamePose(said, expected, worlds, tolerances[i + 1]);
+    });
+    return expected;
+  });
+  assertMoved(what, first, second);
+  return second;
+}
+
+/** All kinds of poses of one crowd. */
+function measureCrowd(characters, budget) {
+  const prepared = prepare(characters);
+  const { contenders, scene } = prepared;
+  const shown = [];
+  const rows = poses.map(({ kind, method }) => {
+    const what = `${characters} characters, ${kind}`;
+    shown.push(assertPose(`${what}, before`, prepared, method));
+    const runs = contenders.map((contender) => ({
+      prepare: contender.refresh,
+      run: (number) => contender[method](number % scene.sets.length),
+    }));
+    const times = interleavePrepared(runs, budget);
+    assertPose(`${what}, after`, prepared, method);
+    const [typed, nq, three] = times.map((time) => time / characters / bones);
+    return { kind, characters, nanosecondsPerBone: { nq, typed, three } };
+  });
+  // The additive layer shows.
+  const [plain, layered] = shown;
+  if (!layered.some((value, i) => Math.abs(value - plain[i]) > 0.01)) {
+    throw new Error('the additive layer changes nothing');
+  }
+  return rows;
+}
+
+function run(budget) {
+  // On a tiny budget one small crowd.
+  const limit = Math.floor(Math.max(...budget.sizes) / bones);
+  const within = Array.from(new Set(crowds.map((count) => Math.min(count, limit))));
+  const rows = [].concat(...within.map((characters) => measureCrowd(characters, budget)));
+  printTable(
+    'controllers: ns per bone',
+    ['work', 'characters', 'nq', 'typed', 'three', 'typed/nq', 'three/nq'],
+    rows.map(({ kind, characters, nanosecondsPerBone: { nq, typed, three } }) => [
+      kind,
+      characters,
+      nq,
+      typed,
+      three,
+      typed / nq,
+      three / nq,
+    ])
+  );
+  return rows;
+}
+
+module.exports = { run };
