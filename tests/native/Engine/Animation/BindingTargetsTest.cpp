@@ -80,7 +80,7 @@ TEST_F(AnimationBindingTargetsTest, AHoleInFrontOfTheFirstListLeavesNoRoot) {
 //          '- 3D bound
 TEST_F(AnimationBindingTargetsTest, TheRootIsTheLastAncestorInSpace) {
   const uint32_t flat = scene.Add2D();
-  scene.Link(flat, entities);
+  scene.Insert(flat, entities, 0);
   scene.Link(entities, entities + 1);
   scene.Link(entities + 1, entities + 2);
   scene.RunCommands();

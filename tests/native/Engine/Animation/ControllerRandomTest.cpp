@@ -127,7 +127,7 @@ class RandomStage {
       }
       // Parents are older than their children: no cycles.
       if (!all.empty() && random.Chance(60)) {
-        scene.Link(OneOf(all), handle);
+        scene.Insert(OneOf(all), handle, 0);
       } else if (random.Chance(50)) {
         scene.AddRoot(handle);
       }

@@ -2,6 +2,7 @@
 #include "tests/native/Engine/Animation/ControllerScene.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 namespace nq::engine {
@@ -242,7 +243,9 @@ void ControllerScene::Capture() {
     const std::vector<uint8_t> record(bytes, bytes + model.record.size());
     ::testing::AssertionResult same = ::testing::AssertionSuccess();
     if (!model.isThreeD) {
-      if (record != model.record) {
+      const size_t end = worlds ? record.size() : offsetof(Entity2DRecord, worldMatrix);
+      if (!std::equal(record.begin(), record.begin() + static_cast<ptrdiff_t>(end),
+                      model.record.begin())) {
         same = ::testing::AssertionFailure() << "a 2D record was written";
       }
     } else if (!std::equal(record.begin(), record.begin() + 4, model.record.begin())) {
