@@ -179,6 +179,13 @@ TEST(AnimationClipModelTest, FramesWrapAtTheClipsLength) {
   EXPECT_EQ(3u, model.CachedFrames());
 }
 
+TEST(AnimationClipModelTest, AFrameIsComputedOnce) {
+  AnimationClipModel model = ModelOf(60, {{0, 1, {{0, 0, 0, 0}, {59, 59, 0, 0}}}});
+  ClipSample* cached = const_cast<ClipSample*>(model.SampleAtFrame(59).Find(0));
+  cached->channel[kX] = -7;
+  EXPECT_EQ(-7.0f, ValueOf(model.SampleAtFrame(119), 0, kX)) << "not computed anew";
+}
+
 TEST(AnimationClipModelTest, TimesWrapAtTheClipsLengthAndAreNotCached) {
   AnimationClipModel model = ModelOf(60, {{0, 1, {{0, 3, 0, 0}, {30, 6, 0, 0}, {60, 9, 0, 0}}}});
   EXPECT_EQ(3.0f, ValueOf(model.SampleAtTime(60.0f), 0, kX));

@@ -287,9 +287,9 @@ TEST_F(AnimationSystemTest, EveryForwardCreatesTheSystemAndNothingElse) {
     forward(fresh.Core());
     const size_t created = HeapBytes() - before;
     EXPECT_GE(created, sizeof(AnimationSystem));
-    EXPECT_LT(created, sizeof(AnimationSystem) + 4096);
+    EXPECT_LT(created, sizeof(AnimationSystem) * 3 / 2);
     forward(fresh.Core());
-    EXPECT_EQ(before + created, HeapBytes()) << "once";
+    EXPECT_LT(HeapBytes(), before + sizeof(AnimationSystem) * 3 / 2) << "once";
     EXPECT_EQ(1u, fresh.Core()->ReferenceCount());
     const MemoryBlock block = fresh.Runtime()->Allocate(16);
     EXPECT_EQ(0u, block.memoryID) << "no buffers of entities";
@@ -302,7 +302,7 @@ TEST_F(AnimationSystemTest, AReleasedComponentGivesItsObjectAndItsBlockBack) {
   scene.Core()->ReleaseSkinningMatrixComponent(
       scene.Core()->CreateSkinningMatrixComponent(2).handle);
   const size_t before = HeapBytes();
-  for (int i = 0; i < 50; ++i) {
+  for (int i = 0; i < 500; ++i) {
     scene.Core()->ReleaseAnimatorComponent(scene.Core()->CreateAnimatorComponent(2, 2).handle);
     scene.Core()->ReleaseSkinningMatrixComponent(
         scene.Core()->CreateSkinningMatrixComponent(2).handle);

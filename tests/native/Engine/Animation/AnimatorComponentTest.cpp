@@ -323,6 +323,15 @@ TEST_F(AnimatorComponentTest, ABlendNormalisesWhatOneClipAloneSays) {
   EXPECT_EQ(1, scene.Record3D(entities).rotationMode);
 }
 
+TEST_F(AnimatorComponentTest, ABlendOfNoLengthReachesNothing) {
+  const uint32_t zero = AddTurn(0, 0, 0, 0);
+  const uint32_t entity = scene.Add3D();
+  scene.Record3D(entity).rotation[0] = 7;
+  scene.Update(scene.AddAnimator({{zero, 0, 1}, {zero, 0, 1}}, {entity, entity}));
+  EXPECT_TRUE(SameFloats({7, 0, 0, 0}, scene.Record3D(entity).rotation)) << "0 times infinity";
+  EXPECT_EQ(0, scene.Record3D(entity).rotationMode);
+}
+
 TEST_F(AnimatorComponentTest, TwoQuaternionsAreSlerped) {
   const float h = std::sqrt(0.5f);
   const uint32_t entity = scene.Add3D();

@@ -376,6 +376,12 @@ TEST(ClipSamplingTest, ManyNegateAQuaternionWhoseWIsNotPositive) {
                  Blended(Pose(true, {0.5f, 0, 0, 0.5f}), Pose(true, {1, 0, 0, 0}), 0.5f, true));
 }
 
+// A half turn is at a right angle to no rotation: the product of 0 counts as positive.
+TEST(ClipSamplingTest, ManyTakeAProductOf0ForPositive) {
+  ExpectRotation({-0.707106781f, 0, 0, 1.707106781f},
+                 Blended(Pose(true, {0, 0, 0, 1}), Pose(true, {1, 0, 0, 0}), 0.5f, true));
+}
+
 TEST(ClipSamplingTest, ManySpreadTheDivisionByTheLengthOfNoAxis) {
   const ClipSample sample =
       Blended(Pose(true, {0, 0, 0.6f, 0.8f}), Pose(true, {0, 0, 0, 1}), 0.5f, true);

@@ -84,6 +84,9 @@ TEST_F(TransformValueTest, AQuaternionHasNoAngles) {
 TEST_F(TransformValueTest, AnglesThatAreNotValidAreZeroedWhenAskedFor) {
   TransformValue value = TransformValue::FromEntity(&scene.At(AddNumbered(0)));
   EXPECT_TRUE(SameFloats({3, 2, 1}, value.EulerAngles())) << "valid ones stay";
+  TransformValue both;
+  both.rotation.euler[1] = 0.5f;
+  EXPECT_TRUE(SameFloats({0, 0.5f, 0}, both.EulerAngles())) << "whichever form goes back";
   value.eulerValid = false;
   EXPECT_TRUE(SameFloats({0, 0, 0}, value.EulerAngles()));
 }
