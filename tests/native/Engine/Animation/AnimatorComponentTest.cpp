@@ -18,7 +18,6 @@ namespace {
 
 // Sample types.
 constexpr uint32_t kPosition = 1;
-constexpr uint32_t kScale = 4;
 constexpr uint32_t kEuler = 7;
 constexpr uint32_t kW = 10;
 constexpr uint32_t kImaginary = 11;
