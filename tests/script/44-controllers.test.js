@@ -933,11 +933,12 @@ describe('updateAnimatorControllers', () => {
     const updated = (groups) => {
       const binding = world.binding(groups);
       const controller = world.controller(binding, [{ states: [] }]);
+      // What has not changed would not be built again.
+      world.refresh([first, second]);
       [first, second].forEach(({ matrix }) => matrix.fill(-777));
       controller.update();
       return [first, second].map(({ matrix }) => matrix[0] !== -777);
     };
-    world.refresh([first, second]);
     assert.deepStrictEqual(updated([[clips[0], [first.handle]]]), [true, false]);
     assert.deepStrictEqual(updated([[clips[0], [none, first.handle]]]), [false, false]);
     // An empty list is passed over; clips go by their handles, not by their order in the lists.
