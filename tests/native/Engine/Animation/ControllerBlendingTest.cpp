@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <new>
 #include <vector>
 
@@ -244,14 +245,27 @@ TEST_F(AnimationControllerBlendingTest, AnOverrideRotationTakesTheShorterWayToTh
   ExpectNear(AboutZ(60), scene.Rotation(entity));
 }
 
-// Where the product is no number the far side is taken: z: -inf, and no number elsewhere.
+// Half a turn about x and a quarter about z: their product is 0, and the rotation is taken as it
+// is.
+TEST_F(AnimationControllerBlendingTest, AProductOfZeroTakesTheNearSide) {
+  const float half = std::sqrt(0.5f);
+  const uint32_t clip = scene.AddClip(10, Constants(0, 11, {1, 0, 0}) + Constants(0, 10, {0}));
+  Play(Bind({clip}), {{kOverride, 0.5f, AddState(clip)}});
+  ExpectNear({half, 0, 0.5f, 0.5f}, scene.Rotation(entity));
+}
+
+// The product of 0 and infinity is no number. An infinite length leaves only the signs of zeros:
+// z is 0 + (-0.6 - 0) x -0.75, and would be below zero with the near side.
 TEST_F(AnimationControllerBlendingTest, AProductThatIsNoNumberTakesTheFarSide) {
-  ToRest();
-  scene.Turn(entity, 0, 0, kNone, 1);
-  const uint32_t clip = AddPose({}, 0);
+  scene.Turn(entity, kInfinity, 0, 0, 1);
+  const uint32_t clip =
+      scene.AddClip(10, Constants(0, 11, {0, 0, 0.6f}) + Constants(0, 10, {0.8f}));
   const uint32_t binding = Bind({clip});
-  Play(binding, {{kOverride, 0.5f, AddState(clip)}});
-  ExpectNear({kNone, kNone, kNone, kNone}, scene.Rotation(entity));
+  Play(binding, {{kOverride, -0.75f, AddState(clip)}});
+  const std::vector<float> rotation = scene.Rotation(entity);
+  ExpectNear({kNone, 0, 0, 0}, rotation);
+  EXPECT_FALSE(std::signbit(rotation[2]));
+  EXPECT_FALSE(std::signbit(rotation[3]));
 }
 
 TEST_F(AnimationControllerBlendingTest, StatesOfALayerAddUp) {
@@ -358,6 +372,14 @@ TEST_F(AnimationControllerBlendingTest, ARotationIsCompletedOnTheSideOnWhichItIs
   EXPECT_EQ((std::vector<uint32_t>{4095, entity}), scene.KeysOf(binding));
 }
 
+// Three quarters of half a turn, one of the identity: 3 to 1 in z and w.
+TEST_F(AnimationControllerBlendingTest, ARotationIsCompletedByWhatItsWeightLacks) {
+  const uint32_t clip = AddPose({}, 180);
+  Play(Bind({clip}), {{kOverride, 1, AddState(clip, 0.75f)}});
+  const float unit = std::sqrt(0.1f);
+  ExpectNear({0, 0, 3 * unit, unit}, scene.Rotation(entity));
+}
+
 // Half by the clip's weight, once more half by that on the way into the layer: a quarter in all,
 // while the weight says half.
 TEST_F(AnimationControllerBlendingTest, ARotationIsWeightedTwiceOnItsWayIntoALayer) {
@@ -383,8 +405,8 @@ TEST_F(AnimationControllerBlendingTest, AnAdditiveLayerIsNotCompleted) {
   EXPECT_EQ(std::vector<uint32_t>({entity}), scene.KeysOf(binding));
 }
 
-// The first layer enters keys 5 (position) and 1 (scale); the second, which fills up, carries them.
-// One of them is an entity: it is rebuilt, although the binding does not name it.
+// Completing a layer enters the number of another entity; a layer behind it that fills up carries
+// that entity, and it is rebuilt, although the binding does not name it. A layer ahead does not.
 TEST_F(AnimationControllerBlendingTest, EachLayerIsCompletedBeforeTheNextIsEvaluated) {
   const uint32_t other = scene.Add3D();
   ASSERT_EQ(0x2000u, other);
@@ -489,6 +511,24 @@ TEST_F(AnimationControllerBlendingTest, WithoutARestPoseNothingIsWritten) {
   Play(binding, {{kOverride, 1, scene.AddState(1, 1, {Entry{clip, 0, 1, 0, 0}})}});
   EXPECT_EQ(10.0f, scene.Position(entity)[0]);
   EXPECT_TRUE(scene.stage.rebuilt.empty());
+}
+
+// Lists that come without new rest poses are seen by the next update, too.
+TEST_F(AnimationControllerBlendingTest, ListsThatAreReadAgainCountAtOnce) {
+  const uint32_t other = scene.Add3D();
+  const uint32_t clip = AddPose({4});
+  const uint32_t binding = scene.Bind(Groups{{clip, {entity, other}}});
+  const uint32_t controller = scene.AddController(binding, {{kOverride, 1, AddState(clip)}});
+  scene.Update(controller);
+  EXPECT_EQ(0.0f, scene.Position(other)[0]);
+  const TargetLists lists(Groups{{clip, {other, entity}}});
+  std::map<uint32_t, Entity*> resolved;
+  ASSERT_TRUE(scene.BindingOf(binding)->ParseTargets(
+      reinterpret_cast<const uint8_t*>(lists.words.data()), 0, 1, 3, &resolved));
+  EXPECT_EQ(2u, resolved.size());
+  EXPECT_EQ(&scene.At(other), resolved.at(other));
+  scene.Core()->UpdateAnimatorController(controller);
+  EXPECT_EQ(4.0f, scene.Position(other)[0]);
 }
 
 TEST_F(AnimationControllerBlendingTest, AMaskBelongsToItsLayer) {

@@ -18,7 +18,9 @@ std::vector<float> FloatsAt(const std::vector<uint8_t>& record, size_t from, siz
 }
 
 void StoreWords(uint8_t* block, const std::vector<uint32_t>& words) {
-  std::memcpy(block, words.data(), words.size() * 4);
+  if (!words.empty()) {
+    std::memcpy(block, words.data(), words.size() * 4);
+  }
 }
 
 uint32_t Word(float number) {

@@ -140,6 +140,14 @@ TEST_F(AnimationControllerStateTest, WeightsAndValuesAddUpOverClips) {
   EXPECT_TRUE(std::isnan(poses.at(entities).rotationWeight));
 }
 
+TEST_F(AnimationControllerStateTest, AnyWeightButZeroCounts) {
+  const uint32_t clip = AddPose({2});
+  const uint32_t binding = Bind({{clip, {entities}}});
+  EXPECT_EQ(-1.0f, Evaluate(binding, {Plain(clip, -0.5f)}).at(entities).value[0]);
+  EXPECT_EQ(6.0f, Evaluate(binding, {Plain(clip, 3)}).at(entities).value[0]);
+  EXPECT_TRUE(std::isnan(Evaluate(binding, {Plain(clip, kNone)}).at(entities).value[0]));
+}
+
 TEST_F(AnimationControllerStateTest, RotationsAddUpInOneHemisphere) {
   const uint32_t a = AddTurned({}, {0, 0, 0.6f, 0.8f});
   const uint32_t b = AddTurned({}, {0, 0, -0.6f, -0.8f});
