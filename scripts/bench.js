@@ -6,7 +6,14 @@ const fs = require('fs');
 const path = require('path');
 const { setup } = require('./setup');
 const { root, fail, run } = require('./lib/run');
-const { build, folders, host, modulePath } = require('./lib/build');
+const {
+  build,
+  everything,
+  folders,
+  host,
+  matrixFlowModulePath,
+  modulePath,
+} = require('./lib/build');
 
 const given = process.argv.slice(2);
 const smoke = given.includes('--smoke');
@@ -18,7 +25,7 @@ for (const argument of given.filter((one) => one !== '--smoke')) {
 }
 
 setup('build', 'bench');
-build('release', { NQ_BUILD_BENCH: 'ON' });
+build('release', Object.assign({ NQ_BUILD_BENCH: 'ON' }, everything));
 
 const native = path.join(root, folders.release, 'nq_bench');
 const script = path.join(root, 'bench', 'script', 'run.js');
@@ -29,5 +36,8 @@ if (fs.existsSync(native)) {
   run('native benchmarks', native, nativeArguments);
 }
 if (fs.existsSync(script)) {
-  run('script benchmarks', host, [script, ...scriptArguments], { NQ_MODULE: modulePath });
+  run('script benchmarks', host, [script, ...scriptArguments], {
+    NQ_MODULE: modulePath,
+    NQ_MATRIXFLOW_MODULE: matrixFlowModulePath,
+  });
 }

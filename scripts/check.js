@@ -1,7 +1,15 @@
 'use strict';
 // npm run check: the slower checks, all of them or those that are named (`npm run check -- layering`).
 const { setup } = require('./setup');
-const { build, folders, host, modulePath, test } = require('./lib/build');
+const {
+  build,
+  everything,
+  folders,
+  host,
+  matrixFlowModulePath,
+  modulePath,
+  test,
+} = require('./lib/build');
 const { findLayeringViolations } = require('./lib/layers');
 const { eachAtOnce, fail, output, quietStatus, status } = require('./lib/run');
 const { nativeSources, nodeModule, prettierArguments } = require('./lib/sources');
@@ -11,6 +19,23 @@ const threadedSuites =
   'WorkerPool|EngineRuntime|MemoryAllocator|WorldTransform|EntitySystem|DirtyEntityList|[Bb]atch|transform';
 
 const exportedSymbols = ['_register_nq_logic_', 'node_register_module_v72'];
+
+function exportsEntriesOnly(module) {
+  const table = output('nm', ['-D', '--defined-only', '--format=posix', module]);
+  if (table === null) {
+    return false;
+  }
+  const names = table
+    .split('\n')
+    .filter((line) => line !== '')
+    .map((line) => line.split(' ')[0])
+    .sort();
+  const good = names.join() === exportedSymbols.join();
+  if (!good) {
+    console.error(`${module} exports ${names.join(' ')}; expected: ${exportedSymbols.join(' ')}`);
+  }
+  return good;
+}
 
 // Each answers whether it found nothing, some later. `needs` names what setup brings for it.
 const checks = {
@@ -39,25 +64,12 @@ const checks = {
       0,
   },
 
-  // Exactly the two entries of the module are visible.
+  // Exactly the two entries of a module are visible.
   symbols: {
     needs: ['build'],
     run() {
-      build('release', {}, ['nq_logic']);
-      const table = output('nm', ['-D', '--defined-only', '--format=posix', modulePath]);
-      if (table === null) {
-        return false;
-      }
-      const names = table
-        .split('\n')
-        .filter((line) => line !== '')
-        .map((line) => line.split(' ')[0])
-        .sort();
-      const good = names.join() === exportedSymbols.join();
-      if (!good) {
-        console.error(`exported: ${names.join(' ')}; expected: ${exportedSymbols.join(' ')}`);
-      }
-      return good;
+      build('release', everything, ['nq_logic', 'nq_logic_matrixflow']);
+      return [modulePath, matrixFlowModulePath].every(exportsEntriesOnly);
     },
   },
 
@@ -65,7 +77,7 @@ const checks = {
   clang: {
     needs: ['build', 'test', 'check'],
     run() {
-      build('clang', { NQ_BUILD_TESTS: 'ON' });
+      build('clang', Object.assign({ NQ_BUILD_TESTS: 'ON' }, everything));
       return test('clang');
     },
   },
@@ -73,7 +85,7 @@ const checks = {
   tidy: {
     needs: ['build', 'test', 'check'],
     async run() {
-      build('clang', { NQ_BUILD_TESTS: 'ON' }, ['nq_logic']);
+      build('clang', Object.assign({ NQ_BUILD_TESTS: 'ON' }, everything), ['nq_logic']);
       const files = nativeSources().filter((file) =>
         /^(Common\/|Engine\/|BindingTemp\/|nq_logic).*\.cpp$/.test(file)
       );

@@ -22,6 +22,12 @@ const host = path.join(nodeDir, 'bin', 'node');
 /** The module of the release build. */
 const modulePath = path.join(root, folders.release, 'nq_logic.node');
 
+/** The module with command buffers within script's reach, of the release build. */
+const matrixFlowModulePath = path.join(root, folders.release, 'nq_logic_matrixflow.node');
+
+/** Cache variables of builds that test or measure: what is off by default is covered, too. */
+const everything = { NQ_SCRIPT_MATRIXFLOW: 'ON' };
+
 /**
  * Configures a preset and builds it.
  * @param {string} preset
@@ -53,4 +59,13 @@ function test(preset, args = []) {
   return status('ctest', [...common, '--parallel', jobs, ...args]) === 0;
 }
 
-module.exports = { folders, nodeDir, host, modulePath, build, test };
+module.exports = {
+  folders,
+  nodeDir,
+  host,
+  modulePath,
+  matrixFlowModulePath,
+  everything,
+  build,
+  test,
+};
