@@ -91,8 +91,12 @@ void AnimationClipBinding::FindRoot() {
     }
     Entity* entity = core->Entities()->FindEntity(list[0].handle);
     if (entity != nullptr) {
+      size_t height = 0;
       while (entity->parent() != nullptr && entity->parent()->isThreeD()) {
         entity = entity->parent();
+        if (++height > core->Entities()->Tree().EntityCount()) {
+          EntitySystem::FailOnParentCycle(entity->handle);
+        }
       }
       root = entity->handle;
       rootGeneration = core->Entities()->Tree().Generation(root);

@@ -81,8 +81,9 @@ void AnimationClipModel::Parse() {
   rate = TruncateToU32(header.framesPerSecond);
   frames = header.frameCount;
   // In 32 bits, as the offset itself.
+  constexpr uint32_t kHeaderBytes = sizeof(ClipHeader);
   constexpr uint32_t kCurveBytes = sizeof(ClipCurve);
-  if (header.curveCount * kCurveBytes + sizeof(ClipHeader) != header.keyDataOffset) {
+  if (header.curveCount * kCurveBytes + kHeaderBytes != header.keyDataOffset) {
     NQ_LOG("[NQ_FATAL][Engine]: ", "animation clip header data error\n");
     FailAssertion("0", kSource, kHeaderLine);
   }

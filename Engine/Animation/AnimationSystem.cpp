@@ -143,8 +143,12 @@ void AnimationSystem::UpdateAnimator(uint32_t handle) {
     return;
   }
   Entity* top = component->firstTarget;
+  size_t height = 0;
   while (top->parent() != nullptr) {
     top = top->parent();
+    if (++height > core->Entities()->Tree().EntityCount()) {
+      EntitySystem::FailOnParentCycle(top->handle);
+    }
   }
   if (!core->Entities()->IsRoot(top)) {
     top->UpdateTree();

@@ -37,17 +37,32 @@ inline void Replace(float* field, float value) {
   }
 }
 
-// Position and scale of a record are six numbers in a row, as are channels 0 to 5.
+// True if all four are numbers.
+inline bool AllNumbers(__m128 value) {
+  return _mm_movemask_ps(_mm_cmpunord_ps(value, value)) == 0;
+}
+
+// Position and scale of a record are six numbers in a row, as are channels 0 to 5. Most samples are
+// whole: then there is nothing to keep of the record.
 void Write3D(const ClipSample& sample, Entity3DRecord* record) {
   const float* channel = sample.channel;
-  if (!std::isnan(channel[kRotationWChannel])) {
+  const __m128 rotation = _mm_loadu_ps(channel + kRotationChannel);
+  if (AllNumbers(rotation)) {
     record->rotationMode = sample.isQuaternion ? 1 : 0;
+    _mm_storeu_ps(record->rotation, rotation);
+  } else {
+    if (!std::isnan(channel[kRotationWChannel])) {
+      record->rotationMode = sample.isQuaternion ? 1 : 0;
+    }
+    _mm_storeu_ps(record->rotation, Replace(_mm_loadu_ps(record->rotation), rotation));
   }
-  _mm_storeu_ps(record->rotation,
-                Replace(_mm_loadu_ps(record->rotation), _mm_loadu_ps(channel + kRotationChannel)));
   float* four = reinterpret_cast<float*>(reinterpret_cast<uint8_t*>(record) +
                                          offsetof(Entity3DRecord, position));
-  _mm_storeu_ps(four, Replace(_mm_loadu_ps(four), _mm_load_ps(channel)));
+  const __m128 first = _mm_load_ps(channel);
+  const __m128 absent = _mm_cmpunord_ps(first, first);
+  if (_mm_movemask_ps(absent) != 0xF) {
+    _mm_storeu_ps(four, Replace(_mm_loadu_ps(four), first));
+  }
   Replace(&record->scale[1], channel[4]);
   Replace(&record->scale[2], channel[5]);
 }
@@ -60,15 +75,15 @@ void Write2D(const ClipSample& sample, Entity2DRecord* record) {
   Replace(&record->rotation, sample.channel[8]);
 }
 
-// `handle` names an entity.
-void ApplyTo(const TransformTree& tree, uint32_t handle, const ClipSample& sample) {
-  const TransformBatch& batch = tree.Batch(handle);
+// `batch` is the one of `handle`, which names an entity.
+inline void ApplyTo(const TransformTree& tree, const TransformBatch& batch, uint32_t handle,
+                    const ClipSample& sample) {
   const uint32_t index = HandleElement(handle);
   uint8_t* record = batch.SharedRecord(index);
   float* local = batch.localMatrices[index].m;
   if (batch.isThreeD) {
     Write3D(sample, reinterpret_cast<Entity3DRecord*>(record));
-    Entity3D::BuildLocalMatrix(record, local);
+    Entity3D::BuildOwnLocalMatrix(record, local);
   } else {
     Write2D(sample, reinterpret_cast<Entity2DRecord*>(record));
     Entity2D::BuildLocalMatrix(record, local);
@@ -87,7 +102,8 @@ void NormaliseRotation(ClipSample* sample) {
 }  // namespace
 
 void ApplySample(const ClipSample& sample, Entity* entity) {
-  ApplyTo(entity->system->Tree(), entity->handle, sample);
+  const TransformTree& tree = entity->system->Tree();
+  ApplyTo(tree, tree.Batch(entity->handle), entity->handle, sample);
 }
 
 // A clip that takes part in an update.
@@ -111,9 +127,10 @@ struct AnimatorComponent::Scratch {
   SampleMap samples;
   std::vector<BlendEntry> entries;
 
-  // Slots of an open hash table over `entries`: position + 1, or 0. A power of two, at most half of
-  // it used.
+  // Once a handle has come that is neither where it is expected nor above all others: slots of an
+  // open hash table over `entries`, position + 1, or 0. A power of two, at most half of it used.
   std::vector<uint32_t> slots;
+  bool usesSlots = false;
 
   // Whole times come from the clip's cache.
   const SampleMap& SampleOf(const ActiveClip& clip) {
@@ -124,13 +141,46 @@ struct AnimatorComponent::Scratch {
     return samples;
   }
 
-  void Clear(uint32_t expected) {
+  void Clear() {
     entries.clear();
+    usesSlots = false;
+  }
+
+  // The position of a handle's entry, which may be the `expected` one; Size() of `entries` if there
+  // is none. Clips of one character mostly list the same entities, in the same, ascending order.
+  size_t Find(uint32_t handle, size_t expected, uint32_t entityCount) {
+    if (expected < entries.size() && entries[expected].handle == handle) {
+      return expected;
+    }
+    const bool isAbove = entries.empty() || entries.back().handle < handle;
+    if (!usesSlots) {
+      if (isAbove) {
+        return entries.size();
+      }
+      EnterSlots(entityCount);
+    }
+    const uint32_t position = *SlotOf(handle);
+    return position == 0 ? entries.size() : position - 1;
+  }
+
+  void Add(const ClipSample& sample, uint32_t handle, float weight) {
+    entries.push_back(BlendEntry{sample, handle, weight});
+    if (usesSlots) {
+      *SlotOf(handle) = static_cast<uint32_t>(entries.size());
+    }
+  }
+
+ private:
+  void EnterSlots(uint32_t entityCount) {
+    usesSlots = true;
     size_t size = 16;
-    while (size < size_t{2} * expected) {
+    while (size < size_t{2} * entityCount) {
       size *= 2;
     }
     slots.assign(size, 0);
+    for (size_t i = 0; i < entries.size(); ++i) {
+      *SlotOf(entries[i].handle) = static_cast<uint32_t>(i + 1);
+    }
   }
 
   // The slot of a handle's entry, or the free one where it belongs.
@@ -177,11 +227,14 @@ void AnimatorComponent::ApplyOne(const ActiveClip& clip, Scratch* scratch) {
   const SampleMap& samples = scratch->SampleOf(clip);
   for (uint32_t i = 0; i < samples.Size(); ++i) {
     const uint32_t entry = clip.base + samples.Target(i);
-    if (entry < entityCount && tree.Contains(targets[entry])) {
-      ApplyTo(tree, targets[entry], samples.Sample(i));
-      if (firstTarget == nullptr) {
-        firstTarget = tree.EntityOf(targets[entry]);
-      }
+    if (entry >= entityCount || !tree.Contains(targets[entry])) {
+      continue;
+    }
+    const uint32_t handle = targets[entry];
+    const TransformBatch& batch = tree.Batch(handle);
+    ApplyTo(tree, batch, handle, samples.Sample(i));
+    if (firstTarget == nullptr) {
+      firstTarget = batch.EntityAt(HandleElement(handle));
     }
   }
 }
@@ -192,11 +245,10 @@ void AnimatorComponent::ApplyBlend(Scratch* scratch) {
   const uint32_t* targets =
       reinterpret_cast<const uint32_t*>(data + AnimatorTargetsOffset(clipCount));
   const bool many = scratch->active.size() > 2;
-  scratch->Clear(entityCount);
+  scratch->Clear();
   std::vector<Scratch::BlendEntry>& entries = scratch->entries;
   for (const ActiveClip& clip : scratch->active) {
     const SampleMap& samples = scratch->SampleOf(clip);
-    // Clips of one character mostly list the same entities in the same order.
     size_t expected = 0;
     for (uint32_t i = 0; i < samples.Size(); ++i) {
       const uint32_t entry = clip.base + samples.Target(i);
@@ -204,20 +256,15 @@ void AnimatorComponent::ApplyBlend(Scratch* scratch) {
         continue;
       }
       const uint32_t handle = targets[entry];
-      if (expected >= entries.size() || entries[expected].handle != handle) {
-        uint32_t* slot = scratch->SlotOf(handle);
-        if (*slot == 0) {
-          entries.push_back(Scratch::BlendEntry{samples.Sample(i), handle, clip.weight});
-          *slot = static_cast<uint32_t>(entries.size());
-          expected = entries.size();
-          continue;
-        }
-        expected = *slot - 1;
+      const size_t position = scratch->Find(handle, expected, entityCount);
+      expected = position + 1;
+      if (position == entries.size()) {
+        scratch->Add(samples.Sample(i), handle, clip.weight);
+        continue;
       }
-      Scratch::BlendEntry& blended = entries[expected];
+      Scratch::BlendEntry& blended = entries[position];
       blended.totalWeight += clip.weight;
       BlendSample(&blended.sample, samples.Sample(i), clip.weight / blended.totalWeight, many);
-      ++expected;
     }
   }
 
@@ -227,7 +274,7 @@ void AnimatorComponent::ApplyBlend(Scratch* scratch) {
   for (Scratch::BlendEntry& entry : entries) {
     if (tree.Contains(entry.handle)) {
       NormaliseRotation(&entry.sample);
-      ApplyTo(tree, entry.handle, entry.sample);
+      ApplyTo(tree, tree.Batch(entry.handle), entry.handle, entry.sample);
       if (firstTarget == nullptr || entry.handle < first) {
         first = entry.handle;
         firstTarget = tree.EntityOf(first);

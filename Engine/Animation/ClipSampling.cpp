@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 
+#include "Common/Def/FastTrigonometry.h"
 #include "Common/Def/Trigonometry.h"
 
 namespace nq::engine {
@@ -45,10 +46,13 @@ void Slerp(float* a, const float* other, float t) {
   }
   const __m128 from = _mm_loadu_ps(a);
   if (1.0 - static_cast<double>(d) > kMinSlerpDistance) {
-    const float angle = acosF(d);
-    const __m128 sine = _mm_set1_ps(sinF(angle));
-    const __m128 fromShare = _mm_set1_ps(sinF((1.0f - t) * angle));
-    const __m128 toShare = _mm_set1_ps(sinF(t * angle));
+    const float angle = acosNearF(d);
+    float sines[4];  // of the angle, of the share that is left, of the share that comes; twice
+    sinTwoF(angle, (1.0f - t) * angle, &sines[0], &sines[1]);
+    sinTwoF(t * angle, t * angle, &sines[2], &sines[3]);
+    const __m128 sine = _mm_set1_ps(sines[0]);
+    const __m128 fromShare = _mm_set1_ps(sines[1]);
+    const __m128 toShare = _mm_set1_ps(sines[2]);
     _mm_storeu_ps(a, _mm_add_ps(_mm_div_ps(_mm_mul_ps(from, fromShare), sine),
                                 _mm_div_ps(_mm_mul_ps(b, toShare), sine)));
   } else {

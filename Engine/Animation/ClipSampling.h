@@ -59,9 +59,8 @@ CurvePosition PositionAt(float time, size_t first, size_t count, FrameOf frameOf
   if (key == 0 || !found || (IsWhole(time) && frameOf(key) == TruncateToU32(time))) {
     return CurvePosition{key, true};
   }
-  // Reached with keys out of order only: of two keys on one frame the search finds the earlier.
-  const bool isEmpty = frameOf(key) == frameOf(key - 1);
-  return CurvePosition{isEmpty ? key - 1 : key, isEmpty};
+  // The key ahead is not at or after `time`, so the two stand on different frames.
+  return CurvePosition{key, false};
 }
 
 // The value of a channel. 0 keys give not-a-number; ahead of the first key its value holds, behind

@@ -288,7 +288,7 @@ void WritePose(const TargetPose& pose, const TransformTree& tree, uint32_t handl
     _mm_storeu_ps(record->rotation, _mm_load_ps(pose.rotation));
     record->rotationMode = 1;
   }
-  Entity3D::BuildLocalMatrix(bytes, batch.localMatrices[index].m);
+  Entity3D::BuildOwnLocalMatrix(bytes, batch.localMatrices[index].m);
   tree.MarkDirty(handle);
 }
 

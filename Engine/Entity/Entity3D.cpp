@@ -80,6 +80,22 @@ inline __m128 ScaledColumn(float scale, __m128 column) {
   return _mm_and_ps(_mm_mul_ps(_mm_set1_ps(scale), column), firstThree);
 }
 
+// A local matrix: rotation with scaled columns, and position.
+struct LocalColumns {
+  __m128 c0, c1, c2, c3;
+
+  // Inlined by order: a call would hand the columns over in memory.
+  inline __attribute__((always_inline)) explicit LocalColumns(const Entity3DRecord& record) {
+    const RotationColumns r = record.rotationMode != 0 ? QuaternionColumns(record.rotation)
+                                                       : EulerColumns(record.rotation);
+    const float* p = record.position;
+    c0 = ScaledColumn(record.scale[0], r.c0);
+    c1 = ScaledColumn(record.scale[1], r.c1);
+    c2 = ScaledColumn(record.scale[2], r.c2);
+    c3 = _mm_setr_ps(p[0], p[1], p[2], 1.0f);
+  }
+};
+
 inline float ColumnLength(const float* column) {
   return sqrtF(column[0] * column[0] + column[1] * column[1] + column[2] * column[2]);
 }
@@ -125,13 +141,13 @@ void Entity3D::PublishWorldMatrix() {
 }
 
 void Entity3D::BuildLocalMatrix(const uint8_t* sharedRecord, float* local) {
-  const Entity3DRecord* record = reinterpret_cast<const Entity3DRecord*>(sharedRecord);
-  const RotationColumns r = record->rotationMode != 0 ? QuaternionColumns(record->rotation)
-                                                      : EulerColumns(record->rotation);
-  const float* p = record->position;
-  StoreLocalMatrix(local, ScaledColumn(record->scale[0], r.c0),
-                   ScaledColumn(record->scale[1], r.c1), ScaledColumn(record->scale[2], r.c2),
-                   _mm_setr_ps(p[0], p[1], p[2], 1.0f));
+  const LocalColumns m(*reinterpret_cast<const Entity3DRecord*>(sharedRecord));
+  StoreLocalMatrix(local, m.c0, m.c1, m.c2, m.c3);
+}
+
+void Entity3D::BuildOwnLocalMatrix(const uint8_t* sharedRecord, float* local) {
+  const LocalColumns m(*reinterpret_cast<const Entity3DRecord*>(sharedRecord));
+  StoreOwnLocalMatrix(local, m.c0, m.c1, m.c2, m.c3);
 }
 
 void Entity3D::UpdateBoundEntities() {

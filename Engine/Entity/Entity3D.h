@@ -30,6 +30,9 @@ class Entity3D final : public Entity {
   // The work of the virtual operations, for passes that know what they hold: `local` from the
   // record, and `world` into it; 16 floats each.
   static void BuildLocalMatrix(const uint8_t* sharedRecord, float* local);
+
+  // The same where no other thread builds this entity's at the same time.
+  static void BuildOwnLocalMatrix(const uint8_t* sharedRecord, float* local);
   static void PublishWorldMatrix(const float* world, uint8_t* sharedRecord) {
     std::memcpy(sharedRecord + offsetof(Entity3DRecord, worldMatrix), world,
                 sizeof(Entity3DRecord::worldMatrix));

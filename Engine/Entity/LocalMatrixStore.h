@@ -23,6 +23,14 @@ inline void StoreColumn(float* to, __m128 column) {
 
 }  // namespace internal
 
+// For a matrix that one thread alone builds.
+inline void StoreOwnLocalMatrix(float* to, __m128 c0, __m128 c1, __m128 c2, __m128 c3) {
+  _mm_storeu_ps(to, c0);
+  _mm_storeu_ps(to + 4, c1);
+  _mm_storeu_ps(to + 8, c2);
+  _mm_storeu_ps(to + 12, c3);
+}
+
 // Stores four columns at `to`, which is 8-aligned. An entity that stands twice in a long dirty list
 // may be built by two tasks at once: both store the same values, hence relaxed atomic stores.
 inline void StoreLocalMatrix(float* to, __m128 c0, __m128 c1, __m128 c2, __m128 c3) {

@@ -3,6 +3,7 @@
 #include "Engine/Animation/AnimatorComponent.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <csignal>
@@ -787,6 +788,27 @@ TEST(AnimatorComponentDeathTest, AMalformedClipIsFatalAtTheFirstUpdateEvenAtWeig
                  NQ_LOG("created", "\n");
                  scene.Update(animator);
                }));
+}
+
+// A tree that hangs under no root is climbed to its top, which a ring does not have.
+TEST(AnimatorComponentDeathTest, ARingOfParentsIsFatal) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  AnimationScene scene;
+  const uint32_t e = scene.Add3D(2);
+  scene.Link(e, e + 1);
+  scene.Link(e + 1, e);
+  scene.RunCommands();
+  const uint32_t clip = scene.AddClip(10, {Constant(0, kPosition, 1)});
+  const uint32_t animator = scene.AddAnimator({{clip, 0, 1}}, {e});
+  EXPECT_EXIT(
+      {
+        std::fflush(stdout);
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        scene.Update(animator);
+      },
+      testing::KilledBySignal(SIGABRT),
+      "^\\[NQ_FATAL\\]\\[Engine\\]: Parent cycle detected, entity: 409[67]\n"
+      "Assertion failed: 0, file Engine/Entity/EntitySystem, line [0-9]+\n$");
 }
 
 }  // namespace
