@@ -610,21 +610,23 @@ class MatrixFlowWriter extends StreamWriter {
     }
   }
 
+  // Small, so that it is compiled into its callers.
   _three(name, type, bytes, a, b, r, bAt, rID, rAt) {
-    let aID = a;
-    let aAt = b;
-    let bID = r;
-    if (typeof a !== 'number') {
-      if (!isObject(a) || !isObject(b) || !isObject(r)) {
-        failOperands(`${this._label}.${name}`, ['A', 'B', 'R'], [a, b, r]);
-      }
-      aID = a.memoryID;
-      aAt = a.offset;
-      bID = b.memoryID;
-      bAt = b.offset;
-      rID = r.memoryID;
-      rAt = r.offset;
+    return typeof a === 'number'
+      ? this._put(name, type, bytes, a, b, r, bAt, rID, rAt)
+      : this._putObjects(name, type, bytes, a, b, r);
+  }
+
+  _putObjects(name, type, bytes, a, b, r) {
+    if (!isObject(a) || !isObject(b) || !isObject(r)) {
+      failOperands(`${this._label}.${name}`, ['A', 'B', 'R'], [a, b, r]);
     }
+    const { memoryID: aID, offset: aAt } = a;
+    const { memoryID: bID, offset: bAt } = b;
+    return this._put(name, type, bytes, aID, aAt, bID, bAt, r.memoryID, r.offset);
+  }
+
+  _put(name, type, bytes, aID, aAt, bID, bAt, rID, rAt) {
     if (aID >>> 0 !== aID || aAt >>> 0 !== aAt) {
       failReference(`${this._label}.${name}`, 'A', aID, aAt);
     }

@@ -1,0 +1,98 @@
+'use strict';
+// Streams run by the module, in blocks that it shares. A stream is written once and run many times, or
+// written anew ahead of each run.
+const fs = require('fs');
+const path = require('path');
+const { MatrixFlowWriter } = require('../../../lib/commands');
+const { bulkWords, translationAt } = require('../lib/matrixflow-scene');
+
+const modulePath = path.resolve(
+  process.env.NQ_MATRIXFLOW_MODULE ||
+    path.join(__dirname, '..', '..', '..', 'build/Release/nq_logic_matrixflow.node')
+);
+
+/** Whether there is a module that lets script reach command buffers. */
+const isBuilt = fs.existsSync(modulePath);
+
+/** Bytes of a command, at most. */
+const commandBytes = 28;
+
+/**
+ * The contender.
+ * @param {import('../lib/matrixflow-scene').Stream|import('../lib/matrixflow-scene').Mix} stream
+ */
+function createNative(stream) {
+  const engine = require(modulePath).getEngine();
+  // Blocks of plain memory: command buffers that are never run.
+  const objects = {};
+  for (const name of Object.keys(stream.blocks)) {
+    objects[name] = engine.createMatrixFlowCommandBuffer(stream.blocks[name].byteLength);
+    new Float32Array(objects[name].buffer).set(stream.blocks[name]);
+  }
+  const buffer = engine.createMatrixFlowCommandBuffer(4 + commandBytes * stream.count);
+  const writer = new MatrixFlowWriter(buffer);
+  const idOf = (name) => objects[name].memoryID;
+
+  function writeArithmetic() {
+    const { kind, count, a, b, r } = stream;
+    const [aID, bID, rID] = ['a', 'b', 'r'].map(idOf);
+    for (let i = 0; i < count; ++i) {
+      writer[kind](aID, 4 * a[i], bID, 4 * b[i], rID, 4 * r[i]);
+    }
+  }
+
+  function writeCopies() {
+    const { count, a, r } = stream;
+    const [aID, rID] = ['a', 'r'].map(idOf);
+    for (let i = 0; i < count; ++i) {
+      writer.matrix4Copy(rID, 4 * r[i], aID, 4 * a[i]);
+    }
+  }
+
+  function writeBulkCopies() {
+    const { count, a, r } = stream;
+    const [aID, rID] = ['a', 'r'].map(idOf);
+    for (let i = 0; i < count; ++i) {
+      writer.bulkCopy(bulkWords, rID, 4 * r[i], aID, 4 * a[i]);
+    }
+  }
+
+  function writeMix() {
+    const ids = ['rest', 'moves', 'parents', 'inverses', 'local', 'world', 'skin'].map(idOf);
+    const [rest, moves, parents, inverses, local, world, skin] = ids;
+    for (let i = 0; i < stream.objects; ++i) {
+      const at = 64 * i;
+      const place = at + 4 * translationAt;
+      const move = 4 * stream.move[i];
+      writer.bulkCopy(16, local, at, rest, 4 * stream.rest[i]);
+      writer.vector3Add(local, place, moves, move, local, place);
+      writer.vector3Add(local, place, moves, move + 12, local, place);
+      writer.matrix4Mul(parents, 4 * stream.parent[i], local, at, world, at);
+      writer.matrix4Mul(world, at, inverses, 4 * stream.inverse[i], skin, at);
+    }
+  }
+
+  const special = { matrix4Copy: writeCopies, bulkCopy: writeBulkCopies, mix: writeMix };
+  const write = special[stream.kind] || writeArithmetic;
+  write();
+
+  return {
+    name: 'nq',
+    /** The stream, for others that read it. */
+    words: new Uint32Array(buffer.buffer),
+    ids: Object.keys(objects).reduce((all, name) => Object.assign(all, { [name]: idOf(name) }), {}),
+    run() {
+      if (buffer.execute() !== 0) {
+        throw new Error(`${stream.kind}: the stream fails`);
+      }
+    },
+    writeAndRun() {
+      writer.reset();
+      write();
+      this.run();
+    },
+    block: (name) => new Float32Array(objects[name].buffer),
+  };
+}
+
+module.exports = { createNative, isBuilt, modulePath };
