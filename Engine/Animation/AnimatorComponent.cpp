@@ -194,10 +194,16 @@ struct AnimatorComponent::Scratch {
   }
 };
 
-void AnimatorComponent::Update() {
+// Asked for once an update: each use of a thread's variable by its name is a call of its own.
+AnimatorComponent::Scratch* AnimatorComponent::ThreadScratch() {
   thread_local Scratch scratch;
+  return &scratch;
+}
+
+void AnimatorComponent::Update() {
+  Scratch* scratch = ThreadScratch();
   firstTarget = nullptr;
-  scratch.active.clear();
+  scratch->active.clear();
   const AnimatorClipRecord* records = reinterpret_cast<const AnimatorClipRecord*>(data);
   const AnimationSystem* system = core->Animation();
   uint32_t base = 0;
@@ -209,14 +215,14 @@ void AnimatorComponent::Update() {
       FailAssertion("0", "..\\..\\Engine\\Animation\\AnimatorComponent", 29);
     }
     if (record.weight > 0.0f && record.weight <= 1.0f) {
-      scratch.active.push_back(ActiveClip{model, record.time, record.weight, base});
+      scratch->active.push_back(ActiveClip{model, record.time, record.weight, base});
     }
     base += model->TrackCount();
   }
-  if (scratch.active.size() == 1) {
-    ApplyOne(scratch.active[0], &scratch);
-  } else if (!scratch.active.empty()) {
-    ApplyBlend(&scratch);
+  if (scratch->active.size() == 1) {
+    ApplyOne(scratch->active[0], scratch);
+  } else if (!scratch->active.empty()) {
+    ApplyBlend(scratch);
   }
 }
 

@@ -43,6 +43,7 @@ class AnimatorComponent {
   struct ActiveClip;
   struct Scratch;
 
+  static __attribute__((noinline)) Scratch* ThreadScratch();
   void ApplyOne(const ActiveClip& clip, Scratch* scratch);
   void ApplyBlend(Scratch* scratch);
 };

@@ -34,6 +34,12 @@ struct ControllerScratch {
   PoseSet finalPose;
 };
 
+// Asked for once an update: each use of a thread's variable by its name is a call of its own.
+__attribute__((noinline)) ControllerScratch* ThreadScratch() {
+  thread_local ControllerScratch scratch;
+  return &scratch;
+}
+
 // A channel of a rest pose. Its vectors stand in reverse order.
 float RestChannel(const TransformValue& rest, uint32_t channel) {
   return channel < kScaleChannel ? rest.position[2 - channel] : rest.scale[kScaleZ - channel];
@@ -71,28 +77,26 @@ inline __m128 Touched(__m128 weight) {
 }
 
 // Adds four channels of a state's pose, which has the share `s` of its layer.
-void AddFourToLayer(const float* value, const float* weight, __m128 s, float* sumValue,
-                    float* sumWeight) {
+void AddFourToLayer(const float* value, const float* weight, __m128 s, bool isFresh,
+                    float* sumValue, float* sumWeight) {
   const __m128 w = _mm_load_ps(weight);
   const __m128 counts = _mm_and_ps(IsNumber(w), _mm_cmpneq_ps(w, _mm_setzero_ps()));
-  const __m128 oldValue = _mm_load_ps(sumValue);
-  const __m128 oldWeight = _mm_load_ps(sumWeight);
+  const __m128 oldValue = PoseValues(sumValue, isFresh);
+  const __m128 oldWeight = PoseWeights(sumWeight, isFresh);
   const __m128 newValue = _mm_add_ps(oldValue, _mm_mul_ps(_mm_load_ps(value), s));
   const __m128 newWeight = _mm_add_ps(Touched(oldWeight), _mm_mul_ps(w, s));
   _mm_store_ps(sumValue, Select(counts, newValue, oldValue));
   _mm_store_ps(sumWeight, Select(counts, newWeight, oldWeight));
 }
 
-void AddToLayer(const TargetPose& pose, float s, TargetPose* sum) {
+// `isFresh`: `sum` has not been set to anything yet.
+void AddToLayer(const TargetPose& pose, float s, bool isFresh, TargetPose* sum) {
   const __m128 share = _mm_set1_ps(s);
-  AddFourToLayer(pose.value, pose.weight, share, sum->value, sum->weight);
-  AddFourToLayer(pose.value + 4, pose.weight + 4, share, sum->value + 4, sum->weight + 4);
-  if (!std::isnan(pose.rotationWeight) && pose.rotationWeight != 0.0f) {
-    // The rotation was weighted on its way into the state's pose already, and is so again.
-    const float c = pose.rotationWeight * s;
-    sum->rotationWeight = (std::isnan(sum->rotationWeight) ? 0.0f : sum->rotationWeight) + c;
-    AddQuaternion(sum->rotation, pose.rotation, c);
-  }
+  AddFourToLayer(pose.value, pose.weight, share, isFresh, sum->value, sum->weight);
+  AddFourToLayer(pose.value + 4, pose.weight + 4, share, isFresh, sum->value + 4, sum->weight + 4);
+  // The rotation was weighted on its way into the state's pose already, and is so again.
+  const bool counts = !std::isnan(pose.rotationWeight) && pose.rotationWeight != 0.0f;
+  AddRotation(counts ? pose.rotation : nullptr, pose.rotationWeight * s, isFresh, sum);
 }
 
 // True if one of the six weights is a number below 1.
@@ -163,7 +167,9 @@ void EvaluateLayer(AnimatorControllerModel* controller, uint32_t index, RestPose
       EvaluateState(*controller, *state, additive, &controller->masks[index], &scratch->state,
                     &poses);
       for (const uint32_t slot : poses.Slots()) {
-        AddToLayer(poses.At(slot), s, layer.Enter(slot));
+        TargetPose* sum;
+        const bool isFresh = layer.EnterUnset(slot, &sum);
+        AddToLayer(poses.At(slot), s, isFresh, sum);
       }
     }
     state = system->FindAnimatorControllerStateModel(state->Record().nextState);
@@ -188,10 +194,10 @@ enum class Merge {
 // value * W and what the kind of merge puts beside it, for four channels; `isScale` marks lanes of
 // scale.
 void MergeFour(Merge merge, const float* value, const float* weight, float share, __m128 rest,
-               __m128 isScale, float* sumValue, float* sumWeight) {
+               __m128 isScale, bool isFresh, float* sumValue, float* sumWeight) {
   const __m128 w = _mm_set1_ps(share);
   const __m128 counts = IsNumber(_mm_load_ps(weight));
-  const __m128 old = _mm_load_ps(sumValue);
+  const __m128 old = PoseValues(sumValue, isFresh);
   const __m128 own = _mm_mul_ps(_mm_load_ps(value), w);
   __m128 merged = own;
   switch (merge) {
@@ -207,7 +213,7 @@ void MergeFour(Merge merge, const float* value, const float* weight, float share
       merged = _mm_add_ps(old, own);
       break;
   }
-  const __m128 oldWeight = _mm_load_ps(sumWeight);
+  const __m128 oldWeight = PoseWeights(sumWeight, isFresh);
   _mm_store_ps(sumValue, Select(counts, merged, old));
   _mm_store_ps(sumWeight, Select(counts, Touched(oldWeight), oldWeight));
 }
@@ -257,13 +263,17 @@ void MergeLayer(uint32_t index, const ControllerLayerRecord& record, RestPoses* 
   scratch->finalPose.Grow(restPoses->SlotCount());
   for (const uint32_t slot : layer.Slots()) {
     const TargetPose& pose = layer.At(slot);
-    TargetPose* sum = scratch->finalPose.Enter(slot);
+    TargetPose* sum;
+    const bool isFresh = scratch->finalPose.EnterUnset(slot, &sum);
     TransformValue* rest = &restPoses->Value(slot);
     const RestChannels channels(*rest);
-    MergeFour(merge, pose.value, pose.weight, share, channels.positionScaleX, scaleX, sum->value,
-              sum->weight);
-    MergeFour(merge, pose.value + 4, pose.weight + 4, share, channels.scaleYZ, scaleYZ,
+    MergeFour(merge, pose.value, pose.weight, share, channels.positionScaleX, scaleX, isFresh,
+              sum->value, sum->weight);
+    MergeFour(merge, pose.value + 4, pose.weight + 4, share, channels.scaleYZ, scaleYZ, isFresh,
               sum->value + 4, sum->weight + 4);
+    if (isFresh) {
+      AddRotation(nullptr, 0.0f, true, sum);
+    }
     if (!std::isnan(pose.rotationWeight)) {
       MergeRotation(merge, pose, share, rest, sum);
     }
@@ -295,23 +305,23 @@ void WritePose(const TargetPose& pose, const TransformTree& tree, uint32_t handl
 }  // namespace
 
 void AnimatorControllerModel::Update() {
-  thread_local ControllerScratch scratch;
   AnimationClipBinding* binding = Binding();
   if (binding == nullptr) {
     return;
   }
   RestPoses& restPoses = binding->defaults;
-  scratch.finalPose.Begin(restPoses.SlotCount());
+  ControllerScratch* scratch = ThreadScratch();
+  scratch->finalPose.Begin(restPoses.SlotCount());
   for (uint32_t index = 0; index < layerCount; ++index) {
-    EvaluateLayer(this, index, &restPoses, &scratch);
-    MergeLayer(index, Layer(index), &restPoses, &scratch);
+    EvaluateLayer(this, index, &restPoses, scratch);
+    MergeLayer(index, Layer(index), &restPoses, scratch);
   }
   // Numbers that are no entities may be among the keys.
   const TransformTree& tree = core->Entities()->Tree();
-  for (const uint32_t slot : scratch.finalPose.Slots()) {
+  for (const uint32_t slot : scratch->finalPose.Slots()) {
     const uint32_t handle = restPoses.Number(slot);
     if (tree.Contains(handle) && tree.Batch(handle).isThreeD) {
-      WritePose(scratch.finalPose.At(slot), tree, handle);
+      WritePose(scratch->finalPose.At(slot), tree, handle);
     }
   }
 }

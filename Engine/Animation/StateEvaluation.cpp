@@ -61,11 +61,11 @@ void FindReferences(const ControllerClipRecord& entry, AnimationClipBinding* bin
 }
 
 // Adds the first four, or the last two, channels of a sample to a sum.
-inline void AddFour(__m128 value, __m128 w, float* sumValue, float* sumWeight) {
+inline void AddFour(__m128 value, __m128 w, bool isFresh, float* sumValue, float* sumWeight) {
   const __m128 isNumber = _mm_cmpord_ps(value, value);
-  const __m128 oldWeight = _mm_load_ps(sumWeight);
+  const __m128 oldWeight = PoseWeights(sumWeight, isFresh);
   const __m128 touched = _mm_and_ps(oldWeight, _mm_cmpord_ps(oldWeight, oldWeight));
-  const __m128 oldValue = _mm_load_ps(sumValue);
+  const __m128 oldValue = PoseValues(sumValue, isFresh);
   const __m128 newValue = _mm_add_ps(oldValue, _mm_mul_ps(value, w));
   const __m128 newWeight = _mm_add_ps(touched, w);
   _mm_store_ps(sumValue,
@@ -83,17 +83,16 @@ void SubtractReference(const ClipSample& reference, ClipSample* sample) {
   }
 }
 
-void AddSample(const ClipSample& sample, const float* rotation, float w, TargetPose* sum) {
+// `isFresh`: `sum` has not been set to anything yet.
+void AddSample(const ClipSample& sample, const float* rotation, float w, bool isFresh,
+               TargetPose* sum) {
   const __m128 weight = _mm_set1_ps(w);
-  AddFour(_mm_load_ps(sample.channel), weight, sum->value, sum->weight);
+  AddFour(_mm_load_ps(sample.channel), weight, isFresh, sum->value, sum->weight);
   // The upper two lanes are spare.
   const __m128 lastTwo =
       _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(sample.channel + 4));
-  AddFour(lastTwo, weight, sum->value + 4, sum->weight + 4);
-  if (rotation != nullptr) {
-    sum->rotationWeight = (std::isnan(sum->rotationWeight) ? 0.0f : sum->rotationWeight) + w;
-    AddQuaternion(sum->rotation, rotation, w);
-  }
+  AddFour(lastTwo, weight, isFresh, sum->value + 4, sum->weight + 4);
+  AddRotation(rotation, w, isFresh, sum);
 }
 
 }  // namespace
@@ -193,7 +192,9 @@ void EvaluateState(const AnimatorControllerModel& controller,
           MultiplyQuaternion(q, conjugate, q);
         }
       }
-      AddSample(*sample, hasRotation ? q : nullptr, m * entry.weight, result->Enter(target.slot));
+      TargetPose* sum;
+      const bool isFresh = result->EnterUnset(target.slot, &sum);
+      AddSample(*sample, hasRotation ? q : nullptr, m * entry.weight, isFresh, sum);
     }
   }
   if (fill && !additive) {

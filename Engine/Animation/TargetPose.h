@@ -2,9 +2,14 @@
 #ifndef NQ_ENGINE_ANIMATION_TARGETPOSE_H_
 #define NQ_ENGINE_ANIMATION_TARGETPOSE_H_
 
+#include <emmintrin.h>
+
+#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <vector>
+
+#include "Engine/Animation/QuaternionMath.h"
 
 namespace nq::engine {
 
@@ -25,6 +30,31 @@ struct alignas(16) TargetPose {
     *this = TargetPose{{}, {kNaN, kNaN, kNaN, kNaN, kNaN, kNaN, kNaN, kNaN}, {}, kNaN};
   }
 };
+
+// Four lanes of a pose's rows as they stand; those of a fresh pose if it is not set yet.
+inline __m128 PoseValues(const float* values, bool isFresh) {
+  return isFresh ? _mm_setzero_ps() : _mm_load_ps(values);
+}
+inline __m128 PoseWeights(const float* weights, bool isFresh) {
+  return isFresh ? _mm_set1_ps(std::numeric_limits<float>::quiet_NaN()) : _mm_load_ps(weights);
+}
+
+// Adds a rotation of the weight `w`, if there is one.
+inline void AddRotation(const float* rotation, float w, bool isFresh, TargetPose* sum) {
+  if (!isFresh) {
+    if (rotation != nullptr) {
+      sum->rotationWeight = (std::isnan(sum->rotationWeight) ? 0.0f : sum->rotationWeight) + w;
+      AddQuaternion(sum->rotation, rotation, w);
+    }
+  } else if (rotation != nullptr) {
+    const __m128 weighted = _mm_mul_ps(_mm_loadu_ps(rotation), _mm_set1_ps(w));
+    sum->rotationWeight = 0.0f + w;
+    _mm_store_ps(sum->rotation, _mm_add_ps(_mm_setzero_ps(), weighted));
+  } else {
+    sum->rotationWeight = std::numeric_limits<float>::quiet_NaN();
+    _mm_store_ps(sum->rotation, _mm_setzero_ps());
+  }
+}
 
 // A map from entity to pose, over the slots of a binding's rest poses: only entities that have one
 // are ever posed. Reuses its memory.
@@ -58,6 +88,18 @@ class PoseSet {
       poses[slot].Reset();
     }
     return &poses[slot];
+  }
+
+  // The same, but a fresh pose is not set to anything: true, and the caller writes all of it. What
+  // is written and read back at once costs more than what is computed from constants.
+  bool EnterUnset(uint32_t slot, TargetPose** pose) {
+    *pose = &poses[slot];
+    if (rounds[slot] == round) {
+      return false;
+    }
+    rounds[slot] = round;
+    present.push_back(slot);
+    return true;
   }
 
   // Slots that have a pose, in the order in which they got it.
