@@ -1,0 +1,110 @@
+// Random command buffers, in the engine and in the reference.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <vector>
+
+#include "tests/native/Engine/Entity/World.h"
+#include "tests/native/Engine/MatrixFlow/MatrixFlowPlay.h"
+
+namespace nq::engine {
+namespace {
+
+TEST(MatrixFlowRandomTest, RandomGamesGiveTheSameOnBothSides) {
+  const uint32_t games = static_cast<uint32_t>(Rounds(24000));
+  PlayTally tally;
+  for (uint32_t seed = 1; seed <= games; ++seed) {
+    Choices choices(seed);
+    ASSERT_EQ("", PlayMatrixFlow(&choices, &tally)) << "seed " << seed;
+  }
+  // The games must be worth something: every command and every end, and what is odd, often.
+  EXPECT_LT(2 * games, tally.runs);
+  EXPECT_LT(tally.undefined, games / 2);
+  for (const ReferenceCommand& command : kReferenceCommands) {
+    EXPECT_LT(games / 100, tally.performed[command.type]) << command.type;
+  }
+  for (int32_t code = 0; code <= 5; ++code) {
+    EXPECT_LT(games / 20, tally.codes[code]) << code;
+  }
+  EXPECT_LT(games / 10, tally.selfWrites);
+  EXPECT_LT(games / 200, tally.slackWrites);
+  EXPECT_LT(games / 20, tally.reentries);
+  EXPECT_LT(games / 200, tally.wraps);
+  EXPECT_LT(games / 10, tally.resizes);
+}
+
+TEST(MatrixFlowRandomTest, ADifferenceIsNoticed) {
+  // What the comparison is worth: the engine's memory changes behind the scene's back.
+  MatrixFlowScene scene;
+  const uint32_t block = scene.AddBlock(13);
+  const uint32_t buffer = scene.AddBuffer(64);
+  int32_t code;
+  EXPECT_TRUE(scene.Execute(buffer, &code));
+  EXPECT_EQ("", scene.Problem());
+  static_cast<uint8_t*>(scene.Runtime()->FindBlock(block).pointer)[15] ^= 1;
+  EXPECT_TRUE(scene.Execute(buffer, &code));
+  EXPECT_EQ("block 0 of 13 bytes differs at 15: 5D for 5C (mark 0)", scene.Problem());
+}
+
+TEST(MatrixFlowRandomTest, TheSameBytesGiveTheSameGame) {
+  for (uint32_t seed = 1; seed <= 50; ++seed) {
+    PlayTally first;
+    Choices random(seed);
+    ASSERT_EQ("", PlayMatrixFlow(&random, &first));
+    PlayTally second;
+    Choices again(random.Made().data(), random.Made().size());
+    ASSERT_EQ("", PlayMatrixFlow(&again, &second));
+    EXPECT_EQ(random.Made(), again.Made());
+    EXPECT_EQ(first.performed, second.performed);
+    EXPECT_EQ(first.codes, second.codes);
+  }
+}
+
+// The corpus of the fuzzer, and mutations of it, where there is no fuzzer. The path is one from the
+// root, where the suites run.
+TEST(MatrixFlowRandomTest, TheCorpusAndMutationsOfItGiveTheSameOnBothSides) {
+  std::vector<std::filesystem::path> files;
+  for (const auto& entry : std::filesystem::directory_iterator("tests/fuzz/corpus/matrixflow")) {
+    files.push_back(entry.path());
+  }
+  std::sort(files.begin(), files.end());
+  ASSERT_LE(20u, files.size());
+  const int mutations = Rounds(120);
+  std::mt19937 random(20250301);
+  PlayTally tally;
+  for (const std::filesystem::path& path : files) {
+    std::ifstream file(path, std::ios::binary);
+    const std::vector<uint8_t> original((std::istreambuf_iterator<char>(file)),
+                                        std::istreambuf_iterator<char>());
+    ASSERT_FALSE(original.empty()) << path;
+    for (int mutation = 0; mutation <= mutations; ++mutation) {
+      std::vector<uint8_t> bytes = original;
+      // The first one is the file as it is.
+      for (int change = mutation == 0 ? 0 : 1 + mutation % 8; change > 0; --change) {
+        const size_t at = random() % bytes.size();
+        const uint8_t value = static_cast<uint8_t>(random() >> 24);
+        switch (random() % 3) {
+          case 0:
+            bytes[at] = value;
+            break;
+          case 1:
+            bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(at), value);
+            break;
+          default:
+            bytes[at] = static_cast<uint8_t>(bytes[at] + 1);
+            break;
+        }
+      }
+      Choices choices(bytes.data(), bytes.size());
+      ASSERT_EQ("", PlayMatrixFlow(&choices, &tally)) << path << " mutation " << mutation;
+    }
+  }
+  EXPECT_LT(files.size(), tally.runs);
+}
+
+}  // namespace
+}  // namespace nq::engine
