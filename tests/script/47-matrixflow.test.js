@@ -170,6 +170,7 @@ suite('execute', () => {
     ],
     ['outOfBlock', '[NQ_WARN][MatrixFlow]: Memory Error (id, offset, len) not match'.repeat(3)],
     ['bulk', '[NQ_WARN][MatrixFlow]: Memory Error (id, offset, len) not match'.repeat(4)],
+    ['wrap', '[NQ_WARN][MatrixFlow]: Memory Error (id, offset, len) not match'],
     ['divisorTooSmall', ''],
   ]) {
     it(`returns and prints what it should: ${name}`, () => {
@@ -357,6 +358,27 @@ suite('command buffer', () => {
         method
       );
     }
+  });
+
+  it('goes on behind its block where its length says so', () => {
+    // Kept on purpose. The next block of a size class lies behind the last one.
+    const { engine, block } = createScene();
+    const { floats, at } = block(8);
+    floats.set([20, 22]);
+    const short = engine.createMatrixFlowCommandBuffer(64);
+    const next = engine.createMatrixFlowCommandBuffer(64);
+    const writer = new MatrixFlowWriter(short);
+    for (let i = 0; i < 3; ++i) {
+      writer.scalarCopy(at(0), at(0));
+    }
+    assert.strictEqual(writer.room, 0);
+    const addition = [matrixFlowCommands.scalarAdd, at(0), at(4), at(8)].map((one) =>
+      typeof one === 'number' ? one : [one.memoryID, one.offset]
+    );
+    new Uint32Array(next.buffer).set([].concat(...addition));
+    new Uint32Array(short.buffer)[0] = 60 + 28;
+    assert.strictEqual(short.execute(), 0);
+    assert.strictEqual(floats[2], 42);
   });
 
   it('leaves its handle to the next one when its object is collected', async () => {

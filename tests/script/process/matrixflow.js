@@ -172,6 +172,15 @@ const cases = {
     // Kept on purpose: a count of bytes wraps, here to 0.
     assert.strictEqual(runWords(9000, 0x40000000, data.memoryID, 0, data.memoryID, 0), 0);
   },
+  /** Kept on purpose: sums wrap. A division by 0 stops behind the check of its result's place. */
+  wrap() {
+    floats.fill(0);
+    writer.scalarDiv(at(0), at(4), at(0xfffffffc));
+    assert.strictEqual(buffer.execute(), 5);
+    writer.reset();
+    writer.scalarDiv(at(0), at(4), at(0xfffffffb));
+    assert.strictEqual(buffer.execute(), 4);
+  },
   divisorTooSmall() {
     floats[0] = 2;
     for (const divisor of [0, -0, -2, 1e-39, -Infinity, 1.1754942e-38]) {
