@@ -1,6 +1,7 @@
 # Native and script suites, all under ctest.
 
 find_package(GTest REQUIRED)
+include(CheckCXXSourceCompiles)
 include(GoogleTest)
 
 # The pool takes two locks in an order that a lock-order checker reports though it can't block
@@ -24,6 +25,43 @@ if(NQ_TEST_SOURCES)
       WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}"
       PROPERTIES TIMEOUT 300
                  ENVIRONMENT "${nativeEnvironment}")
+endif()
+
+# Random games of command buffers against the reference: a fuzzer where the compiler brings one, and a
+# tool that writes its corpus anew. The interpreter is built once more for it, with the marks that
+# lead a fuzzer.
+set(NQ_GAME_SOURCES
+    tests/native/Engine/MatrixFlow/MatrixFlowPlay.cpp
+    tests/native/Engine/MatrixFlow/MatrixFlowScene.cpp
+    tests/native/Engine/MatrixFlow/ReferenceMatrixFlow.cpp)
+add_executable(nq_fuzz_matrixflow_seeds EXCLUDE_FROM_ALL
+    tests/fuzz/MatrixFlowSeeds.cpp ${NQ_GAME_SOURCES})
+nq_configure(nq_fuzz_matrixflow_seeds)
+target_link_libraries(nq_fuzz_matrixflow_seeds PRIVATE nq_core)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT NQ_SANITIZE)
+  set(CMAKE_REQUIRED_FLAGS -fsanitize=fuzzer,address,undefined)
+  check_cxx_source_compiles("#include <cstddef>
+      extern \"C\" int LLVMFuzzerTestOneInput(const unsigned char*, size_t) { return 0; }"
+      NQ_HAS_FUZZER)
+  unset(CMAKE_REQUIRED_FLAGS)
+  if(NQ_HAS_FUZZER)
+    file(GLOB NQ_MATRIXFLOW_SOURCES CONFIGURE_DEPENDS Engine/MatrixFlow/*.cpp)
+    add_executable(nq_fuzz_matrixflow
+        tests/fuzz/MatrixFlowFuzzer.cpp ${NQ_GAME_SOURCES} ${NQ_MATRIXFLOW_SOURCES})
+    nq_configure(nq_fuzz_matrixflow)
+    target_compile_options(nq_fuzz_matrixflow PRIVATE -fsanitize=fuzzer,address,undefined
+        -fno-sanitize-recover=undefined -fno-omit-frame-pointer -g -O1)
+    target_link_options(nq_fuzz_matrixflow PRIVATE -fsanitize=fuzzer,address,undefined)
+    target_link_libraries(nq_fuzz_matrixflow PRIVATE nq_core)
+    # What it finds of interest, and what fails, goes to the build folder.
+    file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/fuzz-matrixflow")
+    add_test(NAME fuzz.matrixflow
+        COMMAND nq_fuzz_matrixflow -seed=1 -max_total_time=12 -max_len=600 -verbosity=0
+                -print_final_stats=1 "-artifact_prefix=${CMAKE_BINARY_DIR}/fuzz-matrixflow-"
+                "${CMAKE_BINARY_DIR}/fuzz-matrixflow" tests/fuzz/corpus/matrixflow
+        WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}")
+    set_tests_properties(fuzz.matrixflow PROPERTIES TIMEOUT 300)
+  endif()
 endif()
 
 if(NQ_BUILD_MODULE)

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <random>
@@ -16,6 +18,19 @@ namespace {
 
 // As many numbers as a page holds, and numbers around its ends.
 constexpr uint32_t kPage = 256;
+
+// How many pages a table holds; nothing but memory tells. An explicit instantiation may name what
+// is private.
+size_t PageCount(const BlockTable& table);
+
+template <auto pages>
+struct PageAccess {
+  friend size_t PageCount(const BlockTable& table) {
+    return (table.*pages).size() -
+           static_cast<size_t>(std::count((table.*pages).begin(), (table.*pages).end(), nullptr));
+  }
+};
+template struct PageAccess<&BlockTable::pages>;
 
 class BlockTableTest : public testing::Test {
  protected:
@@ -137,6 +152,31 @@ TEST_F(BlockTableTest, APageThatHasGoneCanBeEnteredAgain) {
   table.Remove(7);
   EXPECT_TRUE(HasNot(7));
   EXPECT_TRUE(Has(kPage));
+}
+
+TEST_F(BlockTableTest, OnlyPagesWithBlocksAndTheOneThatIsBeingFilledTakeMemory) {
+  EXPECT_EQ(0u, PageCount(table));
+  EnterUpTo(3 * kPage + 1);
+  EXPECT_EQ(4u, PageCount(table));
+  for (uint32_t memoryID = kPage; memoryID < 2 * kPage; ++memoryID) {
+    EXPECT_EQ(4u, PageCount(table));
+    table.Remove(memoryID);
+  }
+  EXPECT_EQ(3u, PageCount(table));
+  // The last page stays without blocks, until it is not the last any more.
+  table.Remove(3 * kPage);
+  EXPECT_EQ(3u, PageCount(table));
+  next = 4 * kPage;
+  EnterUpTo(4 * kPage + 1);
+  EXPECT_EQ(3u, PageCount(table));
+  EXPECT_TRUE(Has(0));
+  EXPECT_TRUE(Has(3 * kPage - 1));
+  // One block at a time, for long.
+  for (uint32_t i = 0; i < 20 * kPage; ++i) {
+    EnterUpTo(next + 1);
+    table.Remove(next - 2);
+    ASSERT_GE(4u, PageCount(table));
+  }
 }
 
 TEST_F(BlockTableTest, NumbersMaySkipPages) {
