@@ -1,6 +1,7 @@
 // Runs of command buffers: streams, operands, what each command does, and where a run ends.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <cmath>
 #include <cstring>
@@ -580,6 +581,22 @@ TEST_F(MatrixFlowInterpreterTest, ARunOutsideGoesOnWithTheLimitOfTheRunInside) {
   EXPECT_EQ(1.0f, scene.Float(block, 0));
   EXPECT_EQ(48u, scene.Reader(buffer).Limit());
   EXPECT_EQ(2u, scene.Reader(buffer).LimitCount());
+}
+
+// Nothing stops it but the end of the stack, which is made near.
+TEST(MatrixFlowInterpreterDeathTest, ABufferThatCallsItselfForeverEndsTheProcess) {
+  MatrixFlowScene scene;
+  const uint32_t buffer = scene.AddBuffer(16);
+  scene.Write(buffer, {1, buffer});
+  EXPECT_DEATH(
+      {
+        struct rlimit stack;
+        getrlimit(RLIMIT_STACK, &stack);
+        stack.rlim_cur = 1 << 20;
+        setrlimit(RLIMIT_STACK, &stack);
+        scene.Core()->ExecuteCommandBuffer(buffer);
+      },
+      "");
 }
 
 // Scalars.
