@@ -12,7 +12,7 @@ const kNear = 0.14;
 const kFar = 1.6;
 
 /** Half the width of what the overview sees, and its height above the middle, in radii. */
-const kOverviewReach = 0.55;
+const kOverviewReach = 0.48;
 const kOverviewHeight = 1.5;
 
 /**

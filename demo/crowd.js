@@ -1,5 +1,9 @@
 'use strict';
-// Many characters of one kind in the engine: entities, animators, skinning, and what script writes.
+// Many characters of one kind in the engine: entities, what plays their clips, skinning, what their hands
+// carry, and what script writes.
+const { CrowdAnimators } = require('./animators');
+const { CrowdControllers } = require('./controllers');
+const { CrowdProps } = require('./props');
 
 /** Entities, and culling objects, that one batch can hold. */
 const kBatchCapacity = 4095;
@@ -19,13 +23,9 @@ const kAddRoot = 1;
 const kAddChild = 2;
 
 /** Kinds of components and of data models. */
-const kAnimator = 2;
 const kSkinning = 3;
 const kClipModel = 1;
 const kBonesModel = 2;
-
-/** Words of an animator's record of a clip: handle, time in frames, weight. */
-const kClipWords = 3;
 
 /**
  * @typedef {Object} KindNode
@@ -47,6 +47,22 @@ const kClipWords = 3;
  */
 
 /**
+ * @typedef {Object} Hand
+ * @property {number} node index of the node that carries
+ * @property {number[]} arm indices of its nodes, from the shoulder on
+ */
+
+/**
+ * What controllers lay over the clips of a kind.
+ * @typedef {Object} Layers
+ * @property {KindClip} wave for the arm that carries something
+ * @property {KindClip} breath added to all else; empty lungs at its first frame
+ * @property {Array<{node: number, rotation: number[]}>} hold arms that carry
+ * @property {Hand[]} hands left, right
+ * @property {import('./props').Prop[]} props
+ */
+
+/**
  * What the characters of a crowd have in common.
  * @typedef {Object} Kind
  * @property {string} name
@@ -55,6 +71,7 @@ const kClipWords = 3;
  * @property {number[]} joints index of the node that each bone is
  * @property {Float32Array} inverseBind 16 elements a bone
  * @property {KindClip[]} clips which all move the same properties of the same nodes; or none
+ * @property {?Layers} layers none where plain animators blend the clips
  * @property {import('./mesh').Mesh} mesh
  * @property {string[]} notes what of it is not shown, a line each
  */
@@ -69,11 +86,13 @@ class Crowd {
    * @param {Object} engine of the native module
    * @param {Kind} kind
    * @param {number} count
+   * @param {Array<?import('./props').Part>} [cast] what each carries, for kinds with layers
    */
-  constructor(engine, kind, count) {
+  constructor(engine, kind, count, cast = []) {
     this.engine = engine;
     this.kind = kind;
     this.count = count;
+    this.cast = cast;
     this.boneCount = count * kind.joints.length;
     this.handles = new Uint32Array(count * kind.nodes.length);
     /** Entity objects, and a view of each one's records. */
@@ -83,10 +102,16 @@ class Crowd {
     this.commands = new Uint32Array(engine.entityCommands);
     this.createEntities();
     this.link();
-    this.clipModels = kind.clips.map(({ bytes }) => engine.createDataModel(kClipModel, bytes));
-    this.createAnimators();
+    /** Those of the kind, then those of its layers. */
+    this.clipModels = [
+      ...kind.clips,
+      ...(kind.layers ? [kind.layers.wave, kind.layers.breath] : []),
+    ].map(({ bytes }) => engine.createDataModel(kClipModel, bytes));
+    this.players = kind.layers ? new CrowdControllers(this) : new CrowdAnimators(this);
     this.createSkins();
+    this.props = new CrowdProps(this);
     this.refresh(this.handles);
+    this.props.follow();
   }
 
   /** Takes entities in full batches, and writes them as they are at rest. */
@@ -134,29 +159,6 @@ class Crowd {
     run();
   }
 
-  /** An animator for each character, with all clips of the kind. */
-  createAnimators() {
-    const { clips, nodes } = this.kind;
-    this.animators = [];
-    /** A view of each animator's block. */
-    this.players = [];
-    this.animatorBatch = new Uint32Array(1 + this.count);
-    const targets = [].concat(...clips.map((clip) => clip.targets));
-    for (let i = 0; i < this.count && targets.length > 0; ++i) {
-      const animator = this.engine.createComponent(kAnimator, clips.length, targets.length);
-      const words = new Uint32Array(animator.buffer);
-      this.clipModels.forEach(({ id }, clip) => {
-        words[kClipWords * clip] = id;
-      });
-      targets.forEach((node, entry) => {
-        words[kClipWords * clips.length + entry] = this.handles[i * nodes.length + node];
-      });
-      this.animators.push(animator);
-      this.players.push(new Float32Array(animator.buffer));
-      this.animatorBatch[++this.animatorBatch[0]] = animator.id;
-    }
-  }
-
   /** A skinning component for each character; the inverse bind matrices are there once. */
   createSkins() {
     const { joints, inverseBind, nodes } = this.kind;
@@ -185,11 +187,25 @@ class Crowd {
     return this.handles[character * this.kind.nodes.length];
   }
 
-  /** Sets how a character plays a clip: the time is in frames. */
-  play(character, clip, time, weight) {
-    const player = this.players[character];
-    player[kClipWords * clip + 1] = time;
-    player[kClipWords * clip + 2] = weight;
+  /** Sets how a character plays a clip: at a part of its length, from 0 to 1, with a weight. */
+  play(character, clip, moment, weight) {
+    this.players.play(character, clip, moment, weight);
+  }
+
+  /** Sets where in its wave a character with a prop is, and how much it waves; for kinds with layers. */
+  wave(character, moment, weight) {
+    this.players.wave(character, moment, weight);
+  }
+
+  /** Sets where in its breath a character is, and how deep that goes; for kinds with layers. */
+  breathe(character, moment, weight) {
+    this.players.breathe(character, moment, weight);
+  }
+
+  /** Writes the rotation of an entity, which no pass is told of. */
+  writeRotation(entity, rotation) {
+    const records = this.records[Math.floor(entity / kBatchCapacity)];
+    records.set(rotation, (entity % kBatchCapacity) * kRecordWords + kRotationWord);
   }
 
   /** Moves a character on the ground and turns it: at 0 it looks along z, at a quarter along x. */
@@ -206,9 +222,7 @@ class Crowd {
 
   /** Samples and blends the clips of all characters into their entities. */
   animate() {
-    if (this.animators.length > 0) {
-      this.engine.updateAnimators(this.animatorBatch.buffer);
-    }
+    this.players.animate();
   }
 
   /** Computes the skinning matrices of all characters. */
@@ -242,7 +256,12 @@ class Crowd {
 
   /** Bytes that script and native code share for this crowd. */
   sharedBytes() {
-    const objects = [...this.batches, ...this.animators, ...this.skins];
+    const objects = [
+      ...this.batches,
+      ...this.players.objects,
+      ...this.skins,
+      ...this.props.objects,
+    ];
     return objects.reduce((sum, { buffer }) => sum + buffer.byteLength, 0);
   }
 }

@@ -2,6 +2,8 @@
 // The figure of the crowd: a skeleton of 50 bones in a bind pose with the arms held out, and a body.
 const { MeshBuilder } = require('./mesh');
 const { createGaits } = require('./gait');
+const { createGestures } = require('./gestures');
+const { createProps } = require('./props');
 
 /** Colours of the body's triangles, as indices into a palette. */
 const bodyParts = Object.freeze({ shirt: 0, trousers: 1, skin: 2, hair: 3, shoes: 4 });
@@ -233,6 +235,7 @@ function createFigure() {
     inverseBind,
     mesh: body.mesh.build(),
     clips: createGaits(nodes),
+    layers: Object.assign(createGestures(nodes), { props: createProps() }),
     notes: [],
   };
 }

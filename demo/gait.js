@@ -1,10 +1,8 @@
 'use strict';
 // Walk and run, authored: where feet, hips, arms and spine are at each key of a cycle, and from that
 // the rotations of the bones as curves.
-const { buildClip, sampleTypes } = require('../lib/clip');
+const { createCycleClip } = require('./cycle-clip');
 const { compose, inverse, rotate, turnX, turnY, turnZ } = require('./quaternion');
-
-const kFramesPerSecond = 30;
 
 /**
  * A gait. A cycle is two steps; in it the left foot comes down at 0 and the right one at 0.5. Lengths
@@ -233,29 +231,6 @@ function poseAt(gait, moment) {
   return { position: hips.position, rotations: pose };
 }
 
-/** A curve through values at every frame of a cycle, smooth also from its end to its start. */
-function cycleCurve(target, type, values) {
-  const frames = values.length;
-  const keys = [];
-  for (let frame = 0; frame <= frames; ++frame) {
-    const [before, after] = [values[(frame + frames - 1) % frames], values[(frame + 1) % frames]];
-    const slope = ((after - before) / 2) * kFramesPerSecond;
-    keys.push({ frame, value: values[frame % frames], inTangent: slope, outTangent: slope });
-  }
-  return { target, type, keys };
-}
-
-/** Turns quaternions over so that each is near the one ahead of it, and no curve leaps. */
-function withoutLeaps(rotations) {
-  const result = [rotations[0]];
-  for (const rotation of rotations.slice(1)) {
-    const previous = result[result.length - 1];
-    const cosine = rotation.reduce((sum, value, i) => sum + value * previous[i], 0);
-    result.push(cosine < 0 ? rotation.map((value) => -value) : rotation);
-  }
-  return result;
-}
-
 /**
  * The clip of a gait.
  * @param {Gait} gait
@@ -265,33 +240,8 @@ function withoutLeaps(rotations) {
 function createGaitClip(gait, nodes) {
   const { name, frames } = gait;
   const poses = Array.from({ length: frames }, (none, frame) => poseAt(gait, frame / frames));
-  const curves = [0, 1, 2].map((axis) => {
-    const values = poses.map(({ position }) => position[axis]);
-    return cycleCurve(0, sampleTypes.PositionX + axis, values);
-  });
-  const types = ['QuaternionX', 'QuaternionY', 'QuaternionZ', 'QuaternionW'];
-  const targets = [];
-  nodes.slice(1).forEach((node, target) => {
-    targets.push(target + 1);
-    const rotations = withoutLeaps(poses.map((pose) => pose.rotations[node.name]));
-    types.forEach((type, i) => {
-      const values = rotations.map((rotation) => rotation[i]);
-      curves.push(cycleCurve(target, sampleTypes[type], values));
-    });
-  });
-  return {
-    name,
-    framesPerSecond: kFramesPerSecond,
-    frameCount: frames,
-    stride: strideOf(gait),
-    targets,
-    bytes: buildClip({
-      name,
-      framesPerSecond: kFramesPerSecond,
-      frameCount: frames,
-      curves,
-    }),
-  };
+  const bones = nodes.map((node, index) => index).slice(1);
+  return createCycleClip(name, poses, bones, nodes, strideOf(gait));
 }
 
 /**

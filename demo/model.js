@@ -267,6 +267,7 @@ async function loadModel(file) {
     inverseBind: Float32Array.from(bones.inverseBind),
     mesh: builder.build(),
     clips: kindClips(model, places, nodes),
+    layers: null,
     notes: model.warnings,
   };
 }

@@ -5,8 +5,12 @@ const { kFrameSeconds } = require('./stage');
 /** Moments of a whole run. */
 const kMoments = 12;
 
+/** How much a wave counts against a whole change between clips. */
+const kWaveWorth = 0.45;
+
 /**
- * The character that changes most between its clips over some frames, the first one of equals.
+ * The character that changes most between its clips over some frames, one that waves by choice; the first
+ * one of equals.
  * @param {import('./plan').Plan} plan which is used up
  * @param {number} frames
  * @returns {number}
@@ -14,18 +18,21 @@ const kMoments = 12;
 function findStar(plan, frames) {
   const low = new Float64Array(plan.count).fill(Infinity);
   const high = new Float64Array(plan.count).fill(-Infinity);
+  const waved = new Float64Array(plan.count);
   for (let frame = 0; frame < frames; ++frame) {
     plan.advance(kFrameSeconds);
     for (let i = 0; i < plan.count; ++i) {
       const [weight = 0] = plan.weights(i);
       low[i] = Math.min(low[i], weight);
       high[i] = Math.max(high[i], weight);
+      waved[i] = Math.max(waved[i], plan.layerWeights(i)[0] || 0);
     }
   }
+  const score = (i) => high[i] - low[i] + kWaveWorth * waved[i];
   let star = 0;
-  high.forEach((value, i) => {
-    star = value - low[i] > high[star] - low[star] + 1e-9 ? i : star;
-  });
+  for (let i = 1; i < plan.count; ++i) {
+    star = score(i) > score(star) + 1e-9 ? i : star;
+  }
   return star;
 }
 
@@ -35,6 +42,8 @@ function findStar(plan, frames) {
  * @property {number[]} position where the character stands
  * @property {number} heading
  * @property {number[]} weights of its clips
+ * @property {number[]} layerWeights of its wave and its breath; none without layers
+ * @property {?Float32Array} prop world matrix of what it carries
  */
 
 /** Keeps copies of a character's skinning matrices, evenly over the frames of a run. */
@@ -64,6 +73,8 @@ class MomentRecorder {
       position: Array.from(world.subarray(12, 15)),
       heading: Math.atan2(world[8], world[10]),
       weights: plan.weights(this.star),
+      layerWeights: plan.layerWeights(this.star),
+      prop: crowd.props.worldMatrix(this.star),
     });
   }
 }

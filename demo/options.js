@@ -5,13 +5,13 @@ const { UserError } = require('./user-error');
 const help = `Usage: npm run demo [-- OPTIONS]
 
 Runs a crowd of skinned characters for some frames: script writes times, weights and places, the module
-samples and blends their clips, computes the transform tree and the skinning matrices, and culls them by
-two cameras. Shows what a frame costs, and draws the crowd from its skinning matrices: in colour what the
-first camera sees, and below one character at several moments.
+blends their clips, computes the transform tree, what follows their hands and the skinning matrices, and
+culls by two cameras. Shows what a frame costs, and draws the crowd from its matrices: in colour what the
+first camera sees, and below one character at several moments with the weights of its clips and layers.
 
   --characters N  how many, 1 to 2000 (500; of a model 24)
   --model FILE    characters from a glTF 2.0 file (.glb or .gltf) with its clips and its skin; without it,
-                  figures of 50 bones that walk and run
+                  figures of 50 bones that walk, run, carry things and wave them
   --frames N      frames to run, 1 to 100000 (300)
   --seed N        another crowd for each, 0 to 4294967295 (1)
   --out DIR       folder for the picture, scene.png (out)

@@ -5,6 +5,7 @@ const fs = require('fs');
 const path = require('path');
 const { kPictureYaw, viewCorners } = require('./cameras');
 const { skinVertices } = require('./mesh');
+const { kGrip, kStick } = require('./props');
 const { Raster, kSamples } = require('./raster');
 const { UserError, fileTrouble } = require('./user-error');
 
@@ -15,7 +16,8 @@ const kStripHeight = 280;
 const kMargin = 24;
 
 /** Of the moments: height of the bars in pixels, and how many there are at least. */
-const kBarHeight = 14;
+const kBarHeight = 9;
+const kBarGap = 4;
 const kFewestMoments = 7;
 
 /** Where the picture is taken from: radians above the floor, and distance in radii of the crowd. */
@@ -52,6 +54,22 @@ const clipColors = [
   [245, 190, 60],
 ];
 const kPlainColor = [40, 205, 185];
+
+/** Colours of layers over the clips, and of the part of a bar that a weight leaves free. */
+const layerColors = [
+  [250, 190, 70],
+  [70, 215, 190],
+];
+const kTrack = [70, 80, 108];
+
+/** A light: radius in metres and opacity of its discs. */
+const kGlow = [
+  [0.55, 0.045],
+  [0.46, 0.055],
+  [0.37, 0.065],
+  [0.28, 0.08],
+  [0.19, 0.1],
+];
 
 /** Colours of what is not seen. */
 const kUnseen = [104, 116, 144];
@@ -112,6 +130,12 @@ function paletteOf(character, weights, visible) {
   ];
 }
 
+/** Colours of the parts of what a character carries. */
+function propPaletteOf({ palettes }, character, visible) {
+  const palette = palettes[character % palettes.length];
+  return visible ? palette : palette.map(() => kUnseen);
+}
+
 /** A camera that looks down at a point, from far away or near. */
 class PictureCamera {
   /**
@@ -151,6 +175,11 @@ class PictureCamera {
     return out;
   }
 
+  /** Depth of what stands nearer than a point by a distance in the world. */
+  depthTowards(point, distance) {
+    return this.at(point.map((value, axis) => value + distance * this.back[axis]))[2];
+  }
+
   /** Zooms and moves so that points just fit into a rectangle of samples. */
   fit(points, left, top, right, bottom) {
     [this.zoom, this.center] = [1, [0, 0]];
@@ -180,16 +209,11 @@ class CharacterPainter {
     this.shades = new Float32Array(mesh.positions.length / 3);
   }
 
-  /** Brings the vertices to where the skinning matrices have them. */
-  pose(matrices) {
+  /** Brings the vertices to where matrices have them, moved back by `origin`. */
+  pose(matrices, origin) {
     skinVertices(this.mesh, matrices, this.points);
-  }
-
-  /** The same for a moment, as if the character stood in the middle of the world. */
-  poseInPlace({ matrices, position }) {
-    this.pose(matrices);
     for (let at = 0; at < this.points.length; ++at) {
-      this.points[at] -= position[at % 3];
+      this.points[at] -= origin[at % 3];
     }
   }
 
@@ -264,6 +288,75 @@ class CharacterPainter {
     for (let i = 0; i < triangles.length; i += 3) {
       const color = palette[parts[i / 3] % palette.length];
       raster.triangle(flat, shades, triangles[i], triangles[i + 1], triangles[i + 2], color);
+    }
+  }
+}
+
+/** Draws characters with what they carry. */
+class CastPainter {
+  /**
+   * @param {Raster} raster
+   * @param {import('./crowd').Kind} kind
+   * @param {Array<?import('./props').Part>} cast what each character carries
+   */
+  constructor(raster, kind, cast) {
+    this.raster = raster;
+    this.cast = cast;
+    this.body = new CharacterPainter(raster, kind.mesh);
+    this.props = kind.layers ? kind.layers.props : [];
+    this.painters = this.props.map(({ meshes }) =>
+      meshes.map((mesh) => new CharacterPainter(raster, mesh))
+    );
+  }
+
+  /** Brings a character to where its matrices have it; moved back by `origin`. */
+  pose(character, matrices, propMatrix, origin = [0, 0, 0]) {
+    const part = this.cast[character] || null;
+    this.character = character;
+    this.prop = part && this.props[part.prop];
+    this.propMatrix = propMatrix;
+    this.origin = origin;
+    this.painter = part && this.painters[part.prop][part.hand];
+    this.side = part && part.hand === 0 ? 1 : -1;
+    this.body.pose(matrices, origin);
+    if (this.painter) {
+      this.painter.pose(propMatrix, origin);
+    }
+  }
+
+  /** The painters of the character and of what it carries. */
+  parts() {
+    return this.painter ? [this.body, this.painter] : [this.body];
+  }
+
+  castShadow(camera, floor) {
+    this.parts().forEach((painter) => painter.castShadow(camera, floor));
+  }
+
+  draw(camera, weights, visible) {
+    this.body.draw(camera, paletteOf(this.character, weights, visible));
+    if (this.painter) {
+      this.painter.draw(camera, propPaletteOf(this.prop, this.character, visible));
+    }
+  }
+
+  /** Draws the light of a lamp, which the nearer hides. */
+  drawGlow(camera) {
+    if (!this.painter || this.prop.glow === null) {
+      return;
+    }
+    const { distance, color } = this.prop.glow;
+    const m = this.propMatrix;
+    const [x, y, z] = kGrip.map((value, axis) => value + distance * kStick[axis]);
+    const center = [0, 1, 2].map(
+      (i) => m[i] * x * this.side + m[4 + i] * y + m[8 + i] * z + m[12 + i] - this.origin[i]
+    );
+    const at = camera.at(center);
+    const top = camera.at([center[0], center[1] + 1, center[2]]);
+    for (const [radius, opacity] of kGlow) {
+      // Nearer than the lamp itself, which is within its light.
+      const from = [at[0], at[1], camera.depthTowards(center, 0.1)];
+      this.raster.line(from, from, radius * Math.abs(top[1] - at[1]), color, opacity);
     }
   }
 }
@@ -360,17 +453,24 @@ function drawCrowd(raster, stage) {
   const lit = cutFloor(corners, bounds.floor).map((corner) => camera.at(corner));
   raster.polygon(lit, kViewEdge, 0.16);
 
-  const painter = new CharacterPainter(raster, kind.mesh);
+  const painter = new CastPainter(raster, kind, crowd.cast);
+  const pose = (i) => painter.pose(i, crowd.matrices[i], crowd.props.worldMatrix(i));
   for (let i = 0; i < crowd.count; ++i) {
-    painter.pose(crowd.matrices[i]);
+    pose(i);
     painter.castShadow(camera, bounds.floor);
   }
   raster.blendMarked(1, kShadow, 0.5);
   const visible = culling.visible(culling.views.perspective);
   for (let i = 0; i < crowd.count; ++i) {
-    painter.pose(crowd.matrices[i]);
-    painter.draw(camera, paletteOf(i, plan.weights(i), visible[i] === 1));
+    pose(i);
+    painter.draw(camera, plan.weights(i), visible[i] === 1);
   }
+  crowd.props.carriers
+    .filter((i) => visible[i] === 1)
+    .forEach((i) => {
+      pose(i);
+      painter.drawGlow(camera);
+    });
   drawView(raster, camera, culling.perspective, corners);
 }
 
@@ -382,37 +482,60 @@ function evenly(list, count) {
 }
 
 /** How far a character at moments reaches from where it stands, as their cameras see it. */
-function measureMoments(painter, views) {
+function measureMoments(painter, pose, views) {
   const reach = { left: Infinity, right: -Infinity, top: Infinity, bottom: -Infinity };
   for (const { camera, moment } of views) {
-    painter.poseInPlace(moment);
-    painter.project(camera);
-    for (let at = 0; at < painter.flat.length; at += 3) {
-      reach.left = Math.min(reach.left, painter.flat[at]);
-      reach.right = Math.max(reach.right, painter.flat[at]);
-      reach.top = Math.min(reach.top, painter.flat[at + 1]);
-      reach.bottom = Math.max(reach.bottom, painter.flat[at + 1]);
+    pose(moment);
+    for (const part of painter.parts()) {
+      part.project(camera);
+      for (let at = 0; at < part.flat.length; at += 3) {
+        reach.left = Math.min(reach.left, part.flat[at]);
+        reach.right = Math.max(reach.right, part.flat[at]);
+        reach.top = Math.min(reach.top, part.flat[at + 1]);
+        reach.bottom = Math.max(reach.bottom, part.flat[at + 1]);
+      }
     }
   }
   return reach;
 }
 
-/** One character at several moments, from left to right, with the shares of its clips below. */
-function drawMoments(raster, { kind, reach }, { star, moments }) {
+/**
+ * Bars below a moment: one of the shares of its clips, and one for the weight of each layer over them.
+ */
+function drawBars(raster, { weights, layerWeights }, left, right, top) {
+  const [high, gap] = [kBarHeight * kSamples, kBarGap * kSamples];
+  const at = (share) => left + (right - left) * share;
+  let from = 0;
+  weights.forEach((weight, clip) => {
+    const color = clipColors[clip % clipColors.length];
+    raster.rectangle(at(from), top, at(from + weight), top + high, color);
+    from += weight;
+  });
+  layerWeights.forEach((weight, layer) => {
+    const y = top + (layer + 1) * (high + gap);
+    raster.rectangle(left, y, right, y + high, kTrack);
+    raster.rectangle(left, y, at(weight), y + high, layerColors[layer]);
+  });
+}
+
+/** One character at several moments, from left to right, with the shares of clips and layers below. */
+function drawMoments(raster, { kind, crowd, reach }, { star, moments }) {
   const top = (kHeight - kStripHeight) * kSamples;
   const [width, height] = [kWidth * kSamples, kHeight * kSamples];
   const margin = kMargin * kSamples;
   raster.setWindow(0, top, width, height);
   raster.fillGradient(kStripTop, kStripBottom);
-  const painter = new CharacterPainter(raster, kind.mesh);
+  const painter = new CastPainter(raster, kind, crowd.cast);
+  const pose = ({ matrices, prop, position }) => painter.pose(star, matrices, prop, position);
   const views = moments.map((moment) => {
     const yaw = moment.heading + kStripYaw;
     return { moment, camera: new PictureCamera([0, 0, 0], yaw, kStripPitch, Infinity) };
   });
-  const size = measureMoments(painter, views);
+  const size = measureMoments(painter, pose, views);
   const [wide, high] = [size.right - size.left || 1, size.bottom - size.top || 1];
-  const bar = kBarHeight * kSamples;
-  const floor = height - 2 * margin - bar;
+  const rows = 1 + moments[0].layerWeights.length;
+  const bars = (rows * (kBarHeight + kBarGap) - kBarGap) * kSamples;
+  const floor = height - 1.75 * margin - bars;
   const most = Math.floor(((width - 2 * margin) * high) / (1.08 * wide * (floor - top - margin)));
   const shown = evenly(views, Math.min(views.length, Math.max(kFewestMoments, most)));
   const cell = (width - 2 * margin) / shown.length;
@@ -424,17 +547,12 @@ function drawMoments(raster, { kind, reach }, { star, moments }) {
       left + cell / 2 - (zoom * (size.left + size.right)) / 2,
       floor - zoom * size.bottom,
     ];
-    painter.poseInPlace(moment);
+    pose(moment);
     painter.castShadow(camera, reach.floor);
     raster.blendMarked(1, kShadow, 0.45);
-    painter.draw(camera, paletteOf(star, moment.weights, true));
-    let from = left + 0.1 * cell;
-    moment.weights.forEach((weight, clip) => {
-      const to = from + 0.8 * cell * weight;
-      const color = clipColors[clip % clipColors.length];
-      raster.rectangle(from, height - margin - bar, to, height - margin, color);
-      from = to;
-    });
+    painter.draw(camera, moment.weights, true);
+    painter.drawGlow(camera);
+    drawBars(raster, moment, left + 0.1 * cell, left + 0.9 * cell, height - margin - bars);
   });
 }
 

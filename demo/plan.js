@@ -14,6 +14,15 @@ const kWinding = 0.3;
 /** Part of a lap around where the pace changes, in radians. */
 const kChange = 0.65;
 
+/** Seconds for which an arm goes up to wave, and for which a wave lasts in all; waves in a second. */
+const kRaiseSeconds = 0.6;
+const kWaveSeconds = 3;
+const kWaveRate = 0.85;
+
+/** Breaths in a second, and how deep they go, at a walk and at a run. */
+const kBreathRates = [0.3, 0.75];
+const kBreathDepths = [0.6, 1];
+
 /** Seconds for which a character in place plays a clip, and for which it changes to the next. */
 const kHoldSeconds = 1.6;
 const kFadeSeconds = 0.7;
@@ -37,6 +46,8 @@ function smooth(t) {
  * @property {function(import('./crowd').Crowd)} writeClips
  * @property {function(import('./crowd').Crowd)} writePlaces
  * @property {function(number): number[]} weights of the clips of a character
+ * @property {function(number): number[]} layerWeights of a character: those of its wave and of its
+ *     breath, where there are layers; a character that carries nothing waves nothing
  */
 
 /**
@@ -50,10 +61,12 @@ class LapPlan {
    * @param {import('./crowd').KindClip[]} clips walk and run
    * @param {number} count
    * @param {number} seed
+   * @param {Array<?import('./props').Part>} [cast] what each carries
    */
-  constructor(clips, count, seed) {
+  constructor(clips, count, seed, cast = []) {
     this.count = count;
-    this.frameCounts = clips.map(({ frameCount }) => frameCount);
+    this.cast = cast;
+    this.seconds = 0;
     this.strides = clips.map(({ stride }) => stride);
     this.speeds = clips.map(
       ({ stride, frameCount, framesPerSecond }) => (stride * framesPerSecond) / frameCount
@@ -65,7 +78,13 @@ class LapPlan {
     [this.aside, this.winding] = [columns(), columns()];
     /** What moves on: place on the lap, phase of the step, part of running. */
     [this.angle, this.step, this.running] = [columns(), columns(), columns()];
-    this.fillRings(createRandom(seed));
+    /** Phase of the breath. */
+    this.breath = columns();
+    const random = createRandom(seed);
+    this.fillRings(random);
+    this.breath.forEach((phase, i) => {
+      this.breath[i] = random();
+    });
   }
 
   fillRings(random) {
@@ -114,6 +133,7 @@ class LapPlan {
   }
 
   advance(seconds) {
+    this.seconds += seconds;
     for (let i = 0; i < this.count; ++i) {
       const speed = this.speedAt(this.running[i]);
       const radius = this.radius[i];
@@ -124,15 +144,21 @@ class LapPlan {
       const stride = this.strides[0] + (this.strides[1] - this.strides[0]) * running;
       const own = (speed * (radius + this.aside[i])) / radius;
       this.step[i] = (this.step[i] + (own / stride) * seconds) % 1;
+      const breaths = kBreathRates[0] + (kBreathRates[1] - kBreathRates[0]) * running;
+      this.breath[i] = (this.breath[i] + breaths * seconds) % 1;
     }
   }
 
   writeClips(crowd) {
-    const [walkFrames, runFrames] = this.frameCounts;
     for (let i = 0; i < this.count; ++i) {
       // Both clips at the same part of their cycles, so that the blend keeps step.
-      crowd.play(i, 0, this.step[i] * walkFrames, 1 - this.running[i]);
-      crowd.play(i, 1, this.step[i] * runFrames, this.running[i]);
+      crowd.play(i, 0, this.step[i], 1 - this.running[i]);
+      crowd.play(i, 1, this.step[i], this.running[i]);
+      const [wave, depth] = this.layerWeights(i);
+      crowd.breathe(i, this.breath[i], depth);
+      if (this.cast[i]) {
+        crowd.wave(i, ((this.seconds + this.cast[i].offset) * kWaveRate) % 1, wave);
+      }
     }
   }
 
@@ -154,6 +180,18 @@ class LapPlan {
 
   weights(character) {
     return [1 - this.running[character], this.running[character]];
+  }
+
+  layerWeights(character) {
+    const part = this.cast[character];
+    const depth =
+      kBreathDepths[0] + (kBreathDepths[1] - kBreathDepths[0]) * this.running[character];
+    if (!part || part.period === 0) {
+      return [0, depth];
+    }
+    const moment = (this.seconds + part.offset) % part.period;
+    const rise = smooth(moment / kRaiseSeconds);
+    return [rise * smooth((kWaveSeconds - moment) / kRaiseSeconds), depth];
   }
 }
 
@@ -210,10 +248,14 @@ class PlacePlan {
     return result;
   }
 
+  layerWeights() {
+    return [];
+  }
+
   writeClips(crowd) {
     for (let i = 0; i < this.count && this.clips.length > 0; ++i) {
       this.weights(i).forEach((weight, clip) => {
-        crowd.play(i, clip, this.phases[i] * this.clips[clip].frameCount, weight);
+        crowd.play(i, clip, this.phases[i], weight);
       });
     }
   }

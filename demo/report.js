@@ -10,6 +10,7 @@ const stageTitles = {
   script: 'script writes',
   animate: 'animate',
   transform: 'transform',
+  props: 'props follow hands',
   skin: 'skin',
   perspective: 'cull, perspective camera',
   overview: 'cull, orthographic overview',
@@ -65,6 +66,12 @@ function createTable(head) {
   });
 }
 
+/** What is carried, and by how many. */
+function propsRow({ kind, crowd }) {
+  const names = kind.layers.props.map(({ name }) => name).join(', ');
+  return ['props bound to hands', names, grouped(crowd.props.carriers.length)];
+}
+
 /**
  * The tables of a run.
  * @param {import('./stage').Stage} stage
@@ -80,17 +87,24 @@ function formatTables(stage, timings) {
     return [title, milliseconds.toFixed(4), perBone.toFixed(1)];
   };
   const costs = createTable(['stage of a frame', 'ms, median', 'ns a bone']);
+  const players = kind.layers ? 'controllers' : 'animators';
   for (const name of stages) {
-    costs.push(row(stageTitles[name], timings.stages[name]));
+    if (name !== 'props' || kind.layers) {
+      const title = name === 'animate' ? `animate, ${players}` : stageTitles[name];
+      costs.push(row(title, timings.stages[name]));
+    }
   }
   costs.push(row('whole frame', timings.whole));
 
+  const { layers } = kind;
+  const clips = layers ? [...kind.clips, layers.wave, layers.breath] : kind.clips;
   const facts = createTable([]);
   facts.push(
     ['characters', kind.name, grouped(crowd.count)],
-    ['clips', kind.clips.map(({ name }) => name).join(', ') || 'none', grouped(kind.clips.length)],
+    ['clips', clips.map(({ name }) => name).join(', ') || 'none', grouped(clips.length)],
     ['bones', `${grouped(kind.joints.length)} each`, grouped(crowd.boneCount)],
     ['entities', `${grouped(kind.nodes.length)} each`, grouped(crowd.handles.length)],
+    ...(layers ? [propsRow(stage)] : []),
     ['frames', `seed ${stage.seed}`, grouped(timings.whole.length)],
     [
       'visible, perspective camera',

@@ -7,48 +7,80 @@ const { Crowd } = require('./crowd');
 const { CrowdCulling } = require('./culling');
 const { skinVertices } = require('./mesh');
 const { LapPlan, PlacePlan } = require('./plan');
+const { dealProps } = require('./props');
 const { UserError } = require('./user-error');
 
 /** Seconds of scene time between two frames. */
 const kFrameSeconds = 1 / 60;
 
-/** Poses of each clip from which the reach of a character is measured, and what is added to it. */
+/** Poses of each clip, and weights of a wave, by which reach is measured; what is added to it. */
 const kMeasuredPoses = 12;
+const kMeasuredWaves = [0, 0.35, 0.7, 1];
 const kReachSlack = 1.08;
 
 /** Room for a crowd and its cameras, in the reach of a character; squares of it must be numbers. */
 const kRoom = 1e21;
 
 /** What a frame consists of, in this order. */
-const stages = ['script', 'animate', 'transform', 'skin', 'perspective', 'overview'];
+const stages = ['script', 'animate', 'transform', 'props', 'skin', 'perspective', 'overview'];
+
+/** Every prop in either hand; nothing in one where there are none. */
+function allParts({ layers }) {
+  if (!layers) {
+    return [null];
+  }
+  const parts = [];
+  layers.props.forEach((_, prop) => {
+    layers.hands.forEach((__, hand) => parts.push({ prop, hand, period: 0, offset: 0 }));
+  });
+  return parts;
+}
 
 /**
- * How far the vertices of a character reach from where it stands, over all of its clips.
+ * How far the vertices of a character, and of what it carries, reach from where it stands, over all of
+ * its clips.
  * @param {Object} engine
  * @param {import('./crowd').Kind} kind
  * @returns {import('./bounds').Bounds}
  * @throws {UserError}
  */
 function measureReach(engine, kind) {
-  const crowd = new Crowd(engine, kind, 1);
-  const points = new Float32Array(kind.mesh.positions.length);
+  const cast = allParts(kind);
+  const crowd = new Crowd(engine, kind, cast.length, cast);
   const lowest = [Infinity, Infinity, Infinity];
   const highest = [-Infinity, -Infinity, -Infinity];
-  const measure = () => {
-    crowd.refresh([crowd.placeHandle(0)]);
-    crowd.skin();
-    skinVertices(kind.mesh, crowd.matrices[0], points);
+  const include = (mesh, matrices) => {
+    const points = new Float32Array(mesh.positions.length);
+    skinVertices(mesh, matrices, points);
     points.forEach((value, i) => {
       lowest[i % 3] = Math.min(lowest[i % 3], value);
       highest[i % 3] = Math.max(highest[i % 3], value);
     });
   };
+  const measure = () => {
+    crowd.refresh(cast.map((_, i) => crowd.placeHandle(i)));
+    crowd.props.follow();
+    crowd.skin();
+    cast.forEach((part, i) => {
+      include(kind.mesh, crowd.matrices[i]);
+      if (part !== null) {
+        include(kind.layers.props[part.prop].meshes[part.hand], crowd.props.worldMatrix(i));
+      }
+    });
+  };
   kind.clips.forEach((clip, index) => {
     for (let pose = 0; pose < kMeasuredPoses; ++pose) {
-      kind.clips.forEach((other, k) => crowd.play(0, k, 0, k === index ? 1 : 0));
-      crowd.play(0, index, (clip.frameCount * pose) / kMeasuredPoses, 1);
-      crowd.animate();
-      measure();
+      for (const wave of kind.layers ? kMeasuredWaves : [0]) {
+        const moment = pose / kMeasuredPoses;
+        cast.forEach((part, i) => {
+          kind.clips.forEach((other, k) => crowd.play(i, k, moment, k === index ? 1 : 0));
+          if (part !== null) {
+            crowd.wave(i, moment, wave);
+          }
+        });
+        crowd.animate();
+        measure();
+      }
     }
   });
   if (kind.clips.length === 0) {
@@ -82,7 +114,9 @@ class Stage {
     this.seed = seed;
     /** Around a character: a ball, and the ground below it. */
     this.reach = measureReach(engine, kind);
-    this.crowd = new Crowd(engine, kind, count);
+    /** What each character carries. */
+    this.cast = kind.layers ? dealProps(kind.layers.props.length, count, seed) : [];
+    this.crowd = new Crowd(engine, kind, count, this.cast);
     this.plan = this.createPlan();
     this.writePlaces();
     this.bounds = this.measureBounds();
@@ -97,8 +131,8 @@ class Stage {
   /** A plan at its beginning; each is the same. */
   createPlan() {
     const { clips } = this.kind;
-    return clips.length === 2 && clips.every(({ stride }) => stride > 0)
-      ? new LapPlan(clips, this.count, this.seed)
+    return this.kind.layers
+      ? new LapPlan(clips, this.count, this.seed, this.cast)
       : new PlacePlan(clips, this.count, this.reach.radius, this.seed);
   }
 
@@ -106,6 +140,7 @@ class Stage {
   writePlaces() {
     this.plan.writePlaces(this.crowd);
     this.crowd.engine.refreshWorldTransform();
+    this.crowd.props.follow();
   }
 
   /** Where the crowd stands, with room for the characters at its edges. */
@@ -141,6 +176,9 @@ class Stage {
     const placed = performance.now();
     crowd.engine.refreshWorldTransform();
     const transformed = performance.now();
+    // Hands have moved what they carry, whose matrices a second refresh computes in the same frame.
+    crowd.props.follow();
+    const followed = performance.now();
     crowd.skin();
     const skinned = performance.now();
     culling.cullPerspective();
@@ -150,7 +188,8 @@ class Stage {
     milliseconds.script = written - start + (placed - animated);
     milliseconds.animate = animated - written;
     milliseconds.transform = transformed - placed;
-    milliseconds.skin = skinned - transformed;
+    milliseconds.props = followed - transformed;
+    milliseconds.skin = skinned - followed;
     milliseconds.perspective = culled - skinned;
     milliseconds.overview = end - culled;
   }

@@ -16,6 +16,7 @@ const { MomentRecorder, findStar } = require('../../demo/moments');
 const { parseOptions } = require('../../demo/options');
 const { drawPicture } = require('../../demo/picture');
 const { LapPlan, PlacePlan } = require('../../demo/plan');
+const { dealProps } = require('../../demo/props');
 const { Raster } = require('../../demo/raster');
 const { createProgress } = require('../../demo/report');
 const { Stage, kFrameSeconds, stages } = require('../../demo/stage');
@@ -73,13 +74,14 @@ const stageTitles = [
   'script writes',
   'animate',
   'transform',
+  'props follow hands',
   'skin',
   'cull, perspective camera',
   'cull, orthographic overview',
 ];
 
 /** Asserts a good run of a number of characters and returns its table. */
-function assertRun({ status, stdout, stderr }, out, characters) {
+function assertRun({ status, stdout, stderr }, out, characters, players = 'controllers') {
   assert.strictEqual(stderr, '');
   assert.strictEqual(status, 0);
   assert.ok(!/[\x1b\r]/.test(stdout), 'no terminal codes where there is no terminal'); // eslint-disable-line no-control-regex
@@ -89,10 +91,16 @@ function assertRun({ status, stdout, stderr }, out, characters) {
   const bones = countIn(rows.bones[1]);
   assert.strictEqual(bones, characters * countIn(rows.bones[0].replace(' each', '')));
   let largest = 0;
-  for (const title of [...stageTitles, 'whole frame']) {
+  const isCarrying = players === 'controllers';
+  assert.strictEqual('props bound to hands' in rows, isCarrying);
+  assert.strictEqual('props follow hands' in rows, isCarrying);
+  const titles = stageTitles
+    .filter((title) => isCarrying || title !== 'props follow hands')
+    .map((title) => (title === 'animate' ? `animate, ${players}` : title));
+  for (const title of [...titles, 'whole frame']) {
     const [milliseconds, perBone] = rows[title].map(Number);
     // Without clips there is next to nothing to take the time of.
-    const isIdle = title === 'animate' && rows.clips[0] === 'none';
+    const isIdle = title === 'animate, animators' && rows.clips[0] === 'none';
     assert.ok(milliseconds > 0 || isIdle, `${title}: ${milliseconds} ms`);
     largest = Math.max(largest, title === 'whole frame' ? 0 : milliseconds);
     // Made of the exact time; the one that is shown is rounded to 0.1 microseconds.
@@ -155,7 +163,11 @@ describe('demo runs', () => {
       ]
     );
     assert.deepStrictEqual(rows.characters, ['figure', '60']);
-    assert.deepStrictEqual(rows.clips, ['walk, run', '2']);
+    assert.deepStrictEqual(rows.clips, ['walk, run, wave, breath', '4']);
+    const carried = rows['props bound to hands'];
+    assert.strictEqual(carried[0], 'torch, lantern, flag');
+    const expected = dealProps(3, 60, 1).filter((part) => part !== null).length;
+    assert.strictEqual(countIn(carried[1]), expected);
     assert.deepStrictEqual(rows.bones, ['50 each', '3,000']);
     assert.deepStrictEqual(rows.entities, ['51 each', '3,060']);
     assert.deepStrictEqual(rows.frames, ['seed 1', '10']);
@@ -193,7 +205,7 @@ describe('demo runs', () => {
     delete model.json.animations;
     writeGltf(path.join(folder, 'still.gltf'), model);
     const args = ['--model=still.gltf', '--frames=3', '--characters=5', '--out=deep/er'];
-    const rows = assertRun(runDemo(args), 'deep/er', 5);
+    const rows = assertRun(runDemo(args), 'deep/er', 5, 'animators');
     assert.deepStrictEqual(rows.characters, ['still.gltf', '5']);
     assert.deepStrictEqual(rows.clips, ['none', '0']);
     assert.deepStrictEqual(rows.entities, ['7 each', '35']);
@@ -212,7 +224,8 @@ describe('demo runs', () => {
   for (const { name, clips, bones, entities } of real) {
     it(`animates ${name}`, function () {
       const file = realModel(this, name);
-      const rows = assertRun(runDemo(['--model', file, '--frames', '9', '--out', name]), name, 24);
+      const run = runDemo(['--model', file, '--frames', '9', '--out', name]);
+      const rows = assertRun(run, name, 24, 'animators');
       assert.deepStrictEqual(rows.characters, [name, '24']);
       assert.deepStrictEqual(rows.clips, clips);
       assert.strictEqual(rows.bones[0], bones);
@@ -556,10 +569,17 @@ describe('demo stage', () => {
     const points = new Float32Array(kind.mesh.positions.length);
     for (let character = 0; character < characters; ++character) {
       skinVertices(kind.mesh, crowd.matrices[character], points);
+      const part = crowd.cast[character];
+      const carried = part ? kind.layers.props[part.prop].meshes[part.hand] : { positions: [] };
+      const propPoints = new Float32Array(carried.positions.length);
+      if (part) {
+        skinVertices(carried, crowd.props.worldMatrix(character), propPoints);
+      }
       const place = nodesOf(crowd, character).slice(0, 1);
       const { center } = worldSphere(worldMatrices(place)[0], { center: reach.middle, radius: 1 });
-      for (let at = 0; at < points.length; at += 3) {
-        const offset = center.map((value, axis) => points[at + axis] - value);
+      const all = [...points, ...propPoints];
+      for (let at = 0; at < all.length; at += 3) {
+        const offset = center.map((value, axis) => all[at + axis] - value);
         assert.ok(Math.hypot(...offset) < 1.08 * reach.radius, `character ${character}`);
       }
     }
@@ -620,6 +640,8 @@ describe('demo stage', () => {
     assert.ok(Math.max(...running) - Math.min(...running) > 0.5, String(running));
     const last = recorder.moments[11];
     assert.deepStrictEqual(Array.from(last.matrices), Array.from(recorded.crowd.matrices[star]));
+    assert.deepStrictEqual(last.layerWeights, recorded.plan.layerWeights(star));
+    assert.deepStrictEqual(last.prop, recorded.crowd.props.worldMatrix(star));
     recorder.moments.slice(1).forEach(({ matrices }, i) => {
       assert.notDeepStrictEqual(matrices, recorder.moments[i].matrices);
     });
@@ -647,22 +669,47 @@ describe('demo stage', () => {
     const changed = drawn.filter((value, i) => Math.abs(value - later[i]) > 40).length;
     assert.ok(changed > 20000, `${changed} channels of samples differ`);
     small.crowd.matrices.forEach((matrices) => matrices.fill(0));
-    const [before, gone] = [count(later), count(draw())];
+    const [before, props] = [count(later), count(draw())];
+    assert.ok(props > 1000 && props < before / 2, `${props} of ${before} samples are props`);
+    small.crowd.props.records.fill(0);
+    const gone = count(draw());
     assert.ok(before > 5000 && gone < before / 20, `${before} and ${gone} samples`);
+  });
+
+  it('draws the weights of layers as bars', () => {
+    const small = new Stage(getEngine(), createFigure(), 4, 5);
+    const recorder = new MomentRecorder(small, 4);
+    small.run(4, (done) => recorder.record(done));
+    recorder.moments.forEach(({ layerWeights }) => layerWeights.fill(0));
+    recorder.moments[1].layerWeights = [0.25, 0.75];
+    const { width, height, colors } = drawPicture(small, recorder);
+    // Bars have the last 35 rows of pixels above a margin of 24.
+    const count = (color) => {
+      let samples = 0;
+      for (let i = 3 * width * (height - 2 * (24 + 35)); i < colors.length; i += 3) {
+        samples += color.every((value, k) => colors[i + k] === value) ? 1 : 0;
+      }
+      return samples;
+    };
+    // A bar is 0.8 of the place that each of 4 moments has, and 9 pixels high; a pixel has 4 samples.
+    const whole = ((1600 - 48) / 4) * 0.8 * 9 * 4;
+    const [wave, breath] = [count([250, 190, 70]), count([70, 215, 190])];
+    assert.ok(Math.abs(wave / whole - 0.25) < 0.01, `${wave} of ${whole}`);
+    assert.ok(Math.abs(breath / whole - 0.75) < 0.01, `${breath} of ${whole}`);
   });
 });
 
 /** One figure in the engine, and what its clips make of it. */
 class Puppet {
-  constructor(kind = createFigure()) {
+  constructor(kind = createFigure(), part = null) {
     this.kind = kind;
-    this.crowd = new Crowd(getEngine(), kind, 1);
+    this.crowd = new Crowd(getEngine(), kind, 1, [part]);
   }
 
-  /** Plays at a part of the cycle, with weights; returns places and rotations in the world by name. */
+  /** Plays at a part of the cycle, with weights; returns places in the world and rotations by name. */
   pose(moment, weights) {
     weights.forEach((weight, clip) => {
-      this.crowd.play(0, clip, moment * this.kind.clips[clip].frameCount, weight);
+      this.crowd.play(0, clip, moment, weight);
     });
     this.crowd.animate();
     this.crowd.refresh([this.crowd.placeHandle(0)]);
@@ -711,7 +758,7 @@ describe('demo figure', () => {
   });
 
   it('is what its mesh says where no clip moves it', () => {
-    const kind = createFigure();
+    const kind = Object.assign(createFigure(), { clips: [], layers: null });
     const crowd = new Crowd(getEngine(), kind, 1);
     crowd.skin();
     const points = new Float32Array(kind.mesh.positions.length);
@@ -773,6 +820,13 @@ describe('demo figure', () => {
       ].map((weights) => puppet.pose(moment, weights));
       const mean = walk.hips.position.map((value, i) => (value + run.hips.position[i]) / 2);
       middle.hips.position.forEach((value, i) => assert.ok(Math.abs(value - mean[i]) < 1e-6));
+      const quarter = puppet.pose(moment, [0.25, 0.75]);
+      const nearer = walk.hips.position.map((value, i) => value / 4 + 0.75 * run.hips.position[i]);
+      quarter.hips.position.forEach((value, i) => assert.ok(Math.abs(value - nearer[i]) < 1e-6));
+      const sum = walk.thighLeft.rotation.map(
+        (value, i) => value / 4 + 0.75 * run.thighLeft.rotation[i]
+      );
+      assert.ok(angleBetween(quarter.thighLeft.rotation, sum) < 2e-3);
       const whole = angleBetween(walk.foreArmLeft.rotation, run.foreArmLeft.rotation);
       assert.ok(whole > 0.5, `${whole} radians between walk and run`);
       for (const bone of ['foreArmLeft', 'thighRight', 'spine', 'tail1']) {
@@ -784,13 +838,194 @@ describe('demo figure', () => {
   });
 });
 
+/** World matrix, in columns, of the hand in which a character carries something, by doubles. */
+function handMatrix(crowd, character) {
+  const { node } = crowd.kind.layers.hands[crowd.cast[character].hand];
+  const rows = worldMatrices(nodesOf(crowd, character))[node];
+  return [0, 1, 2, 3].reduce((all, column) => all.concat(rows.map((row) => row[column])), []);
+}
+
+/** The largest difference between two lists of numbers. */
+function largestDifference(a, b) {
+  return Math.max(...Array.from(a, (value, i) => Math.abs(value - b[i])));
+}
+
+/** Bones of a figure by the side they are on: arms, and what is neither arm nor trunk. */
+const armParts = ['shoulder', 'upperArm', 'foreArm', 'hand', 'index', 'littleTip', 'thumb'];
+const legParts = ['hips', 'belly', 'thighLeft', 'shinRight', 'footLeft', 'toesRight', 'tail2'];
+
+describe('demo layers', () => {
+  const rotationsOf = (pose, names) => names.map((name) => pose[name].rotation);
+  const aboutY = (angle) => [0, Math.sin(angle / 2), 0, Math.cos(angle / 2)];
+
+  it('has props where the hands are, in the frame in which these move', () => {
+    const stage = new Stage(getEngine(), createFigure(), 30, 2);
+    const { crowd } = stage;
+    const { carriers } = crowd.props;
+    assert.ok(carriers.length > 10 && carriers.length < 30, `${carriers.length} carry`);
+    for (const frames of [0, 1, 25]) {
+      stage.run(frames, () => {});
+      for (const character of carriers) {
+        const actual = crowd.props.worldMatrix(character);
+        const difference = largestDifference(actual, handMatrix(crowd, character));
+        assert.ok(difference < 1e-4, `${character} after ${frames}: ${difference}`);
+      }
+    }
+    crowd.place(carriers[0], 100, 0, 0);
+    crowd.engine.refreshWorldTransform();
+    const behind = () => {
+      const actual = crowd.props.worldMatrix(carriers[0]);
+      return largestDifference(actual, handMatrix(crowd, carriers[0]));
+    };
+    assert.ok(behind() > 50, 'a refresh has moved the hand, not yet what it carries');
+    crowd.props.follow();
+    assert.ok(behind() < 1e-4);
+  });
+
+  it('gives the wave one arm, and leaves the rest to walk and run', () => {
+    for (const [hand, own, other, side] of [
+      [0, 'Left', 'Right', 1],
+      [1, 'Right', 'Left', -1],
+    ]) {
+      const puppet = new Puppet(createFigure(), { prop: 0, hand, period: 0, offset: 0 });
+      const plain = new Puppet();
+      for (const [moment, weights] of [
+        [0.1, [1, 0]],
+        [0.6, [0.3, 0.7]],
+      ]) {
+        const free = plain.pose(moment, weights);
+        for (const [weight, elbow] of [
+          [0, 1.75],
+          [0.5, 1.175],
+          [1, 0.6],
+        ]) {
+          puppet.crowd.wave(0, 0.25, weight);
+          const pose = puppet.pose(moment, weights);
+          const kept = [...legParts, 'chest', 'head', ...armParts.map((part) => part + other)];
+          assert.deepStrictEqual(rotationsOf(pose, kept), rotationsOf(free, kept));
+          assert.deepStrictEqual(pose.hips.position, free.hips.position);
+          // From the pose that carries, half the way at half the weight, both turns about one axis.
+          const fore = pose[`foreArm${own}`].rotation;
+          assert.ok(angleBetween(fore, aboutY(-elbow * side)) < 1e-3, `${own} ${weight}`);
+          const tip = pose[`hand${own}`].place[1] - pose.head.place[1];
+          assert.ok(weight < 1 ? tip < 0.15 : tip > 0.05, `hand ${tip} m above the head`);
+        }
+      }
+      const [first, second] = [0.25, 0.75].map((moment) => {
+        puppet.crowd.wave(0, moment, 1);
+        return puppet.pose(0.1, [1, 0])[`hand${own}`].place[0];
+      });
+      assert.ok(Math.abs(first - second) > 0.25, `waves ${Math.abs(first - second)} m aside`);
+    }
+  });
+
+  it('swings arms that carry nothing, and holds those that do', () => {
+    const part = { prop: 2, hand: 1, period: 0, offset: 0 };
+    const [empty, carrying] = [null, part].map((own) => {
+      const puppet = new Puppet(createFigure(), own);
+      return [0, 0.5].map((moment) => puppet.pose(moment, [1, 0]).upperArmRight.rotation);
+    });
+    assert.ok(angleBetween(...empty) > 0.8);
+    assert.deepStrictEqual(carrying[0], carrying[1]);
+  });
+
+  it('breathes by a little, above what walks and runs', () => {
+    const puppet = new Puppet();
+    for (const weights of [
+      [1, 0],
+      [0.5, 0.5],
+    ]) {
+      const still = puppet.pose(0.3, weights);
+      const breathing = (moment, depth) => {
+        puppet.crowd.breathe(0, moment, depth);
+        const pose = puppet.pose(0.3, weights);
+        puppet.crowd.breathe(0, 0, 0);
+        return pose;
+      };
+      const [empty, half, full] = [breathing(0, 1), breathing(0.5, 0.5), breathing(0.5, 1)];
+      const turned = (pose, bone) => angleBetween(still[bone].rotation, pose[bone].rotation);
+      assert.ok(turned(empty, 'chest') < 1e-3);
+      assert.ok(Math.abs(turned(full, 'chest') - 0.075) < 1e-3, `${turned(full, 'chest')}`);
+      // By halves of x, y and z with w as it is: the tangent of half the angle, halved.
+      const expected = 2 * Math.atan(Math.tan(0.0375) / 2);
+      assert.ok(Math.abs(turned(half, 'chest') - expected) < 1e-3, `${turned(half, 'chest')}`);
+      assert.ok(Math.abs(turned(full, 'shoulderLeft') - 0.11) < 1e-3);
+      const moved = Math.hypot(...full.neck.place.map((value, i) => value - still.neck.place[i]));
+      assert.ok(moved > 0.005 && moved < 0.04, `the neck moves ${moved} m`);
+      const kept = [...legParts, 'head', 'foreArmLeft', 'handRight'];
+      assert.deepStrictEqual(rotationsOf(full, kept), rotationsOf(still, kept));
+    }
+  });
+
+  it('deals props to most, into both hands, the same for the same seed', () => {
+    const cast = dealProps(3, 1000, 9);
+    assert.deepStrictEqual(dealProps(3, 1000, 9), cast);
+    assert.notDeepStrictEqual(dealProps(3, 1000, 10), cast);
+    const parts = cast.filter((part) => part !== null);
+    const share = (test) => parts.filter(test).length / parts.length;
+    assert.ok(Math.abs(parts.length - 700) < 60, `${parts.length} carry`);
+    for (const prop of [0, 1, 2]) {
+      assert.ok(Math.abs(share((part) => part.prop === prop) - 1 / 3) < 0.07);
+    }
+    assert.ok(Math.abs(share(({ hand }) => hand === 0) - 0.3) < 0.07);
+    assert.ok(Math.abs(share(({ period }) => period > 0) - 0.6) < 0.07);
+    assert.ok(parts.every(({ period, offset }) => period === 0 || (period >= 5 && offset < 8)));
+    assert.deepStrictEqual(dealProps(0, 3, 9), [null, null, null]);
+  });
+
+  it('lets those who carry raise and lower it smoothly, and runners breathe faster', () => {
+    const { clips } = createFigure();
+    const part = (period, offset) => ({ prop: 0, hand: 1, period, offset });
+    const cast = [null, part(0, 1), part(5, 0), part(6, 2.4)];
+    const plan = new LapPlan(clips, 4, 1, cast);
+    const highest = [0, 0];
+    let previous = written(plan, 2);
+    for (let frame = 0; frame < 6 * 60; ++frame) {
+      plan.advance(kFrameSeconds);
+      const now = written(plan, 2);
+      assert.strictEqual(now.waves[0], undefined);
+      assert.strictEqual(now.waves[1][1], 0);
+      [2, 3].forEach((character, i) => {
+        const weight = now.waves[character][1];
+        assert.ok(Math.abs(weight - previous.waves[character][1]) < 0.05);
+        highest[i] = Math.max(highest[i], weight);
+      });
+      for (let i = 0; i < 4; ++i) {
+        const running = now.weights[2 * i + 1];
+        const [moment, depth] = now.breaths[i];
+        assert.ok(Math.abs(depth - (0.6 + 0.4 * running)) < 1e-12);
+        const step = (moment - previous.breaths[i][0] + 1) % 1;
+        assert.ok(Math.abs(step * 60 - (0.3 + 0.45 * running)) < 1e-9);
+      }
+      previous = now;
+    }
+    assert.deepStrictEqual(highest, [1, 1]);
+    // A second into a wave of three it is up; a second before the next one it is down.
+    const at = (seconds) => {
+      const fresh = new LapPlan(clips, 4, 1, cast);
+      fresh.advance(seconds);
+      return fresh.layerWeights(2)[0];
+    };
+    assert.deepStrictEqual(
+      [at(0), at(0.3), at(1), at(2.7), at(4), at(6)].map((w) => w.toFixed(6)),
+      ['0.000000', '0.500000', '1.000000', '0.500000', '0.000000', '1.000000']
+    );
+  });
+});
+
 /** Takes what a plan writes. */
 function written(plan, clips) {
-  const result = { times: [], weights: [], places: [] };
+  const result = { moments: [], weights: [], places: [], waves: [], breaths: [] };
   const sink = {
-    play(character, clip, time, weight) {
-      result.times[character * clips + clip] = time;
+    play(character, clip, moment, weight) {
+      result.moments[character * clips + clip] = moment;
       result.weights[character * clips + clip] = weight;
+    },
+    wave(character, moment, weight) {
+      result.waves[character] = [moment, weight];
+    },
+    breathe(character, moment, weight) {
+      result.breaths[character] = [moment, weight];
     },
     place(character, x, z, heading) {
       result.places[character] = [x, z, heading];
@@ -814,14 +1049,14 @@ describe('demo plans', () => {
         const [walk, run] = [now.weights[2 * i], now.weights[2 * i + 1]];
         assert.ok(walk >= 0 && run >= 0 && Math.abs(walk + run - 1) < 1e-12);
         kinds[run === 0 ? 'walking' : run === 1 ? 'running' : 'between'] += frame === 0 ? 1 : 0;
-        assert.ok(Math.abs(now.times[2 * i] / 32 - now.times[2 * i + 1] / 21) < 1e-9);
+        assert.strictEqual(now.moments[2 * i], now.moments[2 * i + 1]);
         if (previous !== null) {
           assert.ok(Math.abs(run - previous.weights[2 * i + 1]) < 0.05);
           const [x, z, heading] = now.places[i];
           const [dx, dz] = [x - previous.places[i][0], z - previous.places[i][1]];
-          const step = (now.times[2 * i] - previous.times[2 * i] + 32) % 32;
+          const step = (now.moments[2 * i] - previous.moments[2 * i] + 1) % 1;
           const stride = walk * clips[0].stride + run * clips[1].stride;
-          const ground = (step / 32) * stride;
+          const ground = step * stride;
           assert.ok(Math.abs(Math.hypot(dx, dz) / ground - 1) < 0.15, `character ${i}`);
           // It looks where it goes.
           assert.ok(dx * Math.sin(heading) + dz * Math.cos(heading) > 0.99 * Math.hypot(dx, dz));
@@ -849,13 +1084,13 @@ describe('demo plans', () => {
     let previous = plan.weights(0);
     for (let frame = 0; frame < 7 * 60; ++frame) {
       plan.advance(kFrameSeconds);
-      const { places, weights, times } = written(plan, 3);
+      const { places, weights, moments } = written(plan, 3);
       assert.deepStrictEqual(places[0], first);
       const own = weights.slice(0, 3);
       assert.ok(Math.abs(own.reduce((a, b) => a + b) - 1) < 1e-12);
       assert.ok(own.filter((weight) => weight > 0).length <= 2);
       own.forEach((weight, i) => assert.ok(Math.abs(weight - previous[i]) < 0.06));
-      times.forEach((time, i) => assert.ok(time >= 0 && time < clips[i % 3].frameCount));
+      moments.forEach((moment) => assert.ok(moment >= 0 && moment < 1));
       played.add(own.indexOf(1));
       previous = own;
     }
@@ -910,7 +1145,7 @@ describe('demo models', () => {
     writeGlb(path.join(folder, 'morph.glb'), model);
     const args = ['--model', 'morph.glb', '--frames', '2', '--characters', '2', '--out', 'morph'];
     const run = runDemo(args);
-    assertRun(run, 'morph', 2);
+    assertRun(run, 'morph', 2, 'animators');
     assert.ok(/^note: [^\n]*channel 4[^\n]*left out\.\n/.test(run.stdout), run.stdout);
   });
 

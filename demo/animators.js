@@ -1,0 +1,54 @@
+'use strict';
+// Animators for a crowd: each character's clips on its nodes, blended by weight.
+
+/** Kind of component. */
+const kAnimator = 2;
+
+/** Words of an animator's record of a clip: handle, time in frames, weight. */
+const kClipWords = 3;
+const kTimeWord = 1;
+const kWeightWord = 2;
+
+/** Owns an animator for each character of a crowd, with all clips of its kind. */
+class CrowdAnimators {
+  /** @param {import('./crowd').Crowd} crowd with its entities and clips */
+  constructor({ engine, kind, count, handles, clipModels }) {
+    const { clips, nodes } = kind;
+    this.engine = engine;
+    this.frameCounts = clips.map(({ frameCount }) => frameCount);
+    this.objects = [];
+    /** A view of each animator's block. */
+    this.blocks = [];
+    this.batch = new Uint32Array(1 + count);
+    const targets = [].concat(...clips.map((clip) => clip.targets));
+    for (let i = 0; i < count && targets.length > 0; ++i) {
+      const animator = engine.createComponent(kAnimator, clips.length, targets.length);
+      const words = new Uint32Array(animator.buffer);
+      clipModels.forEach(({ id }, clip) => {
+        words[kClipWords * clip] = id;
+      });
+      targets.forEach((node, entry) => {
+        words[kClipWords * clips.length + entry] = handles[i * nodes.length + node];
+      });
+      this.objects.push(animator);
+      this.blocks.push(new Float32Array(animator.buffer));
+      this.batch[++this.batch[0]] = animator.id;
+    }
+  }
+
+  /** Sets how a character plays a clip: at a part of its length, with a weight. */
+  play(character, clip, moment, weight) {
+    const block = this.blocks[character];
+    block[kClipWords * clip + kTimeWord] = moment * this.frameCounts[clip];
+    block[kClipWords * clip + kWeightWord] = weight;
+  }
+
+  /** Samples and blends the clips of all characters into their entities. */
+  animate() {
+    if (this.objects.length > 0) {
+      this.engine.updateAnimators(this.batch.buffer);
+    }
+  }
+}
+
+module.exports = { CrowdAnimators };

@@ -1,0 +1,223 @@
+'use strict';
+// What figures carry: who has what in which hand, how it looks, and entities that follow the hands.
+const { MeshBuilder } = require('./mesh');
+const { createRandom } = require('./random');
+
+/** Part of the characters that carries something, and part of those that waves it now and then. */
+const kCarrying = 0.7;
+const kWaving = 0.6;
+
+/** Seconds between the beginnings of two waves, from the shortest on, and how they differ. */
+const kWavePeriod = 5;
+const kWavePeriodRange = 3;
+
+/** Words of a 3D record, and where its fields start. */
+const kRecordWords = 27;
+const kRotationWWord = 4;
+const kScaleWord = 8;
+const kWorldMatrixWord = 11;
+
+/** Commands of the stream. */
+const kAddRoot = 1;
+const kBindToBoneBatch = 7;
+
+/** Where a hand of the left side holds a stick, and the way of the stick, past the thumb. */
+const kGrip = [0.065, -0.03, 0];
+const kStick = [0.5, 0, Math.sqrt(0.75)];
+
+/** What one character carries.
+ * @typedef {Object} Part
+ * @property {number} prop index among those of the kind
+ * @property {number} hand 0 for left, 1 for right
+ * @property {number} period seconds from one wave to the next; 0 for one who never waves
+ * @property {number} offset seconds by which its waves are ahead
+ */
+
+/**
+ * @typedef {Object} Prop
+ * @property {string} name
+ * @property {import('./mesh').Mesh[]} meshes for the left and the right hand, in the space of the hand
+ * @property {Array<Array<number[]>>} palettes colours of its parts; characters differ
+ * @property {?{distance: number, color: number[]}} glow along the stick
+ */
+
+/** Collects a prop around the stick of a hand. */
+class PropBuilder {
+  /** @param {number} side 1 for left, -1 for right */
+  constructor(side) {
+    this.side = side;
+    this.mesh = new MeshBuilder();
+  }
+
+  /** A point `along` the stick, off it to the `back` when it stands upright, and across. */
+  at(along, back = 0, across = 0) {
+    return [
+      (kGrip[0] + along * kStick[0] - back * kStick[2]) * this.side,
+      kGrip[1] + across,
+      kGrip[2] + along * kStick[2] + back * kStick[0],
+    ];
+  }
+
+  /** A body around the stick: rings of distance and radius. */
+  turned(rings, corners, part) {
+    const tube = rings.map(([along, radius]) => {
+      return { center: this.at(along), wide: radius, deep: radius, follows: [[0, 1]] };
+    });
+    this.mesh.tube(tube, [0, 1, 0], corners, part);
+    return this;
+  }
+
+  /** A cloth in folds behind the stick, pointed at its end. */
+  cloth(from, to, length, part) {
+    const columns = 6;
+    const rows = [];
+    for (let column = 0; column <= columns; ++column) {
+      const t = column / columns;
+      const fold = 0.045 * t * Math.sin(7 * t);
+      const ends = [from + 0.45 * t * (to - from), to - 0.45 * t * (to - from)];
+      rows.push(ends.map((along) => this.mesh.vertex(this.at(along, t * length, fold), [[0, 1]])));
+    }
+    for (let column = 0; column < columns; ++column) {
+      const [[a, b], [c, d]] = [rows[column], rows[column + 1]];
+      this.mesh.triangle(a, b, d, part);
+      this.mesh.triangle(a, d, c, part);
+    }
+    return this;
+  }
+
+  build() {
+    return this.mesh.build();
+  }
+}
+
+const wood = [170, 124, 84];
+const iron = [64, 66, 78];
+
+const makers = {
+  torch: (builder) =>
+    builder
+      .turned([[-0.16, 0.016], [0.26, 0.024]], 5, 0) // prettier-ignore
+      .turned([[0.22, 0.03], [0.3, 0.05]], 6, 1) // prettier-ignore
+      .turned([[0.28, 0.04], [0.36, 0.078], [0.46, 0.055], [0.6, 0.008]], 6, 2), // prettier-ignore
+  lantern: (builder) =>
+    builder
+      .turned([[-0.16, 0.014], [0.2, 0.016]], 5, 0) // prettier-ignore
+      .turned([[0.2, 0.085], [0.225, 0.085]], 6, 1) // prettier-ignore
+      .turned([[0.225, 0.06], [0.31, 0.085], [0.4, 0.06]], 6, 2) // prettier-ignore
+      .turned([[0.4, 0.09], [0.46, 0.02]], 6, 1), // prettier-ignore
+  flag: (builder) =>
+    builder.turned([[-0.3, 0.016], [0.82, 0.014]], 5, 0).cloth(0.46, 0.81, 0.6, 1), // prettier-ignore
+};
+
+/**
+ * The props there are.
+ * @returns {Prop[]}
+ */
+function createProps() {
+  const meshes = (name) => [1, -1].map((side) => makers[name](new PropBuilder(side)).build());
+  return [
+    {
+      name: 'torch',
+      meshes: meshes('torch'),
+      palettes: [[wood, iron, [370, 220, 84]]],
+      glow: { distance: 0.4, color: [255, 150, 50] },
+    },
+    {
+      name: 'lantern',
+      meshes: meshes('lantern'),
+      palettes: [[wood, iron, [190, 330, 300]]],
+      glow: { distance: 0.31, color: [90, 240, 210] },
+    },
+    {
+      name: 'flag',
+      meshes: meshes('flag'),
+      palettes: [
+        [290, 235, 70],
+        [270, 270, 280],
+        [125, 250, 135],
+        [275, 130, 235],
+      ].map((cloth) => [wood, cloth]),
+      glow: null,
+    },
+  ];
+}
+
+/**
+ * Deals props to characters.
+ * @param {number} props how many there are
+ * @param {number} count of characters
+ * @param {number} seed
+ * @returns {Array<?Part>} null for those with empty hands
+ */
+function dealProps(props, count, seed) {
+  const random = createRandom(seed ^ 0x5bd1e995);
+  return Array.from({ length: count }, () => {
+    const [carries, prop, hand, waves, period, offset] = Array.from({ length: 6 }, random);
+    if (carries >= kCarrying || props === 0) {
+      return null;
+    }
+    const seconds = kWavePeriod + kWavePeriodRange * period;
+    return {
+      prop: Math.floor(prop * props),
+      hand: hand < 0.3 ? 0 : 1,
+      period: waves < kWaving ? seconds : 0,
+      offset: offset * seconds,
+    };
+  });
+}
+
+/**
+ * Owns the entities of props. Each is a root and bound to a hand: the walk over the world writes the
+ * hand's place into its record and lists it as dirty, and the next refresh computes its matrix.
+ */
+class CrowdProps {
+  /** @param {import('./crowd').Crowd} crowd of at most as many characters as a batch holds */
+  constructor({ engine, kind, cast, handles }) {
+    this.engine = engine;
+    this.carriers = cast.map((part, i) => (part ? i : -1)).filter((i) => i >= 0);
+    /** Objects with blocks: one batch, or none. */
+    this.objects = [];
+    this.elementOf = new Map(this.carriers.map((character, element) => [character, element]));
+    if (this.carriers.length === 0) {
+      return;
+    }
+    const batch = engine.createEntity(true, this.carriers.length);
+    this.objects.push(batch);
+    this.records = new Float32Array(batch.buffer);
+    const ids = this.carriers.map((character, element) => batch.id + element);
+    ids.forEach((id, element) => {
+      const word = kRecordWords * element;
+      this.records[word + kRotationWWord] = 1;
+      this.records.fill(1, word + kScaleWord, word + kWorldMatrixWord);
+    });
+    const hands = this.carriers.map((character) => {
+      const { node } = kind.layers.hands[cast[character].hand];
+      return handles[character * kind.nodes.length + node];
+    });
+    const commands = [kBindToBoneBatch, ids.length, ...ids, ...hands];
+    ids.forEach((id) => commands.push(kAddRoot, id));
+    new Uint32Array(engine.entityCommands).set([4 * commands.length, ...commands]);
+  }
+
+  /** Computes the world matrices of what the last refresh has moved with the hands. */
+  follow() {
+    if (this.carriers.length > 0) {
+      this.engine.refreshWorldTransform();
+    }
+  }
+
+  /**
+   * A copy of the world matrix of what a character carries, as its shared record shows it.
+   * @param {number} character
+   * @returns {?Float32Array} 16 elements, column-major; null for empty hands
+   */
+  worldMatrix(character) {
+    if (!this.elementOf.has(character)) {
+      return null;
+    }
+    const word = kRecordWords * this.elementOf.get(character) + kWorldMatrixWord;
+    return this.records.slice(word, word + 16);
+  }
+}
+
+module.exports = { CrowdProps, createProps, dealProps, kGrip, kStick };
