@@ -52,7 +52,7 @@ function viewsOf({ buffer }) {
 class CrowdControllers {
   /** @param {import('./crowd').Crowd} crowd with its entities, clips, and who carries what */
   constructor(crowd) {
-    const { engine, kind, count, cast } = crowd;
+    const { kind, count, cast } = crowd;
     const { wave, breath } = kind.layers;
     this.crowd = crowd;
     this.clips = [...kind.clips, wave, breath];
@@ -65,30 +65,37 @@ class CrowdControllers {
     this.batch = new Uint32Array(1 + count);
     this.writeHold();
     for (let i = 0; i < count; ++i) {
-      const controller = engine.createAnimatorControllerModel(kLayers);
-      const binding = this.createBinding(i);
-      const states = [
-        this.createState(kind.clips.map((clip, index) => index)),
-        this.createState([kind.clips.length]),
-        this.createState([kind.clips.length + 1]),
-      ];
-      const { words, floats } = viewsOf(controller);
-      words[0] = binding.id;
-      const modes = [kOverride, cast[i] ? kOverride : kOff, kAdditive];
-      states.forEach(({ object }, layer) => {
-        words[kLayerWords * layer + kModeWord] = modes[layer];
-        words[kLayerWords * layer + kStateWord] = object.id;
-      });
-      floats[kLayerWords * kLocomotion + kLayerWeightWord] = 1;
-      if (cast[i]) {
-        this.maskArm(controller, i, kind.layers.hands[cast[i].hand]);
-      }
-      this.bindings.push(binding);
-      this.objects.push(controller, ...states.map(({ object }) => object));
-      this.layers.push(floats);
-      this.states.push(states.map((state) => state.floats));
-      this.batch[++this.batch[0]] = controller.id;
+      this.addCharacter(i, cast[i] || null);
     }
+  }
+
+  /** Creates the controller of the next character, which may carry something. */
+  addCharacter(character, part) {
+    const { engine, kind } = this.crowd;
+    const controller = engine.createAnimatorControllerModel(kLayers);
+    const binding = this.createBinding(character);
+    const states = [
+      this.createState(kind.clips.map((clip, index) => index)),
+      this.createState([kind.clips.length]),
+      this.createState([kind.clips.length + 1]),
+    ];
+    const { words, floats } = viewsOf(controller);
+    words[0] = binding.id;
+    // Off by its mode: at weight 0 an override layer would hold both arms.
+    const modes = [kOverride, part === null ? kOff : kOverride, kAdditive];
+    states.forEach(({ object }, layer) => {
+      words[kLayerWords * layer + kModeWord] = modes[layer];
+      words[kLayerWords * layer + kStateWord] = object.id;
+    });
+    floats[kLayerWords * kLocomotion + kLayerWeightWord] = 1;
+    if (part !== null) {
+      this.maskArm(controller, character, kind.layers.hands[part.hand]);
+    }
+    this.bindings.push(binding);
+    this.objects.push(controller, ...states.map(({ object }) => object));
+    this.layers.push(floats);
+    this.states.push(states.map((state) => state.floats));
+    this.batch[++this.batch[0]] = controller.id;
   }
 
   /** Brings all arms into the pose in which rest poses are taken. */

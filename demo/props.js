@@ -25,7 +25,8 @@ const kBindToBoneBatch = 7;
 const kGrip = [0.065, -0.03, 0];
 const kStick = [0.5, 0, Math.sqrt(0.75)];
 
-/** What one character carries.
+/**
+ * What one character carries.
  * @typedef {Object} Part
  * @property {number} prop index among those of the kind
  * @property {number} hand 0 for left, 1 for right
@@ -58,17 +59,17 @@ class PropBuilder {
     ];
   }
 
-  /** A body around the stick: rings of distance and radius. */
-  turned(rings, corners, part) {
-    const tube = rings.map(([along, radius]) => {
-      return { center: this.at(along), wide: radius, deep: radius, follows: [[0, 1]] };
+  /** A body around the stick: its radius at distances along. */
+  turned(corners, part, distances, radii) {
+    const tube = distances.map((along, i) => {
+      return { center: this.at(along), wide: radii[i], deep: radii[i], follows: [[0, 1]] };
     });
     this.mesh.tube(tube, [0, 1, 0], corners, part);
     return this;
   }
 
   /** A cloth in folds behind the stick, pointed at its end. */
-  cloth(from, to, length, part) {
+  cloth(part, from, to, length) {
     const columns = 6;
     const rows = [];
     for (let column = 0; column <= columns; ++column) {
@@ -96,17 +97,16 @@ const iron = [64, 66, 78];
 const makers = {
   torch: (builder) =>
     builder
-      .turned([[-0.16, 0.016], [0.26, 0.024]], 5, 0) // prettier-ignore
-      .turned([[0.22, 0.03], [0.3, 0.05]], 6, 1) // prettier-ignore
-      .turned([[0.28, 0.04], [0.36, 0.078], [0.46, 0.055], [0.6, 0.008]], 6, 2), // prettier-ignore
+      .turned(5, 0, [-0.16, 0.26], [0.016, 0.024])
+      .turned(6, 1, [0.22, 0.3], [0.03, 0.05])
+      .turned(6, 2, [0.28, 0.36, 0.46, 0.6], [0.04, 0.078, 0.055, 0.008]),
   lantern: (builder) =>
     builder
-      .turned([[-0.16, 0.014], [0.2, 0.016]], 5, 0) // prettier-ignore
-      .turned([[0.2, 0.085], [0.225, 0.085]], 6, 1) // prettier-ignore
-      .turned([[0.225, 0.06], [0.31, 0.085], [0.4, 0.06]], 6, 2) // prettier-ignore
-      .turned([[0.4, 0.09], [0.46, 0.02]], 6, 1), // prettier-ignore
-  flag: (builder) =>
-    builder.turned([[-0.3, 0.016], [0.82, 0.014]], 5, 0).cloth(0.46, 0.81, 0.6, 1), // prettier-ignore
+      .turned(5, 0, [-0.16, 0.2], [0.014, 0.016])
+      .turned(6, 1, [0.2, 0.225], [0.085, 0.085])
+      .turned(6, 2, [0.225, 0.31, 0.4], [0.06, 0.085, 0.06])
+      .turned(6, 1, [0.4, 0.46], [0.09, 0.02]),
+  flag: (builder) => builder.turned(5, 0, [-0.3, 0.82], [0.016, 0.014]).cloth(1, 0.46, 0.81, 0.6),
 };
 
 /**
