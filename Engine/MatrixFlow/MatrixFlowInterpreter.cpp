@@ -166,17 +166,20 @@ class Run {
     if (code != kMatrixFlowDone) {
       return code;
     }
-    float a[9];
-    float b[9];
-    float product[9];
-    std::memcpy(a, o.bytes[0], kMatrix3Bytes);
-    std::memcpy(b, o.bytes[1], kMatrix3Bytes);
+    __m128 a[3];
+    __m128 product[3];
     for (int c = 0; c < 3; ++c) {
-      for (int r = 0; r < 3; ++r) {
-        product[3 * c + r] = a[r] * b[3 * c] + a[3 + r] * b[3 * c + 1] + a[6 + r] * b[3 * c + 2];
-      }
+      a[c] = Load<12>(o.bytes[0] + 12 * c);
     }
-    std::memcpy(o.bytes[2], product, kMatrix3Bytes);
+    for (int c = 0; c < 3; ++c) {
+      const __m128 b = Load<12>(o.bytes[1] + 12 * c);
+      __m128 sum = _mm_mul_ps(a[0], _mm_shuffle_ps(b, b, _MM_SHUFFLE(0, 0, 0, 0)));
+      sum = _mm_add_ps(sum, _mm_mul_ps(a[1], _mm_shuffle_ps(b, b, _MM_SHUFFLE(1, 1, 1, 1))));
+      product[c] = _mm_add_ps(sum, _mm_mul_ps(a[2], _mm_shuffle_ps(b, b, _MM_SHUFFLE(2, 2, 2, 2))));
+    }
+    for (int c = 0; c < 3; ++c) {
+      Store<12>(product[c], o.bytes[2] + 12 * c);
+    }
     return kMatrixFlowDone;
   }
 
