@@ -5,6 +5,7 @@
 #ifndef NQ_ENGINE_ANIMATION_CLIPSAMPLING_H_
 #define NQ_ENGINE_ANIMATION_CLIPSAMPLING_H_
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -17,7 +18,7 @@ namespace nq::engine {
 // The curves of one target.
 struct ClipTrack {
   bool isQuaternion = false;  // a key of type kQuaternionW was stored
-  std::vector<ClipKey> channels[kClipChannels];
+  std::array<std::vector<ClipKey>, kClipChannels> channels;
 };
 
 // The value of one track at one moment.
