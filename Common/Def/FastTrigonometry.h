@@ -24,12 +24,12 @@ constexpr double kSeriesError = 9.094947017729282e-13;
 // Magnitudes for which the sine's series is good for that.
 constexpr float kMaxSeriesAngle = 1.6f;
 
-inline __m128d Twice(double value) {
+inline __m128d BothLanes(double value) {
   return _mm_set1_pd(value);
 }
 
 inline __m128d Linear(double c0, double c1, __m128d z) {
-  return _mm_add_pd(Twice(c0), _mm_mul_pd(Twice(c1), z));
+  return _mm_add_pd(BothLanes(c0), _mm_mul_pd(BothLanes(c1), z));
 }
 
 // Taylor's series to x^17, its terms by pairs, so that few wait for others (Estrin's scheme).
@@ -65,8 +65,8 @@ inline bool RoundsSurely(double value, float* out) {
 
 // Both lanes.
 inline bool RoundSurely(__m128d values, float* first, float* second) {
-  const __m128 low = _mm_cvtpd_ps(_mm_mul_pd(values, Twice(1.0 - kSeriesError)));
-  const __m128 high = _mm_cvtpd_ps(_mm_mul_pd(values, Twice(1.0 + kSeriesError)));
+  const __m128 low = _mm_cvtpd_ps(_mm_mul_pd(values, BothLanes(1.0 - kSeriesError)));
+  const __m128 high = _mm_cvtpd_ps(_mm_mul_pd(values, BothLanes(1.0 + kSeriesError)));
   float rounded[4];
   _mm_storeu_ps(rounded, low);
   *first = rounded[0];

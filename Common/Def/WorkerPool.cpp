@@ -12,7 +12,7 @@ namespace {
 // A waiter that sleeps on a processor of its own is woken through the kernel, which takes as long
 // as many a batch runs (up to 70 microseconds on virtual machines), so it gives its processor away
 // for a while first.
-constexpr std::chrono::microseconds kYieldBeforeSleep{500};
+constexpr std::chrono::microseconds kYieldBeforeSleep{100};
 
 }  // namespace
 
