@@ -8,6 +8,13 @@ const program = (name) => () => which(name) !== null;
 const header = (name) => () =>
   ['/usr/include', '/usr/local/include'].some((folder) => fs.existsSync(path.join(folder, name)));
 
+/** Whether clang brings the library that its fuzz targets are linked with. */
+function hasFuzzer() {
+  const folder = output('clang++', ['-print-resource-dir']);
+  const file = 'lib/linux/libclang_rt.fuzzer-x86_64.a';
+  return folder !== null && fs.existsSync(path.join(folder.trim(), file));
+}
+
 // Debian package, and how to tell that what it gives is there, from wherever it came.
 const packages = {
   build: [
@@ -24,7 +31,9 @@ const packages = {
     ['clang', program('clang++')],
     ['clang-tidy', program('clang-tidy')],
     ['clang-format', program('clang-format')],
+    ['libclang-rt-dev', hasFuzzer],
   ],
+  browser: [['chromium', program('chromium')]],
 };
 
 function installPackages(kinds) {
@@ -84,7 +93,7 @@ function installModules() {
 
 /**
  * Makes everything ready for the given kinds of work.
- * @param {...string} kinds any of build, test, bench, check
+ * @param {...string} kinds any of build, test, bench, check, browser
  */
 function setup(...kinds) {
   if (process.platform !== 'linux' || process.arch !== 'x64') {
