@@ -1,0 +1,50 @@
+'use strict';
+// node scripts/layouts.js: writes all that is generated from the description of layouts.
+const fs = require('fs');
+const path = require('path');
+const description = require('./layouts/description');
+const { renderDocument, renderFacts, renderScript, renderTypes } = require('./layouts/render');
+const { root } = require('./lib/run');
+const { nodeModule } = require('./lib/sources');
+
+/** A source in the house's form. */
+function inForm(text, parser) {
+  const prettier = require(nodeModule('prettier'));
+  const options = JSON.parse(fs.readFileSync(path.join(root, '.prettierrc.json'), 'utf8'));
+  return prettier.format(text, Object.assign({ parser }, options));
+}
+
+/**
+ * Generated files: path from the root, and what stands in it.
+ * @returns {Array<{file: string, text: string}>}
+ */
+function generatedLayouts() {
+  return [
+    { file: 'lib/layout.js', text: inForm(renderScript(description), 'babel') },
+    { file: 'types/layout.d.ts', text: inForm(renderTypes(description), 'typescript') },
+    { file: 'docs/layouts.md', text: renderDocument(description) },
+    { file: 'tests/native/Engine/LayoutFacts.inc', text: renderFacts(description) },
+  ];
+}
+
+/**
+ * Generated files that are not what the description gives.
+ * @returns {string[]} paths from the root
+ */
+function staleLayouts() {
+  return generatedLayouts()
+    .filter(({ file, text }) => {
+      const name = path.join(root, file);
+      return !fs.existsSync(name) || fs.readFileSync(name, 'utf8') !== text;
+    })
+    .map(({ file }) => file);
+}
+
+if (require.main === module) {
+  generatedLayouts().forEach(({ file, text }) => {
+    fs.mkdirSync(path.dirname(path.join(root, file)), { recursive: true });
+    fs.writeFileSync(path.join(root, file), text);
+  });
+}
+
+module.exports = { generatedLayouts, staleLayouts };

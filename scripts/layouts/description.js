@@ -1,0 +1,796 @@
+'use strict';
+// The one description of all bytes that script and native code share. From it come lib/layout.js,
+// types/layout.d.ts, docs/layouts.md and the facts of tests/native/Engine/LayoutsTest.cpp, which hold
+// it against the native headers: `node scripts/layouts.js` writes them anew.
+//
+// A record is fixed, with a `size`, or a block whose length depends on counts, its `parameters`. An
+// offset is a number, or a base and bytes for each of a count: { base: 4, count: 8 } is 4 + 8 × count.
+// A field is `count` elements (a number or a parameter) of a type or another record, `each` values
+// wide. Fields and what fills the gaps between them, marked `gap`, cover a record without holes.
+//
+// What a native header knows by another way than a field of `struct` is named by `native`: a constant,
+// or a function of the parameters that stand in the offset.
+
+const kWord = 'u32';
+const kFloat = 'f32';
+
+/** A word or more of 32 bits. */
+function word(name, offset, about, more) {
+  return Object.assign({ name, offset, type: kWord, about }, more);
+}
+
+/** A float or more. */
+function float(name, offset, about, more) {
+  return Object.assign({ name, offset, type: kFloat, about }, more);
+}
+
+const entityHeader = 'Engine/Entity/EntityRecord.h';
+const cullingHeader = 'Engine/Culling/CullingRecord.h';
+const animationHeader = 'Engine/Animation/AnimationRecord.h';
+const clipHeader = 'Engine/Animation/ClipFormat.h';
+const dirtyHeader = 'Engine/Entity/DirtyEntityList.h';
+const commandHeader = 'Engine/Entity/EntityCommands.h';
+const flowHeader = 'Engine/MatrixFlow/MatrixFlowCommand.h';
+const streamHeader = 'Common/Def/StreamReader.h';
+const handleHeader = 'Common/Def/Handle.h';
+
+const native = { by: 'native' };
+const both = { by: 'both' };
+
+const groups = [
+  {
+    title: 'Entities',
+    about:
+      'The `buffer` of an "EngineEntity". A fresh record is all zeros, its scale too. Element i of a batch stands at i × `size` and has the handle `id + i`.',
+    records: [
+      {
+        name: 'entity3D',
+        title: 'record of a 3D entity',
+        struct: 'Entity3DRecord',
+        header: entityHeader,
+        size: 108,
+        fields: [
+          {
+            name: 'rotationMode',
+            offset: 0,
+            type: 'u8',
+            about: '0: Euler angles; any other value: quaternion',
+          },
+          { name: 'unused', offset: 1, type: 'u8', count: 3, gap: true },
+          float('rotation', 4, 'Euler x, y, z in radians, or quaternion x, y, z, w', { count: 4 }),
+          float('position', 20, "x, y, z in the parent's space", { count: 3 }),
+          float('scale', 32, 'x, y, z', { count: 3 }),
+          float('worldMatrix', 44, 'column-major 4×4', Object.assign({ count: 16 }, native)),
+        ],
+      },
+      {
+        name: 'entity2D',
+        title: 'record of a 2D entity',
+        struct: 'Entity2DRecord',
+        header: entityHeader,
+        size: 56,
+        fields: [
+          float('rotation', 0, 'radians; a positive angle turns from y towards x'),
+          float('position', 4, "x, y in the parent's space", { count: 2 }),
+          float('scale', 12, 'x, y', { count: 2 }),
+          float(
+            'worldMatrix',
+            20,
+            'column-major 3×3: elements 0, 1, 3, 4, 5, 7, 12, 13, 15 of the 4×4 one',
+            Object.assign({ count: 9 }, native)
+          ),
+        ],
+      },
+      {
+        name: 'dirtyEntityList',
+        title: '`engine.dirtyEntities`',
+        header: dirtyHeader,
+        size: 49152,
+        sizeNative: 'kSharedListBytes',
+        fields: [
+          word('count', 0, 'entries, at most 12287; a refresh sets it to 0', both),
+          word('handles', 4, 'entities whose records were written, in order of appending', {
+            count: 12287,
+            countNative: 'kDirtyListCapacity',
+            by: 'both',
+          }),
+        ],
+      },
+      {
+        name: 'entityCommandStream',
+        title: '`engine.entityCommands`',
+        header: dirtyHeader,
+        size: 49152,
+        sizeNative: 'kSharedListBytes',
+        fields: [
+          word('length', 0, 'bytes of commands, at most 49148; a refresh sets it to 0', both),
+          word('commands', 4, 'each a number of `entityCommands` and its operands, back to back', {
+            count: 12287,
+            native: 'kStreamHeaderBytes',
+            nativeHeader: streamHeader,
+          }),
+        ],
+      },
+    ],
+  },
+  {
+    title: 'Culling',
+    about: '',
+    records: [
+      {
+        name: 'cullingObject',
+        title: 'record of a culling object',
+        about:
+          'The `buffer` of an "EngineComponent" of kind 1: object i stands at i × `size` and has the handle `id + i`.',
+        struct: 'CullingRecord',
+        header: cullingHeader,
+        size: 28,
+        fields: [
+          { name: 'enabled', offset: 0, type: 'u8', about: '0: the object takes no part' },
+          { name: 'unused', offset: 1, type: 'u8', count: 3, gap: true },
+          word('mask', 4, "layer bits; the object takes part where they meet the call's"),
+          float('center', 8, "x, y, z in the entity's space", { count: 3 }),
+          float('radius', 20, "in the entity's space"),
+          word('entity', 24, 'handle of a 3D entity'),
+        ],
+      },
+      {
+        name: 'cullingList',
+        title: 'last argument of a culling call: objects to test',
+        about: 'An `ArrayBuffer`, which may be longer than its list.',
+        parameters: ['count'],
+        fields: [
+          word('count', 0, 'at least 1'),
+          word('handles', 4, 'culling objects', { count: 'count' }),
+        ],
+      },
+      {
+        name: 'cullingResult',
+        title: '`engine.cullingResult`, written by the V2 methods',
+        about:
+          'Its room is that of `limits.cullingResultObjects` at first. The distances move with the count. The other methods answer by an object with buffers of their own: `objects` holds what stands here at `objects`, `distances` what stands here at `distances`, each from byte 0, and `hash` is a number.',
+        header: cullingHeader,
+        parameters: ['count'],
+        bytesNative: 'CullingResultBytes',
+        fields: [
+          word('hash', 0, 'checksum of the handles in their order', {
+            native: 'kCullingResultHashOffset',
+            by: 'native',
+          }),
+          word('count', 4, 'visible objects', {
+            native: 'kCullingResultCountOffset',
+            by: 'native',
+          }),
+          word('objects', 8, 'their handles, nearest first', {
+            count: 'count',
+            native: 'kCullingResultObjectsOffset',
+            by: 'native',
+          }),
+          float('distances', { base: 8, count: 4 }, 'depth of each along the view', {
+            count: 'count',
+            by: 'native',
+          }),
+        ],
+      },
+    ],
+  },
+  {
+    title: 'Animators and skinning',
+    about: '',
+    records: [
+      {
+        name: 'animator',
+        title: 'block of an animator',
+        about: 'The `buffer` of an "EngineComponent" of kind 2.',
+        header: animationHeader,
+        parameters: ['clipCount', 'entityCount'],
+        bytesNative: 'AnimatorBlockBytes',
+        fields: [
+          {
+            name: 'clips',
+            offset: 0,
+            of: 'animatorClip',
+            count: 'clipCount',
+            about: 'what plays',
+          },
+          word(
+            'targets',
+            { base: 0, clipCount: 12 },
+            'entities: target tables of all clips, end to end',
+            {
+              count: 'entityCount',
+              native: 'AnimatorTargetsOffset',
+            }
+          ),
+        ],
+      },
+      {
+        name: 'animatorClip',
+        title: 'clip of an animator',
+        struct: 'AnimatorClipRecord',
+        header: animationHeader,
+        size: 12,
+        fields: [
+          word('clipHandle', 0, 'a living clip, whatever its weight'),
+          float('time', 4, "frames; wraps at the clip's length"),
+          float('weight', 8, 'takes part if 0 < weight <= 1'),
+        ],
+      },
+      {
+        name: 'skinning',
+        title: 'block of a skinning component',
+        about:
+          'The `buffer` of an "EngineComponent" of kind 3. The bones of a component are all 3D or all 2D.',
+        header: animationHeader,
+        parameters: ['count'],
+        bytesNative: 'SkinningBlockBytes',
+        constants: [
+          {
+            name: 'stride3D',
+            value: 64,
+            about: 'bytes from one result to the next where bones are 3D: 16 floats, column-major',
+            native: 'kSkinningStride3D',
+          },
+          {
+            name: 'stride2D',
+            value: 36,
+            about: 'the same where bones are 2D: 9 floats, as `worldMatrix` of `entity2D`',
+            native: 'kSkinningStride2D',
+          },
+        ],
+        fields: [
+          word('bonesModel', 0, 'inverse bind matrices'),
+          word('indices', 4, 'number of the matrix of each bone', {
+            count: 'count',
+            native: 'kSkinningIndicesOffset',
+          }),
+          word('entities', { base: 4, count: 4 }, 'entity of each bone', {
+            count: 'count',
+            native: 'SkinningEntitiesOffset',
+          }),
+          float(
+            'results',
+            { base: 4, count: 8 },
+            'world matrix × inverse bind matrix of each bone',
+            {
+              each: 16,
+              count: 'count',
+              native: 'SkinningResultsOffset',
+              by: 'native',
+            }
+          ),
+        ],
+      },
+      {
+        name: 'inverseBindMatrices',
+        title: 'bytes of `createDataModel(2, …)`',
+        parameters: ['count'],
+        constants: [{ name: 'stride', value: 64, about: 'bytes from one matrix to the next' }],
+        fields: [float('matrices', 0, 'column-major 4×4 each', { each: 16, count: 'count' })],
+      },
+    ],
+  },
+  {
+    title: 'Controllers',
+    about: '',
+    records: [
+      {
+        name: 'controller',
+        title: 'block of a controller',
+        about: 'The `buffer` of an "EngineAnimatorControllerModel".',
+        header: animationHeader,
+        parameters: ['layerCount'],
+        bytesNative: 'ControllerBlockBytes',
+        fields: [
+          word('bindingHandle', 0, 'a binding, or `handles.none`'),
+          {
+            name: 'layers',
+            offset: 4,
+            of: 'controllerLayer',
+            count: 'layerCount',
+            about: 'from the base up',
+            native: 'kControllerLayersOffset',
+          },
+        ],
+      },
+      {
+        name: 'controllerLayer',
+        title: 'layer of a controller',
+        struct: 'ControllerLayerRecord',
+        header: animationHeader,
+        size: 12,
+        fields: [
+          word('blendMode', 0, 'one of `layerBlendModes`'),
+          float('weight', 4, 'of the layer'),
+          word('firstState', 8, 'first state of the chain, or `handles.none`: off'),
+        ],
+      },
+      {
+        name: 'controllerState',
+        title: 'block of a state',
+        about: 'The `buffer` of an "EngineAnimatorControllerStateModel".',
+        struct: 'ControllerStateRecord',
+        header: animationHeader,
+        parameters: ['clipCount'],
+        bytesNative: 'ControllerStateBlockBytes',
+        fields: [
+          float('weight', 0, 'in its layer; 0 skips the state'),
+          float('fillDefaults', 4, 'any value but 0 brings in rest poses'),
+          word('nextState', 8, 'next state of the chain; one that there is not ends it'),
+          {
+            name: 'clips',
+            offset: 12,
+            of: 'controllerClip',
+            count: 'clipCount',
+            about: 'what plays',
+            native: 'sizeof(ControllerStateRecord)',
+          },
+        ],
+      },
+      {
+        name: 'controllerClip',
+        title: 'clip of a state',
+        struct: 'ControllerClipRecord',
+        header: animationHeader,
+        size: 20,
+        fields: [
+          word('clipHandle', 0, 'a clip'),
+          float('time', 4, 'frames'),
+          float('weight', 8, '0 skips the clip'),
+          word('referenceClip', 12, 'additive layers: the clip whose pose is taken away'),
+          float('referenceTime', 16, 'additive layers: its frame'),
+        ],
+      },
+      {
+        name: 'controllerMask',
+        title: 'entry of the bytes that `setMaskAtIndex` reads',
+        about: 'Entry i stands at i × `size` from the byte offset of the call.',
+        struct: 'ControllerMaskRecord',
+        header: animationHeader,
+        size: 8,
+        fields: [
+          word('entity', 0, 'handle'),
+          float('weight', 4, '0 keeps the layer off the entity'),
+        ],
+      },
+      {
+        name: 'targetLists',
+        title: 'lists that `createAnimationClipBinding` and `updateBinding` read',
+        about: 'From the byte offset of the call, a multiple of 4 where a view writes them.',
+        parameters: ['clipCount', 'targetWords'],
+        fields: [
+          word('clips', 0, 'handles of clips', { count: 'clipCount' }),
+          word('groups', { base: 0, clipCount: 4 }, 'a `targetGroup` for each clip, back to back', {
+            count: 'targetWords',
+          }),
+        ],
+      },
+      {
+        name: 'targetGroup',
+        title: 'list of one clip',
+        parameters: ['count'],
+        fields: [
+          word('count', 0, 'entries'),
+          word('entities', 4, 'what target k of the clip moves, or `handles.none`', {
+            count: 'count',
+          }),
+        ],
+      },
+      {
+        name: 'batchList',
+        title:
+          'argument of `updateAnimators`, `updateAnimatorControllers`, `updateSkinningMatrices`',
+        about: 'An `ArrayBuffer` or a view.',
+        parameters: ['count'],
+        fields: [
+          word('count', 0, 'handles'),
+          word('handles', 4, 'what to update', { count: 'count' }),
+        ],
+      },
+    ],
+  },
+  {
+    title: 'Clips',
+    about: 'The bytes of `createDataModel(1, …)`, which `buildClip` of `lib/clip.js` writes.',
+    records: [
+      {
+        name: 'clip',
+        title: 'bytes of a clip',
+        header: clipHeader,
+        parameters: ['curveCount', 'keyCount'],
+        fields: [
+          { name: 'header', offset: 0, of: 'clipHeader', count: 1, about: 'how much there is' },
+          {
+            name: 'curves',
+            offset: 16,
+            of: 'clipCurve',
+            count: 'curveCount',
+            about: 'what moves',
+            native: 'sizeof(ClipHeader)',
+          },
+          {
+            name: 'keys',
+            offset: { base: 16, curveCount: 12 },
+            of: 'clipKey',
+            count: 'keyCount',
+            about: 'keys of all curves, in the order of the curves',
+          },
+        ],
+      },
+      {
+        name: 'clipHeader',
+        title: 'head of a clip',
+        struct: 'ClipHeader',
+        header: clipHeader,
+        size: 16,
+        fields: [
+          word('keyDataOffset', 0, 'bytes from the start to the first key: 16 + 12 × curves'),
+          float('framesPerSecond', 4, 'a whole number: a fraction is dropped'),
+          word('frameCount', 8, 'frames after which sampling starts again'),
+          word('curveCount', 12, 'curves'),
+        ],
+      },
+      {
+        name: 'clipCurve',
+        title: 'curve of a clip',
+        struct: 'ClipCurve',
+        header: clipHeader,
+        size: 12,
+        fields: [
+          word('targetIndex', 0, 'from 0, without gaps'),
+          word('sampleType', 4, 'one of `sampleTypes`'),
+          word('keyCount', 8, 'keys, may be 0'),
+        ],
+      },
+      {
+        name: 'clipKey',
+        title: 'key of a curve',
+        struct: 'ClipKey',
+        header: clipHeader,
+        size: 16,
+        fields: [
+          word('frame', 0, 'ascending within a curve'),
+          float('value', 4, 'the value there'),
+          float('inTangent', 8, 'slope arriving at the key, in value units a second'),
+          float('outTangent', 12, 'slope leaving it; infinite for a step'),
+        ],
+      },
+    ],
+  },
+  {
+    title: 'MatrixFlow',
+    about: '',
+    records: [
+      {
+        name: 'matrixFlowStream',
+        title: '`buffer` of a command buffer',
+        header: streamHeader,
+        parameters: ['length'],
+        fields: [
+          word('length', 0, 'bytes of commands'),
+          {
+            name: 'commands',
+            offset: 4,
+            type: 'u8',
+            count: 'length',
+            about: 'each a type of `matrixFlowCommands` (i32) and its operand words, back to back',
+            native: 'kStreamHeaderBytes',
+          },
+        ],
+      },
+      {
+        name: 'matrixFlowOperand',
+        title: 'operand of a command',
+        size: 8,
+        fields: [
+          word('memoryID', 0, 'of a block that script shares with native code'),
+          word('offset', 4, 'bytes into it, of any alignment'),
+        ],
+      },
+    ],
+  },
+  {
+    title: 'Arguments of culling calls',
+    about: 'Not bytes but positions in a call; `required` counts those that a call must have.',
+    unit: 'argument',
+    records: [
+      {
+        name: 'frustumCullingArguments',
+        title: 'of `frustumCulling`, `cullWithCamera`, `frustumCullingV2`',
+        size: 14,
+        fields: [
+          { name: 'mask', offset: 0, about: 'layer bits' },
+          { name: 'eye', offset: 1, count: 3, about: 'x, y, z' },
+          { name: 'target', offset: 4, count: 3, about: 'x, y, z' },
+          { name: 'up', offset: 7, count: 3, about: 'x, y, z; not along the view' },
+          { name: 'fov', offset: 10, about: 'vertical whole angle in radians' },
+          { name: 'aspect', offset: 11, about: 'width over height' },
+          { name: 'near', offset: 12, about: 'distance along the view' },
+          { name: 'far', offset: 13, about: 'distance along the view' },
+          { name: 'list', offset: 14, optional: true, about: 'optional: a `cullingList`' },
+        ],
+      },
+      {
+        name: 'orthoCullingArguments',
+        title: 'of `orthoCulling`, `orthoCullingV2`',
+        size: 16,
+        fields: [
+          { name: 'mask', offset: 0, about: 'layer bits' },
+          { name: 'eye', offset: 1, count: 3, about: 'x, y, z' },
+          { name: 'target', offset: 4, count: 3, about: 'x, y, z' },
+          { name: 'up', offset: 7, count: 3, about: 'x, y, z; not along the view' },
+          { name: 'left', offset: 10, about: "from the camera's axis, usually negative" },
+          { name: 'right', offset: 11, about: "from the camera's axis" },
+          { name: 'bottom', offset: 12, about: "from the camera's axis, usually negative" },
+          { name: 'top', offset: 13, about: "from the camera's axis" },
+          { name: 'near', offset: 14, about: 'distance along the view' },
+          { name: 'far', offset: 15, about: 'distance along the view' },
+          { name: 'list', offset: 16, optional: true, about: 'optional: a `cullingList`' },
+        ],
+      },
+    ],
+  },
+];
+
+/** Values of an enumeration from pairs of name and value, with what they mean. */
+function values(rows) {
+  return rows.map(([name, value, about]) => ({ name, value, about }));
+}
+
+/** A family of MatrixFlow commands. */
+function family(name, first, operations) {
+  return operations.map((operation, i) => [`${name}${operation}`, first + i]);
+}
+
+const kArithmetic = ['Copy', 'Add', 'Sub', 'Mul', 'Div'];
+
+// `native` names an enumerator, with the name of the value for {}.
+const enums = [
+  {
+    name: 'rotationModes',
+    title: '`rotationMode` of a 3D entity',
+    values: values([
+      ['euler', 0, 'rotation x, y, z are angles'],
+      ['quaternion', 1, 'rotation is a quaternion; so it is for any other value but 0'],
+    ]),
+  },
+  {
+    name: 'componentKinds',
+    title: 'first argument of `createComponent`',
+    values: values([
+      ['culling', 1, 'a batch of culling objects'],
+      ['animator', 2, 'an animator'],
+      ['skinning', 3, 'a skinning component'],
+    ]),
+  },
+  {
+    name: 'dataModelKinds',
+    title: 'first argument of `createDataModel`',
+    values: values([
+      ['clip', 1, 'an animation clip'],
+      ['bones', 2, 'inverse bind matrices'],
+    ]),
+  },
+  {
+    name: 'layerBlendModes',
+    title: '`blendMode` of a controller layer',
+    header: animationHeader,
+    values: [
+      { name: 'override', value: 0, about: 'replaces layers below', native: 'kOverrideLayer' },
+      { name: 'additive', value: 1, about: 'adds to layers below', native: 'kAdditiveLayer' },
+      { name: 'off', value: 2, about: 'takes no part; so does any larger number' },
+    ],
+  },
+  {
+    name: 'removedModes',
+    title: '`removedMode` of `updateBinding`: rest poses of entities that leave',
+    values: values([
+      ['keep', 0, 'stay known'],
+      ['forget', 1, 'are dropped'],
+      ['restoreAndKeep', 2, 'are written to the records, and stay known'],
+      ['restoreAndForget', 3, 'are written to the records, and dropped'],
+    ]),
+  },
+  {
+    name: 'keptModes',
+    title: '`keptMode` of `updateBinding`: rest poses of entities that stay',
+    values: values([
+      ['keep', 0, 'stay as they are'],
+      ['retake', 1, 'are taken anew from the records'],
+      ['restoreAndKeep', 2, 'are written to the records, and stay as they are'],
+      ['restoreAndRetake', 3, 'are taken anew; then the old ones are written to the records'],
+    ]),
+  },
+  {
+    name: 'addedModes',
+    title: '`addedMode` of `updateBinding`, and `mode` of `createAnimationClipBinding`',
+    values: values([
+      ['none', 0, 'entities that come have no rest pose: controllers pass them over'],
+      ['take', 1, 'rest poses are taken from the records'],
+    ]),
+  },
+  {
+    name: 'sampleTypes',
+    title: 'what a curve of a clip drives',
+    header: clipHeader,
+    native: 'k{}',
+    values: values([
+      ['PositionX', 1],
+      ['PositionY', 2],
+      ['PositionZ', 3],
+      ['ScaleX', 4],
+      ['ScaleY', 5],
+      ['ScaleZ', 6],
+      ['EulerX', 7],
+      ['EulerY', 8],
+      ['EulerZ', 9],
+      ['QuaternionW', 10],
+      ['QuaternionX', 11],
+      ['QuaternionY', 12],
+      ['QuaternionZ', 13],
+    ]),
+  },
+  {
+    name: 'clipChannels',
+    title: 'channels of a sampled target, in their order',
+    about: 'Euler angles share the first three of the rotation.',
+    header: clipHeader,
+    values: [
+      { name: 'positionX', value: 0 },
+      { name: 'positionY', value: 1 },
+      { name: 'positionZ', value: 2 },
+      { name: 'scaleX', value: 3, native: 'kScaleChannel' },
+      { name: 'scaleY', value: 4 },
+      { name: 'scaleZ', value: 5 },
+      { name: 'rotationX', value: 6, native: 'kRotationChannel' },
+      { name: 'rotationY', value: 7 },
+      { name: 'rotationZ', value: 8 },
+      { name: 'rotationW', value: 9, native: 'kRotationWChannel' },
+    ],
+  },
+  {
+    name: 'entityCommands',
+    title: 'commands of `entityCommandStream`, with their operands',
+    header: commandHeader,
+    native: 'EntityCommand::k{}',
+    values: values([
+      ['addRoot', 1, 'handle'],
+      ['addChild', 2, 'parent, child'],
+      ['insertChild', 3, 'parent, child, index'],
+      ['removeFromParent', 4, 'handle'],
+      ['resetSubtree', 5, 'handle'],
+      ['bindToBone', 6, 'entity, bone'],
+      ['bindToBoneBatch', 7, 'n, n entities, n bones'],
+      ['unbindFromBone', 8, 'handle'],
+      ['unbindFromBoneBatch', 9, 'n, n handles'],
+      ['activate', 10, 'handle'],
+      ['deactivate', 11, 'handle'],
+    ]),
+  },
+  {
+    name: 'matrixFlowCommands',
+    title: 'commands of `matrixFlowStream`',
+    about: 'Their operands are told in [MatrixFlow](matrixflow.md).',
+    header: flowHeader,
+    native: 'MatrixFlowCommand::k{}',
+    values: values([
+      ['call', 1],
+      ...family('scalar', 1000, kArithmetic),
+      ...family('vector2', 2000, kArithmetic),
+      ...family('vector3', 3000, kArithmetic),
+      ...family('vector4', 4000, kArithmetic),
+      ...family('matrix3', 5000, ['Copy', 'Add', 'Sub', 'Mul']),
+      ...family('matrix4', 6000, ['Copy', 'Add', 'Sub', 'Mul', 'Invert']),
+      ['bulkCopy', 9000],
+    ]),
+  },
+  {
+    name: 'matrixFlowResults',
+    title: 'what `execute` of a command buffer returns',
+    header: flowHeader,
+    native: 'kMatrixFlow{}',
+    values: values([
+      ['done', 0, 'the stream ran to its end'],
+      ['noBuffer', 1, 'the handle names none'],
+      ['cutOff', 2, 'the stream ends inside a command'],
+      ['unknownCommand', 3, 'no command has this type'],
+      ['outOfBlock', 4, 'an operand does not fit its block, or there is no such block'],
+      ['divisorTooSmall', 5, 'of a scalar division'],
+    ]),
+  },
+];
+
+/** Numbers that are no offsets. */
+const limits = [
+  {
+    name: 'batch',
+    value: 4095,
+    about: 'entities, or culling objects, in a batch',
+    native: 'kMaxBatchCount',
+    header: handleHeader,
+  },
+  {
+    name: 'slots',
+    value: 1048575,
+    about: 'batches, or objects of any other kind, alive at once',
+    native: 'kHandleSlotLimit - 1',
+    header: handleHeader,
+  },
+  {
+    name: 'freeSlots',
+    value: 4096,
+    about: 'released slots of a kind that are remembered for reuse',
+    native: 'kFreeStackCapacity',
+    header: 'Common/Def/HandlerAllocator.h',
+  },
+  {
+    name: 'dirtyEntities',
+    value: 12287,
+    about: 'entries of `dirtyEntityList`',
+    native: 'kDirtyListCapacity',
+    header: dirtyHeader,
+  },
+  {
+    name: 'commandBytes',
+    value: 49148,
+    about: 'bytes of commands behind the length of `entityCommandStream`',
+    native: 'kSharedListBytes - kStreamHeaderBytes',
+    header: dirtyHeader,
+  },
+  {
+    name: 'cullingResultObjects',
+    value: 1000,
+    about: 'objects that `cullingResult` has room for at the start',
+    native: 'kCullingResultCapacity',
+    header: cullingHeader,
+  },
+  {
+    name: 'cullingResultSlack',
+    value: 480,
+    about: 'room beyond the need that it gains when it grows',
+    native: 'kCullingResultSlack',
+    header: cullingHeader,
+  },
+  {
+    name: 'wholeFrames',
+    value: 16777216,
+    about: 'frames of a time up to which a float counts single ones',
+  },
+  {
+    name: 'threads',
+    value: 4,
+    about: 'worker threads of an engine',
+    native: 'kFirstPoolThreads',
+    header: 'Common/Def/EngineRuntime.h',
+  },
+];
+
+/** How a handle is made up. */
+const handles = {
+  title: 'parts of a handle',
+  values: [
+    {
+      name: 'elementBits',
+      value: 12,
+      about: 'bits of the position in a batch; the slot stands above',
+      native: 'kHandleElementBits',
+      header: handleHeader,
+    },
+    {
+      name: 'elementMask',
+      value: 4095,
+      about: 'position in a batch',
+      native: 'kHandleElementMask',
+      header: handleHeader,
+    },
+    {
+      name: 'none',
+      value: 4294967295,
+      about: 'names nothing: no binding, no state, a target without an entity',
+      native: 'kNoHandle',
+      header: animationHeader,
+    },
+  ],
+};
+
+module.exports = { groups, enums, limits, handles };
