@@ -220,6 +220,12 @@ class Crowd {
     this.dirtyList[++this.dirtyList[0]] = this.handles[entity];
   }
 
+  /** Lets `animate` and `skin` go over the first characters alone. */
+  enable(count) {
+    this.players.batch[0] = count;
+    this.skinBatch[0] = count;
+  }
+
   /** Samples and blends the clips of all characters into their entities. */
   animate() {
     this.players.animate();

@@ -105,6 +105,25 @@ class CrowdCulling {
     return { handles: this.result.slice(kObjectsWord, end), hash: this.result[kHashWord] };
   }
 
+  /** The character that an object is around. */
+  characterOf(handle) {
+    const element = handle & kElementMask;
+    return this.firstOf.get(handle - element) + element;
+  }
+
+  /**
+   * Lets the first characters take part, and the others not.
+   * @param {number} count
+   */
+  enable(count) {
+    this.batches.forEach((batch, index) => {
+      const bytes = new Uint8Array(batch.buffer);
+      for (let at = 0, i = index * kBatchCapacity; at < bytes.length; at += kRecordBytes, ++i) {
+        bytes[at] = i < count ? 1 : 0;
+      }
+    });
+  }
+
   /**
    * Which characters a camera saw.
    * @param {View} view
@@ -113,8 +132,7 @@ class CrowdCulling {
   visible(view) {
     const marks = new Uint8Array(this.count);
     for (const handle of view.handles) {
-      const element = handle & kElementMask;
-      marks[this.firstOf.get(handle - element) + element] = 1;
+      marks[this.characterOf(handle)] = 1;
     }
     return marks;
   }

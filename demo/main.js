@@ -5,7 +5,7 @@ const path = require('path');
 const { createFigure } = require('./figure');
 const { loadModel } = require('./model');
 const { loadNativeModule } = require('./native-module');
-const { help, parseOptions } = require('./options');
+const { checkSize, help, parseOptions } = require('./options');
 const { MomentRecorder } = require('./moments');
 const { drawPicture, savePicture } = require('./picture');
 const { createProgress, formatTables } = require('./report');
@@ -15,9 +15,6 @@ const { UserError, fileTrouble, oneLine } = require('./user-error');
 /** Exit code for what the person at the keyboard can put right. */
 const kUserErrorCode = 2;
 
-/** Entities of a whole crowd: some 200 MB of memory. */
-const kMostEntities = 500000;
-
 /** Makes the folder for the picture ahead of the run, which would else be in vain. */
 function prepareFolder(folder) {
   try {
@@ -26,16 +23,6 @@ function prepareFolder(folder) {
   } catch (error) {
     const trouble = fileTrouble(error);
     throw new UserError(`folder '${folder}' can't be used, ${trouble}: choose another --out.`);
-  }
-}
-
-/** Throws unless a crowd fits into memory. */
-function checkSize({ name, nodes }, characters) {
-  const most = Math.floor(kMostEntities / nodes.length);
-  if (characters > most) {
-    const trouble = `${characters} of '${name}' with ${nodes.length} nodes each are too many`;
-    const cure = most > 0 ? `give --characters up to ${most}` : 'choose a smaller model';
-    throw new UserError(`${trouble}: ${cure}.`);
   }
 }
 

@@ -24,22 +24,24 @@ Examples:
 `;
 
 const defaults = { model: null, characters: null, frames: 300, seed: 1, out: 'out', help: false };
-const names = ['model', 'characters', 'frames', 'seed', 'out'];
 const limits = { characters: [1, 2000], frames: [1, 100000], seed: [0, 0xffffffff] };
 
 /** How many characters there are unless the command line says so. */
 const kFigures = 500;
 const kInstances = 24;
 
+/** Entities of a whole crowd: some 200 MB of memory. */
+const kMostEntities = 500000;
+
 /**
- * A whole number within the option's limits.
+ * A whole number within an option's limits.
  * @param {string} name of the option, without dashes
  * @param {string} text
+ * @param {number[]} limits the least and the most
  * @returns {number}
  */
-function parseCount(name, text) {
+function parseCount(name, text, [least, most]) {
   const value = /^\d+$/.test(text) ? Number(text) : NaN;
-  const [least, most] = limits[name];
   if (!(value >= least && value <= most)) {
     throw new UserError(`--${name} is '${text}': give a whole number from ${least} to ${most}.`);
   }
@@ -47,14 +49,16 @@ function parseCount(name, text) {
 }
 
 /**
- * Reads the arguments behind the script's name; `--name value` and `--name=value` are the same.
+ * Reads the arguments behind a script's name; `--name value` and `--name=value` are the same.
  * @param {string[]} args
- * @returns {{model: ?string, characters: number, frames: number, seed: number, out: string,
- *     help: boolean}}
+ * @param {Object} values of all options unless the arguments say otherwise; `help` among them
+ * @param {Object<string, number[]>} ranges of the options that are whole numbers
+ * @returns {Object} values
  * @throws {UserError}
  */
-function parseOptions(args) {
-  const options = Object.assign({}, defaults);
+function readArguments(args, values, ranges) {
+  const options = Object.assign({}, values);
+  const names = Object.keys(values).filter((name) => name !== 'help');
   for (let i = 0; i < args.length; ++i) {
     if (args[i] === '--help' || args[i] === '-h') {
       options.help = true;
@@ -68,12 +72,39 @@ function parseOptions(args) {
     if (value === undefined || value === '' || (inline === undefined && value.startsWith('--'))) {
       throw new UserError(`--${name} has no value: write it behind, as in '--${name} VALUE'.`);
     }
-    options[name] = name in limits ? parseCount(name, value) : value;
-  }
-  if (options.characters === null) {
-    options.characters = options.model === null ? kFigures : kInstances;
+    options[name] = name in ranges ? parseCount(name, value, ranges[name]) : value;
   }
   return options;
 }
 
-module.exports = { help, parseOptions };
+/** Throws unless a crowd fits into memory. */
+function checkSize({ name, nodes }, characters) {
+  const most = Math.floor(kMostEntities / nodes.length);
+  if (characters > most) {
+    const trouble = `${characters} of '${name}' with ${nodes.length} nodes each are too many`;
+    const cure = most > 0 ? `give --characters up to ${most}` : 'choose a smaller model';
+    throw new UserError(`${trouble}: ${cure}.`);
+  }
+}
+
+/** How many characters there are unless the command line says so. */
+function usualCount(model) {
+  return model === null ? kFigures : kInstances;
+}
+
+/**
+ * The options of the demo.
+ * @param {string[]} args
+ * @returns {{model: ?string, characters: number, frames: number, seed: number, out: string,
+ *     help: boolean}}
+ * @throws {UserError}
+ */
+function parseOptions(args) {
+  const options = readArguments(args, defaults, limits);
+  if (options.characters === null) {
+    options.characters = usualCount(options.model);
+  }
+  return options;
+}
+
+module.exports = { checkSize, help, limits, parseOptions, readArguments, usualCount };

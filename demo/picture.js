@@ -591,4 +591,7 @@ function savePicture(raster, file) {
   }
 }
 
-module.exports = { CharacterPainter, clipColors, drawPicture, savePicture };
+/** What characters are coloured by; red, green, blue to 255. */
+const palettes = Object.freeze({ clips: clipColors, plain: kPlainColor, skins, hairs });
+
+module.exports = { CharacterPainter, clipColors, drawPicture, palettes, savePicture };

@@ -163,11 +163,12 @@ class Stage {
   /**
    * One frame.
    * @param {Object<string, number>} milliseconds of each stage, written
+   * @param {number} [seconds] of scene time since the last one
    */
-  frame(milliseconds) {
+  frame(milliseconds, seconds = kFrameSeconds) {
     const { crowd, plan, culling } = this;
     const start = performance.now();
-    plan.advance(kFrameSeconds);
+    plan.advance(seconds);
     plan.writeClips(crowd);
     const written = performance.now();
     crowd.animate();
