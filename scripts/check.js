@@ -94,6 +94,16 @@ const checks = {
     },
   },
 
+  // What npm packs: exactly the files that belong there, and it runs where it is installed.
+  package: {
+    needs: ['build'],
+    run() {
+      build('release', {}, ['nq_logic']);
+      const mocha = nodeModule('mocha/bin/mocha');
+      return status(host, [mocha, '--timeout=120000', 'tests/package/package.test.js']) === 0;
+    },
+  },
+
   // Every benchmark once, on a tiny budget, so that none rots.
   bench: {
     needs: ['build', 'bench'],

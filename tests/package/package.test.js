@@ -1,0 +1,174 @@
+'use strict';
+// The npm package: what it holds, that it installs with nothing at hand, and that it runs.
+const assert = require('assert');
+const childProcess = require('child_process');
+const fs = require('fs');
+const os = require('os');
+const path = require('path');
+const { host, modulePath } = require('../../scripts/lib/build');
+const {
+  abi,
+  expectedFiles,
+  packedFiles,
+  placePrebuild,
+  prebuild,
+  removeFolder,
+} = require('../../scripts/lib/package');
+const { output, root } = require('../../scripts/lib/run');
+const { newerNode, runNpm } = require('./npm');
+
+let folder;
+let project;
+let tarball;
+
+/** Names of the symbols that nm prints. */
+function symbolsOf(module, ...options) {
+  const table = output('nm', [...options, '--format=posix', module]);
+  return table.split('\n').map((line) => line.split(' ')[0]);
+}
+
+function succeed(result) {
+  assert.strictEqual(result.status, 0, `${result.stdout}${result.stderr}`);
+  return result;
+}
+
+before(() => {
+  folder = fs.mkdtempSync(path.join(os.tmpdir(), 'nq-package-'));
+  const cache = path.join(folder, 'cache');
+  // The module has been built: see the check named package.
+  succeed(runNpm(root, cache, ['pack', `--pack-destination=${folder}`], { NQ_PACK_BUILD: '0' }));
+  const [name] = fs.readdirSync(folder).filter((file) => file.endsWith('.tgz'));
+  tarball = path.join(folder, name);
+  project = path.join(folder, 'project');
+  fs.mkdirSync(project);
+  fs.writeFileSync(path.join(project, 'package.json'), '{ "private": true }');
+  succeed(runNpm(project, cache, ['install', tarball]));
+});
+
+after(() => {
+  removeFolder(folder);
+});
+
+describe('package', () => {
+  it('holds exactly what it is meant to hold', () => {
+    assert.deepStrictEqual(packedFiles(tarball), expectedFiles());
+  });
+
+  it('holds nothing of the workshop', () => {
+    const workshop = /^(\.|build|bench|tests|scripts|cmake|node_modules|out|Common|Engine)|test/;
+    assert.deepStrictEqual(
+      packedFiles(tarball).filter((file) => workshop.test(file)),
+      []
+    );
+  });
+
+  it('names files that it holds, and asks for nothing', () => {
+    const files = packedFiles(tarball);
+    const installed = path.join(project, 'node_modules', 'nq_logic', 'package.json');
+    const description = JSON.parse(fs.readFileSync(installed, 'utf8'));
+    assert(files.includes(description.main), description.main);
+    assert(files.includes(description.types), description.types);
+    assert.strictEqual(description.dependencies, undefined);
+    const scripts = Object.keys(description.scripts);
+    const onInstall = /^(pre|post)?(install|prepare)$/;
+    assert.deepStrictEqual(
+      scripts.filter((name) => onInstall.test(name)),
+      []
+    );
+    const peers = Object.keys(description.peerDependencies);
+    assert.deepStrictEqual(
+      peers.filter((name) => !description.peerDependenciesMeta[name].optional),
+      []
+    );
+  });
+
+  it('brings nothing else along', () => {
+    const names = fs.readdirSync(path.join(project, 'node_modules'));
+    assert.deepStrictEqual(
+      names.filter((name) => !name.startsWith('.')),
+      ['nq_logic']
+    );
+  });
+
+  it('has the release module under the name of its ABI, without symbols for debuggers', () => {
+    const file = path.join(project, 'node_modules', 'nq_logic', prebuild);
+    assert.strictEqual(path.basename(file), `node.abi${abi}.node`);
+    assert(symbolsOf(file, '-D').includes(`node_register_module_v${abi}`));
+    assert.deepStrictEqual(symbolsOf(file), ['']);
+    assert(symbolsOf(modulePath).length > 100);
+  });
+
+  it('links to documents and examples that it holds', () => {
+    const files = packedFiles(tarball);
+    const documents = files.filter((file) => file.endsWith('.md'));
+    assert(documents.length > 10);
+    const missing = [];
+    for (const file of documents) {
+      const text = fs.readFileSync(path.join(root, file), 'utf8');
+      for (const [, link] of text.matchAll(/\]\(([^)#\s]+)[^)]*\)/g)) {
+        const target = path.posix.join(path.posix.dirname(file), link);
+        if (!/^\w+:/.test(link) && !files.includes(target)) {
+          missing.push(`${file}: ${link}`);
+        }
+      }
+    }
+    assert.deepStrictEqual(missing, []);
+  });
+});
+
+describe('an installed package', () => {
+  /** Runs a script in the project, with no program within reach. */
+  function runInProject(program, ...args) {
+    const options = { cwd: project, encoding: 'utf8', env: { PATH: '' } };
+    return childProcess.spawnSync(program, args, options);
+  }
+
+  it('runs on the host with no compiler', () => {
+    fs.copyFileSync(path.join(__dirname, 'smoke.js'), path.join(project, 'smoke.js'));
+    const { stdout } = succeed(runInProject(host, 'smoke.js'));
+    assert.strictEqual(stdout, 'all well\n');
+  });
+
+  it('runs its examples', () => {
+    const example = path.join('node_modules', 'nq_logic', 'examples', '01-hello.js');
+    const { stdout } = succeed(runInProject(host, example));
+    const expected = path.join(root, 'examples', 'expected', '01-hello.txt');
+    assert.strictEqual(stdout, fs.readFileSync(expected, 'utf8'));
+  });
+
+  it('tells another Node what it needs', function () {
+    const node = newerNode();
+    if (node === null) {
+      this.skip();
+    }
+    const result = runInProject(node, '-e', "require('nq_logic').getEngine()");
+    assert.strictEqual(result.status, 1);
+    assert(result.stderr.includes(`the module needs ABI ${abi}, which is Node 12`), result.stderr);
+  });
+});
+
+describe('placePrebuild', () => {
+  it('says that there is no build', () => {
+    const missing = path.join(folder, 'none.node');
+    assert.throws(() => placePrebuild(missing, folder), {
+      message: `there is no module ${missing}: build it by 'npm run build'.`,
+    });
+  });
+
+  it('refuses what is no module of the ABI, and leaves what is there', () => {
+    const target = path.join(folder, 'kept');
+    fs.mkdirSync(path.join(target, 'prebuilds'), { recursive: true });
+    assert.throws(() => placePrebuild(process.execPath, target), /is no module of ABI 72: build/);
+    assert.throws(() => placePrebuild(__filename, target), /is no module of ABI 72: build/);
+    assert(fs.existsSync(path.join(target, 'prebuilds')));
+  });
+
+  it('leaves no earlier binary beside the new one', () => {
+    const target = path.join(folder, 'anew');
+    const old = path.join(target, 'prebuilds', 'linux-x64', 'node.abi64.node');
+    fs.mkdirSync(path.dirname(old), { recursive: true });
+    fs.writeFileSync(old, 'old');
+    assert.strictEqual(placePrebuild(modulePath, target), prebuild);
+    assert.deepStrictEqual(fs.readdirSync(path.dirname(old)), [path.basename(prebuild)]);
+  });
+});
