@@ -5,6 +5,7 @@ const clip = require('./clip');
 const commands = require('./commands');
 const layout = require('./layout');
 const { load, loadMatrixFlow, moduleAbi } = require('./load');
+const views = require('./views');
 
 /**
  * Makes an engine. Keep it: its buffers live as long as it does.
@@ -26,5 +27,6 @@ function getVersion() {
 module.exports = Object.assign(
   { getEngine, getVersion, load, loadMatrixFlow, moduleAbi, layout },
   clip,
-  commands
+  commands,
+  views
 );

@@ -10,6 +10,7 @@ const {
   modulePath,
   test,
 } = require('./lib/build');
+const { staleLayouts } = require('./layouts');
 const { findLayeringViolations } = require('./lib/layers');
 const { eachAtOnce, fail, output, quietStatus, status } = require('./lib/run');
 const { nativeSources, nodeModule, prettierArguments } = require('./lib/sources');
@@ -45,6 +46,16 @@ const checks = {
       const violations = findLayeringViolations();
       violations.forEach((violation) => console.error(violation));
       return violations.length === 0;
+    },
+  },
+
+  // What is generated from the description of layouts is what it gives.
+  layouts: {
+    needs: ['build'],
+    run() {
+      const stale = staleLayouts();
+      stale.forEach((file) => console.error(`${file} is stale: run 'node scripts/layouts.js'`));
+      return stale.length === 0;
     },
   },
 

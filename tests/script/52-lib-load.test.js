@@ -26,13 +26,18 @@ after(() => {
 
 let copies = 0;
 
+function copyFolder(from, to) {
+  fs.mkdirSync(to, { recursive: true });
+  for (const entry of fs.readdirSync(from, { withFileTypes: true })) {
+    const copy = entry.isDirectory() ? copyFolder : fs.copyFileSync;
+    copy(path.join(from, entry.name), path.join(to, entry.name));
+  }
+}
+
 /** A folder with the library alone, and modules where `files` says. */
 function copyLibrary(files) {
   const copy = path.join(folder, `copy-${++copies}`);
-  fs.mkdirSync(path.join(copy, 'lib'), { recursive: true });
-  for (const name of fs.readdirSync(path.join(root, 'lib'))) {
-    fs.copyFileSync(path.join(root, 'lib', name), path.join(copy, 'lib', name));
-  }
+  copyFolder(path.join(root, 'lib'), path.join(copy, 'lib'));
   for (const name of Object.keys(files)) {
     fs.mkdirSync(path.dirname(path.join(copy, name)), { recursive: true });
     fs.writeFileSync(path.join(copy, name), files[name]);
