@@ -122,4 +122,4 @@ function formatTables(stage, timings) {
   return `${facts.toString()}\n${costs.toString()}`;
 }
 
-module.exports = { createProgress, formatTables };
+module.exports = { createProgress, formatTables, stageTitles };

@@ -1,0 +1,55 @@
+// The connection to the host: messages in, controls out, again and again if it breaks.
+
+const protocol = self.nqProtocol;
+
+/** Milliseconds until a broken connection is tried again. */
+const kRetryMilliseconds = 1000;
+
+/** Calls back with what the host sends, and carries controls to it. */
+export class Stream {
+  /**
+   * @param {string} path of the stream at this page's host
+   * @param {{open: function(), lost: function(string), scene: function(Object),
+   *     frame: function(Object)}} listeners
+   */
+  constructor(path, listeners) {
+    this.address = `ws://${location.host}${path}`;
+    this.listeners = listeners;
+    this.messages = 0;
+    this.bytes = 0;
+    this.connect();
+  }
+
+  connect() {
+    this.socket = new WebSocket(this.address);
+    this.socket.binaryType = 'arraybuffer';
+    this.socket.onopen = () => this.listeners.open();
+    this.socket.onmessage = ({ data }) => this.receive(data);
+    this.socket.onclose = ({ reason }) => {
+      this.listeners.lost(reason);
+      setTimeout(() => this.connect(), kRetryMilliseconds);
+    };
+  }
+
+  receive(buffer) {
+    ++this.messages;
+    this.bytes += buffer.byteLength;
+    if (protocol.kindOf(buffer) === protocol.kinds.scene) {
+      this.listeners.scene(
+        protocol.decodeScene(buffer, (bytes) => new TextDecoder().decode(bytes))
+      );
+    } else {
+      this.listeners.frame(protocol.decodeFrame(buffer));
+    }
+  }
+
+  /**
+   * Tells the host what is wanted; of no use, and not done, while there is no connection.
+   * @param {Object} controls
+   */
+  send(controls) {
+    if (this.socket.readyState === WebSocket.OPEN) {
+      this.socket.send(JSON.stringify(controls));
+    }
+  }
+}

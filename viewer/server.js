@@ -1,0 +1,241 @@
+'use strict';
+// Serves the page on the loopback address, runs the frame loop while pages look on, and streams to each
+// of them what its camera sees.
+const http = require('http');
+const path = require('path');
+const { performance } = require('perf_hooks');
+const polka = require('polka');
+const sirv = require('sirv');
+const WebSocket = require('ws');
+const { UserError } = require('../demo/user-error');
+const protocol = require('./protocol');
+
+/** Only programs on this machine can connect. */
+const kAddress = '127.0.0.1';
+
+/** Where the page finds the stream. */
+const kStreamPath = '/stream';
+
+/** Milliseconds from one frame to the next. */
+const kFrameMilliseconds = 1000 / 60;
+
+/** A page is sent no frame while so many are on their way that it has not drawn, or so many bytes. */
+const kMostUndrawn = 3;
+const kMostWaitingBytes = 1 << 20;
+
+/** Milliseconds that pages have to say goodbye. */
+const kGoodbyeMilliseconds = 300;
+
+/** WebSocket's codes for an end: the host goes away, the page broke a rule. */
+const kGoingAway = 1001;
+const kPolicyViolation = 1008;
+
+const pageFolder = path.join(__dirname, 'page');
+const threeFolder = path.dirname(require.resolve('three'));
+
+// The page may load and connect to nothing but this server.
+const headers = {
+  'Content-Security-Policy': "default-src 'self'; img-src 'self' data:; frame-ancestors 'none'",
+  'X-Content-Type-Options': 'nosniff',
+  'Referrer-Policy': 'no-referrer',
+};
+
+/** Files by path: those of the page, the protocol that it shares with the host, and three.js. */
+function createFiles() {
+  // Read at each request, so that a change of the page shows when it is loaded again.
+  const options = { dev: true, dotfiles: false };
+  return polka()
+    .use((request, response, next) => {
+      Object.keys(headers).forEach((name) => response.setHeader(name, headers[name]));
+      next();
+    })
+    .get('/protocol.js', sirv(__dirname, options))
+    .use('three', sirv(threeFolder, options))
+    .use(sirv(pageFolder, options));
+}
+
+/** One page that looks on. */
+class Viewer {
+  /**
+   * @param {WebSocket} socket
+   * @param {import('./show').Show} show
+   */
+  constructor(socket, show) {
+    this.socket = socket;
+    this.show = show;
+    this.camera = protocol.cameras.perspective;
+    this.skipped = 0;
+    /** Frames sent, oldest first, that the page has not yet drawn. */
+    this.undrawn = [];
+    /** Buffers of messages that have left the process. */
+    this.free = [];
+    socket.on('message', (data, isBinary) => this.receive(data, isBinary));
+    // A connection that breaks ends by itself.
+    socket.on('error', () => {});
+    socket.send(show.describe());
+  }
+
+  receive(data, isBinary) {
+    try {
+      if (isBinary) {
+        throw new RangeError('a control is not binary.');
+      }
+      const { drawn, camera, ...asked } = protocol.decodeControls(String(data), this.show);
+      if (drawn !== undefined) {
+        this.undrawn = this.undrawn.filter((frame) => frame > drawn);
+      }
+      if (camera !== undefined) {
+        this.camera = camera;
+      }
+      this.show.control(asked);
+    } catch (error) {
+      if (!(error instanceof RangeError)) {
+        throw error;
+      }
+      this.socket.close(kPolicyViolation, error.message);
+    }
+  }
+
+  /** Whether the page, or the way to it, is behind. */
+  get isBehind() {
+    return this.undrawn.length >= kMostUndrawn || this.socket.bufferedAmount > kMostWaitingBytes;
+  }
+
+  /** Sends the last frame, unless that would only add to what is waiting. */
+  stream() {
+    if (this.socket.readyState !== WebSocket.OPEN) {
+      return;
+    }
+    if (this.isBehind) {
+      ++this.skipped;
+      return;
+    }
+    const message = this.show.encode(this.camera, this.skipped, (bytes) => this.takeBuffer(bytes));
+    this.undrawn.push(this.show.frame);
+    this.socket.send(message, () => this.free.push(message.buffer));
+  }
+
+  /** A buffer that nobody reads any more. */
+  takeBuffer(bytes) {
+    const buffer = this.free.pop();
+    // Half as much again, so that a growing view does not ask for another one each time.
+    return buffer && buffer.byteLength >= bytes ? buffer : new ArrayBuffer(padded(bytes * 1.5));
+  }
+}
+
+/** Bytes of whole words. */
+function padded(bytes) {
+  return 4 * Math.ceil(bytes / 4);
+}
+
+/** What a failed `listen` means, for the person at the keyboard. */
+function listenTrouble(error, port) {
+  const words = {
+    EADDRINUSE: 'it is in use',
+    EACCES: 'permission is denied',
+  };
+  const trouble = words[error.code] || error.message;
+  const cure = 'choose another one with --port, or 0 for any that is free';
+  return new UserError(`port ${port} of ${kAddress} can't be listened on, ${trouble}: ${cure}.`);
+}
+
+/** Owns the server and the frame loop, which runs while there are pages. */
+class ViewerServer {
+  /** @param {import('./show').Show} show */
+  constructor(show) {
+    this.show = show;
+    /** @type {Set<Viewer>} */
+    this.viewers = new Set();
+    this.timer = null;
+    this.server = http.createServer(createFiles().handler);
+    this.sockets = new WebSocket.Server({
+      noServer: true,
+      perMessageDeflate: false,
+      maxPayload: protocol.kMostControlBytes,
+    });
+    this.server.on('upgrade', (request, socket, start) => this.upgrade(request, socket, start));
+  }
+
+  /**
+   * Starts to listen.
+   * @param {number} port 0 for any
+   * @returns {Promise<string>} the page's address
+   * @throws {UserError}
+   */
+  listen(port) {
+    return new Promise((resolve, reject) => {
+      this.server.once('error', (error) => reject(listenTrouble(error, port)));
+      this.server.listen(port, kAddress, () => {
+        this.port = this.server.address().port;
+        resolve(`http://${kAddress}:${this.port}/`);
+      });
+    });
+  }
+
+  /** Whether a request comes from our page: another site's script could ask for the stream, too. */
+  isOurs({ headers: { host, origin }, url }) {
+    const hosts = [kAddress, 'localhost'].map((name) => `${name}:${this.port}`);
+    const isFromPage = origin === undefined || origin === `http://${host}`;
+    return url === kStreamPath && hosts.includes(host) && isFromPage;
+  }
+
+  upgrade(request, socket, start) {
+    if (!this.isOurs(request)) {
+      socket.end('HTTP/1.1 403 Forbidden\r\nConnection: close\r\nContent-Length: 0\r\n\r\n');
+      return;
+    }
+    this.sockets.handleUpgrade(request, socket, start, (webSocket) => {
+      const viewer = new Viewer(webSocket, this.show);
+      this.viewers.add(viewer);
+      webSocket.on('close', () => this.viewers.delete(viewer));
+      this.run();
+    });
+  }
+
+  /** Runs frames, evenly, as long as somebody looks on. */
+  run() {
+    if (this.timer !== null) {
+      return;
+    }
+    let last = performance.now();
+    let next = last;
+    const tick = () => {
+      if (this.viewers.size === 0) {
+        this.timer = null;
+        return;
+      }
+      const now = performance.now();
+      this.show.advance((now - last) / 1000);
+      last = now;
+      this.stream();
+      // Frames that are late are not made up for.
+      next = Math.max(next + kFrameMilliseconds, performance.now());
+      this.timer = setTimeout(tick, next - performance.now());
+    };
+    this.timer = setTimeout(tick, 0);
+  }
+
+  /** Sends a frame to all, and takes the time. */
+  stream() {
+    const start = performance.now();
+    this.viewers.forEach((viewer) => viewer.stream());
+    this.show.times.stream = performance.now() - start;
+  }
+
+  /**
+   * Says goodbye to all pages and stops to listen.
+   * @returns {Promise<void>}
+   */
+  close() {
+    clearTimeout(this.timer);
+    this.timer = null;
+    const closed = new Promise((resolve) => this.server.close(() => resolve()));
+    this.viewers.forEach(({ socket }) => {
+      socket.close(kGoingAway, 'the host ends');
+      setTimeout(() => socket.terminate(), kGoodbyeMilliseconds).unref();
+    });
+    return closed;
+  }
+}
+
+module.exports = { ViewerServer, kAddress, kMostUndrawn };

@@ -1,0 +1,265 @@
+'use strict';
+// The stage that pages look at: how much of the crowd takes part, what is steered by hand, cameras that
+// follow the crowd's size, and a frame of it as a message.
+const { performance } = require('perf_hooks');
+const { createOverviewCamera, createPerspectiveCamera } = require('../demo/cameras');
+const { palettes } = require('../demo/picture');
+const { kGrip, kStick } = require('../demo/props');
+const { stageTitles } = require('../demo/report');
+const { Stage, stages } = require('../demo/stage');
+const { DirectedLapPlan, DirectedPlacePlan, placeOf } = require('./direction');
+const { displayMesh } = require('./display-mesh');
+const protocol = require('./protocol');
+
+/** Part of the way that cameras come closer to where they belong, in a second: all but e^-4. */
+const kCameraRate = 4;
+
+/** Longest step of scene time: after a pause of the process the scene goes on where it was. */
+const kMostSeconds = 0.1;
+
+/** A stage whose plan can be steered. */
+class DirectedStage extends Stage {
+  createPlan() {
+    const { clips } = this.kind;
+    const plan = this.kind.layers
+      ? new DirectedLapPlan(clips, this.count, this.seed, this.cast)
+      : new DirectedPlacePlan(clips, this.count, this.reach.radius, this.seed);
+    return plan.begin();
+  }
+}
+
+/** What the sliders stand for, averaged over the characters that take part. */
+function meansOf({ plan, cast }, crowd) {
+  const sums = [0, 0, 0];
+  let carriers = 0;
+  for (let i = 0; i < crowd; ++i) {
+    const [wave = 0, breath = 0] = plan.layerWeights(i);
+    sums[0] += placeOf(plan.weights(i));
+    sums[1] += wave;
+    sums[2] += breath;
+    carriers += cast[i] ? 1 : 0;
+  }
+  return [sums[0] / crowd, carriers > 0 ? sums[1] / carriers : 0, sums[2] / crowd];
+}
+
+/** Owns the stage; all pages see the same crowd. */
+class Show {
+  /**
+   * @param {Object} engine of the native module
+   * @param {import('../demo/crowd').Kind} kind
+   * @param {number} characters at most
+   * @param {number} seed
+   */
+  constructor(engine, kind, characters, seed) {
+    this.kind = kind;
+    this.characters = characters;
+    this.stage = new DirectedStage(engine, kind, characters, seed);
+    this.crowd = characters;
+    this.isPaused = false;
+    this.aspect = this.stage.culling.perspective.aspect;
+    /** Where the bounds go when the crowd changes its size. */
+    this.boundsAhead = this.stage.bounds;
+    this.frame = 0;
+    this.times = Object.assign({ stream: 0 }, ...stages.map((name) => ({ [name]: 0 })));
+    this.means = meansOf(this.stage, this.crowd);
+    this.start = performance.now();
+  }
+
+  /** What a frame consists of; where nothing is carried, nothing follows. */
+  get stageNames() {
+    return [...stages.filter((name) => name !== 'props' || this.kind.layers), 'stream'];
+  }
+
+  /**
+   * Does what a page asks for.
+   * @param {Object} asked checked controls
+   */
+  control(asked) {
+    const { plan } = this.stage;
+    protocol.sliders.forEach((name, i) => {
+      if (name in asked) {
+        plan.handles[name].set(asked[name], this.means[i]);
+      }
+    });
+    if ('paused' in asked) {
+      this.isPaused = asked.paused;
+    }
+    if ('aspect' in asked) {
+      this.aspect = asked.aspect;
+    }
+    if ('crowd' in asked && asked.crowd !== this.crowd) {
+      this.resize(asked.crowd);
+    }
+  }
+
+  /** Lets so many characters take part. */
+  resize(crowd) {
+    const { stage } = this;
+    this.crowd = crowd;
+    stage.count = crowd;
+    stage.plan.count = crowd;
+    stage.crowd.enable(crowd);
+    stage.culling.enable(crowd);
+    // Those that come back were elsewhere.
+    stage.writePlaces();
+    this.boundsAhead = stage.measureBounds();
+  }
+
+  /** Brings the cameras nearer to where the crowd's size has them. */
+  moveCameras(seconds) {
+    const { stage, boundsAhead } = this;
+    const part = 1 - Math.exp(-kCameraRate * seconds);
+    const near = (from, to) => from + (to - from) * part;
+    stage.bounds = {
+      middle: stage.bounds.middle.map((value, axis) => near(value, boundsAhead.middle[axis])),
+      radius: near(stage.bounds.radius, boundsAhead.radius),
+      floor: near(stage.bounds.floor, boundsAhead.floor),
+    };
+    const { culling } = stage;
+    culling.perspective = Object.assign(createPerspectiveCamera(stage.bounds), {
+      aspect: this.aspect,
+    });
+    const overview = createOverviewCamera(stage.bounds);
+    // The shorter side of the view shows what the square one did.
+    const [wide, high] = this.aspect > 1 ? [this.aspect, 1] : [1, 1 / this.aspect];
+    culling.overview = Object.assign(overview, {
+      left: overview.left * wide,
+      right: overview.right * wide,
+      bottom: overview.bottom * high,
+      top: overview.top * high,
+    });
+  }
+
+  /**
+   * One frame.
+   * @param {number} seconds since the last one
+   */
+  advance(seconds) {
+    const step = Math.min(seconds, kMostSeconds);
+    this.moveCameras(step);
+    this.stage.plan.steer(step);
+    this.stage.frame(this.times, this.isPaused ? 0 : step);
+    this.means = meansOf(this.stage, this.crowd);
+    ++this.frame;
+  }
+
+  /** What a page needs to know once. */
+  describe() {
+    const { kind, stage } = this;
+    const arrays = {};
+    const addMesh = (name, mesh) => {
+      const shown = displayMesh(mesh);
+      Object.keys(shown).forEach((key) => {
+        arrays[`${name}.${key}`] = shown[key];
+      });
+    };
+    addMesh('body', kind.mesh);
+    const props = kind.layers ? kind.layers.props : [];
+    props.forEach(({ meshes }, prop) => {
+      meshes.forEach((mesh, hand) => addMesh(`prop${prop}.${hand}`, mesh));
+    });
+    // 0 carries nothing; else prop and hand.
+    arrays.cast = Uint8Array.from({ length: this.characters }, (none, i) => {
+      const part = stage.cast[i];
+      return part ? 1 + 2 * part.prop + part.hand : 0;
+    });
+    const facts = {
+      name: kind.name,
+      characters: this.characters,
+      bones: kind.joints.length,
+      nodes: kind.nodes.length,
+      clips: kind.clips.map(({ name }) => name),
+      layers: kind.layers ? ['wave', 'breath'] : [],
+      stages: this.stageNames.map((name) => [name, stageTitles[name] || 'stream to the page']),
+      props: props.map(({ name, palettes: colors, glow }) => {
+        return { name, palettes: colors, glow: glow && this.glowOf(glow) };
+      }),
+      palettes,
+      height: 2 * stage.reach.radius,
+      notes: kind.notes,
+    };
+    const toBytes = (text) => Buffer.from(text, 'utf8');
+    return protocol.encodeScene(facts, arrays, toBytes);
+  }
+
+  /** Where a light is in the space of each hand, and its colour. */
+  glowOf({ distance, color }) {
+    const [x, y, z] = kGrip.map((value, axis) => value + distance * kStick[axis]);
+    return { color, places: [1, -1].map((side) => [x * side, y, z]) };
+  }
+
+  /** Numbers of the characters that a camera saw in the last frame, nearest first. */
+  visibleTo(camera) {
+    const { views } = this.stage.culling;
+    return camera === protocol.cameras.perspective ? views.perspective : views.overview;
+  }
+
+  /**
+   * The last frame as a camera saw it.
+   * @param {number} camera
+   * @param {number} skipped frames that the page was not sent
+   * @param {function(number): ArrayBuffer} takeBuffer of at least so many bytes
+   * @returns {Uint8Array} the message
+   */
+  encode(camera, skipped, takeBuffer) {
+    const { stage, kind } = this;
+    const { culling, crowd, cast, plan } = stage;
+    const { handles } = this.visibleTo(camera);
+    const characters = Array.from(handles, (handle) => culling.characterOf(handle));
+    const carriers = characters.filter((i) => cast[i]);
+    const counts = {
+      stages: this.stageNames.length,
+      characters: characters.length,
+      clips: kind.clips.length,
+      bones: kind.joints.length,
+      carriers: carriers.length,
+    };
+    const bytes = protocol.frameBytes(counts);
+    const buffer = takeBuffer(bytes);
+    const message = protocol.beginFrame(buffer, counts, {
+      camera,
+      flags: this.flags(),
+      frame: this.frame,
+      time: performance.now() - this.start,
+      crowd: this.crowd,
+      skipped,
+    });
+    message.visible[0] = culling.views.perspective.handles.length;
+    message.visible[1] = culling.views.overview.handles.length;
+    message.sliders.set(this.means);
+    message.pose.set(this.poseOf(camera));
+    message.bounds.set([...stage.bounds.middle, stage.bounds.radius, stage.bounds.floor]);
+    message.milliseconds.set(this.stageNames.map((name) => this.times[name]));
+    message.characters.set(characters);
+    message.carriers.set(carriers);
+    characters.forEach((character, i) => {
+      message.weights.set(plan.weights(character), i * counts.clips);
+      // What native code wrote, as it is.
+      message.matrices.set(crowd.matrices[character], i * 16 * counts.bones);
+    });
+    carriers.forEach((character, i) => {
+      message.carried.set(crowd.props.worldMatrix(character), 16 * i);
+    });
+    return new Uint8Array(buffer, 0, bytes);
+  }
+
+  flags() {
+    const { handles } = this.stage.plan;
+    return protocol.sliders.reduce(
+      (bits, name) => bits | (handles[name].wanted === null ? 0 : protocol.flags[name]),
+      this.isPaused ? protocol.flags.paused : 0
+    );
+  }
+
+  poseOf(camera) {
+    const { perspective, overview } = this.stage.culling;
+    if (camera === protocol.cameras.perspective) {
+      const { eye, target, up, fov, aspect, near, far } = perspective;
+      return [...eye, ...target, ...up, fov, aspect, near, far, 0, 0];
+    }
+    const { eye, target, up, left, right, bottom, top, near, far } = overview;
+    return [...eye, ...target, ...up, left, right, bottom, top, near, far];
+  }
+}
+
+module.exports = { Show };
