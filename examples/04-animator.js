@@ -5,12 +5,10 @@
 //
 // Clip "low" rises from 0 to 2 units, slowly at both ends, at an angle of 20 degrees; clip "high" stays at 4
 // units and 60 degrees. Times and weights are script's: the module has no clock.
-const { EntityCommandWriter, buildClip, getEngine, layout, sampleTypes } = require('../lib');
-
-const { animator: animatorBlock, animatorClip, entity3D } = layout;
+const nq = require('../lib');
 
 // --- Set up: clips as bytes, an entity, and an animator of two clips with one target each.
-const engine = getEngine();
+const engine = nq.getEngine();
 
 function key(frame, value) {
   return { frame, value, inTangent: 0, outTangent: 0 };
@@ -22,48 +20,42 @@ function makeClip(name, heights, degrees) {
   const rotation = { QuaternionX: 0, QuaternionY: 0, QuaternionZ: Math.sin(half) };
   rotation.QuaternionW = Math.cos(half);
   const curves = Object.keys(rotation).map((type) => {
-    return { target: 0, type: sampleTypes[type], keys: [key(0, rotation[type])] };
+    return { target: 0, type: nq.sampleTypes[type], keys: [key(0, rotation[type])] };
   });
-  curves.push({ target: 0, type: sampleTypes.PositionY, keys: heights });
+  curves.push({ target: 0, type: nq.sampleTypes.PositionY, keys: heights });
   return engine.createDataModel(
-    1,
-    buildClip({ name, framesPerSecond: 30, frameCount: 60, curves })
+    nq.layout.dataModelKinds.clip,
+    nq.buildClip({ name, framesPerSecond: 30, frameCount: 60, curves })
   );
 }
 
 const low = makeClip('low', [key(0, 0), key(60, 2)], 20);
 const high = makeClip('high', [key(0, 4)], 60);
 
-const entity = engine.createEntity(true);
-const floats = new Float32Array(entity.buffer);
-floats.set([1, 1, 1], entity3D.scale / 4);
-new EntityCommandWriter(engine).addRoot(entity.id);
+const entities = new nq.Entity3DView(engine.createEntity(true, 1));
+entities.setScale(0, 1, 1, 1);
+new nq.EntityCommandWriter(engine).addRoot(entities.handle(0));
 
-const animator = engine.createComponent(2, 2, 2);
-const records = new DataView(animator.buffer);
-[low, high].forEach((clip, i) => {
-  records.setUint32(i * animatorClip.size + animatorClip.clipHandle, clip.id, true);
-});
+const component = engine.createComponent(nq.layout.componentKinds.animator, 2, 2);
+const animator = new nq.AnimatorView(component, 2);
 // The target tables of both clips, end to end: each moves the entity.
-new Uint32Array(animator.buffer, animatorBlock.targets(2)).set([entity.id, entity.id]);
+animator.setTargets([entities.handle(0), entities.handle(0)]);
 
 // --- Frame: times and weights, the animator, then the world.
-function frame(time, weights) {
-  weights.forEach((weight, i) => {
-    records.setFloat32(i * animatorClip.size + animatorClip.time, time, true);
-    records.setFloat32(i * animatorClip.size + animatorClip.weight, weight, true);
-  });
+function frame(time, weight) {
+  animator.setClip(0, low.id, time, weight);
+  animator.setClip(1, high.id, time, 1 - weight);
   engine.updateAnimator(animator.id); // what it writes need not be listed as dirty
   engine.refreshWorldTransform();
 }
 
-// --- Print: heights from the world matrix, angles about z from the record's quaternion.
+// --- Print: heights from the world, angles about z from the record's quaternion.
 const round = (value) => Number(value.toFixed(2)) || 0;
 [1, 1, 0.75, 0.5, 0.25, 0].forEach((weight, step) => {
   const time = 15 * step; // frame 60 and later: the clip starts again
-  frame(time, [weight, 1 - weight]);
-  const height = floats[entity3D.worldMatrix / 4 + 13];
-  const [z, w] = floats.subarray(entity3D.rotation / 4 + 2, entity3D.rotation / 4 + 4);
+  frame(time, weight);
+  const [, height] = entities.worldPosition(0, [0, 0, 0]);
+  const [, , z, w] = entities.rotation(0, [0, 0, 0, 0]);
   const angle = (2 * Math.atan2(z, w) * 180) / Math.PI;
   console.log(
     `step ${step}: low ${weight} at frame ${time}, high ${1 - weight}: ` +

@@ -10,23 +10,16 @@
 // All turn about z, so that angles can be read off. Clips hold one pose, but for breath.
 const nq = require('../lib');
 
-const { controllerClip, controllerLayer, controllerState, entity3D } = nq.layout;
-const kNone = 0xffffffff;
-const kOverride = 0;
-const kAdditive = 1;
-const kOff = 2;
+const { override, additive, off } = nq.layout.layerBlendModes;
 
 // --- Set up: a spine with two arms, three clips, and a controller.
 const engine = nq.getEngine();
-const body = engine.createEntity(true, 3);
-const bones = [0, 1, 2].map((i) => body.id + i);
+const body = new nq.Entity3DView(engine.createEntity(true, 3));
+const bones = [0, 1, 2].map((i) => body.handle(i));
 const [spine, leftArm] = bones;
-const floats = new Float32Array(body.buffer);
-const bytes = new Uint8Array(body.buffer);
 bones.forEach((bone, i) => {
-  bytes[i * entity3D.size] = 1; // quaternion
-  const rest = [0, 0, 0, 1, 0, i === 0 ? 1 : 0.5, 0, 1, 1, 1]; // rotation, position, scale
-  floats.set(rest, (i * entity3D.size + entity3D.rotation) / 4);
+  body.reset(i); // a quaternion, scale 1
+  body.setPosition(i, 0, i === 0 ? 1 : 0.5, 0);
 });
 const commands = new nq.EntityCommandWriter(engine);
 commands.addRoot(spine);
@@ -48,7 +41,7 @@ function turn(target, degrees) {
 }
 function makeClip(name, ...curves) {
   return engine.createDataModel(
-    1,
+    nq.layout.dataModelKinds.clip,
     nq.buildClip({ name, framesPerSecond: 30, frameCount: 60, curves })
   );
 }
@@ -57,67 +50,60 @@ const walk = makeClip('walk', ...pose(10, -30, 30), curve(0, 'PositionY', 1));
 const wave = makeClip('wave', ...pose(40, 50, 140));
 const breath = makeClip('breath', curve(0, 'PositionY', 1, 1.2, 1));
 
-// The binding: handles of clips, then for each the number of its targets and what they move.
-const lists = [3, 3, 1].map((count) => [count, ...bones.slice(0, count)]);
-const list = Uint32Array.from([walk.id, wave.id, breath.id, ...[].concat(...lists)]);
-const binding = engine.createAnimationClipBinding(list.buffer, 0, 3, list.length - 3, 1);
+// Which bones the targets of each clip move. Rest poses are taken now.
+const binding = nq.TargetListsView.from([
+  { clip: walk.id, entities: bones },
+  { clip: wave.id, entities: bones },
+  { clip: breath.id, entities: [spine] },
+]).createBinding(engine);
 
-const controller = engine.createAnimatorControllerModel(3);
-const record = new DataView(controller.buffer);
-record.setUint32(nq.layout.controller.bindingHandle, binding.id, true);
-const states = [walk, wave, breath].map((clip, i) => {
-  const state = engine.createAnimatorControllerStateModel(1);
-  const view = new DataView(state.buffer);
-  view.setFloat32(controllerState.weight, 1, true);
-  view.setUint32(controllerState.nextState, kNone, true);
-  view.setUint32(controllerState.clips + controllerClip.clipHandle, clip.id, true);
-  view.setFloat32(controllerState.clips + controllerClip.weight, 1, true);
-  record.setUint32(
-    nq.layout.controller.layers + i * controllerLayer.size + controllerLayer.firstState,
-    state.id,
-    true
-  );
-  return { state, view }; // keep the objects as long as the controller is used
+const controller = new nq.ControllerView(engine.createAnimatorControllerModel(3));
+controller.setBindingHandle(binding.id);
+const batch = nq.HandleList.from([controller.id]);
+const states = [walk, wave, breath].map((clip) => {
+  const state = new nq.ControllerStateView(engine.createAnimatorControllerStateModel(1));
+  state.setWeight(1);
+  state.setNextState(nq.layout.handles.none);
+  state.setClip(0, clip.id, 0, 1);
+  return state;
 });
 
+/** Sets mode and weight of a layer, and plays its only state. */
 function setLayer(i, mode, weight) {
-  const layer = nq.layout.controller.layers + i * controllerLayer.size;
-  record.setUint32(layer + controllerLayer.blendMode, mode, true);
-  record.setFloat32(layer + controllerLayer.weight, weight, true);
+  controller.setLayer(i, mode, weight, states[i].id);
 }
 
 // --- Frame: evaluates the controller, and prints. Angles come from quaternions about z.
 function frame(title) {
-  states.forEach(({ view }) =>
-    view.setFloat32(controllerState.clips + controllerClip.time, 30, true)
-  );
-  engine.updateAnimatorControllers(Uint32Array.of(1, controller.id));
+  states.forEach((state) => state.setClipTime(0, 30));
+  engine.updateAnimatorControllers(batch.buffer);
   engine.refreshWorldTransform();
   const round = (value) => Number(value.toFixed(3)) || 0;
   const [back, left, right] = bones.map((bone, i) => {
-    const at = (i * entity3D.size + entity3D.rotation) / 4;
-    return round((2 * Math.atan2(floats[at + 2], floats[at + 3]) * 180) / Math.PI);
+    const [, , z, w] = body.rotation(i, [0, 0, 0, 0]);
+    return round((2 * Math.atan2(z, w) * 180) / Math.PI);
   });
-  const height = round(floats[entity3D.position / 4 + 1]);
+  const height = round(body.position(0, [0, 0, 0])[1]);
   console.log(`${title}: spine ${back}, left arm ${left}, right arm ${right}, height ${height}`);
 }
 
 // --- Print.
-setLayer(0, kOverride, 1);
-setLayer(1, kOff, 1);
-setLayer(2, kOff, 1);
+setLayer(0, override, 1);
+setLayer(1, off, 1);
+setLayer(2, off, 1);
 frame('walk');
-setLayer(1, kOverride, 1);
+setLayer(1, override, 1);
 frame('walk, wave on all bones');
 // A mask names bones and their weights, here those to leave out; others keep 1.
-const mask = new DataView(new ArrayBuffer(16));
-[spine, leftArm].forEach((bone, i) => mask.setUint32(8 * i, bone, true));
-controller.setMaskAtIndex(1, mask.buffer, 0, 2);
+const mask = new nq.MaskView(2);
+mask.set(0, spine, 0);
+mask.set(1, leftArm, 0);
+mask.apply(controller.object, 1);
 frame('walk, wave on the right arm');
-setLayer(1, kOverride, 0.5); // halfway from the rest pose, which is 0, not from walk
+setLayer(1, override, 0.5); // halfway from the rest pose, which is 0, not from walk
 frame('walk, half of a wave on the right arm');
-setLayer(1, kOverride, 1);
-setLayer(2, kAdditive, 1);
+setLayer(1, override, 1);
+setLayer(2, additive, 1);
 frame('walk, wave, breath');
-setLayer(2, kAdditive, 0.5);
+setLayer(2, additive, 0.5);
 frame('walk, wave, half of a breath');

@@ -7,11 +7,11 @@
 // computes a matrix for each joint; here script puts the vertices through them, in a game the graphics card
 // does. Needs the package @gltf-transform/core.
 const { NodeIO } = require('@gltf-transform/core');
-const { DirtyListWriter, EntityCommandWriter, getEngine, layout } = require('../lib');
+const nq = require('../lib');
 const { importGltf } = require('../lib/gltf');
 const { makeReed } = require('./reed');
 
-const { animator: animatorBlock, animatorClip, entity3D, skinning } = layout;
+const { componentKinds, dataModelKinds } = nq.layout;
 
 /** Vertices of a node's mesh; `source` is a path, or the text of a model. */
 async function readVertices(source, node) {
@@ -24,7 +24,9 @@ async function readVertices(source, node) {
     const [positions, joints, weights] = ['POSITION', 'JOINTS_0', 'WEIGHTS_0'].map((name) =>
       primitive.getAttribute(name)
     );
-    for (let i = 0; i < positions.getCount(); ++i) {
+    // A part that no joint moves is left out.
+    const count = joints === null ? 0 : positions.getCount();
+    for (let i = 0; i < count; ++i) {
       const vertex = { position: positions.getElement(i, []), joints: joints.getElement(i, []) };
       vertices.push(Object.assign(vertex, { weights: weights.getElement(i, []) }));
     }
@@ -43,50 +45,39 @@ async function main(source) {
   const [animation] = animations;
   const vertices = await readVertices(source, skinned.fileIndex);
 
-  const engine = getEngine();
-  const entities = engine.createEntity(true, nodes.length);
-  const floats = new Float32Array(entities.buffer);
-  const bytes = new Uint8Array(entities.buffer);
-  const commands = new EntityCommandWriter(engine);
+  const engine = nq.getEngine();
+  const commands = new nq.EntityCommandWriter(engine);
+  const entities = new nq.Entity3DView(engine.createEntity(true, nodes.length));
   nodes.forEach(({ parent, rotation, translation, scale }, i) => {
-    const record = i * entity3D.size;
-    bytes[record + entity3D.rotationMode] = layout.rotationModes.quaternion;
-    floats.set(rotation, (record + entity3D.rotation) / 4);
-    floats.set(translation, (record + entity3D.position) / 4);
-    floats.set(scale, (record + entity3D.scale) / 4);
+    entities.setQuaternion(i, ...rotation);
+    entities.setPosition(i, ...translation);
+    entities.setScale(i, ...scale);
     if (parent >= 0) {
-      commands.addChild(entities.id + parent, entities.id + i);
+      commands.addChild(entities.handle(parent), entities.handle(i));
     }
   });
-  roots.forEach((root) => commands.addRoot(entities.id + root));
-  new DirtyListWriter(engine).appendRange(entities.id, nodes.length);
+  roots.forEach((root) => commands.addRoot(entities.handle(root)));
+  new nq.DirtyListWriter(engine).appendRange(entities.id, nodes.length);
 
-  const clip = engine.createDataModel(layout.dataModelKinds.clip, animation.clip);
-  const animator = engine.createComponent(2, 1, animation.targets.length);
-  const record = new DataView(animator.buffer);
-  record.setUint32(animatorClip.clipHandle, clip.id, true);
-  record.setFloat32(animatorClip.weight, 1, true);
-  new Uint32Array(animator.buffer, animatorBlock.targets(1)).set(
-    animation.targets.map((node) => entities.id + node)
-  );
+  const targets = animation.targets.map((node) => entities.handle(node));
+  const clip = engine.createDataModel(dataModelKinds.clip, animation.clip);
+  const player = engine.createComponent(componentKinds.animator, 1, targets.length);
+  const animator = new nq.AnimatorView(player, 1);
+  animator.setTargets(targets);
 
   const count = skin.joints.length;
-  const bones = engine.createDataModel(layout.dataModelKinds.bones, skin.inverseBindMatrices);
-  const component = engine.createComponent(3, count);
-  const words = new Uint32Array(component.buffer);
-  words[skinning.bonesModel / 4] = bones.id;
-  skin.joints.forEach((joint, i) => {
-    words[skinning.indices / 4 + i] = i;
-    words[skinning.entities(count) / 4 + i] = entities.id + joint;
-  });
-  const matrices = new Float32Array(component.buffer, skinning.results(count));
+  const bones = engine.createDataModel(dataModelKinds.bones, skin.inverseBindMatrices);
+  const skinning = new nq.SkinningView(engine.createComponent(componentKinds.skinning, count));
+  skinning.setBonesModel(bones.id);
+  skin.joints.forEach((joint, i) => skinning.setBone(i, i, entities.handle(joint)));
+  const matrices = skinning.results;
 
   // --- Frame: the clip, then the world, then the matrices of the skin, which go by the world.
   function frame(seconds) {
-    record.setFloat32(animatorClip.time, seconds * animation.framesPerSecond, true);
+    animator.setClip(0, clip.id, seconds * animation.framesPerSecond, 1);
     engine.updateAnimator(animator.id);
     engine.refreshWorldTransform();
-    engine.updateSkinningMatrix(component.id);
+    engine.updateSkinningMatrix(skinning.id);
   }
 
   // --- Print: what space the skinned vertices take up in the world.

@@ -10,29 +10,26 @@
 // as dirty, so its matrix follows in the next refresh: a frame later, or at once if there is a second call.
 const nq = require('../lib');
 
-const { animator: animatorBlock, animatorClip, entity3D } = nq.layout;
-
 // --- Set up: two trees, and an animator that turns the arm by 90 degrees in 30 frames.
 const engine = nq.getEngine();
 const commands = new nq.EntityCommandWriter(engine);
-const batch = engine.createEntity(true, 4);
-const [arm, hand, sword, tip] = [0, 1, 2, 3].map((i) => batch.id + i);
-const floats = new Float32Array(batch.buffer);
-[
+const entities = new nq.Entity3DView(engine.createEntity(true, 4));
+const [arm, hand, sword, tip] = [0, 1, 2, 3];
+const places = [
   [0, 0, 0],
   [1, 0, 0],
   [5, 0, 0], // on the ground
   [0, 1, 0],
-].forEach((position, i) => {
-  const record = i * entity3D.size;
-  floats.set(position, (record + entity3D.position) / 4);
-  floats.set([1, 1, 1], (record + entity3D.scale) / 4);
+];
+places.forEach((place, i) => {
+  entities.reset(i);
+  entities.setPosition(i, ...place);
 });
-commands.addRoot(arm);
-commands.addChild(arm, hand);
-commands.addRoot(sword);
-commands.addChild(sword, tip);
-new nq.DirtyListWriter(engine).appendRange(batch.id, 4);
+commands.addRoot(entities.handle(arm));
+commands.addChild(entities.handle(arm), entities.handle(hand));
+commands.addRoot(entities.handle(sword));
+commands.addChild(entities.handle(sword), entities.handle(tip));
+new nq.DirtyListWriter(engine).appendRange(entities.id, 4);
 
 function curve(type, ...values) {
   const keys = values.map((value, i) => ({ frame: 30 * i, value, inTangent: 0, outTangent: 0 }));
@@ -53,15 +50,13 @@ const turn = engine.createDataModel(
     ],
   })
 );
-const animator = engine.createComponent(nq.layout.componentKinds.animator, 1, 1);
-const record = new DataView(animator.buffer);
-record.setUint32(animatorClip.clipHandle, turn.id, true);
-record.setFloat32(animatorClip.weight, 1, true);
-new Uint32Array(animator.buffer, animatorBlock.targets(1))[0] = arm;
+const component = engine.createComponent(nq.layout.componentKinds.animator, 1, 1);
+const animator = new nq.AnimatorView(component, 1);
+animator.setTarget(0, entities.handle(arm));
 
 // --- Frame: the animator, then the tree, once or twice.
 function frame(time, refreshes) {
-  record.setFloat32(animatorClip.time, time, true);
+  animator.setClip(0, turn.id, time, 1);
   engine.updateAnimator(animator.id);
   for (let i = 0; i < refreshes; ++i) {
     engine.refreshWorldTransform();
@@ -69,19 +64,18 @@ function frame(time, refreshes) {
 }
 
 // --- Print: places in the world.
-function placeOf(handle) {
-  const at = ((handle - batch.id) * entity3D.size + entity3D.worldMatrix) / 4 + 12;
+function placeOf(i) {
   const round = (value) => Number(value.toFixed(3)) || 0;
-  return Array.from(floats.subarray(at, at + 3), round).join(' ');
+  return entities.worldPosition(i, [0, 0, 0]).map(round).join(' ');
 }
 function print(title) {
-  const places = `hand at ${placeOf(hand)}, sword at ${placeOf(sword)}, its tip at ${placeOf(tip)}`;
-  console.log(`${title}: ${places}`);
+  const text = `hand at ${placeOf(hand)}, sword at ${placeOf(sword)}, its tip at ${placeOf(tip)}`;
+  console.log(`${title}: ${text}`);
 }
 
 frame(0, 1);
 print('on the ground');
-commands.bindToBone(sword, hand);
+commands.bindToBone(entities.handle(sword), entities.handle(hand));
 frame(30, 1);
 print('taken, one refresh');
 frame(60, 1);
@@ -90,6 +84,6 @@ frame(90, 2);
 print('two refreshes');
 frame(120, 2);
 print('two refreshes');
-commands.unbindFromBone(sword);
+commands.unbindFromBone(entities.handle(sword));
 frame(30, 2);
 print('let go');
