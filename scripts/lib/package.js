@@ -71,14 +71,22 @@ function filesBelow(folder, prefix = '') {
   );
 }
 
+/** Files of a folder that are under version control; in a tree without, all that are there. */
+function ownFiles(folder) {
+  const list = output('git', ['ls-files', '-z', '--', folder]);
+  return list === null
+    ? filesBelow(path.join(root, folder))
+    : list.split('\0').map((name) => name.slice(folder.length + 1));
+}
+
 /**
- * Files that the package is to hold.
+ * Files that the package is to hold; leftovers in its folders are none of them.
  * @returns {string[]} paths from its root, in order
  */
 function expectedFiles() {
   const files = [...always];
   for (const folder of Object.keys(folders)) {
-    const names = filesBelow(path.join(root, folder)).filter((name) => folders[folder].test(name));
+    const names = ownFiles(folder).filter((name) => folders[folder].test(name));
     files.push(...names.map((name) => `${folder}/${name}`));
   }
   return [...new Set(files)].sort();

@@ -147,6 +147,15 @@ describe('an installed package', () => {
   });
 });
 
+describe('scripts/pack.js', () => {
+  it('refuses options that it does not know', () => {
+    const script = path.join(root, 'scripts', 'pack.js');
+    const result = childProcess.spawnSync(host, [script, '--fast'], { encoding: 'utf8' });
+    assert.strictEqual(result.status, 2);
+    assert.strictEqual(result.stderr, 'nq_logic: unknown option --fast; there is: --no-build.\n');
+  });
+});
+
 describe('placePrebuild', () => {
   it('says that there is no build', () => {
     const missing = path.join(folder, 'none.node');
