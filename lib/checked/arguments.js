@@ -1,0 +1,140 @@
+'use strict';
+// Checks of single arguments. Each throws in words: the call, the argument, what it is, what to give.
+const { types } = require('util');
+
+const kLargestU32 = 0xffffffff;
+
+/** A value in a message. */
+function show(value) {
+  if (typeof value === 'string') {
+    return `'${value}'`;
+  }
+  if (typeof value === 'bigint') {
+    return `the BigInt ${value}`;
+  }
+  if (typeof value === 'function') {
+    return 'a function';
+  }
+  if (typeof value !== 'object' || value === null) {
+    return Object.is(value, -0) ? '-0' : String(value);
+  }
+  if (Array.isArray(value)) {
+    return 'an array';
+  }
+  const name = Object.prototype.toString.call(value).slice(8, -1);
+  if (name === 'Object') {
+    return 'an object';
+  }
+  return `${/^[AEIOU]/.test(name) && !/^Uint/.test(name) ? 'an' : 'a'} ${name}`;
+}
+
+/** Throws unless `value` is a number. */
+function checkNumber(call, name, value) {
+  if (typeof value !== 'number') {
+    throw new TypeError(`${call}: ${name} is ${show(value)}: give a number.`);
+  }
+}
+
+/**
+ * Throws unless `value` is a whole number within bounds.
+ * @param {string} [note] is put behind the bounds in the message
+ */
+function checkWhole(call, name, value, least = 0, most = kLargestU32, note = '') {
+  const cure = `give a whole number from ${least} to ${most}${note}`;
+  if (typeof value !== 'number') {
+    throw new TypeError(`${call}: ${name} is ${show(value)}, not a number: ${cure}.`);
+  }
+  if (!Number.isInteger(value) || value < least || value > most) {
+    throw new RangeError(`${call}: ${name} is ${show(value)}: ${cure}.`);
+  }
+}
+
+/** Throws unless a block of `bytes` can be: sizes wrap at 32 bits. */
+function checkBlockBytes(call, what, bytes) {
+  if (bytes > kLargestU32) {
+    const found = `${what} would take ${bytes} bytes, and a block has at most ${kLargestU32}`;
+    throw new RangeError(`${call}: ${found}: split it into several.`);
+  }
+}
+
+/** The bytes of a buffer in a range, or a complaint if the buffer was detached. */
+function rangeOf(call, name, buffer, offset, length) {
+  try {
+    return new Uint8Array(buffer, offset, length);
+  } catch (error) {
+    const range = `bytes ${offset} to ${offset + length} of a buffer of ${buffer.byteLength}`;
+    const trouble = `is a view of ${range}, or of one that was transferred away`;
+    throw new RangeError(`${call}: ${name} ${trouble}: give one whose bytes are there.`);
+  }
+}
+
+/**
+ * The bytes of an ArrayBuffer, where nothing else counts.
+ * @returns {DataView}
+ */
+function bytesOfBuffer(call, name, value) {
+  if (!types.isArrayBuffer(value)) {
+    const cure = ArrayBuffer.isView(value)
+      ? 'give an ArrayBuffer: the "buffer" of the view, if the view covers all of it'
+      : 'give an ArrayBuffer';
+    const trouble = `${name} is ${show(value)}, and only an ArrayBuffer counts`;
+    throw new TypeError(`${call}: ${trouble}: ${cure}.`);
+  }
+  const bytes = rangeOf(call, name, value, 0, value.byteLength);
+  return new DataView(bytes.buffer);
+}
+
+/**
+ * The bytes of an ArrayBuffer or of a view.
+ * @returns {DataView}
+ */
+function bytesOfData(call, name, value) {
+  if (!ArrayBuffer.isView(value)) {
+    if (!types.isArrayBuffer(value)) {
+      const trouble = `${name} is ${show(value)}, which holds no bytes for native code`;
+      throw new TypeError(`${call}: ${trouble}: give an ArrayBuffer or a view of one.`);
+    }
+    return bytesOfBuffer(call, name, value);
+  }
+  const { buffer, byteOffset, byteLength } = value;
+  const bytes = rangeOf(call, name, buffer, byteOffset, byteLength);
+  return new DataView(bytes.buffer, bytes.byteOffset, bytes.byteLength);
+}
+
+/**
+ * A count and that many words behind it.
+ * @param {DataView} bytes
+ * @returns {number[]} the words
+ */
+function readCounted(call, name, bytes, least) {
+  const size = bytes.byteLength;
+  if (size < 4) {
+    const trouble = `${name} has ${size} bytes, and the count alone takes 4`;
+    throw new RangeError(`${call}: ${trouble}: give a count and that many handles.`);
+  }
+  const count = bytes.getUint32(0, true);
+  const room = Math.floor(size / 4) - 1;
+  if (count < least || count > room) {
+    const trouble = `the count of ${name} is ${count}, and its ${size} bytes hold ${room} handles`;
+    const cure =
+      room < least
+        ? 'give at least one handle'
+        : `give a count from ${least} to ${room}, or more handles`;
+    throw new RangeError(`${call}: ${trouble}: ${cure}.`);
+  }
+  const words = [];
+  for (let i = 1; i <= count; ++i) {
+    words.push(bytes.getUint32(4 * i, true));
+  }
+  return words;
+}
+
+module.exports = {
+  bytesOfBuffer,
+  bytesOfData,
+  checkBlockBytes,
+  checkNumber,
+  checkWhole,
+  readCounted,
+  show,
+};

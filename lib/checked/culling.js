@@ -1,0 +1,140 @@
+'use strict';
+// The culling calls: their arguments, the records that they read, and the buffer of the V2 methods.
+const { MessageChannel } = require('worker_threads');
+const layout = require('../layout');
+const { bytesOfBuffer, checkNumber, checkWhole, readCounted } = require('./arguments');
+
+const { cullingObject, handles: kHandles } = layout;
+
+const kLeastI32 = -0x80000000;
+const kComponents = ['x', 'y', 'z'];
+
+/** Names of the arguments of a call, in order, without the list. */
+function argumentNames(positions) {
+  const names = [];
+  for (const name of Object.keys(positions)) {
+    const at = positions[name];
+    if (name === 'eye' || name === 'target' || name === 'up') {
+      kComponents.forEach((component, i) => {
+        names[at + i] = `${name} ${component}`;
+      });
+    } else if (name !== 'required' && name !== 'list') {
+      names[at] = name;
+    }
+  }
+  return names;
+}
+
+const cameras = {
+  frustum: argumentNames(layout.frustumCullingArguments),
+  ortho: argumentNames(layout.orthoCullingArguments),
+};
+
+/** Throws unless all that a call needs is there. Returns the handles of its list, or null. */
+function checkArguments(call, names, args) {
+  if (args.length < names.length) {
+    const trouble = `${names[args.length]} is missing, argument ${args.length + 1}`;
+    throw new TypeError(`${call}: ${trouble}: give all ${names.length}, and a list behind them.`);
+  }
+  checkWhole(call, names[0], args[0], kLeastI32);
+  for (let i = 1; i < names.length; ++i) {
+    checkNumber(call, names[i], args[i]);
+  }
+  const list = args[names.length];
+  if (args.length > names.length + 1) {
+    const trouble = `there are ${args.length} arguments, and with more than ${names.length + 1}`;
+    throw new TypeError(`${call}: ${trouble} the list does not count: leave the others out.`);
+  }
+  if (list === undefined || list === null) {
+    return null;
+  }
+  return readCounted(call, 'list', bytesOfBuffer(call, 'list', list), 1);
+}
+
+/** Throws for an object that would take part, but for its entity. */
+function checkObject(call, registry, entry, view, index, mask) {
+  const at = cullingObject.size * index;
+  const takesPart =
+    view.getUint8(at) !== 0 && (view.getUint32(at + cullingObject.mask, true) & mask) !== 0;
+  if (!takesPart) {
+    return;
+  }
+  const handle = view.getUint32(at + cullingObject.entity, true);
+  const entity = registry.find('entity', handle);
+  if (entity !== undefined && entity.is3D) {
+    return;
+  }
+  const label = `${call}: culling object ${entry.id + index}, entity`;
+  if (!registry.require('entity', label, handle).is3D) {
+    throw new RangeError(`${label} ${handle} is 2D, and never seen: give a 3D one, or disable it.`);
+  }
+}
+
+function checkObjects(call, registry, list, mask) {
+  if (list === null) {
+    for (const entry of registry.live('culling')) {
+      const view = new DataView(entry.native.buffer);
+      for (let i = 0; i < entry.count; ++i) {
+        checkObject(call, registry, entry, view, i, mask);
+      }
+    }
+    return;
+  }
+  list.forEach((handle, i) => {
+    const entry = registry.require('culling', `${call}: list, entry ${i}:`, handle);
+    const view = new DataView(entry.native.buffer);
+    checkObject(call, registry, entry, view, handle & kHandles.elementMask, mask);
+  });
+}
+
+/** Takes the memory of a buffer away, so that every use of it shows. */
+function detach(buffer) {
+  const { port1 } = new MessageChannel();
+  port1.postMessage(null, [buffer]);
+  port1.close();
+}
+
+/**
+ * The "cullingResult" that script sees. Native code gives its own back to the heap when a larger one
+ * takes its place, and script that still has it reads what is not its own. So script gets a copy, that
+ * loses its bytes when it is replaced: old views then have length 0.
+ */
+class ResultBuffer {
+  constructor(engine) {
+    this._engine = engine;
+    this.buffer = engine.cullingResult.slice(0);
+  }
+
+  /** Runs a V2 method. What script wrote into the buffer is there for it, as it would be natively. */
+  run(method, args) {
+    if (this.buffer.byteLength === this._engine.cullingResult.byteLength) {
+      new Uint8Array(this._engine.cullingResult).set(new Uint8Array(this.buffer));
+    }
+    const replaced = method.apply(this._engine, args);
+    const bytes = new Uint8Array(this._engine.cullingResult);
+    if (replaced || this.buffer.byteLength !== bytes.length) {
+      detach(this.buffer);
+      this.buffer = bytes.slice().buffer;
+    } else {
+      new Uint8Array(this.buffer).set(bytes);
+    }
+    return replaced;
+  }
+}
+
+/**
+ * Checks and carries out a culling call.
+ * @param {string} call name of the method
+ * @param {'frustum'|'ortho'} camera
+ */
+function cull(state, call, camera, args) {
+  const names = cameras[camera];
+  const list = checkArguments(call, names, args);
+  checkObjects(call, state.registry, list, args[0]);
+  const { engine } = state;
+  return call.endsWith('V2')
+    ? state.result.run(engine[call], args)
+    : engine[call].apply(engine, args);
+}
+
+module.exports = { ResultBuffer, cull };

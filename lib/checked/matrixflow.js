@@ -1,0 +1,269 @@
+'use strict';
+// A dry run of a command buffer. Commands may write what later ones are, so a look at the stream is not
+// enough: the dry run carries all of them out, on copies of the blocks that they write, and throws
+// for those that native code would let run past a block. It stops where native code stops with a
+// result, which then tells it.
+const { matrixFlowCommands: types } = require('../layout');
+
+const kCall = 'execute';
+const kWordBytes = 4;
+const kLargestLength = 0x7ffffffb;
+const kLargestBulk = 0x3fffffff;
+const kLeastDivisor = 2 ** -126;
+
+const { fround } = Math;
+
+/** Operations by component of two vectors of floats. */
+const operations = {
+  Add: (a, b) => a.map((value, i) => fround(value + b[i])),
+  Sub: (a, b) => a.map((value, i) => fround(value - b[i])),
+  Mul: (a, b) => a.map((value, i) => fround(value * b[i])),
+  Div: (a, b) => a.map((value, i) => fround(value / b[i])),
+};
+
+/** The product of two matrices of n rows. */
+function multiply(a, b, n) {
+  const out = new Array(n * n);
+  for (let column = 0; column < n; ++column) {
+    for (let row = 0; row < n; ++row) {
+      let sum = fround(a[row] * b[n * column]);
+      for (let k = 1; k < n; ++k) {
+        sum = fround(sum + fround(a[n * k + row] * b[n * column + k]));
+      }
+      out[n * column + row] = sum;
+    }
+  }
+  return out;
+}
+
+const families = { scalar: 4, vector2: 8, vector3: 12, vector4: 16, matrix3: 36, matrix4: 64 };
+
+/**
+ * What each type is: its name, the bytes of a value, the bytes that native code proves of it, and its
+ * operation.
+ */
+const shapes = new Map();
+for (const name of Object.keys(types)) {
+  const match = /^(scalar|vector[234]|matrix[34])([A-Z]\w+)$/.exec(name);
+  if (match !== null) {
+    const [, family, operation] = match;
+    const bytes = families[family];
+    const provesLess = operation === 'Copy' && (family === 'vector2' || family === 'vector3');
+    const proven = provesLess ? kWordBytes : bytes;
+    shapes.set(types[name], { name, family, operation, bytes, proven });
+  }
+}
+
+/** Ends a dry run where native code ends, with a result of its own. */
+const kStopped = Symbol('stopped');
+
+class DryRun {
+  constructor({ registry, engine }) {
+    this._registry = registry;
+    this._shared = [engine.dirtyEntities, engine.entityCommands];
+    /** Copies of blocks that were written, by memoryID. */
+    this._copies = new Map();
+    this._running = [];
+  }
+
+  /** The block of a memoryID, or undefined. */
+  _block(label, memoryID) {
+    const copy = this._copies.get(memoryID);
+    if (copy !== undefined) {
+      return copy;
+    }
+    if (memoryID < this._shared.length) {
+      return new DataView(this._shared[memoryID]);
+    }
+    const owner = this._registry.ownerOf(memoryID);
+    if (owner === undefined) {
+      return undefined;
+    }
+    if (!owner.live) {
+      const trouble = `the object of block ${memoryID} was collected`;
+      throw new RangeError(`${label}: ${trouble}: keep it as long as commands name its memoryID.`);
+    }
+    return new DataView(owner.native.buffer);
+  }
+
+  /** The block to write into. */
+  _copyOf(label, memoryID) {
+    if (!this._copies.has(memoryID)) {
+      const { buffer } = this._block(label, memoryID);
+      this._copies.set(memoryID, new DataView(buffer.slice(0)));
+    }
+    return this._copies.get(memoryID);
+  }
+
+  /** Carries out the buffer of an entry. Returns kStopped if native code ends with a result there. */
+  run(entry, caller) {
+    const label = caller === '' ? kCall : caller;
+    if (this._running.includes(entry)) {
+      const chain = this._running.concat(entry).map(({ id }) => id);
+      const trouble = `command buffers call each other in a circle, ${chain.join(' > ')}`;
+      throw new RangeError(`${label}: ${trouble}: call each from outside of its own run.`);
+    }
+    this._running.push(entry);
+    const end = kWordBytes + this._length(label, entry);
+    let at = kWordBytes;
+    while (at !== kStopped && at < end) {
+      at = this._command(entry, at, end);
+    }
+    this._running.pop();
+    return at;
+  }
+
+  _length(label, entry) {
+    const view = this._block(label, entry.memoryID);
+    const size = view.byteLength;
+    const name = `command buffer ${entry.id} of ${size} bytes`;
+    if (size < kWordBytes) {
+      const trouble = `${name} has no room for the length word`;
+      throw new RangeError(`${label}: ${trouble}: make it of 4 bytes plus those of the commands.`);
+    }
+    const length = view.getUint32(0, true);
+    const room = Math.min(size - kWordBytes, kLargestLength);
+    if (length > room || length % kWordBytes !== 0) {
+      const trouble = length > room ? `beyond the ${room} behind it` : 'no multiple of 4';
+      const found = `the length word of ${name} is ${length}, ${trouble}`;
+      throw new RangeError(`${label}: ${found}: write the stream by a MatrixFlowWriter.`);
+    }
+    return length;
+  }
+
+  /** Carries out one command. Returns where the next one is, or kStopped. */
+  _command(entry, at, end) {
+    const view = this._block(kCall, entry.memoryID);
+    const type = view.getInt32(at, true);
+    const shape = shapes.get(type);
+    const first = at + kWordBytes;
+    const label = (name) => `${kCall}: command buffer ${entry.id} at byte ${at}, ${name}`;
+    const word = (i) => view.getUint32(first + kWordBytes * i, true);
+    const words = type === types.call ? 1 : type === types.bulkCopy ? 5 : undefined;
+    if (shape === undefined && words === undefined) {
+      return kStopped;
+    }
+    const isPair = shape !== undefined && /Copy|Invert/.test(shape.operation);
+    const count = words === undefined ? (isPair ? 4 : 6) : words;
+    const next = first + kWordBytes * count;
+    if (next > end) {
+      return kStopped;
+    }
+    let done;
+    if (type === types.call) {
+      done = this._call(label('call'), word(0));
+    } else if (type === types.bulkCopy) {
+      done = this._bulkCopy(label('bulkCopy'), word);
+    } else if (isPair) {
+      done = this._copy(label(shape.name), shape, word);
+    } else {
+      done = this._compute(label(shape.name), shape, word);
+    }
+    return done ? next : kStopped;
+  }
+
+  _call(label, handle) {
+    const callee = this._registry.find('commandBuffer', handle);
+    return callee !== undefined && this.run(callee, label) !== kStopped;
+  }
+
+  /**
+   * An operand, or null where native code ends with a result.
+   * @param {string} name as the table of commands calls it
+   */
+  _operand(label, name, memoryID, offset, bytes, proven) {
+    const view = this._block(label, memoryID);
+    if (view === undefined) {
+      return null;
+    }
+    const size = view.byteLength;
+    // The sum wraps at 32 bits, as it does natively.
+    if ((offset + proven) >>> 0 > size) {
+      return null;
+    }
+    if (offset + bytes > size) {
+      const trouble = `operand ${name}, ${bytes} bytes at offset ${offset}, ends behind block`;
+      const found = `${trouble} ${memoryID} of ${size}, and native code does not notice`;
+      const cure = bytes > size ? 'use a larger block' : `give an offset up to ${size - bytes}`;
+      throw new RangeError(`${label}: ${found}: ${cure}.`);
+    }
+    return { memoryID, offset, view };
+  }
+
+  /** All operands of a command, or null. */
+  _operands(label, names, word, bytes, proven) {
+    const operands = [];
+    for (let i = 0; i < names.length; ++i) {
+      const [memoryID, offset] = [word(2 * i), word(2 * i + 1)];
+      const operand = this._operand(label, names[i], memoryID, offset, bytes, proven);
+      if (operand === null) {
+        return null;
+      }
+      operands.push(operand);
+    }
+    return operands;
+  }
+
+  _move(label, from, to, bytes) {
+    const source = new Uint8Array(from.view.buffer, from.offset, bytes).slice();
+    const target = this._copyOf(label, to.memoryID);
+    new Uint8Array(target.buffer, to.offset, bytes).set(source);
+    return true;
+  }
+
+  _bulkCopy(label, word) {
+    const count = word(0);
+    if (count > kLargestBulk) {
+      const trouble = `N is ${count}, and the count of bytes wraps`;
+      throw new RangeError(`${label}: ${trouble}: give at most ${kLargestBulk} words.`);
+    }
+    const bytes = kWordBytes * count;
+    const operands = this._operands(label, ['D', 'S'], (i) => word(i + 1), bytes, bytes);
+    return operands !== null && this._move(label, operands[1], operands[0], bytes);
+  }
+
+  _copy(label, { operation, bytes, proven }, word) {
+    const isCopy = operation === 'Copy';
+    const names = isCopy ? ['D', 'S'] : ['S', 'D'];
+    const operands = this._operands(label, names, word, bytes, proven);
+    if (operands === null) {
+      return false;
+    }
+    const [to, from] = isCopy ? operands : [operands[1], operands[0]];
+    return this._move(label, from, to, bytes);
+  }
+
+  _compute(label, { family, operation, bytes }, word) {
+    const operands = this._operands(label, ['A', 'B', 'R'], word, bytes, bytes);
+    if (operands === null) {
+      return false;
+    }
+    const [a, b] = operands.map(({ view, offset }) => {
+      const values = [];
+      for (let i = 0; i < bytes; i += kWordBytes) {
+        values.push(view.getFloat32(offset + i, true));
+      }
+      return values;
+    });
+    if (family === 'scalar' && operation === 'Div' && b[0] < kLeastDivisor) {
+      return false;
+    }
+    const isProduct = operation === 'Mul' && family.startsWith('matrix');
+    const result = isProduct
+      ? multiply(a, b, family === 'matrix3' ? 3 : 4)
+      : operations[operation](a, b);
+    const target = this._copyOf(label, operands[2].memoryID);
+    result.forEach((value, i) => {
+      target.setFloat32(operands[2].offset + kWordBytes * i, value, true);
+    });
+    return true;
+  }
+}
+
+/** Checks and carries out `execute`. */
+function execute(state, entry) {
+  new DryRun(state).run(entry, '');
+  return entry.native.execute();
+}
+
+module.exports = { execute };

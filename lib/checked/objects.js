@@ -1,0 +1,174 @@
+'use strict';
+// The objects that a checked engine makes. Each has the class name and the properties of the native one
+// behind it, and its methods, checked. Script can't make one by `new`.
+const { bytesOfBuffer, checkWhole, show } = require('./arguments');
+const { checkController } = require('./players');
+const { noteUpdate, readTargetLists } = require('./target-lists');
+const { controllerMask } = require('../layout');
+const { isNone } = require('./registry');
+const { execute } = require('./matrixflow');
+
+/** State of the engine and entry in its registry, by object. */
+const behind = new WeakMap();
+
+function refuseNew(name, source) {
+  throw new TypeError(`new ${name}: objects of this class come from ${source} only: call that.`);
+}
+
+/** What stands behind the receiver of a method. */
+function receiverOf(receiver, className, method) {
+  const found = behind.get(receiver);
+  if (found === undefined || Object.getPrototypeOf(receiver) !== classes[className].prototype) {
+    const trouble = `its receiver is ${show(receiver)}, not an ${className} of a checked engine`;
+    throw new TypeError(`${method}: ${trouble}: call it as a method of such an object.`);
+  }
+  return found;
+}
+
+class EngineEntity {
+  constructor() {
+    refuseNew('EngineEntity', 'createEntity');
+  }
+}
+
+class EngineComponent {
+  constructor() {
+    refuseNew('EngineComponent', 'createComponent');
+  }
+}
+
+class EngineDataModel {
+  constructor() {
+    refuseNew('EngineDataModel', 'createDataModel');
+  }
+}
+
+class EngineAnimationClipBinding {
+  constructor() {
+    refuseNew('EngineAnimationClipBinding', 'createAnimationClipBinding');
+  }
+
+  updateBinding(...args) {
+    const call = 'updateBinding';
+    const { state, entry } = receiverOf(this, 'EngineAnimationClipBinding', call);
+    const read = readTargetLists(call, state.registry, args);
+    checkWhole(call, 'removedMode', args[4]);
+    checkWhole(call, 'keptMode', args[5]);
+    checkWhole(call, 'addedMode', args[6]);
+    const accepted = entry.native.updateBinding(...args);
+    if (accepted) {
+      noteUpdate(state, entry, read, args[4], args[5], args[6]);
+    }
+    return accepted;
+  }
+
+  writeDefaultValues(...args) {
+    const { entry } = receiverOf(this, 'EngineAnimationClipBinding', 'writeDefaultValues');
+    return entry.native.writeDefaultValues(...args);
+  }
+}
+
+class EngineAnimatorControllerModel {
+  constructor() {
+    refuseNew('EngineAnimatorControllerModel', 'createAnimatorControllerModel');
+  }
+
+  update(...args) {
+    const call = 'update';
+    const { state, entry } = receiverOf(this, 'EngineAnimatorControllerModel', call);
+    bytesOfBuffer(call, 'the second argument', args[1]);
+    checkController(call, state, entry);
+    return entry.native.update(...args);
+  }
+
+  setMaskAtIndex(...args) {
+    const call = 'setMaskAtIndex';
+    const { state, entry } = receiverOf(this, 'EngineAnimatorControllerModel', call);
+    checkWhole(call, 'layer', args[0], 0, entry.layerCount - 1);
+    const mask = readMask(call, state.registry, args);
+    const result = entry.native.setMaskAtIndex(...args);
+    entry.masks.set(args[0], mask);
+    return result;
+  }
+}
+
+/** Weights by entity, the first where there are several; or a complaint. */
+function readMask(call, registry, [, buffer, byteOffset, count]) {
+  const bytes = bytesOfBuffer(call, 'buffer', buffer);
+  checkWhole(call, 'byteOffset', byteOffset);
+  checkWhole(call, 'count', count);
+  const end = byteOffset + controllerMask.size * count;
+  if (bytes.byteLength < end || bytes.byteLength === 0) {
+    const trouble = `${count} records from byte ${byteOffset} end at ${end}, and buffer has`;
+    const cure = 'give a buffer that holds them, of at least one byte';
+    throw new RangeError(`${call}: ${trouble} ${bytes.byteLength} bytes: ${cure}.`);
+  }
+  const mask = new Map();
+  for (let i = 0; i < count; ++i) {
+    const at = byteOffset + controllerMask.size * i;
+    const handle = bytes.getUint32(at, true);
+    if (!isNone(handle)) {
+      const label = `${call}: entity of record ${i}:`;
+      if (!registry.require('entity', label, handle).is3D) {
+        const trouble = `${handle} is 2D, and controllers move none of those`;
+        throw new RangeError(`${label} ${trouble}: give a 3D entity.`);
+      }
+    }
+    if (!mask.has(handle)) {
+      mask.set(handle, bytes.getFloat32(at + controllerMask.weight, true));
+    }
+  }
+  return mask;
+}
+
+class EngineAnimatorControllerStateModel {
+  constructor() {
+    refuseNew('EngineAnimatorControllerStateModel', 'createAnimatorControllerStateModel');
+  }
+}
+
+class EngineMatrixFlowCommandBuffer {
+  constructor() {
+    refuseNew('EngineMatrixFlowCommandBuffer', 'createMatrixFlowCommandBuffer');
+  }
+
+  execute() {
+    const { state, entry } = receiverOf(this, 'EngineMatrixFlowCommandBuffer', 'execute');
+    return execute(state, entry);
+  }
+}
+
+const classes = {
+  EngineEntity,
+  EngineComponent,
+  EngineDataModel,
+  EngineAnimationClipBinding,
+  EngineAnimatorControllerModel,
+  EngineAnimatorControllerStateModel,
+  EngineMatrixFlowCommandBuffer,
+};
+
+for (const name of Object.keys(classes)) {
+  Object.defineProperty(classes[name].prototype, Symbol.toStringTag, { value: name });
+}
+
+/**
+ * The object that script gets for a native one, entered into the registry.
+ * @param {Object} state of the checked engine
+ * @param {string} kind
+ * @param {Object} native
+ * @param {Object} details fields of the entry
+ * @returns {{object: Object, entry: Object}} entry is undefined for an "id" of 0
+ */
+function adopt(state, kind, native, details) {
+  const prototype = classes[native.constructor.name].prototype;
+  const object = Object.assign(Object.create(prototype), native);
+  if (native.id === 0) {
+    return { object };
+  }
+  const entry = state.registry.add(kind, native, object, details);
+  behind.set(object, { state, entry });
+  return { object, entry };
+}
+
+module.exports = { adopt };

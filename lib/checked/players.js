@@ -1,0 +1,269 @@
+'use strict';
+// The blocks of animators, controllers, states and skinning components, as an update reads them, and
+// which entities an update writes.
+const layout = require('../layout');
+const { isNone, keyOf } = require('./registry');
+
+const { animator, animatorClip, controller, controllerLayer } = layout;
+const { controllerState, controllerClip, skinning, layerBlendModes } = layout;
+
+/**
+ * What an update writes.
+ * @typedef {Object} Reach
+ * @property {Set<number>} entities whose records and local matrices it writes
+ * @property {number} [tree] top of the tree under no root whose world matrices it computes
+ */
+
+/** Weights of a layer without a mask. */
+const kUnmasked = new Map();
+
+function viewOf(entry) {
+  return new DataView(entry.native.buffer);
+}
+
+/** The tree that an animator computes: that of its first target, unless a refresh does it. */
+function treeOfFirst(state, targets, isBlend) {
+  if (targets.length === 0) {
+    return undefined;
+  }
+  const first = isBlend ? targets.reduce((a, b) => Math.min(a, b)) : targets[0];
+  const top = state.tree.topOf(first);
+  return state.tree.isRoot(top) ? undefined : top;
+}
+
+/**
+ * Throws for an animator that would end the process, or leave a target out.
+ * @returns {Reach}
+ */
+function checkAnimator(call, state, entry) {
+  const { registry } = state;
+  const { id, clipCount, entityCount } = entry;
+  const view = viewOf(entry);
+  const table = animator.targets(clipCount);
+  const targets = [];
+  let base = 0;
+  let active = 0;
+  for (let c = 0; c < clipCount; ++c) {
+    const at = animatorClip.size * c;
+    const label = `${call}: animator ${id}, clip ${c}:`;
+    const clip = registry.require('clip', label, view.getUint32(at, true));
+    const weight = view.getFloat32(at + animatorClip.weight, true);
+    const end = base + clip.targetCount;
+    if (weight > 0 && weight <= 1) {
+      ++active;
+      if (end > entityCount) {
+        const found = `its ${clip.targetCount} targets end at entry ${end} of the target table`;
+        const cure = 'make the animator with an entityCount of the sum over its clips';
+        throw new RangeError(`${label} ${found}, which has ${entityCount}: ${cure}.`);
+      }
+      for (let k = base; k < end; ++k) {
+        const handle = view.getUint32(table + 4 * k, true);
+        if (isNone(handle)) {
+          continue;
+        }
+        if (registry.find('entity', handle) === undefined) {
+          registry.require('entity', `${call}: animator ${id}, entry ${k} of the targets:`, handle);
+        }
+        targets.push(handle);
+      }
+    }
+    base = end;
+  }
+  return { entities: new Set(targets), tree: treeOfFirst(state, targets, active > 1) };
+}
+
+/** Throws unless each bone of a skinning component gets a result of its own. */
+function checkSkinning(call, { registry }, entry) {
+  const { id, boneCount } = entry;
+  const view = viewOf(entry);
+  const label = `${call}: skinning component ${id}`;
+  const model = registry.require('bones', `${label}, model`, view.getUint32(0, true));
+  let first;
+  for (let i = 0; i < boneCount; ++i) {
+    const index = view.getUint32(skinning.indices + 4 * i, true);
+    if (index >= model.matrixCount && index !== layout.handles.none) {
+      const found = `bone ${i} has matrix ${index} of a model of ${model.matrixCount}`;
+      throw new RangeError(`${label}: ${found}: it gets no result; write 0xFFFFFFFF if so meant.`);
+    }
+    const handle = view.getUint32(skinning.entities(boneCount) + 4 * i, true);
+    const bone =
+      registry.find('entity', handle) ||
+      registry.require('entity', `${label}, entity of bone ${i}:`, handle);
+    if (first === undefined) {
+      first = bone.is3D;
+    }
+    if (bone.is3D !== first) {
+      const trouble = `bones 0 and ${i} are of both kinds, whose results overwrite each other`;
+      throw new RangeError(`${label}: ${trouble}: take 2D and 3D bones into different components.`);
+    }
+  }
+  return { entities: new Set() };
+}
+
+/** Adds the entities that one clip of a state moves. */
+function reachOfClip(binding, mask, handle, clip, entities) {
+  const list = binding.lists.get(handle);
+  if (list === undefined) {
+    return;
+  }
+  for (let k = 0; k < list.length && k < clip.targetCount; ++k) {
+    if (binding.restPoses.has(list[k]) && mask.get(list[k]) !== 0) {
+      entities.add(list[k]);
+    }
+  }
+}
+
+/** Throws for a state that names what is no clip. */
+function checkState(call, { registry }, entry, binding, mask, additive, entities) {
+  const view = viewOf(entry);
+  for (let k = 0; k < entry.clipCount; ++k) {
+    const at = controllerState.clips + controllerClip.size * k;
+    if (view.getFloat32(at + controllerClip.weight, true) === 0) {
+      continue;
+    }
+    const label = `${call}: state ${entry.id}, clip ${k}`;
+    const handle = view.getUint32(at, true);
+    if (!isNone(handle)) {
+      const clip = registry.require('clip', `${label}:`, handle);
+      reachOfClip(binding, mask, handle, clip, entities);
+    }
+    const reference = view.getUint32(at + controllerClip.referenceClip, true);
+    if (additive && !isNone(reference)) {
+      registry.require('clip', `${label}, reference:`, reference);
+    }
+  }
+  if (!additive && view.getFloat32(controllerState.fillDefaults, true) !== 0) {
+    binding.restPoses.forEach((handle) => {
+      if (mask.get(handle) !== 0) {
+        entities.add(handle);
+      }
+    });
+  }
+}
+
+/** Follows the chain of states of a layer. */
+function checkLayer(call, state, entry, index, binding, entities) {
+  const view = viewOf(entry);
+  const at = controller.layers + controllerLayer.size * index;
+  const mode = view.getUint32(at, true);
+  if (mode !== layerBlendModes.override && mode !== layerBlendModes.additive) {
+    return;
+  }
+  const additive = mode === layerBlendModes.additive;
+  const mask = entry.masks.get(index) || kUnmasked;
+  const label = `${call}: controller ${entry.id}, layer ${index}`;
+  const seen = new Set();
+  let place = `${label}, first state`;
+  let handle = view.getUint32(at + controllerLayer.firstState, true);
+  while (!isNone(handle)) {
+    const current = state.registry.require('state', place, handle);
+    if (seen.has(current)) {
+      const trouble = `its chain of states comes back to ${current.id}, and would never end`;
+      throw new RangeError(`${label}: ${trouble}: write 0xFFFFFFFF as the last state's next.`);
+    }
+    seen.add(current);
+    const block = viewOf(current);
+    if (block.getFloat32(controllerState.weight, true) !== 0) {
+      checkState(call, state, current, binding, mask, additive, entities);
+    }
+    place = `${label}, next state of ${current.id}:`;
+    handle = block.getUint32(controllerState.nextState, true);
+  }
+}
+
+/**
+ * Throws for a controller whose states loop, or name what is not there.
+ * @returns {Reach} `binding` is the entry of its binding
+ */
+function checkController(call, state, entry) {
+  const handle = viewOf(entry).getUint32(controller.bindingHandle, true);
+  const entities = new Set();
+  if (isNone(handle)) {
+    return { entities };
+  }
+  const label = `${call}: controller ${entry.id}, binding`;
+  const binding = state.registry.require('binding', label, handle);
+  for (let i = 0; i < entry.layerCount; ++i) {
+    checkLayer(call, state, entry, i, binding, entities);
+  }
+  return { entities, binding, tree: treeOfBinding(state, binding) };
+}
+
+/** The tree that an update of a batch computes for a binding. */
+function treeOfBinding({ registry, tree }, { root }) {
+  const isThere = root !== null && registry.find('entity', root.handle) === root.batch;
+  return isThere && !tree.isRoot(root.handle) ? root.handle : undefined;
+}
+
+/** Kind of handle and check of each update. */
+const players = {
+  animator: { kind: 'animator', check: checkAnimator },
+  controller: { kind: 'controller', check: checkController },
+  skinning: { kind: 'skinning', check: checkSkinning },
+};
+
+/** Throws unless no two reaches of a batch meet: they are written side by side. */
+function checkSharing(call, { tree }, ids, reaches) {
+  const cure = 'update them in different batches';
+  const bindings = new Map();
+  const owners = new Map();
+  const trees = new Map();
+  reaches.forEach(({ entities, binding, tree: top }, i) => {
+    if (binding !== undefined) {
+      if (bindings.has(binding)) {
+        const trouble = `${bindings.get(binding)} and ${ids[i]} share the binding ${binding.id}`;
+        throw new RangeError(`${call}: ${trouble}: ${cure}.`);
+      }
+      bindings.set(binding, ids[i]);
+    }
+    entities.forEach((handle) => {
+      if (owners.has(handle)) {
+        const trouble = `${owners.get(handle)} and ${ids[i]} both move entity ${handle}`;
+        throw new RangeError(`${call}: ${trouble}: ${cure}.`);
+      }
+      owners.set(handle, ids[i]);
+    });
+    if (top !== undefined && !trees.has(top)) {
+      trees.set(top, ids[i]);
+    }
+  });
+  if (trees.size === 0) {
+    return;
+  }
+  const meet = (id, handle) => {
+    for (let at = handle; at !== undefined; at = tree.parent(at)) {
+      const other = trees.get(at);
+      if (other !== undefined && other !== id) {
+        const trouble = `${id} and ${other} both work on the tree of ${at}, which has no root`;
+        throw new RangeError(`${call}: ${trouble}: add it as a root, or ${cure}.`);
+      }
+    }
+  };
+  reaches.forEach(({ entities, tree: top }, i) => {
+    if (top !== undefined) {
+      meet(ids[i], top);
+    }
+    entities.forEach((handle) => meet(ids[i], handle));
+  });
+}
+
+/** Throws unless the players of a batch can be updated side by side. */
+function checkBatch(call, state, { kind, check }, handles) {
+  const seen = new Set();
+  const ids = [];
+  const reaches = handles.map((handle, i) => {
+    const entry = state.registry.require(kind, `${call}: handles, entry ${i}:`, handle);
+    if (seen.has(entry)) {
+      const trouble = `handles, entry ${i}: ${keyOf(handle)} stands in the batch twice`;
+      throw new RangeError(`${call}: ${trouble}: name each object once.`);
+    }
+    seen.add(entry);
+    ids.push(entry.id);
+    return check(call, state, entry);
+  });
+  if (handles.length > 1) {
+    checkSharing(call, state, ids, reaches);
+  }
+}
+
+module.exports = { checkBatch, checkController, players };

@@ -1,0 +1,164 @@
+'use strict';
+// The links of entities as native code has them: parents, bone bindings, roots. Native links can't be
+// read, so the model follows each command. A change can be taken back as long as it is not committed.
+
+/** A map with its inverse: each key has one value, each value any number of keys. */
+class Links {
+  constructor(journal) {
+    this._journal = journal;
+    this._values = new Map();
+    this._keys = new Map();
+  }
+
+  get(key) {
+    return this._values.get(key);
+  }
+
+  /** The keys of a value, as an array of its own. */
+  keysOf(value) {
+    const keys = this._keys.get(value);
+    return keys === undefined ? [] : Array.from(keys);
+  }
+
+  has(value) {
+    return this._keys.has(value);
+  }
+
+  /** `value` undefined takes the link away. */
+  set(key, value) {
+    const before = this._values.get(key);
+    if (before !== value) {
+      this._journal.push(() => this._put(key, before));
+      this._put(key, value);
+    }
+  }
+
+  _put(key, value) {
+    const before = this._values.get(key);
+    if (before !== undefined) {
+      const keys = this._keys.get(before);
+      keys.delete(key);
+      if (keys.size === 0) {
+        this._keys.delete(before);
+      }
+    }
+    if (value === undefined) {
+      this._values.delete(key);
+      return;
+    }
+    this._values.set(key, value);
+    if (!this._keys.has(value)) {
+      this._keys.set(value, new Set());
+    }
+    this._keys.get(value).add(key);
+  }
+}
+
+class TreeModel {
+  constructor() {
+    this._journal = [];
+    this._parents = new Links(this._journal);
+    this._bones = new Links(this._journal);
+    this._roots = new Set();
+  }
+
+  /** Makes all changes since the last commit last. */
+  commit() {
+    this._journal.length = 0;
+  }
+
+  /** Takes all changes since the last commit back. */
+  rollback() {
+    while (this._journal.length !== 0) {
+      this._journal.pop()();
+    }
+  }
+
+  /** Handle of the parent, or undefined. */
+  parent(handle) {
+    return this._parents.get(handle);
+  }
+
+  setParent(child, parent) {
+    this._parents.set(child, parent);
+  }
+
+  /** True if `handle` is `ancestor` or stands below it. */
+  isWithin(handle, ancestor) {
+    if (handle !== ancestor && !this._parents.has(ancestor)) {
+      return false;
+    }
+    for (let at = handle; at !== undefined; at = this._parents.get(at)) {
+      if (at === ancestor) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  topOf(handle) {
+    let top = handle;
+    for (let at = handle; at !== undefined; at = this._parents.get(at)) {
+      top = at;
+    }
+    return top;
+  }
+
+  isRoot(handle) {
+    return this._roots.has(handle);
+  }
+
+  addRoot(handle) {
+    if (!this._roots.has(handle)) {
+      this._journal.push(() => this._roots.delete(handle));
+      this._roots.add(handle);
+    }
+  }
+
+  /** Handle of the bone that an entity is bound to, or undefined. */
+  bone(handle) {
+    return this._bones.get(handle);
+  }
+
+  setBone(entity, bone) {
+    this._bones.set(entity, bone);
+  }
+
+  /** True if `bone` is `entity` or follows it, directly or not. */
+  follows(bone, entity) {
+    for (let at = bone; at !== undefined; at = this._bones.get(at)) {
+      if (at === entity) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  _reset(handle) {
+    this._bones.set(handle, undefined);
+    this._bones.keysOf(handle).forEach((follower) => this._bones.set(follower, undefined));
+    this._parents.set(handle, undefined);
+  }
+
+  /** Takes the links of an entity and of all below it. Roots stay roots. */
+  resetSubtree(handle) {
+    const pending = [handle];
+    while (pending.length !== 0) {
+      const at = pending.pop();
+      pending.push(...this._parents.keysOf(at));
+      this._reset(at);
+    }
+  }
+
+  /** Takes out a batch that is gone: its children lose their parent. */
+  removeBatch(id, count) {
+    for (let handle = id; handle < id + count; ++handle) {
+      this._parents.keysOf(handle).forEach((child) => this._parents.set(child, undefined));
+      this._reset(handle);
+      this._roots.delete(handle);
+    }
+    this.commit();
+  }
+}
+
+module.exports = { TreeModel };
