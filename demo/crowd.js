@@ -109,8 +109,10 @@ class Crowd {
     ].map(({ bytes }) => engine.createDataModel(kClipModel, bytes));
     this.players = kind.layers ? new CrowdControllers(this) : new CrowdAnimators(this);
     this.createSkins();
-    this.props = new CrowdProps(this);
     this.refresh(this.handles);
+    // Only now: until a hand has its matrix, there is no place in it for what is bound to it.
+    this.props = new CrowdProps(this);
+    this.refresh(Array.from({ length: count }, (none, i) => this.placeHandle(i)));
     this.props.follow();
   }
 
