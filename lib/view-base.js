@@ -72,8 +72,17 @@ function hasRoom(out, at, length) {
   return typeof out === 'object' && out !== null && at >>> 0 === at && out.length >= at + length;
 }
 
-/** Copies numbers out of a record. */
+/**
+ * Copies floats out of a record. The usual target has a loop of its own: one that has met all kinds of arrays
+ * would make an object of each number.
+ */
 function copyOut(source, from, length, out, at) {
+  if (out instanceof Float32Array) {
+    for (let k = 0; k < length; ++k) {
+      out[at + k] = source[from + k];
+    }
+    return out;
+  }
   for (let k = 0; k < length; ++k) {
     out[at + k] = source[from + k];
   }

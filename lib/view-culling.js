@@ -376,7 +376,10 @@ class CullingResultView {
     if (!hasRoom(out, at, count)) {
       failOut('CullingResultView.objects', out, at, count);
     }
-    return copyOut(words, kObjects, count, out, at);
+    for (let i = 0; i < count; ++i) {
+      out[at + i] = words[kObjects + i];
+    }
+    return out;
   }
 
   /** Makes the result empty, so that a call that sees nothing reads as such. */

@@ -266,6 +266,9 @@ class Entity3DView extends EntityView {
    * @param {number} i
    */
   reset(i) {
+    if (i >>> 0 !== i || i >= this.count) {
+      this._failIndex('reset', 'i', i, this.count);
+    }
     this.setQuaternion(i, 0, 0, 0, 1);
     this.setPosition(i, 0, 0, 0);
     this.setScale(i, 1, 1, 1);
@@ -464,6 +467,9 @@ class Entity2DView extends EntityView {
    * @param {number} i
    */
   reset(i) {
+    if (i >>> 0 !== i || i >= this.count) {
+      this._failIndex('reset', 'i', i, this.count);
+    }
     this.setRotation(i, 0);
     this.setPosition(i, 0, 0);
     this.setScale(i, 1, 1);
