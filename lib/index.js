@@ -1,6 +1,7 @@
 'use strict';
 // All of the library but the importer of glTF files, which needs a package of its own and is reached by
 // `require('nq_logic/lib/gltf')`. The native module is loaded on first use.
+const { checked } = require('./checked');
 const clip = require('./clip');
 const commands = require('./commands');
 const layout = require('./layout');
@@ -25,7 +26,7 @@ function getVersion() {
 }
 
 module.exports = Object.assign(
-  { getEngine, getVersion, load, loadMatrixFlow, moduleAbi, layout },
+  { getEngine, getVersion, load, loadMatrixFlow, moduleAbi, layout, checked },
   clip,
   commands,
   views

@@ -214,3 +214,29 @@ describe('loadMatrixFlow', () => {
     assert.strictEqual(runIn(copy, script).stdout, '0\n');
   });
 });
+
+describe('lib/index.js', () => {
+  it('has what the parts export, but for the importer of glTF', () => {
+    const index = require('../../lib');
+    const parts = ['load', 'checked', 'clip', 'commands', 'views'].map((name) =>
+      require(`../../lib/${name}`)
+    );
+    const expected = Object.assign({ layout: require('../../lib/layout') }, ...parts);
+    for (const name of Object.keys(expected)) {
+      assert.strictEqual(index[name], expected[name], name);
+    }
+    const own = ['getEngine', 'getVersion'];
+    assert.deepStrictEqual(Object.keys(index).sort(), [...Object.keys(expected), ...own].sort());
+  });
+
+  it('loads the module, and the importer of glTF, on first use only', () => {
+    const copy = copyLibrary({ [built]: fs.readFileSync(plainModule) });
+    const script = `
+      const loaded = () => Object.keys(require.cache).filter((file) => /gltf|[.]node$/.test(file));
+      const nq = require('./lib');
+      console.log(loaded().length);
+      console.log(nq.getEngine().dirtyEntities.byteLength, nq.getVersion().version);
+      console.log(loaded().map((file) => require('path').basename(file)).join());`;
+    assert.strictEqual(runIn(copy, script).stdout, '0\n49152 138\nnq_logic.node\n');
+  });
+});
