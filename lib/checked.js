@@ -148,7 +148,7 @@ class Engine {
   createAnimationClipBinding(...given) {
     const call = 'createAnimationClipBinding';
     const state = stateOf(this, call);
-    const read = readTargetLists(call, state.registry, given);
+    const read = readTargetLists(call, state.registry, 1, given);
     checkWhole(call, 'mode', given[4]);
     const native = state.engine.createAnimationClipBinding(...given);
     const { object, entry } = adopt(state, 'binding', native, {});
@@ -286,6 +286,7 @@ function makeChecked(engine) {
   const { dirtyEntities, entityCommands } = engine;
   Object.assign(object, { dirtyEntities, entityCommands });
   Object.defineProperty(object, 'cullingResult', {
+    configurable: true,
     enumerable: true,
     get: () => state.result.buffer,
   });

@@ -51,7 +51,7 @@ class EngineAnimationClipBinding {
   updateBinding(...args) {
     const call = 'updateBinding';
     const { state, entry } = receiverOf(this, 'EngineAnimationClipBinding', call);
-    const read = readTargetLists(call, state.registry, args);
+    const read = readTargetLists(call, state.registry, 0, args);
     checkWhole(call, 'removedMode', args[4]);
     checkWhole(call, 'keptMode', args[5]);
     checkWhole(call, 'addedMode', args[6]);

@@ -12,14 +12,15 @@ const kTakePose = 1;
 
 /**
  * Reads the first four arguments of createAnimationClipBinding and updateBinding, or throws.
+ * @param {number} least of the two counts: only an update may have none, and empties the binding
  * @returns {{lists: Map<number, number[]>, entities: Set<number>}} the list of each clip, and all
  *   entities of the lists, those of a clip's second list included
  */
-function readTargetLists(call, registry, [buffer, byteOffset, clipCount, targetWords]) {
+function readTargetLists(call, registry, least, [buffer, byteOffset, clipCount, targetWords]) {
   const bytes = bytesOfBuffer(call, 'buffer', buffer);
   checkWhole(call, 'byteOffset', byteOffset);
-  checkWhole(call, 'clipCount', clipCount, 1);
-  checkWhole(call, 'targetWords', targetWords, 1);
+  checkWhole(call, 'clipCount', clipCount, least);
+  checkWhole(call, 'targetWords', targetWords, least);
   const needed = byteOffset + 4 * (clipCount + targetWords);
   if (bytes.byteLength < needed) {
     const sum = `${clipCount} + ${targetWords} words from byte ${byteOffset} end at ${needed}`;

@@ -1,7 +1,7 @@
 'use strict';
 // Tells when an object was collected. The host has no WeakRef; what it has is the destroy hook of an
 // AsyncResource, which runs a turn of the event loop after the resource was collected. The resource
-// hangs on the object alone, so both go together.
+// hangs on the object alone, so it goes with the object, or a collection later.
 const { AsyncResource, createHook } = require('async_hooks');
 
 /** What to call, by the number of the resource that is gone. */
@@ -17,7 +17,8 @@ const hook = createHook({
   },
 });
 
-const kResource = Symbol('nq_logic resource');
+/** Resources by the objects that they hang on. */
+const resources = new WeakMap();
 
 /**
  * Calls `callback` in a later turn, once `object` has been collected. Once an object.
@@ -28,7 +29,7 @@ function onCollected(object, callback) {
   hook.enable();
   const resource = new AsyncResource('NqLogicChecked');
   callbacks.set(resource.asyncId(), callback);
-  Object.defineProperty(object, kResource, { value: resource });
+  resources.set(object, resource);
 }
 
 module.exports = { onCollected };
