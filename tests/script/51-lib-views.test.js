@@ -608,6 +608,21 @@ for (const { name, bytes, make, rows, indices, indexed, outs = {}, words = {} } 
   });
 }
 
+describe('ControllerStateView', () => {
+  it('reads any number but 0, of either sign, as filling defaults', () => {
+    const view = new ControllerStateView(poisoned(32));
+    for (const [value, expected] of [
+      [0, false],
+      [-0, false],
+      [1e-30, true],
+      [NaN, true],
+    ]) {
+      view.f32[1] = value;
+      assert.strictEqual(view.fillDefaults(), expected, String(value));
+    }
+  });
+});
+
 describe('AnimatorView', () => {
   it('wants the count of clips of its component', () => {
     const component = poisoned(28);
@@ -784,6 +799,13 @@ describe('views of culling, with the engine', () => {
     assert.strictEqual(answer.object(1), objects.handle(2));
     assert.strictEqual(answer.distance(1), 10.125);
     assert.strictEqual(answer.hash, hash);
+
+    assertRefused(() => answer.object(2), RangeError, /CullingAnswerView\.object: i is 2, of 2/);
+    assertRefused(
+      () => answer.distance(2),
+      RangeError,
+      /CullingAnswerView\.distance: i is 2, of 2/
+    );
 
     const list = HandleList.from([objects.handle(2)]);
     const listed = new CullingAnswerView(engine.frustumCulling(last, ...looking, list.buffer));

@@ -118,8 +118,10 @@ describe('load', () => {
 
   it('prefers the build to the prebuilt module', () => {
     const copy = copyLibrary({ [built]: '', [prebuilt]: '' });
-    const { files } = refusal(copy, 'load()');
+    const { files, original } = refusal(copy, 'load()');
     assert.deepStrictEqual(files, [path.join(copy, built), path.join(copy, prebuilt)]);
+    // The last error of the two.
+    assert(original.includes(path.join(copy, prebuilt)), original);
     fs.copyFileSync(plainModule, path.join(copy, built));
     const run = runIn(copy, `require('./lib/load').load()`);
     assert.strictEqual(run.status, 0, run.stderr);
