@@ -45,6 +45,11 @@ wanted.forEach((value, i) => {
   assert(Math.abs(matrix[i] - value) < 1e-6, `element ${i} is ${matrix[i]}, not ${value}`);
 });
 
+// The checked engine does the same, and complains in words.
+const careful = nq.checked(nq.getEngine());
+assert.strictEqual(new nq.Entity3DView(careful.createEntity(true, 2)).count, 2);
+assert.throws(() => careful.createEntity(true, 4096), RangeError);
+
 // The importer says which package it lacks.
 const model = Buffer.from('{ "asset": { "version": "2.0" } }');
 importGltf(model).then(
