@@ -1,0 +1,281 @@
+'use strict';
+// Calls that end the process natively, and that a checked engine answers in words. Each case is set up on
+// an engine, checked or not, by `prepare`, which returns the call. `way` is how it ends natively: 'fault',
+// 'abort', or 'hang' for a call that never returns. `stage` 'prepare' is for what is refused earlier than
+// it ends natively.
+const { buildClip, sampleTypes } = require('../../../lib/clip');
+
+const none = 0xffffffff;
+
+/** Keeps what a case makes. */
+const kept = [];
+function keep(object) {
+  kept.push(object);
+  return object;
+}
+
+function clip(engine) {
+  const keys = [{ frame: 0, value: 1, inTangent: 0, outTangent: 0 }];
+  const curves = [{ target: 0, type: sampleTypes.PositionX, keys }];
+  return keep(
+    engine.createDataModel(1, buildClip({ framesPerSecond: 30, frameCount: 10, curves }))
+  );
+}
+
+/** A clip whose word `index` is wrong, in an animator. */
+function brokenClip(index, word, cut = 0) {
+  return (engine) => {
+    const keys = [{ frame: 0, value: 1, inTangent: 0, outTangent: 0 }];
+    const curves = [{ target: 0, type: sampleTypes.PositionX, keys }];
+    const bytes = buildClip({ framesPerSecond: 30, frameCount: 10, curves });
+    new Uint32Array(bytes)[index] = word;
+    const model = keep(engine.createDataModel(1, bytes.slice(0, bytes.byteLength - cut)));
+    const animator = keep(engine.createComponent(2, 1, 1));
+    const view = new DataView(animator.buffer);
+    view.setUint32(0, model.id, true);
+    view.setFloat32(8, 1, true);
+    return () => engine.updateAnimator(animator.id);
+  };
+}
+
+function cycle(engine) {
+  const { id } = keep(engine.createEntity(true, 3));
+  const words = [1, id, 2, id, id + 1, 2, id + 1, id + 2];
+  new Uint32Array(engine.entityCommands).set([4 * words.length, ...words]);
+  engine.refreshWorldTransform();
+  // Below a root, in three steps: out, in below its own child, and a root again above it.
+  const top = keep(engine.createEntity(true)).id;
+  const more = [2, id + 2, id + 1, 2, top, id + 2, 1, top, 2, id + 1, top];
+  new Uint32Array(engine.entityCommands).set([4 * more.length, ...more]);
+  new Uint32Array(engine.dirtyEntities).set([1, top]);
+  return () => engine.refreshWorldTransform();
+}
+
+function skinning(words) {
+  return (engine) => {
+    const entity = keep(engine.createEntity(true));
+    const model = keep(engine.createDataModel(2, new ArrayBuffer(64)));
+    const skin = keep(engine.createComponent(3, 1));
+    new Uint32Array(skin.buffer).set(words(model.id, entity.id));
+    return () => engine.updateSkinningMatrix(skin.id);
+  };
+}
+
+/** A controller whose states go round: the first names itself, or a second that names it. */
+function loop(count) {
+  return (engine) => {
+    const entity = keep(engine.createEntity(true));
+    const model = clip(engine);
+    const lists = Uint32Array.of(model.id, 1, entity.id).buffer;
+    const binding = keep(engine.createAnimationClipBinding(lists, 0, 1, 2, 1));
+    const states = Array.from({ length: count }, () =>
+      keep(engine.createAnimatorControllerStateModel(1))
+    );
+    states.forEach((state, i) => {
+      new Uint32Array(state.buffer)[2] = states[(i + 1) % count].id;
+    });
+    const controller = keep(engine.createAnimatorControllerModel(1));
+    new Uint32Array(controller.buffer).set([binding.id, 0, 0, states[0].id]);
+    return () => engine.updateAnimatorControllers(Uint32Array.of(1, controller.id));
+  };
+}
+
+function commandBuffer(write) {
+  return (engine) => {
+    const buffer = keep(engine.createMatrixFlowCommandBuffer(64));
+    const other = keep(engine.createMatrixFlowCommandBuffer(64));
+    write(new Uint32Array(buffer.buffer), new Uint32Array(other.buffer), buffer, other);
+    return () => buffer.execute();
+  };
+}
+
+const throwing = {
+  valueOf() {
+    throw new Error('from valueOf');
+  },
+};
+
+const batches = ['updateAnimators', 'updateAnimatorControllers', 'updateSkinningMatrices'];
+
+/** @type {Object<string, {way: string, type: Function, words: string[], prepare: Function}>} */
+const cases = {
+  receiverOfAnotherClass: {
+    way: 'fault',
+    type: TypeError,
+    words: ['createEntity: its receiver is an EngineEntity'],
+    prepare: (engine) => {
+      const entity = keep(engine.createEntity(true, 2));
+      return () => engine.createEntity.call(entity, true, 3);
+    },
+  },
+  receiverByNew: {
+    way: 'fault',
+    type: TypeError,
+    words: ['new Engine', 'getEngine'],
+    prepare: (engine) => () => new engine.constructor().refreshWorldTransform(),
+  },
+  bindingByNew: {
+    way: 'fault',
+    type: TypeError,
+    words: ['new EngineAnimationClipBinding', 'createAnimationClipBinding'],
+    prepare: (engine) => {
+      const entity = keep(engine.createEntity(true));
+      const lists = Uint32Array.of(clip(engine).id, 1, entity.id).buffer;
+      const binding = keep(engine.createAnimationClipBinding(lists, 0, 1, 2, 1));
+      return () => new binding.constructor().writeDefaultValues();
+    },
+  },
+  countThrows: {
+    way: 'abort',
+    type: TypeError,
+    words: ['createEntity: count is an object'],
+    prepare: (engine) => () => engine.createEntity(true, throwing),
+  },
+  countIsBigInt: {
+    way: 'abort',
+    type: TypeError,
+    words: ['createEntity: count is the BigInt 1'],
+    prepare: (engine) => () => engine.createEntity(true, BigInt(1)),
+  },
+  eyeIsSymbol: {
+    way: 'abort',
+    type: TypeError,
+    words: ['frustumCulling: eye x is Symbol(x)'],
+    prepare: (engine) => () =>
+      engine.frustumCulling(1, Symbol('x'), 0, 0, 0, 0, 0, 0, 1, 0, 1, 1, 1, 2),
+  },
+  commandsBeyondBlock: {
+    way: 'fault',
+    type: RangeError,
+    words: ['length word of entityCommands is 2147483640'],
+    prepare: (engine) => {
+      new Uint32Array(engine.entityCommands)[0] = 0x7ffffff8;
+      return () => engine.refreshWorldTransform();
+    },
+  },
+  dirtyListBeyondBlock: {
+    way: 'fault',
+    type: RangeError,
+    words: ['count of dirtyEntities is 4294967295'],
+    prepare: (engine) => {
+      new Uint32Array(engine.dirtyEntities)[0] = none;
+      return () => engine.refreshWorldTransform();
+    },
+  },
+  parentCycle: {
+    way: 'abort',
+    type: RangeError,
+    words: ['AddChild', 'closes a cycle'],
+    prepare: cycle,
+  },
+  animatorWithoutClip: {
+    way: 'abort',
+    type: RangeError,
+    words: ['animator 4096, clip 0: 0 names no clip'],
+    prepare: (engine) => {
+      const animator = keep(engine.createComponent(2, 1, 1));
+      return () => engine.updateAnimator(animator.id);
+    },
+  },
+  clipHeader: {
+    way: 'abort',
+    stage: 'prepare',
+    type: RangeError,
+    words: ['createDataModel', 'keyDataOffset is 7'],
+    prepare: brokenClip(0, 7),
+  },
+  clipContent: {
+    way: 'abort',
+    stage: 'prepare',
+    type: RangeError,
+    words: ['createDataModel', 'keys end at byte'],
+    prepare: brokenClip(6, 2),
+  },
+  clipCut: {
+    way: 'abort',
+    stage: 'prepare',
+    type: RangeError,
+    words: ['createDataModel', 'keys end at byte'],
+    prepare: brokenClip(6, 1, 4),
+  },
+  clipSampleType: {
+    way: 'abort',
+    stage: 'prepare',
+    type: RangeError,
+    words: ['createDataModel', 'no sample type 99'],
+    prepare: brokenClip(5, 99),
+  },
+  bonesOfOddSize: {
+    way: 'abort',
+    type: RangeError,
+    words: ['createDataModel: data has 60 bytes'],
+    prepare: (engine) => () => engine.createDataModel(2, new ArrayBuffer(60)),
+  },
+  skinWithoutModel: {
+    way: 'abort',
+    type: RangeError,
+    words: ['skinning component 4096, model 0 names no model of inverse bind matrices'],
+    prepare: skinning((model, entity) => [0, 0, entity]),
+  },
+  skinWithoutEntity: {
+    way: 'abort',
+    type: RangeError,
+    words: ['entity of bone 0: 4097 names no entity'],
+    prepare: skinning((model, entity) => [model, 0, entity + 1]),
+  },
+  stateOfItself: {
+    way: 'hang',
+    type: RangeError,
+    words: ['layer 0', 'comes back to 4096'],
+    prepare: loop(1),
+  },
+  statesInALoop: {
+    way: 'hang',
+    type: RangeError,
+    words: ['layer 0', 'comes back to 4096'],
+    prepare: loop(3),
+  },
+  bufferOfItself: {
+    build: 'flow',
+    way: 'fault',
+    type: RangeError,
+    words: ['in a circle, 4096 > 4096'],
+    prepare: commandBuffer((words, _, { id }) => words.set([8, 1, id])),
+  },
+  buffersInACircle: {
+    build: 'flow',
+    way: 'fault',
+    type: RangeError,
+    words: ['in a circle, 4096 > 8192 > 4096'],
+    prepare: commandBuffer((words, others, one, two) => {
+      words.set([8, 1, two.id]);
+      others.set([8, 1, one.id]);
+    }),
+  },
+  operandThatWraps: {
+    build: 'flow',
+    way: 'fault',
+    type: RangeError,
+    words: ['scalarAdd', 'operand A', 'offset 4294967292'],
+    prepare: commandBuffer((words, _, one, { memoryID }) => {
+      words.set([28, 1001, memoryID, none - 3, memoryID, 0, memoryID, 0]);
+    }),
+  },
+};
+
+for (const method of batches) {
+  cases[`${method}OfNumber`] = {
+    way: 'fault',
+    type: TypeError,
+    words: [`${method}: handles is 7`],
+    prepare: (engine) => () => engine[method](7),
+  };
+  cases[`${method}OfEmptyBuffer`] = {
+    way: 'fault',
+    type: RangeError,
+    words: [`${method}: handles has 0 bytes`],
+    prepare: (engine) => () => engine[method](new ArrayBuffer(0)),
+  };
+}
+
+module.exports = { cases };

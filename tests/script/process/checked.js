@@ -1,0 +1,14 @@
+'use strict';
+// What a checked engine refuses, and the plain one answers by the end of the process: `checked.js CASE`.
+// The cases are in lib/checked-ends.js.
+const fs = require('fs');
+const { modulePath } = require('../lib/host');
+const { cases } = require('../lib/checked-ends');
+
+const { build, prepare } = cases[process.argv[2]];
+const path = build === 'flow' ? process.env.NQ_MATRIXFLOW_MODULE : modulePath;
+const call = prepare(require(path).getEngine());
+
+fs.writeSync(1, 'about to end\n');
+call();
+fs.writeSync(1, 'went on\n');
