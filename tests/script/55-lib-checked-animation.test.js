@@ -7,7 +7,7 @@ const path = require('path');
 const { spawnSync } = require('child_process');
 const { modulePath } = require('./lib/host');
 const { Lab, assertWords, counted, none, targetLists } = require('./lib/checked');
-const { cases } = require('./lib/checked-ends');
+const { cases, silences } = require('./lib/checked-ends');
 const { playScene } = require('./lib/checked-scene');
 const { checked } = require('../../lib/checked');
 
@@ -610,6 +610,16 @@ describe('a checked engine in the place of', () => {
       if (way === 'abort') {
         assert.strictEqual(result.signal, 'SIGABRT', told);
       }
+    });
+  }
+});
+
+describe('a checked engine in the place of silence', () => {
+  for (const name of Object.keys(silences)) {
+    it(`about ${name}`, () => {
+      const { run, native, type, words } = silences[name];
+      assert.strictEqual(run(nq.getEngine()), native);
+      assertWords(() => run(checked(nq.getEngine())), type, ...words);
     });
   }
 });

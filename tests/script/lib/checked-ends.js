@@ -278,4 +278,267 @@ for (const method of batches) {
   };
 }
 
-module.exports = { cases };
+/** x of a 3D entity's position, written by all clips here as 1. */
+function xOf(entity, i = 0) {
+  return new Float32Array(entity.buffer)[27 * i + 5];
+}
+
+/** An entity that a binding with one clip moves, and a controller that plays it. */
+function player(engine, makeBinding) {
+  const entity = keep(engine.createEntity(true));
+  const model = clip(engine);
+  const lists = Uint32Array.of(model.id, 1, entity.id).buffer;
+  const make = makeBinding || (() => engine.createAnimationClipBinding(lists, 0, 1, 2, 1));
+  const state = keep(engine.createAnimatorControllerStateModel(1));
+  new Float32Array(state.buffer)[0] = 1;
+  new Uint32Array(state.buffer)[3] = model.id;
+  new Float32Array(state.buffer)[5] = 1;
+  const controller = keep(engine.createAnimatorControllerModel(1));
+  return {
+    entity,
+    model,
+    state,
+    controller,
+    play(binding = keep(make(entity, model))) {
+      new Uint32Array(controller.buffer).set([binding.id, 0, 0, state.id]);
+      new Float32Array(controller.buffer)[2] = 1;
+      controller.update(0, new ArrayBuffer(0));
+      return xOf(entity);
+    },
+  };
+}
+
+/** An animator of one clip; the entity that it moves. */
+function animated(engine, targets = 1) {
+  const entity = keep(engine.createEntity(true, 2));
+  const animator = keep(engine.createComponent(2, targets, 1));
+  const view = new DataView(animator.buffer);
+  for (let i = 0; i < targets; ++i) {
+    view.setUint32(12 * i, clip(engine).id, true);
+    view.setFloat32(12 * i + 8, 0.5, true);
+  }
+  view.setUint32(12 * targets, entity.id, true);
+  return { entity, animator };
+}
+
+/** Runs entity commands, with element 0 of a batch at x = 3 and dirty, and tells x of its second. */
+function worldX(engine, batch, commands) {
+  const floats = new Float32Array(batch.buffer);
+  [0, 1].forEach((i) => floats.set([3 - 3 * i, 0, 0, 1, 1, 1], 27 * i + 5));
+  new Uint32Array(engine.entityCommands).set([4 * commands.length, ...commands]);
+  new Uint32Array(engine.dirtyEntities).set([2, batch.id, batch.id + 1]);
+  engine.refreshWorldTransform();
+  return floats[27 + 11 + 12];
+}
+
+const camera = [1, 0, 0, 10, 0, 0, 0, 0, 1, 0, 1, 1, 0.1, 100];
+
+/** Two objects at the origin. */
+function seen(engine, handle) {
+  const entity = keep(engine.createEntity(true));
+  new Float32Array(entity.buffer).set([1, 1, 1], 8);
+  new Uint32Array(engine.dirtyEntities).set([1, entity.id]);
+  new Uint32Array(engine.entityCommands).set([8, 1, entity.id]);
+  engine.refreshWorldTransform();
+  const objects = keep(engine.createComponent(1, 2));
+  [0, 1].forEach((i) => {
+    const words = new Uint32Array(objects.buffer, 28 * i, 7);
+    words.set([1, 1, 0, 0, 0, 0, i === 0 ? entity.id : handle || entity.id]);
+  });
+  return objects;
+}
+
+/**
+ * Calls that do nothing natively, or not what was meant: `native` is what `run` returns there.
+ * @type {Object<string, {run: Function, native: *, type: Function, words: string[]}>}
+ */
+const silences = {
+  batchTooLarge: {
+    run: (engine) => engine.createEntity(true, 4096).id,
+    native: 0,
+    type: RangeError,
+    words: ['count is 4096'],
+  },
+  countOfNoNumber: {
+    run: (engine) => engine.createEntity(true, NaN).buffer.byteLength,
+    native: 108,
+    type: RangeError,
+    words: ['count is NaN'],
+  },
+  componentOfNoKind: {
+    run: (engine) => engine.createComponent(4, 1, 1),
+    native: null,
+    type: RangeError,
+    words: ['kind is 4'],
+  },
+  animatorWithoutTargets: {
+    run: (engine) => engine.createComponent(2, 1, 0).id,
+    native: 0,
+    type: RangeError,
+    words: ['entityCount is 0'],
+  },
+  animatorWithoutCount: {
+    run: (engine) => engine.createComponent(2, 1),
+    native: null,
+    type: TypeError,
+    words: ['entityCount is undefined'],
+  },
+  modelOfAnArray: {
+    run: (engine) => engine.createDataModel(2, [1, 2, 3]).id,
+    native: 4096,
+    type: TypeError,
+    words: ['data is an array'],
+  },
+  nameOfNothing: {
+    run: (engine) => engine.setEntityName(4096, 'a'),
+    native: null,
+    type: RangeError,
+    words: ['4096 names no entity'],
+  },
+  animatorsBeyondTheBuffer: {
+    run: (engine) => {
+      const { entity, animator } = animated(engine);
+      engine.updateAnimators(Uint32Array.of(2, animator.id));
+      return xOf(entity);
+    },
+    native: 0,
+    type: RangeError,
+    words: ['count of handles is 2', '8 bytes hold 1'],
+  },
+  targetTableTooShort: {
+    run: (engine) => {
+      // The first clip is off, and the second one's entry lies behind the table.
+      const { entity, animator } = animated(engine, 2);
+      new Float32Array(animator.buffer)[2] = 0;
+      engine.updateAnimator(animator.id);
+      return xOf(entity);
+    },
+    native: 0,
+    type: RangeError,
+    words: ['clip 1', 'end at entry 2', 'which has 1'],
+  },
+  bindingOfAView: {
+    run: (engine) =>
+      player(
+        engine,
+        (entity, model) =>
+          engine.createAnimationClipBinding(Uint32Array.of(model.id, 1, entity.id), 0, 1, 2, 1) || {
+            id: 0,
+          }
+      ).play(),
+    native: 0,
+    type: TypeError,
+    words: ['buffer is a Uint32Array'],
+  },
+  bindingOfNoClip: {
+    run: (engine) =>
+      player(engine, (entity, { id }) => {
+        const words = Uint32Array.of(id, id + 4096, 1, entity.id, 0);
+        return engine.createAnimationClipBinding(words.buffer, 0, 2, 3, 1);
+      }).play(),
+    native: 0,
+    type: RangeError,
+    words: ['clip 1 of the lists', 'names no clip'],
+  },
+  maskOfAView: {
+    run: (engine) => {
+      const one = player(engine);
+      one.controller.setMaskAtIndex(0, Uint32Array.of(one.entity.id, 0), 0, 1);
+      return one.play();
+    },
+    native: 1, // as without a mask
+    type: TypeError,
+    words: ['buffer is a Uint32Array'],
+  },
+  maskOfNoLayer: {
+    run: (engine) => {
+      const one = player(engine);
+      one.controller.setMaskAtIndex(1, Uint32Array.of(one.entity.id, 0).buffer, 0, 1);
+      return one.play();
+    },
+    native: 1,
+    type: RangeError,
+    words: ['layer is 1'],
+  },
+  stateOfNoClip: {
+    run: (engine) => {
+      const one = player(engine);
+      new Uint32Array(one.state.buffer)[3] += 4096;
+      return one.play();
+    },
+    native: 0,
+    type: RangeError,
+    words: ['clip 0', 'names no clip'],
+  },
+  updateWithoutABuffer: {
+    run: (engine) => {
+      const { controller, play, entity } = player(engine);
+      play();
+      new Float32Array(entity.buffer)[5] = 9;
+      controller.update(0);
+      return xOf(entity);
+    },
+    native: 9,
+    type: TypeError,
+    words: ['update: the second argument is undefined'],
+  },
+  childOfAnotherKind: {
+    run: (engine) => {
+      const batch = keep(engine.createEntity(true, 2));
+      const flat = keep(engine.createEntity(false));
+      return worldX(engine, batch, [1, flat.id, 2, flat.id, batch.id + 1]);
+    },
+    native: 0, // under no root
+    type: RangeError,
+    words: ['AddChild', '2D'],
+  },
+  rootWithAParent: {
+    run: (engine) => {
+      const batch = keep(engine.createEntity(true, 2));
+      return worldX(engine, batch, [2, batch.id, batch.id + 1, 1, batch.id + 1]);
+    },
+    native: 0,
+    type: RangeError,
+    words: ['AddRoot', 'has the parent 4096'],
+  },
+  commandOfNoNumber: {
+    run: (engine) => {
+      const batch = keep(engine.createEntity(true, 2));
+      // 12 is passed over, and its operand taken for a command: the 2 of AddChild.
+      return worldX(engine, batch, [1, batch.id, 12, 2, batch.id, batch.id + 1]);
+    },
+    native: 3,
+    type: RangeError,
+    words: ['no command 12'],
+  },
+  listOfAView: {
+    run: (engine) => {
+      const { id } = seen(engine);
+      return engine.frustumCulling(...camera, Uint32Array.of(1, id)).objects.byteLength;
+    },
+    native: 8, // both, though one is listed
+    type: TypeError,
+    words: ['list is a Uint32Array'],
+  },
+  listAheadOfMore: {
+    run: (engine) => {
+      const { id } = seen(engine);
+      const list = Uint32Array.of(1, id).buffer;
+      return engine.frustumCulling(...camera, list, true).objects.byteLength;
+    },
+    native: 8,
+    type: TypeError,
+    words: ['16 arguments'],
+  },
+  objectWithoutEntity: {
+    run: (engine) => {
+      seen(engine, 8 * 4096);
+      return engine.frustumCulling(...camera).objects.byteLength;
+    },
+    native: 4,
+    type: RangeError,
+    words: ['culling object 4097', 'names no entity'],
+  },
+};
+
+module.exports = { cases, silences };
