@@ -79,8 +79,7 @@ function readDataModel(call, kind, bytes) {
     try {
       clip = readClip(bytes);
     } catch (error) {
-      error.message = `${call}: data: ${error.message}`;
-      throw error;
+      throw new error.constructor(`${call}: data: ${error.message}`);
     }
     return { targetCount: new Set(clip.curves.map(({ target }) => target)).size };
   }

@@ -639,3 +639,16 @@ describe('a scene in a checked engine', () => {
     });
   }
 });
+
+describe('a checked engine with random words in shared memory', () => {
+  for (const seed of [1, 2, 3, 4, 5]) {
+    it(`refuses them or goes on, seed ${seed}`, () => {
+      const script = path.join(__dirname, 'process', 'checked-random.js');
+      const options = { encoding: 'utf8', timeout: 60000, killSignal: 'SIGKILL' };
+      const { status, signal, stderr } = spawnSync(process.execPath, [script, seed], options);
+      assert.deepStrictEqual({ status, signal }, { status: 0, signal: null }, stderr);
+      const { passed, refused } = JSON.parse(stderr);
+      assert(passed > 2000 && refused > 1000, stderr);
+    });
+  }
+});
