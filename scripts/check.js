@@ -115,6 +115,17 @@ const checks = {
     },
   },
 
+  // The viewer in a browser without a display, which newer Node steers.
+  viewer: {
+    needs: ['build', 'browser'],
+    run() {
+      build('release', {}, ['nq_logic']);
+      const mocha = nodeModule('mocha/bin/mocha');
+      const args = [mocha, '--timeout=60000', 'tests/browser/viewer.test.js'];
+      return status(process.execPath, args, { NQ_HOST: host, NQ_MODULE: modulePath }) === 0;
+    },
+  },
+
   // Every benchmark once, on a tiny budget, so that none rots.
   bench: {
     needs: ['build', 'bench'],

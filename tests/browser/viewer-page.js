@@ -1,0 +1,183 @@
+'use strict';
+// The viewer's host and its page in a browser without a display, for tests and for the picture of the
+// docs. Runs on a newer Node than the host.
+const childProcess = require('child_process');
+const path = require('path');
+const { chromium } = require('playwright-core');
+const { PNG } = require('pngjs');
+const { which } = require('../../scripts/lib/run');
+
+const main = path.join(__dirname, '..', '..', 'viewer', 'main.js');
+
+/** Draws by the processor, as there may be no graphics card. */
+const browserArguments = [
+  '--no-sandbox',
+  '--use-angle=swiftshader',
+  '--enable-unsafe-swiftshader',
+  '--hide-scrollbars',
+];
+
+/** Hosts that run. */
+const running = new Set();
+
+/** Ends hosts that a failed test has left. */
+function endHosts() {
+  running.forEach((child) => child.kill('SIGKILL'));
+}
+
+/**
+ * Starts the viewer's host.
+ * @param {string[]} args
+ * @returns {Promise<{address: string, stop: function(): Promise<number>}>} `stop` gives its exit code
+ */
+function startHost(args) {
+  const host = process.env.NQ_HOST;
+  const child = childProcess.spawn(host, [main, ...args], {
+    stdio: ['ignore', 'pipe', 'inherit'],
+  });
+  running.add(child);
+  const ended = new Promise((resolve) => {
+    child.on('close', (code) => {
+      running.delete(child);
+      resolve(code);
+    });
+  });
+  const stop = () => {
+    child.kill('SIGINT');
+    return ended;
+  };
+  return new Promise((resolve, reject) => {
+    let output = '';
+    child.on('error', reject);
+    child.on('close', (code) => reject(new Error(`the host ended with ${code}: ${output}`)));
+    child.stdout.setEncoding('utf8');
+    child.stdout.on('data', (text) => {
+      output += text;
+      const found = /at (http:\S+) /.exec(output);
+      if (found) {
+        resolve({ address: found[1], stop });
+      }
+    });
+  });
+}
+
+/** Starts a browser. */
+function startBrowser() {
+  const executablePath = which('chromium');
+  if (executablePath === null) {
+    throw new Error("there is no chromium on PATH: run 'node scripts/setup.js browser'.");
+  }
+  return chromium.launch({ executablePath, args: browserArguments });
+}
+
+/** Owns a page of the viewer, and what went wrong in it. */
+class ViewerPage {
+  /**
+   * Opens a page and waits until it has drawn.
+   * @param {import('playwright-core').Browser} browser
+   * @param {string} address
+   * @param {{width: number, height: number}} viewport
+   */
+  static async open(browser, address, viewport) {
+    const result = new ViewerPage();
+    result.troubles = [];
+    result.requests = [];
+    result.page = await browser.newPage({ viewport });
+    result.page.setDefaultTimeout(20000);
+    result.page.on('console', (message) => {
+      if (['error', 'warning'].includes(message.type())) {
+        result.troubles.push(message.text());
+      }
+    });
+    result.page.on('pageerror', (error) => result.troubles.push(error.stack));
+    result.page.on('request', (request) => result.requests.push(request.url()));
+    await result.page.goto(address);
+    await result.drawn(2);
+    return result;
+  }
+
+  /** Waits until so many more frames were drawn. */
+  async drawn(frames) {
+    const drawings = await this.page.evaluate(() => self.nqViewer.page.drawings);
+    await this.page.waitForFunction(
+      (wanted) => self.nqViewer.page.drawings >= wanted,
+      drawings + frames
+    );
+  }
+
+  /**
+   * Waits until something holds of the newest frame.
+   * @param {function(Object, *): boolean} holds runs in the page: of the frame, and of what is given
+   * @param {*} [given]
+   */
+  async until(holds, given = null) {
+    // A function in one piece: the page lets no text become a program.
+    const body = `const { frame } = self.nqViewer.page;
+      return frame !== null && (${holds})(frame, given);`;
+    await this.page.waitForFunction(new Function('given', body), given);
+  }
+
+  /** Facts of the newest frame, and of what is drawn of it. */
+  frame() {
+    return this.page.evaluate(() => {
+      const { page, picture, stream } = self.nqViewer;
+      const { frame } = page;
+      return {
+        number: frame.frame,
+        crowd: frame.crowd,
+        camera: frame.camera,
+        flags: frame.flags,
+        visible: Array.from(frame.visible),
+        sliders: Array.from(frame.sliders),
+        characters: Array.from(frame.characters),
+        weights: Array.from(frame.weights),
+        matrices: Array.from(frame.matrices.subarray(0, 4096)),
+        finite: frame.matrices.every(Number.isFinite),
+        carried: Array.from(frame.carried),
+        carriers: Array.from(frame.carriers),
+        milliseconds: Array.from(frame.milliseconds),
+        instances: picture.bodies.geometry.instanceCount,
+        messages: stream.messages,
+      };
+    });
+  }
+
+  /** Pixels of the picture alone, without what lies over it. */
+  async pixels() {
+    const box = await this.page.locator('#picture').boundingBox();
+    return PNG.sync.read(await this.page.screenshot({ clip: box }));
+  }
+
+  /** Pixels of the picture without characters; their shadows stay. */
+  async pixelsWithoutBodies() {
+    const show = (isVisible) =>
+      this.page.evaluate((visible) => {
+        self.nqViewer.picture.bodies.visible = visible;
+      }, isVisible);
+    await show(false);
+    await this.drawn(2);
+    const result = await this.pixels();
+    await show(true);
+    return result;
+  }
+
+  /** Sets a slider as a hand does. */
+  async slide(name, value) {
+    await this.page.locator(`#${name}`).fill(String(value));
+  }
+
+  click(id) {
+    return this.page.locator(`#${id}`).click();
+  }
+
+  text(id) {
+    return this.page.locator(`#${id}`).textContent();
+  }
+
+  /** Whether a button is pressed. */
+  async isPressed(id) {
+    return (await this.page.locator(`#${id}`).getAttribute('aria-pressed')) === 'true';
+  }
+}
+
+module.exports = { ViewerPage, endHosts, startBrowser, startHost };

@@ -1,0 +1,371 @@
+'use strict';
+// The viewer's page in a browser: it draws what the host streams, and does what its sliders say.
+const assert = require('assert');
+const fs = require('fs');
+const os = require('os');
+const path = require('path');
+const { realModel, skeleton, writeGlb } = require('../fixtures/models');
+const { ViewerPage, endHosts, startBrowser, startHost } = require('./viewer-page');
+
+const kCharacters = 40;
+const viewport = { width: 700, height: 360 };
+
+/** Difference of two colours from which on they are two. */
+const kOther = 24;
+
+/** How many pixels differ between two pictures of one size. */
+function countOther(a, b) {
+  assert.deepStrictEqual([a.width, a.height], [b.width, b.height]);
+  let count = 0;
+  for (let i = 0; i < a.data.length; i += 4) {
+    count += isOther(a, b, i) ? 1 : 0;
+  }
+  return count;
+}
+
+function isOther(a, b, i) {
+  return [0, 1, 2].some((k) => Math.abs(a.data[i + k] - b.data[i + k]) >= kOther);
+}
+
+/** How many pixels are of a strong colour, as shirts and lights are. */
+function countStrong({ data }) {
+  let count = 0;
+  for (let i = 0; i < data.length; i += 4) {
+    const [r, g, b] = [data[i], data[i + 1], data[i + 2]];
+    count += Math.max(r, g, b) - Math.min(r, g, b) > 80 ? 1 : 0;
+  }
+  return count;
+}
+
+const mean = (values) => values.reduce((sum, value) => sum + value, 0) / values.length;
+
+let browser;
+let host;
+/** @type {ViewerPage} */
+let viewer;
+
+before(async () => {
+  browser = await startBrowser();
+});
+
+after(async () => {
+  endHosts();
+  await browser.close();
+});
+
+describe('viewer page', () => {
+  before(async () => {
+    host = await startHost(['--port', '0', '--characters', String(kCharacters)]);
+    viewer = await ViewerPage.open(browser, host.address, viewport);
+  });
+
+  after(async () => {
+    await viewer.page.close();
+    assert.strictEqual(await host.stop(), 0);
+  });
+
+  it('is sent matrices, which change', async () => {
+    const first = await viewer.frame();
+    await viewer.drawn(3);
+    const later = await viewer.frame();
+    assert.ok(later.messages >= first.messages + 3, `${first.messages} to ${later.messages}`);
+    assert.ok(later.number > first.number);
+    assert.ok(first.finite && later.finite);
+    assert.ok(first.matrices.length > 800, 'of a figure at least');
+    assert.notDeepStrictEqual(first.matrices, later.matrices);
+  });
+
+  it('draws, and what it draws moves', async () => {
+    const first = await viewer.pixels();
+    await viewer.drawn(3);
+    const later = await viewer.pixels();
+    const all = first.width * first.height;
+    assert.ok(countStrong(first) > all / 500, `${countStrong(first)} of ${all} pixels`);
+    assert.ok(countOther(first, later) > all / 500, `${countOther(first, later)} of ${all} pixels`);
+  });
+
+  it('stands still while paused, and says so', async () => {
+    await viewer.click('pause');
+    await viewer.until((frame) => (frame.flags & 1) === 1);
+    assert.strictEqual(await viewer.text('pause'), 'Go on');
+    // Cameras come to rest.
+    await viewer.drawn(6);
+    const first = await viewer.pixels();
+    await viewer.drawn(2);
+    assert.ok(countOther(first, await viewer.pixels()) < 20);
+    assert.strictEqual(await viewer.text('status'), 'paused');
+  });
+
+  it('draws characters where their matrices have them', async () => {
+    await viewer.click('camera-1');
+    await viewer.until((frame) => frame.camera === 1);
+    await viewer.drawn(2);
+    const withBodies = await viewer.pixels();
+    const places = await viewer.page.evaluate(() => {
+      const { page, picture } = self.nqViewer;
+      const { frame, scene } = page;
+      // A vertex of the head, by its first bone's matrix, on the screen.
+      const { positions, bones } = {
+        positions: scene.arrays['body.positions'],
+        bones: scene.arrays['body.bones'],
+      };
+      let top = 0;
+      for (let i = 0; i < positions.length / 3; ++i) {
+        top = positions[3 * i + 1] > positions[3 * top + 1] ? i : top;
+      }
+      const [x, y, z] = positions.subarray(3 * top, 3 * top + 3);
+      const view = picture.overview.matrixWorldInverse.clone();
+      const m = view.premultiply(picture.overview.projectionMatrix).elements;
+      const { clientWidth, clientHeight } = picture.canvas;
+      return Array.from(frame.characters, (character, i) => {
+        const at = 16 * (i * scene.bones + bones[4 * top]);
+        const b = frame.matrices.subarray(at, at + 16);
+        const world = [0, 1, 2].map((k) => b[k] * x + b[4 + k] * y + b[8 + k] * z + b[12 + k]);
+        const [u, v] = [0, 1].map(
+          (k) => m[k] * world[0] + m[4 + k] * world[1] + m[8 + k] * world[2] + m[12 + k]
+        );
+        return [((u + 1) / 2) * clientWidth, ((1 - v) / 2) * clientHeight];
+      });
+    });
+    const without = await viewer.pixelsWithoutBodies();
+    const inside = places
+      .map((place) => place.map(Math.floor))
+      .filter(([x, y]) => x > 2 && y > 2 && x < without.width - 2 && y < without.height - 2);
+    assert.ok(inside.length > 5, `${inside.length} heads in the picture`);
+    // Dark hair may be as dark as the floor: somewhere around the crown the two differ.
+    const around = [-2, 0, 2];
+    const drawn = inside.filter(([x, y]) =>
+      around.some((dy) =>
+        around.some((dx) => isOther(withBodies, without, 4 * ((y + dy) * without.width + x + dx)))
+      )
+    );
+    assert.ok(drawn.length >= 0.9 * inside.length, `${drawn.length} of ${inside.length} heads`);
+    // And not everywhere.
+    assert.ok(countOther(withBodies, without) < 0.2 * without.width * without.height);
+    await viewer.click('camera-0');
+    await viewer.click('pause');
+    await viewer.until((frame) => frame.camera === 0 && (frame.flags & 1) === 0);
+  });
+
+  it('shows what the chosen camera sees', async () => {
+    for (const camera of [1, 0]) {
+      await viewer.click(`camera-${camera}`);
+      await viewer.until((frame, given) => frame.camera === given, camera);
+      await viewer.drawn(2);
+      assert.ok(await viewer.isPressed(`camera-${camera}`));
+      assert.ok(!(await viewer.isPressed(`camera-${1 - camera}`)));
+      const frame = await viewer.frame();
+      assert.strictEqual(frame.characters.length, frame.visible[camera]);
+      assert.notStrictEqual(frame.visible[0], frame.visible[1]);
+    }
+  });
+
+  it('looks from outside, and turns there', async () => {
+    await viewer.click('look-outside');
+    await viewer.drawn(2);
+    const picture = () =>
+      viewer.page.evaluate(() => {
+        const { orbit, lines, outside } = self.nqViewer.picture;
+        return { yaw: orbit.yaw, visible: lines.visible, eye: outside.position.toArray() };
+      });
+    const first = await picture();
+    assert.ok(first.visible, 'edges of the view');
+    await viewer.page.mouse.move(150, 150);
+    await viewer.page.mouse.down();
+    await viewer.page.mouse.move(250, 160);
+    await viewer.page.mouse.up();
+    await viewer.drawn(2);
+    const turned = await picture();
+    assert.ok(Math.abs(turned.yaw - first.yaw) > 0.3, `${first.yaw} to ${turned.yaw}`);
+    assert.notDeepStrictEqual(turned.eye, first.eye);
+    await viewer.click('look-through');
+    await viewer.drawn(1);
+    assert.ok(!(await picture()).visible);
+  });
+
+  it('changes the size of the crowd', async () => {
+    await viewer.click('camera-1');
+    await viewer.until((frame) => frame.camera === 1);
+    await viewer.drawn(1);
+    const all = await viewer.frame();
+    assert.ok(all.instances > 6, `${all.instances} drawn`);
+    await viewer.slide('crowd', 6);
+    await viewer.until((frame) => frame.crowd === 6);
+    await viewer.drawn(2);
+    const few = await viewer.frame();
+    assert.ok(few.instances > 0 && few.instances <= 6, `${few.instances} drawn`);
+    assert.ok(Math.max(...few.characters) < 6);
+    assert.strictEqual(await viewer.text('crowd-now'), '6');
+    assert.strictEqual(await viewer.text('crowd-value'), `6 of ${kCharacters}`);
+    assert.strictEqual(await viewer.text('shown'), String(few.instances));
+    await viewer.slide('crowd', kCharacters);
+    await viewer.click('camera-0');
+    await viewer.until((frame, given) => frame.crowd === given && frame.camera === 0, kCharacters);
+  });
+
+  it('crossfades by hand, and by the plan', async () => {
+    assert.ok(await viewer.isPressed('crossfade-auto'));
+    for (const [value, text] of [
+      [1, 'walk 0 %, run 100 %'],
+      [0, 'walk 100 %, run 0 %'],
+    ]) {
+      await viewer.slide('crossfade', value);
+      await viewer.until((frame, given) => frame.sliders[0] === given, value);
+      await viewer.drawn(2);
+      const frame = await viewer.frame();
+      frame.weights.forEach((weight, i) => assert.strictEqual(weight, i % 2 ? value : 1 - value));
+      assert.strictEqual(frame.flags, 2);
+      assert.strictEqual(await viewer.text('crossfade-value'), text);
+      assert.ok(!(await viewer.isPressed('crossfade-auto')));
+    }
+    await viewer.click('crossfade-auto');
+    await viewer.until((frame) => frame.flags === 0 && frame.sliders[0] > 0.05);
+    await viewer.drawn(2);
+    assert.ok(await viewer.isPressed('crossfade-auto'));
+    const place = Number(await viewer.page.locator('#crossfade').inputValue());
+    assert.ok(place > 0 && place < 1, `the thumb follows the plan: ${place}`);
+  });
+
+  it('weighs layers', async () => {
+    const height = async () => {
+      const { carried } = await viewer.frame();
+      return mean(carried.filter((_, i) => i % 16 === 13));
+    };
+    const heights = {};
+    for (const wave of [0, 1]) {
+      await viewer.slide('wave', wave);
+      await viewer.slide('breath', 1 - wave);
+      await viewer.until(
+        (frame, given) => frame.sliders[1] === given && frame.sliders[2] === 1 - given,
+        wave
+      );
+      await viewer.drawn(2);
+      assert.strictEqual(await viewer.text('wave-value'), wave === 1 ? '100 %' : '0 %');
+      assert.strictEqual(await viewer.text('breath-value'), wave === 1 ? '0 %' : '100 %');
+      assert.strictEqual((await viewer.frame()).flags, 4 | 8);
+      heights[wave] = await height();
+    }
+    // What hands carry is above the heads of those who wave.
+    assert.ok(heights[1] > heights[0] + 0.4, `${heights[0]} m to ${heights[1]} m`);
+    await viewer.click('wave-auto');
+    await viewer.click('breath-auto');
+    await viewer.until((frame) => frame.flags === 0);
+  });
+
+  it('charts the stages of frames', async () => {
+    await viewer.drawn(4);
+    const stages = await viewer.page
+      .locator('#stages tr')
+      .evaluateAll((rows) =>
+        rows.map((row) => [row.dataset.stage, row.cells[0].textContent, row.cells[1].textContent])
+      );
+    assert.deepStrictEqual(
+      stages.map(([name]) => name),
+      ['script', 'animate', 'transform', 'props', 'skin', 'perspective', 'overview', 'stream']
+    );
+    assert.ok(stages.every(([, title]) => title.length > 3));
+    await viewer.page.waitForFunction(
+      () => Number(document.querySelector('[data-stage=animate]').cells[1].textContent) > 0
+    );
+    assert.ok(/^\d+\.\d\d ms$/.test(await viewer.text('whole')));
+    const shares = await viewer.page.evaluate(() => {
+      const { chart } = self.nqViewer;
+      const { data, width, height } = chart.canvas
+        .getContext('2d')
+        .getImageData(...[0, 0, chart.canvas.width, chart.canvas.height]);
+      const swatch = document.querySelector('[data-stage=animate] i');
+      const wanted = getComputedStyle(swatch).backgroundColor.match(/\d+/g).map(Number);
+      let [filled, animate] = [0, 0];
+      for (let i = 0; i < data.length; i += 4) {
+        filled += data[i + 3] === 255 ? 1 : 0;
+        animate += wanted.every((value, k) => Math.abs(data[i + k] - value) < 3) ? 1 : 0;
+      }
+      return { frames: chart.frames, filled, animate, all: width * height };
+    });
+    assert.ok(shares.frames > 10);
+    assert.ok(shares.filled > 100 && shares.filled < shares.all, JSON.stringify(shares));
+    assert.ok(shares.animate > 20, JSON.stringify(shares));
+    const facts = await viewer.text('facts');
+    assert.ok(facts.includes(`bones moved${(50 * kCharacters).toLocaleString('en')}`), facts);
+  });
+
+  it('fits its picture into any window', async () => {
+    for (const size of [{ width: 500, height: 640 }, viewport]) {
+      await viewer.page.setViewportSize(size);
+      const box = await viewer.page.locator('#picture').boundingBox();
+      const aspect = box.width / box.height;
+      await viewer.until((frame, given) => Math.abs(frame.pose[10] - given) < 1e-3, aspect);
+      await viewer.drawn(2);
+      assert.ok(countStrong(await viewer.pixels()) > 50);
+    }
+  });
+
+  it('asks nobody but its host, and has no troubles', () => {
+    assert.ok(viewer.requests.length >= 7, viewer.requests.join());
+    for (const url of viewer.requests.filter((one) => !one.startsWith('data:'))) {
+      assert.ok(url.startsWith(host.address), url);
+    }
+    assert.deepStrictEqual(viewer.troubles, []);
+  });
+
+  it('waits for a host that is gone, and goes on with the next', async () => {
+    const { port } = new URL(host.address);
+    assert.strictEqual(await host.stop(), 0);
+    await viewer.page.waitForFunction(() => !document.getElementById('notice').hidden);
+    assert.ok(/npm run view/.test(await viewer.text('notice')));
+    assert.strictEqual(await viewer.text('status'), 'no host');
+    host = await startHost(['--port', port, '--characters', '7']);
+    await viewer.until((frame) => frame.crowd === 7);
+    await viewer.drawn(2);
+    assert.ok(await viewer.page.locator('#notice').isHidden());
+    assert.strictEqual(await viewer.text('crowd-value'), '7 of 7');
+  });
+});
+
+describe('viewer page with a model', () => {
+  let folder;
+  before(() => {
+    folder = fs.mkdtempSync(path.join(os.tmpdir(), 'nq-viewer-page-'));
+  });
+  after(() => {
+    fs.rmSync(folder, { recursive: true });
+  });
+
+  /** Shows a model and asserts that it is drawn, and moves. */
+  async function assertShown(file, clips) {
+    const model = await startHost(['--port', '0', '--characters', '6', '--model', file]);
+    const shown = await ViewerPage.open(browser, model.address, viewport);
+    await shown.click('camera-1');
+    await shown.until((frame) => frame.camera === 1);
+    await shown.drawn(3);
+    const scene = await shown.page.evaluate(() => self.nqViewer.page.scene);
+    assert.strictEqual(scene.name, path.basename(file));
+    assert.deepStrictEqual(scene.clips, clips);
+    assert.strictEqual(await shown.page.locator('#row-wave').isVisible(), false);
+    assert.strictEqual(await shown.page.locator('#row-crossfade').isVisible(), clips.length > 1);
+    const first = await shown.frame();
+    assert.ok(first.instances > 0 && first.finite);
+    const pixels = await shown.pixels();
+    assert.ok(countOther(pixels, await shown.pixelsWithoutBodies()) > 60);
+    await shown.drawn(3);
+    assert.notDeepStrictEqual((await shown.frame()).matrices, first.matrices);
+    if (clips.length > 1) {
+      await shown.slide('crossfade', 1);
+      await shown.until((frame) => frame.sliders[0] === 1);
+      const { weights } = await shown.frame();
+      weights.forEach((weight, i) => {
+        assert.strictEqual(weight, i % clips.length === clips.length - 1 ? 1 : 0);
+      });
+    }
+    assert.deepStrictEqual(shown.troubles, []);
+    await shown.page.close();
+    assert.strictEqual(await model.stop(), 0);
+  }
+
+  it('draws sticks for one without meshes', () =>
+    assertShown(writeGlb(path.join(folder, 'sticks.glb'), skeleton()), ['everything']));
+
+  it('draws a real one', async function test() {
+    await assertShown(realModel(this, 'Fox.glb'), ['Survey', 'Walk', 'Run']);
+  });
+});
