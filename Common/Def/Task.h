@@ -3,6 +3,7 @@
 #define NQ_COMMON_DEF_TASK_H_
 
 #include <cstddef>
+#include <cstring>
 #include <functional>
 #include <new>
 #include <type_traits>
@@ -47,6 +48,14 @@ class Task {
   Task& operator=(const Task&) = delete;
   ~Task() { Clear(); }
 
+  // Moves a task out of memory that holds none from then on: `from` must not be destroyed. Of a
+  // callable that is plain bytes nothing is written at `from`.
+  static Task Relocate(Task* from) {
+    Task task;
+    task.CopyOrMove(*from);
+    return task;
+  }
+
   // Runs the callable.
   void operator()() {
     if (operations == nullptr) {
@@ -58,6 +67,7 @@ class Task {
   explicit operator bool() const { return operations != nullptr; }
 
  private:
+  // The last two are null for callables that are plain bytes: these are copied, and need no end.
   struct Operations {
     void (*run)(void*);
     void (*moveTo)(void* from, void* to);  // leaves `from` destroyed
@@ -82,25 +92,45 @@ class Task {
   }
 
   template <typename Stored>
-  static constexpr Operations kOperations = {&Run<Stored>, &MoveTo<Stored>, &Destroy<Stored>};
+  static constexpr Operations MakeOperations() {
+    if (std::is_trivially_copyable<Stored>::value) {
+      return Operations{&Run<Stored>, nullptr, nullptr};
+    }
+    return Operations{&Run<Stored>, &MoveTo<Stored>, &Destroy<Stored>};
+  }
+
+  template <typename Stored>
+  static constexpr Operations kOperations = MakeOperations<Stored>();
 
   void TakeFrom(Task& other) {
+    CopyOrMove(other);
+    other.operations = nullptr;
+  }
+
+  // Leaves the callable of `other` destroyed.
+  void CopyOrMove(Task& other) {
     operations = other.operations;
-    if (operations != nullptr) {
+    if (operations == nullptr) {
+      return;
+    }
+    if (operations->moveTo == nullptr) {
+      std::memcpy(storage, other.storage, sizeof(storage));
+    } else {
       operations->moveTo(other.storage, storage);
-      other.operations = nullptr;
     }
   }
 
   void Clear() {
     if (operations != nullptr) {
-      operations->destroy(storage);
+      if (operations->destroy != nullptr) {
+        operations->destroy(storage);
+      }
       operations = nullptr;
     }
   }
 
   const Operations* operations = nullptr;
-  alignas(std::max_align_t) unsigned char storage[kCallableBytes];
+  alignas(std::max_align_t) unsigned char storage[kCallableBytes] = {};  // copied as a whole
 };
 
 }  // namespace nq::engine

@@ -3,7 +3,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <utility>
+
+#include "Common/Def/TaskQueue.h"
 
 namespace nq::engine {
 
@@ -19,73 +20,51 @@ constexpr std::chrono::microseconds kYieldBeforeSleep{100};
 // What the pool and its threads share. Lock order: `mutex`, then `waitMutex`. `waitMutex` is held
 // for the duration of WaitIdle, across its sleep, so a lock-order checker sees `mutex` taken again
 // behind it; that can't block, since only the one waiting thread does it.
-struct WorkerPoolState {
-  explicit WorkerPoolState(uint32_t threadCount) : busy(threadCount, false) {}
-
+//
+// What changes with each task stands at the front, in one cache line.
+struct alignas(64) WorkerPoolState {
   Mutex mutex;
-  ConditionVariable taskAvailable;
+  TaskQueue queue NQ_GUARDED_BY(mutex);
   bool stopped NQ_GUARDED_BY(mutex) = false;
 
-  // First in, first out: tasks ahead of `queueHead` have been taken. The array is emptied when the
-  // last one is, and keeps its memory, so that steady work allocates nothing.
-  std::vector<Task> queue NQ_GUARDED_BY(mutex);
-  size_t queueHead NQ_GUARDED_BY(mutex) = 0;
+  // Workers that run a task. One that has not yet reached its loop counts as idle.
+  uint32_t busyCount NQ_GUARDED_BY(mutex) = 0;
 
-  Mutex waitMutex;
   bool waiting NQ_GUARDED_BY(mutex) = false;
+  ConditionVariable taskAvailable;
   ConditionVariable allIdle;
+  Mutex waitMutex;
 
   // Counts the broadcasts of `allIdle`. A condition variable may return without one, which is not
   // the wake-up that a waiter waits for. Changes under `mutex`; a waiter also looks without it.
   std::atomic<uint64_t> idleBroadcasts{0};
-
-  // By worker: true while it runs a task. A worker that has not yet reached its loop counts as
-  // idle.
-  std::vector<bool> busy NQ_GUARDED_BY(mutex);
-  uint32_t busyCount NQ_GUARDED_BY(mutex) = 0;
-
-  bool QueueEmpty() const NQ_REQUIRES(mutex) { return queueHead == queue.size(); }
-
-  void SetBusy(uint32_t worker, bool value) NQ_REQUIRES(mutex) {
-    if (busy[worker] != value) {
-      busy[worker] = value;
-      busyCount += value ? 1 : -1;
-    }
-  }
 
   void BroadcastAllIdle() NQ_REQUIRES(mutex) {
     ++idleBroadcasts;
     allIdle.Broadcast();
   }
 
-  Task TakeTask() NQ_REQUIRES(mutex) {
-    Task task = std::move(queue[queueHead]);
-    ++queueHead;
-    if (QueueEmpty()) {
-      queue.clear();
-      queueHead = 0;
-    }
-    return task;
-  }
-
   // The loop of one worker thread.
-  void Work(uint32_t worker) NQ_EXCLUDES(mutex);
+  void Work() NQ_EXCLUDES(mutex);
 };
 
-void WorkerPoolState::Work(uint32_t worker) {
+void WorkerPoolState::Work() {
+  bool busy = false;
   mutex.Lock();
   while (!stopped) {
-    if (QueueEmpty()) {
-      SetBusy(worker, false);
+    if (queue.Empty()) {
+      busyCount -= busy ? 1 : 0;
+      busy = false;
       if (waiting && busyCount == 0) {
         BroadcastAllIdle();
       }
       taskAvailable.Wait(mutex);
       continue;
     }
-    SetBusy(worker, true);
+    busyCount += busy ? 0 : 1;
+    busy = true;
     {
-      Task task = TakeTask();
+      Task task = queue.Take();
       mutex.Unlock();
       task();
       mutex.Lock();
@@ -96,10 +75,10 @@ void WorkerPoolState::Work(uint32_t worker) {
 }
 
 WorkerPool::WorkerPool(uint32_t threadCount)
-    : state(std::make_shared<WorkerPoolState>(threadCount)), threadCount(threadCount) {
+    : state(std::make_shared<WorkerPoolState>()), threadCount(threadCount) {
   threads.reserve(threadCount);
-  for (uint32_t worker = 0; worker < threadCount; ++worker) {
-    threads.emplace_back([shared = state, worker] { shared->Work(worker); });
+  for (uint32_t i = 0; i < threadCount; ++i) {
+    threads.emplace_back([shared = state] { shared->Work(); });
   }
 }
 
@@ -117,9 +96,7 @@ void WorkerPool::PostAll(Task* tasks, size_t count) {
       // A post waits until the current WaitIdle has ended.
       MutexLock waitLock(state->waitMutex);
     }
-    for (size_t i = 0; i < count; ++i) {
-      state->queue.push_back(std::move(tasks[i]));
-    }
+    state->queue.Append(tasks, count);
   }
   state->taskAvailable.Broadcast();
 }
@@ -127,7 +104,7 @@ void WorkerPool::PostAll(Task* tasks, size_t count) {
 void WorkerPool::WaitIdle() {
   state->mutex.Lock();
   state->waitMutex.Lock();
-  if (!state->QueueEmpty() || state->busyCount != 0) {
+  if (!state->queue.Empty() || state->busyCount != 0) {
     state->waiting = true;
     const uint64_t seen = state->idleBroadcasts;
     state->mutex.Unlock();
