@@ -14,6 +14,7 @@
 #include "Engine/Animation/AnimationClipModel.h"
 #include "Engine/Animation/AnimationRecord.h"
 #include "Engine/Animation/AnimationSystem.h"
+#include "Engine/Animation/EntityPoseWriter.h"
 #include "Engine/Entity/EngineCore.h"
 #include "Engine/Entity/Entity.h"
 #include "Engine/Entity/Entity2D.h"
@@ -25,46 +26,21 @@ namespace nq::engine {
 
 namespace {
 
-// Where the values of a sample are numbers, they replace `old`.
-inline __m128 Replace(__m128 old, __m128 value) {
-  const __m128 absent = _mm_cmpunord_ps(value, value);
-  return _mm_or_ps(_mm_and_ps(absent, old), _mm_andnot_ps(absent, value));
-}
-
 inline void Replace(float* field, float value) {
   if (!std::isnan(value)) {
     *field = value;
   }
 }
 
-// True if all four are numbers.
-inline bool AllNumbers(__m128 value) {
-  return _mm_movemask_ps(_mm_cmpunord_ps(value, value)) == 0;
-}
-
-// Position and scale of a record are six numbers in a row, as are channels 0 to 5. Most samples are
-// whole: then there is nothing to keep of the record.
-void Write3D(const ClipSample& sample, Entity3DRecord* record) {
+// Rotation of a record where the sample has none, or a part of one, or angles.
+void WritePartOfRotation(const ClipSample& sample, Entity3DRecord* record) {
   const float* channel = sample.channel;
-  const __m128 rotation = _mm_loadu_ps(channel + kRotationChannel);
-  if (AllNumbers(rotation)) {
+  if (!std::isnan(channel[kRotationWChannel])) {
     record->rotationMode = sample.isQuaternion ? 1 : 0;
-    _mm_storeu_ps(record->rotation, rotation);
-  } else {
-    if (!std::isnan(channel[kRotationWChannel])) {
-      record->rotationMode = sample.isQuaternion ? 1 : 0;
-    }
-    _mm_storeu_ps(record->rotation, Replace(_mm_loadu_ps(record->rotation), rotation));
   }
-  float* four = reinterpret_cast<float*>(reinterpret_cast<uint8_t*>(record) +
-                                         offsetof(Entity3DRecord, position));
-  const __m128 first = _mm_load_ps(channel);
-  const __m128 absent = _mm_cmpunord_ps(first, first);
-  if (_mm_movemask_ps(absent) != 0xF) {
-    _mm_storeu_ps(four, Replace(_mm_loadu_ps(four), first));
-  }
-  Replace(&record->scale[1], channel[4]);
-  Replace(&record->scale[2], channel[5]);
+  const __m128 rotation = _mm_loadu_ps(channel + kRotationChannel);
+  const __m128 isNumber = _mm_cmpord_ps(rotation, rotation);
+  _mm_storeu_ps(record->rotation, Select(isNumber, rotation, _mm_loadu_ps(record->rotation)));
 }
 
 void Write2D(const ClipSample& sample, Entity2DRecord* record) {
@@ -75,20 +51,29 @@ void Write2D(const ClipSample& sample, Entity2DRecord* record) {
   Replace(&record->rotation, sample.channel[8]);
 }
 
-// `batch` is the one of `handle`, which names an entity.
-inline void ApplyTo(const TransformTree& tree, const TransformBatch& batch, uint32_t handle,
-                    const ClipSample& sample) {
-  const uint32_t index = HandleElement(handle);
-  uint8_t* record = batch.SharedRecord(index);
-  float* local = batch.localMatrices[index].m;
-  if (batch.isThreeD) {
-    Write3D(sample, reinterpret_cast<Entity3DRecord*>(record));
-    Entity3D::BuildOwnLocalMatrix(record, local);
-  } else {
-    Write2D(sample, reinterpret_cast<Entity2DRecord*>(record));
-    Entity2D::BuildLocalMatrix(record, local);
+// Position and scale of a record are six numbers in a row, as are channels 0 to 5.
+inline void ApplyTo(const EntityPoseWriter& writer, const ClipSample& sample) {
+  if (!writer.IsThreeD()) {
+    Write2D(sample, reinterpret_cast<Entity2DRecord*>(writer.Record()));
+    Entity2D::BuildLocalMatrix(writer.Record(), writer.LocalMatrix());
+    writer.Mark();
+    return;
   }
-  tree.MarkDirty(handle);
+  const float* channel = sample.channel;
+  const __m128 first = _mm_load_ps(channel);
+  const __m128 second =
+      _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(channel + kScaleChannel + 1));
+  const PositionScale values =
+      writer.Replace(first, _mm_cmpord_ps(first, first), second, _mm_cmpord_ps(second, second));
+  const __m128 rotation = _mm_loadu_ps(channel + kRotationChannel);
+  const bool isWhole = _mm_movemask_ps(_mm_cmpunord_ps(rotation, rotation)) == 0;
+  if (isWhole && sample.isQuaternion) {
+    writer.FinishWithQuaternion(rotation, values);
+    return;
+  }
+  WritePartOfRotation(sample, writer.Record3D());
+  Entity3D::BuildOwnLocalMatrix(writer.Record(), writer.LocalMatrix());
+  writer.Mark();
 }
 
 // The rotation channels as one vector of length 1. In Euler form the fourth is not a number, so
@@ -102,8 +87,9 @@ void NormaliseRotation(ClipSample* sample) {
 }  // namespace
 
 void ApplySample(const ClipSample& sample, Entity* entity) {
-  const TransformTree& tree = entity->system->Tree();
-  ApplyTo(tree, tree.Batch(entity->handle), entity->handle, sample);
+  EntityPoseWriter writer(entity->system->Tree());
+  writer.Seek(entity->handle);
+  ApplyTo(writer, sample);
 }
 
 // A clip that takes part in an update.
@@ -229,20 +215,18 @@ void AnimatorComponent::Update() {
 void AnimatorComponent::ApplyOne(const ActiveClip& clip, Scratch* scratch) {
   const uint32_t* targets =
       reinterpret_cast<const uint32_t*>(data + AnimatorTargetsOffset(clipCount));
-  const TransformTree& tree = core->Entities()->Tree();
+  EntityPoseWriter writer(core->Entities()->Tree());
   const SampleMap& samples = scratch->SampleOf(clip);
-  for (uint32_t i = 0; i < samples.Size(); ++i) {
+  const uint32_t count = samples.Size();
+  Entity* first = nullptr;
+  for (uint32_t i = 0; i < count; ++i) {
     const uint32_t entry = clip.base + samples.Target(i);
-    if (entry >= entityCount || !tree.Contains(targets[entry])) {
-      continue;
-    }
-    const uint32_t handle = targets[entry];
-    const TransformBatch& batch = tree.Batch(handle);
-    ApplyTo(tree, batch, handle, samples.Sample(i));
-    if (firstTarget == nullptr) {
-      firstTarget = batch.EntityAt(HandleElement(handle));
+    if (entry < entityCount && writer.Seek(targets[entry])) {
+      ApplyTo(writer, samples.Sample(i));
+      first = first == nullptr ? writer.Target() : first;
     }
   }
+  firstTarget = first;
 }
 
 // The share of each further contribution is its weight by the sum so far, so that the outcome is
@@ -275,15 +259,15 @@ void AnimatorComponent::ApplyBlend(Scratch* scratch) {
   }
 
   // Entities are different ones, so the order of the writes does not show, but for which is first.
-  const TransformTree& tree = core->Entities()->Tree();
+  EntityPoseWriter writer(core->Entities()->Tree());
   uint32_t first = 0;
   for (Scratch::BlendEntry& entry : entries) {
-    if (tree.Contains(entry.handle)) {
+    if (writer.Seek(entry.handle)) {
       NormaliseRotation(&entry.sample);
-      ApplyTo(tree, tree.Batch(entry.handle), entry.handle, entry.sample);
+      ApplyTo(writer, entry.sample);
       if (firstTarget == nullptr || entry.handle < first) {
         first = entry.handle;
-        firstTarget = tree.EntityOf(first);
+        firstTarget = writer.Target();
       }
     }
   }

@@ -12,6 +12,7 @@
 #include "Engine/Animation/AnimationSystem.h"
 #include "Engine/Animation/AnimatorControllerModel.h"
 #include "Engine/Animation/AnimatorControllerStateModel.h"
+#include "Engine/Animation/EntityPoseWriter.h"
 #include "Engine/Animation/QuaternionMath.h"
 #include "Engine/Animation/StateEvaluation.h"
 #include "Engine/Animation/TargetPose.h"
@@ -60,10 +61,6 @@ struct RestChannels {
 inline __m128 RestRotation(TransformValue* rest) {
   const __m128 wzyx = _mm_loadu_ps(rest->Quaternion());
   return _mm_shuffle_ps(wzyx, wzyx, _MM_SHUFFLE(0, 1, 2, 3));
-}
-
-inline __m128 Select(__m128 mask, __m128 yes, __m128 no) {
-  return _mm_or_ps(_mm_and_ps(mask, yes), _mm_andnot_ps(mask, no));
 }
 
 // Lanes in which a weight is a number.
@@ -280,26 +277,17 @@ void MergeLayer(uint32_t index, const ControllerLayerRecord& record, RestPoses* 
   }
 }
 
-// Stores a pose into the record of a 3D entity, builds its local matrix and marks it.
-void WritePose(const TargetPose& pose, const TransformTree& tree, uint32_t handle) {
-  const TransformBatch& batch = tree.Batch(handle);
-  const uint32_t index = HandleElement(handle);
-  uint8_t* bytes = batch.SharedRecord(index);
-  Entity3DRecord* record = reinterpret_cast<Entity3DRecord*>(bytes);
-  float* four = reinterpret_cast<float*>(bytes + offsetof(Entity3DRecord, position));
-  const __m128 stored = IsNumber(_mm_load_ps(pose.weight));
-  _mm_storeu_ps(four, Select(stored, _mm_load_ps(pose.value), _mm_loadu_ps(four)));
-  for (uint32_t i = 1; i < 3; ++i) {
-    if (!std::isnan(pose.weight[kScaleChannel + i])) {
-      record->scale[i] = pose.value[kScaleChannel + i];
-    }
-  }
+// Stores a pose into a 3D entity, builds its local matrix and marks it.
+inline void WritePose(const TargetPose& pose, const EntityPoseWriter& writer) {
+  const PositionScale values =
+      writer.Replace(_mm_load_ps(pose.value), IsNumber(_mm_load_ps(pose.weight)),
+                     _mm_load_ps(pose.value + 4), IsNumber(_mm_load_ps(pose.weight + 4)));
   if (!std::isnan(pose.rotationWeight)) {
-    _mm_storeu_ps(record->rotation, _mm_load_ps(pose.rotation));
-    record->rotationMode = 1;
+    writer.FinishWithQuaternion(_mm_load_ps(pose.rotation), values);
+    return;
   }
-  Entity3D::BuildOwnLocalMatrix(bytes, batch.localMatrices[index].m);
-  tree.MarkDirty(handle);
+  Entity3D::BuildOwnLocalMatrix(writer.Record(), writer.LocalMatrix());
+  writer.Mark();
 }
 
 }  // namespace
@@ -317,11 +305,10 @@ void AnimatorControllerModel::Update() {
     MergeLayer(index, Layer(index), &restPoses, scratch);
   }
   // Numbers that are no entities may be among the keys.
-  const TransformTree& tree = core->Entities()->Tree();
+  EntityPoseWriter writer(core->Entities()->Tree());
   for (const uint32_t slot : scratch->finalPose.Slots()) {
-    const uint32_t handle = restPoses.Number(slot);
-    if (tree.Contains(handle) && tree.Batch(handle).isThreeD) {
-      WritePose(scratch->finalPose.At(slot), tree, handle);
+    if (writer.Seek(restPoses.Number(slot)) && writer.IsThreeD()) {
+      WritePose(scratch->finalPose.At(slot), writer);
     }
   }
 }

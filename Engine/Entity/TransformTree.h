@@ -125,6 +125,12 @@ class TransformTree {
   // The batches by slot. Valid until a batch enters.
   const TransformBatch* Table() const { return batches.data(); }
 
+  // The batch of a handle's slot; an empty one if there is none.
+  TransformBatch BatchOrEmpty(uint32_t handle) const {
+    const uint32_t slot = HandleSlot(handle);
+    return slot < batches.size() ? batches[slot] : TransformBatch();
+  }
+
   // The rest is for handles that name an entity.
   const TransformBatch& Batch(uint32_t handle) const { return batches[HandleSlot(handle)]; }
   TransformLinks& Links(uint32_t handle) const {
@@ -144,13 +150,19 @@ class TransformTree {
   // Marks an entity for recomputation and its ancestors as having work below, up to the first that
   // is marked already. Any thread.
   void MarkDirty(uint32_t handle) const {
-    TransformLinks* links = &Links(handle);
-    links->SetDirtyState(kDirtySelf);
-    while (links->parent != 0) {
-      links = &Links(links->parent);
-      if (!links->MarkBelow()) {
+    TransformLinks& links = Links(handle);
+    links.SetDirtyState(kDirtySelf);
+    MarkAncestors(links.parent);
+  }
+
+  // The part of it above the entity: from its parent, which may be 0, upwards.
+  void MarkAncestors(uint32_t parent) const {
+    while (parent != 0) {
+      TransformLinks& links = Links(parent);
+      if (!links.MarkBelow()) {
         return;
       }
+      parent = links.parent;
     }
   }
 

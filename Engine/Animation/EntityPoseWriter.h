@@ -1,0 +1,101 @@
+// Writes animated transforms into entities, one after the other.
+#ifndef NQ_ENGINE_ANIMATION_ENTITYPOSEWRITER_H_
+#define NQ_ENGINE_ANIMATION_ENTITYPOSEWRITER_H_
+
+#include <emmintrin.h>
+
+#include <cstdint>
+
+#include "Engine/Entity/Entity3D.h"
+#include "Engine/Entity/EntityRecord.h"
+#include "Engine/Entity/LocalMatrix3D.h"
+#include "Engine/Entity/LocalMatrixStore.h"
+#include "Engine/Entity/TransformTree.h"
+
+namespace nq::engine {
+
+// `yes` in lanes of `mask`, `no` in the others.
+inline __m128 Select(__m128 mask, __m128 yes, __m128 no) {
+  return _mm_or_ps(_mm_and_ps(mask, yes), _mm_andnot_ps(mask, no));
+}
+
+// Where the transforms of a character's entities go. Entities of one batch mostly follow each
+// other, so the batch is looked up when it changes only; and what goes into a record goes into the
+// local matrix without a way through memory.
+//
+// Thread safety: one writer a task, as long as entities are different ones.
+class EntityPoseWriter {
+ public:
+  explicit EntityPoseWriter(const TransformTree& tree) : tree(tree) {}
+
+  // Turns to an entity. False if `handle` names none; then nothing else may be called.
+  bool Seek(uint32_t handle) {
+    if (HandleSlot(handle) != slot) {
+      slot = HandleSlot(handle);
+      batch = tree.BatchOrEmpty(handle);
+    }
+    index = HandleElement(handle);
+    return index < batch.count;
+  }
+
+  bool IsThreeD() const { return batch.isThreeD; }
+  uint8_t* Record() const { return batch.SharedRecord(index); }
+  float* LocalMatrix() const { return batch.localMatrices[index].m; }
+  Entity* Target() const { return batch.EntityAt(index); }
+
+  // The record of a 3D entity.
+  Entity3DRecord* Record3D() const {
+    return reinterpret_cast<Entity3DRecord*>(batch.sharedRecords +
+                                             size_t{index} * sizeof(Entity3DRecord));
+  }
+
+  // Position and scale of a 3D entity, after those in lanes of `mask` have been replaced. Of the
+  // second row two lanes count.
+  PositionScale Replace(__m128 positionScaleX, __m128 mask, __m128 scaleYZ, __m128 maskYZ) const {
+    Entity3DRecord* record = Record3D();
+    PositionScale values(*record);
+    if (_mm_movemask_ps(mask) != 0) {
+      values.positionScaleX = Select(mask, positionScaleX, values.positionScaleX);
+      _mm_storeu_ps(PositionScale::First(record), values.positionScaleX);
+    }
+    if ((_mm_movemask_ps(maskYZ) & 3) != 0) {
+      values.scaleYZ = Select(maskYZ, scaleYZ, values.scaleYZ);
+      _mm_storel_pi(reinterpret_cast<__m64*>(&record->scale[1]), values.scaleYZ);
+    }
+    return values;
+  }
+
+  // Gives a 3D entity the rotation `xyzw`, builds the local matrix and marks the entity. `values`
+  // are in the record already.
+  void FinishWithQuaternion(__m128 xyzw, const PositionScale& values) const {
+    Entity3DRecord* record = Record3D();
+    record->rotationMode = 1;
+    _mm_storeu_ps(record->rotation, xyzw);
+    const LocalColumns m(QuaternionColumns(xyzw), values);
+    StoreOwnLocalMatrix(LocalMatrix(), m.c0, m.c1, m.c2, m.c3);
+    Mark();
+  }
+
+  // Marks the entity, as TransformTree does.
+  void Mark() const {
+    TransformLinks& links = batch.links[index];
+    links.SetDirtyState(kDirtySelf);
+    const uint32_t parent = links.parent;
+    // Of entities that go from top to bottom, each finds its parent marked by itself.
+    if (HandleSlot(parent) == slot &&
+        batch.links[HandleElement(parent)].DirtyState() != kDirtyClean) {
+      return;
+    }
+    tree.MarkAncestors(parent);
+  }
+
+ private:
+  const TransformTree& tree;
+  TransformBatch batch;
+  uint32_t slot = ~0u;  // of `batch`; no handle has the first one
+  uint32_t index = 0;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_ANIMATION_ENTITYPOSEWRITER_H_
