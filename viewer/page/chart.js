@@ -22,6 +22,9 @@ const kScaleRate = 0.08;
 /** Distances between lines of the scale, in milliseconds. */
 const kSteps = [0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 50, 100, 200, 500];
 
+/** Height of the scale's text. */
+const kTextPixels = 12;
+
 function median(values) {
   const sorted = Array.from(values).sort((a, b) => a - b);
   const half = sorted.length >> 1;
@@ -87,9 +90,8 @@ export class Chart {
     pen.clearRect(0, 0, width, height);
     const shown = this.rows.map((row) => this.last(row, kFrames));
     const sums = shown[0].map((_, i) => shown.reduce((sum, column) => sum + column[i], 0));
-    // A single late frame may leave the chart; the scale is of what is usual.
-    const usual = Array.from(sums).sort((a, b) => a - b)[Math.floor(0.97 * sums.length)] || 0;
-    this.top += (Math.max(0.2, 1.25 * usual) - this.top) * kScaleRate;
+    // Late frames may leave the chart; the scale is of what is usual.
+    this.top += (Math.max(0.2, 1.8 * median(sums)) - this.top) * kScaleRate;
     const yOf = (milliseconds) => height - (milliseconds / this.top) * height;
     const xOf = (i) => width - (sums.length - 1 - i) * (width / (kFrames - 1));
     const base = new Float32Array(sums.length);
@@ -116,8 +118,16 @@ export class Chart {
       const y = Math.round(yOf(value)) + 0.5;
       pen.fillStyle = 'rgba(217, 223, 235, 0.14)';
       pen.fillRect(0, y, width, 1);
-      pen.fillStyle = 'rgba(217, 223, 235, 0.6)';
-      pen.fillText(`${Number(value.toFixed(2))} ms`, 2, y);
+      // Text that the upper edge would cut is left out.
+      if (y < kTextPixels) {
+        continue;
+      }
+      const text = `${Number(value.toFixed(2))} ms`;
+      pen.lineWidth = 3;
+      pen.strokeStyle = '#141925';
+      pen.strokeText(text, 3, y);
+      pen.fillStyle = '#d9dfeb';
+      pen.fillText(text, 3, y);
     }
   }
 }
