@@ -26,6 +26,9 @@ namespace nq::engine {
 
 namespace {
 
+// Targets between an entity and the one whose memory is asked for meanwhile.
+constexpr uint32_t kFetchAhead = 4;
+
 inline void Replace(float* field, float value) {
   if (!std::isnan(value)) {
     *field = value;
@@ -51,28 +54,39 @@ void Write2D(const ClipSample& sample, Entity2DRecord* record) {
   Replace(&record->rotation, sample.channel[8]);
 }
 
-// Position and scale of a record are six numbers in a row, as are channels 0 to 5.
-inline void ApplyTo(const EntityPoseWriter& writer, const ClipSample& sample) {
-  if (!writer.IsThreeD()) {
-    Write2D(sample, reinterpret_cast<Entity2DRecord*>(writer.Record()));
-    Entity2D::BuildLocalMatrix(writer.Record(), writer.LocalMatrix());
-    writer.Mark();
-    return;
+// What a sample without a whole quaternion writes, and all that one writes into a 2D entity.
+__attribute__((noinline)) void WriteUncommon(const ClipSample& sample, bool isThreeD,
+                                             uint8_t* record, float* local) {
+  if (isThreeD) {
+    WritePartOfRotation(sample, reinterpret_cast<Entity3DRecord*>(record));
+    Entity3D::BuildOwnLocalMatrix(record, local);
+  } else {
+    Write2D(sample, reinterpret_cast<Entity2DRecord*>(record));
+    Entity2D::BuildLocalMatrix(record, local);
   }
+}
+
+// Position and scale of a record are six numbers in a row, as are channels 0 to 5. Inlined by
+// order, so that the writer's fields stay in registers over a character.
+inline __attribute__((always_inline)) void ApplyTo(const EntityPoseWriter& writer,
+                                                   const ClipSample& sample) {
   const float* channel = sample.channel;
-  const __m128 first = _mm_load_ps(channel);
-  const __m128 second =
-      _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(channel + kScaleChannel + 1));
-  const PositionScale values =
-      writer.Replace(first, _mm_cmpord_ps(first, first), second, _mm_cmpord_ps(second, second));
   const __m128 rotation = _mm_loadu_ps(channel + kRotationChannel);
-  const bool isWhole = _mm_movemask_ps(_mm_cmpunord_ps(rotation, rotation)) == 0;
-  if (isWhole && sample.isQuaternion) {
-    writer.FinishWithQuaternion(rotation, values);
-    return;
+  const bool hasRotation = _mm_movemask_ps(_mm_cmpunord_ps(rotation, rotation)) == 0;
+  if (!writer.IsThreeD()) {
+    WriteUncommon(sample, false, writer.Record(), writer.LocalMatrix());
+  } else {
+    const __m128 first = _mm_load_ps(channel);
+    const __m128 second =
+        _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(channel + kScaleChannel + 1));
+    const PositionScale values =
+        writer.Replace(first, _mm_cmpord_ps(first, first), second, _mm_cmpord_ps(second, second));
+    if (hasRotation && sample.isQuaternion) {
+      writer.WriteQuaternion(rotation, values);
+    } else {
+      WriteUncommon(sample, true, writer.Record(), writer.LocalMatrix());
+    }
   }
-  WritePartOfRotation(sample, writer.Record3D());
-  Entity3D::BuildOwnLocalMatrix(writer.Record(), writer.LocalMatrix());
   writer.Mark();
 }
 
@@ -222,6 +236,9 @@ void AnimatorComponent::ApplyOne(const ActiveClip& clip, Scratch* scratch) {
   for (uint32_t i = 0; i < count; ++i) {
     const uint32_t entry = clip.base + samples.Target(i);
     if (entry < entityCount && writer.Seek(targets[entry])) {
+      if (entityCount - entry > kFetchAhead) {
+        writer.FetchAhead(targets[entry + kFetchAhead]);
+      }
       ApplyTo(writer, samples.Sample(i));
       first = first == nullptr ? writer.Target() : first;
     }

@@ -283,10 +283,10 @@ inline void WritePose(const TargetPose& pose, const EntityPoseWriter& writer) {
       writer.Replace(_mm_load_ps(pose.value), IsNumber(_mm_load_ps(pose.weight)),
                      _mm_load_ps(pose.value + 4), IsNumber(_mm_load_ps(pose.weight + 4)));
   if (!std::isnan(pose.rotationWeight)) {
-    writer.FinishWithQuaternion(_mm_load_ps(pose.rotation), values);
-    return;
+    writer.WriteQuaternion(_mm_load_ps(pose.rotation), values);
+  } else {
+    Entity3D::BuildOwnLocalMatrix(writer.Record(), writer.LocalMatrix());
   }
-  Entity3D::BuildOwnLocalMatrix(writer.Record(), writer.LocalMatrix());
   writer.Mark();
 }
 

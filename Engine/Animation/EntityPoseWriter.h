@@ -4,6 +4,7 @@
 
 #include <emmintrin.h>
 
+#include <cstddef>
 #include <cstdint>
 
 #include "Engine/Entity/Entity3D.h"
@@ -38,6 +39,17 @@ class EntityPoseWriter {
     return index < batch.count;
   }
 
+  // Asks for the memory of a 3D entity that comes soon, if it is of the same batch.
+  void FetchAhead(uint32_t handle) const {
+    if (HandleSlot(handle) == slot) {
+      const size_t ahead = HandleElement(handle);
+      const uint8_t* record = batch.sharedRecords + ahead * sizeof(Entity3DRecord);
+      __builtin_prefetch(record, 1);
+      __builtin_prefetch(record + offsetof(Entity3DRecord, worldMatrix) - 1, 1);
+      __builtin_prefetch(batch.localMatrices + ahead, 1);
+    }
+  }
+
   bool IsThreeD() const { return batch.isThreeD; }
   uint8_t* Record() const { return batch.SharedRecord(index); }
   float* LocalMatrix() const { return batch.localMatrices[index].m; }
@@ -65,15 +77,14 @@ class EntityPoseWriter {
     return values;
   }
 
-  // Gives a 3D entity the rotation `xyzw`, builds the local matrix and marks the entity. `values`
-  // are in the record already.
-  void FinishWithQuaternion(__m128 xyzw, const PositionScale& values) const {
+  // Gives a 3D entity the rotation `xyzw`, and builds the local matrix. `values` are in the record
+  // already.
+  void WriteQuaternion(__m128 xyzw, const PositionScale& values) const {
     Entity3DRecord* record = Record3D();
     record->rotationMode = 1;
     _mm_storeu_ps(record->rotation, xyzw);
     const LocalColumns m(QuaternionColumns(xyzw), values);
     StoreOwnLocalMatrix(LocalMatrix(), m.c0, m.c1, m.c2, m.c3);
-    Mark();
   }
 
   // Marks the entity, as TransformTree does.
