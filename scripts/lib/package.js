@@ -15,7 +15,7 @@ const folders = {
   docs: /\.(md|png)$/,
   examples: /^(expected\/\d\d-[\w-]+\.txt|[\w-]+\.js)$/,
   lib: /\.js$/,
-  types: /(?<!\.test-d|-test)\.d\.ts$/,
+  types: /\.d\.ts$/,
 };
 
 /** Files beside those, whatever else comes and goes. */

@@ -136,6 +136,14 @@ describe('an installed package', () => {
     assert.strictEqual(stdout, fs.readFileSync(expected, 'utf8'));
   });
 
+  it('has typings that need nothing beside it', () => {
+    fs.copyFileSync(path.join(__dirname, 'use.ts'), path.join(project, 'use.ts'));
+    const compiler = path.join(root, 'node_modules', 'typescript', 'bin', 'tsc');
+    const options = ['--noEmit', '--strict', '--target', 'es2019', '--module', 'commonjs'];
+    const { stdout } = succeed(runInProject(host, compiler, ...options, 'use.ts'));
+    assert.strictEqual(stdout, '');
+  });
+
   it('tells another Node what it needs', function () {
     const node = newerNode();
     if (node === null) {

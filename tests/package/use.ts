@@ -1,0 +1,26 @@
+// Compiled in a project in which the package is installed, and nothing else.
+import nq = require('nq_logic');
+import { sampleTypes } from 'nq_logic/lib/clip';
+import { importGltf } from 'nq_logic/lib/gltf';
+
+const engine = nq.getEngine();
+const entities = new nq.Entity3DView(engine.createEntity(true, 2));
+entities.setPosition(0, 1, 2, 3);
+const matrix: Float32Array = entities.worldMatrix(0, new Float32Array(16));
+const replaced: boolean | null = engine.frustumCullingV2(
+  1,
+  ...([0, 0, 10, 0, 0, 0, 0, 1, 0] as const),
+  ...([1, 1, 0.1, 100] as const)
+);
+const positionX: 1 = sampleTypes.PositionX;
+const bytes: Promise<ArrayBuffer> = importGltf('fox.glb').then(({ skins }) => {
+  return skins[0].inverseBindMatrices;
+});
+// @ts-expect-error: a path or bytes, no number
+importGltf(4);
+// @ts-expect-error: a name is no number
+entities.setPosition(0, 'left', 2, 3);
+// @ts-expect-error: the package's module has no command buffers
+engine.createMatrixFlowCommandBuffer(64);
+
+export { bytes, matrix, positionX, replaced };
