@@ -11,6 +11,8 @@ namespace nq::engine {
 
 namespace {
 
+constexpr size_t kCacheLineBytes = 64;
+
 using SizeClassTable = std::array<uint8_t, kMaxSmallBlockBytes + 1>;
 
 // Built at compile time rather than by the first allocator: a worker thread of the host and its
@@ -63,7 +65,10 @@ MemoryBlock MemoryAllocator::Allocate(uint32_t size) {
   void* pointer;
   uint32_t storedSize;
   if (size > kMaxSmallBlockBytes) {
-    pointer = std::malloc(size);
+    // At the start of a cache line: script lays out matrices in large blocks, and each is one line
+    // then, not parts of two. The result is used unchecked; without memory the write below faults.
+    pointer = nullptr;
+    static_cast<void>(posix_memalign(&pointer, kCacheLineBytes, size));
     storedSize = size;
   } else {
     const uint32_t index = kSizeClassTable[size];

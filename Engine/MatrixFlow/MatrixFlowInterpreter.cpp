@@ -1,6 +1,7 @@
 // MatrixFlowSystem::ExecuteCommandBuffer: the loop over a stream, operands, and all commands.
 #include <emmintrin.h>
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -10,6 +11,7 @@
 #include "Engine/Entity/EngineCore.h"
 #include "Engine/MatrixFlow/MatrixFlowCommand.h"
 #include "Engine/MatrixFlow/MatrixFlowSystem.h"
+#include "Engine/MatrixFlow/MatrixProduct.h"
 
 namespace nq::engine {
 
@@ -33,6 +35,10 @@ constexpr uint32_t kMaxOperands = 3;
 
 // Bytes of a reference: memoryID and offset.
 constexpr uint32_t kReferenceBytes = 8;
+constexpr uint32_t kTypeBytes = 4;
+
+// Products between one and the one whose operands are asked for meanwhile.
+constexpr uint32_t kFetchAhead = 12;
 
 // What stands behind a command's type: operands, resolved in the order in which they stand.
 struct Operands {
@@ -47,7 +53,9 @@ struct Operands {
 // position back, Enter takes both anew.
 class Run {
  public:
-  Run(const MemoryAllocator& memory, StreamReader* reader) : memory(memory), reader(reader) {
+  // `own` is the block of the stream itself.
+  Run(const MemoryAllocator& memory, StreamReader* reader, const MemoryBlock& own)
+      : memory(memory), reader(reader), hasWideVectors(HasWideVectors()), found{own, own, own} {
     reader->begin();
     Enter();
   }
@@ -56,6 +64,7 @@ class Run {
     data = reader->currentPointer() - reader->Position();
     position = reader->Position();
     limit = static_cast<int32_t>(reader->Limit());
+    fetchEnd = std::min<int64_t>(limit, reader->Capacity());
   }
   NQ_INLINE void Leave() { reader->SetPosition(position); }
 
@@ -189,20 +198,12 @@ class Run {
     if (code != kMatrixFlowDone) {
       return code;
     }
-    // As multiplyMatrix4 sums, which asks for aligned operands that do not overlap.
-    __m128 a[4];
-    __m128 product[4];
-    for (int c = 0; c < 4; ++c) {
-      a[c] = Load<16>(o.bytes[0] + 16 * c);
+    FetchAhead();
+    if (hasWideVectors) {
+      MultiplyByTwoColumns(o.bytes[0], o.bytes[1], o.bytes[2]);
+    } else {
+      MultiplyByColumns(o.bytes[0], o.bytes[1], o.bytes[2]);
     }
-    for (int c = 0; c < 4; ++c) {
-      const __m128 b = Load<16>(o.bytes[1] + 16 * c);
-      __m128 sum = _mm_mul_ps(a[0], _mm_shuffle_ps(b, b, _MM_SHUFFLE(0, 0, 0, 0)));
-      sum = _mm_add_ps(sum, _mm_mul_ps(a[1], _mm_shuffle_ps(b, b, _MM_SHUFFLE(1, 1, 1, 1))));
-      sum = _mm_add_ps(sum, _mm_mul_ps(a[2], _mm_shuffle_ps(b, b, _MM_SHUFFLE(2, 2, 2, 2))));
-      product[c] = _mm_add_ps(sum, _mm_mul_ps(a[3], _mm_shuffle_ps(b, b, _MM_SHUFFLE(3, 3, 3, 3))));
-    }
-    std::memcpy(o.bytes[2], product, kMatrix4Bytes);
     return kMatrixFlowDone;
   }
 
@@ -236,14 +237,40 @@ class Run {
   NQ_INLINE bool ResolveOne(const uint8_t* words, uint32_t length, Operands* operands) {
     uint32_t reference[2];  // memoryID, offset
     std::memcpy(reference, words + place * kReferenceBytes, kReferenceBytes);
-    const MemoryBlock block = memory.Find(reference[0]);
+    MemoryBlock& block = found[place];
+    if (block.memoryID != reference[0]) {
+      const MemoryBlock other = memory.Find(reference[0]);
+      if (other.pointer == nullptr) {
+        position += (place + 1) * kReferenceBytes;
+        return false;
+      }
+      block = other;
+    }
     // Kept on purpose: the sum wraps as a 32-bit number does.
-    if (block.pointer == nullptr || block.size < reference[1] + length) {
+    if (block.size < reference[1] + length) {
       position += (place + 1) * kReferenceBytes;
       return false;
     }
     operands->bytes[place] = static_cast<uint8_t*>(block.pointer) + reference[1];
     return true;
+  }
+
+  // Asks for the memory of a command further on, should it have the same shape and blocks. This is
+  // a hint only, for which the words ahead need not mean anything yet: they are decoded when their
+  // turn comes.
+  NQ_INLINE void FetchAhead() const {
+    constexpr uint32_t kCommandBytes = kTypeBytes + kThreeOperandsBytes;
+    constexpr uint32_t kOffsetAt = kTypeBytes + sizeof(uint32_t);
+    const int64_t at = int64_t{position} + kFetchAhead * kCommandBytes;
+    if (at + kCommandBytes > fetchEnd) {
+      return;
+    }
+    for (uint32_t place = 0; place < kMaxOperands; ++place) {
+      uint32_t offset;
+      std::memcpy(&offset, data + at + kOffsetAt + place * kReferenceBytes, sizeof(offset));
+      const uintptr_t block = reinterpret_cast<uintptr_t>(found[place].pointer);
+      __builtin_prefetch(reinterpret_cast<const void*>(block + offset));
+    }
   }
 
   // The first `bytes` of a vector; the rest is zero. Words are put together in registers: by way of
@@ -294,9 +321,16 @@ class Run {
 
   const MemoryAllocator& memory;
   StreamReader* const reader;
+  const bool hasWideVectors;
+
+  // By place among a command's operands, the block that was found last: streams mostly go on in the
+  // same. No block comes or goes during a run.
+  MemoryBlock found[kMaxOperands];
+
   const uint8_t* data;  // the segment
   uint32_t position;
   int32_t limit;
+  int64_t fetchEnd;  // of the bytes that are there
 };
 
 const auto kAdd = [](__m128 a, __m128 b) { return _mm_add_ps(a, b); };
@@ -313,7 +347,7 @@ int32_t MatrixFlowSystem::ExecuteCommandBuffer(uint32_t handle) {
            static_cast<int>(handle));
     return kMatrixFlowNoBuffer;
   }
-  Run run(core->Runtime()->Memory(), buffer->reader.get());
+  Run run(core->Runtime()->Memory(), buffer->reader.get(), buffer->block);
   int32_t code = kMatrixFlowDone;
   while (code == kMatrixFlowDone && !run.AtEnd()) {
     const int32_t type = static_cast<int32_t>(run.ReadWord());

@@ -1,0 +1,24 @@
+// Products of 4x4 matrices that lie anywhere, for processors with and without wide vectors.
+#ifndef NQ_ENGINE_MATRIXFLOW_MATRIXPRODUCT_H_
+#define NQ_ENGINE_MATRIXFLOW_MATRIXPRODUCT_H_
+
+#include <cstdint>
+
+namespace nq::engine {
+
+// True if the processor has vectors of 256 bits.
+inline bool HasWideVectors() {
+  return __builtin_cpu_supports("avx") != 0;
+}
+
+// out = left x right: 16 floats each, column-major, at any address; `out` may be or overlap an
+// operand, since all is loaded before anything is stored. Each element is summed from left to
+// right, as by multiplyMatrix4, and both functions give the same bits.
+void MultiplyByColumns(const uint8_t* left, const uint8_t* right, uint8_t* out);
+
+// The same with half the operations, only where HasWideVectors.
+void MultiplyByTwoColumns(const uint8_t* left, const uint8_t* right, uint8_t* out);
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_MATRIXFLOW_MATRIXPRODUCT_H_

@@ -1,0 +1,116 @@
+// Both products against sums written out, of matrices at any address that may overlap.
+#include "Engine/MatrixFlow/MatrixProduct.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
+namespace nq::engine {
+namespace {
+
+constexpr size_t kMatrixBytes = 64;
+
+struct Product {
+  const char* name;
+  void (*multiply)(const uint8_t* left, const uint8_t* right, uint8_t* out);
+};
+
+void PrintTo(const Product& product, std::ostream* out) {
+  *out << product.name;
+}
+
+class MatrixProductTest : public testing::TestWithParam<Product> {
+ protected:
+  void SetUp() override {
+    if (GetParam().multiply == MultiplyByTwoColumns && !HasWideVectors()) {
+      GTEST_SKIP() << "this processor has no vectors of 256 bits";
+    }
+  }
+
+  static float At(const std::vector<uint8_t>& bytes, size_t at, int index) {
+    float value;
+    std::memcpy(&value, bytes.data() + at + sizeof(float) * static_cast<size_t>(index),
+                sizeof(value));
+    return value;
+  }
+
+  // Multiplies within one memory of random floats and compares every byte of it.
+  static void Compare(size_t left, size_t right, size_t out, uint32_t seed) {
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<float> values(-3.0f, 3.0f);
+    std::vector<uint8_t> bytes(512);
+    for (size_t i = 0; i + sizeof(float) <= bytes.size(); i += sizeof(float)) {
+      const float value = values(random);
+      std::memcpy(&bytes[i], &value, sizeof(value));
+    }
+    // Shifted to where the matrices begin, so that they hold numbers at odd addresses, too.
+    std::vector<uint8_t> shifted(bytes.size() + 8);
+    std::memcpy(shifted.data() + left % 4, bytes.data(), bytes.size());
+    std::vector<uint8_t> expected = shifted;
+    for (int column = 0; column < 4; ++column) {
+      for (int row = 0; row < 4; ++row) {
+        volatile float sum = At(shifted, left, row) * At(shifted, right, 4 * column);
+        for (int k = 1; k < 4; ++k) {
+          const volatile float term =
+              At(shifted, left, 4 * k + row) * At(shifted, right, 4 * column + k);
+          sum = sum + term;
+        }
+        const float element = sum;
+        std::memcpy(&expected[out + 4 * static_cast<size_t>(4 * column + row)], &element,
+                    sizeof(element));
+      }
+    }
+    GetParam().multiply(shifted.data() + left, shifted.data() + right, shifted.data() + out);
+    EXPECT_EQ(shifted, expected) << "seed " << seed;
+  }
+};
+
+TEST_P(MatrixProductTest, SumsEachElementFromLeftToRight) {
+  for (uint32_t seed = 1; seed <= 500; ++seed) {
+    Compare(0, kMatrixBytes, 2 * kMatrixBytes, seed);
+  }
+}
+
+TEST_P(MatrixProductTest, TakesMatricesAtAnyAddress) {
+  for (size_t shift = 1; shift < 4; ++shift) {
+    Compare(shift, kMatrixBytes + 20 + shift, 256 + shift, static_cast<uint32_t>(shift));
+  }
+}
+
+TEST_P(MatrixProductTest, LoadsAllBeforeItStores) {
+  Compare(128, 256, 128, 1);
+  Compare(128, 256, 256, 2);
+  Compare(128, 128, 128, 3);
+  Compare(128, 256, 144, 4);
+  Compare(128, 256, 112, 5);
+  Compare(128, 160, 148, 6);
+}
+
+TEST_P(MatrixProductTest, KeepsNumbersThatAreNone) {
+  float left[16] = {};
+  float right[16] = {};
+  left[5] = std::nanf("");
+  right[1] = 1.0f;
+  right[4] = INFINITY;
+  float out[16];
+  GetParam().multiply(reinterpret_cast<const uint8_t*>(left),
+                      reinterpret_cast<const uint8_t*>(right), reinterpret_cast<uint8_t*>(out));
+  // Row 1 takes in element (1, 1), and column 1 infinity times 0; nothing else does.
+  for (int i = 0; i < 16; ++i) {
+    EXPECT_EQ(std::isnan(out[i]), i % 4 == 1 || i / 4 == 1) << i;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(, MatrixProductTest,
+                         testing::Values(Product{"ByColumns", MultiplyByColumns},
+                                         Product{"ByTwoColumns", MultiplyByTwoColumns}),
+                         [](const testing::TestParamInfo<Product>& info) {
+                           return std::string(info.param.name);
+                         });
+
+}  // namespace
+}  // namespace nq::engine
