@@ -89,6 +89,8 @@ class EntityPoseWriter {
 
   // Marks the entity, as TransformTree does.
   void Mark() const {
+    // A batch that Seek found an entity in has arrays.
+    // NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
     TransformLinks& links = batch.links[index];
     links.SetDirtyState(kDirtySelf);
     const uint32_t parent = links.parent;
