@@ -88,8 +88,7 @@ describe('viewer page', () => {
     await viewer.click('pause');
     await viewer.until((frame) => (frame.flags & 1) === 1);
     assert.strictEqual(await viewer.text('pause'), 'Go on');
-    // Cameras come to rest.
-    await viewer.drawn(6);
+    await viewer.drawn(3);
     const first = await viewer.pixels();
     await viewer.drawn(2);
     assert.ok(countOther(first, await viewer.pixels()) < 20);
@@ -253,7 +252,7 @@ describe('viewer page', () => {
   });
 
   it('charts the stages of frames', async () => {
-    await viewer.drawn(4);
+    await viewer.drawn(1);
     const stages = await viewer.page
       .locator('#stages tr')
       .evaluateAll((rows) =>
@@ -290,7 +289,7 @@ describe('viewer page', () => {
   });
 
   it('fits its picture into any window', async () => {
-    for (const size of [{ width: 500, height: 640 }, viewport]) {
+    for (const size of [{ width: 360, height: 420 }, viewport]) {
       await viewer.page.setViewportSize(size);
       const box = await viewer.page.locator('#picture').boundingBox();
       const aspect = box.width / box.height;
