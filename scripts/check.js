@@ -1,5 +1,9 @@
 'use strict';
 // npm run check: the slower checks, all of them or those that are named (`npm run check -- layering`).
+const fs = require('fs');
+const os = require('os');
+const path = require('path');
+const { writeApi } = require('./api');
 const { setup } = require('./setup');
 const {
   build,
@@ -12,6 +16,7 @@ const {
 } = require('./lib/build');
 const { staleLayouts } = require('./layouts');
 const { findLayeringViolations } = require('./lib/layers');
+const { removeFolder } = require('./lib/package');
 const { eachAtOnce, fail, output, quietStatus, status } = require('./lib/run');
 const { nativeSources, nodeModule, prettierArguments } = require('./lib/sources');
 
@@ -73,6 +78,20 @@ const checks = {
     run: () =>
       status(host, [nodeModule('eslint/bin/eslint.js'), '--max-warnings=0', '--ext=.js', '.']) ===
       0,
+  },
+
+  // Typings: that they are sound, that they accept and refuse what they should, and that a reference can be made of
+  // them in which no link is broken.
+  types: {
+    needs: ['build'],
+    run() {
+      const out = fs.mkdtempSync(path.join(os.tmpdir(), 'nq-api-'));
+      const sound = status(host, [nodeModule('typescript/bin/tsc'), '--project', 'types']) === 0;
+      const tested = status(host, [nodeModule('tsd/dist/cli.js')]) === 0;
+      const told = writeApi(out);
+      removeFolder(out);
+      return sound && tested && told;
+    },
   },
 
   // Exactly the two entries of a module are visible.
