@@ -1,0 +1,273 @@
+'use strict';
+// What typings declare and what comments of sources say, read by the compiler.
+const fs = require('fs');
+const path = require('path');
+const ts = require('typescript');
+
+const root = path.join(__dirname, '..', '..', '..');
+
+const options = {
+  target: ts.ScriptTarget.ES2019,
+  lib: ['lib.es2019.d.ts'],
+  module: ts.ModuleKind.CommonJS,
+  moduleResolution: ts.ModuleResolutionKind.NodeJs,
+  strict: true,
+  noEmit: true,
+  types: [],
+  baseUrl: root,
+  // As package.json maps them for those who have installed it.
+  paths: { nq_logic: ['types/index.d.ts'], 'nq_logic/lib/*': ['types/*'] },
+};
+
+/**
+ * Compiles files of the tree, and texts that lie in none.
+ * @param {string[]} files paths from the root
+ * @param {Object<string, string>} [texts] by path from the root
+ * @param {Object} [changes] of the options
+ * @returns {ts.Program}
+ */
+function compile(files, texts = {}, changes = {}) {
+  const settings = Object.assign({}, options, changes);
+  const host = ts.createCompilerHost(settings, true);
+  const names = Object.keys(texts).map((name) => path.join(root, name));
+  const textOf = (file) => texts[path.relative(root, file)];
+  const { fileExists, readFile } = host;
+  host.fileExists = (file) => textOf(file) !== undefined || fileExists(file);
+  host.readFile = (file) => (textOf(file) === undefined ? readFile(file) : textOf(file));
+  host.getSourceFile = (file, target) => {
+    const text = host.readFile(file);
+    return text === undefined ? undefined : ts.createSourceFile(file, text, target, true);
+  };
+  host.getCurrentDirectory = () => root;
+  const all = files.map((file) => path.join(root, file)).concat(names);
+  return ts.createProgram(all, settings, host);
+}
+
+/**
+ * What the compiler says against a program, a line each.
+ * @param {ts.Program} program
+ * @returns {string[]}
+ */
+function complaints(program) {
+  return ts.getPreEmitDiagnostics(program).map(({ file, start, messageText }) => {
+    const text = ts.flattenDiagnosticMessageText(messageText, ' ');
+    if (file === undefined) {
+      return text;
+    }
+    const { line } = file.getLineAndCharacterOfPosition(start);
+    return `${path.relative(root, file.fileName)}:${line + 1}: ${text}`;
+  });
+}
+
+/** The typings as the compiler understands them. */
+class Typings {
+  /** @param {string[]} modules names of files in types/ */
+  constructor(modules) {
+    this.program = compile(modules.map((name) => `types/${name}.d.ts`));
+    this.checker = this.program.getTypeChecker();
+  }
+
+  /**
+   * What a module exports, aliases followed.
+   * @param {string} name of a file in types/
+   * @returns {Map<string, ts.Symbol>}
+   */
+  exportsOf(name) {
+    const file = this.program.getSourceFile(path.join(root, 'types', `${name}.d.ts`));
+    const symbols = this.checker.getExportsOfModule(this.checker.getSymbolAtLocation(file));
+    return new Map(
+      symbols.map((symbol) => {
+        const isAlias = (symbol.flags & ts.SymbolFlags.Alias) !== 0;
+        return [symbol.name, isAlias ? this.checker.getAliasedSymbol(symbol) : symbol];
+      })
+    );
+  }
+
+  /**
+   * Exports that are there at run time.
+   * @param {string} name of a file in types/
+   * @returns {Map<string, ts.Symbol>}
+   */
+  valuesOf(name) {
+    return new Map(
+      Array.from(this.exportsOf(name)).filter(([, { flags }]) => flags & ts.SymbolFlags.Value)
+    );
+  }
+
+  /**
+   * Members of an interface, or of the instances of a class.
+   * @param {ts.Symbol} symbol
+   * @returns {Map<string, Object>}
+   */
+  membersOf(symbol) {
+    return this._describe(this.checker.getDeclaredTypeOfSymbol(symbol).getProperties());
+  }
+
+  /**
+   * Static members of a class.
+   * @param {ts.Symbol} symbol
+   * @returns {Map<string, Object>}
+   */
+  staticsOf(symbol) {
+    const type = this.checker.getTypeOfSymbolAtLocation(symbol, symbol.valueDeclaration);
+    return this._describe(type.getProperties().filter(({ name }) => name !== 'prototype'));
+  }
+
+  /**
+   * Ways to make an object of a class.
+   * @param {ts.Symbol} symbol
+   * @returns {Object[]}
+   */
+  constructorsOf(symbol) {
+    const type = this.checker.getTypeOfSymbolAtLocation(symbol, symbol.valueDeclaration);
+    return type.getConstructSignatures().map((signature) => this._signature(signature));
+  }
+
+  /**
+   * Ways to call a function.
+   * @param {ts.Symbol} symbol
+   * @returns {Object[]}
+   */
+  callsOf(symbol) {
+    const type = this.checker.getTypeOfSymbolAtLocation(symbol, symbol.valueDeclaration);
+    return type.getCallSignatures().map((signature) => this._signature(signature));
+  }
+
+  /**
+   * The declared type of a constant.
+   * @param {ts.Symbol} symbol
+   * @returns {ts.Type}
+   */
+  typeOf(symbol) {
+    return this.checker.getTypeOfSymbolAtLocation(symbol, symbol.valueDeclaration);
+  }
+
+  _describe(symbols) {
+    return new Map(
+      symbols.map((symbol) => {
+        const [declaration] = symbol.declarations;
+        const type = this.checker.getTypeOfSymbolAtLocation(symbol, declaration);
+        return [
+          symbol.name,
+          {
+            isOptional: (symbol.flags & ts.SymbolFlags.Optional) !== 0,
+            isReadonly:
+              (ts.getCombinedModifierFlags(declaration) & ts.ModifierFlags.Readonly) !== 0,
+            isMethod: type.getCallSignatures().length > 0,
+            isTold: symbol.getDocumentationComment(this.checker).length > 0,
+            calls: type.getCallSignatures().map((signature) => this._signature(signature)),
+            type,
+          },
+        ];
+      })
+    );
+  }
+
+  _signature(signature) {
+    return {
+      parameters: signature.parameters.map((parameter) => ({
+        name: parameter.name,
+        isOptional: parameter.valueDeclaration.questionToken !== undefined,
+      })),
+      result: signature.getReturnType(),
+    };
+  }
+
+  /**
+   * What values of a type may be, in words: 'null', 'true', 'false', 'undefined', numbers, or 'object'.
+   * @param {ts.Type} type
+   * @returns {string[]} in order
+   */
+  kindsOf(type) {
+    const { TypeFlags } = ts;
+    const parts = type.isUnion() ? type.types : [type];
+    return Array.from(
+      new Set(
+        parts.map((part) => {
+          if (part.flags & TypeFlags.Object) {
+            return 'object';
+          }
+          const isPlain = TypeFlags.Null | TypeFlags.BooleanLiteral | TypeFlags.NumberLiteral;
+          if ((part.flags & isPlain) === 0) {
+            throw new Error(`no kind is known of ${this.checker.typeToString(part)}`);
+          }
+          return this.checker.typeToString(part);
+        })
+      )
+    ).sort();
+  }
+}
+
+/** Name and need of a parameter of a function in a script. */
+function parameterOf(declaration) {
+  const { name, initializer, dotDotDotToken } = declaration;
+  const tag = ts.getJSDocParameterTags(declaration)[0];
+  return {
+    name: name.getText(),
+    isOptional: initializer !== undefined || (tag !== undefined && tag.isBracketed),
+    isRest: dotDotDotToken !== undefined,
+  };
+}
+
+function functionOf(node) {
+  const tags = ts.getJSDocTags(node);
+  return {
+    parameters: node.parameters.map(parameterOf),
+    isTagged: tags.some((tag) => ts.isJSDocParameterTag(tag) || ts.isJSDocReturnTag(tag)),
+    returns: ts.getJSDocReturnTag(node) !== undefined,
+  };
+}
+
+/**
+ * Functions, methods of classes (as 'Class.method', 'Class.constructor') and described types of a script.
+ * @param {string} file path from the root
+ * @returns {{functions: Map<string, Object>, types: Map<string, Map<string, {isOptional: boolean}>>}}
+ */
+function readScript(file) {
+  const text = fs.readFileSync(path.join(root, file), 'utf8');
+  const source = ts.createSourceFile(file, text, ts.ScriptTarget.ES2019, true, ts.ScriptKind.JS);
+  const functions = new Map();
+  const types = new Map();
+  for (const statement of source.statements) {
+    if (ts.isFunctionDeclaration(statement)) {
+      functions.set(statement.name.text, functionOf(statement));
+    } else if (ts.isClassDeclaration(statement)) {
+      for (const member of statement.members) {
+        if (ts.isConstructorDeclaration(member)) {
+          functions.set(`${statement.name.text}.constructor`, functionOf(member));
+        } else if (ts.isMethodDeclaration(member)) {
+          functions.set(`${statement.name.text}.${member.name.text}`, functionOf(member));
+        }
+      }
+    }
+    for (const comment of statement.jsDoc || []) {
+      const tags = comment.tags || [];
+      // Behind the name of what is extended, the compiler takes properties for tags that it does not know.
+      const extra = tags
+        .filter(({ tagName }) => tagName.text === 'property')
+        .map(({ comment: told }) => /^\{[^}]*\}\s+(\[?)(\w+)/.exec(told))
+        .map(([, bracket, name]) => [name, { isOptional: bracket !== '' }]);
+      tags.filter(ts.isJSDocTypedefTag).forEach(({ name, typeExpression }) => {
+        types.set(name.text, new Map([...propertiesOf(typeExpression), ...extra]));
+      });
+    }
+  }
+  return { functions, types };
+}
+
+/** Properties of a type that a comment describes, by lines of their own or in place. */
+function propertiesOf(type) {
+  if (ts.isJSDocTypeLiteral(type)) {
+    return type.jsDocPropertyTags.map(({ name, isBracketed }) => [
+      name.getText(),
+      { isOptional: isBracketed },
+    ]);
+  }
+  const members = ts.isTypeLiteralNode(type.type) ? type.type.members : [];
+  return members.map(({ name, questionToken }) => [
+    name.getText(),
+    { isOptional: questionToken !== undefined },
+  ]);
+}
+
+module.exports = { Typings, compile, complaints, readScript };
