@@ -1,4 +1,4 @@
-// The floats of Trigonometry.h in less time, for the narrow ranges that blending needs.
+// The floats of Trigonometry.h in less time, for the ranges that blending and angles need.
 //
 // A series in double precision gives the result with a relative error far below a float's. Where
 // both ends of that error round to the same float, the library's result, whose error is smaller
@@ -45,6 +45,40 @@ inline __m128d SineSeries(__m128d x) {
   return _mm_add_pd(x, _mm_mul_pd(_mm_mul_pd(x, z), sum));
 }
 
+// Angles up to here are brought near 0 by quarter turns. The quarter turn is the sum of two
+// numbers; the first has 26 bits, so that its multiples are exact.
+constexpr double kMaxReducedAngle = 4096.0;
+constexpr double kQuarterTurn = 1.5707963109016418;
+constexpr double kQuarterTurnRest = 1.5893254773528196e-08;
+constexpr double kQuarterTurnsPerRadian = 0.6366197723675814;
+
+// Where so little is left of an angle that went through the subtraction, its error is too large.
+constexpr double kLeastRemainder = 9.5367431640625e-07;  // 2^-20
+constexpr double kUnreducedAngle = 0.5;
+
+// Taylor's series of sin(x) / x to x^12, and of the cosine to x^12, for up to an eighth turn; z =
+// x^2.
+inline __m128d SineRatioSeries(__m128d z) {
+  const __m128d z2 = _mm_mul_pd(z, z);
+  const __m128d low =
+      _mm_add_pd(Linear(1.0, -1.0 / 6.0, z), _mm_mul_pd(Linear(1.0 / 120.0, -1.0 / 5040.0, z), z2));
+  const __m128d high = _mm_add_pd(Linear(1.0 / 362880.0, -1.0 / 39916800.0, z),
+                                  _mm_mul_pd(BothLanes(1.0 / 6227020800.0), z2));
+  return _mm_add_pd(low, _mm_mul_pd(high, _mm_mul_pd(z2, z2)));
+}
+inline __m128d CosineSeries(__m128d z) {
+  const __m128d z2 = _mm_mul_pd(z, z);
+  const __m128d low =
+      _mm_add_pd(Linear(1.0, -0.5, z), _mm_mul_pd(Linear(1.0 / 24.0, -1.0 / 720.0, z), z2));
+  const __m128d high = _mm_add_pd(Linear(1.0 / 40320.0, -1.0 / 3628800.0, z),
+                                  _mm_mul_pd(BothLanes(1.0 / 479001600.0), z2));
+  return _mm_add_pd(low, _mm_mul_pd(high, _mm_mul_pd(z2, z2)));
+}
+
+inline __m128d SelectLanes(__m128d mask, __m128d yes, __m128d no) {
+  return _mm_or_pd(_mm_and_pd(mask, yes), _mm_andnot_pd(mask, no));
+}
+
 // (asin(s) / s - 1) / s^2 at z = s^2, for z up to 0.25: Chebyshev's approximation of degree 9.
 inline double ArcSineTail(double z) {
   const double z2 = z * z;
@@ -88,6 +122,62 @@ inline void sinTwoF(float a, float b, float* sineOfA, float* sineOfB) {
   }
   *sineOfA = sinF(a);
   *sineOfB = sinF(b);
+}
+
+// Both of one angle.
+struct SineCosine {
+  float sine;
+  float cosine;
+};
+
+// sinF and cosF of two numbers.
+inline void sinCosTwoF(float a, float b, SineCosine* ofA, SineCosine* ofB) {
+  const __m128d x = _mm_setr_pd(a, b);
+  const __m128i turns =
+      _mm_cvtpd_epi32(_mm_mul_pd(x, internal::BothLanes(internal::kQuarterTurnsPerRadian)));
+  const __m128d turned = _mm_cvtepi32_pd(turns);
+  const __m128d r =
+      _mm_sub_pd(_mm_sub_pd(x, _mm_mul_pd(turned, internal::BothLanes(internal::kQuarterTurn))),
+                 _mm_mul_pd(turned, internal::BothLanes(internal::kQuarterTurnRest)));
+  const __m128d z = _mm_mul_pd(r, r);
+  const __m128d sine = _mm_mul_pd(r, internal::SineRatioSeries(z));
+  const __m128d cosine = internal::CosineSeries(z);
+
+  // Odd quarter turns change sine for cosine; two of four change the sign.
+  const __m128i quarter = _mm_shuffle_epi32(turns, _MM_SHUFFLE(1, 1, 0, 0));
+  const __m128i one = _mm_set1_epi32(1);
+  const __m128i two = _mm_set1_epi64x(2);
+  const __m128d isOdd = _mm_castsi128_pd(_mm_cmpeq_epi32(_mm_and_si128(quarter, one), one));
+  const __m128i sineSign = _mm_slli_epi64(_mm_and_si128(quarter, two), 62);
+  const __m128i cosineSign = _mm_slli_epi64(_mm_and_si128(_mm_add_epi32(quarter, one), two), 62);
+  const __m128d sines =
+      _mm_xor_pd(internal::SelectLanes(isOdd, cosine, sine), _mm_castsi128_pd(sineSign));
+  const __m128d cosines =
+      _mm_xor_pd(internal::SelectLanes(isOdd, sine, cosine), _mm_castsi128_pd(cosineSign));
+
+  const __m128d sign = internal::BothLanes(-0.0);
+  const __m128d size = _mm_andnot_pd(sign, x);
+  const __m128d tiny = _mm_and_pd(
+      _mm_cmplt_pd(_mm_andnot_pd(sign, r), internal::BothLanes(internal::kLeastRemainder)),
+      _mm_cmpgt_pd(size, internal::BothLanes(internal::kUnreducedAngle)));
+  // Not-a-numbers count as too large.
+  const __m128d outside =
+      _mm_or_pd(_mm_cmpnle_pd(size, internal::BothLanes(internal::kMaxReducedAngle)), tiny);
+  const __m128d below = internal::BothLanes(1.0 - internal::kSeriesError);
+  const __m128d above = internal::BothLanes(1.0 + internal::kSeriesError);
+  const __m128 low = _mm_movelh_ps(_mm_cvtpd_ps(_mm_mul_pd(sines, below)),
+                                   _mm_cvtpd_ps(_mm_mul_pd(cosines, below)));
+  const __m128 high = _mm_movelh_ps(_mm_cvtpd_ps(_mm_mul_pd(sines, above)),
+                                    _mm_cvtpd_ps(_mm_mul_pd(cosines, above)));
+  if (_mm_movemask_ps(_mm_cmpneq_ps(low, high)) == 0 && _mm_movemask_pd(outside) == 0) {
+    float rounded[4];
+    _mm_storeu_ps(rounded, low);
+    *ofA = SineCosine{rounded[0], rounded[2]};
+    *ofB = SineCosine{rounded[1], rounded[3]};
+    return;
+  }
+  *ofA = SineCosine{sinF(a), cosF(a)};
+  *ofB = SineCosine{sinF(b), cosF(b)};
 }
 
 // acosF, faster from 0 to 1.

@@ -5,6 +5,7 @@
 
 #include <cmath>
 
+#include "Common/Def/FastTrigonometry.h"
 #include "Common/Def/Trigonometry.h"
 
 namespace nq::engine {
@@ -150,12 +151,14 @@ float* eulerToQuaternion(float x, float y, float z, float* out) {
   const float halfX = x * 0.5f;
   const float halfY = y * 0.5f;
   const float halfZ = z * 0.5f;
-  const float sx = sinF(halfX);
-  const float cx = cosF(halfX);
-  const float sy = sinF(halfY);
-  const float cy = cosF(halfY);
-  const float sz = sinF(halfZ);
-  const float cz = cosF(halfZ);
+  SineCosine ofX;
+  SineCosine ofY;
+  SineCosine ofZ;
+  sinCosTwoF(halfX, halfY, &ofX, &ofY);
+  sinCosTwoF(halfZ, halfZ, &ofZ, &ofZ);
+  const auto [sx, cx] = ofX;
+  const auto [sy, cy] = ofY;
+  const auto [sz, cz] = ofZ;
   out[0] = cx * cy * cz + sx * sy * sz;
   out[1] = cx * cy * sz - sx * sy * cz;
   out[2] = cx * sy * cz - sx * cy * sz;

@@ -1,7 +1,7 @@
 // Local and published matrices of 2D entities.
 #include "Engine/Entity/Entity2D.h"
 
-#include "Common/Def/Trigonometry.h"
+#include "Common/Def/FastTrigonometry.h"
 #include "Engine/Entity/LocalMatrixStore.h"
 
 namespace nq::engine {
@@ -18,8 +18,9 @@ void Entity2D::BuildLocalMatrix(const uint8_t* sharedRecord, float* local) {
   const Entity2DRecord* record = reinterpret_cast<const Entity2DRecord*>(sharedRecord);
   // Kept on purpose: the angle is negated first, so that a positive rotation turns from y towards
   // x.
-  const float c = cosF(-record->rotation);
-  const float s = sinF(-record->rotation);
+  SineCosine turn;
+  sinCosTwoF(-record->rotation, -record->rotation, &turn, &turn);
+  const auto [s, c] = turn;
   const float sx = record->scale[0];
   const float sy = record->scale[1];
   StoreLocalMatrix(local, _mm_setr_ps(sx * c, sx * s, 0.0f, 0.0f),

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "Common/Def/FastTrigonometry.h"
 #include "Common/Def/Log.h"
 #include "Common/Def/MathKernels.h"
 #include "Common/Def/Trigonometry.h"
@@ -21,12 +22,14 @@ constexpr float kMinWorldScale = 1e-7f;
 // Rx(x) * Ry(y) * Rz(z).
 // Kept on purpose: eulerToQuaternion composes the same angles as y, x, z, and scenes rely on both.
 inline RotationColumns EulerColumns(const float* angles) {
-  const float cx = cosF(angles[0]);
-  const float sx = sinF(angles[0]);
-  const float cy = cosF(angles[1]);
-  const float sy = sinF(angles[1]);
-  const float cz = cosF(angles[2]);
-  const float sz = sinF(angles[2]);
+  SineCosine ofX;
+  SineCosine ofY;
+  SineCosine ofZ;
+  sinCosTwoF(angles[0], angles[1], &ofX, &ofY);
+  sinCosTwoF(angles[2], angles[2], &ofZ, &ofZ);
+  const auto [sx, cx] = ofX;
+  const auto [sy, cy] = ofY;
+  const auto [sz, cz] = ofZ;
   RotationColumns columns;
   columns.c0 = _mm_setr_ps(cy * cz, cx * sz + sx * sy * cz, sx * sz - cx * sy * cz, 0.0f);
   columns.c1 = _mm_setr_ps(-cy * sz, cx * cz - sx * sy * sz, sx * cz + cx * sy * sz, 0.0f);

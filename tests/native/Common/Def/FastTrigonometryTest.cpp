@@ -63,6 +63,54 @@ TEST(FastTrigonometry, SineAtTheEdgeOfTheSeriesIsThatOfTheLibrary) {
   }
 }
 
+// Both lanes, with the sign of zeros.
+void ExpectSameSineAndCosine(float a, float b) {
+  SineCosine ofA;
+  SineCosine ofB;
+  sinCosTwoF(a, b, &ofA, &ofB);
+  ExpectSame(static_cast<float>(std::sin(static_cast<double>(a))), ofA.sine, a);
+  ExpectSame(static_cast<float>(std::cos(static_cast<double>(a))), ofA.cosine, a);
+  ExpectSame(static_cast<float>(std::sin(static_cast<double>(b))), ofB.sine, b);
+  ExpectSame(static_cast<float>(std::cos(static_cast<double>(b))), ofB.cosine, b);
+}
+
+TEST(FastTrigonometry, SinesAndCosinesAreThoseOfTheLibrary) {
+  for (uint64_t bits = 0; bits <= 0xFFFFFFFFu; bits += kStep) {
+    // Angles that are reduced in the other lane: 1 to 4096.
+    const uint32_t turned = 0x3F800000u + static_cast<uint32_t>(bits % 0x06000000u);
+    ExpectSameSineAndCosine(FromBits(static_cast<uint32_t>(bits)), FromBits(turned));
+    if (HasFatalFailure()) {
+      return;
+    }
+  }
+}
+
+// Where next to nothing is left of an angle, its sine or cosine is near 0.
+TEST(FastTrigonometry, SinesAndCosinesAroundQuarterTurnsAreThoseOfTheLibrary) {
+  constexpr double kHalfPi = 1.5707963267948966;
+  for (int turns = 1; turns <= 2700; ++turns) {
+    const uint32_t middle = Bits(static_cast<float>(turns * kHalfPi));
+    for (uint32_t bits = middle - 40; bits <= middle + 40; ++bits) {
+      ExpectSameSineAndCosine(FromBits(bits), -FromBits(bits));
+    }
+    if (HasFatalFailure()) {
+      return;
+    }
+  }
+}
+
+TEST(FastTrigonometry, SinesAndCosinesOfSpecialAnglesAreThoseOfTheLibrary) {
+  constexpr float kInfinity = std::numeric_limits<float>::infinity();
+  const float angles[] = {0.0f,     -0.0f,     1e-45f,    -1e-45f,   kInfinity, -kInfinity, NAN,
+                          4096.0f,  -4096.0f,  4096.001f, 0.5f,      -0.5f,     1e30f,      -1e30f,
+                          0.78539f, 0.785399f, 3.141592f, 3.141593f, 6.283185f, 6.283186f};
+  for (const float a : angles) {
+    for (const float b : angles) {
+      ExpectSameSineAndCosine(a, b);
+    }
+  }
+}
+
 TEST(FastTrigonometry, ArcCosineIsThatOfTheLibrary) {
   for (uint64_t bits = 0; bits <= 0xFFFFFFFFu; bits += kStep) {
     const float x = FromBits(static_cast<uint32_t>(bits));
