@@ -205,6 +205,8 @@ expectType<null>(engine.updateSkinningMatrix(skin.id));
 expectType<null>(engine.updateAnimators(bytes));
 expectType<null>(engine.updateAnimatorControllers(new Uint32Array(2)));
 expectType<null>(engine.updateSkinningMatrices(new DataView(bytes)));
+expectType<null>(engine.updateAnimators(new DataView(bytes)));
+expectType<null>(engine.updateAnimatorControllers(new DataView(bytes)));
 expectError(engine.updateAnimator(skin.id));
 expectError(engine.updateAnimator(controller.id));
 expectError(engine.updateSkinningMatrix(animator.id));
