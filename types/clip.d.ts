@@ -23,9 +23,13 @@ export interface Key {
 
 /** Keys as columns of one length, for much data. */
 export interface KeyColumns {
+  /** Whole numbers, rising. */
   readonly frames: Uint32Array;
+  /** Units, radians for Euler angles, parts of a quaternion. */
   readonly values: Float32Array;
+  /** Slopes arriving at the keys, in value units a second. */
   readonly inTangents: Float32Array;
+  /** Slopes leaving them, in value units a second, or {@link stepTangent}. */
   readonly outTangents: Float32Array;
 }
 

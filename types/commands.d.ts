@@ -150,7 +150,9 @@ export declare class DirtyListWriter {
  * and an offset into it in bytes, of any alignment.
  */
 export interface Operand {
+  /** The block: `memoryID` of what it came with. */
   readonly memoryID: HandleLike<MemoryID>;
+  /** Bytes into the block, of any alignment. */
   readonly offset: number;
 }
 

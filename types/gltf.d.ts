@@ -65,10 +65,13 @@ export interface ImportedModel {
   nodes: ImportedNode[];
   /** Indices of the nodes without parents. */
   roots: number[];
+  /** What to show together. */
   scenes: ImportedScene[];
   /** Index of the scene to show, or -1 if the file names none. */
   defaultScene: number;
+  /** Joints with their inverse bind matrices. */
   skins: ImportedSkin[];
+  /** Clips, each of all that its animation moves. */
   animations: ImportedAnimation[];
   /** What was left out or resampled, a line each. */
   warnings: string[];

@@ -18,6 +18,7 @@ export interface NativeModule<E extends Engine = Engine> {
 
 /** Thrown where no file could be loaded. Its message says what was tried, what runs here, and what to do. */
 export interface LoadError extends Error {
+  /** Tells it from other errors. */
   readonly code: 'ERR_NQ_LOAD';
   /** All files that were tried, in order. */
   readonly files: string[];

@@ -116,7 +116,11 @@ export declare class Entity3DView {
   /** In the parent's space. */
   setPosition(i: number, x: number, y: number, z: number): void;
 
-  /** @param out 3 numbers */
+  /**
+   * Scale along the axes.
+   *
+   * @param out 3 numbers
+   */
   scale<Out extends NumberArray>(i: number, out: Out, at?: number): Out;
 
   /** The scale of a fresh entity is 0: set it. */
@@ -173,7 +177,11 @@ export declare class Entity2DView {
   /** Radians; a positive angle turns from y towards x. */
   rotation(i: number): number;
 
-  /** @param angle radians; a positive one turns from y towards x */
+  /**
+   * Turns entity i.
+   *
+   * @param angle radians; a positive one turns from y towards x
+   */
   setRotation(i: number, angle: number): void;
 
   /**
@@ -186,7 +194,11 @@ export declare class Entity2DView {
   /** In the parent's space. */
   setPosition(i: number, x: number, y: number): void;
 
-  /** @param out 2 numbers */
+  /**
+   * Scale along the axes.
+   *
+   * @param out 2 numbers
+   */
   scale<Out extends NumberArray>(i: number, out: Out, at?: number): Out;
 
   /** The scale of a fresh entity is 0: set it. */
@@ -253,7 +265,11 @@ export declare class CullingObjectsView {
   /** Layer bits of object i, unsigned. */
   mask(i: number): number;
 
-  /** @param mask 32 bits, as an unsigned or a signed number: -1 is all layers */
+  /**
+   * Gives object i its layers.
+   *
+   * @param mask 32 bits, as an unsigned or a signed number: -1 is all layers
+   */
   setMask(i: number, mask: number): void;
 
   /**
@@ -370,6 +386,7 @@ export declare class AnimatorView {
    */
   constructor(component: EngineComponent<AnimatorHandle>, clipCount: number);
 
+  /** Clips that it can play at once. */
   readonly clipCount: number;
 
   /** Entries of the target table. */
@@ -396,12 +413,21 @@ export declare class AnimatorView {
   /** Its weight. */
   clipWeight(i: number): number;
 
+  /** Has clip i be another one. */
   setClipHandle(i: number, handle: HandleLike<ClipHandle>): void;
 
-  /** @param time frames; wraps at the clip's length */
+  /**
+   * Moves clip i to a time.
+   *
+   * @param time frames; wraps at the clip's length
+   */
   setClipTime(i: number, time: number): void;
 
-  /** @param weight the clip takes part if 0 < weight <= 1 */
+  /**
+   * Gives clip i its share.
+   *
+   * @param weight the clip takes part if 0 < weight <= 1
+   */
   setClipWeight(i: number, weight: number): void;
 
   /**
@@ -416,7 +442,11 @@ export declare class AnimatorView {
   /** Handle of the entity in entry k of the target table. */
   target(k: number): EntityHandle;
 
-  /** @param k entry of the target table: those of all clips end to end, in their order */
+  /**
+   * Has entry k of the target table name an entity.
+   *
+   * @param k entry of the target table: those of all clips end to end, in their order
+   */
   setTarget(k: number, handle: HandleLike<EntityHandle>): void;
 
   /**
@@ -444,6 +474,7 @@ export declare class SkinningView {
   /** Bones. */
   readonly count: number;
 
+  /** Whether its bones are 3D. */
   readonly is3D: boolean;
 
   /** Floats of a result: 16 for 3D bones, 9 for 2D ones. */
@@ -455,7 +486,11 @@ export declare class SkinningView {
   /** Handle of the inverse bind matrices. */
   bonesModel(): BonesHandle;
 
-  /** @param handle what `createDataModel(2, …)` made */
+  /**
+   * Names the inverse bind matrices.
+   *
+   * @param handle what `createDataModel(2, …)` made
+   */
   setBonesModel(handle: HandleLike<BonesHandle>): void;
 
   /** Index in `u32` of the number of the matrix of bone i. */
@@ -476,9 +511,12 @@ export declare class SkinningView {
   /** Handle of the entity of bone i. */
   entity(i: number): EntityHandle;
 
+  /** Has an entity carry bone i. */
   setEntity(i: number, handle: HandleLike<EntityHandle>): void;
 
   /**
+   * Says which matrix and which entity bone i has.
+   *
    * @param index number of its inverse bind matrix
    * @param handle of its entity
    */
@@ -499,12 +537,17 @@ export declare class ControllerView {
   /** @param model what `createAnimatorControllerModel(layerCount)` made */
   constructor(model: EngineAnimatorControllerModel);
 
+  /** Layers, from the base up. */
   readonly layerCount: number;
 
   /** Handle of the binding. */
   bindingHandle(): BindingHandle;
 
-  /** @param handle of a binding; with `layout.handles.none` nothing plays */
+  /**
+   * Names the binding.
+   *
+   * @param handle of a binding; with `layout.handles.none` nothing plays
+   */
   setBindingHandle(handle: HandleLike<BindingHandle>): void;
 
   /** Index in `u32` of the blend mode of layer i. */
@@ -519,20 +562,32 @@ export declare class ControllerView {
   /** One of `layout.layerBlendModes`; any larger number is off. */
   blendMode(i: number): number;
 
-  /** @param mode one of `layout.layerBlendModes` */
+  /**
+   * Has layer i replace what is below, add to it, or be off.
+   *
+   * @param mode one of `layout.layerBlendModes`
+   */
   setBlendMode(i: number, mode: number): void;
 
+  /** Weight of layer i. */
   layerWeight(i: number): number;
 
+  /** Gives layer i its weight. An override layer of weight 0 holds its entities at rest: turn it off by its mode. */
   setLayerWeight(i: number, weight: number): void;
 
   /** Handle of the first state of the chain of layer i. */
   firstState(i: number): StateHandle;
 
-  /** @param handle of a state; with `layout.handles.none` the layer is empty */
+  /**
+   * Has the chain of layer i begin at another state.
+   *
+   * @param handle of a state; with `layout.handles.none` the layer is empty
+   */
   setFirstState(i: number, handle: HandleLike<StateHandle>): void;
 
   /**
+   * Says all of layer i.
+   *
    * @param mode one of `layout.layerBlendModes`
    * @param weight of the layer
    * @param firstState handle of a state, or `layout.handles.none`
@@ -550,23 +605,33 @@ export declare class ControllerStateView {
   /** @param model what `createAnimatorControllerStateModel(clipCount)` made */
   constructor(model: EngineAnimatorControllerStateModel);
 
+  /** Clips that it can play at once. */
   readonly clipCount: number;
 
   /** Weight of the state in its layer. */
   weight(): number;
 
-  /** @param weight 0 skips the state */
+  /**
+   * Gives the state its share of the layer.
+   *
+   * @param weight 0 skips the state
+   */
   setWeight(weight: number): void;
 
   /** Whether rest poses are brought in. */
   fillDefaults(): boolean;
 
+  /** Has rest poses brought in, or not. */
   setFillDefaults(fill: boolean): void;
 
   /** Handle of the next state of the layer. */
   nextState(): StateHandle;
 
-  /** @param handle of a state; `layout.handles.none` ends the chain */
+  /**
+   * Has another state follow in the layer.
+   *
+   * @param handle of a state; `layout.handles.none` ends the chain
+   */
   setNextState(handle: HandleLike<StateHandle>): void;
 
   /** Index in `u32` of the handle of clip i. */
@@ -587,17 +652,27 @@ export declare class ControllerStateView {
   /** Handle of clip i. */
   clipHandle(i: number): ClipHandle;
 
+  /** Has clip i be another one. */
   setClipHandle(i: number, handle: HandleLike<ClipHandle>): void;
 
   /** Its time in frames. */
   clipTime(i: number): number;
 
-  /** @param time frames; wraps at the clip's length */
+  /**
+   * Moves clip i to a time.
+   *
+   * @param time frames; wraps at the clip's length
+   */
   setClipTime(i: number, time: number): void;
 
+  /** Its weight. */
   clipWeight(i: number): number;
 
-  /** @param weight 0 skips the clip; it is not clamped */
+  /**
+   * Gives clip i its share of the state.
+   *
+   * @param weight 0 skips the clip; it is not clamped
+   */
   setClipWeight(i: number, weight: number): void;
 
   /**
@@ -647,6 +722,7 @@ export declare class HandleList<H extends number = number> {
   /** The same as words: the count, then the handles. */
   readonly u32: Uint32Array;
 
+  /** Most handles that it holds. */
   readonly capacity: number;
 
   /** Handles in the list. */
@@ -670,15 +746,21 @@ export declare class MaskView {
   /** @param count entries; a fresh one names no entity and has weight 0 */
   constructor(count: number);
 
+  /** Entries. */
   readonly count: number;
 
+  /** The entries, 8 bytes each; of no entries one all the same. */
   readonly buffer: ArrayBuffer;
 
+  /** The entries as words. */
   readonly u32: Uint32Array;
 
+  /** The entries as floats. */
   readonly f32: Float32Array;
 
   /**
+   * Gives an entity its weight.
+   *
    * @param entity handle; of several entries for one the first counts
    * @param weight 0 keeps the layer off the entity
    */
@@ -737,11 +819,13 @@ export declare class TargetListsView {
    */
   static from(groups: readonly TargetGroup[], spareWords?: number): TargetListsView;
 
+  /** What the lists stand in. */
   readonly buffer: ArrayBuffer;
 
   /** Where the lists start in the buffer. */
   readonly byteOffset: number;
 
+  /** Clips listed. */
   readonly clipCount: number;
 
   /** Words of all groups, spare ones included. */
@@ -753,7 +837,11 @@ export declare class TargetListsView {
   /** Handle of clip i. */
   clip(i: number): ClipHandle;
 
-  /** @param handle of a living clip; of one that is listed twice the first list counts */
+  /**
+   * Names clip i.
+   *
+   * @param handle of a living clip; of one that is listed twice the first list counts
+   */
   setClip(i: number, handle: HandleLike<ClipHandle>): void;
 
   /** Targets of clip i. */
@@ -762,7 +850,11 @@ export declare class TargetListsView {
   /** Handle of the entity that target k of clip i moves, or `layout.handles.none`. */
   target(i: number, k: number): Entity3DHandle;
 
-  /** @param handle of a 3D entity, or `layout.handles.none` */
+  /**
+   * Has target k of clip i move another entity.
+   *
+   * @param handle of a 3D entity, or `layout.handles.none`
+   */
   setTarget(i: number, k: number, handle: HandleLike<Entity3DHandle>): void;
 
   /**

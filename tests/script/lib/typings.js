@@ -97,10 +97,21 @@ class Typings {
   /**
    * Members of an interface, or of the instances of a class.
    * @param {ts.Symbol} symbol
-   * @returns {Map<string, Object>}
+   * @returns {Map<string, Object>} none for what is neither
    */
   membersOf(symbol) {
-    return this._describe(this.checker.getDeclaredTypeOfSymbol(symbol).getProperties());
+    const isOne = symbol.flags & (ts.SymbolFlags.Class | ts.SymbolFlags.Interface);
+    const type = isOne ? this.checker.getDeclaredTypeOfSymbol(symbol) : null;
+    return this._describe(type === null ? [] : type.getProperties());
+  }
+
+  /**
+   * Whether there is a comment on it.
+   * @param {ts.Symbol} symbol
+   * @returns {boolean}
+   */
+  isTold(symbol) {
+    return symbol.getDocumentationComment(this.checker).length > 0;
   }
 
   /**
@@ -154,7 +165,7 @@ class Typings {
             isReadonly:
               (ts.getCombinedModifierFlags(declaration) & ts.ModifierFlags.Readonly) !== 0,
             isMethod: type.getCallSignatures().length > 0,
-            isTold: symbol.getDocumentationComment(this.checker).length > 0,
+            isTold: this.isTold(symbol),
             calls: type.getCallSignatures().map((signature) => this._signature(signature)),
             type,
           },
