@@ -1,32 +1,13 @@
 'use strict';
 // Animation clips as bytes: writes and reads what createDataModel(1, bytes) takes. The format is
 // described, offset by offset, in docs/content.md.
+const { sampleTypes } = require('./layout');
+const { isObject, kLargestU32, show } = require('./value-checks');
 
 const kHeaderBytes = 16;
 const kCurveBytes = 12;
 const kKeyBytes = 16;
-const kLargestU32 = 0xffffffff;
 const kNoFrame = -1;
-
-/**
- * What the keys of a curve drive. Euler angles are in radians. A target turns either by its Euler
- * angles or by its quaternion: they share their first three channels.
- */
-const sampleTypes = Object.freeze({
-  PositionX: 1,
-  PositionY: 2,
-  PositionZ: 3,
-  ScaleX: 4,
-  ScaleY: 5,
-  ScaleZ: 6,
-  EulerX: 7,
-  EulerY: 8,
-  EulerZ: 9,
-  QuaternionW: 10,
-  QuaternionX: 11,
-  QuaternionY: 12,
-  QuaternionZ: 13,
-});
 
 /** Name of each sample type, by number. */
 const typeNames = [];
@@ -54,7 +35,8 @@ const stepTangent = Infinity;
 /**
  * @typedef {Object} Curve
  * @property {number} target index of what it moves; the targets of a clip run from 0 without gaps
- * @property {number} type one of `sampleTypes`
+ * @property {number} type one of `sampleTypes`. Euler angles are in radians. A target turns either by its
+ *   Euler angles or by its quaternion: they share their first three channels
  * @property {Key[]|KeyColumns} keys by rising frame; two may share a frame, where the value jumps
  */
 
@@ -65,20 +47,6 @@ const stepTangent = Infinity;
  * @property {number} frameCount where sampling starts again from frame 0; keys may lie beyond
  * @property {Curve[]} curves
  */
-
-/** A value in a message. */
-function show(value) {
-  if (typeof value === 'string') {
-    return `'${value}'`;
-  }
-  if (value === null || (typeof value !== 'object' && typeof value !== 'function')) {
-    return Object.is(value, -0) ? '-0' : String(value);
-  }
-  if (Array.isArray(value)) {
-    return 'an array';
-  }
-  return typeof value === 'object' ? 'an object' : 'a function';
-}
 
 function clipLabel(name) {
   return name === undefined ? 'clip' : `clip '${name}'`;
@@ -92,10 +60,6 @@ function checkName(name) {
 
 function curveLabel(clip, index, { target, type }) {
   return `${clip}, curve ${index} (target ${show(target)}, ${typeNames[type] || show(type)})`;
-}
-
-function isObject(value) {
-  return typeof value === 'object' && value !== null;
 }
 
 /** Throws unless a property is a whole number from `least` to the largest of 32 bits. */

@@ -7,69 +7,17 @@
 //
 // A call writes its whole command or, where that does not fit or an argument is wrong, throws and
 // writes nothing. Nothing is allocated per call.
+const { entityCommands, matrixFlowCommands, matrixFlowResults } = require('./layout');
+const {
+  checkHandles,
+  failWord,
+  isArrayBuffer,
+  isObject,
+  kLargestU32,
+  show,
+} = require('./value-checks');
 
 const kWordBytes = 4;
-const kLargestU32 = 0xffffffff;
-
-/** Numbers of the entity commands. */
-const entityCommands = Object.freeze({
-  addRoot: 1,
-  addChild: 2,
-  insertChild: 3,
-  removeFromParent: 4,
-  resetSubtree: 5,
-  bindToBone: 6,
-  bindToBoneBatch: 7,
-  unbindFromBone: 8,
-  unbindFromBoneBatch: 9,
-  activate: 10,
-  deactivate: 11,
-});
-
-/** Types of the MatrixFlow commands. */
-const matrixFlowCommands = Object.freeze({
-  call: 1,
-  scalarCopy: 1000,
-  scalarAdd: 1001,
-  scalarSub: 1002,
-  scalarMul: 1003,
-  scalarDiv: 1004,
-  vector2Copy: 2000,
-  vector2Add: 2001,
-  vector2Sub: 2002,
-  vector2Mul: 2003,
-  vector2Div: 2004,
-  vector3Copy: 3000,
-  vector3Add: 3001,
-  vector3Sub: 3002,
-  vector3Mul: 3003,
-  vector3Div: 3004,
-  vector4Copy: 4000,
-  vector4Add: 4001,
-  vector4Sub: 4002,
-  vector4Mul: 4003,
-  vector4Div: 4004,
-  matrix3Copy: 5000,
-  matrix3Add: 5001,
-  matrix3Sub: 5002,
-  matrix3Mul: 5003,
-  matrix4Copy: 6000,
-  matrix4Add: 6001,
-  matrix4Sub: 6002,
-  matrix4Mul: 6003,
-  matrix4Invert: 6004,
-  bulkCopy: 9000,
-});
-
-/** What `execute` of a command buffer returns. */
-const matrixFlowResults = Object.freeze({
-  done: 0,
-  noBuffer: 1,
-  cutOff: 2,
-  unknownCommand: 3,
-  outOfBlock: 4,
-  divisorTooSmall: 5,
-});
 
 /** The same, by a name that leaves room. */
 const types = matrixFlowCommands;
@@ -89,40 +37,10 @@ const kLargestBulk = 0x3fffffff;
 const copyNames = ['D', 'S'];
 const invertNames = ['S', 'D'];
 
-/** A value in a message. */
-function show(value) {
-  if (typeof value === 'string') {
-    return `'${value}'`;
-  }
-  if (Array.isArray(value)) {
-    return 'an array';
-  }
-  if (typeof value === 'function') {
-    return 'a function';
-  }
-  if (typeof value === 'object' && value !== null) {
-    return 'an object';
-  }
-  return String(value);
-}
-
-function isObject(value) {
-  return typeof value === 'object' && value !== null;
-}
-
-/** Throws for what is no 32-bit word. */
-function failWord(label, name, value) {
-  const cure = `give a whole number from 0 to ${kLargestU32}`;
-  if (typeof value !== 'number') {
-    throw new TypeError(`${label}: ${name} is ${show(value)}, not a number: ${cure}.`);
-  }
-  throw new RangeError(`${label}: ${name} is ${value}: ${cure}.`);
-}
-
 /** The words of a shared buffer, or a complaint. */
 function wordsOf(label, owner, property, cure) {
   const buffer = isObject(owner) ? owner[property] : undefined;
-  if (Object.prototype.toString.call(buffer) !== '[object ArrayBuffer]') {
+  if (!isArrayBuffer(buffer)) {
     const found = isObject(owner) ? `its ${property} is ${show(buffer)}` : `got ${show(owner)}`;
     throw new TypeError(`${label}: ${found}, not an ArrayBuffer: ${cure}.`);
   }
@@ -131,22 +49,6 @@ function wordsOf(label, owner, property, cure) {
     throw new RangeError(`${label}: ${room}: ${cure}.`);
   }
   return new Uint32Array(buffer, 0, Math.floor(buffer.byteLength / kWordBytes));
-}
-
-/** Throws unless there are handles: a Uint32Array, or an array of words. */
-function checkHandles(label, name, handles) {
-  if (handles instanceof Uint32Array) {
-    return;
-  }
-  if (!Array.isArray(handles)) {
-    const cure = 'give a Uint32Array or an array of handles';
-    throw new TypeError(`${label}: ${name} is ${show(handles)}: ${cure}.`);
-  }
-  for (let i = 0; i < handles.length; ++i) {
-    if (handles[i] >>> 0 !== handles[i]) {
-      failWord(label, `${name}[${i}]`, handles[i]);
-    }
-  }
 }
 
 /**
@@ -182,6 +84,24 @@ class StreamWriter {
     return used / kWordBytes + 1;
   }
 
+  /** Throws for an operand that is no word. */
+  _checkWord(method, name, value) {
+    if (value >>> 0 !== value) {
+      failWord(`${this._label}.${method}`, name, value);
+    }
+  }
+
+  /** Writes a command of a handle alone. */
+  _one(name, number, handle) {
+    this._checkWord(name, 'handle', handle);
+    const at = this._claim(name, 8);
+    const words = this._words;
+    words[at] = number;
+    words[at + 1] = handle;
+    words[0] += 8;
+    return at * kWordBytes;
+  }
+
   _failRoom(name, bytes) {
     const { _label: label, used } = this;
     const capacity = this._words.length * kWordBytes - kWordBytes;
@@ -213,25 +133,9 @@ class EntityCommandWriter extends StreamWriter {
     super(label, engine, words, 'call refreshWorldTransform, which empties it, and go on');
   }
 
-  _one(name, number, handle) {
-    if (handle >>> 0 !== handle) {
-      failWord(`${this._label}.${name}`, 'handle', handle);
-    }
-    const at = this._claim(name, 8);
-    const words = this._words;
-    words[at] = number;
-    words[at + 1] = handle;
-    words[0] += 8;
-    return at * kWordBytes;
-  }
-
   _two(name, number, firstName, first, secondName, second) {
-    if (first >>> 0 !== first) {
-      failWord(`${this._label}.${name}`, firstName, first);
-    }
-    if (second >>> 0 !== second) {
-      failWord(`${this._label}.${name}`, secondName, second);
-    }
+    this._checkWord(name, firstName, first);
+    this._checkWord(name, secondName, second);
     const at = this._claim(name, 12);
     const words = this._words;
     words[at] = number;
@@ -268,16 +172,9 @@ class EntityCommandWriter extends StreamWriter {
    * @returns {number}
    */
   insertChild(parent, child, index) {
-    const label = `${this._label}.insertChild`;
-    if (parent >>> 0 !== parent) {
-      failWord(label, 'parent', parent);
-    }
-    if (child >>> 0 !== child) {
-      failWord(label, 'child', child);
-    }
-    if (index >>> 0 !== index) {
-      failWord(label, 'index', index);
-    }
+    this._checkWord('insertChild', 'parent', parent);
+    this._checkWord('insertChild', 'child', child);
+    this._checkWord('insertChild', 'index', index);
     const at = this._claim('insertChild', 16);
     const words = this._words;
     words[at] = entityCommands.insertChild;
@@ -661,15 +558,7 @@ class MatrixFlowWriter extends StreamWriter {
    * @returns {number}
    */
   call(handle) {
-    if (handle >>> 0 !== handle) {
-      failWord(`${this._label}.call`, 'handle', handle);
-    }
-    const at = this._claim('call', 8);
-    const words = this._words;
-    words[at] = types.call;
-    words[at + 1] = handle;
-    words[0] += 8;
-    return at * kWordBytes;
+    return this._one('call', types.call, handle);
   }
 
   /**

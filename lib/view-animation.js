@@ -11,15 +11,8 @@ const {
   controllerState,
   skinning,
 } = require('./layout');
-const {
-  BlockView,
-  checkHandles,
-  copyOut,
-  countElements,
-  failIndex,
-  hasRoom,
-  show,
-} = require('./view-base');
+const { checkHandles, show } = require('./value-checks');
+const { BlockView, copyOut, countElements, failIndex, hasRoom } = require('./view-base');
 
 // Words of a clip of an animator.
 const kPlayStride = animatorClip.size / 4;

@@ -1,30 +1,7 @@
 'use strict';
 // What typed views over shared records have in common: the arrays over a buffer, and complaints in words.
 // Checks are small, so that they are compiled into their callers; texts are made where they fail.
-
-const kLargestU32 = 0xffffffff;
-
-/** A value in a message. */
-function show(value) {
-  if (typeof value === 'string') {
-    return `'${value}'`;
-  }
-  if (Array.isArray(value)) {
-    return 'an array';
-  }
-  if (typeof value === 'function') {
-    return 'a function';
-  }
-  return typeof value === 'object' && value !== null ? 'an object' : String(value);
-}
-
-function isObject(value) {
-  return typeof value === 'object' && value !== null;
-}
-
-function isArrayBuffer(value) {
-  return Object.prototype.toString.call(value) === '[object ArrayBuffer]';
-}
+const { failWord, isArrayBuffer, isObject, show } = require('./value-checks');
 
 /** Throws for what is no index of `count` elements. */
 function failIndex(label, name, index, count) {
@@ -33,15 +10,6 @@ function failIndex(label, name, index, count) {
   }
   const cure = count === 0 ? 'there are none' : `give a whole number from 0 to ${count - 1}`;
   throw new RangeError(`${label}: ${name} is ${index}, of ${count}: ${cure}.`);
-}
-
-/** Throws for what is no 32-bit word. */
-function failWord(label, name, value) {
-  const cure = `give a whole number from 0 to ${kLargestU32}`;
-  if (typeof value !== 'number') {
-    throw new TypeError(`${label}: ${name} is ${show(value)}, not a number: ${cure}.`);
-  }
-  throw new RangeError(`${label}: ${name} is ${value}: ${cure}.`);
 }
 
 /** Throws for the first of `values` that is no number. */
@@ -87,22 +55,6 @@ function copyOut(source, from, length, out, at) {
     out[at + k] = source[from + k];
   }
   return out;
-}
-
-/** Throws unless there are handles: a Uint32Array, or an array of words. */
-function checkHandles(label, name, handles) {
-  if (handles instanceof Uint32Array) {
-    return;
-  }
-  if (!Array.isArray(handles)) {
-    const cure = 'give a Uint32Array or an array of handles';
-    throw new TypeError(`${label}: ${name} is ${show(handles)}: ${cure}.`);
-  }
-  for (let i = 0; i < handles.length; ++i) {
-    if (handles[i] >>> 0 !== handles[i]) {
-      failWord(label, `${name}[${i}]`, handles[i]);
-    }
-  }
 }
 
 /**
@@ -181,17 +133,4 @@ function countElements(label, view, head, size, maker) {
   return count;
 }
 
-module.exports = {
-  BlockView,
-  checkHandles,
-  copyOut,
-  countElements,
-  failIndex,
-  failNumbers,
-  failOut,
-  failWord,
-  hasRoom,
-  isArrayBuffer,
-  isObject,
-  show,
-};
+module.exports = { BlockView, copyOut, countElements, failIndex, failNumbers, failOut, hasRoom };

@@ -2,17 +2,8 @@
 // Views of culling: the records of objects, and the answers of both families of methods. See docs/layouts.md
 // for the bytes and docs/culling.md for what they mean.
 const { cullingObject, cullingResult } = require('./layout');
-const {
-  BlockView,
-  copyOut,
-  countElements,
-  failIndex,
-  failOut,
-  hasRoom,
-  isArrayBuffer,
-  isObject,
-  show,
-} = require('./view-base');
+const { isArrayBuffer, isObject, show } = require('./value-checks');
+const { BlockView, copyOut, countElements, failIndex, failOut, hasRoom } = require('./view-base');
 
 // Words of a record.
 const kStride = cullingObject.size / 4;

@@ -2,15 +2,8 @@
 // Views of what script hands over in a call: lists of handles, masks and target lists. Their buffers are
 // script's own, and free to be used again when the call is over. See docs/layouts.md for the bytes.
 const { batchList, controllerMask, handles, targetGroup, targetLists } = require('./layout');
-const {
-  checkHandles,
-  failIndex,
-  failNumbers,
-  failWord,
-  isArrayBuffer,
-  isObject,
-  show,
-} = require('./view-base');
+const { checkHandles, failWord, isArrayBuffer, isObject, show } = require('./value-checks');
+const { failIndex, failNumbers } = require('./view-base');
 
 const kLargestBlock = 0xffffffff;
 

@@ -1,0 +1,57 @@
+'use strict';
+// What writers, views and clips ask of a value, and how they complain of one in words. Checks are small, so
+// that they are compiled into their callers; texts are made where they fail.
+
+const kLargestU32 = 0xffffffff;
+
+/** A value in a message. */
+function show(value) {
+  if (typeof value === 'string') {
+    return `'${value}'`;
+  }
+  if (Array.isArray(value)) {
+    return 'an array';
+  }
+  if (typeof value === 'function') {
+    return 'a function';
+  }
+  if (typeof value === 'object' && value !== null) {
+    return 'an object';
+  }
+  return Object.is(value, -0) ? '-0' : String(value);
+}
+
+function isObject(value) {
+  return typeof value === 'object' && value !== null;
+}
+
+function isArrayBuffer(value) {
+  return Object.prototype.toString.call(value) === '[object ArrayBuffer]';
+}
+
+/** Throws for what is no 32-bit word. */
+function failWord(label, name, value) {
+  const cure = `give a whole number from 0 to ${kLargestU32}`;
+  if (typeof value !== 'number') {
+    throw new TypeError(`${label}: ${name} is ${show(value)}, not a number: ${cure}.`);
+  }
+  throw new RangeError(`${label}: ${name} is ${value}: ${cure}.`);
+}
+
+/** Throws unless there are handles: a Uint32Array, or an array of words. */
+function checkHandles(label, name, handles) {
+  if (handles instanceof Uint32Array) {
+    return;
+  }
+  if (!Array.isArray(handles)) {
+    const cure = 'give a Uint32Array or an array of handles';
+    throw new TypeError(`${label}: ${name} is ${show(handles)}: ${cure}.`);
+  }
+  for (let i = 0; i < handles.length; ++i) {
+    if (handles[i] >>> 0 !== handles[i]) {
+      failWord(label, `${name}[${i}]`, handles[i]);
+    }
+  }
+}
+
+module.exports = { checkHandles, failWord, isArrayBuffer, isObject, kLargestU32, show };
