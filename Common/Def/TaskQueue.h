@@ -2,7 +2,9 @@
 #ifndef NQ_COMMON_DEF_TASKQUEUE_H_
 #define NQ_COMMON_DEF_TASKQUEUE_H_
 
+#include <algorithm>
 #include <cstddef>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -30,27 +32,12 @@ class TaskQueue {
 
   // Moves `count` tasks behind those that are there.
   void Append(Task* tasks, size_t count) {
-    const size_t waiting = static_cast<size_t>(back - front);
-    std::vector<Place> grown;
-    std::vector<Place>* to = &places;
-    if (places.size() < waiting + count) {
-      grown.resize(waiting + count);
-      to = &grown;
-    }
-    Task* const first = reinterpret_cast<Task*>(to->data());
-    // Towards the start, or into other memory: no task is written over one that is still to be
-    // moved.
-    for (size_t i = 0; i < waiting; ++i) {
-      new (first + i) Task(Task::Relocate(front + i));
+    if (Empty() || count > static_cast<size_t>(Begin() + places.size() - back)) {
+      MakeRoom(count);
     }
     for (size_t i = 0; i < count; ++i) {
-      new (first + waiting + i) Task(std::move(tasks[i]));
+      new (back++) Task(std::move(tasks[i]));
     }
-    if (to == &grown) {
-      places.swap(grown);
-    }
-    front = first;
-    back = first + waiting + count;
   }
 
   // The task at the front, of at least one.
@@ -60,6 +47,29 @@ class TaskQueue {
   struct Place {
     alignas(Task) unsigned char bytes[sizeof(Task)];
   };
+
+  Task* Begin() { return reinterpret_cast<Task*>(places.data()); }
+
+  // Moves the tasks that wait to the start, in memory that has places for `count` more. While some
+  // wait, at least as many places as tasks are moved are free afterwards, so that a task is moved a
+  // few times in all, however many come one by one.
+  void MakeRoom(size_t count) {
+    const size_t waiting = static_cast<size_t>(back - front);
+    const size_t needed = waiting + count;
+    std::vector<Place> old;
+    if (needed > (waiting == 0 ? places.size() : places.size() / 2)) {
+      old.resize(std::max(needed, 2 * places.size()));
+      old.swap(places);
+    }
+    // Towards the start, or into other memory: no task is written over one that is still to be
+    // moved.
+    Task* const first = Begin();
+    for (size_t i = 0; i < waiting; ++i) {
+      new (first + i) Task(Task::Relocate(front + i));
+    }
+    front = first;
+    back = first + waiting;
+  }
 
   Task* front = nullptr;
   Task* back = nullptr;

@@ -5,8 +5,10 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -108,6 +110,41 @@ TEST(TaskTest, AnEmptyTaskRaisesBadFunctionCall) {
   Task moved([] {});
   Task other(std::move(moved));
   EXPECT_THROW(moved(), std::bad_function_call);  // NOLINT(bugprone-use-after-move)
+}
+
+// Memory that a task was relocated from holds none: nothing is destroyed there.
+TEST(TaskTest, RelocatingLeavesNothingToDestroy) {
+  Counts counts;
+  alignas(Task) unsigned char memory[sizeof(Task)];
+  Task* from = new (memory) Task{CountingCallable(&counts)};
+  {
+    Task task = Task::Relocate(from);
+    ASSERT_TRUE(static_cast<bool>(task));
+    task();
+    EXPECT_EQ(counts.destroyed, 0);
+  }
+  EXPECT_EQ(counts.runs, 1);
+  EXPECT_EQ(counts.destroyed, 1);
+}
+
+TEST(TaskTest, RelocatingPlainBytesWritesNothingWhereTheyWere) {
+  int runs = 0;
+  alignas(Task) unsigned char memory[sizeof(Task)];
+  Task* from = new (memory) Task(
+      [&runs, a = uint64_t{0x1122334455667788u}] { runs += a == 0x1122334455667788u ? 1 : 100; });
+  unsigned char before[sizeof(Task)];
+  std::memcpy(before, memory, sizeof(memory));
+  Task task = Task::Relocate(from);
+  EXPECT_EQ(std::memcmp(before, memory, sizeof(memory)), 0);
+  task();
+  EXPECT_EQ(runs, 1);
+}
+
+TEST(TaskTest, AnEmptyTaskIsRelocatedAsOne) {
+  alignas(Task) unsigned char memory[sizeof(Task)];
+  Task task = Task::Relocate(new (memory) Task());
+  EXPECT_FALSE(static_cast<bool>(task));
+  EXPECT_THROW(task(), std::bad_function_call);
 }
 
 TEST(TaskTest, CapturesUpToTheCapacityAreKeptInPlace) {
