@@ -39,14 +39,19 @@ class EntityPoseWriter {
     return index < batch.count;
   }
 
-  // Asks for the memory of a 3D entity that comes soon, if it is of the same batch.
+  // Asks for the memory of a 3D entity that comes soon, if it is of the same batch. This is a hint
+  // only: the handle may be past the batch's end, hence sums of numbers, not of pointers.
   void FetchAhead(uint32_t handle) const {
     if (HandleSlot(handle) == slot) {
-      const size_t ahead = HandleElement(handle);
-      const uint8_t* record = batch.sharedRecords + ahead * sizeof(Entity3DRecord);
-      __builtin_prefetch(record, 1);
-      __builtin_prefetch(record + offsetof(Entity3DRecord, worldMatrix) - 1, 1);
-      __builtin_prefetch(batch.localMatrices + ahead, 1);
+      const uintptr_t ahead = HandleElement(handle);
+      const uintptr_t record =
+          reinterpret_cast<uintptr_t>(batch.sharedRecords) + ahead * sizeof(Entity3DRecord);
+      const uintptr_t matrix =
+          reinterpret_cast<uintptr_t>(batch.localMatrices) + ahead * sizeof(TransformMatrix);
+      __builtin_prefetch(reinterpret_cast<const void*>(record), 1);
+      __builtin_prefetch(
+          reinterpret_cast<const void*>(record + offsetof(Entity3DRecord, worldMatrix) - 1), 1);
+      __builtin_prefetch(reinterpret_cast<const void*>(matrix), 1);
     }
   }
 
