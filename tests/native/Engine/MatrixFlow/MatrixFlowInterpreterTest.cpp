@@ -212,6 +212,54 @@ TEST_F(MatrixFlowInterpreterTest, AHeaderBeyondTheBlockReadsWhatFollows) {
   EXPECT_EQ(3u, scene.Reader(inner).LimitCount());
 }
 
+// Products ask for memory of commands further on. A header that promises more than the block holds
+// must not make them read there; large blocks are watched by the sanitizer.
+TEST_F(MatrixFlowInterpreterTest, ProductsNearTheEndOfABlockReadNothingBehindIt) {
+  constexpr uint32_t kProducts = 30;
+  constexpr uint32_t kBytes = 4 + 28 * kProducts + 4;
+  const uint32_t a = scene.AddFloats({2, 0, 0, 0, 0, 3, 0, 0, 0, 0, 4, 0, 0, 0, 0, 5});
+  const uint32_t out = scene.AddBlock(64 * kProducts);
+  const uint32_t large = scene.AddBuffer(kBytes);
+  std::vector<uint32_t> words;
+  for (uint32_t i = 0; i < kProducts; ++i) {
+    words.insert(words.end(), {6003, a, 0, a, 0, out, 64 * i});
+  }
+  words.push_back(7);
+  for (const uint32_t header : {kBytes - 4, kBytes + 1000, 0x7FFFFFFBu}) {
+    scene.Write(large, words);
+    scene.SetWord(scene.IDOf(large), 0, header);
+    EXPECT_EQ(3, Execute(large)) << header;
+    EXPECT_EQ("[NQ_FATAL][MatrixFlow]: Command type invalid, type: 7\n", scene.Log());
+    for (uint32_t i = 0; i < kProducts; ++i) {
+      EXPECT_THAT(scene.Floats(out, 64 * i, 6), ElementsAre(4, 0, 0, 0, 0, 9));
+    }
+  }
+}
+
+// The block that a place of operands had last is remembered, hence: same block, another, one that
+// there is not, and that of the stream itself.
+TEST_F(MatrixFlowInterpreterTest, EachReferenceCountsWhateverBlockItsPlaceHadBefore) {
+  const uint32_t a = scene.AddFloats({1, 2, 3, 4});
+  const uint32_t b = scene.AddFloats({10, 20});
+  const uint32_t own = scene.IDOf(buffer);
+  std::vector<uint32_t> words = {1001, a,   0,   b, 0, a, 8,   // a[2] = 1 + 10
+                                 1001, b,   4,   a, 4, b, 0,   // b[0] = 20 + 2
+                                 1001, b,   0,   a, 8, a, 12,  // a[3] = 22 + 11
+                                 1000, own, 500, a, 12};       // 33, into the stream's own block
+  EXPECT_EQ(0, Run(words));
+  EXPECT_THAT(scene.Floats(a, 0, 4), ElementsAre(1, 2, 11, 33));
+  EXPECT_THAT(scene.Floats(b, 0, 2), ElementsAre(22, 20));
+  EXPECT_EQ(33.0f, scene.Float(own, 500));
+
+  // `b` is smaller than what stood in its place.
+  EXPECT_EQ(4, Run({1000, a, 0, a, 12, 1000, a, 4, b, 8}));
+  EXPECT_THAT(scene.Floats(a, 0, 4), ElementsAre(33, 2, 11, 33));
+  EXPECT_EQ(4, Run({1000, a, 0, a, 4, 1000, kNoBlock, 0, a, 4}));
+  EXPECT_EQ(4, Run({1000, a, 0, a, 4, 1000, a, 0, kNoBlock, 0}));
+  scene.ReleaseBlock(b);
+  EXPECT_EQ(4, Run({1000, b, 0, a, 0}));
+}
+
 TEST_F(MatrixFlowInterpreterTest, AHeaderWhoseLimitIsNegativeEndsTheRunAtOnce) {
   const uint32_t block = scene.AddFloats({1, 2});
   scene.Write(buffer, {1000, block, 0, block, 4});
