@@ -44,6 +44,18 @@ describe('BatchUpdate', () => {
     assert(result.threads >= 1 && result.threads <= 4, `${result.threads} threads`);
   });
 
+  it('runs each handle once whatever their number is', () => {
+    for (let count = 2; count <= 64; ++count) {
+      const handles = Array.from({ length: count }, (_, i) => 1000 + i);
+      const result = batch([count, ...handles]);
+      assert.deepStrictEqual(
+        result.handles.sort((a, b) => a - b),
+        handles
+      );
+      assert(result.onScriptThread.every((value) => value === false));
+    }
+  });
+
   it('keeps four workers busy at once', () => {
     assert.strictEqual(batch([4, 1, 2, 3, 4], 100).threads, 4);
   });
