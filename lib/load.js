@@ -45,10 +45,15 @@ const builds = {
  * @property {Error|null} original what loading the last of the files that are there threw
  */
 
-/** Absolute paths of what may be loaded, the first first. */
+/** What may be loaded, in order: absolute paths, and in words for messages where a name comes from. */
 function candidates(build, file) {
-  const named = file === undefined ? process.env[build.variable] : file;
-  return named === undefined || named === '' ? build.files : [path.resolve(named)];
+  if (file !== undefined && file !== '') {
+    return [{ file: path.resolve(file), source: '' }];
+  }
+  const named = file === undefined ? process.env[build.variable] : undefined;
+  return named === undefined || named === ''
+    ? build.files.map((built) => ({ file: built, source: '' }))
+    : [{ file: path.resolve(named), source: ` (named by ${build.variable})` }];
 }
 
 /** An error that says what was tried, what runs here and what is wanted, and what to do. */
@@ -58,9 +63,9 @@ function loadError(build, attempts) {
   const original = thrown.length > 0 ? thrown[thrown.length - 1] : null;
   const lines = [
     "nq_logic: the native module can't be loaded:",
-    ...attempts.map(({ file, error }) => {
+    ...attempts.map(({ file, source, error }) => {
       const trouble = error === null ? 'there is no such file' : 'is there, but does not load';
-      return `  '${file}': ${trouble}.`;
+      return `  '${file}'${source}: ${trouble}.`;
     }),
     `This is Node ${node} with ABI ${modules}; the module needs ABI ${moduleAbi}, which is Node 12.`,
     'Two cures:',
@@ -83,14 +88,14 @@ function loadError(build, attempts) {
 function loadBuild(build, file) {
   const attempts = [];
   for (const candidate of candidates(build, file)) {
-    if (!fs.existsSync(candidate)) {
-      attempts.push({ file: candidate, error: null });
+    if (!fs.existsSync(candidate.file)) {
+      attempts.push(Object.assign({ error: null }, candidate));
       continue;
     }
     try {
-      return require(candidate);
+      return require(candidate.file);
     } catch (error) {
-      attempts.push({ file: candidate, error });
+      attempts.push(Object.assign({ error }, candidate));
     }
   }
   throw loadError(build, attempts);

@@ -139,8 +139,16 @@ describe('load', () => {
   it('takes nothing else than what NQ_MODULE names', () => {
     const copy = copyLibrary({ [prebuilt]: fs.readFileSync(plainModule) });
     const missing = path.join(copy, 'missing.node');
-    const { files } = refusal(copy, 'load()', { variables: { NQ_MODULE: 'missing.node' } });
+    const variables = { NQ_MODULE: 'missing.node', NQ_MATRIXFLOW_MODULE: 'other.node' };
+    const { files, message } = refusal(copy, 'load()', { variables });
     assert.deepStrictEqual(files, [missing]);
+    // A name that somebody has forgotten is found by its variable.
+    const found = message.split('\n')[1];
+    assert.strictEqual(found, `  '${missing}' (named by NQ_MODULE): there is no such file.`);
+    const flow = refusal(copy, 'loadMatrixFlow()', { variables });
+    assert(flow.message.includes("/other.node' (named by NQ_MATRIXFLOW_MODULE): "), flow.message);
+    const given = refusal(copy, "load('missing.node')", { variables });
+    assert(given.message.includes(`\n  '${missing}': there is no such file.\n`), given.message);
     // An empty one names nothing.
     const run = runIn(copy, `require('./lib').getEngine()`, { variables: { NQ_MODULE: '' } });
     assert.strictEqual(run.status, 0, run.stderr);
