@@ -47,4 +47,4 @@ if (require.main === module) {
   });
 }
 
-module.exports = { generatedLayouts, staleLayouts };
+module.exports = { staleLayouts };

@@ -81,4 +81,4 @@ function displayMesh(mesh) {
   };
 }
 
-module.exports = { displayMesh, vertexNormals };
+module.exports = { displayMesh };

@@ -238,4 +238,4 @@ class ViewerServer {
   }
 }
 
-module.exports = { ViewerServer, kAddress, kMostUndrawn };
+module.exports = { ViewerServer, kMostUndrawn };
