@@ -111,7 +111,9 @@ describe('examples', () => {
       const result = run(name, [], missing);
       assert.strictEqual(result.status, 1, name);
       assert.strictEqual(result.stdout, '');
-      assert(result.stderr.includes("'/not/there.node': there is no such file"), result.stderr);
+      const variable = name === '08-matrixflow' ? 'NQ_MATRIXFLOW_MODULE' : 'NQ_MODULE';
+      const line = `'/not/there.node' (named by ${variable}): there is no such file.`;
+      assert(result.stderr.includes(line), result.stderr);
     }
   });
 });
