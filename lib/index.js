@@ -1,12 +1,8 @@
 'use strict';
 // All of the library but the importer of glTF files, which needs a package of its own and is reached by
 // `require('nq_logic/lib/gltf')`. The native module is loaded on first use.
-const { checked } = require('./checked');
-const clip = require('./clip');
-const commands = require('./commands');
 const layout = require('./layout');
-const { load, loadMatrixFlow, moduleAbi } = require('./load');
-const views = require('./views');
+const { load } = require('./load');
 
 /**
  * Makes an engine. Keep it: its buffers live as long as it does.
@@ -25,9 +21,14 @@ function getVersion() {
   return load().getVersion();
 }
 
-module.exports = Object.assign(
-  { getEngine, getVersion, load, loadMatrixFlow, moduleAbi, layout, checked },
-  clip,
-  commands,
-  views
-);
+// Written out like this, the names can be imported by ES modules, too: the host looks for them in the text.
+module.exports = {
+  getEngine,
+  getVersion,
+  layout,
+  ...require('./load'),
+  ...require('./checked'),
+  ...require('./clip'),
+  ...require('./commands'),
+  ...require('./views'),
+};

@@ -5,9 +5,11 @@
 // A view is made once for an object, and used for its life. Getters of several numbers fill an array that
 // they are given. Raw arrays (`f32`, `u32`) and indices into them (`positionAt(i)`) are there for loops where
 // checks matter: these check nothing.
-const animation = require('./view-animation');
-const culling = require('./view-culling');
-const entities = require('./view-entities');
-const lists = require('./view-lists');
-
-module.exports = Object.assign({}, entities, culling, animation, lists);
+//
+// Written out like this, the names can be imported by ES modules, too: the host looks for them in the text.
+module.exports = {
+  ...require('./view-entities'),
+  ...require('./view-culling'),
+  ...require('./view-animation'),
+  ...require('./view-lists'),
+};

@@ -239,6 +239,19 @@ describe('lib/index.js', () => {
     assert.deepStrictEqual(Object.keys(index).sort(), [...Object.keys(expected), ...own].sort());
   });
 
+  it('has all names for ES modules, as its parts have', () => {
+    const names = ['index', 'load', 'checked', 'clip', 'commands', 'layout', 'views', 'gltf'];
+    const script = `
+      Promise.all(${JSON.stringify(names)}.map((name) => import('./lib/' + name + '.js')))
+        .then((modules) => console.log(JSON.stringify(modules.map(Object.keys))));`;
+    const run = runIn(copyLibrary({}), script);
+    assert.strictEqual(run.status, 0, run.stderr);
+    JSON.parse(run.stdout).forEach((found, i) => {
+      const expected = [...Object.keys(require(`../../lib/${names[i]}`)), 'default'];
+      assert.deepStrictEqual(found.sort(), expected.sort(), names[i]);
+    });
+  });
+
   it('loads the module, and the importer of glTF, on first use only', () => {
     const copy = copyLibrary({ [built]: fs.readFileSync(plainModule) });
     const script = `
