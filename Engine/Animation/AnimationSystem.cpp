@@ -142,16 +142,18 @@ void AnimationSystem::UpdateAnimator(uint32_t handle) {
   if (component->entityCount == 0 || component->firstTarget == nullptr) {
     return;
   }
-  Entity* top = component->firstTarget;
+  // By links alone: the entities' own records would have to be fetched for it.
+  const TransformTree& tree = core->Entities()->Tree();
+  uint32_t top = component->firstTargetHandle;
   size_t height = 0;
-  while (top->parent() != nullptr) {
-    top = top->parent();
-    if (++height > core->Entities()->Tree().EntityCount()) {
-      EntitySystem::FailOnParentCycle(top->handle);
+  while (tree.Links(top).parent != 0) {
+    top = tree.Links(top).parent;
+    if (++height > tree.EntityCount()) {
+      EntitySystem::FailOnParentCycle(top);
     }
   }
-  if (!core->Entities()->IsRoot(top)) {
-    top->UpdateTree();
+  if (tree.Links(top).isRoot == 0) {
+    tree.EntityOf(top)->UpdateTree();
   }
 }
 

@@ -203,6 +203,7 @@ AnimatorComponent::Scratch* AnimatorComponent::ThreadScratch() {
 void AnimatorComponent::Update() {
   Scratch* scratch = ThreadScratch();
   firstTarget = nullptr;
+  firstTargetHandle = 0;
   scratch->active.clear();
   const AnimatorClipRecord* records = reinterpret_cast<const AnimatorClipRecord*>(data);
   const AnimationSystem* system = core->Animation();
@@ -233,6 +234,7 @@ void AnimatorComponent::ApplyOne(const ActiveClip& clip, Scratch* scratch) {
   const SampleMap& samples = scratch->SampleOf(clip);
   const uint32_t count = samples.Size();
   Entity* first = nullptr;
+  uint32_t firstHandle = 0;
   for (uint32_t i = 0; i < count; ++i) {
     const uint32_t entry = clip.base + samples.Target(i);
     if (entry < entityCount && writer.Seek(targets[entry])) {
@@ -240,10 +242,14 @@ void AnimatorComponent::ApplyOne(const ActiveClip& clip, Scratch* scratch) {
         writer.FetchAhead(targets[entry + kFetchAhead]);
       }
       ApplyTo(writer, samples.Sample(i));
-      first = first == nullptr ? writer.Target() : first;
+      if (first == nullptr) {
+        first = writer.Target();
+        firstHandle = targets[entry];
+      }
     }
   }
   firstTarget = first;
+  firstTargetHandle = firstHandle;
 }
 
 // The share of each further contribution is its weight by the sum so far, so that the outcome is
@@ -277,14 +283,13 @@ void AnimatorComponent::ApplyBlend(Scratch* scratch) {
 
   // Entities are different ones, so the order of the writes does not show, but for which is first.
   EntityPoseWriter writer(core->Entities()->Tree());
-  uint32_t first = 0;
   for (Scratch::BlendEntry& entry : entries) {
     if (writer.Seek(entry.handle)) {
       NormaliseRotation(&entry.sample);
       ApplyTo(writer, entry.sample);
-      if (firstTarget == nullptr || entry.handle < first) {
-        first = entry.handle;
+      if (firstTarget == nullptr || entry.handle < firstTargetHandle) {
         firstTarget = writer.Target();
+        firstTargetHandle = entry.handle;
       }
     }
   }

@@ -36,8 +36,9 @@ class AnimatorComponent {
   const uint32_t clipCount;
   const uint32_t entityCount;
 
-  // The first entity that the last update wrote to; null if there was none.
+  // The first entity that the last update wrote to, and its handle; null and 0 if there was none.
   Entity* firstTarget = nullptr;
+  uint32_t firstTargetHandle = 0;
 
  private:
   struct ActiveClip;
