@@ -99,6 +99,18 @@ TEST(FastTrigonometry, SinesAndCosinesAroundQuarterTurnsAreThoseOfTheLibrary) {
   }
 }
 
+// Sines (in the first row) or cosines so near the middle of two floats that the series alone would
+// round to the wrong one.
+TEST(FastTrigonometry, SinesAndCosinesNextToTheMiddleOfTwoFloatsAreThoseOfTheLibrary) {
+  const uint32_t angles[] = {0x423FA699u, 0x4315FB43u, 0x448CB16Cu, 0x452D3C38u, 0x4561DB8Eu,
+                             0x3F47C904u, 0x3F45DFCBu, 0x3F2E6EA3u, 0x40186F52u, 0x424C1BA5u,
+                             0x42C13DF9u, 0x43F56ABDu, 0x43FBB5D4u};
+  for (const uint32_t bits : angles) {
+    ExpectSameSineAndCosine(FromBits(bits), 1.0f);
+    ExpectSameSineAndCosine(1.0f, -FromBits(bits));
+  }
+}
+
 TEST(FastTrigonometry, SinesAndCosinesOfSpecialAnglesAreThoseOfTheLibrary) {
   constexpr float kInfinity = std::numeric_limits<float>::infinity();
   const float angles[] = {0.0f,     -0.0f,     1e-45f,    -1e-45f,   kInfinity, -kInfinity, NAN,
