@@ -216,6 +216,18 @@ TEST_F(MemoryAllocatorTest, ALargeBlockIsCountedToo) {
   EXPECT_FALSE(memory.Retain(block.pointer));
 }
 
+// Matrices that lie side by side in such a block take one cache line each.
+TEST_F(MemoryAllocatorTest, ALargeBlockBeginsACacheLine) {
+  std::vector<MemoryBlock> blocks;
+  for (uint32_t size = 641; size < 4000; size += 37) {
+    blocks.push_back(memory.Allocate(size));
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(blocks.back().pointer) % 64, 0u) << size;
+  }
+  for (const MemoryBlock& block : blocks) {
+    memory.Release(block);
+  }
+}
+
 TEST_F(MemoryAllocatorTest, ALargeBlockIsZeroedThoughTheHeapHandsOutUsedMemory) {
   for (int i = 0; i < 20; ++i) {
     const MemoryBlock block = memory.Allocate(2000);
