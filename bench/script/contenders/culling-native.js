@@ -1,22 +1,21 @@
 'use strict';
 // Culling by the module: an entity and a culling object for each sphere, all entities below one root.
-const { batchCapacity, createEntities, getEngine, linkTree } = require('./native');
-
-// In 32-bit words of an entity's record.
-const recordWords = 27;
-const rotationAt = 1;
-const worldAt = 11;
-const recordBytes = 4 * recordWords;
-const dirtyCapacity = 12287;
-
-/** Bytes and fields of a culling object's record. */
-const objectBytes = 28;
-const maskAt = 4;
-const sphereAt = 8;
-const entityAt = 24;
-
-/** Handles: batches count up in steps of this, their elements by one. */
-const batchStep = 4096;
+const { rotationModes } = require('../../../lib/layout');
+const {
+  batchCapacity,
+  copyWorld,
+  createCullingObjects,
+  createEntities,
+  cullAll,
+  getEngine,
+  linkTree,
+  positionAt,
+  readView,
+  recordWords,
+  refreshAll,
+  rotationAt,
+  setRotationModes,
+} = require('../lib/native-scene');
 
 /**
  * The contender.
@@ -33,76 +32,33 @@ function createCullingNative(scene) {
   const root = records[0];
 
   function place(entity, transform) {
-    const batch = Math.floor(entity / batchCapacity);
-    const at = entity % batchCapacity;
-    new Uint8Array(entities[batch].buffer)[at * recordBytes] = 1;
-    records[batch].set(transform, at * recordWords + rotationAt);
+    const at = (entity % batchCapacity) * recordWords + rotationAt;
+    records[Math.floor(entity / batchCapacity)].set(transform, at);
   }
 
-  function refreshAll() {
-    for (let first = 0; first < handles.length; first += dirtyCapacity) {
-      const part = handles.subarray(first, Math.min(first + dirtyCapacity, handles.length));
-      dirty[0] = part.length;
-      dirty.set(part, 1);
-      engine.refreshWorldTransform();
-    }
-  }
-
+  setRotationModes(entities, rotationModes.quaternion);
   place(0, [0, 0, 0, 1, 0, 0, 0, 1, 1, 1]);
   for (let i = 0; i < count; ++i) {
     place(i + 1, scene.transforms.subarray(10 * i, 10 * i + 10));
   }
   linkTree(engine, parents, handles);
-  refreshAll();
-
-  const batches = [];
-  for (let first = 0; first < count; first += batchCapacity) {
-    const size = Math.min(batchCapacity, count - first);
-    const batch = engine.createComponent(1, size);
-    const view = new DataView(batch.buffer);
-    for (let i = 0; i < size; ++i) {
-      const at = i * objectBytes;
-      view.setUint8(at, 1);
-      view.setUint32(at + maskAt, 1, true);
-      for (let k = 0; k < 4; ++k) {
-        view.setFloat32(at + sphereAt + 4 * k, scene.spheres[4 * (first + i) + k], true);
-      }
-      view.setUint32(at + entityAt, handles[first + i + 1], true);
-    }
-    batches.push(batch);
-  }
-  const handleOf = (index) =>
-    batches[Math.floor(index / batchCapacity)].id + (index % batchCapacity);
-  const batchOf = new Map(batches.map((batch, i) => [batch.id, i]));
-  const indexOf = (handle) =>
-    batchOf.get(handle - (handle % batchStep)) * batchCapacity + (handle % batchStep);
+  refreshAll(engine, handles);
+  const { batches, handleOf, indexOf } = createCullingObjects(
+    engine,
+    scene.spheres,
+    (object) => handles[object + 1]
+  );
 
   let list = new ArrayBuffer(0);
   let result = engine.cullingResult;
 
-  // Written out: an argument array to spread would be made in each call.
-  function cull({ eye, target, up, fov, aspect, near, far }) {
-    const grown = engine.frustumCullingV2(
-      1,
-      eye[0],
-      eye[1],
-      eye[2],
-      target[0],
-      target[1],
-      target[2],
-      up[0],
-      up[1],
-      up[2],
-      fov,
-      aspect,
-      near,
-      far
-    );
-    if (grown) {
+  function cull(camera) {
+    if (cullAll(engine, camera)) {
       result = engine.cullingResult;
     }
   }
 
+  // Written out, as in `cullAll`, with the list behind.
   function cullList({ eye, target, up, fov, aspect, near, far }) {
     const grown = engine.frustumCullingV2(
       1,
@@ -131,7 +87,7 @@ function createCullingNative(scene) {
 
     /** Moves all entities, by their root. */
     move(set) {
-      root.set(scene.roots[set], rotationAt + 4);
+      root.set(scene.roots[set], positionAt);
       dirty[0] = 1;
       dirty[1] = handles[0];
       engine.refreshWorldTransform();
@@ -146,24 +102,19 @@ function createCullingNative(scene) {
     cullMoved: cull,
     cullList,
 
-    view() {
-      const [, visible] = new Uint32Array(result, 0, 2);
-      return {
-        objects: Array.from(new Uint32Array(result, 8, visible), indexOf),
-        depths: new Float32Array(result, 8 + 4 * visible, visible),
-      };
-    },
+    view: () => readView(result, indexOf),
 
     /** World matrices of the objects' entities, 16 numbers each. */
     matrices() {
       const out = new Float32Array(16 * count);
       for (let i = 0; i < count; ++i) {
-        const record = records[Math.floor((i + 1) / batchCapacity)];
-        const at = ((i + 1) % batchCapacity) * recordWords + worldAt;
-        out.set(record.subarray(at, at + 16), 16 * i);
+        copyWorld(records, i + 1, out, 16 * i);
       }
       return out;
     },
+
+    /** Kept, since a wrapper's end releases what it stands for. */
+    owned: [entities, batches],
   };
 }
 

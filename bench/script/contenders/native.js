@@ -1,107 +1,20 @@
 'use strict';
 // The module, used as its guide says: whole batches, transforms written straight into the shared
 // records, one list of what changed, one call a frame.
-const path = require('path');
-
-const modulePath = path.resolve(
-  process.env.NQ_MODULE || path.join(__dirname, '..', '..', '..', 'build/Release/nq_logic.node')
-);
-const { getEngine } = require(modulePath);
-
-/** Entities a batch can hold. */
-const batchCapacity = 4095;
-
-/** Entries the dirty list can hold. */
-const dirtyCapacity = 12287;
-
-// In 32-bit words: one record, and where rotation, position, scale and world matrix start in it.
-const recordWords = 27;
-const rotationAt = 1;
-const positionAt = 5;
-const scaleAt = 8;
-const worldAt = 11;
-const recordBytes = 4 * recordWords;
-
-const command = { addRoot: 1, addChild: 2, activate: 10, deactivate: 11 };
-
-/** Bytes of commands that fit behind the length word. */
-const commandCapacity = 49152 - 4;
-
-/**
- * Appends entity commands; a full stream is run by a refresh.
- * @param {object} engine
- */
-function createCommandWriter(engine) {
-  const words = new Uint32Array(engine.entityCommands);
-  let next = 1;
-  const writer = {
-    push1(number, operand) {
-      if ((next + 1) * 4 > commandCapacity) {
-        writer.flush();
-      }
-      words[next++] = number;
-      words[next++] = operand;
-      words[0] = (next - 1) * 4;
-    },
-    push2(number, first, second) {
-      if ((next + 2) * 4 > commandCapacity) {
-        writer.flush();
-      }
-      words[next++] = number;
-      words[next++] = first;
-      words[next++] = second;
-      words[0] = (next - 1) * 4;
-    },
-    /** Runs what was pushed. */
-    flush() {
-      engine.refreshWorldTransform();
-      next = 1;
-    },
-    /** For a caller that refreshes by itself: the stream is empty again. */
-    restart() {
-      next = 1;
-    },
-  };
-  return writer;
-}
-
-/**
- * Creates `count` 3D entities in batches.
- * @param {object} engine
- * @param {number} count
- * @returns {{objects: object[], records: Float32Array[], handles: Uint32Array}} handles by node
- */
-function createEntities(engine, count) {
-  const objects = [];
-  const records = [];
-  const handles = new Uint32Array(count);
-  for (let first = 0; first < count; first += batchCapacity) {
-    const size = Math.min(batchCapacity, count - first);
-    const object = engine.createEntity(true, size);
-    objects.push(object);
-    records.push(new Float32Array(object.buffer));
-    for (let i = 0; i < size; ++i) {
-      handles[first + i] = object.id + i;
-    }
-  }
-  return { objects, records, handles };
-}
-
-/**
- * Links all nodes to their parents by the command stream, and makes node 0 a root at the end: the
- * passes in between find nothing to walk.
- * @param {object} engine
- * @param {Int32Array} parents
- * @param {Uint32Array} handles by node
- */
-function linkTree(engine, parents, handles) {
-  const writer = createCommandWriter(engine);
-  for (let node = 1; node < parents.length; ++node) {
-    writer.push2(command.addChild, handles[parents[node]], handles[node]);
-  }
-  writer.push1(command.addRoot, handles[0]);
-  writer.flush();
-}
+const { entityCommands, rotationModes } = require('../../../lib/layout');
+const {
+  batchCapacity,
+  copyWorld,
+  createEntities,
+  dirtyCapacity,
+  getEngine,
+  linkTree,
+  positionAt,
+  recordWords,
+  rotationAt,
+  scaleAt,
+  setRotationModes,
+} = require('../lib/native-scene');
 
 /**
  * The contender.
@@ -181,7 +94,7 @@ function createNative(tree, options = { heldRoot: true }) {
     const held = options.heldRoot && passEnds.length > 1;
     for (let pass = 0; pass < passEnds.length; ++pass) {
       if (held && (pass === 0 || pass === passEnds.length - 1)) {
-        commandWords[1] = pass === 0 ? command.deactivate : command.activate;
+        commandWords[1] = pass === 0 ? entityCommands.deactivate : entityCommands.activate;
         commandWords[2] = handles[0];
         commandWords[0] = 8;
       }
@@ -226,12 +139,7 @@ function createNative(tree, options = { heldRoot: true }) {
         }
       }
       // The mode is a byte of its own, written once.
-      objects.forEach((object) => {
-        const bytes = new Uint8Array(object.buffer);
-        for (let at = 0; at < bytes.length; at += recordBytes) {
-          bytes[at] = mode === 'quaternion' ? 1 : 0;
-        }
-      });
+      setRotationModes(objects, rotationModes[mode]);
     },
 
     frame(values) {
@@ -251,12 +159,10 @@ function createNative(tree, options = { heldRoot: true }) {
 
     world(out) {
       for (let node = 0; node < tree.count; ++node) {
-        const record = records[Math.floor(node / batchCapacity)];
-        const at = (node % batchCapacity) * recordWords + worldAt;
-        out.set(record.subarray(at, at + 16), 16 * node);
+        copyWorld(records, node, out, 16 * node);
       }
     },
   };
 }
 
-module.exports = { batchCapacity, createEntities, createNative, getEngine, linkTree, modulePath };
+module.exports = { createNative };

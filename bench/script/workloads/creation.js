@@ -1,6 +1,6 @@
 'use strict';
 // Life of entities: creating them in batches and one by one, and the collection that ends them.
-const { batchCapacity, getEngine } = require('../contenders/native');
+const { batchCapacity, getEngine } = require('../lib/native-scene');
 const { collectGarbage, interleave, now, once } = require('../lib/measure');
 const { printTable } = require('../lib/table');
 

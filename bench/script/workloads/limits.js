@@ -3,15 +3,24 @@
 // entities in many batches.
 const { spawnSync } = require('child_process');
 const { Worker, isMainThread, parentPort, workerData } = require('worker_threads');
+const { entityCommands, rotationModes } = require('../../../lib/layout');
 const { createTyped } = require('../contenders/typed');
-const { batchCapacity, createEntities, getEngine, linkTree } = require('../contenders/native');
 const { assertSameMatrices } = require('../lib/compare');
 const { interleave, now, once } = require('../lib/measure');
+const {
+  batchCapacity,
+  createEntities,
+  dirtyCapacity,
+  getEngine,
+  linkTree,
+  recordWords,
+  rotationAt,
+  scaleAt,
+  setRotationModes,
+  worldAt,
+} = require('../lib/native-scene');
 const { buildTree, createValues, selectPercent, valuesPerNode } = require('../lib/scenes');
 const { printTable } = require('../lib/table');
-
-/** Entries that the list of dirty entities holds. */
-const listCapacity = 12287;
 
 /** Different sets of transforms that frames go through. */
 const frameSets = 3;
@@ -22,34 +31,7 @@ const engineCounts = [1, 2, 4];
 const workerCounts = [1, 2, 4];
 const batchSizes = [batchCapacity, 500, 50, 1];
 
-/** Numbers of the entity commands that hold a root back and let it go. */
-const activate = 10;
-const deactivate = 11;
-
-// In 32-bit words: one record, and where rotation, scale and world matrix start in it.
-const recordWords = 27;
-const rotationAt = 1;
-const scaleAt = 8;
-const worldAt = 11;
-
 const stride = valuesPerNode.quaternion;
-
-/** Entities in batches of `batchSize`, as `createEntities` makes them in full ones. */
-function createBatches(engine, count, batchSize) {
-  const objects = [];
-  const records = [];
-  const handles = new Uint32Array(count);
-  for (let first = 0; first < count; first += batchSize) {
-    const size = Math.min(batchSize, count - first);
-    const object = engine.createEntity(true, size);
-    objects.push(object);
-    records.push(new Float32Array(object.buffer));
-    for (let i = 0; i < size; ++i) {
-      handles[first + i] = object.id + i;
-    }
-  }
-  return { objects, records, handles };
-}
 
 /** A tree in an engine of its own, all or some of whose nodes change in a frame. */
 class Scene {
@@ -61,10 +43,7 @@ class Scene {
     this.tree = tree;
     this.engine = getEngine();
     this.batchSize = batchSize;
-    const { objects, records, handles } =
-      batchSize === batchCapacity
-        ? createEntities(this.engine, tree.count)
-        : createBatches(this.engine, tree.count, batchSize);
+    const { objects, records, handles } = createEntities(this.engine, tree.count, batchSize);
     this.objects = objects; // keeps the memory of the records
     this.records = records;
     this.handles = handles;
@@ -75,12 +54,7 @@ class Scene {
       const scale = tree.scales.subarray(3 * node, 3 * node + 3);
       this.record(node).set(scale, this.at(node) + scaleAt);
     }
-    for (const { buffer } of objects) {
-      const bytes = new Uint8Array(buffer);
-      for (let at = 0; at < bytes.length; at += 4 * recordWords) {
-        bytes[at] = 1; // a quaternion
-      }
-    }
+    setRotationModes(objects, rotationModes.quaternion);
     linkTree(this.engine, tree.parents, handles);
   }
 
@@ -135,7 +109,7 @@ class Scene {
     const values = this.values[run % frameSets];
     for (let from = 0; from < count; from += perPass) {
       if (perPass < count && (from === 0 || from + perPass >= count)) {
-        this.command(from === 0 ? deactivate : activate);
+        this.command(from === 0 ? entityCommands.deactivate : entityCommands.activate);
       }
       this.write(values, from, Math.min(count, from + perPass));
       this.engine.refreshWorldTransform();
@@ -171,7 +145,7 @@ class Scene {
 
 /** Entries a pass: all that the list takes, or a few on a tiny budget. */
 function passCapacity(budget) {
-  return Math.min(listCapacity, Math.floor(budget.entities / 8));
+  return Math.min(dirtyCapacity, Math.floor(budget.entities / 8));
 }
 
 /** Frames that fill the list once and several times. */
@@ -209,7 +183,7 @@ function measureSplits(budget) {
 
 /** The same characters in one engine, and spread over several that take turns. */
 function measureEngines(budget) {
-  const sizes = budget.sizes.filter((size) => size < listCapacity);
+  const sizes = budget.sizes.filter((size) => size < dirtyCapacity);
   return sizes.map((size) => {
     const groups = engineCounts.map((engines) =>
       Array.from({ length: engines }, () => new Scene(buildTree('humanoids', size / engines)))
@@ -240,7 +214,7 @@ function measureBatches(budget) {
     const time = once(
       budget,
       () => null,
-      () => createBatches(engine, count, size)
+      () => createEntities(engine, count, size)
     );
     const batches = Math.ceil(count / size);
     return {

@@ -1,6 +1,6 @@
 'use strict';
 // Putting a tree together, by the command stream and by calls. What a level costs when it is loaded.
-const { createEntities, getEngine, linkTree } = require('../contenders/native');
+const { createEntities, getEngine, linkTree } = require('../lib/native-scene');
 const { once } = require('../lib/measure');
 const { printTable } = require('../lib/table');
 const { buildTree, treeNames } = require('../lib/scenes');

@@ -1,0 +1,328 @@
+'use strict';
+// What scenes of the module are made of: its engine, whole batches of entities, trees, characters, clips and
+// culling objects. All but the culling call is what a level costs when it is loaded; of that, linking alone is
+// measured. The frames of the contenders write into the records themselves.
+const path = require('path');
+const { buildClip, sampleTypes } = require('../../../lib/clip');
+const {
+  componentKinds,
+  cullingObject,
+  dataModelKinds,
+  entity3D,
+  entityCommands,
+  limits,
+  rotationModes,
+} = require('../../../lib/layout');
+const { bones, channelCount, clipFrames, framesPerSecond, keyCount } = require('./animation-scene');
+
+const modulePath = path.resolve(
+  process.env.NQ_MODULE || path.join(__dirname, '..', '..', '..', 'build/Release/nq_logic.node')
+);
+const { getEngine } = require(modulePath);
+
+/** Entities a batch can hold. */
+const batchCapacity = limits.batch;
+
+/** Entries the dirty list can hold. */
+const dirtyCapacity = limits.dirtyEntities;
+
+/** In 32-bit words: one entity's record, and where its fields start in it. */
+const recordWords = entity3D.size / 4;
+const rotationAt = entity3D.rotation / 4;
+const positionAt = entity3D.position / 4;
+const scaleAt = entity3D.scale / 4;
+const worldAt = entity3D.worldMatrix / 4;
+
+/** Words of the longest command that links. */
+const linkWords = 3;
+
+/** Entities of a character: one at its place, and its bones. */
+const entitiesPerCharacter = 1 + bones;
+
+/**
+ * Creates `count` 3D entities in batches.
+ * @param {object} engine
+ * @param {number} count
+ * @param {number} [batchSize] entities of a batch
+ * @returns {{objects: object[], records: Float32Array[], handles: Uint32Array}} handles by node
+ */
+function createEntities(engine, count, batchSize = batchCapacity) {
+  const objects = [];
+  const records = [];
+  const handles = new Uint32Array(count);
+  for (let first = 0; first < count; first += batchSize) {
+    const size = Math.min(batchSize, count - first);
+    const object = engine.createEntity(true, size);
+    objects.push(object);
+    records.push(new Float32Array(object.buffer));
+    for (let i = 0; i < size; ++i) {
+      handles[first + i] = object.id + i;
+    }
+  }
+  return { objects, records, handles };
+}
+
+/**
+ * Says how the records of batches hold rotations.
+ * @param {object[]} objects
+ * @param {number} mode one of `rotationModes`
+ */
+function setRotationModes(objects, mode) {
+  for (const { buffer } of objects) {
+    const bytes = new Uint8Array(buffer);
+    for (let at = entity3D.rotationMode; at < bytes.length; at += entity3D.size) {
+      bytes[at] = mode;
+    }
+  }
+}
+
+/**
+ * Links all nodes to their parents by the command stream, and makes node 0 a root at the end: the
+ * passes in between, which make room in the stream, find nothing to walk. Writes the words itself: this is
+ * measured, each time in an engine of its own, and the code of a writer's methods is thrown away with the last
+ * writer.
+ * @param {object} engine
+ * @param {Int32Array} parents
+ * @param {Uint32Array} handles by node
+ */
+function linkTree(engine, parents, handles) {
+  const words = new Uint32Array(engine.entityCommands);
+  let next = 1;
+  const run = () => {
+    words[0] = 4 * (next - 1);
+    engine.refreshWorldTransform();
+    next = 1;
+  };
+  for (let node = 1; node < parents.length; ++node) {
+    if (next + linkWords > words.length) {
+      run();
+    }
+    words[next++] = entityCommands.addChild;
+    words[next++] = handles[parents[node]];
+    words[next++] = handles[node];
+  }
+  if (next + linkWords > words.length) {
+    run();
+  }
+  words[next++] = entityCommands.addRoot;
+  words[next++] = handles[0];
+  run();
+}
+
+/**
+ * Lists all entities as changed, in as many passes as the list takes.
+ * @param {object} engine
+ * @param {Uint32Array} handles
+ */
+function refreshAll(engine, handles) {
+  const dirty = new Uint32Array(engine.dirtyEntities);
+  for (let first = 0; first < handles.length; first += dirtyCapacity) {
+    const part = handles.subarray(first, Math.min(first + dirtyCapacity, handles.length));
+    dirty[0] = part.length;
+    dirty.set(part, 1);
+    engine.refreshWorldTransform();
+  }
+}
+
+/**
+ * Copies world matrices out of records.
+ * @param {Float32Array[]} records by batch, full but for the last
+ * @param {number} entity
+ * @param {Float32Array} out
+ * @param {number} at index of the first of 16 numbers
+ */
+function copyWorld(records, entity, out, at) {
+  const from = (entity % batchCapacity) * recordWords + worldAt;
+  out.set(records[Math.floor(entity / batchCapacity)].subarray(from, from + 16), at);
+}
+
+/**
+ * Characters in the pose of their bones' rest. Entity 0 is the root of all; a character's are the one at
+ * its place, then its bones.
+ * @param {object} engine
+ * @param {import('./animation-scene').AnimationScene} scene
+ */
+function createCharacters(engine, scene) {
+  const { characters } = scene;
+  const count = 1 + characters * entitiesPerCharacter;
+  const { objects, records, handles } = createEntities(engine, count);
+  const parents = new Int32Array(count);
+  parents[0] = -1;
+  const entityOf = (character, bone) => 2 + character * entitiesPerCharacter + bone;
+
+  function place(entity, position, scale) {
+    const at = (entity % batchCapacity) * recordWords + rotationAt;
+    records[Math.floor(entity / batchCapacity)].set([0, 0, 0, 1, ...position, ...scale], at);
+  }
+
+  setRotationModes(objects, rotationModes.quaternion);
+  place(0, [0, 0, 0], [1, 1, 1]);
+  for (let c = 0; c < characters; ++c) {
+    place(entityOf(c, -1), scene.places.subarray(3 * c, 3 * c + 3), [1, 1, 1]);
+    for (let bone = 0; bone < bones; ++bone) {
+      const entity = entityOf(c, bone);
+      const at = 3 * bone;
+      parents[entity] = entityOf(c, scene.parents[bone]);
+      place(entity, scene.offsets.subarray(at, at + 3), scene.scales.subarray(at, at + 3));
+    }
+  }
+  linkTree(engine, parents, handles);
+  refreshAll(engine, handles);
+
+  return {
+    /** Kept, since a wrapper's end releases what it stands for. */
+    objects,
+
+    /** Handle of a bone's entity. */
+    handleOf: (character, bone) => handles[entityOf(character, bone)],
+
+    /** Handles of all bones of a character. */
+    handlesOf: (character) => handles.subarray(entityOf(character, 0), entityOf(character, bones)),
+
+    /** World matrices of all bones, 16 numbers each. */
+    copyWorlds(out) {
+      for (let c = 0, at = 0; c < characters; ++c) {
+        for (let bone = 0; bone < bones; ++bone, at += 16) {
+          copyWorld(records, entityOf(c, bone), out, at);
+        }
+      }
+    },
+  };
+}
+
+const rotationTypes = [
+  sampleTypes.QuaternionX,
+  sampleTypes.QuaternionY,
+  sampleTypes.QuaternionZ,
+  sampleTypes.QuaternionW,
+];
+const positionTypes = [sampleTypes.PositionX, sampleTypes.PositionY, sampleTypes.PositionZ];
+
+/** The bytes of a clip. */
+function clipBytes({ values, tangents }) {
+  const frames = Uint32Array.from({ length: keyCount }, (_, key) => key);
+  const column = (rows, channel) =>
+    Float32Array.from({ length: keyCount }, (_, key) => rows[key * channelCount + channel]);
+  const curves = Array.from({ length: channelCount }, (_, channel) => ({
+    target: channel < 4 * bones ? channel >> 2 : 0,
+    type: channel < 4 * bones ? rotationTypes[channel & 3] : positionTypes[channel - 4 * bones],
+    keys: {
+      frames,
+      values: column(values, channel),
+      inTangents: column(tangents, channel),
+      outTangents: column(tangents, channel),
+    },
+  }));
+  return buildClip({ framesPerSecond, frameCount: clipFrames, curves });
+}
+
+/**
+ * The clips of a scene.
+ * @param {object} engine
+ * @param {import('./animation-scene').AnimationScene} scene
+ */
+function createClips(engine, scene) {
+  return scene.clips.map((clip) => engine.createDataModel(dataModelKinds.clip, clipBytes(clip)));
+}
+
+/**
+ * Culling objects in batches.
+ * @param {object} engine
+ * @param {Float32Array} spheres centre and radius of each, in the space of its entity
+ * @param {(object: number) => number} entityOf handle of the entity that carries it
+ * @returns {{batches: object[], handleOf: (object: number) => number, indexOf: (handle: number) =>
+ *   number}} an object's handle by its number, and the other way around
+ */
+function createCullingObjects(engine, spheres, entityOf) {
+  const count = spheres.length / 4;
+  const batches = [];
+  const numbers = new Map();
+  for (let first = 0; first < count; first += batchCapacity) {
+    const size = Math.min(batchCapacity, count - first);
+    const batch = engine.createComponent(componentKinds.culling, size);
+    const view = new DataView(batch.buffer);
+    for (let i = 0; i < size; ++i) {
+      const at = i * cullingObject.size;
+      view.setUint8(at + cullingObject.enabled, 1);
+      view.setUint32(at + cullingObject.mask, 1, true);
+      for (let k = 0; k < 4; ++k) {
+        view.setFloat32(at + cullingObject.center + 4 * k, spheres[4 * (first + i) + k], true);
+      }
+      view.setUint32(at + cullingObject.entity, entityOf(first + i), true);
+      numbers.set(batch.id + i, first + i);
+    }
+    batches.push(batch);
+  }
+  return {
+    batches,
+    handleOf: (object) => batches[Math.floor(object / batchCapacity)].id + (object % batchCapacity),
+    indexOf: (handle) => numbers.get(handle),
+  };
+}
+
+/**
+ * Culls all objects of layer mask 1. The arguments are written out: an array to spread would be made in
+ * each call.
+ * @param {object} engine
+ * @param {import('./culling-scene').Camera} camera
+ * @returns {boolean} whether there is a new result buffer
+ */
+function cullAll(engine, { eye, target, up, fov, aspect, near, far }) {
+  return engine.frustumCullingV2(
+    1,
+    eye[0],
+    eye[1],
+    eye[2],
+    target[0],
+    target[1],
+    target[2],
+    up[0],
+    up[1],
+    up[2],
+    fov,
+    aspect,
+    near,
+    far
+  );
+}
+
+/**
+ * What a culling result holds.
+ * @param {ArrayBuffer} result
+ * @param {(handle: number) => number} indexOf
+ * @returns {{objects: number[], depths: Float32Array}}
+ */
+function readView(result, indexOf) {
+  const [, visible] = new Uint32Array(result, 0, 2);
+  return {
+    objects: Array.from(new Uint32Array(result, 8, visible), indexOf),
+    depths: new Float32Array(result, 8 + 4 * visible, visible),
+  };
+}
+
+/** A count and that many handles, as the batch calls take them. */
+function handleList(objects) {
+  return Uint32Array.from([objects.length].concat(objects.map(({ id }) => id))).buffer;
+}
+
+module.exports = {
+  batchCapacity,
+  copyWorld,
+  createCharacters,
+  createClips,
+  createCullingObjects,
+  createEntities,
+  cullAll,
+  dirtyCapacity,
+  getEngine,
+  handleList,
+  linkTree,
+  positionAt,
+  readView,
+  recordWords,
+  refreshAll,
+  rotationAt,
+  scaleAt,
+  setRotationModes,
+  worldAt,
+};
