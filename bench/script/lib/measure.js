@@ -144,7 +144,9 @@ function interleavePrepared(contenders, budget) {
         return now() - start;
       };
       collectGarbage();
-      timed();
+      for (let i = 0; i < budget.warmUps; ++i) {
+        timed();
+      }
       let count = 0;
       let elapsed = 0;
       do {
