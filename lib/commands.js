@@ -14,6 +14,7 @@ const {
   isArrayBuffer,
   isObject,
   kLargestU32,
+  keepShape,
   show,
 } = require('./value-checks');
 
@@ -781,6 +782,10 @@ class MatrixFlowWriter extends StreamWriter {
     );
   }
 }
+
+keepShape(new EntityCommandWriter({ entityCommands: new ArrayBuffer(kWordBytes) }));
+keepShape(new DirtyListWriter({ dirtyEntities: new ArrayBuffer(kWordBytes) }));
+keepShape(new MatrixFlowWriter({ buffer: new ArrayBuffer(kWordBytes) }));
 
 module.exports = {
   DirtyListWriter,

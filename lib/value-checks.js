@@ -54,4 +54,16 @@ function checkHandles(label, name, handles) {
   }
 }
 
-module.exports = { checkHandles, failWord, isArrayBuffer, isObject, kLargestU32, show };
+/** Objects that are kept for the shapes that they have. */
+const kept = [];
+
+/**
+ * Keeps an object, never used, of a class whose methods run often. With the last object of a shape the host
+ * throws away the code that it has compiled for it, and makes no good code for the next one: a program
+ * that drops its writers and views between levels would find those of the second level many times slower.
+ */
+function keepShape(object) {
+  kept.push(object);
+}
+
+module.exports = { checkHandles, failWord, isArrayBuffer, isObject, kLargestU32, keepShape, show };

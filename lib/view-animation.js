@@ -11,7 +11,7 @@ const {
   controllerState,
   skinning,
 } = require('./layout');
-const { checkHandles, show } = require('./value-checks');
+const { checkHandles, keepShape, show } = require('./value-checks');
 const { BlockView, copyOut, countElements, failIndex, hasRoom } = require('./view-base');
 
 // Words of a clip of an animator.
@@ -872,5 +872,10 @@ class ControllerStateView extends BlockView {
     this.f32[from + kReferenceTime] = time;
   }
 }
+
+keepShape(new AnimatorView({ id: 0, buffer: new ArrayBuffer(animator.bytes(1, 1)) }, 1));
+keepShape(new SkinningView({ id: 0, buffer: new ArrayBuffer(skinning.bytes(1)) }));
+keepShape(new ControllerView({ id: 0, buffer: new ArrayBuffer(controller.bytes(1)) }));
+keepShape(new ControllerStateView({ id: 0, buffer: new ArrayBuffer(controllerState.bytes(1)) }));
 
 module.exports = { AnimatorView, ControllerStateView, ControllerView, SkinningView };

@@ -2,7 +2,7 @@
 // Views of culling: the records of objects, and the answers of both families of methods. See docs/layouts.md
 // for the bytes and docs/culling.md for what they mean.
 const { cullingObject, cullingResult } = require('./layout');
-const { isArrayBuffer, isObject, show } = require('./value-checks');
+const { isArrayBuffer, isObject, keepShape, show } = require('./value-checks');
 const { BlockView, copyOut, countElements, failIndex, failOut, hasRoom } = require('./view-base');
 
 // Words of a record.
@@ -454,5 +454,8 @@ class CullingAnswerView {
     return this.distances[i];
   }
 }
+
+keepShape(new CullingObjectsView({ id: 0, buffer: new ArrayBuffer(cullingObject.size) }));
+keepShape(new CullingResultView({ cullingResult: new ArrayBuffer(cullingResult.objects) }));
 
 module.exports = { CullingAnswerView, CullingObjectsView, CullingResultView };

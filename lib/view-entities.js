@@ -2,6 +2,7 @@
 // Views of the records of entities, see docs/layouts.md. What script writes counts once the entity stands in
 // the dirty list; world matrices are those of the last refresh.
 const { entity2D, entity3D, rotationModes } = require('./layout');
+const { keepShape } = require('./value-checks');
 const { BlockView, copyOut, countElements, hasRoom } = require('./view-base');
 
 const xyz = ['x', 'y', 'z'];
@@ -511,5 +512,8 @@ class Entity2DView extends EntityView {
     return copyOut(this.f32, i * kStride2D + kTranslation2D, 2, out, at);
   }
 }
+
+keepShape(new Entity3DView({ id: 0, buffer: new ArrayBuffer(entity3D.size) }));
+keepShape(new Entity2DView({ id: 0, buffer: new ArrayBuffer(entity2D.size) }));
 
 module.exports = { Entity2DView, Entity3DView };

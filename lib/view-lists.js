@@ -2,7 +2,14 @@
 // Views of what script hands over in a call: lists of handles, masks and target lists. Their buffers are
 // script's own, and free to be used again when the call is over. See docs/layouts.md for the bytes.
 const { batchList, controllerMask, handles, targetGroup, targetLists } = require('./layout');
-const { checkHandles, failWord, isArrayBuffer, isObject, show } = require('./value-checks');
+const {
+  checkHandles,
+  failWord,
+  isArrayBuffer,
+  isObject,
+  keepShape,
+  show,
+} = require('./value-checks');
 const { failIndex, failNumbers } = require('./view-base');
 
 const kLargestBlock = 0xffffffff;
@@ -438,5 +445,9 @@ class TargetListsView {
     );
   }
 }
+
+keepShape(new HandleList(0));
+keepShape(new MaskView(0));
+keepShape(new TargetListsView([0]));
 
 module.exports = { HandleList, MaskView, TargetListsView };
