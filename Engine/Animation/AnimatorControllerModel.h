@@ -19,16 +19,11 @@ class ControllerMask {
   // Replaces the mask by `count` records; of several for an entity the first counts.
   void Set(const uint8_t* records, uint32_t count);
 
-  bool IsEmpty() const { return entries.empty(); }
-
   // Weights by slot of a binding's rest poses, 1 where the mask has none; null for an empty mask.
   const float* WeightsBySlot(const RestPoses& restPoses);
 
-  // By ascending entity.
-  const std::vector<ControllerMaskRecord>& Entries() const { return entries; }
-
  private:
-  std::vector<ControllerMaskRecord> entries;
+  std::vector<ControllerMaskRecord> entries;  // by ascending entity
   std::vector<float> weights;
   uint64_t seenVersion = 0;  // of the rest poses that `weights` was made for; 0 for none
 };
