@@ -6,7 +6,6 @@
 const {
   AnimationClip,
   AnimationMixer,
-  Bone,
   Matrix4,
   Object3D,
   QuaternionKeyframeTrack,
@@ -14,19 +13,10 @@ const {
   VectorKeyframeTrack,
 } = require('three');
 const animation = require('../lib/animation-scene');
+const { copyWorlds, createCharacter, createPlayer, rowsOf } = require('../lib/three-scene');
 const { createCullingThree } = require('./culling-three');
 
-const { bones, channelCount, clipFrames, framesPerSecond, keyCount } = animation;
-
-/** The clip's numbers of some channels in a row, key by key. */
-function rowsOf(values, first, width) {
-  const out = new Float32Array(keyCount * width);
-  for (let key = 0; key < keyCount; ++key) {
-    const from = key * channelCount + first;
-    out.set(values.subarray(from, from + width), key * width);
-  }
-  return out;
-}
+const { bones, clipFrames, framesPerSecond, keyCount } = animation;
 
 function createClip({ values }, number) {
   const times = Float32Array.from({ length: keyCount }, (_, key) => key / framesPerSecond);
@@ -50,39 +40,14 @@ function createAnimationThree(scene) {
   const root = new Object3D();
   root.matrixAutoUpdate = false;
   const people = Array.from({ length: scene.characters }, (_, c) => {
-    const holder = new Object3D();
-    holder.matrixAutoUpdate = false;
-    holder.position.fromArray(scene.places, 3 * c);
-    holder.updateMatrix();
-    root.add(holder);
-    const parts = [];
-    for (let bone = 0; bone < bones; ++bone) {
-      const part = new Bone();
-      part.name = `bone${bone}`;
-      part.matrixAutoUpdate = false;
-      part.position.fromArray(scene.offsets, 3 * bone);
-      part.scale.fromArray(scene.scales, 3 * bone);
-      (bone === 0 ? holder : parts[scene.parents[bone]]).add(part);
-      parts.push(part);
-    }
+    const { holder, parts } = createCharacter(root, scene, c);
     const mixer = new AnimationMixer(holder);
     const actions = [0, 1].map((k) => mixer.clipAction(clips[scene.clipsOf[2 * c + k]]));
     return { parts, mixer, actions, skeleton: new Skeleton(parts, inverses) };
   });
   const hips = new Float32Array(16 * scene.characters);
   const culling = createCullingThree(scene, [hips]);
-  let played = 0;
-
-  /** Starts as many of each character's actions, ahead of what is measured or once at its start. */
-  function play(count) {
-    if (played !== count) {
-      for (const { mixer, actions } of people) {
-        mixer.stopAllAction();
-        actions.slice(0, count).forEach((action) => action.play());
-      }
-      played = count;
-    }
-  }
+  const play = createPlayer(people);
 
   function updateParts(parts) {
     for (let bone = 0; bone < bones; ++bone) {
@@ -146,11 +111,7 @@ function createAnimationThree(scene) {
       cull(camera);
     },
 
-    worlds(out) {
-      people.forEach(({ parts }, c) => {
-        parts.forEach((part, bone) => part.matrixWorld.toArray(out, 16 * (bones * c + bone)));
-      });
-    },
+    worlds: (out) => copyWorlds(people, out),
 
     skins(out) {
       people.forEach(({ skeleton }, c) => {

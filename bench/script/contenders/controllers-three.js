@@ -6,29 +6,13 @@ const {
   AnimationClip,
   AnimationMixer,
   AnimationUtils,
-  Bone,
   Object3D,
   QuaternionKeyframeTrack,
   VectorKeyframeTrack,
 } = require('three');
-const {
-  bones,
-  channelCount,
-  clipFrames,
-  framesPerSecond,
-  keyCount,
-} = require('../lib/animation-scene');
+const { bones, clipFrames, framesPerSecond, keyCount } = require('../lib/animation-scene');
 const { aim, isMasked } = require('../lib/controllers-scene');
-
-/** The clip's numbers of some channels in a row, key by key. */
-function rowsOf(values, first, width) {
-  const out = new Float32Array(keyCount * width);
-  for (let key = 0; key < keyCount; ++key) {
-    const from = key * channelCount + first;
-    out.set(values.subarray(from, from + width), key * width);
-  }
-  return out;
-}
+const { copyWorlds, createCharacter, createPlayer, rowsOf } = require('../lib/three-scene');
 
 function createClip({ values }, number) {
   const times = Float32Array.from({ length: keyCount }, (_, key) => key / framesPerSecond);
@@ -55,36 +39,11 @@ function createControllersThree(scene) {
   const root = new Object3D();
   root.matrixAutoUpdate = false;
   const people = Array.from({ length: scene.characters }, (_, c) => {
-    const holder = new Object3D();
-    holder.matrixAutoUpdate = false;
-    holder.position.fromArray(scene.places, 3 * c);
-    holder.updateMatrix();
-    root.add(holder);
-    const parts = [];
-    for (let bone = 0; bone < bones; ++bone) {
-      const part = new Bone();
-      part.name = `bone${bone}`;
-      part.matrixAutoUpdate = false;
-      part.position.fromArray(scene.offsets, 3 * bone);
-      part.scale.fromArray(scene.scales, 3 * bone);
-      (bone === 0 ? holder : parts[scene.parents[bone]]).add(part);
-      parts.push(part);
-    }
+    const { holder, parts } = createCharacter(root, scene, c);
     const mixer = new AnimationMixer(holder);
     return { parts, mixer, actions: clips.map((clip) => mixer.clipAction(clip)) };
   });
-  let played = 0;
-
-  /** Starts as many of each character's actions, ahead of what is measured or once at its start. */
-  function play(count) {
-    if (played !== count) {
-      for (const { mixer, actions } of people) {
-        mixer.stopAllAction();
-        actions.slice(0, count).forEach((action) => action.play());
-      }
-      played = count;
-    }
-  }
+  const play = createPlayer(people);
 
   function animate({ times, running, aiming }, count) {
     play(count);
@@ -111,11 +70,7 @@ function createControllersThree(scene) {
     layers: (set) => animate(scene.sets[set], 3),
     refresh: () => root.updateMatrixWorld(),
 
-    worlds(out) {
-      people.forEach(({ parts }, c) => {
-        parts.forEach((part, bone) => part.matrixWorld.toArray(out, 16 * (bones * c + bone)));
-      });
-    },
+    worlds: (out) => copyWorlds(people, out),
   };
 }
 

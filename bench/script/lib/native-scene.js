@@ -78,9 +78,8 @@ function setRotationModes(objects, mode) {
 
 /**
  * Links all nodes to their parents by the command stream, and makes node 0 a root at the end: the
- * passes in between, which make room in the stream, find nothing to walk. Writes the words itself: this is
- * measured, each time in an engine of its own, and the code of a writer's methods is thrown away with the last
- * writer.
+ * passes in between, which make room in the stream, find nothing to walk. Writes the words itself, without the
+ * checks of a writer: this is measured.
  * @param {object} engine
  * @param {Int32Array} parents
  * @param {Uint32Array} handles by node

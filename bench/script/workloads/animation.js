@@ -2,6 +2,7 @@
 // Crowds of characters: poses out of one clip and out of two, skinning, and whole frames.
 const animation = require('../lib/animation-scene');
 const { assertView, cameras } = require('../lib/culling-scene');
+const { loadContender: load } = require('../lib/load-contender');
 const { interleave, interleavePrepared } = require('../lib/measure');
 const { printTable } = require('../lib/table');
 
@@ -20,17 +21,6 @@ const poses = [
 
 /** Sets of times at which contenders are compared. */
 const comparedSets = [0, 5];
-
-/**
- * Loads a contender anew: the compiler makes better code of functions that exist once, as they would in
- * a game, than of those that work on several scenes.
- * @param {string} name
- */
-function load(name) {
-  const file = require.resolve(`../contenders/${name}`);
-  delete require.cache[file];
-  return require(file);
-}
 
 /** A scene, and its contenders with what each may differ from the first. */
 function prepare(characters) {

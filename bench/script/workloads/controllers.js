@@ -4,6 +4,7 @@
 // matrices; world matrices are brought up to date in between, as they are in frames.
 const { assertMoved, assertSamePose, bones, rounding } = require('../lib/animation-scene');
 const { createControllerScene, mixerTolerance } = require('../lib/controllers-scene');
+const { loadContender: load } = require('../lib/load-contender');
 const { interleavePrepared } = require('../lib/measure');
 const { printTable } = require('../lib/table');
 
@@ -18,17 +19,6 @@ const poses = [
 
 /** Sets of times at which contenders are compared. */
 const comparedSets = [0, 5];
-
-/**
- * Loads a contender anew: the compiler makes better code of functions that exist once, as they would in
- * a game, than of those that work on several scenes.
- * @param {string} name
- */
-function load(name) {
-  const file = require.resolve(`../contenders/${name}`);
-  delete require.cache[file];
-  return require(file);
-}
 
 /** A scene, and its contenders with what each may differ from the first. */
 function prepare(characters) {

@@ -2,23 +2,13 @@
 // What a camera sees of many spheres, nearest first: of a scene at rest, of one in which everything has
 // moved since the last time, and of a short list of objects out of many.
 const { assertView, cameras, createCullingScene } = require('../lib/culling-scene');
+const { loadContender: load } = require('../lib/load-contender');
 const { interleave, interleavePrepared } = require('../lib/measure');
 const { selectCount } = require('../lib/scenes');
 const { printTable } = require('../lib/table');
 
 /** Objects of a list. */
 const listLengths = [100, 1000];
-
-/**
- * Loads a contender anew: the compiler makes better code of functions that exist once, as they would in
- * a game, than of those that work on several scenes.
- * @param {string} name
- */
-function load(name) {
-  const file = require.resolve(`../contenders/${name}`);
-  delete require.cache[file];
-  return require(file);
-}
 
 /** A scene, its world matrices at each place, and the contenders. */
 function prepare(count) {
