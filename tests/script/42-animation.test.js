@@ -7,6 +7,7 @@ const { collect, collectUntil } = require('./lib/collect');
 const { runScript, assertCleanExit, assertFailedAssertion, assertFault } = require('./lib/child');
 const {
   applySample,
+  holdClip,
   playClips,
   randomClip,
   trackCount,
@@ -142,21 +143,9 @@ function curve(type, keys, rest = {}) {
   return Object.assign({ curves: [{ target: 0, type, keys }] }, rest);
 }
 
-/** A clip that holds values in some channels of targets: {target: {channel: value}}. */
-function pose(targets) {
-  const curves = [];
-  for (const target of Object.keys(targets)) {
-    for (const name of Object.keys(targets[target])) {
-      const keys = [[0, targets[target][name]]];
-      curves.push({ target: Number(target), type: types[name], keys });
-    }
-  }
-  return { curves };
-}
-
 /** A pose of one target that is a turn by `angle` around z. */
 function turnZ(angle) {
-  return pose({
+  return holdClip({
     0: {
       QuaternionX: 0,
       QuaternionY: 0,
@@ -663,8 +652,8 @@ describe('clip', () => {
   it('of no frames says nothing, but counts its targets', () => {
     const world = new AnimationWorld();
     const [first, second] = world.entities(2);
-    const silent = world.clip(Object.assign(pose({ 0: { PositionX: 1 } }), { frameCount: 0 }));
-    const loud = world.clip(pose({ 0: { PositionX: 2 } }));
+    const silent = world.clip(Object.assign(holdClip({ 0: { PositionX: 1 } }), { frameCount: 0 }));
+    const loud = world.clip(holdClip({ 0: { PositionX: 2 } }));
     const animator = new Animator(world, 2, 2);
     animator.target([first.handle, second.handle]);
     for (const time of [0, 0.5]) {
@@ -688,7 +677,7 @@ describe('clip', () => {
   it('of 16 bytes or fewer has no targets, whatever they are', () => {
     const world = new AnimationWorld();
     const [entity] = world.entities(1);
-    const loud = world.clip(pose({ 0: { PositionX: 2 } }));
+    const loud = world.clip(holdClip({ 0: { PositionX: 2 } }));
     for (const bytes of [new ArrayBuffer(0), new Uint8Array(16).fill(0xff), new Uint8Array(7)]) {
       const animator = new Animator(world, 2, 1);
       animator.play(0, { clip: world.clip(bytes) });
@@ -707,7 +696,7 @@ describe('clip', () => {
     const bytes = new Uint8Array(20);
     bytes.set(new Uint8Array(writeClip({ curves: [] })));
     animator.play(0, { clip: world.clip(bytes) });
-    animator.play(1, { clip: world.clip(pose({ 0: { PositionX: 2 } })) });
+    animator.play(1, { clip: world.clip(holdClip({ 0: { PositionX: 2 } })) });
     animator.target([entity.handle]);
     animator.update();
     assert.strictEqual(entity.words[5], 2);
@@ -724,7 +713,7 @@ describe('clip', () => {
     ];
     const animator = new Animator(world, 2, 3);
     animator.play(0, { clip: world.clip({ curves }) });
-    animator.play(1, { clip: world.clip(pose({ 0: { PositionX: 9 } })) });
+    animator.play(1, { clip: world.clip(holdClip({ 0: { PositionX: 9 } })) });
     animator.target(entities.map(({ handle }) => handle));
     animator.update();
     assert.deepStrictEqual(
@@ -816,7 +805,7 @@ describe('updateAnimator', () => {
   });
 
   it('converts its handle by the rules of script', () => {
-    const { entity, animator } = new AnimationWorld().playOne(pose({ 0: { PositionX: 3 } }));
+    const { entity, animator } = new AnimationWorld().playOne(holdClip({ 0: { PositionX: 3 } }));
     for (const handle of [String(animator.id), [animator.id], animator.id + 0.5, animator.id + 7]) {
       entity.words[5] = 0;
       animator.engine.updateAnimator(handle, 9);
@@ -826,7 +815,7 @@ describe('updateAnimator', () => {
 
   it('writes all channels of a 3D entity, by quaternion', () => {
     const { entity, animator } = new AnimationWorld().playOne(
-      pose({
+      holdClip({
         0: {
           PositionX: 1,
           PositionY: 2,
@@ -857,7 +846,7 @@ describe('updateAnimator', () => {
         entity.words[4] = 0.7;
       });
       const before = bytesOf(entities[0].words.slice(0, 11).buffer);
-      world.player(pose({ 0: { [name]: 9 } }), [entities[1]]).update();
+      world.player(holdClip({ 0: { [name]: 9 } }), [entities[1]]).update();
       for (const { words } of [entities[0], entities[2]]) {
         assert(bytesOf(words.slice(0, 11).buffer).equals(before), name);
       }
@@ -878,7 +867,7 @@ describe('updateAnimator', () => {
 
   it('changes the rotation mode by the w channel alone', () => {
     const world = new AnimationWorld();
-    const euler = pose({ 0: { EulerX: 0.5, EulerY: 0.25, EulerZ: 0.125 } });
+    const euler = holdClip({ 0: { EulerX: 0.5, EulerY: 0.25, EulerZ: 0.125 } });
     // A curve of w without keys makes no quaternion.
     euler.curves.push({ target: 0, type: types.QuaternionW, keys: [] });
     const { entity, animator } = world.playOne(euler);
@@ -906,7 +895,7 @@ describe('updateAnimator', () => {
       channels[name] = i + 1;
     });
     const world = new AnimationWorld();
-    const { entity, animator } = world.playOne(pose({ 0: channels }), false);
+    const { entity, animator } = world.playOne(holdClip({ 0: channels }), false);
     animator.update();
     const { EulerZ, PositionX, PositionY, ScaleX, ScaleY } = channels;
     assert.deepStrictEqual(Array.from(entity.words.subarray(0, 5)), [
@@ -916,12 +905,12 @@ describe('updateAnimator', () => {
       ScaleX,
       ScaleY,
     ]);
-    world.player(pose({ 0: { QuaternionZ: 0.25, QuaternionW: 1 } }), [entity]).update();
+    world.player(holdClip({ 0: { QuaternionZ: 0.25, QuaternionW: 1 } }), [entity]).update();
     assert.strictEqual(entity.words[0], 0.25);
   });
 
   it('applies a single clip in full, whatever its weight', () => {
-    const { entity, animator } = new AnimationWorld().playOne(pose({ 0: { PositionX: 8 } }));
+    const { entity, animator } = new AnimationWorld().playOne(holdClip({ 0: { PositionX: 8 } }));
     for (const weight of [1, 0.25, 1e-30]) {
       entity.words[5] = 0;
       animator.floats[2] = weight;
@@ -933,8 +922,8 @@ describe('updateAnimator', () => {
   it('leaves out clips of no weight or too much, but counts their targets', () => {
     const world = new AnimationWorld();
     const entities = world.entities(3);
-    const two = world.clip(pose({ 0: { PositionX: 1 }, 1: { PositionX: 2 } }));
-    const one = world.clip(pose({ 0: { PositionX: 3 } }));
+    const two = world.clip(holdClip({ 0: { PositionX: 1 }, 1: { PositionX: 2 } }));
+    const one = world.clip(holdClip({ 0: { PositionX: 3 } }));
     const animator = new Animator(world, 2, 3);
     animator.target(entities.map(({ handle }) => handle));
     animator.play(1, { clip: one });
@@ -965,7 +954,7 @@ describe('updateAnimator', () => {
     }
     for (const clips of [1, 2]) {
       const animator = new Animator(world, clips, 5 * clips);
-      const clip = world.clip(pose(targets));
+      const clip = world.clip(holdClip(targets));
       const handles = [0, 0xffffffff, entity.handle + 1, 0x9000, entity.handle];
       for (let i = 0; i < clips; ++i) {
         animator.play(i, { clip, weight: 0.5 });
@@ -988,7 +977,7 @@ describe('updateAnimator', () => {
       return [batch.id, batch.memoryID];
     })();
     const animator = new Animator(world, 1, 2);
-    animator.play(0, { clip: world.clip(pose({ 0: { PositionX: 1 }, 1: { PositionX: 2 } })) });
+    animator.play(0, { clip: world.clip(holdClip({ 0: { PositionX: 1 }, 1: { PositionX: 2 } })) });
     animator.target([gone, kept.handle]);
     animator.update();
     assert(await collectUntil(() => !addon.hasBlock(runtime, memoryID)));
@@ -1025,7 +1014,7 @@ describe('updateAnimator', () => {
     animator.at(5);
     animator.target([second.handle]);
     animator.at(0);
-    animator.play(0, { clip: world.clip(pose({ 0: { PositionY: 8 } })) });
+    animator.play(0, { clip: world.clip(holdClip({ 0: { PositionY: 8 } })) });
     animator.update();
     assert.deepStrictEqual(
       [position(first), position(second)],
@@ -1054,8 +1043,8 @@ describe('blend of clips', () => {
 
   it('is the mean by weights, which need not add up to 1', () => {
     const clips = [
-      pose({ 0: { PositionX: 4, ScaleY: 8 } }),
-      pose({ 0: { PositionX: 8, ScaleY: 4 } }),
+      holdClip({ 0: { PositionX: 4, ScaleY: 8 } }),
+      holdClip({ 0: { PositionX: 8, ScaleY: 4 } }),
     ];
     for (const weights of [
       [0.2, 0.6],
@@ -1066,15 +1055,15 @@ describe('blend of clips', () => {
       assertNear(position(entity), [7, 0, 0], 1e-6);
       assertNear(scale(entity), [1, 5, 1], 1e-6);
     }
-    const three = [...clips, pose({ 0: { PositionX: -6, ScaleY: 2 } })];
+    const three = [...clips, holdClip({ 0: { PositionX: -6, ScaleY: 2 } })];
     const entity = blended(three, [0.5, 0.25, 0.25]);
     assertNear(position(entity), [0.5 * 4 + 0.25 * 8 - 0.25 * 6, 0, 0], 1e-6);
     assertNear(scale(entity), [1, 5.5, 1], 1e-6);
   });
 
   it('scales a channel that only some clips have', () => {
-    const x = pose({ 0: { PositionX: 8 } });
-    const y = pose({ 0: { PositionY: 4 } });
+    const x = holdClip({ 0: { PositionX: 8 } });
+    const y = holdClip({ 0: { PositionY: 4 } });
     assert.deepStrictEqual(position(blended([x, y], [0.25, 0.75])), [2, 3, 0]);
     assert.deepStrictEqual(position(blended([y, x], [0.25, 0.75])), [6, 1, 0]);
   });
@@ -1121,9 +1110,9 @@ describe('blend of clips', () => {
   });
 
   it('takes the rotation of the one clip that has any', () => {
-    const still = pose({ 0: { PositionX: 1 } });
+    const still = holdClip({ 0: { PositionX: 1 } });
     // As w = 1 of an absent rotation: the target must be one of a quaternion.
-    const half = pose({ 0: { QuaternionW: 1 } });
+    const half = holdClip({ 0: { QuaternionW: 1 } });
     for (const [clips, mode] of [
       [[turnZ(1), still], 1],
       [[turnZ(1), still, still], 1],
@@ -1138,7 +1127,7 @@ describe('blend of clips', () => {
   });
 
   it('drops Euler angles', () => {
-    const first = pose({ 0: { EulerX: 0.5, EulerY: 0.5, EulerZ: 0.5, PositionX: 2 } });
+    const first = holdClip({ 0: { EulerX: 0.5, EulerY: 0.5, EulerZ: 0.5, PositionX: 2 } });
     const prepare = (entity) => entity.setTransform([0.1, 0.2, 0.3], [0, 0, 0], [1, 1, 1]);
     const entity = blended([first, first], [0.5, 0.5], { prepare });
     assert.strictEqual(entity.bytes[0], 0);
@@ -1147,7 +1136,7 @@ describe('blend of clips', () => {
   });
 
   it('leaves the angle of a 2D entity', () => {
-    const clip = pose({ 0: { EulerZ: 0.5, PositionX: 2, ScaleY: 3 } });
+    const clip = holdClip({ 0: { EulerZ: 0.5, PositionX: 2, ScaleY: 3 } });
     const prepare = (entity) => entity.setTransform2D(0.75, [0, 0], [1, 1]);
     const entity = blended([clip, clip], [0.5, 0.5], { is3D: false, prepare });
     assert.deepStrictEqual(Array.from(entity.words.subarray(0, 5)), [0.75, 2, 0, 1, 3]);
@@ -1157,9 +1146,9 @@ describe('blend of clips', () => {
     const world = new AnimationWorld();
     const [entity, other] = world.entities(2);
     const animator = new Animator(world, 2, 3);
-    const twice = pose({ 0: { PositionX: 8 }, 1: { PositionX: 4 } });
+    const twice = holdClip({ 0: { PositionX: 8 }, 1: { PositionX: 4 } });
     animator.play(0, { clip: world.clip(twice), weight: 0.5 });
-    animator.play(1, { clip: world.clip(pose({ 0: { PositionX: 1 } })), weight: 0.5 });
+    animator.play(1, { clip: world.clip(holdClip({ 0: { PositionX: 1 } })), weight: 0.5 });
     animator.target([entity.handle, entity.handle, other.handle]);
     animator.update();
     assert.deepStrictEqual(
@@ -1176,7 +1165,7 @@ describe('blend of clips', () => {
 });
 
 describe('world matrices of animated entities', () => {
-  const toX = (x) => pose({ 0: { PositionX: x } });
+  const toX = (x) => holdClip({ 0: { PositionX: x } });
 
   it('come with the next refresh under a root, without a word in the dirty list', () => {
     const world = new AnimationWorld();
@@ -1235,7 +1224,7 @@ describe('world matrices of animated entities', () => {
     const world = new AnimationWorld();
     const [low, high] = world.entities(2);
     world.refresh([low, high]);
-    const both = pose({ 0: { PositionX: 5 }, 1: { PositionX: 6 } });
+    const both = holdClip({ 0: { PositionX: 5 }, 1: { PositionX: 6 } });
     const poison = () => [low, high].forEach(({ matrix }) => matrix.fill(-777));
     poison();
     // By target index for a single clip, by handle for a blend; unknown handles aren't first.
@@ -1355,7 +1344,7 @@ describe('updateSkinningMatrix', () => {
     skin.update();
     assert.deepStrictEqual(skin.matrix(0), new Array(16).fill(0));
     world.refresh([bone]);
-    world.player(pose({ 0: { PositionX: 4 } }), [bone]).update();
+    world.player(holdClip({ 0: { PositionX: 4 } }), [bone]).update();
     skin.update();
     assert.deepStrictEqual(skin.matrix(0), identity);
     world.refresh();
@@ -1403,7 +1392,7 @@ describe('batch methods', () => {
     const entities = world.roots(3);
     const made = entities.map((entity) => {
       if (name === 'updateAnimators') {
-        const animator = world.player(pose({ 0: { PositionX: 1 } }), [entity]);
+        const animator = world.player(holdClip({ 0: { PositionX: 1 } }), [entity]);
         return { id: animator.id, reset: () => (entity.words[5] = 0), ran: () => entity.words[5] };
       }
       const skin = new Skin(world, 1);
@@ -1722,13 +1711,13 @@ describe('lifetime', () => {
     const world = new AnimationWorld();
     const [entity] = world.roots(1);
     const first = (() =>
-      world.engine.createDataModel(1, writeClip(pose({ 0: { PositionX: 1 } }))).id)();
+      world.engine.createDataModel(1, writeClip(holdClip({ 0: { PositionX: 1 } }))).id)();
     const animator = new Animator(world, 1, 1);
     animator.play(0, { clip: first });
     animator.target([entity.handle]);
     animator.update();
     assert.deepStrictEqual(position(entity), [1, 0, 0]);
-    const bytes = writeClip(pose({ 0: { PositionY: 2 } }));
+    const bytes = writeClip(holdClip({ 0: { PositionY: 2 } }));
     assert(await remake(() => world.clip(bytes), first));
     animator.update();
     assert.deepStrictEqual(position(entity), [1, 2, 0]);
@@ -1752,7 +1741,7 @@ describe('lifetime', () => {
     const world = new AnimationWorld();
     const [entity] = world.roots(1);
     const runtime = addon.runtimeOf(world.engine);
-    const clip = world.clip(pose({ 0: { PositionX: 3 } }));
+    const clip = world.clip(holdClip({ 0: { PositionX: 3 } }));
     const [id, memoryID] = (() => {
       const component = world.engine.createComponent(2, 1, 1);
       new Uint32Array(component.buffer).set([clip, 0, 0x3f800000, entity.handle]);

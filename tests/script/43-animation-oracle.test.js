@@ -28,6 +28,7 @@ const { importGltf } = require('../../lib/gltf');
 const { ModelBuilder } = require('../fixtures/animations');
 const { realModel, skeleton, writeGlb } = require('../fixtures/models');
 const { TestWorld, createRandom } = require('../fixtures/world');
+const { addMagnitudes, multiplyMagnitudes } = require('./lib/reference');
 
 const kUnit = Math.pow(2, -24);
 const kSampleError = 24 * kUnit;
@@ -190,23 +191,10 @@ class RotationBounds {
   }
 }
 
-/** |a| |b|, by magnitudes. */
-function multiplyMagnitudes(a, b) {
-  return Array.from({ length: 16 }, (none, i) => {
-    let sum = 0;
-    for (let k = 0; k < 4; ++k) {
-      sum += Math.abs(a[4 * k + (i % 4)]) * Math.abs(b[4 * (i >> 2) + k]);
-    }
-    return sum;
-  });
-}
-
-const plus = (a, b) => a.map((value, i) => Math.abs(value) + Math.abs(b[i]));
-
 /** Bounds of a product of a within da and b within db. */
 function productBounds(a, da, b, db) {
   const exact = multiplyMagnitudes(a, b);
-  return multiplyMagnitudes(plus(a, da), plus(b, db)).map(
+  return multiplyMagnitudes(addMagnitudes(a, da), addMagnitudes(b, db)).map(
     (value, i) => value - exact[i] + kProductError * value
   );
 }

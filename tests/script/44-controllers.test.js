@@ -5,12 +5,11 @@ const { MessageChannel } = require('worker_threads');
 const { modulePath, addonPath, sanitized } = require('./lib/host');
 const { collect, collectUntil } = require('./lib/collect');
 const { runScript, assertFailedAssertion, assertFault } = require('./lib/child');
-const { randomClip } = require('../fixtures/clips');
+const { holdClip, randomClip } = require('../fixtures/clips');
 const { createRandom } = require('../fixtures/world');
 const {
   ControllerWorld,
   applyPose,
-  holdClip,
   none,
   playController,
   quaternionChannels,

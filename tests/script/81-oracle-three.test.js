@@ -15,6 +15,7 @@ const three = require('three');
 const { realModel, skeleton, writeGlb } = require('../fixtures/models');
 const { EngineScene, createFigureScene, loadGltfScene } = require('../fixtures/scenes');
 const { TestWorld, createRandom, nativeModule } = require('../fixtures/world');
+const { addMagnitudes, multiplyMagnitudes } = require('./lib/reference');
 
 const kUnit = Math.pow(2, -24);
 const kLocalError = 8 * kUnit;
@@ -30,19 +31,6 @@ function localBounds({ quaternion, scale }, isEuler) {
     i < 12 && i % 4 < 3 ? rotation * Math.abs(scale.getComponent(i >> 2)) : 0
   );
 }
-
-/** |a| |b|, by magnitudes. */
-function multiplyMagnitudes(a, b) {
-  return Array.from({ length: 16 }, (none, i) => {
-    let sum = 0;
-    for (let k = 0; k < 4; ++k) {
-      sum += Math.abs(a[4 * k + (i % 4)]) * Math.abs(b[4 * (i >> 2) + k]);
-    }
-    return sum;
-  });
-}
-
-const plus = (a, b) => a.map((value, i) => Math.abs(value) + Math.abs(b[i]));
 
 /** A mirror of entities in three.js: objects, and the error bounds of their world matrices. */
 class Mirror {
@@ -83,8 +71,8 @@ class Mirror {
         }
         const world = object.parent.matrixWorld.elements;
         const computed = multiplyMagnitudes(
-          plus(world, bounds.get(object.parent)),
-          plus(object.matrix.elements, local)
+          addMagnitudes(world, bounds.get(object.parent)),
+          addMagnitudes(object.matrix.elements, local)
         );
         const exact = multiplyMagnitudes(world, object.matrix.elements);
         bounds.set(

@@ -17,6 +17,16 @@ function multiply(a, b) {
   return out;
 }
 
+/** |a| |b|, by magnitudes: what bounds of the errors of a product are made of. */
+function multiplyMagnitudes(a, b) {
+  return multiply(a.map(Math.abs), b.map(Math.abs));
+}
+
+/** |a| + |b|, by magnitudes. */
+function addMagnitudes(a, b) {
+  return a.map((value, i) => Math.abs(value) + Math.abs(b[i]));
+}
+
 function cross(a, b) {
   return [a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]];
 }
@@ -108,8 +118,10 @@ function randomNumbers(seed) {
 }
 
 module.exports = {
+  addMagnitudes,
   identity,
   multiply,
+  multiplyMagnitudes,
   rotate,
   axisAngle,
   local3D,
