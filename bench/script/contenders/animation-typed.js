@@ -3,6 +3,9 @@
 // segment side by side, one search and one set of weights for all channels of a clip, bones in an order
 // in which parents come first, and products that leave out the constant last row. Rotations go from
 // keys to local matrices in local variables, never through memory.
+//
+// Loops and products that other contenders of plain script have, too, stand in each on purpose: a function
+// shared between them would meet all their arrays, and be compiled worse for each.
 const animation = require('../lib/animation-scene');
 const { createCullingTyped } = require('./culling-typed');
 

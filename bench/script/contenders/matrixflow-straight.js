@@ -1,6 +1,9 @@
 'use strict';
 // The work of a stream as one would write it by hand: a loop a kind of command, typed arrays, places in
 // index arrays, products written out.
+//
+// Loops and products that other contenders of plain script have, too, stand in each on purpose: a function
+// shared between them would meet all their arrays, and be compiled worse for each.
 const { bulkWords, translationAt } = require('../lib/matrixflow-scene');
 
 /** r = a b, 4x4, column-major. */
