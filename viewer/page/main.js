@@ -161,7 +161,7 @@ function showScene(scene) {
   document.title = `${scene.name}: nq_logic viewer`;
   element(
     'subject'
-  ).textContent = `${scene.characters} of ${scene.name}, ${scene.bones} bones each`;
+  ).textContent = `${scene.characters} × ${scene.name}, ${scene.bones} bones each`;
   element('subject').title = scene.notes.join('\n');
   element('crowd').max = scene.characters;
   const rows = scene.stages.map(([name, title], stage) => {
