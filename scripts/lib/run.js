@@ -151,6 +151,26 @@ function which(name) {
   return null;
 }
 
+/**
+ * The Node that runs npm, newer than the host; null if there is none. In scripts that npm runs, the
+ * host comes first on PATH: its package has a program called node.
+ * @returns {?string} path
+ */
+function newerNode() {
+  const own = path.join(root, 'node_modules', '.bin');
+  const folders = (process.env.PATH || '').split(path.delimiter);
+  const onPath = folders
+    .filter((folder) => path.resolve(folder) !== own)
+    .map((folder) => path.join(folder, 'node'));
+  const candidates = [process.env.npm_node_execpath, process.execPath, ...onPath];
+  const isNewer = (file) => {
+    const version =
+      file && fs.existsSync(file) ? output(file, ['-p', 'process.versions.node']) : null;
+    return version !== null && parseInt(version, 10) > 12;
+  };
+  return candidates.find(isNewer) || null;
+}
+
 module.exports = {
   root,
   jobs,
@@ -162,4 +182,5 @@ module.exports = {
   run,
   output,
   which,
+  newerNode,
 };

@@ -2,7 +2,7 @@
 // Runs npm, which needs a newer Node than the host, without a network.
 const childProcess = require('child_process');
 const path = require('path');
-const { environment, root } = require('../../scripts/lib/run');
+const { environment, newerNode, root } = require('../../scripts/lib/run');
 
 // In scripts that npm runs, the host comes first on PATH: its package has a program called node.
 const binFolder = path.join(root, 'node_modules', '.bin');
@@ -29,19 +29,6 @@ function runNpm(folder, cache, args, extra = {}) {
     encoding: 'utf8',
     env: environment(Object.assign({ PATH: pathWithoutHost() }, extra)),
   });
-}
-
-/**
- * The Node that runs npm, which can't load the module.
- * @returns {?string} path; null if that is the host's version, too
- */
-function newerNode() {
-  const options = { encoding: 'utf8', env: environment({ PATH: pathWithoutHost() }) };
-  const program = process.env.npm_node_execpath || 'node';
-  const script = 'process.version + " " + process.execPath';
-  const { stdout } = childProcess.spawnSync(program, ['-p', script], options);
-  const [, major, file] = /^v(\d+)\S* (.*)\n$/.exec(stdout);
-  return major === '12' ? null : file;
 }
 
 module.exports = { newerNode, runNpm };

@@ -159,9 +159,7 @@ function showScene(scene) {
   chart = new Chart(element('chart'), scene.stages.length);
   rates = new Rates();
   document.title = `${scene.name}: nq_logic viewer`;
-  element(
-    'subject'
-  ).textContent = `${scene.characters} × ${scene.name}, ${scene.bones} bones each`;
+  element('subject').textContent = `${scene.characters} × ${scene.name}, ${scene.bones} bones each`;
   element('subject').title = scene.notes.join('\n');
   element('crowd').max = scene.characters;
   const rows = scene.stages.map(([name, title], stage) => {
