@@ -28,9 +28,9 @@ inline uint32_t BatchWord(const uint8_t* words, size_t index) {
 // nothing. The first word is read without a look at the pointer: what is no buffer faults here.
 //
 // The order of the calls is not defined, so the work of one handle must not depend on another's.
-// The tasks of a list's parts, one for each worker, are queued in turns: handles side by side in
-// the list mostly work on memory side by side, and processors that are at it at the same time would
-// fetch each other's.
+// The tasks of a list's parts, one for each task that can run at once, are queued in turns: handles
+// side by side in the list mostly work on memory side by side, and processors that are at it at the
+// same time would fetch each other's.
 template <typename Target, void (*operation)(Target* target, uint32_t handle)>
 void BatchUpdate(EngineRuntime* runtime, Target* target, const vx::Bytes& bytes) {
   const uint8_t* words = bytes.data;
@@ -49,7 +49,8 @@ void BatchUpdate(EngineRuntime* runtime, Target* target, const vx::Bytes& bytes)
   std::vector<Task> tasks;
   tasks.reserve(n);
   WorkerPool* pool = runtime->FirstPool();
-  const size_t part = (n + pool->ThreadCount() - 1) / pool->ThreadCount();
+  const size_t parts = pool->Parallelism();
+  const size_t part = (n + parts - 1) / parts;
   for (size_t first = 1; first <= part; ++first) {
     for (size_t index = first; index <= n; index += part) {
       tasks.emplace_back([target, words, index] { operation(target, BatchWord(words, index)); });

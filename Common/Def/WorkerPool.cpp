@@ -1,6 +1,7 @@
 // The worker loop, and the posting and waiting side of a pool.
 #include "Common/Def/WorkerPool.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 
@@ -75,7 +76,10 @@ void WorkerPoolState::Work() {
 }
 
 WorkerPool::WorkerPool(uint32_t threadCount)
-    : state(std::make_shared<WorkerPoolState>()), threadCount(threadCount) {
+    : state(std::make_shared<WorkerPoolState>()),
+      threadCount(threadCount),
+      // 0 stands for an unknown number of processors.
+      parallelism(std::min(threadCount, std::max(1u, std::thread::hardware_concurrency()))) {
   threads.reserve(threadCount);
   for (uint32_t i = 0; i < threadCount; ++i) {
     threads.emplace_back([shared = state] { shared->Work(); });

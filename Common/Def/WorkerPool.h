@@ -46,10 +46,15 @@ class WorkerPool {
 
   uint32_t ThreadCount() const { return threadCount; }
 
+  // How many tasks run at once at best: one for each thread, or for each processor if there are
+  // fewer.
+  uint32_t Parallelism() const { return parallelism; }
+
  private:
   std::vector<std::thread> threads;
   std::shared_ptr<WorkerPoolState> state;  // co-owned by each thread
   const uint32_t threadCount;
+  const uint32_t parallelism;
 };
 
 }  // namespace nq::engine

@@ -48,6 +48,13 @@ TEST(WorkerPoolTest, ThreadCountIsTheNumberAskedFor) {
   EXPECT_EQ(WorkerPool(4).ThreadCount(), 4u);
 }
 
+TEST(WorkerPoolTest, NoMoreTasksRunAtOnceThanThereAreThreadsAndProcessors) {
+  const uint32_t processors = std::thread::hardware_concurrency();
+  EXPECT_EQ(WorkerPool(1).Parallelism(), 1u);
+  const uint32_t expected = processors == 0 ? 1 : processors;
+  EXPECT_EQ(WorkerPool(4).Parallelism(), expected > 4 ? 4 : expected);
+}
+
 TEST(WorkerPoolTest, WaitingWithNothingPostedReturnsAtOnce) {
   // Whether or not the workers have come to their loop by then.
   for (int i = 0; i < 50; ++i) {
