@@ -138,7 +138,9 @@ describe('viewer page', () => {
         around.some((dx) => isOther(withBodies, without, 4 * ((y + dy) * without.width + x + dx)))
       )
     );
-    assert.ok(drawn.length >= 0.9 * inside.length, `${drawn.length} of ${inside.length} heads`);
+    // Heads are a small part of the picture, so that wrong places would mostly miss them; but now and
+    // then one is behind a flag, or as dark as the floor all around.
+    assert.ok(3 * drawn.length >= 2 * inside.length, `${drawn.length} of ${inside.length} heads`);
     // And not everywhere.
     assert.ok(countOther(withBodies, without) < 0.2 * without.width * without.height);
     await viewer.click('camera-0');
