@@ -148,6 +148,17 @@ class ViewerPage {
     return PNG.sync.read(await this.page.screenshot({ clip: box }));
   }
 
+  /** Shows or hides what characters carry, and its lights, which may stand in front of them. */
+  showCarried(isVisible) {
+    return this.page.evaluate((visible) => {
+      const { picture } = self.nqViewer;
+      picture.props.forEach(({ mesh }) => {
+        mesh.visible = visible;
+      });
+      picture.glows.visible = visible;
+    }, isVisible);
+  }
+
   /** Pixels of the picture without characters; their shadows stay. */
   async pixelsWithoutBodies() {
     const show = (isVisible) =>
