@@ -23,14 +23,18 @@ void PrintTo(const Product& product, std::ostream* out) {
   *out << product.name;
 }
 
+// The products that the interpreter may choose on this processor: one without wide vectors never
+// runs the second.
+std::vector<Product> ProductsInUse() {
+  std::vector<Product> products = {Product{"ByColumns", MultiplyByColumns}};
+  if (HasWideVectors()) {
+    products.push_back(Product{"ByTwoColumns", MultiplyByTwoColumns});
+  }
+  return products;
+}
+
 class MatrixProductTest : public testing::TestWithParam<Product> {
  protected:
-  void SetUp() override {
-    if (GetParam().multiply == MultiplyByTwoColumns && !HasWideVectors()) {
-      GTEST_SKIP() << "this processor has no vectors of 256 bits";
-    }
-  }
-
   static float At(const std::vector<uint8_t>& bytes, size_t at, int index) {
     float value;
     std::memcpy(&value, bytes.data() + at + sizeof(float) * static_cast<size_t>(index),
@@ -105,9 +109,7 @@ TEST_P(MatrixProductTest, KeepsNumbersThatAreNone) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(, MatrixProductTest,
-                         testing::Values(Product{"ByColumns", MultiplyByColumns},
-                                         Product{"ByTwoColumns", MultiplyByTwoColumns}),
+INSTANTIATE_TEST_SUITE_P(, MatrixProductTest, testing::ValuesIn(ProductsInUse()),
                          [](const testing::TestParamInfo<Product>& info) {
                            return std::string(info.param.name);
                          });
