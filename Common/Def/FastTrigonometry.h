@@ -8,9 +8,10 @@
 #ifndef NQ_COMMON_DEF_FASTTRIGONOMETRY_H_
 #define NQ_COMMON_DEF_FASTTRIGONOMETRY_H_
 
-#include <emmintrin.h>
+#include <immintrin.h>
 
 #include <cmath>
+#include <cstdint>
 
 #include "Common/Def/Trigonometry.h"
 
@@ -46,33 +47,50 @@ inline __m128d SineSeries(__m128d x) {
 }
 
 // Angles up to here are brought near 0 by quarter turns. The quarter turn is the sum of two
-// numbers; the first has 26 bits, so that its multiples are exact.
+// numbers; the first has 26 bits, so that its multiples are exact. No float up to here comes nearer
+// to a multiple than 2^-28, and what is left of it is off by 2^-44 of itself at most.
 constexpr double kMaxReducedAngle = 4096.0;
 constexpr double kQuarterTurn = 1.5707963109016418;
 constexpr double kQuarterTurnRest = 1.5893254773528196e-08;
 constexpr double kQuarterTurnsPerRadian = 0.6366197723675814;
 
-// Where so little is left of an angle that went through the subtraction, its error is too large.
-constexpr double kLeastRemainder = 9.5367431640625e-07;  // 2^-20
-constexpr double kUnreducedAngle = 0.5;
+// A number plus this has the whole number next to it in its lowest bits, and is that plus this.
+constexpr double kToWhole = 6755399441055744.0;  // 1.5 * 2^52
 
-// Taylor's series of sin(x) / x to x^12, and of the cosine to x^12, for up to an eighth turn; z =
-// x^2.
-inline __m128d SineRatioSeries(__m128d z) {
+// Taylor's series of sin(x) / x to x^12, and of the cosine to x^12, for up to an eighth turn: by
+// powers of x^2.
+inline constexpr double kSineRatioTerms[] = {1.0,
+                                             -1.0 / 6.0,
+                                             1.0 / 120.0,
+                                             -1.0 / 5040.0,
+                                             1.0 / 362880.0,
+                                             -1.0 / 39916800.0,
+                                             1.0 / 6227020800.0};
+inline constexpr double kCosineTerms[] = {
+    1.0, -0.5, 1.0 / 24.0, -1.0 / 720.0, 1.0 / 40320.0, -1.0 / 3628800.0, 1.0 / 479001600.0};
+
+inline __m128d SevenTerms(const double (&terms)[7], __m128d z) {
   const __m128d z2 = _mm_mul_pd(z, z);
   const __m128d low =
-      _mm_add_pd(Linear(1.0, -1.0 / 6.0, z), _mm_mul_pd(Linear(1.0 / 120.0, -1.0 / 5040.0, z), z2));
-  const __m128d high = _mm_add_pd(Linear(1.0 / 362880.0, -1.0 / 39916800.0, z),
-                                  _mm_mul_pd(BothLanes(1.0 / 6227020800.0), z2));
+      _mm_add_pd(Linear(terms[0], terms[1], z), _mm_mul_pd(Linear(terms[2], terms[3], z), z2));
+  const __m128d high =
+      _mm_add_pd(Linear(terms[4], terms[5], z), _mm_mul_pd(BothLanes(terms[6]), z2));
   return _mm_add_pd(low, _mm_mul_pd(high, _mm_mul_pd(z2, z2)));
 }
-inline __m128d CosineSeries(__m128d z) {
-  const __m128d z2 = _mm_mul_pd(z, z);
-  const __m128d low =
-      _mm_add_pd(Linear(1.0, -0.5, z), _mm_mul_pd(Linear(1.0 / 24.0, -1.0 / 720.0, z), z2));
-  const __m128d high = _mm_add_pd(Linear(1.0 / 40320.0, -1.0 / 3628800.0, z),
-                                  _mm_mul_pd(BothLanes(1.0 / 479001600.0), z2));
-  return _mm_add_pd(low, _mm_mul_pd(high, _mm_mul_pd(z2, z2)));
+
+// The same of four numbers, in the same order.
+inline __attribute__((always_inline, target("avx2"))) __m256d SevenTermsOfFour(
+    const double (&terms)[7], __m256d z) {
+  const __m256d z2 = _mm256_mul_pd(z, z);
+  const __m256d c01 =
+      _mm256_add_pd(_mm256_set1_pd(terms[0]), _mm256_mul_pd(_mm256_set1_pd(terms[1]), z));
+  const __m256d c23 =
+      _mm256_add_pd(_mm256_set1_pd(terms[2]), _mm256_mul_pd(_mm256_set1_pd(terms[3]), z));
+  const __m256d c45 =
+      _mm256_add_pd(_mm256_set1_pd(terms[4]), _mm256_mul_pd(_mm256_set1_pd(terms[5]), z));
+  const __m256d low = _mm256_add_pd(c01, _mm256_mul_pd(c23, z2));
+  const __m256d high = _mm256_add_pd(c45, _mm256_mul_pd(_mm256_set1_pd(terms[6]), z2));
+  return _mm256_add_pd(low, _mm256_mul_pd(high, _mm256_mul_pd(z2, z2)));
 }
 
 inline __m128d SelectLanes(__m128d mask, __m128d yes, __m128d no) {
@@ -108,6 +126,21 @@ inline bool RoundSurely(__m128d values, float* first, float* second) {
   return (_mm_movemask_ps(_mm_cmpeq_ps(low, high)) & 3) == 3;
 }
 
+// True where what lies within the error of a number may not all round to one float; the words of
+// the result are those of a0 a1 b0 b1 a2 a3 b2 b3. Told by the numbers' lower words: a float has no
+// room for the last 29 bits, and rounds up from 2^28 of them. (A denormal float has room for even
+// fewer, but sines of that size are the angle itself, and exact.)
+inline __attribute__((always_inline, target("avx2"))) __m256 RoundUnsurely(__m256d a, __m256d b) {
+  // The error of a number just below a power of two, 2^13 of its last place, when those 29 bits
+  // fill a word. 2^28 is the least integer then.
+  constexpr int32_t kMargin = 1 << 16;
+  static_assert(kSeriesError * (1ull << 53) == kMargin / 8, "in last places");
+  const __m256i words = _mm256_castps_si256(
+      _mm256_shuffle_ps(_mm256_castpd_ps(a), _mm256_castpd_ps(b), _MM_SHUFFLE(2, 0, 2, 0)));
+  const __m256i place = _mm256_add_epi32(_mm256_slli_epi32(words, 3), _mm256_set1_epi32(kMargin));
+  return _mm256_castsi256_ps(_mm256_cmpgt_epi32(_mm256_set1_epi32(INT32_MIN + 2 * kMargin), place));
+}
+
 }  // namespace internal
 
 // sinF of two numbers.
@@ -140,8 +173,8 @@ inline void sinCosTwoF(float a, float b, SineCosine* ofA, SineCosine* ofB) {
       _mm_sub_pd(_mm_sub_pd(x, _mm_mul_pd(turned, internal::BothLanes(internal::kQuarterTurn))),
                  _mm_mul_pd(turned, internal::BothLanes(internal::kQuarterTurnRest)));
   const __m128d z = _mm_mul_pd(r, r);
-  const __m128d sine = _mm_mul_pd(r, internal::SineRatioSeries(z));
-  const __m128d cosine = internal::CosineSeries(z);
+  const __m128d sine = _mm_mul_pd(r, internal::SevenTerms(internal::kSineRatioTerms, z));
+  const __m128d cosine = internal::SevenTerms(internal::kCosineTerms, z);
 
   // Odd quarter turns change sine for cosine; two of four change the sign.
   const __m128i quarter = _mm_shuffle_epi32(turns, _MM_SHUFFLE(1, 1, 0, 0));
@@ -155,14 +188,9 @@ inline void sinCosTwoF(float a, float b, SineCosine* ofA, SineCosine* ofB) {
   const __m128d cosines =
       _mm_xor_pd(internal::SelectLanes(isOdd, sine, cosine), _mm_castsi128_pd(cosineSign));
 
-  const __m128d sign = internal::BothLanes(-0.0);
-  const __m128d size = _mm_andnot_pd(sign, x);
-  const __m128d tiny = _mm_and_pd(
-      _mm_cmplt_pd(_mm_andnot_pd(sign, r), internal::BothLanes(internal::kLeastRemainder)),
-      _mm_cmpgt_pd(size, internal::BothLanes(internal::kUnreducedAngle)));
   // Not-a-numbers count as too large.
-  const __m128d outside =
-      _mm_or_pd(_mm_cmpnle_pd(size, internal::BothLanes(internal::kMaxReducedAngle)), tiny);
+  const __m128d outside = _mm_cmpnle_pd(_mm_andnot_pd(internal::BothLanes(-0.0), x),
+                                        internal::BothLanes(internal::kMaxReducedAngle));
   const __m128d below = internal::BothLanes(1.0 - internal::kSeriesError);
   const __m128d above = internal::BothLanes(1.0 + internal::kSeriesError);
   const __m128 low = _mm_movelh_ps(_mm_cvtpd_ps(_mm_mul_pd(sines, below)),
@@ -178,6 +206,46 @@ inline void sinCosTwoF(float a, float b, SineCosine* ofA, SineCosine* ofB) {
   }
   *ofA = SineCosine{sinF(a), cosF(a)};
   *ofB = SineCosine{sinF(b), cosF(b)};
+}
+
+// sinF and cosF of four numbers by the series of sinCosTwoF, only where HasWideIntegers. False,
+// with nothing to rely on in the results, where one of them has to be asked of the library.
+inline __attribute__((always_inline, target("avx2"))) bool sinCosFourF(__m128 angles, __m128* sines,
+                                                                       __m128* cosines) {
+  const __m256d x = _mm256_cvtps_pd(angles);
+  const __m256d toWhole = _mm256_set1_pd(internal::kToWhole);
+  const __m256d shifted =
+      _mm256_add_pd(_mm256_mul_pd(x, _mm256_set1_pd(internal::kQuarterTurnsPerRadian)), toWhole);
+  const __m256d turned = _mm256_sub_pd(shifted, toWhole);
+  const __m256d r =
+      _mm256_sub_pd(_mm256_sub_pd(x, _mm256_mul_pd(turned, _mm256_set1_pd(internal::kQuarterTurn))),
+                    _mm256_mul_pd(turned, _mm256_set1_pd(internal::kQuarterTurnRest)));
+  const __m256d z = _mm256_mul_pd(r, r);
+  const __m256d sine = _mm256_mul_pd(r, internal::SevenTermsOfFour(internal::kSineRatioTerms, z));
+  const __m256d cosine = internal::SevenTermsOfFour(internal::kCosineTerms, z);
+
+  // Not-a-numbers count as too large.
+  const __m256d outside = _mm256_cmp_pd(_mm256_andnot_pd(_mm256_set1_pd(-0.0), x),
+                                        _mm256_set1_pd(internal::kMaxReducedAngle), _CMP_NLE_UQ);
+  const __m256 unsure = internal::RoundUnsurely(sine, cosine);
+
+  // Odd quarter turns change sine for cosine; two of four change the sign. Either is left for when
+  // the numbers are floats, which makes no difference to the bits.
+  const __m128i turns = _mm_castps_si128(
+      _mm_shuffle_ps(_mm_castpd_ps(_mm256_castpd256_pd128(shifted)),
+                     _mm_castpd_ps(_mm256_extractf128_pd(shifted, 1)), _MM_SHUFFLE(2, 0, 2, 0)));
+  const __m128i firstBit = _mm_slli_epi32(turns, 31);
+  const __m128i secondBit = _mm_slli_epi32(turns, 30);
+  const __m128 isOdd = _mm_castsi128_ps(_mm_srai_epi32(firstBit, 31));
+  const __m128 sign = _mm_set1_ps(-0.0f);
+  const __m128 sineSign = _mm_and_ps(_mm_castsi128_ps(secondBit), sign);
+  const __m128 cosineSign = _mm_and_ps(_mm_castsi128_ps(_mm_xor_si128(firstBit, secondBit)), sign);
+  const __m128 roundedSine = _mm256_cvtpd_ps(sine);
+  const __m128 roundedCosine = _mm256_cvtpd_ps(cosine);
+  const __m128 change = _mm_and_ps(_mm_xor_ps(roundedSine, roundedCosine), isOdd);
+  *sines = _mm_xor_ps(_mm_xor_ps(roundedSine, sineSign), change);
+  *cosines = _mm_xor_ps(_mm_xor_ps(roundedCosine, cosineSign), change);
+  return _mm256_movemask_ps(_mm256_or_ps(unsure, _mm256_castpd_ps(outside))) == 0;
 }
 
 // acosF, faster from 0 to 1.

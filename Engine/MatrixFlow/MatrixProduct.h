@@ -4,12 +4,9 @@
 
 #include <cstdint>
 
-namespace nq::engine {
+#include "Common/Def/WideVectors.h"
 
-// True if the processor has vectors of 256 bits.
-inline bool HasWideVectors() {
-  return __builtin_cpu_supports("avx") != 0;
-}
+namespace nq::engine {
 
 // out = left x right: 16 floats each, column-major, at any address; `out` may be or overlap an
 // operand, since all is loaded before anything is stored. Each element is summed from left to

@@ -7,6 +7,10 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <random>
+#include <vector>
+
+#include "Common/Def/WideVectors.h"
 
 namespace nq::engine {
 namespace {
@@ -122,6 +126,163 @@ TEST(FastTrigonometry, SinesAndCosinesOfSpecialAnglesAreThoseOfTheLibrary) {
     }
   }
 }
+
+// Four angles at once, or by twos as where there are no wide vectors.
+struct Four {
+  bool sure = true;
+  float sines[4];
+  float cosines[4];
+};
+
+Four ByTwos(const float* angles) {
+  Four result;
+  SineCosine of[4];
+  sinCosTwoF(angles[0], angles[1], &of[0], &of[1]);
+  sinCosTwoF(angles[2], angles[3], &of[2], &of[3]);
+  for (int i = 0; i < 4; ++i) {
+    result.sines[i] = of[i].sine;
+    result.cosines[i] = of[i].cosine;
+  }
+  return result;
+}
+
+__attribute__((target("avx2"))) Four AtOnce(const float* angles) {
+  __m128 sines;
+  __m128 cosines;
+  Four result;
+  result.sure = sinCosFourF(_mm_loadu_ps(angles), &sines, &cosines);
+  _mm_storeu_ps(result.sines, sines);
+  _mm_storeu_ps(result.cosines, cosines);
+  return result;
+}
+
+struct Way {
+  const char* name;
+  Four (*compute)(const float* angles);
+};
+
+void PrintTo(const Way& way, std::ostream* out) {
+  *out << way.name;
+}
+
+// The ways that this processor may go.
+std::vector<Way> WaysInUse() {
+  std::vector<Way> ways = {Way{"ByTwos", ByTwos}};
+  if (HasWideIntegers()) {
+    ways.push_back(Way{"AtOnce", AtOnce});
+  }
+  return ways;
+}
+
+class FourAnglesTest : public testing::TestWithParam<Way> {
+ protected:
+  // Compares those that are sure, and counts all.
+  void Compare(const float (&angles)[4]) {
+    const Four got = GetParam().compute(angles);
+    ++computed;
+    if (!got.sure) {
+      ++unsure;
+      return;
+    }
+    for (int i = 0; i < 4; ++i) {
+      ExpectSame(static_cast<float>(std::sin(static_cast<double>(angles[i]))), got.sines[i],
+                 angles[i]);
+      ExpectSame(static_cast<float>(std::cos(static_cast<double>(angles[i]))), got.cosines[i],
+                 angles[i]);
+    }
+  }
+
+  // `angle` in each place, among different ones.
+  void CompareEverywhere(float angle) {
+    for (int place = 0; place < 4; ++place) {
+      float angles[4] = {0.75f, -2.5f, 4.0f, 5.5f};
+      angles[place] = angle;
+      Compare(angles);
+    }
+  }
+
+  int computed = 0;
+  int unsure = 0;
+};
+
+TEST_P(FourAnglesTest, SinesAndCosinesInEachPlaceAreThoseOfTheLibrary) {
+  for (uint64_t bits = 0; bits <= Bits(4096.0f); bits += 4 * kStep) {
+    CompareEverywhere(FromBits(static_cast<uint32_t>(bits)));
+    CompareEverywhere(-FromBits(static_cast<uint32_t>(bits)));
+    if (HasFatalFailure()) {
+      return;
+    }
+  }
+  EXPECT_LT(unsure, computed / 1000) << "all of these angles are in range";
+}
+
+TEST_P(FourAnglesTest, FourRandomAnglesAreThoseOfTheLibrary) {
+  const uint32_t seed = 20240611;
+  SCOPED_TRACE(seed);
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<float> near(-7.0f, 7.0f);
+  std::uniform_real_distribution<float> far(-4096.0f, 4096.0f);
+  for (int round = 0; round < 200000; ++round) {
+    Compare({near(random), far(random), near(random), near(random)});
+    if (HasFatalFailure()) {
+      return;
+    }
+  }
+  EXPECT_LT(unsure, computed / 500);
+}
+
+TEST_P(FourAnglesTest, AroundQuarterTurnsTheyAreThoseOfTheLibrary) {
+  constexpr double kHalfPi = 1.5707963267948966;
+  for (int turns = 1; turns <= 2607; ++turns) {
+    const uint32_t middle = Bits(static_cast<float>(turns * kHalfPi));
+    for (uint32_t bits = middle - 8; bits <= middle + 8; ++bits) {
+      Compare({FromBits(bits), -FromBits(bits), FromBits(bits + 1), 0.0f});
+    }
+    // Eighth turns: where the nearest quarter turn is another from one float to the next.
+    const uint32_t between = Bits(static_cast<float>((turns - 0.5) * kHalfPi));
+    for (uint32_t bits = between - 8; bits <= between + 8; ++bits) {
+      Compare({1.0f, FromBits(bits), -FromBits(bits), FromBits(bits + 1)});
+    }
+    if (HasFatalFailure()) {
+      return;
+    }
+  }
+  EXPECT_LT(unsure, computed / 500);
+}
+
+// The angles of the test of two above: the series alone would round a sine or cosine wrongly.
+TEST_P(FourAnglesTest, NextToTheMiddleOfTwoFloatsTheyAreThoseOfTheLibrary) {
+  const uint32_t angles[] = {0x423FA699u, 0x4315FB43u, 0x448CB16Cu, 0x452D3C38u, 0x4561DB8Eu,
+                             0x3F47C904u, 0x3F45DFCBu, 0x3F2E6EA3u, 0x40186F52u, 0x424C1BA5u,
+                             0x42C13DF9u, 0x43F56ABDu, 0x43FBB5D4u};
+  for (const uint32_t bits : angles) {
+    CompareEverywhere(FromBits(bits));
+    CompareEverywhere(-FromBits(bits));
+  }
+}
+
+TEST_P(FourAnglesTest, ZerosAndDenormalsKeepTheirSignAndTheLastAngleInRangeIsNotUnsure) {
+  for (const float angle : {0.0f, 1e-45f, 1e-40f, 1.1754944e-38f, 1e-30f, 1e-10f, 2.4e-4f, 0.5f,
+                            0.78539f, 0.785399f, 3.141592f, 3.141593f, 6.283185f, 4096.0f}) {
+    CompareEverywhere(angle);
+    CompareEverywhere(-angle);
+  }
+  EXPECT_EQ(0, unsure);
+}
+
+TEST_P(FourAnglesTest, AnglesOutOfRangeAndNotANumbersInAnyPlaceAreNeverWrong) {
+  const float first = FromBits(Bits(4096.0f) + 1);
+  constexpr float kInfinity = std::numeric_limits<float>::infinity();
+  for (const float angle : {first, 4097.0f, 1e6f, 3e9f, 1e30f, 3.4e38f, kInfinity, NAN}) {
+    CompareEverywhere(angle);
+    CompareEverywhere(-angle);
+  }
+  // By twos the library has been asked already.
+  EXPECT_EQ(GetParam().compute == AtOnce ? computed : 0, unsure);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, FourAnglesTest, testing::ValuesIn(WaysInUse()),
+                         [](const testing::TestParamInfo<Way>& way) { return way.param.name; });
 
 TEST(FastTrigonometry, ArcCosineIsThatOfTheLibrary) {
   for (uint64_t bits = 0; bits <= 0xFFFFFFFFu; bits += kStep) {
