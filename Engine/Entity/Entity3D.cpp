@@ -4,10 +4,10 @@
 #include <cmath>
 #include <cstring>
 
-#include "Common/Def/FastTrigonometry.h"
 #include "Common/Def/Log.h"
 #include "Common/Def/MathKernels.h"
 #include "Common/Def/Trigonometry.h"
+#include "Common/Def/WideVectors.h"
 #include "Engine/Entity/EntitySystem.h"
 #include "Engine/Entity/LocalMatrix3D.h"
 #include "Engine/Entity/LocalMatrixStore.h"
@@ -19,30 +19,34 @@ namespace {
 // A world scale of at most this much, on any axis, can't be divided out.
 constexpr float kMinWorldScale = 1e-7f;
 
-// Rx(x) * Ry(y) * Rz(z).
-// Kept on purpose: eulerToQuaternion composes the same angles as y, x, z, and scenes rely on both.
-inline RotationColumns EulerColumns(const float* angles) {
-  SineCosine ofX;
-  SineCosine ofY;
-  SineCosine ofZ;
-  sinCosTwoF(angles[0], angles[1], &ofX, &ofY);
-  sinCosTwoF(angles[2], angles[2], &ofZ, &ofZ);
-  const auto [sx, cx] = ofX;
-  const auto [sy, cy] = ofY;
-  const auto [sz, cz] = ofZ;
-  RotationColumns columns;
-  columns.c0 = _mm_setr_ps(cy * cz, cx * sz + sx * sy * cz, sx * sz - cx * sy * cz, 0.0f);
-  columns.c1 = _mm_setr_ps(-cy * sz, cx * cz - sx * sy * sz, sx * cz + cx * sy * sz, 0.0f);
-  columns.c2 = _mm_setr_ps(sy, -sx * cy, cx * cy, 0.0f);
-  return columns;
+using Store = void (*)(float* to, __m128 c0, __m128 c1, __m128 c2, __m128 c3);
+
+// Stores the matrix of a record in Euler mode by vectors, only where HasWideIntegers. All of it in
+// one function: code without these instructions could not take in a part. False, and nothing is
+// stored, where a sine or cosine has to be asked of the library.
+template <Store store>
+__attribute__((target("avx2"))) bool BuildByFour(const Entity3DRecord& record, float* local) {
+  RotationColumns rotation;
+  if (!EulerColumnsByFour(record.rotation, &rotation)) {
+    return false;
+  }
+  const LocalColumns m(rotation, PositionScale(record));
+  store(local, m.c0, m.c1, m.c2, m.c3);
+  return true;
 }
 
 // Inlined by order: a call would hand the columns over in memory.
-inline __attribute__((always_inline)) LocalColumns RecordColumns(const Entity3DRecord& record) {
+template <Store store>
+inline __attribute__((always_inline)) void Build(const uint8_t* sharedRecord, float* local) {
+  const Entity3DRecord& record = *reinterpret_cast<const Entity3DRecord*>(sharedRecord);
+  if (record.rotationMode == 0 && HasWideIntegers() && BuildByFour<store>(record, local)) {
+    return;
+  }
   const RotationColumns rotation = record.rotationMode != 0
                                        ? QuaternionColumns(_mm_loadu_ps(record.rotation))
                                        : EulerColumns(record.rotation);
-  return LocalColumns(rotation, PositionScale(record));
+  const LocalColumns m(rotation, PositionScale(record));
+  store(local, m.c0, m.c1, m.c2, m.c3);
 }
 
 inline float ColumnLength(const float* column) {
@@ -90,13 +94,11 @@ void Entity3D::PublishWorldMatrix() {
 }
 
 void Entity3D::BuildLocalMatrix(const uint8_t* sharedRecord, float* local) {
-  const LocalColumns m = RecordColumns(*reinterpret_cast<const Entity3DRecord*>(sharedRecord));
-  StoreLocalMatrix(local, m.c0, m.c1, m.c2, m.c3);
+  Build<StoreLocalMatrix>(sharedRecord, local);
 }
 
 void Entity3D::BuildOwnLocalMatrix(const uint8_t* sharedRecord, float* local) {
-  const LocalColumns m = RecordColumns(*reinterpret_cast<const Entity3DRecord*>(sharedRecord));
-  StoreOwnLocalMatrix(local, m.c0, m.c1, m.c2, m.c3);
+  Build<StoreOwnLocalMatrix>(sharedRecord, local);
 }
 
 void Entity3D::UpdateBoundEntities() {

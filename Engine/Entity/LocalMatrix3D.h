@@ -2,11 +2,12 @@
 #ifndef NQ_ENGINE_ENTITY_LOCALMATRIX3D_H_
 #define NQ_ENGINE_ENTITY_LOCALMATRIX3D_H_
 
-#include <emmintrin.h>
+#include <immintrin.h>
 
 #include <cstddef>
 #include <cstdint>
 
+#include "Common/Def/FastTrigonometry.h"
 #include "Engine/Entity/EntityRecord.h"
 
 namespace nq::engine {
@@ -49,6 +50,55 @@ inline RotationColumns QuaternionColumns(__m128 xyzw) {
   columns.c2 = _mm_shuffle_ps(_mm_shuffle_ps(s2t2, t0d1, _MM_SHUFFLE(2, 2, 0, 0)), d,
                               _MM_SHUFFLE(2, 2, 2, 0));
   return columns;
+}
+
+// Rx(x) * Ry(y) * Rz(z).
+// Kept on purpose: eulerToQuaternion composes the same angles as y, x, z, and scenes rely on both.
+inline RotationColumns EulerColumns(const float* angles) {
+  SineCosine ofX;
+  SineCosine ofY;
+  SineCosine ofZ;
+  sinCosTwoF(angles[0], angles[1], &ofX, &ofY);
+  sinCosTwoF(angles[2], angles[2], &ofZ, &ofZ);
+  const auto [sx, cx] = ofX;
+  const auto [sy, cy] = ofY;
+  const auto [sz, cz] = ofZ;
+  RotationColumns columns;
+  columns.c0 = _mm_setr_ps(cy * cz, cx * sz + sx * sy * cz, sx * sz - cx * sy * cz, 0.0f);
+  columns.c1 = _mm_setr_ps(-cy * sz, cx * cz - sx * sy * sz, sx * cz + cx * sy * sz, 0.0f);
+  columns.c2 = _mm_setr_ps(sy, -sx * cy, cx * cy, 0.0f);
+  return columns;
+}
+
+// The same bits with half the operations, only where HasWideIntegers; `angles` is four numbers, of
+// which the last does not matter. False, with nothing in `columns` to rely on, where an angle's
+// sine or cosine has to be asked of the library: EulerColumns then has the answer.
+inline __attribute__((always_inline, target("avx2"))) bool EulerColumnsByFour(
+    const float* angles, RotationColumns* columns) {
+  const __m128 firstThree = _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0));
+  __m128 sines;
+  __m128 cosines;
+  if (!sinCosFourF(_mm_and_ps(_mm_loadu_ps(angles), firstThree), &sines, &cosines)) {
+    return false;
+  }
+  const __m128 pairs = _mm_unpacklo_ps(sines, cosines);                         // sx cx sy cy
+  const __m128 cyCxSx = _mm_shuffle_ps(pairs, pairs, _MM_SHUFFLE(0, 0, 1, 3));  // cy cx sx
+  const __m128 sySxCx = _mm_shuffle_ps(pairs, pairs, _MM_SHUFFLE(0, 1, 0, 2));  // sy sx cx
+  const __m128 sy = _mm_shuffle_ps(sines, sines, _MM_SHUFFLE(1, 1, 1, 1));
+  const __m128 sz = _mm_shuffle_ps(sines, sines, _MM_SHUFFLE(2, 2, 2, 2));
+  const __m128 cy = _mm_shuffle_ps(cosines, cosines, _MM_SHUFFLE(1, 1, 1, 1));
+  const __m128 cz = _mm_shuffle_ps(cosines, cosines, _MM_SHUFFLE(2, 2, 2, 2));
+  const __m128 minusSz = _mm_xor_ps(sz, _mm_set1_ps(-0.0f));
+  // The second and third element of the first two columns are sums of two products. Adding in one
+  // and subtracting in the other gives the first column; with -sz for sz it gives the second.
+  const __m128 products = _mm_mul_ps(sySxCx, sy);  // - sx*sy cx*sy
+  const __m128 left0 = _mm_mul_ps(cyCxSx, _mm_blend_ps(sz, cz, 1));
+  const __m128 left1 = _mm_mul_ps(cyCxSx, _mm_blend_ps(cz, minusSz, 1));
+  columns->c0 = _mm_blend_ps(_mm_addsub_ps(left0, _mm_mul_ps(products, cz)), left0, 1);
+  columns->c1 = _mm_blend_ps(_mm_addsub_ps(left1, _mm_mul_ps(products, minusSz)), left1, 1);
+  columns->c2 = _mm_blend_ps(
+      _mm_mul_ps(sySxCx, _mm_xor_ps(cy, _mm_setr_ps(0.0f, -0.0f, 0.0f, 0.0f))), sySxCx, 1);
+  return true;
 }
 
 // Position and scale of an entity, as they stand in its record: six numbers in a row.
