@@ -1,12 +1,13 @@
 // Matrix product and inverse, rotations to quaternions.
 #include "Common/Def/MathKernels.h"
 
-#include <emmintrin.h>
+#include <immintrin.h>
 
 #include <cmath>
 
 #include "Common/Def/FastTrigonometry.h"
 #include "Common/Def/Trigonometry.h"
+#include "Common/Def/WideVectors.h"
 
 namespace nq::engine {
 
@@ -59,6 +60,26 @@ float* RotationToQuaternion(const RotationElements& m, float* out) {
     out[3] = 0.25f * s2;
   }
   return out;
+}
+
+// eulerToQuaternion by vectors, only where HasWideIntegers. False, and nothing is stored, where a
+// sine or cosine has to be asked of the library.
+__attribute__((target("avx2"))) bool EulerToQuaternionByFour(__m128 halves, float* out) {
+  __m128 sines;
+  __m128 cosines;
+  if (!sinCosFourF(halves, &sines, &cosines)) {
+    return false;
+  }
+  const __m128 xy = _mm_unpacklo_ps(sines, cosines);  // sx cx sy cy
+  const __m128 zs = _mm_unpackhi_ps(sines, cosines);  // sz cz
+  const __m128 left = _mm_mul_ps(_mm_shuffle_ps(xy, xy, _MM_SHUFFLE(0, 1, 1, 1)),
+                                 _mm_shuffle_ps(xy, xy, _MM_SHUFFLE(3, 2, 3, 3)));
+  const __m128 right = _mm_mul_ps(_mm_shuffle_ps(xy, xy, _MM_SHUFFLE(1, 0, 0, 0)),
+                                  _mm_shuffle_ps(xy, xy, _MM_SHUFFLE(2, 3, 2, 2)));
+  const __m128 a = _mm_mul_ps(left, _mm_shuffle_ps(zs, zs, _MM_SHUFFLE(1, 1, 0, 1)));
+  const __m128 b = _mm_mul_ps(right, _mm_shuffle_ps(zs, zs, _MM_SHUFFLE(0, 0, 1, 0)));
+  _mm_storeu_ps(out, _mm_add_ps(a, _mm_xor_ps(b, _mm_setr_ps(0.0f, -0.0f, -0.0f, 0.0f))));
+  return true;
 }
 
 }  // namespace
@@ -151,6 +172,9 @@ float* eulerToQuaternion(float x, float y, float z, float* out) {
   const float halfX = x * 0.5f;
   const float halfY = y * 0.5f;
   const float halfZ = z * 0.5f;
+  if (HasWideIntegers() && EulerToQuaternionByFour(_mm_setr_ps(halfX, halfY, halfZ, 0.0f), out)) {
+    return out;
+  }
   SineCosine ofX;
   SineCosine ofY;
   SineCosine ofZ;

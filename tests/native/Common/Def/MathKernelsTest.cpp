@@ -686,10 +686,13 @@ TEST(EulerToQuaternionTest, EveryStepRoundsInTheOrderOfTheFormulas) {
   const uint32_t seed = 42;
   SCOPED_TRACE(seed);
   RandomFloats random(seed);
-  for (int i = 0; i < 5000; ++i) {
-    const float x = random.Within(7);
-    const float y = random.Within(7);
-    const float z = random.Within(7);
+  const float quarters[] = {0.0f, -0.0f, 1.57079637f, -3.14159274f};
+  for (int i = 0; i < 10000; ++i) {
+    // Angles of any size: sines of large ones are computed otherwise. Zeros and quarter turns, too.
+    const float most = i % 2 == 0 ? 7.0f : 1e5f;
+    const float x = i % 11 == 0 ? quarters[i % 4] : random.Within(most);
+    const float y = i % 13 == 0 ? quarters[i % 3] : random.Within(most);
+    const float z = i % 17 == 0 ? quarters[i % 4] : random.Within(most);
     const float sx = static_cast<float>(std::sin(static_cast<double>(x / 2)));
     const float cx = static_cast<float>(std::cos(static_cast<double>(x / 2)));
     const float sy = static_cast<float>(std::sin(static_cast<double>(y / 2)));
