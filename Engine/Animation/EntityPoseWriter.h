@@ -27,7 +27,7 @@ inline __m128 Select(__m128 mask, __m128 yes, __m128 no) {
 // Thread safety: one writer a task, as long as entities are different ones.
 class EntityPoseWriter {
  public:
-  explicit EntityPoseWriter(const TransformTree& tree) : tree(tree) {}
+  explicit EntityPoseWriter(const TransformTree& tree) : tree(tree) { tree.NoteOtherMarks(); }
 
   // Turns to an entity. False if `handle` names none; then nothing else may be called.
   bool Seek(uint32_t handle) {

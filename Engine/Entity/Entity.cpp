@@ -94,6 +94,7 @@ void Entity::RemoveFromParent() {
 
 void Entity::Reset() {
   UnbindFromBone();
+  system->CountBound(-static_cast<int32_t>(boundEntities.size()));
   // All at once: taking them out one by one moves the rest each time.
   for (Entity* bound : boundEntities) {
     bound->boundTo = nullptr;
@@ -104,6 +105,7 @@ void Entity::Reset() {
   tree->Batch(handle).worldVersions[HandleElement(handle)] = 0;
   links().SetDirtyState(kDirtySelf);
   links().active = 1;
+  tree->NoteOtherMarks();
   name.clear();
 }
 
@@ -143,6 +145,7 @@ void Entity::BindToBone(Entity* bone) {
   std::vector<Entity*>& bound = bone->boundEntities;
   bound.insert(std::lower_bound(bound.begin(), bound.end(), this, std::less<>()), this);
   bone->links().hasBoundEntities = 1;
+  system->CountBound(1);
 }
 
 void Entity::UnbindFromBone() {
@@ -153,16 +156,34 @@ void Entity::UnbindFromBone() {
   bound.erase(std::lower_bound(bound.begin(), bound.end(), this, std::less<>()));
   boundTo->links().hasBoundEntities = bound.empty() ? 0 : 1;
   boundTo = nullptr;
+  system->CountBound(-1);
+}
+
+void Entity::SetActive(bool value) {
+  if (value && !active()) {
+    tree->NoteLooseMarks();
+  }
+  links().active = value ? 1 : 0;
+}
+
+void Entity::Activate(bool deep) {
+  links().active = 1;
+  PropagateMarkDirty(deep);
 }
 
 void Entity::PropagateMarkDirty(bool deep) {
   tree->MarkDirty(handle);
   if (deep) {
-    MarkSubtreeDirty();
+    MarkDescendants();
   }
 }
 
 void Entity::MarkSubtreeDirty() {
+  tree->NoteLooseMarks();
+  MarkDescendants();
+}
+
+void Entity::MarkDescendants() {
   uint32_t current = handle;
   uint32_t depth = 0;
   uint32_t next = links().firstChild;

@@ -138,7 +138,12 @@ class Entity {
   // Marks all descendants, passing over what is marked already with all below it.
   void MarkSubtreeDirty();
 
-  void SetActive(bool value) { links().active = value ? 1 : 0; }
+  // Marks nothing: what was marked below while this entity was inactive is reached again when
+  // something else leads a walk here.
+  void SetActive(bool value);
+
+  // As a command does it: marks this entity too. For an inactive one.
+  void Activate(bool deep);
 
   // Raises localVersion of this entity and all descendants by 1.
   void BumpLocalVersion();
@@ -165,6 +170,9 @@ class Entity {
   Entity* EntityOrNull(uint32_t other) const {
     return other == 0 ? nullptr : tree->EntityOf(other);
   }
+
+  // The work of MarkSubtreeDirty.
+  void MarkDescendants();
 
   // Takes `child` out of this entity's list; puts it behind the last child, or ahead of `next`.
   void Unlink(Entity* child);

@@ -65,6 +65,7 @@ void EntitySystem::AddRoot(uint32_t handle) {
   Entity* entity = FindEntity(handle);
   if (entity != nullptr && entity->parent() == nullptr) {
     entity->links().isRoot = 1;
+    tree.NoteOtherMarks();
     roots.push_back(entity);
   }
 }
@@ -119,8 +120,7 @@ void EntitySystem::UnbindFromBone(uint32_t handle) {
 void EntitySystem::Activate(uint32_t handle, bool deep) {
   Entity* entity = FindEntity(handle);
   if (entity != nullptr && !entity->active()) {
-    entity->SetActive(true);
-    entity->PropagateMarkDirty(deep);
+    entity->Activate(deep);
   }
 }
 

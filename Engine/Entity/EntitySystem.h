@@ -101,6 +101,9 @@ class EntitySystem {
   // Removes all root entries of a batch whose records are about to go.
   void RemoveRootsOfBatch(uint32_t key);
 
+  // Keeps count of the entities that are bound to a bone.
+  void CountBound(int32_t change) { boundCount += static_cast<uint32_t>(change); }
+
   LocalVersions& Versions() { return versions; }
 
   TransformTree& Tree() { return tree; }
@@ -116,10 +119,20 @@ class EntitySystem {
   template <typename Meanwhile>
   void SyncLocalTransformAnd(Meanwhile meanwhile);
 
+  // The world pass: over all that is marked below the roots, or over what the first `listed`
+  // entries of the dirty list have marked.
+  void UpdateRoots();
+  bool MayKeepToPaths(uint32_t listed) const;
+  void MarkPaths(uint32_t listed);
+  void UpdatePaths(uint32_t listed);
+
   TransformTree tree;
   LocalVersions versions;
   HandlerAllocator<EntityPool> entityPools;
   std::vector<Entity*> roots;
+  bool rootsStandAlone = false;   // none had a parent at the last walk from the roots
+  uint32_t boundCount = 0;        // entities that are bound to a bone
+  std::vector<uint32_t> paths;    // ancestors that MarkPaths has marked
   DirtyEntityList dirtyEntities;  // with `dirtyLock`
   MemoryBlock dirtyEntitiesBlock;
   MemoryBlock entityCommandsBlock;

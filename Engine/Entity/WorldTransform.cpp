@@ -3,6 +3,7 @@
 // Trees may be as deep as there are entities, so every walk goes by links and a count of levels,
 // never by recursion. Children are visited in list order, ahead of their parents' siblings: that
 // order is the order in which bound entities enter the dirty list.
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <vector>
@@ -23,6 +24,12 @@ namespace {
 // Entries of the dirty list that are fetched ahead of their use: records, links and matrices of a
 // large scene lie in memory that no cache holds, and a list names them in any order.
 constexpr uint32_t kPrefetchEntries = 24;
+
+// The same for world matrices, of which each entry takes more memory.
+constexpr uint32_t kPrefetchPaths = 8;
+
+// Frames with fewer entities than this for each listed one are walked from the roots.
+constexpr uint32_t kEntitiesPerListed = 8;
 
 void BuildLocalMatrix(const TransformBatch& batch, uint32_t index) {
   float* local = batch.localMatrices[index].m;
@@ -56,6 +63,22 @@ inline void ComputeWorldMatrix(const TransformBatch* batches, uint32_t handle) {
   if (links.hasBoundEntities != 0) {
     batch.EntityAt(index)->UpdateBoundEntities();
   }
+}
+
+// Asks for the memory that ComputeWorldMatrix takes.
+void PrefetchWorldMatrix(const TransformTree& tree, uint32_t handle) {
+  const TransformBatch& batch = tree.Batch(handle);
+  const uint32_t index = HandleElement(handle);
+  const uint32_t parent = batch.links[index].parent;
+  if (parent != 0) {
+    __builtin_prefetch(tree.WorldMatrix(parent));
+  }
+  __builtin_prefetch(batch.localMatrices[index].m);
+  __builtin_prefetch(batch.worldMatrices[index].m, 1);
+  __builtin_prefetch(batch.worldVersions + index, 1);
+  const uint8_t* published = batch.SharedRecord(index) + offsetof(Entity3DRecord, worldMatrix);
+  __builtin_prefetch(published, 1);
+  __builtin_prefetch(published + sizeof(Entity3DRecord::worldMatrix) - 1, 1);
 }
 
 // Walks `top` and all below it in preorder. `visit` returns whether to go on to the children. A
@@ -199,10 +222,95 @@ void EntitySystem::SyncLocalTransform() {
 
 void EntitySystem::RefreshWorldTransform() {
   RunEntityCommands(false);
-  SyncLocalTransformAnd([this] { MarkDirtyEntities(false); });
-  dirtyEntities.Clear();
+  const uint32_t listed = dirtyEntities.Count();
+  if (MayKeepToPaths(listed)) {
+    SyncLocalTransformAnd([this, listed] { MarkPaths(listed); });
+    dirtyEntities.Clear();
+    UpdatePaths(listed);
+  } else {
+    SyncLocalTransformAnd([this] { MarkDirtyEntities(false); });
+    dirtyEntities.Clear();
+    UpdateRoots();
+  }
+}
+
+void EntitySystem::UpdateRoots() {
+  rootsStandAlone = true;
   for (Entity* root : roots) {
+    rootsStandAlone = rootsStandAlone && root->links().parent == 0;
     UpdateTreeOf(tree, root->handle);
+  }
+  tree.ForgetOtherMarks();
+}
+
+// Where few of many entities have changed, most of a walk from the roots is passing over clean
+// siblings. It can be left out if all marks come from the list: then each marked path ends at a
+// listed entity, and computing from the topmost listed ones that are reached from a root, in any
+// order, gives what the walk gives. Not so
+// - while entities are bound, since the walk's order is that in which they enter the dirty list;
+// - where a root stands under a parent, since walks from two roots then meet.
+// And walks from inactive roots end at once.
+bool EntitySystem::MayKeepToPaths(uint32_t listed) const {
+  return listed <= tree.EntityCount() / kEntitiesPerListed && rootsStandAlone && boundCount == 0 &&
+         !tree.HasOtherMarks() &&
+         std::any_of(roots.begin(), roots.end(), [](const Entity* root) { return root->active(); });
+}
+
+// Marks as MarkDirtyEntities does, and notes the ancestors that it marks: each after those above
+// it, except for what was marked before.
+void EntitySystem::MarkPaths(uint32_t listed) {
+  paths.clear();
+  for (uint32_t i = 1; i <= listed; ++i) {
+    if (i + kPrefetchEntries <= listed) {
+      const uint32_t ahead = dirtyEntities.Entry(i + kPrefetchEntries);
+      if (tree.Contains(ahead)) {
+        __builtin_prefetch(&tree.Links(ahead), 1);
+      }
+    }
+    const uint32_t handle = dirtyEntities.Entry(i);
+    if (!tree.Contains(handle)) {
+      continue;
+    }
+    TransformLinks* links = &tree.Links(handle);
+    links->SetDirtyState(kDirtySelf);
+    const auto lowest = static_cast<std::ptrdiff_t>(paths.size());
+    while (links->parent != 0) {
+      const uint32_t parent = links->parent;
+      links = &tree.Links(parent);
+      if (!links->MarkBelowAlone()) {
+        break;
+      }
+      paths.push_back(parent);
+    }
+    std::reverse(paths.begin() + lowest, paths.end());
+  }
+}
+
+void EntitySystem::UpdatePaths(uint32_t listed) {
+  // A parent that the walk would go through has been cleaned; any other is marked.
+  const auto isReached = [this](const TransformLinks& links) {
+    return links.active != 0 &&
+           (links.parent == 0 ? links.isRoot != 0
+                              : tree.Links(links.parent).DirtyState() == kDirtyClean);
+  };
+  const auto isTop = [this, isReached](uint32_t handle) {
+    return tree.Contains(handle) && tree.Links(handle).DirtyState() == kDirtySelf &&
+           isReached(tree.Links(handle));
+  };
+  for (const uint32_t handle : paths) {
+    TransformLinks& links = tree.Links(handle);
+    if (links.DirtyState() == kDirtyBelow && isReached(links)) {
+      links.SetDirtyState(kDirtyClean);
+    }
+  }
+  for (uint32_t i = 1; i <= listed; ++i) {
+    if (i + kPrefetchPaths <= listed && isTop(dirtyEntities.Entry(i + kPrefetchPaths))) {
+      PrefetchWorldMatrix(tree, dirtyEntities.Entry(i + kPrefetchPaths));
+    }
+    const uint32_t handle = dirtyEntities.Entry(i);
+    if (isTop(handle)) {
+      UpdateWorldSubtreeOf(tree, handle);
+    }
   }
 }
 
@@ -248,9 +356,10 @@ void EntitySystem::MarkDirtyEntities(bool deep) {
     }
     const uint32_t handle = dirtyEntities.Entry(i);
     if (tree.Contains(handle)) {
-      tree.MarkDirty(handle);
       if (deep) {
-        tree.EntityOf(handle)->MarkSubtreeDirty();
+        tree.EntityOf(handle)->PropagateMarkDirty(true);
+      } else {
+        tree.MarkDirty(handle);
       }
     }
   }

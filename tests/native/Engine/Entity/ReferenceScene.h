@@ -53,6 +53,13 @@ class ReferenceScene {
   void Refresh();
   void RefreshEntity(uint32_t handle);
 
+  // The operations of an entity that a program may call between frames; `depth` starts at 0.
+  void MarkDirty(ReferenceEntity* entity, bool deep);
+  void MarkSubtree(ReferenceEntity* entity);
+  void UpdateTree(ReferenceEntity* entity, size_t depth);
+  void UpdateWorldSubtree(ReferenceEntity* entity, size_t depth);
+  void RefreshChain(ReferenceEntity* entity);
+
   std::map<uint32_t, ReferenceBatch> batches;
   std::vector<ReferenceEntity*> roots;
   std::vector<uint32_t> dirtyWords = std::vector<uint32_t>(kWords);
@@ -71,18 +78,13 @@ class ReferenceScene {
   void Unbind(ReferenceEntity* entity);
   void Reset(ReferenceEntity* entity);
   void ResetSubtree(ReferenceEntity* entity);
-  void MarkDirty(ReferenceEntity* entity, bool deep);
-  void MarkSubtree(ReferenceEntity* entity);
   void Sync();
   void Bump(ReferenceEntity* entity);
   void MarkListed(bool deep);
-  void UpdateTree(ReferenceEntity* entity, size_t depth);
-  void UpdateWorldSubtree(ReferenceEntity* entity, size_t depth);
   void ComputeWorld(ReferenceEntity* entity);
   void Publish(ReferenceEntity* entity);
   void UpdateLocal(ReferenceEntity* entity);
   void UpdateBound(ReferenceEntity* bone);
-  void RefreshChain(ReferenceEntity* entity);
   size_t EntityCount() const;
 };
 

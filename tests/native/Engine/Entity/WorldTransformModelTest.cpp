@@ -23,6 +23,8 @@ struct SceneKind {
   bool wildNumbers = false;  // not-a-numbers, infinities, denormals, huge and tiny values
   bool cycles = false;       // links may close a parent cycle
   bool longLists = false;    // dirty lists of 32 entries and more
+  bool calm = false;         // once it stands, most frames change a few records and nothing else
+  bool bindings = true;      // entities may be bound to bones
 };
 
 // One scene, in the engine and in the model, and the script that changes both.
@@ -38,10 +40,11 @@ class RandomScene {
   // Changes things, takes one step in the model and in the engine, and compares. False when the
   // scene has come to an end before the engine's step.
   bool Frame() {
-    if (Chance(0.2)) {
+    calm = kind.calm && frames++ >= kFramesToBuild;
+    if (Chance(calm ? 0.02 : 0.2)) {
       CreateBatch();
     }
-    if (Chance(0.08) && handles.size() > 4) {
+    if (Chance(calm ? 0.02 : 0.08) && handles.size() > 4) {
       ReleaseBatch();
     }
     WriteRecords();
@@ -50,8 +53,11 @@ class RandomScene {
     if (Chance(0.1)) {
       NameSomething();
     }
+    if (calm && Chance(0.2)) {
+      CallNatively();
+    }
     // Steps of a single entity, with a handle that there may be or not.
-    const bool single = Chance(0.15);
+    const bool single = Chance(calm ? 0.03 : 0.15);
     const uint32_t handle = AnyHandle();
 
     const std::string logBefore = model.log;
@@ -97,7 +103,7 @@ class RandomScene {
 
   void CreateBatch() {
     const bool isThreeD = Chance(0.7);
-    const uint32_t count = 1 + Below(Chance(0.5) ? 6 : 25);
+    const uint32_t count = 1 + Below(Chance(0.5) ? 6 : kind.calm ? 80 : 25);
     const NativeValueInfo info = world.AddRaw(isThreeD, static_cast<int32_t>(count));
     std::vector<uintptr_t> addresses;
     for (uint32_t i = 0; i < count; ++i) {
@@ -225,7 +231,9 @@ class RandomScene {
     std::vector<uint32_t> dirty;
     const uint32_t left = model.dirtyWords[0];
     uint32_t wanted = Below(31);
-    if (kind.longLists) {
+    if (calm) {
+      wanted = Below(2 + static_cast<uint32_t>(handles.size()) / 8);
+    } else if (kind.longLists) {
       static const uint32_t kLengths[] = {31, 32, 33, 35, 36, 63, 64, 100, 400};
       wanted = kLengths[Below(9)];
       wanted = wanted > left ? wanted - left : 0;
@@ -250,6 +258,9 @@ class RandomScene {
     if (!kind.cycles && ranks[parent] > ranks[child]) {
       std::swap(parent, child);
     }
+    if (StandsAlone(child)) {
+      return;
+    }
     if (Chance(0.5)) {
       words->insert(words->end(), {2, parent, child});
     } else {
@@ -261,9 +272,13 @@ class RandomScene {
     switch (Below(20)) {
       case 0:
       case 1:
-      case 2:
-        words->insert(words->end(), {1, AnyHandle()});
+      case 2: {
+        const uint32_t handle = AnyHandle();
+        if (!kind.calm || StandsAlone(handle) || Chance(0.005)) {
+          words->insert(words->end(), {1, handle});
+        }
         break;
+      }
       case 3:
         words->insert(words->end(), {4, AnyHandle()});
         break;
@@ -274,10 +289,12 @@ class RandomScene {
         break;
       case 5:
       case 6:
-        words->insert(words->end(), {6, AnyHandle(), AnyHandle()});
+        if (kind.bindings) {
+          words->insert(words->end(), {6, AnyHandle(), AnyHandle()});
+        }
         break;
       case 7: {
-        const uint32_t n = Below(5);
+        const uint32_t n = kind.bindings ? Below(5) : 0;
         words->insert(words->end(), {7, n});
         for (uint32_t i = 0; i < 2 * n; ++i) {
           words->push_back(AnyHandle());
@@ -314,11 +331,11 @@ class RandomScene {
   }
 
   void WriteCommands() {
-    if (Chance(0.3)) {
+    if (Chance(calm ? 0.9 : 0.3)) {
       return;
     }
     std::vector<uint32_t> words;
-    const uint32_t count = Below(40);
+    const uint32_t count = Below(calm ? 3 : 40);
     for (uint32_t i = 0; i < count; ++i) {
       OneCommand(&words);
     }
@@ -335,6 +352,51 @@ class RandomScene {
     };
     write(model.commandWords.data());
     write(world.CommandWords());
+  }
+
+  // In calm scenes every fourth entity is kept for roots, and is nobody's child: roots under
+  // parents are rare.
+  bool StandsAlone(uint32_t handle) { return kind.calm && ranks[handle] % 4 == 0; }
+
+  // What an embedding program may do to an entity between frames.
+  void CallNatively() {
+    const uint32_t handle = AnyHandle();
+    ReferenceEntity* expected = model.Find(handle);
+    if (expected == nullptr) {
+      return;
+    }
+    Entity& entity = world.At(handle);
+    const bool flag = Chance(0.5);
+    const size_t logged = model.log.size();
+    OutputRecorder output;
+    // The last two are rare: what they do, a scene never forgets.
+    switch (Chance(0.97) ? Below(4) : 4 + Below(2)) {
+      case 0:
+        model.MarkDirty(expected, flag);
+        entity.PropagateMarkDirty(flag);
+        break;
+      case 1:
+        model.UpdateTree(expected, 0);
+        entity.UpdateTree();
+        break;
+      case 2:
+        model.UpdateWorldSubtree(expected, 0);
+        entity.UpdateWorldSubtree();
+        break;
+      case 3:
+        model.RefreshChain(expected);
+        entity.RefreshChain();
+        break;
+      case 4:
+        model.MarkSubtree(expected);
+        entity.MarkSubtreeDirty();
+        break;
+      default:
+        expected->active = flag;
+        entity.SetActive(flag);
+        break;
+    }
+    EXPECT_EQ(model.log.substr(logged), output.Text());
   }
 
   void CompareLists() {
@@ -400,10 +462,15 @@ class RandomScene {
     EXPECT_TRUE(SameFloats(numbers, actualNumbers.data())) << "shared record";
   }
 
+  // Frames in which a calm scene is built, like any other.
+  static constexpr int kFramesToBuild = 4;
+
   World world;
   ReferenceScene model;
   std::mt19937 random;
   const SceneKind kind;
+  int frames = 0;
+  bool calm = false;  // in this frame
   std::vector<uint32_t> handles;
   std::map<uint32_t, uint32_t> ranks;  // links go from lower to higher, where cycles are unwanted
   std::vector<uint32_t> written;       // handles whose records script wrote of late
@@ -460,6 +527,21 @@ TEST(WorldTransformModelTest, LongScenesGiveTheBytesOfTheModel) {
   SceneKind kind;
   kind.longLists = true;
   RunScenes(6000, Rounds(20), 150, kind);
+}
+
+TEST(WorldTransformModelTest, CalmScenesGiveTheBytesOfTheModel) {
+  SceneKind kind;
+  kind.calm = true;
+  kind.bindings = false;
+  RunScenes(7000, Rounds(400), 60, kind);
+  kind.longLists = true;
+  RunScenes(8000, Rounds(100), 60, kind);
+}
+
+TEST(WorldTransformModelTest, CalmScenesWithBindingsGiveTheBytesOfTheModel) {
+  SceneKind kind;
+  kind.calm = true;
+  RunScenes(9000, Rounds(200), 60, kind);
 }
 
 // The same scene, its dirty lists once as they are and once filled up with handles that name
