@@ -53,7 +53,8 @@ class ReferenceScene {
   void Refresh();
   void RefreshEntity(uint32_t handle);
 
-  // The operations of an entity that a program may call between frames; `depth` starts at 0.
+  // The operations that a program may call between frames; `depth` starts at 0.
+  void MarkListed(bool deep);
   void MarkDirty(ReferenceEntity* entity, bool deep);
   void MarkSubtree(ReferenceEntity* entity);
   void UpdateTree(ReferenceEntity* entity, size_t depth);
@@ -80,7 +81,6 @@ class ReferenceScene {
   void ResetSubtree(ReferenceEntity* entity);
   void Sync();
   void Bump(ReferenceEntity* entity);
-  void MarkListed(bool deep);
   void ComputeWorld(ReferenceEntity* entity);
   void Publish(ReferenceEntity* entity);
   void UpdateLocal(ReferenceEntity* entity);

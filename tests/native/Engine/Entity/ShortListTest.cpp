@@ -183,6 +183,14 @@ TEST_F(ShortListTest, WhatIsMarkedBetweenFramesIsComputedToo) {
   EXPECT_EQ((Numbers{4, 10, 0}), world.WorldPosition(e + 6));
 }
 
+TEST_F(ShortListTest, AListThatWasMarkedAheadOfTheFrameIsComputedInIt) {
+  Change(4);
+  world.System()->MarkDirtyEntities(false);
+  world.Refresh();
+  EXPECT_EQ((Handles{1, 1, 1, 1, 2, 1, 1}), WorldVersions());
+  EXPECT_EQ(Handles(kTree, 0), Marks());
+}
+
 TEST_F(ShortListTest, ARootThatWasResetIsComputedWithoutBeingListed) {
   Change(4);
   world.Refresh();

@@ -268,6 +268,18 @@ class RandomScene {
     }
   }
 
+  // Roots of those that are kept for it, and a parent for most others.
+  void LinkMost(std::vector<uint32_t>* words) {
+    for (const uint32_t handle : handles) {
+      const uint32_t other = handles[Below(static_cast<uint32_t>(handles.size()))];
+      if (StandsAlone(handle)) {
+        words->insert(words->end(), {1, handle});
+      } else if (ranks[other] < ranks[handle]) {
+        words->insert(words->end(), {2, other, handle});
+      }
+    }
+  }
+
   void OneCommand(std::vector<uint32_t>* words) {
     switch (Below(20)) {
       case 0:
@@ -339,6 +351,9 @@ class RandomScene {
     for (uint32_t i = 0; i < count; ++i) {
       OneCommand(&words);
     }
+    if (kind.calm && !calm) {
+      LinkMost(&words);
+    }
     uint32_t bytes = static_cast<uint32_t>(words.size()) * 4;
     if (bytes >= 8 && Chance(0.2)) {
       bytes -= 1 + Below(7);  // a last command that is cut short
@@ -358,7 +373,7 @@ class RandomScene {
   // parents are rare.
   bool StandsAlone(uint32_t handle) { return kind.calm && ranks[handle] % 4 == 0; }
 
-  // What an embedding program may do to an entity between frames.
+  // What an embedding program may do between frames.
   void CallNatively() {
     const uint32_t handle = AnyHandle();
     ReferenceEntity* expected = model.Find(handle);
@@ -370,7 +385,7 @@ class RandomScene {
     const size_t logged = model.log.size();
     OutputRecorder output;
     // The last two are rare: what they do, a scene never forgets.
-    switch (Chance(0.97) ? Below(4) : 4 + Below(2)) {
+    switch (Chance(0.97) ? Below(5) : 5 + Below(2)) {
       case 0:
         model.MarkDirty(expected, flag);
         entity.PropagateMarkDirty(flag);
@@ -388,6 +403,10 @@ class RandomScene {
         entity.RefreshChain();
         break;
       case 4:
+        model.MarkListed(flag);
+        world.System()->MarkDirtyEntities(flag);
+        break;
+      case 5:
         model.MarkSubtree(expected);
         entity.MarkSubtreeDirty();
         break;
