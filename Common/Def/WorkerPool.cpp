@@ -1,6 +1,9 @@
 // The worker loop, and the posting and waiting side of a pool.
 #include "Common/Def/WorkerPool.h"
 
+#include <pthread.h>
+#include <sched.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -79,7 +82,9 @@ WorkerPool::WorkerPool(uint32_t threadCount)
     : state(std::make_shared<WorkerPoolState>()),
       threadCount(threadCount),
       // 0 stands for an unknown number of processors.
-      parallelism(std::min(threadCount, std::max(1u, std::thread::hardware_concurrency()))) {
+      parallelism(std::min(threadCount, std::max(1u, std::thread::hardware_concurrency()))),
+      needsAllProcessors(std::thread::hardware_concurrency() > 1 &&
+                         std::thread::hardware_concurrency() <= threadCount) {
   threads.reserve(threadCount);
   for (uint32_t i = 0; i < threadCount; ++i) {
     threads.emplace_back([shared = state] { shared->Work(); });
@@ -100,9 +105,25 @@ void WorkerPool::PostAll(Task* tasks, size_t count) {
       // A post waits until the current WaitIdle has ended.
       MutexLock waitLock(state->waitMutex);
     }
+    if (needsAllProcessors) {
+      KeepOneWorkerHere();
+    }
     state->queue.Append(tasks, count);
   }
   state->taskAvailable.Broadcast();
+}
+
+void WorkerPool::KeepOneWorkerHere() {
+  const int processor = sched_getcpu();
+  if (processor == boundProcessor || processor < 0 || processor >= CPU_SETSIZE) {
+    return;
+  }
+  boundProcessor = processor;
+  cpu_set_t processors;
+  CPU_ZERO(&processors);
+  CPU_SET(processor, &processors);
+  // Where this is not allowed, the worker stays with the others.
+  pthread_setaffinity_np(threads.front().native_handle(), sizeof(processors), &processors);
 }
 
 void WorkerPool::WaitIdle() {

@@ -51,10 +51,19 @@ class WorkerPool {
   uint32_t Parallelism() const { return parallelism; }
 
  private:
+  // Where all processors are needed, that of who posts must take its share of a batch, and is free
+  // to, since who posts waits. But the scheduler sees it busy when the workers wake up, queues them
+  // all for the others, and would move one back long after a batch of some ten microseconds has
+  // ended. So one worker is bound to the processor that the calling thread runs on. While not
+  // stopped.
+  void KeepOneWorkerHere();
+
   std::vector<std::thread> threads;
   std::shared_ptr<WorkerPoolState> state;  // co-owned by each thread
   const uint32_t threadCount;
   const uint32_t parallelism;
+  const bool needsAllProcessors;
+  int boundProcessor = -1;  // of the worker that is bound; -1 for none
 };
 
 }  // namespace nq::engine

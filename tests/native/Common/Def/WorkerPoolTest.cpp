@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -13,11 +14,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <future>
 #include <memory>
 #include <mutex>
 #include <random>
 #include <set>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -53,6 +56,78 @@ TEST(WorkerPoolTest, NoMoreTasksRunAtOnceThanThereAreThreadsAndProcessors) {
   EXPECT_EQ(WorkerPool(1).Parallelism(), 1u);
   const uint32_t expected = processors == 0 ? 1 : processors;
   EXPECT_EQ(WorkerPool(4).Parallelism(), expected > 4 ? 4 : expected);
+}
+
+// The processors that this thread may run on, and those of all other threads of the process.
+class Processors {
+ public:
+  Processors() {
+    cpu_set_t set;
+    sched_getaffinity(0, sizeof(set), &set);
+    for (int processor = 0; processor < CPU_SETSIZE; ++processor) {
+      if (CPU_ISSET(processor, &set) != 0) {
+        all.push_back(processor);
+      }
+    }
+  }
+  ~Processors() { RunOn(all); }
+
+  static void RunOn(const std::vector<int>& processors) {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    for (const int processor : processors) {
+      CPU_SET(processor, &set);
+    }
+    sched_setaffinity(0, sizeof(set), &set);
+  }
+
+  // How many threads may run on `processor` only.
+  static int ThreadsBoundTo(int processor) {
+    int bound = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+      cpu_set_t set;
+      CPU_ZERO(&set);
+      sched_getaffinity(std::stoi(entry.path().filename()), sizeof(set), &set);
+      bound += CPU_COUNT(&set) == 1 && CPU_ISSET(processor, &set) != 0 ? 1 : 0;
+    }
+    return bound;
+  }
+
+  std::vector<int> all;
+};
+
+TEST(WorkerPoolTest, WhereAllProcessorsAreNeededOneWorkerStaysWithWhoPosts) {
+  const Processors processors;
+  WorkerPool pool(std::max(2u, std::thread::hardware_concurrency()));
+  for (int round = 0; round < 2; ++round) {
+    for (const int processor : processors.all) {
+      Processors::RunOn({processor});
+      const int before = Processors::ThreadsBoundTo(processor);
+      std::atomic<int> ran{0};
+      for (int i = 0; i < 3; ++i) {
+        Post(&pool, [&ran] { ++ran; });
+        pool.WaitIdle();
+      }
+      EXPECT_EQ(ran, 3);
+      // With a single processor there is nothing to choose.
+      EXPECT_EQ(Processors::ThreadsBoundTo(processor),
+                before + (processors.all.size() == 1 ? 0 : 1));
+      Processors::RunOn(processors.all);
+    }
+  }
+}
+
+TEST(WorkerPoolTest, WhereAProcessorIsToSpareWorkersRunAnywhere) {
+  const Processors processors;
+  WorkerPool pool(std::max(1u, std::thread::hardware_concurrency() - 1));
+  for (const int processor : processors.all) {
+    Processors::RunOn({processor});
+    const int before = Processors::ThreadsBoundTo(processor);
+    Post(&pool, [] {});
+    pool.WaitIdle();
+    EXPECT_EQ(Processors::ThreadsBoundTo(processor), before);
+    Processors::RunOn(processors.all);
+  }
 }
 
 TEST(WorkerPoolTest, WaitingWithNothingPostedReturnsAtOnce) {
