@@ -115,15 +115,19 @@ class EntitySystem {
   EngineCore* const core;  // not counted
 
  private:
-  // SyncLocalTransform, and `meanwhile` on the calling thread while the workers are at it.
-  template <typename Meanwhile>
-  void SyncLocalTransformAnd(Meanwhile meanwhile);
+  // SyncLocalTransform, and `mark` of each listed entity on the calling thread while the workers
+  // are at it.
+  template <typename Mark>
+  void SyncLocalTransformAnd(Mark mark);
+
+  // Asks for the links of the entity of an entry of the dirty list, if it is not past the last.
+  void PrefetchLinks(uint32_t entry, uint32_t last) const;
 
   // The world pass: over all that is marked below the roots, or over what the first `listed`
   // entries of the dirty list have marked.
   void UpdateRoots();
   bool MayKeepToPaths(uint32_t listed) const;
-  void MarkPaths(uint32_t listed);
+  void MarkPath(uint32_t handle);
   void UpdatePaths(uint32_t listed);
 
   TransformTree tree;
@@ -132,7 +136,7 @@ class EntitySystem {
   std::vector<Entity*> roots;
   bool rootsStandAlone = false;   // none had a parent at the last walk from the roots
   uint32_t boundCount = 0;        // entities that are bound to a bone
-  std::vector<uint32_t> paths;    // ancestors that MarkPaths has marked
+  std::vector<uint32_t> paths;    // ancestors that MarkPath has marked
   DirtyEntityList dirtyEntities;  // with `dirtyLock`
   MemoryBlock dirtyEntitiesBlock;
   MemoryBlock entityCommandsBlock;

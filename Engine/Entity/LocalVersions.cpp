@@ -12,14 +12,13 @@ constexpr uint8_t kClimbing = 2;
 
 }  // namespace
 
-// Counts the noted bumps on their entities.
+// Moves the recent bumps to the pending ones.
 void LocalVersions::Gather() {
-  for (const uint32_t handle : noted) {
-    if (tree->Version(handle).pending++ == 0) {
-      pending.push_back(handle);
-    }
+  for (const uint32_t handle : bumped) {
+    uint8_t& recent = tree->Links(handle).recentBumps;
+    tree->Version(handle).pending += recent;
+    recent = 0;
   }
-  noted.clear();
 }
 
 // Parents may form a cycle, and a bump of an entity on it reaches all that hangs on the cycle, each
@@ -92,18 +91,18 @@ void LocalVersions::Spread(uint32_t top) {
 
 void LocalVersions::SpreadAll() {
   Gather();
-  for (const uint32_t handle : pending) {
+  for (const uint32_t handle : bumped) {
     if (tree->Version(handle).pending != 0) {
       Spread(TopmostPending(handle));
     }
   }
-  for (const uint32_t handle : pending) {
+  for (const uint32_t handle : bumped) {
     for (uint32_t climbed = handle; climbed != 0 && tree->Links(climbed).climbed != kNotClimbed;
          climbed = tree->Links(climbed).parent) {
       tree->Links(climbed).climbed = kNotClimbed;
     }
   }
-  pending.clear();
+  bumped.clear();
 }
 
 }  // namespace nq::engine

@@ -2,7 +2,6 @@
 #ifndef NQ_ENGINE_ENTITY_LOCALVERSIONS_H_
 #define NQ_ENGINE_ENTITY_LOCALVERSIONS_H_
 
-#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -11,9 +10,12 @@
 namespace nq::engine {
 
 // Each entry of the dirty list raises the local version of its entity and of all below it. A walk
-// of the subtree per entry would make a frame quadratic, so a bump is only noted here, and spread
+// of the subtree per entry would make a frame quadratic, so a bump is only counted here, and spread
 // when somebody asks for a version or the links are about to change. One pass then settles any
 // number of bumps, and visits an entity once.
+//
+// Bumps are counted in a byte beside the links, which who bumps mostly marks too, so that they
+// touch no memory of their own; what does not fit goes to LocalVersion::pending.
 //
 // Script thread only.
 class LocalVersions {
@@ -22,10 +24,13 @@ class LocalVersions {
 
   // Raises the version of `handle`'s entity and of all below it by 1.
   void Bump(uint32_t handle) {
-    // Touches nothing of the entity: a frame's entries are spread over memory that no cache holds.
-    noted.push_back(handle);
-    if (noted.size() == kMaxNoted) {
-      Gather();
+    uint8_t& recent = tree->Links(handle).recentBumps;
+    if (recent == 0 && tree->Version(handle).pending == 0) {
+      bumped.push_back(handle);
+    }
+    ++recent;
+    if (recent == 0) {
+      tree->Version(handle).pending += kRecentLimit;
     }
   }
 
@@ -38,14 +43,14 @@ class LocalVersions {
   // Spreads all bumps. Must be called before a link changes or an entity goes, since a bump is
   // meant for the tree as it was.
   void Settle() {
-    if (!noted.empty() || !pending.empty()) {
+    if (!bumped.empty()) {
       SpreadAll();
     }
   }
 
  private:
-  // Bumps that are noted before they are gathered: as many as two full dirty lists and some.
-  static constexpr size_t kMaxNoted = 32768;
+  // Where a count of recent bumps is back at 0.
+  static constexpr uint32_t kRecentLimit = 256;
 
   void Gather();
   void SpreadAll();
@@ -54,8 +59,7 @@ class LocalVersions {
   void Spread(uint32_t top);
 
   const TransformTree* const tree;
-  std::vector<uint32_t> noted;    // a handle for each bump that is not yet in LocalVersion::pending
-  std::vector<uint32_t> pending;  // handles of entities with pending bumps, each once
+  std::vector<uint32_t> bumped;  // handles of entities with bumps to spread, each once
 };
 
 }  // namespace nq::engine

@@ -36,6 +36,7 @@ struct TransformLinks {
   uint8_t hasBoundEntities : 1;
   uint8_t isRoot : 1;   // stands in the root list at least once
   uint8_t climbed : 2;  // mark of the climb that spreads versions
+  uint8_t recentBumps;  // see LocalVersions
 
   uint8_t DirtyState() const { return dirtyState.load(std::memory_order_relaxed); }
   void SetDirtyState(uint8_t state) { dirtyState.store(state, std::memory_order_relaxed); }

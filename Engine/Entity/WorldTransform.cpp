@@ -187,9 +187,9 @@ void Entity::RefreshChain() {
 }
 
 // The tasks read records and write local matrices. Version bumps and marks touch neither, so the
-// script thread does them, by `meanwhile`, while the workers wake up and run.
-template <typename Meanwhile>
-void EntitySystem::SyncLocalTransformAnd(Meanwhile meanwhile) {
+// script thread does them, the marks by `mark`, while the workers wake up and run.
+template <typename Mark>
+void EntitySystem::SyncLocalTransformAnd(Mark mark) {
   const uint32_t n = dirtyEntities.Count();
   const bool onWorkers = n >= workerCount * kMinDirtyEntriesPerWorker;
   if (onWorkers) {
@@ -205,31 +205,32 @@ void EntitySystem::SyncLocalTransformAnd(Meanwhile meanwhile) {
     SyncDirtyRange(0, n);
   }
   for (uint32_t i = 1; i <= n; ++i) {
+    PrefetchLinks(i + kPrefetchEntries, n);
     const uint32_t handle = dirtyEntities.Entry(i);
     if (tree.Contains(handle)) {
       versions.Bump(handle);
+      mark(handle);
     }
   }
-  meanwhile();
   if (onWorkers) {
     workerPool->WaitIdle();
   }
 }
 
 void EntitySystem::SyncLocalTransform() {
-  SyncLocalTransformAnd([] {});
+  SyncLocalTransformAnd([](uint32_t) {});
 }
 
 void EntitySystem::RefreshWorldTransform() {
   RunEntityCommands(false);
   const uint32_t listed = dirtyEntities.Count();
-  if (MayKeepToPaths(listed)) {
-    SyncLocalTransformAnd([this, listed] { MarkPaths(listed); });
-    dirtyEntities.Clear();
+  const bool keepsToPaths = MayKeepToPaths(listed);
+  paths.clear();
+  SyncLocalTransformAnd([this](uint32_t handle) { MarkPath(handle); });
+  dirtyEntities.Clear();
+  if (keepsToPaths) {
     UpdatePaths(listed);
   } else {
-    SyncLocalTransformAnd([this] { MarkDirtyEntities(false); });
-    dirtyEntities.Clear();
     UpdateRoots();
   }
 }
@@ -256,34 +257,21 @@ bool EntitySystem::MayKeepToPaths(uint32_t listed) const {
          std::any_of(roots.begin(), roots.end(), [](const Entity* root) { return root->active(); });
 }
 
-// Marks as MarkDirtyEntities does, and notes the ancestors that it marks: each after those above
-// it, except for what was marked before.
-void EntitySystem::MarkPaths(uint32_t listed) {
-  paths.clear();
-  for (uint32_t i = 1; i <= listed; ++i) {
-    if (i + kPrefetchEntries <= listed) {
-      const uint32_t ahead = dirtyEntities.Entry(i + kPrefetchEntries);
-      if (tree.Contains(ahead)) {
-        __builtin_prefetch(&tree.Links(ahead), 1);
-      }
+// Marks as TransformTree::MarkDirty does, and notes the ancestors that it marks: each after those
+// above it, except for what was marked before.
+void EntitySystem::MarkPath(uint32_t handle) {
+  TransformLinks* links = &tree.Links(handle);
+  links->SetDirtyState(kDirtySelf);
+  const auto lowest = static_cast<std::ptrdiff_t>(paths.size());
+  while (links->parent != 0) {
+    const uint32_t parent = links->parent;
+    links = &tree.Links(parent);
+    if (!links->MarkBelowAlone()) {
+      break;
     }
-    const uint32_t handle = dirtyEntities.Entry(i);
-    if (!tree.Contains(handle)) {
-      continue;
-    }
-    TransformLinks* links = &tree.Links(handle);
-    links->SetDirtyState(kDirtySelf);
-    const auto lowest = static_cast<std::ptrdiff_t>(paths.size());
-    while (links->parent != 0) {
-      const uint32_t parent = links->parent;
-      links = &tree.Links(parent);
-      if (!links->MarkBelowAlone()) {
-        break;
-      }
-      paths.push_back(parent);
-    }
-    std::reverse(paths.begin() + lowest, paths.end());
+    paths.push_back(parent);
   }
+  std::reverse(paths.begin() + lowest, paths.end());
 }
 
 void EntitySystem::UpdatePaths(uint32_t listed) {
@@ -320,7 +308,8 @@ void EntitySystem::RefreshEntity(uint32_t handle) {
     return;
   }
   RunEntityCommands(true);
-  SyncLocalTransformAnd([this] { MarkDirtyEntities(true); });
+  SyncLocalTransformAnd(
+      [this](uint32_t handle) { tree.EntityOf(handle)->PropagateMarkDirty(true); });
   dirtyEntities.Clear();
   entity->RefreshChain();
 }
@@ -348,19 +337,18 @@ void EntitySystem::SyncDirtyRange(uint32_t start, uint32_t count) {
 void EntitySystem::MarkDirtyEntities(bool deep) {
   const uint32_t n = dirtyEntities.Count();
   for (uint32_t i = 1; i <= n; ++i) {
-    if (i + kPrefetchEntries <= n) {
-      const uint32_t ahead = dirtyEntities.Entry(i + kPrefetchEntries);
-      if (tree.Contains(ahead)) {
-        __builtin_prefetch(&tree.Links(ahead), 1);
-      }
-    }
     const uint32_t handle = dirtyEntities.Entry(i);
     if (tree.Contains(handle)) {
-      if (deep) {
-        tree.EntityOf(handle)->PropagateMarkDirty(true);
-      } else {
-        tree.MarkDirty(handle);
-      }
+      tree.EntityOf(handle)->PropagateMarkDirty(deep);
+    }
+  }
+}
+
+void EntitySystem::PrefetchLinks(uint32_t entry, uint32_t last) const {
+  if (entry <= last) {
+    const uint32_t handle = dirtyEntities.Entry(entry);
+    if (tree.Contains(handle)) {
+      __builtin_prefetch(&tree.Links(handle), 1);
     }
   }
 }

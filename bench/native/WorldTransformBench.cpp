@@ -143,7 +143,7 @@ void BM_SyncDirtyRange(benchmark::State& state) {
 }
 BENCHMARK(BM_SyncDirtyRange)->Apply(Lists);
 
-// Noting of version bumps. Nobody asks for a version meanwhile, as in most games.
+// Counting of version bumps. Nobody asks for a version meanwhile, as in most games.
 void BM_BumpLocalVersions(benchmark::State& state) {
   ListedScene listed(state);
   engine::LocalVersions& versions = listed.scene.System()->Versions();
@@ -156,7 +156,7 @@ void BM_BumpLocalVersions(benchmark::State& state) {
 }
 BENCHMARK(BM_BumpLocalVersions)->Apply(Lists);
 
-// The bumps of a frame noted and spread: somebody asks for a version in each.
+// The bumps of a frame counted and spread: somebody asks for a version in each.
 void BM_SettleLocalVersions(benchmark::State& state) {
   ListedScene listed(state);
   engine::LocalVersions& versions = listed.scene.System()->Versions();

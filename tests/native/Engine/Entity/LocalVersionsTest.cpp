@@ -248,7 +248,20 @@ TEST_F(LocalVersionsTest, ABumpOnAParentCycleReachesEachEntityOnce) {
   EXPECT_EQ((Versions{4, 4, 4, 6, 8, 5}), VersionsOf(e, 6));
 }
 
-TEST_F(LocalVersionsTest, MoreBumpsThanAreNotedAllCount) {
+TEST_F(LocalVersionsTest, MoreBumpsThanAByteHoldsAllCount) {
+  for (const uint32_t bumps : {1u, 254u, 255u, 256u, 257u, 511u, 512u, 513u, 1000u}) {
+    const uint32_t e = world.Add3D(3);
+    LinkAll(e, {{0, 1}, {1, 2}});
+    for (uint32_t i = 0; i < bumps; ++i) {
+      world.At(e + 1).BumpLocalVersion();
+    }
+    EXPECT_EQ((Versions{0, bumps, bumps}), VersionsOf(e, 3));
+    world.At(e + 1).BumpLocalVersion();
+    EXPECT_EQ((Versions{0, bumps + 1, bumps + 1}), VersionsOf(e, 3));
+  }
+}
+
+TEST_F(LocalVersionsTest, ManyBumpsWithoutALookBetweenAllCount) {
   const uint32_t e = world.Add3D(2);
   LinkAll(e, {{0, 1}});
   for (int i = 0; i < 100000; ++i) {
