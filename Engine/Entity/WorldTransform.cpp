@@ -337,9 +337,15 @@ void EntitySystem::SyncDirtyRange(uint32_t start, uint32_t count) {
 void EntitySystem::MarkDirtyEntities(bool deep) {
   const uint32_t n = dirtyEntities.Count();
   for (uint32_t i = 1; i <= n; ++i) {
+    PrefetchLinks(i + kPrefetchEntries, n);
     const uint32_t handle = dirtyEntities.Entry(i);
     if (tree.Contains(handle)) {
-      tree.EntityOf(handle)->PropagateMarkDirty(deep);
+      // An entity's record is memory of its own, which shallow marks need not touch.
+      if (deep) {
+        tree.EntityOf(handle)->PropagateMarkDirty(true);
+      } else {
+        tree.MarkDirty(handle);
+      }
     }
   }
 }

@@ -48,11 +48,53 @@ double Now() {
   return static_cast<double>(std::chrono::duration_cast<std::chrono::nanoseconds>(time).count());
 }
 
-// range: shape, nodes, dirty nodes. What changes is written outside the measured time. Counters are
-// nanoseconds per dirty node: `sync` local matrices with their hand-over and the version bumps,
-// `mark` the marks, `world` the walk. A frame of more nodes than the list holds is passed in
-// several calls, the root held inactive until the last.
+// Runs `step` for each dirty list of a frame, the root held inactive until the last if the frame
+// takes several. Returns what the steps took, in nanoseconds.
+template <typename Step>
+double RunFrame(BenchScene* scene, const std::vector<uint32_t>& dirty, Step step) {
+  EntitySystem* system = scene->System();
+  const bool held = dirty.size() > kDirtyListCapacity;
+  double measured = 0;
+  for (size_t from = 0; from < dirty.size(); from += kDirtyListCapacity) {
+    const size_t to = std::min<size_t>(dirty.size(), from + kDirtyListCapacity);
+    scene->List(dirty, from, to);
+    const double start = Now();
+    if (held && from == 0) {
+      system->Deactivate(scene->Handle(0));
+    }
+    if (held && to == dirty.size()) {
+      system->Activate(scene->Handle(0), false);
+    }
+    step();
+    measured += Now() - start;
+  }
+  return measured;
+}
+
+// range: shape, nodes, dirty nodes. What changes is written outside the measured time. The counter
+// is nanoseconds per dirty node.
 void BM_RefreshWorldTransform(benchmark::State& state) {
+  const Shape shape = static_cast<Shape>(state.range(0));
+  const uint32_t nodes = static_cast<uint32_t>(state.range(1));
+  BenchScene scene(shape, nodes);
+  const std::vector<uint32_t> dirty = DirtyNodes(nodes, static_cast<uint32_t>(state.range(2)));
+  double total = 0;
+  float position = 0;
+  for (auto _ : state) {
+    position += 0.125f;
+    scene.Move(dirty, position);
+    const double measured =
+        RunFrame(&scene, dirty, [&scene] { scene.System()->RefreshWorldTransform(); });
+    total += measured;
+    state.SetIterationTime(measured * 1e-9);
+  }
+  state.counters["entry"] = total / static_cast<double>(state.iterations() * dirty.size());
+  state.SetLabel(ShapeName(shape));
+}
+
+// The same by its parts, one after the other, and with a walk from the root in any case: `sync`
+// local matrices with their hand-over and the version bumps, `mark` the marks, `world` the walk.
+void BM_FrameByParts(benchmark::State& state) {
   const Shape shape = static_cast<Shape>(state.range(0));
   const uint32_t nodes = static_cast<uint32_t>(state.range(1));
   BenchScene scene(shape, nodes);
@@ -65,30 +107,18 @@ void BM_RefreshWorldTransform(benchmark::State& state) {
   for (auto _ : state) {
     position += 0.125f;
     scene.Move(dirty, position);
-    double measured = 0;
-    const bool held = dirty.size() > kDirtyListCapacity;
-    for (size_t from = 0; from < dirty.size(); from += kDirtyListCapacity) {
-      const size_t to = std::min<size_t>(dirty.size(), from + kDirtyListCapacity);
-      scene.List(dirty, from, to);
+    const double measured = RunFrame(&scene, dirty, [&] {
       const double start = Now();
-      if (held && from == 0) {
-        system->Deactivate(scene.Handle(0));
-      }
-      if (held && to == dirty.size()) {
-        system->Activate(scene.Handle(0), false);
-      }
       system->SyncLocalTransform();
       const double synced = Now();
       system->MarkDirtyEntities(false);
       const double marked = Now();
       system->ClearDirtyEntities();
       scene.Root()->UpdateTree();
-      const double end = Now();
       sync += synced - start;
       mark += marked - synced;
-      world += end - marked;
-      measured += end - start;
-    }
+      world += Now() - marked;
+    });
     state.SetIterationTime(measured * 1e-9);
   }
   const double entries = static_cast<double>(state.iterations() * dirty.size());
@@ -111,6 +141,7 @@ void Trees(benchmark::internal::Benchmark* benchmark) {
   benchmark->Args({static_cast<int64_t>(Shape::kChain), 10000, 100});
 }
 BENCHMARK(BM_RefreshWorldTransform)->Apply(Trees)->UseManualTime();
+BENCHMARK(BM_FrameByParts)->Apply(Trees)->UseManualTime();
 
 // Dirty lists of 1,000 and 10,000 nodes all over a tree of 100,000, or the first so many of it.
 void Lists(benchmark::internal::Benchmark* benchmark) {
