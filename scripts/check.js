@@ -22,7 +22,7 @@ const { nativeSources, nodeModule, prettierArguments } = require('./lib/sources'
 
 // The suites that run code on several threads, or check that it gives the same bytes.
 const threadedSuites =
-  'WorkerPool|EngineRuntime|MemoryAllocator|WorldTransform|EntitySystem|DirtyEntityList|Animation|Controller|[Bb]atch|transform';
+  'ConditionVariable|WorkerPool|EngineRuntime|MemoryAllocator|WorldTransform|EntitySystem|DirtyEntityList|Animation|Controller|[Bb]atch|transform';
 
 const exportedSymbols = ['_register_nq_logic_', 'node_register_module_v72'];
 

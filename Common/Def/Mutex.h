@@ -2,9 +2,14 @@
 #ifndef NQ_COMMON_DEF_MUTEX_H_
 #define NQ_COMMON_DEF_MUTEX_H_
 
+#include <linux/futex.h>
 #include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
-#include <condition_variable>
+#include <atomic>
+#include <climits>
+#include <cstdint>
 #include <mutex>
 
 #if defined(__clang__)
@@ -52,7 +57,6 @@ class NQ_CAPABILITY("mutex") Mutex {
   }
 
  private:
-  friend class ConditionVariable;
   std::mutex mutex_;
 };
 
@@ -68,20 +72,42 @@ class NQ_SCOPED_CAPABILITY MutexLock {
   Mutex& mutex_;
 };
 
+// Wakes all threads that wait, by the system's futex. The standard one holds a broadcast back until
+// all that the last one woke have run, which is as long as a processor takes to wake up; batches
+// that follow each other closely would wait for that each time.
 class ConditionVariable {
  public:
-  // Releases `mutex`, sleeps, and holds it again on return. May return without a broadcast.
-  void Wait(Mutex& mutex) NQ_REQUIRES(mutex) {
-    std::unique_lock<std::mutex> held(mutex.mutex_, std::adopt_lock);
-    condition_.wait(held);
-    held.release();
+  ConditionVariable() = default;
+  ConditionVariable(const ConditionVariable&) = delete;
+  ConditionVariable& operator=(const ConditionVariable&) = delete;
+
+  // Releases `mutex`, sleeps until a broadcast, and holds it again on return. May return without a
+  // broadcast. Waiters of one condition variable share one mutex, a Mutex but in tests.
+  template <typename AnyMutex>
+  void Wait(AnyMutex& mutex) NQ_REQUIRES(mutex) {
+    waiters_.fetch_add(1);
+    const uint32_t seen = broadcasts_.load();
+    mutex.Unlock();
+    // Returns at once if there has been a broadcast since.
+    syscall(SYS_futex, &broadcasts_, FUTEX_WAIT_PRIVATE, seen, nullptr, nullptr, 0);
+    mutex.Lock();
+    waiters_.fetch_sub(1);
   }
 
-  void Broadcast() { condition_.notify_all(); }
+  // With or without the mutex, after a change that was made with it. Who holds the mutex later sees
+  // the change; who waited before is among the waiters.
+  void Broadcast() {
+    broadcasts_.fetch_add(1);
+    if (waiters_.load() != 0) {
+      syscall(SYS_futex, &broadcasts_, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
+    }
+  }
 
  private:
-  std::condition_variable condition_;
+  std::atomic<uint32_t> broadcasts_{0};
+  std::atomic<uint32_t> waiters_{0};
 };
+static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t), "the word that a futex is");
 
 }  // namespace nq::engine
 
