@@ -76,9 +76,10 @@ void PrefetchWorldMatrix(const TransformTree& tree, uint32_t handle) {
   __builtin_prefetch(batch.localMatrices[index].m);
   __builtin_prefetch(batch.worldMatrices[index].m, 1);
   __builtin_prefetch(batch.worldVersions + index, 1);
-  const uint8_t* published = batch.SharedRecord(index) + offsetof(Entity3DRecord, worldMatrix);
-  __builtin_prefetch(published, 1);
-  __builtin_prefetch(published + sizeof(Entity3DRecord::worldMatrix) - 1, 1);
+  // Both ends of what is published, more or less: the matrix is the second half of a record.
+  const uint8_t* record = batch.SharedRecord(index);
+  __builtin_prefetch(record + batch.sharedStride / 2, 1);
+  __builtin_prefetch(record + batch.sharedStride - 1, 1);
 }
 
 // Walks `top` and all below it in preorder. `visit` returns whether to go on to the children. A
