@@ -134,7 +134,7 @@ inline __attribute__((always_inline, target("avx2"))) __m256 RoundUnsurely(__m25
   // The error of a number just below a power of two, 2^13 of its last place, when those 29 bits
   // fill a word. 2^28 is the least integer then.
   constexpr int32_t kMargin = 1 << 16;
-  static_assert(kSeriesError * (1ull << 56) == kMargin, "eight times the last places");
+  static_assert(kSeriesError * 0x1p56 == kMargin, "eight times the last places");
   const __m256i words = _mm256_castps_si256(
       _mm256_shuffle_ps(_mm256_castpd_ps(a), _mm256_castpd_ps(b), _MM_SHUFFLE(2, 0, 2, 0)));
   const __m256i place = _mm256_add_epi32(_mm256_slli_epi32(words, 3), _mm256_set1_epi32(kMargin));
