@@ -42,6 +42,11 @@ class ShortListTest : public WorldTest {
     world.MoveTo(e + entity, 1, 10, 0);
     world.Dirty(e + entity);
   }
+  void ChangeAll(const Handles& entities) {
+    for (const uint32_t entity : entities) {
+      Change(entity);
+    }
+  }
 
   Handles Marks() {
     Handles marks;
@@ -68,9 +73,7 @@ TEST_F(ShortListTest, AListedEntityTakesAlongAllBelowItOnceAndNothingElse) {
   const std::vector<Handles> lists = {{3, 2}, {2, 3}, {2, 4, 2}, {4, 3, 2}};
   uint32_t version = 1;
   for (const Handles& list : lists) {
-    for (const uint32_t entity : list) {
-      Change(entity);
-    }
+    ChangeAll(list);
     world.Refresh();
     ++version;
     EXPECT_EQ((Handles{1, 1, version, version, version, 1, 1}), WorldVersions());
@@ -81,14 +84,11 @@ TEST_F(ShortListTest, AListedEntityTakesAlongAllBelowItOnceAndNothingElse) {
 
 TEST_F(ShortListTest, EntitiesAsideOfEachOtherAndARootAreComputedFromAnyOrder) {
   for (const Handles& list : std::vector<Handles>{{6, 4}, {4, 6}}) {
-    for (const uint32_t entity : list) {
-      Change(entity);
-    }
+    ChangeAll(list);
     world.Refresh();
   }
   EXPECT_EQ((Handles{1, 1, 1, 1, 3, 1, 3}), WorldVersions());
-  Change(6);
-  Change(0);
+  ChangeAll({6, 0});
   world.Refresh();
   EXPECT_EQ((Handles{2, 2, 2, 2, 4, 2, 4}), WorldVersions());
   EXPECT_EQ(Handles(kTree, 0), Marks());
@@ -115,13 +115,11 @@ TEST_F(ShortListTest, BelowAnInactiveEntityMarksStayUntilItIsActivated) {
 TEST_F(ShortListTest, AListedInactiveEntityKeepsItsMark) {
   world.Deactivate(e + 3);
   world.Refresh();
-  Change(3);
-  Change(4);
+  ChangeAll({3, 4});
   world.Refresh();
   EXPECT_EQ((Handles{0, 0, 0, 2, 2, 0, 0}), Marks());
   // Computing what is above passes over it.
-  Change(1);
-  Change(4);
+  ChangeAll({1, 4});
   world.Refresh();
   EXPECT_EQ((Handles{0, 0, 0, 2, 2, 0, 0}), Marks());
   EXPECT_EQ((Handles{1, 2, 2, 1, 1, 2, 2}), WorldVersions());
@@ -133,8 +131,7 @@ TEST_F(ShortListTest, UnderAnInactiveRootNothingIsComputedUnderAnotherItIs) {
   world.Dirty(other);
   world.Deactivate(e);
   world.Refresh();
-  Change(6);
-  Change(50);
+  ChangeAll({6, 50});
   world.Refresh();
   EXPECT_EQ((Handles{1, 1, 0, 0, 0, 1, 2}), Marks());
   EXPECT_EQ(2u, world.At(other).worldVersion());
@@ -144,8 +141,7 @@ TEST_F(ShortListTest, UnderAnInactiveRootNothingIsComputedUnderAnotherItIs) {
 TEST_F(ShortListTest, ATreeUnderNoRootIsComputedWhenItBecomesOne) {
   world.Link(e + 60, e + 61);
   world.Refresh();
-  Change(60);
-  Change(61);
+  ChangeAll({60, 61});
   world.Refresh();
   EXPECT_EQ(2u, world.At(e + 61).dirtyState());
   EXPECT_EQ(0u, world.At(e + 61).worldVersion());
@@ -238,14 +234,11 @@ TEST_F(ShortListTest, MarksBelowACleanEntityAreMetByTheNextWalkThatComesThere) {
 TEST_F(ShortListTest, FollowersOfBonesAreListedInTheOrderOfTheTree) {
   world.Bind(e + 80, e + 4);
   world.Bind(e + 90, e + 6);
-  Change(4);
-  Change(6);
+  ChangeAll({4, 6});
   world.Refresh();
   for (const Handles& list : std::vector<Handles>{{6, 4}, {4, 6}}) {
     world.DirtyWords()[0] = 0;
-    for (const uint32_t entity : list) {
-      Change(entity);
-    }
+    ChangeAll(list);
     world.Refresh();
     EXPECT_EQ((Handles{e + 80, e + 90}), world.DirtyList());
   }
