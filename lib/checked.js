@@ -3,6 +3,7 @@
 // memory that a call reads, is verified first. What would fault, end the process or be ignored in
 // silence throws a TypeError or RangeError in words; then no native code has run and nothing was
 // written. docs/checked.md tells what is verified, what is not, and how long objects live.
+const { types } = require('util');
 const { readClip } = require('./clip');
 const layout = require('./layout');
 const args = require('./checked/arguments');
@@ -256,14 +257,19 @@ for (const type of [Engine, EngineWithMatrixFlow]) {
 
 /** True for what getEngine returned: `new engine.constructor()` has no buffers. */
 function isEngine(value) {
-  return (
-    typeof value === 'object' &&
-    value !== null &&
-    Object.prototype.toString.call(value) === '[object Engine]' &&
-    ['dirtyEntities', 'entityCommands', 'cullingResult'].every(
-      (name) => Object.prototype.toString.call(value[name]) === '[object ArrayBuffer]'
-    )
-  );
+  try {
+    return (
+      typeof value === 'object' &&
+      value !== null &&
+      Object.prototype.toString.call(value) === '[object Engine]' &&
+      ['dirtyEntities', 'entityCommands', 'cullingResult'].every((name) =>
+        types.isArrayBuffer(value[name])
+      )
+    );
+  } catch (error) {
+    // A property of the value threw.
+    return false;
+  }
 }
 
 function makeChecked(engine) {

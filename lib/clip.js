@@ -2,7 +2,7 @@
 // Animation clips as bytes: writes and reads what createDataModel(1, bytes) takes. The format is
 // described, offset by offset, in docs/content.md.
 const { sampleTypes } = require('./layout');
-const { isObject, kLargestU32, show } = require('./value-checks');
+const { isArray, isInstance, isObject, kLargestU32, show } = require('./value-checks');
 
 const kHeaderBytes = 16;
 const kCurveBytes = 12;
@@ -93,24 +93,24 @@ function checkFloat(label, property, value) {
 }
 
 function isColumns(keys) {
-  return !Array.isArray(keys);
+  return !isArray(keys);
 }
 
 /** Throws unless the keys of a curve are an array, or columns of one length; returns their number. */
 function checkKeyContainer(label, keys) {
-  if (Array.isArray(keys)) {
+  if (isArray(keys)) {
     return keys.length;
   }
   if (!isObject(keys)) {
     const cure = 'give an array of keys, or { frames, values, inTangents, outTangents }';
     throw new TypeError(`${label}: keys is ${show(keys)}: ${cure}.`);
   }
-  if (!(keys.frames instanceof Uint32Array)) {
+  if (!isInstance(keys.frames, Uint32Array)) {
     throw new TypeError(`${label}: keys.frames is ${show(keys.frames)}: give a Uint32Array.`);
   }
   for (const property of ['values', 'inTangents', 'outTangents']) {
     const column = keys[property];
-    if (!(column instanceof Float32Array)) {
+    if (!isInstance(column, Float32Array)) {
       throw new TypeError(`${label}: keys.${property} is ${show(column)}: give a Float32Array.`);
     }
     if (column.length !== keys.frames.length) {
@@ -214,7 +214,7 @@ function checkClip(clip) {
     throw new RangeError(`${label}: ${trouble}: give a rate up to ${2 ** 24}.`);
   }
   checkWhole(label, 'frameCount', frameCount, 1);
-  if (!Array.isArray(curves)) {
+  if (!isArray(curves)) {
     throw new TypeError(`${label}: curves is ${show(curves)}: give an array of curves.`);
   }
   const targets = new Map();
@@ -275,7 +275,7 @@ function viewOf(label, bytes) {
   if (ArrayBuffer.isView(bytes)) {
     return new DataView(bytes.buffer, bytes.byteOffset, bytes.byteLength);
   }
-  if (bytes instanceof ArrayBuffer || bytes instanceof SharedArrayBuffer) {
+  if (isInstance(bytes, ArrayBuffer) || isInstance(bytes, SharedArrayBuffer)) {
     return new DataView(bytes);
   }
   const cure = 'give an ArrayBuffer or a view of one';

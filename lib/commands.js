@@ -12,6 +12,7 @@ const {
   checkHandles,
   failWord,
   isArrayBuffer,
+  isInstance,
   isObject,
   kLargestU32,
   keepShape,
@@ -450,7 +451,7 @@ class MatrixFlowWriter extends StreamWriter {
     const words = wordsOf(label, commandBuffer, 'buffer', cure);
     super(label, commandBuffer, words, 'execute and reset it, or make a larger command buffer');
     const { blockSizes = null } = options;
-    if (blockSizes !== null && !(blockSizes instanceof Map)) {
+    if (blockSizes !== null && !isInstance(blockSizes, Map)) {
       const found = `blockSizes is ${show(blockSizes)}`;
       throw new TypeError(`${label}: ${found}: give a Map of bytes by memoryID.`);
     }

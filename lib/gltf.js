@@ -19,6 +19,7 @@ const {
   orderNodes,
 } = require('./gltf-check');
 const { convertAnimation } = require('./gltf-clip');
+const { isInstance } = require('./value-checks');
 
 const kLibrary = '@gltf-transform/core';
 const kMatrixFloats = 16;
@@ -140,7 +141,7 @@ async function readSource(source, name) {
     const bytes = Buffer.from(source.buffer, source.byteOffset, source.byteLength);
     return { label, bytes, folder: null };
   }
-  if (source instanceof ArrayBuffer || source instanceof SharedArrayBuffer) {
+  if (isInstance(source, ArrayBuffer) || isInstance(source, SharedArrayBuffer)) {
     return { label, bytes: Buffer.from(source), folder: null };
   }
   throw new TypeError('importGltf: the source is neither a path nor bytes: give one of them.');

@@ -4,12 +4,32 @@
 
 const kLargestU32 = 0xffffffff;
 
-/** A value in a message. */
+const byteLengthOf = Object.getOwnPropertyDescriptor(ArrayBuffer.prototype, 'byteLength').get;
+
+/** `Array.isArray`, and false for a revoked proxy, about which that throws. */
+function isArray(value) {
+  try {
+    return Array.isArray(value);
+  } catch (error) {
+    return false;
+  }
+}
+
+/** `instanceof`, and false for a revoked proxy, about which that throws. */
+function isInstance(value, type) {
+  try {
+    return value instanceof type;
+  } catch (error) {
+    return false;
+  }
+}
+
+/** A value in a message. Runs no code of the value. */
 function show(value) {
   if (typeof value === 'string') {
     return `'${value}'`;
   }
-  if (Array.isArray(value)) {
+  if (isArray(value)) {
     return 'an array';
   }
   if (typeof value === 'function') {
@@ -25,8 +45,14 @@ function isObject(value) {
   return typeof value === 'object' && value !== null;
 }
 
+/** True for array buffers of any realm, whatever properties they have. */
 function isArrayBuffer(value) {
-  return Object.prototype.toString.call(value) === '[object ArrayBuffer]';
+  try {
+    byteLengthOf.call(value);
+    return true;
+  } catch (error) {
+    return false;
+  }
 }
 
 /** Throws for what is no 32-bit word. */
@@ -40,10 +66,10 @@ function failWord(label, name, value) {
 
 /** Throws unless there are handles: a Uint32Array, or an array of words. */
 function checkHandles(label, name, handles) {
-  if (handles instanceof Uint32Array) {
+  if (ArrayBuffer.isView(handles) && handles instanceof Uint32Array) {
     return;
   }
-  if (!Array.isArray(handles)) {
+  if (!isArray(handles)) {
     const cure = 'give a Uint32Array or an array of handles';
     throw new TypeError(`${label}: ${name} is ${show(handles)}: ${cure}.`);
   }
@@ -66,4 +92,14 @@ function keepShape(object) {
   kept.push(object);
 }
 
-module.exports = { checkHandles, failWord, isArrayBuffer, isObject, kLargestU32, keepShape, show };
+module.exports = {
+  checkHandles,
+  failWord,
+  isArray,
+  isArrayBuffer,
+  isInstance,
+  isObject,
+  kLargestU32,
+  keepShape,
+  show,
+};

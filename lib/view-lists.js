@@ -5,6 +5,7 @@ const { batchList, controllerMask, handles, targetGroup, targetLists } = require
 const {
   checkHandles,
   failWord,
+  isArray,
   isArrayBuffer,
   isObject,
   keepShape,
@@ -234,10 +235,10 @@ class TargetListsView {
    */
   constructor(counts, spareWords = 0) {
     const label = 'TargetListsView';
-    if (!Array.isArray(counts) || counts.length === 0) {
+    if (!isArray(counts) || counts.length === 0) {
       const cure = 'give an array with the number of targets of each clip';
       throw new TypeError(
-        `${label}: counts is ${Array.isArray(counts) ? 'empty' : show(counts)}: ${cure}.`
+        `${label}: counts is ${isArray(counts) ? 'empty' : show(counts)}: ${cure}.`
       );
     }
     counts.forEach((count, i) => {
@@ -287,7 +288,7 @@ class TargetListsView {
    */
   static from(groups, spareWords = 0) {
     const label = 'TargetListsView.from';
-    if (!Array.isArray(groups) || !groups.every(isObject)) {
+    if (!isArray(groups) || !groups.every(isObject)) {
       const cure = 'give an array of { clip, entities }';
       throw new TypeError(`${label}: groups is ${show(groups)}: ${cure}.`);
     }

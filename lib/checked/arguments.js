@@ -4,6 +4,15 @@ const { types } = require('util');
 
 const kLargestU32 = 0xffffffff;
 
+/** Name of the class that an object says it is of; some throw when they are asked. */
+function classOf(value) {
+  try {
+    return Array.isArray(value) ? 'Array' : Object.prototype.toString.call(value).slice(8, -1);
+  } catch (error) {
+    return 'Object';
+  }
+}
+
 /** A value in a message. */
 function show(value) {
   if (typeof value === 'string') {
@@ -18,12 +27,9 @@ function show(value) {
   if (typeof value !== 'object' || value === null) {
     return Object.is(value, -0) ? '-0' : String(value);
   }
-  if (Array.isArray(value)) {
-    return 'an array';
-  }
-  const name = Object.prototype.toString.call(value).slice(8, -1);
-  if (name === 'Object') {
-    return 'an object';
+  const name = classOf(value);
+  if (name === 'Array' || name === 'Object') {
+    return `an ${name.toLowerCase()}`;
   }
   return `${/^[AEIOU]/.test(name) && !/^Uint/.test(name) ? 'an' : 'a'} ${name}`;
 }

@@ -1,6 +1,7 @@
 'use strict';
 // The clip writer and reader: the bytes, the order of channels, and what they say about mistakes.
 const assert = require('assert');
+const { hostileObjects } = require('./lib/hostile');
 const fc = require('fast-check');
 const { buildClip, readClip, sampleTypes, stepTangent } = require('../../lib/clip');
 
@@ -155,6 +156,15 @@ describe('clip reader', () => {
       assert.deepStrictEqual(readClip(bytes), description);
     }
     assert.deepStrictEqual(readClip(whole, 'run'), Object.assign({ name: 'run' }, description));
+  });
+
+  it('refuses what holds no bytes', () => {
+    for (const value of [7, {}, ...hostileObjects()]) {
+      assert.throws(() => readClip(value), {
+        name: 'TypeError',
+        message: /^clip: its bytes are (7|an object): give an ArrayBuffer or a view of one\.$/,
+      });
+    }
   });
 
   it('refuses a name that is no string', () => {
@@ -317,6 +327,18 @@ describe('mistakes in a clip', () => {
       TypeError,
       `clip 'walk': framesPerSecond is '30', not a number: ${whole} 1 to 4294967295.`,
     ],
+    ...hostileObjects().map((hostile, i) => [
+      `curves that throw when they are looked at, ${i}`,
+      clipWith({ curves: hostile }),
+      TypeError,
+      "clip 'walk': curves is an object: give an array of curves.",
+    ]),
+    ...hostileObjects().map((frames, i) => [
+      `frames that throw when they are looked at, ${i}`,
+      clipWith({ curves: [{ target: 0, type: 1, keys: { frames } }] }),
+      TypeError,
+      `${one}: keys.frames is an object: give a Uint32Array.`,
+    ]),
     ...[0, 0.5, -30, 29.97, NaN, Infinity].map((rate) => [
       `a rate of ${rate}`,
       clipWith({ framesPerSecond: rate }),

@@ -5,6 +5,7 @@ const fc = require('fast-check');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
+const { hostileObjects } = require('./lib/hostile');
 const { readClip } = require('../../lib/clip');
 const { GltfError, importGltf } = require('../../lib/gltf');
 const {
@@ -1340,6 +1341,15 @@ describe('words about bad files', () => {
       });
     });
   }
+
+  it('tell of a source that throws when it is looked at', async () => {
+    for (const source of hostileObjects()) {
+      await assert.rejects(importGltf(source), {
+        name: 'TypeError',
+        message: 'importGltf: the source is neither a path nor bytes: give one of them.',
+      });
+    }
+  });
 
   it('tell of the library that is not there, and only on use', async () => {
     const lib = path.join(folder, 'lib');

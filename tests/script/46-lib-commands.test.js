@@ -3,6 +3,7 @@
 // makes of entity commands and dirty lists.
 const assert = require('assert');
 const { assertCleanExit, runScript } = require('./lib/child');
+const { hostileObjects } = require('./lib/hostile');
 const { modulePath } = require('./lib/host');
 const commands = require('../../lib/commands');
 
@@ -184,7 +185,17 @@ describe('EntityCommandWriter', () => {
   });
 
   it('wants an engine', () => {
-    for (const value of [undefined, 7, {}, { entityCommands: new Uint32Array(4) }]) {
+    const owners = [
+      new Uint32Array(4),
+      { [Symbol.toStringTag]: 'ArrayBuffer' },
+      ...hostileObjects(),
+    ];
+    for (const value of [
+      undefined,
+      7,
+      {},
+      ...owners.map((entityCommands) => ({ entityCommands })),
+    ]) {
       assert.throws(() => new EntityCommandWriter(value), {
         name: 'TypeError',
         message: /^EntityCommandWriter: .*not an ArrayBuffer: give an engine/,
@@ -672,7 +683,7 @@ describe('MatrixFlowWriter', () => {
       });
     }
     const buffer = new ArrayBuffer(64);
-    for (const blockSizes of [{}, [], 7]) {
+    for (const blockSizes of [{}, [], 7, ...hostileObjects()]) {
       assert.throws(() => new MatrixFlowWriter({ buffer }, { blockSizes }), {
         name: 'TypeError',
         message: /blockSizes is .*: give a Map of bytes by memoryID/,

@@ -4,6 +4,7 @@
 const assert = require('assert');
 const { addonPath, modulePath, sanitized } = require('./lib/host');
 const { collect, collectUntil } = require('./lib/collect');
+const { hostileObjects } = require('./lib/hostile');
 const { buildClip, sampleTypes } = require('../../lib/clip');
 const { DirtyListWriter, EntityCommandWriter } = require('../../lib/commands');
 const views = require('../../lib/views');
@@ -594,6 +595,8 @@ for (const { name, bytes, make, rows, indices, indexed, outs = {}, words = {} } 
         {},
         { id: 0 },
         { id: 4096, buffer: new Uint8Array(bytes) },
+        { id: 4096, buffer: { [Symbol.toStringTag]: 'ArrayBuffer' } },
+        ...hostileObjects().map((buffer) => ({ id: 4096, buffer })),
       ]) {
         const message = new RegExp(`^${name}: .*not an ArrayBuffer: give what create`);
         assertRefused(() => new Class(wrong, 1), TypeError, message);
@@ -1215,6 +1218,9 @@ describe('TargetListsView', () => {
       () =>
         new TargetListsView(...args);
     assertRefused(make(), TypeError, /counts is undefined/);
+    for (const hostile of hostileObjects()) {
+      assertRefused(make(hostile), TypeError, /counts is an object/);
+    }
     assertRefused(make([]), TypeError, /counts is empty/);
     assertRefused(make([1, -1]), RangeError, /counts\[1\] is -1/);
     assertRefused(make([1], 0.5), RangeError, /spareWords is 0\.5/);

@@ -5,6 +5,7 @@ const fs = require('fs');
 const { MessageChannel, MessagePort } = require('worker_threads');
 const { modulePath } = require('./lib/host');
 const { collect, collectUntil } = require('./lib/collect');
+const { hostileObjects } = require('./lib/hostile');
 const { Lab, assertWords, clipBytes, counted, frustum, targetLists } = require('./lib/checked');
 const { checked } = require('../../lib/checked');
 const { onCollected } = require('../../lib/checked/watch');
@@ -23,6 +24,7 @@ const noNumbers = [
   [[], 'an array'],
   [BigInt(7), 'the BigInt 7'],
   [Symbol('s'), 'Symbol(s)'],
+  ...hostileObjects().map((value) => [value, 'an object']),
 ];
 
 /** Numbers that are no counts. */
@@ -48,8 +50,28 @@ describe('checked', () => {
       [Object.create(engine), 'an object'],
       [new Proxy(engine, {}), 'an object'],
       [engine.createEntity(), 'an EngineEntity'],
+      ...hostileObjects().map((value) => [value, 'an object']),
     ]) {
       assertWords(() => checked(value), TypeError, 'checked', `engine is ${found}`, 'getEngine');
+    }
+  });
+
+  it('refuses what looks like an engine but for its buffers', () => {
+    const tagged = (properties) => Object.assign({ [Symbol.toStringTag]: 'Engine' }, properties);
+    const dirtyEntities = { [Symbol.toStringTag]: 'ArrayBuffer' };
+    const lookalike = tagged({
+      dirtyEntities,
+      entityCommands: dirtyEntities,
+      cullingResult: dirtyEntities,
+    });
+    const throwing = tagged({});
+    Object.defineProperty(throwing, 'dirtyEntities', {
+      get() {
+        throw new Error('from the getter');
+      },
+    });
+    for (const value of [lookalike, throwing]) {
+      assertWords(() => checked(value), TypeError, 'checked', 'engine is an Engine', 'getEngine');
     }
   });
 
@@ -129,6 +151,7 @@ describe('receivers of a checked engine', () => {
     [new native.constructor(), 'an Engine'],
     [entity, 'an EngineEntity'],
     [Object.create(engine), 'an Engine'],
+    ...hostileObjects().map((value) => [value, 'an object']),
   ];
 
   for (const name of Object.keys(Object.getPrototypeOf(native))) {
@@ -305,7 +328,7 @@ describe('createDataModel of a checked engine', () => {
 
   it('refuses what is no buffer', () => {
     const shared = new SharedArrayBuffer(64);
-    for (const value of [undefined, null, 7, 'bytes', [1, 2], shared]) {
+    for (const value of [undefined, null, 7, 'bytes', [1, 2], shared, ...hostileObjects()]) {
       lab.refuses(create(1, value), TypeError, 'createDataModel', 'data is', 'ArrayBuffer');
       lab.refuses(create(2, value), TypeError, 'createDataModel', 'data is', 'ArrayBuffer');
     }
@@ -417,7 +440,8 @@ describe('update methods of a checked engine', () => {
         (...args) =>
         () =>
           engine[method](...args);
-      for (const value of [undefined, null, 7, 'a', [1, id], new SharedArrayBuffer(8)]) {
+      const shared = new SharedArrayBuffer(8);
+      for (const value of [undefined, null, 7, 'a', [1, id], shared, ...hostileObjects()]) {
         lab.refuses(call(value), TypeError, method, 'handles is', 'ArrayBuffer');
       }
       for (const size of [0, 1, 3]) {

@@ -7,6 +7,7 @@ const path = require('path');
 const { spawnSync } = require('child_process');
 const { modulePath } = require('./lib/host');
 const { Lab, assertWords, counted, none, targetLists } = require('./lib/checked');
+const { hostileObjects } = require('./lib/hostile');
 const { cases, silences } = require('./lib/checked-ends');
 const { playScene } = require('./lib/checked-scene');
 const { checked } = require('../../lib/checked');
@@ -44,7 +45,8 @@ describe('target lists of a checked engine', () => {
 
     it(`are refused by ${method} in other things than an ArrayBuffer`, () => {
       const [buffer, ...rest] = targetLists([[clip.id, [id]]]);
-      for (const value of [undefined, null, 7, new Uint32Array(buffer), new DataView(buffer)]) {
+      const views = [new Uint32Array(buffer), new DataView(buffer)];
+      for (const value of [undefined, null, 7, ...views, ...hostileObjects()]) {
         lab.refuses(
           call(value, ...rest, ...mode),
           TypeError,
