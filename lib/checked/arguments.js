@@ -4,6 +4,24 @@ const { types } = require('util');
 
 const kLargestU32 = 0xffffffff;
 
+/**
+ * Reads a property of a class's objects as the host keeps it, and so as native code sees it. Script can put
+ * properties of the same name on an object, or on a class derived from it.
+ */
+function getterOf(type, name) {
+  const { get } = Object.getOwnPropertyDescriptor(type.prototype, name);
+  return (object) => get.call(object);
+}
+
+function rangeGetters(type) {
+  return ['buffer', 'byteOffset', 'byteLength'].map((name) => getterOf(type, name));
+}
+
+/** Bytes of an ArrayBuffer; 0 for one that was transferred away. */
+const byteLengthOf = getterOf(ArrayBuffer, 'byteLength');
+const typedArrayGetters = rangeGetters(Object.getPrototypeOf(Uint8Array));
+const dataViewGetters = rangeGetters(DataView);
+
 /** Name of the class that an object says it is of; some throw when they are asked. */
 function classOf(value) {
   try {
@@ -63,13 +81,14 @@ function checkBlockBytes(call, what, bytes) {
   }
 }
 
-/** The bytes of a buffer in a range, or a complaint if the buffer was detached. */
-function rangeOf(call, name, buffer, offset, length) {
+/** A DataView, or a complaint if its buffer was detached. */
+function viewOf(call, name, getRange) {
   try {
-    return new Uint8Array(buffer, offset, length);
+    // A DataView of a detached buffer would not throw.
+    const { buffer, byteOffset, byteLength } = new Uint8Array(...getRange());
+    return new DataView(buffer, byteOffset, byteLength);
   } catch (error) {
-    const range = `bytes ${offset} to ${offset + length} of a buffer of ${buffer.byteLength}`;
-    const trouble = `is a view of ${range}, or of one that was transferred away`;
+    const trouble = 'is a buffer that was transferred away, or a view of one';
     throw new RangeError(`${call}: ${name} ${trouble}: give one whose bytes are there.`);
   }
 }
@@ -86,8 +105,7 @@ function bytesOfBuffer(call, name, value) {
     const trouble = `${name} is ${show(value)}, and only an ArrayBuffer counts`;
     throw new TypeError(`${call}: ${trouble}: ${cure}.`);
   }
-  const bytes = rangeOf(call, name, value, 0, value.byteLength);
-  return new DataView(bytes.buffer);
+  return viewOf(call, name, () => [value]);
 }
 
 /**
@@ -102,9 +120,15 @@ function bytesOfData(call, name, value) {
     }
     return bytesOfBuffer(call, name, value);
   }
-  const { buffer, byteOffset, byteLength } = value;
-  const bytes = rangeOf(call, name, buffer, byteOffset, byteLength);
-  return new DataView(bytes.buffer, bytes.byteOffset, bytes.byteLength);
+  const getters = types.isDataView(value) ? dataViewGetters : typedArrayGetters;
+  return viewOf(call, name, () => getters.map((get) => get(value)));
+}
+
+/** A copy of an ArrayBuffer. `slice` would ask the buffer for its class, which script can set. */
+function copyOfBuffer(buffer) {
+  const copy = new Uint8Array(byteLengthOf(buffer));
+  copy.set(new Uint8Array(buffer));
+  return copy.buffer;
 }
 
 /**
@@ -136,11 +160,13 @@ function readCounted(call, name, bytes, least) {
 }
 
 module.exports = {
+  byteLengthOf,
   bytesOfBuffer,
   bytesOfData,
   checkBlockBytes,
   checkNumber,
   checkWhole,
+  copyOfBuffer,
   readCounted,
   show,
 };

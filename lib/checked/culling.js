@@ -2,7 +2,14 @@
 // The culling calls: their arguments, the records that they read, and the buffer of the V2 methods.
 const { MessageChannel } = require('worker_threads');
 const layout = require('../layout');
-const { bytesOfBuffer, checkNumber, checkWhole, readCounted } = require('./arguments');
+const {
+  byteLengthOf,
+  bytesOfBuffer,
+  checkNumber,
+  checkWhole,
+  copyOfBuffer,
+  readCounted,
+} = require('./arguments');
 
 const { cullingObject, handles: kHandles } = layout;
 
@@ -102,22 +109,27 @@ function detach(buffer) {
 class ResultBuffer {
   constructor(engine) {
     this._engine = engine;
-    this.buffer = engine.cullingResult.slice(0);
+    this.buffer = copyOfBuffer(engine.cullingResult);
   }
 
   /** Runs a V2 method. What script wrote into the buffer is there for it, as it would be natively. */
   run(method, args) {
-    if (this.buffer.byteLength === this._engine.cullingResult.byteLength) {
+    const size = byteLengthOf(this.buffer);
+    const fits = size === byteLengthOf(this._engine.cullingResult);
+    if (fits) {
       new Uint8Array(this._engine.cullingResult).set(new Uint8Array(this.buffer));
     }
     const replaced = method.apply(this._engine, args);
-    const bytes = new Uint8Array(this._engine.cullingResult);
-    if (replaced || this.buffer.byteLength !== bytes.length) {
-      detach(this.buffer);
-      this.buffer = bytes.slice().buffer;
-    } else {
-      new Uint8Array(this.buffer).set(bytes);
+    const result = this._engine.cullingResult;
+    if (!replaced && fits) {
+      new Uint8Array(this.buffer).set(new Uint8Array(result));
+      return replaced;
     }
+    // Script may have transferred its copy away.
+    if (size !== 0) {
+      detach(this.buffer);
+    }
+    this.buffer = copyOfBuffer(result);
     return replaced;
   }
 }

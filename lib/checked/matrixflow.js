@@ -4,6 +4,7 @@
 // for those that native code would let run past a block. It stops where native code stops with a
 // result, which then tells it.
 const { matrixFlowCommands: types } = require('../layout');
+const { copyOfBuffer } = require('./arguments');
 
 const kCall = 'execute';
 const kWordBytes = 4;
@@ -90,7 +91,7 @@ class DryRun {
   _copyOf(label, memoryID) {
     if (!this._copies.has(memoryID)) {
       const { buffer } = this._block(label, memoryID);
-      this._copies.set(memoryID, new DataView(buffer.slice(0)));
+      this._copies.set(memoryID, new DataView(copyOfBuffer(buffer)));
     }
     return this._copies.get(memoryID);
   }

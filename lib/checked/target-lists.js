@@ -22,10 +22,12 @@ function readTargetLists(call, registry, least, [buffer, byteOffset, clipCount, 
   checkWhole(call, 'clipCount', clipCount, least);
   checkWhole(call, 'targetWords', targetWords, least);
   const needed = byteOffset + 4 * (clipCount + targetWords);
-  if (bytes.byteLength < needed) {
+  if (bytes.byteLength < needed || bytes.byteLength === 0) {
     const sum = `${clipCount} + ${targetWords} words from byte ${byteOffset} end at ${needed}`;
     const trouble = `${sum}, and buffer has ${bytes.byteLength} bytes`;
-    throw new RangeError(`${call}: ${trouble}: give a buffer that holds the lists.`);
+    throw new RangeError(
+      `${call}: ${trouble}: give a buffer that holds the lists, of at least one byte.`
+    );
   }
   const word = (index) => bytes.getUint32(byteOffset + 4 * index, true);
   const lists = new Map();

@@ -5,6 +5,7 @@ const fs = require('fs');
 const { MessageChannel, MessagePort } = require('worker_threads');
 const { modulePath } = require('./lib/host');
 const { collect, collectUntil } = require('./lib/collect');
+const { claiming } = require('./lib/checked-ends');
 const { hostileObjects } = require('./lib/hostile');
 const { Lab, assertWords, clipBytes, counted, frustum, targetLists } = require('./lib/checked');
 const { checked } = require('../../lib/checked');
@@ -465,6 +466,96 @@ describe('update methods of a checked engine', () => {
       }
     });
   }
+});
+
+describe('buffers with properties of their own, in a checked engine', () => {
+  const lab = new Lab(flow || nq);
+  const { engine } = lab;
+  const { id } = lab.entities(3);
+  const clip = lab.clip();
+  const binding = lab.binding([[clip.id, [id, id + 1]]]);
+  const controller = lab.controller(binding.id, [[2, 0]]);
+  const animators = [0, 1].map((i) => lab.animator([[clip.id]], [id + i]));
+  const batch = animators.map((animator) => animator.id);
+
+  /** What hides the real place of a view: another buffer, longer and sound. */
+  const elsewhere = (...words) => ({
+    buffer: Uint32Array.from(words).buffer,
+    byteOffset: 0,
+    byteLength: 4 * words.length,
+    length: words.length,
+  });
+
+  it('count by the bytes that native code reads', () => {
+    const short = () => Uint32Array.of(2, batch[0]);
+    class Longer extends Uint32Array {
+      get byteLength() {
+        return 12;
+      }
+      get buffer() {
+        return elsewhere(2, ...batch).buffer;
+      }
+    }
+    for (const handles of [
+      claiming(short(), elsewhere(2, ...batch)),
+      claiming(new DataView(short().buffer), elsewhere(2, ...batch)),
+      claiming(short().buffer, { byteLength: 12 }),
+      Longer.from(short()),
+    ]) {
+      const call = () => engine.updateAnimators(handles);
+      lab.refuses(call, RangeError, 'count of handles is 2, and its 8 bytes hold 1');
+    }
+    const sound = clipBytes();
+    const broken = new Uint8Array(sound.slice(0, -4));
+    claiming(broken, { buffer: sound, byteOffset: 0, byteLength: sound.byteLength });
+    lab.refuses(() => engine.createDataModel(1, broken), RangeError, 'keys end at byte');
+    const [buffer, ...rest] = targetLists([[clip.id, [id, id + 1]]]);
+    const cut = () => claiming(buffer.slice(0, -4), { byteLength: buffer.byteLength });
+    const create = () => engine.createAnimationClipBinding(cut(), ...rest, 1);
+    lab.refuses(create, RangeError, 'buffer has 12 bytes');
+    const update = () => binding.updateBinding(cut(), ...rest, 0, 0, 0);
+    lab.refuses(update, RangeError, 'buffer has 12 bytes');
+    const mask = claiming(new ArrayBuffer(4), { byteLength: 8 });
+    lab.refuses(() => controller.setMaskAtIndex(0, mask, 0, 1), RangeError, 'has 4 bytes');
+    const list = claiming(Uint32Array.of(2, id).buffer, { byteLength: 12 });
+    const cull = () => engine.frustumCulling(...frustum, list);
+    lab.refuses(cull, RangeError, 'count of list is 2, and its 8 bytes');
+  });
+
+  it('pass where only the properties are wrong', () => {
+    const nothing = { buffer: null, byteOffset: -1, byteLength: 0, length: 0 };
+    const handles = Uint32Array.of(2, ...batch);
+    lab.passes(() => engine.updateAnimators(claiming(handles, nothing)));
+    lab.passes(() => engine.updateAnimators(claiming(counted(...batch), { byteLength: 0 })));
+    lab.passes(() => engine.createDataModel(1, claiming(new Uint8Array(clipBytes()), nothing)));
+    const [buffer, ...rest] = targetLists([[clip.id, [id, id + 1]]]);
+    claiming(buffer, { byteLength: 0 });
+    lab.passes(() => engine.createAnimationClipBinding(buffer, ...rest, 1));
+  });
+
+  it('are refused when they were transferred away', () => {
+    const view = new DataView(new ArrayBuffer(64));
+    detach(view.buffer);
+    lab.refuses(() => engine.createDataModel(2, view), RangeError, 'data', 'transferred');
+  });
+
+  it('may be those of the engine', () => {
+    const own = checked((flow || nq).getEngine());
+    const result = claiming(own.cullingResult, { byteLength: 7, slice: null });
+    assert.strictEqual(own.frustumCullingV2(...frustum), false);
+    assert.strictEqual(own.cullingResult, result);
+    detach(result);
+    assert.strictEqual(own.frustumCullingV2(...frustum), false);
+    assert.strictEqual(own.cullingResult.byteLength, 8008);
+    if (flow !== null) {
+      const buffer = own.createMatrixFlowCommandBuffer(64);
+      claiming(buffer.buffer, { byteLength: 7, slice: null, constructor: null });
+      const words = new Uint32Array(buffer.buffer);
+      words.set([20, 1000, buffer.memoryID, 40, buffer.memoryID, 0]);
+      assert.strictEqual(buffer.execute(), 0);
+      assert.strictEqual(words[10], 20);
+    }
+  });
 });
 
 describe('objects of a checked engine', () => {

@@ -143,6 +143,9 @@ describe('target lists of a checked engine', () => {
     lab.refuses(noWords, RangeError, 'targetWords is 0', 'from 1');
     const emptied = () => binding.updateBinding(new ArrayBuffer(4), 0, 0, 0, 2, 0, 0);
     assert.strictEqual(lab.passes(emptied), true);
+    // Natively false, for a buffer without bytes.
+    const nowhere = () => binding.updateBinding(new ArrayBuffer(0), 0, 0, 0, 2, 0, 0);
+    lab.refuses(nowhere, RangeError, 'updateBinding', 'buffer has 0 bytes', 'at least one byte');
   });
 
   it('may be refused natively, by false, beyond the words of creation', () => {

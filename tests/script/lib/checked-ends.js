@@ -89,6 +89,14 @@ function commandBuffer(write) {
   };
 }
 
+/** The same object, with properties of its own that hide those of its class. */
+function claiming(object, properties) {
+  Object.keys(properties).forEach((name) => {
+    Object.defineProperty(object, name, { value: properties[name] });
+  });
+  return object;
+}
+
 const throwing = {
   valueOf() {
     throw new Error('from valueOf');
@@ -210,6 +218,22 @@ const cases = {
     type: RangeError,
     words: ['createDataModel: data has 60 bytes'],
     prepare: (engine) => () => engine.createDataModel(2, new ArrayBuffer(60)),
+  },
+  bonesOfAnOwnByteLength: {
+    way: 'abort',
+    type: RangeError,
+    words: ['createDataModel: data has 60 bytes'],
+    prepare: (engine) => () =>
+      engine.createDataModel(2, claiming(new Uint8Array(64).subarray(0, 60), { byteLength: 64 })),
+  },
+  handlesOfAnOwnBuffer: {
+    way: 'fault',
+    type: RangeError,
+    words: ['updateAnimators: handles has 0 bytes'],
+    prepare: (engine) => () =>
+      engine.updateAnimators(
+        claiming(new Uint32Array(0), { buffer: new ArrayBuffer(8), byteOffset: 0, byteLength: 8 })
+      ),
   },
   skinWithoutModel: {
     way: 'abort',
@@ -541,4 +565,4 @@ const silences = {
   },
 };
 
-module.exports = { cases, silences };
+module.exports = { cases, claiming, silences };
