@@ -217,7 +217,10 @@ function orderNodes(label, json) {
   while (stack.length > 0) {
     const index = stack.pop();
     order.push(index);
-    stack.push(...(nodes[index].children || []).slice().reverse());
+    const { children = [] } = nodes[index];
+    for (let i = children.length - 1; i >= 0; --i) {
+      stack.push(children[i]);
+    }
   }
   // With one parent each, what no root leads to goes round in a circle.
   if (order.length !== nodes.length) {

@@ -12,6 +12,9 @@ const kLargestLength = 0x7ffffffb;
 const kLargestBulk = 0x3fffffff;
 const kLeastDivisor = 2 ** -126;
 
+/** Most runs inside of each other. Each takes some 300 bytes of the stack, which has 4 MB in a worker. */
+const kLargestDepth = 10000;
+
 const { fround } = Math;
 
 /** Operations by component of two vectors of floats. */
@@ -58,13 +61,20 @@ for (const name of Object.keys(types)) {
 /** Ends a dry run where native code ends, with a result of its own. */
 const kStopped = Symbol('stopped');
 
+/** Handles on the way from a buffer to itself; of many, the first and the last. */
+function showCircle(ids) {
+  const shown = ids.length > 9 ? [...ids.slice(0, 4), '…', ...ids.slice(-4)] : ids;
+  return shown.join(' > ');
+}
+
 class DryRun {
   constructor({ registry, engine }) {
     this._registry = registry;
     this._shared = [engine.dirtyEntities, engine.entityCommands];
     /** Copies of blocks that were written, by memoryID. */
     this._copies = new Map();
-    this._running = [];
+    /** Entries whose runs have not ended, each called by the one ahead of it. */
+    this._running = new Set();
   }
 
   /** The block of a memoryID, or undefined. */
@@ -96,22 +106,42 @@ class DryRun {
     return this._copies.get(memoryID);
   }
 
-  /** Carries out the buffer of an entry. Returns kStopped if native code ends with a result there. */
-  run(entry, caller) {
-    const label = caller === '' ? kCall : caller;
-    if (this._running.includes(entry)) {
-      const chain = this._running.concat(entry).map(({ id }) => id);
-      const trouble = `command buffers call each other in a circle, ${chain.join(' > ')}`;
+  /** Carries out the buffer of an entry and all that it calls, up to where native code ends. */
+  run(entry) {
+    const runs = [this._begin(kCall, entry)];
+    while (runs.length !== 0) {
+      const run = runs[runs.length - 1];
+      if (run.at >= run.end) {
+        this._running.delete(run.entry);
+        runs.pop();
+        continue;
+      }
+      const callee = this._command(run);
+      if (callee === kStopped) {
+        return;
+      }
+      if (callee !== undefined) {
+        runs.push(callee);
+      }
+    }
+  }
+
+  /** A run at its first command: where the next one is, and where the stream ends. */
+  _begin(label, entry) {
+    if (this._running.has(entry)) {
+      const chain = [...this._running, entry].map(({ id }) => id);
+      const from = chain.indexOf(entry.id);
+      const circle = showCircle(chain.slice(from));
+      const trouble = `command buffers call each other in a circle, ${circle}`;
       throw new RangeError(`${label}: ${trouble}: call each from outside of its own run.`);
     }
-    this._running.push(entry);
-    const end = kWordBytes + this._length(label, entry);
-    let at = kWordBytes;
-    while (at !== kStopped && at < end) {
-      at = this._command(entry, at, end);
+    if (this._running.size === kLargestDepth) {
+      const trouble = `${kLargestDepth} command buffers call each other in a chain`;
+      throw new RangeError(`${label}: ${trouble}: execute parts of it by themselves.`);
     }
-    this._running.pop();
-    return at;
+    const end = kWordBytes + this._length(label, entry);
+    this._running.add(entry);
+    return { entry, at: kWordBytes, end };
   }
 
   _length(label, entry) {
@@ -132,8 +162,12 @@ class DryRun {
     return length;
   }
 
-  /** Carries out one command. Returns where the next one is, or kStopped. */
-  _command(entry, at, end) {
+  /**
+   * Carries out the next command of a run.
+   * @returns {?Object|symbol} the run that it calls, undefined if it calls none, or kStopped
+   */
+  _command(run) {
+    const { entry, at, end } = run;
     const view = this._block(kCall, entry.memoryID);
     const type = view.getInt32(at, true);
     const shape = shapes.get(type);
@@ -150,22 +184,20 @@ class DryRun {
     if (next > end) {
       return kStopped;
     }
-    let done;
+    run.at = next;
     if (type === types.call) {
-      done = this._call(label('call'), word(0));
-    } else if (type === types.bulkCopy) {
+      const callee = this._registry.find('commandBuffer', word(0));
+      return callee === undefined ? kStopped : this._begin(label('call'), callee);
+    }
+    let done;
+    if (type === types.bulkCopy) {
       done = this._bulkCopy(label('bulkCopy'), word);
     } else if (isPair) {
       done = this._copy(label(shape.name), shape, word);
     } else {
       done = this._compute(label(shape.name), shape, word);
     }
-    return done ? next : kStopped;
-  }
-
-  _call(label, handle) {
-    const callee = this._registry.find('commandBuffer', handle);
-    return callee !== undefined && this.run(callee, label) !== kStopped;
+    return done ? undefined : kStopped;
   }
 
   /**
@@ -263,7 +295,7 @@ class DryRun {
 
 /** Checks and carries out `execute`. */
 function execute(state, entry) {
-  new DryRun(state).run(entry, '');
+  new DryRun(state).run(entry);
   return entry.native.execute();
 }
 

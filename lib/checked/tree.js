@@ -145,7 +145,7 @@ class TreeModel {
     const pending = [handle];
     while (pending.length !== 0) {
       const at = pending.pop();
-      pending.push(...this._parents.keysOf(at));
+      this._parents.keysOf(at).forEach((child) => pending.push(child));
       this._reset(at);
     }
   }

@@ -790,6 +790,19 @@ describe('nodes and skins', () => {
       nodes.every(({ parent, fileIndex }, i) => parent === i - 1 && fileIndex === 19999 - i)
     );
   });
+
+  it('walks 130,000 children of a node in their order', async () => {
+    const count = 130000;
+    const children = Array.from({ length: count }, (_, i) => count - i);
+    const nodes = [{ children }, ...children.map(() => ({}))];
+    const json = { asset: { version: '2.0' }, nodes };
+    const model = await importGltf(Buffer.from(JSON.stringify(json)));
+    assert.strictEqual(model.nodes.length, count + 1);
+    model.nodes.forEach(({ parent, fileIndex }, i) => {
+      assert.strictEqual(parent, i === 0 ? -1 : 0);
+      assert.strictEqual(fileIndex, i === 0 ? 0 : count + 1 - i);
+    });
+  });
 });
 
 describe('what is left out', () => {

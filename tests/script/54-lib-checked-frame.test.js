@@ -5,7 +5,9 @@ const assert = require('assert');
 const fs = require('fs');
 const { modulePath } = require('./lib/host');
 const { collectUntil } = require('./lib/collect');
-const { Lab, counted, frustum, none, ortho } = require('./lib/checked');
+const { Lab, assertWords, counted, frustum, none, ortho } = require('./lib/checked');
+const { checked } = require('../../lib/checked');
+const { entity3D } = require('../../lib/layout');
 const { MatrixFlowWriter, matrixFlowResults } = require('../../lib/commands');
 
 const nq = require(modulePath);
@@ -112,6 +114,36 @@ describe('commands of a checked engine', () => {
     lab.refusesCommands([[2, id, flat.id]], RangeError, `parent ${id} is 3D`, '2D', 'InsertChild');
     lab.refusesCommands([[6, id, flat.id]], RangeError, `bone ${flat.id} 2D`, 'only a 3D');
     lab.refusesCommands([[6, flat.id, id]], RangeError, `entity ${flat.id} is 2D`, 'only a 3D');
+  });
+
+  it('may reset a subtree of any width, as in a plain engine', () => {
+    const [batches, size] = [33, 4000];
+    const results = [nq.getEngine(), checked(nq.getEngine())].map((engine) => {
+      const commands = new Uint32Array(engine.entityCommands);
+      const run = (...words) => {
+        commands.set([4 * words.length, ...words]);
+        engine.refreshWorldTransform();
+      };
+      const top = engine.createEntity(true);
+      run(1, top.id);
+      const children = [];
+      for (let i = 0; i < batches; ++i) {
+        const batch = engine.createEntity(true, size);
+        children.push(batch);
+        run(...[].concat(...Array.from({ length: size }, (_, k) => [2, top.id, batch.id + k])));
+      }
+      run(5, top.id);
+      // The top moves, and none of those that were its children is carried along.
+      const last = children[batches - 1];
+      new Float32Array(top.buffer).set([9, 0, 0, 1, 1, 1], 5);
+      new Uint32Array(engine.dirtyEntities).set([3, top.id, children[0].id, last.id + size - 1]);
+      run(1, children[0].id, 1, last.id + size - 1);
+      return [top, children[0], last].map(({ buffer }) => Buffer.from(buffer.slice(0)));
+    });
+    const [plain, guarded] = results;
+    assert.strictEqual(plain[0].readFloatLE(entity3D.worldMatrix + 4 * 12), 9);
+    assert.strictEqual(plain[1].readFloatLE(entity3D.worldMatrix + 4 * 12), 0);
+    plain.forEach((bytes, i) => assert(bytes.equals(guarded[i]), `block ${i}`));
   });
 
   it('are refused where they close a cycle of parents', () => {
@@ -519,6 +551,48 @@ suite('command buffers of a checked engine', () => {
       lab.passes(() => buffer.execute()),
       0
     );
+  });
+
+  /** Buffers of which each calls the one made ahead of it; the first writes a word into itself. */
+  function chain(engine, length) {
+    const buffers = [];
+    for (let i = 0; i < length; ++i) {
+      const buffer = engine.createMatrixFlowCommandBuffer(i === 0 ? 28 : 12);
+      const { memoryID } = buffer;
+      const first = [20, 1000, memoryID, 24, memoryID, 0];
+      new Uint32Array(buffer.buffer).set(i === 0 ? first : [8, 1, buffers[i - 1].id]);
+      buffers.push(buffer);
+    }
+    return buffers;
+  }
+
+  it('may call each other in a long chain, as in a plain one', () => {
+    for (const length of [3000, 10000]) {
+      for (const engine of [flow.getEngine(), checked(flow.getEngine())]) {
+        const buffers = chain(engine, length);
+        assert.strictEqual(buffers[length - 1].execute(), matrixFlowResults.done);
+        assert.strictEqual(new Uint32Array(buffers[0].buffer)[6], 20);
+      }
+    }
+  });
+
+  it('are refused where their chain is too long for the stack', () => {
+    const buffers = chain(checked(flow.getEngine()), 10001);
+    const call = () => buffers[10000].execute();
+    assertWords(call, RangeError, 'execute: command buffer 8192 at byte 4, call', '10000');
+    assert.strictEqual(new Uint32Array(buffers[0].buffer)[6], 0);
+  });
+
+  it('are refused where they call themselves in a long circle, from within a chain', () => {
+    const { lab, buffer } = fixture();
+    const buffers = chain(lab.engine, 200);
+    const [{ id: first }, { id: second }] = buffers;
+    const { id: last } = buffers[99];
+    new Uint32Array(buffers[0].buffer).set([8, 1, last]);
+    new MatrixFlowWriter(buffer).call(buffers[199].id);
+    const circle = [0, 1, 2, 3].map((i) => first - 4096 * i + 99 * 4096).join(' > ');
+    const words = [`${circle} > … > `, ` > ${second} > ${first} > ${last}`];
+    lab.refuses(() => buffer.execute(), RangeError, 'in a circle', ...words);
   });
 
   it('are refused where a short vector runs past its block', () => {
