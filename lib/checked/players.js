@@ -100,20 +100,29 @@ function checkSkinning(call, { registry }, entry) {
   return { entities: new Set() };
 }
 
-/** Adds the entities that one clip of a state moves. */
-function reachOfClip(binding, mask, handle, clip, entities) {
-  const list = binding.lists.get(handle);
-  if (list === undefined) {
-    return;
+/** Adds an entity that a state moves, unless it is gone or the mask keeps it off. */
+function addMoved(registry, mask, handle, entities) {
+  const batch = registry.find('entity', handle);
+  if (batch !== undefined && batch.is3D && mask.get(handle) !== 0) {
+    entities.add(handle);
   }
+}
+
+/** Adds the entities that one clip of a state moves. */
+function reachOfClip(registry, binding, mask, handle, clip, entities) {
+  const list = binding.lists.get(handle);
   for (let k = 0; k < list.length && k < clip.targetCount; ++k) {
-    if (binding.restPoses.has(list[k]) && mask.get(list[k]) !== 0) {
-      entities.add(list[k]);
+    if (binding.restPoses.has(list[k])) {
+      addMoved(registry, mask, list[k], entities);
     }
   }
 }
 
-/** Throws for a state that names what is no clip. */
+/**
+ * Throws for a state that names a clip whose object was collected after the binding took its list: natively
+ * nothing plays, until another clip gets the handle and plays on those targets. What has no list in the
+ * binding is skipped, whatever it names.
+ */
 function checkState(call, { registry }, entry, binding, mask, additive, entities) {
   const view = viewOf(entry);
   for (let k = 0; k < entry.clipCount; ++k) {
@@ -123,21 +132,17 @@ function checkState(call, { registry }, entry, binding, mask, additive, entities
     }
     const label = `${call}: state ${entry.id}, clip ${k}`;
     const handle = view.getUint32(at, true);
-    if (!isNone(handle)) {
+    if (binding.lists.has(handle)) {
       const clip = registry.require('clip', `${label}:`, handle);
-      reachOfClip(binding, mask, handle, clip, entities);
+      reachOfClip(registry, binding, mask, handle, clip, entities);
     }
     const reference = view.getUint32(at + controllerClip.referenceClip, true);
-    if (additive && !isNone(reference)) {
+    if (additive && binding.lists.has(reference)) {
       registry.require('clip', `${label}, reference:`, reference);
     }
   }
   if (!additive && view.getFloat32(controllerState.fillDefaults, true) !== 0) {
-    binding.restPoses.forEach((handle) => {
-      if (mask.get(handle) !== 0) {
-        entities.add(handle);
-      }
-    });
+    binding.restPoses.forEach((handle) => addMoved(registry, mask, handle, entities));
   }
 }
 

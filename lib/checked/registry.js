@@ -117,6 +117,12 @@ class Registry {
     return entry;
   }
 
+  /** The entry of a handle that native code still has, as far as is known: live, or let go and not collected. */
+  findNative(kind, handle) {
+    const entry = this._tables[kind].get(keyOf(handle));
+    return entry !== undefined && (handle & elementMask) < entry.count ? entry : undefined;
+  }
+
   /**
    * The live entry of a handle, or a complaint.
    * @param {string} label call and place of the handle

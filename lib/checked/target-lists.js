@@ -94,6 +94,12 @@ function noteCreation(state, entry, read, mode) {
   entry.restPoses = new Set(mode === addedModes.take ? read.entities : []);
 }
 
+/** True for an entity that native code finds, and takes for one in 3D. */
+function isThere3D({ registry }, handle) {
+  const batch = registry.findNative('entity', handle);
+  return batch !== undefined && batch.is3D;
+}
+
 /** After updateBinding has returned true. */
 function noteUpdate(state, entry, read, removedMode, keptMode, addedMode) {
   noteLists(state, entry, read);
@@ -102,7 +108,9 @@ function noteUpdate(state, entry, read, removedMode, keptMode, addedMode) {
   const keptPose = keptMode & ~kWriteBack;
   const after = new Set();
   before.forEach((handle) => {
-    if (!read.entities.has(handle) && removedPose === kKeepPose) {
+    const isLeft = !read.entities.has(handle) && removedPose === kKeepPose;
+    // Poses of entities that are gone go with the update.
+    if (isLeft && isThere3D(state, handle)) {
       after.add(handle);
     }
   });

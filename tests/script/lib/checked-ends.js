@@ -484,16 +484,6 @@ const silences = {
     type: RangeError,
     words: ['layer is 1'],
   },
-  stateOfNoClip: {
-    run: (engine) => {
-      const one = player(engine);
-      new Uint32Array(one.state.buffer)[3] += 4096;
-      return one.play();
-    },
-    native: 0,
-    type: RangeError,
-    words: ['clip 0', 'names no clip'],
-  },
   updateWithoutABuffer: {
     run: (engine) => {
       const { controller, play, entity } = player(engine);

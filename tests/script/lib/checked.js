@@ -34,15 +34,18 @@ const frustum = [0xffffffff, 0, 0, 10, 0, 0, 0, 0, 1, 0, 1, 1, 0.1, 100];
 const ortho = [0xffffffff, 0, 0, 10, 0, 0, 0, 0, 1, 0, -5, 5, -5, 5, 0.1, 100];
 
 class Lab {
-  /** @param {Object} module whose native engine is put under watch */
-  constructor(module) {
+  /**
+   * @param {Object} module whose native engine is put under watch
+   * @param {boolean} [isPlain] the engine is the native one, to compare with
+   */
+  constructor(module, isPlain = false) {
     this.nativeCalls = 0;
     this.native = module.getEngine();
     const prototype = Object.getPrototypeOf(this.native);
     for (const name of Object.keys(prototype)) {
       this._watch(this.native, name, (made) => this._watchMethods(made));
     }
-    this.engine = checked(this.native);
+    this.engine = isPlain ? this.native : checked(this.native);
     this.commands = new Uint32Array(this.engine.entityCommands);
     this.dirty = new Uint32Array(this.engine.dirtyEntities);
     /** Keeps what a test makes. */
