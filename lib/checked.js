@@ -12,6 +12,7 @@ const { refresh } = require('./checked/frame');
 const { adopt } = require('./checked/objects');
 const { checkBatch, players } = require('./checked/players');
 const { Registry } = require('./checked/registry');
+const { contentOf } = require('./checked/rest-poses');
 const { noteCreation, readTargetLists } = require('./checked/target-lists');
 const { TreeModel } = require('./checked/tree');
 
@@ -82,7 +83,10 @@ function readDataModel(call, kind, bytes) {
     } catch (error) {
       throw new error.constructor(`${call}: data: ${error.message}`);
     }
-    return { targetCount: new Set(clip.curves.map(({ target }) => target)).size };
+    return {
+      targetCount: new Set(clip.curves.map(({ target }) => target)).size,
+      content: contentOf(clip),
+    };
   }
   const size = bytes.byteLength;
   if (size % kMatrixBytes !== 0) {

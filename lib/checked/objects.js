@@ -3,7 +3,7 @@
 // behind it, and its methods, checked. Script can't make one by `new`.
 const { bytesOfBuffer, checkWhole, show } = require('./arguments');
 const { checkController } = require('./players');
-const { noteUpdate, readTargetLists } = require('./target-lists');
+const { checkWriteBack, noteUpdate, readTargetLists } = require('./target-lists');
 const { controllerMask } = require('../layout');
 const { isNone } = require('./registry');
 const { execute } = require('./matrixflow');
@@ -55,6 +55,7 @@ class EngineAnimationClipBinding {
     checkWhole(call, 'removedMode', args[4]);
     checkWhole(call, 'keptMode', args[5]);
     checkWhole(call, 'addedMode', args[6]);
+    checkWriteBack(call, state, entry, read, args[4], args[5]);
     const accepted = entry.native.updateBinding(...args);
     if (accepted) {
       noteUpdate(state, entry, read, args[4], args[5], args[6]);

@@ -3,6 +3,7 @@
 // which entities an update writes.
 const layout = require('../layout');
 const { isNone, keyOf } = require('./registry');
+const { findNumbers } = require('./rest-poses');
 
 const { animator, animatorClip, controller, controllerLayer } = layout;
 const { controllerState, controllerClip, skinning, layerBlendModes } = layout;
@@ -12,6 +13,8 @@ const { controllerState, controllerClip, skinning, layerBlendModes } = layout;
  * @typedef {Object} Reach
  * @property {Set<number>} entities whose records and local matrices it writes
  * @property {number} [tree] top of the tree under no root whose world matrices it computes
+ * @property {Object} [binding] entry of the binding of a controller
+ * @property {Set<number>} [entered] numbers that it adds to the rest poses of the binding
  */
 
 /** Weights of a layer without a mask. */
@@ -109,10 +112,11 @@ function addMoved(registry, mask, handle, entities) {
 }
 
 /** Adds the entities that one clip of a state moves. */
-function reachOfClip(registry, binding, mask, handle, clip, entities) {
+function reachOfClip(registry, layer, handle, clip, entities) {
+  const { binding, mask, isKnown } = layer;
   const list = binding.lists.get(handle);
   for (let k = 0; k < list.length && k < clip.targetCount; ++k) {
-    if (binding.restPoses.has(list[k])) {
+    if (isKnown(list[k])) {
       addMoved(registry, mask, list[k], entities);
     }
   }
@@ -123,7 +127,8 @@ function reachOfClip(registry, binding, mask, handle, clip, entities) {
  * nothing plays, until another clip gets the handle and plays on those targets. What has no list in the
  * binding is skipped, whatever it names.
  */
-function checkState(call, { registry }, entry, binding, mask, additive, entities) {
+function checkState(call, { registry }, entry, layer, { entities, entered }) {
+  const { additive, binding, mask } = layer;
   const view = viewOf(entry);
   for (let k = 0; k < entry.clipCount; ++k) {
     const at = controllerState.clips + controllerClip.size * k;
@@ -134,7 +139,7 @@ function checkState(call, { registry }, entry, binding, mask, additive, entities
     const handle = view.getUint32(at, true);
     if (binding.lists.has(handle)) {
       const clip = registry.require('clip', `${label}:`, handle);
-      reachOfClip(registry, binding, mask, handle, clip, entities);
+      reachOfClip(registry, layer, handle, clip, entities);
     }
     const reference = view.getUint32(at + controllerClip.referenceClip, true);
     if (additive && binding.lists.has(reference)) {
@@ -142,20 +147,29 @@ function checkState(call, { registry }, entry, binding, mask, additive, entities
     }
   }
   if (!additive && view.getFloat32(controllerState.fillDefaults, true) !== 0) {
-    binding.restPoses.forEach((handle) => addMoved(registry, mask, handle, entities));
+    const add = (handle) => addMoved(registry, mask, handle, entities);
+    binding.restPoses.forEach(add);
+    entered.forEach(add);
   }
 }
 
 /** Follows the chain of states of a layer. */
-function checkLayer(call, state, entry, index, binding, entities) {
+function checkLayer(call, state, entry, index, reach) {
+  const { binding, entered } = reach;
   const view = viewOf(entry);
   const at = controller.layers + controllerLayer.size * index;
   const mode = view.getUint32(at, true);
   if (mode !== layerBlendModes.override && mode !== layerBlendModes.additive) {
     return;
   }
-  const additive = mode === layerBlendModes.additive;
-  const mask = entry.masks.get(index) || kUnmasked;
+  const layer = {
+    registry: state.registry,
+    binding,
+    additive: mode === layerBlendModes.additive,
+    mask: entry.masks.get(index) || kUnmasked,
+    isKnown: (number) => binding.restPoses.has(number) || entered.has(number),
+  };
+  const playing = [];
   const label = `${call}: controller ${entry.id}, layer ${index}`;
   const seen = new Set();
   let place = `${label}, first state`;
@@ -168,30 +182,48 @@ function checkLayer(call, state, entry, index, binding, entities) {
     }
     seen.add(current);
     const block = viewOf(current);
-    if (block.getFloat32(controllerState.weight, true) !== 0) {
-      checkState(call, state, current, binding, mask, additive, entities);
+    const weight = block.getFloat32(controllerState.weight, true);
+    if (weight !== 0) {
+      checkState(call, state, current, layer, reach);
+      playing.push({ entry: current, view: block, weight });
     }
     place = `${label}, next state of ${current.id}:`;
     handle = block.getUint32(controllerState.nextState, true);
+  }
+  if (!layer.additive) {
+    findNumbers(layer, playing, (number) => entered.add(number));
   }
 }
 
 /**
  * Throws for a controller whose states loop, or name what is not there.
- * @returns {Reach} `binding` is the entry of its binding
+ * @returns {Reach}
  */
-function checkController(call, state, entry) {
+function reachOfController(call, state, entry) {
   const handle = viewOf(entry).getUint32(controller.bindingHandle, true);
-  const entities = new Set();
   if (isNone(handle)) {
-    return { entities };
+    return { entities: new Set() };
   }
   const label = `${call}: controller ${entry.id}, binding`;
   const binding = state.registry.require('binding', label, handle);
+  const tree = treeOfBinding(state, binding);
+  const reach = { entities: new Set(), tree, binding, entered: new Set() };
   for (let i = 0; i < entry.layerCount; ++i) {
-    checkLayer(call, state, entry, i, binding, entities);
+    checkLayer(call, state, entry, i, reach);
   }
-  return { entities, binding, tree: treeOfBinding(state, binding) };
+  return reach;
+}
+
+/** Notes what an update adds to the rest poses of its binding; to be called when nothing can throw any more. */
+function noteEntered({ binding, entered }) {
+  if (binding !== undefined) {
+    entered.forEach((number) => binding.restPoses.enter(number));
+  }
+}
+
+/** Throws for a controller whose states loop, or name what is not there. */
+function checkController(call, state, entry) {
+  noteEntered(reachOfController(call, state, entry));
 }
 
 /** The tree that an update of a batch computes for a binding. */
@@ -203,9 +235,16 @@ function treeOfBinding({ registry, tree }, { root }) {
 /** Kind of handle and check of each update. */
 const players = {
   animator: { kind: 'animator', check: checkAnimator },
-  controller: { kind: 'controller', check: checkController },
+  controller: { kind: 'controller', check: reachOfController },
   skinning: { kind: 'skinning', check: checkSkinning },
 };
+
+/** Adds to a message that a player moves an entity only because its handle is the number of a rest pose. */
+function explainNumber(id, { binding, entered }, handle) {
+  const isNumber =
+    binding !== undefined && (binding.restPoses.isEntered(handle) || entered.has(handle));
+  return isNumber ? `, ${id} by a rest pose that blending enters under that number` : '';
+}
 
 /** Throws unless no two reaches of a batch meet: they are written side by side. */
 function checkSharing(call, { tree }, ids, reaches) {
@@ -223,10 +262,12 @@ function checkSharing(call, { tree }, ids, reaches) {
     }
     entities.forEach((handle) => {
       if (owners.has(handle)) {
-        const trouble = `${owners.get(handle)} and ${ids[i]} both move entity ${handle}`;
-        throw new RangeError(`${call}: ${trouble}: ${cure}.`);
+        const first = owners.get(handle);
+        const trouble = `${ids[first]} and ${ids[i]} both move entity ${handle}`;
+        const why = [first, i].map((k) => explainNumber(ids[k], reaches[k], handle)).join('');
+        throw new RangeError(`${call}: ${trouble}${why}: ${cure}.`);
       }
-      owners.set(handle, ids[i]);
+      owners.set(handle, i);
     });
     if (top !== undefined && !trees.has(top)) {
       trees.set(top, ids[i]);
@@ -269,6 +310,7 @@ function checkBatch(call, state, { kind, check }, handles) {
   if (handles.length > 1) {
     checkSharing(call, state, ids, reaches);
   }
+  reaches.forEach(noteEntered);
 }
 
 module.exports = { checkBatch, checkController, players };

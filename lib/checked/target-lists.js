@@ -1,20 +1,29 @@
 'use strict';
 // Target lists of bindings, and the rest poses that a binding has: which entities a controller moves
 // depends on both.
-const { addedModes } = require('../layout');
+const { addedModes, entity3D } = require('../layout');
 const { bytesOfBuffer, checkWhole } = require('./arguments');
 const { kNone } = require('./registry');
+const { RestPoses } = require('./rest-poses');
 
 /** Bit of removedMode and keptMode that writes poses back; the rest of the mode says what to keep. */
 const kWriteBack = 2;
 const kKeepPose = 0;
 const kTakePose = 1;
 
+const kScaleZ = entity3D.scale + 8;
+
+/** z scale in the record of an entity. */
+function scaleZOf(batch, handle) {
+  const at = entity3D.size * (handle - batch.id) + kScaleZ;
+  return new DataView(batch.native.buffer).getFloat32(at, true);
+}
+
 /**
  * Reads the first four arguments of createAnimationClipBinding and updateBinding, or throws.
  * @param {number} least of the two counts: only an update may have none, and empties the binding
- * @returns {{lists: Map<number, number[]>, entities: Set<number>}} the list of each clip, and all
- *   entities of the lists, those of a clip's second list included
+ * @returns {{lists: Map<number, number[]>, entities: Map<number, number>}} the list of each clip, and the
+ *   z scale of all entities of the lists, those of a clip's second list included
  */
 function readTargetLists(call, registry, least, [buffer, byteOffset, clipCount, targetWords]) {
   const bytes = bytesOfBuffer(call, 'buffer', buffer);
@@ -31,7 +40,7 @@ function readTargetLists(call, registry, least, [buffer, byteOffset, clipCount, 
   }
   const word = (index) => bytes.getUint32(byteOffset + 4 * index, true);
   const lists = new Map();
-  const entities = new Set();
+  const entities = new Map();
   let cursor = 0;
   for (let c = 0; c < clipCount; ++c) {
     const clip = word(c);
@@ -52,7 +61,7 @@ function readTargetLists(call, registry, least, [buffer, byteOffset, clipCount, 
           const cure = 'give a 3D entity, or 0xFFFFFFFF for nothing';
           throw new RangeError(`${label} ${handle} is a 2D entity: ${cure}.`);
         }
-        entities.add(handle);
+        entities.set(handle, scaleZOf(entry, handle));
       }
       list.push(handle);
     }
@@ -91,7 +100,10 @@ function noteLists(state, entry, { lists }) {
 /** After creation: rest poses of all entities, or none. */
 function noteCreation(state, entry, read, mode) {
   noteLists(state, entry, read);
-  entry.restPoses = new Set(mode === addedModes.take ? read.entities : []);
+  entry.restPoses = new RestPoses();
+  if (mode === addedModes.take) {
+    read.entities.forEach((scaleZ, handle) => entry.restPoses.take(handle, scaleZ));
+  }
 }
 
 /** True for an entity that native code finds, and takes for one in 3D. */
@@ -100,29 +112,49 @@ function isThere3D({ registry }, handle) {
   return batch !== undefined && batch.is3D;
 }
 
+/**
+ * Throws for modes that write rest poses back, if one of these was entered by blending, under a number that
+ * is an entity: it is an identity that this entity never had.
+ */
+function checkWriteBack(call, { registry }, entry, read, removedMode, keptMode) {
+  entry.restPoses.entered().forEach((number) => {
+    const isKept = read.entities.has(number);
+    const mode = isKept ? keptMode : removedMode;
+    const batch = registry.find('entity', number);
+    if ((mode & kWriteBack) !== 0 && batch !== undefined && batch.is3D) {
+      const name = isKept ? 'keptMode' : 'removedMode';
+      const trouble = `blending has entered an identity under the number ${number}, which is an entity`;
+      const found = `${name} is ${mode}, which writes rest poses back, and ${trouble}`;
+      throw new RangeError(
+        `${call}: ${found}: give a ${name} without 2, and write poses yourself.`
+      );
+    }
+  });
+}
+
 /** After updateBinding has returned true. */
 function noteUpdate(state, entry, read, removedMode, keptMode, addedMode) {
   noteLists(state, entry, read);
   const before = entry.restPoses;
   const removedPose = removedMode & ~kWriteBack;
   const keptPose = keptMode & ~kWriteBack;
-  const after = new Set();
+  const after = new RestPoses();
   before.forEach((handle) => {
     const isLeft = !read.entities.has(handle) && removedPose === kKeepPose;
     // Poses of entities that are gone go with the update.
     if (isLeft && isThere3D(state, handle)) {
-      after.add(handle);
+      after.copyFrom(before, handle);
     }
   });
-  read.entities.forEach((handle) => {
-    const stays = before.has(handle)
-      ? keptPose === kKeepPose || keptPose === kTakePose
-      : addedMode === addedModes.take;
-    if (stays) {
-      after.add(handle);
+  read.entities.forEach((scaleZ, handle) => {
+    const isKept = before.has(handle);
+    if (isKept ? keptPose === kTakePose : addedMode === addedModes.take) {
+      after.take(handle, scaleZ);
+    } else if (isKept && keptPose === kKeepPose) {
+      after.copyFrom(before, handle);
     }
   });
   entry.restPoses = after;
 }
 
-module.exports = { noteCreation, noteUpdate, readTargetLists };
+module.exports = { checkWriteBack, noteCreation, noteUpdate, readTargetLists };

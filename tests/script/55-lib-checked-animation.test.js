@@ -11,6 +11,8 @@ const { Lab, assertWords, clipBytes, counted, none, targetLists } = require('./l
 const { hostileObjects } = require('./lib/hostile');
 const { cases, silences } = require('./lib/checked-ends');
 const { playScene } = require('./lib/checked-scene');
+const { randomNumbers } = require('./lib/reference');
+const { buildClip, sampleTypes } = require('../../lib/clip');
 const { checked } = require('../../lib/checked');
 
 const nq = require(modulePath);
@@ -690,6 +692,302 @@ describe('batches of a checked engine', () => {
     lab.run([1, id]);
     lab.passes(control(b, apart, a));
   });
+});
+
+describe('rest poses that blending enters by numbers, in a checked engine', () => {
+  const { PositionX, ScaleZ, EulerX, EulerY, EulerZ } = sampleTypes;
+
+  /** A clip of one target whose channels hold a value each. */
+  function holding(lab, values) {
+    const curves = Object.keys(values).map((type) => ({
+      target: 0,
+      type: Number(type),
+      keys: [{ frame: 0, value: values[type], inTangent: 0, outTangent: 0 }],
+    }));
+    const bytes = buildClip({ framesPerSecond: 30, frameCount: 10, curves });
+    return lab.keep(lab.engine.createDataModel(1, bytes));
+  }
+
+  /**
+   * A controller that moves one entity by a clip, in a state of weight 0.5, and fills defaults in the layer
+   * above; and one that moves one of three further entities, whose handles begin at `foreign`.
+   */
+  function fixture(values, { weight = 0.5, filled = true } = {}) {
+    const lab = new Lab(nq);
+    const { id } = lab.entities();
+    const foreign = lab.entities(3).id;
+    lab.run([1, id], [1, foreign], [1, foreign + 1], [1, foreign + 2]);
+    const clip = holding(lab, values);
+    const binding = lab.binding([[clip.id, [id]]]);
+    const blending = lab.state([[clip.id]], { weight });
+    const filling = lab.state([[clip.id, 0]], { fillDefaults: 1 });
+    const own = lab.controller(binding.id, [
+      [0, blending.id],
+      [filled ? 0 : 2, filling.id],
+    ]);
+    const mover = lab.clip();
+    const rival = (handle) => {
+      const state = lab.state([[mover.id]]);
+      return lab.controller(lab.binding([[mover.id, [handle]]]).id, [[0, state.id]]);
+    };
+    const control =
+      (...objects) =>
+      () =>
+        lab.engine.updateAnimatorControllers(counted(...objects.map((object) => object.id)));
+    return { lab, id, foreign, clip, binding, own, rival, control };
+  }
+
+  const words = (own, handle) => [
+    `both move entity ${handle}`,
+    `${own.id} by a rest pose that blending enters under that number`,
+    'different batches',
+  ];
+
+  it('are held against the batch that enters them', () => {
+    // 0.5 x 16386 is 8193: element 1 of the second batch.
+    const { lab, foreign, own, rival, control } = fixture({ [PositionX]: 16386 });
+    assert.strictEqual(foreign, 8192);
+    const [other, moved] = [rival(foreign), rival(foreign + 1)];
+    lab.refuses(control(own, moved), RangeError, ...words(own, foreign + 1));
+    lab.refuses(control(moved, own), RangeError, ...words(own, foreign + 1));
+    lab.passes(control(own, other));
+    lab.passes(control(own));
+    lab.passes(control(moved));
+  });
+
+  it('are the blended number, truncated, of each channel that has a weight below 1', () => {
+    for (const [values, options, offset] of [
+      [{ [PositionX]: 8194.75 }, { weight: 1 }, null], // nothing is missing
+      [{ [PositionX]: 8194.75 }, { weight: 2 }, null],
+      [{ [PositionX]: 8190 }, { weight: -1 }, null],
+      [{ [PositionX]: -8192 }, { weight: -1 }, 0],
+      [{ [PositionX]: 16389.5 }, {}, 2],
+      [{ [PositionX]: 16390 }, {}, null], // 8195, one behind the batch
+      [{ [ScaleZ]: 16384 }, {}, 0],
+      [{ [ScaleZ]: 16383.5 }, {}, null], // 8191.75, without a rotation
+      // A rotation looks under the z scale that 0.5 x 1 has filled up: 8192.25.
+      [{ [ScaleZ]: 16383.5, [EulerX]: 0, [EulerY]: 0, [EulerZ]: 0 }, {}, 0],
+      [{ [ScaleZ]: 16383.5, [EulerX]: 0, [EulerY]: 0 }, {}, null], // only a part of one
+    ]) {
+      const { lab, foreign, own, rival, control } = fixture(values, options);
+      for (let i = 0; i < 3; ++i) {
+        const call = control(rival(foreign + i), own);
+        if (i === offset) {
+          lab.refuses(call, RangeError, ...words(own, foreign + i));
+        } else {
+          lab.passes(call);
+        }
+      }
+    }
+  });
+
+  it('are found where a curve goes far beyond its keys', () => {
+    const { lab, foreign, clip, rival, control } = fixture({ [PositionX]: 0 });
+    // After a third of its 0.3 seconds the slope of the first key has the weight 4 / 27: 16387.
+    const keys = [0, 9].map((frame) => ({
+      frame,
+      value: 0,
+      inTangent: 0,
+      outTangent: 368707.5,
+    }));
+    const curves = [{ target: 0, type: PositionX, keys }];
+    const bytes = buildClip({ framesPerSecond: 30, frameCount: 10, curves });
+    const steep = lab.keep(lab.engine.createDataModel(1, bytes));
+    const state = lab.state([[steep.id]], { weight: 0.5 });
+    new DataView(state.buffer).setFloat32(16, 3, true);
+    const groups = [
+      [clip.id, [none]],
+      [steep.id, [foreign]],
+    ];
+    const filling = lab.state([[clip.id, 0]], { fillDefaults: 1 });
+    const plays = lab.controller(lab.binding(groups).id, [
+      [0, state.id],
+      [0, filling.id],
+    ]);
+    lab.refuses(control(plays, rival(foreign + 1)), RangeError, ...words(plays, foreign + 1));
+  });
+
+  it('stay for later updates, also of a handle that is given out later', () => {
+    const { lab, own, rival, control } = fixture({ [PositionX]: 2 * 40960 }, { filled: false });
+    lab.passes(control(own));
+    lab.passes(() => own.update(0, new ArrayBuffer(0)));
+    const made = [];
+    while (made.length < 8) {
+      made.push(lab.entities());
+    }
+    assert.strictEqual(made[7].id, 40960);
+    const moved = rival(made[7].id);
+    lab.passes(control(own, moved));
+    // The second layer begins to fill defaults.
+    new DataView(own.buffer).setUint32(4 + 12, 0, true);
+    lab.refuses(control(own, moved), RangeError, ...words(own, made[7].id));
+  });
+
+  it('are not noted by a batch that is refused', () => {
+    const { lab, foreign, own, rival, control } = fixture({ [PositionX]: 16386 });
+    const blend = new DataView(own.buffer);
+    lab.refuses(control(own, rival(foreign + 1)), RangeError, ...words(own, foreign + 1));
+    blend.setUint32(4, 2, true); // the layer is off
+    lab.passes(control(own, rival(foreign + 1)));
+  });
+
+  it('are not written back over an entity by an update of the binding', () => {
+    const { lab, id, foreign, clip, binding, own, rival, control } = fixture({
+      [PositionX]: 16386,
+    });
+    lab.passes(control(own));
+    const lists = (...handles) => targetLists([[clip.id, handles]]);
+    const update =
+      (handle, ...modes) =>
+      () =>
+        binding.updateBinding(...lists(handle), ...modes);
+    const number = `an identity under the number ${foreign + 1}, which is an entity`;
+    for (const mode of [2, 3]) {
+      lab.refuses(update(id, mode, 0, 0), RangeError, `removedMode is ${mode}`, number);
+      const relist = update(foreign + 1, 1, mode, 0);
+      lab.refuses(relist, RangeError, `keptMode is ${mode}`, number);
+    }
+    lab.passes(update(id, 0, 2, 0));
+    lab.refuses(control(own, rival(foreign + 1)), RangeError, ...words(own, foreign + 1));
+    // The pose is dropped, and the layer that enters it is off.
+    lab.passes(update(id, 1, 0, 0));
+    new DataView(own.buffer).setUint32(4, 2, true);
+    lab.passes(control(own, rival(foreign + 1)));
+    lab.passes(update(id, 3, 3, 0));
+  });
+
+  it('move an entity of the lists that had none', () => {
+    const { lab, foreign, binding, own, rival, control } = fixture({ [PositionX]: 16386 });
+    const second = lab.clip();
+    lab.passes(control(own));
+    const groups = [[second.id, [foreign + 1]]];
+    assert.strictEqual(binding.updateBinding(...targetLists(groups), 0, 0, 0), true);
+    const state = lab.state([[second.id]]);
+    const plays = lab.controller(binding.id, [[0, state.id]]);
+    lab.refuses(control(plays, rival(foreign + 1)), RangeError, `move entity ${foreign + 1}`);
+  });
+
+  /**
+   * Blends clips of random curves and fills defaults, then moves all foreign entities without a word and
+   * refreshes: those whose matrices follow were marked, and so moved, by the controller.
+   */
+  function play(isPlain, seed) {
+    const random = randomNumbers(seed);
+    const lab = new Lab(nq, isPlain);
+    const { engine } = lab;
+    const kTargets = 6;
+    const own = lab.entities(kTargets);
+    const foreign = [4095, 4095].map((count) => lab.entities(count));
+    foreign.forEach(({ id }) => {
+      lab.run(...Array.from({ length: 4095 }, (_, i) => [1, id + i]));
+    });
+    const scales = new Float32Array(own.buffer);
+    for (let i = 0; i < kTargets; ++i) {
+      scales[27 * i + 10] = 4 * random();
+    }
+    const clips = [0, 1].map(() => {
+      const curves = [];
+      for (let target = 0; target < kTargets; ++target) {
+        // Channels of position and scale, and a rotation of one kind or the other.
+        const rotation = random() < 0.5 ? [7, 8, 9] : [10, 11, 12, 13];
+        for (const type of [1, 2, 3, 4, 5, 6, ...rotation]) {
+          if (random() < 0.8 || type >= 10) {
+            const keys = [0, 4, 9].map((frame) => ({
+              frame,
+              value: 30000 * random() - 6000,
+              inTangent: 20000 * (random() - 0.5),
+              outTangent: random() < 0.1 ? Infinity : 20000 * (random() - 0.5),
+            }));
+            curves.push({ target, type, keys });
+          }
+        }
+      }
+      const bytes = buildClip({ framesPerSecond: 30, frameCount: 12, curves });
+      return lab.keep(engine.createDataModel(1, bytes));
+    });
+    const handles = Array.from({ length: kTargets }, (_, i) => own.id + i);
+    const binding = lab.binding(clips.map(({ id }) => [id, handles]));
+    const states = [0, 1].map(() => {
+      const weight = 0.2 + 0.4 * random();
+      const entries = clips.map(({ id }) => [id, random()]);
+      const fillDefaults = random() < 0.5 ? 1 : 0;
+      return lab.state(entries, { weight, fillDefaults });
+    });
+    new Uint32Array(states[0].buffer)[2] = states[1].id;
+    const filling = lab.state([[clips[0].id, 0]], { fillDefaults: 1 });
+    const controller = lab.controller(binding.id, [
+      [0, states[0].id],
+      [0, filling.id],
+    ]);
+    const mask = new DataView(new ArrayBuffer(8));
+    mask.setUint32(0, own.id + 1, true);
+    mask.setFloat32(4, random(), true);
+    controller.setMaskAtIndex(0, mask.buffer, 0, 1);
+    const mover = lab.clip();
+    const rivals = lab.state([[mover.id]]);
+    const rivalBinding = lab.binding([[mover.id, [foreign[0].id]]]);
+    const rival = lab.controller(rivalBinding.id, [[0, rivals.id]]);
+    const advance = (frame) =>
+      states.forEach(({ buffer }) => {
+        const view = new DataView(buffer);
+        [0, 1].forEach((k) => view.setFloat32(16 + 20 * k, 0.73 * frame + 5 * k, true));
+      });
+    return { lab, foreign, controller, rivalBinding, mover, rival, advance };
+  }
+
+  for (const seed of [3, 14, 159, 2653]) {
+    it(`are those that a plain engine enters, of random clips, seed ${seed}`, () => {
+      const [plain, guarded] = [true, false].map((isPlain) => play(isPlain, seed));
+      const seen = new Set();
+      for (let frame = 0; frame < 12; ++frame) {
+        [plain, guarded].forEach(({ lab, controller, advance }) => {
+          advance(frame);
+          lab.engine.refreshWorldTransform();
+          lab.engine.updateAnimatorControllers(counted(controller.id));
+        });
+        plain.foreign.forEach(({ buffer }) => {
+          const floats = new Float32Array(buffer);
+          for (let i = 0; i < 4095; ++i) {
+            floats[27 * i + 5] = frame + 2;
+          }
+        });
+        // Local matrices of the plain engine were built ahead of that; the next update builds them anew.
+        plain.lab.engine.updateAnimatorControllers(counted(plain.controller.id));
+        plain.lab.engine.refreshWorldTransform();
+        plain.foreign.forEach(({ id, buffer }) => {
+          const floats = new Float32Array(buffer);
+          for (let i = 0; i < 4095; ++i) {
+            if (floats[27 * i + 11 + 12] === frame + 2) {
+              seen.add(id + i);
+            }
+          }
+        });
+      }
+      assert(seen.size > 10, `${seen.size} numbers`);
+      const { lab, foreign, controller, rivalBinding, mover, rival } = guarded;
+      const isRefused = (handle) => {
+        const lists = targetLists([[mover.id, [handle]]]);
+        assert.strictEqual(rivalBinding.updateBinding(...lists, 1, 1, 1), true);
+        const call = () => lab.engine.updateAnimatorControllers(counted(controller.id, rival.id));
+        try {
+          call();
+          return false;
+        } catch (error) {
+          assertWords(call, RangeError, ...words(controller, handle));
+          return true;
+        }
+      };
+      const refused = new Set();
+      foreign.forEach(({ id }) => {
+        for (let i = 0; i < 4095; ++i) {
+          if (isRefused(id + i)) {
+            refused.add(id + i);
+          }
+        }
+      });
+      assert.deepStrictEqual([...refused].sort(), [...seen].sort());
+    });
+  }
 });
 
 describe('a checked engine in the place of', () => {
