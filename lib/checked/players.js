@@ -11,7 +11,7 @@ const { controllerState, controllerClip, skinning, layerBlendModes } = layout;
 /**
  * What an update writes.
  * @typedef {Object} Reach
- * @property {Set<number>} entities whose records and local matrices it writes
+ * @property {Set<number>} entities whose records and local matrices it writes, where they are there
  * @property {number} [tree] top of the tree under no root whose world matrices it computes
  * @property {Object} [binding] entry of the binding of a controller
  * @property {Set<number>} [entered] numbers that it adds to the rest poses of the binding
@@ -103,21 +103,13 @@ function checkSkinning(call, { registry }, entry) {
   return { entities: new Set() };
 }
 
-/** Adds an entity that a state moves, unless it is gone or the mask keeps it off. */
-function addMoved(registry, mask, handle, entities) {
-  const batch = registry.find('entity', handle);
-  if (batch !== undefined && batch.is3D && mask.get(handle) !== 0) {
-    entities.add(handle);
-  }
-}
-
 /** Adds the entities that one clip of a state moves. */
-function reachOfClip(registry, layer, handle, clip, entities) {
+function reachOfClip(layer, handle, clip, entities) {
   const { binding, mask, isKnown } = layer;
   const list = binding.lists.get(handle);
   for (let k = 0; k < list.length && k < clip.targetCount; ++k) {
-    if (isKnown(list[k])) {
-      addMoved(registry, mask, list[k], entities);
+    if (isKnown(list[k]) && mask.get(list[k]) !== 0) {
+      entities.add(list[k]);
     }
   }
 }
@@ -139,7 +131,7 @@ function checkState(call, { registry }, entry, layer, { entities, entered }) {
     const handle = view.getUint32(at, true);
     if (binding.lists.has(handle)) {
       const clip = registry.require('clip', `${label}:`, handle);
-      reachOfClip(registry, layer, handle, clip, entities);
+      reachOfClip(layer, handle, clip, entities);
     }
     const reference = view.getUint32(at + controllerClip.referenceClip, true);
     if (additive && binding.lists.has(reference)) {
@@ -147,7 +139,11 @@ function checkState(call, { registry }, entry, layer, { entities, entered }) {
     }
   }
   if (!additive && view.getFloat32(controllerState.fillDefaults, true) !== 0) {
-    const add = (handle) => addMoved(registry, mask, handle, entities);
+    const add = (handle) => {
+      if (mask.get(handle) !== 0) {
+        entities.add(handle);
+      }
+    };
     binding.restPoses.forEach(add);
     entered.forEach(add);
   }
@@ -247,11 +243,16 @@ function explainNumber(id, { binding, entered }, handle) {
 }
 
 /** Throws unless no two reaches of a batch meet: they are written side by side. */
-function checkSharing(call, { tree }, ids, reaches) {
+function checkSharing(call, { registry, tree }, ids, reaches) {
   const cure = 'update them in different batches';
   const bindings = new Map();
   const owners = new Map();
   const trees = new Map();
+  // Looked up where two meet only. A controller passes over what is gone, and over 2D entities.
+  const isMoved = (handle, binding) => {
+    const batch = registry.find('entity', handle);
+    return batch !== undefined && (batch.is3D || binding === undefined);
+  };
   reaches.forEach(({ entities, binding, tree: top }, i) => {
     if (binding !== undefined) {
       if (bindings.has(binding)) {
@@ -261,7 +262,7 @@ function checkSharing(call, { tree }, ids, reaches) {
       bindings.set(binding, ids[i]);
     }
     entities.forEach((handle) => {
-      if (owners.has(handle)) {
+      if (owners.has(handle) && isMoved(handle, binding)) {
         const first = owners.get(handle);
         const trouble = `${ids[first]} and ${ids[i]} both move entity ${handle}`;
         const why = [first, i].map((k) => explainNumber(ids[k], reaches[k], handle)).join('');
@@ -276,20 +277,20 @@ function checkSharing(call, { tree }, ids, reaches) {
   if (trees.size === 0) {
     return;
   }
-  const meet = (id, handle) => {
+  const meet = (id, handle, binding) => {
     for (let at = handle; at !== undefined; at = tree.parent(at)) {
       const other = trees.get(at);
-      if (other !== undefined && other !== id) {
+      if (other !== undefined && other !== id && isMoved(handle, binding)) {
         const trouble = `${id} and ${other} both work on the tree of ${at}, which has no root`;
         throw new RangeError(`${call}: ${trouble}: add it as a root, or ${cure}.`);
       }
     }
   };
-  reaches.forEach(({ entities, tree: top }, i) => {
+  reaches.forEach(({ entities, binding, tree: top }, i) => {
     if (top !== undefined) {
-      meet(ids[i], top);
+      meet(ids[i], top, binding);
     }
-    entities.forEach((handle) => meet(ids[i], handle));
+    entities.forEach((handle) => meet(ids[i], handle, binding));
   });
 }
 

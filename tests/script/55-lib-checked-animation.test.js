@@ -509,6 +509,9 @@ describe('batches of a checked engine', () => {
     const words = [`${a.id} and ${c.id} both move entity ${id + 1}`, 'different batches'];
     lab.refuses(animate(b, a, c), RangeError, 'updateAnimators', ...words);
     lab.refuses(animate(a, a), RangeError, `entry 1: ${a.id} stands in the batch twice`);
+    const flat = lab.entities(1, false).id;
+    const [d, e] = [0, 1].map(() => lab.animator([[clip.id]], [flat]));
+    lab.refuses(animate(d, e), RangeError, `${d.id} and ${e.id} both move entity ${flat}`);
     lab.passes(animate(c));
   });
 
