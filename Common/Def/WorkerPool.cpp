@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
+#include <cstring>
 
 #include "Common/Def/TaskQueue.h"
 
@@ -18,6 +20,28 @@ namespace {
 // as many a batch runs (up to 70 microseconds on virtual machines), so it gives its processor away
 // for a while first.
 constexpr std::chrono::microseconds kYieldBeforeSleep{100};
+
+// Environment variable and its one value that keeps a pool from pinning a worker: for hosts whose
+// system call filter ends the process at sched_setaffinity.
+constexpr const char* kPinningVariable = "NQ_WORKER_PINNING";
+constexpr const char* kPinningOff = "0";
+
+bool PinningAllowed() {
+  const char* value = std::getenv(kPinningVariable);
+  return value == nullptr || std::strcmp(value, kPinningOff) != 0;
+}
+
+// How many CPUs the calling thread may run on, and with it the threads that it starts: they inherit
+// its affinity mask. 0 if that is unknown. std::thread::hardware_concurrency would count the
+// machine's CPUs, whatever the mask.
+uint32_t AllowedCpus() {
+  cpu_set_t cpus;
+  CPU_ZERO(&cpus);
+  if (sched_getaffinity(0, sizeof(cpus), &cpus) != 0) {
+    return 0;  // more CPUs than the set has bits
+  }
+  return static_cast<uint32_t>(CPU_COUNT(&cpus));
+}
 
 }  // namespace
 
@@ -78,13 +102,14 @@ void WorkerPoolState::Work() {
   mutex.Unlock();
 }
 
-WorkerPool::WorkerPool(uint32_t threadCount)
+WorkerPool::WorkerPool(uint32_t threadCount) : WorkerPool(threadCount, AllowedCpus()) {}
+
+WorkerPool::WorkerPool(uint32_t threadCount, uint32_t allowedCpus)
     : state(std::make_shared<WorkerPoolState>()),
       threadCount(threadCount),
-      // 0 stands for an unknown number of processors.
-      parallelism(std::min(threadCount, std::max(1u, std::thread::hardware_concurrency()))),
-      needsAllProcessors(std::thread::hardware_concurrency() > 1 &&
-                         std::thread::hardware_concurrency() <= threadCount) {
+      parallelism(allowedCpus == 0 ? threadCount : std::min(threadCount, allowedCpus)),
+      // With one CPU there is nothing to choose.
+      pinsOneWorker(allowedCpus > 1 && allowedCpus <= threadCount && PinningAllowed()) {
   threads.reserve(threadCount);
   for (uint32_t i = 0; i < threadCount; ++i) {
     threads.emplace_back([shared = state] { shared->Work(); });
@@ -105,25 +130,25 @@ void WorkerPool::PostAll(Task* tasks, size_t count) {
       // A post waits until the current WaitIdle has ended.
       MutexLock waitLock(state->waitMutex);
     }
-    if (needsAllProcessors) {
-      KeepOneWorkerHere();
+    if (pinsOneWorker) {
+      PinOneWorkerHere();
     }
     state->queue.Append(tasks, count);
   }
   state->taskAvailable.Broadcast();
 }
 
-void WorkerPool::KeepOneWorkerHere() {
-  const int processor = sched_getcpu();
-  if (processor == boundProcessor || processor < 0 || processor >= CPU_SETSIZE) {
+void WorkerPool::PinOneWorkerHere() {
+  const int cpu = sched_getcpu();
+  if (cpu == pinnedCpu || cpu < 0 || cpu >= CPU_SETSIZE) {
     return;
   }
-  boundProcessor = processor;
-  cpu_set_t processors;
-  CPU_ZERO(&processors);
-  CPU_SET(processor, &processors);
-  // Where this is not allowed, the worker stays with the others.
-  pthread_setaffinity_np(threads.front().native_handle(), sizeof(processors), &processors);
+  pinnedCpu = cpu;
+  cpu_set_t cpus;
+  CPU_ZERO(&cpus);
+  CPU_SET(cpu, &cpus);
+  // Where this is refused, the worker runs anywhere, as the others do.
+  pthread_setaffinity_np(threads.front().native_handle(), sizeof(cpus), &cpus);
 }
 
 void WorkerPool::WaitIdle() {

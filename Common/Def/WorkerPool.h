@@ -24,7 +24,8 @@ struct WorkerPoolState;
 // catches it, and the process ends.
 class WorkerPool {
  public:
-  // Starts `threadCount` threads.
+  // Starts `threadCount` threads. Reads the calling thread's CPU affinity and NQ_WORKER_PINNING,
+  // whose value 0 keeps the pool from pinning a worker; later changes of either go unnoticed.
   explicit WorkerPool(uint32_t threadCount);
 
   // Stops the pool first.
@@ -46,24 +47,26 @@ class WorkerPool {
 
   uint32_t ThreadCount() const { return threadCount; }
 
-  // How many tasks run at once at best: one for each thread, or for each processor if there are
-  // fewer.
+  // How many tasks run at once at best: one for each thread, or for each CPU that they may run on
+  // if there are fewer.
   uint32_t Parallelism() const { return parallelism; }
 
  private:
-  // Where all processors are needed, that of who posts must take its share of a batch, and is free
-  // to, since who posts waits. But the scheduler sees it busy when the workers wake up, queues them
-  // all for the others, and would move one back long after a batch of some ten microseconds has
-  // ended. So one worker is bound to the processor that the calling thread runs on. While not
-  // stopped.
-  void KeepOneWorkerHere();
+  WorkerPool(uint32_t threadCount, uint32_t allowedCpus);
+
+  // Where the threads need all allowed CPUs, that of the posting thread must take its share of a
+  // batch, and is free to, since that thread waits. But the scheduler sees it busy when the workers
+  // wake up, queues them all on the others, and would migrate one back long after a batch of some
+  // ten microseconds has ended. So one worker is pinned to the CPU that the calling thread runs on.
+  // Not on a stopped pool.
+  void PinOneWorkerHere();
 
   std::vector<std::thread> threads;
   std::shared_ptr<WorkerPoolState> state;  // co-owned by each thread
   const uint32_t threadCount;
   const uint32_t parallelism;
-  const bool needsAllProcessors;
-  int boundProcessor = -1;  // of the worker that is bound; -1 for none
+  const bool pinsOneWorker;
+  int pinnedCpu = -1;  // of the worker that is pinned; -1 for none
 };
 
 }  // namespace nq::engine

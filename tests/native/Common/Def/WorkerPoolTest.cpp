@@ -3,19 +3,25 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sched.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <future>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <random>
@@ -24,6 +30,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/native/Common/Def/ChildProcess.h"
 #include "tests/native/Common/Def/Probe.h"
 
 namespace nq::engine {
@@ -51,83 +58,210 @@ TEST(WorkerPoolTest, ThreadCountIsTheNumberAskedFor) {
   EXPECT_EQ(WorkerPool(4).ThreadCount(), 4u);
 }
 
-TEST(WorkerPoolTest, NoMoreTasksRunAtOnceThanThereAreThreadsAndProcessors) {
-  const uint32_t processors = std::thread::hardware_concurrency();
-  EXPECT_EQ(WorkerPool(1).Parallelism(), 1u);
-  const uint32_t expected = processors == 0 ? 1 : processors;
-  EXPECT_EQ(WorkerPool(4).Parallelism(), expected > 4 ? 4 : expected);
-}
-
-// The processors that this thread may run on, and those of all other threads of the process.
-class Processors {
+// The CPUs that this thread may run on, and those of all other threads of the process. Restores
+// the affinity of this thread.
+class Cpus {
  public:
-  Processors() {
+  Cpus() {
     cpu_set_t set;
     sched_getaffinity(0, sizeof(set), &set);
-    for (int processor = 0; processor < CPU_SETSIZE; ++processor) {
-      if (CPU_ISSET(processor, &set) != 0) {
-        all.push_back(processor);
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+      if (CPU_ISSET(cpu, &set) != 0) {
+        all.push_back(cpu);
       }
     }
   }
-  ~Processors() { RunOn(all); }
+  ~Cpus() { RunOn(all); }
 
-  static void RunOn(const std::vector<int>& processors) {
+  uint32_t Count() const { return static_cast<uint32_t>(all.size()); }
+
+  static void RunOn(const std::vector<int>& cpus) {
     cpu_set_t set;
     CPU_ZERO(&set);
-    for (const int processor : processors) {
-      CPU_SET(processor, &set);
+    for (const int cpu : cpus) {
+      CPU_SET(cpu, &set);
     }
     sched_setaffinity(0, sizeof(set), &set);
   }
 
-  // How many threads may run on `processor` only.
-  static int ThreadsBoundTo(int processor) {
-    int bound = 0;
+  // How many threads may run on `cpu` only.
+  static int ThreadsPinnedTo(int cpu) {
+    int pinned = 0;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
       cpu_set_t set;
       CPU_ZERO(&set);
       sched_getaffinity(std::stoi(entry.path().filename()), sizeof(set), &set);
-      bound += CPU_COUNT(&set) == 1 && CPU_ISSET(processor, &set) != 0 ? 1 : 0;
+      pinned += CPU_COUNT(&set) == 1 && CPU_ISSET(cpu, &set) != 0 ? 1 : 0;
     }
-    return bound;
+    return pinned;
   }
 
   std::vector<int> all;
 };
 
-TEST(WorkerPoolTest, WhereAllProcessorsAreNeededOneWorkerStaysWithWhoPosts) {
-  const Processors processors;
-  WorkerPool pool(std::max(2u, std::thread::hardware_concurrency()));
+// Sets NQ_WORKER_PINNING, or removes it for null, and restores it.
+class PinningVariable {
+ public:
+  explicit PinningVariable(const char* value) {
+    const char* outside = std::getenv(kName);
+    wasSet = outside != nullptr;
+    before = wasSet ? outside : "";
+    Set(value);
+  }
+  ~PinningVariable() { Set(wasSet ? before.c_str() : nullptr); }
+
+ private:
+  static constexpr const char* kName = "NQ_WORKER_PINNING";
+
+  static void Set(const char* value) {
+    if (value == nullptr) {
+      unsetenv(kName);
+    } else {
+      setenv(kName, value, 1);
+    }
+  }
+
+  bool wasSet;
+  std::string before;
+};
+
+// From here on, the kernel ends this process when one of its threads, those of now and those to
+// come, calls sched_setaffinity.
+void ForbidPinning() {
+  sock_filter code[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_sched_setaffinity, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  sock_fprog filter = {static_cast<unsigned short>(std::size(code)), code};
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+      prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0) {
+    std::perror("no system call filter");
+    std::abort();
+  }
+}
+
+// Posts batches to a pool of `threadCount` threads, and says so if all have run.
+void RunBatches(uint32_t threadCount) {
+  WorkerPool pool(threadCount);
+  std::atomic<int> ran{0};
+  for (int i = 0; i < 3; ++i) {
+    Post(&pool, [&ran] { ++ran; });
+    pool.WaitIdle();
+  }
+  std::printf("%d ran", ran.load());
+  std::fflush(stdout);
+}
+
+bool KilledByFilter(const ChildResult& child) {
+  return WIFSIGNALED(child.status) && WTERMSIG(child.status) == SIGSYS;
+}
+
+TEST(WorkerPoolTest, NoMoreTasksRunAtOnceThanThereAreThreadsAndAllowedCpus) {
+  const Cpus cpus;
+  EXPECT_EQ(WorkerPool(1).Parallelism(), 1u);
+  EXPECT_EQ(WorkerPool(4).Parallelism(), std::min(4u, cpus.Count()));
+  Cpus::RunOn({cpus.all.front()});
+  EXPECT_EQ(WorkerPool(4).Parallelism(), 1u) << "affinity of one CPU";
+}
+
+TEST(WorkerPoolTest, WhereAllCpusAreNeededOneWorkerIsPinnedToThePostingThreadsCpu) {
+  const PinningVariable unset(nullptr);
+  const Cpus cpus;
+  WorkerPool pool(std::max(2u, cpus.Count()));
   for (int round = 0; round < 2; ++round) {
-    for (const int processor : processors.all) {
-      Processors::RunOn({processor});
-      const int before = Processors::ThreadsBoundTo(processor);
+    for (const int cpu : cpus.all) {
+      Cpus::RunOn({cpu});
+      const int before = Cpus::ThreadsPinnedTo(cpu);
       std::atomic<int> ran{0};
       for (int i = 0; i < 3; ++i) {
         Post(&pool, [&ran] { ++ran; });
         pool.WaitIdle();
       }
       EXPECT_EQ(ran, 3);
-      // With a single processor there is nothing to choose.
-      EXPECT_EQ(Processors::ThreadsBoundTo(processor),
-                before + (processors.all.size() == 1 ? 0 : 1));
-      Processors::RunOn(processors.all);
+      // With a single CPU there is nothing to choose.
+      EXPECT_EQ(Cpus::ThreadsPinnedTo(cpu), before + (cpus.Count() == 1 ? 0 : 1));
+      Cpus::RunOn(cpus.all);
     }
   }
 }
 
-TEST(WorkerPoolTest, WhereAProcessorIsToSpareWorkersRunAnywhere) {
-  const Processors processors;
-  WorkerPool pool(std::max(1u, std::thread::hardware_concurrency() - 1));
-  for (const int processor : processors.all) {
-    Processors::RunOn({processor});
-    const int before = Processors::ThreadsBoundTo(processor);
+TEST(WorkerPoolTest, WhereACpuIsToSpareNoWorkerIsPinned) {
+  const PinningVariable unset(nullptr);
+  const Cpus cpus;
+  WorkerPool pool(std::max(1u, cpus.Count() - 1));
+  for (const int cpu : cpus.all) {
+    Cpus::RunOn({cpu});
+    const int before = Cpus::ThreadsPinnedTo(cpu);
     Post(&pool, [] {});
     pool.WaitIdle();
-    EXPECT_EQ(Processors::ThreadsBoundTo(processor), before);
-    Processors::RunOn(processors.all);
+    EXPECT_EQ(Cpus::ThreadsPinnedTo(cpu), before);
+    Cpus::RunOn(cpus.all);
   }
+}
+
+TEST(WorkerPoolTest, PinningIsOffForTheValue0AndForNoOther) {
+  const Cpus cpus;
+  for (const char* value : {"0", "", "1", "00", "off", "false"}) {
+    const PinningVariable variable(value);
+    WorkerPool pool(std::max(2u, cpus.Count()));
+    Cpus::RunOn({cpus.all.back()});
+    const int before = Cpus::ThreadsPinnedTo(cpus.all.back());
+    Post(&pool, [] {});
+    pool.WaitIdle();
+    const bool pins = cpus.Count() > 1 && std::string(value) != "0";
+    EXPECT_EQ(Cpus::ThreadsPinnedTo(cpus.all.back()), before + (pins ? 1 : 0))
+        << "value '" << value << "'";
+    Cpus::RunOn(cpus.all);
+  }
+}
+
+TEST(WorkerPoolPinningDeathTest, AFilterThatForbidsPinningEndsTheProcessWhereAWorkerIsPinned) {
+  const PinningVariable unset(nullptr);
+  const uint32_t cpus = Cpus().Count();
+  const ChildResult child = RunInChild([cpus] {
+    ForbidPinning();
+    RunBatches(std::max(2u, cpus));
+  });
+  if (cpus == 1) {
+    EXPECT_EQ(child.out, "3 ran") << child.err;
+  } else {
+    EXPECT_TRUE(KilledByFilter(child)) << child.status << ' ' << child.err;
+  }
+}
+
+TEST(WorkerPoolPinningDeathTest, NoWorkerIsPinnedWherePinningIsOff) {
+  const PinningVariable off("0");
+  const uint32_t cpus = Cpus().Count();
+  const ChildResult child = RunInChild([cpus] {
+    ForbidPinning();
+    RunBatches(std::max(2u, cpus));
+  });
+  EXPECT_EQ(child.status, 0) << child.err;
+  EXPECT_EQ(child.out, "3 ran");
+}
+
+TEST(WorkerPoolPinningDeathTest, NoWorkerIsPinnedWhereTheProcessMayRunOnOneCpuOnly) {
+  const PinningVariable unset(nullptr);
+  const Cpus cpus;
+  const ChildResult child = RunInChild([&cpus] {
+    Cpus::RunOn({cpus.all.front()});
+    ForbidPinning();
+    RunBatches(4);
+  });
+  EXPECT_EQ(child.status, 0) << child.err;
+  EXPECT_EQ(child.out, "3 ran");
+}
+
+// Without this, the children above could pass on a host that ignores the filter.
+TEST(WorkerPoolPinningDeathTest, TheFilterEndsAProcessThatSetsAnAffinity) {
+  const Cpus cpus;
+  const ChildResult child = RunInChild([&cpus] {
+    ForbidPinning();
+    Cpus::RunOn(cpus.all);
+  });
+  EXPECT_TRUE(KilledByFilter(child)) << child.status << ' ' << child.err;
 }
 
 TEST(WorkerPoolTest, WaitingWithNothingPostedReturnsAtOnce) {
