@@ -57,14 +57,19 @@ void BindingEngine::createAnimationClipBindingFunc(BindingEngine* self, v8::Isol
   if (info.Length() < 5) {
     return;
   }
-  const TargetListArguments lists = ReadTargetLists(isolate, info);
-  if (lists.data == nullptr) {
+  const v8::Local<v8::Value> buffer = vx::Arg(info, 0);
+  if (!buffer->IsArrayBuffer()) {
     return;
   }
+  const TargetListRange range = ReadTargetListRange(isolate, info);
   const uint32_t mode = vx::ReadUint32(isolate, vx::Arg(info, 4));
+  const uint8_t* data = TargetListMemory(buffer, range);
+  if (data == nullptr) {
+    return;
+  }
   BindingEngineAnimationClipBinding* wrapper = new BindingEngineAnimationClipBinding(self->core);
   wrapper->info.handle = self->core->CreateAnimationClipBinding(
-      lists.data, lists.byteOffset, lists.clipCount, lists.targetWords, mode);
+      data, range.byteOffset, range.clipCount, range.targetWords, mode);
   info.GetReturnValue().Set(CreateObject(isolate, wrapper));
 }
 

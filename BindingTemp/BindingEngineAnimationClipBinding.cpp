@@ -25,22 +25,19 @@ void BindingEngineAnimationClipBinding::Register() {
   builder.Install("EngineAnimationClipBinding");
 }
 
-TargetListArguments ReadTargetLists(v8::Isolate* isolate, const vx::CallbackInfo& info) {
-  TargetListArguments lists;
-  const v8::Local<v8::Value> buffer = vx::Arg(info, 0);
-  if (!buffer->IsArrayBuffer()) {
-    return lists;
-  }
-  lists.byteOffset = vx::ReadUint32(isolate, vx::Arg(info, 1));
-  lists.clipCount = vx::ReadUint32(isolate, vx::Arg(info, 2));
-  lists.targetWords = vx::ReadUint32(isolate, vx::Arg(info, 3));
+TargetListRange ReadTargetListRange(v8::Isolate* isolate, const vx::CallbackInfo& info) {
+  TargetListRange range;
+  range.byteOffset = vx::ReadUint32(isolate, vx::Arg(info, 1));
+  range.clipCount = vx::ReadUint32(isolate, vx::Arg(info, 2));
+  range.targetWords = vx::ReadUint32(isolate, vx::Arg(info, 3));
+  return range;
+}
+
+const uint8_t* TargetListMemory(v8::Local<v8::Value> buffer, const TargetListRange& range) {
   const vx::Bytes bytes = vx::ReadBytes(buffer);
   // In 64 bits: large counts must not wrap to a small size.
-  const uint64_t words = uint64_t{lists.targetWords} + lists.clipCount;
-  if (bytes.length >= lists.byteOffset + words * 4) {
-    lists.data = bytes.data;
-  }
-  return lists;
+  const uint64_t words = uint64_t{range.targetWords} + range.clipCount;
+  return bytes.length < range.byteOffset + words * 4 ? nullptr : bytes.data;
 }
 
 void BindingEngineAnimationClipBinding::updateBindingFunc(BindingEngineAnimationClipBinding* self,
@@ -52,18 +49,19 @@ void BindingEngineAnimationClipBinding::updateBindingFunc(BindingEngineAnimation
   }
   AnimationClipBinding* binding =
       self->core->Animation()->FindAnimationClipBinding(self->info.handle);
-  if (binding == nullptr) {
+  const v8::Local<v8::Value> buffer = vx::Arg(info, 0);
+  if (binding == nullptr || !buffer->IsArrayBuffer()) {
     return;
   }
-  const TargetListArguments lists = ReadTargetLists(isolate, info);
-  if (lists.data == nullptr) {
-    return;
-  }
+  const TargetListRange range = ReadTargetListRange(isolate, info);
   const uint32_t removedMode = vx::ReadUint32(isolate, vx::Arg(info, 4));
   const uint32_t keptMode = vx::ReadUint32(isolate, vx::Arg(info, 5));
   const uint32_t addedMode = vx::ReadUint32(isolate, vx::Arg(info, 6));
-  info.GetReturnValue().Set(binding->Update(lists.data, lists.byteOffset, lists.clipCount,
-                                            lists.targetWords, removedMode, keptMode, addedMode));
+  const uint8_t* data = TargetListMemory(buffer, range);
+  if (data != nullptr) {
+    info.GetReturnValue().Set(binding->Update(data, range.byteOffset, range.clipCount,
+                                              range.targetWords, removedMode, keptMode, addedMode));
+  }
 }
 
 void BindingEngineAnimationClipBinding::writeDefaultValuesFunc(

@@ -35,17 +35,19 @@ class BindingEngineAnimationClipBinding final : public BindingEngineBase {
                                      const vx::CallbackInfo& info);
 };
 
-// Target lists in an ArrayBuffer, as the two methods that take them get them.
-struct TargetListArguments {
-  const uint8_t* data = nullptr;  // null where the lists are refused
-  uint32_t byteOffset = 0;
-  uint32_t clipCount = 0;
-  uint32_t targetWords = 0;
+// Where the target lists are in an ArrayBuffer, as the two methods that take them are passed it.
+struct TargetListRange {
+  uint32_t byteOffset;
+  uint32_t clipCount;
+  uint32_t targetWords;
 };
 
-// Reads the first four arguments. Lists are refused in what is no ArrayBuffer, has no memory, or
-// ends ahead of them.
-TargetListArguments ReadTargetLists(v8::Isolate* isolate, const vx::CallbackInfo& info);
+// Converts arguments 1 to 3. May run script, which may detach any buffer: take memory afterwards.
+TargetListRange ReadTargetListRange(v8::Isolate* isolate, const vx::CallbackInfo& info);
+
+// The memory of an ArrayBuffer; null where there is none, or where it ends before the lists do.
+// Valid until script runs again.
+const uint8_t* TargetListMemory(v8::Local<v8::Value> buffer, const TargetListRange& range);
 
 }  // namespace nq::engine
 

@@ -45,6 +45,26 @@ function detach(buffer) {
   assert.strictEqual(buffer.byteLength, 0);
 }
 
+/** Each value as an object that notes in `order` when it is converted. */
+function noting(values, order) {
+  return values.map((value, i) => ({
+    valueOf() {
+      order.push(i);
+      return value;
+    },
+  }));
+}
+
+/** A value that transfers `buffer` to another thread when it is converted. */
+function detaching(value, buffer) {
+  return {
+    valueOf() {
+      detach(buffer);
+      return value;
+    },
+  };
+}
+
 function assertNear(actual, expected, tolerance) {
   assert.strictEqual(actual.length, expected.length);
   actual.forEach((value, i) => {
@@ -259,6 +279,46 @@ describe('createAnimationClipBinding', () => {
     }
   });
 
+  it('converts each number once and in order, also where the lists are refused', () => {
+    const { engine, clip, entity } = fixture();
+    const lists = Uint32Array.of(clip, 1, entity.handle).buffer;
+    const gone = lists.slice(0);
+    detach(gone);
+    for (const [buffer, words, refused] of [
+      [lists, 2, false],
+      [lists, 3, true],
+      [gone, 2, true],
+      [new ArrayBuffer(0), 2, true],
+    ]) {
+      const order = [];
+      const args = noting([0, 1, words, 1], order);
+      const made = engine.createAnimationClipBinding(buffer, ...args);
+      assert.strictEqual(made === null, refused);
+      assert.deepStrictEqual(order, [0, 1, 2, 3]);
+    }
+    const order = [];
+    const { createAnimationClipBinding } = engine;
+    const numbers = noting([0, 1, 2, 1], order);
+    assert.strictEqual(createAnimationClipBinding.call(engine, 'lists', ...numbers), null);
+    assert.strictEqual(
+      createAnimationClipBinding.call(engine, lists, ...numbers.slice(0, 3)),
+      null
+    );
+    assert.deepStrictEqual(order, []);
+  });
+
+  it('refuses a buffer that the conversion of a number detaches', () => {
+    const { engine, clip, entity } = fixture();
+    const words = Uint32Array.of(clip, 1, entity.handle);
+    [0, 1, 2, 1].forEach((value, i, numbers) => {
+      const lists = words.slice().buffer;
+      const args = numbers.slice();
+      args[i] = detaching(value, lists);
+      assert.strictEqual(engine.createAnimationClipBinding(lists, ...args), null, `number ${i}`);
+    });
+    assert.strictEqual(engine.createAnimationClipBinding(words.buffer, 0, 1, 2, 1).id, 0x1000);
+  });
+
   it('reads the lists at any offset, and keeps nothing of the buffer', () => {
     const { world, entity, clip } = fixture();
     for (const offset of [0, 1, 2, 3, 4, 7, 4096]) {
@@ -420,6 +480,47 @@ describe('updateBinding', () => {
     assert(bytesOf(first.batch.buffer).equals(before));
     world.controller(binding, [{ states: [world.state([{ clip }])] }]).update();
     assert.strictEqual(first.words[5], 5);
+  });
+
+  it('converts each number once and in order, also where the lists are refused', () => {
+    const { binding, clip, first } = fixture();
+    const { object } = binding;
+    const lists = Uint32Array.of(clip, 1, first.handle).buffer;
+    const gone = lists.slice(0);
+    detach(gone);
+    for (const [buffer, words, expected] of [
+      [lists, 2, true],
+      [lists, 3, false],
+      [gone, 2, false],
+      [new ArrayBuffer(0), 2, false],
+    ]) {
+      const order = [];
+      const args = noting([0, 1, words, 0, 0, 0], order);
+      assert.strictEqual(object.updateBinding(buffer, ...args), expected);
+      assert.deepStrictEqual(order, [0, 1, 2, 3, 4, 5]);
+    }
+    const order = [];
+    const numbers = noting([0, 1, 2, 0, 0, 0], order);
+    assert.strictEqual(object.updateBinding('lists', ...numbers), false);
+    assert.strictEqual(object.updateBinding(lists, ...numbers.slice(0, 5)), false);
+    assert.deepStrictEqual(order, []);
+  });
+
+  it('changes nothing where the conversion of a number detaches the buffer', () => {
+    const { world, binding, clip, first, second } = fixture();
+    const { object } = binding;
+    const words = Uint32Array.of(clip, 1, second.handle);
+    const before = bytesOf(first.batch.buffer);
+    [0, 1, 2, 3, 3, 1].forEach((value, i, numbers) => {
+      const lists = words.slice().buffer;
+      const args = numbers.slice();
+      args[i] = detaching(value, lists);
+      assert.strictEqual(object.updateBinding(lists, ...args), false, `number ${i}`);
+    });
+    assert(bytesOf(first.batch.buffer).equals(before));
+    world.controller(binding, [{ states: [world.state([{ clip }])] }]).update();
+    assert.strictEqual(first.words[5], 5);
+    assert.strictEqual(second.words[5], 0);
   });
 
   it('empties a binding for no clips', () => {
@@ -738,6 +839,23 @@ describe('setMaskAtIndex', () => {
       assert.strictEqual(object.setMaskAtIndex(...args), null);
       assert.deepStrictEqual(moved(), [4, 8, 8]);
     }
+  });
+
+  it('converts each number once and in order, and takes the memory behind that', () => {
+    const { object, handles, moved, records } = fixture();
+    object.setMaskAtIndex(0, records([handles[0], 0.5]), 0, 1);
+    const mask = records([handles[1], 0]);
+    const order = [];
+    const [index, byteOffset, count] = noting([0, 0, 2], order);
+    object.setMaskAtIndex(index, mask, byteOffset, count);
+    assert.deepStrictEqual(order, [0, 1, 2]);
+    for (const place of [0, 2, 3]) {
+      const gone = mask.slice(0);
+      const args = [0, gone, 0, 1];
+      args[place] = detaching(args[place], gone);
+      assert.strictEqual(object.setMaskAtIndex(...args), null);
+    }
+    assert.deepStrictEqual(moved(), [4, 8, 8]);
   });
 
   it('reads records at any offset, and keeps nothing of the buffer', () => {
