@@ -23,16 +23,18 @@ inline uint32_t BatchWord(const uint8_t* words, size_t index) {
 }
 
 // Calls `operation(Target*, handle)` for each handle in `bytes`: a count word n and n handles. One
-// handle is done on the calling thread; several are posted to the first pool, a task each, while
-// the calling thread waits and takes no part. A count of 0, or one that exceeds the buffer, does
-// nothing. The first word is read without a look at the pointer: what is no buffer faults here.
+// handle is done on the calling thread; several are posted to the first pool of the target's
+// Runtime(), a task each, while the calling thread waits and takes no part. A count of 0, or one
+// that exceeds the buffer, does nothing, whatever the target: it may be null, and is used behind
+// that guard only. The first word is read without a look at the pointer: what is no buffer faults
+// here.
 //
 // The order of the calls is not defined, so the work of one handle must not depend on another's.
 // The tasks of a list's parts, one for each task that can run at once, are queued in turns: handles
 // side by side in the list mostly work on memory side by side, and processors that are at it at the
 // same time would fetch each other's.
 template <typename Target, void (*operation)(Target* target, uint32_t handle)>
-void BatchUpdate(EngineRuntime* runtime, Target* target, const vx::Bytes& bytes) {
+void BatchUpdate(Target* target, const vx::Bytes& bytes) {
   const uint8_t* words = bytes.data;
   // Read as volatile ahead of the copy below: a compiler may take a copied null for impossible, and
   // go on with anything; this access stays, and faults.
@@ -48,7 +50,7 @@ void BatchUpdate(EngineRuntime* runtime, Target* target, const vx::Bytes& bytes)
   }
   std::vector<Task> tasks;
   tasks.reserve(n);
-  WorkerPool* pool = runtime->FirstPool();
+  WorkerPool* pool = target->Runtime()->FirstPool();
   const size_t parts = pool->Parallelism();
   const size_t part = (n + parts - 1) / parts;
   for (size_t first = 1; first <= part; ++first) {

@@ -18,7 +18,9 @@ template <HandleOperation operation>
 void UpdateOne(BindingEngine* self, v8::Isolate* isolate, const vx::CallbackInfo& info) {
   info.GetReturnValue().SetNull();
   if (info.Length() >= 1) {
-    (self->Core()->*operation)(vx::ReadUint32(isolate, vx::Arg(info, 0)));
+    // Converted before a wrapper of the wrong class, which is null, is used.
+    const uint32_t handle = vx::ReadUint32(isolate, vx::Arg(info, 0));
+    (self->Core()->*operation)(handle);
   }
 }
 
@@ -31,8 +33,7 @@ template <HandleOperation operation>
 void UpdateMany(BindingEngine* self, const vx::CallbackInfo& info) {
   info.GetReturnValue().SetNull();
   if (info.Length() >= 1) {
-    BatchUpdate<BindingEngine, CallOperation<operation>>(self->Runtime(), self,
-                                                         vx::ReadBytes(vx::Arg(info, 0)));
+    BatchUpdate<BindingEngine, CallOperation<operation>>(self, vx::ReadBytes(vx::Arg(info, 0)));
   }
 }
 

@@ -24,6 +24,11 @@ struct Call {
 
 // What the calls of one batch leave behind. Calls come from several threads at once.
 struct Recorder {
+  explicit Recorder(engine::EngineRuntime* runtime) : runtime(runtime) {}
+
+  engine::EngineRuntime* Runtime() const { return runtime; }
+
+  engine::EngineRuntime* const runtime;
   std::mutex mutex;
   std::vector<Call> calls;
   std::chrono::milliseconds pause{0};
@@ -43,10 +48,9 @@ void BatchOp(const vx::CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
   BindingEngine* wrapper = vx::Unwrap<BindingEngine>(ObjectArg(info, 0));
   // Not freed: a batch that returned early goes on writing to it.
-  Recorder* recorder = new Recorder();
+  Recorder* recorder = new Recorder(wrapper->Runtime());
   recorder->pause = std::chrono::milliseconds(Uint32Arg(info, 2));
-  engine::BatchUpdate<Recorder, Record>(wrapper->Runtime(), recorder,
-                                        vx::ReadBytes(vx::Arg(info, 1)));
+  engine::BatchUpdate<Recorder, Record>(recorder, vx::ReadBytes(vx::Arg(info, 1)));
   std::vector<Call> calls;
   {
     const std::lock_guard<std::mutex> lock(recorder->mutex);

@@ -103,6 +103,18 @@ describe('receiver', () => {
       ]) {
         assert.strictEqual(engine[name].call(receiver), null, name);
       }
+      // A list that is refused reaches nobody.
+      for (const name of [
+        'updateAnimators',
+        'updateAnimatorControllers',
+        'updateSkinningMatrices',
+      ]) {
+        for (const words of [[0], [0, 1, 2], [1], [3, 1, 2], [0xffffffff, 1]]) {
+          const list = Uint32Array.from(words);
+          assert.strictEqual(engine[name].call(receiver, list), null, `${name} ${words}`);
+          assert.strictEqual(engine[name].call(receiver, list.buffer), null, `${name} ${words}`);
+        }
+      }
       assert.strictEqual(engine.createDataModel.call(receiver, 1), null);
       assert.strictEqual(engine.createComponent.call(receiver, 2, 1), null);
       assert.strictEqual(engine.createComponent.call(receiver, 3), null);
@@ -143,6 +155,9 @@ describe('receiver', () => {
     ['skinningsOnDataModel', 'updateSkinningMatrices on a data model'],
     ['dataModelOnEmpty', 'createDataModel on an empty engine'],
     ['componentOnDataModel', 'createComponent on a data model'],
+    ['animatorOnEmptyConverts', 'updateAnimator, behind the conversion of its handle'],
+    ['skinningOnEntityConverts', 'updateSkinningMatrix, behind the conversion of its handle'],
+    ['skinningsOnEmptyByWorkers', 'updateSkinningMatrices of two on an empty engine'],
   ]) {
     it(`ends the process by a fault: ${label}`, () => {
       assertFault(runScript('animation.js', name));
@@ -154,6 +169,7 @@ describe('receiver', () => {
     ['controllerOnBinding', 'createAnimatorControllerModel on a binding'],
     ['stateOnEmpty', 'createAnimatorControllerStateModel on an empty engine'],
     ['controllersOnController', 'updateAnimatorControllers on a controller'],
+    ['controllersOnEmptyByWorkers', 'updateAnimatorControllers of two on an empty engine'],
     ['updateOnEmpty', 'update on an empty controller'],
     ['updateOnState', 'update on a state'],
     ['updateWithoutArguments', 'update without arguments on a binding'],

@@ -173,6 +173,12 @@ const cases = {
   skinningsOnDataModel: () => (
     about(), engine.updateSkinningMatrices.call(dataModel, Uint32Array.of(1, 0x1000))
   ),
+  skinningsOnEmptyByWorkers: () => (
+    about(), engine.updateSkinningMatrices.call(empty, Uint32Array.of(2, 0x1000, 0x2000))
+  ),
+  // The conversion alone says that the end is near.
+  animatorOnEmptyConverts: () => engine.updateAnimator.call(empty, { valueOf: about }),
+  skinningOnEntityConverts: () => engine.updateSkinningMatrix.call(entity, { valueOf: about }),
   dataModelOnEmpty: () => (about(), engine.createDataModel.call(empty, 1, new ArrayBuffer(4))),
   componentOnDataModel: () => (about(), engine.createComponent.call(dataModel, 2, 1, 1)),
 

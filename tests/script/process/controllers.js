@@ -33,6 +33,8 @@ const cases = {
   stateOnEmpty: () => engine.createAnimatorControllerStateModel.call(emptyEngine, 1),
   controllersOnController: () =>
     engine.updateAnimatorControllers.call(controller, Uint32Array.of(1, controller.id)),
+  controllersOnEmptyByWorkers: () =>
+    engine.updateAnimatorControllers.call(emptyEngine, Uint32Array.of(2, 0x1000, 0x2000)),
   updateOnEmpty: () => controller.update.call(emptyController, 0, mask),
   updateOnState: () => controller.update.call(state, 0, mask),
   updateWithoutArguments: () => controller.update.call(binding),
