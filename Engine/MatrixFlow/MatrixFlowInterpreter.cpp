@@ -53,9 +53,8 @@ struct Operands {
 // position back, Enter takes both anew.
 class Run {
  public:
-  // `own` is the block of the stream itself.
-  Run(const MemoryAllocator& memory, StreamReader* reader, const MemoryBlock& own)
-      : memory(memory), reader(reader), hasWideVectors(HasWideVectors()), found{own, own, own} {
+  Run(const MemoryAllocator& memory, StreamReader* reader)
+      : memory(memory), reader(reader), hasWideVectors(HasWideVectors()) {
     reader->begin();
     Enter();
   }
@@ -233,25 +232,33 @@ class Run {
   }
 
  private:
+  // A block that the allocator's index gave. Its ID is wider than those of references, so that none
+  // of them equals that of a place where nothing was found yet.
+  struct FoundBlock {
+    uint64_t memoryID = uint64_t{1} << 32;
+    uint32_t size = 0;
+    uint8_t* pointer = nullptr;
+  };
+
   template <uint32_t place>
   NQ_INLINE bool ResolveOne(const uint8_t* words, uint32_t length, Operands* operands) {
     uint32_t reference[2];  // memoryID, offset
     std::memcpy(reference, words + place * kReferenceBytes, kReferenceBytes);
-    MemoryBlock& block = found[place];
+    FoundBlock& block = found[place];
     if (block.memoryID != reference[0]) {
       const MemoryBlock other = memory.Find(reference[0]);
       if (other.pointer == nullptr) {
         position += (place + 1) * kReferenceBytes;
         return false;
       }
-      block = other;
+      block = {reference[0], other.size, static_cast<uint8_t*>(other.pointer)};
     }
     // Kept on purpose: the sum wraps as a 32-bit number does.
     if (block.size < reference[1] + length) {
       position += (place + 1) * kReferenceBytes;
       return false;
     }
-    operands->bytes[place] = static_cast<uint8_t*>(block.pointer) + reference[1];
+    operands->bytes[place] = block.pointer + reference[1];
     return true;
   }
 
@@ -324,8 +331,9 @@ class Run {
   const bool hasWideVectors;
 
   // By place among a command's operands, the block that was found last: streams mostly go on in the
-  // same. No block comes or goes during a run.
-  MemoryBlock found[kMaxOperands];
+  // same. No block comes or goes during a run. All start empty, for the stream's own block too: its
+  // ID may have left the index, and is then as unknown as any other.
+  FoundBlock found[kMaxOperands];
 
   const uint8_t* data;  // the segment
   uint32_t position;
@@ -347,7 +355,7 @@ int32_t MatrixFlowSystem::ExecuteCommandBuffer(uint32_t handle) {
            static_cast<int>(handle));
     return kMatrixFlowNoBuffer;
   }
-  Run run(core->Runtime()->Memory(), buffer->reader.get(), buffer->block);
+  Run run(core->Runtime()->Memory(), buffer->reader.get());
   int32_t code = kMatrixFlowDone;
   while (code == kMatrixFlowDone && !run.AtEnd()) {
     const int32_t type = static_cast<int32_t>(run.ReadWord());

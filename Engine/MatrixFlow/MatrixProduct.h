@@ -10,7 +10,8 @@ namespace nq::engine {
 
 // out = left x right: 16 floats each, column-major, at any address; `out` may be or overlap an
 // operand, since all is loaded before anything is stored. Each element is summed from left to
-// right, as by multiplyMatrix4, and both functions give the same bits.
+// right, as by multiplyMatrix4, and both functions give the same bits, except where two different
+// NaNs meet in an element: it is NaN then, with the payload of either.
 void MultiplyByColumns(const uint8_t* left, const uint8_t* right, uint8_t* out);
 
 // The same with half the operations, only where HasWideVectors.

@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "tests/native/Engine/MatrixFlow/MatrixFlowScene.h"
 
@@ -50,6 +52,44 @@ TEST_F(MatrixFlowSystemTest, HandlesComeInOrderAndBuffersZeroed) {
 TEST_F(MatrixFlowSystemTest, ABufferOfSize0IsNothingAndUsesNoHandle) {
   EXPECT_TRUE(IsNothing(scene.Core()->CreateCommandBuffer(0)));
   EXPECT_EQ(0x1000u, scene.AddBuffer(16));
+}
+
+// The last release through a view takes the number of the first block out of the index, which then
+// names nothing: nor does it in a stream that the first block holds itself.
+TEST_F(MatrixFlowSystemTest, ANumberThatHasLeftTheIndexGives4ToTheBufferThatItNamed) {
+  EngineCore* core = scene.Core();
+  EngineRuntime* runtime = scene.Runtime();
+  const NativeValueInfo buffer = core->CreateCommandBuffer(64);
+  ASSERT_EQ(0u, buffer.memoryID);
+  const MemoryBlock other = runtime->Allocate(64);
+  const auto execute = [&](const std::vector<uint32_t>& words) {
+    uint32_t* stream = static_cast<uint32_t*>(buffer.pointer);
+    stream[0] = static_cast<uint32_t>(4 * words.size());
+    std::copy(words.begin(), words.end(), stream + 1);
+    return core->ExecuteCommandBuffer(buffer.handle);
+  };
+  const uint32_t id = other.memoryID;
+  ASSERT_EQ(0, execute({1000, 0, 60, 0, 56}));
+
+  const NativeValueInfo viewed = runtime->CreateValue(16);
+  const NativeValueInfo view = runtime->CreateView(viewed.pointer, 0, 16);
+  runtime->ReleaseValue(viewed.handle);
+  runtime->ReleaseValue(view.handle);
+  ASSERT_EQ(nullptr, runtime->FindBlock(0).pointer);
+  for (const std::vector<uint32_t>& words : std::vector<std::vector<uint32_t>>{
+           {1000, 0, 60, id, 0},
+           {1000, id, 0, 0, 60},
+           {1001, id, 0, id, 0, 0, 60},
+           {1000, 0, 0xFFFFFFFC, id, 0},  // its end wraps to 0
+           {9000, 0, 0, 0, id, 0},        // of no bytes
+           {1000, 0xFFFFFFFF, 60, id, 0},
+           {1000, 0xFFFFFFFF, 0xFFFFFFFC, id, 0},
+       }) {
+    EXPECT_EQ(4, execute(words)) << testing::PrintToString(words);
+  }
+  EXPECT_EQ(0, execute({1000, id, 4, id, 0}));
+  runtime->Release(other);
+  core->ReleaseCommandBuffer(buffer.handle);
 }
 
 TEST_F(MatrixFlowSystemTest, AReaderStartsOverItsBlockWithoutLimits) {

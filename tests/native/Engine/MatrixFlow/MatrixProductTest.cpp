@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <random>
+#include <set>
 #include <vector>
 
 namespace nq::engine {
@@ -107,6 +108,47 @@ TEST_P(MatrixProductTest, KeepsNumbersThatAreNone) {
   for (int i = 0; i < 16; ++i) {
     EXPECT_EQ(std::isnan(out[i]), i % 4 == 1 || i / 4 == 1) << i;
   }
+}
+
+// Elements that one NaN reaches keep its payload. Where different ones meet, which payload is left
+// depends on the instructions, and so on the product.
+TEST_P(MatrixProductTest, KeepsThePayloadOfANaNUnlessDifferentOnesMeet) {
+  constexpr uint32_t kQuietNaN = 0x7FC00000;
+  std::mt19937 random(1);
+  int alone = 0;
+  int met = 0;
+  for (int round = 0; round < 500; ++round) {
+    uint32_t operands[2][16];
+    for (uint32_t(&matrix)[16] : operands) {
+      for (uint32_t& element : matrix) {
+        const float number = static_cast<float>(random() % 100);
+        std::memcpy(&element, &number, sizeof(element));
+        if (random() % 12 == 0) {
+          element = kQuietNaN | (random() % 2) << 31 | (1 + random() % 1000);
+        }
+      }
+    }
+    uint32_t out[16];
+    GetParam().multiply(reinterpret_cast<const uint8_t*>(operands[0]),
+                        reinterpret_cast<const uint8_t*>(operands[1]),
+                        reinterpret_cast<uint8_t*>(out));
+    for (uint32_t i = 0; i < 16; ++i) {
+      std::set<uint32_t> nans;
+      for (uint32_t k = 0; k < 4; ++k) {
+        for (const uint32_t factor : {operands[0][4 * k + i % 4], operands[1][i / 4 * 4 + k]}) {
+          if ((factor & kQuietNaN) == kQuietNaN) {
+            nans.insert(factor);
+          }
+        }
+      }
+      EXPECT_EQ((out[i] & kQuietNaN) == kQuietNaN, !nans.empty()) << round << ' ' << i;
+      EXPECT_TRUE(nans.empty() || nans.count(out[i]) == 1) << round << ' ' << i;
+      alone += nans.size() == 1 ? 1 : 0;
+      met += nans.size() > 1 ? 1 : 0;
+    }
+  }
+  EXPECT_GT(alone, 1000);
+  EXPECT_GT(met, 500);
 }
 
 INSTANTIATE_TEST_SUITE_P(, MatrixProductTest, testing::ValuesIn(ProductsInUse()),
