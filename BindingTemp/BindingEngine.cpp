@@ -4,8 +4,11 @@
 #include <cstdlib>
 #include <string>
 
+#include "BindingTemp/BindingEngineAnimationClipBinding.h"
+#include "BindingTemp/BindingEngineAnimatorController.h"
 #include "BindingTemp/BindingEngineBase.h"
 #include "BindingTemp/BindingEngineComponent.h"
+#include "BindingTemp/BindingEngineDataModel.h"
 #include "BindingTemp/BindingEngineEntity.h"
 #include "BindingTemp/BindingEngineMatrixFlowCommandBuffer.h"
 #include "BindingTemp/CreateObject.h"
@@ -17,10 +20,6 @@ namespace nq::engine {
 
 BindingEngine::BindingEngine(EngineRuntime* runtime)
     : core(new EngineCore(runtime)), runtime(runtime) {}
-
-BindingEngine::BindingEngine(const vx::CallbackInfo& /*info*/) : core(nullptr), runtime(nullptr) {
-  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
-}
 
 BindingEngine::~BindingEngine() {
   core->DropReference();
@@ -129,6 +128,45 @@ void BindingEngine::refreshWorldTransformFunc(BindingEngine* self, v8::Isolate* 
                                               const vx::CallbackInfo& info) {
   self->core->RefreshWorldTransform();
   info.GetReturnValue().SetNull();
+}
+
+// Constructors for script, of all wrapper classes: together, since each fails its assertion in the
+// name of this file, and the line that it reports must be one of this file.
+
+BindingEngine::BindingEngine(const vx::CallbackInfo& /*info*/) : core(nullptr), runtime(nullptr) {
+  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
+}
+
+BindingEngineEntity::BindingEngineEntity(const vx::CallbackInfo& /*info*/) : access(nullptr) {
+  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
+}
+
+BindingEngineComponent::BindingEngineComponent(const vx::CallbackInfo& /*info*/) : kind(0) {
+  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
+}
+
+BindingEngineDataModel::BindingEngineDataModel(const vx::CallbackInfo& /*info*/) : kind(0) {
+  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
+}
+
+BindingEngineAnimationClipBinding::BindingEngineAnimationClipBinding(
+    const vx::CallbackInfo& /*info*/) {
+  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
+}
+
+BindingEngineAnimatorControllerModel::BindingEngineAnimatorControllerModel(
+    const vx::CallbackInfo& /*info*/) {
+  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
+}
+
+BindingEngineAnimatorControllerStateModel::BindingEngineAnimatorControllerStateModel(
+    const vx::CallbackInfo& /*info*/) {
+  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
+}
+
+BindingEngineMatrixFlowCommandBuffer::BindingEngineMatrixFlowCommandBuffer(
+    const vx::CallbackInfo& /*info*/) {
+  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
 }
 
 }  // namespace nq::engine

@@ -1,16 +1,10 @@
 // Target lists for script, and release of bindings.
 #include "BindingTemp/BindingEngineAnimationClipBinding.h"
 
-#include "Common/Def/Assert.h"
 #include "Engine/Animation/AnimationClipBinding.h"
 #include "Engine/Animation/AnimationSystem.h"
 
 namespace nq::engine {
-
-BindingEngineAnimationClipBinding::BindingEngineAnimationClipBinding(
-    const vx::CallbackInfo& /*info*/) {
-  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
-}
 
 BindingEngineAnimationClipBinding::~BindingEngineAnimationClipBinding() {
   core->ReleaseAnimationClipBinding(info.handle);

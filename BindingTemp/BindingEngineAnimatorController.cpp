@@ -1,7 +1,6 @@
 // Creation, use and release of controllers and states for script.
 #include "BindingTemp/BindingEngineAnimatorController.h"
 
-#include "Common/Def/Assert.h"
 #include "Engine/Animation/AnimationSystem.h"
 #include "Engine/Animation/AnimatorControllerModel.h"
 
@@ -19,11 +18,6 @@ BindingEngineAnimatorControllerModel::BindingEngineAnimatorControllerModel(Engin
                                                                            uint32_t layerCount)
     : BindingEngineBase(core) {
   info = core->CreateAnimatorControllerModel(layerCount);
-}
-
-BindingEngineAnimatorControllerModel::BindingEngineAnimatorControllerModel(
-    const vx::CallbackInfo& /*info*/) {
-  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
 }
 
 BindingEngineAnimatorControllerModel::~BindingEngineAnimatorControllerModel() {
@@ -77,11 +71,6 @@ BindingEngineAnimatorControllerStateModel::BindingEngineAnimatorControllerStateM
     EngineCore* core, uint32_t clipCount)
     : BindingEngineBase(core) {
   info = core->CreateAnimatorControllerStateModel(clipCount);
-}
-
-BindingEngineAnimatorControllerStateModel::BindingEngineAnimatorControllerStateModel(
-    const vx::CallbackInfo& /*info*/) {
-  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
 }
 
 BindingEngineAnimatorControllerStateModel::~BindingEngineAnimatorControllerStateModel() {

@@ -1,17 +1,12 @@
 // Release of components for script.
 #include "BindingTemp/BindingEngineComponent.h"
 
-#include "Common/Def/Assert.h"
 #include "Common/Def/EngineRuntime.h"
 
 namespace nq::engine {
 
 BindingEngineComponent::BindingEngineComponent(EngineCore* core, uint32_t kind)
     : BindingEngineBase(core), kind(kind) {}
-
-BindingEngineComponent::BindingEngineComponent(const vx::CallbackInfo& /*info*/) : kind(0) {
-  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
-}
 
 BindingEngineComponent::~BindingEngineComponent() {
   if (kind == kCullingComponentKind) {

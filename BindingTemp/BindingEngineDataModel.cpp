@@ -1,7 +1,6 @@
 // Creation and release of data models for script.
 #include "BindingTemp/BindingEngineDataModel.h"
 
-#include "Common/Def/Assert.h"
 #include "Common/Def/EngineRuntime.h"
 
 namespace nq::engine {
@@ -14,10 +13,6 @@ BindingEngineDataModel::BindingEngineDataModel(EngineCore* core, uint32_t kind, 
   } else if (kind == kBonesModelKind) {
     info.handle = core->CreateSkeletonBonesInverseModel(data, size);
   }
-}
-
-BindingEngineDataModel::BindingEngineDataModel(const vx::CallbackInfo& /*info*/) : kind(0) {
-  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
 }
 
 BindingEngineDataModel::~BindingEngineDataModel() {

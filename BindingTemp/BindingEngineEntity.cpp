@@ -1,7 +1,6 @@
 // Creation and release of batches of entities for script.
 #include "BindingTemp/BindingEngineEntity.h"
 
-#include "Common/Def/Assert.h"
 #include "Common/Def/EngineRuntime.h"
 
 namespace nq::engine {
@@ -10,10 +9,6 @@ BindingEngineEntity::BindingEngineEntity(EngineCore* core, bool is3D, uint32_t c
     : BindingEngineBase(core), access(core) {
   const int32_t signedCount = static_cast<int32_t>(count);
   info = is3D ? core->CreateEntities3D(signedCount) : core->CreateEntities2D(signedCount);
-}
-
-BindingEngineEntity::BindingEngineEntity(const vx::CallbackInfo& /*info*/) : access(nullptr) {
-  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
 }
 
 BindingEngineEntity::~BindingEngineEntity() {

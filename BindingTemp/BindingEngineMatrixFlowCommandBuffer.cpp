@@ -1,19 +1,12 @@
 // Creation, runs and release of command buffers for script.
 #include "BindingTemp/BindingEngineMatrixFlowCommandBuffer.h"
 
-#include "Common/Def/Assert.h"
-
 namespace nq::engine {
 
 BindingEngineMatrixFlowCommandBuffer::BindingEngineMatrixFlowCommandBuffer(EngineCore* core,
                                                                            uint32_t size)
     : BindingEngineBase(core) {
   info = core->CreateCommandBuffer(static_cast<int32_t>(size));
-}
-
-BindingEngineMatrixFlowCommandBuffer::BindingEngineMatrixFlowCommandBuffer(
-    const vx::CallbackInfo& /*info*/) {
-  NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");
 }
 
 BindingEngineMatrixFlowCommandBuffer::~BindingEngineMatrixFlowCommandBuffer() {

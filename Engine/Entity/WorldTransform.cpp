@@ -149,7 +149,7 @@ void UpdateTreeOf(const TransformTree& tree, uint32_t top) {
 
 void EntitySystem::FailOnParentCycle(uint32_t handle) {
   NQ_LOG("[NQ_FATAL][Engine]: ", "Parent cycle detected, entity: %d\n", static_cast<int>(handle));
-  FailAssertion("0", "Engine/Entity/EntitySystem", __LINE__);
+  FailAssertion("0", "Engine/Entity/WorldTransform", __LINE__);
 }
 
 void Entity::UpdateTree() {

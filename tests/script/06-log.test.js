@@ -38,7 +38,7 @@ describe('log', () => {
 
   it('names the entity of a parent cycle and ends the process', () => {
     const result = runScript('log.js', 'parentCycle');
-    assertFailedAssertion(result, '0', 'Engine/Entity/EntitySystem');
+    assertFailedAssertion(result, '0', 'Engine/Entity/WorldTransform');
     assert(
       /^\[NQ_FATAL\]\[Engine\]: Parent cycle detected, entity: (4096|8192)\n$/.test(result.stdout)
     );

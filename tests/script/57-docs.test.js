@@ -186,6 +186,19 @@ describe('docs/errors.md', () => {
     }
   });
 
+  it('speaks of assertions that name the file whose line they report', () => {
+    let reporting = 0;
+    for (const source of shippedFiles()) {
+      for (const [expression, file, line] of assertions(read(source), vxFile)) {
+        if (line === '') {
+          ++reporting;
+          assert.strictEqual(file, source.replace(/\.\w+$/, ''), `${expression} of ${source}`);
+        }
+      }
+    }
+    assert(reporting > 15, String(reporting));
+  });
+
   it('has all results of command buffers', () => {
     const header = read('Engine/MatrixFlow/MatrixFlowCommand.h');
     const results = /enum MatrixFlowResult[^{]*{([^}]*)}/.exec(header)[1];

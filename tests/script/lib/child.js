@@ -1,6 +1,7 @@
 'use strict';
 // Runs what ends a process in a process of its own, and judges how it ended.
 const assert = require('assert');
+const fs = require('fs');
 const path = require('path');
 const { spawnSync } = require('child_process');
 const { buildKind } = require('./host');
@@ -59,7 +60,18 @@ function assertHostFatal(result, text) {
   assert(result.stdout.endsWith('about to end\n'), describe(result));
 }
 
-/** An assertion of ours failed with exactly these words, and nothing else was said on stderr. */
+/** The line that a source, named without its extension, has under a number; '' if there is none. */
+function sourceLine(file, number) {
+  const name = path.join(__dirname, '..', '..', '..', file);
+  const source = ['.cpp', '.h'].map((end) => name + end).find((one) => fs.existsSync(one));
+  assert(source, `there is no ${file}.cpp or .h`);
+  return fs.readFileSync(source, 'utf8').split('\n')[number - 1] || '';
+}
+
+/**
+ * An assertion of ours failed with exactly these words, and nothing else was said on stderr. Its file and
+ * line lead to it, unless the file has backslashes: then both are fixed texts.
+ */
 function assertFailedAssertion(result, expression, file) {
   assert.strictEqual(result.signal, 'SIGABRT', describe(result));
   const match = /^Assertion failed: (.*), file (.*), line (\d+)\n$/.exec(result.stderr);
@@ -67,6 +79,11 @@ function assertFailedAssertion(result, expression, file) {
   assert.strictEqual(match[1], expression);
   assert.strictEqual(match[2], file);
   assert(Number(match[3]) > 0);
+  if (!file.includes('\\')) {
+    const line = sourceLine(file, Number(match[3]));
+    assert(/\b(FailAssertion|\w+_ASSERT)\(/.test(line), `${match[0]}that line is: ${line}`);
+    assert(line.includes(expression), `${match[0]}that line is: ${line}`);
+  }
 }
 
 module.exports = {

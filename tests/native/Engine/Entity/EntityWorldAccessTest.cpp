@@ -316,7 +316,7 @@ TEST_F(EntityWorldAccessDeathTest, RotationOfAnEntityOnAParentCycleIsFatal) {
         entities.getWorldRotation(e + 1);
       },
       "^\\[NQ_FATAL\\]\\[Engine\\]: Parent cycle detected, entity: 4097\n"
-      "Assertion failed: 0, file Engine/Entity/EntitySystem, line [0-9]+\n");
+      "Assertion failed: 0, file Engine/Entity/WorldTransform, line [0-9]+\n");
 }
 
 }  // namespace nq::engine

@@ -1225,7 +1225,7 @@ class WorldTransformDeathTest : public WorldTransformTest {
       },                                                                       \
       testing::KilledBySignal(SIGABRT),                                        \
       "^\\[NQ_FATAL\\]\\[Engine\\]: Parent cycle detected, entity: 409[678]\n" \
-      "Assertion failed: 0, file Engine/Entity/EntitySystem, line [0-9]+\n$")
+      "Assertion failed: 0, file Engine/Entity/WorldTransform, line [0-9]+\n$")
 
 TEST_F(WorldTransformDeathTest, AMarkedCycleUnderARootIsFatal) {
   EXPECT_PARENT_CYCLE(world.Refresh());
