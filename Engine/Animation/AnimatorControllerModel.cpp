@@ -13,9 +13,7 @@ namespace nq::engine {
 
 void ControllerMask::Set(const uint8_t* records, uint32_t count) {
   entries.resize(count);
-  if (count != 0) {
-    std::memcpy(entries.data(), records, count * sizeof(ControllerMaskRecord));
-  }
+  std::memcpy(entries.data(), records, count * sizeof(ControllerMaskRecord));
   const auto isBefore = [](const ControllerMaskRecord& a, const ControllerMaskRecord& b) {
     return a.entity < b.entity;
   };
@@ -28,9 +26,6 @@ void ControllerMask::Set(const uint8_t* records, uint32_t count) {
 }
 
 const float* ControllerMask::WeightsBySlot(const RestPoses& restPoses) {
-  if (entries.empty()) {
-    return nullptr;
-  }
   if (seenVersion != restPoses.Version()) {
     seenVersion = restPoses.Version();
     weights.assign(restPoses.SlotCount(), 1.0f);
@@ -44,12 +39,25 @@ const float* ControllerMask::WeightsBySlot(const RestPoses& restPoses) {
   return weights.data();
 }
 
+void ControllerMasks::Set(uint32_t layer, const uint8_t* records, uint32_t count) {
+  if (count == 0) {
+    byLayer.erase(layer);
+  } else {
+    byLayer[layer].Set(records, count);
+  }
+}
+
+ControllerMask* ControllerMasks::Find(uint32_t layer) {
+  const auto found = byLayer.find(layer);
+  return found == byLayer.end() ? nullptr : &found->second;
+}
+
 bool AnimatorControllerModel::SetMask(uint32_t index, const uint8_t* bytes, uint32_t offset,
                                       uint32_t count) {
   if (index >= layerCount) {
     return false;
   }
-  masks[index].Set(bytes + offset, count);
+  masks.Set(index, bytes + offset, count);
   return true;
 }
 

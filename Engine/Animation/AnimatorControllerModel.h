@@ -3,6 +3,7 @@
 #define NQ_ENGINE_ANIMATION_ANIMATORCONTROLLERMODEL_H_
 
 #include <cstdint>
+#include <map>
 #include <vector>
 
 #include "Common/Def/HandlerValue.h"
@@ -16,16 +17,30 @@ class EngineCore;
 // How much of a layer reaches each entity. An entity that is not in the mask keeps the whole.
 class ControllerMask {
  public:
-  // Replaces the mask by `count` records; of several for an entity the first counts.
+  // Replaces the mask by `count` records, at least 1; of several for an entity the first counts.
   void Set(const uint8_t* records, uint32_t count);
 
-  // Weights by slot of a binding's rest poses, 1 where the mask has none; null for an empty mask.
+  // Weights by slot of a binding's rest poses, 1 where the mask has none.
   const float* WeightsBySlot(const RestPoses& restPoses);
 
  private:
   std::vector<ControllerMaskRecord> entries;  // by ascending entity
   std::vector<float> weights;
   uint64_t seenVersion = 0;  // of the rest poses that `weights` was made for; 0 for none
+};
+
+// The masks of a controller's layers. A layer has one only while it is masked: controllers of many
+// layers and few masks take no memory for the others.
+class ControllerMasks {
+ public:
+  // Replaces the mask of a layer by `count` records; 0 records unmask it.
+  void Set(uint32_t layer, const uint8_t* records, uint32_t count);
+
+  // The mask of a layer, or null for one that is not masked. Valid until the next Set.
+  ControllerMask* Find(uint32_t layer);
+
+ private:
+  std::map<uint32_t, ControllerMask> byLayer;
 };
 
 // Holds no state machine and no clock: script says in the shared block, and in those of the states,
@@ -36,7 +51,7 @@ class AnimatorControllerModel {
  public:
   // `data` is the block, which the value owns.
   AnimatorControllerModel(EngineCore* core, uint8_t* data, uint32_t layerCount)
-      : core(core), data(data), layerCount(layerCount), masks(layerCount) {}
+      : core(core), data(data), layerCount(layerCount) {}
   virtual ~AnimatorControllerModel() = default;
   AnimatorControllerModel(const AnimatorControllerModel&) = delete;
   AnimatorControllerModel& operator=(const AnimatorControllerModel&) = delete;
@@ -59,7 +74,7 @@ class AnimatorControllerModel {
   EngineCore* const core;  // not counted
   uint8_t* const data;     // not owned
   const uint32_t layerCount;
-  std::vector<ControllerMask> masks;  // by layer
+  ControllerMasks masks;
 };
 
 // The value behind a controller's handle.

@@ -154,6 +154,7 @@ void EvaluateLayer(AnimatorControllerModel* controller, uint32_t index, RestPose
     return;
   }
   const bool additive = record.blendMode == kAdditiveLayer;
+  ControllerMask* mask = controller->masks.Find(index);
   const AnimationSystem* system = controller->core->Animation();
   const AnimatorControllerStateModel* state =
       system->FindAnimatorControllerStateModel(record.firstState);
@@ -161,8 +162,7 @@ void EvaluateLayer(AnimatorControllerModel* controller, uint32_t index, RestPose
     const float s = state->Record().weight;
     if (s != 0.0f) {
       PoseSet& poses = scratch->statePose;
-      EvaluateState(*controller, *state, additive, &controller->masks[index], &scratch->state,
-                    &poses);
+      EvaluateState(*controller, *state, additive, mask, &scratch->state, &poses);
       for (const uint32_t slot : poses.Slots()) {
         TargetPose* sum;
         const bool isFresh = layer.EnterUnset(slot, &sum);

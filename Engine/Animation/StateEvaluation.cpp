@@ -137,7 +137,7 @@ void EvaluateState(const AnimatorControllerModel& controller,
     return;
   }
   RestPoses& restPoses = binding->defaults;
-  const float* maskWeights = mask->WeightsBySlot(restPoses);
+  const float* maskWeights = mask == nullptr ? nullptr : mask->WeightsBySlot(restPoses);
   const TransformTree& tree = controller.core->Entities()->Tree();
   // Not a number turns it on.
   const bool fill = state.Record().fillDefaults != 0.0f;

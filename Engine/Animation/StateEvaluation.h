@@ -25,7 +25,8 @@ struct StateScratch {
 
 // Evaluates all clips of a state into `result`, over the slots of the binding's rest poses; without
 // a binding there is nothing. `additive` takes a reference pose away from each clip's: position and
-// scale by subtraction, rotation by q conj(r). Targets without a rest pose are not animated.
+// scale by subtraction, rotation by q conj(r). Targets without a rest pose are not animated. `mask`
+// is null for a layer that is not masked.
 void EvaluateState(const AnimatorControllerModel& controller,
                    const AnimatorControllerStateModel& state, bool additive, ControllerMask* mask,
                    StateScratch* scratch, PoseSet* result);

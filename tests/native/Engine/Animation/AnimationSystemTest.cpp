@@ -5,7 +5,9 @@
 #include <malloc.h>
 
 #include <cstring>
+#include <vector>
 
+#include "Engine/Animation/AnimatorControllerModel.h"
 #include "tests/native/Engine/Animation/AnimationScene.h"
 
 #if defined(NQ_TEST_UNDER_ADDRESS_SANITIZER) || defined(NQ_TEST_UNDER_THREAD_SANITIZER)
@@ -310,6 +312,35 @@ TEST_F(AnimationSystemTest, AReleasedComponentGivesItsObjectAndItsBlockBack) {
     scene.ReleaseBones(scene.AddBones(kIdentity));
   }
   EXPECT_LT(HeapBytes(), before + 4096);
+}
+
+TEST_F(AnimationSystemTest, ALayerTakesNoMemoryBesideItsRecordUntilItIsMasked) {
+  constexpr uint32_t kLayers = 1000000;
+  constexpr size_t kBlockBytes = 4 + 12 * size_t{kLayers};
+  constexpr size_t kSlack = 16384;  // of the value, its tables, and of heap pages
+  const std::vector<ControllerMaskRecord> records(1000, ControllerMaskRecord{0x1000, 0.5f});
+  const uint8_t* bytes = reinterpret_cast<const uint8_t*>(records.data());
+  // The first one makes the animation system and its tables.
+  scene.Core()->CreateAnimatorControllerModel(1);
+  const size_t atFirst = HeapBytes();
+  const NativeValueInfo info = scene.Core()->CreateAnimatorControllerModel(kLayers);
+  const size_t made = HeapBytes();
+  EXPECT_GE(made - atFirst, kBlockBytes);
+  EXPECT_LT(made - atFirst, kBlockBytes + kSlack);
+
+  AnimatorControllerModel* controller = scene.Animation()->FindAnimatorControllerModel(info.handle);
+  for (const uint32_t layer : {0u, 500000u, kLayers - 1}) {
+    EXPECT_TRUE(controller->SetMask(layer, bytes, 0, 1000));
+  }
+  EXPECT_GE(HeapBytes() - made, 3 * 8000u);
+  EXPECT_LT(HeapBytes() - made, 3 * 8000u + 4096);
+  EXPECT_FALSE(controller->SetMask(kLayers, bytes, 0, 1000));
+  for (uint32_t layer = 0; layer < kLayers; ++layer) {
+    EXPECT_TRUE(controller->SetMask(layer, bytes, 0, 0));
+  }
+  EXPECT_LT(HeapBytes(), made + 4096) << "unmasked";
+  scene.Core()->ReleaseAnimatorControllerModel(info.handle);
+  EXPECT_LT(HeapBytes(), atFirst + kSlack);
 }
 
 }  // namespace

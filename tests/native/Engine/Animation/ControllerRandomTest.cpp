@@ -378,7 +378,7 @@ class RandomStage {
     }
     AnimatorControllerModel* engine = scene.ControllerOf(controller);
     EvaluateState(*engine, *scene.Animation()->FindAnimatorControllerStateModel(state), additive,
-                  &engine->masks[layer], &scratch, &poses);
+                  engine->masks.Find(layer), &scratch, &poses);
     met->additivePoses += additive ? static_cast<int>(expected.size()) : 0;
     ASSERT_EQ(expected.size(), poses.Slots().size());
     for (const uint32_t slot : poses.Slots()) {

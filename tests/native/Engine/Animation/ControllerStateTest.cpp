@@ -46,7 +46,7 @@ class AnimationControllerStateTest : public ControllerSceneTest {
     PoseSet result;
     StateScratch scratch;
     EvaluateState(*engine, *scene.Animation()->FindAnimatorControllerStateModel(state), additive,
-                  &engine->masks[0], &scratch, &result);
+                  engine->masks.Find(0), &scratch, &result);
     Poses poses;
     for (const uint32_t slot : result.Slots()) {
       poses[scene.BindingOf(binding)->defaults.Number(slot)] = result.At(slot);
