@@ -9,6 +9,9 @@ const layout = require('./layout');
 const args = require('./checked/arguments');
 const { ResultBuffer, cull } = require('./checked/culling');
 const { refresh } = require('./checked/frame');
+const { clipFacts } = require('./checked/hint-blends');
+const { readOnHint } = require('./checked/hint-report');
+const { Hints } = require('./checked/hints');
 const { adopt } = require('./checked/objects');
 const { checkBatch, players } = require('./checked/players');
 const { Registry } = require('./checked/registry');
@@ -86,6 +89,7 @@ function readDataModel(call, kind, bytes) {
     return {
       targetCount: new Set(clip.curves.map(({ target }) => target)).size,
       content: contentOf(clip),
+      facts: clipFacts(clip),
     };
   }
   const size = bytes.byteLength;
@@ -100,15 +104,15 @@ function updateOne(receiver, call, player, given) {
   const state = stateOf(receiver, call);
   checkWhole(call, 'handle', given[0]);
   const entry = state.registry.require(player.kind, `${call}: handle`, given[0]);
-  player.check(call, state, entry);
-  return state.engine[call](...given);
+  const played = [{ entry, reach: player.check(call, state, entry) }];
+  return state.hints.around(call, played, true, () => state.engine[call](...given));
 }
 
 function updateMany(receiver, call, player, given) {
   const state = stateOf(receiver, call);
   const handles = readCounted(call, 'handles', bytesOfData(call, 'handles', given[0]), 0);
-  checkBatch(call, state, player, handles);
-  return state.engine[call](...given);
+  const played = checkBatch(call, state, player, handles);
+  return state.hints.around(call, played, true, () => state.engine[call](...given));
 }
 
 /** The class of checked engines; `checked` makes them. */
@@ -146,7 +150,11 @@ class Engine {
     checkWhole(call, 'kind', kind, 1, 2, ': 1 a clip, 2 inverse bind matrices');
     const details = readDataModel(call, kind, bytesOfData(call, 'data', data));
     const name = kind === layout.dataModelKinds.clip ? 'clip' : 'bones';
-    return adopt(state, name, state.engine.createDataModel(...given), details).object;
+    const { object, entry } = adopt(state, name, state.engine.createDataModel(...given), details);
+    if (name === 'clip') {
+      state.hints.noteClip(call, entry);
+    }
+    return object;
   }
 
   createAnimationClipBinding(...given) {
@@ -292,6 +300,7 @@ function makeChecked(engine) {
     // Entries of the dirty list that the last refresh left.
     appended: new Uint32Array(0),
   };
+  state.hints = new Hints(state);
   const { dirtyEntities, entityCommands } = engine;
   Object.assign(object, { dirtyEntities, entityCommands });
   Object.defineProperty(object, 'cullingResult', {
@@ -304,25 +313,51 @@ function makeChecked(engine) {
 }
 
 /**
- * An engine with the same methods, properties and results, that throws in words for what the native
- * one answers by a fault, by the end of the process or by silence. For development: it costs time, see
- * docs/checked.md. Wrap an engine ahead of its first use, and use the wrapped one alone.
- * @param {Object} engine what `getEngine` returned
- * @returns {Object} the same one for the same engine
- * @throws {TypeError} for what is no engine
+ * What a program does that is no error, but a mistake nearly always.
+ * @typedef {Object} Hint
+ * @property {string} code 'not-under-root', 'not-listed', 'degrees', 'nan', 'other-engine' or
+ *   'one-sided-channel'; docs/checked.md tells of each
+ * @property {string} call method of the engine, or of a view
+ * @property {?number} entity its handle; null where there is none
+ * @property {string} place what in the entity, in an object, or in the arguments
+ * @property {string} message the call, the place, what was found, and the cure
+ * @property {boolean} isLast true if there are more of this code, and no more are given
  */
-function checked(engine) {
-  if (states.has(engine)) {
-    return engine;
+
+/**
+ * Options of `checked`.
+ * @typedef {Object} CheckedOptions
+ * @property {?function(Hint): void} [onHint] where hints go, each once, when the call has been carried out;
+ *   null for nowhere. Left out, it stays as it is: `console.warn` at first. What it throws, the call throws
+ */
+
+/**
+ * An engine with the same methods, properties and results, that throws in words for what the native
+ * one answers by a fault, by the end of the process or by silence, and gives hints of what is no error,
+ * but a mistake nearly always. For development: it costs time, see docs/checked.md. Wrap an engine ahead
+ * of its first use, and use the wrapped one alone.
+ * @param {Object} engine what `getEngine` returned, or what `checked` did
+ * @param {CheckedOptions} [options] may also be given later, for an engine that is checked already
+ * @returns {Object} the same one for the same engine
+ * @throws {TypeError} for what is no engine, and for other options
+ */
+function checked(engine, options) {
+  const onHint = readOnHint(options);
+  let object = engine;
+  if (!states.has(engine)) {
+    if (!isEngine(engine)) {
+      const trouble = `engine is ${show(engine)}, not an engine with its three buffers`;
+      throw new TypeError(`checked: ${trouble}: give what getEngine returned.`);
+    }
+    if (!engines.has(engine)) {
+      engines.set(engine, makeChecked(engine));
+    }
+    object = engines.get(engine);
   }
-  if (!isEngine(engine)) {
-    const trouble = `engine is ${show(engine)}, not an engine with its three buffers`;
-    throw new TypeError(`checked: ${trouble}: give what getEngine returned.`);
+  if (onHint !== undefined) {
+    states.get(object).hints.setOnHint(onHint);
   }
-  if (!engines.has(engine)) {
-    engines.set(engine, makeChecked(engine));
-  }
-  return engines.get(engine);
+  return object;
 }
 
 module.exports = { checked };

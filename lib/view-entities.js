@@ -4,6 +4,7 @@
 const { entity2D, entity3D, rotationModes } = require('./layout');
 const { keepShape } = require('./value-checks');
 const { BlockView, copyOut, countElements, hasRoom } = require('./view-base');
+const { reportReads } = require('./view-reads');
 
 const xyz = ['x', 'y', 'z'];
 const xyzw = ['x', 'y', 'z', 'w'];
@@ -19,6 +20,7 @@ class EntityView extends BlockView {
      * @readonly
      */
     this.count = countElements(label, this, 0, size, maker);
+    reportReads(this, entity);
   }
 
   /**

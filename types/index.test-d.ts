@@ -234,6 +234,28 @@ expectType<nq.Engine>(nq.checked(engine));
 expectType<nq.EngineWithMatrixFlow>(nq.checked(flow));
 expectError(nq.checked({}));
 expectError(nq.checked(null));
+expectType<nq.EngineWithMatrixFlow>(nq.checked(flow, { onHint: null }));
+expectType<nq.Engine>(nq.checked(engine, {}));
+nq.checked(engine, {
+  onHint(hint) {
+    expectType<nq.Hint>(hint);
+    expectType<nq.HintCode>(hint.code);
+    expectType<nq.EntityHandle | null>(hint.entity);
+    expectType<[string, string, string, boolean]>([
+      hint.call,
+      hint.place,
+      hint.message,
+      hint.isLast,
+    ]);
+    expectError((hint.message = ''));
+  },
+});
+expectAssignable<nq.HintCode>('not-listed');
+expectNotAssignable<nq.HintCode>('not-rooted');
+expectAssignable<nq.CheckedOptions>({ onHint: (hint: nq.Hint) => console.warn(hint.message) });
+expectError(nq.checked(engine, { onHint: 'console' }));
+expectError(nq.checked(engine, { onhint: null }));
+expectError(nq.checked(engine, null));
 
 // --- Layouts: literal.
 

@@ -144,9 +144,11 @@ function cull(state, call, camera, args) {
   const list = checkArguments(call, names, args);
   checkObjects(call, state.registry, list, args[0]);
   const { engine } = state;
-  return call.endsWith('V2')
+  const result = call.endsWith('V2')
     ? state.result.run(engine[call], args)
     : engine[call].apply(engine, args);
+  state.hints.noteCulled(call, args, list);
+  return result;
 }
 
 module.exports = { ResultBuffer, cull };

@@ -23,8 +23,8 @@ const commands = {
     perElement: 1,
     run: unbindFromBoneBatch,
   },
-  [numbers.activate]: { name: 'Activate', operands: 1, run: needEntity },
-  [numbers.deactivate]: { name: 'Deactivate', operands: 1, run: needEntity },
+  [numbers.activate]: { name: 'Activate', operands: 1, run: activate },
+  [numbers.deactivate]: { name: 'Deactivate', operands: 1, run: deactivate },
 };
 
 function needEntity({ registry }, label, words, at) {
@@ -126,6 +126,16 @@ function unbindFromBoneBatch(state, label, words, at) {
   }
 }
 
+function activate(state, label, words, at) {
+  needEntity(state, label, words, at);
+  state.tree.setActive(words[at], true);
+}
+
+function deactivate(state, label, words, at) {
+  needEntity(state, label, words, at);
+  state.tree.setActive(words[at], false);
+}
+
 /** Words that a command takes, its number included; Infinity if its own count is cut off. */
 function lengthOf({ operands, perElement }, words, at, end) {
   if (operands !== undefined) {
@@ -192,9 +202,11 @@ function refresh(state) {
     throw error;
   }
   state.tree.commit();
+  state.hints.beforeRefresh(kCall);
   const result = state.engine.refreshWorldTransform();
   const words = new Uint32Array(state.engine.dirtyEntities);
   state.appended = words.slice(1, 1 + words[0]);
+  state.hints.report();
   return result;
 }
 

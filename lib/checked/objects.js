@@ -3,10 +3,16 @@
 // behind it, and its methods, checked. Script can't make one by `new`.
 const { bytesOfBuffer, checkWhole, show } = require('./arguments');
 const { checkController } = require('./players');
-const { checkWriteBack, noteUpdate, readTargetLists } = require('./target-lists');
+const {
+  checkWriteBack,
+  noteUpdate,
+  readTargetLists,
+  restoredEntities,
+} = require('./target-lists');
 const { controllerMask } = require('../layout');
 const { isNone } = require('./registry');
 const { execute } = require('./matrixflow');
+const { worldRead } = require('../view-reads');
 
 /** State of the engine and entry in its registry, by object. */
 const behind = new WeakMap();
@@ -28,6 +34,12 @@ function receiverOf(receiver, className, method) {
 class EngineEntity {
   constructor() {
     refuseNew('EngineEntity', 'createEntity');
+  }
+
+  /** Views call it after script has read a world matrix. */
+  [worldRead](method, element) {
+    const { state, entry } = behind.get(this);
+    state.hints.noteWorldRead(method, entry, element);
   }
 }
 
@@ -58,6 +70,7 @@ class EngineAnimationClipBinding {
     checkWriteBack(call, state, entry, read, args[4], args[5]);
     const accepted = entry.native.updateBinding(...args);
     if (accepted) {
+      state.hints.noteRead(restoredEntities(entry, read, args[4], args[5]));
       noteUpdate(state, entry, read, args[4], args[5], args[6]);
     }
     return accepted;
@@ -78,8 +91,9 @@ class EngineAnimatorControllerModel {
     const call = 'update';
     const { state, entry } = receiverOf(this, 'EngineAnimatorControllerModel', call);
     bytesOfBuffer(call, 'the second argument', args[1]);
-    checkController(call, state, entry);
-    return entry.native.update(...args);
+    const reach = checkController(call, state, entry);
+    const played = [{ entry, reach }];
+    return state.hints.around(call, played, false, () => entry.native.update(...args));
   }
 
   setMaskAtIndex(...args) {

@@ -217,9 +217,14 @@ function noteEntered({ binding, entered }) {
   }
 }
 
-/** Throws for a controller whose states loop, or name what is not there. */
+/**
+ * Throws for a controller whose states loop, or name what is not there.
+ * @returns {Reach}
+ */
 function checkController(call, state, entry) {
-  noteEntered(reachOfController(call, state, entry));
+  const reach = reachOfController(call, state, entry);
+  noteEntered(reach);
+  return reach;
 }
 
 /** The tree that an update of a batch computes for a binding. */
@@ -294,10 +299,14 @@ function checkSharing(call, { registry, tree }, ids, reaches) {
   });
 }
 
-/** Throws unless the players of a batch can be updated side by side. */
+/**
+ * Throws unless the players of a batch can be updated side by side.
+ * @returns {Array<{entry: Object, reach: Reach}>}
+ */
 function checkBatch(call, state, { kind, check }, handles) {
   const seen = new Set();
   const ids = [];
+  const entries = [];
   const reaches = handles.map((handle, i) => {
     const entry = state.registry.require(kind, `${call}: handles, entry ${i}:`, handle);
     if (seen.has(entry)) {
@@ -306,12 +315,14 @@ function checkBatch(call, state, { kind, check }, handles) {
     }
     seen.add(entry);
     ids.push(entry.id);
+    entries.push(entry);
     return check(call, state, entry);
   });
   if (handles.length > 1) {
     checkSharing(call, state, ids, reaches);
   }
   reaches.forEach(noteEntered);
+  return reaches.map((reach, i) => ({ entry: entries[i], reach }));
 }
 
 module.exports = { checkBatch, checkController, players };

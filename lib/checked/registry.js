@@ -168,6 +168,15 @@ class Registry {
     return this._blocks.get(memoryID);
   }
 
+  /** Calls `visit` for all live entries of a kind, in no order. */
+  each(kind, visit) {
+    this._tables[kind].forEach((entry) => {
+      if (entry.live) {
+        visit(entry);
+      }
+    });
+  }
+
   /** All live entries of a kind, by ascending handle. */
   live(kind) {
     return Array.from(this._tables[kind].values())

@@ -132,6 +132,17 @@ function checkWriteBack(call, { registry }, entry, read, removedMode, keptMode) 
   });
 }
 
+/** The entities whose rest poses updateBinding has written back, ahead of `noteUpdate`. */
+function restoredEntities(entry, { entities }, removedMode, keptMode) {
+  const restored = [];
+  entry.restPoses.forEach((handle) => {
+    if (((entities.has(handle) ? keptMode : removedMode) & kWriteBack) !== 0) {
+      restored.push(handle);
+    }
+  });
+  return restored;
+}
+
 /** After updateBinding has returned true. */
 function noteUpdate(state, entry, read, removedMode, keptMode, addedMode) {
   noteLists(state, entry, read);
@@ -157,4 +168,10 @@ function noteUpdate(state, entry, read, removedMode, keptMode, addedMode) {
   entry.restPoses = after;
 }
 
-module.exports = { checkWriteBack, noteCreation, noteUpdate, readTargetLists };
+module.exports = {
+  checkWriteBack,
+  noteCreation,
+  noteUpdate,
+  readTargetLists,
+  restoredEntities,
+};

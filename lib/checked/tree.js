@@ -60,6 +60,7 @@ class TreeModel {
     this._parents = new Links(this._journal);
     this._bones = new Links(this._journal);
     this._roots = new Set();
+    this._inactive = new Set();
   }
 
   /** Makes all changes since the last commit last. */
@@ -134,7 +135,36 @@ class TreeModel {
     return false;
   }
 
+  setActive(handle, isActive) {
+    if (this._inactive.has(handle) === isActive) {
+      this._journal.push(() => this._putActive(handle, !isActive));
+      this._putActive(handle, isActive);
+    }
+  }
+
+  _putActive(handle, isActive) {
+    if (isActive) {
+      this._inactive.delete(handle);
+    } else {
+      this._inactive.add(handle);
+    }
+  }
+
+  /** True unless `handle` or an entity above it is inactive. */
+  isActive(handle) {
+    if (this._inactive.size === 0) {
+      return true;
+    }
+    for (let at = handle; at !== undefined; at = this._parents.get(at)) {
+      if (this._inactive.has(at)) {
+        return false;
+      }
+    }
+    return true;
+  }
+
   _reset(handle) {
+    this.setActive(handle, true);
     this._bones.set(handle, undefined);
     this._bones.keysOf(handle).forEach((follower) => this._bones.set(follower, undefined));
     this._parents.set(handle, undefined);

@@ -338,6 +338,7 @@ describe('comments of lib/', () => {
       }
     }
     assert.deepStrictEqual(held, [
+      ...['Hint', 'CheckedOptions'],
       ...['Key', 'KeyColumns', 'Curve', 'Clip', 'Operand'],
       ...['ImportedNode', 'ImportedSkin', 'ImportedAnimation', 'ImportedModel', 'ImportOptions'],
       ...['NativeModule', 'LoadError'],

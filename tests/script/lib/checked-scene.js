@@ -123,7 +123,8 @@ function playScene(engine) {
 
   const players = [0, 1].map((i) => {
     const list = [0, 1, 2, 3, 4].map((k) => tree.id + 40 + 8 * i + k);
-    const groups = clips.map(({ id }) => [id, list]);
+    // Clips 0 and 1 are blended: each moves the three entities that the other does.
+    const groups = clips.map(({ id }, c) => [id, c < 2 ? [...list.slice(0, 3), none] : list]);
     const binding = keep(engine.createAnimationClipBinding(...targetLists(groups), 1));
     const states = clips.map(() => keep(engine.createAnimatorControllerStateModel(1)));
     states.forEach((state, k) => {
@@ -203,6 +204,7 @@ function playScene(engine) {
     }
     if (buffer !== null) {
       note(buffer.execute());
+      dirty.append(tree.id); // what it has moved
     }
     dirty.append(tree.id + frame);
     dirty.appendRange(flat.id, 2);

@@ -45,7 +45,10 @@ class Lab {
     for (const name of Object.keys(prototype)) {
       this._watch(this.native, name, (made) => this._watchMethods(made));
     }
-    this.engine = isPlain ? this.native : checked(this.native);
+    /** What the engine has given hints of. */
+    this.hints = [];
+    const onHint = (hint) => this.hints.push(hint);
+    this.engine = isPlain ? this.native : checked(this.native, { onHint });
     this.commands = new Uint32Array(this.engine.entityCommands);
     this.dirty = new Uint32Array(this.engine.dirtyEntities);
     /** Keeps what a test makes. */

@@ -17,7 +17,9 @@ const build = require(hasFlow ? flowPath : modulePath);
 
 function play(seed, rounds) {
   const random = createRandom(seed);
-  const engine = checked(build.getEngine());
+  const engine = checked(build.getEngine(), {
+    onHint: ({ message }) => assert(/^[^:]+: .+: .+\.$/.test(message), message),
+  });
   const below = (n) => Math.floor(random() * n);
   const pick = (list) => list[below(list.length)];
   const entities = [engine.createEntity(true, 4), engine.createEntity(false, 3)];
