@@ -58,14 +58,20 @@ function isCount(value) {
   return Number.isInteger(value) && value >= 0;
 }
 
+/** Lists that were found to be of objects: each is looked through once, however many refer to it. */
+const soundLists = new WeakSet();
+
 /**
  * A list of the file's JSON, empty if there is none.
  * @throws {GltfError} if it is not a list of objects
  */
 function listOf(label, json, property) {
   const list = json[property] === undefined ? [] : json[property];
-  if (!Array.isArray(list) || !list.every(isObject)) {
-    throw new GltfError(`${label}: its list of ${property} is broken: ${kExportAgain}.`);
+  if (!soundLists.has(list)) {
+    if (!Array.isArray(list) || !list.every(isObject)) {
+      throw new GltfError(`${label}: its list of ${property} is broken: ${kExportAgain}.`);
+    }
+    soundLists.add(list);
   }
   return list;
 }

@@ -408,6 +408,7 @@ function convertAnimation(label, name, tracks, options, warnings) {
   const found = options.framesPerSecond || findRate(tracks);
   const framesPerSecond = found || kFallbackFramesPerSecond;
   const targets = Array.from(new Set(tracks.map(({ node }) => node))).sort((a, b) => a - b);
+  const targetOf = new Map(targets.map((node, target) => [node, target]));
   const motions = new Map();
   let resampled = 0;
   let end = 0;
@@ -440,7 +441,7 @@ function convertAnimation(label, name, tracks, options, warnings) {
     .slice()
     .sort((a, b) => a.node - b.node || paths.indexOf(a.path) - paths.indexOf(b.path))) {
     const { motion, isWhole } = motions.get(track);
-    curves.push(...curvesOf(motion, targets.indexOf(track.node), track.path, isWhole));
+    curves.push(...curvesOf(motion, targetOf.get(track.node), track.path, isWhole));
   }
   const lastFrame = Math.ceil(end);
   const frameCount = Math.max(1, options.holdEnd ? lastFrame + 1 : lastFrame);

@@ -79,6 +79,9 @@ const interpolations = ['LINEAR', 'STEP', 'CUBICSPLINE'];
  *     clips that stop at their ends. Without, a clip starts again where its last key stands
  */
 
+/** The transform of a node that names none. */
+const kNoTransform = { translation: [0, 0, 0], rotation: [0, 0, 0, 1], scale: [1, 1, 1] };
+
 /** The library that takes accessors and matrices apart. */
 function loadLibrary() {
   try {
@@ -304,7 +307,14 @@ function reduce(json, used) {
   const views = new Selection(json.bufferViews || []);
   const buffers = new Selection(json.buffers || []);
   const accessors = new Selection(json.accessors || []);
+  const nodes = new Selection(json.nodes || []);
   used.forEach((index) => accessors.add(index));
+  // Only nodes with a matrix: the library decomposes it. Others are as the file says.
+  nodes.list.forEach(({ matrix }, index) => {
+    if (matrix !== undefined) {
+      nodes.add(index);
+    }
+  });
   const place = (part) =>
     part.bufferView === undefined
       ? part
@@ -336,20 +346,15 @@ function reduce(json, used) {
       byteStride,
     })),
     buffers: buffers.items(({ byteLength }) => ({ byteLength })),
-    nodes: (json.nodes || []).map(({ translation, rotation, scale, matrix }) => ({
-      translation,
-      rotation,
-      scale,
-      matrix,
-    })),
+    nodes: nodes.items(({ matrix }) => ({ matrix })),
   };
-  return { reduced, accessors, buffers };
+  return { reduced, accessors, buffers, nodes };
 }
 
 /** Hands the part of a file that is imported to the library. */
 async function decode(label, json, used, container) {
   const { Logger, NodeIO } = loadLibrary();
-  const { reduced, accessors, buffers } = reduce(json, used);
+  const { reduced, accessors, buffers, nodes } = reduce(json, used);
   const resources = {};
   for (const [fileIndex, index] of buffers.indices) {
     const uri = `buffer${index}`;
@@ -359,9 +364,21 @@ async function decode(label, json, used, container) {
   const io = new NodeIO().setLogger(new Logger(Logger.Verbosity.SILENT));
   const root = (await io.readJSON({ json: reduced, resources })).getRoot();
   const decoded = root.listAccessors();
+  const decodedNodes = root.listNodes();
   const elements = new Map();
   return {
-    nodes: root.listNodes(),
+    /** Translation, rotation and scale of a node of the file. */
+    transformOf(fileIndex) {
+      if (!nodes.indices.has(fileIndex)) {
+        return Object.assign({}, kNoTransform, json.nodes[fileIndex]);
+      }
+      const node = decodedNodes[nodes.indices.get(fileIndex)];
+      return {
+        translation: node.getTranslation(),
+        rotation: node.getRotation(),
+        scale: node.getScale(),
+      };
+    },
     /** All elements of an accessor of the file; normalised integers become fractions. */
     elementsOf(fileIndex) {
       if (!elements.has(fileIndex)) {
@@ -453,14 +470,14 @@ function importNodes(label, json, { order, parents }, decoded, places) {
   return order.map((fileIndex) => {
     const source = json.nodes[fileIndex];
     const nodeLabel = `${label}: ${labelOf('node', fileIndex, source)}`;
-    const node = decoded.nodes[fileIndex];
+    const { translation, rotation, scale } = decoded.transformOf(fileIndex);
     const result = {
       name: nameOf(source),
       fileIndex,
       parent: parents.has(fileIndex) ? places.get(parents.get(fileIndex)) : -1,
-      translation: Array.from(node.getTranslation()),
-      rotation: Array.from(node.getRotation()),
-      scale: Array.from(node.getScale()),
+      translation: Array.from(translation),
+      rotation: Array.from(rotation),
+      scale: Array.from(scale),
       skin: reference(nodeLabel, 'skin', source.skin, skinCount),
       mesh: reference(nodeLabel, 'mesh', source.mesh, meshCount),
     };

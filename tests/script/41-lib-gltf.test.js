@@ -805,6 +805,85 @@ describe('nodes and skins', () => {
   });
 });
 
+describe('large files', () => {
+  /**
+   * A file with so many nodes of which each has a channel, all with the same keys, and with twice as
+   * many accessors and views that nothing refers to, as files with meshes have them.
+   */
+  function manyChannels(count) {
+    const model = new ModelBuilder();
+    const times = model.accessor('SCALAR', Float32Array.of(0, 1));
+    const values = model.accessor('VEC3', Float32Array.of(1, 1, 1, 2, 3, 4));
+    const channels = [];
+    for (let i = 0; i < count; ++i) {
+      channels.push({ node: model.node(), path: 'scale', times, values });
+      for (const bufferView of [times, values]) {
+        model.json.accessors.push(Object.assign({}, model.json.accessors[bufferView]));
+        model.json.bufferViews.push(Object.assign({}, model.json.bufferViews[bufferView]));
+      }
+    }
+    model.animation('all', channels);
+    return model.glb();
+  }
+
+  /** CPU seconds of an import, the lower of two. */
+  async function cost(bytes) {
+    let least = Infinity;
+    for (let i = 0; i < 2; ++i) {
+      const before = process.cpuUsage();
+      await importGltf(bytes);
+      const { user, system } = process.cpuUsage(before);
+      least = Math.min(least, (user + system) / 1e6);
+    }
+    return least;
+  }
+
+  it('take time in proportion to their channels', async function test() {
+    this.timeout(180000);
+    const [few, many] = [2000, 16000].map(manyChannels);
+    await importGltf(few);
+    const ratio = (await cost(many)) / (await cost(few));
+    // In proportion it is 8, with the square of the channels 64.
+    assert.ok(ratio < 24, `8 times the channels took ${ratio.toFixed(1)} times the time`);
+  });
+
+  it('may move each of 8,000 nodes', async function test() {
+    this.timeout(60000);
+    const { animations } = await importGltf(manyChannels(8000));
+    assert.deepStrictEqual(
+      animations[0].targets,
+      Array.from({ length: 8000 }, (_, i) => i)
+    );
+    const { curves } = readClip(animations[0].clip);
+    assert.strictEqual(curves.length, 3 * 8000);
+    assert.ok(curves.every(({ target }, i) => target === Math.floor(i / 3)));
+    assert.ok(curves.every(({ keys }, i) => keys[1].value === 2 + (i % 3)));
+  });
+
+  it('may have 130,000 children of one node, as many roots and as many joints', async function test() {
+    this.timeout(60000);
+    const count = 130001;
+    const all = Array.from({ length: count }, (_, i) => i);
+    const json = {
+      asset: { version: '2.0' },
+      nodes: all.map(() => ({})),
+      skins: [{ joints: all }],
+    };
+    json.nodes[0].children = all.slice(1);
+    const wide = await importGltf(Buffer.from(JSON.stringify(json)));
+    assert.ok(
+      wide.nodes.every(({ parent, fileIndex }, i) => parent === (i > 0 ? 0 : -1) && fileIndex === i)
+    );
+    assert.deepStrictEqual(wide.roots, [0]);
+    assert.strictEqual(wide.skins[0].inverseBindMatrices.byteLength, 64 * count);
+    delete json.nodes[0].children;
+    json.scenes = [{ nodes: all }];
+    const flat = await importGltf(Buffer.from(JSON.stringify(json)));
+    assert.deepStrictEqual(flat.roots, all);
+    assert.deepStrictEqual(flat.scenes, [{ name: '', nodes: all }]);
+  });
+});
+
 describe('what is left out', () => {
   it('is told: morph weights, and animations of nothing else', async () => {
     const model = new ModelBuilder();
