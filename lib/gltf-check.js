@@ -9,7 +9,16 @@ const kBinaryChunk = 0x004e4942; // "BIN"
 
 const kFloat = 5126;
 const kUnsignedInt = 5125;
-const componentBytes = { 5120: 1, 5121: 1, 5122: 2, 5123: 2, 5125: 4, 5126: 4 };
+const componentBytes = new Map([
+  [5120, 1],
+  [5121, 1],
+  [5122, 2],
+  [5123, 2],
+  [kUnsignedInt, 4],
+  [kFloat, 4],
+]);
+/** Component types that sparse parts may have for their indices. */
+const sparseIndexTypes = [5121, 5123, kUnsignedInt];
 const elementWidths = { SCALAR: 1, VEC2: 2, VEC3: 3, VEC4: 4, MAT2: 4, MAT3: 9, MAT4: 16 };
 
 /** More than any clip has keys; an accessor without bytes may state any number. */
@@ -44,6 +53,17 @@ function labelOf(kind, index, { name }) {
   return typeof name === 'string' && name !== ''
     ? `${kind} ${index} '${oneLine(name)}'`
     : `${kind} ${index}`;
+}
+
+/** A value of the file's JSON as messages show it, which is text only where it is short and plain. */
+function shown(value) {
+  if (typeof value === 'string') {
+    return `'${oneLine(value)}'`;
+  }
+  if (typeof value === 'object' && value !== null) {
+    return Array.isArray(value) ? 'a list' : 'an object';
+  }
+  return value === undefined ? 'missing' : String(value);
 }
 
 function isObject(value) {
@@ -162,7 +182,7 @@ function checkVersion(label, json) {
   }
   for (const name of Array.isArray(json.extensionsRequired) ? json.extensionsRequired : []) {
     if (!harmlessExtension.test(name)) {
-      const trouble = `it needs the extension '${oneLine(name)}', which is not supported`;
+      const trouble = `it needs the extension ${shown(name)}, which is not supported`;
       throw new GltfError(`${label}: ${trouble}: export it without.`);
     }
   }
@@ -278,10 +298,13 @@ function checkAccessor(label, json, index, { what, type, onlyFloats }) {
   const accessor = accessors[index];
   const { componentType, count, normalized, sparse } = accessor;
   if (accessor.type !== type) {
-    const trouble = `its ${what} are of type ${oneLine(accessor.type)}, not ${type}`;
+    const trouble =
+      typeof accessor.type === 'string'
+        ? `its ${what} are of type ${oneLine(accessor.type)}, not ${type}`
+        : `the type of its ${what} is ${shown(accessor.type)}, not ${type}`;
     throw new GltfError(`${label}: ${trouble}: ${kExportAgain}.`);
   }
-  const bytes = componentBytes[componentType];
+  const bytes = componentBytes.get(componentType);
   const fits = onlyFloats ? componentType === kFloat : bytes && componentType !== kUnsignedInt;
   if (!fits || (!onlyFloats && componentType !== kFloat && normalized !== true)) {
     const wanted = onlyFloats ? 'floats' : 'floats or normalized integers of 8 or 16 bits';
@@ -301,10 +324,11 @@ function checkAccessor(label, json, index, { what, type, onlyFloats }) {
   }
   if (sparse !== undefined) {
     const { indices, values } = isObject(sparse) ? sparse : {};
-    const indexBytes = isObject(indices) && componentBytes[indices.componentType];
-    if (!indexBytes || !isObject(values) || !isCount(sparse.count) || !(sparse.count <= count)) {
+    const isSound = isObject(indices) && sparseIndexTypes.includes(indices.componentType);
+    if (!isSound || !isObject(values) || !isCount(sparse.count) || !(sparse.count <= count)) {
       throw new GltfError(`${label}: the sparse part of its ${what} is broken: ${kExportAgain}.`);
     }
+    const indexBytes = componentBytes.get(indices.componentType);
     checkPlace(`${label}, ${what}`, json, indices, sparse.count, indexBytes);
     checkPlace(`${label}, ${what}`, json, values, sparse.count, elementBytes);
   }
@@ -325,4 +349,5 @@ module.exports = {
   oneLine,
   openContainer,
   orderNodes,
+  shown,
 };

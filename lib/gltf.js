@@ -17,6 +17,7 @@ const {
   oneLine,
   openContainer,
   orderNodes,
+  shown,
 } = require('./gltf-check');
 const { convertAnimation } = require('./gltf-clip');
 const { isInstance } = require('./value-checks');
@@ -26,7 +27,11 @@ const kMatrixFloats = 16;
 const kMostFramesPerSecond = 1000;
 
 /** Numbers of an animated property; others are left out. */
-const pathTypes = { translation: 'VEC3', rotation: 'VEC4', scale: 'VEC3' };
+const pathTypes = new Map([
+  ['translation', 'VEC3'],
+  ['rotation', 'VEC4'],
+  ['scale', 'VEC3'],
+]);
 
 const interpolations = ['LINEAR', 'STEP', 'CUBICSPLINE'];
 
@@ -208,16 +213,22 @@ function checkSkins(label, json, used) {
   });
 }
 
+/** What a channel moves that is no property of a clip. */
+function movedThing(property) {
+  return typeof property === 'string' ? shown(property) : 'no named property of a node';
+}
+
 /**
  * Checks a channel; its accessors are `used`.
  * @returns {?Object} null if it moves what is not supported
  */
 function checkChannel(animationLabel, json, animation, index, used, warnings) {
   const nodes = listOf('', json, 'nodes');
+  const samplers = listOf(animationLabel, animation, 'samplers');
   const { sampler, target } = animation.channels[index];
   const property = isObject(target) ? target.path : undefined;
-  if (pathTypes[property] === undefined) {
-    const what = property === 'weights' ? 'morph weights' : `'${oneLine(property)}'`;
+  if (!pathTypes.has(property)) {
+    const what = property === 'weights' ? 'morph weights' : movedThing(property);
     warnings.push(
       `${animationLabel}, channel ${index}: it moves ${what}, which no clip can: left out.`
     );
@@ -234,17 +245,17 @@ function checkChannel(animationLabel, json, animation, index, used, warnings) {
     target.node,
     nodes[target.node]
   )} (${property})`;
-  if (!isIndex(sampler, animation.samplers.length)) {
+  if (!isIndex(sampler, samplers.length)) {
     throw new GltfError(`${label}: its sampler is not there: ${kExportAgain}.`);
   }
-  const { input, output, interpolation = 'LINEAR' } = animation.samplers[sampler];
+  const { input, output, interpolation = 'LINEAR' } = samplers[sampler];
   if (!interpolations.includes(interpolation)) {
-    const trouble = `its interpolation '${oneLine(interpolation)}' is none of glTF`;
+    const trouble = `its interpolation ${shown(interpolation)} is none of glTF`;
     throw new GltfError(`${label}: ${trouble}: ${kExportAgain}.`);
   }
   const timeForm = { what: 'key times', type: 'SCALAR', onlyFloats: true };
   const { count: times } = checkAccessor(label, json, input, timeForm);
-  const valueForm = { what: 'key values', type: pathTypes[property], onlyFloats: false };
+  const valueForm = { what: 'key values', type: pathTypes.get(property), onlyFloats: false };
   const { count: values } = checkAccessor(label, json, output, valueForm);
   const wanted = interpolation === 'CUBICSPLINE' ? 3 * times : times;
   if (values !== wanted) {
@@ -260,7 +271,6 @@ function checkChannel(animationLabel, json, animation, index, used, warnings) {
 function checkAnimations(label, json, used, warnings) {
   return listOf(label, json, 'animations').map((animation, index) => {
     const animationLabel = `${label}: ${labelOf('animation', index, animation)}`;
-    listOf(animationLabel, animation, 'samplers');
     const channels = listOf(animationLabel, animation, 'channels')
       .map((_, i) => checkChannel(animationLabel, json, animation, i, used, warnings))
       .filter((channel) => channel !== null);

@@ -895,6 +895,10 @@ describe('what is left out', () => {
     model.animation('blink', [{ node: 0, path: 'weights', times: [0, 1], values: [0, 1] }]);
     model.animation('glow', [{ node: undefined, path: 'scale', times: [0, 1], values: [1, 2] }]);
     model.json.animations[2].channels[0].target = { path: 'pointer' };
+    // Not a path of glTF either, though each is a property of any object, or turns into one of them.
+    [undefined, ['scale'], {}, 'constructor'].forEach((property) => {
+      model.json.animations[2].channels.push({ sampler: 0, target: { path: property } });
+    });
     const { animations, warnings } = await importGltf(model.glb(), { name: 'face' });
     assert.deepStrictEqual(
       animations.map(({ name }) => name),
@@ -908,6 +912,12 @@ describe('what is left out', () => {
       "model 'face': animation 0 'smile', channel 0: it moves morph weights, which no clip can: left out.",
       "model 'face': animation 1 'blink', channel 0: it moves morph weights, which no clip can: left out.",
       "model 'face': animation 2 'glow', channel 0: it moves 'pointer', which no clip can: left out.",
+      ...[1, 2, 3].map(
+        (channel) =>
+          `model 'face': animation 2 'glow', channel ${channel}: it moves no named property of a ` +
+          'node, which no clip can: left out.'
+      ),
+      "model 'face': animation 2 'glow', channel 4: it moves 'constructor', which no clip can: left out.",
       "model 'face': animation 1 'blink': it moves nothing that a clip can move: left out.",
       "model 'face': animation 2 'glow': it moves nothing that a clip can move: left out.",
     ]);
@@ -1132,6 +1142,16 @@ describe('words about bad files', () => {
       `${knee}: its sampler is not there: ${again}`,
     ],
     [
+      'channels without any samplers',
+      (json) => delete json.animations[0].samplers,
+      `${knee}: its sampler is not there: ${again}`,
+    ],
+    [
+      'samplers that are no list',
+      (json) => (json.animations[0].samplers = {}),
+      `${kick}: its list of samplers is broken: ${again}`,
+    ],
+    [
       'two channels for one motion',
       (json) => channels(json).push({ sampler: 1, target: { node: 0, path: 'translation' } }),
       `${hip}: two channels move it: ${again}`,
@@ -1140,6 +1160,11 @@ describe('words about bad files', () => {
       'an interpolation of its own',
       (json) => (samplers(json)[0].interpolation = 'BOUNCE'),
       `${knee}: its interpolation 'BOUNCE' is none of glTF: ${again}`,
+    ],
+    [
+      'an interpolation that is no text',
+      (json) => (samplers(json)[0].interpolation = {}),
+      `${knee}: its interpolation an object is none of glTF: ${again}`,
     ],
     [
       'times that are not there',
@@ -1151,6 +1176,36 @@ describe('words about bad files', () => {
       (json) => (samplers(json)[0].output = samplers(json)[1].output),
       `${knee}: its key values are of type VEC3, not VEC4: ${again}`,
     ],
+    [
+      'values without type',
+      (json) => delete json.accessors[2].type,
+      `${knee}: the type of its key values is missing, not VEC4: ${again}`,
+    ],
+    [
+      'values whose type is an object',
+      (json) => (json.accessors[2].type = {}),
+      `${knee}: the type of its key values is an object, not VEC4: ${again}`,
+    ],
+    [
+      'times whose type is a list',
+      (json) => (json.accessors[1].type = ['SCALAR']),
+      `${knee}: the type of its key times is a list, not SCALAR: ${again}`,
+    ],
+    [
+      'matrices whose type is null',
+      (json) => (json.accessors[0].type = null),
+      `${leg}: the type of its inverse bind matrices is null, not MAT4: ${again}`,
+    ],
+    [
+      'values without component type',
+      (json) => delete json.accessors[2].componentType,
+      `${knee}: its key values are not floats or normalized integers of 8 or 16 bits: ${again}`,
+    ],
+    ...['5123', 'constructor', {}, [5123]].map((componentType) => [
+      `values of the component type ${JSON.stringify(componentType)}`,
+      (json) => Object.assign(json.accessors[2], { componentType, normalized: true }),
+      `${knee}: its key values are not floats or normalized integers of 8 or 16 bits: ${again}`,
+    ]),
     [
       'values of integers that are not normalised',
       (json) => Object.assign(json.accessors[2], { componentType: 5122, normalized: false }),
@@ -1194,6 +1249,16 @@ describe('words about bad files', () => {
     [
       'a sparse part without values',
       (json) => (json.accessors[2].sparse = { count: 1 }),
+      `${knee}: the sparse part of its key values is broken: ${again}`,
+    ],
+    [
+      'a sparse part whose indices are floats',
+      (json) =>
+        (json.accessors[2].sparse = {
+          count: 1,
+          indices: { bufferView: 0, componentType: 5126 },
+          values: { bufferView: 0 },
+        }),
       `${knee}: the sparse part of its key values is broken: ${again}`,
     ],
     [
@@ -1284,7 +1349,11 @@ describe('words about bad files', () => {
       }
     };
     visit(whole.json, []);
-    const junk = [null, true, '', 'x', -1, 0, 1, 3, 0.5, 1e9, 1e300, [], {}, [null], [[]], [1, 1]];
+    // What is undefined is not in the file.
+    const junk = [
+      ...[undefined, null, true, '', 'x', 'constructor', '5123', -1, 0, 1, 3, 0.5, 1e9, 1e300],
+      ...[[], {}, [null], [[]], [1, 1], ['scale'], ['SCALAR']],
+    ];
     let refused = 0;
     for (const where of places.filter(({ length }) => length > 0)) {
       for (const value of junk) {
@@ -1297,11 +1366,12 @@ describe('words about bad files', () => {
           const what = `${where.join('.')} = ${JSON.stringify(value)}`;
           assert.ok(error instanceof GltfError, `${what}: ${error.stack}`);
           assert.ok(/^model: .*: [a-z].*\.$/.test(error.message), `${what}: ${error.message}`);
+          assert.ok(!/undefined|\[object|NaN/.test(error.message), `${what}: ${error.message}`);
           ++refused;
         }
       }
     }
-    assert.ok(refused > 700, `${refused} refused`);
+    assert.ok(refused > 1000, `${refused} refused`);
   });
 
   it('tell of a spline of rotations through zero', async () => {
