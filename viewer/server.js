@@ -23,6 +23,12 @@ const kFrameMilliseconds = 1000 / 60;
 const kMostUndrawn = 3;
 const kMostWaitingBytes = 1 << 20;
 
+/**
+ * Messages and pings that a page may send in a second. One says for each frame that it is drawn, and
+ * while a slider moves, what it is at: some 300 on the fastest screens.
+ */
+const kMostMessagesASecond = 1000;
+
 /** Milliseconds that pages have to say goodbye. */
 const kGoodbyeMilliseconds = 300;
 
@@ -54,6 +60,23 @@ function createFiles() {
     .use(sirv(pageFolder, options));
 }
 
+/**
+ * Answers requests for files, of which none ends the process: a file may vanish while it is served, and the
+ * library throws for a range that ends before it begins. Ranges are ignored, as a server may.
+ */
+function createHandler() {
+  const files = createFiles();
+  return (request, response) => {
+    delete request.headers.range;
+    response.on('pipe', (file) => file.on('error', () => response.destroy()));
+    try {
+      files.handler(request, response);
+    } catch (error) {
+      response.destroy();
+    }
+  };
+}
+
 /** One page that looks on. */
 class Viewer {
   /**
@@ -69,13 +92,76 @@ class Viewer {
     this.undrawn = [];
     /** Buffers of messages that have left the process. */
     this.free = [];
+    this.isEnded = false;
+    /** Start of the second in which messages are counted, in milliseconds. */
+    this.countedFrom = 0;
+    this.messages = 0;
+    /** A pong is on its way; the last ping that came meanwhile, to be answered next. */
+    this.isAnswering = false;
+    this.ping = null;
     socket.on('message', (data, isBinary) => this.receive(data, isBinary));
+    socket.on('ping', (data) => this.answer(data));
     // A connection that breaks ends by itself.
     socket.on('error', () => {});
     socket.send(show.describe());
   }
 
+  /** Ends the connection, also where the page does not answer. */
+  end(code, reason) {
+    if (this.isEnded) {
+      return;
+    }
+    this.isEnded = true;
+    this.socket.close(code, reason);
+    setTimeout(() => this.socket.terminate(), kGoodbyeMilliseconds).unref();
+  }
+
+  /**
+   * Counts a message or ping, and ends the connection of a page that floods the host.
+   * @returns {boolean} whether it is to be heeded
+   */
+  admit() {
+    const now = performance.now();
+    if (now - this.countedFrom >= 1000) {
+      this.countedFrom = now;
+      this.messages = 0;
+    }
+    if (++this.messages > kMostMessagesASecond) {
+      this.end(kPolicyViolation, `over ${kMostMessagesASecond} messages in a second.`);
+    }
+    return !this.isEnded;
+  }
+
+  /**
+   * Answers pings one by one: of those that arrive while a pong is still on its way, the last one (RFC 6455,
+   * 5.5.3), so that a page which only asks makes no queue.
+   */
+  answer(ping) {
+    if (!this.admit()) {
+      return;
+    }
+    this.ping = ping;
+    if (!this.isAnswering) {
+      this.sendPong();
+    }
+  }
+
+  sendPong() {
+    const { ping } = this;
+    this.ping = null;
+    this.isAnswering = true;
+    this.socket.pong(ping, false, () => {
+      this.isAnswering = false;
+      if (this.ping !== null && !this.isEnded) {
+        this.sendPong();
+      }
+    });
+  }
+
   receive(data, isBinary) {
+    if (!this.admit()) {
+      return;
+    }
     try {
       if (isBinary) {
         throw new RangeError('a control is not binary.');
@@ -92,7 +178,7 @@ class Viewer {
       if (!(error instanceof RangeError)) {
         throw error;
       }
-      this.socket.close(kPolicyViolation, error.message);
+      this.end(kPolicyViolation, error.message);
     }
   }
 
@@ -128,6 +214,14 @@ function padded(bytes) {
   return 4 * Math.ceil(bytes / 4);
 }
 
+/** Turns away who asks for the stream. Its socket is ours alone, and waits for no other end. */
+function refuse(socket) {
+  // A connection that breaks ends by itself.
+  socket.on('error', () => {});
+  socket.end('HTTP/1.1 403 Forbidden\r\nConnection: close\r\nContent-Length: 0\r\n\r\n');
+  setTimeout(() => socket.destroy(), kGoodbyeMilliseconds).unref();
+}
+
 /** What a failed `listen` means, for the person at the keyboard. */
 function listenTrouble(error, port) {
   const words = {
@@ -146,12 +240,21 @@ class ViewerServer {
     this.show = show;
     /** @type {Set<Viewer>} */
     this.viewers = new Set();
+    /** Open connections of any kind. */
+    this.connections = new Set();
+    this.isClosing = false;
     this.timer = null;
-    this.server = http.createServer(createFiles().handler);
+    this.server = http.createServer(createHandler());
     this.sockets = new WebSocket.Server({
       noServer: true,
       perMessageDeflate: false,
       maxPayload: protocol.kMostControlBytes,
+      // Pongs would pile up for a page that pings and does not read.
+      autoPong: false,
+    });
+    this.server.on('connection', (socket) => {
+      this.connections.add(socket);
+      socket.on('close', () => this.connections.delete(socket));
     });
     this.server.on('upgrade', (request, socket, start) => this.upgrade(request, socket, start));
   }
@@ -180,8 +283,8 @@ class ViewerServer {
   }
 
   upgrade(request, socket, start) {
-    if (!this.isOurs(request)) {
-      socket.end('HTTP/1.1 403 Forbidden\r\nConnection: close\r\nContent-Length: 0\r\n\r\n');
+    if (this.isClosing || !this.isOurs(request)) {
+      refuse(socket);
       return;
     }
     this.sockets.handleUpgrade(request, socket, start, (webSocket) => {
@@ -227,14 +330,21 @@ class ViewerServer {
    * @returns {Promise<void>}
    */
   close() {
+    this.isClosing = true;
     clearTimeout(this.timer);
     this.timer = null;
-    const closed = new Promise((resolve) => this.server.close(() => resolve()));
-    this.viewers.forEach(({ socket }) => {
-      socket.close(kGoingAway, 'the host ends');
-      setTimeout(() => socket.terminate(), kGoodbyeMilliseconds).unref();
+    this.viewers.forEach((viewer) => viewer.end(kGoingAway, 'the host ends'));
+    // Connections that are kept alive, or that never asked for anything, would hold the server.
+    const timer = setTimeout(
+      () => this.connections.forEach((socket) => socket.destroy()),
+      kGoodbyeMilliseconds
+    );
+    return new Promise((resolve) => {
+      this.server.close(() => {
+        clearTimeout(timer);
+        resolve();
+      });
     });
-    return closed;
   }
 }
 

@@ -578,6 +578,7 @@ function request(address, url) {
           const { statusCode, headers } = response;
           resolve({ statusCode, headers, text: Buffer.concat(parts).toString('utf8') });
         });
+        response.on('aborted', () => reject(new Error('aborted')));
       })
       .on('error', reject);
   });
@@ -747,6 +748,38 @@ describe('viewer server', () => {
     ours.socket.close();
   });
 
+  it('answers pings, and of many at once the last', async () => {
+    const client = new Client(address);
+    await client.until(() => client.scenes.length > 0, 'the scene');
+    const pongs = [];
+    client.socket.on('pong', (data) => pongs.push(String(data)));
+    client.socket.ping('alone');
+    await client.until(() => pongs.length > 0, 'a pong');
+    for (let i = 0; i < 200; ++i) {
+      client.socket.ping(String(i));
+    }
+    await client.until(() => pongs[pongs.length - 1] === '199', 'the last pong');
+    assert.strictEqual(pongs[0], 'alone');
+    const numbers = pongs.slice(1).map(Number);
+    assert.ok(numbers.length < 200, `${numbers.length} answers`);
+    assert.ok(numbers.every((number, i) => i === 0 || number > numbers[i - 1]));
+    client.socket.close();
+  });
+
+  it('drops a request whose file vanishes while it is served', async () => {
+    const names = ['statSync', 'createReadStream'];
+    for (const name of names) {
+      const original = fs[name];
+      fs[name] = (file, ...rest) => original(`${file}.gone`, ...rest);
+      try {
+        await assert.rejects(request(address, '/style.css'), /socket hang up|aborted|ECONNRESET/);
+      } finally {
+        fs[name] = original;
+      }
+      assert.strictEqual((await request(address, '/style.css')).statusCode, 200);
+    }
+  });
+
   it('says goodbye', async () => {
     const client = new Client(address);
     await client.until(() => client.frames.length > 0, 'a frame');
@@ -772,7 +805,8 @@ function start(args, environment) {
   const ended = new Promise((resolve) => {
     child.on('close', (code, signal) => resolve(Object.assign({ code, signal }, output)));
   });
-  const address = new Promise((resolve) => {
+  const address = new Promise((resolve, reject) => {
+    ended.then(({ code, stderr }) => reject(new Error(`it ended with ${code}: ${stderr}`)));
     child.stdout.on('data', () => {
       const found = /at (http:\S+) /.exec(output.stdout);
       if (found) {
@@ -780,8 +814,166 @@ function start(args, environment) {
       }
     });
   });
+  // Not every test waits for it.
+  address.catch(() => {});
   return { child, ended, address };
 }
+
+/** What a connection is asked for that is to become a stream. */
+function upgradeRequest(address, origin = address.replace(/\/$/, '')) {
+  return [
+    'GET /stream HTTP/1.1',
+    `Host: ${new URL(address).host}`,
+    `Origin: ${origin}`,
+    'Connection: Upgrade',
+    'Upgrade: websocket',
+    'Sec-WebSocket-Version: 13',
+    'Sec-WebSocket-Key: AAAAAAAAAAAAAAAAAAAAAA==',
+    '',
+    '',
+  ].join('\r\n');
+}
+
+/** A connection of bytes; what goes wrong with it is no trouble. */
+function connect(address) {
+  const { hostname, port } = new URL(address);
+  const socket = net.connect({ host: hostname, port: Number(port), allowHalfOpen: true });
+  socket.on('error', () => {});
+  return socket;
+}
+
+const closed = (socket) => new Promise((resolve) => socket.once('close', resolve));
+
+/** So many pings of 125 bytes each, in one piece. A mask of zeros leaves them as they are. */
+function manyPings(count) {
+  const ping = Buffer.alloc(2 + 4 + 125, 'p');
+  ping.set([0x89, 0x80 | 125, 0, 0, 0, 0]);
+  return Buffer.concat(new Array(count).fill(ping));
+}
+
+/** Largest size of a process in memory so far, in megabytes. */
+function peakMegabytes(pid) {
+  const status = fs.readFileSync(`/proc/${pid}/status`, 'latin1');
+  return Number(/^VmHWM:\s+(\d+) kB$/m.exec(status)[1]) / 1024;
+}
+
+describe('viewer program against broken clients', () => {
+  let program;
+  let address;
+
+  beforeEach(async () => {
+    program = start(['--port', '0', '--characters', '3']);
+    address = await program.address;
+  });
+
+  /** Asserts that the program still serves pages and streams, and ends in order. */
+  async function assertSound() {
+    assert.strictEqual((await request(address, '/')).statusCode, 200);
+    const client = new Client(address);
+    await client.until(() => client.frames.length > 2, 'frames');
+    program.child.kill('SIGINT');
+    const { code, signal, stderr } = await program.ended;
+    assert.deepStrictEqual([code, signal, stderr], [0, null, '']);
+  }
+
+  afterEach(() => program.child.kill('SIGKILL'));
+
+  it('outlives refused streams whose connections break', async () => {
+    for (let i = 0; i < 5; ++i) {
+      const socket = connect(address);
+      const end = closed(socket);
+      // An answer that was not read when its socket is closed resets the connection.
+      socket.pause();
+      socket.write(upgradeRequest(address, 'http://example.com'));
+      await new Promise((resolve) => setTimeout(resolve, 50));
+      socket.destroy();
+      await end;
+    }
+    await assertSound();
+  });
+
+  it('closes refused streams, also of those that keep their end open', async () => {
+    const socket = connect(address);
+    let answer = '';
+    socket.on('data', (data) => {
+      answer += data;
+    });
+    const ended = new Promise((resolve) => socket.once('end', resolve));
+    socket.write(upgradeRequest(address, 'http://example.com'));
+    await ended;
+    assert.ok(answer.startsWith('HTTP/1.1 403 Forbidden\r\n'), answer);
+    // The other side is gone: sooner or later, writing fails.
+    const end = closed(socket);
+    const timer = setInterval(() => socket.write('more'), 50);
+    await end;
+    clearInterval(timer);
+    await assertSound();
+  });
+
+  it('serves whole files, whatever range of them is asked for', async () => {
+    const { hostname, port } = new URL(address);
+    const { text } = await request(address, '/style.css');
+    for (const range of [
+      ...['bytes=5-2', 'bytes=0-99999999999999999999', 'bytes=99999999-', 'bytes=-5', 'bytes=-'],
+      ...['bytes=3-7', 'bytes=1-2,5-6', 'lines=1', ''],
+    ]) {
+      const options = { hostname, port, path: '/style.css', agent: false };
+      const response = await new Promise((resolve, reject) => {
+        http.get(Object.assign(options, { headers: { range } }), resolve).on('error', reject);
+      });
+      const parts = [];
+      response.on('data', (part) => parts.push(part));
+      await new Promise((resolve) => response.on('end', resolve));
+      assert.strictEqual(response.statusCode, 200, range);
+      assert.strictEqual(Buffer.concat(parts).toString('utf8'), text, range);
+    }
+    await assertSound();
+  });
+
+  it('makes no queue of answers to a flood of pings, and ends it', async () => {
+    await new Promise((resolve) => setTimeout(resolve, 100));
+    const start = peakMegabytes(program.child.pid);
+    const socket = connect(address);
+    const end = closed(socket);
+    // Nothing is read here: answers could only wait on the other side.
+    socket.pause();
+    socket.write(upgradeRequest(address));
+    const pings = manyPings(1000);
+    const deadline = Date.now() + 8000;
+    for (let sent = 0; !socket.destroyed && sent < 2000 && Date.now() < deadline; ++sent) {
+      const written = new Promise((resolve) => socket.write(pings, resolve));
+      await Promise.race([written, end, new Promise((resolve) => setTimeout(resolve, 500))]);
+    }
+    const growth = peakMegabytes(program.child.pid) - start;
+    assert.ok(growth < 100, `${growth.toFixed(0)} MB more`);
+    await end;
+    await assertSound();
+  });
+
+  it('ends streams of other floods, too', async () => {
+    const client = new Client(address);
+    await client.until(() => client.scenes.length > 0, 'the scene');
+    for (let i = 0; i < 3000; ++i) {
+      client.send({ paused: false });
+    }
+    assert.deepStrictEqual(await client.closed, {
+      code: 1008,
+      reason: 'over 1000 messages in a second.',
+    });
+    await assertSound();
+  });
+
+  it('ends in order while connections are held open', async () => {
+    const silent = connect(address);
+    const half = connect(address);
+    const refused = connect(address);
+    half.write('GET / HTTP/1.1\r\nHost:');
+    refused.write(upgradeRequest(address, 'http://example.com'));
+    await new Promise((resolve) => refused.once('data', resolve));
+    await assertSound();
+    [silent, half, refused].forEach((socket) => socket.destroy());
+  });
+});
 
 describe('viewer program', () => {
   it('serves until it is interrupted, and ends in order', async () => {
