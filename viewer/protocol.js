@@ -21,8 +21,8 @@
 //     4    u32    number of the frame, from 1
 //     8    f64    milliseconds since the host's start
 //    16    u32    characters that take part
-//    20    u32    visible to the perspective camera
-//    24    u32    visible to the overview
+//    20    u32    visible to the page's perspective camera
+//    24    u32    visible to its overview
 //    28    u32    frames that this page was not sent, as it had not drawn those before
 //    32    f32    crossfade of those that take part, their mean: 0 first clip, 1 last clip
 //    36    f32    weight of the wave, the mean of those that carry something
@@ -50,7 +50,7 @@
 //   {"wave": 0...1, or null}
 //   {"breath": 0...1, or null}
 //   {"camera": 0 or 1}               whose view this page is sent
-//   {"aspect": 0.2...5}              width over height of both cameras
+//   {"aspect": 0.2...5}              width over height of both cameras of this page
 //   {"paused": true or false}
 (function define(root, create) {
   const protocol = create();

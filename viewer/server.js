@@ -87,6 +87,7 @@ class Viewer {
     this.socket = socket;
     this.show = show;
     this.camera = protocol.cameras.perspective;
+    this.aspect = show.usualAspect;
     this.skipped = 0;
     /** Frames sent, oldest first, that the page has not yet drawn. */
     this.undrawn = [];
@@ -166,12 +167,15 @@ class Viewer {
       if (isBinary) {
         throw new RangeError('a control is not binary.');
       }
-      const { drawn, camera, ...asked } = protocol.decodeControls(String(data), this.show);
+      const { drawn, camera, aspect, ...asked } = protocol.decodeControls(String(data), this.show);
       if (drawn !== undefined) {
         this.undrawn = this.undrawn.filter((frame) => frame > drawn);
       }
       if (camera !== undefined) {
         this.camera = camera;
+      }
+      if (aspect !== undefined) {
+        this.aspect = aspect;
       }
       this.show.control(asked);
     } catch (error) {
@@ -196,7 +200,7 @@ class Viewer {
       ++this.skipped;
       return;
     }
-    const message = this.show.encode(this.camera, this.skipped, (bytes) => this.takeBuffer(bytes));
+    const message = this.show.encode(this, this.skipped, (bytes) => this.takeBuffer(bytes));
     this.undrawn.push(this.show.frame);
     this.socket.send(message, () => this.free.push(message.buffer));
   }
@@ -308,7 +312,10 @@ class ViewerServer {
         return;
       }
       const now = performance.now();
-      this.show.advance((now - last) / 1000);
+      this.show.advance(
+        (now - last) / 1000,
+        Array.from(this.viewers, ({ aspect }) => aspect)
+      );
       last = now;
       this.stream();
       // Frames that are late are not made up for.

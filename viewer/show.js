@@ -2,13 +2,13 @@
 // The stage that pages look at: how much of the crowd takes part, what is steered by hand, cameras that
 // follow the crowd's size, and a frame of it as a message.
 const { performance } = require('perf_hooks');
-const { createOverviewCamera, createPerspectiveCamera } = require('../demo/cameras');
 const { palettes } = require('../demo/picture');
 const { kGrip, kStick } = require('../demo/props');
 const { stageTitles } = require('../demo/report');
 const { Stage, stages } = require('../demo/stage');
 const { DirectedLapPlan, DirectedPlacePlan, placeOf } = require('./direction');
 const { displayMesh } = require('./display-mesh');
+const { PageCulling } = require('./page-culling');
 const protocol = require('./protocol');
 
 /** Part of the way that cameras come closer to where they belong, in a second: all but e^-4. */
@@ -17,8 +17,13 @@ const kCameraRate = 4;
 /** Longest step of scene time: after a pause of the process the scene goes on where it was. */
 const kMostSeconds = 0.1;
 
-/** A stage whose plan can be steered. */
+/** A stage whose plan can be steered, and that is culled for pages of any shape. */
 class DirectedStage extends Stage {
+  constructor(...given) {
+    super(...given);
+    this.culling = new PageCulling(this.culling, this.bounds);
+  }
+
   createPlan() {
     const { clips } = this.kind;
     const plan = this.kind.layers
@@ -42,7 +47,16 @@ function meansOf({ plan, cast }, crowd) {
   return [sums[0] / crowd, carriers > 0 ? sums[1] / carriers : 0, sums[2] / crowd];
 }
 
-/** Owns the stage; all pages see the same crowd. */
+/** The cameras of a page as its message has them. */
+function poseOfPerspective({ perspective: { eye, target, up, fov, aspect, near, far } }) {
+  return [...eye, ...target, ...up, fov, aspect, near, far, 0, 0];
+}
+
+function poseOfOverview({ overview: { eye, target, up, left, right, bottom, top, near, far } }) {
+  return [...eye, ...target, ...up, left, right, bottom, top, near, far];
+}
+
+/** Owns the stage; all pages see the same crowd, each by cameras of its own shape. */
 class Show {
   /**
    * @param {Object} engine of the native module
@@ -56,7 +70,6 @@ class Show {
     this.stage = new DirectedStage(engine, kind, characters, seed);
     this.crowd = characters;
     this.isPaused = false;
-    this.aspect = this.stage.culling.perspective.aspect;
     /** Where the bounds go when the crowd changes its size. */
     this.boundsAhead = this.stage.bounds;
     this.frame = 0;
@@ -84,12 +97,14 @@ class Show {
     if ('paused' in asked) {
       this.isPaused = asked.paused;
     }
-    if ('aspect' in asked) {
-      this.aspect = asked.aspect;
-    }
     if ('crowd' in asked && asked.crowd !== this.crowd) {
       this.resize(asked.crowd);
     }
+  }
+
+  /** Width over height of pages that have not yet said theirs. */
+  get usualAspect() {
+    return this.stage.culling.usualAspect;
   }
 
   /** Lets so many characters take part. */
@@ -106,7 +121,7 @@ class Show {
   }
 
   /** Brings the cameras nearer to where the crowd's size has them. */
-  moveCameras(seconds) {
+  moveCameras(seconds, aspects) {
     const { stage, boundsAhead } = this;
     const part = 1 - Math.exp(-kCameraRate * seconds);
     const near = (from, to) => from + (to - from) * part;
@@ -115,28 +130,17 @@ class Show {
       radius: near(stage.bounds.radius, boundsAhead.radius),
       floor: near(stage.bounds.floor, boundsAhead.floor),
     };
-    const { culling } = stage;
-    culling.perspective = Object.assign(createPerspectiveCamera(stage.bounds), {
-      aspect: this.aspect,
-    });
-    const overview = createOverviewCamera(stage.bounds);
-    // The shorter side of the view shows what the square one did.
-    const [wide, high] = this.aspect > 1 ? [this.aspect, 1] : [1, 1 / this.aspect];
-    culling.overview = Object.assign(overview, {
-      left: overview.left * wide,
-      right: overview.right * wide,
-      bottom: overview.bottom * high,
-      top: overview.top * high,
-    });
+    stage.culling.setShapes(stage.bounds, aspects);
   }
 
   /**
    * One frame.
    * @param {number} seconds since the last one
+   * @param {Iterable<number>} [aspects] width over height of the pages that will be sent it
    */
-  advance(seconds) {
+  advance(seconds, aspects = [this.usualAspect]) {
     const step = Math.min(seconds, kMostSeconds);
-    this.moveCameras(step);
+    this.moveCameras(step, aspects);
     this.stage.plan.steer(step);
     this.stage.frame(this.times, this.isPaused ? 0 : step);
     this.means = meansOf(this.stage, this.crowd);
@@ -188,23 +192,19 @@ class Show {
     return { color, places: [1, -1].map((side) => [x * side, y, z]) };
   }
 
-  /** Numbers of the characters that a camera saw in the last frame, nearest first. */
-  visibleTo(camera) {
-    const { views } = this.stage.culling;
-    return camera === protocol.cameras.perspective ? views.perspective : views.overview;
-  }
-
   /**
-   * The last frame as a camera saw it.
-   * @param {number} camera
+   * The last frame as a page's camera saw it.
+   * @param {{camera: number, aspect: number}} page whose shape is one of those of the last frame
    * @param {number} skipped frames that the page was not sent
    * @param {function(number): ArrayBuffer} takeBuffer of at least so many bytes
    * @returns {Uint8Array} the message
    */
-  encode(camera, skipped, takeBuffer) {
+  encode({ camera, aspect }, skipped, takeBuffer) {
     const { stage, kind } = this;
     const { culling, crowd, cast, plan } = stage;
-    const { handles } = this.visibleTo(camera);
+    const { cameras, views } = culling.shapes.get(aspect);
+    const isPerspective = camera === protocol.cameras.perspective;
+    const { handles } = isPerspective ? views.perspective : views.overview;
     const characters = Array.from(handles, (handle) => culling.characterOf(handle));
     const carriers = characters.filter((i) => cast[i]);
     const counts = {
@@ -224,10 +224,10 @@ class Show {
       crowd: this.crowd,
       skipped,
     });
-    message.visible[0] = culling.views.perspective.handles.length;
-    message.visible[1] = culling.views.overview.handles.length;
+    message.visible[0] = views.perspective.handles.length;
+    message.visible[1] = views.overview.handles.length;
     message.sliders.set(this.means);
-    message.pose.set(this.poseOf(camera));
+    message.pose.set(isPerspective ? poseOfPerspective(cameras) : poseOfOverview(cameras));
     message.bounds.set([...stage.bounds.middle, stage.bounds.radius, stage.bounds.floor]);
     message.milliseconds.set(this.stageNames.map((name) => this.times[name]));
     message.characters.set(characters);
@@ -249,16 +249,6 @@ class Show {
       (bits, name) => bits | (handles[name].wanted === null ? 0 : protocol.flags[name]),
       this.isPaused ? protocol.flags.paused : 0
     );
-  }
-
-  poseOf(camera) {
-    const { perspective, overview } = this.stage.culling;
-    if (camera === protocol.cameras.perspective) {
-      const { eye, target, up, fov, aspect, near, far } = perspective;
-      return [...eye, ...target, ...up, fov, aspect, near, far, 0, 0];
-    }
-    const { eye, target, up, left, right, bottom, top, near, far } = overview;
-    return [...eye, ...target, ...up, left, right, bottom, top, near, far];
   }
 }
 

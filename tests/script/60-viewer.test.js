@@ -47,8 +47,8 @@ function createShow(characters, seed = 1) {
 }
 
 /** The last frame of a show, read back from its message. */
-function frameOf(show, camera = perspective, skipped = 0) {
-  const message = show.encode(camera, skipped, takeBuffer);
+function frameOf(show, camera = perspective, skipped = 0, aspect = show.usualAspect) {
+  const message = show.encode({ camera, aspect }, skipped, takeBuffer);
   assert.strictEqual(message.byteOffset, 0);
   return protocol.decodeFrame(message.buffer.slice(0, message.byteLength));
 }
@@ -369,7 +369,8 @@ describe('viewer steering', () => {
     const { crowd, culling, cast } = show.stage;
     for (const camera of [perspective, overview]) {
       const frame = frameOf(show, camera, 6);
-      const view = camera === perspective ? culling.views.perspective : culling.views.overview;
+      const { views } = culling.shapes.get(show.usualAspect);
+      const view = camera === perspective ? views.perspective : views.overview;
       const marks = culling.visible(view);
       assert.strictEqual(frame.camera, camera);
       assert.strictEqual(frame.skipped, 6);
@@ -416,17 +417,41 @@ describe('viewer steering', () => {
     assert.strictEqual(frameOf(show).sliders[0], 1);
   });
 
-  it('gives both cameras the shape of the page', () => {
+  it('gives both cameras the shape of each page', () => {
     const show = createShow(6);
-    for (const aspect of [2, 0.5]) {
-      show.control({ aspect });
-      run(show, 1);
-      assert.strictEqual(frameOf(show, perspective).pose[10], aspect);
-      const [left, right, bottom, top] = frameOf(show, overview).pose.subarray(9, 13);
+    const aspects = [2, 0.5, 1, 2];
+    show.advance(kFrame, aspects);
+    for (const aspect of aspects) {
+      const look = (camera) => frameOf(show, camera, 0, aspect);
+      assert.strictEqual(look(perspective).pose[10], aspect);
+      const [left, right, bottom, top] = look(overview).pose.subarray(9, 13);
       assert.ok(Math.abs((right - left) / (top - bottom) - aspect) < 1e-6);
       const least = Math.min(right - left, top - bottom);
-      assert.ok(Math.abs(least - 2 * 0.48 * frameOf(show, overview).bounds[3]) < 1e-3 * least);
+      assert.ok(Math.abs(least - 2 * 0.48 * look(overview).bounds[3]) < 1e-3 * least);
     }
+  });
+
+  it('culls for each page as if it were alone', () => {
+    const aspects = [0.4, 1, 3];
+    const [shared, ...alone] = [aspects, ...aspects.map((aspect) => [aspect])].map((shapes) => {
+      const show = createShow(80);
+      for (let i = 0; i < 3; ++i) {
+        show.advance(kFrame, shapes);
+      }
+      return show;
+    });
+    const seen = aspects.map((aspect, i) =>
+      [perspective, overview].map((camera) => {
+        const [among, only] = [shared, alone[i]].map((show) => frameOf(show, camera, 0, aspect));
+        for (const part of ['visible', 'pose', 'bounds', 'characters', 'carriers', 'matrices']) {
+          assert.deepStrictEqual(among[part], only[part], `${part} at ${aspect}`);
+        }
+        return among.counts.characters;
+      })
+    );
+    // The wider the page, the more it sees, but for the overview, which grows with either side.
+    assert.ok(seen[0][0] < seen[1][0] && seen[1][0] < seen[2][0], JSON.stringify(seen));
+    assert.ok(seen[0][1] > seen[1][1] && seen[2][1] > seen[1][1], JSON.stringify(seen));
   });
 
   it('shows models, crossfades their clips, and has no layers for them', async () => {
@@ -671,6 +696,23 @@ describe('viewer server', () => {
     assert.strictEqual(one.last.crowd, 8);
     one.socket.close();
     other.socket.close();
+  });
+
+  it('culls for each page by its own shape', async () => {
+    const [wide, tall] = [new Client(address), new Client(address)];
+    await wide.until(() => wide.last && tall.last, 'frames');
+    wide.send({ aspect: 3 });
+    await wide.until(() => wide.last.pose[10] === 3, 'the wide view');
+    tall.send({ aspect: 0.25 });
+    await tall.until(() => tall.last.pose[10] === 0.25, 'the tall view');
+    const { frame } = tall.last;
+    await wide.until(() => wide.last.frame > frame, 'a later frame');
+    assert.strictEqual(wide.last.pose[10], 3);
+    await wide.until(() => tall.frames.some((one) => one.frame === wide.last.frame), 'the same');
+    const other = tall.frames.find((one) => one.frame === wide.last.frame);
+    assert.ok(wide.last.visible[0] > other.visible[0], 'the wide page sees more');
+    wide.socket.close();
+    tall.socket.close();
   });
 
   it('leaves frames out for a page that does not draw', async () => {
