@@ -17,6 +17,13 @@ const kCameraRate = 4;
 /** Longest step of scene time: after a pause of the process the scene goes on where it was. */
 const kMostSeconds = 0.1;
 
+/** What stages are called in the page's table, where they are not as in the demo's report. */
+const titles = Object.assign({}, stageTitles, {
+  perspective: 'cull, perspective',
+  overview: 'cull, overview',
+  stream: 'stream to the page',
+});
+
 /** A stage whose plan can be steered, and that is culled for pages of any shape. */
 class DirectedStage extends Stage {
   constructor(...given) {
@@ -174,7 +181,7 @@ class Show {
       nodes: kind.nodes.length,
       clips: kind.clips.map(({ name }) => name),
       layers: kind.layers ? ['wave', 'breath'] : [],
-      stages: this.stageNames.map((name) => [name, stageTitles[name] || 'stream to the page']),
+      stages: this.stageNames.map((name) => [name, titles[name]]),
       props: props.map(({ name, palettes: colors, glow }) => {
         return { name, palettes: colors, glow: glow && this.glowOf(glow) };
       }),

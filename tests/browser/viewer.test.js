@@ -257,7 +257,7 @@ describe('viewer page', () => {
   it('charts the stages of frames', async () => {
     await viewer.drawn(1);
     const stages = await viewer.page
-      .locator('#stages tr')
+      .locator('#stages tbody tr')
       .evaluateAll((rows) =>
         rows.map((row) => [row.dataset.stage, row.cells[0].textContent, row.cells[1].textContent])
       );
@@ -289,6 +289,97 @@ describe('viewer page', () => {
     assert.ok(shares.animate > 20, JSON.stringify(shares));
     const facts = await viewer.text('facts');
     assert.ok(facts.includes(`bones moved${(50 * kCharacters).toLocaleString('en')}`), facts);
+  });
+
+  it('says how late the latest frames are, and keeps them in the chart', async () => {
+    // Of 240 frames 12 take 6 ms and 4 take 12; 2 to 3 ms is usual. In an order of their own.
+    const costs = Array.from({ length: 240 }, (_, i) => (i * 77) % 240).map((i) =>
+      i < 224 ? 2 + i / 224 : i < 236 ? 6 : 12
+    );
+    const result = await viewer.page.evaluate((given) => {
+      const Chart = self.nqViewer.chart.constructor;
+      const canvas = document.createElement('canvas');
+      Object.assign(canvas.style, { position: 'fixed', left: 0, top: 0 });
+      Object.assign(canvas.style, { width: '480px', height: '200px' });
+      document.body.append(canvas);
+      canvas.getContext('2d', { willReadFrequently: true });
+      const chart = new Chart(canvas, 2);
+      const look = () => {
+        chart.draw();
+        const { data, width, height } = canvas
+          .getContext('2d')
+          .getImageData(0, 0, canvas.width, canvas.height);
+        const isRed = (at) => data[at] > 230 && data[at + 1] < 140 && data[at + 2] < 145;
+        // Whether the topmost row of each column is filled, and whether by the mark of a cut.
+        let [top, red] = [height, 0];
+        for (let at = 0; at < data.length; at += 4) {
+          top = data[at + 3] > 128 ? Math.min(top, Math.floor(at / 4 / width)) : top;
+          red += isRed(at) ? 1 : 0;
+        }
+        return { top: top / height, red, scale: chart.top };
+      };
+      given.forEach((cost) => chart.push([cost / 4, (3 * cost) / 4]));
+      const usual = look();
+      const facts = { stages: chart.percentiles(), whole: chart.wholePercentiles() };
+      chart.push([400, 0]);
+      const cut = look();
+      canvas.remove();
+      const few = [[], [7], [3, 1, 2]].map((values) => {
+        const other = new Chart(canvas, 1);
+        values.forEach((value) => other.push([value]));
+        return other.wholePercentiles();
+      });
+      return { usual, cut, facts, few };
+    }, costs);
+    // By hand: of 240 costs in order, the 120th, the 228th and the 238th.
+    const near = (found, wanted) =>
+      found.forEach((value, i) => assert.ok(Math.abs(value - wanted[i]) < 1e-5, `${found}`));
+    near(result.facts.whole, [2 + 119 / 224, 6, 12]);
+    near(result.facts.stages[0], [0.25 * (2 + 119 / 224), 1.5, 3]);
+    near(result.facts.stages[1], [0.75 * (2 + 119 / 224), 4.5, 9]);
+    assert.deepStrictEqual(result.few, [
+      [0, 0, 0],
+      [7, 7, 7],
+      [2, 3, 3],
+    ]);
+    // The latest frame is whole, at once, with some room above it.
+    assert.ok(result.usual.scale > 12 && result.usual.scale < 14, JSON.stringify(result.usual));
+    assert.ok(result.usual.top > 0.03 && result.usual.top < 0.2, JSON.stringify(result.usual));
+    assert.strictEqual(result.usual.red, 0);
+    // One that would flatten the others is cut, and marked.
+    assert.ok(result.cut.scale < 30, JSON.stringify(result.cut));
+    assert.ok(result.cut.red > 10, JSON.stringify(result.cut));
+  });
+
+  it('has percentiles of all stages in its table', async () => {
+    const heads = await viewer.page.locator('#stages thead th').allTextContents();
+    assert.deepStrictEqual(heads, ['p50', 'p95', 'p99']);
+    const [rows, wanted] = await viewer.page.evaluate(async () => {
+      const { chart } = self.nqViewer;
+      const rowsOf = (part) => document.querySelectorAll(`#stages ${part} tr`);
+      // At once when the table is renewed: the next frame changes what it is of.
+      await new Promise((resolve) => {
+        new MutationObserver((_, observer) => {
+          observer.disconnect();
+          resolve();
+        }).observe(document.getElementById('stages'), { subtree: true, childList: true });
+      });
+      const texts = [...rowsOf('tbody'), ...rowsOf('tfoot')].map((row) =>
+        Array.from(row.cells, ({ textContent }) => textContent)
+      );
+      const numbers = [...chart.percentiles(), chart.wholePercentiles()];
+      return [texts, numbers.map((row) => row.map((value) => value.toFixed(2)))];
+    });
+    assert.deepStrictEqual(
+      rows.map((row) => row.slice(1)),
+      wanted
+    );
+    assert.strictEqual(rows[rows.length - 1][0], 'whole frame');
+    rows.forEach(([, p50, p95, p99]) => {
+      assert.ok(Number(p50) <= Number(p95) && Number(p95) <= Number(p99));
+    });
+    const label = await viewer.page.locator('#chart').getAttribute('aria-label');
+    assert.ok(/milliseconds of each stage/i.test(label), label);
   });
 
   it('fits its picture into any window', async () => {

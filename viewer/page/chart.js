@@ -1,8 +1,10 @@
 // The chart of what a frame costs: stages on top of each other, over the last frames.
 
-/** Frames that the chart shows, and those that medians are taken of: four seconds, and one. */
+/** Frames that the chart shows, and that percentiles are taken of: four seconds. */
 const kFrames = 240;
-const kMedianFrames = 60;
+
+/** Parts of a hundred frames that take no longer: the usual one, and those of late frames. */
+export const kPercentiles = [50, 95, 99];
 
 /** Colours of stages in their order. */
 export const stageColors = [
@@ -16,8 +18,17 @@ export const stageColors = [
   '#4a5670',
 ];
 
-/** How much of its way the top of the scale goes in a frame, so that it does not jump. */
+/** How much of its way down the top of the scale goes in a frame; for a late frame it goes up at once. */
 const kScaleRate = 0.08;
+
+/** The scale in medians, at least and at most: later frames are cut there, and marked. */
+const kLeastMedians = 1.8;
+const kMostMedians = 10;
+
+/** What is left above the latest frame, and where a cut one ends. */
+const kHeadroom = 1.08;
+const kCutPixels = 3;
+const kLateColor = '#f2777a';
 
 /** Distances between lines of the scale, in milliseconds. */
 const kSteps = [0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 50, 100, 200, 500];
@@ -25,13 +36,16 @@ const kSteps = [0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 50, 100, 200, 500];
 /** Height of the scale's text. */
 const kTextPixels = 12;
 
-function median(values) {
+/**
+ * The least values that so many of a hundred do not exceed.
+ * @param {number[]} values
+ * @returns {number[]} one for each of kPercentiles; 0 without values
+ */
+export function percentilesOf(values) {
   const sorted = Array.from(values).sort((a, b) => a - b);
-  const half = sorted.length >> 1;
-  if (sorted.length === 0) {
-    return 0;
-  }
-  return sorted.length % 2 ? sorted[half] : (sorted[half - 1] + sorted[half]) / 2;
+  return kPercentiles.map((percent) =>
+    sorted.length === 0 ? 0 : sorted[Math.ceil((percent * sorted.length) / 100) - 1]
+  );
 }
 
 /** Owns the last frames' costs. */
@@ -63,15 +77,32 @@ export class Chart {
     return Array.from({ length }, (none, i) => values[(this.frames - length + i) % kFrames]);
   }
 
-  /** The middle cost of each stage, in milliseconds. */
-  medians() {
-    return this.rows.map((row) => median(this.last(row, kMedianFrames)));
+  /** Percentiles of each stage's cost, in milliseconds. */
+  percentiles() {
+    return this.rows.map((row) => percentilesOf(this.last(row, kFrames)));
   }
 
-  /** The middle cost of a whole frame. */
-  wholeMedian() {
-    const columns = this.rows.map((row) => this.last(row, kMedianFrames));
-    return median(columns[0].map((_, i) => columns.reduce((sum, column) => sum + column[i], 0)));
+  /** Costs of whole frames, oldest first. */
+  sums() {
+    const columns = this.rows.map((row) => this.last(row, kFrames));
+    return columns[0].map((_, i) => columns.reduce((sum, column) => sum + column[i], 0));
+  }
+
+  /** Percentiles of the cost of a whole frame. */
+  wholePercentiles() {
+    return percentilesOf(this.sums());
+  }
+
+  /** Brings the top of the scale to where the latest frame is in the chart, as far as one can tell the others. */
+  scale(sums) {
+    const [median] = percentilesOf(sums);
+    const latest = kHeadroom * sums.reduce((most, sum) => Math.max(most, sum), 0);
+    const wanted = Math.max(
+      0.2,
+      kLeastMedians * median,
+      Math.min(latest, Math.max(kMostMedians * median, 1))
+    );
+    this.top = Math.max(wanted, this.top + (wanted - this.top) * kScaleRate);
   }
 
   /** Draws what there is, at the canvas's size on the screen. */
@@ -89,9 +120,8 @@ export class Chart {
     pen.setTransform(ratio, 0, 0, ratio, 0, 0);
     pen.clearRect(0, 0, width, height);
     const shown = this.rows.map((row) => this.last(row, kFrames));
-    const sums = shown[0].map((_, i) => shown.reduce((sum, column) => sum + column[i], 0));
-    // Late frames may leave the chart; the scale is of what is usual.
-    this.top += (Math.max(0.2, 1.8 * median(sums)) - this.top) * kScaleRate;
+    const sums = this.sums();
+    this.scale(sums);
     const yOf = (milliseconds) => height - (milliseconds / this.top) * height;
     const xOf = (i) => width - (sums.length - 1 - i) * (width / (kFrames - 1));
     const base = new Float32Array(sums.length);
@@ -108,6 +138,38 @@ export class Chart {
       pen.fill();
     });
     this.drawScale(pen, width, yOf);
+    this.drawCuts(pen, width, sums, xOf);
+  }
+
+  /** Marks frames that are later than the scale goes, and says how late the latest one is. */
+  drawCuts(pen, width, sums, xOf) {
+    const cut = sums.filter((sum) => sum > this.top);
+    pen.fillStyle = kLateColor;
+    sums.forEach((sum, i) => {
+      if (sum > this.top) {
+        pen.fillRect(xOf(i) - 1, 0, 2, kCutPixels);
+      }
+    });
+    if (cut.length > 0) {
+      const latest = cut.reduce((most, sum) => Math.max(most, sum));
+      pen.textAlign = 'right';
+      this.drawText(
+        pen,
+        `${latest.toFixed(0)} ms`,
+        width - 3,
+        kCutPixels + kTextPixels,
+        kLateColor
+      );
+      pen.textAlign = 'left';
+    }
+  }
+
+  drawText(pen, text, x, y, color) {
+    pen.lineWidth = 3;
+    pen.strokeStyle = '#141925';
+    pen.strokeText(text, x, y);
+    pen.fillStyle = color;
+    pen.fillText(text, x, y);
   }
 
   drawScale(pen, width, yOf) {
@@ -122,12 +184,7 @@ export class Chart {
       if (y < kTextPixels) {
         continue;
       }
-      const text = `${Number(value.toFixed(2))} ms`;
-      pen.lineWidth = 3;
-      pen.strokeStyle = '#141925';
-      pen.strokeText(text, 3, y);
-      pen.fillStyle = '#d9dfeb';
-      pen.fillText(text, 3, y);
+      this.drawText(pen, `${Number(value.toFixed(2))} ms`, 3, y, '#d9dfeb');
     }
   }
 }

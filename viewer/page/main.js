@@ -1,5 +1,5 @@
 // The page: what the host streams, drawn; and what the hand wants, sent.
-import { Chart, stageColors } from './chart.js';
+import { Chart, kPercentiles, stageColors } from './chart.js';
 import { Picture } from './picture.js';
 import { Stream } from './stream.js';
 
@@ -145,11 +145,24 @@ function showNumbers(frame) {
       ])
     )
   );
-  const cells = document.querySelectorAll('#stages td:last-child');
-  chart.medians().forEach((value, stage) => {
-    cells[stage].textContent = value.toFixed(2);
+  const whole = chart.wholePercentiles();
+  const rows = document.querySelectorAll('#stages tbody tr, #stages tfoot tr');
+  [...chart.percentiles(), whole].forEach((values, row) => {
+    values.forEach((value, i) => {
+      rows[row].cells[1 + i].textContent = value.toFixed(2);
+    });
   });
-  element('whole').textContent = `${chart.wholeMedian().toFixed(2)} ms`;
+  element('whole').textContent = `${whole[0].toFixed(2)} ms`;
+}
+
+/** A row of the table: what it is of, and a cell for each percentile. */
+function createRow(...title) {
+  const row = document.createElement('tr');
+  const label = document.createElement('th');
+  label.scope = 'row';
+  label.append(...title);
+  row.append(label, ...kPercentiles.map(() => document.createElement('td')));
+  return row;
 }
 
 function showScene(scene) {
@@ -163,16 +176,14 @@ function showScene(scene) {
   element('subject').title = scene.notes.join('\n');
   element('crowd').max = scene.characters;
   const rows = scene.stages.map(([name, title], stage) => {
-    const row = document.createElement('tr');
-    row.dataset.stage = name;
-    const label = document.createElement('td');
     const swatch = document.createElement('i');
     swatch.style.background = stageColors[stage % stageColors.length];
-    label.append(swatch, title);
-    row.append(label, document.createElement('td'));
+    const row = createRow(swatch, title);
+    row.dataset.stage = name;
     return row;
   });
   document.querySelector('#stages tbody').replaceChildren(...rows);
+  document.querySelector('#stages tfoot').replaceChildren(createRow('whole frame'));
   element('row-crossfade').hidden = scene.clips.length < 2;
   ['wave', 'breath'].forEach((name) => {
     element(`row-${name}`).hidden = !scene.layers.includes(name);
