@@ -77,13 +77,14 @@ class ViewerPage {
    * @param {import('playwright-core').Browser} browser
    * @param {string} address
    * @param {{width: number, height: number}} viewport
+   * @param {Object} [options] of the browser's context
    */
-  static async open(browser, address, viewport) {
+  static async open(browser, address, viewport, options = {}) {
     const result = new ViewerPage();
     result.troubles = [];
     result.requests = [];
-    result.page = await browser.newPage({ viewport });
-    result.page.setDefaultTimeout(20000);
+    result.page = await browser.newPage(Object.assign({ viewport }, options));
+    result.page.setDefaultTimeout(50000);
     result.page.on('console', (message) => {
       if (['error', 'warning'].includes(message.type())) {
         result.troubles.push(message.text());
@@ -92,8 +93,15 @@ class ViewerPage {
     result.page.on('pageerror', (error) => result.troubles.push(error.stack));
     result.page.on('request', (request) => result.requests.push(request.url()));
     await result.page.goto(address);
-    await result.drawn(2);
+    await result.arrived(2);
     return result;
+  }
+
+  /** Waits until so many more frames have arrived, of which each becomes a picture unless that is still. */
+  async arrived(frames) {
+    await this.page.waitForFunction(() => self.nqViewer && self.nqViewer.page.drawn > 0);
+    const drawn = await this.page.evaluate(() => self.nqViewer.page.drawn);
+    await this.page.waitForFunction((wanted) => self.nqViewer.page.drawn >= wanted, drawn + frames);
   }
 
   /** Waits until so many more frames were drawn. */
@@ -140,6 +148,13 @@ class ViewerPage {
         messages: stream.messages,
       };
     });
+  }
+
+  /** Lets the page draw little, so that another one has the CPU. */
+  rest(isResting) {
+    return this.page.evaluate((isVisible) => {
+      self.nqViewer.picture.world.visible = isVisible;
+    }, !isResting);
   }
 
   /** Pixels of the picture alone, without what lies over it. */

@@ -382,6 +382,88 @@ describe('viewer page', () => {
     assert.ok(/milliseconds of each stage/i.test(label), label);
   });
 
+  const orbit = (page) => page.evaluate(() => Object.assign({}, self.nqViewer.picture.orbit));
+
+  it('turns and scales by keys, from outside alone', async () => {
+    const { page } = viewer;
+    const canvas = page.locator('#picture');
+    assert.strictEqual(await canvas.getAttribute('tabindex'), null);
+    assert.ok(await page.locator('#hint').isHidden());
+    await viewer.click('look-outside');
+    assert.ok(await page.locator('#hint').isVisible());
+    const described = await canvas.getAttribute('aria-describedby');
+    assert.strictEqual(described, 'hint');
+    await canvas.focus();
+    const first = await orbit(page);
+    const press = async (key, times) => {
+      const before = await orbit(page);
+      for (let i = 0; i < times; ++i) {
+        await page.keyboard.press(key);
+      }
+      const after = await orbit(page);
+      return ['yaw', 'pitch', 'distance'].map((name) => Math.sign(after[name] - before[name]));
+    };
+    assert.deepStrictEqual(await press('ArrowRight', 3), [1, 0, 0]);
+    const turned = await orbit(page);
+    assert.ok(Math.abs(turned.yaw - first.yaw - Math.PI / 12) < 1e-9, `${turned.yaw}`);
+    assert.deepStrictEqual(await press('ArrowLeft', 1), [-1, 0, 0]);
+    assert.deepStrictEqual(await press('ArrowUp', 2), [0, 1, 0]);
+    assert.deepStrictEqual(await press('ArrowDown', 1), [0, -1, 0]);
+    assert.deepStrictEqual(await press('+', 2), [0, 0, -1]);
+    assert.deepStrictEqual(await press('-', 1), [0, 0, 1]);
+    assert.deepStrictEqual(await press('x', 1), [0, 0, 0]);
+    // The view from outside is drawn from there.
+    await viewer.drawn(1);
+    const eye = await page.evaluate(() => {
+      const { outside, frame } = self.nqViewer.picture;
+      return outside.position.toArray().map((value, k) => value - frame.bounds[k]);
+    });
+    const at = await orbit(page);
+    assert.ok(Math.abs(Math.atan2(eye[0], eye[2]) - at.yaw) < 1e-3, `${eye} at ${at.yaw}`);
+    await page.keyboard.press('Home');
+    assert.deepStrictEqual(await orbit(page), { yaw: 0.25, pitch: 0.5, distance: 2.5 });
+    await viewer.click('look-through');
+    assert.strictEqual(await canvas.getAttribute('tabindex'), null);
+    assert.deepStrictEqual(await press('ArrowRight', 1), [0, 0, 0]);
+  });
+
+  it('takes a pinch of two fingers, and the turn of one', async function test() {
+    this.timeout(180000);
+    await viewer.rest(true);
+    const touch = await ViewerPage.open(browser, host.address, viewport, { hasTouch: true });
+    await touch.rest(true);
+    await touch.click('look-outside');
+    const devtools = await touch.page.context().newCDPSession(touch.page);
+    const fingers = (type, ...points) =>
+      devtools.send('Input.dispatchTouchEvent', {
+        type,
+        touchPoints: points.map(([x, y], id) => ({ x, y, id })),
+      });
+    const first = await orbit(touch.page);
+    // From 40 pixels apart to 160: four times as near.
+    await fingers('touchStart', [160, 150]);
+    await fingers('touchStart', [160, 150], [200, 150]);
+    for (const apart of [60, 100, 160]) {
+      await fingers('touchMove', [180 - apart / 2, 150], [180 + apart / 2, 150]);
+    }
+    await fingers('touchEnd');
+    const pinched = await orbit(touch.page);
+    assert.ok(Math.abs(pinched.distance - first.distance / 4) < 0.02, JSON.stringify(pinched));
+    assert.deepStrictEqual([pinched.yaw, pinched.pitch], [first.yaw, first.pitch]);
+    await fingers('touchStart', [100, 100]);
+    for (const x of [120, 160, 200]) {
+      await fingers('touchMove', [x, 100]);
+    }
+    await fingers('touchEnd');
+    const turned = await orbit(touch.page);
+    const height = (await touch.page.locator('#picture').boundingBox()).height;
+    assert.ok(Math.abs(turned.yaw - first.yaw + (100 / height) * Math.PI) < 0.02, `${turned.yaw}`);
+    assert.strictEqual(turned.distance, pinched.distance);
+    assert.deepStrictEqual(touch.troubles, []);
+    await touch.page.close();
+    await viewer.rest(false);
+  });
+
   it('fits its picture into any window', async () => {
     for (const size of [{ width: 360, height: 420 }, viewport]) {
       await viewer.page.setViewportSize(size);

@@ -9,6 +9,14 @@ const element = (id) => document.getElementById(id);
 /** Milliseconds between two times that numbers are shown anew: they are to be read. */
 const kNumbersMilliseconds = 250;
 
+/** What a key does from outside: radians, and parts of the distance. */
+const kKeyTurn = Math.PI / 36;
+const kKeyNearer = 1.1;
+
+/** Pixels of a line, for wheels that count in lines; how much more a pinch on a touchpad says than a wheel. */
+const kLinePixels = 16;
+const kPinchFactor = 10;
+
 const page = {
   scene: null,
   /** The newest frame, and the number of the last one drawn. */
@@ -276,7 +284,7 @@ function listen() {
       page.isOutside = isOutside;
       setPressed('look-through', !isOutside);
       setPressed('look-outside', isOutside);
-      element('picture').classList.toggle('turns', isOutside);
+      setTurns(isOutside);
     });
   });
   element('pause').addEventListener('click', () => {
@@ -285,13 +293,75 @@ function listen() {
   listenToPicture(element('picture'));
 }
 
-/** From outside, dragging turns the view and the wheel brings it nearer. */
-function listenToPicture(canvas) {
-  canvas.addEventListener('pointerdown', (event) => canvas.setPointerCapture(event.pointerId));
+/** From outside, the picture takes hands and keys, and says so. */
+function setTurns(turns) {
+  const canvas = element('picture');
+  canvas.classList.toggle('turns', turns);
+  element('hint').hidden = !turns;
+  if (turns) {
+    canvas.tabIndex = 0;
+    canvas.setAttribute('aria-describedby', 'hint');
+  } else {
+    canvas.removeAttribute('tabindex');
+    canvas.removeAttribute('aria-describedby');
+  }
+}
+
+/** What keys do from outside. */
+const keys = {
+  ArrowLeft: () => picture.turn(-kKeyTurn, 0),
+  ArrowRight: () => picture.turn(kKeyTurn, 0),
+  ArrowUp: () => picture.turn(0, kKeyTurn),
+  ArrowDown: () => picture.turn(0, -kKeyTurn),
+  '+': () => picture.turn(0, 0, 1 / kKeyNearer),
+  '=': () => picture.turn(0, 0, 1 / kKeyNearer),
+  '-': () => picture.turn(0, 0, kKeyNearer),
+  Home: () => picture.turnBack(),
+};
+
+/** One finger or the mouse turns the view from outside; two fingers bring it nearer or farther. */
+function listenToPointers(canvas) {
+  /** Where each finger is. */
+  const fingers = new Map();
+  const apart = () => {
+    const [a, b] = Array.from(fingers.values());
+    return Math.max(1, Math.hypot(a.x - b.x, a.y - b.y));
+  };
+  canvas.addEventListener('pointerdown', (event) => {
+    canvas.setPointerCapture(event.pointerId);
+    fingers.set(event.pointerId, { x: event.clientX, y: event.clientY });
+  });
   canvas.addEventListener('pointermove', (event) => {
-    if (page.isOutside && canvas.hasPointerCapture(event.pointerId)) {
+    const last = fingers.get(event.pointerId);
+    if (last === undefined) {
+      return;
+    }
+    const before = fingers.size === 2 ? apart() : 1;
+    const [x, y] = [event.clientX - last.x, event.clientY - last.y];
+    Object.assign(last, { x: event.clientX, y: event.clientY });
+    if (!page.isOutside) {
+      return;
+    }
+    if (fingers.size === 1) {
       const radians = Math.PI / canvas.clientHeight;
-      picture.turn(-event.movementX * radians, event.movementY * radians);
+      picture.turn(-x * radians, y * radians);
+    } else if (fingers.size === 2) {
+      picture.turn(0, 0, before / apart());
+    }
+  });
+  for (const type of ['pointerup', 'pointercancel', 'lostpointercapture']) {
+    canvas.addEventListener(type, (event) => fingers.delete(event.pointerId));
+  }
+}
+
+/** From outside, dragging and arrows turn the view, and the wheel, two fingers and keys scale it. */
+function listenToPicture(canvas) {
+  listenToPointers(canvas);
+  canvas.addEventListener('keydown', (event) => {
+    const act = Object.prototype.hasOwnProperty.call(keys, event.key) ? keys[event.key] : null;
+    if (page.isOutside && act !== null && !event.ctrlKey && !event.metaKey && !event.altKey) {
+      event.preventDefault();
+      act();
     }
   });
   canvas.addEventListener(
@@ -299,7 +369,10 @@ function listenToPicture(canvas) {
     (event) => {
       if (page.isOutside) {
         event.preventDefault();
-        picture.turn(0, 0, Math.exp(event.deltaY * 0.001));
+        const lines = event.deltaMode === WheelEvent.DOM_DELTA_LINE ? kLinePixels : 1;
+        // A pinch on a touchpad arrives as a wheel with this key.
+        const pinch = event.ctrlKey ? kPinchFactor : 1;
+        picture.turn(0, 0, Math.exp(event.deltaY * lines * pinch * 0.001));
       }
     },
     { passive: false }

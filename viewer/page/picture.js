@@ -21,6 +21,9 @@ const kOutsideFov = 0.65;
 const kNearest = 0.25;
 const kFarthest = 6;
 
+/** Where one looks from at first. */
+const kOrbit = { yaw: 0.25, pitch: 0.5, distance: 2.5 };
+
 /** Edges of a view between its corners: near rectangle, far rectangle, and from one to the other. */
 const kViewEdges = [0, 1, 3, 2].reduce(
   (edges, corner, i, around) => [
@@ -94,7 +97,7 @@ export class Picture {
     this.overview = new THREE.OrthographicCamera();
     this.outside = new THREE.PerspectiveCamera((180 / Math.PI) * kOutsideFov);
     /** Where one looks from, outside: radians, and radii of the crowd. */
-    this.orbit = { yaw: 0.25, pitch: 0.5, distance: 2.5 };
+    this.orbit = Object.assign({}, kOrbit);
     this.uniforms = {
       uLight: { value: kLight },
       uSky: { value: kSky },
@@ -413,6 +416,11 @@ export class Picture {
     orbit.yaw += yaw;
     orbit.pitch = Math.min(1.5, Math.max(0.06, orbit.pitch + pitch));
     orbit.distance = Math.min(kFarthest, Math.max(kNearest, orbit.distance * nearer));
+  }
+
+  /** Turns back to where the view from outside began. */
+  turnBack() {
+    Object.assign(this.orbit, kOrbit);
   }
 
   /** Makes the picture as large as its canvas is shown. */
