@@ -464,6 +464,47 @@ describe('viewer page', () => {
     await viewer.rest(false);
   });
 
+  it('shows two pages of different shapes their own views', async function test() {
+    this.timeout(180000);
+    await viewer.rest(true);
+    const tall = await ViewerPage.open(browser, host.address, { width: 300, height: 800 });
+    await tall.rest(true);
+    for (const one of [viewer, tall]) {
+      const box = await one.page.locator('#picture').boundingBox();
+      await one.until(
+        (frame, aspect) => Math.abs(frame.pose[10] - aspect) < 1e-3,
+        box.width / box.height
+      );
+    }
+    // And they stay so: the second page takes nothing from the first.
+    const seen = [];
+    for (const one of [viewer, tall]) {
+      await one.drawn(3);
+      seen.push(
+        await one.page.evaluate(() => {
+          const { page, picture } = self.nqViewer;
+          const { clientWidth, clientHeight } = picture.canvas;
+          return {
+            ratio: page.frame.pose[10] / (clientWidth / clientHeight),
+            aspect: page.frame.pose[10],
+            visible: page.frame.visible[0],
+          };
+        })
+      );
+    }
+    seen.forEach(({ ratio }) => assert.ok(Math.abs(ratio - 1) < 0.01, JSON.stringify(seen)));
+    assert.ok(seen[0].aspect > 1.3 * seen[1].aspect, JSON.stringify(seen));
+    await viewer.rest(false);
+    await viewer.drawn(1);
+    // The picture of the first fills its canvas: no bars at its sides, whose colour is one alone.
+    const { width, height, data } = await viewer.pixels();
+    const column = (x) =>
+      new Set(Array.from({ length: height }, (_, y) => data[4 * (y * width + x)]));
+    assert.ok(column(1).size > 3 && column(width - 2).size > 3, 'no bars at the sides');
+    assert.deepStrictEqual(tall.troubles, []);
+    await tall.page.close();
+  });
+
   it('fits its picture into any window', async () => {
     for (const size of [{ width: 360, height: 420 }, viewport]) {
       await viewer.page.setViewportSize(size);
