@@ -64,6 +64,8 @@ describe('viewer page', () => {
     assert.strictEqual(await host.stop(), 0);
   });
 
+  afterEach(() => viewer.rest(false));
+
   it('is sent matrices, which change', async () => {
     const first = await viewer.frame();
     await viewer.drawn(3);
@@ -382,6 +384,67 @@ describe('viewer page', () => {
     assert.ok(/milliseconds of each stage/i.test(label), label);
   });
 
+  it('names its pictures, and what its sliders are at', async () => {
+    for (const id of ['picture', 'chart']) {
+      const canvas = viewer.page.locator(`#${id}`);
+      assert.strictEqual(await canvas.getAttribute('role'), 'img');
+      assert.ok((await canvas.getAttribute('aria-label')).length > 20);
+    }
+    const valueText = (name) => viewer.page.locator(`#${name}`).getAttribute('aria-valuetext');
+    assert.strictEqual(await valueText('crowd'), `${kCharacters} of ${kCharacters}`);
+    assert.ok(/^auto, walk \d+ %, run \d+ %$/.test(await valueText('crossfade')));
+    await viewer.slide('wave', 0.37);
+    assert.strictEqual(await valueText('wave'), '37 %');
+    await viewer.slide('crossfade', 0.25);
+    assert.strictEqual(await valueText('crossfade'), 'walk 75 %, run 25 %');
+    await viewer.until((frame) => frame.sliders[0] === 0.25);
+    await viewer.drawn(2);
+    assert.strictEqual(await valueText('crossfade'), 'walk 75 %, run 25 %');
+    // Buttons are told apart by their names alone.
+    const names = await viewer.page
+      .locator('button')
+      .evaluateAll((all) => all.map((one) => one.ariaLabel || one.textContent.trim()));
+    assert.strictEqual(new Set(names).size, names.length, names.join());
+    await viewer.click('wave-auto');
+    await viewer.click('crossfade-auto');
+    await viewer.until((frame) => frame.flags === 0);
+  });
+
+  it('has no live region that changes while it runs, and leaves a slider with focus alone', async () => {
+    await viewer.page.locator('#crossfade').focus();
+    await viewer.drawn(1);
+    const result = await viewer.page.evaluate(async () => {
+      const live = 'output, [aria-live], [role=status], [role=alert], [role=log], [role=timer]';
+      const heard = [];
+      let changes = 0;
+      new MutationObserver((records) => {
+        changes += records.length;
+        records.forEach(({ target }) => {
+          const node = target.nodeType === Node.ELEMENT_NODE ? target : target.parentElement;
+          if (node.closest(live) || node === document.activeElement) {
+            heard.push(node.id);
+          }
+        });
+      }).observe(document.body, {
+        ...{ subtree: true, childList: true, characterData: true, attributes: true },
+      });
+      const slider = document.activeElement;
+      const values = new Set();
+      const { page } = self.nqViewer;
+      for (const until = page.drawings + 10; page.drawings < until; ) {
+        values.add(slider.value);
+        await new Promise((resolve) => requestAnimationFrame(resolve));
+      }
+      const regions = Array.from(document.querySelectorAll(live), ({ id }) => id);
+      return { heard, changes, regions, id: slider.id, values: values.size };
+    });
+    assert.ok(result.changes > 3, `${result.changes} changes`);
+    assert.deepStrictEqual(result.heard, []);
+    assert.deepStrictEqual(result.regions, ['notice']);
+    assert.deepStrictEqual([result.id, result.values], ['crossfade', 1]);
+    await viewer.page.locator('#crossfade').blur();
+  });
+
   const orbit = (page) => page.evaluate(() => Object.assign({}, self.nqViewer.picture.orbit));
 
   it('turns and scales by keys, from outside alone', async () => {
@@ -461,7 +524,6 @@ describe('viewer page', () => {
     assert.strictEqual(turned.distance, pinched.distance);
     assert.deepStrictEqual(touch.troubles, []);
     await touch.page.close();
-    await viewer.rest(false);
   });
 
   it('shows two pages of different shapes their own views', async function test() {
@@ -503,6 +565,58 @@ describe('viewer page', () => {
     assert.ok(column(1).size > 3 && column(width - 2).size > 3, 'no bars at the sides');
     assert.deepStrictEqual(tall.troubles, []);
     await tall.page.close();
+  });
+
+  it('keeps its picture still for those who want no motion, until something is changed', async function test() {
+    this.timeout(180000);
+    await viewer.rest(true);
+    const still = await ViewerPage.open(browser, host.address, viewport, {
+      reducedMotion: 'reduce',
+    });
+    const { page } = still;
+    const box = await page.locator('#picture').boundingBox();
+    await still.until(
+      (frame, aspect) => Math.abs(frame.pose[10] - aspect) < 1e-3,
+      box.width / box.height
+    );
+    await still.arrived(3);
+    assert.ok(await still.isPressed('still'));
+    assert.ok(!(await viewer.isPressed('still')), 'other pages move on');
+    const first = await still.pixels();
+    await still.arrived(20);
+    assert.strictEqual(countOther(first, await still.pixels()), 0);
+    assert.strictEqual((await still.frame()).flags, 0, 'and the crowd is not paused');
+    // What a hand changes is shown, in one new picture; in two where the host is slow to follow.
+    const drawings = () => page.evaluate(() => self.nqViewer.page.drawings);
+    const before = await drawings();
+    await still.slide('crowd', 6);
+    await page.waitForFunction(() => self.nqViewer.picture.frame.crowd === 6);
+    const after = await drawings();
+    assert.ok(after - before <= 2, `${after - before} pictures`);
+    await still.arrived(20);
+    assert.strictEqual(await drawings(), after);
+    assert.strictEqual(await still.text('crowd-now'), '6');
+    const second = await still.pixels();
+    assert.ok(countOther(first, second) > 200);
+    // So is the view of another camera.
+    await still.click('camera-1');
+    await page.waitForFunction(() => self.nqViewer.picture.frame.camera === 1);
+    await still.click('camera-0');
+    await page.waitForFunction(() => self.nqViewer.picture.frame.camera === 0);
+    await still.slide('crowd', kCharacters);
+    await still.click('still');
+    assert.ok(!(await still.isPressed('still')));
+    await still.drawn(3);
+    await page.emulateMedia({ reducedMotion: 'no-preference' });
+    // Two changes within one frame would be none.
+    await still.drawn(2);
+    await page.emulateMedia({ reducedMotion: 'reduce' });
+    await page.waitForFunction(
+      () => document.getElementById('still').getAttribute('aria-pressed') === 'true'
+    );
+    assert.deepStrictEqual(still.troubles, []);
+    await page.close();
+    await viewer.until((frame, given) => frame.crowd === given, kCharacters);
   });
 
   it('fits its picture into any window', async () => {

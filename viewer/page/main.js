@@ -6,8 +6,12 @@ import { Stream } from './stream.js';
 const protocol = self.nqProtocol;
 const element = (id) => document.getElementById(id);
 
-/** Milliseconds between two times that numbers are shown anew: they are to be read. */
+/** Milliseconds between two times that numbers are shown anew: they are to be read. Longer while still. */
 const kNumbersMilliseconds = 250;
+const kStillMilliseconds = 1000;
+
+/** Milliseconds after which values and cameras have arrived where a control sends them. */
+const kSettleMilliseconds = 1200;
 
 /** What a key does from outside: radians, and parts of the distance. */
 const kKeyTurn = Math.PI / 36;
@@ -16,6 +20,8 @@ const kKeyNearer = 1.1;
 /** Pixels of a line, for wheels that count in lines; how much more a pinch on a touchpad says than a wheel. */
 const kLinePixels = 16;
 const kPinchFactor = 10;
+
+const reducedMotion = matchMedia('(prefers-reduced-motion: reduce)');
 
 const page = {
   scene: null,
@@ -26,16 +32,37 @@ const page = {
   camera: protocol.cameras.perspective,
   isOutside: false,
   isLost: false,
+  /** A picture that stays until something is changed; when it is to be renewed, or 0. */
+  isStill: reducedMotion.matches,
+  renewAt: 0,
 };
 let picture = null;
 let chart = null;
 let stream = null;
 
-/** Sliders that a hand holds: the host's values leave them alone. */
+/** Sliders that a hand holds, or has just left: the host's values leave them alone. */
 const held = new Set();
+const leftAt = new Map();
+
+/** Writes what is not there yet: a screen reader hears of each change. */
+function setText(id, text) {
+  if (element(id).textContent !== String(text)) {
+    element(id).textContent = text;
+  }
+}
+
+function setAttribute(id, name, value) {
+  if (element(id).getAttribute(name) !== value) {
+    element(id).setAttribute(name, value);
+  }
+}
 
 function notify(text, code) {
   const notice = element('notice');
+  if (notice.dataset.text === text) {
+    return;
+  }
+  notice.dataset.text = text;
   notice.hidden = text === '';
   notice.textContent = text;
   if (code) {
@@ -45,13 +72,12 @@ function notify(text, code) {
 }
 
 function setStatus(state, text) {
-  const status = element('status');
-  status.dataset.state = state;
-  status.textContent = text;
+  element('status').dataset.state = state;
+  setText('status', text);
 }
 
 function setPressed(id, isPressed) {
-  element(id).setAttribute('aria-pressed', String(isPressed));
+  setAttribute(id, 'aria-pressed', String(isPressed));
 }
 
 function percent(value) {
@@ -69,32 +95,58 @@ function crossfadeText(value) {
   return clips.length > 0 ? clips[near] : 'no clips';
 }
 
-/** Shows the values of a frame at the sliders. */
-function showValues(frame) {
-  if (!held.has('crowd')) {
-    element('crowd').value = frame.crowd;
+/** What a slider's value means. */
+function valueText(name, value) {
+  if (name === 'crowd') {
+    return `${value} of ${page.scene.characters}`;
   }
-  element('crowd-value').textContent = `${element('crowd').value} of ${page.scene.characters}`;
+  return name === 'crossfade' ? crossfadeText(value) : percent(value);
+}
+
+/** Whether a hand is at a slider, or the host has not yet followed it. */
+function isHeld(name) {
+  return held.has(name) || performance.now() < (leftAt.get(name) || 0) + kSettleMilliseconds;
+}
+
+/**
+ * Shows a slider's value.
+ * @param {string} name
+ * @param {number} value of the frame
+ * @param {boolean} isByHand else it is the plan's, and may change at every frame
+ * @param {boolean} isTime to show what changes at every frame
+ */
+function showSlider(name, value, isByHand, isTime) {
+  const slider = element(name);
+  // The plan leaves a slider with focus alone: each of its values would be read out.
+  const isFollowed = isByHand || document.activeElement !== slider;
+  if (!isHeld(name) && isFollowed && (isByHand || !page.isStill || isTime)) {
+    slider.value = value;
+  }
+  if (isByHand || !page.isStill || isTime) {
+    setText(`${name}-value`, valueText(name, name === 'crowd' ? Number(slider.value) : value));
+  }
+  if (isByHand) {
+    setAttribute(name, 'aria-valuetext', valueText(name, Number(slider.value)));
+  } else if (isTime && isFollowed) {
+    setAttribute(name, 'aria-valuetext', `auto, ${valueText(name, Number(slider.value))}`);
+  }
+}
+
+/** Shows the values of a frame at the sliders. */
+function showValues(frame, isTime) {
+  showSlider('crowd', frame.crowd, true, isTime);
   protocol.sliders.forEach((name, i) => {
     const isByHand = (frame.flags & protocol.flags[name]) !== 0;
     if (!held.has(name)) {
-      // While the value is on its way, the thumb stays where the hand has put it.
-      if (!isByHand) {
-        element(name).value = frame.sliders[i];
-      }
       setPressed(`${name}-auto`, !isByHand);
       element(`row-${name}`).dataset.by = isByHand ? 'hand' : 'plan';
     }
-    const value = frame.sliders[i];
-    element(`${name}-value`).textContent =
-      name === 'crossfade' ? crossfadeText(value) : percent(value);
+    showSlider(name, frame.sliders[i], isByHand, isTime);
   });
   const isPaused = (frame.flags & protocol.flags.paused) !== 0;
   setPressed('pause', isPaused);
-  element('pause').textContent = isPaused ? 'Go on' : 'Pause';
+  setText('pause', isPaused ? 'Go on' : 'Pause');
   setStatus(isPaused ? 'paused' : 'live', isPaused ? 'paused' : 'live');
-  element('shown').textContent = frame.counts.characters;
-  element('crowd-now').textContent = frame.crowd;
 }
 
 /** Rates of what arrives, since they were last asked for. */
@@ -127,13 +179,15 @@ class Rates {
 let rates = null;
 let numbersAt = 0;
 
-/** Shows what changes too fast to be read at every frame. */
-function showNumbers(frame) {
+/** Whether it is time to show what changes too fast to be read at every frame. */
+function isTimeForNumbers() {
   const now = performance.now();
-  if (now - numbersAt < kNumbersMilliseconds) {
-    return;
-  }
-  numbersAt = now;
+  const isTime = now - numbersAt >= (page.isStill ? kStillMilliseconds : kNumbersMilliseconds);
+  numbersAt = isTime ? now : numbersAt;
+  return isTime;
+}
+
+function showNumbers(frame) {
   const { frames, drawings, megabytes } = rates.take(frame);
   const bones = (count) => (count * page.scene.bones).toLocaleString('en');
   const facts = [
@@ -160,7 +214,7 @@ function showNumbers(frame) {
       rows[row].cells[1 + i].textContent = value.toFixed(2);
     });
   });
-  element('whole').textContent = `${whole[0].toFixed(2)} ms`;
+  setText('whole', `${whole[0].toFixed(2)} ms`);
 }
 
 /** A row of the table: what it is of, and a cell for each percentile. */
@@ -208,6 +262,52 @@ function sendView() {
   }
 }
 
+/** Sends what a hand wants, whose effect a still picture shows as well. */
+function ask(controls) {
+  stream.send(controls);
+  page.renewAt = performance.now() + kSettleMilliseconds;
+}
+
+/**
+ * Whether the picture is to be of a new frame: always, but while it is still only where the view is
+ * another one, or what was changed has settled.
+ */
+function isPictureDue(frame) {
+  const shown = picture.frame;
+  if (!page.isStill || shown === null || shown.camera !== frame.camera) {
+    return true;
+  }
+  if (Picture.aspectOf(shown) !== Picture.aspectOf(frame)) {
+    return true;
+  }
+  const isOther = shown.crowd !== frame.crowd || shown.flags !== frame.flags;
+  if (page.renewAt === 0) {
+    page.renewAt = isOther ? performance.now() + kSettleMilliseconds : 0;
+    return false;
+  }
+  return performance.now() >= page.renewAt;
+}
+
+function drawFrame(frame) {
+  if (isPictureDue(frame)) {
+    picture.setFrame(frame);
+    setText('shown', frame.counts.characters);
+    setText('crowd-now', frame.crowd);
+    page.renewAt = 0;
+    ++page.drawings;
+  }
+  const isTime = isTimeForNumbers();
+  showValues(frame, isTime);
+  if (isTime) {
+    showNumbers(frame);
+  }
+  if (isTime || !page.isStill) {
+    chart.draw();
+  }
+  page.drawn = frame.frame;
+  stream.send({ drawn: frame.frame });
+}
+
 function draw() {
   requestAnimationFrame(draw);
   const { frame } = page;
@@ -215,13 +315,7 @@ function draw() {
     return;
   }
   if (frame.frame !== page.drawn) {
-    picture.setFrame(frame);
-    showValues(frame);
-    showNumbers(frame);
-    chart.draw();
-    page.drawn = frame.frame;
-    ++page.drawings;
-    stream.send({ drawn: frame.frame });
+    drawFrame(frame);
   }
   picture.draw(page.isOutside);
 }
@@ -251,13 +345,17 @@ function listenToSlider(name, valueOf) {
   const slider = element(name);
   slider.addEventListener('input', () => {
     held.add(name);
-    stream.send({ [name]: valueOf(slider.value) });
+    ask({ [name]: valueOf(slider.value) });
+    setAttribute(name, 'aria-valuetext', valueText(name, Number(slider.value)));
     if (name !== 'crowd') {
       setPressed(`${name}-auto`, false);
       element(`row-${name}`).dataset.by = 'hand';
     }
   });
-  slider.addEventListener('change', () => held.delete(name));
+  slider.addEventListener('change', () => {
+    held.delete(name);
+    leftAt.set(name, performance.now());
+  });
 }
 
 function listen() {
@@ -266,7 +364,8 @@ function listen() {
     listenToSlider(name, (text) => Number(text));
     element(`${name}-auto`).addEventListener('click', () => {
       const isByHand = element(`${name}-auto`).getAttribute('aria-pressed') === 'false';
-      stream.send({ [name]: isByHand ? null : Number(element(name).value) });
+      leftAt.delete(name);
+      ask({ [name]: isByHand ? null : Number(element(name).value) });
     });
   }
   [0, 1].forEach((camera) => {
@@ -288,9 +387,19 @@ function listen() {
     });
   });
   element('pause').addEventListener('click', () => {
-    stream.send({ paused: element('pause').getAttribute('aria-pressed') === 'false' });
+    ask({ paused: element('pause').getAttribute('aria-pressed') === 'false' });
   });
+  element('still').addEventListener('click', () => setStill(!page.isStill));
+  reducedMotion.addEventListener('change', () => setStill(reducedMotion.matches));
+  setStill(page.isStill);
   listenToPicture(element('picture'));
+}
+
+/** Whether the picture stays as it is until something is changed: the choice of this page alone. */
+function setStill(isStill) {
+  page.isStill = isStill;
+  page.renewAt = 0;
+  setPressed('still', isStill);
 }
 
 /** From outside, the picture takes hands and keys, and says so. */
