@@ -321,7 +321,7 @@ TEST_F(AnimationSystemTest, ALayerTakesNoMemoryBesideItsRecordUntilItIsMasked) {
   const std::vector<ControllerMaskRecord> records(1000, ControllerMaskRecord{0x1000, 0.5f});
   const uint8_t* bytes = reinterpret_cast<const uint8_t*>(records.data());
   // The first one makes the animation system and its tables.
-  scene.Core()->CreateAnimatorControllerModel(1);
+  const uint32_t first = scene.Core()->CreateAnimatorControllerModel(1).handle;
   const size_t atFirst = HeapBytes();
   const NativeValueInfo info = scene.Core()->CreateAnimatorControllerModel(kLayers);
   const size_t made = HeapBytes();
@@ -341,6 +341,7 @@ TEST_F(AnimationSystemTest, ALayerTakesNoMemoryBesideItsRecordUntilItIsMasked) {
   EXPECT_LT(HeapBytes(), made + 4096) << "unmasked";
   scene.Core()->ReleaseAnimatorControllerModel(info.handle);
   EXPECT_LT(HeapBytes(), atFirst + kSlack);
+  scene.Core()->ReleaseAnimatorControllerModel(first);
 }
 
 }  // namespace
