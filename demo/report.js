@@ -4,6 +4,10 @@ const { SingleBar } = require('cli-progress');
 const Table = require('cli-table3');
 const { median } = require('./bounds');
 const { stages } = require('./stage');
+const { oneLine } = require('./user-error');
+
+/** Columns of a terminal for the cells in the middle, which hold names: the table then fits into 100. */
+const kNameColumns = 50;
 
 /** What the table calls the stages of a frame. */
 const stageTitles = {
@@ -66,9 +70,37 @@ function createTable(head) {
   });
 }
 
+/** Columns of a terminal that a text takes, at most: letters of eastern scripts and pictures take two. */
+function columnsOf(text) {
+  return Array.from(text).reduce((sum, letter) => sum + (letter >= '\u1100' ? 2 : 1), 0);
+}
+
+/** A text in one line, cut off where it takes more than its columns. */
+function shortened(text, columns) {
+  const letters = Array.from(oneLine(text));
+  if (columnsOf(letters.join('')) <= columns) {
+    return letters.join('');
+  }
+  while (columnsOf(letters.join('')) > columns - 1) {
+    letters.pop();
+  }
+  return `${letters.join('')}…`;
+}
+
+/** Names in a row; where they are too many, the first ones and how many more there are. */
+function formatNames(names) {
+  let text = names.map((name) => shortened(name, kNameColumns)).join(', ');
+  for (let count = names.length - 1; columnsOf(text) > kNameColumns; --count) {
+    const more = `, … ${grouped(names.length - count)} more`;
+    const first = names.slice(0, count).map((name) => shortened(name, kNameColumns - more.length));
+    text = first.join(', ') + more;
+  }
+  return text;
+}
+
 /** What is carried, and by how many. */
 function propsRow({ kind, crowd }) {
-  const names = kind.layers.props.map(({ name }) => name).join(', ');
+  const names = formatNames(kind.layers.props.map(({ name }) => name));
   return ['props bound to hands', names, grouped(crowd.props.carriers.length)];
 }
 
@@ -100,8 +132,8 @@ function formatTables(stage, timings) {
   const clips = layers ? [...kind.clips, layers.wave, layers.breath] : kind.clips;
   const facts = createTable([]);
   facts.push(
-    ['characters', kind.name, grouped(crowd.count)],
-    ['clips', clips.map(({ name }) => name).join(', ') || 'none', grouped(clips.length)],
+    ['characters', shortened(kind.name, kNameColumns), grouped(crowd.count)],
+    ['clips', formatNames(clips.map(({ name }) => name)) || 'none', grouped(clips.length)],
     ['bones', `${grouped(kind.joints.length)} each`, grouped(crowd.boneCount)],
     ['entities', `${grouped(kind.nodes.length)} each`, grouped(crowd.handles.length)],
     ...(layers ? [propsRow(stage)] : []),

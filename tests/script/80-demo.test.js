@@ -43,6 +43,7 @@ function runDemo(args, environment) {
   return childProcess.spawnSync(process.execPath, [main, ...args], {
     cwd: folder,
     encoding: 'utf8',
+    timeout: 120000,
     env: Object.assign(
       {},
       process.env,
@@ -234,6 +235,28 @@ describe('demo runs', () => {
       assert.ok(unseen > 1000, `${unseen} grey pixels`);
     });
   }
+
+  it('fits its tables into 100 columns, however many clips a model has and however they are called', () => {
+    const model = skeleton();
+    const [clip] = model.json.animations;
+    const names = ['Idle', '走路', 'two\nlines', 'x'.repeat(200)];
+    for (let i = 0; i < 14; ++i) {
+      names.push(`Attack with both hands ${i}`);
+    }
+    model.json.animations = names.map((name) => Object.assign({}, clip, { name }));
+    const file = `${'long name of a model '.repeat(6)}.glb`;
+    writeGlb(path.join(folder, file), model);
+    const args = ['--model', file, '--frames', '2', '--characters', '3', '--out', 'clips'];
+    const run = runDemo(args);
+    const rows = assertRun(run, 'clips', 3, 'animators');
+    assert.strictEqual(rows.characters[0], `${'long name of a model '.repeat(2)}long na…`);
+    assert.deepStrictEqual(rows.clips, ['Idle, 走路, two lines, … 15 more', '18']);
+    const tables = run.stdout.split('\n').filter((line) => /^[┌│├└]/.test(line));
+    assert.ok(tables.length > 15, run.stdout);
+    // The two letters take two columns each.
+    const columns = tables.map((line) => Array.from(line).length + (/走/.test(line) ? 2 : 0));
+    assert.ok(Math.max(...columns) <= 100, `${Math.max(...columns)} columns\n${run.stdout}`);
+  });
 
   it('shows its options', () => {
     const { status, stdout, stderr } = runDemo(['--help']);
