@@ -15,13 +15,36 @@ const { UserError, fileTrouble, oneLine } = require('./user-error');
 /** Exit code for what the person at the keyboard can put right. */
 const kUserErrorCode = 2;
 
-/** Makes the folder for the picture ahead of the run, which would else be in vain. */
-function prepareFolder(folder) {
+/**
+ * Makes a folder and those above it. The host's own recursive way never ends where a file system takes no
+ * folders, as /proc doesn't.
+ */
+function makeFolder(folder) {
   try {
-    fs.mkdirSync(folder, { recursive: true });
-    fs.accessSync(folder, fs.constants.W_OK);
+    fs.mkdirSync(folder);
   } catch (error) {
-    const trouble = fileTrouble(error);
+    const above = path.dirname(folder);
+    if (error.code === 'EEXIST' && fs.statSync(folder).isDirectory()) {
+      return;
+    }
+    if (error.code !== 'ENOENT' || fs.existsSync(above)) {
+      throw error;
+    }
+    makeFolder(above);
+    fs.mkdirSync(folder);
+  }
+}
+
+/** Makes the folder for the picture and writes to it ahead of the run, which would else be in vain. */
+function prepareFolder(folder) {
+  const trial = path.join(folder, `.nq-${process.pid}.tmp`);
+  try {
+    makeFolder(path.resolve(folder));
+    fs.writeFileSync(trial, '');
+    fs.unlinkSync(trial);
+  } catch (error) {
+    // Of a folder that is to be made, or a file in one that is there.
+    const trouble = error.code === 'ENOENT' ? 'nothing can be made there' : fileTrouble(error);
     throw new UserError(`folder '${folder}' can't be used, ${trouble}: choose another --out.`);
   }
 }

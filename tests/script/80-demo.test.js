@@ -375,6 +375,22 @@ describe('demo errors', () => {
     await assertOptionsFail(['--model='], '--model', '--model VALUE');
   });
 
+  it('refuses folders that take no picture, ahead of the run', () => {
+    const file = path.join(folder, write('file', 'kept'));
+    const cases = {
+      [file]: 'it is a file, not a folder',
+      [path.join(file, 'below')]: 'part of its path is a file, not a folder',
+      '/dev/full': 'it is a file, not a folder',
+      '/proc': 'nothing can be made there',
+      '/proc/none/below': 'nothing can be made there',
+      [`/proc/${process.pid}/fd`]: 'nothing can be made there',
+    };
+    for (const out of Object.keys(cases)) {
+      assertRefused(['--frames', '1', '--out', out], `'${out}' can't be used`, cases[out]);
+    }
+    assert.strictEqual(fs.readFileSync(file, 'utf8'), 'kept');
+  });
+
   it('refuses what is not a readable file', () => {
     assertRefused(['--model', 'absent.glb'], "'absent.glb'", 'give the path of a .glb or .gltf');
     assertRefused(['--model', folder], `'${folder}'`, 'give the path of a .glb or .gltf');
