@@ -20,9 +20,9 @@ const {
   shown,
 } = require('./gltf-check');
 const { convertAnimation } = require('./gltf-clip');
+const { loadLibrary } = require('./gltf-library');
 const { isInstance } = require('./value-checks');
 
-const kLibrary = '@gltf-transform/core';
 const kMatrixFloats = 16;
 const kMostFramesPerSecond = 1000;
 
@@ -86,19 +86,6 @@ const interpolations = ['LINEAR', 'STEP', 'CUBICSPLINE'];
 
 /** The transform of a node that names none. */
 const kNoTransform = { translation: [0, 0, 0], rotation: [0, 0, 0, 1], scale: [1, 1, 1] };
-
-/** The library that takes accessors and matrices apart. */
-function loadLibrary() {
-  try {
-    return require(kLibrary);
-  } catch (error) {
-    if (error.code !== 'MODULE_NOT_FOUND' || !error.message.includes(kLibrary)) {
-      throw error;
-    }
-    const cure = `install it by 'npm install ${kLibrary}@2.5.1'`;
-    throw new GltfError(`importGltf needs the package ${kLibrary}, which is not there: ${cure}.`);
-  }
-}
 
 /** What a failed file operation means, in words. */
 function fileTrouble(error) {

@@ -1513,20 +1513,60 @@ describe('words about bad files', () => {
     }
   });
 
-  it('tell of the library that is not there, and only on use', async () => {
-    const lib = path.join(folder, 'lib');
-    fs.mkdirSync(lib);
+  /** The importer in a folder of its own, with what stands there as the package that it needs. */
+  function importerBeside(name, packageFiles) {
+    const place = path.join(folder, name);
+    const lib = path.join(place, 'lib');
+    fs.mkdirSync(lib, { recursive: true });
     const source = path.join(__dirname, '..', '..', 'lib');
-    for (const name of fs.readdirSync(source).filter((file) => file.endsWith('.js'))) {
-      fs.copyFileSync(path.join(source, name), path.join(lib, name));
+    for (const file of fs.readdirSync(source).filter((one) => one.endsWith('.js'))) {
+      fs.copyFileSync(path.join(source, file), path.join(lib, file));
     }
-    const alone = require(path.join(lib, 'gltf.js'));
+    const library = path.join(place, 'node_modules', '@gltf-transform', 'core');
+    for (const file of Object.keys(packageFiles)) {
+      fs.mkdirSync(library, { recursive: true });
+      fs.writeFileSync(path.join(library, file), packageFiles[file]);
+    }
+    return require(path.join(lib, 'gltf.js'));
+  }
+
+  const useless = [
+    ['is written for newer runtimes', 'let a; a ||= {};', "Unexpected token '='"],
+    ['has a part missing', "require('property-graph');", "Cannot find module 'property-graph'"],
+    [
+      'has another shape',
+      'module.exports = { NodeIO: class {} };',
+      'it lacks NodeIO or Logger as they are in versions 2 to 4',
+    ],
+  ];
+  useless.forEach(([what, script, trouble], i) => {
+    it(`tell of a library that ${what}`, async () => {
+      const alone = importerBeside(`useless-${i}`, {
+        'package.json': '{ "version": "9.8.7" }',
+        'index.js': script,
+      });
+      await assert.rejects(alone.importGltf(broken(() => {})), (error) => {
+        assert.ok(error instanceof alone.GltfError, error.stack);
+        const { message } = error;
+        const start =
+          `importGltf found @gltf-transform/core 9.8.7, which Node ${process.versions.node}` +
+          ` can't use (${trouble}`;
+        assert.ok(message.startsWith(start), message);
+        const end = "): put another in its place by 'npm install @gltf-transform/core@3'.";
+        assert.ok(message.endsWith(end) && !message.includes('\n'), message);
+        return true;
+      });
+    });
+  });
+
+  it('tell of the library that is not there, and only on use', async () => {
+    const alone = importerBeside('alone', {});
     await assert.rejects(alone.importGltf(broken(() => {})), (error) => {
       assert.ok(error instanceof alone.GltfError);
       assert.strictEqual(
         error.message,
         'importGltf needs the package @gltf-transform/core, which is not there: ' +
-          "install it by 'npm install @gltf-transform/core@2.5.1'."
+          "install it by 'npm install @gltf-transform/core@3'."
       );
       return true;
     });

@@ -287,6 +287,18 @@ describe('errors of the library in docs/errors.md', () => {
   const batch = engine.createEntity(true, 2);
   const view = new nq.Entity3DView(batch);
 
+  /** Imports a model where the importer's package is what `find` gives. */
+  async function importBeside(find) {
+    const load = Module._load;
+    Module._load = (request, ...rest) =>
+      request === '@gltf-transform/core' ? find(request) : load(request, ...rest);
+    try {
+      await importGltf(Buffer.from('{"asset":{"version":"2.0"}}'));
+    } finally {
+      Module._load = load;
+    }
+  }
+
   /** What a program may do wrong; the message of each must be one that stands there. */
   const wrongs = {
     'no such module': () => nq.load('no/such/file.node'),
@@ -315,25 +327,12 @@ describe('errors of the library in docs/errors.md', () => {
     'a clip without frames': () =>
       nq.buildClip({ name: 'walk', framesPerSecond: 30, frameCount: 0, curves: [] }),
     'no such model': () => importGltf('no/such/file.glb'),
-    'an importer without its package': async () => {
-      const load = Module._load;
-      const gltf = path.join(root, 'lib', 'gltf.js');
-      const loaded = require.cache[gltf];
-      delete require.cache[gltf];
-      Module._load = (request, ...rest) => {
-        if (request === '@gltf-transform/core') {
-          const error = new Error(`Cannot find module '${request}'`);
-          throw Object.assign(error, { code: 'MODULE_NOT_FOUND' });
-        }
-        return load(request, ...rest);
-      };
-      try {
-        await require(gltf).importGltf(Buffer.from('{"asset":{"version":"2.0"}}'));
-      } finally {
-        Module._load = load;
-        require.cache[gltf] = loaded;
-      }
-    },
+    'an importer without its package': () =>
+      importBeside((request) => {
+        const error = new Error(`Cannot find module '${request}'`);
+        throw Object.assign(error, { code: 'MODULE_NOT_FOUND' });
+      }),
+    'an importer with a package of another shape': () => importBeside(() => ({})),
     'what checked mode refuses': () => nq.checked(getEngine()).createEntity(true, 4096),
   };
 
