@@ -130,7 +130,7 @@ const checks = {
     run() {
       build('release', {}, ['nq_logic']);
       const mocha = nodeModule('mocha/bin/mocha');
-      return status(host, [mocha, '--timeout=120000', 'tests/package/package.test.js']) === 0;
+      return status(host, [mocha, '--timeout=300000', 'tests/package/*.test.js']) === 0;
     },
   },
 

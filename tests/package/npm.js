@@ -1,5 +1,5 @@
 'use strict';
-// Runs npm, which needs a newer Node than the host, without a network.
+// Runs npm, which needs a newer Node than the host, with and without a network.
 const childProcess = require('child_process');
 const path = require('path');
 const { environment, newerNode, root } = require('../../scripts/lib/run');
@@ -12,8 +12,14 @@ function pathWithoutHost() {
   return folders.filter((folder) => path.resolve(folder) !== binFolder).join(path.delimiter);
 }
 
+/** The npm that runs this, else the one on PATH: a program, and its first arguments. */
+function npmCommand() {
+  const { npm_execpath: script, npm_node_execpath: node } = process.env;
+  return script && node ? [node, script] : ['npm'];
+}
+
 /**
- * Runs npm in a folder: the one that runs this, else the one on PATH.
+ * Runs npm in a folder, without a network.
  * @param {string} folder
  * @param {string} cache folder of its own, so that nothing that was fetched earlier helps
  * @param {string[]} args
@@ -21,8 +27,7 @@ function pathWithoutHost() {
  * @returns {{status: ?number, stdout: string, stderr: string}}
  */
 function runNpm(folder, cache, args, extra = {}) {
-  const { npm_execpath: script, npm_node_execpath: node } = process.env;
-  const [program, first] = script && node ? [node, [script]] : ['npm', []];
+  const [program, ...first] = npmCommand();
   const settings = ['--offline', `--cache=${cache}`, '--no-audit', '--no-fund'];
   return childProcess.spawnSync(program, [...first, ...args, ...settings], {
     cwd: folder,
@@ -31,4 +36,19 @@ function runNpm(folder, cache, args, extra = {}) {
   });
 }
 
-module.exports = { newerNode, runNpm };
+/**
+ * Runs a program in a folder as somebody does at a terminal there: with their npm, Node and registry.
+ * @param {string} folder
+ * @param {string} program
+ * @param {string[]} args
+ * @returns {{status: ?number, stdout: string, stderr: string}}
+ */
+function runAtTerminal(folder, program, args) {
+  const env = environment({ PATH: pathWithoutHost() });
+  // Modules of a build, which would be loaded instead of the package's.
+  delete env.NQ_MODULE;
+  delete env.NQ_MATRIXFLOW_MODULE;
+  return childProcess.spawnSync(program, args, { cwd: folder, encoding: 'utf8', env });
+}
+
+module.exports = { newerNode, runAtTerminal, runNpm };

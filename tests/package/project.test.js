@@ -1,0 +1,156 @@
+'use strict';
+// A project set up as README.md says, beside packages of today from the registry: the host runs its game, and
+// compiler, formatter and linter run by the newer Node; any version of the importer's peer installs.
+const assert = require('assert');
+const fs = require('fs');
+const os = require('os');
+const path = require('path');
+const { removeFolder } = require('../../scripts/lib/package');
+const { root } = require('../../scripts/lib/run');
+const { skeleton, writeGlb } = require('../fixtures/models');
+const { newerNode, runAtTerminal, runNpm } = require('./npm');
+
+const kPeer = '@gltf-transform/core';
+
+let folder;
+let game;
+let host;
+
+function succeed(result) {
+  assert.strictEqual(result.status, 0, `${result.stdout}${result.stderr}`);
+  return result.stdout;
+}
+
+/** Runs a line of a terminal in the project. */
+const runLine = (line) => runAtTerminal(game, 'sh', ['-ec', line]);
+
+/** The commands of README.md that make a project, a line each. */
+function commandsOfReadme() {
+  const text = fs.readFileSync(path.join(root, 'README.md'), 'utf8');
+  const [, block] = /For a project of your own[^`]*```\n([^]*?)```/.exec(text);
+  return block.trim().split('\n');
+}
+
+before(() => {
+  folder = fs.mkdtempSync(path.join(os.tmpdir(), 'nq-project-'));
+  const sources = path.join(folder, 'nq_logic');
+  game = path.join(folder, 'game');
+  fs.mkdirSync(sources);
+  const packing = ['pack', `--pack-destination=${sources}`];
+  succeed(runNpm(root, path.join(folder, 'cache'), packing, { NQ_PACK_BUILD: '0' }));
+
+  const [pack, ...rest] = commandsOfReadme();
+  assert.strictEqual(pack, 'npm pack');
+  const [start, ...setUp] = rest.reverse();
+  assert(start.endsWith('/bin/node game.js'), start);
+  host = path.join(game, start.split(' ')[0]);
+  const lines = setUp.reverse().join('\n');
+  succeed(runAtTerminal(sources, 'sh', ['-ec', lines]));
+});
+
+after(() => {
+  removeFolder(folder);
+});
+
+describe('a project set up as README.md says', () => {
+  it('runs its game by the host', () => {
+    fs.copyFileSync(path.join(__dirname, 'smoke.js'), path.join(game, 'game.js'));
+    const [start] = commandsOfReadme().reverse();
+    assert.strictEqual(succeed(runLine(start)), 'all well\n');
+  });
+
+  it('leaves the Node of the terminal to everything else', () => {
+    const version = succeed(runLine('npx --no-install node -p process.versions.node')).trim();
+    const own = succeed(runAtTerminal(game, newerNode(), ['-p', 'process.versions.node'])).trim();
+    assert.strictEqual(version, own);
+  });
+
+  it('runs tsc 5, prettier 3 and eslint 9', () => {
+    succeed(
+      runLine('npm install --no-audit --no-fund --save-dev typescript@5 prettier@3 eslint@9')
+    );
+    fs.writeFileSync(
+      path.join(game, 'tsconfig.json'),
+      `${JSON.stringify({
+        compilerOptions: { noEmit: true, strict: true, target: 'es2019', module: 'commonjs' },
+        files: ['use.ts'],
+      })}\n`
+    );
+    fs.copyFileSync(path.join(__dirname, 'use.ts'), path.join(game, 'use.ts'));
+    const config = "module.exports = [{ rules: { 'no-undef': 'error' } }];\n";
+    fs.writeFileSync(path.join(game, 'eslint.config.js'), config);
+    assert.strictEqual(succeed(runLine('npx tsc')), '');
+    // Each says what is wrong, too.
+    fs.writeFileSync(path.join(game, 'wrong.js'), 'console .log( nothing )');
+    const prettier = runLine('npx prettier --check wrong.js');
+    assert.strictEqual(prettier.status, 1, prettier.stderr);
+    assert(prettier.stderr.includes('wrong.js'), prettier.stderr);
+    const eslint = runLine('npx eslint wrong.js');
+    assert.strictEqual(eslint.status, 1, eslint.stderr);
+    assert(eslint.stdout.includes("'nothing' is not defined"), eslint.stdout);
+    fs.unlinkSync(path.join(game, 'wrong.js'));
+    fs.appendFileSync(path.join(game, 'use.ts'), 'entities.setPosition(0, "left", 2, 3);\n');
+    const tsc = runLine('npx tsc');
+    assert.strictEqual(tsc.status, 2, tsc.stdout);
+    assert(tsc.stdout.includes('not assignable'), tsc.stdout);
+  });
+});
+
+describe("the importer's peer", () => {
+  // What a model gives: by the version under test, and by the one that the sources have.
+  const script = `
+    const bytes = (key, value) => value instanceof ArrayBuffer ? Buffer.from(value).toString('hex') : value;
+    require('nq_logic/lib/gltf').importGltf('model.glb').then(
+      (model) => console.log(JSON.stringify(model, bytes)),
+      ({ name, message }) => console.log(name + ': ' + message)
+    );`;
+  let expected;
+
+  before(async () => {
+    writeGlb(path.join(game, 'model.glb'), skeleton());
+    fs.writeFileSync(path.join(game, 'import.js'), script);
+    const { importGltf } = require('../../lib/gltf');
+    const bytes = (key, value) =>
+      value instanceof ArrayBuffer ? Buffer.from(value).toString('hex') : value;
+    expected = JSON.stringify(await importGltf(path.join(game, 'model.glb')), bytes);
+    assert(expected.length > 1000);
+  });
+
+  /** Installs a version; without --force or the like, so that what doesn't go together is refused. */
+  function install(wanted) {
+    succeed(runLine(`npm install --no-audit --no-fund ${kPeer}@${wanted}`));
+    const file = path.join(game, 'node_modules', kPeer, 'package.json');
+    return JSON.parse(fs.readFileSync(file, 'utf8')).version;
+  }
+
+  it('installs in its newest version, by which the importer runs or says what to do', () => {
+    const version = install('latest');
+    assert(Number.parseInt(version, 10) >= 4, version);
+    const printed = succeed(runAtTerminal(game, host, ['import.js'])).trim();
+    if (printed !== expected) {
+      const start = `GltfError: importGltf found ${kPeer} ${version}, which Node 12`;
+      assert(printed.startsWith(start), printed);
+      assert(printed.endsWith(`by 'npm install ${kPeer}@3'.`), printed);
+    }
+    // By a Node for which that version is made.
+    assert.strictEqual(succeed(runAtTerminal(game, newerNode(), ['import.js'])).trim(), expected);
+  });
+
+  // Those that the cure and the range of package.json name.
+  const { peerDependencies } = require('../../package.json');
+  for (const wanted of [peerDependencies[kPeer].replace('>=', ''), '2', '3']) {
+    it(`imports the same by version ${wanted}, on the host too`, () => {
+      install(wanted);
+      for (const node of [host, newerNode()]) {
+        assert.strictEqual(succeed(runAtTerminal(game, node, ['import.js'])).trim(), expected);
+      }
+    });
+  }
+
+  it('is enough for the example of skinning', () => {
+    const example = path.join('node_modules', 'nq_logic', 'examples', '06-skinning.js');
+    const file = path.join(root, 'examples', 'expected', '06-skinning.txt');
+    const printed = succeed(runAtTerminal(game, host, [example]));
+    assert.strictEqual(printed, fs.readFileSync(file, 'utf8'));
+  });
+});
