@@ -6,7 +6,6 @@
 // Without a file it takes a small model that reed.js makes: a reed of three joints that bends. The engine
 // computes a matrix for each joint; here script puts the vertices through them, in a game the graphics card
 // does. Needs the package @gltf-transform/core.
-const { NodeIO } = require('@gltf-transform/core');
 const nq = require('../lib');
 const { importGltf } = require('../lib/gltf');
 const { makeReed } = require('./reed');
@@ -15,6 +14,8 @@ const { componentKinds, dataModelKinds } = nq.layout;
 
 /** Vertices of a node's mesh; `source` is a path, or the text of a model. */
 async function readVertices(source, node) {
+  // Here, behind the import, which says what to do where the package is not there.
+  const { NodeIO } = require('@gltf-transform/core');
   const io = new NodeIO();
   const isPath = typeof source === 'string';
   const inline = isPath ? null : { json: JSON.parse(source), resources: {} };

@@ -10,10 +10,11 @@ const abi = '72';
 /** Path of the binary in the package; lib/load.js looks for it there. */
 const prebuild = `prebuilds/linux-x64/node.abi${abi}.node`;
 
-// What belongs into the package, in the folders that package.json names: no notes, tests of types or leftovers.
+// What belongs into the package, in the folders that package.json names: no notes, tests of types or leftovers, and
+// not the example that needs the build with command buffers.
 const folders = {
   docs: /\.(md|png)$/,
-  examples: /^(expected\/\d\d-[\w-]+\.txt|[\w-]+\.js)$/,
+  examples: /^(?!(expected\/)?08-matrixflow\.)(expected\/\d\d-[\w-]+\.txt|[\w-]+\.js)$/,
   lib: /\.js$/,
   types: /\.d\.ts$/,
 };

@@ -82,6 +82,20 @@ describe('package', () => {
     );
   });
 
+  it('says in the registry what it is, whose, and where to report troubles', () => {
+    const description = require(path.join(project, 'node_modules', 'nq_logic', 'package.json'));
+    const { author, bugs, homepage, keywords, license, repository } = description;
+    assert.strictEqual(license, 'MIT');
+    const [, holder] = /^Copyright \(c\) \d+ (.*)$/m.exec(
+      fs.readFileSync(path.join(root, 'LICENSE'), 'utf8')
+    );
+    assert.strictEqual(author, holder);
+    assert(keywords.length >= 5 && new Set(keywords).size === keywords.length, keywords.join());
+    const at = /^git\+(https:\/\/\S+)\.git$/.exec(repository.url)[1];
+    assert.strictEqual(bugs, `${at}/issues`);
+    assert.strictEqual(homepage, `${at}#readme`);
+  });
+
   it('brings nothing else along', () => {
     const names = fs.readdirSync(path.join(project, 'node_modules'));
     assert.deepStrictEqual(
@@ -129,11 +143,20 @@ describe('an installed package', () => {
     assert.strictEqual(stdout, 'all well\n');
   });
 
-  it('runs its examples', () => {
-    const example = path.join('node_modules', 'nq_logic', 'examples', '01-hello.js');
-    const { stdout } = succeed(runInProject(host, example));
-    const expected = path.join(root, 'examples', 'expected', '01-hello.txt');
-    assert.strictEqual(stdout, fs.readFileSync(expected, 'utf8'));
+  it('runs all examples that it has', () => {
+    const examples = path.join('node_modules', 'nq_logic', 'examples');
+    const names = fs.readdirSync(path.join(project, examples)).filter((name) => /^\d/.test(name));
+    assert(names.length > 6);
+    for (const name of names.map((file) => path.basename(file, '.js'))) {
+      const result = runInProject(host, path.join(examples, `${name}.js`));
+      if (name === '06-skinning') {
+        // It runs where the package that it names is there: see project.test.js.
+        assert(result.stderr.includes("'npm install @gltf-transform/core@3'"), result.stderr);
+        continue;
+      }
+      const expected = path.join(project, examples, 'expected', `${name}.txt`);
+      assert.strictEqual(succeed(result).stdout, fs.readFileSync(expected, 'utf8'), name);
+    }
   });
 
   it('has typings that need nothing beside it', () => {
