@@ -15,6 +15,18 @@ function withEngine(use) {
   return use(nq.getEngine());
 }
 
+describe('V8', () => {
+  it('is told of wrappers alone, not of the memory behind them', () => {
+    const engine = nq.getEngine();
+    const before = addon.externalMemory();
+    const batches = Array.from({ length: 50 }, () => engine.createEntity(true, 4095));
+    const told = addon.externalMemory() - before;
+    const bytes = batches.reduce((sum, { buffer }) => sum + buffer.byteLength, 0);
+    assert.strictEqual(bytes, 50 * 4095 * 108);
+    assert(told > 0 && told < 50 * 1000, `${told} bytes`);
+  });
+});
+
 describe('engine', () => {
   it('takes its core and systems with it, and leaves its runtime', async () => {
     const runtime = withEngine((engine) => addon.runtimeOf(engine));

@@ -25,6 +25,27 @@ function runScript(script, ...args) {
   return result;
 }
 
+/**
+ * Runs a script as `runScript` does, in a process that gets no more than about a gigabyte at once.
+ * @param {string} script file name
+ * @param {string[]} args
+ */
+function runScriptWithLittleMemory(script, ...args) {
+  const file = path.join(__dirname, '..', 'process', script);
+  const options = { encoding: 'utf8', timeout, killSignal: 'SIGKILL' };
+  const node = [process.execPath, '--expose-gc', file, ...args];
+  if (buildKind === 'plain') {
+    // In kilobytes of address space. The shell becomes the process.
+    return spawnSync('sh', ['-c', 'ulimit -v 1500000 && exec "$@"', 'sh', ...node], options);
+  }
+  // A sanitizer needs the whole address space, and has a limit of its own, for a single block.
+  const variable = buildKind === 'address' ? 'ASAN_OPTIONS' : 'TSAN_OPTIONS';
+  const limits = 'allocator_may_return_null=1:max_allocation_size_mb=1000';
+  const given = process.env[variable] || '';
+  const env = Object.assign({}, process.env, { [variable]: `${given}:${limits}` });
+  return spawnSync(node[0], node.slice(1), Object.assign(options, { env }));
+}
+
 function describe(result) {
   return `status ${result.status}, signal ${result.signal}\n${result.stdout}\n${result.stderr}`;
 }
@@ -88,6 +109,7 @@ function assertFailedAssertion(result, expression, file) {
 
 module.exports = {
   runScript,
+  runScriptWithLittleMemory,
   assertCleanExit,
   assertFault,
   assertHostFatal,

@@ -1,0 +1,39 @@
+'use strict';
+// What ends the process where there is no memory for a block, and which parent cycles go unnoticed.
+const assert = require('assert');
+const { buildKind } = require('./lib/host');
+const {
+  assertCleanExit,
+  assertFailedAssertion,
+  assertFault,
+  runScript,
+  runScriptWithLittleMemory,
+} = require('./lib/child');
+
+describe('a block that there is no memory for', () => {
+  it('ends the process by a fault, without a word', () => {
+    assertFault(runScriptWithLittleMemory('exhaustion.js', 'block'));
+  });
+
+  // A sanitizer limits single blocks alone, so that these would go on until the machine has no memory.
+  if (buildKind === 'plain') {
+    it('does so, too, where many small ones have used it up', () => {
+      assertFault(runScriptWithLittleMemory('exhaustion.js', 'batches'));
+    });
+  }
+});
+
+describe('a parent cycle', () => {
+  it('goes unnoticed where no root leads to it, though its entities are listed', () => {
+    const result = runScript('exhaustion.js', 'circleUnwalked');
+    assertCleanExit(result);
+    assert.strictEqual(result.stdout, 'about to end\n');
+  });
+
+  it('ends the process once it is walked from a root', () => {
+    const result = runScript('exhaustion.js', 'circleWalked');
+    assertFailedAssertion(result, '0', 'Engine/Entity/EntitySystem');
+    const line = /^\[NQ_FATAL\]\[Engine\]: Parent cycle detected, entity: \d+$/m;
+    assert(line.test(result.stdout), result.stdout);
+  });
+});
