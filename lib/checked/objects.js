@@ -3,12 +3,7 @@
 // behind it, and its methods, checked. Script can't make one by `new`.
 const { bytesOfBuffer, checkWhole, show } = require('./arguments');
 const { checkController } = require('./players');
-const {
-  checkWriteBack,
-  noteUpdate,
-  readTargetLists,
-  restoredEntities,
-} = require('./target-lists');
+const { checkWriteBack, noteUpdate, readTargetLists, restoredEntities } = require('./target-lists');
 const { controllerMask } = require('../layout');
 const { isNone } = require('./registry');
 const { execute } = require('./matrixflow');
