@@ -34,6 +34,36 @@ describe('script benchmarks', () => {
     .readdirSync(path.join(folder, 'workloads'))
     .map((file) => path.basename(file, '.js'));
 
+  it('compare builds of the module, and say what they take', () => {
+    const place = fs.mkdtempSync(path.join(os.tmpdir(), 'nq-builds-'));
+    const copy = path.join(place, 'copy.node');
+    fs.copyFileSync(process.env.NQ_MODULE, copy);
+    const compare = (...args) =>
+      spawnSync(process.execPath, [path.join(folder, 'builds.js'), ...args], { encoding: 'utf8' });
+    const child = compare(process.env.NQ_MODULE, copy, '--rounds', '3', '--characters', '2');
+    const absent = compare(process.env.NQ_MODULE, path.join(place, 'absent.node'));
+    fs.unlinkSync(copy);
+    fs.rmdirSync(place);
+    assert.strictEqual(child.stderr, '');
+    assert.strictEqual(child.status, 0);
+    const [head, first, second, end] = child.stdout.split('\n');
+    assert.strictEqual(head, 'frames of 2 characters, 3 of each build; microseconds');
+    assert.ok(first.startsWith(`${process.env.NQ_MODULE}: best `), first);
+    assert.ok(first.endsWith('pairs 0.00 %') && !second.includes('NaN'), child.stdout);
+    assert.ok(second.startsWith(`${copy}: best `) && end === '', second);
+    assert.strictEqual(absent.status, 1);
+    assert.ok(absent.stderr.includes('absent.node'), absent.stderr);
+    for (const args of [
+      ['a.node'],
+      ['a.node', 'b.node', '--round', '3'],
+      ['a', 'b', '--rounds=3'],
+    ]) {
+      const { status, stderr } = compare(...args);
+      assert.strictEqual(status, 1);
+      assert.ok(/^builds: [^\n]+: builds\.js FILE\.node /.test(stderr), stderr);
+    }
+  });
+
   for (const name of workloads) {
     // Command buffers are within script's reach in a build of their own only.
     (name === 'matrixflow' && !isBuilt ? it.skip : it)(

@@ -77,8 +77,8 @@ function createAnimationNative(scene) {
     engine.updateAnimators(list);
   }
 
-  function animateTwo({ fractional, weights }) {
-    const { views, list } = pair;
+  function writeTwo({ fractional, weights }) {
+    const { views } = pair;
     for (let c = 0; c < characters; ++c) {
       const view = views[c];
       const weight = weights[c];
@@ -87,7 +87,11 @@ function createAnimationNative(scene) {
       view[clipRecordWords + timeAt] = fractional[2 * c + 1];
       view[clipRecordWords + weightAt] = 1 - weight;
     }
-    engine.updateAnimators(list);
+  }
+
+  function animateTwo(times) {
+    writeTwo(times);
+    engine.updateAnimators(pair.list);
   }
 
   const refresh = () => engine.refreshWorldTransform();
@@ -116,6 +120,19 @@ function createAnimationNative(scene) {
       animateTwo(sets[set]);
       refresh();
       skin();
+      cull(camera);
+    },
+
+    /** The same on the calling thread alone. */
+    frameAlone(set, camera) {
+      writeTwo(sets[set]);
+      for (const { id } of pair.objects) {
+        engine.updateAnimator(id);
+      }
+      refresh();
+      for (const { id } of skins) {
+        engine.updateSkinningMatrix(id);
+      }
       cull(camera);
     },
 

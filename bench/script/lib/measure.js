@@ -187,6 +187,7 @@ module.exports = {
   collectGarbage,
   interleave,
   interleavePrepared,
+  median,
   now,
   once,
   reportStatistic,
