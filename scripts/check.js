@@ -14,6 +14,7 @@ const {
   modulePath,
   test,
 } = require('./lib/build');
+const { findMissingHardening } = require('./lib/binaries');
 const { staleLayouts } = require('./layouts');
 const { findLayeringViolations } = require('./lib/layers');
 const { removeFolder } = require('./lib/package');
@@ -100,6 +101,21 @@ const checks = {
     run() {
       build('release', everything, ['nq_logic', 'nq_logic_matrixflow']);
       return [modulePath, matrixFlowModulePath].every(exportsEntriesOnly);
+    },
+  },
+
+  // What release builds are hardened by is in the module.
+  hardening: {
+    needs: ['build'],
+    run() {
+      build('release', {}, ['nq_logic']);
+      const missing = findMissingHardening(modulePath);
+      if (missing === null) {
+        console.error('readelf is missing: install binutils.');
+        return false;
+      }
+      missing.forEach((sign) => console.error(`${modulePath} has no ${sign}.`));
+      return missing.length === 0;
     },
   },
 

@@ -66,9 +66,11 @@ MemoryBlock MemoryAllocator::Allocate(uint32_t size) {
   uint32_t storedSize;
   if (size > kMaxSmallBlockBytes) {
     // At the start of a cache line: script lays out matrices in large blocks, and each is one line
-    // then, not parts of two. The result is used unchecked; without memory the write below faults.
+    // then, not parts of two. The result is used unchecked: without memory the pointer stays null,
+    // and the write below faults.
     pointer = nullptr;
-    static_cast<void>(posix_memalign(&pointer, kCacheLineBytes, size));
+    const int unchecked = posix_memalign(&pointer, kCacheLineBytes, size);
+    static_cast<void>(unchecked);
     storedSize = size;
   } else {
     const uint32_t index = kSizeClassTable[size];
