@@ -12,13 +12,19 @@ const {
   host,
   matrixFlowModulePath,
   modulePath,
+  nodeDir,
   test,
 } = require('./lib/build');
-const { findMissingHardening } = require('./lib/binaries');
+const {
+  findBuildDifferences,
+  findMissingHardening,
+  findWrongVersions,
+  neededVersions,
+} = require('./lib/binaries');
 const { staleLayouts } = require('./layouts');
 const { findLayeringViolations } = require('./lib/layers');
 const { removeFolder } = require('./lib/package');
-const { eachAtOnce, fail, newerNode, output, quietStatus, status } = require('./lib/run');
+const { eachAtOnce, fail, newerNode, output, quietStatus, root, status } = require('./lib/run');
 const { nativeSources, nodeModule, prettierArguments } = require('./lib/sources');
 
 // The suites that run code on several threads, or check that it gives the same bytes.
@@ -116,6 +122,40 @@ const checks = {
       }
       missing.forEach((sign) => console.error(`${modulePath} has no ${sign}.`));
       return missing.length === 0;
+    },
+  },
+
+  // The libraries that the module needs are those that documents name.
+  versions: {
+    needs: ['build'],
+    run() {
+      build('release', {}, ['nq_logic']);
+      const needed = neededVersions(modulePath);
+      if (needed === null) {
+        console.error('objdump is missing: install binutils.');
+        return false;
+      }
+      const wanted = {
+        'README.md': ['GLIBC'],
+        'docs/building.md': ['GLIBC', 'GLIBCXX', 'CXXABI'],
+      };
+      const texts = {};
+      for (const file of Object.keys(wanted)) {
+        texts[file] = fs.readFileSync(path.join(root, file), 'utf8');
+      }
+      const wrong = findWrongVersions(needed, texts, wanted);
+      wrong.forEach((line) => console.error(line));
+      return wrong.length === 0;
+    },
+  },
+
+  // The module is the same byte for byte, whatever the folder that it is built in.
+  reproducible: {
+    needs: ['build'],
+    run() {
+      const differences = findBuildDifferences(nodeDir);
+      differences.forEach((line) => console.error(line));
+      return differences.length === 0;
     },
   },
 

@@ -1,6 +1,95 @@
 'use strict';
-// What a built module has of the hardening of release builds.
-const { output } = require('./run');
+// What a built module asks of the system, and whether two builds of one tree are the same.
+const fs = require('fs');
+const os = require('os');
+const path = require('path');
+const { removeFolder } = require('./package');
+const { fail, jobs, output, root, status } = require('./run');
+
+/** Families of versions whose newest one that a module needs is told in docs/building.md. */
+const families = ['GLIBC', 'GLIBCXX', 'CXXABI'];
+
+/** -1, 0 or 1: the order of two versions, as in 2.4 and 2.34. */
+function compareVersions(a, b) {
+  const [left, right] = [a, b].map((version) => version.split('.').map(Number));
+  for (let i = 0; i < Math.max(left.length, right.length); ++i) {
+    const difference = (left[i] || 0) - (right[i] || 0);
+    if (difference !== 0) {
+      return Math.sign(difference);
+    }
+  }
+  return 0;
+}
+
+/**
+ * The newest version of each family in a table of symbols.
+ * @param {string} table as `objdump -T` prints it
+ * @returns {Object<string, string>} by family; those that do not occur are left out
+ */
+function newestVersions(table) {
+  const newest = {};
+  for (const line of table.split('\n').filter((one) => one.includes('*UND*'))) {
+    const [, family, version] = /\b([A-Z]+)_(\d+(?:\.\d+)*)\b/.exec(line) || [];
+    if (
+      families.includes(family) &&
+      (newest[family] === undefined || compareVersions(version, newest[family]) > 0)
+    ) {
+      newest[family] = version;
+    }
+  }
+  return newest;
+}
+
+/**
+ * What a document says of these versions: 'glibc 2.34', 'GLIBCXX_3.4.29'.
+ * @param {string} text
+ * @returns {Object<string, string[]>} all numbers by family
+ */
+function statedVersions(text) {
+  const stated = {};
+  for (const [, name, version] of text.matchAll(/\b(glibc |GLIBCXX_|CXXABI_)(\d+(?:\.\d+)+)/g)) {
+    const family = name === 'glibc ' ? 'GLIBC' : name.slice(0, -1);
+    stated[family] = [...(stated[family] || []), version];
+  }
+  return stated;
+}
+
+/**
+ * What documents say wrongly of the versions that a module needs, a line each.
+ * @param {Object<string, string>} needed by family
+ * @param {Object<string, string>} documents texts by their names
+ * @param {Object<string, string[]>} wanted families that each has to name
+ * @returns {string[]}
+ */
+function findWrongVersions(needed, documents, wanted) {
+  const wrong = [];
+  for (const file of Object.keys(wanted)) {
+    const stated = statedVersions(documents[file]);
+    for (const family of wanted[file]) {
+      const versions = stated[family] || [];
+      if (versions.length === 0) {
+        wrong.push(`${file} names no ${family}; the module needs ${needed[family]}: add it.`);
+      }
+      for (const version of versions.filter((one) => one !== needed[family])) {
+        wrong.push(
+          `${file} names ${family} ${version}; the module needs ${needed[family]}:` +
+            ' correct it, and the systems beside it.'
+        );
+      }
+    }
+  }
+  return wrong;
+}
+
+/**
+ * The newest versions that a module needs, or null if it can't be read.
+ * @param {string} module file
+ * @returns {?Object<string, string>}
+ */
+function neededVersions(module) {
+  const table = output('objdump', ['-T', module]);
+  return table === null ? null : newestVersions(table);
+}
 
 const hardeningSigns = {
   'read-only tables of addresses (-z relro)': /^\s*GNU_RELRO\s/m,
@@ -28,4 +117,71 @@ function findMissingHardening(module) {
   return parts === null ? null : missingHardening(parts);
 }
 
-module.exports = { findMissingHardening, missingHardening };
+/** Copies the files under version control, as they are now, into a new folder. */
+function copyTree(folder) {
+  const list = output('git', ['ls-files', '-z']);
+  if (list === null) {
+    fail('a copy of the tree takes git and a clone: run this check in one.');
+  }
+  for (const name of list.split('\0').filter((one) => one !== '')) {
+    const from = path.join(root, name);
+    // What is deleted and not yet committed is left out.
+    if (fs.existsSync(from)) {
+      fs.mkdirSync(path.dirname(path.join(folder, name)), { recursive: true });
+      fs.copyFileSync(from, path.join(folder, name));
+    }
+  }
+}
+
+/** Both builds compile all by themselves: what a cache has would be the same anyway. */
+const noCache = { CCACHE_DISABLE: '1', CMAKE_CXX_COMPILER_LAUNCHER: '' };
+
+/**
+ * Builds the module of this tree in two folders of different names, and compares the files that come out of it,
+ * with their symbols and stripped.
+ * @param {string} nodeDir folder of the host
+ * @returns {string[]} what differs, a line each
+ */
+function findBuildDifferences(nodeDir) {
+  const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'nq-reproducible-'));
+  try {
+    const [first, second] = ['one', path.join('a-longer', 'path to', 'another')].map((name) => {
+      const tree = path.join(folder, name);
+      copyTree(tree);
+      const build = path.join(tree, 'build', 'Release');
+      const steps = [
+        ['-S', tree, '--preset', 'release', `-DNQ_NODE_DIR=${nodeDir}`],
+        ['--build', build, '--target', 'nq_logic', '--parallel', jobs],
+      ];
+      if (!steps.every((args) => status('cmake', args, noCache) === 0)) {
+        throw new Error(`the build in ${tree} failed.`);
+      }
+      const module = path.join(build, 'nq_logic.node');
+      const stripped = path.join(build, 'stripped.node');
+      if (output('strip', ['--strip-unneeded', '-o', stripped, module]) === null) {
+        throw new Error(`strip failed on ${module}: install binutils.`);
+      }
+      return { 'nq_logic.node': fs.readFileSync(module), stripped: fs.readFileSync(stripped) };
+    });
+    return Object.keys(first)
+      .filter((name) => !first[name].equals(second[name]))
+      .map((name) => {
+        const bytes = first[name];
+        const at = bytes.findIndex((byte, i) => byte !== second[name][i]);
+        const sizes = `${bytes.length} and ${second[name].length} bytes`;
+        return `${name} of two folders differs, first at byte ${at}; ${sizes}.`;
+      });
+  } finally {
+    removeFolder(folder);
+  }
+}
+
+module.exports = {
+  compareVersions,
+  findBuildDifferences,
+  findMissingHardening,
+  findWrongVersions,
+  missingHardening,
+  neededVersions,
+  newestVersions,
+};
