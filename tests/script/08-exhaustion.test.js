@@ -32,7 +32,7 @@ describe('a parent cycle', () => {
 
   it('ends the process once it is walked from a root', () => {
     const result = runScript('exhaustion.js', 'circleWalked');
-    assertFailedAssertion(result, '0', 'Engine/Entity/EntitySystem');
+    assertFailedAssertion(result, '0', 'Engine/Entity/WorldTransform');
     const line = /^\[NQ_FATAL\]\[Engine\]: Parent cycle detected, entity: \d+$/m;
     assert(line.test(result.stdout), result.stdout);
   });
