@@ -247,7 +247,8 @@ describe('load', () => {
       refusal(copy, 'load()', other).message.split('\n')[4],
       `Cure: run your script with Node 12, by '${host}'.`
     );
-    assert(original.includes(`NODE_MODULE_VERSION ${other.abi}`), original);
+    // All symbols are bound at loading, and the other Node lacks some: its check of the ABI comes too late.
+    assert(/undefined symbol: _ZN(2v8|4node)/.test(original), original);
     // The rest of the library needs no module, and runs.
     const script = `console.log(require('./lib').layout.entity3D.size)`;
     assert.strictEqual(runIn(copy, script, other).stdout, '108\n');

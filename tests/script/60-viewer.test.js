@@ -1081,7 +1081,7 @@ describe('viewer program', () => {
 
   it('says how to get the module', async () => {
     const environment = { NQ_MODULE: '/no/module.node' };
-    await assertRefused([], "'/no/module.node'", 'npm run build', environment);
+    await assertRefused([], "'/no/module.node'", 'npm run demo', environment);
   });
 
   it('refuses other runtimes', () => {
