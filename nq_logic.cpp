@@ -1,12 +1,11 @@
 // The module's entry: its record for the host, and the functions that it gives to script.
-#include <node.h>
-
 #include "BindingTemp/BindingEngine.h"
 #include "BindingTemp/PublishSegment.h"
 #include "BindingTemp/RegisterClasses.h"
 #include "Common/Def/EngineRuntime.h"
 #include "Common/Def/MemoryAllocator.h"
 #include "jsbinding/v8/class.h"
+#include "jsbinding/v8/host.h"
 
 namespace {
 
@@ -56,33 +55,12 @@ void InstallFunction(v8::Local<v8::Object> exports, const char* name,
 
 }  // namespace
 
-// Called by the host when script requires the module: through the record the first time, by its
-// name when the library is loaded already, in another thread or after the require cache was
-// dropped.
-extern "C" __attribute__((visibility("default"))) void node_register_module_v72(
-    v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*privateData*/) {
+// Called by the host when script requires the module: on Node 12 through the record the first time,
+// and by its name, node_register_module_v72, when the library is loaded already, in another thread
+// or after the require cache was dropped; on newer hosts always by its name.
+VX_MODULE_ENTRY(exports) {
   InstallFunction(exports, "getEngine", GetEngine);
   InstallFunction(exports, "getVersion", GetVersion);
 }
 
-namespace {
-
-// The host writes to it.
-node::node_module moduleRecord = {
-    72,                        // nm_version
-    0,                         // nm_flags
-    nullptr,                   // nm_dso_handle
-    "..\\nq_logic",            // nm_filename
-    node_register_module_v72,  // nm_register_func
-    nullptr,                   // nm_context_register_func
-    "nq_logic",                // nm_modname
-    nullptr,                   // nm_priv
-    nullptr,                   // nm_link
-};
-
-}  // namespace
-
-// Runs when the library is loaded.
-extern "C" __attribute__((visibility("default"), constructor)) void _register_nq_logic_() {
-  node_module_register(&moduleRecord);
-}
+VX_MODULE_RECORD(_register_nq_logic_, "..\\nq_logic", "nq_logic");

@@ -39,6 +39,9 @@ const rules = [
   { files: 'cmake/', may: [], host: false },
 ];
 
+/** The one file that may ask which host it is compiled for. */
+const hostVersions = 'js-binding/include/jsbinding/v8/host.h';
+
 const hostHeader = /^(v8|node|uv|js_native_api|libplatform|cppgc|openssl|zlib)(?![a-z])/;
 
 /**
@@ -71,6 +74,12 @@ function violationsIn(file, text) {
     }
     if (file.startsWith('js-binding/') && /\bnq::|\bnamespace nq\b|\bNQ_/.test(line)) {
       violations.push(`${at}: the binding library knows nothing of what is bound`);
+    }
+    if (
+      file !== hostVersions &&
+      /\b(V8_(MAJOR|MINOR)|NODE_(MAJOR|MINOR|MODULE))_VERSION\b/.test(line)
+    ) {
+      violations.push(`${at}: what hosts differ in belongs in ${hostVersions}`);
     }
     if (!rule.host && /\bv8::|\bnode::/.test(line.replace(/\/\/.*/, ''))) {
       violations.push(`${at}: V8 and Node stop above this layer`);

@@ -35,16 +35,20 @@ void CountedBufferOp(const vx::CallbackInfo& info) {
   const uint32_t bytes = Uint32Arg(info, 0);
   const bool withFinaliser = vx::ReadBool(isolate, vx::Arg(info, 1));
   void* block = withFinaliser ? std::malloc(bytes) : unowned;
-  v8::Local<v8::ArrayBuffer> buffer = vx::NewSharedBuffer(isolate, block, bytes);
-  vx::internal::WeakBufferHolder* holder = new vx::internal::WeakBufferHolder{
-      v8::Persistent<v8::ArrayBuffer>(isolate, buffer), isolate, false, nullptr, nullptr};
   if (withFinaliser) {
-    holder->finaliser = &vx::internal::FinalizeBlock;
-    holder->deleter = new vx::internal::BlockDeleter{&CountingFree, block, nullptr};
+    vx::internal::BlockDeleter* deleter =
+        new vx::internal::BlockDeleter{&CountingFree, block, nullptr};
+    info.GetReturnValue().Set(
+        vx::host::NewOwnedBuffer(isolate, block, bytes, &vx::internal::FinalizeBlock, deleter));
+  } else {
+    info.GetReturnValue().Set(vx::host::NewOwnedBuffer(isolate, block, bytes, nullptr, nullptr));
   }
-  holder->buffer.SetWeak(holder, vx::internal::WeakBufferHolder::FirstPass,
-                         v8::WeakCallbackType::kParameter);
-  info.GetReturnValue().Set(buffer);
+}
+
+// sameBlock(): one more buffer over the one static block of 100 bytes.
+void SameBlockOp(const vx::CallbackInfo& info) {
+  static char block[100];
+  info.GetReturnValue().Set(vx::NewSharedBuffer(info.GetIsolate(), block, sizeof(block)));
 }
 
 // freedBlocks(): {count, oddArguments}.
@@ -66,6 +70,7 @@ void IsExternalOp(const vx::CallbackInfo& info) {
 void InstallBufferOps(v8::Local<v8::Object> exports) {
   Install(exports, "givenAway", GivenAwayOp);
   Install(exports, "countedBuffer", CountedBufferOp);
+  Install(exports, "sameBlock", SameBlockOp);
   Install(exports, "freedBlocks", FreedBlocksOp);
   Install(exports, "isExternal", IsExternalOp);
 }

@@ -261,7 +261,7 @@ void InternalFieldsOp(const vx::CallbackInfo& info) {
   v8::Local<v8::Object> object = ObjectArg(info, 0);
   uint32_t undefinedFields = 0;
   for (int i = 0; i < object->InternalFieldCount(); ++i) {
-    undefinedFields += object->GetInternalField(i)->IsUndefined() ? 1 : 0;
+    undefinedFields += vx::host::IsFieldUndefined(object, i) ? 1 : 0;
   }
   v8::Local<v8::Object> result = v8::Object::New(isolate);
   Set(isolate, result, "count", Number(isolate, object->InternalFieldCount()));

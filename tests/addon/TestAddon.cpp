@@ -1,7 +1,7 @@
 // The test addon's entry, and what its sources share.
 #include "tests/addon/TestAddon.h"
 
-#include <node.h>
+#include "jsbinding/v8/host.h"
 
 namespace nq::test {
 
@@ -52,8 +52,7 @@ float FloatArg(const vx::CallbackInfo& info, int i) {
 
 }  // namespace nq::test
 
-extern "C" __attribute__((visibility("default"))) void node_register_module_v72(
-    v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*privateData*/) {
+VX_MODULE_ENTRY(exports) {
   v8::HandleScope scope(v8::Isolate::GetCurrent());
   nq::test::InstallArgumentOps(exports);
   nq::test::InstallBatchOps(exports);
@@ -64,23 +63,4 @@ extern "C" __attribute__((visibility("default"))) void node_register_module_v72(
   nq::test::InstallWrapperOps(exports);
 }
 
-namespace {
-
-// The host writes to it.
-node::node_module moduleRecord = {
-    72,                        // nm_version
-    0,                         // nm_flags
-    nullptr,                   // nm_dso_handle
-    "tests/addon",             // nm_filename
-    node_register_module_v72,  // nm_register_func
-    nullptr,                   // nm_context_register_func
-    "nq_test_addon",           // nm_modname
-    nullptr,                   // nm_priv
-    nullptr,                   // nm_link
-};
-
-}  // namespace
-
-extern "C" __attribute__((visibility("default"), constructor)) void _register_nq_test_addon_() {
-  node_module_register(&moduleRecord);
-}
+VX_MODULE_RECORD(_register_nq_test_addon_, "tests/addon", "nq_test_addon");

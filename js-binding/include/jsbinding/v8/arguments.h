@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "jsbinding/v8/host.h"
+
 namespace vx {
 
 using CallbackInfo = v8::FunctionCallbackInfo<v8::Value>;
@@ -53,15 +55,15 @@ inline Bytes ClipRange(void* data, size_t length, size_t offset, size_t rangeLen
 inline Bytes ReadBytes(v8::Local<v8::Value> value) {
   if (value->IsArrayBufferView()) {
     v8::Local<v8::ArrayBufferView> view = value.As<v8::ArrayBufferView>();
-    const v8::ArrayBuffer::Contents contents = view->Buffer()->GetContents();
-    return internal::ClipRange(contents.Data(), contents.ByteLength(), view->ByteOffset(),
+    v8::Local<v8::ArrayBuffer> buffer = view->Buffer();
+    return internal::ClipRange(host::BufferData(buffer), buffer->ByteLength(), view->ByteOffset(),
                                view->ByteLength());
   }
   Bytes bytes;
   if (value->IsArrayBuffer()) {
-    const v8::ArrayBuffer::Contents contents = value.As<v8::ArrayBuffer>()->GetContents();
-    bytes.data = static_cast<uint8_t*>(contents.Data());
-    bytes.length = contents.ByteLength();
+    v8::Local<v8::ArrayBuffer> buffer = value.As<v8::ArrayBuffer>();
+    bytes.data = static_cast<uint8_t*>(host::BufferData(buffer));
+    bytes.length = buffer->ByteLength();
   }
   return bytes;
 }

@@ -8,11 +8,13 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "jsbinding/v8/host.h"
+
 namespace vx {
 
 // A buffer over memory that stays native: V8 never frees it, and the owner must outlive it.
 inline v8::Local<v8::ArrayBuffer> NewSharedBuffer(v8::Isolate* isolate, void* data, size_t length) {
-  return v8::ArrayBuffer::New(isolate, data, length, v8::ArrayBufferCreationMode::kExternalized);
+  return host::NewUnownedBuffer(isolate, data, length);
 }
 
 namespace internal {
@@ -34,47 +36,16 @@ inline void FreeHeapBlock(void* block, void* /*argument*/) {
   std::free(block);
 }
 
-// Follows a given-away buffer to its end.
-struct WeakBufferHolder {
-  v8::Persistent<v8::ArrayBuffer> buffer;
-  v8::Isolate* isolate;
-  bool collected;
-  void (*finaliser)(BlockDeleter* deleter);
-  BlockDeleter* deleter;
-
-  static void FirstPass(const v8::WeakCallbackInfo<WeakBufferHolder>& info) {
-    WeakBufferHolder* holder = info.GetParameter();
-    if (!holder->collected) {
-      holder->collected = true;
-      holder->buffer.Reset();
-      info.SetSecondPassCallback(SecondPass);
-    }
-  }
-
-  static void SecondPass(const v8::WeakCallbackInfo<WeakBufferHolder>& info) {
-    WeakBufferHolder* holder = info.GetParameter();
-    if (holder->finaliser != nullptr) {
-      holder->finaliser(holder->deleter);
-    }
-    delete holder;
-  }
-};
-
 }  // namespace internal
 
-// A buffer over a block from the general heap that script takes over: the block is freed once the
-// buffer has been collected.
+// A buffer over a block from the general heap that script takes over: the block is freed once
+// nothing refers to it any longer, in this buffer or, on hosts where script can move it, in
+// another.
 inline v8::Local<v8::ArrayBuffer> NewGivenAwayBuffer(v8::Isolate* isolate, void* block,
                                                      size_t length) {
-  v8::Local<v8::ArrayBuffer> buffer = NewSharedBuffer(isolate, block, length);
   internal::BlockDeleter* deleter =
       new internal::BlockDeleter{&internal::FreeHeapBlock, block, nullptr};
-  internal::WeakBufferHolder* holder =
-      new internal::WeakBufferHolder{v8::Persistent<v8::ArrayBuffer>(isolate, buffer), isolate,
-                                     false, &internal::FinalizeBlock, deleter};
-  holder->buffer.SetWeak(holder, internal::WeakBufferHolder::FirstPass,
-                         v8::WeakCallbackType::kParameter);
-  return buffer;
+  return host::NewOwnedBuffer(isolate, block, length, &internal::FinalizeBlock, deleter);
 }
 
 }  // namespace vx

@@ -20,6 +20,7 @@
 #include "jsbinding/v8/array_buffer.h"
 #include "jsbinding/v8/assert.h"
 #include "jsbinding/v8/class_state.h"
+#include "jsbinding/v8/host.h"
 #include "jsbinding/v8/type_info.h"
 
 namespace vx {
@@ -46,9 +47,7 @@ inline v8::Local<v8::String> NewString(v8::Isolate* isolate, const char* text) {
 // object that script made by `new` holds `undefined`, which must not be read as a pointer. `index`
 // must be below the object's count of internal fields.
 inline void* ReadPointerField(v8::Local<v8::Object> object, int index) {
-  return object->GetInternalField(index)->IsUndefined()
-             ? nullptr
-             : object->GetAlignedPointerFromInternalField(index);
+  return host::IsFieldUndefined(object, index) ? nullptr : host::FieldPointer(object, index);
 }
 
 }  // namespace internal
@@ -101,8 +100,8 @@ class BindingBase {
     isolate_ = isolate;
     v8MemoryAdjustSize_ = amount;
     init_memory_adjust_size_ = amount;
-    obj->SetAlignedPointerInInternalField(kTypeInfoField, typeInfo);
-    obj->SetAlignedPointerInInternalField(kWrapperField, this);
+    host::SetFieldPointer(obj, kTypeInfoField, typeInfo);
+    host::SetFieldPointer(obj, kWrapperField, this);
     typeInfo_ = typeInfo;
     thisObject_.Reset(isolate, obj);
     thisObject_.SetWeak(this, FirstPass, v8::WeakCallbackType::kParameter);
@@ -165,7 +164,7 @@ template <typename T>
 T* UnwrapUnchecked(v8::Local<v8::Object> object) {
   if (object->InternalFieldCount() <= kWrapperField) {
     // V8's inlined readers check no bounds. Its writers do, and report before they write.
-    object->SetAlignedPointerInInternalField(kWrapperField, nullptr);
+    host::SetFieldPointer(object, kWrapperField, nullptr);
   }
   return static_cast<T*>(
       static_cast<BindingBase*>(internal::ReadPointerField(object, kWrapperField)));
@@ -182,7 +181,7 @@ template <typename T, Method<T> method>
 void Callback(const CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
   v8::HandleScope scope(isolate);
-  method(Unwrap<T>(info.Holder()), isolate, info);
+  method(Unwrap<T>(host::Receiver(info)), isolate, info);
 }
 
 // The same without the receiver check.
@@ -190,7 +189,7 @@ template <typename T, Method<T> method>
 void UncheckedCallback(const CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
   v8::HandleScope scope(isolate);
-  method(UnwrapUnchecked<T>(info.Holder()), isolate, info);
+  method(UnwrapUnchecked<T>(host::Receiver(info)), isolate, info);
 }
 
 // Builds the script class of T. Alive for the span of one registration. The script constructor does
@@ -250,8 +249,8 @@ class ClassTemplateBuilder {
                                         method.attributes);
     }
     for (const AccessorEntry& accessor : accessors) {
-      created->InstanceTemplate()->SetAccessor(internal::NewString(isolate_, accessor.name),
-                                               accessor.getter, accessor.setter);
+      host::SetAccessor(created->InstanceTemplate(), internal::NewString(isolate_, accessor.name),
+                        accessor.getter, accessor.setter);
     }
     if (baseTemplate != nullptr) {
       created->Inherit(baseTemplate->Get(isolate_));
