@@ -267,15 +267,20 @@ for (const type of [Engine, EngineWithMatrixFlow]) {
   Object.defineProperty(type.prototype, Symbol.toStringTag, { value: 'Engine' });
 }
 
-/** True for what getEngine returned: `new engine.constructor()` has no buffers. */
+/**
+ * True for what getEngine returned: an object of the native class with buffers of its own, which
+ * `new engine.constructor()` has not. Tags tell nothing: only the oldest hosts put one on native objects.
+ */
 function isEngine(value) {
   try {
     return (
       typeof value === 'object' &&
       value !== null &&
-      Object.prototype.toString.call(value) === '[object Engine]' &&
-      ['dirtyEntities', 'entityCommands', 'cullingResult'].every((name) =>
-        types.isArrayBuffer(value[name])
+      !types.isProxy(value) &&
+      Object.getPrototypeOf(value).constructor.name === 'Engine' &&
+      ['dirtyEntities', 'entityCommands', 'cullingResult'].every(
+        (name) =>
+          Object.prototype.hasOwnProperty.call(value, name) && types.isArrayBuffer(value[name])
       )
     );
   } catch (error) {

@@ -22,10 +22,22 @@ const byteLengthOf = getterOf(ArrayBuffer, 'byteLength');
 const typedArrayGetters = rangeGetters(Object.getPrototypeOf(Uint8Array));
 const dataViewGetters = rangeGetters(DataView);
 
+/** Name of the class whose prototype an object has; native objects have no other sign on newer hosts. */
+function constructorNameOf(value) {
+  const prototype = types.isProxy(value) ? null : Object.getPrototypeOf(value);
+  const own = prototype && Object.getOwnPropertyDescriptor(prototype, 'constructor');
+  const name = own && typeof own.value === 'function' ? own.value.name : '';
+  return typeof name === 'string' && name !== '' ? name : 'Object';
+}
+
 /** Name of the class that an object says it is of; some throw when they are asked. */
 function classOf(value) {
   try {
-    return Array.isArray(value) ? 'Array' : Object.prototype.toString.call(value).slice(8, -1);
+    if (Array.isArray(value)) {
+      return 'Array';
+    }
+    const tag = Object.prototype.toString.call(value).slice(8, -1);
+    return tag === 'Object' ? constructorNameOf(value) : tag;
   } catch (error) {
     return 'Object';
   }
