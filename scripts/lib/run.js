@@ -171,6 +171,22 @@ function newerNode() {
   return candidates.find(isNewer) || null;
 }
 
+/** Removes a folder with all in it, if it is there, on old and new hosts. */
+function removeFolder(folder) {
+  if (fs.existsSync(folder)) {
+    (fs.rmSync || fs.rmdirSync)(folder, { recursive: true });
+  }
+}
+
+/**
+ * How npm is started: the npm that runs this script by the Node that it needs, else the one on PATH.
+ * @returns {string[]} program and first arguments
+ */
+function npmCommand() {
+  const npm = process.env.npm_execpath;
+  return npm && /\.c?js$/.test(npm) ? [newerNode() || process.execPath, npm] : ['npm'];
+}
+
 module.exports = {
   root,
   jobs,
@@ -183,4 +199,6 @@ module.exports = {
   output,
   which,
   newerNode,
+  npmCommand,
+  removeFolder,
 };

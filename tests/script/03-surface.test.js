@@ -1,7 +1,7 @@
 'use strict';
 // Classes, prototypes and properties as script sees them.
 const assert = require('assert');
-const { modulePath } = require('./lib/host');
+const { differences, modulePath } = require('./lib/host');
 const { methods } = require('./lib/surface');
 
 const nq = require(modulePath);
@@ -18,7 +18,7 @@ describe('Engine object', () => {
 
   it('is of class Engine', () => {
     assert.strictEqual(engine.constructor.name, 'Engine');
-    assert.strictEqual(Object.prototype.toString.call(engine), '[object Engine]');
+    assert.strictEqual(Object.prototype.toString.call(engine), differences.tagOf('Engine'));
     assert(engine instanceof engine.constructor);
   });
 

@@ -1,7 +1,7 @@
 'use strict';
 // createEntity and setEntityName: arguments, refusals, handles.
 const assert = require('assert');
-const { modulePath, addonPath } = require('./lib/host');
+const { differences, modulePath, addonPath } = require('./lib/host');
 
 const nq = require(modulePath);
 const addon = require(addonPath);
@@ -151,9 +151,9 @@ describe('createEntity', () => {
   });
 
   it('gives buffers that V8 leaves to the native side', () => {
-    assert.strictEqual(addon.isExternal(engine.createEntity().buffer), true);
+    assert.strictEqual(addon.isExternal(engine.createEntity().buffer), differences.marksExternal);
     for (const name of Object.keys(engine)) {
-      assert.strictEqual(addon.isExternal(engine[name]), true, name);
+      assert.strictEqual(addon.isExternal(engine[name]), differences.marksExternal, name);
     }
   });
 });

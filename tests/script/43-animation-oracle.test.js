@@ -29,6 +29,7 @@ const { ModelBuilder } = require('../fixtures/animations');
 const { realModel, skeleton, writeGlb } = require('../fixtures/models');
 const { TestWorld, createRandom } = require('../fixtures/world');
 const { addMagnitudes, multiplyMagnitudes } = require('./lib/reference');
+const { removeFolder } = require('../../scripts/lib/run');
 
 const kUnit = Math.pow(2, -24);
 const kSampleError = 24 * kUnit;
@@ -671,7 +672,7 @@ describe('oracle: animation by three.js', () => {
       const { sampled, world } = assertAllAgree(play, 4);
       assert(sampled > 1000 && world > 6 * 16 * 60);
     } finally {
-      fs.rmdirSync(folder, { recursive: true });
+      removeFolder(folder);
     }
   });
 

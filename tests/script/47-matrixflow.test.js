@@ -2,7 +2,7 @@
 // Command buffers of arithmetic, in the module that lets script reach them.
 const assert = require('assert');
 const fs = require('fs');
-const { modulePath } = require('./lib/host');
+const { differences, modulePath } = require('./lib/host');
 const { methods } = require('./lib/surface');
 const { runScript, assertCleanExit, assertFault, assertHostFatal } = require('./lib/child');
 const { collect, collectUntil } = require('./lib/collect');
@@ -72,7 +72,7 @@ suite('module with command buffers (NQ_SCRIPT_MATRIXFLOW)', () => {
     assert.strictEqual(buffer.constructor.name, 'EngineMatrixFlowCommandBuffer');
     assert.strictEqual(
       Object.prototype.toString.call(buffer),
-      '[object EngineMatrixFlowCommandBuffer]'
+      differences.tagOf('EngineMatrixFlowCommandBuffer')
     );
     const prototype = Object.getPrototypeOf(buffer);
     assert.deepStrictEqual(Reflect.ownKeys(prototype), ['execute', 'constructor']);

@@ -4,7 +4,7 @@ const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
 const { spawnSync } = require('child_process');
-const { buildKind } = require('./host');
+const { buildKind, differences } = require('./host');
 
 const timeout = 120000;
 
@@ -77,7 +77,7 @@ function assertFault(result) {
 /** V8 ended the process, and said why. */
 function assertHostFatal(result, text) {
   assert.strictEqual(result.signal, 'SIGABRT', describe(result));
-  assert(result.stderr.includes(`FATAL ERROR: ${text}`), describe(result));
+  assert(result.stderr.includes(`FATAL ERROR: ${differences.fatalText(text)}`), describe(result));
   assert(result.stdout.endsWith('about to end\n'), describe(result));
 }
 
