@@ -34,34 +34,85 @@ function(nq_harden target)
   endif()
 endfunction()
 
-# The host's headers, as system headers: their warnings are theirs.
-function(nq_use_host target)
-  target_include_directories(${target} SYSTEM PRIVATE "${NQ_NODE_DIR}/include/node")
+# nq_read_host(folder): reads a host's headers, in FOLDER/include/node, and sets in the caller
+#   NQ_HOST_ABI        its module ABI, as in the name of the module's entry
+#   NQ_HOST_STANDARD   the C++ standard that its headers need
+function(nq_read_host folder)
+  set(include "${folder}/include/node")
+  if(NOT EXISTS "${include}/node_version.h" OR NOT EXISTS "${include}/v8-version.h")
+    message(FATAL_ERROR "No host headers in ${include}. Node 12 comes with 'npm ci --ignore-scripts', "
+                        "other hosts with 'npm run hosts'.")
+  endif()
+  file(STRINGS "${include}/node_version.h" line REGEX "^#define NODE_MODULE_VERSION [0-9]+")
+  string(REGEX REPLACE ".* ([0-9]+).*" "\\1" abi "${line}")
+  file(STRINGS "${include}/v8-version.h" line REGEX "^#define V8_MAJOR_VERSION [0-9]+")
+  string(REGEX REPLACE ".* ([0-9]+).*" "\\1" v8 "${line}")
+  set(standard 17)
+  if(v8 GREATER_EQUAL 13)
+    set(standard 20)
+  endif()
+  set(NQ_HOST_ABI "${abi}" PARENT_SCOPE)
+  set(NQ_HOST_STANDARD "${standard}" PARENT_SCOPE)
 endfunction()
 
-# nq_add_binding(name sources...): the wrappers, as objects.
-function(nq_add_binding name)
+# The headers of the host in FOLDER, as system headers: their warnings are theirs.
+function(nq_use_host target folder)
+  target_include_directories(${target} SYSTEM PRIVATE "${folder}/include/node")
+  nq_read_host("${folder}")
+  set_target_properties(${target} PROPERTIES CXX_STANDARD ${NQ_HOST_STANDARD})
+endfunction()
+
+# nq_add_binding(name folder sources...): the wrappers for the host in FOLDER, as objects.
+function(nq_add_binding name folder)
   add_library(${name} OBJECT ${ARGN})
   nq_configure(${name})
   nq_harden(${name})
-  nq_use_host(${name})
+  nq_use_host(${name} "${folder}")
 endfunction()
 
-# nq_add_addon(name binding versionScript sources...): NAME.node at the top of the build folder, over
-# the wrappers of BINDING. The version script names what is exported. The host unloads an addon when
-# the last worker thread that loaded it ends, while pool threads still run in it, hence nodelete. All
-# symbols are bound at loading, so that the tables of addresses are read-only from then on.
-function(nq_add_addon name binding versionScript)
+# nq_add_addon(name base folder binding output sources...): target NAME, the file BASE.node in folder
+# OUTPUT, for the host in FOLDER, over the wrappers of BINDING. It exports what the host looks for and
+# nothing else: the entry, and on Node 12 (ABI 72) the static constructor _register_BASE_, where BASE
+# is that of the sources. The host unloads an addon when the last worker thread that loaded it ends,
+# while pool threads still run in it, hence nodelete. All symbols are bound at loading, so that the
+# tables of addresses are read-only from then on.
+function(nq_add_addon name base folder binding output)
   add_library(${name} MODULE ${ARGN})
   nq_configure(${name})
   nq_harden(${name})
-  nq_use_host(${name})
+  nq_use_host(${name} "${folder}")
   target_link_libraries(${name} PRIVATE ${binding} nq_core)
-  target_link_options(${name} PRIVATE
-      "-Wl,--version-script=${CMAKE_SOURCE_DIR}/${versionScript}" -Wl,-z,nodelete
-      -Wl,-z,relro -Wl,-z,now)
+  nq_read_host("${folder}")
+  set(NQ_EXPORTS "node_register_module_v${NQ_HOST_ABI};")
+  if(NQ_HOST_ABI EQUAL 72)
+    string(PREPEND NQ_EXPORTS "_register_*; ")
+  endif()
+  set(versionScript "${CMAKE_BINARY_DIR}/${name}.map")
+  configure_file("${CMAKE_SOURCE_DIR}/cmake/exports.map.in" "${versionScript}" @ONLY)
+  target_link_options(${name} PRIVATE "-Wl,--version-script=${versionScript}" -Wl,-z,nodelete
+                                      -Wl,-z,relro -Wl,-z,now)
   set_target_properties(${name} PROPERTIES
-      PREFIX "" SUFFIX ".node"
-      LINK_DEPENDS "${CMAKE_SOURCE_DIR}/${versionScript}"
-      LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}")
+      PREFIX "" OUTPUT_NAME "${base}" SUFFIX ".node"
+      LINK_DEPENDS "${versionScript}"
+      LIBRARY_OUTPUT_DIRECTORY "${output}")
+endfunction()
+
+# nq_add_host(suffix folder output): all that is built for the host in FOLDER, into folder OUTPUT: the
+# module, its variant with command buffers within script's reach, and the test addon. Target names end
+# in SUFFIX.
+function(nq_add_host suffix folder output)
+  file(GLOB_RECURSE bindingSources CONFIGURE_DEPENDS BindingTemp/*.cpp)
+  nq_add_binding(nq_binding${suffix} "${folder}" ${bindingSources})
+  nq_add_addon(nq_logic${suffix} nq_logic "${folder}" nq_binding${suffix} "${output}" nq_logic.cpp)
+  if(NQ_SCRIPT_MATRIXFLOW)
+    nq_add_binding(nq_binding_matrixflow${suffix} "${folder}" ${bindingSources})
+    target_compile_definitions(nq_binding_matrixflow${suffix} PRIVATE NQ_SCRIPT_MATRIXFLOW)
+    nq_add_addon(nq_logic_matrixflow${suffix} nq_logic_matrixflow "${folder}"
+                 nq_binding_matrixflow${suffix} "${output}" nq_logic.cpp)
+  endif()
+  if(NQ_BUILD_TESTS)
+    file(GLOB_RECURSE addonSources CONFIGURE_DEPENDS tests/addon/*.cpp)
+    nq_add_addon(nq_test_addon${suffix} nq_test_addon "${folder}" nq_binding${suffix} "${output}"
+                 ${addonSources})
+  endif()
 endfunction()

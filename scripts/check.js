@@ -4,15 +4,18 @@ const fs = require('fs');
 const os = require('os');
 const path = require('path');
 const { writeApi } = require('./api');
+const { checkHosts } = require('./hosts-check');
 const { setup } = require('./setup');
 const {
   build,
+  builtFile,
   everything,
   folders,
   host,
   matrixFlowModulePath,
   modulePath,
   nodeDir,
+  targetOf,
   test,
 } = require('./lib/build');
 const {
@@ -21,10 +24,19 @@ const {
   findWrongVersions,
   neededVersions,
 } = require('./lib/binaries');
+const { names: hostNames } = require('./lib/hosts');
 const { staleLayouts } = require('./layouts');
 const { findLayeringViolations } = require('./lib/layers');
-const { removeFolder } = require('./lib/package');
-const { eachAtOnce, fail, newerNode, output, quietStatus, root, status } = require('./lib/run');
+const {
+  eachAtOnce,
+  fail,
+  newerNode,
+  output,
+  quietStatus,
+  removeFolder,
+  root,
+  status,
+} = require('./lib/run');
 const { nativeSources, nodeModule, prettierArguments } = require('./lib/sources');
 
 // The suites that run code on several threads, or check that it gives the same bytes.
@@ -48,6 +60,12 @@ function exportsEntriesOnly(module) {
     console.error(`${module} exports ${names.join(' ')}; expected: ${exportedSymbols.join(' ')}`);
   }
   return good;
+}
+
+/** Builds the modules that are packed. */
+function buildForAllHosts() {
+  const targets = hostNames.map((name) => targetOf('nq_logic', name));
+  build('release', {}, targets, hostNames);
 }
 
 // Each answers whether it found nothing, some later. `needs` names what setup brings for it.
@@ -129,8 +147,8 @@ const checks = {
   versions: {
     needs: ['build'],
     run() {
-      build('release', {}, ['nq_logic']);
-      const needed = neededVersions(modulePath);
+      buildForAllHosts();
+      const needed = neededVersions(hostNames.map((name) => builtFile('nq_logic.node', name)));
       if (needed === null) {
         console.error('objdump is missing: install binutils.');
         return false;
@@ -184,10 +202,16 @@ const checks = {
   package: {
     needs: ['build'],
     run() {
-      build('release', {}, ['nq_logic']);
+      buildForAllHosts();
       const mocha = nodeModule('mocha/bin/mocha');
       return status(host, [mocha, '--timeout=300000', 'tests/package/*.test.js']) === 0;
     },
+  },
+
+  // All script suites on the reference, on a host of today, and on the newest.
+  hosts: {
+    needs: ['build', 'test'],
+    run: () => checkHosts(['24', '26']).length === 0,
   },
 
   // The viewer in a browser without a display, which newer Node steers.

@@ -1,13 +1,16 @@
 'use strict';
-// npm run demo: the demo on the release module. Arguments after -- go to the demo.
+// npm run demo: the demo on the release module, on the Node that runs this where it is a host, else on Node 12.
+// `--host NAME` picks another. Other arguments after -- go to the demo.
 const path = require('path');
 const { setup } = require('./setup');
+const { buildModule } = require('./lib/build');
+const { takeHostOption } = require('./lib/hosts');
 const { root, status } = require('./lib/run');
-const { build, host, modulePath } = require('./lib/build');
 
+const { rest, named } = takeHostOption(process.argv.slice(2));
 setup('build');
-build('release', {}, ['nq_logic']);
+const { program, modulePath } = buildModule(named);
 // The demo says in one line what is wrong; its exit code is the command's.
-process.exitCode = status(host, [path.join(root, 'demo', 'main.js'), ...process.argv.slice(2)], {
+process.exitCode = status(program, [path.join(root, 'demo', 'main.js'), ...rest], {
   NQ_MODULE: modulePath,
 });

@@ -1,9 +1,10 @@
 'use strict';
-// Runs ahead of `npm pack` (as its prepack script): builds the release module and puts it, stripped, where an
-// installed package looks for it. With --no-build the module of the last build is taken.
+// Runs before `npm pack` (as its prepack script): fetches the hosts, builds the release module for each and puts
+// it, stripped, where an installed package looks for it. With --no-build the modules of the last build are taken.
 const { setup } = require('./setup');
-const { build, modulePath } = require('./lib/build');
-const { placePrebuild } = require('./lib/package');
+const { build, builtFile, targetOf } = require('./lib/build');
+const { names } = require('./lib/hosts');
+const { placePrebuilds } = require('./lib/package');
 const { fail } = require('./lib/run');
 
 const options = process.argv.slice(2);
@@ -13,11 +14,16 @@ if (unknown !== undefined) {
 }
 if (options.length === 0 && process.env.NQ_PACK_BUILD !== '0') {
   setup('build');
-  build('release', {}, ['nq_logic']);
+  const targets = names.map((name) => targetOf('nq_logic', name));
+  build('release', {}, targets, names);
 }
 try {
+  const modules = {};
+  for (const name of names) {
+    modules[name] = builtFile('nq_logic.node', name);
+  }
   // Standard output belongs to npm: `npm pack --json` is read by programs.
-  console.error(`nq_logic: packed module: ${placePrebuild(modulePath)}`);
+  console.error(`nq_logic: packed modules: ${placePrebuilds(modules).join(' ')}`);
 } catch (error) {
   fail(error.message);
 }

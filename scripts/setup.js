@@ -2,7 +2,7 @@
 // Brings what a script needs: Debian packages that are missing, and the npm packages of the lock file.
 const fs = require('fs');
 const path = require('path');
-const { root, fail, newerNode, output, run, which } = require('./lib/run');
+const { root, fail, npmCommand, output, run, which } = require('./lib/run');
 
 const program = (name) => () => which(name) !== null;
 const header = (name) => () =>
@@ -76,10 +76,7 @@ function installModules() {
   if (installed >= 0 && installed >= time('package-lock.json')) {
     return;
   }
-  // The npm that runs this script, by the Node that it needs; else the one on PATH.
-  const npm = process.env.npm_execpath;
-  const node = newerNode() || process.execPath;
-  const [command, first] = npm && /\.c?js$/.test(npm) ? [node, [npm]] : ['npm', []];
+  const [command, ...first] = npmCommand();
   run('npm ci', command, [
     ...first,
     'ci',

@@ -1,19 +1,22 @@
 'use strict';
-// npm run view: the viewer on the release module. Arguments after -- go to the viewer.
+// npm run view: the viewer on the release module, on the Node that runs this where it is a host, else on Node 12.
+// `--host NAME` picks another. Other arguments after -- go to the viewer.
 const childProcess = require('child_process');
 const path = require('path');
 const { setup } = require('./setup');
+const { buildModule } = require('./lib/build');
+const { takeHostOption } = require('./lib/hosts');
 const { environment, fail, root } = require('./lib/run');
-const { build, host, modulePath } = require('./lib/build');
 
+const { rest, named } = takeHostOption(process.argv.slice(2));
 setup('build');
-build('release', {}, ['nq_logic']);
+const { program, modulePath } = buildModule(named);
 
-const child = childProcess.spawn(
-  host,
-  [path.join(root, 'viewer', 'main.js'), ...process.argv.slice(2)],
-  { cwd: root, env: environment({ NQ_MODULE: modulePath }), stdio: 'inherit' }
-);
+const child = childProcess.spawn(program, [path.join(root, 'viewer', 'main.js'), ...rest], {
+  cwd: root,
+  env: environment({ NQ_MODULE: modulePath }),
+  stdio: 'inherit',
+});
 child.on('error', (error) => fail(`the host can't be started: ${error.message}`));
 // A terminal interrupts the viewer as well: wait for its goodbye. A signal to this process alone is
 // handed on.

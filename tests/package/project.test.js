@@ -5,8 +5,7 @@ const assert = require('assert');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
-const { removeFolder } = require('../../scripts/lib/package');
-const { root } = require('../../scripts/lib/run');
+const { removeFolder, root } = require('../../scripts/lib/run');
 const { skeleton, writeGlb } = require('../fixtures/models');
 const { newerNode, runAtTerminal, runNpm } = require('./npm');
 
@@ -24,11 +23,11 @@ function succeed(result) {
 /** Runs a line of a terminal in the project. */
 const runLine = (line) => runAtTerminal(game, 'sh', ['-ec', line]);
 
-/** The commands of README.md that make a project, a line each. */
+/** The commands of README.md that make a project, and those that give it a host of its own, a line each. */
 function commandsOfReadme() {
   const text = fs.readFileSync(path.join(root, 'README.md'), 'utf8');
-  const [, block] = /For a project of your own[^`]*```\n([^]*?)```/.exec(text);
-  return block.trim().split('\n');
+  const [, section] = /For a project of your own([^]*?)\n## /.exec(text);
+  return Array.from(section.matchAll(/```\n([^]*?)```/g), ([, block]) => block.trim().split('\n'));
 }
 
 before(() => {
@@ -39,13 +38,12 @@ before(() => {
   const packing = ['pack', `--pack-destination=${sources}`];
   succeed(runNpm(root, path.join(folder, 'cache'), packing, { NQ_PACK_BUILD: '0' }));
 
-  const [pack, ...rest] = commandsOfReadme();
+  const [[pack, ...setUp], [installHost, startByHost]] = commandsOfReadme();
   assert.strictEqual(pack, 'npm pack');
-  const [start, ...setUp] = rest.reverse();
-  assert(start.endsWith('/bin/node game.js'), start);
-  host = path.join(game, start.split(' ')[0]);
-  const lines = setUp.reverse().join('\n');
-  succeed(runAtTerminal(sources, 'sh', ['-ec', lines]));
+  assert.strictEqual(setUp.pop(), 'node game.js');
+  assert(startByHost.endsWith('/bin/node game.js'), startByHost);
+  host = path.join(game, startByHost.split(' ')[0]);
+  succeed(runAtTerminal(sources, 'sh', ['-ec', [...setUp, installHost].join('\n')]));
 });
 
 after(() => {
@@ -53,10 +51,11 @@ after(() => {
 });
 
 describe('a project set up as README.md says', () => {
-  it('runs its game by the host', () => {
+  it('runs its game by the Node of the terminal, and by the host in its folder', () => {
     fs.copyFileSync(path.join(__dirname, 'smoke.js'), path.join(game, 'game.js'));
-    const [start] = commandsOfReadme().reverse();
-    assert.strictEqual(succeed(runLine(start)), 'all well\n');
+    for (const commands of commandsOfReadme()) {
+      assert.strictEqual(succeed(runLine(commands[commands.length - 1])), 'all well\n');
+    }
   });
 
   it('leaves the Node of the terminal to everything else', () => {

@@ -139,8 +139,6 @@ describe('typings of lib/', () => {
       }
     }
     assert(held > 150);
-    const loads = typings.valuesOf('load');
-    assertLiteral(typings.typeOf(loads.get('moduleAbi')), nq.moduleAbi, 'moduleAbi');
     // No literal type stands for it.
     const stepTangent = typings.typeOf(typings.valuesOf('clip').get('stepTangent'));
     assert.strictEqual(typings.checker.typeToString(stepTangent), 'number');

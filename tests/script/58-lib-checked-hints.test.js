@@ -15,6 +15,7 @@ const { DirtyListWriter, EntityCommandWriter } = require('../../lib/commands');
 const { Entity2DView, Entity3DView } = require('../../lib/views');
 
 const nq = require(modulePath);
+const { removeFolder } = require('../../scripts/lib/run');
 const flowPath = process.env.NQ_MATRIXFLOW_MODULE;
 const flow = flowPath !== undefined && fs.existsSync(flowPath) ? require(flowPath) : null;
 
@@ -1271,7 +1272,7 @@ describe('programs without a mistake', () => {
     const reed = path.join(out, 'reed.gltf');
     spawnSync(process.execPath, [path.join(root, 'examples', 'reed.js'), reed]);
     run(demo, '--model', reed, '--characters', '5', '--frames', '10', '--out', out);
-    fs.rmdirSync(out, { recursive: true });
+    removeFolder(out);
   });
 
   it('would be told apart from one with a mistake', () => {

@@ -21,6 +21,7 @@ const { skeleton, writeGlb } = require('../fixtures/models');
 const { modulePath } = require('./lib/host');
 
 const { getEngine } = require(modulePath);
+const { removeFolder } = require('../../scripts/lib/run');
 
 const main = path.join(__dirname, '..', '..', 'viewer', 'main.js');
 const kBones = 50;
@@ -38,7 +39,7 @@ before(() => {
   folder = fs.mkdtempSync(path.join(os.tmpdir(), 'nq-viewer-'));
 });
 after(() => {
-  fs.rmdirSync(folder, { recursive: true });
+  removeFolder(folder);
 });
 
 /** A small crowd of figures. */
@@ -1087,8 +1088,8 @@ describe('viewer program', () => {
   it('refuses other runtimes', () => {
     checkRuntime(process.versions);
     assert.throws(
-      () => checkRuntime({ node: '20.1.0', modules: '115' }),
-      /^Error: Node 20\.1\.0 \(ABI 115\) can't load .*: start the viewer with 'npm run view'/
+      () => checkRuntime({ node: '21.1.0', modules: '120' }),
+      /^Error: Node 21\.1\.0 \(ABI 120\) can't load .*: start the viewer with 'npm run view'/
     );
   });
 

@@ -24,6 +24,7 @@ const { UserError } = require('../../demo/user-error');
 const { realModel, skeleton, writeGlb, writeGltf } = require('../fixtures/models');
 
 const { getEngine } = require(path.resolve(process.env.NQ_MODULE));
+const { removeFolder } = require('../../scripts/lib/run');
 
 const main = path.join(__dirname, '..', '..', 'demo', 'main.js');
 const kBones = 50;
@@ -35,7 +36,7 @@ before(() => {
 });
 
 after(() => {
-  fs.rmdirSync(folder, { recursive: true });
+  removeFolder(folder);
 });
 
 /** Runs the demo in the temporary folder. */

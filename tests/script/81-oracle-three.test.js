@@ -16,6 +16,7 @@ const { realModel, skeleton, writeGlb } = require('../fixtures/models');
 const { EngineScene, createFigureScene, loadGltfScene } = require('../fixtures/scenes');
 const { TestWorld, createRandom, nativeModule } = require('../fixtures/world');
 const { addMagnitudes, multiplyMagnitudes } = require('./lib/reference');
+const { removeFolder } = require('../../scripts/lib/run');
 
 const kUnit = Math.pow(2, -24);
 const kLocalError = 8 * kUnit;
@@ -161,7 +162,7 @@ describe('oracle: three.js', () => {
       const file = writeGlb(path.join(folder, 'skeleton.glb'), skeleton());
       assertSceneAgrees(await loadGltfScene(file), clipTimes);
     } finally {
-      fs.rmdirSync(folder, { recursive: true });
+      removeFolder(folder);
     }
   });
 

