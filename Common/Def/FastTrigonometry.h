@@ -8,12 +8,12 @@
 #ifndef NQ_COMMON_DEF_FASTTRIGONOMETRY_H_
 #define NQ_COMMON_DEF_FASTTRIGONOMETRY_H_
 
-#include <immintrin.h>
-
 #include <cmath>
 #include <cstdint>
 
+#include "Common/Def/Platform.h"
 #include "Common/Def/Trigonometry.h"
+#include "Common/Def/Vectors.h"
 
 namespace nq::engine {
 
@@ -79,8 +79,7 @@ inline __m128d SevenTerms(const double (&terms)[7], __m128d z) {
 }
 
 // The same of four numbers, in the same order.
-inline __attribute__((always_inline, target("avx2"))) __m256d SevenTermsOfFour(
-    const double (&terms)[7], __m256d z) {
+NQ_FORCE_INLINE NQ_TARGET_AVX2 __m256d SevenTermsOfFour(const double (&terms)[7], __m256d z) {
   const __m256d z2 = _mm256_mul_pd(z, z);
   const __m256d c01 =
       _mm256_add_pd(_mm256_set1_pd(terms[0]), _mm256_mul_pd(_mm256_set1_pd(terms[1]), z));
@@ -130,7 +129,7 @@ inline bool RoundSurely(__m128d values, float* first, float* second) {
 // the result are those of a0 a1 b0 b1 a2 a3 b2 b3. Told by the numbers' lower words: a float has no
 // room for the last 29 bits, and rounds up from 2^28 of them. (A denormal float has room for even
 // fewer, but sines of that size are the angle itself, and exact.)
-inline __attribute__((always_inline, target("avx2"))) __m256 RoundUnsurely(__m256d a, __m256d b) {
+NQ_FORCE_INLINE NQ_TARGET_AVX2 __m256 RoundUnsurely(__m256d a, __m256d b) {
   // The error of a number just below a power of two, 2^13 of its last place, when those 29 bits
   // fill a word. 2^28 is the least integer then.
   constexpr int32_t kMargin = 1 << 16;
@@ -210,8 +209,7 @@ inline void sinCosTwoF(float a, float b, SineCosine* ofA, SineCosine* ofB) {
 
 // sinF and cosF of four numbers by the series of sinCosTwoF, only where HasWideIntegers. False,
 // with nothing to rely on in the results, where one of them has to be asked of the library.
-inline __attribute__((always_inline, target("avx2"))) bool sinCosFourF(__m128 angles, __m128* sines,
-                                                                       __m128* cosines) {
+NQ_FORCE_INLINE NQ_TARGET_AVX2 bool sinCosFourF(__m128 angles, __m128* sines, __m128* cosines) {
   const __m256d x = _mm256_cvtps_pd(angles);
   const __m256d toWhole = _mm256_set1_pd(internal::kToWhole);
   const __m256d shifted =

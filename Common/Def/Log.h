@@ -2,11 +2,13 @@
 #ifndef NQ_COMMON_DEF_LOG_H_
 #define NQ_COMMON_DEF_LOG_H_
 
+#include "Common/Def/Platform.h"
+
 namespace nq::engine {
 
 // printf to standard output, by one write. A function of its own: where printf itself stands, a
 // compiler may put in puts, which writes a line feed apart.
-void PrintLog(const char* format, ...) __attribute__((format(printf, 1, 2)));
+void PrintLog(const char* format, ...) NQ_PRINTF_FORMAT(1, 2);
 
 }  // namespace nq::engine
 

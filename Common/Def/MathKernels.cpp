@@ -1,13 +1,12 @@
 // Matrix product and inverse, rotations to quaternions.
 #include "Common/Def/MathKernels.h"
 
-#include <immintrin.h>
-
 #include <cmath>
 
 #include "Common/Def/FastTrigonometry.h"
+#include "Common/Def/Platform.h"
 #include "Common/Def/Trigonometry.h"
-#include "Common/Def/WideVectors.h"
+#include "Common/Def/Vectors.h"
 
 namespace nq::engine {
 
@@ -64,7 +63,7 @@ float* RotationToQuaternion(const RotationElements& m, float* out) {
 
 // eulerToQuaternion by vectors, only where HasWideIntegers. False, and nothing is stored, where a
 // sine or cosine has to be asked of the library.
-__attribute__((target("avx2"))) bool EulerToQuaternionByFour(__m128 halves, float* out) {
+NQ_TARGET_AVX2 bool EulerToQuaternionByFour(__m128 halves, float* out) {
   __m128 sines;
   __m128 cosines;
   if (!sinCosFourF(halves, &sines, &cosines)) {

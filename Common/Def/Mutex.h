@@ -12,11 +12,7 @@
 #include <cstdint>
 #include <mutex>
 
-#if defined(__clang__)
-#define NQ_THREAD_ATTRIBUTE(x) __attribute__((x))
-#else
-#define NQ_THREAD_ATTRIBUTE(x)
-#endif
+#include "Common/Def/Platform.h"
 
 #define NQ_CAPABILITY(x) NQ_THREAD_ATTRIBUTE(capability(x))
 #define NQ_SCOPED_CAPABILITY NQ_THREAD_ATTRIBUTE(scoped_lockable)

@@ -2,10 +2,10 @@
 #ifndef NQ_COMMON_DEF_TRUNCATE_H_
 #define NQ_COMMON_DEF_TRUNCATE_H_
 
-#include <emmintrin.h>
-
 #include <cmath>
 #include <cstdint>
+
+#include "Common/Def/Vectors.h"
 
 namespace nq::engine {
 

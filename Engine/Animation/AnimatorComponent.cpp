@@ -1,16 +1,16 @@
 // Evaluation of animators.
 #include "Engine/Animation/AnimatorComponent.h"
 
-#include <emmintrin.h>
-
 #include <cmath>
 #include <cstddef>
 #include <vector>
 
 #include "Common/Def/Assert.h"
 #include "Common/Def/Log.h"
+#include "Common/Def/Platform.h"
 #include "Common/Def/Trigonometry.h"
 #include "Common/Def/Truncate.h"
+#include "Common/Def/Vectors.h"
 #include "Engine/Animation/AnimationClipModel.h"
 #include "Engine/Animation/AnimationRecord.h"
 #include "Engine/Animation/AnimationSystem.h"
@@ -55,8 +55,8 @@ void Write2D(const ClipSample& sample, Entity2DRecord* record) {
 }
 
 // What a sample without a whole quaternion writes, and all that one writes into a 2D entity.
-__attribute__((noinline)) void WriteUncommon(const ClipSample& sample, bool isThreeD,
-                                             uint8_t* record, float* local) {
+NQ_NO_INLINE void WriteUncommon(const ClipSample& sample, bool isThreeD, uint8_t* record,
+                                float* local) {
   if (isThreeD) {
     WritePartOfRotation(sample, reinterpret_cast<Entity3DRecord*>(record));
     Entity3D::BuildOwnLocalMatrix(record, local);
@@ -68,8 +68,7 @@ __attribute__((noinline)) void WriteUncommon(const ClipSample& sample, bool isTh
 
 // Position and scale of a record are six numbers in a row, as are channels 0 to 5. Inlined by
 // order, so that the writer's fields stay in registers over a character.
-inline __attribute__((always_inline)) void ApplyTo(const EntityPoseWriter& writer,
-                                                   const ClipSample& sample) {
+NQ_FORCE_INLINE void ApplyTo(const EntityPoseWriter& writer, const ClipSample& sample) {
   const float* channel = sample.channel;
   const __m128 rotation = _mm_loadu_ps(channel + kRotationChannel);
   const bool hasRotation = _mm_movemask_ps(_mm_cmpunord_ps(rotation, rotation)) == 0;

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "Common/Def/HandlerValue.h"
+#include "Common/Def/Platform.h"
 #include "Engine/Animation/ClipSampling.h"
 
 namespace nq::engine {
@@ -44,7 +45,7 @@ class AnimatorComponent {
   struct ActiveClip;
   struct Scratch;
 
-  static __attribute__((noinline)) Scratch* ThreadScratch();
+  static NQ_NO_INLINE Scratch* ThreadScratch();
   void ApplyOne(const ActiveClip& clip, Scratch* scratch);
   void ApplyBlend(Scratch* scratch);
 };

@@ -1,13 +1,12 @@
 // Sampling of single channels, and the blend of two samples.
 #include "Engine/Animation/ClipSampling.h"
 
-#include <emmintrin.h>
-
 #include <cmath>
 #include <limits>
 
 #include "Common/Def/FastTrigonometry.h"
 #include "Common/Def/Trigonometry.h"
+#include "Common/Def/Vectors.h"
 
 namespace nq::engine {
 

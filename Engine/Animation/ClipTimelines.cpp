@@ -1,13 +1,13 @@
 // Building of timelines, and sampling along them.
 #include "Engine/Animation/ClipTimelines.h"
 
-#include <emmintrin.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <map>
+
+#include "Common/Def/Vectors.h"
 
 namespace nq::engine {
 

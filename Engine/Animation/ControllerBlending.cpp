@@ -3,12 +3,12 @@
 //
 // A number of formulas differ between position, scale and rotation, and between the first layer and
 // later ones. All of that is kept on purpose: scenes rely on the outcome.
-#include <emmintrin.h>
-
 #include <cmath>
 #include <cstddef>
 
+#include "Common/Def/Platform.h"
 #include "Common/Def/Truncate.h"
+#include "Common/Def/Vectors.h"
 #include "Engine/Animation/AnimationSystem.h"
 #include "Engine/Animation/AnimatorControllerModel.h"
 #include "Engine/Animation/AnimatorControllerStateModel.h"
@@ -36,7 +36,7 @@ struct ControllerScratch {
 };
 
 // Asked for once an update: each use of a thread's variable by its name is a call of its own.
-__attribute__((noinline)) ControllerScratch* ThreadScratch() {
+NQ_NO_INLINE ControllerScratch* ThreadScratch() {
   thread_local ControllerScratch scratch;
   return &scratch;
 }

@@ -2,11 +2,11 @@
 #ifndef NQ_ENGINE_ANIMATION_ENTITYPOSEWRITER_H_
 #define NQ_ENGINE_ANIMATION_ENTITYPOSEWRITER_H_
 
-#include <emmintrin.h>
-
 #include <cstddef>
 #include <cstdint>
 
+#include "Common/Def/Platform.h"
+#include "Common/Def/Vectors.h"
 #include "Engine/Entity/Entity3D.h"
 #include "Engine/Entity/EntityRecord.h"
 #include "Engine/Entity/LocalMatrix3D.h"
@@ -48,10 +48,10 @@ class EntityPoseWriter {
           reinterpret_cast<uintptr_t>(batch.sharedRecords) + ahead * sizeof(Entity3DRecord);
       const uintptr_t matrix =
           reinterpret_cast<uintptr_t>(batch.localMatrices) + ahead * sizeof(TransformMatrix);
-      __builtin_prefetch(reinterpret_cast<const void*>(record), 1);
-      __builtin_prefetch(
-          reinterpret_cast<const void*>(record + offsetof(Entity3DRecord, worldMatrix) - 1), 1);
-      __builtin_prefetch(reinterpret_cast<const void*>(matrix), 1);
+      NQ_PREFETCH_FOR_WRITE(reinterpret_cast<const void*>(record));
+      NQ_PREFETCH_FOR_WRITE(
+          reinterpret_cast<const void*>(record + offsetof(Entity3DRecord, worldMatrix) - 1));
+      NQ_PREFETCH_FOR_WRITE(reinterpret_cast<const void*>(matrix));
     }
   }
 

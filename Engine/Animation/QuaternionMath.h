@@ -2,9 +2,8 @@
 #ifndef NQ_ENGINE_ANIMATION_QUATERNIONMATH_H_
 #define NQ_ENGINE_ANIMATION_QUATERNIONMATH_H_
 
-#include <emmintrin.h>
-
 #include "Common/Def/Trigonometry.h"
+#include "Common/Def/Vectors.h"
 
 namespace nq::engine {
 

@@ -2,13 +2,12 @@
 #ifndef NQ_ENGINE_ANIMATION_TARGETPOSE_H_
 #define NQ_ENGINE_ANIMATION_TARGETPOSE_H_
 
-#include <emmintrin.h>
-
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <vector>
 
+#include "Common/Def/Vectors.h"
 #include "Engine/Animation/QuaternionMath.h"
 
 namespace nq::engine {

@@ -1,10 +1,10 @@
 // Spheres against planes, and the order of what is visible.
 #include "Engine/Culling/Culler.h"
 
-#include <emmintrin.h>
-
 #include <algorithm>
 #include <cstring>
+
+#include "Common/Def/Vectors.h"
 
 namespace nq::engine {
 

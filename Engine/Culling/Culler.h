@@ -2,11 +2,10 @@
 #ifndef NQ_ENGINE_CULLING_CULLER_H_
 #define NQ_ENGINE_CULLING_CULLER_H_
 
-#include <emmintrin.h>
-
 #include <cstdint>
 #include <vector>
 
+#include "Common/Def/Vectors.h"
 #include "Engine/Culling/CullResult.h"
 #include "Engine/Culling/ViewVolume.h"
 

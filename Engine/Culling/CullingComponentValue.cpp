@@ -1,11 +1,11 @@
 // Entities and world spheres of culling objects.
 #include "Engine/Culling/CullingComponentValue.h"
 
-#include <emmintrin.h>
-
 #include <cstring>
 
 #include "Common/Def/AlignedAlloc.h"
+#include "Common/Def/Platform.h"
+#include "Common/Def/Vectors.h"
 
 namespace nq::engine {
 
@@ -97,7 +97,7 @@ void CullingComponentValue::ComputeWorldSphere(uint32_t index, const TransformTr
   cache.seenWorldVersion = *cache.worldVersion;
   const uint32_t ahead = index + kPrefetchObjects;
   if (ahead < count && caches[ahead].worldVersion != nullptr) {
-    __builtin_prefetch(tree.WorldMatrix(caches[ahead].seenEntityHandle));
+    NQ_PREFETCH(tree.WorldMatrix(caches[ahead].seenEntityHandle));
   }
 
   const CullingRecord& record = Record(index);

@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "Common/Def/Log.h"
+#include "Common/Def/Platform.h"
 #include "Engine/Entity/EntitySystem.h"
 
 namespace nq::engine {
@@ -13,7 +14,7 @@ Entity::Entity(EntitySystem* system, uint32_t handle)
     : handle(handle), system(system), tree(&system->Tree()) {}
 
 Entity::~Entity() {
-  __builtin_trap();
+  NQ_TRAP();
 }
 
 uint32_t Entity::worldVersion() const {

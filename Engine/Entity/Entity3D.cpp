@@ -6,8 +6,9 @@
 
 #include "Common/Def/Log.h"
 #include "Common/Def/MathKernels.h"
+#include "Common/Def/Platform.h"
 #include "Common/Def/Trigonometry.h"
-#include "Common/Def/WideVectors.h"
+#include "Common/Def/Vectors.h"
 #include "Engine/Entity/EntitySystem.h"
 #include "Engine/Entity/LocalMatrix3D.h"
 #include "Engine/Entity/LocalMatrixStore.h"
@@ -25,7 +26,7 @@ using Store = void (*)(float* to, __m128 c0, __m128 c1, __m128 c2, __m128 c3);
 // one function: code without these instructions could not take in a part. False, and nothing is
 // stored, where a sine or cosine has to be asked of the library.
 template <Store store>
-__attribute__((target("avx2"))) bool BuildByFour(const Entity3DRecord& record, float* local) {
+NQ_TARGET_AVX2 bool BuildByFour(const Entity3DRecord& record, float* local) {
   RotationColumns rotation;
   if (!EulerColumnsByFour(record.rotation, &rotation)) {
     return false;
@@ -37,7 +38,7 @@ __attribute__((target("avx2"))) bool BuildByFour(const Entity3DRecord& record, f
 
 // Inlined by order: a call would hand the columns over in memory.
 template <Store store>
-inline __attribute__((always_inline)) void Build(const uint8_t* sharedRecord, float* local) {
+NQ_FORCE_INLINE void Build(const uint8_t* sharedRecord, float* local) {
   const Entity3DRecord& record = *reinterpret_cast<const Entity3DRecord*>(sharedRecord);
   if (record.rotationMode == 0 && HasWideIntegers() && BuildByFour<store>(record, local)) {
     return;

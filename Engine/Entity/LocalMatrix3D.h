@@ -2,12 +2,12 @@
 #ifndef NQ_ENGINE_ENTITY_LOCALMATRIX3D_H_
 #define NQ_ENGINE_ENTITY_LOCALMATRIX3D_H_
 
-#include <immintrin.h>
-
 #include <cstddef>
 #include <cstdint>
 
 #include "Common/Def/FastTrigonometry.h"
+#include "Common/Def/Platform.h"
+#include "Common/Def/Vectors.h"
 #include "Engine/Entity/EntityRecord.h"
 
 namespace nq::engine {
@@ -73,8 +73,8 @@ inline RotationColumns EulerColumns(const float* angles) {
 // The same bits with half the operations, only where HasWideIntegers; `angles` is four numbers, of
 // which the last does not matter. False, with nothing in `columns` to rely on, where an angle's
 // sine or cosine has to be asked of the library: EulerColumns then has the answer.
-inline __attribute__((always_inline, target("avx2"))) bool EulerColumnsByFour(
-    const float* angles, RotationColumns* columns) {
+NQ_FORCE_INLINE NQ_TARGET_AVX2 bool EulerColumnsByFour(const float* angles,
+                                                       RotationColumns* columns) {
   const __m128 firstThree = _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0));
   __m128 sines;
   __m128 cosines;

@@ -2,23 +2,23 @@
 #ifndef NQ_ENGINE_ENTITY_LOCALMATRIXSTORE_H_
 #define NQ_ENGINE_ENTITY_LOCALMATRIXSTORE_H_
 
-#include <emmintrin.h>
-
 #include <cstdint>
+
+#include "Common/Def/Platform.h"
+#include "Common/Def/Vectors.h"
 
 namespace nq::engine {
 
 namespace internal {
 
-typedef uint64_t __attribute__((may_alias)) MatrixWord;
+typedef uint64_t NQ_MAY_ALIAS MatrixWord;
 
 inline void StoreColumn(float* to, __m128 column) {
   const __m128i bits = _mm_castps_si128(column);
   MatrixWord* words = reinterpret_cast<MatrixWord*>(to);
-  __atomic_store_n(words, static_cast<uint64_t>(_mm_cvtsi128_si64(bits)), __ATOMIC_RELAXED);
-  __atomic_store_n(words + 1,
-                   static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(bits, bits))),
-                   __ATOMIC_RELAXED);
+  NQ_STORE_RELAXED(words, static_cast<uint64_t>(_mm_cvtsi128_si64(bits)));
+  NQ_STORE_RELAXED(words + 1,
+                   static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(bits, bits))));
 }
 
 }  // namespace internal

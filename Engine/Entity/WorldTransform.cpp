@@ -12,6 +12,7 @@
 #include "Common/Def/EngineRuntime.h"
 #include "Common/Def/Log.h"
 #include "Common/Def/MathKernels.h"
+#include "Common/Def/Platform.h"
 #include "Engine/Entity/Entity.h"
 #include "Engine/Entity/Entity2D.h"
 #include "Engine/Entity/Entity3D.h"
@@ -71,15 +72,15 @@ void PrefetchWorldMatrix(const TransformTree& tree, uint32_t handle) {
   const uint32_t index = HandleElement(handle);
   const uint32_t parent = batch.links[index].parent;
   if (parent != 0) {
-    __builtin_prefetch(tree.WorldMatrix(parent));
+    NQ_PREFETCH(tree.WorldMatrix(parent));
   }
-  __builtin_prefetch(batch.localMatrices[index].m);
-  __builtin_prefetch(batch.worldMatrices[index].m, 1);
-  __builtin_prefetch(batch.worldVersions + index, 1);
+  NQ_PREFETCH(batch.localMatrices[index].m);
+  NQ_PREFETCH_FOR_WRITE(batch.worldMatrices[index].m);
+  NQ_PREFETCH_FOR_WRITE(batch.worldVersions + index);
   // Both ends of what is published, more or less: the matrix is the second half of a record.
   const uint8_t* record = batch.SharedRecord(index);
-  __builtin_prefetch(record + batch.sharedStride / 2, 1);
-  __builtin_prefetch(record + batch.sharedStride - 1, 1);
+  NQ_PREFETCH_FOR_WRITE(record + batch.sharedStride / 2);
+  NQ_PREFETCH_FOR_WRITE(record + batch.sharedStride - 1);
 }
 
 // Walks `top` and all below it in preorder. `visit` returns whether to go on to the children. A
@@ -323,9 +324,9 @@ void EntitySystem::SyncDirtyRange(uint32_t start, uint32_t count) {
       if (tree.Contains(ahead)) {
         const TransformBatch& batch = tree.Batch(ahead);
         const uint32_t index = HandleElement(ahead);
-        __builtin_prefetch(batch.localMatrices[index].m, 1);
-        __builtin_prefetch(batch.SharedRecord(index));
-        __builtin_prefetch(batch.SharedRecord(index) + offsetof(Entity3DRecord, worldMatrix) - 1);
+        NQ_PREFETCH_FOR_WRITE(batch.localMatrices[index].m);
+        NQ_PREFETCH(batch.SharedRecord(index));
+        NQ_PREFETCH(batch.SharedRecord(index) + offsetof(Entity3DRecord, worldMatrix) - 1);
       }
     }
     const uint32_t handle = dirtyEntities.Entry(i);
@@ -355,7 +356,7 @@ void EntitySystem::PrefetchLinks(uint32_t entry, uint32_t last) const {
   if (entry <= last) {
     const uint32_t handle = dirtyEntities.Entry(entry);
     if (tree.Contains(handle)) {
-      __builtin_prefetch(&tree.Links(handle), 1);
+      NQ_PREFETCH_FOR_WRITE(&tree.Links(handle));
     }
   }
 }

@@ -1,6 +1,4 @@
 // MatrixFlowSystem::ExecuteCommandBuffer: the loop over a stream, operands, and all commands.
-#include <emmintrin.h>
-
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -8,6 +6,8 @@
 #include "Common/Def/EngineRuntime.h"
 #include "Common/Def/Log.h"
 #include "Common/Def/MathKernels.h"
+#include "Common/Def/Platform.h"
+#include "Common/Def/Vectors.h"
 #include "Engine/Entity/EngineCore.h"
 #include "Engine/MatrixFlow/MatrixFlowCommand.h"
 #include "Engine/MatrixFlow/MatrixFlowSystem.h"
@@ -47,7 +47,6 @@ struct Operands {
 
 // Kept out of calls, so that a run's position stays in a register: each command would otherwise
 // wait for the last one's store of it.
-#define NQ_INLINE inline __attribute__((always_inline))
 
 // A run over one stream. Holds the reader's position and limit while it works; Leave gives the
 // position back, Enter takes both anew.
@@ -59,19 +58,19 @@ class Run {
     Enter();
   }
 
-  NQ_INLINE void Enter() {
+  NQ_FORCE_INLINE void Enter() {
     data = reader->currentPointer() - reader->Position();
     position = reader->Position();
     limit = static_cast<int32_t>(reader->Limit());
     fetchEnd = std::min<int64_t>(limit, reader->Capacity());
   }
-  NQ_INLINE void Leave() { reader->SetPosition(position); }
+  NQ_FORCE_INLINE void Leave() { reader->SetPosition(position); }
 
   // True if nothing is left. One byte is enough for a command to be read.
-  NQ_INLINE bool AtEnd() const { return Proven(position, 1) < 1; }
+  NQ_FORCE_INLINE bool AtEnd() const { return Proven(position, 1) < 1; }
 
   // A word, at the next multiple of 4.
-  NQ_INLINE uint32_t ReadWord() {
+  NQ_FORCE_INLINE uint32_t ReadWord() {
     position = AlignStreamPosition(position, 4);
     uint32_t word;
     std::memcpy(&word, data + position, sizeof(word));
@@ -80,7 +79,7 @@ class Run {
   }
 
   // False, with the report of it, if the stream ends ahead of `bytes` more.
-  NQ_INLINE bool Prove(int32_t bytes) const {
+  NQ_FORCE_INLINE bool Prove(int32_t bytes) const {
     if (Proven(AlignStreamPosition(position, 4), bytes) >= 0) {
       return true;
     }
@@ -91,7 +90,7 @@ class Run {
   // Resolves operands that must hold `length` bytes each. Nothing has been read or written when
   // this fails; the stream's position is then behind the operand at fault.
   template <uint32_t count>
-  NQ_INLINE int32_t Resolve(uint32_t length, Operands* operands) {
+  NQ_FORCE_INLINE int32_t Resolve(uint32_t length, Operands* operands) {
     static_assert(count == 2 || count == 3, "shapes of operands");
     const uint8_t* words = data + position;
     if (!ResolveOne<0>(words, length, operands) || !ResolveOne<1>(words, length, operands) ||
@@ -105,14 +104,14 @@ class Run {
 
   // The same, with the proof ahead of it that the words are there.
   template <uint32_t count>
-  NQ_INLINE int32_t Read(uint32_t length, Operands* operands) {
+  NQ_FORCE_INLINE int32_t Read(uint32_t length, Operands* operands) {
     constexpr int32_t kBytes = count == 2 ? kTwoOperandsBytes : kThreeOperandsBytes;
     return Prove(kBytes) ? Resolve<count>(length, operands) : kMatrixFlowCutOff;
   }
 
   // D, S. Moves `bytes`, having proven `length`.
   template <uint32_t bytes>
-  NQ_INLINE int32_t Copy(uint32_t length) {
+  NQ_FORCE_INLINE int32_t Copy(uint32_t length) {
     Operands o;
     const int32_t code = Read<2>(length, &o);
     if (code == kMatrixFlowDone) {
@@ -123,7 +122,7 @@ class Run {
 
   // A, B, R. All of the inputs is loaded before any of the result is stored.
   template <uint32_t bytes, typename Operation>
-  NQ_INLINE int32_t ByComponent(Operation operation) {
+  NQ_FORCE_INLINE int32_t ByComponent(Operation operation) {
     Operands o;
     const int32_t code = Read<3>(bytes, &o);
     if (code != kMatrixFlowDone) {
@@ -150,7 +149,7 @@ class Run {
 
   // Kept on purpose: not only numbers near 0 are refused, but all negative ones. One that is no
   // number is not.
-  NQ_INLINE int32_t DivideScalars() {
+  NQ_FORCE_INLINE int32_t DivideScalars() {
     Operands o;
     const int32_t code = Read<3>(kScalarBytes, &o);
     if (code != kMatrixFlowDone) {
@@ -168,7 +167,7 @@ class Run {
     return kMatrixFlowDone;
   }
 
-  NQ_INLINE int32_t MultiplyMatrices3() {
+  NQ_FORCE_INLINE int32_t MultiplyMatrices3() {
     Operands o;
     const int32_t code = Read<3>(kMatrix3Bytes, &o);
     if (code != kMatrixFlowDone) {
@@ -191,7 +190,7 @@ class Run {
     return kMatrixFlowDone;
   }
 
-  NQ_INLINE int32_t MultiplyMatrices4() {
+  NQ_FORCE_INLINE int32_t MultiplyMatrices4() {
     Operands o;
     const int32_t code = Read<3>(kMatrix4Bytes, &o);
     if (code != kMatrixFlowDone) {
@@ -208,7 +207,7 @@ class Run {
 
   // S, D.
   // Kept on purpose: the inverse is thrown away, and D gets S; so it is not computed.
-  NQ_INLINE int32_t InvertMatrix4() {
+  NQ_FORCE_INLINE int32_t InvertMatrix4() {
     Operands o;
     const int32_t code = Read<2>(kMatrix4Bytes, &o);
     if (code == kMatrixFlowDone) {
@@ -217,7 +216,7 @@ class Run {
     return code;
   }
 
-  NQ_INLINE int32_t CopyBulk() {
+  NQ_FORCE_INLINE int32_t CopyBulk() {
     if (!Prove(kBulkBytes)) {
       return kMatrixFlowCutOff;
     }
@@ -241,7 +240,7 @@ class Run {
   };
 
   template <uint32_t place>
-  NQ_INLINE bool ResolveOne(const uint8_t* words, uint32_t length, Operands* operands) {
+  NQ_FORCE_INLINE bool ResolveOne(const uint8_t* words, uint32_t length, Operands* operands) {
     uint32_t reference[2];  // memoryID, offset
     std::memcpy(reference, words + place * kReferenceBytes, kReferenceBytes);
     FoundBlock& block = found[place];
@@ -265,7 +264,7 @@ class Run {
   // Asks for the memory of a command further on, should it have the same shape and blocks. This is
   // a hint only, for which the words ahead need not mean anything yet: they are decoded when their
   // turn comes.
-  NQ_INLINE void FetchAhead() const {
+  NQ_FORCE_INLINE void FetchAhead() const {
     constexpr uint32_t kCommandBytes = kTypeBytes + kThreeOperandsBytes;
     constexpr uint32_t kOffsetAt = kTypeBytes + sizeof(uint32_t);
     const int64_t at = int64_t{position} + kFetchAhead * kCommandBytes;
@@ -276,7 +275,7 @@ class Run {
       uint32_t offset;
       std::memcpy(&offset, data + at + kOffsetAt + place * kReferenceBytes, sizeof(offset));
       const uintptr_t block = reinterpret_cast<uintptr_t>(found[place].pointer);
-      __builtin_prefetch(reinterpret_cast<const void*>(block + offset));
+      NQ_PREFETCH(reinterpret_cast<const void*>(block + offset));
     }
   }
 
@@ -321,7 +320,7 @@ class Run {
 
   // Where `bytes` at `start` end, or -1 if that is beyond the limit. As StreamReader::checkRange:
   // positions compare as signed numbers, and the sum wraps.
-  NQ_INLINE int32_t Proven(uint32_t start, int32_t bytes) const {
+  NQ_FORCE_INLINE int32_t Proven(uint32_t start, int32_t bytes) const {
     const int32_t end = static_cast<int32_t>(start + static_cast<uint32_t>(bytes));
     return end > limit ? -1 : end;
   }

@@ -1,7 +1,8 @@
 // Products by one column of four floats, and by two at a time.
 #include "Engine/MatrixFlow/MatrixProduct.h"
 
-#include <immintrin.h>
+#include "Common/Def/Platform.h"
+#include "Common/Def/Vectors.h"
 
 namespace nq::engine {
 
@@ -12,8 +13,7 @@ const float* FloatsAt(const uint8_t* bytes) {
 }
 
 // Two columns of a product; `a` holds each of its columns twice.
-inline __attribute__((always_inline, target("avx"))) __m256 TwoColumns(const __m256* a,
-                                                                       const uint8_t* right) {
+NQ_FORCE_INLINE NQ_TARGET_AVX __m256 TwoColumns(const __m256* a, const uint8_t* right) {
   const __m256 b = _mm256_loadu_ps(FloatsAt(right));
   __m256 sum = _mm256_mul_ps(a[0], _mm256_permute_ps(b, _MM_SHUFFLE(0, 0, 0, 0)));
   sum = _mm256_add_ps(sum, _mm256_mul_ps(a[1], _mm256_permute_ps(b, _MM_SHUFFLE(1, 1, 1, 1))));
@@ -41,8 +41,7 @@ void MultiplyByColumns(const uint8_t* left, const uint8_t* right, uint8_t* out) 
   }
 }
 
-__attribute__((target("avx"))) void MultiplyByTwoColumns(const uint8_t* left, const uint8_t* right,
-                                                         uint8_t* out) {
+NQ_TARGET_AVX void MultiplyByTwoColumns(const uint8_t* left, const uint8_t* right, uint8_t* out) {
   __m256 a[4];
   for (int c = 0; c < 4; ++c) {
     a[c] = _mm256_broadcast_ps(reinterpret_cast<const __m128*>(left + 16 * c));

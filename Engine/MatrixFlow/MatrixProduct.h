@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "Common/Def/WideVectors.h"
+#include "Common/Def/Vectors.h"
 
 namespace nq::engine {
 

@@ -10,7 +10,7 @@
 #include <random>
 #include <vector>
 
-#include "Common/Def/WideVectors.h"
+#include "Common/Def/Vectors.h"
 
 namespace nq::engine {
 namespace {

@@ -11,7 +11,7 @@
 #include <random>
 #include <vector>
 
-#include "Common/Def/WideVectors.h"
+#include "Common/Def/Vectors.h"
 #include "Engine/Entity/Entity3D.h"
 #include "tests/native/Engine/Entity/ReferenceScene.h"
 
