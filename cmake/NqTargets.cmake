@@ -8,6 +8,9 @@ function(nq_configure target)
   # without RTTI, and classes with and without it don't mix, so nothing here has it.
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Werror -ffp-contract=off
                                            -fno-rtti)
+  if(NQ_PORTABLE)
+    target_compile_definitions(${target} PRIVATE NQ_PORTABLE)
+  endif()
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(${target} PRIVATE -Wthread-safety)
   endif()

@@ -27,6 +27,7 @@ const {
 const { names: hostNames } = require('./lib/hosts');
 const { staleLayouts } = require('./layouts');
 const { findLayeringViolations } = require('./lib/layers');
+const { findPlatformViolations } = require('./lib/platform');
 const {
   eachAtOnce,
   fail,
@@ -42,6 +43,12 @@ const { nativeSources, nodeModule, prettierArguments } = require('./lib/sources'
 // The suites that run code on several threads, or check that it gives the same bytes.
 const threadedSuites =
   'ConditionVariable|WorkerPool|EngineRuntime|MemoryAllocator|WorldTransform|EntitySystem|DirtyEntityList|Animation|Controller|[Bb]atch|transform';
+
+// The same among the script suites.
+const threadedScripts = 'module|process|frame|batch|animation|controllers|lifetime';
+
+// What the portable build does without, among undefined symbols.
+const linuxOnly = /\b(syscall|posix_memalign|sched_(?!yield)\w+|pthread_(set|get)affinity\w*)/g;
 
 const exportedSymbols = ['_register_nq_logic_', 'node_register_module_v72'];
 
@@ -73,7 +80,7 @@ const checks = {
   layering: {
     needs: [],
     run() {
-      const violations = findLayeringViolations();
+      const violations = [...findLayeringViolations(), ...findPlatformViolations()];
       violations.forEach((violation) => console.error(violation));
       return violations.length === 0;
     },
@@ -183,6 +190,22 @@ const checks = {
     run() {
       build('clang', Object.assign({ NQ_BUILD_TESTS: 'ON' }, everything));
       return test('clang');
+    },
+  },
+
+  // What systems other than Linux would run: all native suites, and those of script that use threads.
+  portable: {
+    needs: ['build', 'test'],
+    run() {
+      build('portable', {}, ['nq_logic', 'nq_test_addon', 'nq_tests']);
+      const table = output('nm', ['-u', path.join(root, folders.portable, 'nq_logic.node')]);
+      const foreign = table === null ? ['a readable module'] : table.match(linuxOnly);
+      if (foreign !== null) {
+        console.error(`the portable module needs ${foreign.join(', ')}`);
+        return false;
+      }
+      const native = test('portable', ['-E', '^(script|fuzz)\\.']);
+      return test('portable', ['-R', `^script\\.[0-9]+-(${threadedScripts})$`]) && native;
     },
   },
 

@@ -5,13 +5,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Common/Def/AlignedAlloc.h"
 #include "Common/Def/Assert.h"
 
 namespace nq::engine {
 
 namespace {
-
-constexpr size_t kCacheLineBytes = 64;
 
 using SizeClassTable = std::array<uint8_t, kMaxSmallBlockBytes + 1>;
 
@@ -66,11 +65,9 @@ MemoryBlock MemoryAllocator::Allocate(uint32_t size) {
   uint32_t storedSize;
   if (size > kMaxSmallBlockBytes) {
     // At the start of a cache line: script lays out matrices in large blocks, and each is one line
-    // then, not parts of two. The result is used unchecked: without memory the pointer stays null,
-    // and the write below faults.
-    pointer = nullptr;
-    const int unchecked = posix_memalign(&pointer, kCacheLineBytes, size);
-    static_cast<void>(unchecked);
+    // then, not parts of two. The result is used unchecked: without memory the pointer is null, and
+    // the write below faults.
+    pointer = CacheLineAlloc(size);
     storedSize = size;
   } else {
     const uint32_t index = kSizeClassTable[size];
@@ -144,7 +141,7 @@ void MemoryAllocator::Release(const MemoryBlock& block) {
   blocksByID.Remove(block.memoryID);
 
   if (storedSize > kMaxSmallBlockBytes) {
-    std::free(block.pointer);
+    CacheLineFree(block.pointer);
     return;
   }
   const uint32_t index = kSizeClassTable[storedSize];

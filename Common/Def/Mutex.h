@@ -2,17 +2,22 @@
 #ifndef NQ_COMMON_DEF_MUTEX_H_
 #define NQ_COMMON_DEF_MUTEX_H_
 
-#include <linux/futex.h>
-#include <pthread.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <climits>
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 
 #include "Common/Def/Platform.h"
+
+#if NQ_HAS_FUTEX
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#endif
+#if NQ_HAS_ADAPTIVE_MUTEX
+#include <pthread.h>
+#endif
 
 #define NQ_CAPABILITY(x) NQ_THREAD_ATTRIBUTE(capability(x))
 #define NQ_SCOPED_CAPABILITY NQ_THREAD_ATTRIBUTE(scoped_lockable)
@@ -35,7 +40,7 @@ namespace nq::engine {
 // being woken.
 class NQ_CAPABILITY("mutex") Mutex {
  public:
-#if defined(PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP)
+#if NQ_HAS_ADAPTIVE_MUTEX
   Mutex() {
     *mutex_.native_handle() = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
   }
@@ -67,6 +72,8 @@ class NQ_SCOPED_CAPABILITY MutexLock {
  private:
   Mutex& mutex_;
 };
+
+#if NQ_HAS_FUTEX
 
 // Wakes all threads that wait, by the system's futex. The standard one holds a broadcast back until
 // all that the last one woke have run, which is as long as a processor takes to wake up; batches
@@ -104,6 +111,49 @@ class ConditionVariable {
   std::atomic<uint32_t> waiters_{0};
 };
 static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t), "the word that a futex is");
+
+#else
+
+// The same by the standard library, with a count of broadcasts under a mutex of its own, so that
+// none is missed between the release of the caller's mutex and the sleep. Lock order: the caller's
+// mutex, then this one.
+class ConditionVariable {
+ public:
+  ConditionVariable() = default;
+  ConditionVariable(const ConditionVariable&) = delete;
+  ConditionVariable& operator=(const ConditionVariable&) = delete;
+
+  // Releases `mutex`, sleeps until a broadcast, and holds it again on return.
+  template <typename AnyMutex>
+  void Wait(AnyMutex& mutex) NQ_REQUIRES(mutex) {
+    std::unique_lock<std::mutex> lock(countMutex_);
+    const uint64_t seen = broadcasts_;
+    lock.unlock();
+    mutex.Unlock();
+    lock.lock();
+    while (broadcasts_ == seen) {
+      broadcast_.wait(lock);
+    }
+    lock.unlock();
+    mutex.Lock();
+  }
+
+  // With or without the mutex, after a change that was made with it.
+  void Broadcast() {
+    {
+      const std::lock_guard<std::mutex> lock(countMutex_);
+      ++broadcasts_;
+    }
+    broadcast_.notify_all();
+  }
+
+ private:
+  std::mutex countMutex_;
+  uint64_t broadcasts_ = 0;  // guarded by countMutex_
+  std::condition_variable broadcast_;
+};
+
+#endif
 
 }  // namespace nq::engine
 

@@ -1,5 +1,6 @@
 // What the compiler and the operating system offer, decided in this one place: everything else asks
-// for NQ_HAS_... or uses a macro from here.
+// for NQ_HAS_... or uses a macro from here. `npm run check -- layering` keeps other files free of
+// attributes, builtins and tests of the platform.
 //
 // g++ and clang are known, clang also where it stands in for the compiler of Windows. Another
 // compiler needs its own words for the attributes below.
@@ -10,6 +11,27 @@
 
 #if !defined(__GNUC__) && !defined(__clang__)
 #error "Common/Def/Platform.h knows the attributes of g++ and clang only: build with one of them."
+#endif
+
+// What Linux has and others have not. The build option NQ_PORTABLE leaves it out, so that what
+// other systems would run is built and tested on Linux.
+//   NQ_HAS_FUTEX            a word of memory that threads sleep on (Mutex.h)
+//   NQ_HAS_ADAPTIVE_MUTEX   mutexes that are tried again for a moment before sleeping (Mutex.h)
+//   NQ_HAS_CPU_AFFINITY     threads can be pinned, and their mask be asked for (CpuAffinity.h)
+//   NQ_HAS_POSIX_MEMALIGN   aligned memory that free() takes (AlignedAlloc.h)
+#if defined(__linux__) && !defined(NQ_PORTABLE)
+#define NQ_HAS_FUTEX 1
+#define NQ_HAS_CPU_AFFINITY 1
+#define NQ_HAS_POSIX_MEMALIGN 1
+#else
+#define NQ_HAS_FUTEX 0
+#define NQ_HAS_CPU_AFFINITY 0
+#define NQ_HAS_POSIX_MEMALIGN 0
+#endif
+#if NQ_HAS_FUTEX && defined(__GLIBC__)
+#define NQ_HAS_ADAPTIVE_MUTEX 1
+#else
+#define NQ_HAS_ADAPTIVE_MUTEX 0
 #endif
 
 // x86-64, whose vector instructions are used by their own names; see Vectors.h.
@@ -33,10 +55,13 @@
 #if NQ_HAS_X86_VECTORS
 #define NQ_TARGET_AVX __attribute__((target("avx")))
 #define NQ_TARGET_AVX2 __attribute__((target("avx2")))
-#define NQ_CPU_HAS(feature) (__builtin_cpu_supports(feature) != 0)
 #else
 #define NQ_TARGET_AVX
 #define NQ_TARGET_AVX2
+#endif
+#if NQ_HAS_X86_VECTORS && !defined(NQ_PORTABLE)
+#define NQ_CPU_HAS(feature) (__builtin_cpu_supports(feature) != 0)
+#else
 #define NQ_CPU_HAS(feature) false
 #endif
 

@@ -1,15 +1,13 @@
 // The worker loop, and the posting and waiting side of a pool.
 #include "Common/Def/WorkerPool.h"
 
-#include <pthread.h>
-#include <sched.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 
+#include "Common/Def/CpuAffinity.h"
 #include "Common/Def/TaskQueue.h"
 
 namespace nq::engine {
@@ -29,18 +27,6 @@ constexpr const char* kPinningOff = "0";
 bool PinningAllowed() {
   const char* value = std::getenv(kPinningVariable);
   return value == nullptr || std::strcmp(value, kPinningOff) != 0;
-}
-
-// How many CPUs the calling thread may run on, and with it the threads that it starts: they inherit
-// its affinity mask. 0 if that is unknown. std::thread::hardware_concurrency would count the
-// machine's CPUs, whatever the mask.
-uint32_t AllowedCpus() {
-  cpu_set_t cpus;
-  CPU_ZERO(&cpus);
-  if (sched_getaffinity(0, sizeof(cpus), &cpus) != 0) {
-    return 0;  // more CPUs than the set has bits
-  }
-  return static_cast<uint32_t>(CPU_COUNT(&cpus));
 }
 
 }  // namespace
@@ -109,7 +95,8 @@ WorkerPool::WorkerPool(uint32_t threadCount, uint32_t allowedCpus)
       threadCount(threadCount),
       parallelism(allowedCpus == 0 ? threadCount : std::min(threadCount, allowedCpus)),
       // With one CPU there is nothing to choose.
-      pinsOneWorker(allowedCpus > 1 && allowedCpus <= threadCount && PinningAllowed()) {
+      pinsOneWorker(kHasCpuAffinity && allowedCpus > 1 && allowedCpus <= threadCount &&
+                    PinningAllowed()) {
   threads.reserve(threadCount);
   for (uint32_t i = 0; i < threadCount; ++i) {
     threads.emplace_back([shared = state] { shared->Work(); });
@@ -139,16 +126,12 @@ void WorkerPool::PostAll(Task* tasks, size_t count) {
 }
 
 void WorkerPool::PinOneWorkerHere() {
-  const int cpu = sched_getcpu();
-  if (cpu == pinnedCpu || cpu < 0 || cpu >= CPU_SETSIZE) {
+  const int cpu = CurrentCpu();
+  if (cpu == pinnedCpu || cpu < 0) {
     return;
   }
   pinnedCpu = cpu;
-  cpu_set_t cpus;
-  CPU_ZERO(&cpus);
-  CPU_SET(cpu, &cpus);
-  // Where this is refused, the worker runs anywhere, as the others do.
-  pthread_setaffinity_np(threads.front().native_handle(), sizeof(cpus), &cpus);
+  PinToCpu(&threads.front(), cpu);
 }
 
 void WorkerPool::WaitIdle() {

@@ -58,7 +58,7 @@ class WorkerPool {
   // batch, and is free to, since that thread waits. But the scheduler sees it busy when the workers
   // wake up, queues them all on the others, and would migrate one back long after a batch of some
   // ten microseconds has ended. So one worker is pinned to the CPU that the calling thread runs on.
-  // Not on a stopped pool.
+  // Not on a stopped pool. Never where the system has no affinity.
   void PinOneWorkerHere();
 
   std::vector<std::thread> threads;

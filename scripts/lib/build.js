@@ -13,6 +13,7 @@ const folders = {
   tsan: 'build/Tsan',
   coverage: 'build/Coverage',
   clang: 'build/Clang',
+  portable: 'build/Portable',
 };
 
 /** Folder of the reference host, Node 12. */
