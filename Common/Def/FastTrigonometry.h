@@ -166,7 +166,7 @@ struct SineCosine {
 inline void sinCosTwoF(float a, float b, SineCosine* ofA, SineCosine* ofB) {
   const __m128d x = _mm_setr_pd(a, b);
   const __m128i turns =
-      _mm_cvtpd_epi32(_mm_mul_pd(x, internal::BothLanes(internal::kQuarterTurnsPerRadian)));
+      NearestIntegers(_mm_mul_pd(x, internal::BothLanes(internal::kQuarterTurnsPerRadian)));
   const __m128d turned = _mm_cvtepi32_pd(turns);
   const __m128d r =
       _mm_sub_pd(_mm_sub_pd(x, _mm_mul_pd(turned, internal::BothLanes(internal::kQuarterTurn))),

@@ -10,6 +10,7 @@
 #include <random>
 #include <vector>
 
+#include "Common/Def/Platform.h"
 #include "Common/Def/Vectors.h"
 
 namespace nq::engine {
@@ -146,7 +147,7 @@ Four ByTwos(const float* angles) {
   return result;
 }
 
-__attribute__((target("avx2"))) Four AtOnce(const float* angles) {
+NQ_TARGET_AVX2 Four AtOnce(const float* angles) {
   __m128 sines;
   __m128 cosines;
   Four result;

@@ -11,6 +11,7 @@
 #include <random>
 #include <vector>
 
+#include "Common/Def/Platform.h"
 #include "Common/Def/Vectors.h"
 #include "Engine/Entity/Entity3D.h"
 #include "tests/native/Engine/Entity/ReferenceScene.h"
@@ -39,8 +40,8 @@ struct Matrix {
   alignas(16) float m[16];
 };
 
-inline __attribute__((always_inline)) void Finish(const RotationColumns& rotation,
-                                                  const Entity3DRecord& record, float* out) {
+NQ_FORCE_INLINE void Finish(const RotationColumns& rotation, const Entity3DRecord& record,
+                            float* out) {
   const LocalColumns columns(rotation, PositionScale(record));
   _mm_storeu_ps(out, columns.c0);
   _mm_storeu_ps(out + 4, columns.c1);
@@ -54,7 +55,7 @@ bool Plain(const Entity3DRecord& record, float* out) {
   return true;
 }
 
-__attribute__((target("avx2"))) bool ByFour(const Entity3DRecord& record, float* out) {
+NQ_TARGET_AVX2 bool ByFour(const Entity3DRecord& record, float* out) {
   RotationColumns rotation;
   if (!EulerColumnsByFour(record.rotation, &rotation)) {
     return false;
