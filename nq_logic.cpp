@@ -58,7 +58,7 @@ void InstallFunction(v8::Local<v8::Object> exports, const char* name,
 // Called by the host when script requires the module: on Node 12 through the record the first time,
 // and by its name, node_register_module_v72, when the library is loaded already, in another thread
 // or after the require cache was dropped; on newer hosts always by its name.
-VX_MODULE_ENTRY(exports) {
+VX_MODULE_ENTRY {
   InstallFunction(exports, "getEngine", GetEngine);
   InstallFunction(exports, "getVersion", GetVersion);
 }

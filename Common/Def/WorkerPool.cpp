@@ -25,7 +25,8 @@ constexpr const char* kPinningVariable = "NQ_WORKER_PINNING";
 constexpr const char* kPinningOff = "0";
 
 bool PinningAllowed() {
-  const char* value = std::getenv(kPinningVariable);
+  // Another thread may set variables meanwhile: the C library frees no earlier value.
+  const char* value = std::getenv(kPinningVariable);  // NOLINT(concurrency-mt-unsafe)
   return value == nullptr || std::strcmp(value, kPinningOff) != 0;
 }
 

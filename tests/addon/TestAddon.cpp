@@ -52,7 +52,7 @@ float FloatArg(const vx::CallbackInfo& info, int i) {
 
 }  // namespace nq::test
 
-VX_MODULE_ENTRY(exports) {
+VX_MODULE_ENTRY {
   v8::HandleScope scope(v8::Isolate::GetCurrent());
   nq::test::InstallArgumentOps(exports);
   nq::test::InstallBatchOps(exports);

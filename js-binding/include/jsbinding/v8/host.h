@@ -16,10 +16,11 @@
 #include <memory>
 #include <utility>
 
-// The head of the module's entry, which the host looks up by its name, node_register_module_vABI:
-//   VX_MODULE_ENTRY(exports) { ... }
-// On hosts newer than Node 12 that name alone makes the module context-aware.
-#define VX_MODULE_ENTRY(exports)                                                  \
+// The head of the module's entry, with the argument `exports`:
+//   VX_MODULE_ENTRY { ... }
+// The host looks it up by its name, node_register_module_vABI. On hosts newer than Node 12 that
+// name alone makes the module context-aware.
+#define VX_MODULE_ENTRY                                                           \
   extern "C" __attribute__((visibility("default"))) void NODE_MODULE_INITIALIZER( \
       v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, vx::host::EntryArgument)
 
