@@ -1,6 +1,13 @@
 # Native and script suites, all under ctest.
 
-find_package(GTest REQUIRED)
+if(CMAKE_CROSSCOMPILING)
+  # Debian's libraries are for this machine's CPU only; its package googletest has the sources.
+  set(NQ_GTEST_SOURCES /usr/src/googletest CACHE PATH "Folder of GoogleTest's sources")
+  set(INSTALL_GTEST OFF)
+  add_subdirectory("${NQ_GTEST_SOURCES}" "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL)
+else()
+  find_package(GTest REQUIRED)
+endif()
 include(CheckCXXSourceCompiles)
 include(GoogleTest)
 

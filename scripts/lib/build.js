@@ -14,6 +14,7 @@ const folders = {
   coverage: 'build/Coverage',
   clang: 'build/Clang',
   portable: 'build/Portable',
+  arm64: 'build/Arm64',
 };
 
 /** Folder of the reference host, Node 12. */

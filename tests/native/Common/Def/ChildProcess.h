@@ -35,6 +35,14 @@ inline std::string ReadToEnd(int descriptor) {
   return text;
 }
 
+// Removes the line that an emulator adds to standard error when a signal ends the program in it.
+inline void RemoveEmulatorLine(std::string* text) {
+  const size_t start = text->find("qemu: uncaught target signal");
+  if (start != std::string::npos) {
+    text->erase(start, text->find('\n', start) + 1 - start);
+  }
+}
+
 // Runs `body` in a child whose standard output is a fully buffered pipe and whose standard error is
 // another. Its output must fit into a pipe's buffer. No other thread may be alive in the caller.
 inline ChildResult RunInChild(const std::function<void()>& body) {
@@ -64,6 +72,7 @@ inline ChildResult RunInChild(const std::function<void()>& body) {
   ChildResult result;
   result.out = ReadToEnd(outPipe[0]);
   result.err = ReadToEnd(errPipe[0]);
+  RemoveEmulatorLine(&result.err);
   waitpid(child, &result.status, 0);
   return result;
 }
