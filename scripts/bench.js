@@ -25,7 +25,11 @@ for (const argument of given.filter((one) => one !== '--smoke')) {
 }
 
 setup('build', 'bench');
-build('release', Object.assign({ NQ_BUILD_BENCH: 'ON' }, everything));
+build('release', Object.assign({ NQ_BUILD_BENCH: 'ON' }, everything), [
+  'nq_bench',
+  'nq_logic',
+  'nq_logic_matrixflow',
+]);
 
 const native = path.join(root, folders.release, 'nq_bench');
 const script = path.join(root, 'bench', 'script', 'run.js');
