@@ -186,16 +186,12 @@ class Blends {
   _reportAnimator(call, entry, { handle, channel, mover, other }) {
     const place = `animator ${entry.id}, ${channelName(channel)}`;
     const found = `${place} of entity ${handle}: of the blended clips ${mover} and ${other} only ${mover} moves it`;
-    const effect = `the weight of ${other} draws it to 0`;
-    const cure = 'give both clips keys for it, also where it rests';
-    this._report.add(
-      'one-sided-channel',
-      entry,
-      '',
+    this._addOneSided(
       call,
+      entry,
       handle,
       place,
-      `${found}, and ${effect}: ${cure}`
+      `${found}, and the weight of ${other} draws it to 0`
     );
   }
 
@@ -355,16 +351,12 @@ class Blends {
     const place = `controller ${entry.id}, layer ${layer}, ${name}`;
     const found = `${place} of entity ${handle}: of the blended clips ${mover} and ${other} only ${mover} moves it`;
     const effect = `the weight of ${other} draws it to ${neutral}, not to its rest pose`;
+    this._addOneSided(call, entry, handle, place, `${found}, and ${effect}`);
+  }
+
+  _addOneSided(call, entry, handle, place, found) {
     const cure = 'give both clips keys for it, also where it rests';
-    this._report.add(
-      'one-sided-channel',
-      entry,
-      '',
-      call,
-      handle,
-      place,
-      `${found}, and ${effect}: ${cure}`
-    );
+    this._report.add('one-sided-channel', entry, '', call, handle, place, `${found}: ${cure}`);
   }
 }
 
