@@ -178,7 +178,8 @@ const checks = {
   reproducible: {
     needs: ['build'],
     run() {
-      const differences = findBuildDifferences(nodeDir);
+      build('release', {}, ['nq_logic']);
+      const differences = findBuildDifferences(modulePath, nodeDir);
       differences.forEach((line) => console.error(line));
       return differences.length === 0;
     },
@@ -280,12 +281,16 @@ setup(...new Set([].concat(...wanted.map((name) => checks[name].needs))));
 
 async function main() {
   const failed = [];
+  const times = [];
   for (const name of wanted) {
     console.log(`== check ${name}`);
+    const start = Date.now();
     if (!(await checks[name].run())) {
       failed.push(name);
     }
+    times.push(`${name} ${Math.round((Date.now() - start) / 1000)} s`);
   }
+  console.log(`== times: ${times.join(', ')}`);
   if (failed.length > 0) {
     fail(`checks failed: ${failed.join(', ')} (again: npm run check -- ${failed.join(' ')}).`);
   }

@@ -132,36 +132,40 @@ function copyTree(folder) {
   }
 }
 
-/** Both builds compile all by themselves: what a cache has would be the same anyway. */
+/** The second build compiles all by itself: a cache would give what the first has compiled. */
 const noCache = { CCACHE_DISABLE: '1', CMAKE_CXX_COMPILER_LAUNCHER: '' };
 
+/** Bytes of a module, with its symbols and stripped. */
+function formsOf(module, folder) {
+  const stripped = path.join(folder, 'stripped.node');
+  if (output('strip', ['--strip-unneeded', '-o', stripped, module]) === null) {
+    throw new Error(`strip failed on ${module}: install binutils.`);
+  }
+  return { 'nq_logic.node': fs.readFileSync(module), stripped: fs.readFileSync(stripped) };
+}
+
 /**
- * Builds the module of this tree in two folders of different names, and compares the files that come out of it,
- * with their symbols and stripped.
+ * Builds the module of this tree in a second folder, of another name and length, and compares the two, with their
+ * symbols and stripped.
+ * @param {string} module the release build of this folder, up to date
  * @param {string} nodeDir folder of the host
  * @returns {string[]} what differs, a line each
  */
-function findBuildDifferences(nodeDir) {
+function findBuildDifferences(module, nodeDir) {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'nq-reproducible-'));
   try {
-    const [first, second] = ['one', path.join('a-longer', 'path to', 'another')].map((name) => {
-      const tree = path.join(folder, name);
-      copyTree(tree);
-      const build = path.join(tree, 'build', 'Release');
-      const steps = [
-        ['-S', tree, '--preset', 'release', `-DNQ_NODE_DIR=${nodeDir}`],
-        ['--build', build, '--target', 'nq_logic', '--parallel', jobs],
-      ];
-      if (!steps.every((args) => status('cmake', args, noCache) === 0)) {
-        throw new Error(`the build in ${tree} failed.`);
-      }
-      const module = path.join(build, 'nq_logic.node');
-      const stripped = path.join(build, 'stripped.node');
-      if (output('strip', ['--strip-unneeded', '-o', stripped, module]) === null) {
-        throw new Error(`strip failed on ${module}: install binutils.`);
-      }
-      return { 'nq_logic.node': fs.readFileSync(module), stripped: fs.readFileSync(stripped) };
-    });
+    const tree = path.join(folder, 'a-longer', 'path to', 'another');
+    copyTree(tree);
+    const build = path.join(tree, 'build', 'Release');
+    const steps = [
+      ['-S', tree, '--preset', 'release', `-DNQ_NODE_DIR=${nodeDir}`],
+      ['--build', build, '--target', 'nq_logic', '--parallel', jobs],
+    ];
+    if (!steps.every((args) => status('cmake', args, noCache) === 0)) {
+      throw new Error(`the build in ${tree} failed.`);
+    }
+    const first = formsOf(module, folder);
+    const second = formsOf(path.join(build, 'nq_logic.node'), build);
     return Object.keys(first)
       .filter((name) => !first[name].equals(second[name]))
       .map((name) => {
