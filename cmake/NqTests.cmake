@@ -11,6 +11,21 @@ endif()
 include(CheckCXXSourceCompiles)
 include(GoogleTest)
 
+# nq_runner(result program script): the command that runs PROGRAM. When cross-compiling that is a shell
+# script, written to SCRIPT, that starts it by the emulator, and says its own name by argv[0] and by the
+# environment variable NQ_HOST, for programs that start themselves anew.
+function(nq_runner result program script)
+  if(CMAKE_CROSSCOMPILING)
+    list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
+    file(WRITE "${script}" "#!/bin/sh\nNQ_HOST=\"$0\" exec ${emulator} -0 \"$0\" '${program}' \"$@\"\n")
+    file(CHMOD "${script}" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+         GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+    set(${result} "${script}" PARENT_SCOPE)
+  else()
+    set(${result} "${program}" PARENT_SCOPE)
+  endif()
+endfunction()
+
 # The pool takes two locks in an order that a lock-order checker reports though it can't block
 # (WorkerPool.cpp tells why), so that detection is off in every suite.
 set(NQ_TSAN_OPTIONS "detect_deadlocks=0")
@@ -32,6 +47,7 @@ if(NQ_TEST_SOURCES)
       WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}"
       PROPERTIES TIMEOUT 300
                  ENVIRONMENT "${nativeEnvironment}")
+  nq_runner(nativeRunner "${CMAKE_BINARY_DIR}/nq_tests" "${CMAKE_BINARY_DIR}/nq_tests.sh")
 endif()
 
 # Random games of command buffers against the reference: a fuzzer where the compiler brings one, and a
@@ -75,7 +91,11 @@ if(NQ_BUILD_MODULE)
   # How a fault ends a process, and how much time and memory a test may take, depends on the
   # sanitizer.
   set(kind plain)
-  if(NQ_SANITIZE)
+  set(timeout 600)
+  if(CMAKE_CROSSCOMPILING)
+    set(kind emulated)
+    set(timeout 3600)
+  elseif(NQ_SANITIZE)
     set(kind ${NQ_SANITIZE})
     # The host is not instrumented: the runtime comes first by preloading.
     if(NQ_SANITIZE STREQUAL "address")
@@ -112,16 +132,20 @@ if(NQ_BUILD_MODULE)
       add_test(NAME ${prefix}.${name} COMMAND ${ARGN} "${file}"
                WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}")
       set_tests_properties(${prefix}.${name} PROPERTIES
-          LABELS "${prefix}" TIMEOUT 600 ENVIRONMENT "${environment}")
+          LABELS "${prefix}" TIMEOUT ${timeout} ENVIRONMENT "${environment}")
     endforeach()
   endfunction()
 
-  nq_add_script_tests(script "${CMAKE_BINARY_DIR}" "${NQ_NODE_DIR}/bin/node" --expose-gc
-                      "${CMAKE_SOURCE_DIR}/node_modules/mocha/bin/mocha" --timeout 120000)
+  if(NQ_NODE_DIR)
+    nq_add_script_tests(script "${CMAKE_BINARY_DIR}" "${NQ_NODE_DIR}/bin/node" --expose-gc
+                        "${CMAKE_SOURCE_DIR}/node_modules/mocha/bin/mocha" --timeout 120000)
+  endif()
   # mocha's command line does not start on the newest hosts, its interface does.
   foreach(folder IN LISTS NQ_HOST_DIRS)
     nq_read_host("${folder}")
-    nq_add_script_tests(abi${NQ_HOST_ABI} "${CMAKE_BINARY_DIR}/abi${NQ_HOST_ABI}"
-                        "${folder}/bin/node" --expose-gc "${CMAKE_SOURCE_DIR}/tests/run-suites.js")
+    set(output "${CMAKE_BINARY_DIR}/abi${NQ_HOST_ABI}")
+    nq_runner(program "${folder}/bin/node" "${output}/node.sh")
+    nq_add_script_tests(abi${NQ_HOST_ABI} "${output}"
+                        "${program}" --expose-gc "${CMAKE_SOURCE_DIR}/tests/run-suites.js")
   endforeach()
 endif()

@@ -11,13 +11,14 @@ const path = require('path');
  */
 const moduleAbis = Object.freeze({
   'linux-x64': Object.freeze(['72', '108', '115', '127', '137', '147']),
+  'linux-arm64': Object.freeze(['127', '137', '147']),
 });
 
 /** Version of Node.js that each ABI belongs to. */
 const kNodeOfAbi = { 72: 12, 108: 18, 115: 20, 127: 22, 137: 24, 147: 26 };
 
 /** Platforms in words. */
-const kPlatformNames = { 'linux-x64': 'Linux on x86-64' };
+const kPlatformNames = { 'linux-x64': 'Linux on x86-64', 'linux-arm64': 'Linux on arm64' };
 
 const kAbi = process.versions.modules;
 const kPlatform = `${process.platform}-${process.arch}`;
@@ -27,12 +28,18 @@ const kPrebuilds = path.join(kRoot, 'prebuilds', kPlatform);
 /** The build for this runtime: those for other hosts than Node 12 are in a folder of their ABI. */
 const kBuild = path.join(kRoot, 'build', 'Release', kAbi === '72' ? '' : `abi${kAbi}`);
 
+/** Modules for arm64 are built on x86-64, with the package. */
+const kIsBuiltElsewhere = process.arch === 'arm64';
+const kMaking = kIsBuiltElsewhere
+  ? "'npm pack' in the sources of nq_logic on Linux on x86-64, and install it from that package"
+  : "'npm run build' in the sources of nq_logic";
+
 /** The two builds: the variable that names one, and where it is looked for otherwise. */
 const builds = {
   plain: {
     variable: 'NQ_MODULE',
     files: [path.join(kBuild, 'nq_logic.node'), path.join(kPrebuilds, `node.abi${kAbi}.node`)],
-    making: "'npm run build' in the sources of nq_logic",
+    making: kMaking,
   },
   matrixFlow: {
     variable: 'NQ_MATRIXFLOW_MODULE',
@@ -87,9 +94,10 @@ function nodesOf(platform) {
 
 /** All that there are binaries for. */
 function allHosts() {
-  return Object.keys(moduleAbis)
-    .map((platform) => `${nodesOf(platform)} on ${kPlatformNames[platform]} with glibc`)
-    .join(', ');
+  const hosts = Object.keys(moduleAbis).map(
+    (platform) => `${nodesOf(platform)} on ${kPlatformNames[platform]}`
+  );
+  return `${hosts.join(', and for ')}, with glibc`;
 }
 
 /** True where there is a binary for this platform and ABI. */
@@ -114,9 +122,13 @@ function cureFor(build, attempts, original) {
     return isNamed ? `${other}.` : `build it by ${build.making}.`;
   }
   // The system's linker says which version of which library it misses.
-  return /version [`'](GLIBC|CXXABI)/.test(original.message)
-    ? `this system's libraries are too old for it: build it here by ${build.making}.`
-    : `the file is damaged, or no build for this Node: build it anew by ${build.making}.`;
+  if (/version [`'](GLIBC|CXXABI)/.test(original.message)) {
+    const cure = kIsBuiltElsewhere
+      ? 'run your script on a newer one'
+      : `build it here by ${build.making}`;
+    return `this system's libraries are too old for it: ${cure}.`;
+  }
+  return `the file is damaged, or no build for this Node: build it anew by ${build.making}.`;
 }
 
 /** An error that says what was tried, what runs here and what is wanted, and what to do. */

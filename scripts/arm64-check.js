@@ -1,54 +1,82 @@
 'use strict';
-// npm run arm64-check: builds the core for arm64 Linux, and runs the native suites under qemu's user mode.
-const fs = require('fs');
+// npm run arm64-check: cross-compiles for arm64 Linux, and runs under qemu's user mode the native suites, and the script
+// suites on each host that there is a package for, or on those that are named (`npm run arm64-check -- 24`).
+// Arguments that begin with a dash, and what follows the first of them, go to ctest, which runs the script suites.
 const path = require('path');
-const { build, folders } = require('./lib/build');
+const { build, everything, folders, targetOf, test, toolSuites } = require('./lib/build');
+const { arm64, platforms } = require('./lib/hosts');
 const { root, eachAtOnce, fail, jobs, quietStatus } = require('./lib/run');
 const { setup } = require('./setup');
 
 /** Native tests that can't run under qemu's user mode: it has no system call filters. */
 const notUnderQemu = ['WorkerPoolPinningDeathTest.*'];
 
-/**
- * Writes a script that runs the native suites under qemu. Death tests that start the program anew do so by the name
- * that it was called by, which is that of the script.
- * @returns {string} its path
- */
-function writeRunner() {
-  const program = path.join(root, folders.arm64, 'nq_tests');
-  const runner = `${program}.sh`;
-  const command = `exec qemu-aarch64 -L /usr/aarch64-linux-gnu -0 "$0" '${program}' "$@"`;
-  fs.writeFileSync(runner, `#!/bin/sh\n${command}\n`, { mode: 0o755 });
-  return runner;
-}
+/** Script suites that can't run there: the emulator takes its part of the memory that a process may have. */
+const notEmulated = '[.][0-9]+-exhaustion$';
 
 /**
  * Runs the native suites, a part of them on each CPU.
  * @returns {Promise<boolean>} whether all passed
  */
-function runNativeSuites() {
-  const runner = writeRunner();
+function checkNative() {
+  build('arm64', { NQ_BUILD_TESTS: 'ON' }, ['nq_tests']);
+  console.log('== test arm64');
   const args = ['--gtest_brief=1', `--gtest_filter=-${notUnderQemu.join(':')}`];
   const parts = Array.from({ length: Number(jobs) }, (_, i) => i);
   return eachAtOnce(parts, (part) =>
     quietStatus('env', [
       `GTEST_TOTAL_SHARDS=${parts.length}`,
       `GTEST_SHARD_INDEX=${part}`,
-      runner,
+      path.join(root, folders.arm64, 'nq_tests.sh'),
       ...args,
     ])
   );
 }
 
-async function main() {
-  setup('build', 'arm64');
-  build('arm64', {}, ['nq_tests']);
-  console.log('== test arm64');
-  const start = Date.now();
-  if (!(await runNativeSuites())) {
-    fail('native suites failed on arm64 (again, alone: build/Arm64/nq_tests.sh --gtest_filter=…).');
-  }
-  console.log(`== arm64: native suites passed in ${Math.round((Date.now() - start) / 1000)} s`);
+/**
+ * Runs script suites on a host.
+ * @param {string} name of the host
+ * @param {string[]} [args] further arguments of ctest
+ * @returns {boolean} whether all passed
+ */
+function checkScripts(name, args = []) {
+  const options = Object.assign({ NQ_BUILD_TESTS: 'ON' }, everything);
+  const addons = ['nq_logic', 'nq_logic_matrixflow', 'nq_test_addon'];
+  build(
+    'arm64',
+    options,
+    addons.map((addon) => targetOf(addon, name)),
+    [name]
+  );
+  return test('arm64', ['-E', `${toolSuites}|${notEmulated}`, ...args], name);
 }
 
-main().catch((error) => fail(error.stack));
+async function main() {
+  const given = process.argv.slice(2);
+  const at = given.findIndex((one) => one.startsWith('-'));
+  const named = at === -1 ? given : given.slice(0, at);
+  const names = platforms[arm64];
+  const unknown = named.find((name) => !names.includes(name));
+  if (unknown !== undefined) {
+    fail(`there is no host '${unknown}' for arm64; there are: ${names.join(', ')}.`, 2);
+  }
+  setup('build', 'test', 'cross', 'emulator');
+  const failed = [];
+  if (named.length === 0 && !(await checkNative())) {
+    failed.push('native suites (alone: build/Arm64/nq_tests.sh --gtest_filter=…)');
+  }
+  for (const name of named.length > 0 ? named : names) {
+    if (!checkScripts(name, at === -1 ? [] : given.slice(at))) {
+      failed.push(`script suites on Node ${name}`);
+    }
+  }
+  if (failed.length > 0) {
+    fail(`failed on arm64: ${failed.join(', ')}.`);
+  }
+}
+
+module.exports = { checkScripts };
+
+if (require.main === module) {
+  main().catch((error) => fail(error.stack));
+}

@@ -4,19 +4,21 @@ const fs = require('fs');
 const os = require('os');
 const path = require('path');
 const { writeApi } = require('./api');
+const { checkScripts } = require('./arm64-check');
 const { checkHosts } = require('./hosts-check');
 const { setup } = require('./setup');
 const {
   build,
-  builtFile,
+  buildPackedModules,
   everything,
   folders,
   host,
   matrixFlowModulePath,
   modulePath,
   nodeDir,
-  targetOf,
+  packedModules,
   test,
+  toolSuites,
 } = require('./lib/build');
 const {
   findBuildDifferences,
@@ -24,7 +26,6 @@ const {
   findWrongVersions,
   neededVersions,
 } = require('./lib/binaries');
-const { names: hostNames } = require('./lib/hosts');
 const { staleLayouts } = require('./layouts');
 const { findLayeringViolations } = require('./lib/layers');
 const { findPlatformViolations } = require('./lib/platform');
@@ -47,6 +48,9 @@ const threadedSuites =
 // The same among the script suites.
 const threadedScripts = 'module|process|frame|batch|animation|controllers|lifetime';
 
+// Script suites that run on arm64 here.
+const arm64Scripts = '[.][0-9]+-(module|frame|culling|animation|controllers|matrixflow)$';
+
 // What the portable build does without, among undefined symbols.
 const linuxOnly = /\b(syscall|posix_memalign|sched_(?!yield)\w+|pthread_(set|get)affinity\w*)/g;
 
@@ -67,12 +71,6 @@ function exportsEntriesOnly(module) {
     console.error(`${module} exports ${names.join(' ')}; expected: ${exportedSymbols.join(' ')}`);
   }
   return good;
-}
-
-/** Builds the modules that are packed. */
-function buildForAllHosts() {
-  const targets = hostNames.map((name) => targetOf('nq_logic', name));
-  build('release', {}, targets, hostNames);
 }
 
 // Each answers whether it found nothing, some later. `needs` names what setup brings for it.
@@ -152,10 +150,10 @@ const checks = {
 
   // The libraries that the module needs are those that documents name.
   versions: {
-    needs: ['build'],
+    needs: ['build', 'cross'],
     run() {
-      buildForAllHosts();
-      const needed = neededVersions(hostNames.map((name) => builtFile('nq_logic.node', name)));
+      buildPackedModules();
+      const needed = neededVersions(packedModules().map(({ file }) => file));
       if (needed === null) {
         console.error('objdump is missing: install binutils.');
         return false;
@@ -185,12 +183,12 @@ const checks = {
     },
   },
 
-  // A second compiler, its analysis of locks, and the same results from its code.
+  // A second compiler, its analysis of locks, and the same results from its code. Suites of tools run none of it.
   clang: {
     needs: ['build', 'test', 'check'],
     run() {
       build('clang', Object.assign({ NQ_BUILD_TESTS: 'ON' }, everything));
-      return test('clang');
+      return test('clang', ['-E', toolSuites]);
     },
   },
 
@@ -222,11 +220,11 @@ const checks = {
     },
   },
 
-  // What npm packs: exactly the files that belong there, and it runs where it is installed.
+  // What npm packs: exactly the files that belong there, and it runs where it is installed, on arm64 under an emulator.
   package: {
-    needs: ['build'],
+    needs: ['build', 'cross', 'emulator'],
     run() {
-      buildForAllHosts();
+      buildPackedModules();
       const mocha = nodeModule('mocha/bin/mocha');
       return status(host, [mocha, '--timeout=300000', 'tests/package/*.test.js']) === 0;
     },
@@ -236,6 +234,12 @@ const checks = {
   hosts: {
     needs: ['build', 'test'],
     run: () => checkHosts(['24', '26']).length === 0,
+  },
+
+  // The frame and animation on arm64, under an emulator: the whole is `npm run arm64-check`.
+  arm64: {
+    needs: ['build', 'cross', 'emulator'],
+    run: () => checkScripts('24', ['-R', arm64Scripts]),
   },
 
   // The viewer in a browser without a display, which newer Node steers.

@@ -1,9 +1,9 @@
 'use strict';
-// Runs before `npm pack` (as its prepack script): fetches the hosts, builds the release module for each and puts
-// it, stripped, where an installed package looks for it. With --no-build the modules of the last build are taken.
+// Runs before `npm pack` (as its prepack script): fetches the hosts, builds the release module for each, on x86-64 and
+// on arm64, and puts it, stripped, where an installed package looks for it. With --no-build the modules of the last
+// build are taken.
 const { setup } = require('./setup');
-const { build, builtFile, targetOf } = require('./lib/build');
-const { names } = require('./lib/hosts');
+const { buildPackedModules, packedModules } = require('./lib/build');
 const { placePrebuilds } = require('./lib/package');
 const { fail } = require('./lib/run');
 
@@ -13,17 +13,12 @@ if (unknown !== undefined) {
   fail(`unknown option ${unknown}; there is: --no-build.`, 2);
 }
 if (options.length === 0 && process.env.NQ_PACK_BUILD !== '0') {
-  setup('build');
-  const targets = names.map((name) => targetOf('nq_logic', name));
-  build('release', {}, targets, names);
+  setup('build', 'cross');
+  buildPackedModules();
 }
 try {
-  const modules = {};
-  for (const name of names) {
-    modules[name] = builtFile('nq_logic.node', name);
-  }
   // Standard output belongs to npm: `npm pack --json` is read by programs.
-  console.error(`nq_logic: packed modules: ${placePrebuilds(modules).join(' ')}`);
+  console.error(`nq_logic: packed modules: ${placePrebuilds(packedModules()).join(' ')}`);
 } catch (error) {
   fail(error.message);
 }

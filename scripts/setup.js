@@ -33,9 +33,12 @@ const packages = {
     ['clang-format', program('clang-format')],
     ['libclang-rt-dev', hasFuzzer],
   ],
-  arm64: [
+  // Cross-compiling for arm64, and running what it gives.
+  cross: [
     ['g++-aarch64-linux-gnu', program('aarch64-linux-gnu-g++')],
     ['libsimde-dev', header('simde/x86/avx2.h')],
+  ],
+  emulator: [
     ['qemu-user', program('qemu-aarch64')],
     ['googletest', () => fs.existsSync('/usr/src/googletest/CMakeLists.txt')],
   ],
@@ -97,7 +100,7 @@ function installModules() {
 
 /**
  * Makes everything ready for the given kinds of work.
- * @param {...string} kinds any of build, test, bench, check, arm64, browser
+ * @param {...string} kinds any of build, test, bench, check, cross, emulator, browser
  */
 function setup(...kinds) {
   if (process.platform !== 'linux' || process.arch !== 'x64') {

@@ -2,7 +2,17 @@
 // Configuring, building and testing a preset; the hosts and the modules that they load.
 const fs = require('fs');
 const path = require('path');
-const { abis, chooseHost, fetchHost, hostBinary, hostFolder, reference } = require('./hosts');
+const {
+  abis,
+  arm64,
+  chooseHost,
+  fetchHost,
+  hostBinary,
+  hostFolder,
+  platform,
+  platforms,
+  reference,
+} = require('./hosts');
 const { root, jobs, fail, run, status } = require('./run');
 
 /** Build folder of each preset of CMakePresets.json. */
@@ -16,6 +26,9 @@ const folders = {
   portable: 'build/Portable',
   arm64: 'build/Arm64',
 };
+
+/** Platform that a preset builds for. */
+const platformOf = (preset) => (preset === 'arm64' ? arm64 : platform);
 
 /** Folder of the reference host, Node 12. */
 const nodeDir = hostFolder(reference);
@@ -58,28 +71,34 @@ function configuredHosts(preset) {
   const [, value = ''] = /^NQ_HOST_DIRS:STRING=(.*)$/m.exec(text) || [];
   const dirs = value.split(';');
   return Object.keys(abis).filter(
-    (name) => dirs.includes(hostFolder(name)) && fs.existsSync(hostFolder(name))
+    (name) =>
+      dirs.includes(hostFolder(name, platformOf(preset))) &&
+      fs.existsSync(hostFolder(name, platformOf(preset)))
   );
 }
 
 /**
- * Configures a preset and builds it, for the reference host, for those that are named, and for those that the
- * build folder has been configured for before, so that no file of an earlier build is left behind.
+ * Configures a preset and builds it, for the reference host where the platform has it, for those that are named, and
+ * for those that the build folder has been configured for before, so that no file of an earlier build is left behind.
  * @param {string} preset
  * @param {Object<string, string>} [options] cache variables
  * @param {string[]} [targets] all if left out
  * @param {string[]} [hosts]
  */
 function build(preset, options = {}, targets = [], hosts = []) {
+  const on = platformOf(preset);
   try {
-    hosts.forEach((name) => fetchHost(name));
+    hosts.forEach((name) => fetchHost(name, on));
   } catch (error) {
     fail(error.message);
   }
   const wanted = new Set([...configuredHosts(preset), ...hosts]);
   wanted.delete(reference);
-  const dirs = Array.from(wanted, (name) => hostFolder(name)).sort();
-  const definitions = [`-DNQ_NODE_DIR=${nodeDir}`, `-DNQ_HOST_DIRS=${dirs.join(';')}`];
+  const dirs = Array.from(wanted, (name) => hostFolder(name, on)).sort();
+  const definitions = [`-DNQ_HOST_DIRS=${dirs.join(';')}`];
+  if (on === platform) {
+    definitions.push(`-DNQ_NODE_DIR=${nodeDir}`);
+  }
   for (const name of Object.keys(options)) {
     definitions.push(`-D${name}=${options[name]}`);
   }
@@ -89,6 +108,33 @@ function build(preset, options = {}, targets = [], hosts = []) {
     args.push('--target', ...targets);
   }
   run(`build ${preset}`, 'cmake', args);
+}
+
+/** Presets whose modules are packed, by platform. */
+const packedPresets = { [platform]: 'release', [arm64]: 'arm64' };
+
+/**
+ * Modules of the package, as builds give them.
+ * @returns {import('./package').PackedModule[]}
+ */
+function packedModules() {
+  return [].concat(
+    ...Object.keys(platforms).map((on) =>
+      platforms[on].map((name) => ({
+        file: builtFile('nq_logic.node', name, packedPresets[on]),
+        name,
+        on,
+      }))
+    )
+  );
+}
+
+/** Builds them. */
+function buildPackedModules() {
+  for (const on of Object.keys(platforms)) {
+    const targets = platforms[on].map((name) => targetOf('nq_logic', name));
+    build(packedPresets[on], {}, targets, platforms[on]);
+  }
 }
 
 /**
@@ -101,6 +147,9 @@ function buildModule(named) {
   build('release', {}, [targetOf('nq_logic', name)], [name]);
   return { program, modulePath: builtFile('nq_logic.node', name) };
 }
+
+/** Script suites that run tools or read sources, on x86-64: what they find is the same for all builds. */
+const toolSuites = '[.][0-9]+-(bench|binaries|docs|scripts|types|viewer)$';
 
 /**
  * Runs the suites of a built preset: native ones and those on the reference host, or those on another host.
@@ -128,7 +177,10 @@ module.exports = {
   everything,
   build,
   buildModule,
+  buildPackedModules,
   builtFile,
+  packedModules,
   targetOf,
   test,
+  toolSuites,
 };

@@ -7,9 +7,12 @@ const fs = require('fs');
 const path = require('path');
 const { environment, fail, newerNode, npmCommand, output, removeFolder, root } = require('./run');
 
-/** Name of the reference host, and of the platform that builds run on. */
+/** Name of the reference host. */
 const reference = '12';
+
+/** The platform that builds run on, and the one that they cross-compile for. */
 const platform = 'linux-x64';
+const arm64 = 'linux-arm64';
 
 /** Module ABI of each host: `process.versions.modules` there. In order of age. */
 const abis = { 12: '72', 18: '108', 20: '115', 22: '127', 24: '137', 26: '147' };
@@ -20,8 +23,8 @@ const names = Object.keys(abis);
 /** Hosts that are fetched on demand. */
 const fetched = names.filter((name) => name !== reference);
 
-/** Platforms beside the one that builds run on, and the hosts that there are for them. */
-const foreign = { 'linux-arm64': ['22', '24', '26'] };
+/** Hosts that the package has modules for, by platform: Node 12 does not run on arm64 as it is published. */
+const platforms = { [platform]: names, [arm64]: ['22', '24', '26'] };
 
 /**
  * Folder of a host: its headers in include/node, its binary at bin/node.
@@ -154,15 +157,16 @@ function takeHostOption(given) {
 
 module.exports = {
   abis,
+  arm64,
   chooseHost,
   fetched,
   fetchHost,
-  foreign,
   hostBinary,
   hostFolder,
   hostOfAbi,
   names,
   platform,
+  platforms,
   reference,
   takeHostOption,
 };

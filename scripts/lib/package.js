@@ -2,13 +2,27 @@
 // The npm package: where its binaries are, and which files it holds.
 const fs = require('fs');
 const path = require('path');
-const { abis, names, platform } = require('./hosts');
+const { abis, platform, platforms } = require('./hosts');
 const { output, removeFolder, root } = require('./run');
 
-/** Path of a host's binary in the package; lib/load.js looks for it there. */
-function prebuildOf(name) {
-  return `prebuilds/${platform}/node.abi${abis[name]}.node`;
+/**
+ * Path of a host's module in the package; lib/load.js looks for it there.
+ * @param {string} name of the host
+ * @param {string} [on] platform
+ */
+function prebuildOf(name, on = platform) {
+  return `prebuilds/${on}/node.abi${abis[name]}.node`;
 }
+
+/** What a module of each platform is: the CPU in the head of its file, and the program that strips it. */
+const binaries = {
+  'linux-x64': { machine: 62, strip: 'strip', package: 'binutils' },
+  'linux-arm64': {
+    machine: 183,
+    strip: 'aarch64-linux-gnu-strip',
+    package: 'binutils-aarch64-linux-gnu',
+  },
+};
 
 // What belongs into the package, in the folders that package.json names: no notes, tests of types or leftovers, and
 // not the example that needs the build with command buffers.
@@ -26,41 +40,64 @@ const always = [
   'README.md',
   'lib/index.js',
   'package.json',
-  ...names.map(prebuildOf),
+  ...[].concat(
+    ...Object.keys(platforms).map((on) => platforms[on].map((name) => prebuildOf(name, on)))
+  ),
 ];
 
-/** Throws unless a file is a module for a host. */
-function checkModule(file, name) {
+/** The CPU that a program or library is for, as its head states it; 0 if the file is none. */
+function machineOf(file) {
+  const head = Buffer.alloc(20);
+  const descriptor = fs.openSync(file, 'r');
+  fs.readSync(descriptor, head, 0, head.length, 0);
+  fs.closeSync(descriptor);
+  return head.toString('latin1', 0, 4) === '\x7fELF' ? head.readUInt16LE(18) : 0;
+}
+
+/** Throws unless a file is a module for a host on a platform. */
+function checkModule({ file, name, on }) {
+  const cure = on === platform ? `by 'npm run build -- --host ${name}'` : "by 'npm pack'";
   if (!fs.existsSync(file)) {
-    throw new Error(`there is no module ${file}: build it by 'npm run build -- --host ${name}'.`);
+    throw new Error(`there is no module ${file}: build it ${cure}.`);
   }
   const symbols = output('nm', ['-D', '--defined-only', '--format=posix', file]);
   const entry = `node_register_module_v${abis[name]} `;
-  if (symbols === null || !symbols.split('\n').some((line) => line.startsWith(entry))) {
-    const cure = `build it anew by 'npm run build -- --host ${name}'`;
-    throw new Error(`${file} is no module of ABI ${abis[name]}: ${cure}.`);
+  if (
+    machineOf(file) !== binaries[on].machine ||
+    symbols === null ||
+    !symbols.split('\n').some((line) => line.startsWith(entry))
+  ) {
+    throw new Error(`${file} is no module of ABI ${abis[name]} for ${on}: build it anew ${cure}.`);
   }
 }
 
 /**
+ * A module to be packed.
+ * @typedef {Object} PackedModule
+ * @property {string} file
+ * @property {string} name of the host
+ * @property {string} on platform
+ */
+
+/**
  * Puts release modules, stripped, where an installed package looks for them, and nothing else beside them.
- * @param {Object<string, string>} modules files by host
+ * @param {PackedModule[]} modules
  * @param {string} [folder] of the package
  * @returns {string[]} paths from that folder
  * @throws {Error} saying what is missing, and the cure; then nothing was changed
  */
 function placePrebuilds(modules, folder = root) {
-  const hosts = Object.keys(modules);
-  hosts.forEach((name) => checkModule(modules[name], name));
+  modules.forEach(checkModule);
   // Binaries of other names, left by an earlier version, would be packed as well.
   removeFolder(path.join(folder, 'prebuilds'));
-  return hosts.map((name) => {
-    const target = path.join(folder, prebuildOf(name));
+  return modules.map(({ file, name, on }) => {
+    const target = path.join(folder, prebuildOf(name, on));
     fs.mkdirSync(path.dirname(target), { recursive: true });
-    if (output('strip', ['--strip-unneeded', '-o', target, modules[name]]) === null) {
-      throw new Error(`strip failed on ${modules[name]}: install binutils.`);
+    const { strip, package: source } = binaries[on];
+    if (output(strip, ['--strip-unneeded', '-o', target, file]) === null) {
+      throw new Error(`${strip} failed on ${file}: install ${source}.`);
     }
-    return prebuildOf(name);
+    return prebuildOf(name, on);
   });
 }
 

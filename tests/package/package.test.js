@@ -5,15 +5,15 @@ const childProcess = require('child_process');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
-const { builtFile, modulePath } = require('../../scripts/lib/build');
-const { abis, hostBinary, names } = require('../../scripts/lib/hosts');
+const { packedModules } = require('../../scripts/lib/build');
+const { abis, arm64, hostBinary } = require('../../scripts/lib/hosts');
 const {
   expectedFiles,
   packedFiles,
   placePrebuilds,
   prebuildOf,
 } = require('../../scripts/lib/package');
-const { output, removeFolder, root } = require('../../scripts/lib/run');
+const { output, removeFolder, root, which } = require('../../scripts/lib/run');
 const { runNpm } = require('./npm');
 
 let folder;
@@ -103,13 +103,13 @@ describe('package', () => {
     );
   });
 
-  for (const name of names) {
-    it(`has the release module for Node ${name} by its ABI, without symbols for debuggers`, () => {
-      const file = path.join(project, 'node_modules', 'nq_logic', prebuildOf(name));
-      assert.strictEqual(path.basename(file), `node.abi${abis[name]}.node`);
+  for (const { file: built, name, on } of packedModules()) {
+    it(`has the release module for Node ${name} on ${on}, without symbols for debuggers`, () => {
+      const file = path.join(project, 'node_modules', 'nq_logic', prebuildOf(name, on));
+      assert(file.endsWith(path.join('prebuilds', on, `node.abi${abis[name]}.node`)));
       assert(symbolsOf(file, '-D').includes(`node_register_module_v${abis[name]}`));
       assert.deepStrictEqual(symbolsOf(file), ['']);
-      assert(symbolsOf(builtFile('nq_logic.node', name)).length > 100);
+      assert(symbolsOf(built).length > 100);
     });
   }
 
@@ -138,10 +138,13 @@ describe('an installed package', () => {
     return childProcess.spawnSync(program, args, options);
   }
 
-  for (const name of names) {
-    it(`runs on Node ${name} with no compiler`, () => {
+  for (const { name, on } of packedModules()) {
+    it(`runs on Node ${name} on ${on} with no compiler`, () => {
       fs.copyFileSync(path.join(__dirname, 'smoke.js'), path.join(project, 'smoke.js'));
-      const { stdout } = succeed(runInProject(hostBinary(name), 'smoke.js'));
+      const host = hostBinary(name, on);
+      const command =
+        on === arm64 ? [which('qemu-aarch64'), '-L', '/usr/aarch64-linux-gnu', host] : [host];
+      const { stdout } = succeed(runInProject(...command, 'smoke.js'));
       assert.strictEqual(stdout, 'all well\n');
     });
   }
@@ -183,19 +186,33 @@ describe('scripts/pack.js', () => {
 });
 
 describe('placePrebuilds', () => {
+  const [reference] = packedModules();
+
   it('says that there is no build', () => {
-    const missing = path.join(folder, 'none.node');
-    assert.throws(() => placePrebuilds({ 12: modulePath, 24: missing }, folder), {
-      message: `there is no module ${missing}: build it by 'npm run build -- --host 24'.`,
-    });
+    const file = path.join(folder, 'none.node');
+    const refuse = (on, cure) =>
+      assert.throws(() => placePrebuilds([reference, { file, name: '24', on }], folder), {
+        message: `there is no module ${file}: build it by ${cure}.`,
+      });
+    refuse('linux-x64', "'npm run build -- --host 24'");
+    refuse('linux-arm64', "'npm pack'");
   });
 
   it('refuses what is no module of the ABI, and leaves what is there', () => {
     const target = path.join(folder, 'kept');
     fs.mkdirSync(path.join(target, 'prebuilds'), { recursive: true });
-    for (const file of [process.execPath, __filename, builtFile('nq_logic.node', '24')]) {
-      assert.throws(() => placePrebuilds({ 12: file }, target), /is no module of ABI 72: build/);
+    const refuse = (file, { name, on }) =>
+      assert.throws(() => placePrebuilds([{ file, name, on }], target), {
+        message: new RegExp(`is no module of ABI ${abis[name]} for ${on}: build it anew by 'npm `),
+      });
+    const of24 = packedModules().filter(({ name }) => name === '24');
+    for (const file of [process.execPath, __filename, of24[0].file]) {
+      refuse(file, reference);
     }
+    // The entry of Node 24, but of the other platform.
+    assert.strictEqual(of24.length, 2);
+    refuse(of24[0].file, of24[1]);
+    refuse(of24[1].file, of24[0]);
     assert(fs.existsSync(path.join(target, 'prebuilds')));
   });
 
@@ -204,7 +221,7 @@ describe('placePrebuilds', () => {
     const old = path.join(target, 'prebuilds', 'linux-x64', 'node.abi64.node');
     fs.mkdirSync(path.dirname(old), { recursive: true });
     fs.writeFileSync(old, 'old');
-    assert.deepStrictEqual(placePrebuilds({ 12: modulePath }, target), [prebuildOf('12')]);
+    assert.deepStrictEqual(placePrebuilds([reference], target), [prebuildOf('12')]);
     assert.deepStrictEqual(fs.readdirSync(path.dirname(old)), [path.basename(prebuildOf('12'))]);
   });
 });

@@ -16,10 +16,21 @@ const flowModule = path.resolve(process.env.NQ_MATRIXFLOW_MODULE);
 const { abi } = differences;
 /** Folder of a build for this host. */
 const buildFolder = path.join('build', 'Release', abi === '72' ? '' : `abi${abi}`);
-const prebuilt = path.join('prebuilds', 'linux-x64', `node.abi${abi}.node`);
+const platform = `${process.platform}-${process.arch}`;
+const prebuilt = path.join('prebuilds', platform, `node.abi${abi}.node`);
 const built = path.join(buildFolder, 'nq_logic.node');
 /** What messages say that there is. */
-const hosts = 'Node 12, 18, 20, 22, 24 or 26';
+const nodesOf = {
+  'linux-x64': 'Node 12, 18, 20, 22, 24 or 26',
+  'linux-arm64': 'Node 22, 24 or 26',
+};
+const hosts =
+  'Node 12, 18, 20, 22, 24 or 26 on Linux on x86-64, and for Node 22, 24 or 26 on Linux on arm64, with glibc';
+/** How messages say that the module is made. */
+const making =
+  platform === 'linux-x64'
+    ? "'npm run build' in the sources of nq_logic"
+    : "'npm pack' in the sources of nq_logic on Linux on x86-64, and install it from that package";
 let folder;
 
 before(() => {
@@ -150,10 +161,9 @@ describe('load', () => {
     assert.strictEqual(lines[2], `  '${files[1]}': there is no such file.`);
     assert.strictEqual(
       lines[3],
-      `This is Node ${process.versions.node} with ABI ${abi} on linux-x64; there are builds for ${hosts}` +
-        ' on Linux on x86-64 with glibc.'
+      `This is Node ${process.versions.node} with ABI ${abi} on ${platform}; there are builds for ${hosts}.`
     );
-    assert.strictEqual(lines[4], "Cure: build it by 'npm run build' in the sources of nq_logic.");
+    assert.strictEqual(lines[4], `Cure: build it by ${making}.`);
     assert.strictEqual(lines.length, 5);
   });
 
@@ -182,11 +192,9 @@ describe('load', () => {
     fs.writeFileSync(path.join(copy, 'old.js'), `throw new Error(${JSON.stringify(reason)});`);
     const { message } = refusal(copy, "load('old.js')");
     const lines = message.split('\n');
-    assert.strictEqual(
-      lines[3],
-      "Cure: this system's libraries are too old for it: build it here by 'npm run build' in the" +
-        ' sources of nq_logic.'
-    );
+    const cure =
+      platform === 'linux-x64' ? `build it here by ${making}` : 'run your script on a newer one';
+    assert.strictEqual(lines[3], `Cure: this system's libraries are too old for it: ${cure}.`);
     assert.strictEqual(lines[4], `Original error: ${reason}`);
     assert.strictEqual(lines.length, 5);
   });
@@ -198,8 +206,8 @@ describe('load', () => {
     assert(/file too short|invalid ELF header/.test(original), original);
     assert(
       message.endsWith(
-        '\nCure: the file is damaged, or no build for this Node: build it anew by' +
-          ` 'npm run build' in the sources of nq_logic.\nOriginal error: ${original}`
+        `\nCure: the file is damaged, or no build for this Node: build it anew by ${making}.` +
+          `\nOriginal error: ${original}`
       ),
       message
     );
@@ -213,15 +221,14 @@ describe('load', () => {
     const folderOf120 = path.join(copy, 'build', 'Release', 'abi120');
     assert.deepStrictEqual(files, [
       path.join(folderOf120, 'nq_logic.node'),
-      path.join(copy, 'prebuilds', 'linux-x64', 'node.abi120.node'),
+      path.join(copy, 'prebuilds', platform, 'node.abi120.node'),
     ]);
     const lines = message.split('\n');
     assert.strictEqual(
       lines[3],
-      `This is Node 21.7.3 with ABI 120 on linux-x64; there are builds for ${hosts} on Linux on x86-64` +
-        ' with glibc.'
+      `This is Node 21.7.3 with ABI 120 on ${platform}; there are builds for ${hosts}.`
     );
-    assert.strictEqual(lines[4], `Cure: run your script with ${hosts}.`);
+    assert.strictEqual(lines[4], `Cure: run your script with ${nodesOf[platform]}.`);
     assert.strictEqual(lines.length, 5, message);
   });
 
@@ -229,8 +236,20 @@ describe('load', () => {
     const disguise = "Object.defineProperty(process, 'platform', { value: 'darwin' });";
     const { message } = refusal(copyLibrary({}), 'load()', { disguise });
     const lines = message.split('\n');
-    assert(lines[3].includes(' on darwin-x64; there are builds for '), message);
+    assert(lines[3].includes(` on darwin-${process.arch}; there are builds for `), message);
     assert.strictEqual(lines[4], 'Cure: run your script on one of these platforms.');
+  });
+
+  it('names the versions of Node that there are builds for on arm64 under an older one', () => {
+    const versions = '{ ...process.versions, node: "20.20.2", modules: "115" }';
+    const disguise =
+      `Object.defineProperty(process, 'versions', { value: ${versions} });` +
+      "Object.defineProperty(process, 'arch', { value: 'arm64' });";
+    const { message, files } = refusal(copyLibrary({}), 'load()', { disguise });
+    assert(files[1].endsWith(path.join('prebuilds', 'linux-arm64', 'node.abi115.node')), message);
+    const lines = message.split('\n');
+    assert(lines[3].startsWith('This is Node 20.20.2 with ABI 115 on linux-arm64; '), message);
+    assert.strictEqual(lines[4], 'Cure: run your script with Node 22, 24 or 26.');
   });
 
   it('tells of another C library where a file does not load', () => {
@@ -252,7 +271,7 @@ describe('load', () => {
   });
 
   it('lists the ABI of this host among those that there are builds for', () => {
-    assert(moduleAbis['linux-x64'].includes(process.versions.modules));
+    assert(moduleAbis[platform].includes(process.versions.modules));
   });
 });
 

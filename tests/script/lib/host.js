@@ -7,11 +7,19 @@ exports.modulePath = process.env.NQ_MODULE;
 /** Path of the test addon, which reaches what script cannot. */
 exports.addonPath = process.env.NQ_TEST_ADDON;
 
-/** 'plain', or the sanitizer: 'address' or 'thread'. */
-exports.buildKind = process.env.NQ_BUILD_KIND || 'plain';
+const kind = process.env.NQ_BUILD_KIND || 'plain';
 
-/** True under a sanitizer, where everything takes longer and freed memory is kept for a while. */
+/** True where an emulator of another CPU runs the host. */
+exports.emulated = kind === 'emulated';
+
+/** 'plain', or the sanitizer: 'address' or 'thread'. */
+exports.buildKind = exports.emulated ? 'plain' : kind;
+
+/** True under a sanitizer, where freed memory is kept for a while. */
 exports.sanitized = exports.buildKind !== 'plain';
+
+/** True where everything takes many times as long. */
+exports.slow = exports.sanitized || exports.emulated;
 
 const abi = process.versions.modules;
 const isReference = abi === '72';
