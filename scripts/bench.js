@@ -1,47 +1,72 @@
 'use strict';
-// npm run bench: native benchmarks, then script benchmarks on the host. Of the arguments after --,
-// those that begin with --benchmark_ go to the native ones, the others to bench/script/run.js;
+// npm run bench: native benchmarks, then script benchmarks on Node 12, or on another host by `--host NAME`. Of the other
+// arguments after --, those that begin with --benchmark_ go to the native ones, the rest to bench/script/run.js;
 // --smoke runs everything once on a tiny budget.
-const fs = require('fs');
+// `--hosts NAME,NAME...` runs script benchmarks on several hosts in turns instead, and prints one table of them all.
 const path = require('path');
 const { setup } = require('./setup');
+const { compareHosts } = require('../bench/script/lib/hosts');
 const { root, fail, run } = require('./lib/run');
-const {
-  build,
-  everything,
-  folders,
-  host,
-  matrixFlowModulePath,
-  modulePath,
-} = require('./lib/build');
+const { build, builtFile, everything, folders, targetOf } = require('./lib/build');
+const { hostBinary, reference, takeHostOption, takeHostsOption } = require('./lib/hosts');
 
-const given = process.argv.slice(2);
-const smoke = given.includes('--smoke');
+/** The addons that script benchmarks load. */
+const addons = ['nq_logic', 'nq_logic_matrixflow'];
+
+/** Builds what benchmarks on hosts need. */
+function buildFor(hosts, targets) {
+  const ofHosts = hosts.map((name) => addons.map((addon) => targetOf(addon, name)));
+  const options = Object.assign({ NQ_BUILD_BENCH: 'ON' }, everything);
+  build('release', options, targets.concat(...ofHosts), hosts);
+}
+
+/** Where benchmarks on a host find its modules. */
+function environmentOf(name) {
+  return {
+    NQ_MODULE: builtFile('nq_logic.node', name),
+    NQ_MATRIXFLOW_MODULE: builtFile('nq_logic_matrixflow.node', name),
+  };
+}
+
+function benchOne(name, nativeArguments, scriptArguments) {
+  buildFor([name], ['nq_bench']);
+  run('native benchmarks', path.join(root, folders.release, 'nq_bench'), nativeArguments);
+  const script = path.join(root, 'bench', 'script', 'run.js');
+  const step = `script benchmarks on Node ${name}`;
+  run(step, hostBinary(name), [script, ...scriptArguments], environmentOf(name));
+}
+
+function benchSeveral(names, scriptArguments) {
+  buildFor(names, []);
+  const hosts = names.map((name) => ({
+    name,
+    program: hostBinary(name),
+    environment: environmentOf(name),
+  }));
+  try {
+    compareHosts(hosts, scriptArguments);
+  } catch (error) {
+    fail(error.message);
+  }
+}
+
+const { rest: given, named: several } = takeHostsOption(process.argv.slice(2));
+const { rest, named } = takeHostOption(given);
+const smoke = rest.includes('--smoke');
 const isNative = (argument) => argument.startsWith('--benchmark_');
 const nativeArguments = smoke ? ['--benchmark_min_time=0.001'] : [];
 const scriptArguments = smoke ? ['--budget', 'tiny'] : [];
-for (const argument of given.filter((one) => one !== '--smoke')) {
+for (const argument of rest.filter((one) => one !== '--smoke')) {
   (isNative(argument) ? nativeArguments : scriptArguments).push(argument);
+}
+if (several !== null && (named !== null || rest.some(isNative))) {
+  const other = named !== null ? '--host' : rest.find(isNative);
+  fail(`--hosts and ${other} don't go together: leave one of them out.`, 2);
 }
 
 setup('build', 'bench');
-build('release', Object.assign({ NQ_BUILD_BENCH: 'ON' }, everything), [
-  'nq_bench',
-  'nq_logic',
-  'nq_logic_matrixflow',
-]);
-
-const native = path.join(root, folders.release, 'nq_bench');
-const script = path.join(root, 'bench', 'script', 'run.js');
-if (!fs.existsSync(native) && !fs.existsSync(script)) {
-  fail('there are no benchmarks.');
-}
-if (fs.existsSync(native)) {
-  run('native benchmarks', native, nativeArguments);
-}
-if (fs.existsSync(script)) {
-  run('script benchmarks', host, [script, ...scriptArguments], {
-    NQ_MODULE: modulePath,
-    NQ_MATRIXFLOW_MODULE: matrixFlowModulePath,
-  });
+if (several === null) {
+  benchOne(named === null ? reference : named, nativeArguments, scriptArguments);
+} else {
+  benchSeveral(several, scriptArguments);
 }

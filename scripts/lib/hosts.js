@@ -131,26 +131,54 @@ function fetchHost(name, on = platform) {
   }
 }
 
+/** Ends the script unless all that are named are hosts. */
+function requireHosts(named) {
+  const unknown = named.find((name) => !names.includes(name));
+  if (unknown !== undefined) {
+    fail(`there is no host '${unknown}'; there are: ${names.join(', ')}.`, 2);
+  }
+}
+
+/** Takes an option with a value out of arguments; the value is null where the option is not among them. */
+function takeOption(given, wanted) {
+  const rest = given.slice();
+  const at = rest.findIndex((one) => one === wanted || one.startsWith(`${wanted}=`));
+  if (at < 0) {
+    return { rest, value: null };
+  }
+  const [option] = rest.splice(at, 1);
+  const value = option === wanted ? rest.splice(at, 1)[0] : option.slice(wanted.length + 1);
+  return { rest, value: value === undefined ? '' : value };
+}
+
 /**
  * Takes `--host NAME` out of arguments.
  * @param {string[]} given
  * @returns {{rest: string[], named: ?string}} the host that is named, or null; ends the script if there is none such
  */
 function takeHostOption(given) {
-  const rest = given.slice();
-  const at = rest.findIndex((one) => one === '--host' || one.startsWith('--host='));
-  if (at < 0) {
+  const { rest, value: named } = takeOption(given, '--host');
+  if (named !== null) {
+    requireHosts([named]);
+  }
+  return { rest, named };
+}
+
+/**
+ * Takes `--hosts NAME,NAME...` out of arguments.
+ * @param {string[]} given
+ * @returns {{rest: string[], named: ?string[]}} the hosts that are named, or null; ends the script if there is one that
+ *   is none, or if there are fewer than two
+ */
+function takeHostsOption(given) {
+  const { rest, value } = takeOption(given, '--hosts');
+  if (value === null) {
     return { rest, named: null };
   }
-  const [option] = rest.splice(at, 1);
-  const named = option === '--host' ? rest.splice(at, 1)[0] : option.slice('--host='.length);
-  if (!names.includes(named)) {
-    fail(
-      `there is no host ${named === undefined ? '' : `'${named}'`}; there are: ${names.join(
-        ', '
-      )}.`,
-      2
-    );
+  const named = [...new Set(value.split(','))];
+  requireHosts(named);
+  if (named.length < 2) {
+    fail(`--hosts names only ${named[0]}: name two hosts or more, as --hosts 12,24.`, 2);
   }
   return { rest, named };
 }
@@ -168,5 +196,7 @@ module.exports = {
   platform,
   platforms,
   reference,
+  requireHosts,
   takeHostOption,
+  takeHostsOption,
 };

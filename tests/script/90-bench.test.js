@@ -13,6 +13,7 @@ const animation = require(path.join(folder, 'lib', 'animation-scene.js'));
 const matrixFlow = require(path.join(folder, 'lib', 'matrixflow-scene.js'));
 const { isBuilt } = require(path.join(folder, 'contenders', 'matrixflow-native.js'));
 const controllers = require(path.join(folder, 'lib', 'controllers-scene.js'));
+const hosts = require(path.join(folder, 'lib', 'hosts.js'));
 
 /** Runs the benchmarks' entry and returns what the child leaves. */
 function runBenchmarks(args) {
@@ -76,7 +77,7 @@ describe('script benchmarks', () => {
         const child = runBenchmarks(['--budget', 'tiny', '--only', name, '--json', report]);
         assert.strictEqual(child.status, 0, child.stderr);
         assert.ok(child.stdout.includes(`### ${name}: `), child.stdout);
-        const { results } = JSON.parse(fs.readFileSync(report, 'utf8'));
+        const { results, largest } = JSON.parse(fs.readFileSync(report, 'utf8'));
         fs.unlinkSync(report);
         fs.rmdirSync(path.dirname(report));
         assert.deepStrictEqual(Object.keys(results), [name]);
@@ -84,6 +85,11 @@ describe('script benchmarks', () => {
         assert.notStrictEqual(numbers.length, 0);
         for (const { at, value } of numbers) {
           assert.ok(Number.isFinite(value), `${at} is ${value}`);
+        }
+        assert.strictEqual(largest.length > 0, hosts.compared.includes(name), largest.length);
+        for (const { work, unit, times } of largest) {
+          assert.ok(work.startsWith(`${name}: `) && /^(ns|us) per /.test(unit), `${work}, ${unit}`);
+          assert.ok(times.nq > 0 && (times.typed > 0 || times.three > 0), JSON.stringify(times));
         }
       }
     );
@@ -93,6 +99,92 @@ describe('script benchmarks', () => {
     const child = runBenchmarks(['--only', 'nothing']);
     assert.strictEqual(child.status, 1);
     assert.ok(child.stderr.includes('--only is one of'), child.stderr);
+  });
+
+  it('say which Node they run on, on which CPU, and how many cores there are', () => {
+    const { stdout } = runBenchmarks(['--budget', 'tiny', '--only', 'idle']);
+    const cpus = os.cpus();
+    const machine = `${cpus[0].model}, ${cpus.length} cores, Node ${process.version}; `;
+    assert.strictEqual(stdout.split('\n')[0], `${machine}median of 1 rounds`);
+  });
+
+  it('measure the largest cases alone', () => {
+    const report = path.join(fs.mkdtempSync(path.join(os.tmpdir(), 'nq-bench-')), 'report.json');
+    const largestOf = (cases) => {
+      const args = ['--budget', 'tiny', '--only', 'transform', '--cases', cases, '--json', report];
+      assert.strictEqual(runBenchmarks(args).status, 0);
+      const { results, largest } = JSON.parse(fs.readFileSync(report, 'utf8'));
+      fs.unlinkSync(report);
+      return { measured: results.transform.frames.length, works: largest.map(({ work }) => work) };
+    };
+    const all = largestOf('all');
+    const few = largestOf('largest');
+    fs.rmdirSync(path.dirname(report));
+    assert.strictEqual(few.works.length, 6);
+    assert.deepStrictEqual(few.works, all.works);
+    assert.strictEqual(few.measured, 6);
+    assert.strictEqual(all.measured, 24);
+  });
+});
+
+describe('comparison of hosts', () => {
+  const cases = (...times) => [{ work: 'w', unit: 'ns', times: { nq: times[0], typed: times[1] } }];
+
+  it('takes the median of the turns, or the shortest of their times', () => {
+    const turns = [cases(4, 10), cases(2, 40)];
+    assert.deepStrictEqual(hosts.mergeTurns(turns, 'median'), cases(3, 25));
+    assert.deepStrictEqual(hosts.mergeTurns(turns, 'best'), cases(2, 10));
+  });
+
+  it('puts times of hosts side by side, and what others take in parts of the module', () => {
+    const { columns, rows } = hosts.tableOf(['12', '24'], [cases(4, 10), cases(2, 8)]);
+    assert.deepStrictEqual(columns, [
+      'work',
+      'unit',
+      ...['nq 12', 'nq 24', 'typed 12', 'typed 24', 'three 12', 'three 24'],
+      ...['typed/nq 12', 'typed/nq 24', 'three/nq 12', 'three/nq 24'],
+    ]);
+    assert.strictEqual(rows.length, 1);
+    assert.deepStrictEqual(rows[0].slice(0, 6), ['w', 'ns', 4, 2, 10, 8]);
+    assert.deepStrictEqual(rows[0].slice(8, 10), [2.5, 4]);
+    const none = rows[0].filter((value) => value === undefined || Number.isNaN(value));
+    assert.strictEqual(none.length, 4);
+  });
+
+  /** Compares two stand-ins for hosts, in a child since it prints. */
+  function compareTwo(args, program = process.execPath) {
+    const file = JSON.stringify(path.join(folder, 'lib', 'hosts.js'));
+    const both = JSON.stringify([
+      { name: 'a', program: process.execPath, environment: {} },
+      { name: 'b', program, environment: { NQ_MODULE: process.env.NQ_MODULE } },
+    ]);
+    const script = `require(${file}).compareHosts(${both}, ${JSON.stringify(args)});`;
+    return spawnSync(process.execPath, ['-e', script], { encoding: 'utf8' });
+  }
+
+  it('prints one table, of the largest case of each workload on each host', () => {
+    const { status, stdout, stderr } = compareTwo(['--budget', 'tiny', '--only', 'sweep']);
+    assert.strictEqual(stderr, '== sweep on Node a\n== sweep on Node b\n');
+    assert.strictEqual(status, 0);
+    const [machine, , title, , head, , ...rows] = stdout.trim().split('\n');
+    assert.ok(machine.includes(`cores, Node ${process.version}, ${process.version}; `), machine);
+    assert.strictEqual(title, '### hosts: the largest case of each workload');
+    assert.ok(/^\| work +\| unit +\| nq a \| nq b \| typed a /.test(head), head);
+    const works = rows.map((row) => row.split('|')[1].trim());
+    assert.deepStrictEqual(works, [
+      'sweep: 1 of 400 nodes change',
+      'sweep: 316 of 400 nodes change',
+    ]);
+  });
+
+  it('says what failed on which host, and what can be compared', () => {
+    const { status, stderr } = compareTwo(['--budget', 'tiny', '--only', 'idle'], '/bin/false');
+    assert.strictEqual(status, 1);
+    assert.ok(stderr.includes('Error: idle failed on Node b (exit code 1).'), stderr);
+    assert.ok(
+      compareTwo(['--only', 'memory']).stderr.includes('--only is one of transform, sweep')
+    );
+    assert.ok(compareTwo(['--cases', 'all']).stderr.includes('leave --cases out'));
   });
 });
 

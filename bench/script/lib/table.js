@@ -43,4 +43,15 @@ function printTable(title, columns, rows) {
   }
 }
 
-module.exports = { printTable };
+/**
+ * The last row of each kind, in the order in which kinds first appear: of rows that grow, the largest.
+ * @template T
+ * @param {T[]} rows
+ * @param {function(T): string} kindOf
+ * @returns {T[]}
+ */
+function lastOfEach(rows, kindOf) {
+  return Array.from(new Map(rows.map((row) => [kindOf(row), row])).values());
+}
+
+module.exports = { lastOfEach, printTable };

@@ -4,7 +4,7 @@ const animation = require('../lib/animation-scene');
 const { assertView, cameras } = require('../lib/culling-scene');
 const { loadContender: load } = require('../lib/load-contender');
 const { interleave, interleavePrepared } = require('../lib/measure');
-const { printTable } = require('../lib/table');
+const { lastOfEach, printTable } = require('../lib/table');
 
 const { assertMoved, assertSamePose, bones, skinTolerance } = animation;
 
@@ -139,7 +139,10 @@ function measureFrames(characters, budget) {
 function run(budget) {
   // On a tiny budget one small crowd.
   const limit = Math.floor(Math.max(...budget.sizes) / bones);
-  const within = (counts) => Array.from(new Set(counts.map((count) => Math.min(count, limit))));
+  const within = (counts) => {
+    const wanted = budget.largestOnly ? counts.slice(-1) : counts;
+    return Array.from(new Set(wanted.map((count) => Math.min(count, limit))));
+  };
   const rows = [].concat(
     ...within(crowds).map((characters) => measureCrowd(characters, budget)),
     within(frameCrowds).map((characters) => measureFrames(characters, budget))
@@ -160,4 +163,17 @@ function run(budget) {
   return rows;
 }
 
-module.exports = { run };
+/**
+ * The largest cases, for a comparison of hosts.
+ * @param {ReturnType<run>} rows
+ * @returns {import('../lib/hosts').Case[]}
+ */
+function largest(rows) {
+  return lastOfEach(rows, ({ kind }) => kind).map(({ kind, characters, nanosecondsPerBone }) => ({
+    work: `animation: ${kind}, ${characters} characters`,
+    unit: 'ns per bone',
+    times: nanosecondsPerBone,
+  }));
+}
+
+module.exports = { largest, run };

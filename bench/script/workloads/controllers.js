@@ -6,7 +6,7 @@ const { assertMoved, assertSamePose, bones, rounding } = require('../lib/animati
 const { createControllerScene, mixerTolerance } = require('../lib/controllers-scene');
 const { loadContender: load } = require('../lib/load-contender');
 const { interleavePrepared } = require('../lib/measure');
-const { printTable } = require('../lib/table');
+const { lastOfEach, printTable } = require('../lib/table');
 
 /** Characters of a crowd. */
 const crowds = [10, 100, 1000];
@@ -87,7 +87,8 @@ function measureCrowd(characters, budget) {
 function run(budget) {
   // On a tiny budget one small crowd.
   const limit = Math.floor(Math.max(...budget.sizes) / bones);
-  const within = Array.from(new Set(crowds.map((count) => Math.min(count, limit))));
+  const wanted = budget.largestOnly ? crowds.slice(-1) : crowds;
+  const within = Array.from(new Set(wanted.map((count) => Math.min(count, limit))));
   const rows = [].concat(...within.map((characters) => measureCrowd(characters, budget)));
   printTable(
     'controllers: ns per bone',
@@ -105,4 +106,17 @@ function run(budget) {
   return rows;
 }
 
-module.exports = { run };
+/**
+ * The largest cases, for a comparison of hosts.
+ * @param {ReturnType<run>} rows
+ * @returns {import('../lib/hosts').Case[]}
+ */
+function largest(rows) {
+  return lastOfEach(rows, ({ kind }) => kind).map(({ kind, characters, nanosecondsPerBone }) => ({
+    work: `controllers: ${kind}, ${characters} characters`,
+    unit: 'ns per bone',
+    times: nanosecondsPerBone,
+  }));
+}
+
+module.exports = { largest, run };

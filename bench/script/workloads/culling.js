@@ -5,7 +5,7 @@ const { assertView, cameras, createCullingScene } = require('../lib/culling-scen
 const { loadContender: load } = require('../lib/load-contender');
 const { interleave, interleavePrepared } = require('../lib/measure');
 const { selectCount } = require('../lib/scenes');
-const { printTable } = require('../lib/table');
+const { lastOfEach, printTable } = require('../lib/table');
 
 /** Objects of a list. */
 const listLengths = [100, 1000];
@@ -114,4 +114,19 @@ function run(budget) {
   return rows;
 }
 
-module.exports = { run };
+/**
+ * The largest cases, for a comparison of hosts.
+ * @param {ReturnType<run>} rows
+ * @returns {import('../lib/hosts').Case[]}
+ */
+function largest(rows) {
+  return lastOfEach(rows, ({ kind }) => kind).map(
+    ({ kind, objects, tested, nanosecondsPerObject }) => ({
+      work: `culling: ${kind}, ${tested} of ${objects} spheres`,
+      unit: 'ns per sphere',
+      times: nanosecondsPerObject,
+    })
+  );
+}
+
+module.exports = { largest, run };

@@ -33,4 +33,23 @@ function run(budget) {
   return rows;
 }
 
-module.exports = { run };
+/**
+ * The largest cases, for a comparison of hosts.
+ * @param {ReturnType<run>} rows
+ * @returns {import('../lib/hosts').Case[]}
+ */
+function largest(rows) {
+  const times = {};
+  for (const { contender, microseconds } of rows) {
+    times[contender] = 1000 * microseconds;
+  }
+  return [
+    {
+      work: `idle: nothing changed, ${rows[0].nodes} nodes`,
+      unit: 'ns per frame',
+      times: { nq: times.nq, three: times.three },
+    },
+  ];
+}
+
+module.exports = { largest, run };

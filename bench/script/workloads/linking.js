@@ -37,4 +37,14 @@ function run(budget) {
   return rows;
 }
 
-module.exports = { run };
+/**
+ * The largest cases, for a comparison of hosts.
+ * @param {ReturnType<run>} rows
+ * @returns {import('../lib/hosts').Case[]}
+ */
+function largest(rows) {
+  const [{ tree, nodes, nq, three }] = rows;
+  return [{ work: `linking: ${tree}, ${nodes} nodes`, unit: 'ns per link', times: { nq, three } }];
+}
+
+module.exports = { largest, run };

@@ -5,7 +5,7 @@ const { createNative } = require('../contenders/native');
 const { createThree } = require('../contenders/three');
 const { createTyped } = require('../contenders/typed');
 const { measureFrames } = require('../lib/frames');
-const { printTable } = require('../lib/table');
+const { lastOfEach, printTable } = require('../lib/table');
 const { buildTree, countAffected, selectPercent, treeNames } = require('../lib/scenes');
 
 /** Nodes of a chain: three.js walks it by recursion. */
@@ -70,12 +70,14 @@ function printFrames(name, frames) {
 }
 
 function measureTree(name, budget) {
+  const modes = budget.largestOnly ? ['quaternion'] : ['quaternion', 'euler'];
+  const percents = budget.largestOnly ? [100, 1] : [100, 10, 1];
   const frames = [];
   for (const size of budget.sizes.filter((one) => name !== 'chain' || one <= chainLimit)) {
     const tree = buildTree(name, size);
     const contenders = creators.map((create) => create(tree));
-    for (const mode of ['quaternion', 'euler']) {
-      for (const percent of [100, 10, 1]) {
+    for (const mode of modes) {
+      for (const percent of percents) {
         frames.push(measureCase(tree, contenders, percent, mode, budget));
       }
     }
@@ -85,7 +87,12 @@ function measureTree(name, budget) {
 }
 
 function run(budget) {
-  const frames = [].concat(...treeNames.map((name) => measureTree(name, budget)));
+  // A chain stays short.
+  const measured = treeNames.filter((name) => !budget.largestOnly || name !== 'chain');
+  const frames = [].concat(...measured.map((name) => measureTree(name, budget)));
+  if (budget.largestOnly) {
+    return { frames, passes: [] };
+  }
   const passes = [];
   for (const name of treeNames.filter((one) => one !== 'chain')) {
     for (const size of budget.passSizes) {
@@ -100,4 +107,22 @@ function run(budget) {
   return { frames, passes };
 }
 
-module.exports = { run };
+/**
+ * The largest cases, for a comparison of hosts.
+ * @param {ReturnType<run>} results
+ * @returns {import('../lib/hosts').Case[]}
+ */
+function largest({ frames }) {
+  const kept = frames.filter(({ tree, mode, percent }) => {
+    return tree !== 'chain' && mode === 'quaternion' && percent !== 10;
+  });
+  return lastOfEach(kept, ({ tree, percent }) => `${tree} ${percent}`).map(
+    ({ tree, nodes, percent, nanosecondsPerDirtyNode: { nq, typed, three } }) => ({
+      work: `transform: ${tree}, ${percent} % of ${nodes} nodes`,
+      unit: 'ns per changed node',
+      times: { nq, typed, three },
+    })
+  );
+}
+
+module.exports = { largest, run };
