@@ -2,9 +2,12 @@
 // A project set up as README.md says, beside packages of today from the registry: the host runs its game, and
 // compiler, formatter and linter run by the newer Node; any version of the importer's peer installs.
 const assert = require('assert');
+const childProcess = require('child_process');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
+const { builtFile } = require('../../scripts/lib/build');
+const { hostBinary, names } = require('../../scripts/lib/hosts');
 const { removeFolder, root } = require('../../scripts/lib/run');
 const { skeleton, writeGlb } = require('../fixtures/models');
 const { newerNode, runAtTerminal, runNpm } = require('./npm');
@@ -92,6 +95,80 @@ describe('a project set up as README.md says', () => {
     const tsc = runLine('npx tsc');
     assert.strictEqual(tsc.status, 2, tsc.stdout);
     assert(tsc.stdout.includes('not assignable'), tsc.stdout);
+  });
+
+  describe('with the newest TypeScript, and typings of the newest host', () => {
+    const newest = names[names.length - 1];
+
+    before(() => {
+      const packages = `typescript@latest @types/node@${newest}`;
+      succeed(runLine(`npm install --no-audit --no-fund --save-dev ${packages}`));
+      for (const file of ['use.cts', 'use.mts']) {
+        fs.copyFileSync(path.join(__dirname, file), path.join(game, file));
+      }
+    });
+
+    /** Writes a project of both files with a way of resolving modules, and the kind of modules that goes with it. */
+    function configure(moduleResolution, module) {
+      const strict = { strict: true, skipLibCheck: false, types: ['node'] };
+      const compilerOptions = { outDir: 'out', target: 'es2019', module, moduleResolution };
+      Object.assign(compilerOptions, strict);
+      const project = { compilerOptions, files: ['use.cts', 'use.mts'] };
+      fs.writeFileSync(path.join(game, 'tsconfig.json'), JSON.stringify(project));
+    }
+
+    for (const resolution of ['node16', 'nodenext']) {
+      it(`compiles strictly by '${resolution}', and runs on the oldest and the newest host`, () => {
+        configure(resolution, resolution);
+        assert.strictEqual(succeed(runLine('npx tsc')), '');
+        for (const file of ['use.cjs', 'use.mjs']) {
+          for (const name of [names[0], newest]) {
+            const args = [path.join('out', file)];
+            const printed = succeed(runAtTerminal(game, hostBinary(name), args));
+            assert.strictEqual(printed, 'all well\n', `${file} on Node ${name}`);
+          }
+        }
+        removeFolder(path.join(game, 'out'));
+      });
+    }
+
+    it("compiles strictly by 'bundler'", () => {
+      configure('bundler', 'preserve');
+      assert.strictEqual(succeed(runLine('npx tsc --noEmit')), '');
+    });
+  });
+});
+
+describe('three.js of today', () => {
+  // Suites that have it as an oracle get it in place of the version that package.json pins: as an ES module, which
+  // hosts from Node 22 on can require.
+  const suites = ['21-culling', '43-animation', '45-controllers', '81-oracle'];
+  const hook = `
+    const Module = require('module');
+    const { _resolveFilename } = Module;
+    const path = require('path');
+    const folder = path.join(__dirname, 'node_modules', 'three');
+    const today = path.join(folder, require(path.join(folder, 'package.json')).module);
+    Module._resolveFilename = function (request, ...rest) {
+      return request === 'three' ? today : _resolveFilename.call(this, request, ...rest);
+    };
+    process.on('exit', () => console.log('three.js ' + require('three').REVISION));`;
+
+  it('agrees with the module on Node 24', () => {
+    succeed(runLine('npm install --no-audit --no-fund three@latest'));
+    fs.writeFileSync(path.join(game, 'three-of-today.js'), hook);
+    const folder = path.join(root, 'tests', 'script');
+    const files = fs
+      .readdirSync(folder)
+      .filter((file) => suites.some((name) => file.startsWith(name)))
+      .map((file) => path.join(folder, file));
+    assert(files.length >= suites.length, files.join());
+    const args = ['--expose-gc', '-r', path.join(game, 'three-of-today.js')];
+    args.push(path.join(root, 'tests', 'run-suites.js'), ...files);
+    const env = Object.assign({}, process.env, { NQ_MODULE: builtFile('nq_logic.node', '24') });
+    const result = childProcess.spawnSync(hostBinary('24'), args, { encoding: 'utf8', env });
+    const [, revision] = /^three\.js (\d+)$/m.exec(succeed(result));
+    assert(Number(revision) > 147, revision);
   });
 });
 
