@@ -150,3 +150,61 @@ describe('npm run bench', () => {
     }
   });
 });
+
+describe('npm run hosts-check', () => {
+  /** Runs it, with the suites of some hosts failing; what it would build and test comes back as lines. */
+  function runHostsCheck(failing, ...args) {
+    const standIns = `
+      const put = (file, exports) => {
+        const id = require.resolve(${JSON.stringify(`${scripts}/`)} + file);
+        require.cache[id] = { id, filename: id, loaded: true, exports };
+      };
+      put('setup.js', { setup() {} });
+      put('lib/build.js', {
+        everything: {},
+        targetOf: (target, name) => target + '/' + name,
+        build: (preset, options, targets, hosts) => console.log('build', preset, ...hosts),
+        test(preset, args, name) {
+          console.log('test', preset, name, ...args.slice(2));
+          return !${JSON.stringify(failing)}.includes(name);
+        },
+      });
+      const Module = require('module');
+      process.argv[1] = ${JSON.stringify(path.join(scripts, 'hosts-check.js'))};
+      Module.runMain();`;
+    const child = spawnSync(process.execPath, ['-e', standIns, 'hosts-check.js', ...args], {
+      encoding: 'utf8',
+    });
+    return { status: child.status, steps: child.stdout.trim().split('\n'), stderr: child.stderr };
+  }
+
+  it('runs release builds on the hosts that are named, else on all, and then sanitizers', () => {
+    const named = runHostsCheck([], '18', '26', '-R', 'x');
+    assert.strictEqual(named.stderr, '');
+    const steps = ['build release 18 26', 'test release 18 -R x', 'test release 26 -R x'];
+    assert.deepStrictEqual([named.status, named.steps], [0, steps]);
+    const { steps: made, stderr } = runHostsCheck(['24']);
+    assert.deepStrictEqual(made, [
+      'build release 12 18 20 22 24 26',
+      ...['12', '18', '20', '22', '24', '26'].map((name) => `test release ${name}`),
+      ...['build asan 24', 'test asan 24'],
+    ]);
+    assert.strictEqual(stderr, 'nq_logic: suites failed on Node 24, 24 under sanitizers.\n');
+  });
+
+  it('runs under sanitizers by --asan, on Node 24 where no host is named', () => {
+    assert.deepStrictEqual(runHostsCheck([], '--asan').steps, ['build asan 24', 'test asan 24']);
+    const { status, steps, stderr } = runHostsCheck(['22'], '--asan', '22', '-R', 'x');
+    assert.deepStrictEqual(steps, ['build asan 22', 'test asan 22 -R x']);
+    assert.deepStrictEqual([status, stderr], [1, 'nq_logic: suites failed on Node 22.\n']);
+  });
+
+  it('refuses what is no host', () => {
+    const { status, steps, stderr } = runHostsCheck([], '--asan', '13');
+    assert.deepStrictEqual([status, steps], [2, ['']]);
+    assert.strictEqual(
+      stderr,
+      "nq_logic: there is no host '13'; there are: 12, 18, 20, 22, 24, 26.\n"
+    );
+  });
+});
