@@ -1,7 +1,13 @@
 'use strict';
 // What typed views over shared records have in common: the arrays over a buffer, and complaints in words.
 // Checks are small, so that they are compiled into their callers; texts are made where they fail.
-const { failWord, isArrayBuffer, isObject, show } = require('./value-checks');
+const { bytesOf, floatsOf, wordsOf } = require('./block-bytes');
+const { failWord, isObject, show } = require('./value-checks');
+
+/**
+ * An array that getters of several numbers fill.
+ * @typedef {number[] | Float32Array | Float64Array} NumberArray
+ */
 
 /** Throws for what is no index of `count` elements. */
 function failIndex(label, name, index, count) {
@@ -58,33 +64,43 @@ function copyOut(source, from, length, out, at) {
 }
 
 /**
- * A view of the block that an object of the engine came with.
+ * What views of the block of an object have in common.
  *
- * It keeps the object, and so the memory behind its buffer and the handles: keep the view as long as you
- * use them. Its arrays lie over the whole block and stay the same for its life; methods of a name that ends
- * in `At` give the index of a field in them and check nothing, for loops where that matters.
+ * A view keeps the object, and so the memory behind its buffer and the handles: keep the view as long as you use
+ * them. It is made once for an object, and used for its life. Its arrays lie over the whole block and stay the same;
+ * methods of a name that ends in `At` give the index of a field in them and check nothing, for loops where that
+ * matters.
+ *
+ * All others throw a TypeError for an argument that is no number, and a RangeError for an index of no element, a
+ * handle of more than 32 bits, and an array without room. Nothing is allocated per access.
+ *
+ * Constructors throw a TypeError for an object without a buffer, such as one whose `id` is 0, and a RangeError for one
+ * of another size.
+ *
+ * @template {import('../types/engine').SharedBlock} T what the block came with
  */
 class BlockView {
   /**
    * @param {string} label name of the class, for messages
-   * @param {{id: number, buffer: ArrayBuffer}} object
+   * @param {T} object its `buffer` is the block: an ArrayBuffer, or bytes of a larger one
    * @param {string} maker what makes such an object, for messages
    */
   constructor(label, object, maker) {
-    const buffer = isObject(object) ? object.buffer : undefined;
-    if (!isArrayBuffer(buffer)) {
-      const found = isObject(object) ? `its buffer is ${show(buffer)}` : `got ${show(object)}`;
+    const block = isObject(object) ? object.buffer : undefined;
+    const bytes = bytesOf(label, block);
+    if (bytes === null) {
+      const found = isObject(object) ? `its buffer is ${show(block)}` : `got ${show(object)}`;
       throw new TypeError(`${label}: ${found}, not an ArrayBuffer: give what ${maker} made.`);
     }
     /**
      * What the block came with.
-     * @type {Object}
+     * @type {T}
      * @readonly
      */
     this.object = object;
     /**
      * Handle of the object, for batches that of element 0.
-     * @type {number}
+     * @type {T['id']}
      * @readonly
      */
     this.id = object.id;
@@ -93,14 +109,21 @@ class BlockView {
      * @type {Uint32Array}
      * @readonly
      */
-    this.u32 = new Uint32Array(buffer, 0, Math.floor(buffer.byteLength / 4));
+    this.u32 = wordsOf(bytes);
     /**
      * The block as floats.
      * @type {Float32Array}
      * @readonly
      */
-    this.f32 = new Float32Array(buffer, 0, Math.floor(buffer.byteLength / 4));
+    this.f32 = floatsOf(bytes);
     this._label = label;
+    this._byteLength = bytes.byteLength;
+  }
+
+  /** The block as bytes. */
+  _bytes() {
+    const { buffer, byteOffset } = this.u32;
+    return new Uint8Array(buffer, byteOffset, this._byteLength);
   }
 
   /** Throws for an index of no element. */
@@ -123,7 +146,7 @@ class BlockView {
 
 /** Elements in a block of `head` bytes and `size` an element, or a complaint. */
 function countElements(label, view, head, size, maker) {
-  const bytes = view.u32.buffer.byteLength;
+  const bytes = view._byteLength;
   const count = (bytes - head) / size;
   if (!Number.isInteger(count) || count < 1) {
     const wanted = head === 0 ? `${size} bytes` : `${head} bytes and ${size}`;

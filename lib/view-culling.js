@@ -1,231 +1,17 @@
 'use strict';
-// Views of culling: the records of objects, and the answers of both families of methods. See docs/layouts.md
-// for the bytes and docs/culling.md for what they mean.
-const { cullingObject, cullingResult } = require('./layout');
-const { isArrayBuffer, isObject, keepShape, show } = require('./value-checks');
-const { BlockView, copyOut, countElements, failIndex, failOut, hasRoom } = require('./view-base');
-
-// Words of a record.
-const kStride = cullingObject.size / 4;
-const kMask = cullingObject.mask / 4;
-const kCenter = cullingObject.center / 4;
-const kRadius = cullingObject.radius / 4;
-const kEntity = cullingObject.entity / 4;
+// Views of the answers of both families of culling methods. See docs/layouts.md for the bytes and docs/culling.md
+// for what they mean.
+const { bytesOf, floatsOf, wordsOf } = require('./block-bytes');
+const { cullingResult } = require('./layout');
+const { isObject, keepShape, show } = require('./value-checks');
+const { failIndex, failOut, hasRoom } = require('./view-base');
+const { CullingObjectsView } = require('./view-culling-records');
 
 /**
- * A batch of culling objects: 28 bytes each, see `layout.cullingObject`. Centre and radius count once the
- * entity's world matrix is computed anew, all else at once.
+ * @typedef {import('../types/engine').CullingAnswer} CullingAnswer
+ * @typedef {import('../types/engine').Engine} Engine
+ * @typedef {import('../types/handles').CullingObjectHandle} CullingObjectHandle
  */
-class CullingObjectsView extends BlockView {
-  /** @param {{id: number, buffer: ArrayBuffer}} component what `createComponent(1, count)` made */
-  constructor(component) {
-    const maker = 'createComponent(1, count)';
-    super('CullingObjectsView', component, maker);
-    /**
-     * Objects of the batch.
-     * @type {number}
-     * @readonly
-     */
-    this.count = countElements('CullingObjectsView', this, 0, cullingObject.size, maker);
-    /**
-     * The records as bytes; only `enabled` is one.
-     * @type {Uint8Array}
-     * @readonly
-     */
-    this.u8 = new Uint8Array(this.u32.buffer);
-  }
-
-  /**
-   * Handle of object i, as culling reports it.
-   * @param {number} i
-   * @returns {number}
-   */
-  handle(i) {
-    if (i >>> 0 !== i || i >= this.count) {
-      this._failIndex('handle', 'i', i, this.count);
-    }
-    return this.id + i;
-  }
-
-  /**
-   * Index in `u8` of the `enabled` byte of object i.
-   * @param {number} i
-   * @returns {number}
-   */
-  enabledAt(i) {
-    return i * cullingObject.size + cullingObject.enabled;
-  }
-
-  /**
-   * Index in `u32` of its mask.
-   * @param {number} i
-   * @returns {number}
-   */
-  maskAt(i) {
-    return i * kStride + kMask;
-  }
-
-  /**
-   * Index in `f32` of its centre: x, y, z.
-   * @param {number} i
-   * @returns {number}
-   */
-  centerAt(i) {
-    return i * kStride + kCenter;
-  }
-
-  /**
-   * Index in `f32` of its radius.
-   * @param {number} i
-   * @returns {number}
-   */
-  radiusAt(i) {
-    return i * kStride + kRadius;
-  }
-
-  /**
-   * Index in `u32` of the handle of its entity.
-   * @param {number} i
-   * @returns {number}
-   */
-  entityAt(i) {
-    return i * kStride + kEntity;
-  }
-
-  /**
-   * Whether object i takes part.
-   * @param {number} i
-   * @returns {boolean}
-   */
-  enabled(i) {
-    if (i >>> 0 !== i || i >= this.count) {
-      this._failIndex('enabled', 'i', i, this.count);
-    }
-    return this.u8[i * cullingObject.size + cullingObject.enabled] !== 0;
-  }
-
-  /**
-   * @param {number} i
-   * @param {boolean} enabled
-   */
-  setEnabled(i, enabled) {
-    if (i >>> 0 !== i || i >= this.count) {
-      this._failIndex('setEnabled', 'i', i, this.count);
-    }
-    this.u8[i * cullingObject.size + cullingObject.enabled] = enabled ? 1 : 0;
-  }
-
-  /**
-   * Layer bits of object i.
-   * @param {number} i
-   * @returns {number}
-   */
-  mask(i) {
-    if (i >>> 0 !== i || i >= this.count) {
-      this._failIndex('mask', 'i', i, this.count);
-    }
-    return this.u32[i * kStride + kMask];
-  }
-
-  /**
-   * @param {number} i
-   * @param {number} mask 32 bits, as an unsigned or a signed number: -1 is all layers
-   */
-  setMask(i, mask) {
-    if (i >>> 0 !== i || i >= this.count) {
-      this._failIndex('setMask', 'i', i, this.count);
-    }
-    if (mask >>> 0 !== mask && (mask | 0) !== mask) {
-      this._failWord('setMask', 'mask', mask);
-    }
-    this.u32[i * kStride + kMask] = mask;
-  }
-
-  /**
-   * Centre of its sphere in the entity's space.
-   * @template {number[]|Float32Array|Float64Array} Out
-   * @param {number} i
-   * @param {Out} out 3 numbers
-   * @param {number} [at]
-   * @returns {Out}
-   */
-  center(i, out, at = 0) {
-    if (i >>> 0 !== i || i >= this.count) {
-      this._failIndex('center', 'i', i, this.count);
-    }
-    if (!hasRoom(out, at, 3)) {
-      this._failOut('center', out, at, 3);
-    }
-    return copyOut(this.f32, i * kStride + kCenter, 3, out, at);
-  }
-
-  /**
-   * Radius of its sphere in the entity's space.
-   * @param {number} i
-   * @returns {number}
-   */
-  radius(i) {
-    if (i >>> 0 !== i || i >= this.count) {
-      this._failIndex('radius', 'i', i, this.count);
-    }
-    return this.f32[i * kStride + kRadius];
-  }
-
-  /**
-   * Gives object i its sphere, in the entity's space.
-   * @param {number} i
-   * @param {number} x
-   * @param {number} y
-   * @param {number} z
-   * @param {number} radius
-   */
-  setSphere(i, x, y, z, radius) {
-    if (i >>> 0 !== i || i >= this.count) {
-      this._failIndex('setSphere', 'i', i, this.count);
-    }
-    if (
-      typeof x !== 'number' ||
-      typeof y !== 'number' ||
-      typeof z !== 'number' ||
-      typeof radius !== 'number'
-    ) {
-      this._failNumbers('setSphere', ['x', 'y', 'z', 'radius'], [x, y, z, radius]);
-    }
-    const { f32 } = this;
-    const from = i * kStride + kCenter;
-    f32[from] = x;
-    f32[from + 1] = y;
-    f32[from + 2] = z;
-    f32[i * kStride + kRadius] = radius;
-  }
-
-  /**
-   * Handle of the entity that carries object i.
-   * @param {number} i
-   * @returns {number}
-   */
-  entity(i) {
-    if (i >>> 0 !== i || i >= this.count) {
-      this._failIndex('entity', 'i', i, this.count);
-    }
-    return this.u32[i * kStride + kEntity];
-  }
-
-  /**
-   * Has a 3D entity carry object i.
-   * @param {number} i
-   * @param {number} handle
-   */
-  setEntity(i, handle) {
-    if (i >>> 0 !== i || i >= this.count) {
-      this._failIndex('setEntity', 'i', i, this.count);
-    }
-    if (handle >>> 0 !== handle) {
-      this._failWord('setEntity', 'handle', handle);
-    }
-    this.u32[i * kStride + kEntity] = handle;
-  }
-}
 
 // Words of "cullingResult".
 const kHash = cullingResult.hash / 4;
@@ -233,7 +19,7 @@ const kCount = cullingResult.count / 4;
 const kObjects = cullingResult.objects / 4;
 
 /**
- * `engine.cullingResult`: what the last call of `frustumCullingV2` or `orthoCullingV2` saw. A call that
+ * {@link Engine.cullingResult}: what the last call of `frustumCullingV2` or `orthoCullingV2` saw. A call that
  * sees nothing leaves the buffer as it was: `clear` ahead of a call, and an empty view reads as one.
  *
  * Native code replaces the buffer when a result does not fit, and the memory of the old one is gone. Each
@@ -241,17 +27,18 @@ const kObjects = cullingResult.objects / 4;
  * across calls.
  */
 class CullingResultView {
-  /** @param {{cullingResult: ArrayBuffer}} engine is kept alive by the view */
+  /** @param {Pick<Engine, 'cullingResult'>} engine is kept alive by the view */
   constructor(engine) {
     const buffer = isObject(engine) ? engine.cullingResult : undefined;
-    if (!isArrayBuffer(buffer)) {
+    if (bytesOf('CullingResultView', buffer) === null) {
       const found = isObject(engine)
         ? `its cullingResult is ${show(buffer)}`
         : `got ${show(engine)}`;
       throw new TypeError(`CullingResultView: ${found}, not an ArrayBuffer: give an engine.`);
     }
     /**
-     * @type {Object}
+     * Whose result it is.
+     * @type {Pick<Engine, 'cullingResult'>}
      * @readonly
      */
     this.engine = engine;
@@ -260,8 +47,9 @@ class CullingResultView {
 
   _take(buffer) {
     this._buffer = buffer;
-    this._u32 = new Uint32Array(buffer);
-    this._f32 = new Float32Array(buffer);
+    const bytes = bytesOf('CullingResultView', buffer);
+    this._u32 = wordsOf(bytes);
+    this._f32 = floatsOf(bytes);
   }
 
   /** The words of the buffer that counts now. */
@@ -328,9 +116,9 @@ class CullingResultView {
   }
 
   /**
-   * Handle of the i-th visible object, nearest first.
+   * Handle of the i-th visible object, nearest first. Throws a RangeError if there is none.
    * @param {number} i
-   * @returns {number}
+   * @returns {CullingObjectHandle}
    */
   object(i) {
     const words = this._words();
@@ -341,7 +129,7 @@ class CullingResultView {
   }
 
   /**
-   * Its depth: the distance from the eye along the view.
+   * Its depth: the distance from the eye along the view. Throws a RangeError if there is none.
    * @param {number} i
    * @returns {number}
    */
@@ -356,7 +144,7 @@ class CullingResultView {
 
   /**
    * Copies the handles of all visible objects.
-   * @template {number[]|Uint32Array} Out
+   * @template {number[] | Uint32Array} Out
    * @param {Out} out `count` numbers
    * @param {number} [at]
    * @returns {Out}
@@ -383,33 +171,33 @@ class CullingResultView {
 
 /**
  * The answer of `frustumCulling`, `cullWithCamera` or `orthoCulling`, whose buffers are its own and stay
- * valid. Made anew for each answer; where that is too much, use the V2 methods and a `CullingResultView`.
+ * valid. Made anew for each answer; where that is too much, use the V2 methods and a {@link CullingResultView}.
  */
 class CullingAnswerView {
-  /**
-   * @param {?{objects: ArrayBuffer, distances: ArrayBuffer, hash: number}} answer null is an empty one
-   */
+  /** @param {CullingAnswer | null} answer null is an empty one */
   constructor(answer) {
     const missing = answer === null;
-    if (!missing && !(isObject(answer) && isArrayBuffer(answer.objects))) {
+    const label = 'CullingAnswerView';
+    const objects = !missing && isObject(answer) ? bytesOf(label, answer.objects) : null;
+    if (!missing && objects === null) {
       const found = isObject(answer)
         ? `its objects are ${show(answer.objects)}`
         : `got ${show(answer)}`;
       const cure = 'give what frustumCulling or orthoCulling returned';
-      throw new TypeError(`CullingAnswerView: ${found}, not an ArrayBuffer: ${cure}.`);
+      throw new TypeError(`${label}: ${found}, not an ArrayBuffer: ${cure}.`);
     }
     /**
      * Handles of the visible objects, nearest first.
      * @type {Uint32Array}
      * @readonly
      */
-    this.objects = new Uint32Array(missing ? 0 : answer.objects);
+    this.objects = missing ? new Uint32Array(0) : wordsOf(objects);
     /**
      * Depth of each.
      * @type {Float32Array}
      * @readonly
      */
-    this.distances = new Float32Array(missing ? 0 : answer.distances);
+    this.distances = missing ? new Float32Array(0) : floatsOf(bytesOf(label, answer.distances));
     /**
      * Checksum of the handles in their order.
      * @type {number}
@@ -424,16 +212,16 @@ class CullingAnswerView {
     this.count = this.objects.length;
     /**
      * What keeps the memory.
-     * @type {?Object}
+     * @type {CullingAnswer | null}
      * @readonly
      */
     this.answer = answer;
   }
 
   /**
-   * Handle of the i-th visible object, nearest first.
+   * Handle of the i-th visible object, nearest first. Throws a RangeError if there is none.
    * @param {number} i
-   * @returns {number}
+   * @returns {CullingObjectHandle}
    */
   object(i) {
     if (i >>> 0 !== i || i >= this.count) {
@@ -443,7 +231,7 @@ class CullingAnswerView {
   }
 
   /**
-   * Its depth: the distance from the eye along the view.
+   * Its depth: the distance from the eye along the view. Throws a RangeError if there is none.
    * @param {number} i
    * @returns {number}
    */
@@ -455,7 +243,6 @@ class CullingAnswerView {
   }
 }
 
-keepShape(new CullingObjectsView({ id: 0, buffer: new ArrayBuffer(cullingObject.size) }));
 keepShape(new CullingResultView({ cullingResult: new ArrayBuffer(cullingResult.objects) }));
 
 module.exports = { CullingAnswerView, CullingObjectsView, CullingResultView };

@@ -4,6 +4,7 @@ const fs = require('fs');
 const path = require('path');
 const description = require('./layouts/description');
 const { renderDocument, renderFacts, renderScript, renderTypes } = require('./layouts/render');
+const { renderViews } = require('./layouts/views');
 const { root } = require('./lib/run');
 const { nodeModule } = require('./lib/sources');
 
@@ -24,6 +25,7 @@ function generatedLayouts() {
     { file: 'types/layout.d.ts', text: inForm(renderTypes(description), 'typescript') },
     { file: 'docs/layouts.md', text: renderDocument(description) },
     { file: 'tests/native/Engine/LayoutFacts.inc', text: renderFacts(description) },
+    ...renderViews(description).map(({ file, text }) => ({ file, text: inForm(text, 'babel') })),
   ];
 }
 

@@ -10,6 +10,28 @@
 //
 // What a native header knows by another way than a field of `struct` is named by `native`: a constant,
 // or a function of the parameters that stand in the offset.
+//
+// `view` of a record names the class that shows it, `view` of a field its methods, from which scripts/layouts/views.js
+// writes them:
+//
+// | Of a record | |
+// |---|---|
+// | class, isBase | the class; with `isBase` a subclass by hand adds what is odd, and the one written is "…Base" |
+// | file | which of lib/view-….js it goes to |
+// | argument, object, maker | of the constructor: the parameter, its type, what makes one, for messages |
+// | count | what `count`, or the parameter that the records of a block depend on, counts |
+// | handle, handleAbout, element | of batches: kind of an element's handle, and what an element is |
+// | setters | methods that set several fields: name, about, the getters of what is set, names of values |
+//
+// | Of a field | |
+// |---|---|
+// | name | of the getter, if not the field's |
+// | at, get, set | what xAt(i), x(i), setX(i, …) are; there is no such method without |
+// | values | names of what is set, one or one for each element |
+// | units | what parameters mean, by name |
+// | holds | kind of handle, 'boolean', or 'bits': a mask, which may be negative |
+// | index | name of the index, if not i |
+// | parts | getters of some of its elements: name, from, count, get |
 
 const kWord = 'u32';
 const kFloat = 'f32';
@@ -34,7 +56,6 @@ const flowHeader = 'Engine/MatrixFlow/MatrixFlowCommand.h';
 const streamHeader = 'Common/Def/StreamReader.h';
 const handleHeader = 'Common/Def/Handle.h';
 
-const native = { by: 'native' };
 const both = { by: 'both' };
 
 const groups = [
@@ -49,18 +70,70 @@ const groups = [
         struct: 'Entity3DRecord',
         header: entityHeader,
         size: 108,
+        view: {
+          class: 'Entity3DView',
+          isBase: true,
+          file: 'entity',
+          argument: 'entity',
+          object: 'EngineEntity<Entity3DHandle>',
+          handle: 'Entity3DHandle',
+          maker: 'createEntity(true, count)',
+          count: 'Entities of the batch.',
+          element: 'entity',
+        },
         fields: [
           {
             name: 'rotationMode',
             offset: 0,
             type: 'u8',
             about: '0: Euler angles; any other value: quaternion',
+            view: {
+              at: 'the rotation mode of entity i',
+              get: '0 for Euler angles, anything else for a quaternion; see `layout.rotationModes`.',
+            },
           },
           { name: 'unused', offset: 1, type: 'u8', count: 3, gap: true },
-          float('rotation', 4, 'Euler x, y, z in radians, or quaternion x, y, z, w', { count: 4 }),
-          float('position', 20, "x, y, z in the parent's space", { count: 3 }),
-          float('scale', 32, 'x, y, z', { count: 3 }),
-          float('worldMatrix', 44, 'column-major 4×4', Object.assign({ count: 16 }, native)),
+          float('rotation', 4, 'Euler x, y, z in radians, or quaternion x, y, z, w', {
+            count: 4,
+            view: {
+              at: 'its rotation: x, y, z, w',
+              get: 'Euler angles x, y, z in radians and a number without meaning, or quaternion x, y, z, w.',
+            },
+          }),
+          float('position', 20, "x, y, z in the parent's space", {
+            count: 3,
+            view: {
+              at: 'its position: x, y, z',
+              get: "Position in the parent's space.",
+              set: "In the parent's space.",
+              values: ['x', 'y', 'z'],
+            },
+          }),
+          float('scale', 32, 'x, y, z', {
+            count: 3,
+            view: {
+              at: 'its scale: x, y, z',
+              get: 'Scale along the axes.',
+              set: 'The scale of a fresh entity is 0: set it.',
+              values: ['x', 'y', 'z'],
+            },
+          }),
+          float('worldMatrix', 44, 'column-major 4×4', {
+            count: 16,
+            by: 'native',
+            view: {
+              at: 'its world matrix: 16 floats',
+              get: 'World matrix, column-major, of the last refresh.',
+              parts: [
+                {
+                  name: 'worldPosition',
+                  from: 12,
+                  count: 3,
+                  get: 'Where entity i stands in the world: the last column of its matrix.',
+                },
+              ],
+            },
+          }),
         ],
       },
       {
@@ -69,15 +142,65 @@ const groups = [
         struct: 'Entity2DRecord',
         header: entityHeader,
         size: 56,
+        view: {
+          class: 'Entity2DView',
+          isBase: true,
+          file: 'entity',
+          argument: 'entity',
+          object: 'EngineEntity<Entity2DHandle>',
+          handle: 'Entity2DHandle',
+          maker: 'createEntity(false, count)',
+          count: 'Entities of the batch.',
+          element: 'entity',
+        },
         fields: [
-          float('rotation', 0, 'radians; a positive angle turns from y towards x'),
-          float('position', 4, "x, y in the parent's space", { count: 2 }),
-          float('scale', 12, 'x, y', { count: 2 }),
+          float('rotation', 0, 'radians; a positive angle turns from y towards x', {
+            view: {
+              at: 'the rotation of entity i',
+              get: 'Radians; a positive angle turns from y towards x.',
+              set: 'Turns entity i.',
+              values: ['angle'],
+              units: { angle: 'radians; a positive one turns from y towards x' },
+            },
+          }),
+          float('position', 4, "x, y in the parent's space", {
+            count: 2,
+            view: {
+              at: 'its position: x, y',
+              get: "Position in the parent's space.",
+              set: "In the parent's space.",
+              values: ['x', 'y'],
+            },
+          }),
+          float('scale', 12, 'x, y', {
+            count: 2,
+            view: {
+              at: 'its scale: x, y',
+              get: 'Scale along the axes.',
+              set: 'The scale of a fresh entity is 0: set it.',
+              values: ['x', 'y'],
+            },
+          }),
           float(
             'worldMatrix',
             20,
             'column-major 3×3: elements 0, 1, 3, 4, 5, 7, 12, 13, 15 of the 4×4 one',
-            Object.assign({ count: 9 }, native)
+            {
+              count: 9,
+              by: 'native',
+              view: {
+                at: 'its world matrix: 9 floats',
+                get: 'World matrix, column-major 3×3, of the last refresh.',
+                parts: [
+                  {
+                    name: 'worldPosition',
+                    from: 6,
+                    count: 2,
+                    get: 'Where entity i stands in the world: the last column of its matrix.',
+                  },
+                ],
+              },
+            }
           ),
         ],
       },
@@ -125,13 +248,75 @@ const groups = [
         struct: 'CullingRecord',
         header: cullingHeader,
         size: 28,
+        view: {
+          class: 'CullingObjectsView',
+          file: 'culling',
+          about:
+            "A batch of culling objects: 28 bytes each, see `layout.cullingObject`. Centre and radius count once the entity's world matrix is computed anew, all else at once.",
+          argument: 'component',
+          object: 'EngineComponent<CullingObjectHandle>',
+          handle: 'CullingObjectHandle',
+          handleAbout: 'Handle of object i, as culling reports it.',
+          maker: 'createComponent(1, count)',
+          count: 'Objects of the batch.',
+          element: 'object',
+          setters: [
+            {
+              name: 'setSphere',
+              about: "Gives object i its sphere, in the entity's space.",
+              sets: ['center', 'radius'],
+            },
+          ],
+        },
         fields: [
-          { name: 'enabled', offset: 0, type: 'u8', about: '0: the object takes no part' },
+          {
+            name: 'enabled',
+            offset: 0,
+            type: 'u8',
+            about: '0: the object takes no part',
+            view: {
+              at: 'the `enabled` byte of object i',
+              get: 'Whether object i takes part. A fresh one does not.',
+              set: 'Has object i take part, or not.',
+              values: ['enabled'],
+              holds: 'boolean',
+            },
+          },
           { name: 'unused', offset: 1, type: 'u8', count: 3, gap: true },
-          word('mask', 4, "layer bits; the object takes part where they meet the call's"),
-          float('center', 8, "x, y, z in the entity's space", { count: 3 }),
-          float('radius', 20, "in the entity's space"),
-          word('entity', 24, 'handle of a 3D entity'),
+          word('mask', 4, "layer bits; the object takes part where they meet the call's", {
+            view: {
+              at: 'its mask',
+              get: 'Layer bits of object i, unsigned.',
+              set: 'Gives object i its layers.',
+              values: ['mask'],
+              holds: 'bits',
+              units: { mask: '32 bits, as an unsigned or a signed number: -1 is all layers' },
+            },
+          }),
+          float('center', 8, "x, y, z in the entity's space", {
+            count: 3,
+            view: {
+              at: 'its centre: x, y, z',
+              get: "Centre of its sphere in the entity's space.",
+              values: ['x', 'y', 'z'],
+            },
+          }),
+          float('radius', 20, "in the entity's space", {
+            view: {
+              at: 'its radius',
+              get: "Radius of its sphere in the entity's space.",
+              values: ['radius'],
+            },
+          }),
+          word('entity', 24, 'handle of a 3D entity', {
+            view: {
+              at: 'the handle of its entity',
+              get: 'Handle of the entity that carries object i.',
+              set: 'Has a 3D entity carry object i.',
+              values: ['handle'],
+              holds: 'Entity3DHandle',
+            },
+          }),
         ],
       },
       {
@@ -185,6 +370,22 @@ const groups = [
         header: animationHeader,
         parameters: ['clipCount', 'entityCount'],
         bytesNative: 'AnimatorBlockBytes',
+        view: {
+          class: 'AnimatorView',
+          isBase: true,
+          file: 'animation',
+          argument: 'component',
+          object: 'EngineComponent<AnimatorHandle>',
+          maker: 'createComponent(2, clipCount, entityCount)',
+          setters: [
+            {
+              name: 'setClip',
+              about: 'Says what plays of clip i.',
+              sets: ['clipHandle', 'clipTime', 'clipWeight'],
+              units: { handle: 'of the clip' },
+            },
+          ],
+        },
         fields: [
           {
             name: 'clips',
@@ -200,6 +401,18 @@ const groups = [
             {
               count: 'entityCount',
               native: 'AnimatorTargetsOffset',
+              view: {
+                name: 'target',
+                index: 'k',
+                at: 'entry k of the target table',
+                get: 'Handle of the entity in entry k of the target table.',
+                set: 'Has entry k of the target table name an entity.',
+                values: ['handle'],
+                holds: 'EntityHandle',
+                units: {
+                  k: 'entry of the target table: those of all clips end to end, in their order',
+                },
+              },
             }
           ),
         ],
@@ -211,9 +424,35 @@ const groups = [
         header: animationHeader,
         size: 12,
         fields: [
-          word('clipHandle', 0, 'a living clip, whatever its weight'),
-          float('time', 4, "frames; wraps at the clip's length"),
-          float('weight', 8, 'takes part if 0 < weight <= 1'),
+          word('clipHandle', 0, 'a living clip, whatever its weight', {
+            view: {
+              at: 'the handle of clip i',
+              get: 'Handle of clip i.',
+              set: 'Has clip i be another one.',
+              values: ['handle'],
+              holds: 'ClipHandle',
+            },
+          }),
+          float('time', 4, "frames; wraps at the clip's length", {
+            view: {
+              name: 'clipTime',
+              at: 'its time',
+              get: 'Its time in frames.',
+              set: 'Moves clip i to a time.',
+              values: ['time'],
+              units: { time: "frames; wraps at the clip's length" },
+            },
+          }),
+          float('weight', 8, 'takes part if 0 < weight <= 1', {
+            view: {
+              name: 'clipWeight',
+              at: 'its weight',
+              get: 'Its weight.',
+              set: 'Gives clip i its share.',
+              values: ['weight'],
+              units: { weight: 'the clip takes part if 0 < weight <= 1' },
+            },
+          }),
         ],
       },
       {
@@ -224,6 +463,22 @@ const groups = [
         header: animationHeader,
         parameters: ['count'],
         bytesNative: 'SkinningBlockBytes',
+        view: {
+          class: 'SkinningView',
+          isBase: true,
+          file: 'animation',
+          argument: 'component',
+          object: 'EngineComponent<SkinningHandle>',
+          maker: 'createComponent(3, count)',
+          setters: [
+            {
+              name: 'setBone',
+              about: 'Says which matrix and which entity bone i has.',
+              sets: ['matrixIndex', 'entity'],
+              units: { index: 'number of its inverse bind matrix', handle: 'of its entity' },
+            },
+          ],
+        },
         constants: [
           {
             name: 'stride3D',
@@ -239,14 +494,37 @@ const groups = [
           },
         ],
         fields: [
-          word('bonesModel', 0, 'inverse bind matrices'),
+          word('bonesModel', 0, 'inverse bind matrices', {
+            view: {
+              get: 'Handle of the inverse bind matrices.',
+              set: 'Names the inverse bind matrices.',
+              values: ['handle'],
+              holds: 'BonesHandle',
+              units: { handle: 'what `createDataModel(2, …)` made' },
+            },
+          }),
           word('indices', 4, 'number of the matrix of each bone', {
             count: 'count',
             native: 'kSkinningIndicesOffset',
+            view: {
+              name: 'matrixIndex',
+              at: 'the number of the matrix of bone i',
+              get: 'Number of the inverse bind matrix of bone i.',
+              set: 'A bone whose number lies past the model gets no result.',
+              values: ['index'],
+            },
           }),
           word('entities', { base: 4, count: 4 }, 'entity of each bone', {
             count: 'count',
             native: 'SkinningEntitiesOffset',
+            view: {
+              name: 'entity',
+              at: 'the handle of its entity',
+              get: 'Handle of the entity of bone i.',
+              set: 'Has an entity carry bone i.',
+              values: ['handle'],
+              holds: 'EntityHandle',
+            },
           }),
           float(
             'results',
@@ -281,8 +559,38 @@ const groups = [
         header: animationHeader,
         parameters: ['layerCount'],
         bytesNative: 'ControllerBlockBytes',
+        view: {
+          class: 'ControllerView',
+          file: 'animation',
+          about:
+            'A controller: its binding and its layers, from the base up, see `layout.controller`.',
+          argument: 'model',
+          object: 'EngineAnimatorControllerModel',
+          maker: 'createAnimatorControllerModel(layerCount)',
+          count: 'Layers, from the base up.',
+          setters: [
+            {
+              name: 'setLayer',
+              about: 'Says all of layer i.',
+              sets: ['blendMode', 'layerWeight', 'firstState'],
+              values: ['mode', 'weight', 'firstState'],
+              units: {
+                weight: 'of the layer',
+                firstState: 'handle of a state, or `layout.handles.none`',
+              },
+            },
+          ],
+        },
         fields: [
-          word('bindingHandle', 0, 'a binding, or `handles.none`'),
+          word('bindingHandle', 0, 'a binding, or `handles.none`', {
+            view: {
+              get: 'Handle of the binding.',
+              set: 'Names the binding.',
+              values: ['handle'],
+              holds: 'BindingHandle',
+              units: { handle: 'of a binding; with `layout.handles.none` nothing plays' },
+            },
+          }),
           {
             name: 'layers',
             offset: 4,
@@ -300,9 +608,34 @@ const groups = [
         header: animationHeader,
         size: 12,
         fields: [
-          word('blendMode', 0, 'one of `layerBlendModes`'),
-          float('weight', 4, 'of the layer'),
-          word('firstState', 8, 'first state of the chain, or `handles.none`: off'),
+          word('blendMode', 0, 'one of `layerBlendModes`', {
+            view: {
+              at: 'the blend mode of layer i',
+              get: 'One of `layout.layerBlendModes`; any larger number is off.',
+              set: 'Has layer i replace what is below, add to it, or be off.',
+              values: ['mode'],
+              units: { mode: 'one of `layout.layerBlendModes`' },
+            },
+          }),
+          float('weight', 4, 'of the layer', {
+            view: {
+              name: 'layerWeight',
+              at: 'its weight',
+              get: 'Weight of layer i.',
+              set: 'Gives layer i its weight. An override layer of weight 0 holds its entities at rest: turn it off by its mode.',
+              values: ['weight'],
+            },
+          }),
+          word('firstState', 8, 'first state of the chain, or `handles.none`: off', {
+            view: {
+              at: 'the handle of its first state',
+              get: 'Handle of the first state of the chain of layer i.',
+              set: 'Has the chain of layer i begin at another state.',
+              values: ['handle'],
+              holds: 'StateHandle',
+              units: { handle: 'of a state; with `layout.handles.none` the layer is empty' },
+            },
+          }),
         ],
       },
       {
@@ -313,10 +646,56 @@ const groups = [
         header: animationHeader,
         parameters: ['clipCount'],
         bytesNative: 'ControllerStateBlockBytes',
+        view: {
+          class: 'ControllerStateView',
+          file: 'animation',
+          about:
+            'A state of a layer: its weight, the state behind it, and what plays of its clips, see `layout.controllerState`. A chain of states that loops is followed for ever.',
+          argument: 'model',
+          object: 'EngineAnimatorControllerStateModel',
+          maker: 'createAnimatorControllerStateModel(clipCount)',
+          count: 'Clips that it can play at once.',
+          setters: [
+            {
+              name: 'setClip',
+              about: 'Says what plays of clip i.',
+              sets: ['clipHandle', 'clipTime', 'clipWeight'],
+              units: { handle: 'of the clip' },
+            },
+            {
+              name: 'setReference',
+              about: 'Additive layers: says which pose is taken away.',
+              sets: ['referenceClip', 'referenceTime'],
+              units: { handle: 'of the clip', time: 'frames' },
+            },
+          ],
+        },
         fields: [
-          float('weight', 0, 'in its layer; 0 skips the state'),
-          float('fillDefaults', 4, 'any value but 0 brings in rest poses'),
-          word('nextState', 8, 'next state of the chain; one that there is not ends it'),
+          float('weight', 0, 'in its layer; 0 skips the state', {
+            view: {
+              get: 'Weight of the state in its layer.',
+              set: 'Gives the state its share of the layer.',
+              values: ['weight'],
+              units: { weight: '0 skips the state' },
+            },
+          }),
+          float('fillDefaults', 4, 'any value but 0 brings in rest poses', {
+            view: {
+              get: 'Whether rest poses are brought in.',
+              set: 'Has rest poses brought in, or not.',
+              values: ['fill'],
+              holds: 'boolean',
+            },
+          }),
+          word('nextState', 8, 'next state of the chain; one that there is not ends it', {
+            view: {
+              get: 'Handle of the next state of the layer.',
+              set: 'Has another state follow in the layer.',
+              values: ['handle'],
+              holds: 'StateHandle',
+              units: { handle: 'of a state; `layout.handles.none` ends the chain' },
+            },
+          }),
           {
             name: 'clips',
             offset: 12,
@@ -334,11 +713,50 @@ const groups = [
         header: animationHeader,
         size: 20,
         fields: [
-          word('clipHandle', 0, 'a clip'),
-          float('time', 4, 'frames'),
-          float('weight', 8, '0 skips the clip'),
-          word('referenceClip', 12, 'additive layers: the clip whose pose is taken away'),
-          float('referenceTime', 16, 'additive layers: its frame'),
+          word('clipHandle', 0, 'a clip', {
+            view: {
+              at: 'the handle of clip i',
+              get: 'Handle of clip i.',
+              set: 'Has clip i be another one.',
+              values: ['handle'],
+              holds: 'ClipHandle',
+            },
+          }),
+          float('time', 4, 'frames', {
+            view: {
+              name: 'clipTime',
+              at: 'its time',
+              get: 'Its time in frames.',
+              set: 'Moves clip i to a time.',
+              values: ['time'],
+              units: { time: "frames; wraps at the clip's length" },
+            },
+          }),
+          float('weight', 8, '0 skips the clip', {
+            view: {
+              name: 'clipWeight',
+              at: 'its weight',
+              get: 'Its weight.',
+              set: 'Gives clip i its share of the state.',
+              values: ['weight'],
+              units: { weight: '0 skips the clip; it is not clamped' },
+            },
+          }),
+          word('referenceClip', 12, 'additive layers: the clip whose pose is taken away', {
+            view: {
+              at: 'the handle of its reference',
+              get: 'Additive layers: handle of the clip whose pose is taken away.',
+              values: ['handle'],
+              holds: 'ClipHandle',
+            },
+          }),
+          float('referenceTime', 16, 'additive layers: its frame', {
+            view: {
+              at: 'the time of its reference',
+              get: 'Additive layers: frame of that clip.',
+              values: ['time'],
+            },
+          }),
         ],
       },
       {

@@ -492,6 +492,60 @@ for (const { name, bytes, make, rows, indices, indexed, outs = {}, words = {} } 
       });
     }
 
+    it('shows a block within a larger memory as one of its own', () => {
+      const before = 20;
+      for (const [method, args, values, getters] of rows) {
+        const memory = new Uint8Array(before + bytes + 12).fill(0xab);
+        const view = make({ id: 4096, buffer: new Uint8Array(memory.buffer, before, bytes) });
+        view[method](...args);
+        assert.deepStrictEqual(memory.slice(before, before + bytes), stored(bytes, values), method);
+        assert(memory.slice(0, before).every((byte) => byte === 0xab));
+        assert(memory.slice(before + bytes).every((byte) => byte === 0xab));
+        for (const [getter, given, expected] of getters) {
+          const isMany = Array.isArray(expected);
+          const out = isMany ? [new Array(expected.length)] : [];
+          assert.deepStrictEqual(view[getter](...given, ...out), expected, getter);
+        }
+        for (const [at, i, array, offset] of indices) {
+          assert.strictEqual(view[array].byteOffset, before);
+          assert.strictEqual(view[at](i) * view[array].BYTES_PER_ELEMENT, offset, at);
+        }
+        for (const index of [indexed.count, -1]) {
+          const [indexMethod] = Object.keys(indexed.methods);
+          const given = indexed.methods[indexMethod];
+          assertRefused(() => view[indexMethod](index, ...given), RangeError, /: i is /);
+        }
+      }
+    });
+
+    it('refuses bytes that are no block of a memory', () => {
+      const memory = new ArrayBuffer(bytes + 4);
+      const inMemory = (byteOffset, byteLength) => () =>
+        make({ id: 4096, buffer: { buffer: memory, byteOffset, byteLength } });
+      inMemory(4, bytes)();
+      for (const [byteOffset, byteLength, message] of [
+        [
+          2,
+          bytes,
+          /: its block starts at byte 2 of a memory: give one that starts at a multiple of 4/,
+        ],
+        ['4', bytes, /starts at byte '4' of/],
+        [
+          8,
+          bytes,
+          /: its block of \d+ bytes starts at byte 8 of a memory of \d+: give one that lies/,
+        ],
+        [4, -1, /: its block of -1 bytes starts/],
+        [4, undefined, /: its block of undefined bytes starts/],
+      ]) {
+        assertRefused(inMemory(byteOffset, byteLength), RangeError, message);
+      }
+      if (name !== 'AnimatorView') {
+        const wrong = new RegExp(`^${name}: a buffer of ${bytes - 4} bytes does not hold`);
+        assertRefused(inMemory(4, bytes - 4), RangeError, wrong);
+      }
+    });
+
     it('tells where fields stand in its raw arrays', () => {
       const view = make(poisoned(bytes));
       for (const [method, i, array, offset] of indices) {
@@ -594,7 +648,8 @@ for (const { name, bytes, make, rows, indices, indexed, outs = {}, words = {} } 
         5,
         {},
         { id: 0 },
-        { id: 4096, buffer: new Uint8Array(bytes) },
+        { id: 4096, buffer: Array.from(new Uint8Array(bytes)) },
+        { id: 4096, buffer: { buffer: {}, byteOffset: 0, byteLength: bytes } },
         { id: 4096, buffer: { [Symbol.toStringTag]: 'ArrayBuffer' } },
         ...hostileObjects().map((buffer) => ({ id: 4096, buffer })),
       ]) {
@@ -817,6 +872,19 @@ describe('views of culling, with the engine', () => {
     assert.strictEqual(new CullingAnswerView(engine.frustumCulling(4, ...looking)).count, 0);
     const top = new CullingAnswerView(engine.frustumCulling(0x80000000, ...looking));
     assert.deepStrictEqual(Array.from(top.objects), [objects.handle(2)]);
+  });
+
+  it('show answers and results within a larger memory', () => {
+    const memory = new ArrayBuffer(64);
+    const part = (byteOffset, byteLength) => new Uint8Array(memory, byteOffset, byteLength);
+    new Uint32Array(memory, 8, 4).set([77, 1, 4096]);
+    new Float32Array(memory, 20, 1)[0] = 2.5;
+    const result = new CullingResultView({ cullingResult: part(8, 24) });
+    assert.deepStrictEqual([result.hash, result.count, result.capacity], [77, 1, 2]);
+    assert.deepStrictEqual([result.object(0), result.distance(0)], [4096, 2.5]);
+    const answer = { objects: part(16, 4), distances: part(20, 4), hash: 77 };
+    const view = new CullingAnswerView(answer);
+    assert.deepStrictEqual([view.count, view.object(0), view.distance(0)], [1, 4096, 2.5]);
   });
 
   it('follow the result into a larger buffer', () => {

@@ -1,0 +1,66 @@
+'use strict';
+// Where the bytes of a block are. All views and writers reach blocks through here, so that a block may be an
+// ArrayBuffer of its own, as native code makes them, or a part of a larger memory that holds many.
+const { isArrayBuffer, isObject, show } = require('./value-checks');
+
+const kWordBytes = 4;
+
+/**
+ * Bytes of a memory. Every typed array is such an object.
+ * @typedef {Object} BlockBytes
+ * @property {ArrayBuffer} buffer the memory
+ * @property {number} byteOffset where the block starts in it
+ * @property {number} byteLength bytes of the block
+ */
+
+/**
+ * The bytes of a block.
+ * @param {string} label for messages
+ * @param {*} block an ArrayBuffer, or bytes of a larger one that start at a multiple of 4
+ * @returns {?BlockBytes} null for what is neither
+ */
+function bytesOf(label, block) {
+  if (isArrayBuffer(block)) {
+    return { buffer: block, byteOffset: 0, byteLength: block.byteLength };
+  }
+  let bytes = null;
+  try {
+    const { buffer, byteOffset, byteLength } = isObject(block) ? block : {};
+    bytes = { buffer, byteOffset, byteLength };
+  } catch (error) {
+    return null; // a revoked proxy
+  }
+  const { buffer, byteOffset, byteLength } = bytes;
+  if (!isArrayBuffer(buffer)) {
+    return null;
+  }
+  if (byteOffset >>> 0 !== byteOffset || byteOffset % kWordBytes !== 0) {
+    const found = `its block starts at byte ${show(byteOffset)} of a memory`;
+    throw new RangeError(`${label}: ${found}: give one that starts at a multiple of 4.`);
+  }
+  if (byteLength >>> 0 !== byteLength || byteOffset + byteLength > buffer.byteLength) {
+    const found = `its block of ${show(byteLength)} bytes starts at byte ${byteOffset} of a memory`;
+    throw new RangeError(`${label}: ${found} of ${buffer.byteLength}: give one that lies in it.`);
+  }
+  return bytes;
+}
+
+/**
+ * A block as words; what is left of its last one is not among them.
+ * @param {BlockBytes} bytes
+ * @returns {Uint32Array}
+ */
+function wordsOf({ buffer, byteOffset, byteLength }) {
+  return new Uint32Array(buffer, byteOffset, Math.floor(byteLength / kWordBytes));
+}
+
+/**
+ * The same as floats.
+ * @param {BlockBytes} bytes
+ * @returns {Float32Array}
+ */
+function floatsOf({ buffer, byteOffset, byteLength }) {
+  return new Float32Array(buffer, byteOffset, Math.floor(byteLength / kWordBytes));
+}
+
+module.exports = { bytesOf, floatsOf, wordsOf };
