@@ -2,6 +2,7 @@
 // node scripts/layouts.js: writes all that is generated from the description of layouts.
 const fs = require('fs');
 const path = require('path');
+const { renderCommands } = require('./layouts/commands');
 const description = require('./layouts/description');
 const { renderDocument, renderFacts, renderScript, renderTypes } = require('./layouts/render');
 const { renderViews } = require('./layouts/views');
@@ -25,7 +26,10 @@ function generatedLayouts() {
     { file: 'types/layout.d.ts', text: inForm(renderTypes(description), 'typescript') },
     { file: 'docs/layouts.md', text: renderDocument(description) },
     { file: 'tests/native/Engine/LayoutFacts.inc', text: renderFacts(description) },
-    ...renderViews(description).map(({ file, text }) => ({ file, text: inForm(text, 'babel') })),
+    ...[...renderViews(description), ...renderCommands(description)].map(({ file, text }) => ({
+      file,
+      text: inForm(text, 'babel'),
+    })),
   ];
 }
 

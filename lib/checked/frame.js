@@ -1,30 +1,27 @@
 'use strict';
 // What refreshWorldTransform reads: the stream of entity commands and the list of dirty entities.
-const { entityCommands: numbers, limits } = require('../layout');
+const { entityCommandTable } = require('../command-tables');
+const { limits } = require('../layout');
 
 const kCall = 'refreshWorldTransform';
 const kWordBytes = 4;
 
 /**
- * Words behind the number of a command, and how it is carried out on the model of links. Each reads
- * its operands from `words` at `at`, and throws for those with which native code would do nothing.
+ * How a command is carried out on the model of links, by its method of the writer. Each reads its operands from
+ * `words` at `at`, and throws for those with which native code would do nothing.
  */
-const commands = {
-  [numbers.addRoot]: { name: 'AddRoot', operands: 1, run: addRoot },
-  [numbers.addChild]: { name: 'AddChild', operands: 2, run: addChild },
-  [numbers.insertChild]: { name: 'InsertChild', operands: 3, run: insertChild },
-  [numbers.removeFromParent]: { name: 'RemoveFromParent', operands: 1, run: removeFromParent },
-  [numbers.resetSubtree]: { name: 'ResetSubtree', operands: 1, run: resetSubtree },
-  [numbers.bindToBone]: { name: 'BindToBone', operands: 2, run: bindToBone },
-  [numbers.bindToBoneBatch]: { name: 'BindToBoneBatch', perElement: 2, run: bindToBoneBatch },
-  [numbers.unbindFromBone]: { name: 'UnbindFromBone', operands: 1, run: unbindFromBone },
-  [numbers.unbindFromBoneBatch]: {
-    name: 'UnbindFromBoneBatch',
-    perElement: 1,
-    run: unbindFromBoneBatch,
-  },
-  [numbers.activate]: { name: 'Activate', operands: 1, run: activate },
-  [numbers.deactivate]: { name: 'Deactivate', operands: 1, run: deactivate },
+const runs = {
+  addRoot,
+  addChild,
+  insertChild,
+  removeFromParent,
+  resetSubtree,
+  bindToBone,
+  bindToBoneBatch,
+  unbindFromBone,
+  unbindFromBoneBatch,
+  activate,
+  deactivate,
 };
 
 function needEntity({ registry }, label, words, at) {
@@ -159,9 +156,10 @@ function runCommands(state) {
   const end = 1 + length / kWordBytes;
   for (let at = 1; at < end; ) {
     const place = `${kCall}: entityCommands at byte ${at * kWordBytes}`;
-    const command = commands[words[at]];
+    const command = entityCommandTable.get(words[at]);
     if (command === undefined) {
-      const cure = 'write the numbers 1 to 11, each with all of its operands';
+      const numbers = `the numbers 1 to ${Math.max(...entityCommandTable.keys())}`;
+      const cure = `write ${numbers}, each with all of its operands`;
       throw new RangeError(`${place}: there is no command ${words[at]}: ${cure}.`);
     }
     const label = `${place}, ${command.name}`;
@@ -171,7 +169,7 @@ function runCommands(state) {
       const trouble = `the stream ends ${end - at} words from its beginning${taken}`;
       throw new RangeError(`${label}: ${trouble}: write all of it ahead of the length word.`);
     }
-    command.run(state, label, words, at + 1);
+    runs[command.method](state, label, words, at + 1);
     at += size;
   }
 }

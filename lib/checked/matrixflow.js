@@ -3,6 +3,7 @@
 // enough: the dry run carries all of them out, on copies of the blocks that they write, and throws
 // for those that native code would let run past a block. It stops where native code stops with a
 // result, which then tells it.
+const { matrixFlowTable } = require('../command-tables');
 const { matrixFlowCommands: types } = require('../layout');
 const { copyOfBuffer } = require('./arguments');
 
@@ -17,14 +18,6 @@ const kLargestDepth = 10000;
 
 const { fround } = Math;
 
-/** Operations by component of two vectors of floats. */
-const operations = {
-  Add: (a, b) => a.map((value, i) => fround(value + b[i])),
-  Sub: (a, b) => a.map((value, i) => fround(value - b[i])),
-  Mul: (a, b) => a.map((value, i) => fround(value * b[i])),
-  Div: (a, b) => a.map((value, i) => fround(value / b[i])),
-};
-
 /** The product of two matrices of n rows. */
 function multiply(a, b, n) {
   const out = new Array(n * n);
@@ -38,24 +31,6 @@ function multiply(a, b, n) {
     }
   }
   return out;
-}
-
-const families = { scalar: 4, vector2: 8, vector3: 12, vector4: 16, matrix3: 36, matrix4: 64 };
-
-/**
- * What each type is: its name, the bytes of a value, the bytes that native code proves of it, and its
- * operation.
- */
-const shapes = new Map();
-for (const name of Object.keys(types)) {
-  const match = /^(scalar|vector[234]|matrix[34])([A-Z]\w+)$/.exec(name);
-  if (match !== null) {
-    const [, family, operation] = match;
-    const bytes = families[family];
-    const provesLess = operation === 'Copy' && (family === 'vector2' || family === 'vector3');
-    const proven = provesLess ? kWordBytes : bytes;
-    shapes.set(types[name], { name, family, operation, bytes, proven });
-  }
 }
 
 /** Ends a dry run where native code ends, with a result of its own. */
@@ -170,17 +145,14 @@ class DryRun {
     const { entry, at, end } = run;
     const view = this._block(kCall, entry.memoryID);
     const type = view.getInt32(at, true);
-    const shape = shapes.get(type);
+    const shape = matrixFlowTable.get(type);
     const first = at + kWordBytes;
     const label = (name) => `${kCall}: command buffer ${entry.id} at byte ${at}, ${name}`;
     const word = (i) => view.getUint32(first + kWordBytes * i, true);
-    const words = type === types.call ? 1 : type === types.bulkCopy ? 5 : undefined;
-    if (shape === undefined && words === undefined) {
+    if (shape === undefined) {
       return kStopped;
     }
-    const isPair = shape !== undefined && /Copy|Invert/.test(shape.operation);
-    const count = words === undefined ? (isPair ? 4 : 6) : words;
-    const next = first + kWordBytes * count;
+    const next = first + kWordBytes * shape.words;
     if (next > end) {
       return kStopped;
     }
@@ -192,7 +164,7 @@ class DryRun {
     let done;
     if (type === types.bulkCopy) {
       done = this._bulkCopy(label('bulkCopy'), word);
-    } else if (isPair) {
+    } else if (shape.operands.length === 2) {
       done = this._copy(label(shape.name), shape, word);
     } else {
       done = this._compute(label(shape.name), shape, word);
@@ -255,19 +227,17 @@ class DryRun {
     return operands !== null && this._move(label, operands[1], operands[0], bytes);
   }
 
-  _copy(label, { operation, bytes, proven }, word) {
-    const isCopy = operation === 'Copy';
-    const names = isCopy ? ['D', 'S'] : ['S', 'D'];
+  _copy(label, { operands: names, bytes, proven }, word) {
     const operands = this._operands(label, names, word, bytes, proven);
     if (operands === null) {
       return false;
     }
-    const [to, from] = isCopy ? operands : [operands[1], operands[0]];
+    const [to, from] = names[0] === 'D' ? operands : [operands[1], operands[0]];
     return this._move(label, from, to, bytes);
   }
 
-  _compute(label, { family, operation, bytes }, word) {
-    const operands = this._operands(label, ['A', 'B', 'R'], word, bytes, bytes);
+  _compute(label, { name, operands: names, bytes, compute, rows }, word) {
+    const operands = this._operands(label, names, word, bytes, bytes);
     if (operands === null) {
       return false;
     }
@@ -278,13 +248,11 @@ class DryRun {
       }
       return values;
     });
-    if (family === 'scalar' && operation === 'Div' && b[0] < kLeastDivisor) {
+    if (name === 'scalarDiv' && b[0] < kLeastDivisor) {
       return false;
     }
-    const isProduct = operation === 'Mul' && family.startsWith('matrix');
-    const result = isProduct
-      ? multiply(a, b, family === 'matrix3' ? 3 : 4)
-      : operations[operation](a, b);
+    const result =
+      rows === undefined ? a.map((value, i) => compute(value, b[i])) : multiply(a, b, rows);
     const target = this._copyOf(label, operands[2].memoryID);
     result.forEach((value, i) => {
       target.setFloat32(operands[2].offset + kWordBytes * i, value, true);

@@ -955,9 +955,110 @@ function values(rows) {
   return rows.map(([name, value, about]) => ({ name, value, about }));
 }
 
-/** A family of MatrixFlow commands. */
-function family(name, first, operations) {
-  return operations.map((operation, i) => [`${name}${operation}`, first + i]);
+// Commands, for their writers, see scripts/layouts/commands.js, and for checked mode. Operands are words: rows of a
+// name, the kind of handle that it is ('word' for none), and what it means beyond its name.
+
+/** A command of fixed operands. */
+function command(name, value, operands, about, more) {
+  const shown = operands.map(([operand]) => operand).join(', ');
+  return Object.assign({ name, value, about: shown, command: { operands, about } }, more);
+}
+
+/** A command of n elements: n, then n words for each row of operands. */
+function batchCommand(name, value, operands, about) {
+  const shown = ['n', ...operands.map(([operand]) => `n ${operand}`)].join(', ');
+  return { name, value, about: shown, command: { operands, about, isBatch: true } };
+}
+
+/** Values that MatrixFlow commands compute with. */
+const flowValues = {
+  scalar: { first: 1000, bytes: 4, title: 'Scalars: one float.', each: '' },
+  vector2: { first: 2000, bytes: 8, title: 'Vectors of two floats.', each: ' by component' },
+  vector3: { first: 3000, bytes: 12, title: 'Vectors of three floats.', each: ' by component' },
+  vector4: { first: 4000, bytes: 16, title: 'Vectors of four floats.', each: ' by component' },
+  matrix3: {
+    first: 5000,
+    bytes: 36,
+    title: '3x3 matrices: nine floats, column-major.',
+    each: ' by element',
+    rows: 3,
+  },
+  matrix4: {
+    first: 6000,
+    bytes: 64,
+    title: '4x4 matrices: sixteen floats, column-major.',
+    each: ' by element',
+    rows: 4,
+  },
+};
+
+/** Bytes that native code proves of what it copies, where these are fewer than it copies. */
+const kProvenCopies = { vector2: 4, vector3: 4 };
+
+/**
+ * Operations on values: names of the operands in the stream, and what is computed of floats a and b, where it is
+ * the same for each of a value.
+ */
+const flowOperations = {
+  Copy: { operands: ['D', 'S'] },
+  Add: { operands: ['A', 'B', 'R'], each: 'a + b' },
+  Sub: { operands: ['A', 'B', 'R'], each: 'a - b' },
+  Mul: { operands: ['A', 'B', 'R'], each: 'a * b' },
+  Div: { operands: ['A', 'B', 'R'], each: 'a / b' },
+  Invert: { operands: ['S', 'D'] },
+};
+
+/** What is to be known of single MatrixFlow commands. */
+const flowNotes = {
+  scalarDiv:
+    'A divisor below the smallest normal float, any negative one included, ends the run with result 5.',
+  vector2Div: 'Tests no divisor.',
+  vector3Div: 'Tests no divisor.',
+  vector4Div: 'Tests no divisor.',
+};
+
+/** What a MatrixFlow command does, for its comment. */
+function tellFlow(name, family, operation) {
+  const { bytes, each, rows } = flowValues[family];
+  const { operands } = flowOperations[operation];
+  const names = operands.join(', ');
+  if (operation === 'Invert') {
+    // Kept on purpose: native code copies.
+    return `${names}: the source first. D = S: no inverse.`;
+  }
+  if (operation === 'Copy') {
+    const proven = kProvenCopies[family];
+    const note = `The engine proves ${proven} of them: \`blockSizes\` holds all ${bytes} against the block.`;
+    return `${names}. D = S, ${bytes} bytes.${proven === undefined ? '' : ` ${note}`}`;
+  }
+  const formula = flowOperations[operation].each.toUpperCase();
+  const isProduct = operation === 'Mul' && rows !== undefined;
+  const note = flowNotes[name] === undefined ? '' : ` ${flowNotes[name]}`;
+  return `${names}. R = ${formula}${isProduct ? ', the matrix product' : each}.${note}`;
+}
+
+/** The MatrixFlow commands of a family, numbered from its first on. */
+function flowFamily(family, operations) {
+  const { first, bytes, rows } = flowValues[family];
+  return operations.map((operation, i) => {
+    const name = `${family}${operation}`;
+    const { operands, each } = flowOperations[operation];
+    const isProduct = operation === 'Mul' && rows !== undefined;
+    const proven = operation === 'Copy' ? kProvenCopies[family] : undefined;
+    return {
+      name,
+      value: first + i,
+      command: {
+        family,
+        operands,
+        bytes,
+        proven: proven === undefined ? bytes : proven,
+        compute: isProduct ? undefined : each,
+        rows: isProduct ? rows : undefined,
+        about: tellFlow(name, family, operation),
+      },
+    };
+  });
 }
 
 const kArithmetic = ['Copy', 'Add', 'Sub', 'Mul', 'Div'];
@@ -1071,19 +1172,77 @@ const enums = [
     title: 'commands of `entityCommandStream`, with their operands',
     header: commandHeader,
     native: 'EntityCommand::k{}',
-    values: values([
-      ['addRoot', 1, 'handle'],
-      ['addChild', 2, 'parent, child'],
-      ['insertChild', 3, 'parent, child, index'],
-      ['removeFromParent', 4, 'handle'],
-      ['resetSubtree', 5, 'handle'],
-      ['bindToBone', 6, 'entity, bone'],
-      ['bindToBoneBatch', 7, 'n, n entities, n bones'],
-      ['unbindFromBone', 8, 'handle'],
-      ['unbindFromBoneBatch', 9, 'n, n handles'],
-      ['activate', 10, 'handle'],
-      ['deactivate', 11, 'handle'],
-    ]),
+    values: [
+      command(
+        'addRoot',
+        1,
+        [['handle', 'EntityHandle']],
+        'Makes an entity without a parent a root; twice, and it is walked twice.'
+      ),
+      command(
+        'addChild',
+        2,
+        [
+          ['parent', 'H'],
+          ['child', 'H'],
+        ],
+        "Attaches behind the parent's children; both of one kind, 2D or 3D, or nothing happens. Never close a cycle: a refresh then ends the process."
+      ),
+      command(
+        'insertChild',
+        3,
+        [
+          ['parent', 'EntityHandle'],
+          ['child', 'EntityHandle'],
+          ['index', 'word', 'counted without the child'],
+        ],
+        "Attaches at a place among the parent's children, also across kinds."
+      ),
+      command(
+        'removeFromParent',
+        4,
+        [['handle', 'EntityHandle']],
+        'Its matrices stay as they are.'
+      ),
+      command(
+        'resetSubtree',
+        5,
+        [['handle', 'EntityHandle']],
+        'The entity and all below it lose links, bindings to bones, names and inactivity.'
+      ),
+      command(
+        'bindToBone',
+        6,
+        [
+          ['entity', 'EntityHandle'],
+          ['bone', 'Entity3DHandle', 'a 3D entity: 2D ones lead nobody'],
+        ],
+        "The entity takes over the bone's world transform, one refresh later."
+      ),
+      batchCommand(
+        'bindToBoneBatch',
+        7,
+        [
+          ['entities', 'EntityHandle', '', 'entity'],
+          ['bones', 'Entity3DHandle', 'as many', 'bone'],
+        ],
+        'Entity i follows bone i.'
+      ),
+      command('unbindFromBone', 8, [['handle', 'EntityHandle']], ''),
+      batchCommand('unbindFromBoneBatch', 9, [['handles', 'EntityHandle']], ''),
+      command(
+        'activate',
+        10,
+        [['handle', 'EntityHandle']],
+        'An inactive entity becomes active, and is computed anew with all below it.'
+      ),
+      command(
+        'deactivate',
+        11,
+        [['handle', 'EntityHandle']],
+        'The entity and all below it keep their matrices until it is activated.'
+      ),
+    ],
   },
   {
     name: 'matrixFlowCommands',
@@ -1091,16 +1250,23 @@ const enums = [
     about: 'Their operands are told in [MatrixFlow](matrixflow.md).',
     header: flowHeader,
     native: 'MatrixFlowCommand::k{}',
-    values: values([
-      ['call', 1],
-      ...family('scalar', 1000, kArithmetic),
-      ...family('vector2', 2000, kArithmetic),
-      ...family('vector3', 3000, kArithmetic),
-      ...family('vector4', 4000, kArithmetic),
-      ...family('matrix3', 5000, ['Copy', 'Add', 'Sub', 'Mul']),
-      ...family('matrix4', 6000, ['Copy', 'Add', 'Sub', 'Mul', 'Invert']),
-      ['bulkCopy', 9000],
-    ]),
+    values: [
+      command(
+        'call',
+        1,
+        [['handle', 'CommandBufferHandle', '`id` of a command buffer']],
+        'Runs another command buffer and, unless its result is 0, ends with that result. Nothing stops buffers that call each other in a circle but the end of the stack, and the process.',
+        { about: undefined }
+      ),
+      ...flowFamily('scalar', kArithmetic),
+      ...flowFamily('vector2', kArithmetic),
+      ...flowFamily('vector3', kArithmetic),
+      ...flowFamily('vector4', kArithmetic),
+      ...flowFamily('matrix3', ['Copy', 'Add', 'Sub', 'Mul']),
+      ...flowFamily('matrix4', ['Copy', 'Add', 'Sub', 'Mul', 'Invert']),
+      // Its method stands in lib/commands.js: it alone has a count beside its operands.
+      { name: 'bulkCopy', value: 9000, command: { operands: ['D', 'S'], words: 5 } },
+    ],
   },
   {
     name: 'matrixFlowResults',
@@ -1211,4 +1377,4 @@ const handles = {
   ],
 };
 
-module.exports = { groups, enums, limits, handles };
+module.exports = { groups, enums, limits, handles, flowValues };

@@ -102,13 +102,16 @@ const types = {
   StateHandle: { from: handles },
   HandleArray: { from: handles, parameter: 'number' },
   HandleLike: { from: handles, parameter: 'number' },
+  Engine: { from: engine },
   EngineAnimatorControllerModel: { from: engine },
   EngineAnimatorControllerStateModel: { from: engine },
   EngineMatrixFlowCommandBuffer: { from: engine },
   EngineComponent: { from: engine, parameter: `import('${handles}').ComponentHandle` },
   EngineEntity: { from: engine, parameter: kAnyHandle },
   NumberArray: { from: './view-base' },
-  Operand: { from: './stream-writer' },
+  CopyOperands: { from: './stream-writer' },
+  InvertOperands: { from: './stream-writer' },
+  ThreeOperands: { from: './stream-writer' },
 };
 
 module.exports = { capital, comment, head, typeNames, types };

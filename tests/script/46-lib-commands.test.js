@@ -185,11 +185,7 @@ describe('EntityCommandWriter', () => {
   });
 
   it('wants an engine', () => {
-    const owners = [
-      new Uint32Array(4),
-      { [Symbol.toStringTag]: 'ArrayBuffer' },
-      ...hostileObjects(),
-    ];
+    const owners = [[0, 0, 0, 0], { [Symbol.toStringTag]: 'ArrayBuffer' }, ...hostileObjects()];
     for (const value of [
       undefined,
       7,
@@ -203,6 +199,39 @@ describe('EntityCommandWriter', () => {
     }
     const none = { entityCommands: new ArrayBuffer(3) };
     assert.throws(() => new EntityCommandWriter(none), { name: 'RangeError', message: /3 bytes/ });
+  });
+
+  it('writes into a buffer that is a part of a larger memory', () => {
+    const memory = new Uint32Array(16).fill(0xabababab);
+    const part = new Uint8Array(memory.buffer, 12, 20);
+    memory[3] = 0;
+    const writer = new EntityCommandWriter({ entityCommands: part });
+    assert.strictEqual(writer.room, 16);
+    assert.strictEqual(writer.addRoot(4096), 4);
+    assert.strictEqual(writer.activate(4097), 12);
+    assert.deepStrictEqual(Array.from(memory.slice(2, 9)), [
+      ...[0xabababab, 16, 1, 4096],
+      ...[10, 4097, 0xabababab],
+    ]);
+    assert.throws(
+      () => writer.addRoot(1),
+      /^RangeError: EntityCommandWriter\.addRoot: 8 bytes do not/
+    );
+
+    memory[3] = 0;
+    const list = new DirtyListWriter({ dirtyEntities: part });
+    list.appendRange(7, 4);
+    assert.deepStrictEqual(Array.from(memory.slice(3, 9)), [4, 7, 8, 9, 10, 0xabababab]);
+    assert.throws(
+      () => list.append(1),
+      /^RangeError: DirtyListWriter\.append: 1 entries do not fit/
+    );
+
+    const off = { buffer: memory.buffer, byteOffset: 6, byteLength: 20 };
+    assert.throws(() => new DirtyListWriter({ dirtyEntities: off }), {
+      name: 'RangeError',
+      message: /^DirtyListWriter: its block starts at byte 6 of a memory: give one that starts/,
+    });
   });
 
   it('keeps the engine that owns the memory', () => {

@@ -337,7 +337,7 @@ describe('comments of lib/', () => {
     }
     assert.deepStrictEqual(held, [
       ...['Hint', 'CheckedOptions'],
-      ...['Key', 'KeyColumns', 'Curve', 'Clip', 'Operand'],
+      ...['Key', 'KeyColumns', 'Curve', 'Clip', 'MatrixFlowWriterOptions'],
       ...['ImportedNode', 'ImportedSkin', 'ImportedAnimation', 'ImportedModel', 'ImportOptions'],
       ...['NativeModule', 'LoadError'],
     ]);

@@ -225,7 +225,7 @@ function functionOf(node) {
   return {
     parameters: node.parameters.map(parameterOf),
     isTagged: tags.some((tag) => ts.isJSDocParameterTag(tag) || ts.isJSDocReturnTag(tag)),
-    returns: ts.getJSDocReturnTag(node) !== undefined,
+    returns: ts.getJSDocReturnTag(node) !== undefined || ts.getJSDocType(node) !== undefined,
   };
 }
 
@@ -258,7 +258,13 @@ function readScript(file) {
         .filter(({ tagName }) => tagName.text === 'property')
         .map(({ comment: told }) => /^\{[^}]*\}\s+(\[?)(\w+)/.exec(told))
         .map(([, bracket, name]) => [name, { isOptional: bracket !== '' }]);
-      tags.filter(ts.isJSDocTypedefTag).forEach(({ name, typeExpression }) => {
+      if (tags.some(ts.isJSDocPrivateTag)) {
+        continue;
+      }
+      const own = tags
+        .filter(ts.isJSDocTypedefTag)
+        .filter(({ typeExpression: { type } }) => type === undefined || !ts.isImportTypeNode(type));
+      own.forEach(({ name, typeExpression }) => {
         types.set(name.text, new Map([...propertiesOf(typeExpression), ...extra]));
       });
     }
@@ -275,10 +281,12 @@ function propertiesOf(type) {
     ]);
   }
   const members = ts.isTypeLiteralNode(type.type) ? type.type.members : [];
-  return members.map(({ name, questionToken }) => [
-    name.getText(),
-    { isOptional: questionToken !== undefined },
-  ]);
+  return members
+    .filter(ts.isPropertySignature)
+    .map(({ name, questionToken }) => [
+      name.getText(),
+      { isOptional: questionToken !== undefined },
+    ]);
 }
 
 module.exports = { Typings, compile, complaints, readScript };
