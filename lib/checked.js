@@ -317,34 +317,48 @@ function makeChecked(engine) {
   return object;
 }
 
+/** @typedef {import('../types/handles').EntityHandle} EntityHandle */
+
+/**
+ * What a hint is about: `not-under-root`, an entity whose world matrix is used and never computed; `not-listed`, a record
+ * that changed and is not in `dirtyEntities`; `degrees`, an angle that is no number of radians; `nan`, a number that is
+ * none; `other-engine`, a handle in the buffers of an engine that it does not come from; `one-sided-channel`, a channel
+ * that not all of the blended clips move.
+ * @typedef {'not-under-root' | 'not-listed' | 'degrees' | 'nan' | 'other-engine' | 'one-sided-channel'} HintCode
+ */
+
 /**
  * What a program does that is no error, but a mistake nearly always.
+ * @readonly
  * @typedef {Object} Hint
- * @property {string} code 'not-under-root', 'not-listed', 'degrees', 'nan', 'other-engine' or
- *   'one-sided-channel'; docs/checked.md tells of each
- * @property {string} call method of the engine, or of a view
- * @property {?number} entity its handle; null where there is none
- * @property {string} place what in the entity, in an object, or in the arguments
- * @property {string} message the call, the place, what was found, and the cure
- * @property {boolean} isLast true if there are more of this code, and no more are given
+ * @property {HintCode} code What it is about.
+ * @property {string} call Method of the engine, or of a view.
+ * @property {EntityHandle | null} entity The entity, or null where there is none.
+ * @property {string} place What in the entity, in an object, or in the arguments; empty for the last hint of a code.
+ * @property {string} message The call, the place, what was found, and the cure.
+ * @property {boolean} isLast True if there are more of this code, and no more are given.
  */
 
 /**
- * Options of `checked`.
+ * Options of {@link checked}.
  * @typedef {Object} CheckedOptions
- * @property {?function(Hint): void} [onHint] where hints go, each once, when the call has been carried out;
- *   null for nowhere. Left out, it stays as it is: `console.warn` at first. What it throws, the call throws
+ * @property {((hint: Hint) => void) | null} [onHint] Where hints go, each once, when the call has been carried out; null
+ *   for nowhere. Left out, it stays as it is: `console.warn` at first. What it throws, the call throws.
  */
 
 /**
- * An engine with the same methods, properties and results, that throws in words for what the native
- * one answers by a fault, by the end of the process or by silence, and gives hints of what is no error,
- * but a mistake nearly always. For development: it costs time, see docs/checked.md. Wrap an engine ahead
- * of its first use, and use the wrapped one alone.
- * @param {Object} engine what `getEngine` returned, or what `checked` did
+ * An engine with the same methods, properties and results, that throws a `TypeError` or `RangeError` in words for what
+ * the native one answers by a fault, by the end of the process or by silence. When it throws, no native code has run and
+ * no shared memory has changed. It gives hints of what is no error, but a mistake nearly always. For development: it
+ * costs time.
+ *
+ * Wrap an engine ahead of its first use, and use the wrapped one alone. Its `cullingResult` is a copy, which is detached
+ * when it is replaced by a larger one.
+ * @template {import('../types/engine').Engine} E with or without command buffers
+ * @param {E} engine what {@link getEngine} returned
  * @param {CheckedOptions} [options] may also be given later, for an engine that is checked already
- * @returns {Object} the same one for the same engine
- * @throws {TypeError} for what is no engine, and for other options
+ * @returns {E} the same one for the same engine, and a checked engine as it is
+ * @throws TypeError for what is no engine, and for other options
  */
 function checked(engine, options) {
   const onHint = readOnHint(options);

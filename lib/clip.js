@@ -15,37 +15,54 @@ for (const name of Object.keys(sampleTypes)) {
   typeNames[sampleTypes[name]] = name;
 }
 
-/** The out-tangent of a key whose value holds until the next key. */
+/**
+ * The out-tangent of a key whose value holds until the next key: infinity.
+ * @type {number}
+ */
 const stepTangent = Infinity;
 
 /**
- * A key; `frame` is a whole number, tangents are in value units a second.
- * @typedef {{frame: number, value: number, inTangent: number, outTangent: number}} Key
+ * What the keys of a curve drive: one of {@link sampleTypes}.
+ * @typedef {(typeof sampleTypes)[keyof typeof sampleTypes]} SampleType
+ */
+
+/**
+ * A key of a curve.
+ * @typedef {Object} Key
+ * @property {number} frame A whole number, from 0.
+ * @property {number} value Units, radians for Euler angles, parts of a quaternion; a finite float.
+ * @property {number} inTangent Slope arriving at the key, in value units a second.
+ * @property {number} outTangent Slope leaving it, in value units a second, or {@link stepTangent}.
  */
 
 /**
  * Keys as columns of one length, for much data.
+ * @readonly
  * @typedef {Object} KeyColumns
- * @property {Uint32Array} frames
- * @property {Float32Array} values
- * @property {Float32Array} inTangents
- * @property {Float32Array} outTangents
+ * @property {Uint32Array} frames Whole numbers, rising.
+ * @property {Float32Array} values Units, radians for Euler angles, parts of a quaternion.
+ * @property {Float32Array} inTangents Slopes arriving at the keys, in value units a second.
+ * @property {Float32Array} outTangents Slopes leaving them, in value units a second, or {@link stepTangent}.
  */
 
 /**
+ * A curve of a clip.
+ * @template [Keys=ReadonlyArray<Readonly<Key>> | KeyColumns] how its keys are given
  * @typedef {Object} Curve
- * @property {number} target index of what it moves; the targets of a clip run from 0 without gaps
- * @property {number} type one of `sampleTypes`. Euler angles are in radians. A target turns either by its
- *   Euler angles or by its quaternion: they share their first three channels
- * @property {Key[]|KeyColumns} keys by rising frame; two may share a frame, where the value jumps
+ * @property {number} target Index of what it moves; the targets of a clip run from 0 without gaps.
+ * @property {SampleType} type What of it. A target turns either by its Euler angles or by its quaternion, which then
+ *   has w.
+ * @property {Keys} keys By rising frame; two may share a frame, where the value jumps. May be empty.
  */
 
 /**
+ * A clip.
+ * @template [Keys=ReadonlyArray<Readonly<Key>> | KeyColumns] how the keys of its curves are given
  * @typedef {Object} Clip
- * @property {string} [name] for messages only; the bytes don't hold it
- * @property {number} framesPerSecond a whole number: the engine would drop a fraction
- * @property {number} frameCount where sampling starts again from frame 0; keys may lie beyond
- * @property {Curve[]} curves
+ * @property {string} [name] For messages only; the bytes don't hold it.
+ * @property {number} framesPerSecond A whole number, from 1: the engine would drop a fraction.
+ * @property {number} frameCount Where sampling starts again from frame 0, from 1; keys may lie beyond.
+ * @property {Curve<Keys>[]} curves In any order; several of one target and type are taken as one.
  */
 
 function clipLabel(name) {
@@ -236,10 +253,10 @@ function checkClip(clip) {
 }
 
 /**
- * Writes a clip as the bytes that `engine.createDataModel(1, bytes)` takes.
- * @param {Clip} clip
+ * Writes a clip as the bytes that {@link Engine.createDataModel} takes, with kind 1. See `layout.clip` for them.
+ * @param {Readonly<Clip<ReadonlyArray<Readonly<Key>> | KeyColumns>>} clip
  * @returns {ArrayBuffer}
- * @throws {TypeError|RangeError} naming the clip, the curve and the key, and what to give instead
+ * @throws TypeError or RangeError naming the clip, the curve and the key, and what to give instead
  */
 function buildClip(clip) {
   checkClip(clip);
@@ -283,12 +300,12 @@ function viewOf(label, bytes) {
 }
 
 /**
- * Reads a clip and checks it as `buildClip` does. Bytes after the last key are ignored, as the engine
- * ignores them.
- * @param {ArrayBuffer|SharedArrayBuffer|ArrayBufferView} bytes
+ * Reads a clip and checks it as {@link buildClip} does. Bytes after the last key are ignored, as the engine ignores
+ * them.
+ * @param {ArrayBuffer | SharedArrayBuffer | ArrayBufferView} bytes all of a buffer, or those that a view shows
  * @param {string} [name] for messages, and of the result
- * @returns {Clip} with its keys as objects
- * @throws {TypeError|RangeError} naming what is wrong
+ * @returns {Clip<Key[]>} with its keys as objects
+ * @throws TypeError or RangeError naming what is wrong
  */
 function readClip(bytes, name) {
   checkName(name);

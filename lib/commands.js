@@ -97,7 +97,6 @@ class DirtyListWriter {
   /**
    * Entries in the list.
    * @type {number}
-   * @readonly
    */
   get count() {
     return this._words[0];
@@ -106,7 +105,6 @@ class DirtyListWriter {
   /**
    * Entries that still fit.
    * @type {number}
-   * @readonly
    */
   get room() {
     return this._words.length - 1 - this._words[0];

@@ -33,8 +33,9 @@ const harmlessExtension =
 
 const kExportAgain = 'export it again as glTF 2.0';
 
-/** What is wrong with a file, or with how it was asked for: what, where in it, and the cure. */
+/** What is wrong with a file, in one line: the file, what in it, and the cure. Its name is 'GltfError'. */
 class GltfError extends Error {
+  /** @param {string} message */
   constructor(message) {
     super(message);
     this.name = 'GltfError';

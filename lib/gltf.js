@@ -1,6 +1,12 @@
 'use strict';
-// Imports glTF 2.0 files: nodes, skins, and animations as clips. How a file maps to the result is
-// described in docs/content.md. Needs the package @gltf-transform/core, and looks for it on first use.
+/**
+ * Importer of glTF 2.0 files, reached by `require('nq_logic/lib/gltf')` alone. It needs the package
+ * `@gltf-transform/core`, and looks for it on first use.
+ *
+ * @module nq_logic/lib/gltf
+ */
+
+// How a file maps to the result is described in docs/content.md.
 const fs = require('fs');
 const path = require('path');
 const {
@@ -36,52 +42,65 @@ const pathTypes = new Map([
 const interpolations = ['LINEAR', 'STEP', 'CUBICSPLINE'];
 
 /**
+ * A node of the file.
  * @typedef {Object} ImportedNode
- * @property {string} name '' if it has none
- * @property {number} fileIndex its index in the file, where parents may follow their children
- * @property {number} parent index of its parent in the result, which is smaller than its own, or -1
- * @property {number[]} translation x, y, z
- * @property {number[]} rotation x, y, z, w
- * @property {number[]} scale x, y, z
- * @property {number} skin index, or -1
- * @property {number} mesh index in the file, or -1
+ * @property {string} name '' if it has none.
+ * @property {number} fileIndex Its index in the file, where parents may follow their children.
+ * @property {number} parent Index of its parent in the result, which is smaller than its own, or -1.
+ * @property {[number, number, number]} translation x, y, z in the parent's space.
+ * @property {[number, number, number, number]} rotation Quaternion x, y, z, w.
+ * @property {[number, number, number]} scale x, y, z.
+ * @property {number} skin Index of its skin in the result, or -1.
+ * @property {number} mesh Index of its mesh in the file, or -1.
  */
 
 /**
+ * A skin of the file.
  * @typedef {Object} ImportedSkin
- * @property {string} name
- * @property {number[]} joints indices of nodes
- * @property {ArrayBuffer} inverseBindMatrices 64 bytes a joint, for `engine.createDataModel(2, …)`;
- *     identities where the file has none
+ * @property {string} name '' if it has none.
+ * @property {number[]} joints Indices of nodes in the result.
+ * @property {ArrayBuffer} inverseBindMatrices 64 bytes a joint, for `engine.createDataModel(2, …)`; identities where the
+ *   file has none.
  */
 
 /**
+ * An animation of the file, as a clip.
  * @typedef {Object} ImportedAnimation
- * @property {string} name
- * @property {number} framesPerSecond
- * @property {number} frameCount frames after which the clip starts again
- * @property {number} duration seconds until its last key
- * @property {number[]} targets index of a node for each target of the clip
- * @property {ArrayBuffer} clip for `engine.createDataModel(1, …)`
+ * @property {string} name '' if it has none.
+ * @property {number} framesPerSecond A whole number.
+ * @property {number} frameCount Frames after which the clip starts again.
+ * @property {number} duration Seconds until its last key.
+ * @property {number[]} targets Index of a node of the result for each target of the clip.
+ * @property {ArrayBuffer} clip For `engine.createDataModel(1, …)`.
  */
 
 /**
+ * A scene of the file.
+ * @typedef {Object} ImportedScene
+ * @property {string} name '' if it has none.
+ * @property {number[]} nodes Indices of its root nodes in the result.
+ */
+
+/**
+ * What {@link importGltf} gives. Indices are those of the result, but for `fileIndex` and `mesh`.
  * @typedef {Object} ImportedModel
- * @property {ImportedNode[]} nodes parents ahead of their children, depth first
- * @property {number[]} roots indices of the nodes without parents
- * @property {Array<{name: string, nodes: number[]}>} scenes
- * @property {number} defaultScene index of the scene to show, or -1 if the file names none
- * @property {ImportedSkin[]} skins
- * @property {ImportedAnimation[]} animations
- * @property {string[]} warnings what was left out or resampled, a line each
+ * @property {ImportedNode[]} nodes Parents ahead of their children, depth first, so that one pass creates the entities.
+ * @property {number[]} roots Indices of the nodes without parents.
+ * @property {ImportedScene[]} scenes What to show together.
+ * @property {number} defaultScene Index of the scene to show, or -1 if the file names none.
+ * @property {ImportedSkin[]} skins Joints with their inverse bind matrices.
+ * @property {ImportedAnimation[]} animations Clips, each of all that its animation moves.
+ * @property {string[]} warnings What was left out or resampled, a line each.
  */
 
 /**
+ * How to import.
  * @typedef {Object} ImportOptions
- * @property {string} [name] of the file in messages; by default its path
- * @property {number} [framesPerSecond] rate of all clips; by default each gets the rate of its keys
- * @property {boolean} [holdEnd] adds a frame to each clip, so that its last key can be reached: for
- *     clips that stop at their ends. Without, a clip starts again where its last key stands
+ * @property {string} [name] Of the file in messages; by default its path.
+ * @property {number} [framesPerSecond] Rate of all clips, a whole number from 1 to 1000; by default each gets the rate of
+ *   its keys.
+ * @property {boolean} [holdEnd] Adds a frame to each clip, so that its last key can be reached: for clips that stop at
+ *   their ends. Without, a clip starts again where its last key stands.
  */
 
 /** The transform of a node that names none. */
@@ -500,11 +519,12 @@ function importScenes(label, json, parents, places) {
 }
 
 /**
- * Imports a glTF 2.0 file.
- * @param {string|ArrayBuffer|SharedArrayBuffer|ArrayBufferView} source path of a file, or its bytes
+ * Imports the nodes, skins and animations of a glTF 2.0 file.
+ * @param {string | ArrayBuffer | SharedArrayBuffer | ArrayBufferView} source path of a .glb or .gltf file, or the bytes of
+ *   one that refers to no other file
  * @param {ImportOptions} [options]
- * @returns {Promise<ImportedModel>}
- * @throws {GltfError} naming the file, what in it is wrong, and the cure
+ * @returns {Promise<ImportedModel>} rejects with a {@link GltfError} for what is wrong with the file, with a TypeError or
+ *   RangeError for arguments
  */
 async function importGltf(source, options = {}) {
   const checked = checkOptions(options);

@@ -5,10 +5,15 @@
 const fs = require('fs');
 const path = require('path');
 
+/** @typedef {import('../types/engine').EngineWithMatrixFlow} EngineWithMatrixFlow */
+/** @typedef {import('../types/engine').Engine} Engine */
+
 /**
- * Module ABIs that there are binaries for, by platform: `process.versions.modules` of Node 12, 18, 20, 22, 24, 26.
- * All are for glibc.
+ * Module ABIs that there are binaries for, by platform (`${process.platform}-${process.arch}`): what
+ * `process.versions.modules` is in Node 12, 18, 20, 22, 24 and 26.
+ * @type {Readonly<Record<string, readonly string[]>>}
  */
+// All are for glibc.
 const moduleAbis = Object.freeze({
   'linux-x64': Object.freeze(['72', '108', '115', '127', '137', '147']),
   'linux-arm64': Object.freeze(['127', '137', '147']),
@@ -51,18 +56,22 @@ const builds = {
 };
 
 /**
- * What a module exports.
+ * What a native module exports.
+ * @template {Engine} [E=Engine] its engines
  * @typedef {Object} NativeModule
- * @property {function(): Object} getEngine makes an engine, with memory and four threads of its own
- * @property {function(): {version: string}} getVersion
+ * @property {() => E} getEngine Makes an engine, with memory and four threads of its own, which stay until the process ends.
+ * @property {() => { version: string }} getVersion A new object each time.
  */
 
 /**
- * Thrown where no file could be loaded.
- * @typedef {Error} LoadError
- * @property {string} code 'ERR_NQ_LOAD'
- * @property {string[]} files all that was tried, in order
- * @property {Error|null} original what loading the last of the files that are there threw
+ * Thrown where no file could be loaded. Its message says what was tried, what runs here, and what to do.
+ * @readonly
+ * @extends {Error}
+ * @typedef {Object} LoadError
+ * @property {'ERR_NQ_LOAD'} code Tells it from other errors.
+ * @property {string[]} files All files that were tried, in order.
+ * @property {Error | null} original What loading the last of the files that are there threw; null if none is there. Not
+ *   enumerable.
  */
 
 /** What may be loaded, in order: absolute paths, and in words for messages where a name comes from. */
@@ -178,9 +187,9 @@ function loadBuild(build, file) {
  * Loads the native module: `file` if given, else what the environment variable NQ_MODULE names, else
  * the build for this runtime (build/Release/nq_logic.node for Node 12, build/Release/abiN/nq_logic.node for others),
  * else the prebuilt binary of the package.
- * @param {string} [file]
- * @returns {NativeModule} the same for the same file
- * @throws {LoadError}
+ * @param {string} [file] path of another module
+ * @returns {NativeModule<Engine>} the same for the same file
+ * @throws {@link LoadError}
  */
 function load(file) {
   return loadBuild(builds.plain, file);
@@ -188,10 +197,11 @@ function load(file) {
 
 /**
  * Loads the build whose engines have `createMatrixFlowCommandBuffer`: `file` if given, else what
- * NQ_MATRIXFLOW_MODULE names, else nq_logic_matrixflow.node of the build for this runtime.
- * @param {string} [file]
- * @returns {NativeModule}
- * @throws {LoadError}
+ * NQ_MATRIXFLOW_MODULE names, else nq_logic_matrixflow.node of the build for this runtime. The package holds none:
+ * build it from source.
+ * @param {string} [file] path of another module
+ * @returns {NativeModule<EngineWithMatrixFlow>} the same for the same file
+ * @throws {@link LoadError}
  */
 function loadMatrixFlow(file) {
   return loadBuild(builds.matrixFlow, file);

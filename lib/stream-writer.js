@@ -63,7 +63,6 @@ class StreamWriter {
   /**
    * Bytes of commands in the stream.
    * @type {number}
-   * @readonly
    */
   get used() {
     return this._words[0];
@@ -72,7 +71,6 @@ class StreamWriter {
   /**
    * Bytes that further commands may take.
    * @type {number}
-   * @readonly
    */
   get room() {
     return this._words.length * kWordBytes - kWordBytes - this._words[0];

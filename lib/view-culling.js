@@ -64,7 +64,6 @@ class CullingResultView {
   /**
    * The result as words: hash, count, then the handles from index 2 on. Valid until the next culling call.
    * @type {Uint32Array}
-   * @readonly
    */
   get u32() {
     return this._words();
@@ -73,7 +72,6 @@ class CullingResultView {
   /**
    * The same as floats: depths from index `distancesAt()` on. Valid until the next culling call.
    * @type {Float32Array}
-   * @readonly
    */
   get f32() {
     this._words();
@@ -83,7 +81,6 @@ class CullingResultView {
   /**
    * Visible objects.
    * @type {number}
-   * @readonly
    */
   get count() {
     return this._words()[kCount];
@@ -92,7 +89,6 @@ class CullingResultView {
   /**
    * Checksum of their handles in their order; while it stays the same, so do they.
    * @type {number}
-   * @readonly
    */
   get hash() {
     return this._words()[kHash];
@@ -101,7 +97,6 @@ class CullingResultView {
   /**
    * Objects that the buffer has room for.
    * @type {number}
-   * @readonly
    */
   get capacity() {
     return (this._words().length - kObjects) / 2;

@@ -13,6 +13,26 @@ const {
 } = require('./value-checks');
 const { failIndex, failNumbers } = require('./view-base');
 
+/**
+ * @typedef {import('../types/engine').Engine} Engine
+ * @typedef {import('../types/engine').EngineAnimationClipBinding} EngineAnimationClipBinding
+ * @typedef {import('../types/engine').EngineAnimatorControllerModel} EngineAnimatorControllerModel
+ * @typedef {import('../types/engine').PlainBuffer} PlainBuffer
+ * @typedef {import('../types/handles').ClipHandle} ClipHandle
+ * @typedef {import('../types/handles').Entity3DHandle} Entity3DHandle
+ * @typedef {import('../types/handles').EntityHandle} EntityHandle
+ */
+
+/**
+ * @template {number} T
+ * @typedef {import('../types/handles').HandleArray<T>} HandleArray
+ */
+
+/**
+ * @template {number} T
+ * @typedef {import('../types/handles').HandleLike<T>} HandleLike
+ */
+
 const kLargestBlock = 0xffffffff;
 
 /** Throws unless `value` is a whole number from `least`, of what makes `bytes` of at most 2^32 - 1. */
@@ -44,12 +64,16 @@ const kListCount = batchList.count / 4;
 const kListHandles = batchList.handles / 4;
 
 /**
- * A count and that many handles, as `updateAnimators`, `updateAnimatorControllers`, `updateSkinningMatrices`
- * and the last argument of culling calls take them: hand over `list.buffer`. A culling call refuses an empty
- * list.
+ * A count and that many handles, as {@link Engine.updateAnimators}, {@link Engine.updateAnimatorControllers},
+ * {@link Engine.updateSkinningMatrices} and the last argument of culling calls take them: hand over `list.buffer`. A
+ * culling call refuses an empty list. The buffer is script's own, and free to be used again when the call is over.
+ * @template {number} [H=number] kind of its handles; any if left out
  */
 class HandleList {
-  /** @param {number} capacity most handles that it will hold */
+  /**
+   * @param {number} capacity most handles that it will hold
+   * @throws TypeError or RangeError for what is no count
+   */
   constructor(capacity) {
     checkCount('HandleList', 'capacity', capacity, 0, batchList.bytes);
     /**
@@ -65,6 +89,7 @@ class HandleList {
      */
     this.u32 = new Uint32Array(this.buffer);
     /**
+     * Most handles that it holds.
      * @type {number}
      * @readonly
      */
@@ -73,8 +98,9 @@ class HandleList {
 
   /**
    * A list of as many handles as there are.
-   * @param {Uint32Array|number[]} values
-   * @returns {HandleList}
+   * @template {number} [H=number]
+   * @param {HandleArray<H>} values
+   * @returns {HandleList<H>}
    */
   static from(values) {
     checkHandles('HandleList.from', 'values', values);
@@ -87,15 +113,15 @@ class HandleList {
   /**
    * Handles in the list.
    * @type {number}
-   * @readonly
    */
   get count() {
     return this.u32[kListCount];
   }
 
   /**
+   * The i-th handle. Throws a RangeError if there is none.
    * @param {number} i
-   * @returns {number}
+   * @returns {H}
    */
   handle(i) {
     if (i >>> 0 !== i || i >= this.count) {
@@ -104,7 +130,10 @@ class HandleList {
     return this.u32[kListHandles + i];
   }
 
-  /** @param {number} handle goes to the end */
+  /**
+   * Throws a RangeError if the list is full.
+   * @param {HandleLike<H>} handle
+   */
   append(handle) {
     if (handle >>> 0 !== handle) {
       failWord('HandleList.append', 'handle', handle);
@@ -130,14 +159,15 @@ const kMaskEntity = controllerMask.entity / 4;
 const kMaskWeight = controllerMask.weight / 4;
 
 /**
- * The mask of a controller's layer: a weight for each of some entities; all others keep 1. See
- * `layout.controllerMask`. `apply` copies it, so one mask does for many layers.
+ * The mask of a controller's layer: a weight for each of some entities; all others keep 1. 8 bytes an entry,
+ * see `layout.controllerMask`. `apply` copies it, so one mask does for many layers.
  */
 class MaskView {
   /** @param {number} count entries; a fresh one names no entity and has weight 0 */
   constructor(count) {
     checkCount('MaskView', 'count', count, 0, (entries) => entries * controllerMask.size);
     /**
+     * Entries.
      * @type {number}
      * @readonly
      */
@@ -145,16 +175,19 @@ class MaskView {
     // A mask of no entries still needs a buffer with a byte, or the call is ignored.
     const bytes = Math.max(count, 1) * controllerMask.size;
     /**
+     * The entries, 8 bytes each; of no entries one all the same.
      * @type {ArrayBuffer}
      * @readonly
      */
     this.buffer = new ArrayBuffer(bytes);
     /**
+     * The entries as words.
      * @type {Uint32Array}
      * @readonly
      */
     this.u32 = new Uint32Array(this.buffer);
     /**
+     * The entries as floats.
      * @type {Float32Array}
      * @readonly
      */
@@ -162,8 +195,9 @@ class MaskView {
   }
 
   /**
+   * Gives an entity its weight.
    * @param {number} i
-   * @param {number} entity handle; of several entries for one the first counts
+   * @param {HandleLike<EntityHandle>} entity handle; of several entries for one the first counts
    * @param {number} weight 0 keeps the layer off the entity
    */
   set(i, entity, weight) {
@@ -183,7 +217,7 @@ class MaskView {
   /**
    * Handle of the entity of entry i.
    * @param {number} i
-   * @returns {number}
+   * @returns {EntityHandle}
    */
   entity(i) {
     if (i >>> 0 !== i || i >= this.count) {
@@ -206,7 +240,7 @@ class MaskView {
 
   /**
    * Gives a layer this mask, by `setMaskAtIndex`. A mask of no entries unmasks it.
-   * @param {{setMaskAtIndex: Function}} controller
+   * @param {Pick<EngineAnimatorControllerModel, 'setMaskAtIndex'>} controller
    * @param {number} layer
    */
   apply(controller, layer) {
@@ -221,6 +255,30 @@ function wordsOfGroups(counts) {
   return counts.reduce((sum, count) => sum + targetGroup.bytes(count) / 4, 0);
 }
 
+/** Word at which the group of each clip starts. Throws for lists that go past their words. */
+function findGroups(words, clipCount, targetWords) {
+  const groups = new Uint32Array(clipCount);
+  let at = targetLists.groups(clipCount) / 4;
+  for (let i = 0; i < clipCount; ++i) {
+    groups[i] = at;
+    at = at < words.length ? at + kGroupEntities + words[at] : Infinity;
+    if (at > words.length) {
+      const found = `the list of clip ${i} goes on behind the ${targetWords} words of targetWords`;
+      throw new RangeError(`TargetListsView: ${found}: give a number that covers all lists.`);
+    }
+  }
+  return groups;
+}
+
+/**
+ * The targets of a clip: what its target k moves is entry k.
+ * @readonly
+ * @typedef {Object} TargetGroup
+ * @property {HandleLike<ClipHandle>} clip Handle of a clip.
+ * @property {HandleArray<Entity3DHandle>} entities Handles of 3D entities; `layout.handles.none` for a target that moves
+ *   nothing.
+ */
+
 /**
  * Target lists of a binding: for each clip its handle, and the entity that each of its targets moves. See
  * `layout.targetLists`. Fresh targets name nothing.
@@ -230,8 +288,9 @@ function wordsOfGroups(counts) {
  */
 class TargetListsView {
   /**
-   * @param {number[]} counts targets of each clip
-   * @param {number} [spareWords] further words that lists may grow by
+   * @param {readonly number[]} counts targets of each clip
+   * @param {number} [spareWords] further words that lists may grow by; 0 if left out
+   * @throws TypeError or RangeError for what are no counts
    */
   constructor(counts, spareWords = 0) {
     const label = 'TargetListsView';
@@ -255,35 +314,63 @@ class TargetListsView {
       words.fill(handles.none, at + kGroupEntities, at + kGroupEntities + count);
       at += kGroupEntities + count;
     }
-    this._over(buffer, 0, clipCount, targetWords);
+    /**
+     * What the lists stand in.
+     * @type {ArrayBuffer}
+     * @readonly
+     */
+    this.buffer = buffer;
+    /**
+     * Where the lists start in the buffer.
+     * @type {number}
+     * @readonly
+     */
+    this.byteOffset = 0;
+    /**
+     * Clips listed.
+     * @type {number}
+     * @readonly
+     */
+    this.clipCount = clipCount;
+    /**
+     * Words of all groups, spare ones included.
+     * @type {number}
+     * @readonly
+     */
+    this.targetWords = targetWords;
+    /**
+     * The lists as words.
+     * @type {Uint32Array}
+     * @readonly
+     */
+    this.u32 = words;
+    this._groups = findGroups(words, clipCount, targetWords);
   }
 
   /**
    * A view of lists that stand in a buffer.
-   * @param {ArrayBuffer} buffer
+   * @param {PlainBuffer} buffer
    * @param {number} byteOffset a multiple of 4
    * @param {number} clipCount
    * @param {number} targetWords
    * @returns {TargetListsView}
+   * @throws RangeError for lists that go on behind the buffer or `targetWords`
    */
   static over(buffer, byteOffset, clipCount, targetWords) {
     const label = 'TargetListsView.over';
     checkCount(label, 'clipCount', clipCount, 1, (count) => targetLists.bytes(count, 0));
     checkCount(label, 'targetWords', targetWords, 1, (count) => targetLists.bytes(0, count));
     checkBuffer(label, buffer, byteOffset, targetLists.bytes(clipCount, targetWords));
-    return Object.create(TargetListsView.prototype)._over(
-      buffer,
-      byteOffset,
-      clipCount,
-      targetWords
-    );
+    const u32 = new Uint32Array(buffer, byteOffset, clipCount + targetWords);
+    const _groups = findGroups(u32, clipCount, targetWords);
+    const lists = { buffer, byteOffset, clipCount, targetWords, u32, _groups };
+    return Object.assign(Object.create(TargetListsView.prototype), lists);
   }
 
   /**
    * Lists of these clips and entities.
-   * @param {Array<{clip: number, entities: Uint32Array|number[]}>} groups handles; `handles.none` for a target
-   *   that moves nothing
-   * @param {number} [spareWords] further words that lists may grow by
+   * @param {readonly TargetGroup[]} groups
+   * @param {number} [spareWords] further words that lists may grow by; 0 if left out
    * @returns {TargetListsView}
    */
   static from(groups, spareWords = 0) {
@@ -304,53 +391,10 @@ class TargetListsView {
     return lists;
   }
 
-  _over(buffer, byteOffset, clipCount, targetWords) {
-    /**
-     * @type {ArrayBuffer}
-     * @readonly
-     */
-    this.buffer = buffer;
-    /**
-     * Where the lists start in the buffer.
-     * @type {number}
-     * @readonly
-     */
-    this.byteOffset = byteOffset;
-    /**
-     * @type {number}
-     * @readonly
-     */
-    this.clipCount = clipCount;
-    /**
-     * Words of all groups, spare ones included.
-     * @type {number}
-     * @readonly
-     */
-    this.targetWords = targetWords;
-    /**
-     * The lists as words.
-     * @type {Uint32Array}
-     * @readonly
-     */
-    this.u32 = new Uint32Array(buffer, byteOffset, clipCount + targetWords);
-    // Word at which each group starts.
-    this._groups = new Uint32Array(clipCount);
-    let at = targetLists.groups(clipCount) / 4;
-    for (let i = 0; i < clipCount; ++i) {
-      this._groups[i] = at;
-      at = at < this.u32.length ? at + kGroupEntities + this.u32[at] : Infinity;
-      if (at > this.u32.length) {
-        const found = `the list of clip ${i} goes on behind the ${targetWords} words of targetWords`;
-        throw new RangeError(`TargetListsView: ${found}: give a number that covers all lists.`);
-      }
-    }
-    return this;
-  }
-
   /**
    * Handle of clip i.
    * @param {number} i
-   * @returns {number}
+   * @returns {ClipHandle}
    */
   clip(i) {
     if (i >>> 0 !== i || i >= this.clipCount) {
@@ -360,8 +404,9 @@ class TargetListsView {
   }
 
   /**
+   * Names clip i.
    * @param {number} i
-   * @param {number} handle of a living clip; of one that is listed twice the first list counts
+   * @param {HandleLike<ClipHandle>} handle of a living clip; of one that is listed twice the first list counts
    */
   setClip(i, handle) {
     if (i >>> 0 !== i || i >= this.clipCount) {
@@ -386,19 +431,20 @@ class TargetListsView {
   }
 
   /**
-   * Handle of the entity that target k of clip i moves, or `handles.none`.
+   * Handle of the entity that target k of clip i moves, or `layout.handles.none`.
    * @param {number} i
    * @param {number} k
-   * @returns {number}
+   * @returns {Entity3DHandle}
    */
   target(i, k) {
     return this.u32[this._targetAt('target', i, k)];
   }
 
   /**
+   * Has target k of clip i move another entity.
    * @param {number} i
    * @param {number} k
-   * @param {number} handle of a 3D entity, or `handles.none`
+   * @param {HandleLike<Entity3DHandle>} handle of a 3D entity, or `layout.handles.none`
    */
   setTarget(i, k, handle) {
     const at = this._targetAt('setTarget', i, k);
@@ -420,10 +466,10 @@ class TargetListsView {
   }
 
   /**
-   * Makes a binding of these lists, by `createAnimationClipBinding`.
-   * @param {{createAnimationClipBinding: Function}} engine
+   * Makes a binding of these lists, by {@link Engine.createAnimationClipBinding}.
+   * @param {Pick<Engine, 'createAnimationClipBinding'>} engine
    * @param {number} [mode] one of `layout.addedModes`; rest poses are taken if left out
-   * @returns {Object} an "EngineAnimationClipBinding"
+   * @returns {EngineAnimationClipBinding}
    */
   createBinding(engine, mode = 1) {
     const { buffer, byteOffset, clipCount, targetWords } = this;
@@ -431,8 +477,8 @@ class TargetListsView {
   }
 
   /**
-   * Gives a binding these lists for its old ones, by `updateBinding`.
-   * @param {{updateBinding: Function}} binding
+   * Gives a binding these lists for its old ones, by {@link EngineAnimationClipBinding.updateBinding}.
+   * @param {Pick<EngineAnimationClipBinding, 'updateBinding'>} binding
    * @param {number} removedMode one of `layout.removedModes`
    * @param {number} keptMode one of `layout.keptModes`
    * @param {number} addedMode one of `layout.addedModes`

@@ -1,10 +1,12 @@
 'use strict';
-// node scripts/layouts.js: writes all that is generated from the description of layouts.
+// node scripts/layouts.js: writes all that is generated from the description of layouts, and the typings, which are
+// generated from the comments of lib/.
 const fs = require('fs');
 const path = require('path');
 const { renderCommands } = require('./layouts/commands');
 const description = require('./layouts/description');
 const { renderDocument, renderFacts, renderScript, renderTypes } = require('./layouts/render');
+const { renderTypings } = require('./layouts/typings');
 const { renderViews } = require('./layouts/views');
 const { root } = require('./lib/run');
 const { nodeModule } = require('./lib/sources');
@@ -17,7 +19,15 @@ function inForm(text, parser) {
 }
 
 /**
- * Generated files: path from the root, and what stands in it.
+ * Typings as the comments of lib/ have them now: path from the root, and what stands in it.
+ * @returns {Array<{file: string, text: string}>}
+ */
+function generatedTypings() {
+  return renderTypings().map(({ file, text }) => ({ file, text: inForm(text, 'typescript') }));
+}
+
+/**
+ * Files generated from the description: path from the root, and what stands in it.
  * @returns {Array<{file: string, text: string}>}
  */
 function generatedLayouts() {
@@ -34,11 +44,11 @@ function generatedLayouts() {
 }
 
 /**
- * Generated files that are not what the description gives.
+ * Generated files that are not what their sources give.
  * @returns {string[]} paths from the root
  */
 function staleLayouts() {
-  return generatedLayouts()
+  return [...generatedLayouts(), ...generatedTypings()]
     .filter(({ file, text }) => {
       const name = path.join(root, file);
       return !fs.existsSync(name) || fs.readFileSync(name, 'utf8') !== text;
@@ -46,11 +56,15 @@ function staleLayouts() {
     .map(({ file }) => file);
 }
 
+function write({ file, text }) {
+  fs.mkdirSync(path.dirname(path.join(root, file)), { recursive: true });
+  fs.writeFileSync(path.join(root, file), text);
+}
+
 if (require.main === module) {
-  generatedLayouts().forEach(({ file, text }) => {
-    fs.mkdirSync(path.dirname(path.join(root, file)), { recursive: true });
-    fs.writeFileSync(path.join(root, file), text);
-  });
+  generatedLayouts().forEach(write);
+  // Of what has just been written.
+  generatedTypings().forEach(write);
 }
 
 module.exports = { staleLayouts };

@@ -114,4 +114,4 @@ const types = {
   ThreeOperands: { from: './stream-writer' },
 };
 
-module.exports = { capital, comment, head, typeNames, types };
+module.exports = { capital, comment, head, typeNames, types, wrap };

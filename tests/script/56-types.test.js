@@ -1,11 +1,11 @@
 'use strict';
-// Typings against what is there at run time: exports, members, parameters, results, numbers. What they accept and
-// refuse is held in types/index.test-d.ts.
+// Typings against what is there at run time: exports, members, results, numbers. What they accept and refuse is held
+// in types/index.test-d.ts; that those of lib/ are what its comments give is held by the check of layouts.
 const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
 const { modulePath } = require('./lib/host');
-const { Typings, compile, complaints, readScript } = require('./lib/typings');
+const { Typings, compile, complaints } = require('./lib/typings');
 const { methods } = require('./lib/surface');
 const nq = require('../../lib');
 
@@ -20,13 +20,6 @@ const modules = ['checked', 'clip', 'commands', 'gltf', 'index', 'layout', 'load
 const typesOnly = ['engine', 'handles'];
 
 const typings = new Typings([...modules, ...typesOnly]);
-const scripts = new Map(
-  fs
-    .readdirSync(path.join(root, 'lib'))
-    .filter((file) => file.endsWith('.js'))
-    .map((file) => [file.slice(0, -3), readScript(`lib/${file}`)])
-);
-
 const sorted = (values) => Array.from(values).sort();
 const isClass = (value) => typeof value === 'function' && /^class\b/.test(String(value));
 
@@ -236,111 +229,6 @@ describe('classes of lib/', () => {
       }
     }
     assert(held > 25);
-  });
-});
-
-/** Holds the parameters of a function against its declarations; of several, one has the names of the source. */
-function assertParameters(source, calls, label) {
-  const names = source.parameters.map(({ name }) => name);
-  const longest = Math.max(...calls.map(({ parameters }) => parameters.length));
-  assert.strictEqual(longest, names.length, `${label}: number of parameters`);
-  const [first] = calls;
-  const told = first.parameters.map(({ name }) => name);
-  assert.deepStrictEqual(told, names.slice(0, told.length), label);
-  if (calls.length === 1) {
-    const needs = (parameters) => parameters.map(({ isOptional }) => isOptional);
-    assert.deepStrictEqual(needs(first.parameters), needs(source.parameters), `${label}: needs`);
-  }
-}
-
-describe('comments of lib/', () => {
-  const classes = declaredClasses();
-
-  /** Where a class's methods stand in the source: in it, or in one that it extends. */
-  function sourceOf(type, member) {
-    for (
-      let at = type;
-      typeof at === 'function' && at.name !== '';
-      at = Object.getPrototypeOf(at)
-    ) {
-      for (const { functions } of scripts.values()) {
-        const found = functions.get(`${at.name}.${member}`);
-        if (found !== undefined) {
-          return found;
-        }
-      }
-    }
-    return undefined;
-  }
-
-  it('name the parameters of functions as typings do', () => {
-    let held = 0;
-    for (const module of modules) {
-      for (const [name, symbol] of typings.valuesOf(module)) {
-        const source = scripts.get(module).functions.get(name);
-        if (source !== undefined) {
-          assertParameters(source, typings.callsOf(symbol), `${module}: ${name}`);
-          ++held;
-        }
-      }
-    }
-    assert.strictEqual(held, 8);
-  });
-
-  for (const [name, { type, symbol }] of classes) {
-    it(`name the parameters of ${name} as typings do`, () => {
-      const declared = Array.from(typings.membersOf(symbol));
-      const all = declared
-        .concat(Array.from(typings.staticsOf(symbol)))
-        .filter(([, { isMethod }]) => isMethod)
-        .map(([member, { calls }]) => [member, calls]);
-      all.push(['constructor', typings.constructorsOf(symbol)]);
-      for (const [member, calls] of all) {
-        if (name !== 'GltfError' || member === 'constructor') {
-          const source = sourceOf(type, member);
-          assert(source !== undefined, `${name}.${member}`);
-          assertParameters(source, calls, `${name}.${member}`);
-        }
-      }
-    });
-
-    it(`say which methods of ${name} have a result as typings do`, () => {
-      for (const [member, { isMethod, calls }] of typings.membersOf(symbol)) {
-        const source = isMethod ? sourceOf(type, member) : undefined;
-        if (source !== undefined && source.isTagged) {
-          const shown = typings.checker.typeToString(calls[0].result);
-          assert.strictEqual(shown !== 'void', source.returns, `${name}.${member}: ${shown}`);
-        }
-      }
-    });
-  }
-
-  it('describe the same properties of objects as typings do', () => {
-    const held = [];
-    for (const module of modules) {
-      const declared = typings.exportsOf(module);
-      for (const [name, properties] of scripts.get(module).types) {
-        const symbol = declared.get(name);
-        assert(symbol !== undefined, `${module}: ${name}`);
-        const members = typings.membersOf(symbol);
-        // Those that every error has are the language's.
-        const own = Array.from(members).filter(
-          ([member]) => name !== 'LoadError' || !['message', 'name', 'stack'].includes(member)
-        );
-        const told = own.map(([member, { isOptional }]) => `${member}${isOptional ? '?' : ''}`);
-        const said = Array.from(properties).map(
-          ([member, { isOptional }]) => `${member}${isOptional ? '?' : ''}`
-        );
-        assert.deepStrictEqual(sorted(told), sorted(said), `${module}: ${name}`);
-        held.push(name);
-      }
-    }
-    assert.deepStrictEqual(held, [
-      ...['Hint', 'CheckedOptions'],
-      ...['Key', 'KeyColumns', 'Curve', 'Clip', 'MatrixFlowWriterOptions'],
-      ...['ImportedNode', 'ImportedSkin', 'ImportedAnimation', 'ImportedModel', 'ImportOptions'],
-      ...['NativeModule', 'LoadError'],
-    ]);
   });
 });
 

@@ -1,6 +1,5 @@
 'use strict';
-// What typings declare and what comments of sources say, read by the compiler.
-const fs = require('fs');
+// What typings declare, read by the compiler.
 const path = require('path');
 const ts = require('typescript');
 
@@ -125,16 +124,6 @@ class Typings {
   }
 
   /**
-   * Ways to make an object of a class.
-   * @param {ts.Symbol} symbol
-   * @returns {Object[]}
-   */
-  constructorsOf(symbol) {
-    const type = this.checker.getTypeOfSymbolAtLocation(symbol, symbol.valueDeclaration);
-    return type.getConstructSignatures().map((signature) => this._signature(signature));
-  }
-
-  /**
    * Ways to call a function.
    * @param {ts.Symbol} symbol
    * @returns {Object[]}
@@ -209,84 +198,4 @@ class Typings {
   }
 }
 
-/** Name and need of a parameter of a function in a script. */
-function parameterOf(declaration) {
-  const { name, initializer, dotDotDotToken } = declaration;
-  const tag = ts.getJSDocParameterTags(declaration)[0];
-  return {
-    name: name.getText(),
-    isOptional: initializer !== undefined || (tag !== undefined && tag.isBracketed),
-    isRest: dotDotDotToken !== undefined,
-  };
-}
-
-function functionOf(node) {
-  const tags = ts.getJSDocTags(node);
-  return {
-    parameters: node.parameters.map(parameterOf),
-    isTagged: tags.some((tag) => ts.isJSDocParameterTag(tag) || ts.isJSDocReturnTag(tag)),
-    returns: ts.getJSDocReturnTag(node) !== undefined || ts.getJSDocType(node) !== undefined,
-  };
-}
-
-/**
- * Functions, methods of classes (as 'Class.method', 'Class.constructor') and described types of a script.
- * @param {string} file path from the root
- * @returns {{functions: Map<string, Object>, types: Map<string, Map<string, {isOptional: boolean}>>}}
- */
-function readScript(file) {
-  const text = fs.readFileSync(path.join(root, file), 'utf8');
-  const source = ts.createSourceFile(file, text, ts.ScriptTarget.ES2019, true, ts.ScriptKind.JS);
-  const functions = new Map();
-  const types = new Map();
-  for (const statement of source.statements) {
-    if (ts.isFunctionDeclaration(statement)) {
-      functions.set(statement.name.text, functionOf(statement));
-    } else if (ts.isClassDeclaration(statement)) {
-      for (const member of statement.members) {
-        if (ts.isConstructorDeclaration(member)) {
-          functions.set(`${statement.name.text}.constructor`, functionOf(member));
-        } else if (ts.isMethodDeclaration(member)) {
-          functions.set(`${statement.name.text}.${member.name.text}`, functionOf(member));
-        }
-      }
-    }
-    for (const comment of statement.jsDoc || []) {
-      const tags = comment.tags || [];
-      // Behind the name of what is extended, the compiler takes properties for tags that it does not know.
-      const extra = tags
-        .filter(({ tagName }) => tagName.text === 'property')
-        .map(({ comment: told }) => /^\{[^}]*\}\s+(\[?)(\w+)/.exec(told))
-        .map(([, bracket, name]) => [name, { isOptional: bracket !== '' }]);
-      if (tags.some(ts.isJSDocPrivateTag)) {
-        continue;
-      }
-      const own = tags
-        .filter(ts.isJSDocTypedefTag)
-        .filter(({ typeExpression: { type } }) => type === undefined || !ts.isImportTypeNode(type));
-      own.forEach(({ name, typeExpression }) => {
-        types.set(name.text, new Map([...propertiesOf(typeExpression), ...extra]));
-      });
-    }
-  }
-  return { functions, types };
-}
-
-/** Properties of a type that a comment describes, by lines of their own or in place. */
-function propertiesOf(type) {
-  if (ts.isJSDocTypeLiteral(type)) {
-    return type.jsDocPropertyTags.map(({ name, isBracketed }) => [
-      name.getText(),
-      { isOptional: isBracketed },
-    ]);
-  }
-  const members = ts.isTypeLiteralNode(type.type) ? type.type.members : [];
-  return members
-    .filter(ts.isPropertySignature)
-    .map(({ name, questionToken }) => [
-      name.getText(),
-      { isOptional: questionToken !== undefined },
-    ]);
-}
-
-module.exports = { Typings, compile, complaints, readScript };
+module.exports = { Typings, compile, complaints };

@@ -1,0 +1,560 @@
+'use strict';
+// Writes the typings of lib/ from its comments. The compiler turns each file of lib/ into declarations; here those of
+// the files that make up a module become one file, without what is private:
+//
+// - members whose names begin with an underscore, and classes and types marked @private, are left out. A private base
+//   class gives its members to those that extend it.
+// - a base class that the module does not export is an interface.
+// - @type of a method names a type with several call signatures: ways to call it, which comments can't say otherwise.
+// - @readonly and @extends of an object type make its properties readonly, and say what it extends.
+//
+// lib/layout.js is no part of this: scripts/layouts/render.js writes its typings itself.
+const fs = require('fs');
+const path = require('path');
+const { nodeModule } = require('../lib/sources');
+const { root } = require('../lib/run');
+const { wrap } = require('./source');
+
+const ts = require(nodeModule('typescript'));
+
+const kCommentWidth = 117;
+
+/** Typings by hand, which the main module exports as well. */
+const byHand = ['engine', 'handles'];
+
+/** Tags that only the compiler reads. */
+const silentTags = /^@(type|readonly|private|extends|typedef|property)\b/;
+
+const settings = {
+  allowJs: true,
+  declaration: true,
+  emitDeclarationOnly: true,
+  strict: true,
+  target: ts.ScriptTarget.ES2019,
+  lib: ['lib.es2019.d.ts'],
+  module: ts.ModuleKind.CommonJS,
+  moduleResolution: ts.ModuleResolutionKind.NodeJs,
+  newLine: ts.NewLineKind.LineFeed,
+  types: [],
+};
+
+const libFile = (name) => path.join(root, 'lib', `${name}.js`);
+
+/** Where a brace is closed that is open at `from`. */
+function closeBrace(text, from) {
+  let depth = 0;
+  for (let at = from; at < text.length; ++at) {
+    depth += text[at] === '{' ? 1 : text[at] === '}' ? -1 : 0;
+    if (depth === 0) {
+      return at;
+    }
+  }
+  throw new Error(`a brace is not closed: ${text}`);
+}
+
+/** A tag as typings tell it, which have types by themselves; undefined if it says nothing more. */
+function tellTag(tag) {
+  const [, name, rest] = /^@(\w+)\s*([^]*)$/.exec(tag);
+  if (silentTags.test(tag)) {
+    return undefined;
+  }
+  if (!['param', 'returns', 'template'].includes(name)) {
+    return tag;
+  }
+  const text = rest[0] === '{' ? rest.slice(closeBrace(rest, 0) + 1).trim() : rest;
+  if (name === 'returns') {
+    return text === '' ? undefined : `@returns ${text}`;
+  }
+  const bracket = text[0] === '[' ? text.indexOf(' ', text.lastIndexOf(']')) : text.indexOf(' ');
+  if (bracket < 0) {
+    return undefined;
+  }
+  const [, parameter] = /^\[?(\w+)/.exec(text);
+  const about = text.slice(bracket).trim();
+  return `@${name === 'param' ? 'param' : 'typeParam'} ${parameter} ${about}`;
+}
+
+/** A comment as typings have it; '' if nothing is left. */
+function tellComment(comment) {
+  const lines = comment
+    .replace(/^\s*\/\*\*|\*\/\s*$/g, '')
+    .split('\n')
+    .map((line) => line.replace(/^\s*\* ?/, '').trimEnd());
+  const first = lines.findIndex((line) => /^\s*@\w/.test(line));
+  const about = lines.slice(0, first < 0 ? lines.length : first);
+  while (about.length > 0 && about[0].trim() === '') {
+    about.shift();
+  }
+  while (about.length > 0 && about[about.length - 1].trim() === '') {
+    about.pop();
+  }
+  const tags = [];
+  for (const line of first < 0 ? [] : lines.slice(first)) {
+    if (/^\s*@\w/.test(line)) {
+      tags.push(line.trim());
+    } else if (line.trim() !== '') {
+      tags[tags.length - 1] += ` ${line.trim()}`;
+    }
+  }
+  const told = tags.map(tellTag).filter((tag) => tag !== undefined);
+  const all = about.map((line, i) => (i === 0 ? line.trim() : line));
+  if (told.length > 0) {
+    all.push(...(all.length > 0 ? [''] : []));
+    told.forEach((tag) => all.push(...wrap(tag, kCommentWidth, 2)));
+  }
+  if (all.length === 0) {
+    return '';
+  }
+  return all.length === 1
+    ? `/** ${all[0]} */\n`
+    : `/**\n${all.map((line) => ` * ${line}`.trimEnd()).join('\n')}\n */\n`;
+}
+
+/** The same of a property of an object type, whose links the compiler has spaced out. */
+function tellProperty(comment) {
+  const [, text] = /^\/\*\*([^]*)\*\/$/.exec(comment);
+  const words = text
+    .replace(/^\s*\*/gm, '')
+    .replace(/ \}/g, '}')
+    .split(/\s+/);
+  return tellComment(`/**\n${wrap(words.join(' ').trim(), kCommentWidth - 2).join('\n')}\n*/`);
+}
+
+/** Code without the modules that the compiler names types by. */
+function plain(code) {
+  return code.replace(/import\(["'][^"']+["']\)\./g, '');
+}
+
+/** Code without comments. */
+function withoutComments(text) {
+  return text.replace(/\/\*\*[^]*?\*\//g, '');
+}
+
+/** The comment ahead of a node, as the source has it. */
+function commentOf(node, text) {
+  const ranges = ts.getLeadingCommentRanges(text, node.pos) || [];
+  const all = ranges.map(({ pos, end }) => text.slice(pos, end));
+  const last = all[all.length - 1];
+  return last !== undefined && last.startsWith('/**') ? last : '';
+}
+
+/** A type, without the undefined that an optional one has anyway. */
+function typeText(node, isOptional) {
+  const text = plain(node.getText()).replace(/\{\s*([^{};]*);\s*\}/g, '{ $1 }');
+  return isOptional ? text.replace(/ \| undefined$/, '') : text;
+}
+
+function parametersText({ parameters }) {
+  return parameters
+    .map(({ name, questionToken, type }) => {
+      const isOptional = questionToken !== undefined;
+      return `${name.getText()}${isOptional ? '?' : ''}: ${typeText(type, isOptional)}`;
+    })
+    .join(', ');
+}
+
+function typeParametersText({ typeParameters }) {
+  return typeParameters === undefined
+    ? ''
+    : `<${typeParameters.map((one) => plain(one.getText())).join(', ')}>`;
+}
+
+/** Type parameters, parameters and result of what can be called. */
+function signatureText(node) {
+  const result = node.type === undefined ? '' : `: ${typeText(node.type)}`;
+  const text = `${typeParametersText(node)}(${parametersText(node)})${result}`;
+  // The compiler numbers type parameters of one name, though each method has its own.
+  return text.replace(/\b([A-Z]\w*?)_\d+\b/g, '$1');
+}
+
+/** What a file of lib/ exports, where it has names from, and its types that are told by comments alone. */
+class Script {
+  constructor(name) {
+    this.name = name;
+    this.text = fs.readFileSync(libFile(name), 'utf8');
+    const kind = ts.ScriptKind.JS;
+    this.file = ts.createSourceFile(`${name}.js`, this.text, ts.ScriptTarget.ES2019, true, kind);
+    /** Modules that names come from: name to { module, isWhole, comment }. */
+    this.imported = new Map();
+    /** Comments of types: name to { comment, tags }. */
+    this.types = new Map();
+    this.exported = [];
+    this.spread = [];
+    this.file.statements.forEach((statement) => this._read(statement));
+  }
+
+  /** Names of exports as they stand in the file, after them those from other files. */
+  inOrder() {
+    const places = new Map();
+    this.file.statements.forEach((statement, i) => {
+      const { name } = ts.isVariableStatement(statement)
+        ? statement.declarationList.declarations[0]
+        : statement;
+      if (name !== undefined && ts.isIdentifier(name) && !this.imported.has(name.text)) {
+        places.set(name.text, i);
+      }
+    });
+    const placeOf = (name) => (places.has(name) ? places.get(name) : Infinity);
+    return this.exported.slice().sort((a, b) => (placeOf(a) < placeOf(b) ? -1 : 1));
+  }
+
+  _read(statement) {
+    for (const comment of statement.jsDoc || []) {
+      const tags = comment.tags || [];
+      for (const { name } of tags.filter(ts.isJSDocTypedefTag)) {
+        this.types.set(name.text, { comment: comment.getText(), tags });
+      }
+    }
+    if (ts.isVariableStatement(statement)) {
+      const [{ name, initializer }] = statement.declarationList.declarations;
+      const module = requiredBy(initializer);
+      if (module !== null) {
+        const comment = commentOf(statement, this.text);
+        const names = ts.isIdentifier(name) ? [name] : name.elements.map((one) => one.name);
+        const isWhole = ts.isIdentifier(name);
+        names.forEach(({ text }) => this.imported.set(text, { module, isWhole, comment }));
+      }
+    } else if (/^module\.exports = \{/.test(statement.getText())) {
+      for (const property of statement.expression.right.properties) {
+        if (ts.isSpreadAssignment(property)) {
+          this.spread.push(requiredBy(property.expression));
+        } else {
+          this.exported.push(property.name.text);
+        }
+      }
+    }
+  }
+}
+
+/** The file of lib/ that an expression requires, or null. */
+function requiredBy(expression) {
+  const match =
+    expression !== undefined && /^require\('\.\/([\w-]+)'\)$/.exec(expression.getText());
+  return match ? match[1] : null;
+}
+
+/** What the compiler declares of a file of lib/, by name. */
+function declarationsOf(name, text) {
+  const file = ts.createSourceFile(`${name}.d.ts`, text, ts.ScriptTarget.ES2019, true);
+  const declared = new Map();
+  for (const statement of file.statements) {
+    const node = ts.isVariableStatement(statement)
+      ? statement.declarationList.declarations[0]
+      : statement;
+    if (node.name !== undefined && !ts.isImportEqualsDeclaration(node)) {
+      declared.set(node.name.text, { node, comment: commentOf(statement, text) });
+    }
+  }
+  return declared;
+}
+
+/** Reads files for the compiler; what only checked.js uses says nothing to typings, and would take most of the time. */
+function compilerHost() {
+  const host = ts.createCompilerHost(settings, true);
+  const { readFile } = host;
+  const inside = libFile('checked/').slice(0, -'.js'.length);
+  host.getSourceFile = (file, target) => {
+    const text = path.resolve(file).startsWith(inside) ? 'module.exports = {};' : readFile(file);
+    return text === undefined ? undefined : ts.createSourceFile(file, text, target, true);
+  };
+  return host;
+}
+
+/** The files of lib/: read, compiled when they are asked for. */
+class Library {
+  constructor(names) {
+    this._program = ts.createProgram(names.map(libFile), settings, compilerHost());
+    this._scripts = new Map();
+    this._declared = new Map();
+  }
+
+  script(name) {
+    if (!this._scripts.has(name)) {
+      this._scripts.set(name, new Script(name));
+    }
+    return this._scripts.get(name);
+  }
+
+  /** Declaration of a name in a file, or undefined. */
+  declaration(name, file) {
+    if (!this._declared.has(file)) {
+      let text = '';
+      const source = this._program.getSourceFile(libFile(file));
+      const write = (_, written) => {
+        text = written;
+      };
+      const { diagnostics } = this._program.emit(source, write, undefined, true);
+      if (diagnostics.length > 0) {
+        throw new Error(ts.formatDiagnostics(diagnostics, ts.createCompilerHost({})));
+      }
+      this._declared.set(file, declarationsOf(file, text));
+    }
+    return this._declared.get(file).get(name);
+  }
+}
+
+const isPart = (name) => name.includes('-');
+const isPrivate = (comment) => /@private\b/.test(comment);
+
+/** The typings of a module: a file of lib/ and those that are its parts. */
+class Module {
+  constructor(library, name) {
+    this._library = library;
+    this._script = library.script(name);
+    /** Names that are there at run time. */
+    this._values = new Set();
+    this._chunks = [];
+    this._done = new Set();
+    this._reexported = [];
+  }
+
+  /** The file, not yet brought into form. */
+  render() {
+    const { name, text } = this._script;
+    this._export(name);
+    this._addTypes(name);
+    const body = this._chunks.join('\n');
+    const [module] = /\/\*\*(?:(?!\*\/)[^])*@module(?:(?!\*\/)[^])*\*\//.exec(text) || [''];
+    return [
+      `// Generated by node scripts/layouts.js from the comments of lib/${name}.js and its parts.`,
+      module,
+      ...this._importLines(withoutComments(body)),
+      '',
+      body,
+      ...this._reexported,
+      '',
+    ].join('\n');
+  }
+
+  /** All that a file exports. */
+  _export(file) {
+    const script = this._library.script(file);
+    script.exported.forEach((name) => this._values.add(name));
+    script.spread.filter(isPart).forEach((part) => {
+      this._library.script(part).exported.forEach((name) => this._values.add(name));
+    });
+    script.inOrder().forEach((name) => this._exportName(name, file));
+    script.spread.forEach((module) => {
+      if (isPart(module)) {
+        this._export(module);
+      } else {
+        this._reexported.push(`export * from './${module}';`);
+      }
+    });
+    if (file === 'index') {
+      byHand.forEach((module) => this._reexported.push(`export * from './${module}';`));
+    }
+  }
+
+  _exportName(name, file) {
+    const source = this._library.script(file).imported.get(name);
+    if (source === undefined) {
+      this._add(name, file);
+    } else if (isPart(source.module)) {
+      this._exportName(name, source.module);
+    } else {
+      const what = source.isWhole ? `* as ${name}` : `{ ${name} }`;
+      const about = source.isWhole ? tellComment(source.comment) : '';
+      this._reexported.push(`${about}export ${what} from './${source.module}';`);
+    }
+  }
+
+  /** The types of a file that are not private. */
+  _addTypes(file) {
+    for (const [name, { tags }] of this._library.script(file).types) {
+      if (!tags.some(ts.isJSDocPrivateTag)) {
+        this._add(name, file);
+      }
+    }
+  }
+
+  /** Where a name of a file is declared: there, or in a part that it comes from; undefined if elsewhere. */
+  _find(name, file) {
+    const script = this._library.script(file);
+    const found = this._library.declaration(name, file);
+    if (found === undefined || isAlias(found.node)) {
+      const source = script.imported.get(name) || aliasOf(found);
+      return source && isPart(source.module) ? this._find(name, source.module) : undefined;
+    }
+    return { name, file, node: found.node, comment: found.comment };
+  }
+
+  /** Adds a declaration, and after it those of the parts that it names. */
+  _add(name, file) {
+    const found = this._find(name, file);
+    if (found === undefined || this._done.has(name)) {
+      return;
+    }
+    this._done.add(name);
+    const chunk = this._declare(found);
+    this._chunks.push(chunk.text);
+    for (const word of new Set(withoutComments(chunk.text).match(/\b[A-Z]\w+\b/g))) {
+      chunk.files.forEach((one) => this._add(word, one));
+    }
+  }
+
+  _declare(found) {
+    const { name, file, node, comment } = found;
+    if (ts.isClassDeclaration(node)) {
+      return this._class(found);
+    }
+    const about = tellComment(comment);
+    let text = '';
+    if (ts.isFunctionDeclaration(node)) {
+      text = `${about}export declare function ${name}${signatureText(node)};\n`;
+    } else if (ts.isVariableDeclaration(node)) {
+      text = `${about}export declare const ${name}: ${typeText(node.type)};\n`;
+    } else {
+      text = this._type(found);
+    }
+    return { text, files: [file] };
+  }
+
+  _type({ name, file, node }) {
+    const { comment, tags } = this._library.script(file).types.get(name);
+    const about = tellComment(comment);
+    const head = `${name}${typeParametersText(node)}`;
+    if (!ts.isTypeLiteralNode(node.type)) {
+      return `${about}export type ${head} = ${typeText(node.type)};\n`;
+    }
+    const isReadonly = tags.some(ts.isJSDocReadonlyTag);
+    const base = tags.find(ts.isJSDocAugmentsTag);
+    const extended = base === undefined ? '' : ` extends ${base.class.getText()}`;
+    const members = node.type.members.map((member) => {
+      const isOptional = member.questionToken !== undefined;
+      const told = tellProperty(commentOf(member, node.getSourceFile().text));
+      const key = member.name.getText();
+      return ts.isFunctionTypeNode(member.type) && !isReadonly
+        ? `${told}${key}(${parametersText(member.type)}): ${typeText(member.type.type)};`
+        : `${told}${isReadonly ? 'readonly ' : ''}${key}${isOptional ? '?' : ''}: ` +
+            `${typeText(member.type, isOptional)};`;
+    });
+    return `${about}export interface ${head}${extended} {\n${members.join('\n')}\n}\n`;
+  }
+
+  /** Members of a class that are not private, and what it extends that is not. */
+  _membersOf({ file, node }) {
+    const { text } = node.getSourceFile();
+    const members = new Map();
+    const files = [file];
+    let base = null;
+    const clause = (node.heritageClauses || [])[0];
+    if (clause !== undefined) {
+      const [type] = clause.types;
+      const found = this._find(type.expression.getText(), file);
+      if (found !== undefined && isPrivate(found.comment)) {
+        const inherited = this._membersOf(found);
+        inherited.members.forEach((one, key) => members.set(key, one));
+        files.push(...inherited.files);
+        ({ base } = inherited);
+      } else {
+        base = { name: type.expression.getText(), text: plain(type.getText()), found };
+      }
+    }
+    for (const member of node.members) {
+      const key = ts.isConstructorDeclaration(member) ? 'constructor' : member.name.getText();
+      if (key[0] !== '_') {
+        members.set(key, this._member(member, key, text, file));
+      }
+    }
+    return { members, base, files };
+  }
+
+  _member(member, key, text, file) {
+    const comment = commentOf(member, text);
+    const about = tellComment(comment);
+    const isStatic = (ts.getCombinedModifierFlags(member) & ts.ModifierFlags.Static) !== 0;
+    const head = `${isStatic ? 'static ' : ''}${key}`;
+    if (ts.isPropertyDeclaration(member) || ts.isGetAccessorDeclaration(member)) {
+      return { isProperty: true, text: `${about}readonly ${head}: ${typeText(member.type)};\n` };
+    }
+    const [, type] = /@type \{(\w+)\}/.exec(comment) || [];
+    const ways =
+      type === undefined ? [member] : this._find(type, file).node.type.members.map((way) => way);
+    const lines = ways.map((way) => `${about}${head}${signatureText(way)};\n`);
+    return { isProperty: false, text: lines.join('\n') };
+  }
+
+  _class(found) {
+    const { name, node } = found;
+    const { members, base, files } = this._membersOf(found);
+    const about = tellComment(found.comment);
+    const head = `${name}${typeParametersText(node)}`;
+    const own = (keys) => keys.map((key) => members.get(key).text).join('\n');
+    const keys = Array.from(members.keys());
+    if (!this._values.has(name)) {
+      const properties = keys.filter((key) => members.get(key).isProperty);
+      return { text: `${about}export interface ${head} {\n${own(properties)}}\n`, files };
+    }
+    const first = keys.filter((key) => key === 'constructor');
+    const body = own([...first, ...keys.filter((key) => key !== 'constructor')]);
+    const isInterface = base !== null && base.found !== undefined && !this._values.has(base.name);
+    const merged = isInterface ? `export interface ${head} extends ${base.text} {}\n\n` : '';
+    const extended = base === null || isInterface ? '' : ` extends ${base.text}`;
+    const files2 = isInterface ? [...files, base.found.file] : files;
+    const text = `${merged}${about}export declare class ${head}${extended} {\n${body}}\n`;
+    return { text, files: files2 };
+  }
+
+  /** Imports of the names that stand in the code. */
+  _importLines(code) {
+    const names = new Set(code.match(/\b[A-Za-z]\w+\b/g));
+    const lines = byHand.map((module) => [
+      module,
+      exportedTypes(module).filter((name) => names.has(name)),
+    ]);
+    for (const [name, { module, isWhole }] of this._script.imported) {
+      if (!isPart(module) && !isWhole && new RegExp(`\\btypeof ${name}\\b`).test(code)) {
+        lines.push([module, [name]]);
+      }
+    }
+    return lines
+      .filter(([, used]) => used.length > 0)
+      .map(([module, used]) => `import type { ${used.join(', ')} } from './${module}';`);
+  }
+}
+
+/** True for a type that is another one's name: an import. */
+function isAlias(node) {
+  if (!ts.isTypeAliasDeclaration(node)) {
+    return false;
+  }
+  const type = node.type;
+  return ts.isImportTypeNode(type) && type.qualifier.getText() === node.name.text;
+}
+
+/** The file of lib/ that an import of a type names. */
+function aliasOf(found) {
+  const match = found && /^import\(["']\.\/([\w-]+)["']\)/.exec(found.node.type.getText());
+  return match ? { module: match[1] } : undefined;
+}
+
+/** Names that typings by hand export. */
+function exportedTypes(module) {
+  const text = fs.readFileSync(path.join(root, 'types', `${module}.d.ts`), 'utf8');
+  return Array.from(text.matchAll(/^export (?:interface|type) (\w+)/gm), ([, name]) => name);
+}
+
+/** Modules of lib/ with typings from comments; files whose names have a hyphen are parts of others. */
+function moduleNames() {
+  return fs
+    .readdirSync(path.join(root, 'lib'))
+    .filter((file) => file.endsWith('.js'))
+    .map((file) => file.slice(0, -3))
+    .filter((name) => !isPart(name) && name !== 'layout');
+}
+
+/**
+ * The typings of lib/, not yet brought into form.
+ * @returns {Array<{file: string, text: string}>}
+ */
+function renderTypings() {
+  const names = moduleNames();
+  const library = new Library(names);
+  return names.map((name) => ({
+    file: `types/${name}.d.ts`,
+    text: new Module(library, name).render(),
+  }));
+}
+
+module.exports = { renderTypings };
