@@ -995,17 +995,20 @@ const flowValues = {
 /** Bytes that native code proves of what it copies, where these are fewer than it copies. */
 const kProvenCopies = { vector2: 4, vector3: 4 };
 
+const kAllValues = Object.keys(flowValues);
+const kNoMatrices = ['scalar', 'vector2', 'vector3', 'vector4'];
+
 /**
- * Operations on values: names of the operands in the stream, and what is computed of floats a and b, where it is
- * the same for each of a value.
+ * Operations: which values they are for, their number beyond the first of those, names of the operands in the stream,
+ * and what is computed of floats a and b, where it is the same for each float of a value.
  */
 const flowOperations = {
-  Copy: { operands: ['D', 'S'] },
-  Add: { operands: ['A', 'B', 'R'], each: 'a + b' },
-  Sub: { operands: ['A', 'B', 'R'], each: 'a - b' },
-  Mul: { operands: ['A', 'B', 'R'], each: 'a * b' },
-  Div: { operands: ['A', 'B', 'R'], each: 'a / b' },
-  Invert: { operands: ['S', 'D'] },
+  Copy: { of: kAllValues, number: 0, operands: ['D', 'S'] },
+  Add: { of: kAllValues, number: 1, operands: ['A', 'B', 'R'], each: 'a + b' },
+  Sub: { of: kAllValues, number: 2, operands: ['A', 'B', 'R'], each: 'a - b' },
+  Mul: { of: kAllValues, number: 3, operands: ['A', 'B', 'R'], each: 'a * b' },
+  Div: { of: kNoMatrices, number: 4, operands: ['A', 'B', 'R'], each: 'a / b' },
+  Invert: { of: ['matrix4'], number: 4, operands: ['S', 'D'] },
 };
 
 /** What is to be known of single MatrixFlow commands. */
@@ -1037,17 +1040,20 @@ function tellFlow(name, family, operation) {
   return `${names}. R = ${formula}${isProduct ? ', the matrix product' : each}.${note}`;
 }
 
-/** The MatrixFlow commands of a family, numbered from its first on. */
-function flowFamily(family, operations) {
+/** The MatrixFlow commands on a kind of value. */
+function flowFamily(family) {
   const { first, bytes, rows } = flowValues[family];
-  return operations.map((operation, i) => {
+  const operations = Object.keys(flowOperations).filter((one) =>
+    flowOperations[one].of.includes(family)
+  );
+  return operations.map((operation) => {
     const name = `${family}${operation}`;
-    const { operands, each } = flowOperations[operation];
+    const { number, operands, each } = flowOperations[operation];
     const isProduct = operation === 'Mul' && rows !== undefined;
     const proven = operation === 'Copy' ? kProvenCopies[family] : undefined;
     return {
       name,
-      value: first + i,
+      value: first + number,
       command: {
         family,
         operands,
@@ -1060,8 +1066,6 @@ function flowFamily(family, operations) {
     };
   });
 }
-
-const kArithmetic = ['Copy', 'Add', 'Sub', 'Mul', 'Div'];
 
 // `native` names an enumerator, with the name of the value for {}.
 const enums = [
@@ -1258,12 +1262,7 @@ const enums = [
         'Runs another command buffer and, unless its result is 0, ends with that result. Nothing stops buffers that call each other in a circle but the end of the stack, and the process.',
         { about: undefined }
       ),
-      ...flowFamily('scalar', kArithmetic),
-      ...flowFamily('vector2', kArithmetic),
-      ...flowFamily('vector3', kArithmetic),
-      ...flowFamily('vector4', kArithmetic),
-      ...flowFamily('matrix3', ['Copy', 'Add', 'Sub', 'Mul']),
-      ...flowFamily('matrix4', ['Copy', 'Add', 'Sub', 'Mul', 'Invert']),
+      ...[].concat(...Object.keys(flowValues).map(flowFamily)),
       // Its method stands in lib/commands.js: it alone has a count beside its operands.
       { name: 'bulkCopy', value: 9000, command: { operands: ['D', 'S'], words: 5 } },
     ],

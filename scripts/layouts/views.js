@@ -205,6 +205,9 @@ function checkValues(name, given) {
         '}'
       );
     } else if (holds !== 'boolean') {
+      if (accessor.array === 'u8') {
+        throw new Error(`${accessor.name}: a byte that is set holds a boolean: say so by holds.`);
+      }
       const isSigned = holds === 'bits' ? ` && (${value} | 0) !== ${value}` : '';
       lines.push(
         `if (${value} >>> 0 !== ${value}${isSigned}) {`,
