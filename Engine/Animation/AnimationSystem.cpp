@@ -152,7 +152,7 @@ void AnimationSystem::UpdateAnimator(uint32_t handle) {
       EntitySystem::FailOnParentCycle(top);
     }
   }
-  if (tree.Links(top).isRoot == 0) {
+  if (!tree.Links(top).IsRoot()) {
     tree.EntityOf(top)->UpdateTree();
   }
 }

@@ -100,7 +100,7 @@ void NormaliseRotation(ClipSample* sample) {
 }  // namespace
 
 void ApplySample(const ClipSample& sample, Entity* entity) {
-  EntityPoseWriter writer(entity->system->Tree());
+  EntityPoseWriter writer(&entity->system->Tree());
   writer.Seek(entity->handle);
   ApplyTo(writer, sample);
 }
@@ -229,7 +229,7 @@ void AnimatorComponent::Update() {
 void AnimatorComponent::ApplyOne(const ActiveClip& clip, Scratch* scratch) {
   const uint32_t* targets =
       reinterpret_cast<const uint32_t*>(data + AnimatorTargetsOffset(clipCount));
-  EntityPoseWriter writer(core->Entities()->Tree());
+  EntityPoseWriter writer(&core->Entities()->Tree());
   const SampleMap& samples = scratch->SampleOf(clip);
   const uint32_t count = samples.Size();
   Entity* first = nullptr;
@@ -281,7 +281,7 @@ void AnimatorComponent::ApplyBlend(Scratch* scratch) {
   }
 
   // Entities are different ones, so the order of the writes does not show, but for which is first.
-  EntityPoseWriter writer(core->Entities()->Tree());
+  EntityPoseWriter writer(&core->Entities()->Tree());
   for (Scratch::BlendEntry& entry : entries) {
     if (writer.Seek(entry.handle)) {
       NormaliseRotation(&entry.sample);

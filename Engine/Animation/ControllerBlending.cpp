@@ -305,7 +305,7 @@ void AnimatorControllerModel::Update() {
     MergeLayer(index, Layer(index), &restPoses, scratch);
   }
   // Numbers that are no entities may be among the keys.
-  EntityPoseWriter writer(core->Entities()->Tree());
+  EntityPoseWriter writer(&core->Entities()->Tree());
   for (const uint32_t slot : scratch->finalPose.Slots()) {
     if (writer.Seek(restPoses.Number(slot)) && writer.IsThreeD()) {
       WritePose(scratch->finalPose.At(slot), writer);

@@ -27,7 +27,7 @@ inline __m128 Select(__m128 mask, __m128 yes, __m128 no) {
 // Thread safety: one writer a task, as long as entities are different ones.
 class EntityPoseWriter {
  public:
-  explicit EntityPoseWriter(const TransformTree& tree) : tree(tree) { tree.NoteOtherMarks(); }
+  explicit EntityPoseWriter(TransformTree* tree) : tree(*tree), marker(tree) {}
 
   // Turns to an entity. False if `handle` names none; then nothing else may be called.
   bool Seek(uint32_t handle) {
@@ -93,22 +93,11 @@ class EntityPoseWriter {
   }
 
   // Marks the entity, as TransformTree does.
-  void Mark() const {
-    // A batch that Seek found an entity in has arrays.
-    // NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
-    TransformLinks& links = batch.links[index];
-    links.SetDirtyState(kDirtySelf);
-    const uint32_t parent = links.parent;
-    // Of entities that go from top to bottom, each finds its parent marked by itself.
-    if (HandleSlot(parent) == slot &&
-        batch.links[HandleElement(parent)].DirtyState() != kDirtyClean) {
-      return;
-    }
-    tree.MarkAncestors(parent);
-  }
+  void Mark() const { marker.Mark(batch, slot, index); }
 
  private:
   const TransformTree& tree;
+  const TransformTree::Marker marker;
   TransformBatch batch;
   uint32_t slot = ~0u;  // of `batch`; no handle has the first one
   uint32_t index = 0;

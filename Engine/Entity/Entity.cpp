@@ -104,9 +104,7 @@ void Entity::Reset() {
   links().hasBoundEntities = 0;
   RemoveFromParent();
   tree->Batch(handle).worldVersions[HandleElement(handle)] = 0;
-  links().SetDirtyState(kDirtySelf);
-  links().active = 1;
-  tree->NoteOtherMarks();
+  tree->ResetMark(handle);
   name.clear();
 }
 
@@ -161,53 +159,19 @@ void Entity::UnbindFromBone() {
 }
 
 void Entity::SetActive(bool value) {
-  if (value && !active()) {
-    tree->NoteLooseMarks();
-  }
-  links().active = value ? 1 : 0;
+  tree->SetActive(handle, value);
 }
 
 void Entity::Activate(bool deep) {
-  links().active = 1;
-  PropagateMarkDirty(deep);
+  tree->Activate(handle, deep);
 }
 
 void Entity::PropagateMarkDirty(bool deep) {
-  tree->MarkDirty(handle);
-  if (deep) {
-    MarkDescendants();
-  }
+  tree->MarkDirty(handle, deep);
 }
 
 void Entity::MarkSubtreeDirty() {
-  tree->NoteLooseMarks();
-  MarkDescendants();
-}
-
-void Entity::MarkDescendants() {
-  uint32_t current = handle;
-  uint32_t depth = 0;
-  uint32_t next = links().firstChild;
-  for (;;) {
-    // `next` is what to look at: a first child one level below `current`, or a sibling.
-    while (next == 0) {
-      if (depth == 0) {
-        return;
-      }
-      next = tree->Links(current).nextSibling;
-      current = tree->Links(current).parent;
-      --depth;
-    }
-    TransformLinks& nextLinks = tree->Links(next);
-    if (nextLinks.DirtyState() == kDirtySelf) {
-      next = nextLinks.nextSibling;
-      continue;
-    }
-    nextLinks.SetDirtyState(kDirtySelf);
-    current = next;
-    ++depth;
-    next = nextLinks.firstChild;
-  }
+  tree->MarkOnlyBelow(handle);
 }
 
 void Entity::Clean() {

@@ -100,7 +100,7 @@ class Entity {
   uint32_t worldVersion() const;
   uint32_t localVersion() const;
   uint32_t dirtyState() const { return links().DirtyState(); }
-  bool active() const { return links().active != 0; }
+  bool active() const { return links().IsActive(); }
   uint8_t* sharedRecord() const;
 
   // This entity's place in the tree. For the batch and the root list.
@@ -164,15 +164,12 @@ class Entity {
   void Clean();
 
  protected:
-  const TransformTree* const tree;
+  TransformTree* const tree;
 
  private:
   Entity* EntityOrNull(uint32_t other) const {
     return other == 0 ? nullptr : tree->EntityOf(other);
   }
-
-  // The work of MarkSubtreeDirty.
-  void MarkDescendants();
 
   // Takes `child` out of this entity's list; puts it behind the last child, or ahead of `next`.
   void Unlink(Entity* child);

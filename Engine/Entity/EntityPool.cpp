@@ -44,9 +44,7 @@ void EntityPool::CreateEntities(EntitySystem* owningSystem, bool isThreeD, uint3
   system->Tree().Enter(handle, arrays);
 
   for (uint32_t i = 0; i < count; ++i) {
-    TransformLinks* links = new (arrays.links + i) TransformLinks();
-    links->active = 1;
-    links->SetDirtyState(kDirtySelf);
+    new (arrays.links + i) TransformLinks();
     uint8_t* record = arrays.entities + static_cast<size_t>(i) * arrays.entityStride;
     if (threeD) {
       new (record) Entity3D(system, handle | i);
@@ -64,7 +62,7 @@ EntityPool::~EntityPool() {
   bool anyRoot = false;
   for (uint32_t i = 0; i < arrays.count; ++i) {
     table(i)->Clean();
-    anyRoot = anyRoot || arrays.links[i].isRoot != 0;
+    anyRoot = anyRoot || arrays.links[i].IsRoot();
   }
   if (anyRoot) {
     system->RemoveRootsOfBatch(handle);

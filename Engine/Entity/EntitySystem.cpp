@@ -53,7 +53,7 @@ void EntitySystem::SetEntityName(uint32_t handle, const std::string& name) {
 }
 
 bool EntitySystem::IsRoot(const Entity* entity) const {
-  return entity->links().isRoot != 0;
+  return entity->links().IsRoot();
 }
 
 void EntitySystem::RemoveRootsOfBatch(uint32_t key) {
@@ -64,8 +64,7 @@ void EntitySystem::RemoveRootsOfBatch(uint32_t key) {
 void EntitySystem::AddRoot(uint32_t handle) {
   Entity* entity = FindEntity(handle);
   if (entity != nullptr && entity->parent() == nullptr) {
-    entity->links().isRoot = 1;
-    tree.NoteOtherMarks();
+    tree.MakeRoot(handle);
     roots.push_back(entity);
   }
 }

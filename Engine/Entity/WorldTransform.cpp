@@ -122,10 +122,10 @@ inline void WalkSubtree(const TransformTree& tree, uint32_t top, Visit visit) {
 
 void UpdateWorldSubtreeOf(const TransformTree& tree, uint32_t top) {
   WalkSubtree(tree, top, [](const TransformBatch* batches, uint32_t handle, TransformLinks* links) {
-    if (links->active == 0) {
+    if (!links->IsActive()) {
       return false;
     }
-    links->SetDirtyState(kDirtyClean);
+    TransformTree::Clean(links);
     ComputeWorldMatrix(batches, handle);
     return true;
   });
@@ -134,14 +134,14 @@ void UpdateWorldSubtreeOf(const TransformTree& tree, uint32_t top) {
 void UpdateTreeOf(const TransformTree& tree, uint32_t top) {
   WalkSubtree(tree, top, [&tree](const TransformBatch*, uint32_t handle, TransformLinks* links) {
     const uint8_t state = links->DirtyState();
-    if (state == kDirtyClean || links->active == 0) {
+    if (state == kDirtyClean || !links->IsActive()) {
       return false;
     }
     if (state == kDirtySelf) {
       UpdateWorldSubtreeOf(tree, handle);
       return false;
     }
-    links->SetDirtyState(kDirtyClean);
+    TransformTree::Clean(links);
     return true;
   });
 }
@@ -183,7 +183,7 @@ void Entity::RefreshChain() {
     chain.pop_back();
     next->UpdateLocalMatrix();
     // Children are not touched here and are still to be visited by the next world pass.
-    next->links().SetDirtyState(kDirtyBelow);
+    TransformTree::LeaveMarkBelow(&next->links());
     ComputeWorldMatrix(tree->Table(), next->handle);
   }
 }
@@ -259,28 +259,18 @@ bool EntitySystem::MayKeepToPaths(uint32_t listed) const {
          std::any_of(roots.begin(), roots.end(), [](const Entity* root) { return root->active(); });
 }
 
-// Marks as TransformTree::MarkDirty does, and notes the ancestors that it marks: each after those
-// above it, except for what was marked before.
+// Notes the ancestors that it marks: each after those above it, except for what was marked before.
 void EntitySystem::MarkPath(uint32_t handle) {
-  TransformLinks* links = &tree.Links(handle);
-  links->SetDirtyState(kDirtySelf);
   const auto lowest = static_cast<std::ptrdiff_t>(paths.size());
-  while (links->parent != 0) {
-    const uint32_t parent = links->parent;
-    links = &tree.Links(parent);
-    if (!links->MarkBelowAlone()) {
-      break;
-    }
-    paths.push_back(parent);
-  }
+  tree.MarkListed(handle, &paths);
   std::reverse(paths.begin() + lowest, paths.end());
 }
 
 void EntitySystem::UpdatePaths(uint32_t listed) {
   // A parent that the walk would go through has been cleaned; any other is marked.
   const auto isReached = [this](const TransformLinks& links) {
-    return links.active != 0 &&
-           (links.parent == 0 ? links.isRoot != 0
+    return links.IsActive() &&
+           (links.parent == 0 ? links.IsRoot()
                               : tree.Links(links.parent).DirtyState() == kDirtyClean);
   };
   const auto isTop = [this, isReached](uint32_t handle) {
@@ -290,7 +280,7 @@ void EntitySystem::UpdatePaths(uint32_t listed) {
   for (const uint32_t handle : paths) {
     TransformLinks& links = tree.Links(handle);
     if (links.DirtyState() == kDirtyBelow && isReached(links)) {
-      links.SetDirtyState(kDirtyClean);
+      TransformTree::Clean(&links);
     }
   }
   for (uint32_t i = 1; i <= listed; ++i) {
@@ -310,8 +300,7 @@ void EntitySystem::RefreshEntity(uint32_t handle) {
     return;
   }
   RunEntityCommands(true);
-  SyncLocalTransformAnd(
-      [this](uint32_t handle) { tree.EntityOf(handle)->PropagateMarkDirty(true); });
+  SyncLocalTransformAnd([this](uint32_t handle) { tree.MarkDirty(handle, true); });
   dirtyEntities.Clear();
   entity->RefreshChain();
 }
@@ -342,12 +331,7 @@ void EntitySystem::MarkDirtyEntities(bool deep) {
     PrefetchLinks(i + kPrefetchEntries, n);
     const uint32_t handle = dirtyEntities.Entry(i);
     if (tree.Contains(handle)) {
-      // An entity's record is memory of its own, which shallow marks need not touch.
-      if (deep) {
-        tree.EntityOf(handle)->PropagateMarkDirty(true);
-      } else {
-        tree.MarkDirty(handle);
-      }
+      tree.MarkDirty(handle, deep);
     }
   }
 }

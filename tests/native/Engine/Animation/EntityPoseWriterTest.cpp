@@ -17,7 +17,7 @@ class EntityPoseWriterTest : public AnimationSceneTest {
  protected:
   // What a pose does to an entity after its values: marks it.
   void Mark(uint32_t handle) {
-    EntityPoseWriter writer(scene.System()->Tree());
+    EntityPoseWriter writer(&scene.System()->Tree());
     ASSERT_TRUE(writer.Seek(handle));
     writer.Mark();
   }
@@ -28,7 +28,7 @@ class EntityPoseWriterTest : public AnimationSceneTest {
 TEST_F(EntityPoseWriterTest, SeekFindsEntitiesOfAnyBatchInAnyOrder) {
   const uint32_t a = scene.Add3D(3);
   const uint32_t b = scene.Add2D(2);
-  EntityPoseWriter writer(scene.System()->Tree());
+  EntityPoseWriter writer(&scene.System()->Tree());
   for (const uint32_t handle : {a + 2, a, b + 1, a + 1, b}) {
     ASSERT_TRUE(writer.Seek(handle));
     EXPECT_EQ(&scene.At(handle), writer.Target());
@@ -42,7 +42,7 @@ TEST_F(EntityPoseWriterTest, SeekRefusesWhatNamesNoEntityAndGoesOn) {
   const uint32_t a = scene.Add3D(3);
   const uint32_t gone = scene.Add3D(2);
   scene.Release(gone);
-  EntityPoseWriter writer(scene.System()->Tree());
+  EntityPoseWriter writer(&scene.System()->Tree());
   for (const uint32_t handle :
        {0u, 1u, 4095u, a + 3, a + 4095, gone, gone + 1, gone + 0x1000, 0xFFFFF000u, 0xFFFFFFFFu}) {
     EXPECT_FALSE(writer.Seek(handle)) << handle;
@@ -54,7 +54,7 @@ TEST_F(EntityPoseWriterTest, SeekRefusesWhatNamesNoEntityAndGoesOn) {
 TEST_F(EntityPoseWriterTest, AskingForMemoryAheadMayNameAnything) {
   const uint32_t a = scene.Add3D(1);
   const uint32_t flat = scene.Add2D(1);
-  EntityPoseWriter writer(scene.System()->Tree());
+  EntityPoseWriter writer(&scene.System()->Tree());
   for (const uint32_t current : {a, flat}) {
     ASSERT_TRUE(writer.Seek(current));
     for (const uint32_t handle : {0u, a, a + 1, a + 4095, flat, flat + 4095, 0xFFFFFFFFu}) {
@@ -83,7 +83,7 @@ TEST_F(EntityPoseWriterTest, ReplaceChangesLanesOfTheMaskAlone) {
       (lane < 3 ? expected.position[lane] : expected.scale[lane - 3]) =
           10.0f + static_cast<float>(lane);
     }
-    EntityPoseWriter writer(scene.System()->Tree());
+    EntityPoseWriter writer(&scene.System()->Tree());
     ASSERT_TRUE(writer.Seek(entity));
     const PositionScale values =
         writer.Replace(_mm_setr_ps(10, 11, 12, 13), _mm_loadu_ps(mask), _mm_setr_ps(14, 15, 98, 99),
@@ -101,7 +101,7 @@ TEST_F(EntityPoseWriterTest, AQuaternionGivesTheMatrixThatTheRecordGives) {
   const uint32_t entity = scene.Add3D();
   scene.MoveTo(entity, 3, -0.0f, 5e-42f);
   scene.ScaleTo(entity, -2, kInfinity, 0);
-  EntityPoseWriter writer(scene.System()->Tree());
+  EntityPoseWriter writer(&scene.System()->Tree());
   ASSERT_TRUE(writer.Seek(entity));
   writer.WriteQuaternion(_mm_setr_ps(0.1f, -0.2f, 0.3f, 0.9f),
                          PositionScale(scene.Record3D(entity)));
@@ -209,7 +209,7 @@ TEST_F(EntityPoseWriterTest, MarksOfManyTasksReachSharedAncestors) {
     std::vector<Task> tasks;
     for (uint32_t limb = 0; limb < kLimbs; ++limb) {
       tasks.emplace_back([this, first = limbs + limb * kBones, down = limb % 2 == 0] {
-        EntityPoseWriter writer(scene.System()->Tree());
+        EntityPoseWriter writer(&scene.System()->Tree());
         // Every other limb from its last bone up.
         for (uint32_t bone = 0; bone < kBones; ++bone) {
           if (writer.Seek(first + (down ? bone : kBones - 1 - bone))) {

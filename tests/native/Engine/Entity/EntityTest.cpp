@@ -27,7 +27,7 @@ class EntityTest : public WorldTest {
 
   void SetMarks(uint32_t batch, const std::vector<uint8_t>& marks) {
     for (uint32_t i = 0; i < marks.size(); ++i) {
-      world.At(batch + i).links().SetDirtyState(marks[i]);
+      world.SetMark(batch + i, marks[i]);
     }
   }
 };

@@ -44,6 +44,12 @@ constexpr int Rounds(int plain) {
   return plain >= kSlowness ? plain / kSlowness : 1;
 }
 
+// Puts an entity's mark into any state, as no operation does: ancestors keep theirs, and the tree
+// notes nothing. A walk from the roots finds such a mark only if something else leads it there.
+struct MarksForTests {
+  static void Set(Entity* entity, uint8_t state) { entity->links().SetDirtyState(state); }
+};
+
 // One engine. Commands and dirty entries are written to the shared buffers as script does it, and
 // take effect with Refresh or RunCommands. Batches that are left are released at the end.
 class World {
@@ -109,6 +115,7 @@ class World {
   std::vector<uint32_t> ChildrenOf(uint32_t handle);
   std::vector<uint32_t> BoundTo(uint32_t bone);
   std::vector<uint32_t> Roots();
+  void SetMark(uint32_t handle, uint8_t state) { MarksForTests::Set(&At(handle), state); }
   uint32_t ParentOf(uint32_t handle);  // 0 for none
   uint32_t BoneOf(uint32_t handle);    // 0 for none
 

@@ -705,8 +705,8 @@ TEST_F(WorldTransformTest, AMarkOf2OutlastsAMarkFromBelowAtTheSameTime) {
   };
   for (int round = 0; round < Rounds(100); ++round) {
     for (uint32_t i = 0; i < kPairs; ++i) {
-      world.At(parents + i).links().SetDirtyState(kDirtyClean);
-      world.At(children + i).links().SetDirtyState(kDirtyClean);
+      world.SetMark(parents + i, kDirtyClean);
+      world.SetMark(children + i, kDirtyClean);
     }
     started = 0;
     std::thread other([&markAll, parents] { markAll(parents); });
@@ -1019,11 +1019,11 @@ TEST_F(WorldTransformTest, RefreshChainStopsBelowTheFirstUnmarkedAncestor) {
   const uint32_t e = AddChain(4);
   world.MoveTo(e, 50, 0, 0);
   world.MoveTo(e + 3, 0, 0, 9);
-  world.At(e).links().SetDirtyState(kDirtySelf);
-  world.At(e + 3).links().SetDirtyState(kDirtySelf);
+  world.SetMark(e, kDirtySelf);
+  world.SetMark(e + 3, kDirtySelf);
   for (const DirtyState between : {kDirtyClean, kDirtyBelow}) {
-    world.At(e + 2).links().SetDirtyState(between);
-    world.At(e + 3).links().SetDirtyState(kDirtySelf);
+    world.SetMark(e + 2, between);
+    world.SetMark(e + 3, kDirtySelf);
     world.At(e + 3).RefreshChain();
     EXPECT_EQ((Handles{2, 0, between, 1}), Marks(e, 4));
     EXPECT_EQ((Numbers{3, 0, 9}), world.WorldPosition(e + 3));
@@ -1035,10 +1035,10 @@ TEST_F(WorldTransformTest, RefreshChainLeavesInactiveAndCleanEntitiesAlone) {
   const uint32_t e = AddChain(3);
   world.At(e + 2).RefreshChain();
   EXPECT_EQ((Handles{1, 1, 1}), WorldVersions(e, 3));
-  world.At(e + 2).links().SetDirtyState(kDirtyBelow);
+  world.SetMark(e + 2, kDirtyBelow);
   world.At(e + 2).RefreshChain();
   EXPECT_EQ((Handles{0, 0, 1}), Marks(e, 3));
-  world.At(e + 2).links().SetDirtyState(kDirtySelf);
+  world.SetMark(e + 2, kDirtySelf);
   world.At(e + 2).SetActive(false);
   world.At(e + 2).RefreshChain();
   EXPECT_EQ((Handles{0, 0, 2}), Marks(e, 3));
@@ -1051,9 +1051,9 @@ TEST_F(WorldTransformTest, RefreshChainBelowAnInactiveAncestorDoesNothing) {
     for (const DirtyState mark : {kDirtySelf, kDirtyBelow}) {
       const uint32_t e = AddChain(3);
       for (uint32_t i = inactive + 1; i < 3; ++i) {
-        world.At(e + i).links().SetDirtyState(kDirtySelf);
+        world.SetMark(e + i, kDirtySelf);
       }
-      world.At(e + inactive).links().SetDirtyState(mark);
+      world.SetMark(e + inactive, mark);
       world.At(e + inactive).SetActive(false);
       world.At(e + 2).RefreshChain();
       EXPECT_EQ((Handles{1, 1, 1}), WorldVersions(e, 3));
@@ -1062,7 +1062,7 @@ TEST_F(WorldTransformTest, RefreshChainBelowAnInactiveAncestorDoesNothing) {
   }
   // Above the end of the chain it does not matter.
   const uint32_t e = AddChain(3);
-  world.At(e + 2).links().SetDirtyState(kDirtySelf);
+  world.SetMark(e + 2, kDirtySelf);
   world.At(e).SetActive(false);
   world.At(e + 2).RefreshChain();
   EXPECT_EQ((Handles{1, 1, 2}), WorldVersions(e, 3));
@@ -1184,7 +1184,7 @@ TEST(WorldTransformDepthTest, ACycleOf100000EntitiesNeedsNoStack) {
       ASSERT_EQ(2u, world.At(ring[i]).localVersion());
     }
     for (const uint32_t handle : ring) {
-      world.At(handle).links().SetDirtyState(kDirtyClean);
+      world.SetMark(handle, kDirtyClean);
     }
     world.At(ring[7]).PropagateMarkDirty(false);
     EXPECT_EQ(1u, world.At(ring[6]).dirtyState());
@@ -1209,9 +1209,9 @@ class WorldTransformDeathTest : public WorldTransformTest {
   }
 
   void SetMarks(uint8_t first, uint8_t second, uint8_t third) {
-    world.At(e).links().SetDirtyState(first);
-    world.At(e + 1).links().SetDirtyState(second);
-    world.At(e + 2).links().SetDirtyState(third);
+    world.SetMark(e, first);
+    world.SetMark(e + 1, second);
+    world.SetMark(e + 2, third);
   }
 
   uint32_t e = 0;
