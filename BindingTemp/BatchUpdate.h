@@ -4,23 +4,15 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <vector>
 
 #include "Common/Def/EngineRuntime.h"
 #include "Common/Def/Task.h"
+#include "Common/Def/Unaligned.h"
 #include "Common/Def/WorkerPool.h"
 #include "jsbinding/v8/arguments.h"
 
 namespace nq::engine {
-
-constexpr size_t kBatchWordBytes = 4;
-
-inline uint32_t BatchWord(const uint8_t* words, size_t index) {
-  uint32_t word;
-  std::memcpy(&word, words + index * kBatchWordBytes, kBatchWordBytes);
-  return word;
-}
 
 // Calls `operation(Target*, handle)` for each handle in `bytes`: a count word n and n handles. One
 // handle is done on the calling thread; several are posted to the first pool of the target's
@@ -40,12 +32,12 @@ void BatchUpdate(Target* target, const vx::Bytes& bytes) {
   // go on with anything; this access stays, and faults.
   static_cast<void>(*static_cast<const volatile uint8_t*>(words));
   // In the host's width: a count of 0x3FFFFFFF must not wrap to a small size.
-  const size_t n = BatchWord(words, 0);
-  if (n == 0 || n * kBatchWordBytes + kBatchWordBytes > bytes.length) {
+  const size_t n = ReadWord(words, 0);
+  if (n == 0 || n * kWordBytes + kWordBytes > bytes.length) {
     return;
   }
   if (n == 1) {
-    operation(target, BatchWord(words, 1));
+    operation(target, ReadWord(words, 1));
     return;
   }
   std::vector<Task> tasks;
@@ -55,7 +47,7 @@ void BatchUpdate(Target* target, const vx::Bytes& bytes) {
   const size_t part = (n + parts - 1) / parts;
   for (size_t first = 1; first <= part; ++first) {
     for (size_t index = first; index <= n; index += part) {
-      tasks.emplace_back([target, words, index] { operation(target, BatchWord(words, index)); });
+      tasks.emplace_back([target, words, index] { operation(target, ReadWord(words, index)); });
     }
   }
   pool->PostAll(tasks.data(), tasks.size());

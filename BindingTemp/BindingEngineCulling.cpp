@@ -4,6 +4,7 @@
 
 #include "BindingTemp/BindingEngine.h"
 #include "BindingTemp/PublishSegment.h"
+#include "Common/Def/Unaligned.h"
 #include "Engine/Culling/CullResult.h"
 #include "Engine/Culling/ViewVolume.h"
 
@@ -160,8 +161,8 @@ bool BindingEngine::StoreCullResult(v8::Isolate* isolate, const CullResult& resu
     }
   }
   uint8_t* buffer = static_cast<uint8_t*>(cullingResultBuffer);
-  std::memcpy(buffer + kCullingResultHashOffset, &result.hash, sizeof(uint32_t));
-  std::memcpy(buffer + kCullingResultCountOffset, &count, sizeof(uint32_t));
+  WriteUnaligned(buffer + kCullingResultHashOffset, result.hash);
+  WriteUnaligned(buffer + kCullingResultCountOffset, count);
   const size_t listBytes = count * sizeof(uint32_t);
   std::memcpy(buffer + kCullingResultObjectsOffset, result.objects.data(), listBytes);
   std::memcpy(buffer + kCullingResultObjectsOffset + listBytes, result.distances.data(), listBytes);

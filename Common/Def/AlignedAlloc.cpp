@@ -2,7 +2,8 @@
 #include "Common/Def/AlignedAlloc.h"
 
 #include <cstdlib>
-#include <cstring>
+
+#include "Common/Def/Unaligned.h"
 
 namespace nq::engine {
 
@@ -21,15 +22,13 @@ void* AlignedAlloc(uint32_t alignment, uint32_t size) {
   const uintptr_t aligned = (earliest + step - 1) / step * step;
   const uint32_t distance = static_cast<uint32_t>(aligned - start);
   char* result = raw + distance;
-  std::memcpy(result - kDistanceBytes, &distance, kDistanceBytes);
+  WriteUnaligned(result - kDistanceBytes, distance);
   return result;
 }
 
 void AlignedFree(void* pointer) {
   char* position = static_cast<char*>(pointer);
-  uint32_t distance;
-  std::memcpy(&distance, position - kDistanceBytes, kDistanceBytes);
-  std::free(position - distance);
+  std::free(position - ReadUnaligned<uint32_t>(position - kDistanceBytes));
 }
 
 }  // namespace nq::engine

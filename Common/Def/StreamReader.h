@@ -3,8 +3,9 @@
 #define NQ_COMMON_DEF_STREAMREADER_H_
 
 #include <cstdint>
-#include <cstring>
 #include <vector>
+
+#include "Common/Def/Unaligned.h"
 
 namespace nq::engine {
 
@@ -31,9 +32,7 @@ class StreamReader {
   // stay.
   void begin() {
     position = kStreamHeaderBytes;
-    uint32_t length;
-    std::memcpy(&length, data, sizeof(length));
-    limits.push_back(length + kStreamHeaderBytes);
+    limits.push_back(ReadUnaligned<uint32_t>(data) + kStreamHeaderBytes);
   }
 
   // Reads a 32-bit length and pushes the end of the nested block that follows it. Not clipped to
@@ -99,8 +98,7 @@ class StreamReader {
   T Read() {
     constexpr uint32_t kMask = sizeof(T) - 1;
     position = (position + kMask) & ~kMask;
-    T value;
-    std::memcpy(&value, data + position, sizeof(T));
+    const T value = ReadUnaligned<T>(data + position);
     position += sizeof(T);
     return value;
   }

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "Common/Def/StreamReader.h"
+#include "Common/Def/Unaligned.h"
 
 namespace nq::engine {
 
@@ -58,18 +59,13 @@ class StreamWriter {
   uint32_t totalSize() const { return Length() + kStreamHeaderBytes; }
 
  private:
-  uint32_t Length() const {
-    uint32_t length;
-    std::memcpy(&length, header, sizeof(length));
-    return length;
-  }
-
-  void SetLength(uint32_t length) { std::memcpy(header, &length, sizeof(length)); }
+  uint32_t Length() const { return ReadUnaligned<uint32_t>(header); }
+  void SetLength(uint32_t length) { WriteUnaligned(header, length); }
 
   template <typename T>
   void Write(T value) {
     const uint32_t at = AlignStreamPosition(Length(), sizeof(T));
-    std::memcpy(header + kStreamHeaderBytes + at, &value, sizeof(T));
+    WriteUnaligned(header + kStreamHeaderBytes + at, value);
     SetLength(at + static_cast<uint32_t>(sizeof(T)));
   }
 

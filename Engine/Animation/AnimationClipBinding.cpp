@@ -1,8 +1,7 @@
 // Target lists and rest poses.
 #include "Engine/Animation/AnimationClipBinding.h"
 
-#include <cstring>
-
+#include "Common/Def/Unaligned.h"
 #include "Engine/Animation/AnimationRecord.h"
 #include "Engine/Animation/AnimationSystem.h"
 #include "Engine/Entity/EngineCore.h"
@@ -12,21 +11,6 @@
 namespace nq::engine {
 
 namespace {
-
-// Reads words of a buffer, whatever its alignment.
-class Words {
- public:
-  Words(const uint8_t* bytes, uint32_t byteOffset) : start(bytes + byteOffset) {}
-
-  uint32_t operator[](uint64_t index) const {
-    uint32_t word;
-    std::memcpy(&word, start + index * sizeof(word), sizeof(word));
-    return word;
-  }
-
- private:
-  const uint8_t* start;
-};
 
 Entity* FindEntity3D(EngineCore* core, uint32_t handle) {
   Entity* entity = core->Entities()->FindEntity(handle);
@@ -47,11 +31,11 @@ void AnimationClipBinding::Create(const uint8_t* bytes, uint32_t byteOffset, uin
 
 bool AnimationClipBinding::ParseTargets(const uint8_t* bytes, uint32_t byteOffset, uint32_t clips,
                                         uint32_t /*words*/, std::map<uint32_t, Entity*>* resolved) {
-  const Words words(bytes, byteOffset);
+  const uint8_t* words = bytes + byteOffset;
   std::map<uint32_t, std::vector<Target>> lists;
   uint64_t cursor = 0;  // in words behind the clip handles
   for (uint32_t c = 0; c < clips; ++c) {
-    const uint32_t clipHandle = words[c];
+    const uint32_t clipHandle = ReadWord(words, c);
     if (core->Animation()->FindAnimationClipModel(clipHandle) == nullptr) {
       return false;
     }
@@ -59,11 +43,11 @@ bool AnimationClipBinding::ParseTargets(const uint8_t* bytes, uint32_t byteOffse
     if (cursor + 1 > targetWords) {
       return false;
     }
-    const uint32_t n = words[clips + cursor];
+    const uint32_t n = ReadWord(words, clips + cursor);
     ++cursor;
     std::vector<Target> list;
     for (uint32_t k = 1; k <= n; ++k) {
-      const uint32_t handle = words[clips + cursor];
+      const uint32_t handle = ReadWord(words, clips + cursor);
       Entity* entity = handle == kNoHandle ? nullptr : FindEntity3D(core, handle);
       if (entity != nullptr) {
         resolved->emplace(handle, entity);

@@ -6,6 +6,7 @@
 
 #include "Common/Def/Assert.h"
 #include "Common/Def/Log.h"
+#include "Common/Def/Unaligned.h"
 
 namespace nq::engine {
 
@@ -17,13 +18,6 @@ constexpr int kHeaderLine = 364;
 constexpr int kContentLine = 377;
 
 constexpr uint32_t kNoChannel = 0xFFFFFFFFu;
-
-template <typename T>
-T ReadAt(const uint8_t* data, size_t offset) {
-  T value;
-  std::memcpy(&value, data + offset, sizeof(value));
-  return value;
-}
 
 uint32_t ChannelOf(uint32_t sampleType) {
   switch (sampleType) {
@@ -77,7 +71,7 @@ void AnimationClipModel::Parse() {
   if (parsed.load(std::memory_order_relaxed)) {
     return;
   }
-  const ClipHeader header = ReadAt<ClipHeader>(raw.get(), 0);
+  const ClipHeader header = ReadUnaligned<ClipHeader>(raw.get());
   rate = TruncateToU32(header.framesPerSecond);
   frames = header.frameCount;
   // In 32 bits, as the offset itself.
@@ -99,13 +93,13 @@ void AnimationClipModel::Parse() {
     if (curveOffset + kCurveBytes > rawSize) {
       failContent();
     }
-    const ClipCurve curve = ReadAt<ClipCurve>(raw.get(), curveOffset);
+    const ClipCurve curve = ReadUnaligned<ClipCurve>(raw.get() + curveOffset);
     ClipTrack* track = &byTarget[curve.targetIndex];
     for (uint32_t k = 0; k < curve.keyCount; ++k) {
       if (keyOffset + sizeof(ClipKey) > rawSize) {
         failContent();
       }
-      StoreKey(ReadAt<ClipKey>(raw.get(), keyOffset), curve.sampleType, track);
+      StoreKey(ReadUnaligned<ClipKey>(raw.get() + keyOffset), curve.sampleType, track);
       keyOffset += sizeof(ClipKey);
     }
   }

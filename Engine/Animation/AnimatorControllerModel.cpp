@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "Common/Def/Unaligned.h"
 #include "Engine/Animation/AnimationSystem.h"
 #include "Engine/Animation/AnimatorControllerStateModel.h"
 #include "Engine/Entity/EngineCore.h"
@@ -62,8 +63,7 @@ bool AnimatorControllerModel::SetMask(uint32_t index, const uint8_t* bytes, uint
 }
 
 AnimationClipBinding* AnimatorControllerModel::Binding() const {
-  uint32_t handle;
-  std::memcpy(&handle, data, sizeof(handle));
+  const uint32_t handle = ReadUnaligned<uint32_t>(data);
   return handle == kNoHandle ? nullptr : core->Animation()->FindAnimationClipBinding(handle);
 }
 

@@ -4,9 +4,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "Common/Def/Mutex.h"
+#include "Common/Def/Unaligned.h"
 
 namespace nq::engine {
 
@@ -15,7 +15,7 @@ constexpr uint32_t kSharedListBytes = 49152;
 
 // Entries that fit behind the count word.
 constexpr uint32_t kDirtyListCapacity = 12287;
-static_assert((kDirtyListCapacity + 1) * 4 == kSharedListBytes, "count word and entries");
+static_assert((kDirtyListCapacity + 1) * kWordBytes == kSharedListBytes, "count word and entries");
 
 // Word 0 is the count N, words 1 to N are handles, in order of appending. Duplicates are allowed.
 // Script appends entities whose records it wrote, native code those that it wrote itself; script
@@ -43,15 +43,11 @@ class DirtyEntityList {
   uint32_t Count() const { return Entry(0); }
 
   // The handle at `index`, counted from 1.
-  uint32_t Entry(uint32_t index) const {
-    uint32_t value;
-    std::memcpy(&value, words + size_t{4} * index, sizeof(value));
-    return value;
-  }
+  uint32_t Entry(uint32_t index) const { return ReadWord(words, index); }
 
  private:
   void StoreWord(uint32_t index, uint32_t value) {
-    std::memcpy(words + size_t{4} * index, &value, sizeof(value));
+    WriteUnaligned(words + size_t{kWordBytes} * index, value);
   }
 
   uint8_t* words = nullptr;

@@ -1,28 +1,14 @@
 // The reader of the entity command stream.
 #include "Engine/Entity/EntityCommands.h"
 
-#include <cstring>
-
 #include "Common/Def/StreamReader.h"
+#include "Common/Def/Unaligned.h"
 #include "Engine/Entity/EntitySystem.h"
 
 namespace nq::engine {
 
-namespace {
-
-constexpr uint32_t kWordBytes = 4;
-
-// Word `index` of an array that is read in place.
-uint32_t WordAt(const uint8_t* words, uint32_t index) {
-  uint32_t word;
-  std::memcpy(&word, words + static_cast<size_t>(index) * kWordBytes, kWordBytes);
-  return word;
-}
-
-}  // namespace
-
 void EntitySystem::RunEntityCommands(bool deep) {
-  if (WordAt(static_cast<const uint8_t*>(entityCommandsBlock.pointer), 0) == 0) {
+  if (ReadUnaligned<uint32_t>(entityCommandsBlock.pointer) == 0) {
     return;
   }
   StreamReader reader(entityCommandsBlock.pointer, entityCommandsBlock.size);
@@ -64,7 +50,7 @@ void EntitySystem::RunEntityCommands(bool deep) {
         const uint8_t* entities = reader.currentPointer();
         const uint8_t* bones = entities + static_cast<size_t>(n) * kWordBytes;
         for (uint32_t i = 0; i < n; ++i) {
-          BindToBone(WordAt(entities, i), WordAt(bones, i));
+          BindToBone(ReadWord(entities, i), ReadWord(bones, i));
         }
         reader.skip(n * 2 * kWordBytes);
         break;
@@ -76,7 +62,7 @@ void EntitySystem::RunEntityCommands(bool deep) {
         const uint32_t n = reader.readU32();
         const uint8_t* handles = reader.currentPointer();
         for (uint32_t i = 0; i < n; ++i) {
-          UnbindFromBone(WordAt(handles, i));
+          UnbindFromBone(ReadWord(handles, i));
         }
         reader.skip(n * kWordBytes);
         break;
@@ -93,7 +79,7 @@ void EntitySystem::RunEntityCommands(bool deep) {
         break;
     }
   }
-  std::memset(entityCommandsBlock.pointer, 0, kWordBytes);
+  WriteUnaligned(entityCommandsBlock.pointer, uint32_t{0});
 }
 
 }  // namespace nq::engine

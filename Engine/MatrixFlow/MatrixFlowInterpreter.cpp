@@ -7,6 +7,7 @@
 #include "Common/Def/Log.h"
 #include "Common/Def/MathKernels.h"
 #include "Common/Def/Platform.h"
+#include "Common/Def/Unaligned.h"
 #include "Common/Def/Vectors.h"
 #include "Engine/Entity/EngineCore.h"
 #include "Engine/MatrixFlow/MatrixFlowCommand.h"
@@ -72,8 +73,7 @@ class Run {
   // A word, at the next multiple of 4.
   NQ_FORCE_INLINE uint32_t ReadWord() {
     position = AlignStreamPosition(position, 4);
-    uint32_t word;
-    std::memcpy(&word, data + position, sizeof(word));
+    const uint32_t word = ReadUnaligned<uint32_t>(data + position);
     position += sizeof(word);
     return word;
   }
@@ -155,15 +155,12 @@ class Run {
     if (code != kMatrixFlowDone) {
       return code;
     }
-    float a;
-    float b;
-    std::memcpy(&a, o.bytes[0], sizeof(a));
-    std::memcpy(&b, o.bytes[1], sizeof(b));
+    const float a = ReadUnaligned<float>(o.bytes[0]);
+    const float b = ReadUnaligned<float>(o.bytes[1]);
     if (std::numeric_limits<float>::min() > b) {
       return kMatrixFlowDivisorTooSmall;
     }
-    const float result = a / b;
-    std::memcpy(o.bytes[2], &result, sizeof(result));
+    WriteUnaligned(o.bytes[2], a / b);
     return kMatrixFlowDone;
   }
 
@@ -272,8 +269,8 @@ class Run {
       return;
     }
     for (uint32_t place = 0; place < kMaxOperands; ++place) {
-      uint32_t offset;
-      std::memcpy(&offset, data + at + kOffsetAt + place * kReferenceBytes, sizeof(offset));
+      const uint32_t offset =
+          ReadUnaligned<uint32_t>(data + at + kOffsetAt + place * kReferenceBytes);
       const uintptr_t block = reinterpret_cast<uintptr_t>(found[place].pointer);
       NQ_PREFETCH(reinterpret_cast<const void*>(block + offset));
     }
@@ -290,9 +287,7 @@ class Run {
     } else if constexpr (bytes == 8) {
       return _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from)));
     } else {
-      int32_t word;
-      std::memcpy(&word, from, sizeof(word));
-      return _mm_castsi128_ps(_mm_cvtsi32_si128(word));
+      return _mm_castsi128_ps(_mm_cvtsi32_si128(ReadUnaligned<int32_t>(from)));
     }
   }
 
@@ -306,8 +301,7 @@ class Run {
     } else if constexpr (bytes == 8) {
       _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_castps_si128(value));
     } else {
-      const int32_t word = _mm_cvtsi128_si32(_mm_castps_si128(value));
-      std::memcpy(to, &word, sizeof(word));
+      WriteUnaligned(to, _mm_cvtsi128_si32(_mm_castps_si128(value)));
     }
   }
 
