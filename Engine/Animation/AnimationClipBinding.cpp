@@ -73,17 +73,11 @@ void AnimationClipBinding::FindRoot() {
     if (list.empty()) {
       continue;
     }
-    Entity* entity = core->Entities()->FindEntity(list[0].handle);
-    if (entity != nullptr) {
-      size_t height = 0;
-      while (entity->parent() != nullptr && entity->parent()->isThreeD()) {
-        entity = entity->parent();
-        if (++height > core->Entities()->Tree().EntityCount()) {
-          EntitySystem::FailOnParentCycle(entity->handle);
-        }
-      }
-      root = entity->handle;
-      rootGeneration = core->Entities()->Tree().Generation(root);
+    const TransformTree& tree = core->Entities()->Tree();
+    if (tree.Contains(list[0].handle)) {
+      root = tree.WalkUp(list[0].handle, CycleReport::kReached,
+                         [&tree](uint32_t parent) { return tree.Batch(parent).isThreeD; });
+      rootGeneration = tree.Generation(root);
     }
     return;
   }

@@ -144,14 +144,8 @@ void AnimationSystem::UpdateAnimator(uint32_t handle) {
   }
   // By links alone: the entities' own records would have to be fetched for it.
   const TransformTree& tree = core->Entities()->Tree();
-  uint32_t top = component->firstTargetHandle;
-  size_t height = 0;
-  while (tree.Links(top).parent != 0) {
-    top = tree.Links(top).parent;
-    if (++height > tree.EntityCount()) {
-      EntitySystem::FailOnParentCycle(top);
-    }
-  }
+  const uint32_t top = tree.WalkUp(component->firstTargetHandle, CycleReport::kReached,
+                                   [](uint32_t) { return true; });
   if (!tree.Links(top).IsRoot()) {
     tree.EntityOf(top)->UpdateTree();
   }

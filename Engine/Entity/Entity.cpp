@@ -26,7 +26,7 @@ uint32_t Entity::localVersion() const {
 }
 
 uint8_t* Entity::sharedRecord() const {
-  return tree->Batch(handle).SharedRecord(HandleElement(handle));
+  return tree->SharedRecord(handle);
 }
 
 void Entity::BumpLocalVersion() {

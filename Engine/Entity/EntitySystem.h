@@ -108,10 +108,6 @@ class EntitySystem {
 
   TransformTree& Tree() { return tree; }
 
-  // Ends the process with a report that names the entity of `handle`, which hangs on a parent
-  // cycle.
-  [[noreturn]] static void FailOnParentCycle(uint32_t handle);
-
   EngineCore* const core;  // not counted
 
  private:

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "Common/Def/MathKernels.h"
+#include "Common/Def/Unaligned.h"
 #include "Engine/Entity/EngineCore.h"
 #include "Engine/Entity/Entity3D.h"
 #include "Engine/Entity/EntitySystem.h"
@@ -15,18 +16,18 @@ namespace {
 // The product of the scales of `entity` and all its ancestors, axis by axis, as the shared records
 // hold them now. A 2D ancestor's record is read at the same offsets, whatever stands there.
 Vector3 AccumulatedScale(const Entity* entity) {
+  const TransformTree& tree = entity->system->Tree();
   Vector3 product = {1.0f, 1.0f, 1.0f};
-  size_t depth = 0;
-  for (const Entity* link = entity; link != nullptr; link = link->parent()) {
-    if (depth++ > entity->system->Tree().EntityCount()) {
-      EntitySystem::FailOnParentCycle(entity->handle);
-    }
-    Vector3 scale;
-    std::memcpy(&scale, link->sharedRecord() + offsetof(Entity3DRecord, scale), sizeof(scale));
+  const auto multiply = [&tree, &product](uint32_t handle) {
+    const Vector3 scale =
+        ReadUnaligned<Vector3>(tree.SharedRecord(handle) + offsetof(Entity3DRecord, scale));
     product.x *= scale.x;
     product.y *= scale.y;
     product.z *= scale.z;
-  }
+    return true;
+  };
+  multiply(entity->handle);
+  tree.WalkUp(entity->handle, CycleReport::kStart, multiply);
   return product;
 }
 

@@ -120,6 +120,14 @@ struct TransformBatch {
   }
 };
 
+// Which entity a report of a parent cycle names: the one that a walk started from, or the one that
+// it had reached when it gave up.
+enum class CycleReport { kStart, kReached };
+
+// Ends the process with a report that names the entity of `handle`, which hangs on a parent cycle.
+// Defined in WorldTransform.cpp, the file that the failed assertion names.
+[[noreturn]] void FailOnParentCycle(uint32_t handle);
+
 // The batches of an engine by slot. Owns nothing: batches enter and leave their arrays.
 //
 // It alone writes marks. A frame with a short dirty list computes from the listed entities only, if
@@ -179,10 +187,30 @@ class TransformTree {
   float* WorldMatrix(uint32_t handle) const {
     return Batch(handle).worldMatrices[HandleElement(handle)].m;
   }
+  uint8_t* SharedRecord(uint32_t handle) const {
+    return Batch(handle).SharedRecord(HandleElement(handle));
+  }
   LocalVersion& Version(uint32_t handle) const {
     return Batch(handle).localVersions[HandleElement(handle)];
   }
   Entity* EntityOf(uint32_t handle) const { return Batch(handle).EntityAt(HandleElement(handle)); }
+
+  // Calls `visit` for the ancestors of `handle`'s entity, from its parent upwards, until `visit`
+  // returns false. Returns the last for which it returned true; `handle` if there is none. A walk
+  // higher than there are entities runs around a parent cycle, and ends the process.
+  template <typename Visit>
+  uint32_t WalkUp(uint32_t handle, CycleReport report, Visit visit) const {
+    uint32_t reached = handle;
+    size_t height = 0;
+    for (uint32_t parent = Links(handle).parent; parent != 0 && visit(parent);
+         parent = Links(parent).parent) {
+      reached = parent;
+      if (++height > entityCount) {
+        FailOnParentCycle(report == CycleReport::kStart ? handle : reached);
+      }
+    }
+    return reached;
+  }
 
   // --- Marks that are made between the walks of frames, noted as other marks.
 

@@ -100,7 +100,7 @@ inline void WalkSubtree(const TransformTree& tree, uint32_t top, Visit visit) {
       handle = links->firstChild;
       links = linksOf(handle);
       if (++depth > maxDepth) {
-        EntitySystem::FailOnParentCycle(handle);
+        FailOnParentCycle(handle);
       }
       continue;
     }
@@ -148,7 +148,7 @@ void UpdateTreeOf(const TransformTree& tree, uint32_t top) {
 
 }  // namespace
 
-void EntitySystem::FailOnParentCycle(uint32_t handle) {
+void FailOnParentCycle(uint32_t handle) {
   NQ_LOG("[NQ_FATAL][Engine]: ", "Parent cycle detected, entity: %d\n", static_cast<int>(handle));
   FailAssertion("0", "Engine/Entity/WorldTransform", __LINE__);
 }
@@ -166,17 +166,18 @@ void Entity::RefreshChain() {
     return;
   }
   std::vector<Entity*> chain = {this};
-  for (Entity* ancestor = parent(); ancestor != nullptr; ancestor = ancestor->parent()) {
-    if (!ancestor->active()) {
-      return;
+  bool allActive = true;
+  tree->WalkUp(handle, CycleReport::kStart, [this, &chain, &allActive](uint32_t ancestor) {
+    const TransformLinks& links = tree->Links(ancestor);
+    allActive = links.IsActive();
+    if (!allActive || links.DirtyState() != kDirtySelf) {
+      return false;
     }
-    if (ancestor->dirtyState() != kDirtySelf) {
-      break;
-    }
-    chain.push_back(ancestor);
-    if (chain.size() > tree->EntityCount()) {
-      EntitySystem::FailOnParentCycle(handle);
-    }
+    chain.push_back(tree->EntityOf(ancestor));
+    return true;
+  });
+  if (!allActive) {
+    return;
   }
   while (!chain.empty()) {
     Entity* next = chain.back();
