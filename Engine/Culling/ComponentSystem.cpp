@@ -24,7 +24,7 @@ struct ListGroup {
     z[size] = batch.spheres.z[index];
     radius[size] = batch.spheres.radius[index];
     handles[size] = batch.handle | index;
-    depths[size] = batch.depths + index;
+    depths[size] = batch.depths.Data() + index;
     ++size;
   }
 
@@ -114,8 +114,9 @@ void ComponentSystem::TestBatch(CullingComponentValue* batch, uint32_t mask,
       }
     }
     if (candidates != 0) {
-      culler.TestGroup(spheres.x + start, spheres.y + start, spheres.z + start,
-                       spheres.radius + start, candidates, handles, batch->depths + start);
+      culler.TestGroup(spheres.x.Data() + start, spheres.y.Data() + start, spheres.z.Data() + start,
+                       spheres.radius.Data() + start, candidates, handles,
+                       batch->depths.Data() + start);
     }
   }
 }

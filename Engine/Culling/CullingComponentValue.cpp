@@ -1,9 +1,6 @@
 // Entities and world spheres of culling objects.
 #include "Engine/Culling/CullingComponentValue.h"
 
-#include <cstring>
-
-#include "Common/Def/AlignedAlloc.h"
 #include "Common/Def/Platform.h"
 #include "Common/Def/Vectors.h"
 
@@ -11,17 +8,13 @@ namespace nq::engine {
 
 namespace {
 
-constexpr uint32_t kCacheLineBytes = 64;
-
 // Objects whose matrices are fetched ahead of their use: in a scene that moves, every sphere needs
 // one.
 constexpr uint32_t kPrefetchObjects = 8;
 
-// A zeroed array, padded so that groups of four can be read at its end.
-template <typename T>
-T* NewArray(uint32_t count) {
-  const uint32_t bytes = (count + 3) / 4 * 4 * static_cast<uint32_t>(sizeof(T));
-  return static_cast<T*>(std::memset(AlignedAlloc(kCacheLineBytes, bytes), 0, bytes));
+// Elements of an array of which groups of four can be read at its end.
+uint32_t PaddedToFour(uint32_t count) {
+  return (count + 3) / 4 * 4;
 }
 
 // The longest of the first three columns of a matrix, over all four of their elements. The root
@@ -49,25 +42,16 @@ float LongestColumn(const float* m) {
 
 }  // namespace
 
-CullingComponentValue::~CullingComponentValue() {
-  if (count != 0) {
-    AlignedFree(caches);
-    AlignedFree(spheres.x);
-    AlignedFree(spheres.y);
-    AlignedFree(spheres.z);
-    AlignedFree(spheres.radius);
-    AlignedFree(depths);
-    AlignedFree(generations);
-  }
-}
-
 void* CullingComponentValue::Allocate(uint32_t objectCount) {
   count = objectCount;
-  caches = NewArray<CullingEntityCache>(count);
-  spheres = WorldSpheres{NewArray<float>(count), NewArray<float>(count), NewArray<float>(count),
-                         NewArray<float>(count)};
-  depths = NewArray<float>(count);
-  generations = NewArray<uint32_t>(count);
+  const uint32_t padded = PaddedToFour(count);
+  caches.Allocate(padded);
+  spheres.x.Allocate(padded);
+  spheres.y.Allocate(padded);
+  spheres.z.Allocate(padded);
+  spheres.radius.Allocate(padded);
+  depths.Allocate(padded);
+  generations.Allocate(padded);
   return BlockValue::Allocate(count * static_cast<uint32_t>(sizeof(CullingRecord)));
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "Common/Def/AlignedArray.h"
 #include "Common/Def/HandlerValue.h"
 #include "Common/Def/Vector3.h"
 #include "Engine/Culling/CullingRecord.h"
@@ -24,10 +25,10 @@ struct CullingEntityCache {
 // The world spheres of a batch, an array for each number, so that four are tested at a time. Zeros
 // until first computed.
 struct WorldSpheres {
-  float* x;
-  float* y;
-  float* z;
-  float* radius;
+  AlignedArray<float> x;
+  AlignedArray<float> y;
+  AlignedArray<float> z;
+  AlignedArray<float> radius;
 };
 
 // 1 to 4095 culling objects. Script sees their records; the native side of each lies in arrays by
@@ -39,7 +40,6 @@ struct WorldSpheres {
 class CullingComponentValue final : public BlockValue {
  public:
   using BlockValue::BlockValue;
-  ~CullingComponentValue() override;
 
   // Takes a block for `count` records, zeroed, so that all objects start disabled. Once. `count` is
   // not 0.
@@ -78,15 +78,15 @@ class CullingComponentValue final : public BlockValue {
   // Lets go of entities whose batch has left the tree: they are looked up anew at the next use.
   void DropReleasedEntities(const TransformTree& tree);
 
-  CullingEntityCache* caches = nullptr;
-  WorldSpheres spheres = {};
-  float* depths = nullptr;  // of the current call, where an object is visible
+  AlignedArray<CullingEntityCache> caches;
+  WorldSpheres spheres;
+  AlignedArray<float> depths;  // of the current call, where an object is visible
 
   // What `caches` says of whether an entity was found: the generation of its batch, or one of the
   // two.
   static constexpr uint32_t kNoEntity = 0;
   static constexpr uint32_t kReleasedEntity = 0xFFFFFFFFu;
-  uint32_t* generations = nullptr;
+  AlignedArray<uint32_t> generations;
 
  private:
   // Looks the entity up where that is due. True if there is a living 3D one.

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "Common/Def/AlignedArray.h"
 #include "Common/Def/HandlerValue.h"
 #include "Engine/Entity/Entity.h"
 #include "Engine/Entity/TransformTree.h"
@@ -30,13 +31,20 @@ class EntityPool final : public BlockValue {
   // The entity at position `index`, which is below Count().
   Entity* table(uint32_t index) const { return arrays.EntityAt(index); }
 
-  bool isThreeD() const { return threeD; }
+  bool isThreeD() const { return arrays.isThreeD; }
   uint32_t Count() const { return arrays.count; }
 
  private:
-  bool threeD = false;
   EntitySystem* system = nullptr;
-  TransformBatch arrays;
+  TransformBatch arrays;  // the views on what follows that the tree has
+
+  // Freed from the last to the first.
+  AlignedArray<TransformLinks> links;
+  AlignedArray<TransformMatrix> localMatrices;
+  AlignedArray<TransformMatrix> worldMatrices;
+  AlignedArray<LocalVersion> localVersions;
+  AlignedArray<uint32_t> worldVersions;
+  AlignedArray<uint8_t> entities;  // the records
 };
 
 }  // namespace nq::engine
