@@ -73,9 +73,10 @@ void BindingEngine::PublishBuffers(v8::Isolate* isolate, v8::Local<v8::Object> o
 
 void BindingEngine::createEntityFunc(BindingEngine* self, v8::Isolate* isolate,
                                      const vx::CallbackInfo& info) {
-  const bool is3D = vx::ReadBool(isolate, vx::Arg(info, 0));
+  const bool isThreeD = vx::ReadBool(isolate, vx::Arg(info, 0));
   const uint32_t count = vx::ReadUint32(isolate, vx::Arg(info, 1));
-  BindingEngineEntity* wrapper = new BindingEngineEntity(self->core, is3D, count == 0 ? 1 : count);
+  BindingEngineEntity* wrapper =
+      new BindingEngineEntity(self->core, isThreeD, count == 0 ? 1 : count);
   info.GetReturnValue().Set(CreateObject(isolate, wrapper));
 }
 

@@ -33,7 +33,8 @@ class BindingEngine final : public vx::BindingBase {
   // of the core's entity system is here.
   void PublishBuffers(v8::Isolate* isolate, v8::Local<v8::Object> object);
 
-  // createEntity(is3D = false, count = 1): an "EngineEntity", with "id" 0 if the count is refused.
+  // createEntity(isThreeD = false, count = 1): an "EngineEntity", with "id" 0 if the count is
+  // refused.
   static void createEntityFunc(BindingEngine* self, v8::Isolate* isolate,
                                const vx::CallbackInfo& info);
 

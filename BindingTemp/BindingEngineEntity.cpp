@@ -5,10 +5,10 @@
 
 namespace nq::engine {
 
-BindingEngineEntity::BindingEngineEntity(EngineCore* core, bool is3D, uint32_t count)
+BindingEngineEntity::BindingEngineEntity(EngineCore* core, bool isThreeD, uint32_t count)
     : BindingEngineBase(core), access(core) {
   const int32_t signedCount = static_cast<int32_t>(count);
-  info = is3D ? core->CreateEntities3D(signedCount) : core->CreateEntities2D(signedCount);
+  info = isThreeD ? core->CreateEntities3D(signedCount) : core->CreateEntities2D(signedCount);
 }
 
 BindingEngineEntity::~BindingEngineEntity() {

@@ -18,7 +18,7 @@ class BindingEngineEntity final : public IEntity, public BindingEngineBase {
   static constexpr bool kCountsObjects = true;
 
   // Creates the batch; a refused count leaves `info` all zero.
-  BindingEngineEntity(EngineCore* core, bool is3D, uint32_t count);
+  BindingEngineEntity(EngineCore* core, bool isThreeD, uint32_t count);
 
   // Construction by script, which nothing reaches: fails the assertion "0 && \"not implement\"".
   explicit BindingEngineEntity(const vx::CallbackInfo& info);

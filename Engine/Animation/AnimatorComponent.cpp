@@ -72,7 +72,7 @@ NQ_FORCE_INLINE void ApplyTo(const EntityPoseWriter& writer, const ClipSample& s
   const float* channel = sample.channel;
   const __m128 rotation = _mm_loadu_ps(channel + kRotationChannel);
   const bool hasRotation = _mm_movemask_ps(_mm_cmpunord_ps(rotation, rotation)) == 0;
-  if (!writer.IsThreeD()) {
+  if (!writer.isThreeD()) {
     WriteUncommon(sample, false, writer.Record(), writer.LocalMatrix());
   } else {
     const __m128 first = _mm_load_ps(channel);

@@ -307,7 +307,7 @@ void AnimatorControllerModel::Update() {
   // Numbers that are no entities may be among the keys.
   EntityPoseWriter writer(&core->Entities()->Tree());
   for (const uint32_t slot : scratch->finalPose.Slots()) {
-    if (writer.Seek(restPoses.Number(slot)) && writer.IsThreeD()) {
+    if (writer.Seek(restPoses.Number(slot)) && writer.isThreeD()) {
       WritePose(scratch->finalPose.At(slot), writer);
     }
   }

@@ -55,7 +55,7 @@ class EntityPoseWriter {
     }
   }
 
-  bool IsThreeD() const { return batch.isThreeD; }
+  bool isThreeD() const { return batch.isThreeD; }
   uint8_t* Record() const { return batch.SharedRecord(index); }
   float* LocalMatrix() const { return batch.localMatrices[index].m; }
   Entity* Target() const { return batch.EntityAt(index); }

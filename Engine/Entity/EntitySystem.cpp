@@ -28,7 +28,7 @@ EntitySystem::~EntitySystem() {
   entityPools.ReleaseAll();
 }
 
-NativeValueInfo EntitySystem::CreateEntities(bool is3D, uint32_t count) {
+NativeValueInfo EntitySystem::CreateEntities(bool isThreeD, uint32_t count) {
   if (count == 0) {
     return NativeValueInfo();
   }
@@ -36,7 +36,7 @@ NativeValueInfo EntitySystem::CreateEntities(bool is3D, uint32_t count) {
   if (pool == nullptr) {
     return NativeValueInfo();
   }
-  pool->CreateEntities(this, is3D, count);
+  pool->CreateEntities(this, isThreeD, count);
   return pool->Info();
 }
 

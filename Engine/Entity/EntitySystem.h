@@ -36,7 +36,7 @@ class EntitySystem {
 
   // A new batch; all zero for a count of 0 and when no handle is left. The shared block reads as
   // zeros: rotation 0, position 0, scale 0. New entities are not roots.
-  NativeValueInfo CreateEntities(bool is3D, uint32_t count);
+  NativeValueInfo CreateEntities(bool isThreeD, uint32_t count);
 
   // Releases the whole batch of `handle`. May end the core and this system with it.
   void ReleaseEntities(uint32_t handle);

@@ -34,7 +34,7 @@ TEST_F(EntityPoseWriterTest, SeekFindsEntitiesOfAnyBatchInAnyOrder) {
     EXPECT_EQ(&scene.At(handle), writer.Target());
     EXPECT_EQ(scene.At(handle).sharedRecord(), writer.Record());
     EXPECT_EQ(scene.At(handle).localMatrix(), writer.LocalMatrix());
-    EXPECT_EQ(handle < b, writer.IsThreeD());
+    EXPECT_EQ(handle < b, writer.isThreeD());
   }
 }
 
