@@ -87,20 +87,11 @@ void BindingEngine::createComponentFunc(BindingEngine* self, v8::Isolate* isolat
     return;
   }
   const uint32_t kind = vx::ReadUint32(isolate, vx::Arg(info, 0));
-  NativeValueInfo created;
-  if (kind == kCullingComponentKind) {
-    const uint32_t count = vx::ReadUint32(isolate, vx::Arg(info, 1));
-    created = self->core->CreateCullingComponent(count == 0 ? 1 : static_cast<int32_t>(count));
-  } else if (kind == kAnimatorComponentKind && info.Length() >= 3) {
-    const uint32_t clipCount = vx::ReadUint32(isolate, vx::Arg(info, 1));
-    const uint32_t entityCount = vx::ReadUint32(isolate, vx::Arg(info, 2));
-    created = self->core->CreateAnimatorComponent(clipCount, entityCount);
-  } else if (kind == kSkinningComponentKind && info.Length() >= 2) {
-    const uint32_t count = vx::ReadUint32(isolate, vx::Arg(info, 1));
-    created = self->core->CreateSkinningMatrixComponent(count);
-  } else {
+  const ComponentKind* entry = FindComponentKind(kind);
+  if (entry == nullptr || info.Length() < entry->arguments) {
     return;
   }
+  const NativeValueInfo created = entry->create(self, isolate, info);
   BindingEngineComponent* wrapper = new BindingEngineComponent(self->core, kind);
   wrapper->info = created;
   info.GetReturnValue().Set(CreateObject(isolate, wrapper));

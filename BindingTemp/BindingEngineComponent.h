@@ -8,10 +8,28 @@
 
 namespace nq::engine {
 
+class BindingEngine;
+
 // Kinds of component, as script names them.
 constexpr uint32_t kCullingComponentKind = 1;
 constexpr uint32_t kAnimatorComponentKind = 2;
 constexpr uint32_t kSkinningComponentKind = 3;
+
+// What there is of one kind of component.
+struct ComponentKind {
+  uint32_t kind;
+  int arguments;  // that createComponent needs, the kind among them
+
+  // Converts the arguments after the kind and creates a component on the core of `self`. Converting
+  // comes first: it may run script, and `self` is null for a receiver of the wrong class.
+  NativeValueInfo (*create)(BindingEngine* self, v8::Isolate* isolate,
+                            const vx::CallbackInfo& info);
+
+  void (EngineCore::*release)(uint32_t handle);
+};
+
+// The entry of a kind, or null if there is no such kind.
+const ComponentKind* FindComponentKind(uint32_t kind);
 
 // Owns the component: it is released, by the operation of its kind, when the script object has been
 // collected. Script thread only.
