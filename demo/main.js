@@ -8,7 +8,7 @@ const { loadNativeModule } = require('./native-module');
 const { checkSize, help, parseOptions } = require('./options');
 const { MomentRecorder } = require('./moments');
 const { drawPicture, savePicture } = require('./picture');
-const { createProgress, formatTables } = require('./report');
+const { createProgress, formatLegend, formatTables } = require('./report');
 const { Stage } = require('./stage');
 const { UserError, fileTrouble, oneLine } = require('./user-error');
 
@@ -73,6 +73,7 @@ async function main(args) {
   const file = path.join(options.out, 'scene.png');
   savePicture(drawPicture(stage, recorder), file);
   console.log(formatTables(stage, timings));
+  console.log(formatLegend(kind));
   console.log(`picture: ${file}`);
 }
 

@@ -55,11 +55,16 @@ const clipColors = [
 ];
 const kPlainColor = [40, 205, 185];
 
+/** What the legend calls these colours. */
+const clipColorNames = ['blue', 'red', 'green', 'yellow'];
+const kPlainColorName = 'turquoise';
+
 /** Colours of layers over the clips, and of the part of a bar that a weight leaves free. */
 const layerColors = [
   [250, 190, 70],
   [70, 215, 190],
 ];
+const layerColorNames = ['yellow', 'turquoise'];
 const kTrack = [70, 80, 108];
 
 /** A light: radius in metres and opacity of its discs. */
@@ -570,6 +575,36 @@ function drawPicture(stage, recorder) {
 }
 
 /**
+ * @typedef {Object} LegendEntry
+ * @property {string} sign a colour, and of what
+ * @property {string[]} names what it stands for: words, or names of clips
+ */
+
+/**
+ * What the picture of a kind of character shows by which colour.
+ * @param {import('./crowd').Kind} kind
+ * @returns {LegendEntry[]}
+ */
+function legendOf({ clips, layers }) {
+  const bars = layers ? [layers.wave, layers.breath] : [];
+  const clipEntries = clipColorNames.map((color, i) => ({
+    sign: `${color} body or bar`,
+    names: clips.filter((clip, at) => at % clipColors.length === i).map(({ name }) => name),
+  }));
+  return [
+    ...clipEntries.filter(({ names }) => names.length > 0),
+    ...(clips.length === 0 ? [{ sign: `${kPlainColorName} body`, names: ['no clip'] }] : []),
+    { sign: 'grey characters', names: ['not visible to the perspective camera'] },
+    { sign: 'yellow lines, lit floor', names: ['what that camera sees'] },
+    { sign: 'row below', names: ['one character, from the first moment to the last'] },
+    ...bars.map(({ name }, i) => ({
+      sign: `${layerColorNames[i]} bars, row ${i + 2}`,
+      names: [`weight of layer ${name}`],
+    })),
+  ];
+}
+
+/**
  * Writes a picture under its name only once it is whole.
  * @param {Raster} raster
  * @param {string} file
@@ -594,4 +629,4 @@ function savePicture(raster, file) {
 /** What characters are coloured by; red, green, blue to 255. */
 const palettes = Object.freeze({ clips: clipColors, plain: kPlainColor, skins, hairs });
 
-module.exports = { CharacterPainter, clipColors, drawPicture, palettes, savePicture };
+module.exports = { CharacterPainter, clipColors, drawPicture, legendOf, palettes, savePicture };

@@ -1,5 +1,6 @@
 'use strict';
 // A small software renderer: shaded triangles and lines with a depth buffer, and the way into a PNG.
+// The viewer's renderer needs a browser with WebGL; the demo must draw on any host of the module.
 const { PNG } = require('pngjs');
 
 /** Pixels that are drawn for one of the picture, along each axis. */

@@ -3,6 +3,7 @@
 const { SingleBar } = require('cli-progress');
 const Table = require('cli-table3');
 const { median } = require('./bounds');
+const { legendOf } = require('./picture');
 const { stages } = require('./stage');
 const { oneLine } = require('./user-error');
 
@@ -60,13 +61,13 @@ function megabytes(bytes) {
   return `${(bytes / 2 ** 20).toFixed(1)} MB`;
 }
 
-/** A table with a line below its head alone. */
-function createTable(head) {
+/** A table with a line below its head alone; numbers stand to the right. */
+function createTable(head, colAligns = ['left', 'right', 'right']) {
   return new Table({
     head,
     style: { head: [], border: [] },
     chars: { mid: '', 'left-mid': '', 'mid-mid': '', 'right-mid': '' },
-    colAligns: ['left', 'right', 'right'],
+    colAligns,
   });
 }
 
@@ -154,4 +155,15 @@ function formatTables(stage, timings) {
   return `${facts.toString()}\n${costs.toString()}`;
 }
 
-module.exports = { createProgress, formatTables, stageTitles };
+/**
+ * The legend of the picture, which has no room for words.
+ * @param {import('./crowd').Kind} kind
+ * @returns {string}
+ */
+function formatLegend(kind) {
+  const legend = createTable(['in the picture', 'stands for'], ['left', 'left']);
+  legend.push(...legendOf(kind).map(({ sign, names }) => [sign, formatNames(names)]));
+  return legend.toString();
+}
+
+module.exports = { createProgress, formatLegend, formatTables, stageTitles };

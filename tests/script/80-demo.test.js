@@ -14,11 +14,11 @@ const { MeshBuilder, skinVertices } = require('../../demo/mesh');
 const { loadModel } = require('../../demo/model');
 const { MomentRecorder, findStar } = require('../../demo/moments');
 const { parseOptions } = require('../../demo/options');
-const { drawPicture } = require('../../demo/picture');
+const { drawPicture, palettes } = require('../../demo/picture');
 const { LapPlan, PlacePlan } = require('../../demo/plan');
 const { dealProps } = require('../../demo/props');
 const { Raster } = require('../../demo/raster');
-const { createProgress } = require('../../demo/report');
+const { createProgress, formatLegend } = require('../../demo/report');
 const { Stage, kFrameSeconds, stages } = require('../../demo/stage');
 const { UserError } = require('../../demo/user-error');
 const { realModel, skeleton, writeGlb, writeGltf } = require('../fixtures/models');
@@ -177,6 +177,7 @@ describe('demo runs', () => {
     assert.ok(visible > 0 && visible < 60, `${visible} visible`);
     const { unseen } = countPixels(assertPicture('crowd', 5000), 0, 920);
     assert.ok(unseen > 1000, `${unseen} grey pixels`);
+    assert.ok(run.stdout.includes(formatLegend(createFigure())), run.stdout);
   });
 
   it('says and draws the same for the same seed, and another thing for another one', () => {
@@ -736,6 +737,68 @@ describe('demo stage', () => {
     const [wave, breath] = [count([250, 190, 70]), count([70, 215, 190])];
     assert.ok(Math.abs(wave / whole - 0.25) < 0.01, `${wave} of ${whole}`);
     assert.ok(Math.abs(breath / whole - 0.75) < 0.01, `${breath} of ${whole}`);
+  });
+});
+
+/** The name of a colour by its hue alone. */
+function hueName([r, g, b]) {
+  const [low, high] = [Math.min(r, g, b), Math.max(r, g, b)];
+  const turned = { [r]: (g - b) / (high - low), [g]: 2 + (b - r) / (high - low) };
+  const degrees = (60 * (high === b ? 4 + (r - g) / (high - low) : turned[high]) + 360) % 360;
+  const ends = [20, 65, 150, 190, 255, 340, 360];
+  const names = ['red', 'yellow', 'green', 'turquoise', 'blue', 'purple', 'red'];
+  return names[ends.findIndex((end) => degrees < end)];
+}
+
+/** The rows of a legend: what is seen, and what it stands for. */
+function legendRows(kind) {
+  return formatLegend(kind)
+    .split('\n')
+    .map((line) => line.split('│').map((cell) => cell.trim()))
+    .filter((cells) => cells.length === 4)
+    .map((cells) => cells.slice(1, 3))
+    .slice(1);
+}
+
+describe('demo legend', () => {
+  it('names the colours that the picture has', () => {
+    const kind = createFigure();
+    const rows = legendRows(kind);
+    const small = new Stage(getEngine(), kind, 4, 5);
+    const recorder = new MomentRecorder(small, 4);
+    small.run(4, (done) => recorder.record(done));
+    // Three rows of bars, 9 pixels high and 4 apart, above a margin of 24; a pixel has 2 × 2 samples.
+    const barColor = (row) => {
+      const { width, height, colors } = drawPicture(small, recorder);
+      const y = height - 2 * (24 + 35 - 13 * row - 4);
+      const x = 2 * (24 + (1600 - 48) / 8);
+      return Array.from(colors.subarray(3 * (y * width + x)).slice(0, 3));
+    };
+    kind.clips.forEach(({ name }, clip) => {
+      recorder.moments.forEach(({ weights }) => weights.fill(0).fill(1, clip, clip + 1));
+      const entry = rows.find(([, meaning]) => meaning === name);
+      assert.strictEqual(entry[0], `${hueName(barColor(0))} body or bar`);
+    });
+    recorder.moments.forEach(({ layerWeights }) => layerWeights.fill(1));
+    ['wave', 'breath'].forEach((name, layer) => {
+      const entry = rows.find(([, meaning]) => meaning === `weight of layer ${name}`);
+      assert.strictEqual(entry[0], `${hueName(barColor(layer + 1))} bars, row ${layer + 2}`);
+    });
+  });
+
+  it('lists the clips that share a colour, and says what a body without clips has', () => {
+    const clips = ['a', 'b', 'c', 'd', 'e'].map((name) => ({ name }));
+    assert.deepStrictEqual(legendRows({ clips, layers: null }).slice(0, 5), [
+      ['blue body or bar', 'a, e'],
+      ['red body or bar', 'b'],
+      ['green body or bar', 'c'],
+      ['yellow body or bar', 'd'],
+      ['grey characters', 'not visible to the perspective camera'],
+    ]);
+    const [still] = legendRows({ clips: [], layers: null });
+    assert.deepStrictEqual(still, ['turquoise body', 'no clip']);
+    assert.strictEqual(hueName(palettes.plain), 'turquoise');
+    assert.deepStrictEqual(palettes.clips.map(hueName), ['blue', 'red', 'green', 'yellow']);
   });
 });
 
