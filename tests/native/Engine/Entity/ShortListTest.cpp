@@ -182,9 +182,23 @@ TEST_F(ShortListTest, WhatIsMarkedBetweenFramesIsComputedToo) {
 TEST_F(ShortListTest, AListThatWasMarkedAheadOfTheFrameIsComputedInIt) {
   Change(4);
   world.System()->MarkDirtyEntities(false);
+  ASSERT_EQ((Handles{1, 1, 1, 1, 2, 0, 0}), Marks());
+  // The frame marks the same list: it finds the ancestors marked already.
   world.Refresh();
   EXPECT_EQ((Handles{1, 1, 1, 1, 2, 1, 1}), WorldVersions());
   EXPECT_EQ(Handles(kTree, 0), Marks());
+}
+
+TEST_F(ShortListTest, AListThatWasMarkedAndEmptiedIsComputedInTheNextFrame) {
+  Change(4);
+  world.System()->SyncLocalTransform();
+  world.System()->MarkDirtyEntities(false);
+  world.System()->ClearDirtyEntities();
+  Change(6);
+  world.Refresh();
+  EXPECT_EQ((Handles{1, 1, 1, 1, 2, 1, 2}), WorldVersions());
+  EXPECT_EQ(Handles(kTree, 0), Marks());
+  EXPECT_EQ((Numbers{5, 10, 0}), world.WorldPosition(e + 4));
 }
 
 TEST_F(ShortListTest, ARootThatWasResetIsComputedWithoutBeingListed) {
