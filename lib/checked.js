@@ -1,8 +1,8 @@
 'use strict';
-// An engine for development: the same methods and results, but every argument, and all of the shared
-// memory that a call reads, is verified first. What would fault, end the process or be ignored in
-// silence throws a TypeError or RangeError in words; then no native code has run and nothing was
-// written. docs/checked.md tells what is verified, what is not, and how long objects live.
+// An engine for development: the same methods and results, but every argument, and all shared memory that a call
+// reads, is verified first. What would cause a segmentation fault, end the process or be ignored silently throws a
+// TypeError or RangeError with a readable message; then no native code has run and nothing was written.
+// docs/checked.md has what is verified, what is not, and how long objects live.
 const { types } = require('util');
 const { readClip } = require('./clip');
 const layout = require('./layout');
@@ -40,12 +40,12 @@ function stateOf(receiver, call) {
   return state;
 }
 
-/** A count of a batch; what is missing or 0 counts as 1. */
+/** A count of a batch; undefined and 0 are treated as 1. */
 function batchCount(call, count) {
   if (count === undefined) {
     return 1;
   }
-  checkWhole(call, 'count', count, 0, kBatch, ' (0 counts as 1), and make several batches');
+  checkWhole(call, 'count', count, 0, kBatch, ' (0 counts as 1), and create several batches');
   return count === 0 ? 1 : count;
 }
 
@@ -95,7 +95,7 @@ function readDataModel(call, kind, bytes) {
   const size = bytes.byteLength;
   if (size % kMatrixBytes !== 0) {
     const trouble = `data has ${size} bytes, no multiple of ${kMatrixBytes}`;
-    throw new RangeError(`${call}: ${trouble}: give 16 floats a matrix.`);
+    throw new RangeError(`${call}: ${trouble}: give 16 floats per matrix.`);
   }
   return { matrixCount: size / kMatrixBytes };
 }
@@ -115,7 +115,7 @@ function updateMany(receiver, call, player, given) {
   return state.hints.around(call, played, true, () => state.engine[call](...given));
 }
 
-/** The class of checked engines; `checked` makes them. */
+/** The class of checked engines; `checked` creates them. */
 class Engine {
   constructor() {
     throw new TypeError('new Engine: engines come from getEngine only: call checked(getEngine()).');
@@ -268,8 +268,8 @@ for (const type of [Engine, EngineWithMatrixFlow]) {
 }
 
 /**
- * True for what getEngine returned: an object of the native class with buffers of its own, which
- * `new engine.constructor()` has not. Tags tell nothing: only the oldest hosts put one on native objects.
+ * True for what getEngine returned: an object of the native class with its three buffers, which an object of
+ * `new engine.constructor()` lacks. String tags don't help: only the oldest hosts set one on native objects.
  */
 function isEngine(value) {
   try {
@@ -302,7 +302,7 @@ function makeChecked(engine) {
       }
     }),
     result: new ResultBuffer(engine),
-    // Entries of the dirty list that the last refresh left.
+    // Entries that the last refresh left in the dirty list.
     appended: new Uint32Array(0),
   };
   state.hints = new Hints(state);

@@ -1,6 +1,6 @@
 'use strict';
-// Animation clips as bytes: writes and reads what createDataModel(1, bytes) takes. The format is
-// described, offset by offset, in docs/content.md.
+// Animation clips as bytes: writes and reads the argument of createDataModel(1, bytes). docs/layouts.md describes
+// the format.
 const { sampleTypes } = require('./layout');
 const { isArray, isInstance, isObject, kLargestU32, show } = require('./value-checks');
 
@@ -90,7 +90,7 @@ function checkWhole(label, property, value, least) {
   }
 }
 
-/** Throws unless a property of a key is a number that a float holds as a finite one. */
+/** Throws unless a property of a key is a number that is finite as a float. */
 function checkFloat(label, property, value) {
   if (typeof value !== 'number') {
     throw new TypeError(`${label}: ${property} is ${show(value)}: give a number.`);
@@ -132,14 +132,14 @@ function checkKeyContainer(label, keys) {
     }
     if (column.length !== keys.frames.length) {
       const lengths = `${column.length} elements and keys.frames ${keys.frames.length}`;
-      throw new RangeError(`${label}: keys.${property} has ${lengths}: give one of each a key.`);
+      throw new RangeError(`${label}: keys.${property} has ${lengths}: give one of each per key.`);
     }
   }
   return keys.frames.length;
 }
 
 /**
- * Throws unless each key is in order and sound.
+ * Throws unless the keys are sorted and valid.
  * @param {string} label
  * @param {Key[]|KeyColumns} keys
  * @param {number} count
@@ -161,7 +161,7 @@ function checkKeys(label, keys, count, previousFrame) {
     checkFloat(key, 'inTangent', columns ? keys.inTangents[i] : keys[i].inTangent);
     checkFloat(key, 'outTangent', columns ? keys.outTangents[i] : keys[i].outTangent);
     if (frame < previous) {
-      const place = i === 0 ? 'in an earlier curve of this channel' : 'ahead of it';
+      const place = i === 0 ? 'in an earlier curve of this channel' : 'of the key before';
       const cure = 'sort the keys by frame';
       throw new RangeError(`${key}: its frame ${frame} follows ${previous} ${place}: ${cure}.`);
     }
@@ -170,7 +170,7 @@ function checkKeys(label, keys, count, previousFrame) {
   return previous;
 }
 
-/** Channel that a sample type feeds; Euler x, y, z share theirs with quaternion x, y, z. */
+/** Channel of a sample type; Euler x, y, z share theirs with quaternion x, y, z. */
 function channelOf(type) {
   if (type === sampleTypes.QuaternionW) {
     return 9;
@@ -182,7 +182,7 @@ function isEuler(type) {
   return type >= sampleTypes.EulerX && type <= sampleTypes.EulerZ;
 }
 
-/** Throws unless a curve is sound by itself and beside the earlier ones of its target. */
+/** Throws unless a curve is valid, and compatible with the earlier ones of its target. */
 function checkCurve(clip, index, curve, targets) {
   if (!isObject(curve)) {
     const cure = 'give { target, type, keys }';
@@ -216,7 +216,7 @@ function checkCurve(clip, index, curve, targets) {
   state.lastFrames[channel] = checkKeys(label, keys, count, state.lastFrames[channel]);
 }
 
-/** Throws unless a clip can be played as it is meant. */
+/** Throws unless a clip is valid. */
 function checkClip(clip) {
   if (!isObject(clip)) {
     const cure = 'give { framesPerSecond, frameCount, curves }';
@@ -238,7 +238,7 @@ function checkClip(clip) {
   for (let i = 0; i < curves.length; ++i) {
     checkCurve(label, i, curves[i], targets);
   }
-  // Players step through their tables by the number of targets, so a gap shifts all that follow.
+  // Players index their tables by the number of targets, so a gap shifts all targets after it.
   for (let target = 0; target < targets.size; ++target) {
     if (!targets.has(target)) {
       const trouble = `it has ${targets.size} targets, but none of them is ${target}`;
@@ -287,7 +287,7 @@ function buildClip(clip) {
   return bytes;
 }
 
-/** A view of all bytes of a buffer, or of those that a view shows. */
+/** A DataView of all bytes of a buffer, or of those of a view. */
 function viewOf(label, bytes) {
   if (ArrayBuffer.isView(bytes)) {
     return new DataView(bytes.buffer, bytes.byteOffset, bytes.byteLength);

@@ -1,5 +1,5 @@
 'use strict';
-// Looks at a glTF file for what would send its reader astray: its container, its trees, its numbers.
+// Validates the parts of a glTF file that the importer reads: container, trees, accessors.
 
 const kGlbMagic = 0x46546c67; // "glTF"
 const kGlbHeaderBytes = 12;
@@ -21,13 +21,13 @@ const componentBytes = new Map([
 const sparseIndexTypes = [5121, 5123, kUnsignedInt];
 const elementWidths = { SCALAR: 1, VEC2: 2, VEC3: 3, VEC4: 4, MAT2: 4, MAT3: 9, MAT4: 16 };
 
-/** More than any clip has keys; an accessor without bytes may state any number. */
+/** More keys than any clip has; an accessor without bytes may claim any number. */
 const kMostElements = 2 ** 22;
 
-/** Numbers that each property of a node's transform has. */
+/** Number of components of each property of a node's transform. */
 const transformWidths = { translation: 3, rotation: 4, scale: 3, matrix: 16 };
 
-/** Extensions that change nothing about nodes, skins and animations. */
+/** Extensions that do not affect nodes, skins and animations. */
 const harmlessExtension =
   /^(KHR_(materials|texture)_\w+|EXT_texture_\w+|KHR_(mesh_quantization|draco_mesh_compression|lights_punctual))$/;
 
@@ -42,21 +42,21 @@ class GltfError extends Error {
   }
 }
 
-/** One line of any text. */
+/** Reduces a text to one line. */
 function oneLine(text) {
   return String(text)
     .replace(/[\s\x00-\x1f\x7f]+/g, ' ') // eslint-disable-line no-control-regex
     .trim();
 }
 
-/** A kind of thing in a file, with its name where it has one. */
+/** Label of an element of a file, with its name if it has one. */
 function labelOf(kind, index, { name }) {
   return typeof name === 'string' && name !== ''
     ? `${kind} ${index} '${oneLine(name)}'`
     : `${kind} ${index}`;
 }
 
-/** A value of the file's JSON as messages show it, which is text only where it is short and plain. */
+/** Formats a value of the file's JSON for messages, without the content of objects. */
 function shown(value) {
   if (typeof value === 'string') {
     return `'${oneLine(value)}'`;
@@ -79,8 +79,8 @@ function isCount(value) {
   return Number.isInteger(value) && value >= 0;
 }
 
-/** Lists that were found to be of objects: each is looked through once, however many refer to it. */
-const soundLists = new WeakSet();
+/** Lists that were checked to contain only objects: each is checked once, however many refer to it. */
+const checkedLists = new WeakSet();
 
 /**
  * A list of the file's JSON, empty if there is none.
@@ -88,11 +88,11 @@ const soundLists = new WeakSet();
  */
 function listOf(label, json, property) {
   const list = json[property] === undefined ? [] : json[property];
-  if (!soundLists.has(list)) {
+  if (!checkedLists.has(list)) {
     if (!Array.isArray(list) || !list.every(isObject)) {
       throw new GltfError(`${label}: its list of ${property} is broken: ${kExportAgain}.`);
     }
-    soundLists.add(list);
+    checkedLists.add(list);
   }
   return list;
 }
@@ -117,17 +117,17 @@ function parseJson(label, bytes) {
 }
 
 /**
- * Opens a binary file, following its chunks to their ends.
+ * Opens a binary file, and checks the bounds of its chunks.
  * @param {string} label
  * @param {Buffer} bytes
  */
 function openBinary(label, bytes) {
-  const cutShort = (size) =>
+  const truncated = (size) =>
     new GltfError(
-      `${label}: it is cut short, ${bytes.length} of ${size} bytes: copy or export it again.`
+      `${label}: it is truncated, ${bytes.length} of ${size} bytes: copy or export it again.`
     );
   if (bytes.length < kGlbHeaderBytes) {
-    throw cutShort(kGlbHeaderBytes);
+    throw truncated(kGlbHeaderBytes);
   }
   const version = bytes.readUInt32LE(4);
   if (version !== 2) {
@@ -135,7 +135,7 @@ function openBinary(label, bytes) {
   }
   const size = bytes.readUInt32LE(8);
   if (bytes.length < size) {
-    throw cutShort(size);
+    throw truncated(size);
   }
   const chunks = [];
   for (let at = kGlbHeaderBytes; at < size; ) {
@@ -175,7 +175,7 @@ function openContainer(label, bytes) {
   return { json: parseJson(label, bytes), binary: null };
 }
 
-/** Throws unless a file is of a version and needs no extension that this reader doesn't know. */
+/** Throws for a version or a required extension that this reader doesn't support. */
 function checkVersion(label, json) {
   const { version, minVersion } = isObject(json.asset) ? json.asset : {};
   if (!/^2\.\d+$/.test(version) || (minVersion !== undefined && minVersion !== '2.0')) {
@@ -189,7 +189,7 @@ function checkVersion(label, json) {
   }
 }
 
-/** Throws unless a node's transform is made of numbers that a float can hold. */
+/** Throws unless a node's transform consists of numbers that are finite as floats. */
 function checkTransform(label, node) {
   const fits = (number) => typeof number === 'number' && Number.isFinite(Math.fround(number));
   for (const name of Object.keys(transformWidths)) {
@@ -204,24 +204,22 @@ function checkTransform(label, node) {
   }
 }
 
-/** Throws unless a list, where there is one, holds indices; returns it. */
+/** Throws unless an optional list holds valid indices; returns it. */
 function checkIndices(label, property, list, count) {
   if (list === undefined) {
     return [];
   }
   if (!Array.isArray(list) || !list.every((index) => isIndex(index, count))) {
-    throw new GltfError(
-      `${label}: its ${property} name nodes that are not there: ${kExportAgain}.`
-    );
+    throw new GltfError(`${label}: its ${property} name nodes that do not exist: ${kExportAgain}.`);
   }
   return list;
 }
 
 /**
- * Checks the nodes and puts them in order.
+ * Checks the nodes and sorts them.
  * @param {string} label
  * @param {Object} json
- * @returns {{order: number[], parents: Map<number, number>}} depth first, parents ahead of children
+ * @returns {{order: number[], parents: Map<number, number>}} depth first, parents before children
  * @throws {GltfError} unless the nodes form trees
  */
 function orderNodes(label, json) {
@@ -249,7 +247,7 @@ function orderNodes(label, json) {
       stack.push(children[i]);
     }
   }
-  // With one parent each, what no root leads to goes round in a circle.
+  // Every node has at most one parent, so nodes that no root reaches form a cycle.
   if (order.length !== nodes.length) {
     const reached = new Set(order);
     const lost = nodes.findIndex((node, index) => !reached.has(index));
@@ -259,13 +257,13 @@ function orderNodes(label, json) {
   return { order, parents };
 }
 
-/** Throws unless elements lie within their buffer view, and that within its buffer. */
+/** Throws unless elements are within their buffer view, and the view within its buffer. */
 function checkPlace(label, json, place, count, elementBytes) {
   const views = listOf(label, json, 'bufferViews');
   const buffers = listOf(label, json, 'buffers');
   const view = isIndex(place.bufferView, views.length) ? views[place.bufferView] : null;
   if (view === null || !isIndex(view.buffer, buffers.length)) {
-    throw new GltfError(`${label}: its buffer view or buffer is not there: ${kExportAgain}.`);
+    throw new GltfError(`${label}: its buffer view or buffer does not exist: ${kExportAgain}.`);
   }
   const offset = place.byteOffset === undefined ? 0 : place.byteOffset;
   const viewOffset = view.byteOffset === undefined ? 0 : view.byteOffset;
@@ -283,8 +281,8 @@ function checkPlace(label, json, place, count, elementBytes) {
 }
 
 /**
- * Checks that an accessor is there, of a form that fits, and within its bytes.
- * @param {string} label of what uses it
+ * Checks that an accessor exists, has the required form, and is within its bytes.
+ * @param {string} label of its user
  * @param {Object} json
  * @param {*} index
  * @param {{what: string, type: string, onlyFloats: boolean}} form
@@ -294,7 +292,7 @@ function checkPlace(label, json, place, count, elementBytes) {
 function checkAccessor(label, json, index, { what, type, onlyFloats }) {
   const accessors = listOf(label, json, 'accessors');
   if (!isIndex(index, accessors.length)) {
-    throw new GltfError(`${label}: the accessor of its ${what} is not there: ${kExportAgain}.`);
+    throw new GltfError(`${label}: the accessor of its ${what} does not exist: ${kExportAgain}.`);
   }
   const accessor = accessors[index];
   const { componentType, count, normalized, sparse } = accessor;
@@ -312,7 +310,7 @@ function checkAccessor(label, json, index, { what, type, onlyFloats }) {
     throw new GltfError(`${label}: its ${what} are not ${wanted}: ${kExportAgain}.`);
   }
   if (!isCount(count) || count === 0) {
-    throw new GltfError(`${label}: its ${what} are none: ${kExportAgain}.`);
+    throw new GltfError(`${label}: it has no ${what}: ${kExportAgain}.`);
   }
   if (count > kMostElements) {
     throw new GltfError(

@@ -1,29 +1,29 @@
 'use strict';
-// Turns the motion of a glTF animation into a clip: chooses a frame rate, and keys that follow it.
+// Converts a glTF animation into a clip: chooses a frame rate, and keys that approximate the motion.
 const { buildClip, sampleTypes, stepTangent } = require('./clip');
 const { GltfError } = require('./gltf-check');
 
-/** Rates among which the one is looked for that puts all keys on whole frames. */
+/** Range of the search for a rate at which all keys are on whole frames. */
 const kLeastFramesPerSecond = 24;
 const kMostFramesPerSecond = 240;
 
-/** The rate of a clip for which there is none. */
+/** The rate of a clip if there is no such rate. */
 const kFallbackFramesPerSecond = 60;
 
-/** A key counts as on a whole frame within this part of a frame, which is below 0.05 milliseconds. */
+/** Tolerance for a key on a whole frame, in frames: below 0.05 milliseconds. */
 const kSnapFrames = 1e-3;
 
-/** Key times are floats: an error of two units in the last place, relative. Bounded, in frames. */
+/** Key times are floats: relative error of two units in the last place, and its bound in frames. */
 const kTimePrecision = 2 ** -22;
 const kMostSnapFrames = 0.1;
 
-/** Longest clip: resampling a broken file must not eat all memory. */
+/** Longest clip in frames: resampling a broken file must not exhaust memory. */
 const kMostFrames = 2 ** 20;
 
 /**
- * Longest arc between two keys of a rotation, in radians on the sphere of quaternions (half the angle
- * of the turn). A cubic with exact ends and slopes misses an arc of length a by a^4 / 384 at most:
- * here 6.4e-7, about the rounding of the floats.
+ * Longest arc between two keys of a rotation, in radians on the sphere of quaternions (half the
+ * rotation angle). The error of a cubic with exact ends and slopes on an arc of length a is at most a^4 / 384: here
+ * 6.4e-7, about the rounding error of floats.
  */
 const kMostArc = 0.125;
 
@@ -38,21 +38,21 @@ const channelTypes = {
 const paths = ['translation', 'rotation', 'scale'];
 
 /**
- * One moving property of one node.
+ * One animated property of one node.
  * @typedef {Object} Track
- * @property {string} label where it stands in the file, for messages
+ * @property {string} label location in the file, for messages
  * @property {number} node
  * @property {'translation'|'rotation'|'scale'} path
  * @property {'STEP'|'LINEAR'|'CUBICSPLINE'} interpolation
- * @property {Float64Array} times seconds, rising; shared by tracks with the same times
+ * @property {Float64Array} times seconds, ascending; shared by tracks with the same times
  * @property {Float64Array} values of each key; for CUBICSPLINE in-tangent, value, out-tangent
  */
 
 /**
- * Whole frames of key times, if all keys stand on one each.
+ * Whole frames of key times, if every key is on a whole frame, and no two on the same.
  * @param {Float64Array} times seconds
- * @param {number} rate frames a second
- * @returns {?Float64Array} null if a key stands between frames, or two on one
+ * @param {number} rate frames per second
+ * @returns {?Float64Array} null if a key is between frames, or two keys are on one frame
  */
 function wholeFrames(times, rate) {
   const frames = new Float64Array(times.length);
@@ -69,7 +69,7 @@ function wholeFrames(times, rate) {
 }
 
 /**
- * The lowest rate at which all keys of all tracks stand on whole frames.
+ * The lowest rate at which all keys of all tracks are on whole frames.
  * @param {Track[]} tracks
  * @returns {number} 0 if there is none
  */
@@ -88,9 +88,8 @@ function dot(a, b) {
 }
 
 /**
- * Brings the rotations of a track to length 1 and, where they turn from one to the next along the
- * shorter arc, to the nearer one of the two quaternions of each rotation. Leaves splines alone: they
- * are defined by their numbers as they are.
+ * Normalises the rotations of a track and, for linear interpolation, chooses the sign of each quaternion for the
+ * shorter arc. Splines are unchanged: they are defined by their raw numbers.
  */
 function prepareRotations({ label, interpolation, values }) {
   if (interpolation === 'CUBICSPLINE') {
@@ -113,7 +112,7 @@ function prepareRotations({ label, interpolation, values }) {
   return result;
 }
 
-/** The motion of a track over its keys, which stand at `positions`, in frames. */
+/** The motion of a track over its keys, which are at `positions`, in frames. */
 class Motion {
   constructor(track, positions, rate) {
     this.label = track.label;
@@ -134,7 +133,7 @@ class Motion {
     return this.positions[this.positions.length - 1];
   }
 
-  /** Where the value of a key starts. */
+  /** Index of the first component of a key's value. */
   valueOffset(key) {
     return this.interpolation === 'CUBICSPLINE' ? (3 * key + 1) * this.width : key * this.width;
   }
@@ -152,7 +151,7 @@ class Motion {
     return 2 * Math.atan2(Math.sqrt(apart), Math.sqrt(together));
   }
 
-  /** The segment that a position lies in, a key belonging to the one that it begins. Goes forward. */
+  /** The segment that contains a position; a key belongs to the segment that it starts. Only seeks forward. */
   seek(position) {
     while (this.key + 2 < this.positions.length && this.positions[this.key + 1] <= position) {
       ++this.key;
@@ -161,7 +160,7 @@ class Motion {
   }
 
   /**
-   * Value and slope, in units a second, within the segment from a key to the next.
+   * Value and slope, in units per second, within the segment from a key to the next.
    * @param {number} key
    * @param {number} position
    * @param {number[]} value out
@@ -185,12 +184,12 @@ class Motion {
     }
   }
 
-  /** Spherical interpolation, and its derivative. */
+  /** Spherical linear interpolation (slerp), and its derivative. */
   evaluateArc(key, t, seconds, value, slope) {
     const a = this.valueOffset(key);
     const arc = this.arcAfter(key);
     const sine = Math.sin(arc);
-    // Close together the arc is a line, and the quotients of sines tend to its weights.
+    // For small arcs, slerp tends to linear interpolation.
     const isLine = sine < 1e-9;
     const from = isLine ? 1 - t : Math.sin((1 - t) * arc) / sine;
     const to = isLine ? t : Math.sin(t * arc) / sine;
@@ -204,7 +203,7 @@ class Motion {
     }
   }
 
-  /** The cubic Hermite spline, for rotations brought to length 1, and its derivative. */
+  /** The cubic Hermite spline, normalised for rotations, and its derivative. */
   evaluateSpline(key, t, seconds, value, slope) {
     const { values, width } = this;
     const p = this.valueOffset(key);
@@ -230,7 +229,7 @@ class Motion {
     }
   }
 
-  /** Brings a rotation to length 1, and its slope to that of the rotation of length 1. */
+  /** Normalises a rotation, and makes its slope that of the normalised rotation. */
   normalize(value, slope) {
     const length = Math.sqrt(dot(value, value));
     if (!(length > 1e-6)) {
@@ -260,7 +259,7 @@ class Motion {
     }
   }
 
-  /** The value at a position; before the first key and after the last one it holds. */
+  /** The value at a position; constant before the first key and after the last one. */
   valueAt(position, value) {
     if (position <= this.first || this.positions.length === 1) {
       this.valueOfKey(0, value);
@@ -272,12 +271,12 @@ class Motion {
   }
 }
 
-/** Frames from one to another, both included. */
+/** All frames of a range, both ends included. */
 function everyFrame(from, to) {
   return Float64Array.from({ length: to - from + 1 }, (_, i) => from + i);
 }
 
-/** Frames of the keys of rotations along arcs: those of the file, and as many between as arcs need. */
+/** Frames of the keys of rotations along arcs: those of the file, and as many between as kMostArc requires. */
 function framesOfArcs(motion) {
   const frames = [motion.first];
   for (let key = 0; key + 1 < motion.positions.length; ++key) {
@@ -292,7 +291,7 @@ function framesOfArcs(motion) {
   return Float64Array.from(frames);
 }
 
-/** Frames at which a motion gets keys. */
+/** Frames of the keys for a motion. */
 function framesOf(motion, isWhole) {
   if (!isWhole || (motion.isRotation && motion.interpolation === 'CUBICSPLINE')) {
     return everyFrame(Math.floor(motion.first), Math.ceil(motion.last));
@@ -300,7 +299,7 @@ function framesOf(motion, isWhole) {
   return motion.isRotation ? framesOfArcs(motion) : motion.positions;
 }
 
-/** Columns of keys, one for each channel. */
+/** Columns of keys, one per channel. */
 function makeColumns(frames, width) {
   const keyFrames = Uint32Array.from(frames);
   return Array.from({ length: width }, () => ({
@@ -312,8 +311,8 @@ function makeColumns(frames, width) {
 }
 
 /**
- * Keys of a motion in steps. Between whole frames, each goes to the nearest one; of several that meet
- * there the last counts.
+ * Keys of a stepped motion. A key between whole frames moves to the nearest one; of several on one frame, the last is
+ * used.
  */
 function stepColumns(motion) {
   const keyOfFrame = new Map();
@@ -332,9 +331,9 @@ function stepColumns(motion) {
 }
 
 /**
- * Keys of a smooth motion. Between two keys of the clip the slopes are those of the motion at both
- * ends, so that the cubic is the motion itself, or for rotations close to it; where a key of the file
- * lies between, a straight line.
+ * Keys of a smooth motion. Between two keys of the clip the slopes are those of the motion at both ends, so that the
+ * cubic equals the motion, or approximates it for rotations. If a key of the file is between them, the segment is
+ * linear.
  */
 function smoothColumns(motion, isWhole) {
   const frames = framesOf(motion, isWhole);
@@ -365,7 +364,7 @@ function smoothColumns(motion, isWhole) {
   return columns;
 }
 
-/** The same keys, or one where they all say the same. */
+/** The same keys, or only the first if the curve is constant. */
 function withoutRepetition({ frames, values, inTangents, outTangents }) {
   const isFlat = (slope) => slope === 0 || slope === stepTangent;
   const isConstant =
@@ -396,12 +395,12 @@ function curvesOf(motion, target, path, isWhole) {
 }
 
 /**
- * Turns an animation into a clip.
- * @param {string} label where it stands in the file, for messages
+ * Converts an animation into a clip.
+ * @param {string} label location in the file, for messages
  * @param {string} name
  * @param {Track[]} tracks at least one
  * @param {{framesPerSecond: ?number, holdEnd: boolean}} options
- * @param {string[]} warnings gets what was lost
+ * @param {string[]} warnings receives what was left out or resampled
  * @returns {Object} as in the result of importGltf
  */
 function convertAnimation(label, name, tracks, options, warnings) {
@@ -431,8 +430,8 @@ function convertAnimation(label, name, tracks, options, warnings) {
   if (resampled > 0) {
     const tried = `${kLeastFramesPerSecond} to ${kMostFramesPerSecond}`;
     const reason = found
-      ? `keys lie between the frames at ${found} a second`
-      : `no rate from ${tried} frames a second puts all keys on whole frames`;
+      ? `keys are between frames at ${found} frames per second`
+      : `no rate from ${tried} frames per second puts all keys on whole frames`;
     const result = `${resampled} of its ${tracks.length} tracks are resampled at ${framesPerSecond}`;
     warnings.push(`${label}: ${reason}: ${result}.`);
   }

@@ -1,6 +1,6 @@
 'use strict';
-// Loads the optional package of the glTF importer. Any version from 2 on will do that this runtime can load:
-// under Node 12 those are 2 and 3, for version 4 is written in the language of newer ones.
+// Loads the optional package of the glTF importer. Any version from 2 on works that this runtime can load: under
+// Node 12 these are 2 and 3, since version 4 uses newer syntax.
 const fs = require('fs');
 const path = require('path');
 const { GltfError, isObject, oneLine } = require('./gltf-check');
@@ -8,7 +8,7 @@ const { GltfError, isObject, oneLine } = require('./gltf-check');
 const kLibrary = '@gltf-transform/core';
 const kCure = `npm install ${kLibrary}@3`;
 
-/** The installed version, with a blank ahead, or '' if it is not to be found. */
+/** The installed version, preceded by a space, or '' if it is not found. */
 function installedVersion() {
   for (const folder of module.paths) {
     try {
@@ -21,15 +21,15 @@ function installedVersion() {
   return '';
 }
 
-/** An error for a package that is there and can't be used. */
+/** An error for a package that is installed but can't be used. */
 function uselessError(trouble) {
   const node = `Node ${process.versions.node}`;
   const found = `${kLibrary}${installedVersion()}, which ${node} can't use (${trouble})`;
-  return new GltfError(`importGltf found ${found}: put another in its place by '${kCure}'.`);
+  return new GltfError(`importGltf found ${found}: replace it by '${kCure}'.`);
 }
 
 /**
- * The library that takes accessors and matrices apart.
+ * The library that decodes accessors and decomposes matrices.
  * @returns {{Logger: Function, NodeIO: Function}}
  * @throws {GltfError} naming the package, what is wrong with it, and the cure
  */
@@ -42,7 +42,7 @@ function loadLibrary() {
       error.code === 'MODULE_NOT_FOUND' &&
       error.message.startsWith(`Cannot find module '${kLibrary}'`)
     ) {
-      const trouble = `importGltf needs the package ${kLibrary}, which is not there`;
+      const trouble = `importGltf needs the package ${kLibrary}, which is not installed`;
       throw new GltfError(`${trouble}: install it by '${kCure}'.`);
     }
     throw uselessError(oneLine(error.message));
@@ -55,7 +55,7 @@ function loadLibrary() {
     typeof Logger === 'function' &&
     isObject(Logger.Verbosity);
   if (!isUsable) {
-    throw uselessError('it lacks NodeIO or Logger as they are in versions 2 to 4');
+    throw uselessError('it lacks NodeIO or Logger of versions 2 to 4');
   }
   return library;
 }

@@ -32,7 +32,7 @@ const { isInstance } = require('./value-checks');
 const kMatrixFloats = 16;
 const kMostFramesPerSecond = 1000;
 
-/** Numbers of an animated property; others are left out. */
+/** Accessor type of each animated property; others are left out. */
 const pathTypes = new Map([
   ['translation', 'VEC3'],
   ['rotation', 'VEC4'],
@@ -103,10 +103,10 @@ const interpolations = ['LINEAR', 'STEP', 'CUBICSPLINE'];
  *   their ends. Without, a clip starts again where its last key stands.
  */
 
-/** The transform of a node that names none. */
+/** The default transform of a node. */
 const kNoTransform = { translation: [0, 0, 0], rotation: [0, 0, 0, 1], scale: [1, 1, 1] };
 
-/** What a failed file operation means, in words. */
+/** A readable description of a failed file operation. */
 function fileTrouble(error) {
   const words = {
     ENOENT: 'there is no such file',
@@ -117,7 +117,7 @@ function fileTrouble(error) {
   return words[error.code] || oneLine(error.message);
 }
 
-/** Options with their defaults, checked. */
+/** Checks the options, and adds defaults. */
 function checkOptions(options) {
   if (!isObject(options)) {
     throw new TypeError('importGltf: options is not an object: leave it out or give an object.');
@@ -139,7 +139,7 @@ function checkOptions(options) {
   return { name, framesPerSecond, holdEnd };
 }
 
-/** The bytes to import, what to call them, and the folder of what they refer to. */
+/** The bytes to import, their name in messages, and the folder of files that they refer to. */
 async function readSource(source, name) {
   if (typeof source === 'string') {
     const label = `model '${name === undefined ? source : name}'`;
@@ -193,12 +193,12 @@ async function readBuffer(label, buffer, index, { binary, folder }) {
   }
   if (bytes.length < buffer.byteLength) {
     const sizes = `${bytes.length} of ${buffer.byteLength} bytes`;
-    throw new GltfError(`${bufferLabel}: it is cut short, ${sizes}: copy or export it again.`);
+    throw new GltfError(`${bufferLabel}: it is truncated, ${sizes}: copy or export it again.`);
   }
   return bytes;
 }
 
-/** Checks the skins; the accessors of their matrices are `used`. */
+/** Checks the skins, and adds the accessors of their matrices to `used`. */
 function checkSkins(label, json, used) {
   const nodeCount = listOf(label, json, 'nodes').length;
   listOf(label, json, 'skins').forEach((skin, index) => {
@@ -219,14 +219,14 @@ function checkSkins(label, json, used) {
   });
 }
 
-/** What a channel moves that is no property of a clip. */
+/** Describes what an unsupported channel moves. */
 function movedThing(property) {
   return typeof property === 'string' ? shown(property) : 'no named property of a node';
 }
 
 /**
- * Checks a channel; its accessors are `used`.
- * @returns {?Object} null if it moves what is not supported
+ * Checks a channel, and adds its accessors to `used`.
+ * @returns {?Object} null if what it moves is not supported
  */
 function checkChannel(animationLabel, json, animation, index, used, warnings) {
   const nodes = listOf('', json, 'nodes');
@@ -252,11 +252,11 @@ function checkChannel(animationLabel, json, animation, index, used, warnings) {
     nodes[target.node]
   )} (${property})`;
   if (!isIndex(sampler, samplers.length)) {
-    throw new GltfError(`${label}: its sampler is not there: ${kExportAgain}.`);
+    throw new GltfError(`${label}: its sampler does not exist: ${kExportAgain}.`);
   }
   const { input, output, interpolation = 'LINEAR' } = samplers[sampler];
   if (!interpolations.includes(interpolation)) {
-    const trouble = `its interpolation ${shown(interpolation)} is none of glTF`;
+    const trouble = `its interpolation ${shown(interpolation)} is not one of glTF`;
     throw new GltfError(`${label}: ${trouble}: ${kExportAgain}.`);
   }
   const timeForm = { what: 'key times', type: 'SCALAR', onlyFloats: true };
@@ -296,7 +296,7 @@ function nameOf({ name }) {
   return typeof name === 'string' ? name : '';
 }
 
-/** Gives each of some indices a new one, in order. */
+/** Maps selected indices to new ones, in order of addition. */
 class Selection {
   constructor(list) {
     this.list = list;
@@ -316,8 +316,8 @@ class Selection {
 }
 
 /**
- * The part of a file that is imported, so that meshes are not decoded, and that images that are
- * missing, or forms of meshes that the library doesn't know, are no trouble.
+ * Reduces a file to the imported part, so that meshes are not decoded, and missing images or mesh formats that the
+ * library doesn't support do no harm.
  */
 function reduce(json, used) {
   const views = new Selection(json.bufferViews || []);
@@ -325,7 +325,7 @@ function reduce(json, used) {
   const accessors = new Selection(json.accessors || []);
   const nodes = new Selection(json.nodes || []);
   used.forEach((index) => accessors.add(index));
-  // Only nodes with a matrix: the library decomposes it. Others are as the file says.
+  // Only nodes with a matrix, which the library decomposes. Others are read from the file's JSON.
   nodes.list.forEach(({ matrix }, index) => {
     if (matrix !== undefined) {
       nodes.add(index);
@@ -334,7 +334,7 @@ function reduce(json, used) {
   const place = (part) =>
     part.bufferView === undefined
       ? part
-      : // Without an offset of their own, the library would read sparse parts at the accessor's.
+      : // Without their own offset, the library would read sparse parts at that of the accessor.
         Object.assign({ byteOffset: 0 }, part, { bufferView: views.add(part.bufferView) });
   const reduced = {
     asset: { version: '2.0' },
@@ -367,7 +367,7 @@ function reduce(json, used) {
   return { reduced, accessors, buffers, nodes };
 }
 
-/** Hands the part of a file that is imported to the library. */
+/** Decodes the imported part of a file with the library. */
 async function decode(label, json, used, container) {
   const { Logger, NodeIO } = loadLibrary();
   const { reduced, accessors, buffers, nodes } = reduce(json, used);
@@ -411,7 +411,7 @@ async function decode(label, json, used, container) {
 function readElements(accessor, { count, type }) {
   const width = elementWidths[type];
   const elements = new Float64Array(count * width);
-  // An accessor without bytes is all zero.
+  // An accessor without bytes is all zeros.
   if (accessor.getArray() !== null) {
     const element = [];
     for (let i = 0; i < count; ++i) {
@@ -421,7 +421,7 @@ function readElements(accessor, { count, type }) {
   return elements;
 }
 
-/** A channel with its keys, checked. */
+/** A channel with its keys, after checks. */
 function trackOf(channel, decoded, places) {
   const { label, input, output, interpolation } = channel;
   const times = decoded.elementsOf(input);
@@ -431,7 +431,7 @@ function trackOf(channel, decoded, places) {
       throw new GltfError(`${label}: the time of its key ${i} is ${times[i]}: ${kExportAgain}.`);
     }
     if (i > 0 && !(times[i] > times[i - 1])) {
-      const trouble = `its key ${i} is at ${times[i]} seconds, the one ahead at ${times[i - 1]}`;
+      const trouble = `its key ${i} is at ${times[i]} seconds, the one before at ${times[i - 1]}`;
       throw new GltfError(`${label}: ${trouble}: sort its keys, and export it again.`);
     }
   }
@@ -471,15 +471,15 @@ function inverseBindMatrices(label, { joints, inverseBindMatrices: accessor }, d
   return matrices.buffer;
 }
 
-/** Index of another thing in the file, or -1; throws if that is not there. */
+/** Index of another element of the file, or -1 if undefined; throws if there is no such element. */
 function reference(label, what, index, count) {
   if (index !== undefined && !isIndex(index, count)) {
-    throw new GltfError(`${label}: its ${what} is not there: ${kExportAgain}.`);
+    throw new GltfError(`${label}: its ${what} does not exist: ${kExportAgain}.`);
   }
   return index === undefined ? -1 : index;
 }
 
-/** The nodes in order; `places` tells where each node of the file went. */
+/** The nodes in order; `places` maps indices of the file to indices of the result. */
 function importNodes(label, json, { order, parents }, decoded, places) {
   const skinCount = listOf(label, json, 'skins').length;
   const meshCount = listOf(label, json, 'meshes').length;

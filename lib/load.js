@@ -1,7 +1,7 @@
 'use strict';
-// Finds and loads the native module: the one that the environment names, else a build beside this folder,
-// else the prebuilt one of a package. There is a binary for each platform and module ABI of Node.js that it runs
-// on; where none loads, the error says why and gives the one cure that applies.
+// Finds and loads the native module: the file that the environment names, else a build beside this folder, else the
+// prebuilt binary of the package. There is a binary for each supported platform and module ABI of Node.js. If none
+// loads, the error says why and states the one cure that applies.
 const fs = require('fs');
 const path = require('path');
 
@@ -30,7 +30,7 @@ const kPlatform = `${process.platform}-${process.arch}`;
 const kRoot = path.join(__dirname, '..');
 const kPrebuilds = path.join(kRoot, 'prebuilds', kPlatform);
 
-/** The build for this runtime: those for other hosts than Node 12 are in a folder of their ABI. */
+/** Folder of the build for this runtime; builds for hosts other than Node 12 are in a folder named by their ABI. */
 const kBuild = path.join(kRoot, 'build', 'Release', kAbi === '72' ? '' : `abi${kAbi}`);
 
 /** Modules for arm64 are built on x86-64, with the package. */
@@ -74,7 +74,7 @@ const builds = {
  *   enumerable.
  */
 
-/** What may be loaded, in order: absolute paths, and in words for messages where a name comes from. */
+/** Candidate files in order: absolute paths, and for messages where a name comes from. */
 function candidates(build, file) {
   if (file !== undefined && file !== '') {
     return [{ file: path.resolve(file), source: '', isNamed: true }];
@@ -101,7 +101,7 @@ function nodesOf(platform) {
   return `Node ${nodes.slice(0, -1).join(', ')} or ${nodes[nodes.length - 1]}`;
 }
 
-/** All that there are binaries for. */
+/** Describes all hosts that there are binaries for. */
 function allHosts() {
   const hosts = Object.keys(moduleAbis).map(
     (platform) => `${nodesOf(platform)} on ${kPlatformNames[platform]}`
@@ -109,12 +109,12 @@ function allHosts() {
   return `${hosts.join(', and for ')}, with glibc`;
 }
 
-/** True where there is a binary for this platform and ABI. */
+/** True if there is a binary for this platform and ABI. */
 function isHost() {
   return moduleAbis[kPlatform] !== undefined && moduleAbis[kPlatform].includes(kAbi);
 }
 
-/** The one thing to do, for this runtime and what was found. */
+/** The cure for this runtime and these attempts. */
 function cureFor(build, attempts, original) {
   if (!isHost()) {
     return moduleAbis[kPlatform] === undefined
@@ -140,7 +140,7 @@ function cureFor(build, attempts, original) {
   return `the file is damaged, or no build for this Node: build it anew by ${build.making}.`;
 }
 
-/** An error that says what was tried, what runs here and what is wanted, and what to do. */
+/** An error that lists the attempts, this runtime and the supported ones, and the cure. */
 function loadError(build, attempts) {
   const { node } = process.versions;
   const thrown = attempts.map(({ error }) => error).filter((error) => error !== null);
@@ -154,14 +154,14 @@ function loadError(build, attempts) {
     `This is Node ${node} with ABI ${kAbi} on ${kPlatform}; there are builds for ${allHosts()}.`,
     `Cure: ${cureFor(build, attempts, original)}`,
   ];
-  // Under another ABI that is the host's advice to compile anew, which does not help here.
+  // Under another ABI, the host's message advises recompiling, which does not help here.
   if (original !== null && isHost()) {
     lines.push(`Original error: ${original.message}`);
   }
   const error = new Error(lines.join('\n'));
   error.code = 'ERR_NQ_LOAD';
   error.files = attempts.map(({ file }) => file);
-  // Not shown with the error: its message is.
+  // Not enumerable: its message is already part of this one.
   Object.defineProperty(error, 'original', { value: original });
   return error;
 }
@@ -184,8 +184,8 @@ function loadBuild(build, file) {
 }
 
 /**
- * Loads the native module: `file` if given, else what the environment variable NQ_MODULE names, else
- * the build for this runtime (build/Release/nq_logic.node for Node 12, build/Release/abiN/nq_logic.node for others),
+ * Loads the native module: `file` if passed, else the file that the environment variable NQ_MODULE names, else the
+ * build for this runtime (build/Release/nq_logic.node for Node 12, build/Release/abiN/nq_logic.node for others),
  * else the prebuilt binary of the package.
  * @param {string} [file] path of another module
  * @returns {NativeModule<Engine>} the same for the same file

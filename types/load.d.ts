@@ -9,8 +9,8 @@ import type { Engine, EngineWithMatrixFlow } from './engine';
 export declare const moduleAbis: Readonly<Record<string, readonly string[]>>;
 
 /**
- * Loads the native module: `file` if given, else what the environment variable NQ_MODULE names, else
- * the build for this runtime (build/Release/nq_logic.node for Node 12, build/Release/abiN/nq_logic.node for others),
+ * Loads the native module: `file` if passed, else the file that the environment variable NQ_MODULE names, else the
+ * build for this runtime (build/Release/nq_logic.node for Node 12, build/Release/abiN/nq_logic.node for others),
  * else the prebuilt binary of the package.
  *
  * @param file path of another module

@@ -1,12 +1,12 @@
 'use strict';
-// Checks of single arguments. Each throws in words: the call, the argument, what it is, what to give.
+// Checks of single arguments. Error messages name the call, the argument, its value, and what to pass instead.
 const { types } = require('util');
 
 const kLargestU32 = 0xffffffff;
 
 /**
- * Reads a property of a class's objects as the host keeps it, and so as native code sees it. Script can put
- * properties of the same name on an object, or on a class derived from it.
+ * Reads an internal property of a built-in class, as native code sees it. JavaScript can define properties of the
+ * same name on an object, or on a derived class.
  */
 function getterOf(type, name) {
   const { get } = Object.getOwnPropertyDescriptor(type.prototype, name);
@@ -17,12 +17,12 @@ function rangeGetters(type) {
   return ['buffer', 'byteOffset', 'byteLength'].map((name) => getterOf(type, name));
 }
 
-/** Bytes of an ArrayBuffer; 0 for one that was transferred away. */
+/** Bytes of an ArrayBuffer; 0 for a detached one. */
 const byteLengthOf = getterOf(ArrayBuffer, 'byteLength');
 const typedArrayGetters = rangeGetters(Object.getPrototypeOf(Uint8Array));
 const dataViewGetters = rangeGetters(DataView);
 
-/** Name of the class whose prototype an object has; native objects have no other sign on newer hosts. */
+/** Name of the class of an object's prototype: on newer hosts the only way to identify native objects. */
 function constructorNameOf(value) {
   const prototype = types.isProxy(value) ? null : Object.getPrototypeOf(value);
   const own = prototype && Object.getOwnPropertyDescriptor(prototype, 'constructor');
@@ -30,7 +30,7 @@ function constructorNameOf(value) {
   return typeof name === 'string' && name !== '' ? name : 'Object';
 }
 
-/** Name of the class that an object says it is of; some throw when they are asked. */
+/** Name of the class that an object claims to be of; getters of some objects throw. */
 function classOf(value) {
   try {
     if (Array.isArray(value)) {
@@ -43,7 +43,7 @@ function classOf(value) {
   }
 }
 
-/** A value in a message. */
+/** Formats a value for a message. */
 function show(value) {
   if (typeof value === 'string') {
     return `'${value}'`;
@@ -73,7 +73,7 @@ function checkNumber(call, name, value) {
 
 /**
  * Throws unless `value` is a whole number within bounds.
- * @param {string} [note] is put behind the bounds in the message
+ * @param {string} [note] follows the bounds in the message
  */
 function checkWhole(call, name, value, least = 0, most = kLargestU32, note = '') {
   const cure = `give a whole number from ${least} to ${most}${note}`;
@@ -85,7 +85,7 @@ function checkWhole(call, name, value, least = 0, most = kLargestU32, note = '')
   }
 }
 
-/** Throws unless a block of `bytes` can be: sizes wrap at 32 bits. */
+/** Throws for a block of more bytes than 32 bits can count: sizes wrap there. */
 function checkBlockBytes(call, what, bytes) {
   if (bytes > kLargestU32) {
     const found = `${what} would take ${bytes} bytes, and a block has at most ${kLargestU32}`;
@@ -93,20 +93,20 @@ function checkBlockBytes(call, what, bytes) {
   }
 }
 
-/** A DataView, or a complaint if its buffer was detached. */
+/** Returns a DataView, or throws if its buffer is detached. */
 function viewOf(call, name, getRange) {
   try {
     // A DataView of a detached buffer would not throw.
     const { buffer, byteOffset, byteLength } = new Uint8Array(...getRange());
     return new DataView(buffer, byteOffset, byteLength);
   } catch (error) {
-    const trouble = 'is a buffer that was transferred away, or a view of one';
-    throw new RangeError(`${call}: ${name} ${trouble}: give one whose bytes are there.`);
+    const trouble = 'is a detached ArrayBuffer, or a view of one';
+    throw new RangeError(`${call}: ${name} ${trouble}: give one that was not transferred.`);
   }
 }
 
 /**
- * The bytes of an ArrayBuffer, where nothing else counts.
+ * The bytes of an ArrayBuffer, where native code accepts nothing else.
  * @returns {DataView}
  */
 function bytesOfBuffer(call, name, value) {
@@ -114,7 +114,7 @@ function bytesOfBuffer(call, name, value) {
     const cure = ArrayBuffer.isView(value)
       ? 'give an ArrayBuffer: the "buffer" of the view, if the view covers all of it'
       : 'give an ArrayBuffer';
-    const trouble = `${name} is ${show(value)}, and only an ArrayBuffer counts`;
+    const trouble = `${name} is ${show(value)}, and only an ArrayBuffer is accepted`;
     throw new TypeError(`${call}: ${trouble}: ${cure}.`);
   }
   return viewOf(call, name, () => [value]);
@@ -136,7 +136,7 @@ function bytesOfData(call, name, value) {
   return viewOf(call, name, () => getters.map((get) => get(value)));
 }
 
-/** A copy of an ArrayBuffer. `slice` would ask the buffer for its class, which script can set. */
+/** Copies an ArrayBuffer. `slice` would read the buffer's constructor, which JavaScript can replace. */
 function copyOfBuffer(buffer) {
   const copy = new Uint8Array(byteLengthOf(buffer));
   copy.set(new Uint8Array(buffer));
@@ -144,7 +144,7 @@ function copyOfBuffer(buffer) {
 }
 
 /**
- * A count and that many words behind it.
+ * Reads a count and that many words after it.
  * @param {DataView} bytes
  * @returns {number[]} the words
  */

@@ -37,11 +37,11 @@ const cameras = {
   ortho: argumentNames(layout.orthoCullingArguments),
 };
 
-/** Throws unless all that a call needs is there. Returns the handles of its list, or null. */
+/** Throws for missing or invalid arguments. Returns the handles of the list, or null. */
 function checkArguments(call, names, args) {
   if (args.length < names.length) {
     const trouble = `${names[args.length]} is missing, argument ${args.length + 1}`;
-    throw new TypeError(`${call}: ${trouble}: give all ${names.length}, and a list behind them.`);
+    throw new TypeError(`${call}: ${trouble}: give all ${names.length}, and the list after them.`);
   }
   checkWhole(call, names[0], args[0], kLeastI32);
   for (let i = 1; i < names.length; ++i) {
@@ -50,7 +50,7 @@ function checkArguments(call, names, args) {
   const list = args[names.length];
   if (args.length > names.length + 1) {
     const trouble = `there are ${args.length} arguments, and with more than ${names.length + 1}`;
-    throw new TypeError(`${call}: ${trouble} the list does not count: leave the others out.`);
+    throw new TypeError(`${call}: ${trouble} the list is ignored: leave the others out.`);
   }
   if (list === undefined || list === null) {
     return null;
@@ -58,7 +58,7 @@ function checkArguments(call, names, args) {
   return readCounted(call, 'list', bytesOfBuffer(call, 'list', list), 1);
 }
 
-/** Throws for an object that would take part, but for its entity. */
+/** Throws for an object that would be tested, but whose entity is missing or 2D. */
 function checkObject(call, registry, entry, view, index, mask) {
   const at = cullingObject.size * index;
   const takesPart =
@@ -73,7 +73,9 @@ function checkObject(call, registry, entry, view, index, mask) {
   }
   const label = `${call}: culling object ${entry.id + index}, entity`;
   if (!registry.require('entity', label, handle).is3D) {
-    throw new RangeError(`${label} ${handle} is 2D, and never seen: give a 3D one, or disable it.`);
+    throw new RangeError(
+      `${label} ${handle} is 2D, and never visible: give a 3D one, or disable it.`
+    );
   }
 }
 
@@ -94,7 +96,7 @@ function checkObjects(call, registry, list, mask) {
   });
 }
 
-/** Takes the memory of a buffer away, so that every use of it shows. */
+/** Detaches a buffer, so that its views have length 0. */
 function detach(buffer) {
   const { port1 } = new MessageChannel();
   port1.postMessage(null, [buffer]);
@@ -102,9 +104,9 @@ function detach(buffer) {
 }
 
 /**
- * The "cullingResult" that script sees. Native code gives its own back to the heap when a larger one
- * takes its place, and script that still has it reads what is not its own. So script gets a copy, that
- * loses its bytes when it is replaced: old views then have length 0.
+ * The "cullingResult" that JavaScript sees. Native code frees its buffer when a larger one replaces it, and an
+ * old view would read reused memory. So JavaScript gets a copy, which is detached when it is replaced: old
+ * views then have length 0.
  */
 class ResultBuffer {
   constructor(engine) {
@@ -112,7 +114,7 @@ class ResultBuffer {
     this.buffer = copyOfBuffer(engine.cullingResult);
   }
 
-  /** Runs a V2 method. What script wrote into the buffer is there for it, as it would be natively. */
+  /** Runs a V2 method. It sees what JavaScript wrote into the buffer, as without checked mode. */
   run(method, args) {
     const size = byteLengthOf(this.buffer);
     const fits = size === byteLengthOf(this._engine.cullingResult);
@@ -125,7 +127,7 @@ class ResultBuffer {
       new Uint8Array(this.buffer).set(new Uint8Array(result));
       return replaced;
     }
-    // Script may have transferred its copy away.
+    // JavaScript may have transferred its copy.
     if (size !== 0) {
       detach(this.buffer);
     }
@@ -135,7 +137,7 @@ class ResultBuffer {
 }
 
 /**
- * Checks and carries out a culling call.
+ * Checks and executes a culling call.
  * @param {string} call name of the method
  * @param {'frustum'|'ortho'} camera
  */

@@ -7,7 +7,7 @@ const kCall = 'refreshWorldTransform';
 const kWordBytes = 4;
 
 /**
- * How a command is carried out on the model of links, by its method of the writer. Each reads its operands from
+ * How a command is executed on the model of links, by its method of the writer. Each reads its operands from
  * `words` at `at`, and throws for those with which native code would do nothing.
  */
 const runs = {
@@ -33,7 +33,7 @@ function addRoot({ registry, tree }, label, words, at) {
   registry.require('entity', `${label}: handle`, handle);
   const parent = tree.parent(handle);
   if (parent !== undefined) {
-    const trouble = `handle ${handle} has the parent ${parent}, and only a top becomes a root`;
+    const trouble = `handle ${handle} has the parent ${parent}, and only an entity without one becomes a root`;
     throw new RangeError(`${label}: ${trouble}: remove it from its parent first.`);
   }
   tree.addRoot(handle);
@@ -45,7 +45,7 @@ function attach({ tree }, label, parent, child) {
     const trouble =
       parent === child
         ? `parent and child are both ${child}`
-        : `parent ${parent} stands below child ${child}, which closes a cycle`;
+        : `parent ${parent} is below child ${child}, which closes a cycle`;
     throw new RangeError(`${label}: ${trouble}: attach an entity to one outside of its subtree.`);
   }
   tree.setParent(child, parent);
@@ -133,7 +133,7 @@ function deactivate(state, label, words, at) {
   state.tree.setActive(words[at], false);
 }
 
-/** Words that a command takes, its number included; Infinity if its own count is cut off. */
+/** Words of a command, including its number; Infinity if the stream ends before its count. */
 function lengthOf({ operands, perElement }, words, at, end) {
   if (operands !== undefined) {
     return 1 + operands;
@@ -141,14 +141,14 @@ function lengthOf({ operands, perElement }, words, at, end) {
   return at + 1 < end ? 2 + perElement * words[at + 1] : Infinity;
 }
 
-/** Carries the stream out on the model of links, or throws; then the model has to be rolled back. */
+/** Executes the stream on the model of links. If it throws, the caller must roll the model back. */
 function runCommands(state) {
   const words = new Uint32Array(state.engine.entityCommands);
   const length = words[0];
   if (length > limits.commandBytes || length % kWordBytes !== 0) {
     const trouble =
       length > limits.commandBytes
-        ? `is beyond the ${limits.commandBytes} bytes behind it`
+        ? `is beyond the ${limits.commandBytes} bytes after it`
         : 'is no multiple of 4';
     const found = `the length word of entityCommands is ${length}, which ${trouble}`;
     throw new RangeError(`${kCall}: ${found}: write the stream by an EntityCommandWriter.`);
@@ -167,14 +167,14 @@ function runCommands(state) {
     if (at + size > end) {
       const taken = size === Infinity ? '' : ` of the ${size} that it takes`;
       const trouble = `the stream ends ${end - at} words from its beginning${taken}`;
-      throw new RangeError(`${label}: ${trouble}: write all of it ahead of the length word.`);
+      throw new RangeError(`${label}: ${trouble}: write all of it before the length word.`);
     }
     runs[command.method](state, label, words, at + 1);
     at += size;
   }
 }
 
-/** Throws for entries that name nothing, but for those of native code whose entity has gone since. */
+/** Throws for unknown handles, except those that native code appended and whose entity was released since. */
 function checkDirtyList({ engine, registry, appended }) {
   const words = new Uint32Array(engine.dirtyEntities);
   const count = words[0];
@@ -190,7 +190,7 @@ function checkDirtyList({ engine, registry, appended }) {
   }
 }
 
-/** Checks and carries out refreshWorldTransform. */
+/** Checks and executes refreshWorldTransform. */
 function refresh(state) {
   try {
     runCommands(state);

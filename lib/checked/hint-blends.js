@@ -1,6 +1,6 @@
 'use strict';
-// What players blend: clips of which only some move a channel of an entity, whose share of the others is
-// then missing from it, and times that are NaN.
+// Hints about blending: clips of which only some move a channel of an entity, so that the weights of the others
+// are missing from its mean, and times that are NaN.
 const layout = require('../layout');
 const { isDegrees } = require('./hint-records');
 const { isNone } = require('./registry');
@@ -8,19 +8,19 @@ const { isNone } = require('./registry');
 const { animator, animatorClip, controller, controllerLayer } = layout;
 const { controllerState, controllerClip, layerBlendModes, sampleTypes } = layout;
 
-/** Channels of position and scale, by number, and the bit of rotation behind them. */
+/** Channels of position and scale, by number; the bit of rotation follows them. */
 const channelNames = ['x', 'y', 'z'];
 const kValueChannels = 6;
 const kValueMask = (1 << kValueChannels) - 1;
 const kRotationBit = 1 << kValueChannels;
 
-/** Part of the largest value of a channel below which a rest pose makes no difference. */
+/** Fraction of a channel's largest value below which a rest pose makes no visible difference. */
 const kSmallPart = 1e-3;
 
-/** Shares of a channel that are as good as all of it. */
+/** Total weight of a channel that is treated as 1. */
 const kFullShare = 0.999;
 
-/** Clips are authored in degrees at steps of this, where they are. */
+/** Step of angles in clips that are authored in degrees. */
 const kAuthoredStep = 5;
 
 const angleNames = { [sampleTypes.EulerX]: 'EulerX', [sampleTypes.EulerY]: 'EulerY' };
@@ -31,7 +31,7 @@ function channelName(channel) {
 }
 
 /**
- * What hints need of a clip.
+ * The facts of a clip that hints use.
  * @param {Object} clip of `readClip`
  * @returns {{channels: number[], peaks: Float64Array[], degrees: ?Object, isEmpty: boolean}} bits of
  *   channels, and their largest absolute values, by target; a curve in degrees
@@ -66,26 +66,26 @@ function clipFacts({ curves, frameCount }) {
   return { channels, peaks, degrees, isEmpty: frameCount === 0 };
 }
 
-/** Puts a number into a key of a set of clips. */
+/** Hashes a number into the key of a set of clips. */
 function mix(key, number) {
   return (Math.imul(key, 31) + number) | 0;
 }
 
-/** True for a rest pose that shows if it is left out: `neutral` is what stands in for it. */
+/** True if replacing the rest value by `neutral`, the default, is visible. */
 function isMissed(rest, neutral, peak) {
   return Math.abs(rest - neutral) > kSmallPart * peak;
 }
 
 /**
- * Examines players ahead of an update. What depends on clips and targets alone is worked out once for each
- * set of clips that a player blends.
+ * Examines players before an update. Results that depend only on clips and targets are computed once per set of
+ * clips that a player blends.
  */
 class Blends {
   constructor({ registry }, records, report) {
     this._registry = registry;
     this._records = records;
     this._report = report;
-    /** What was found, by entry of a player and by its set of clips. */
+    /** Cached results, by entry of a player and by its set of clips. */
     this._plans = new WeakMap();
   }
 
@@ -169,7 +169,7 @@ class Blends {
     return null;
   }
 
-  /** A channel of the first side that the second has not, and whose rest pose is missed; or null. */
+  /** A channel that the first side has and the second lacks, with a visible difference; or null. */
   _oneSided(handle, [one, other]) {
     for (let channel = 0; channel < kValueChannels; ++channel) {
       const bit = 1 << channel;
@@ -191,7 +191,7 @@ class Blends {
       entry,
       handle,
       place,
-      `${found}, and the weight of ${other} draws it to 0`
+      `${found}, and the weight of ${other} pulls it to 0`
     );
   }
 
@@ -236,7 +236,7 @@ class Blends {
     }
   }
 
-  /** The plan of a controller, as long as its binding and its masks are those that it was made for. */
+  /** The plan of a controller; made anew when its binding or its masks have changed. */
   _planOf(entry, key, binding, layers) {
     const masks = layers.map(({ i }) => entry.masks.get(i));
     const make = () => {
@@ -275,8 +275,8 @@ class Blends {
   }
 
   /**
-   * Channels of entities that some clips of a layer move and others don't, where the rest pose is missed,
-   * and no later layer replaces them. Only the first of each layer's entities.
+   * Channels of entities that some clips of a layer move and others don't, with a visible difference, and which
+   * no later layer replaces. Only the first of each layer's entities.
    */
   _planController(entry, binding, layers) {
     const plan = [];
@@ -333,7 +333,7 @@ class Blends {
     }
   }
 
-  /** A layer is completed by position 0, scale 1 and no rotation, whatever the rest pose. */
+  /** A layer is completed with position 0, scale 1 and no rotation, whatever the rest pose. */
   _isRestMissed(handle, channel, { peak }) {
     const track = this._records.find(handle);
     if (track === null) {
@@ -350,12 +350,12 @@ class Blends {
     const neutral = channel === kValueChannels ? 'no rotation' : channel < 3 ? '0' : '1';
     const place = `controller ${entry.id}, layer ${layer}, ${name}`;
     const found = `${place} of entity ${handle}: of the blended clips ${mover} and ${other} only ${mover} moves it`;
-    const effect = `the weight of ${other} draws it to ${neutral}, not to its rest pose`;
+    const effect = `the weight of ${other} pulls it to ${neutral}, not to its rest pose`;
     this._addOneSided(call, entry, handle, place, `${found}, and ${effect}`);
   }
 
   _addOneSided(call, entry, handle, place, found) {
-    const cure = 'give both clips keys for it, also where it rests';
+    const cure = 'add keys for it to both clips, also where it rests';
     this._report.add('one-sided-channel', entry, '', call, handle, place, `${found}: ${cure}`);
   }
 }

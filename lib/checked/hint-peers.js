@@ -1,6 +1,7 @@
 'use strict';
-// What checked engines know of each other: which handles one has listed without a change, and which
-// entities of another have changed without being listed. A number that is in both was meant for the other.
+// State that checked engines share to find handles written to the wrong engine: handles that one has listed
+// without a change, and entities of another that have changed without being listed. A handle that is in both was
+// listed in the wrong engine.
 const { onCollected } = require('./watch');
 
 /** Peers of all engines that have not been collected. */
@@ -9,12 +10,12 @@ const peers = new Set();
 /** Refreshes of all engines so far. */
 let clock = 0;
 
-/** What others may know of an engine; it must not refer to the engine, which it would keep alive. */
+/** What others know of an engine; it must not refer to the engine, which it would keep alive. */
 class Peer {
   constructor() {
     /** Time of the last refresh. */
     this.refreshed = 0;
-    /** When a handle was listed last without a change, and when it was changed and not listed. */
+    /** When a handle was last listed without a change, and when its entity was changed and not listed. */
     this.idle = new Map();
     this.stale = new Map();
   }
@@ -24,12 +25,12 @@ class Peer {
     return peers.size > 1;
   }
 
-  /** Begins a refresh. */
+  /** Starts a refresh. */
   advance() {
     ++clock;
   }
 
-  /** Ends what `advance` has begun. */
+  /** Ends the refresh that `advance` started. */
   settle() {
     this.refreshed = clock;
   }

@@ -1,11 +1,11 @@
 'use strict';
-// What the local matrices of entities were made of: native code reads a record when its entity is listed,
-// or when a player or a binding writes it. A copy of the record from then shows what has changed since.
+// Copies of the records from which local matrices were built: native code reads a record when its entity is
+// listed, or when a player or a binding writes it. Comparing it with the copy shows what has changed since.
 const { entity2D, entity3D, handles } = require('../layout');
 
 const kByteMask = 0xff;
 
-/** Bits of a word that make it a NaN: above those of infinity, the sign apart. */
+/** A word is a NaN if its bits, without the sign, are above those of infinity. */
 const kMagnitudeMask = 0x7fffffff;
 const kInfinityBits = 0x7f800000;
 
@@ -13,11 +13,11 @@ const kInfinityBits = 0x7f800000;
 const bits = Object.freeze({
   /** Native code has read its record. */
   read: 1,
-  /** It stands in the dirty list of this refresh. */
+  /** It is in the dirty list of this refresh. */
   listed: 2,
-  /** A hint has told that it is not listed. */
+  /** A hint has reported that it is not listed. */
   stale: 4,
-  /** `rest` holds its record as it was ahead of the first player. */
+  /** `rest` holds its record from before the first player. */
   rest: 8,
 });
 
@@ -32,7 +32,7 @@ const names2D = ['rotation', 'position x', 'position y', 'scale x', 'scale y'];
 const kRotationW = entity3D.rotation / 4 + 3;
 const kLastAngle3D = entity3D.rotation / 4 + 2;
 
-/** Words of a record, the words of it that script writes, and the last one of its world matrix. */
+/** Words of a record, the words that JavaScript writes, and the last word of the world matrix. */
 const shapes = {
   true: {
     stride: entity3D.size / 4,
@@ -54,7 +54,7 @@ const shapes = {
   },
 };
 
-/** Angles that are whole multiples of 15 from 30 to 720 are degrees: radians are not that round. */
+/** Angles that are multiples of 15 from 30 to 720 are treated as degrees: radians are not that round. */
 const kDegreeStep = 15;
 const kLeastDegrees = 30;
 const kMostDegrees = 720;
@@ -73,7 +73,7 @@ class RecordTrack {
     this.shape = shapes[is3D];
     this.count = count;
     this.state = new Uint8Array(count);
-    /** A refresh has run since the batch was made. */
+    /** A refresh has run since the batch was created. */
     this.isRefreshed = false;
     this._stride = stride;
     this._size = words;
@@ -87,7 +87,7 @@ class RecordTrack {
     this._moves = null;
   }
 
-  /** True if any byte that script writes is another than when native code read it last. */
+  /** True if any byte that JavaScript writes differs from when native code last read it. */
   differs(i) {
     const { _words: words, _read: read, _size: size } = this;
     const from = i * this._stride;
@@ -100,7 +100,7 @@ class RecordTrack {
     return false;
   }
 
-  /** Takes over what native code has read. Returns true if a NaN is among it. */
+  /** Copies what native code has read. Returns true if it contains a NaN. */
   read(i) {
     const { _words: words, _read: read, _size: size } = this;
     const from = i * this._stride;
@@ -121,12 +121,12 @@ class RecordTrack {
     return !this.is3D || (this._words[i * this._stride] & kByteMask) !== 0;
   }
 
-  /** True for words that native code reads: not w of Euler angles. */
+  /** True for words that native code reads: not the fourth word of Euler angles. */
   _counts(i, k) {
     return !this.is3D || (k !== 0 && (k !== kRotationW || this._isQuaternion(i)));
   }
 
-  /** Name of the first field whose change counts, or null. */
+  /** Name of the first changed field that native code reads, or null. */
   changedField(i) {
     const from = i * this._stride;
     const to = i * this._size;
@@ -157,7 +157,7 @@ class RecordTrack {
     return null;
   }
 
-  /** Name and value of the first angle that has become one of degrees in a leap, or null. */
+  /** Name and value of the first angle that changed to a value in degrees by a large step, or null. */
   degreesField(i) {
     const [first, last] = this.is3D ? [entity3D.rotation / 4, kLastAngle3D] : [0, 0];
     if (this.is3D && this._isQuaternion(i)) {
@@ -174,7 +174,7 @@ class RecordTrack {
     return null;
   }
 
-  /** True if no world matrix was ever written, or nothing but that of a parent without one. */
+  /** True if the world matrix is all zeros: never written, or computed from a parent without one. */
   isBlank(i) {
     const { _words: words, _corner: corner } = this;
     const at = i * this._stride;
@@ -189,7 +189,7 @@ class RecordTrack {
     return true;
   }
 
-  /** True if script has written anything. */
+  /** True if JavaScript has written anything. */
   isWritten(i) {
     const at = i * this._stride;
     for (let k = 0; k < this._size; ++k) {
@@ -209,7 +209,7 @@ class RecordTrack {
     return this._moves[i];
   }
 
-  /** Keeps the record as it is ahead of the first player that writes it. */
+  /** Copies the record before the first player writes it. */
   keepRest(i) {
     if ((this.state[i] & bits.rest) !== 0) {
       return;
@@ -237,7 +237,7 @@ class RecordTrack {
     return this._rest[i * this._size + (channel < 3 ? position : scale) + (channel % 3)];
   }
 
-  /** True if the rotation of `keepRest` is one by anything but nothing. */
+  /** True if the rotation of `keepRest` is not the identity. */
   isTurnedAtRest(i) {
     if (!this.is3D || (this.state[i] & bits.rest) === 0) {
       return false;
@@ -257,7 +257,7 @@ class Records {
     this._tracks = new WeakMap();
     this._entry = undefined;
     this._track = null;
-    /** Element of the handle that `find` was given last. */
+    /** Element of the handle that was last passed to `find`. */
     this.element = 0;
   }
 
@@ -270,7 +270,7 @@ class Records {
     return track;
   }
 
-  /** Track of the batch of a handle, or null if that names nothing. */
+  /** Track of the batch of a handle, or null for an unknown handle. */
   find(handle) {
     const element = handle & handles.elementMask;
     const entry = this._entry;

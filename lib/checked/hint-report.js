@@ -1,17 +1,17 @@
 'use strict';
-// Where hints go: each subject once, a few of each code, and only after the call has been carried out.
+// Reports hints: each subject once, a few of each code, and only after the call has been executed.
 const { show } = require('./arguments');
 
-/** Hints of one code that an engine gives, ahead of the line that says there are more. */
+/** Number of hints of one code that an engine reports before the one that says that there are more. */
 const kMostOfACode = 8;
 
-/** What `checked` uses unless it is given a function. */
+/** The default of `onHint`. */
 function warn({ code, message }) {
   console.warn(`[nq_logic hint ${code}] ${message}`);
 }
 
 /**
- * The function that hints go to, by the options of `checked`; undefined if they don't say.
+ * Reads `onHint` from the options of `checked`; undefined if it is left out.
  * @throws {TypeError}
  */
 function readOnHint(options) {
@@ -32,21 +32,21 @@ function readOnHint(options) {
 
 class HintReport {
   constructor() {
-    /** Null where there are to be no hints. */
+    /** Null switches hints off. */
     this.onHint = warn;
     this._waiting = [];
     this._isFlushing = false;
-    /** Subjects that had a hint, by code; those of objects go with the objects. */
+    /** Subjects that had a hint, by code; released with their objects. */
     this._seen = new WeakMap();
     this._counts = new Map();
   }
 
-  /** True if nothing of a code will be given any more. */
+  /** True if no more hints of a code will be reported. */
   isClosed(code) {
     return this._counts.get(code) > kMostOfACode;
   }
 
-  /** True the first time that a code meets a subject: an object, and what of it. */
+  /** True for the first hint of a code about a subject: an object and a part of it. */
   _isFirst(code, object, part) {
     if (!this._seen.has(object)) {
       this._seen.set(object, new Set());
@@ -61,14 +61,14 @@ class HintReport {
   }
 
   /**
-   * Keeps a hint for `flush`, unless its subject has had one of this code.
+   * Queues a hint for `flush`, unless its subject has had one of this code.
    * @param {string} code
    * @param {Object} object that the hint is about, with `part`
    * @param {string|number} part
    * @param {string} call
    * @param {?number} entity
    * @param {string} place
-   * @param {string} text what was found, and the cure behind a colon
+   * @param {string} text what was found, and the cure after a colon
    */
   add(code, object, part, call, entity, place, text) {
     if (this.isClosed(code) || !this._isFirst(code, object, part)) {
@@ -82,13 +82,13 @@ class HintReport {
       return;
     }
     const found = `there are more than ${kMostOfACode} hints of the code ${code}`;
-    const message = `${call}: ${found}, and no more are given: mend those that were.`;
+    const message = `${call}: ${found}, and no more are reported: fix those first.`;
     this._waiting.push({ code, call, entity: null, place: '', message, isLast: true });
   }
 
   /**
-   * Gives the hints that wait. What onHint throws goes to the caller, and the others wait for the next call.
-   * Calls that onHint makes leave theirs to the one that it came from.
+   * Reports the queued hints. If onHint throws, the caller receives the exception, and the other hints stay queued
+   * for the next call. Nested calls made by onHint leave their hints to the outer call.
    */
   flush() {
     if (this._isFlushing) {

@@ -1,7 +1,7 @@
 'use strict';
-// Hints: what a program does that throws nowhere and is no error natively, but is a mistake nearly always.
-// They are found ahead of a call that was verified, or behind it, and given when it has been carried out;
-// they change nothing. docs/checked.md tells the rules, and what they leave out.
+// Hints: code that throws nowhere and is valid for native code, but is nearly always a mistake. They are found
+// before or after a verified call, and reported after it has been executed; they change nothing. docs/checked.md
+// has the rules, and what they don't detect.
 const layout = require('../layout');
 const { Blends } = require('./hint-blends');
 const { makePeer } = require('./hint-peers');
@@ -10,13 +10,13 @@ const { HintReport } = require('./hint-report');
 
 const { cullingObject, frustumCullingArguments, limits, skinning } = layout;
 
-/** A list this long may be one of several passes, whose other entities are listed in the next. */
+/** A list this long may be one of several passes: other entities may be listed in the next pass. */
 const kLongList = Math.ceil(limits.dirtyEntities / 2);
 
-/** Changes of an entity that were listed without a root above it, until that looks unintended. */
+/** After so many listed changes of an entity under no root, that is treated as a mistake. */
 const kMovesWithoutRoot = 60;
 
-/** Radians that no camera has: half a turn, and what rounding adds. */
+/** Largest field of view of a camera, in radians: half a turn, plus rounding. */
 const kMostFov = 3.15;
 
 const kSphereFields = ['center x', 'center y', 'center z', 'radius'];
@@ -34,13 +34,13 @@ class Hints {
     this._forgetAll();
   }
 
-  /** Begins anew with what is known of records. */
+  /** Forgets everything that is known of records. */
   _forgetAll() {
     this._records = new Records(this._registry);
     this._blends = new Blends({ registry: this._registry }, this._records, this._report);
-    /** Tops of trees under no root whose world matrices a player has computed. */
+    /** Topmost entities of trees under no root whose world matrices a player has computed. */
     this._walked = new Set();
-    /** Entities that a player moved when their rest poses were kept, by entry of the player. */
+    /** Number of entities of a player when their rest poses were copied, by entry of the player. */
     this._kept = new WeakMap();
   }
 
@@ -48,23 +48,23 @@ class Hints {
     return this._report.onHint === null;
   }
 
-  /** Sets where hints go: a function, or null for nowhere. */
+  /** Sets the function that hints are passed to; null switches them off. */
   setOnHint(onHint) {
     if (this._isOff) {
-      // Meanwhile nothing was followed.
+      // Nothing was tracked while hints were off.
       this._forgetAll();
     }
     this._report.onHint = onHint;
   }
 
-  /** Gives what was found. The last thing of a call: what onHint throws leaves it. */
+  /** Reports what was found. Must be the last step of a call, since onHint may throw. */
   report() {
     this._report.flush();
   }
 
   // --- Records of entities.
 
-  /** Ahead of a refresh, with its commands in the model of links. */
+  /** Runs before a refresh, when the model of links already includes its commands. */
   beforeRefresh(call) {
     if (this._isOff) {
       return;
@@ -88,7 +88,7 @@ class Hints {
     this._peer.settle();
   }
 
-  /** Meets an entry of the dirty list. */
+  /** Examines an entry of the dirty list. */
   _list(call, track, element) {
     const state = track.state[element];
     if ((state & bits.listed) !== 0) {
@@ -106,7 +106,7 @@ class Hints {
     }
   }
 
-  /** Numbers that a record can't be meant to have. */
+  /** Finds degrees and NaN in a record. */
   _checkValues(call, track, element) {
     const handle = track.id + element;
     const degrees = track.degreesField(element);
@@ -122,14 +122,14 @@ class Hints {
   _checkNaN(call, track, element, cure) {
     const handle = track.id + element;
     const field = track.nanField(element);
-    // What follows a bone has its NaN from there.
+    // An entity that follows a bone has its NaN from the bone.
     if (field !== null && this._tree.bone(handle) === undefined) {
       const found = `entity ${handle}: ${field} is NaN, and so become the matrices of all below it`;
       this._addEntity('nan', track, element, call, field, `${found}: ${cure}`);
     }
   }
 
-  /** Changes that are listed again and again, and whose world matrix nothing ever computes. */
+  /** Finds entities that are listed again and again, but whose world matrix is never computed. */
   _checkMoves(call, track, element) {
     const handle = track.id + element;
     if (!this._hasWorld(handle) && track.countMove(element) === kMovesWithoutRoot) {
@@ -155,7 +155,7 @@ class Hints {
     this._report.add(code, track, element, call, track.id + element, place, text);
   }
 
-  /** Records that have changed since native code has read them, and that are not listed. */
+  /** Finds records that have changed since native code read them, and that are not listed. */
   _findStale(call, count) {
     const isClosed = this._report.isClosed('not-listed') && !this._peer.hasOthers;
     const isSkipped = isClosed || count >= kLongList;
@@ -187,7 +187,7 @@ class Hints {
       return;
     }
     const found = `entity ${handle}: its ${field} has changed, but it is not in dirtyEntities`;
-    const cure = 'append its handle behind what stands there, each time that its record changes';
+    const cure = 'append its handle to the entries there, each time that its record changes';
     const text = `${found}, so its matrices stay as they were: ${cure}`;
     this._addEntity('not-listed', track, element, call, field, text);
   }
@@ -197,7 +197,7 @@ class Hints {
     this._addEntity('other-engine', track, element, call, place, `${found}: ${cure}`);
   }
 
-  /** An entity is listed that has not changed. */
+  /** Examines a listed entity that has not changed. */
   _meetIdle(call, track, element) {
     const handle = track.id + element;
     this._peer.noteIdle(handle);
@@ -208,7 +208,7 @@ class Hints {
     }
   }
 
-  /** After native code other than a refresh has read records of entities. */
+  /** Runs after native code other than a refresh has read records of entities. */
   noteRead(handles) {
     if (this._isOff) {
       return;
@@ -224,12 +224,12 @@ class Hints {
   // --- Entities whose world matrix is used.
 
   /**
-   * Meets an entity whose world matrix is used, which may never have been computed.
+   * Examines an entity whose world matrix is used: it may never have been computed.
    * @param {string} place
    * @param {string} use the beginning of the message
    */
   _use(call, track, element, place, use) {
-    // What was made, or is linked or listed, after the last refresh will be computed by the next.
+    // The next refresh will compute entities that were created, linked or listed after the last one.
     if (!track.isRefreshed || !track.isBlank(element) || this._commands[0] !== 0) {
       return;
     }
@@ -243,7 +243,7 @@ class Hints {
     }
   }
 
-  /** Entities that were never listed have no local matrix: zeros, for them and for all below. */
+  /** Entities that were never listed have a local matrix of zeros, and so all below them. */
   _findUnread(call, handle, place, use) {
     let unread;
     for (let at = handle; at !== undefined; at = this._tree.parent(at)) {
@@ -263,13 +263,13 @@ class Hints {
     this._addEntity('not-listed', track, element, call, place, `${found}: ${cure}`);
   }
 
-  /** True if an entity waits in the dirty list. */
+  /** True if an entity is in the dirty list. */
   _isListed(handle) {
     const at = this._dirty.indexOf(handle, 1);
     return at !== -1 && at <= this._dirty[0];
   }
 
-  /** After script has read a world matrix through a view. */
+  /** Runs after JavaScript has read a world matrix through a view. */
   noteWorldRead(method, entry, element) {
     if (this._isOff) {
       return;
@@ -281,7 +281,7 @@ class Hints {
     this.report();
   }
 
-  /** After a culling call: its objects, by handle; null for all. */
+  /** Runs after a culling call. `list` has the handles of its objects; null for all. */
   noteCulled(call, given, list) {
     if (this._isOff) {
       return;
@@ -333,7 +333,7 @@ class Hints {
     for (let k = 0; k < kSphereFields.length; ++k) {
       if (Number.isNaN(view.getFloat32(at + cullingObject.center + 4 * k, true))) {
         const name = `${place}, ${kSphereFields[k]}`;
-        const found = `${place}: ${kSphereFields[k]} is NaN, and no camera leaves it out`;
+        const found = `${place}: ${kSphereFields[k]} is NaN, so every camera sees the object`;
         const text = `${found}: write numbers; undefined becomes NaN in a float`;
         this._report.add('nan', entry, name, call, handle, name, text);
         return;
@@ -343,7 +343,7 @@ class Hints {
 
   // --- Players and clips.
 
-  /** After a clip was made. */
+  /** Runs after a clip was created. */
   noteClip(call, entry) {
     if (this._isOff || entry === undefined || entry.facts.degrees === null) {
       return;
@@ -357,7 +357,7 @@ class Hints {
   }
 
   /**
-   * Carries an update out, and looks at what it reads and writes.
+   * Executes an update, and examines what it reads and writes.
    * @param {string} call
    * @param {Array<{entry: Object, reach: Object}>} played players of one kind, with what they write
    * @param {boolean} walks true if the update computes trees under no root
@@ -388,7 +388,7 @@ class Hints {
     return result;
   }
 
-  /** Keeps the records of entities as they are ahead of their first player. */
+  /** Copies the records of entities before their first player writes them. */
   _keepRests(entry, { entities }) {
     if (this._kept.get(entry) === entities.size) {
       return;

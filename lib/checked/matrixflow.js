@@ -1,8 +1,8 @@
 'use strict';
-// A dry run of a command buffer. Commands may write what later ones are, so a look at the stream is not
-// enough: the dry run carries all of them out, on copies of the blocks that they write, and throws
-// for those that native code would let run past a block. It stops where native code stops with a
-// result, which then tells it.
+// A dry run of a command buffer. Commands may overwrite later ones, so inspecting the stream is not enough: the
+// dry run executes all of them on copies of the blocks that they write, and throws for those that native code
+// would let access memory past a block. Where native code stops with a result code, it stops, too, and leaves
+// the report to that code.
 const { matrixFlowTable } = require('../command-tables');
 const { matrixFlowCommands: types } = require('../layout');
 const { copyOfBuffer } = require('./arguments');
@@ -13,7 +13,7 @@ const kLargestLength = 0x7ffffffb;
 const kLargestBulk = 0x3fffffff;
 const kLeastDivisor = 2 ** -126;
 
-/** Most runs inside of each other. Each takes some 300 bytes of the stack, which has 4 MB in a worker. */
+/** Largest number of nested runs. Each takes some 300 bytes of the stack, which has 4 MB in a worker. */
 const kLargestDepth = 10000;
 
 const { fround } = Math;
@@ -33,11 +33,11 @@ function multiply(a, b, n) {
   return out;
 }
 
-/** Ends a dry run where native code ends, with a result of its own. */
+/** Ends a dry run where native code ends with a result code. */
 const kStopped = Symbol('stopped');
 
-/** Handles on the way from a buffer to itself; of many, the first and the last. */
-function showCircle(ids) {
+/** Handles on the cycle from a buffer to itself; of many, the first and the last. */
+function showCycle(ids) {
   const shown = ids.length > 9 ? [...ids.slice(0, 4), '…', ...ids.slice(-4)] : ids;
   return shown.join(' > ');
 }
@@ -48,7 +48,7 @@ class DryRun {
     this._shared = [engine.dirtyEntities, engine.entityCommands];
     /** Copies of blocks that were written, by memoryID. */
     this._copies = new Map();
-    /** Entries whose runs have not ended, each called by the one ahead of it. */
+    /** Entries whose runs have not ended, each called by the previous one. */
     this._running = new Set();
   }
 
@@ -72,7 +72,7 @@ class DryRun {
     return new DataView(owner.native.buffer);
   }
 
-  /** The block to write into. */
+  /** The copy of a block to write into. */
   _copyOf(label, memoryID) {
     if (!this._copies.has(memoryID)) {
       const { buffer } = this._block(label, memoryID);
@@ -81,7 +81,7 @@ class DryRun {
     return this._copies.get(memoryID);
   }
 
-  /** Carries out the buffer of an entry and all that it calls, up to where native code ends. */
+  /** Executes the buffer of an entry and all that it calls, up to where native code ends. */
   run(entry) {
     const runs = [this._begin(kCall, entry)];
     while (runs.length !== 0) {
@@ -106,13 +106,13 @@ class DryRun {
     if (this._running.has(entry)) {
       const chain = [...this._running, entry].map(({ id }) => id);
       const from = chain.indexOf(entry.id);
-      const circle = showCircle(chain.slice(from));
-      const trouble = `command buffers call each other in a circle, ${circle}`;
-      throw new RangeError(`${label}: ${trouble}: call each from outside of its own run.`);
+      const cycle = showCycle(chain.slice(from));
+      const trouble = `command buffers call each other in a cycle, ${cycle}`;
+      throw new RangeError(`${label}: ${trouble}: don't call a buffer from its own run.`);
     }
     if (this._running.size === kLargestDepth) {
       const trouble = `${kLargestDepth} command buffers call each other in a chain`;
-      throw new RangeError(`${label}: ${trouble}: execute parts of it by themselves.`);
+      throw new RangeError(`${label}: ${trouble}: execute parts of it separately.`);
     }
     const end = kWordBytes + this._length(label, entry);
     this._running.add(entry);
@@ -125,12 +125,14 @@ class DryRun {
     const name = `command buffer ${entry.id} of ${size} bytes`;
     if (size < kWordBytes) {
       const trouble = `${name} has no room for the length word`;
-      throw new RangeError(`${label}: ${trouble}: make it of 4 bytes plus those of the commands.`);
+      throw new RangeError(
+        `${label}: ${trouble}: create it with 4 bytes plus those of the commands.`
+      );
     }
     const length = view.getUint32(0, true);
     const room = Math.min(size - kWordBytes, kLargestLength);
     if (length > room || length % kWordBytes !== 0) {
-      const trouble = length > room ? `beyond the ${room} behind it` : 'no multiple of 4';
+      const trouble = length > room ? `beyond the ${room} bytes after it` : 'no multiple of 4';
       const found = `the length word of ${name} is ${length}, ${trouble}`;
       throw new RangeError(`${label}: ${found}: write the stream by a MatrixFlowWriter.`);
     }
@@ -138,7 +140,7 @@ class DryRun {
   }
 
   /**
-   * Carries out the next command of a run.
+   * Executes the next command of a run.
    * @returns {?Object|symbol} the run that it calls, undefined if it calls none, or kStopped
    */
   _command(run) {
@@ -174,7 +176,7 @@ class DryRun {
 
   /**
    * An operand, or null where native code ends with a result.
-   * @param {string} name as the table of commands calls it
+   * @param {string} name as in the table of commands
    */
   _operand(label, name, memoryID, offset, bytes, proven) {
     const view = this._block(label, memoryID);
@@ -187,8 +189,8 @@ class DryRun {
       return null;
     }
     if (offset + bytes > size) {
-      const trouble = `operand ${name}, ${bytes} bytes at offset ${offset}, ends behind block`;
-      const found = `${trouble} ${memoryID} of ${size}, and native code does not notice`;
+      const trouble = `operand ${name}, ${bytes} bytes at offset ${offset}, ends beyond block`;
+      const found = `${trouble} ${memoryID} of ${size}, and native code does not check that`;
       const cure = bytes > size ? 'use a larger block' : `give an offset up to ${size - bytes}`;
       throw new RangeError(`${label}: ${found}: ${cure}.`);
     }
@@ -261,7 +263,7 @@ class DryRun {
   }
 }
 
-/** Checks and carries out `execute`. */
+/** Checks and executes `execute`. */
 function execute(state, entry) {
   new DryRun(state).run(entry);
   return entry.native.execute();

@@ -1,6 +1,6 @@
 'use strict';
-// The objects that a checked engine makes. Each has the class name and the properties of the native one
-// behind it, and its methods, checked. Script can't make one by `new`.
+// The objects that a checked engine returns. Each wraps a native one: it has the same class name and properties, and
+// checked versions of its methods. JavaScript can't create one with `new`.
 const { bytesOfBuffer, checkWhole, show } = require('./arguments');
 const { checkController } = require('./players');
 const { checkWriteBack, noteUpdate, readTargetLists, restoredEntities } = require('./target-lists');
@@ -16,7 +16,7 @@ function refuseNew(name, source) {
   throw new TypeError(`new ${name}: objects of this class come from ${source} only: call that.`);
 }
 
-/** What stands behind the receiver of a method. */
+/** State and entry of the receiver of a method. */
 function receiverOf(receiver, className, method) {
   const found = behind.get(receiver);
   if (found === undefined || Object.getPrototypeOf(receiver) !== classes[className].prototype) {
@@ -31,7 +31,7 @@ class EngineEntity {
     refuseNew('EngineEntity', 'createEntity');
   }
 
-  /** Views call it after script has read a world matrix. */
+  /** Views call it after JavaScript has read a world matrix. */
   [worldRead](method, element) {
     const { state, entry } = behind.get(this);
     state.hints.noteWorldRead(method, entry, element);
@@ -102,7 +102,7 @@ class EngineAnimatorControllerModel {
   }
 }
 
-/** Weights by entity, the first where there are several; or a complaint. */
+/** Returns the weights by entity, the first where there are several, or throws. */
 function readMask(call, registry, [, buffer, byteOffset, count]) {
   const bytes = bytesOfBuffer(call, 'buffer', buffer);
   checkWhole(call, 'byteOffset', byteOffset);
@@ -120,7 +120,7 @@ function readMask(call, registry, [, buffer, byteOffset, count]) {
     if (!isNone(handle)) {
       const label = `${call}: entity of record ${i}:`;
       if (!registry.require('entity', label, handle).is3D) {
-        const trouble = `${handle} is 2D, and controllers move none of those`;
+        const trouble = `${handle} is 2D, and controllers do not move 2D entities`;
         throw new RangeError(`${label} ${trouble}: give a 3D entity.`);
       }
     }
@@ -163,7 +163,7 @@ for (const name of Object.keys(classes)) {
 }
 
 /**
- * The object that script gets for a native one, entered into the registry.
+ * Wraps a native object for JavaScript, and enters it into the registry.
  * @param {Object} state of the checked engine
  * @param {string} kind
  * @param {Object} native

@@ -9,10 +9,10 @@ const { animator, animatorClip, controller, controllerLayer } = layout;
 const { controllerState, controllerClip, skinning, layerBlendModes } = layout;
 
 /**
- * What an update writes.
+ * The data that an update writes.
  * @typedef {Object} Reach
- * @property {Set<number>} entities whose records and local matrices it writes, where they are there
- * @property {number} [tree] top of the tree under no root whose world matrices it computes
+ * @property {Set<number>} entities whose records and local matrices it writes, where they exist
+ * @property {number} [tree] topmost entity of the tree under no root whose world matrices it computes
  * @property {Object} [binding] entry of the binding of a controller
  * @property {Set<number>} [entered] numbers that it adds to the rest poses of the binding
  */
@@ -24,7 +24,7 @@ function viewOf(entry) {
   return new DataView(entry.native.buffer);
 }
 
-/** The tree that an animator computes: that of its first target, unless a refresh does it. */
+/** The tree that an animator computes: that of its first target, unless it is under a root. */
 function treeOfFirst(state, targets, isBlend) {
   if (targets.length === 0) {
     return undefined;
@@ -35,7 +35,7 @@ function treeOfFirst(state, targets, isBlend) {
 }
 
 /**
- * Throws for an animator that would end the process, or leave a target out.
+ * Throws for an animator that would end the process, or skip a target.
  * @returns {Reach}
  */
 function checkAnimator(call, state, entry) {
@@ -56,7 +56,7 @@ function checkAnimator(call, state, entry) {
       ++active;
       if (end > entityCount) {
         const found = `its ${clip.targetCount} targets end at entry ${end} of the target table`;
-        const cure = 'make the animator with an entityCount of the sum over its clips';
+        const cure = 'create the animator with an entityCount of the sum over its clips';
         throw new RangeError(`${label} ${found}, which has ${entityCount}: ${cure}.`);
       }
       for (let k = base; k < end; ++k) {
@@ -75,7 +75,7 @@ function checkAnimator(call, state, entry) {
   return { entities: new Set(targets), tree: treeOfFirst(state, targets, active > 1) };
 }
 
-/** Throws unless each bone of a skinning component gets a result of its own. */
+/** Throws unless each bone of a skinning component gets its own result. */
 function checkSkinning(call, { registry }, entry) {
   const { id, boneCount } = entry;
   const view = viewOf(entry);
@@ -86,7 +86,9 @@ function checkSkinning(call, { registry }, entry) {
     const index = view.getUint32(skinning.indices + 4 * i, true);
     if (index >= model.matrixCount && index !== layout.handles.none) {
       const found = `bone ${i} has matrix ${index} of a model of ${model.matrixCount}`;
-      throw new RangeError(`${label}: ${found}: it gets no result; write 0xFFFFFFFF if so meant.`);
+      throw new RangeError(
+        `${label}: ${found}: it gets no result; write 0xFFFFFFFF if that is intended.`
+      );
     }
     const handle = view.getUint32(skinning.entities(boneCount) + 4 * i, true);
     const bone =
@@ -97,7 +99,7 @@ function checkSkinning(call, { registry }, entry) {
     }
     if (bone.is3D !== first) {
       const trouble = `bones 0 and ${i} are of both kinds, whose results overwrite each other`;
-      throw new RangeError(`${label}: ${trouble}: take 2D and 3D bones into different components.`);
+      throw new RangeError(`${label}: ${trouble}: put 2D and 3D bones into different components.`);
     }
   }
   return { entities: new Set() };
@@ -115,9 +117,9 @@ function reachOfClip(layer, handle, clip, entities) {
 }
 
 /**
- * Throws for a state that names a clip whose object was collected after the binding took its list: natively
- * nothing plays, until another clip gets the handle and plays on those targets. What has no list in the
- * binding is skipped, whatever it names.
+ * Throws for a state that names a clip whose object was collected after the binding read its list: native code
+ * plays nothing, until another clip gets the handle and plays on those targets. Clips without a list in the
+ * binding are skipped, whatever they name.
  */
 function checkState(call, { registry }, entry, layer, { entities, entered }) {
   const { additive, binding, mask } = layer;
@@ -173,7 +175,7 @@ function checkLayer(call, state, entry, index, reach) {
   while (!isNone(handle)) {
     const current = state.registry.require('state', place, handle);
     if (seen.has(current)) {
-      const trouble = `its chain of states comes back to ${current.id}, and would never end`;
+      const trouble = `its chain of states loops back to ${current.id}, and would never end`;
       throw new RangeError(`${label}: ${trouble}: write 0xFFFFFFFF as the last state's next.`);
     }
     seen.add(current);
@@ -192,7 +194,7 @@ function checkLayer(call, state, entry, index, reach) {
 }
 
 /**
- * Throws for a controller whose states loop, or name what is not there.
+ * Throws for a controller whose states loop, or name objects that don't exist.
  * @returns {Reach}
  */
 function reachOfController(call, state, entry) {
@@ -210,7 +212,7 @@ function reachOfController(call, state, entry) {
   return reach;
 }
 
-/** Notes what an update adds to the rest poses of its binding; to be called when nothing can throw any more. */
+/** Records what an update adds to the rest poses of its binding. Call it only after all checks have passed. */
 function noteEntered({ binding, entered }) {
   if (binding !== undefined) {
     entered.forEach((number) => binding.restPoses.enter(number));
@@ -218,7 +220,7 @@ function noteEntered({ binding, entered }) {
 }
 
 /**
- * Throws for a controller whose states loop, or name what is not there.
+ * Throws for a controller whose states loop, or name objects that don't exist.
  * @returns {Reach}
  */
 function checkController(call, state, entry) {
@@ -240,20 +242,20 @@ const players = {
   skinning: { kind: 'skinning', check: checkSkinning },
 };
 
-/** Adds to a message that a player moves an entity only because its handle is the number of a rest pose. */
+/** Text of a message if a player moves an entity only because its handle is the number of a rest pose. */
 function explainNumber(id, { binding, entered }, handle) {
   const isNumber =
     binding !== undefined && (binding.restPoses.isEntered(handle) || entered.has(handle));
   return isNumber ? `, ${id} by a rest pose that blending enters under that number` : '';
 }
 
-/** Throws unless no two reaches of a batch meet: they are written side by side. */
+/** Throws if two players of a batch write the same data: they run in parallel. */
 function checkSharing(call, { registry, tree }, ids, reaches) {
   const cure = 'update them in different batches';
   const bindings = new Map();
   const owners = new Map();
   const trees = new Map();
-  // Looked up where two meet only. A controller passes over what is gone, and over 2D entities.
+  // Looked up only where two players meet. Controllers skip released and 2D entities.
   const isMoved = (handle, binding) => {
     const batch = registry.find('entity', handle);
     return batch !== undefined && (batch.is3D || binding === undefined);
@@ -300,7 +302,7 @@ function checkSharing(call, { registry, tree }, ids, reaches) {
 }
 
 /**
- * Throws unless the players of a batch can be updated side by side.
+ * Throws unless the players of a batch can be updated in parallel.
  * @returns {Array<{entry: Object, reach: Reach}>}
  */
 function checkBatch(call, state, { kind, check }, handles) {
@@ -310,7 +312,7 @@ function checkBatch(call, state, { kind, check }, handles) {
   const reaches = handles.map((handle, i) => {
     const entry = state.registry.require(kind, `${call}: handles, entry ${i}:`, handle);
     if (seen.has(entry)) {
-      const trouble = `handles, entry ${i}: ${keyOf(handle)} stands in the batch twice`;
+      const trouble = `handles, entry ${i}: ${keyOf(handle)} is in the batch twice`;
       throw new RangeError(`${call}: ${trouble}: name each object once.`);
     }
     seen.add(entry);

@@ -1,16 +1,16 @@
 'use strict';
-// What a checked engine has made: a table for each kind of handle. Handles of different kinds have the
-// same numbers, so a handle means something together with its kind only.
+// The objects that a checked engine has created: a table for each kind of handle. Handles of different kinds have
+// the same numbers, so a handle has a meaning only together with its kind.
 //
-// The table holds the native object, not the one that script has. When script's is collected, the
-// record is "let go": its handle counts as gone, and the native object is dropped, to be collected in
-// its turn. Whatever a live record names is therefore there natively, and its memory can be read.
+// The table holds the native object, not its JavaScript wrapper. When the wrapper is collected, the entry is
+// released: its handle is invalid from then on, and the native object is dropped, to be collected next. So the
+// native object of a live entry exists, and its memory can be read.
 const { handles } = require('../layout');
 const { onCollected } = require('./watch');
 
 const { elementMask, none: kNone } = handles;
 
-/** How messages call each kind, and where its handles come from. */
+/** Name of each kind in messages, and the method that creates its handles. */
 const kinds = Object.freeze({
   entity: { name: 'entity', source: 'createEntity' },
   culling: { name: 'culling object', source: 'createComponent(1, …)' },
@@ -42,12 +42,12 @@ function isNone(handle) {
  * @property {string} kind
  * @property {number} id
  * @property {number} count elements under the handle; 1 for all but entities and culling objects
- * @property {boolean} live script's object has not been collected, as far as is known
- * @property {?Object} native null once it was let go
+ * @property {boolean} live the wrapper has not been collected, as far as is known
+ * @property {?Object} native null once the entry was released
  */
 
 class Registry {
-  /** @param {function(Entry): void} onForgotten called when an entry's native object is gone */
+  /** @param {function(Entry): void} onForgotten called when an entry's native object was collected */
   constructor(onForgotten) {
     this._onForgotten = onForgotten;
     this._tables = {};
@@ -61,7 +61,7 @@ class Registry {
   }
 
   /**
-   * Enters a new native object and the one that script gets for it.
+   * Adds a new native object and its wrapper.
    * @param {string} kind
    * @param {Object} native
    * @param {Object} object
@@ -74,7 +74,7 @@ class Registry {
     const table = this._tables[kind];
     const before = table.get(id);
     if (before !== undefined) {
-      // Its native object is gone, or the slot would not have been given out again.
+      // Its native object was collected, or the slot would not have been reused.
       this._forget(before);
     }
     table.set(id, entry);
@@ -117,14 +117,14 @@ class Registry {
     return entry;
   }
 
-  /** The entry of a handle that native code still has, as far as is known: live, or let go and not collected. */
+  /** The entry of a handle that native code still has, as far as is known: live, or released and not collected. */
   findNative(kind, handle) {
     const entry = this._tables[kind].get(keyOf(handle));
     return entry !== undefined && (handle & elementMask) < entry.count ? entry : undefined;
   }
 
   /**
-   * The live entry of a handle, or a complaint.
+   * Returns the live entry of a handle, or throws.
    * @param {string} label call and place of the handle
    */
   require(kind, label, handle) {
@@ -137,12 +137,12 @@ class Registry {
     return entry;
   }
 
-  /** Why a handle names nothing of a kind, and what to do. */
+  /** Why a handle names no object of a kind, and what to do. */
   _explain(kind, handle) {
     const { source } = kinds[kind];
-    const give = `give the "id" of what ${source} made`;
+    const give = `give the "id" of what ${source} returned`;
     if (isNone(handle)) {
-      return ['it stands for none', give];
+      return ['it means none', give];
     }
     const key = keyOf(handle);
     const entry = this._tables[kind].get(key);
@@ -160,15 +160,15 @@ class Registry {
         give,
       ];
     }
-    return ['this checked engine has made nothing of that handle', give];
+    return ['this checked engine has created no object with that handle', give];
   }
 
-  /** The entry that a block came with, also one that was let go; undefined if there is none. */
+  /** The entry that owns a block, also one that was released; undefined if there is none. */
   ownerOf(memoryID) {
     return this._blocks.get(memoryID);
   }
 
-  /** Calls `visit` for all live entries of a kind, in no order. */
+  /** Calls `visit` for all live entries of a kind, in no particular order. */
   each(kind, visit) {
     this._tables[kind].forEach((entry) => {
       if (entry.live) {

@@ -1,8 +1,8 @@
 'use strict';
-// The rest poses of a binding, as native code keeps them: a map from numbers, which are not only handles of
-// entities. Where an override layer animates a channel by a weight below 1, the pose that fills it up is
-// looked up under the blended value itself, truncated, and a look-up that misses enters an identity. Such
-// a number can be the handle of an entity, and a state that fills defaults then moves that one as well.
+// The rest poses of a binding, as native code stores them: a map from numbers, which are not only handles of
+// entities. Where an override layer animates a channel by a weight below 1, the pose that completes it is
+// looked up by the blended value itself, truncated, and a look-up that misses enters an identity. Such
+// a number can be the handle of an entity, and a state with `fillDefaults` then moves that entity as well.
 const { sampleTypes } = require('../clip');
 const { controllerClip, controllerState } = require('../layout');
 
@@ -12,16 +12,16 @@ const kScaleZ = 5;
 const kTopBit = 2 ** 31;
 const kUnmasked = 1;
 
-/** Handles of entities begin here: no smaller number is one. */
+/** The smallest handle. */
 const kLeastHandle = 4096;
 
-/** A bound of blended values below this one is below kLeastHandle, whatever was rounded on the way. */
+/** Blended values with a bound below this are below kLeastHandle, including all rounding errors. */
 const kSafeBound = 4000;
 
-/** The largest that the two weights of tangents get within a segment. */
+/** Maximum of the two tangent weights (Hermite basis) within a segment. */
 const kLargestTangentWeight = 4 / 27;
 
-/** Rest poses by number. Of a pose, only the z scale decides about further numbers. */
+/** Rest poses by number. Of each pose, only the z scale affects further numbers. */
 class RestPoses {
   constructor() {
     this._scaleZ = new Map();
@@ -37,23 +37,23 @@ class RestPoses {
     this._scaleZ.forEach((_, number) => callback(number));
   }
 
-  /** z scale of the pose of a number; a pose that is missing counts as the identity. */
+  /** z scale of the pose of a number; the identity's if there is none. */
   scaleZ(number) {
     return this.has(number) ? this._scaleZ.get(number) : 1;
   }
 
-  /** Takes the pose of an entity. */
+  /** Stores the pose of an entity. */
   take(handle, scaleZ) {
     this._scaleZ.set(handle, scaleZ);
   }
 
-  /** Enters the identity that blending makes. */
+  /** Enters an identity, as blending does. */
   enter(number) {
     this._scaleZ.set(number, 1);
     this._entered.add(number);
   }
 
-  /** Takes a pose over as it is there. */
+  /** Copies a pose from another map. */
   copyFrom(other, number) {
     this._scaleZ.set(number, other.scaleZ(number));
     if (other.isEntered(number)) {
@@ -61,7 +61,7 @@ class RestPoses {
     }
   }
 
-  /** True for a pose that blending entered, and that was taken from no entity since. */
+  /** True for a pose that blending entered, and that no snapshot of an entity has replaced. */
   isEntered(number) {
     return this._entered.has(number);
   }
@@ -72,7 +72,7 @@ class RestPoses {
   }
 }
 
-/** Truncates towards zero as native code does; what no 32 bits can hold gives 0x80000000. */
+/** Truncates towards zero as native code does; values that do not fit 32 bits give 0x80000000. */
 function truncateToU32(value) {
   if (value >= kTopBit) {
     return value < 2 * kTopBit ? Math.trunc(value) : kTopBit;
@@ -100,7 +100,7 @@ function tracksOf({ curves }) {
   return tracks;
 }
 
-/** A bound of what a channel gives at any time. */
+/** Upper bound of the absolute value of a channel at any time. */
 function boundOfChannel(keys, framesPerSecond) {
   let bound = 0;
   keys.forEach(({ frame, value, inTangent }, i) => {
@@ -117,7 +117,7 @@ function boundOfChannel(keys, framesPerSecond) {
 }
 
 /**
- * What blending needs to know of a clip.
+ * The data of a clip that blending uses.
  * @param {Object} clip as readClip returns it
  */
 function contentOf(clip) {
@@ -132,7 +132,7 @@ function contentOf(clip) {
   return { bound, framesPerSecond, frameCount, tracks };
 }
 
-/** The value of a channel, in the single precision and the order of operations of native code. */
+/** The value of a channel, in single precision and the order of operations of native code. */
 function sampleChannel(keys, time, framesPerSecond) {
   if (keys.length === 0) {
     return NaN;
@@ -167,7 +167,7 @@ function sampleChannel(keys, time, framesPerSecond) {
   return fround(fround(values + out) + into);
 }
 
-/** True if a track gives a rotation at a moment, or a part of one that `fill` completes. */
+/** True if a track has a rotation at the sampled time, or a part of one that `fill` completes. */
 function hasRotation({ isQuaternion, channels }, sample, fill) {
   const last = isQuaternion ? 9 : 8;
   for (let c = 6; c <= last; ++c) {
@@ -178,7 +178,7 @@ function hasRotation({ isQuaternion, channels }, sample, fill) {
   return true;
 }
 
-/** A pose without anything: a weight that is no number says nothing. */
+/** An empty pose: a NaN weight means not animated. */
 function emptyPose() {
   return {
     values: new Float32Array(kPoseChannels),
@@ -187,7 +187,7 @@ function emptyPose() {
   };
 }
 
-/** A weight that says nothing counts as 0 as soon as something is added. */
+/** A NaN weight becomes 0 as soon as something is added. */
 function touched(weight) {
   return Number.isNaN(weight) ? 0 : weight;
 }
@@ -199,7 +199,7 @@ function poseIn(poses, handle) {
   return poses.get(handle);
 }
 
-/** The clips of a state that take part: those that the binding has a list for. */
+/** The clips of a state that play: those of weight not 0 that the binding has a list for. */
 function playedClips({ registry, binding }, entry, view) {
   const played = [];
   for (let k = 0; k < entry.clipCount; ++k) {
@@ -215,7 +215,7 @@ function playedClips({ registry, binding }, entry, view) {
   return played;
 }
 
-/** The poses that a state of an override layer gives, by entity. */
+/** The poses of a state of an override layer, by entity. */
 function posesOfState(layer, entry, view) {
   const { registry, mask, isKnown } = layer;
   const poses = new Map();
@@ -261,7 +261,7 @@ function addToLayer(pose, share, sum) {
   }
 }
 
-/** Looks up what fills a pose of a layer up, by the values that it has. */
+/** Looks up the rest poses that complete a pose of a layer, by its blended values. */
 function completePose({ values, weights, rotationWeight }, restPoses, enter) {
   for (let c = 0; c < kPoseChannels; ++c) {
     if (1 > weights[c]) {
@@ -277,7 +277,7 @@ function completePose({ values, weights, rotationWeight }, restPoses, enter) {
   }
 }
 
-/** A bound of the values that a layer blends. */
+/** Upper bound of the absolute values that a layer blends. */
 function boundOfLayer(layer, states) {
   let largestMask = kUnmasked;
   layer.mask.forEach((weight) => {
@@ -294,10 +294,10 @@ function boundOfLayer(layer, states) {
 }
 
 /**
- * Finds the numbers that an override layer enters into the rest poses and that can be handles.
+ * Finds the numbers that an override layer enters into the rest poses, and that may be handles.
  * @param {{registry: Object, binding: Object, mask: Map<number, number>, isKnown: function(number): boolean}}
- *   layer `isKnown` tells which numbers have a rest pose ahead of the layer
- * @param {Array<{entry: Object, view: DataView, weight: number}>} states that take part, in order
+ *   layer `isKnown` says which numbers have a rest pose before the layer
+ * @param {Array<{entry: Object, view: DataView, weight: number}>} states that play, in order
  * @param {function(number): void} onNumber
  */
 function findNumbers(layer, states, onNumber) {

@@ -1,12 +1,11 @@
 'use strict';
-// Target lists of bindings, and the rest poses that a binding has: which entities a controller moves
-// depends on both.
+// Target lists and rest poses of bindings: both determine which entities a controller moves.
 const { addedModes, entity3D } = require('../layout');
 const { bytesOfBuffer, checkWhole } = require('./arguments');
 const { kNone } = require('./registry');
 const { RestPoses } = require('./rest-poses');
 
-/** Bit of removedMode and keptMode that writes poses back; the rest of the mode says what to keep. */
+/** Bit of removedMode and keptMode that writes poses back; the other bits say what to keep. */
 const kWriteBack = 2;
 const kKeepPose = 0;
 const kTakePose = 1;
@@ -21,7 +20,7 @@ function scaleZOf(batch, handle) {
 
 /**
  * Reads the first four arguments of createAnimationClipBinding and updateBinding, or throws.
- * @param {number} least of the two counts: only an update may have none, and empties the binding
+ * @param {number} least minimum of the two counts: only an update may have 0, which empties the binding
  * @returns {{lists: Map<number, number[]>, entities: Map<number, number>}} the list of each clip, and the
  *   z scale of all entities of the lists, those of a clip's second list included
  */
@@ -48,7 +47,7 @@ function readTargetLists(call, registry, least, [buffer, byteOffset, clipCount, 
     const n = cursor < targetWords ? word(clipCount + cursor) : 0;
     if (cursor + 1 + n > targetWords) {
       const found = `the list of clip ${c} ends at word ${cursor + 1 + n} of the targets`;
-      const cure = 'give the words of all lists, a count ahead of each';
+      const cure = 'give the words of all lists, a count before each';
       throw new RangeError(`${call}: ${found}, and targetWords is ${targetWords}: ${cure}.`);
     }
     const list = [];
@@ -73,7 +72,7 @@ function readTargetLists(call, registry, least, [buffer, byteOffset, clipCount, 
   return { lists, entities };
 }
 
-/** The topmost 3D entity above the first one of the lists, as native code remembers it. */
+/** The topmost 3D entity above the first one of the lists, as native code stores it. */
 function findRoot({ registry, tree }, lists) {
   const clips = Array.from(lists.keys()).sort((a, b) => a - b);
   const first = clips.find((clip) => lists.get(clip).length !== 0);
@@ -91,13 +90,13 @@ function findRoot({ registry, tree }, lists) {
   }
 }
 
-/** Notes in the entry of a binding what its new lists are. */
+/** Records the new lists of a binding in its entry. */
 function noteLists(state, entry, { lists }) {
   entry.lists = lists;
   entry.root = findRoot(state, lists);
 }
 
-/** After creation: rest poses of all entities, or none. */
+/** Runs after creation: records the rest poses of all entities, or none. */
 function noteCreation(state, entry, read, mode) {
   noteLists(state, entry, read);
   entry.restPoses = new RestPoses();
@@ -106,15 +105,15 @@ function noteCreation(state, entry, read, mode) {
   }
 }
 
-/** True for an entity that native code finds, and takes for one in 3D. */
+/** True for an entity that native code finds as a 3D entity. */
 function isThere3D({ registry }, handle) {
   const batch = registry.findNative('entity', handle);
   return batch !== undefined && batch.is3D;
 }
 
 /**
- * Throws for modes that write rest poses back, if one of these was entered by blending, under a number that
- * is an entity: it is an identity that this entity never had.
+ * Throws for modes that write rest poses back, if blending entered one of these under a number that is the handle
+ * of an entity: it is an identity, and not a pose of this entity.
  */
 function checkWriteBack(call, { registry }, entry, read, removedMode, keptMode) {
   entry.restPoses.entered().forEach((number) => {
@@ -132,7 +131,7 @@ function checkWriteBack(call, { registry }, entry, read, removedMode, keptMode) 
   });
 }
 
-/** The entities whose rest poses updateBinding has written back, ahead of `noteUpdate`. */
+/** The entities whose rest poses updateBinding has written back. Call it before `noteUpdate`. */
 function restoredEntities(entry, { entities }, removedMode, keptMode) {
   const restored = [];
   entry.restPoses.forEach((handle) => {
@@ -143,7 +142,7 @@ function restoredEntities(entry, { entities }, removedMode, keptMode) {
   return restored;
 }
 
-/** After updateBinding has returned true. */
+/** Runs after updateBinding has returned true. */
 function noteUpdate(state, entry, read, removedMode, keptMode, addedMode) {
   noteLists(state, entry, read);
   const before = entry.restPoses;
@@ -152,7 +151,7 @@ function noteUpdate(state, entry, read, removedMode, keptMode, addedMode) {
   const after = new RestPoses();
   before.forEach((handle) => {
     const isLeft = !read.entities.has(handle) && removedPose === kKeepPose;
-    // Poses of entities that are gone go with the update.
+    // The update drops poses of released entities.
     if (isLeft && isThere3D(state, handle)) {
       after.copyFrom(before, handle);
     }

@@ -1,6 +1,6 @@
 'use strict';
-// The links of entities as native code has them: parents, bone bindings, roots. Native links can't be
-// read, so the model follows each command. A change can be taken back as long as it is not committed.
+// Model of the links of entities: parents, bone bindings, roots. Native links can't be read, so the model executes
+// each command. A change can be rolled back until it is committed.
 
 /** A map with its inverse: each key has one value, each value any number of keys. */
 class Links {
@@ -14,7 +14,7 @@ class Links {
     return this._values.get(key);
   }
 
-  /** The keys of a value, as an array of its own. */
+  /** The keys of a value, as a new array. */
   keysOf(value) {
     const keys = this._keys.get(value);
     return keys === undefined ? [] : Array.from(keys);
@@ -24,7 +24,7 @@ class Links {
     return this._keys.has(value);
   }
 
-  /** `value` undefined takes the link away. */
+  /** `value` undefined removes the link. */
   set(key, value) {
     const before = this._values.get(key);
     if (before !== value) {
@@ -63,12 +63,12 @@ class TreeModel {
     this._inactive = new Set();
   }
 
-  /** Makes all changes since the last commit last. */
+  /** Makes all changes since the last commit permanent. */
   commit() {
     this._journal.length = 0;
   }
 
-  /** Takes all changes since the last commit back. */
+  /** Undoes all changes since the last commit. */
   rollback() {
     while (this._journal.length !== 0) {
       this._journal.pop()();
@@ -84,7 +84,7 @@ class TreeModel {
     this._parents.set(child, parent);
   }
 
-  /** True if `handle` is `ancestor` or stands below it. */
+  /** True if `handle` is `ancestor` or below it. */
   isWithin(handle, ancestor) {
     if (handle !== ancestor && !this._parents.has(ancestor)) {
       return false;
@@ -125,7 +125,7 @@ class TreeModel {
     this._bones.set(entity, bone);
   }
 
-  /** True if `bone` is `entity` or follows it, directly or not. */
+  /** True if `bone` is `entity` or follows it, directly or indirectly. */
   follows(bone, entity) {
     for (let at = bone; at !== undefined; at = this._bones.get(at)) {
       if (at === entity) {
@@ -170,7 +170,7 @@ class TreeModel {
     this._parents.set(handle, undefined);
   }
 
-  /** Takes the links of an entity and of all below it. Roots stay roots. */
+  /** Removes the links of an entity and of all below it. Roots stay roots. */
   resetSubtree(handle) {
     const pending = [handle];
     while (pending.length !== 0) {
@@ -180,7 +180,7 @@ class TreeModel {
     }
   }
 
-  /** Takes out a batch that is gone: its children lose their parent. */
+  /** Removes a released batch: its children lose their parent. */
   removeBatch(id, count) {
     for (let handle = id; handle < id + count; ++handle) {
       this._parents.keysOf(handle).forEach((child) => this._parents.set(child, undefined));

@@ -1,10 +1,10 @@
 'use strict';
-// Tells when an object was collected. The host has no WeakRef; what it has is the destroy hook of an
-// AsyncResource, which runs a turn of the event loop after the resource was collected. The resource
-// hangs on the object alone, so it goes with the object, or a collection later.
+// Notifies when an object was garbage-collected. Node 12 has no WeakRef, but the destroy hook of an AsyncResource
+// runs in a turn of the event loop after the resource was collected. Only the object keeps the resource alive, so
+// it is collected with the object, or in the next collection.
 const { AsyncResource, createHook } = require('async_hooks');
 
-/** What to call, by the number of the resource that is gone. */
+/** Callbacks by async id of the resource. */
 const callbacks = new Map();
 
 const hook = createHook({
@@ -17,11 +17,11 @@ const hook = createHook({
   },
 });
 
-/** Resources by the objects that they hang on. */
+/** Resources by the objects that keep them alive. */
 const resources = new WeakMap();
 
 /**
- * Calls `callback` in a later turn, once `object` has been collected. Once an object.
+ * Calls `callback` in a later turn, after `object` has been collected. At most one callback per object.
  * @param {Object} object is not kept alive
  * @param {function(): void} callback must not refer to `object`
  */

@@ -423,7 +423,7 @@ describe('mistakes in a clip', () => {
       'a column that is too short',
       curveWith({ keys: Object.assign({}, columnsOfTwo, { outTangents: new Float32Array(1) }) }),
       RangeError,
-      `${one}: keys.outTangents has 1 elements and keys.frames 2: give one of each a key.`,
+      `${one}: keys.outTangents has 1 elements and keys.frames 2: give one of each per key.`,
     ],
     [
       'a value in columns that is not finite',
@@ -435,7 +435,7 @@ describe('mistakes in a clip', () => {
       'columns out of order',
       curveWith({ keys: columns([key(2), key(1)]) }),
       RangeError,
-      `${one}, key 1: its frame 1 follows 2 ahead of it: sort the keys by frame.`,
+      `${one}, key 1: its frame 1 follows 2 of the key before: sort the keys by frame.`,
     ],
     [
       'a key that is a number',
@@ -459,7 +459,7 @@ describe('mistakes in a clip', () => {
       'keys out of order',
       curveWith({ keys: [key(0), key(5), key(4)] }),
       RangeError,
-      `${one}, key 2: its frame 4 follows 5 ahead of it: sort the keys by frame.`,
+      `${one}, key 2: its frame 4 follows 5 of the key before: sort the keys by frame.`,
     ],
     [
       'curves of one channel out of order',

@@ -338,7 +338,7 @@ describe('createDataModel of a checked engine', () => {
     assert.strictEqual(nq.getEngine().createDataModel(1, [1, 2]).id, 4096);
   });
 
-  it('refuses buffers that were transferred away, and their views', () => {
+  it('refuses detached ArrayBuffers, and their views', () => {
     const view = new Uint8Array(64);
     const { buffer } = view;
     detach(buffer);
@@ -393,9 +393,9 @@ describe('setEntityName of a checked engine', () => {
     for (const value of [7, null, {}, Symbol('s')]) {
       lab.refuses(name(id, value), TypeError, 'name is', 'give a string');
     }
-    lab.refuses(name(0, 'a'), RangeError, '0 names no entity', 'stands for none');
+    lab.refuses(name(0, 'a'), RangeError, '0 names no entity', 'means none');
     lab.refuses(name(id + 2, 'a'), RangeError, `${id + 2} names no entity`, `ends at ${id + 1}`);
-    lab.refuses(name(999424, 'a'), RangeError, '999424 names no entity', 'made nothing');
+    lab.refuses(name(999424, 'a'), RangeError, '999424 names no entity', 'created no object');
     for (const [value, found] of noNumbers) {
       lab.refuses(name(value, 'a'), TypeError, `handle is ${found}`);
     }
@@ -533,7 +533,7 @@ describe('buffers with properties of their own, in a checked engine', () => {
     lab.passes(() => engine.createAnimationClipBinding(buffer, ...rest, 1));
   });
 
-  it('are refused when they were transferred away', () => {
+  it('are refused when they are detached', () => {
     const view = new DataView(new ArrayBuffer(64));
     detach(view.buffer);
     lab.refuses(() => engine.createDataModel(2, view), RangeError, 'data', 'transferred');

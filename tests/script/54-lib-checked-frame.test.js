@@ -149,7 +149,7 @@ describe('commands of a checked engine', () => {
   it('are refused where they close a cycle of parents', () => {
     const lab = new Lab(nq);
     const { id } = lab.entities(5);
-    const cycle = (parent, child) => `parent ${parent} stands below child ${child}`;
+    const cycle = (parent, child) => `parent ${parent} is below child ${child}`;
     lab.refusesCommands(
       [
         [2, id, id + 1],
@@ -329,7 +329,7 @@ describe('dirty list of a checked engine', () => {
     };
     assert(await collectUntil(isGone));
     const list = lab.dirty.slice(0, 2);
-    // Listed again by script, behind what stands there, it is refused.
+    // Appended again from JavaScript, it is refused.
     lab.dirty.set([2, id, id]);
     lab.refuses(() => engine.refreshWorldTransform(), RangeError, `entry 2: ${id} names no entity`);
     lab.dirty.set(list);
@@ -400,7 +400,7 @@ for (const [method, args, names] of [
         lab.refuses(call(...args, list), TypeError, `${method}: list is`, 'only an ArrayBuffer');
       }
       const more = call(...args, handles.buffer, 1);
-      lab.refuses(more, TypeError, `${args.length + 2} arguments`, 'list does not count');
+      lab.refuses(more, TypeError, `${args.length + 2} arguments`, 'list is ignored');
     });
 
     it('refuses lists that are short, or name nothing', () => {
@@ -521,7 +521,14 @@ suite('command buffers of a checked engine', () => {
     const run = () => buffer.execute();
     for (const length of [253, 256, 0x7ffffffc, none]) {
       words[0] = length;
-      lab.refuses(run, RangeError, 'execute', `length word`, `is ${length}`, 'the 252 behind it');
+      lab.refuses(
+        run,
+        RangeError,
+        'execute',
+        `length word`,
+        `is ${length}`,
+        'the 252 bytes after it'
+      );
     }
     words[0] = 6;
     lab.refuses(run, RangeError, 'is 6, no multiple of 4');
@@ -537,13 +544,13 @@ suite('command buffers of a checked engine', () => {
   it('are refused where they call themselves', () => {
     const { lab, buffer, data, writer } = fixture();
     writer.call(buffer.id);
-    const circle = (...ids) => `in a circle, ${ids.join(' > ')}`;
-    lab.refuses(() => buffer.execute(), RangeError, 'call', circle(buffer.id, buffer.id));
+    const cycle = (...ids) => `in a cycle, ${ids.join(' > ')}`;
+    lab.refuses(() => buffer.execute(), RangeError, 'call', cycle(buffer.id, buffer.id));
     writer.reset();
     writer.call(data.id);
     const other = new MatrixFlowWriter(data);
     other.call(buffer.id + 5);
-    const words = [`command buffer ${data.id} at byte 4`, circle(buffer.id, data.id, buffer.id)];
+    const words = [`command buffer ${data.id} at byte 4`, cycle(buffer.id, data.id, buffer.id)];
     lab.refuses(() => buffer.execute(), RangeError, ...words);
     other.reset();
     writer.call(data.id);
@@ -584,16 +591,16 @@ suite('command buffers of a checked engine', () => {
     assert.strictEqual(new Uint32Array(buffers[0].buffer)[6], 0);
   });
 
-  it('are refused where they call themselves in a long circle, from within a chain', () => {
+  it('are refused where they call themselves in a long cycle, from within a chain', () => {
     const { lab, buffer } = fixture();
     const buffers = chain(lab.engine, 200);
     const [{ id: first }, { id: second }] = buffers;
     const { id: last } = buffers[99];
     new Uint32Array(buffers[0].buffer).set([8, 1, last]);
     new MatrixFlowWriter(buffer).call(buffers[199].id);
-    const circle = [0, 1, 2, 3].map((i) => first - 4096 * i + 99 * 4096).join(' > ');
-    const words = [`${circle} > … > `, ` > ${second} > ${first} > ${last}`];
-    lab.refuses(() => buffer.execute(), RangeError, 'in a circle', ...words);
+    const cycle = [0, 1, 2, 3].map((i) => first - 4096 * i + 99 * 4096).join(' > ');
+    const words = [`${cycle} > … > `, ` > ${second} > ${first} > ${last}`];
+    lab.refuses(() => buffer.execute(), RangeError, 'in a cycle', ...words);
   });
 
   it('are refused where a short vector runs past its block', () => {
@@ -647,7 +654,7 @@ suite('command buffers of a checked engine', () => {
     const place = writer.bulkCopy(2, { memoryID: buffer.memoryID, offset: 28 }, at(4)) + 24;
     assert.strictEqual(place, 28);
     writer.scalarAdd(at(0), at(0), at(0));
-    lab.refuses(() => buffer.execute(), RangeError, 'byte 28, call', 'in a circle');
+    lab.refuses(() => buffer.execute(), RangeError, 'byte 28, call', 'in a cycle');
     assert.strictEqual(new Uint32Array(buffer.buffer)[7], 1001);
   });
 

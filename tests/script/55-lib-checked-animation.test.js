@@ -284,7 +284,7 @@ describe('skinning components of a checked engine', () => {
     lab.passes(batch(skins[0].id, skins[1].id, flatSkin.id));
     const [{ id: first }] = skins;
     const twice = batch(first, skins[1].id, first + 1);
-    lab.refuses(twice, RangeError, `handles, entry 2: ${first} stands in the batch twice`);
+    lab.refuses(twice, RangeError, `handles, entry 2: ${first} is in the batch twice`);
   });
 });
 
@@ -329,7 +329,7 @@ describe('controllers of a checked engine', () => {
         [0, state.id],
         [1, second.id],
       ]);
-      const words = [`controller ${controller.id}, layer 1`, `comes back to ${second.id}`];
+      const words = [`controller ${controller.id}, layer 1`, `loops back to ${second.id}`];
       lab.refuses(update(controller), RangeError, method, ...words, '0xFFFFFFFF');
       // A layer that is off follows no chain.
       new Uint32Array(controller.buffer)[4] = 2;
@@ -508,7 +508,7 @@ describe('batches of a checked engine', () => {
     lab.passes(animate(a, b));
     const words = [`${a.id} and ${c.id} both move entity ${id + 1}`, 'different batches'];
     lab.refuses(animate(b, a, c), RangeError, 'updateAnimators', ...words);
-    lab.refuses(animate(a, a), RangeError, `entry 1: ${a.id} stands in the batch twice`);
+    lab.refuses(animate(a, a), RangeError, `entry 1: ${a.id} is in the batch twice`);
     const flat = lab.entities(1, false).id;
     const [d, e] = [0, 1].map(() => lab.animator([[clip.id]], [flat]));
     lab.refuses(animate(d, e), RangeError, `${d.id} and ${e.id} both move entity ${flat}`);

@@ -303,7 +303,7 @@ describe('hint not-under-root', () => {
 describe('hint not-listed', () => {
   const code = 'not-listed';
   const call = 'refreshWorldTransform';
-  const cure = 'append its handle behind what stands there, each time that its record changes.';
+  const cure = 'append its handle to the entries there, each time that its record changes.';
 
   it('tells of each field that has changed, once an entity', () => {
     const fields = [
@@ -474,7 +474,7 @@ describe('hint not-listed', () => {
     assert.strictEqual(scene.dirty[0], 1);
     scene.dirty[0] = 0;
     scene.refresh();
-    scene.gives({ code, call, entity: scene.id + 3, place: 'position x' }, 'behind what stands');
+    scene.gives({ code, call, entity: scene.id + 3, place: 'position x' }, 'to the entries there');
   });
 
   (flow === null ? it.skip : it)('tells of records that command buffers write', () => {
@@ -762,7 +762,7 @@ describe('hint other-engine', () => {
 
 describe('hint one-sided-channel', () => {
   const code = 'one-sided-channel';
-  const cure = 'give both clips keys for it, also where it rests.';
+  const cure = 'add keys for it to both clips, also where it rests.';
 
   /** An animator of two clips that move one entity; one stands at 1.02 along y. */
   function animated(curves, height = 1.02) {
@@ -804,7 +804,7 @@ describe('hint one-sided-channel', () => {
       assert(Math.abs(scene.view.position(0, [0, 0, 0])[1] - 0.102) < 1e-6);
       const place = `animator ${animator.id}, position y`;
       const fields = { code, call: 'updateAnimator', entity: scene.id, place };
-      const words = [`${mover.id} and ${still.id} only ${mover.id} moves it`, 'draws it to 0'];
+      const words = [`${mover.id} and ${still.id} only ${mover.id} moves it`, 'pulls it to 0'];
       scene.gives(fields, ...words, cure);
       weigh(0.5, 0.5);
       scene.givesNone();
@@ -895,7 +895,7 @@ describe('hint one-sided-channel', () => {
       const [mover, still] = [clips.get(walk).id, clips.get(nod).id];
       const words = [
         `${mover} and ${still} only ${mover} moves it`,
-        'draws it to 0, not to its rest',
+        'pulls it to 0, not to its rest',
       ];
       scene.gives(fields, ...words, cure);
       update();
@@ -1094,7 +1094,7 @@ describe('hints', () => {
       message: '',
       isLast: true,
     });
-    assert(/more than 8 hints of the code not-listed.*: mend those/.test(last.message));
+    assert(/more than 8 hints of the code not-listed.*: fix those/.test(last.message));
     mistake(scene, 15);
     scene.givesNone();
     scene.view.setEuler(16, 90, 0, 0);

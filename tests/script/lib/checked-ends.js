@@ -250,27 +250,27 @@ const cases = {
   stateOfItself: {
     way: 'hang',
     type: RangeError,
-    words: ['layer 0', 'comes back to 4096'],
+    words: ['layer 0', 'loops back to 4096'],
     prepare: loop(1),
   },
   statesInALoop: {
     way: 'hang',
     type: RangeError,
-    words: ['layer 0', 'comes back to 4096'],
+    words: ['layer 0', 'loops back to 4096'],
     prepare: loop(3),
   },
   bufferOfItself: {
     build: 'flow',
     way: 'fault',
     type: RangeError,
-    words: ['in a circle, 4096 > 4096'],
+    words: ['in a cycle, 4096 > 4096'],
     prepare: commandBuffer((words, _, { id }) => words.set([8, 1, id])),
   },
   buffersInACircle: {
     build: 'flow',
     way: 'fault',
     type: RangeError,
-    words: ['in a circle, 4096 > 8192 > 4096'],
+    words: ['in a cycle, 4096 > 8192 > 4096'],
     prepare: commandBuffer((words, others, one, two) => {
       words.set([8, 1, two.id]);
       others.set([8, 1, one.id]);
