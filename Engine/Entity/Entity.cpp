@@ -95,7 +95,7 @@ void Entity::RemoveFromParent() {
 
 void Entity::Reset() {
   UnbindFromBone();
-  system->CountBound(-static_cast<int32_t>(boundEntities.size()));
+  system->Passes().CountBound(-static_cast<int32_t>(boundEntities.size()));
   // All at once: taking them out one by one moves the rest each time.
   for (Entity* bound : boundEntities) {
     bound->boundTo = nullptr;
@@ -144,7 +144,7 @@ void Entity::BindToBone(Entity* bone) {
   std::vector<Entity*>& bound = bone->boundEntities;
   bound.insert(std::lower_bound(bound.begin(), bound.end(), this, std::less<>()), this);
   bone->links().hasBoundEntities = 1;
-  system->CountBound(1);
+  system->Passes().CountBound(1);
 }
 
 void Entity::UnbindFromBone() {
@@ -155,7 +155,7 @@ void Entity::UnbindFromBone() {
   bound.erase(std::lower_bound(bound.begin(), bound.end(), this, std::less<>()));
   boundTo->links().hasBoundEntities = bound.empty() ? 0 : 1;
   boundTo = nullptr;
-  system->CountBound(-1);
+  system->Passes().CountBound(-1);
 }
 
 void Entity::SetActive(bool value) {

@@ -48,7 +48,7 @@ EntityPool::~EntityPool() {
     anyRoot = anyRoot || arrays.links[i].IsRoot();
   }
   if (anyRoot) {
-    system->RemoveRootsOfBatch(handle);
+    system->Passes().RemoveRootsOfBatch(handle);
   }
   system->Tree().Leave(handle);
 }

@@ -1,8 +1,6 @@
 // Life of batches, look-up, and link operations by handle.
 #include "Engine/Entity/EntitySystem.h"
 
-#include <algorithm>
-
 #include "Common/Def/EngineRuntime.h"
 #include "Engine/Entity/EngineCore.h"
 #include "Engine/Entity/Entity.h"
@@ -12,11 +10,12 @@ namespace nq::engine {
 EntitySystem::EntitySystem(EngineCore* core)
     : core(core),
       versions(&tree),
+      worldTransform(&tree, &versions, &dirtyEntities),
       entityPools(core),
       dirtyEntitiesBlock(core->Runtime()->Allocate(kSharedListBytes)),
-      entityCommandsBlock(core->Runtime()->Allocate(kSharedListBytes)),
-      workerPool(core->Runtime()->FirstPool()),
-      workerCount(workerPool->ThreadCount()) {
+      entityCommandsBlock(core->Runtime()->Allocate(kSharedListBytes)) {
+  // After the blocks: the first use of the pool starts its threads.
+  worldTransform.UsePool(core->Runtime()->FirstPool());
   dirtyEntities.Attach(dirtyEntitiesBlock.pointer);
 }
 
@@ -24,7 +23,7 @@ EntitySystem::~EntitySystem() {
   EngineRuntime* runtime = core->Runtime();
   runtime->Release(dirtyEntitiesBlock);
   runtime->Release(entityCommandsBlock);
-  std::vector<Entity*>().swap(roots);
+  worldTransform.FreeRoots();
   entityPools.ReleaseAll();
 }
 
@@ -56,16 +55,10 @@ bool EntitySystem::IsRoot(const Entity* entity) const {
   return entity->links().IsRoot();
 }
 
-void EntitySystem::RemoveRootsOfBatch(uint32_t key) {
-  const auto ofBatch = [key](const Entity* root) { return HandleKey(root->handle) == key; };
-  roots.erase(std::remove_if(roots.begin(), roots.end(), ofBatch), roots.end());
-}
-
 void EntitySystem::AddRoot(uint32_t handle) {
   Entity* entity = FindEntity(handle);
   if (entity != nullptr && entity->parent() == nullptr) {
-    tree.MakeRoot(handle);
-    roots.push_back(entity);
+    worldTransform.AddRoot(entity);
   }
 }
 
@@ -128,6 +121,20 @@ void EntitySystem::Deactivate(uint32_t handle) {
   if (entity != nullptr) {
     entity->SetActive(false);
   }
+}
+
+void EntitySystem::RefreshWorldTransform() {
+  RunEntityCommands(false);
+  worldTransform.Refresh();
+}
+
+void EntitySystem::RefreshEntity(uint32_t handle) {
+  Entity* entity = FindEntity(handle);
+  if (entity == nullptr) {
+    return;
+  }
+  RunEntityCommands(true);
+  worldTransform.RefreshEntity(entity);
 }
 
 void EntitySystem::AppendDirtyEntity(const Entity* entity) {

@@ -1,4 +1,4 @@
-// Batches of entities, the roots of the scene, and the two buffers that script fills for a frame.
+// Batches of entities, and the two buffers that script fills for a frame.
 #ifndef NQ_ENGINE_ENTITY_ENTITYSYSTEM_H_
 #define NQ_ENGINE_ENTITY_ENTITYSYSTEM_H_
 
@@ -9,19 +9,16 @@
 #include "Common/Def/HandlerAllocator.h"
 #include "Common/Def/HandlerValue.h"
 #include "Common/Def/MemoryBlock.h"
-#include "Common/Def/WorkerPool.h"
 #include "Engine/Entity/DirtyEntityList.h"
 #include "Engine/Entity/EntityPool.h"
 #include "Engine/Entity/LocalVersions.h"
 #include "Engine/Entity/TransformTree.h"
+#include "Engine/Entity/WorldTransform.h"
 
 namespace nq::engine {
 
 class Entity;
 class EngineCore;
-
-// Dirty entries per worker from which the local matrices of a frame are built in parallel.
-constexpr uint32_t kMinDirtyEntriesPerWorker = 8;
 
 // Owns all entities of one engine. Operations on handles ignore unknown ones, silently.
 //
@@ -69,10 +66,6 @@ class EntitySystem {
   // Lists an entity whose shared record native code wrote. Any thread.
   void AppendDirtyEntity(const Entity* entity);
 
-  // For native callers: empties the dirty list, and asks whether it holds anything.
-  void ClearDirtyEntities() { dirtyEntities.Clear(); }
-  bool HasDirtyEntities() const { return dirtyEntities.NotEmpty(); }
-
   const MemoryBlock& DirtyEntitiesBlock() const { return dirtyEntitiesBlock; }
   const MemoryBlock& EntityCommandsBlock() const { return entityCommandsBlock; }
 
@@ -81,28 +74,31 @@ class EntitySystem {
   // that pass appends stays for the next frame.
   void RefreshWorldTransform();
 
-  // The same for one entity and the marked ancestors above it. Nothing runs if there is no such
-  // entity.
+  // --- For native callers only: no frame runs these, and nothing in script's reach. They are made
+  // of the parts of a frame, see WorldTransform.
+
+  // RefreshWorldTransform for one entity and the marked ancestors above it. Nothing runs if there
+  // is no such entity.
   void RefreshEntity(uint32_t handle);
 
   // Builds the local matrices of the dirty list, on the workers from 8 entries per worker up, and
-  // raises local versions.
-  void SyncLocalTransform();
-
-  // Builds the local matrices of the entries start + 1 to start + count. Any thread.
-  void SyncDirtyRange(uint32_t start, uint32_t count);
+  // raises local versions; for the entries start + 1 to start + count, local matrices alone.
+  void SyncLocalTransform() { worldTransform.SyncLocalTransform(); }
+  void SyncDirtyRange(uint32_t start, uint32_t count) {
+    worldTransform.SyncDirtyRange(start, count);
+  }
 
   // Marks the entities of the dirty list for the world pass.
-  void MarkDirtyEntities(bool deep);
+  void MarkDirtyEntities(bool deep) { worldTransform.MarkDirtyEntities(deep); }
+
+  // Empties the dirty list, and asks whether it holds anything.
+  void ClearDirtyEntities() { dirtyEntities.Clear(); }
+  bool HasDirtyEntities() const { return dirtyEntities.NotEmpty(); }
 
   // In order of addition; not unique: an entity that was added twice is walked twice.
-  const std::vector<Entity*>& rootEntities() const { return roots; }
+  const std::vector<Entity*>& rootEntities() const { return worldTransform.Roots(); }
 
-  // Removes all root entries of a batch whose records are about to go.
-  void RemoveRootsOfBatch(uint32_t key);
-
-  // Keeps count of the entities that are bound to a bone.
-  void CountBound(int32_t change) { boundCount += static_cast<uint32_t>(change); }
+  WorldTransform& Passes() { return worldTransform; }
 
   LocalVersions& Versions() { return versions; }
 
@@ -111,33 +107,13 @@ class EntitySystem {
   EngineCore* const core;  // not counted
 
  private:
-  // SyncLocalTransform, and `mark` of each listed entity on the calling thread while the workers
-  // are at it.
-  template <typename Mark>
-  void SyncLocalTransformAnd(Mark mark);
-
-  // Asks for the links of the entity of an entry of the dirty list, if it is not past the last.
-  void PrefetchLinks(uint32_t entry, uint32_t last) const;
-
-  // The world pass: over all that is marked below the roots, or over what the first `listed`
-  // entries of the dirty list have marked.
-  void UpdateRoots();
-  bool MayKeepToPaths(uint32_t listed) const;
-  void MarkPath(uint32_t handle);
-  void UpdatePaths(uint32_t listed);
-
   TransformTree tree;
   LocalVersions versions;
-  HandlerAllocator<EntityPool> entityPools;
-  std::vector<Entity*> roots;
-  bool rootsStandAlone = false;   // none had a parent at the last walk from the roots
-  uint32_t boundCount = 0;        // entities that are bound to a bone
-  std::vector<uint32_t> paths;    // ancestors that MarkPath has marked
   DirtyEntityList dirtyEntities;  // with `dirtyLock`
+  WorldTransform worldTransform;  // with the roots
+  HandlerAllocator<EntityPool> entityPools;
   MemoryBlock dirtyEntitiesBlock;
   MemoryBlock entityCommandsBlock;
-  WorkerPool* const workerPool;  // the runtime's first pool; not owned
-  const uint32_t workerCount;
 };
 
 }  // namespace nq::engine

@@ -1,8 +1,10 @@
-// The passes that turn what script wrote into matrices.
+// Walks over the tree, and the passes of a frame over the dirty list.
 //
 // Trees may be as deep as there are entities, so every walk goes by links and a count of levels,
 // never by recursion. Children are visited in list order, ahead of their parents' siblings: that
 // order is the order in which bound entities enter the dirty list.
+#include "Engine/Entity/WorldTransform.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
@@ -13,10 +15,10 @@
 #include "Common/Def/Log.h"
 #include "Common/Def/MathKernels.h"
 #include "Common/Def/Platform.h"
+#include "Common/Def/WorkerPool.h"
 #include "Engine/Entity/Entity.h"
 #include "Engine/Entity/Entity2D.h"
 #include "Engine/Entity/Entity3D.h"
-#include "Engine/Entity/EntitySystem.h"
 
 namespace nq::engine {
 
@@ -189,11 +191,48 @@ void Entity::RefreshChain() {
   }
 }
 
+void WorldTransform::UsePool(WorkerPool* pool) {
+  workerPool = pool;
+  workerCount = pool->ThreadCount();
+}
+
+void WorldTransform::AddRoot(Entity* entity) {
+  tree->MakeRoot(entity->handle);
+  roots.push_back(entity);
+}
+
+void WorldTransform::RemoveRootsOfBatch(uint32_t key) {
+  const auto ofBatch = [key](const Entity* root) { return HandleKey(root->handle) == key; };
+  roots.erase(std::remove_if(roots.begin(), roots.end(), ofBatch), roots.end());
+}
+
+void WorldTransform::FreeRoots() {
+  std::vector<Entity*>().swap(roots);
+}
+
+// --- What a frame runs
+
+void WorldTransform::SyncAndMark() {
+  keepsToPaths = MayKeepToPaths();
+  paths.clear();
+  SyncAnd([this](uint32_t handle) { MarkPath(handle); });
+}
+
+void WorldTransform::ComputeMarked() {
+  const uint32_t listed = dirtyEntities->Count();
+  dirtyEntities->Clear();
+  if (keepsToPaths) {
+    UpdatePaths(listed);
+  } else {
+    UpdateRoots();
+  }
+}
+
 // The tasks read records and write local matrices. Version bumps and marks touch neither, so the
 // script thread does them, the marks by `mark`, while the workers wake up and run.
 template <typename Mark>
-void EntitySystem::SyncLocalTransformAnd(Mark mark) {
-  const uint32_t n = dirtyEntities.Count();
+void WorldTransform::SyncAnd(Mark mark) {
+  const uint32_t n = dirtyEntities->Count();
   const bool onWorkers = n >= workerCount * kMinDirtyEntriesPerWorker;
   if (onWorkers) {
     const uint32_t chunk = n / workerCount;
@@ -207,44 +246,51 @@ void EntitySystem::SyncLocalTransformAnd(Mark mark) {
   } else {
     SyncDirtyRange(0, n);
   }
-  for (uint32_t i = 1; i <= n; ++i) {
-    PrefetchLinks(i + kPrefetchEntries, n);
-    const uint32_t handle = dirtyEntities.Entry(i);
-    if (tree.Contains(handle)) {
-      versions.Bump(handle);
-      mark(handle);
-    }
-  }
+  ForEachListed([this, mark](uint32_t handle) {
+    versions->Bump(handle);
+    mark(handle);
+  });
   if (onWorkers) {
     workerPool->WaitIdle();
   }
 }
 
-void EntitySystem::SyncLocalTransform() {
-  SyncLocalTransformAnd([](uint32_t) {});
-}
-
-void EntitySystem::RefreshWorldTransform() {
-  RunEntityCommands(false);
-  const uint32_t listed = dirtyEntities.Count();
-  const bool keepsToPaths = MayKeepToPaths(listed);
-  paths.clear();
-  SyncLocalTransformAnd([this](uint32_t handle) { MarkPath(handle); });
-  dirtyEntities.Clear();
-  if (keepsToPaths) {
-    UpdatePaths(listed);
-  } else {
-    UpdateRoots();
+// Calls `visit(handle)` for each entry of the dirty list that names an entity, in order.
+template <typename Visit>
+void WorldTransform::ForEachListed(Visit visit) const {
+  const uint32_t n = dirtyEntities->Count();
+  for (uint32_t i = 1; i <= n; ++i) {
+    if (i + kPrefetchEntries <= n) {
+      const uint32_t ahead = dirtyEntities->Entry(i + kPrefetchEntries);
+      if (tree->Contains(ahead)) {
+        NQ_PREFETCH_FOR_WRITE(&tree->Links(ahead));
+      }
+    }
+    const uint32_t handle = dirtyEntities->Entry(i);
+    if (tree->Contains(handle)) {
+      visit(handle);
+    }
   }
 }
 
-void EntitySystem::UpdateRoots() {
-  rootsStandAlone = true;
-  for (Entity* root : roots) {
-    rootsStandAlone = rootsStandAlone && root->links().parent == 0;
-    UpdateTreeOf(tree, root->handle);
+void WorldTransform::SyncDirtyRange(uint32_t start, uint32_t count) {
+  const uint32_t last = start + count;
+  for (uint32_t i = start + 1; i <= last; ++i) {
+    if (i + kPrefetchEntries <= last) {
+      const uint32_t ahead = dirtyEntities->Entry(i + kPrefetchEntries);
+      if (tree->Contains(ahead)) {
+        const TransformBatch& batch = tree->Batch(ahead);
+        const uint32_t index = HandleElement(ahead);
+        NQ_PREFETCH_FOR_WRITE(batch.localMatrices[index].m);
+        NQ_PREFETCH(batch.SharedRecord(index));
+        NQ_PREFETCH(batch.SharedRecord(index) + offsetof(Entity3DRecord, worldMatrix) - 1);
+      }
+    }
+    const uint32_t handle = dirtyEntities->Entry(i);
+    if (tree->Contains(handle)) {
+      BuildLocalMatrix(tree->Batch(handle), HandleElement(handle));
+    }
   }
-  tree.ForgetOtherMarks();
 }
 
 // Where few of many entities have changed, most of a walk from the roots is passing over clean
@@ -254,96 +300,70 @@ void EntitySystem::UpdateRoots() {
 // - while entities are bound, since the walk's order is that in which they enter the dirty list;
 // - where a root stands under a parent, since walks from two roots then meet.
 // And walks from inactive roots end at once.
-bool EntitySystem::MayKeepToPaths(uint32_t listed) const {
-  return listed <= tree.EntityCount() / kEntitiesPerListed && rootsStandAlone && boundCount == 0 &&
-         !tree.HasOtherMarks() &&
+bool WorldTransform::MayKeepToPaths() const {
+  return dirtyEntities->Count() <= tree->EntityCount() / kEntitiesPerListed && rootsStandAlone &&
+         boundCount == 0 && !tree->HasOtherMarks() &&
          std::any_of(roots.begin(), roots.end(), [](const Entity* root) { return root->active(); });
 }
 
 // Notes the ancestors that it marks: each after those above it, except for what was marked before.
-void EntitySystem::MarkPath(uint32_t handle) {
+void WorldTransform::MarkPath(uint32_t handle) {
   const auto lowest = static_cast<std::ptrdiff_t>(paths.size());
-  tree.MarkListed(handle, &paths);
+  tree->MarkListed(handle, &paths);
   std::reverse(paths.begin() + lowest, paths.end());
 }
 
-void EntitySystem::UpdatePaths(uint32_t listed) {
+void WorldTransform::UpdateRoots() {
+  rootsStandAlone = true;
+  for (Entity* root : roots) {
+    rootsStandAlone = rootsStandAlone && root->links().parent == 0;
+    UpdateTreeOf(*tree, root->handle);
+  }
+  tree->ForgetOtherMarks();
+}
+
+void WorldTransform::UpdatePaths(uint32_t listed) {
   // A parent that the walk would go through has been cleaned; any other is marked.
   const auto isReached = [this](const TransformLinks& links) {
     return links.IsActive() &&
            (links.parent == 0 ? links.IsRoot()
-                              : tree.Links(links.parent).DirtyState() == kDirtyClean);
+                              : tree->Links(links.parent).DirtyState() == kDirtyClean);
   };
   const auto isTop = [this, isReached](uint32_t handle) {
-    return tree.Contains(handle) && tree.Links(handle).DirtyState() == kDirtySelf &&
-           isReached(tree.Links(handle));
+    return tree->Contains(handle) && tree->Links(handle).DirtyState() == kDirtySelf &&
+           isReached(tree->Links(handle));
   };
   for (const uint32_t handle : paths) {
-    TransformLinks& links = tree.Links(handle);
+    TransformLinks& links = tree->Links(handle);
     if (links.DirtyState() == kDirtyBelow && isReached(links)) {
       TransformTree::Clean(&links);
     }
   }
   for (uint32_t i = 1; i <= listed; ++i) {
-    if (i + kPrefetchPaths <= listed && isTop(dirtyEntities.Entry(i + kPrefetchPaths))) {
-      PrefetchWorldMatrix(tree, dirtyEntities.Entry(i + kPrefetchPaths));
+    if (i + kPrefetchPaths <= listed && isTop(dirtyEntities->Entry(i + kPrefetchPaths))) {
+      PrefetchWorldMatrix(*tree, dirtyEntities->Entry(i + kPrefetchPaths));
     }
-    const uint32_t handle = dirtyEntities.Entry(i);
+    const uint32_t handle = dirtyEntities->Entry(i);
     if (isTop(handle)) {
-      UpdateWorldSubtreeOf(tree, handle);
+      UpdateWorldSubtreeOf(*tree, handle);
     }
   }
 }
 
-void EntitySystem::RefreshEntity(uint32_t handle) {
-  Entity* entity = FindEntity(handle);
-  if (entity == nullptr) {
-    return;
-  }
-  RunEntityCommands(true);
-  SyncLocalTransformAnd([this](uint32_t handle) { tree.MarkDirty(handle, true); });
-  dirtyEntities.Clear();
+// --- What only native callers run
+
+void WorldTransform::RefreshEntity(Entity* entity) {
+  SyncAnd([this](uint32_t handle) { tree->MarkDirty(handle, true); });
+  dirtyEntities->Clear();
   entity->RefreshChain();
 }
 
-void EntitySystem::SyncDirtyRange(uint32_t start, uint32_t count) {
-  const uint32_t last = start + count;
-  for (uint32_t i = start + 1; i <= last; ++i) {
-    if (i + kPrefetchEntries <= last) {
-      const uint32_t ahead = dirtyEntities.Entry(i + kPrefetchEntries);
-      if (tree.Contains(ahead)) {
-        const TransformBatch& batch = tree.Batch(ahead);
-        const uint32_t index = HandleElement(ahead);
-        NQ_PREFETCH_FOR_WRITE(batch.localMatrices[index].m);
-        NQ_PREFETCH(batch.SharedRecord(index));
-        NQ_PREFETCH(batch.SharedRecord(index) + offsetof(Entity3DRecord, worldMatrix) - 1);
-      }
-    }
-    const uint32_t handle = dirtyEntities.Entry(i);
-    if (tree.Contains(handle)) {
-      BuildLocalMatrix(tree.Batch(handle), HandleElement(handle));
-    }
-  }
+void WorldTransform::SyncLocalTransform() {
+  SyncAnd([](uint32_t) {});
 }
 
-void EntitySystem::MarkDirtyEntities(bool deep) {
-  const uint32_t n = dirtyEntities.Count();
-  for (uint32_t i = 1; i <= n; ++i) {
-    PrefetchLinks(i + kPrefetchEntries, n);
-    const uint32_t handle = dirtyEntities.Entry(i);
-    if (tree.Contains(handle)) {
-      tree.MarkDirty(handle, deep);
-    }
-  }
-}
-
-void EntitySystem::PrefetchLinks(uint32_t entry, uint32_t last) const {
-  if (entry <= last) {
-    const uint32_t handle = dirtyEntities.Entry(entry);
-    if (tree.Contains(handle)) {
-      NQ_PREFETCH_FOR_WRITE(&tree.Links(handle));
-    }
-  }
+void WorldTransform::MarkDirtyEntities(bool deep) {
+  ForEachListed([this, deep](uint32_t handle) { tree->MarkDirty(handle, deep); });
 }
 
 }  // namespace nq::engine

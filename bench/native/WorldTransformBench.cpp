@@ -1,4 +1,4 @@
-// The step of a frame, whole and by its phases.
+// The step of a frame, whole and by what it consists of.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -92,16 +92,15 @@ void BM_RefreshWorldTransform(benchmark::State& state) {
   state.SetLabel(ShapeName(shape));
 }
 
-// The same by its parts, one after the other, and with a walk from the root in any case: `sync`
-// local matrices with their hand-over and the version bumps, `mark` the marks, `world` the walk.
-void BM_FrameByParts(benchmark::State& state) {
+// The same by its halves: `sync` local matrices with their hand-over, version bumps and marks,
+// `world` the world matrices.
+void BM_FrameByHalves(benchmark::State& state) {
   const Shape shape = static_cast<Shape>(state.range(0));
   const uint32_t nodes = static_cast<uint32_t>(state.range(1));
   BenchScene scene(shape, nodes);
-  EntitySystem* system = scene.System();
+  engine::WorldTransform& passes = scene.System()->Passes();
   const std::vector<uint32_t> dirty = DirtyNodes(nodes, static_cast<uint32_t>(state.range(2)));
   double sync = 0;
-  double mark = 0;
   double world = 0;
   float position = 0;
   for (auto _ : state) {
@@ -109,21 +108,16 @@ void BM_FrameByParts(benchmark::State& state) {
     scene.Move(dirty, position);
     const double measured = RunFrame(&scene, dirty, [&] {
       const double start = Now();
-      system->SyncLocalTransform();
+      passes.SyncAndMark();
       const double synced = Now();
-      system->MarkDirtyEntities(false);
-      const double marked = Now();
-      system->ClearDirtyEntities();
-      scene.Root()->UpdateTree();
+      passes.ComputeMarked();
       sync += synced - start;
-      mark += marked - synced;
-      world += Now() - marked;
+      world += Now() - synced;
     });
     state.SetIterationTime(measured * 1e-9);
   }
   const double entries = static_cast<double>(state.iterations() * dirty.size());
   state.counters["sync"] = sync / entries;
-  state.counters["mark"] = mark / entries;
   state.counters["world"] = world / entries;
   state.SetLabel(ShapeName(shape));
 }
@@ -141,7 +135,7 @@ void Trees(benchmark::internal::Benchmark* benchmark) {
   benchmark->Args({static_cast<int64_t>(Shape::kChain), 10000, 100});
 }
 BENCHMARK(BM_RefreshWorldTransform)->Apply(Trees)->UseManualTime();
-BENCHMARK(BM_FrameByParts)->Apply(Trees)->UseManualTime();
+BENCHMARK(BM_FrameByHalves)->Apply(Trees)->UseManualTime();
 
 // Dirty lists of 1,000 and 10,000 nodes all over a tree of 100,000, or the first so many of it.
 void Lists(benchmark::internal::Benchmark* benchmark) {
@@ -201,18 +195,24 @@ void BM_SettleLocalVersions(benchmark::State& state) {
 }
 BENCHMARK(BM_SettleLocalVersions)->Apply(Lists);
 
-// Marks on a clean tree; the world pass that cleans it again is not measured.
-void BM_MarkDirtyEntities(benchmark::State& state) {
+// Marks of a dirty list on a clean tree by the operation that frames use, without their prefetches.
+// The world pass that cleans the tree again is not measured.
+void BM_MarkListed(benchmark::State& state) {
   ListedScene listed(state);
+  engine::TransformTree& tree = listed.scene.System()->Tree();
+  std::vector<uint32_t> path;
   for (auto _ : state) {
+    path.clear();
     const double start = Now();
-    listed.scene.System()->MarkDirtyEntities(false);
+    for (const uint32_t node : listed.nodes) {
+      tree.MarkListed(listed.scene.Handle(node), &path);
+    }
     state.SetIterationTime((Now() - start) * 1e-9);
     listed.scene.Root()->UpdateTree();
   }
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * listed.nodes.size()));
 }
-BENCHMARK(BM_MarkDirtyEntities)->Apply(Lists)->UseManualTime();
+BENCHMARK(BM_MarkListed)->Apply(Lists)->UseManualTime();
 
 // A frame in which nothing changed.
 void BM_IdleFrame(benchmark::State& state) {

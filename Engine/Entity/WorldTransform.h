@@ -1,0 +1,106 @@
+// The passes that turn what script wrote into world matrices.
+#ifndef NQ_ENGINE_ENTITY_WORLDTRANSFORM_H_
+#define NQ_ENGINE_ENTITY_WORLDTRANSFORM_H_
+
+#include <cstdint>
+#include <vector>
+
+#include "Engine/Entity/DirtyEntityList.h"
+#include "Engine/Entity/LocalVersions.h"
+#include "Engine/Entity/TransformTree.h"
+
+namespace nq::engine {
+
+class Entity;
+class WorkerPool;
+
+// Dirty entries per worker from which the local matrices of a frame are built in parallel.
+constexpr uint32_t kMinDirtyEntriesPerWorker = 8;
+
+// Owns the root list and what the passes remember from one frame to the next; works on the tree,
+// the versions and the dirty list of its EntitySystem, which outlive it.
+//
+// Thread safety: script thread, but for SyncDirtyRange.
+class WorldTransform {
+ public:
+  WorldTransform(TransformTree* tree, LocalVersions* versions, DirtyEntityList* dirtyEntities)
+      : tree(tree), versions(versions), dirtyEntities(dirtyEntities) {}
+  WorldTransform(const WorldTransform&) = delete;
+  WorldTransform& operator=(const WorldTransform&) = delete;
+
+  // Sets the pool that long lists are spread over; before the first pass. Not owned.
+  void UsePool(WorkerPool* pool);
+
+  // The roots, in order of addition; not unique: an entity that was added twice is walked twice.
+  const std::vector<Entity*>& Roots() const { return roots; }
+  void AddRoot(Entity* entity);
+
+  // Removes all entries of a batch whose records are about to go, or empties the list for good.
+  void RemoveRootsOfBatch(uint32_t key);
+  void FreeRoots();
+
+  // Keeps count of the entities that are bound to a bone.
+  void CountBound(int32_t change) { boundCount += static_cast<uint32_t>(change); }
+
+  // --- What a frame runs after its commands.
+
+  void Refresh() {
+    SyncAndMark();
+    ComputeMarked();
+  }
+
+  // The first half: builds the local matrices of the dirty list, on the workers from 8 entries per
+  // worker up. Meanwhile the script thread raises local versions and marks what is listed.
+  void SyncAndMark();
+
+  // The second half: empties the list and computes all that is marked below the roots. What that
+  // appends to the list stays for the next frame.
+  void ComputeMarked();
+
+  // Builds the local matrices of the entries start + 1 to start + count. Any thread.
+  void SyncDirtyRange(uint32_t start, uint32_t count);
+
+  // --- What only native callers run. No frame does, nothing in script's reach; made of the same
+  // parts.
+
+  // Brings `entity` up to date with the marked ancestors above it; empties the list.
+  void RefreshEntity(Entity* entity);
+
+  // SyncAndMark without the marks.
+  void SyncLocalTransform();
+
+  // Marks the entities of the dirty list. A frame may follow with the same list or another.
+  void MarkDirtyEntities(bool deep);
+
+ private:
+  template <typename Mark>
+  void SyncAnd(Mark mark);
+  template <typename Visit>
+  void ForEachListed(Visit visit) const;
+
+  void MarkPath(uint32_t handle);
+  bool MayKeepToPaths() const;
+
+  // The world pass: over all that is marked below the roots, or over what the first `listed`
+  // entries of the dirty list have marked.
+  void UpdateRoots();
+  void UpdatePaths(uint32_t listed);
+
+  TransformTree* const tree;
+  LocalVersions* const versions;
+  DirtyEntityList* const dirtyEntities;
+  WorkerPool* workerPool = nullptr;
+  uint32_t workerCount = 0;
+
+  std::vector<Entity*> roots;
+  bool rootsStandAlone = false;  // none had a parent at the last walk from the roots
+  uint32_t boundCount = 0;       // entities that are bound to a bone
+
+  // Of the frame at hand.
+  bool keepsToPaths = false;
+  std::vector<uint32_t> paths;  // ancestors that MarkPath has marked
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_ENTITY_WORLDTRANSFORM_H_
