@@ -1,5 +1,5 @@
-// Life of controllers and states, and masks. Evaluation is in StateEvaluation and
-// ControllerBlending.
+// Life of controllers and states, and masks. Evaluation is in ControllerEvaluation and
+// StateEvaluation.
 #include "Engine/Animation/AnimatorControllerModel.h"
 
 #include <algorithm>
@@ -8,6 +8,7 @@
 #include "Common/Def/Unaligned.h"
 #include "Engine/Animation/AnimationSystem.h"
 #include "Engine/Animation/AnimatorControllerStateModel.h"
+#include "Engine/Animation/ControllerEvaluation.h"
 #include "Engine/Entity/EngineCore.h"
 
 namespace nq::engine {
@@ -51,6 +52,10 @@ void ControllerMasks::Set(uint32_t layer, const uint8_t* records, uint32_t count
 ControllerMask* ControllerMasks::Find(uint32_t layer) {
   const auto found = byLayer.find(layer);
   return found == byLayer.end() ? nullptr : &found->second;
+}
+
+void AnimatorControllerModel::Update() {
+  ControllerEvaluation::OfThread()->Run(this);
 }
 
 bool AnimatorControllerModel::SetMask(uint32_t index, const uint8_t* bytes, uint32_t offset,

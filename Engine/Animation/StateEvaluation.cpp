@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "Common/Def/MathKernels.h"
+#include "Common/Def/Platform.h"
 #include "Engine/Animation/AnimationClipModel.h"
 #include "Engine/Animation/AnimationSystem.h"
 #include "Engine/Animation/AnimatorControllerModel.h"
@@ -95,6 +96,99 @@ void AddSample(const ClipSample& sample, const float* rotation, float w, bool is
   AddRotation(rotation, w, isFresh, sum);
 }
 
+// What the clips of a state have in common.
+struct StateTerms {
+  AnimationClipBinding* binding;
+  const AnimationSystem* system;
+  const TransformTree& tree;
+  const float* maskWeights;  // by slot; null for a layer that is not masked
+  bool fill;                 // rotations are completed from the rest pose
+  bool additive;
+  StateScratch* scratch;
+  PoseSet* result;
+
+  float MaskWeight(uint32_t slot) const {
+    return maskWeights == nullptr ? 1.0f : maskWeights[slot];
+  }
+};
+
+// Takes the reference away from a sample, and from its rotation `q` unless that is null.
+void TakeAway(const ClipSample& reference, bool fill, TransformValue* rest, float* q,
+              ClipSample* sample) {
+  float r[4];
+  const bool hasReference = RotationOf(reference, fill, rest, r);
+  SubtractReference(reference, sample);
+  if (q != nullptr && hasReference) {
+    const float conjugate[4] = {-r[0], -r[1], -r[2], r[3]};
+    MultiplyQuaternion(q, conjugate, q);
+  }
+}
+
+// Adds a sample, weighted by `w`, to the pose of a slot. An additive one has its reference taken
+// away, and without a reference adds nothing. Force-inlined: it is most of the loop over a clip's
+// targets.
+NQ_FORCE_INLINE void AddTarget(const StateTerms& terms, uint32_t slot, const ClipSample& sample,
+                               float w) {
+  TransformValue* rest = &terms.binding->defaults.Value(slot);
+  const ClipSample* added = &sample;
+  float q[4];
+  const bool hasRotation = RotationOf(sample, terms.fill, rest, q);
+  ClipSample difference;
+  if (terms.additive) {
+    const ClipSample* reference = terms.scratch->referenceBySlot[slot];
+    if (reference == nullptr) {
+      return;
+    }
+    difference = sample;
+    TakeAway(*reference, terms.fill, rest, hasRotation ? q : nullptr, &difference);
+    added = &difference;
+  }
+  TargetPose* sum;
+  const bool isFresh = terms.result->EnterUnset(slot, &sum);
+  AddSample(*added, hasRotation ? q : nullptr, w, isFresh, sum);
+}
+
+// Samples a clip and adds what it says of the targets that the binding lists for it.
+void AddClip(const StateTerms& terms, const ControllerClipRecord& entry) {
+  const TargetList* list = terms.binding->SlotsOf(entry.clipHandle);
+  if (list == nullptr) {
+    return;
+  }
+  AnimationClipModel* clip = terms.system->FindAnimationClipModel(entry.clipHandle);
+  if (clip == nullptr) {
+    return;
+  }
+  const SampleMap& samples = terms.scratch->samples;
+  clip->SampleAtTime(entry.time, &terms.scratch->samples);
+  if (terms.additive) {
+    FindReferences(entry, terms.binding, terms.tree, terms.scratch);
+  }
+  for (uint32_t i = 0; i < samples.Size(); ++i) {
+    const uint32_t index = samples.Target(i);
+    if (index >= list->size()) {
+      continue;
+    }
+    const AnimationClipBinding::Target target = (*list)[index];
+    if (target.slot == RestPoses::kNoSlot || !IsAlive3D(terms.tree, target.handle)) {
+      continue;
+    }
+    const float m = terms.MaskWeight(target.slot);
+    if (m != 0.0f) {
+      AddTarget(terms, target.slot, samples.Sample(i), m * entry.weight);
+    }
+  }
+}
+
+// Gives slots that no clip has posed a pose that says nothing.
+void FillRest(const StateTerms& terms) {
+  const uint32_t slotCount = terms.binding->defaults.SlotCount();
+  for (uint32_t slot = 0; slot < slotCount; ++slot) {
+    if (!terms.result->Has(slot) && terms.MaskWeight(slot) != 0.0f) {
+      *terms.result->Enter(slot) = TargetPose{};
+    }
+  }
+}
+
 }  // namespace
 
 bool RotationOf(const ClipSample& sample, bool fill, TransformValue* rest, float* out) {
@@ -136,73 +230,24 @@ void EvaluateState(const AnimatorControllerModel& controller,
   if (binding == nullptr) {
     return;
   }
-  RestPoses& restPoses = binding->defaults;
-  const float* maskWeights = mask == nullptr ? nullptr : mask->WeightsBySlot(restPoses);
-  const TransformTree& tree = controller.core->Entities()->Tree();
   // Not a number turns it on.
   const bool fill = state.Record().fillDefaults != 0.0f;
+  const StateTerms terms = {binding,
+                            controller.core->Animation(),
+                            controller.core->Entities()->Tree(),
+                            mask == nullptr ? nullptr : mask->WeightsBySlot(binding->defaults),
+                            fill,
+                            additive,
+                            scratch,
+                            result};
   for (uint32_t k = 0; k < state.clipCount; ++k) {
     const ControllerClipRecord& entry = state.Clip(k);
-    if (entry.weight == 0.0f) {
-      continue;
-    }
-    const TargetList* list = binding->SlotsOf(entry.clipHandle);
-    if (list == nullptr) {
-      continue;
-    }
-    AnimationClipModel* clip =
-        controller.core->Animation()->FindAnimationClipModel(entry.clipHandle);
-    if (clip == nullptr) {
-      continue;
-    }
-    clip->SampleAtTime(entry.time, &scratch->samples);
-    if (additive) {
-      FindReferences(entry, binding, tree, scratch);
-    }
-    for (uint32_t i = 0; i < scratch->samples.Size(); ++i) {
-      const uint32_t index = scratch->samples.Target(i);
-      if (index >= list->size()) {
-        continue;
-      }
-      const AnimationClipBinding::Target target = (*list)[index];
-      if (target.slot == RestPoses::kNoSlot || !IsAlive3D(tree, target.handle)) {
-        continue;
-      }
-      const float m = maskWeights == nullptr ? 1.0f : maskWeights[target.slot];
-      if (m == 0.0f) {
-        continue;
-      }
-      TransformValue* rest = &restPoses.Value(target.slot);
-      const ClipSample* sample = &scratch->samples.Sample(i);
-      float q[4];
-      const bool hasRotation = RotationOf(*sample, fill, rest, q);
-      ClipSample difference;
-      if (additive) {
-        const ClipSample* reference = scratch->referenceBySlot[target.slot];
-        if (reference == nullptr) {
-          continue;
-        }
-        float r[4];
-        const bool hasReference = RotationOf(*reference, fill, rest, r);
-        difference = *sample;
-        SubtractReference(*reference, &difference);
-        sample = &difference;
-        if (hasRotation && hasReference) {
-          const float conjugate[4] = {-r[0], -r[1], -r[2], r[3]};
-          MultiplyQuaternion(q, conjugate, q);
-        }
-      }
-      TargetPose* sum;
-      const bool isFresh = result->EnterUnset(target.slot, &sum);
-      AddSample(*sample, hasRotation ? q : nullptr, m * entry.weight, isFresh, sum);
+    if (entry.weight != 0.0f) {
+      AddClip(terms, entry);
     }
   }
   if (fill && !additive) {
-    for (uint32_t slot = 0; slot < restPoses.SlotCount(); ++slot) {
-      if (!result->Has(slot) && (maskWeights == nullptr || maskWeights[slot] != 0.0f)) {
-        *result->Enter(slot) = TargetPose{};
-      }
-    }
+    FillRest(terms);
   }
 }
 

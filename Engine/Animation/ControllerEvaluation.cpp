@@ -1,8 +1,10 @@
-// AnimatorControllerModel::Update: states merge into a pose per layer, layers into one final pose,
-// and that is written into the entities' records.
+// States merge into a pose per layer, layers into one final pose, and that is written into the
+// entities' records.
 //
 // A number of formulas differ between position, scale and rotation, and between the first layer and
 // later ones. All of that is kept on purpose: scenes rely on the outcome.
+#include "Engine/Animation/ControllerEvaluation.h"
+
 #include <cmath>
 #include <cstddef>
 
@@ -14,8 +16,6 @@
 #include "Engine/Animation/AnimatorControllerStateModel.h"
 #include "Engine/Animation/EntityPoseWriter.h"
 #include "Engine/Animation/QuaternionMath.h"
-#include "Engine/Animation/StateEvaluation.h"
-#include "Engine/Animation/TargetPose.h"
 #include "Engine/Entity/EngineCore.h"
 #include "Engine/Entity/Entity3D.h"
 #include "Engine/Entity/EntityRecord.h"
@@ -26,20 +26,6 @@ namespace nq::engine {
 namespace {
 
 constexpr uint32_t kScaleZ = 5;  // among the channels of a pose
-
-// Working memory of a thread's updates, kept from one to the next.
-struct ControllerScratch {
-  StateScratch state;
-  PoseSet statePose;
-  PoseSet layerPose;
-  PoseSet finalPose;
-};
-
-// Asked for once an update: each use of a thread's variable by its name is a call of its own.
-NQ_NO_INLINE ControllerScratch* ThreadScratch() {
-  thread_local ControllerScratch scratch;
-  return &scratch;
-}
 
 // A channel of a rest pose. Its vectors stand in reverse order.
 float RestChannel(const TransformValue& rest, uint32_t channel) {
@@ -144,42 +130,6 @@ void CompleteAdditive(TargetPose* pose) {
   }
 }
 
-// Evaluates the states of a layer into `scratch->layerPose`; empty for a layer that is off.
-void EvaluateLayer(AnimatorControllerModel* controller, uint32_t index, RestPoses* restPoses,
-                   ControllerScratch* scratch) {
-  PoseSet& layer = scratch->layerPose;
-  layer.Begin(restPoses->SlotCount());
-  const ControllerLayerRecord& record = controller->Layer(index);
-  if (record.blendMode > kAdditiveLayer || record.firstState == kNoHandle) {
-    return;
-  }
-  const bool additive = record.blendMode == kAdditiveLayer;
-  ControllerMask* mask = controller->masks.Find(index);
-  const AnimationSystem* system = controller->core->Animation();
-  const AnimatorControllerStateModel* state =
-      system->FindAnimatorControllerStateModel(record.firstState);
-  while (state != nullptr) {
-    const float s = state->Record().weight;
-    if (s != 0.0f) {
-      PoseSet& poses = scratch->statePose;
-      EvaluateState(*controller, *state, additive, mask, &scratch->state, &poses);
-      for (const uint32_t slot : poses.Slots()) {
-        TargetPose* sum;
-        const bool isFresh = layer.EnterUnset(slot, &sum);
-        AddToLayer(poses.At(slot), s, isFresh, sum);
-      }
-    }
-    state = system->FindAnimatorControllerStateModel(state->Record().nextState);
-  }
-  for (const uint32_t slot : layer.Slots()) {
-    if (additive) {
-      CompleteAdditive(&layer.At(slot));
-    } else {
-      CompleteOverride(&layer.At(slot), restPoses);
-    }
-  }
-}
-
 // How a layer's pose enters the final one.
 enum class Merge {
   kOverridePart,   // override, weight below 1: blended with the rest pose
@@ -247,36 +197,6 @@ void MergeRotation(Merge merge, const TargetPose& pose, float share, TransformVa
   MultiplyQuaternion(delta, sum->rotation, sum->rotation);
 }
 
-void MergeLayer(uint32_t index, const ControllerLayerRecord& record, RestPoses* restPoses,
-                ControllerScratch* scratch) {
-  const float share = record.weight;
-  Merge merge = index == 0 ? Merge::kAdditiveFirst : Merge::kAdditiveLater;
-  if (record.blendMode != kAdditiveLayer) {
-    merge = 1.0f > share ? Merge::kOverridePart : Merge::kOverrideWhole;
-  }
-  const __m128 scaleX = _mm_castsi128_ps(_mm_setr_epi32(0, 0, 0, -1));
-  const __m128 scaleYZ = _mm_castsi128_ps(_mm_set1_epi32(-1));
-  PoseSet& layer = scratch->layerPose;
-  scratch->finalPose.Grow(restPoses->SlotCount());
-  for (const uint32_t slot : layer.Slots()) {
-    const TargetPose& pose = layer.At(slot);
-    TargetPose* sum;
-    const bool isFresh = scratch->finalPose.EnterUnset(slot, &sum);
-    TransformValue* rest = &restPoses->Value(slot);
-    const RestChannels channels(*rest);
-    MergeFour(merge, pose.value, pose.weight, share, channels.positionScaleX, scaleX, isFresh,
-              sum->value, sum->weight);
-    MergeFour(merge, pose.value + 4, pose.weight + 4, share, channels.scaleYZ, scaleYZ, isFresh,
-              sum->value + 4, sum->weight + 4);
-    if (isFresh) {
-      AddRotation(nullptr, 0.0f, true, sum);
-    }
-    if (!std::isnan(pose.rotationWeight)) {
-      MergeRotation(merge, pose, share, rest, sum);
-    }
-  }
-}
-
 // Stores a pose into a 3D entity, builds its local matrix and marks it.
 inline void WritePose(const TargetPose& pose, const EntityPoseWriter& writer) {
   const PositionScale values =
@@ -292,23 +212,94 @@ inline void WritePose(const TargetPose& pose, const EntityPoseWriter& writer) {
 
 }  // namespace
 
-void AnimatorControllerModel::Update() {
-  AnimationClipBinding* binding = Binding();
+// A function of its own: each use of a thread's variable by its name is a call.
+NQ_NO_INLINE ControllerEvaluation* ControllerEvaluation::OfThread() {
+  thread_local ControllerEvaluation evaluation;
+  return &evaluation;
+}
+
+void ControllerEvaluation::Run(AnimatorControllerModel* controller) {
+  AnimationClipBinding* binding = controller->Binding();
   if (binding == nullptr) {
     return;
   }
   RestPoses& restPoses = binding->defaults;
-  ControllerScratch* scratch = ThreadScratch();
-  scratch->finalPose.Begin(restPoses.SlotCount());
-  for (uint32_t index = 0; index < layerCount; ++index) {
-    EvaluateLayer(this, index, &restPoses, scratch);
-    MergeLayer(index, Layer(index), &restPoses, scratch);
+  finalPose.Begin(restPoses.SlotCount());
+  for (uint32_t index = 0; index < controller->layerCount; ++index) {
+    EvaluateLayer(controller, index, &restPoses);
+    MergeLayer(index, controller->Layer(index), &restPoses);
   }
+  WritePoses(&controller->core->Entities()->Tree(), restPoses);
+}
+
+void ControllerEvaluation::EvaluateLayer(AnimatorControllerModel* controller, uint32_t index,
+                                         RestPoses* restPoses) {
+  layerPose.Begin(restPoses->SlotCount());
+  const ControllerLayerRecord& record = controller->Layer(index);
+  if (record.blendMode > kAdditiveLayer || record.firstState == kNoHandle) {
+    return;
+  }
+  const bool additive = record.blendMode == kAdditiveLayer;
+  ControllerMask* mask = controller->masks.Find(index);
+  const AnimationSystem* system = controller->core->Animation();
+  const AnimatorControllerStateModel* state =
+      system->FindAnimatorControllerStateModel(record.firstState);
+  while (state != nullptr) {
+    const float s = state->Record().weight;
+    if (s != 0.0f) {
+      EvaluateState(*controller, *state, additive, mask, &stateScratch, &statePose);
+      for (const uint32_t slot : statePose.Slots()) {
+        TargetPose* sum;
+        const bool isFresh = layerPose.EnterUnset(slot, &sum);
+        AddToLayer(statePose.At(slot), s, isFresh, sum);
+      }
+    }
+    state = system->FindAnimatorControllerStateModel(state->Record().nextState);
+  }
+  for (const uint32_t slot : layerPose.Slots()) {
+    if (additive) {
+      CompleteAdditive(&layerPose.At(slot));
+    } else {
+      CompleteOverride(&layerPose.At(slot), restPoses);
+    }
+  }
+}
+
+void ControllerEvaluation::MergeLayer(uint32_t index, const ControllerLayerRecord& record,
+                                      RestPoses* restPoses) {
+  const float share = record.weight;
+  Merge merge = index == 0 ? Merge::kAdditiveFirst : Merge::kAdditiveLater;
+  if (record.blendMode != kAdditiveLayer) {
+    merge = 1.0f > share ? Merge::kOverridePart : Merge::kOverrideWhole;
+  }
+  const __m128 scaleX = _mm_castsi128_ps(_mm_setr_epi32(0, 0, 0, -1));
+  const __m128 scaleYZ = _mm_castsi128_ps(_mm_set1_epi32(-1));
+  finalPose.Grow(restPoses->SlotCount());
+  for (const uint32_t slot : layerPose.Slots()) {
+    const TargetPose& pose = layerPose.At(slot);
+    TargetPose* sum;
+    const bool isFresh = finalPose.EnterUnset(slot, &sum);
+    TransformValue* rest = &restPoses->Value(slot);
+    const RestChannels channels(*rest);
+    MergeFour(merge, pose.value, pose.weight, share, channels.positionScaleX, scaleX, isFresh,
+              sum->value, sum->weight);
+    MergeFour(merge, pose.value + 4, pose.weight + 4, share, channels.scaleYZ, scaleYZ, isFresh,
+              sum->value + 4, sum->weight + 4);
+    if (isFresh) {
+      AddRotation(nullptr, 0.0f, true, sum);
+    }
+    if (!std::isnan(pose.rotationWeight)) {
+      MergeRotation(merge, pose, share, rest, sum);
+    }
+  }
+}
+
+void ControllerEvaluation::WritePoses(TransformTree* tree, const RestPoses& restPoses) {
   // Numbers that are no entities may be among the keys.
-  EntityPoseWriter writer(&core->Entities()->Tree());
-  for (const uint32_t slot : scratch->finalPose.Slots()) {
+  EntityPoseWriter writer(tree);
+  for (const uint32_t slot : finalPose.Slots()) {
     if (writer.Seek(restPoses.Number(slot)) && writer.isThreeD()) {
-      WritePose(scratch->finalPose.At(slot), writer);
+      WritePose(finalPose.At(slot), writer);
     }
   }
 }
