@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <map>
 
 #include "Common/Def/Assert.h"
 #include "Common/Def/Log.h"
@@ -154,15 +155,6 @@ SampleMap AnimationClipModel::SampleAtTime(float time) {
   SampleMap samples;
   SampleAtTime(time, &samples);
   return samples;
-}
-
-std::map<uint32_t, ClipTrack> AnimationClipModel::tracks() const {
-  std::map<uint32_t, ClipTrack> result;
-  const std::vector<ClipTrack> ordered = timelines.Tracks();
-  for (size_t i = 0; i < targets.size(); ++i) {
-    result[targets[i]] = ordered[i];
-  }
-  return result;
 }
 
 }  // namespace nq::engine

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <unordered_map>
 #include <vector>
@@ -53,13 +52,14 @@ class AnimationClipModel {
   SampleMap SampleAtTime(float time);
   void SampleAtTime(float time, SampleMap* samples);
 
-  // For looking at a parsed model, while no task uses it. The tracks are put together anew.
-  std::map<uint32_t, ClipTrack> tracks() const;
+  // For looking at a parsed model, while no task uses it.
   uint32_t frameCount() const NQ_NO_THREAD_SAFETY_ANALYSIS { return frames; }
   uint32_t framesPerSecond() const NQ_NO_THREAD_SAFETY_ANALYSIS { return rate; }
   size_t CachedFrames() const NQ_NO_THREAD_SAFETY_ANALYSIS { return frameCache.size(); }
 
  private:
+  friend struct ParsedTracks;  // puts the tracks together again, for tests
+
   void Parse() NQ_EXCLUDES(lock);
   void SampleAllAt(float time, SampleMap* samples) const NQ_REQUIRES(lock);
 

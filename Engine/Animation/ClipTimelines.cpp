@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <map>
 
 #include "Common/Def/Vectors.h"
 
@@ -44,93 +43,105 @@ inline __m128 IsInfinite(__m128 v) {
 }  // namespace
 
 void ClipTimelines::Build(const std::vector<ClipTrack>& tracks) {
-  std::map<std::vector<uint32_t>, uint32_t> byFrames;
+  TimelinesByFrames byFrames;
   for (uint32_t t = 0; t < tracks.size(); ++t) {
-    const ClipTrack& track = tracks[t];
-    ClipSample sample;
-    std::fill(sample.channel, sample.channel + kClipChannels, kNoValue);
-    sample.isQuaternion = track.isQuaternion;
-    blank.push_back(sample);
-
-    // The timeline of each channel; an absent channel has none.
-    constexpr uint32_t kNone = 0xFFFFFFFFu;
-    uint32_t timelineOf[kClipChannels];
-    for (uint32_t channel = 0; channel < kClipChannels; ++channel) {
-      const std::vector<ClipKey>& keys = track.channels[channel];
-      timelineOf[channel] = kNone;
-      if (keys.empty()) {
-        continue;
-      }
-      // Neighbours mostly share their frames.
-      const bool asBefore = channel != 0 && timelineOf[channel - 1] != kNone &&
-                            SameFrames(keys, timelines[timelineOf[channel - 1]].frames);
-      if (asBefore) {
-        timelineOf[channel] = timelineOf[channel - 1];
-        continue;
-      }
-      const auto entered =
-          byFrames.emplace(FramesOf(keys), static_cast<uint32_t>(timelines.size()));
-      if (entered.second) {
-        Timeline timeline;
-        timeline.frames = entered.first->first;
-        timeline.times.assign(timeline.frames.begin(), timeline.frames.end());
-        timeline.ascends = std::is_sorted(timeline.frames.begin(), timeline.frames.end());
-        timeline.steps = false;
-        const float range = timeline.times.back() - timeline.times.front();
-        timeline.keysPerFrame =
-            range > 0.0f ? static_cast<float>(timeline.frames.size() - 1) / range : 0.0f;
-        timelines.push_back(std::move(timeline));
-      }
-      timelineOf[channel] = entered.first->second;
-    }
-
+    AddBlank(tracks[t]);
+    const TimelineOfChannel timelineOf = FindTimelines(tracks[t], &byFrames);
     for (const GroupShape& shape : kGroups) {
-      for (uint32_t lane = 0; lane < shape.channelCount; ++lane) {
-        const uint32_t timeline = timelineOf[shape.firstChannel + lane];
-        if (timeline == kNone) {
-          continue;
-        }
-        std::vector<Group>& groups = timelines[timeline].groups;
-        const bool isNew = groups.empty() || groups.back().track != t ||
-                           groups.back().firstChannel != shape.firstChannel;
-        if (isNew) {
-          groups.push_back(Group{t, shape.firstChannel, shape.channelCount, 0, true});
-        }
-        groups.back().present = static_cast<uint8_t>(groups.back().present | 1u << lane);
-      }
-      // A group writes four channels where those that are not its own have no keys, or come later
-      // in the same timeline.
-      for (uint32_t lane = 0; lane < shape.channelCount; ++lane) {
-        const uint32_t timeline = timelineOf[shape.firstChannel + lane];
-        if (timeline == kNone) {
-          continue;
-        }
-        Group& group = timelines[timeline].groups.back();
-        for (uint32_t other = 0; other < 4; ++other) {
-          const uint32_t owner = timelineOf[shape.firstChannel + other];
-          group.writesFour = group.writesFour && (owner == kNone || owner == timeline);
-        }
-      }
+      AddGroups(t, shape.firstChannel, shape.channelCount, timelineOf);
     }
   }
-
   for (Timeline& timeline : timelines) {
-    timeline.keys.resize(timeline.frames.size() * timeline.groups.size());
-    Keys* keys = timeline.keys.data();
-    for (size_t row = 0; row < timeline.frames.size(); ++row) {
-      for (const Group& group : timeline.groups) {
-        for (uint32_t lane = 0; lane < 4; ++lane) {
-          ClipKey key{0, kNoValue, 0.0f, 0.0f};
-          if ((group.present >> lane & 1u) != 0) {
-            key = tracks[group.track].channels[group.firstChannel + lane][row];
-          }
-          keys->value[lane] = key.value;
-          keys->inTangent[lane] = key.inTangent;
-          keys->outTangent[lane] = key.outTangent;
-          timeline.steps = timeline.steps || std::isinf(key.outTangent);
+    timeline.LayOutKeys(tracks);
+  }
+}
+
+void ClipTimelines::AddBlank(const ClipTrack& track) {
+  ClipSample sample;
+  std::fill(sample.channel, sample.channel + kClipChannels, kNoValue);
+  sample.isQuaternion = track.isQuaternion;
+  blank.push_back(sample);
+}
+
+ClipTimelines::TimelineOfChannel ClipTimelines::FindTimelines(const ClipTrack& track,
+                                                              TimelinesByFrames* byFrames) {
+  TimelineOfChannel timelineOf;
+  timelineOf.fill(kNone);
+  for (uint32_t channel = 0; channel < kClipChannels; ++channel) {
+    const std::vector<ClipKey>& keys = track.channels[channel];
+    if (keys.empty()) {
+      continue;
+    }
+    // Neighbours mostly share their frames.
+    const bool asBefore = channel != 0 && timelineOf[channel - 1] != kNone &&
+                          SameFrames(keys, timelines[timelineOf[channel - 1]].frames);
+    if (asBefore) {
+      timelineOf[channel] = timelineOf[channel - 1];
+      continue;
+    }
+    const auto entered = byFrames->emplace(FramesOf(keys), static_cast<uint32_t>(timelines.size()));
+    if (entered.second) {
+      timelines.emplace_back(entered.first->first);
+    }
+    timelineOf[channel] = entered.first->second;
+  }
+  return timelineOf;
+}
+
+void ClipTimelines::AddGroups(uint32_t track, uint8_t firstChannel, uint8_t channelCount,
+                              const TimelineOfChannel& timelineOf) {
+  for (uint32_t lane = 0; lane < channelCount; ++lane) {
+    const uint32_t timeline = timelineOf[firstChannel + lane];
+    if (timeline == kNone) {
+      continue;
+    }
+    std::vector<Group>& groups = timelines[timeline].groups;
+    const bool isNew = groups.empty() || groups.back().track != track ||
+                       groups.back().firstChannel != firstChannel;
+    if (isNew) {
+      groups.push_back(Group{track, firstChannel, channelCount, 0, true});
+    }
+    groups.back().present = static_cast<uint8_t>(groups.back().present | 1u << lane);
+  }
+  // A group writes four channels where those that are not its own have no keys, or come later in
+  // the same timeline.
+  for (uint32_t lane = 0; lane < channelCount; ++lane) {
+    const uint32_t timeline = timelineOf[firstChannel + lane];
+    if (timeline == kNone) {
+      continue;
+    }
+    Group& group = timelines[timeline].groups.back();
+    for (uint32_t other = 0; other < 4; ++other) {
+      const uint32_t owner = timelineOf[firstChannel + other];
+      group.writesFour = group.writesFour && (owner == kNone || owner == timeline);
+    }
+  }
+}
+
+ClipTimelines::Timeline::Timeline(const std::vector<uint32_t>& keyFrames)
+    : frames(keyFrames),
+      times(keyFrames.begin(), keyFrames.end()),
+      ascends(std::is_sorted(keyFrames.begin(), keyFrames.end())) {
+  const float range = times.back() - times.front();
+  keysPerFrame = range > 0.0f ? static_cast<float>(frames.size() - 1) / range : 0.0f;
+}
+
+void ClipTimelines::Timeline::LayOutKeys(const std::vector<ClipTrack>& tracks) {
+  keys.resize(frames.size() * groups.size());
+  Keys* cell = keys.data();
+  for (size_t row = 0; row < frames.size(); ++row) {
+    for (const Group& group : groups) {
+      for (uint32_t lane = 0; lane < 4; ++lane) {
+        ClipKey key{0, kNoValue, 0.0f, 0.0f};
+        if ((group.present >> lane & 1u) != 0) {
+          key = tracks[group.track].channels[group.firstChannel + lane][row];
         }
-        ++keys;
+        cell->value[lane] = key.value;
+        cell->inTangent[lane] = key.inTangent;
+        cell->outTangent[lane] = key.outTangent;
+        steps = steps || std::isinf(key.outTangent);
       }
+      ++cell;
     }
   }
 }
@@ -198,6 +209,7 @@ void ClipTimelines::SampleTimeline(const Timeline& timeline, float time, uint32_
     const __m128 arriving =
         _mm_mul_ps(_mm_mul_ps(_mm_load_ps(next[g].inTangent), nextTangentWeight), seconds);
     __m128 result = _mm_add_ps(_mm_add_ps(_mm_add_ps(fromPrevious, fromNext), leaving), arriving);
+    // Kept on purpose: what arrives at the next key does not matter, only what leaves it.
     if (timeline.steps) {
       const __m128 step =
           _mm_or_ps(IsInfinite(outTangent), IsInfinite(_mm_load_ps(next[g].outTangent)));
@@ -214,28 +226,6 @@ void ClipTimelines::Sample(float time, uint32_t framesPerSecond, ClipSample* sam
   for (const Timeline& timeline : timelines) {
     SampleTimeline(timeline, time, framesPerSecond, samples);
   }
-}
-
-std::vector<ClipTrack> ClipTimelines::Tracks() const {
-  std::vector<ClipTrack> tracks(blank.size());
-  for (size_t t = 0; t < tracks.size(); ++t) {
-    tracks[t].isQuaternion = blank[t].isQuaternion;
-  }
-  for (const Timeline& timeline : timelines) {
-    const Keys* keys = timeline.keys.data();
-    for (const uint32_t frame : timeline.frames) {
-      for (const Group& group : timeline.groups) {
-        for (uint32_t lane = 0; lane < 4; ++lane) {
-          if ((group.present >> lane & 1u) != 0) {
-            tracks[group.track].channels[group.firstChannel + lane].push_back(
-                ClipKey{frame, keys->value[lane], keys->inTangent[lane], keys->outTangent[lane]});
-          }
-        }
-        ++keys;
-      }
-    }
-  }
-  return tracks;
 }
 
 }  // namespace nq::engine

@@ -8,6 +8,7 @@
 
 #include "Common/Def/Log.h"
 #include "tests/native/Engine/Animation/AnimationScene.h"
+#include "tests/native/Engine/Animation/ParsedTracks.h"
 
 namespace nq::engine {
 namespace {
@@ -44,7 +45,7 @@ TEST(AnimationClipModelTest, UpToAHeadersSizeTheBytesSayNothing) {
     EXPECT_EQ(0u, model.SampleAtFrame(0).Size());
     EXPECT_EQ(0u, model.SampleAtFrame(7).Size());
     EXPECT_EQ(0u, model.SampleAtTime(0.5f).Size());
-    EXPECT_TRUE(model.tracks().empty());
+    EXPECT_TRUE(ParsedTracks::Of(model).empty());
     EXPECT_EQ(0u, model.CachedFrames());
   }
 }
@@ -116,7 +117,8 @@ TEST(AnimationClipModelTest, AnglesAndQuaternionPartsShareAChannelInCurveOrder) 
   const ReferenceCurve angle = {0, 7, {{0, 1, 0, 0}, {10, 2, 0, 0}}};
   const ReferenceCurve part = {0, 11, {{20, 3, 0, 0}, {30, 4, 0, 0}}};
   AnimationClipModel model = ModelOf(100, {angle, part});
-  const std::vector<ClipKey> keys = (model.EnsureParsed(), model.tracks().at(0).channels[kTurnX]);
+  const std::vector<ClipKey> keys =
+      (model.EnsureParsed(), ParsedTracks::Of(model).at(0).channels[kTurnX]);
   ASSERT_EQ(4u, keys.size());
   for (uint32_t k = 0; k < 4; ++k) {
     EXPECT_EQ(10 * k, keys[k].frame);
@@ -297,7 +299,7 @@ TEST(AnimationClipModelTest, RandomClipsAreWhatAPlainModelSees) {
     model.EnsureParsed();
     ASSERT_EQ(bytes.size() > 16 ? clip.frameCount : 0, model.frameCount());
     ASSERT_EQ(bytes.size() > 16 ? clip.rate : 0, model.framesPerSecond());
-    const std::map<uint32_t, ClipTrack> tracks = model.tracks();
+    const std::map<uint32_t, ClipTrack> tracks = ParsedTracks::Of(model);
     ASSERT_EQ(clip.tracks.size(), tracks.size());
     for (const auto& [target, track] : clip.tracks) {
       ASSERT_EQ(track.isQuaternion, tracks.at(target).isQuaternion);

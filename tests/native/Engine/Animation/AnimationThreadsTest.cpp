@@ -9,6 +9,7 @@
 #include "Common/Def/WorkerPool.h"
 #include "Engine/Animation/AnimationClipModel.h"
 #include "tests/native/Engine/Animation/AnimationScene.h"
+#include "tests/native/Engine/Animation/ParsedTracks.h"
 
 namespace nq::engine {
 namespace {
@@ -207,7 +208,7 @@ TEST(AnimationThreadsTest, TheFirstParseMayBeRaced) {
           break;
       }
     });
-    ASSERT_EQ(kBones, model.tracks().size());
+    ASSERT_EQ(kBones, ParsedTracks::Of(model).size());
   }
 }
 
