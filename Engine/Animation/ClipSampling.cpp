@@ -1,4 +1,4 @@
-// Sampling of single channels, and the blend of two samples.
+// Weights of the cubic, and the blend of two samples.
 #include "Engine/Animation/ClipSampling.h"
 
 #include <cmath>
@@ -94,44 +94,6 @@ HermiteWeights::HermiteWeights(float time, uint32_t previousFrame, uint32_t span
   previousTangent = s3 - 2.0f * s2 + s;
   nextTangent = s3 - s2;
   seconds = static_cast<float>(span) / static_cast<float>(framesPerSecond);
-}
-
-float SampleChannel(const ClipKey* keys, size_t count, float time, uint32_t framesPerSecond) {
-  if (count == 0) {
-    return std::numeric_limits<float>::quiet_NaN();
-  }
-  size_t first = 0;
-  while (first < count && !(static_cast<float>(keys[first].frame) >= time)) {
-    ++first;
-  }
-  const CurvePosition position =
-      PositionAt(time, first, count, [keys](size_t i) { return keys[i].frame; });
-  if (position.holds) {
-    return keys[position.key].value;
-  }
-  const ClipKey& previous = keys[position.key - 1];
-  const ClipKey& next = keys[position.key];
-  // Kept on purpose: what arrives at the next key does not matter, only what leaves it.
-  if (std::isinf(previous.outTangent) || std::isinf(next.outTangent)) {
-    return previous.value;
-  }
-  const HermiteWeights w(time, previous.frame, next.frame - previous.frame, framesPerSecond);
-  return previous.value * w.previous + next.value * w.next +
-         previous.outTangent * w.previousTangent * w.seconds +
-         next.inTangent * w.nextTangent * w.seconds;
-}
-
-float SampleChannel(const std::vector<ClipKey>& keys, float time, uint32_t framesPerSecond) {
-  return SampleChannel(keys.data(), keys.size(), time, framesPerSecond);
-}
-
-ClipSample SampleTrack(const ClipTrack& track, float time, uint32_t framesPerSecond) {
-  ClipSample sample;
-  for (uint32_t channel = 0; channel < kClipChannels; ++channel) {
-    sample.channel[channel] = SampleChannel(track.channels[channel], time, framesPerSecond);
-  }
-  sample.isQuaternion = track.isQuaternion;
-  return sample;
 }
 
 float LerpChannel(float a, float b, float t) {

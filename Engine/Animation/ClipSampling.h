@@ -64,16 +64,6 @@ CurvePosition PositionAt(float time, size_t first, size_t count, FrameOf frameOf
   return CurvePosition{key, false};
 }
 
-// The value of a channel. 0 keys give not-a-number; ahead of the first key its value holds, behind
-// the last one that of the last, and exactly on a key the key's own. A segment steps if the out
-// tangent at either end of it is infinite.
-float SampleChannel(const ClipKey* keys, size_t count, float time, uint32_t framesPerSecond);
-float SampleChannel(const std::vector<ClipKey>& keys, float time, uint32_t framesPerSecond);
-
-// All ten channels. Quaternions are sampled like any four numbers: neither slerp nor a change of
-// sign nor normalising happens here.
-ClipSample SampleTrack(const ClipTrack& track, float time, uint32_t framesPerSecond);
-
 // b t + (1 - t) a. A side that is not a number contributes nothing, while the other keeps its own
 // weight.
 float LerpChannel(float a, float b, float t);

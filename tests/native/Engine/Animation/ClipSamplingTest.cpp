@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "Engine/Animation/ClipTimelines.h"
 #include "tests/native/Engine/Animation/AnimationScene.h"
 
 namespace nq::engine {
@@ -19,6 +20,22 @@ std::vector<ClipKey> KeysOf(const std::vector<ReferenceKey>& keys) {
     result.push_back(ClipKey{key.frame, key.value, key.inTangent, key.outTangent});
   }
   return result;
+}
+
+// One track, sampled by itself.
+ClipSample SampleTrack(const ClipTrack& track, float time, uint32_t rate) {
+  ClipTimelines timelines;
+  timelines.Build({track});
+  ClipSample sample;
+  timelines.Sample(time, rate, &sample);
+  return sample;
+}
+
+// The value of a channel whose neighbours have no keys.
+float SampleChannel(const std::vector<ClipKey>& keys, float time, uint32_t rate) {
+  ClipTrack track;
+  track.channels[0] = keys;
+  return SampleTrack(track, time, rate).channel[0];
 }
 
 float At(const std::vector<ReferenceKey>& keys, float time, uint32_t rate = kRate) {
@@ -65,7 +82,6 @@ void ExpectRotation(const std::vector<float>& expected, const ClipSample& sample
 TEST(ClipSamplingTest, AChannelWithoutKeysIsNoNumberAtAnyTime) {
   for (const float time : {0.0f, 1.5f, -1.0f, kNone, kInfinity, -kInfinity}) {
     EXPECT_TRUE(std::isnan(At({}, time))) << time;
-    EXPECT_TRUE(std::isnan(SampleChannel(nullptr, 0, time, kRate))) << time;
   }
 }
 
