@@ -58,15 +58,6 @@ NativeValueInfo ComponentSystem::CreateCullingComponent(uint32_t count) {
   return value->Info();
 }
 
-CullingObject ComponentSystem::FindCullingObject(uint32_t handle) const {
-  CullingComponentValue* batch = cullingComponents.Find(handle);
-  const uint32_t index = HandleElement(handle);
-  if (batch == nullptr || index >= batch->Count()) {
-    return CullingObject();
-  }
-  return CullingObject(batch, index, core, &core->Entities()->Tree());
-}
-
 const CullResult& ComponentSystem::CullWithFrustum(uint32_t mask, const CameraPose& pose,
                                                    const PerspectiveLens& lens,
                                                    const uint32_t* list, uint32_t listCount) {
@@ -125,7 +116,7 @@ void ComponentSystem::TestList(uint32_t mask, const uint32_t* list, uint32_t lis
                                const TransformTree& tree) {
   ListGroup group;
   for (uint32_t i = 0; i < listCount; ++i) {
-    CullingComponentValue* batch = cullingComponents.Find(list[i]);
+    CullingComponentValue* batch = FindCullingComponent(list[i]);
     const uint32_t index = HandleElement(list[i]);
     if (batch == nullptr || index >= batch->Count() || !batch->IsCandidate(index, mask, tree)) {
       continue;

@@ -9,7 +9,6 @@
 #include "Engine/Culling/CullResult.h"
 #include "Engine/Culling/Culler.h"
 #include "Engine/Culling/CullingComponentValue.h"
-#include "Engine/Culling/CullingObject.h"
 #include "Engine/Culling/ViewVolume.h"
 
 namespace nq::engine {
@@ -31,8 +30,10 @@ class ComponentSystem {
   // Releases the whole batch of `handle`. May end the core and this system with it.
   void ReleaseCullingComponent(uint32_t handle) { cullingComponents.Release(handle); }
 
-  // The object of `handle`; tests false if there is no such batch, or no such position in it.
-  CullingObject FindCullingObject(uint32_t handle) const;
+  // The batch of `handle`, or null. Not owned.
+  CullingComponentValue* FindCullingComponent(uint32_t handle) const {
+    return cullingComponents.Find(handle);
+  }
 
   // What the camera sees of the objects in `list`, or of all if it is null, sorted by depth. The
   // result is this system's, and valid until the next call.

@@ -14,6 +14,7 @@
 #include "Engine/Entity/Entity.h"
 #include "Engine/Entity/EntityRecord.h"
 #include "Engine/Entity/EntitySystem.h"
+#include "tests/native/Engine/Culling/CullingObject.h"
 #include "tests/native/Engine/Culling/ReferenceCulling.h"
 
 namespace nq::engine {
@@ -53,7 +54,7 @@ class CullingScene {
   // Enables an object with all layers.
   void Put(uint32_t object, uint32_t entity, float x, float y, float z, float radius);
   CullingRecord& Record(uint32_t object);
-  CullingObject Object(uint32_t object) { return core->Components()->FindCullingObject(object); }
+  CullingObject Object(uint32_t object) { return FindCullingObject(core, object); }
 
   // A 3D entity at a point, with an object of that radius around it. Returns the object's handle.
   uint32_t AddSphere(float x, float y, float z, float radius);

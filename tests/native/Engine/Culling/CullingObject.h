@@ -1,10 +1,13 @@
-// One culling object of a batch.
-#ifndef NQ_ENGINE_CULLING_CULLINGOBJECT_H_
-#define NQ_ENGINE_CULLING_CULLINGOBJECT_H_
+// One culling object of a batch, as tests look at it.
+#ifndef NQ_TESTS_NATIVE_ENGINE_CULLING_CULLINGOBJECT_H_
+#define NQ_TESTS_NATIVE_ENGINE_CULLING_CULLINGOBJECT_H_
 
 #include <cstdint>
 
+#include "Engine/Culling/ComponentSystem.h"
 #include "Engine/Culling/CullingComponentValue.h"
+#include "Engine/Entity/EngineCore.h"
+#include "Engine/Entity/EntitySystem.h"
 
 namespace nq::engine {
 
@@ -47,6 +50,15 @@ class CullingObject {
   const TransformTree* tree = nullptr;
 };
 
+// The object of `handle`; tests false if there is no such batch, or no such position in it.
+inline CullingObject FindCullingObject(EngineCore* core, uint32_t handle) {
+  CullingComponentValue* batch = core->Components()->FindCullingComponent(handle);
+  const uint32_t index = HandleElement(handle);
+  return batch == nullptr || index >= batch->Count()
+             ? CullingObject()
+             : CullingObject(batch, index, core, &core->Entities()->Tree());
+}
+
 }  // namespace nq::engine
 
-#endif  // NQ_ENGINE_CULLING_CULLINGOBJECT_H_
+#endif  // NQ_TESTS_NATIVE_ENGINE_CULLING_CULLINGOBJECT_H_
