@@ -7,6 +7,7 @@ const { writeApi } = require('./api');
 const { checkScripts } = require('./arm64-check');
 const { checkHosts } = require('./hosts-check');
 const { setup } = require('./setup');
+const { buildSite } = require('./site');
 const {
   build,
   buildPackedModules,
@@ -106,8 +107,12 @@ const checks = {
   eslint: {
     needs: ['build'],
     run: () =>
-      status(host, [nodeModule('eslint/bin/eslint.js'), '--max-warnings=0', '--ext=.js', '.']) ===
-      0,
+      status(host, [
+        nodeModule('eslint/bin/eslint.js'),
+        '--max-warnings=0',
+        '--ext=.js,.mjs',
+        '.',
+      ]) === 0,
   },
 
   // Typings: that they are sound, that they accept and refuse what they should, and that a reference can be made of
@@ -255,6 +260,18 @@ const checks = {
         return false;
       }
       return status(node, args, { NQ_HOST: host, NQ_MODULE: modulePath }) === 0;
+    },
+  },
+
+  // The site of documents: that it builds, and how it does in a browser.
+  site: {
+    needs: ['browser'],
+    run() {
+      const mocha = nodeModule('mocha/bin/mocha');
+      return (
+        buildSite() &&
+        status(newerNode(), [mocha, '--timeout=300000', 'tests/browser/site.test.js']) === 0
+      );
     },
   },
 

@@ -73,10 +73,14 @@ function installPackages(kinds) {
   }
 }
 
-function installModules() {
+/**
+ * Installs the npm packages of a lock file, unless they are there.
+ * @param {string} [folder] of the lock file, path from the root
+ */
+function installModules(folder = '.') {
   const time = (file) => {
     try {
-      return fs.statSync(path.join(root, file)).mtimeMs;
+      return fs.statSync(path.join(root, folder, file)).mtimeMs;
     } catch (error) {
       return -1;
     }
@@ -86,9 +90,10 @@ function installModules() {
     return;
   }
   const [command, ...first] = npmCommand();
-  run('npm ci', command, [
+  run(folder === '.' ? 'npm ci' : `npm ci of ${folder}`, command, [
     ...first,
     'ci',
+    ...(folder === '.' ? [] : [`--prefix=${folder}`]),
     '--include=dev',
     '--ignore-scripts',
     '--no-audit',
@@ -110,7 +115,7 @@ function setup(...kinds) {
   installModules();
 }
 
-module.exports = { setup };
+module.exports = { installModules, setup };
 
 if (require.main === module) {
   const kinds = process.argv.slice(2);

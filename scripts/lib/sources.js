@@ -51,7 +51,14 @@ function nodeModule(name) {
  * @returns {string[]}
  */
 function prettierArguments(mode) {
-  const files = ['**/*.js', '**/*.ts', '**/*.json', '.eslintrc.json', '.prettierrc.json'];
+  const files = [
+    '**/*.js',
+    '**/*.mjs',
+    '**/*.ts',
+    '**/*.json',
+    '.eslintrc.json',
+    '.prettierrc.json',
+  ];
   const script = nodeModule('prettier/bin-prettier.js');
   return [script, mode, '--loglevel=warn', '--no-error-on-unmatched-pattern', ...files];
 }
