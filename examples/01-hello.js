@@ -3,11 +3,11 @@
 //
 //   node examples/01-hello.js
 //
-// Script and native code work on the same memory. Writing into a record is all that it takes to move an entity;
-// one call brings all world matrices up to date.
+// JavaScript and native code work on the same memory. Writing its record moves an entity; one call updates all world
+// matrices.
 const nq = require('../lib');
 
-// --- Set up: two entities in one batch. The view keeps their memory: keep the view.
+// --- Set up: two entities in one batch. The view keeps their memory alive: keep the view.
 const engine = nq.getEngine();
 const commands = new nq.EntityCommandWriter(engine);
 const dirty = new nq.DirtyListWriter(engine);
@@ -17,10 +17,10 @@ const [parent, child] = [0, 1];
 commands.addRoot(entities.handle(parent));
 commands.addChild(entities.handle(parent), entities.handle(child));
 
-// --- Frame: the parent stands at 1, 2, 3, turned by a quarter about z; the child 5 along its x axis.
+// --- Frame: the parent is at 1, 2, 3, rotated by a quarter turn about z; the child is at x = 5 in its space.
 entities.setPosition(parent, 1, 2, 3);
 entities.setEuler(parent, 0, 0, Math.PI / 2);
-entities.setScale(parent, 1, 1, 1); // of a fresh record it is 0
+entities.setScale(parent, 1, 1, 1); // a new record has scale 0
 entities.setPosition(child, 5, 0, 0);
 entities.setScale(child, 1, 1, 1);
 dirty.appendRange(entities.id, 2);

@@ -1,11 +1,11 @@
 'use strict';
-// What it shows: a tree that moves, changes its links, and rests in part.
+// What it shows: a tree that moves, changes its links, and is deactivated in part.
 //
 //   node examples/02-transform-tree.js
 //
 //   sun ── planet, 10 along x of the sun ── moon, 2 along x of the planet
 //
-// Sun and planet turn about y by a quarter each step. What is listed as dirty is computed, with all below it.
+// Sun and planet rotate about y by a quarter turn per step. Entities listed as dirty are computed, with all below.
 const nq = require('../lib');
 
 // --- Set up.
@@ -22,9 +22,9 @@ const [sun, planet, moon] = [0, 1, 2];
 commands.addRoot(bodies.handle(sun));
 commands.addChild(bodies.handle(sun), bodies.handle(planet));
 commands.addChild(bodies.handle(planet), bodies.handle(moon));
-dirty.append(bodies.handle(moon)); // a new entity is listed once; the others are in each step
+dirty.append(bodies.handle(moon)); // a new entity must be listed once; the others are listed in each step
 
-// --- Frame: angles into the records, and one call, which carries out the commands ahead of all else.
+// --- Frame: write angles into the records, then one call, which first executes the commands.
 function frame(step) {
   for (const body of [sun, planet]) {
     bodies.setEuler(body, 0, (step * Math.PI) / 2, 0);
@@ -46,7 +46,7 @@ for (let step = 0; step < 4; ++step) {
 }
 console.log('the moon becomes a child of the sun');
 commands.removeFromParent(bodies.handle(moon));
-commands.addChild(bodies.handle(sun), bodies.handle(moon)); // still 2 along x, now of the sun
+commands.addChild(bodies.handle(sun), bodies.handle(moon)); // still at x = 2, now in the sun's space
 frame(4);
 console.log('the planet is deactivated');
 commands.deactivate(bodies.handle(planet)); // keeps its world matrix

@@ -3,8 +3,8 @@
 //
 //   node examples/03-culling.js
 //
-// Eight balls of radius 1 stand around the camera, 45 degrees apart, at distances of 10, 11, … 17. It sees 40
-// degrees to each side, so that the next ball is in view only if it is so close that its edge reaches in.
+// Eight balls of radius 1 are around the camera, 45 degrees apart, at distances of 10, 11, … 17. It sees 40 degrees
+// to each side, so the next ball is visible only if it is so close that its edge reaches into the view.
 const nq = require('../lib');
 
 const kBalls = 8;
@@ -12,7 +12,7 @@ const kOdd = 1;
 const kEven = 2;
 const kAll = kOdd | kEven;
 
-// --- Set up: an entity for each ball, and on each an object to cull.
+// --- Set up: an entity for each ball, and a culling object on each.
 const engine = nq.getEngine();
 const commands = new nq.EntityCommandWriter(engine);
 const dirty = new nq.DirtyListWriter(engine);
@@ -37,13 +37,13 @@ for (let ball = 0; ball < kBalls; ++ball) {
 dirty.appendRange(entities.id, kBalls);
 engine.refreshWorldTransform(); // spheres follow world matrices
 
-// --- Frame: one call, whose answer is in `engine.cullingResult`, a buffer that may be replaced by a larger one.
+// --- Frame: one call, whose result is in `engine.cullingResult`, which may be replaced by a larger buffer.
 const result = new nq.CullingResultView(engine);
 
-/** Looks from the origin; tells whether it sees what the last call has seen. */
+/** Looks from the origin. Returns true if it sees the same objects as the last call. */
 function look(mask, target, up) {
   const { hash } = result;
-  result.clear(); // a call that sees nothing leaves the last result as it is
+  result.clear(); // a call that finds nothing leaves the last result unchanged
   engine.frustumCullingV2(mask, 0, 0, 0, ...target, ...up, (80 * Math.PI) / 180, 1, 0.1, 100);
   return result.count > 0 && result.hash === hash;
 }

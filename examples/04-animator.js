@@ -1,10 +1,10 @@
 'use strict';
-// What it shows: an animator that plays two clips on one entity, and fades from one to the other.
+// What it shows: an animator that plays two clips on one entity, with a crossfade between them.
 //
 //   node examples/04-animator.js
 //
 // Clip "low" rises from 0 to 2 units, slowly at both ends, at an angle of 20 degrees; clip "high" stays at 4
-// units and 60 degrees. Times and weights are script's: the module has no clock.
+// units and 60 degrees. JavaScript sets times and weights: the module has no clock.
 const nq = require('../lib');
 
 // --- Set up: clips as bytes, an entity, and an animator of two clips with one target each.
@@ -38,21 +38,21 @@ new nq.EntityCommandWriter(engine).addRoot(entities.handle(0));
 
 const component = engine.createComponent(nq.layout.componentKinds.animator, 2, 2);
 const animator = new nq.AnimatorView(component, 2);
-// The target tables of both clips, end to end: each moves the entity.
+// The target lists of both clips, concatenated: each moves the entity.
 animator.setTargets([entities.handle(0), entities.handle(0)]);
 
 // --- Frame: times and weights, the animator, then the world.
 function frame(time, weight) {
   animator.setClip(0, low.id, time, weight);
   animator.setClip(1, high.id, time, 1 - weight);
-  engine.updateAnimator(animator.id); // what it writes need not be listed as dirty
+  engine.updateAnimator(animator.id); // the entities that it writes need not be listed as dirty
   engine.refreshWorldTransform();
 }
 
 // --- Print: heights from the world, angles about z from the record's quaternion.
 const round = (value) => Number(value.toFixed(2)) || 0;
 [1, 1, 0.75, 0.5, 0.25, 0].forEach((weight, step) => {
-  const time = 15 * step; // frame 60 and later: the clip starts again
+  const time = 15 * step; // time wraps at frame 60
   frame(time, weight);
   const [, height] = entities.worldPosition(0, [0, 0, 0]);
   const [, , z, w] = entities.rotation(0, [0, 0, 0, 0]);

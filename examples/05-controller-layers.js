@@ -4,10 +4,10 @@
 //   node examples/05-controller-layers.js
 //
 //   layer 0, override: walk       all bones
-//   layer 1, override: wave       replaces layer 0 where its mask lets it
-//   layer 2, additive: breath     lifts the spine by what it differs from its own first frame
+//   layer 1, override: wave       replaces layer 0 where its mask allows it
+//   layer 2, additive: breath     lifts the spine by the difference from its own first frame
 //
-// All turn about z, so that angles can be read off. Clips hold one pose, but for breath.
+// All rotations are about z, so that angles are easy to read. Clips hold one pose, except breath.
 const nq = require('../lib');
 
 const { override, additive, off } = nq.layout.layerBlendModes;
@@ -50,7 +50,7 @@ const walk = makeClip('walk', ...pose(10, -30, 30), curve(0, 'PositionY', 1));
 const wave = makeClip('wave', ...pose(40, 50, 140));
 const breath = makeClip('breath', curve(0, 'PositionY', 1, 1.2, 1));
 
-// Which bones the targets of each clip move. Rest poses are taken now.
+// The bones that the targets of each clip move. The binding takes rest poses now.
 const binding = nq.TargetListsView.from([
   { clip: walk.id, entities: bones },
   { clip: wave.id, entities: bones },
@@ -94,7 +94,7 @@ setLayer(2, off, 1);
 frame('walk');
 setLayer(1, override, 1);
 frame('walk, wave on all bones');
-// A mask names bones and their weights, here those to leave out; others keep 1.
+// A mask sets weights of bones, here 0 to exclude them; others keep 1.
 const mask = new nq.MaskView(2);
 mask.set(0, spine, 0);
 mask.set(1, leftArm, 0);

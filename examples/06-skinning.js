@@ -1,11 +1,11 @@
 'use strict';
-// What it shows: the skin of a glTF model, moved by its own clip.
+// What it shows: the skin of a glTF model, animated by its own clip.
 //
 //   node examples/06-skinning.js [FILE.glb]
 //
-// Without a file it takes a small model that reed.js makes: a reed of three joints that bends. The engine
-// computes a matrix for each joint; here script puts the vertices through them, in a game the graphics card
-// does. Needs the package @gltf-transform/core.
+// Without a file it uses a small model that reed.js generates: a reed of three joints that bends. The engine computes
+// a matrix per joint; here JavaScript transforms the vertices by them, in a game the GPU does. Needs the package
+// @gltf-transform/core.
 const nq = require('../lib');
 const { importGltf } = require('../lib/gltf');
 const { makeReed } = require('./reed');
@@ -14,7 +14,7 @@ const { componentKinds, dataModelKinds } = nq.layout;
 
 /** Vertices of a node's mesh; `source` is a path, or the text of a model. */
 async function readVertices(source, node) {
-  // Here, behind the import, which says what to do where the package is not there.
+  // Loaded here, after the import, which reports a missing package with the cure.
   const { NodeIO } = require('@gltf-transform/core');
   const io = new NodeIO();
   const isPath = typeof source === 'string';
@@ -25,7 +25,7 @@ async function readVertices(source, node) {
     const [positions, joints, weights] = ['POSITION', 'JOINTS_0', 'WEIGHTS_0'].map((name) =>
       primitive.getAttribute(name)
     );
-    // A part that no joint moves is left out.
+    // Parts without joints are left out.
     const count = joints === null ? 0 : positions.getCount();
     for (let i = 0; i < count; ++i) {
       const vertex = { position: positions.getElement(i, []), joints: joints.getElement(i, []) };
@@ -73,7 +73,7 @@ async function main(source) {
   skin.joints.forEach((joint, i) => skinning.setBone(i, i, entities.handle(joint)));
   const matrices = skinning.results;
 
-  // --- Frame: the clip, then the world, then the matrices of the skin, which go by the world.
+  // --- Frame: the clip, then world matrices, then skinning matrices, which are computed from them.
   function frame(seconds) {
     animator.setClip(0, clip.id, seconds * animation.framesPerSecond, 1);
     engine.updateAnimator(animator.id);
@@ -81,7 +81,7 @@ async function main(source) {
     engine.updateSkinningMatrix(skinning.id);
   }
 
-  // --- Print: what space the skinned vertices take up in the world.
+  // --- Print: bounds of the skinned vertices in world space.
   function transform({ position: [x, y, z], joints, weights }, axis) {
     return joints.reduce((sum, joint, i) => {
       const at = 16 * joint + axis;

@@ -1,16 +1,16 @@
 'use strict';
-// What it shows: a sword that follows an animated hand without script, by a binding to the bone.
+// What it shows: a sword that follows an animated hand by a bone binding, without JavaScript per frame.
 //
 //   node examples/07-bone-sockets.js
 //
-//   arm, turns about z ── hand, 1 along x of the arm
-//   sword ── its tip, 1 along y of the sword
+//   arm, rotates about z ── hand, at x = 1 in the arm's space
+//   sword ── its tip, at y = 1 in the sword's space
 //
-// What is bound is a root of its own. The walk over the tree writes the bone's place into its record and lists it
-// as dirty, so its matrix follows in the next refresh: a frame later, or at once if there is a second call.
+// The bound entity is a root. The walk over the tree writes the bone's world transform into its record and lists it as
+// dirty, so its matrix follows in the next refresh: a frame later, or at once with a second call.
 const nq = require('../lib');
 
-// --- Set up: two trees, and an animator that turns the arm by 90 degrees in 30 frames.
+// --- Set up: two trees, and an animator that rotates the arm by 90 degrees in 30 frames.
 const engine = nq.getEngine();
 const commands = new nq.EntityCommandWriter(engine);
 const entities = new nq.Entity3DView(engine.createEntity(true, 4));
@@ -54,7 +54,7 @@ const component = engine.createComponent(nq.layout.componentKinds.animator, 1, 1
 const animator = new nq.AnimatorView(component, 1);
 animator.setTarget(0, entities.handle(arm));
 
-// --- Frame: the animator, then the tree, once or twice.
+// --- Frame: the animator, then one or two refreshes.
 function frame(time, refreshes) {
   animator.setClip(0, turn.id, time, 1);
   engine.updateAnimator(animator.id);
@@ -63,7 +63,7 @@ function frame(time, refreshes) {
   }
 }
 
-// --- Print: places in the world.
+// --- Print: world positions.
 function placeOf(i) {
   const round = (value) => Number(value.toFixed(3)) || 0;
   return entities.worldPosition(i, [0, 0, 0]).map(round).join(' ');

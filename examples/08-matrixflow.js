@@ -1,6 +1,6 @@
 'use strict';
-// What it shows: particles thrown upwards, moved by a command buffer: their arithmetic is written once, and
-// each frame is one call. All numbers are such that floats hold them exactly.
+// What it shows: particles thrown upwards, moved by a command buffer: the commands are written once, and each frame is
+// one call. All numbers are exact in single precision.
 //
 //   node examples/08-matrixflow.js
 //
@@ -18,8 +18,8 @@ const vectorBytes = 12;
 // --- Set up: blocks of memory, and two streams of commands.
 const engine = loadMatrixFlow().getEngine();
 
-// Blocks that script and native code share. A command buffer that is never run is a block
-// of plain memory; the records of entities would do as well.
+// Blocks that JavaScript and native code share. A command buffer that is never executed is a block of plain memory;
+// the records of entities would do as well.
 const positions = engine.createMatrixFlowCommandBuffer(particles * vectorBytes);
 const velocities = engine.createMatrixFlowCommandBuffer(particles * vectorBytes);
 const heights = engine.createMatrixFlowCommandBuffer(frames * 4);
@@ -29,7 +29,7 @@ const velocity = new Float32Array(velocities.buffer);
 for (let i = 0; i < particles; ++i) {
   velocity.set([1, 4 + i, 0], 3 * i);
 }
-// Gravity in one frame, the length of a frame, and room for the way in a frame.
+// Gravity in one frame, the length of a frame, and room for the displacement in a frame.
 new Float32Array(constants.buffer).set([
   ...[0, gravity * frameSeconds, 0],
   ...[frameSeconds, frameSeconds, frameSeconds],
@@ -39,8 +39,8 @@ const pull = at(constants, 0);
 const time = at(constants, vectorBytes);
 const way = at(constants, 2 * vectorBytes);
 
-// A stream for one frame, written once. With the sizes of blocks, an operand that does not fit
-// throws here; without them, the run would end there with result 4.
+// A stream for one frame, written once. With the sizes of blocks, an operand that does not fit throws here; without
+// them, the run would end there with result 4.
 const blockSizes = new Map(
   [positions, velocities, heights, constants].map((object) => [
     object.memoryID,
@@ -57,14 +57,14 @@ for (let i = 0; i < particles; ++i) {
   stepWriter.vector3Add(p, way, p);
 }
 
-// A second one calls it, and keeps the height of particle 0. The place where it goes changes with
-// each frame, so that one word of the stream is written over.
+// A second stream calls it, and stores the height of particle 0. The destination changes with each frame, so one word
+// of the stream is overwritten.
 const frame = engine.createMatrixFlowCommandBuffer(64);
 const frameWriter = new MatrixFlowWriter(frame, { blockSizes });
 frameWriter.call(step.id);
 const copy = frameWriter.scalarCopy(at(heights, 0), at(positions, 4));
 const frameWords = new Uint32Array(frame.buffer);
-const copyTarget = copy / 4 + 2; // behind the type and the memoryID
+const copyTarget = copy / 4 + 2; // after the type and the memoryID
 
 // --- Frame: one word of the stream, and one call.
 for (let n = 0; n < frames; ++n) {

@@ -1,20 +1,20 @@
 'use strict';
-// A small glTF 2.0 model for the example on skinning, made here so that it needs no file: a reed of three
-// joints, one unit above each other, that bends to the left and stands up again within two seconds.
+// A small glTF 2.0 model for the skinning example, generated here so that it needs no file: a reed of three joints,
+// one unit above each other, that bends to the left and back within two seconds.
 //
-//   3  o--o   rows of two vertices; each row between two joints follows both by halves
-//   2  o--o   joint 2, turns by 90 degrees in the middle of the clip
+//   3  o--o   rows of two vertices; a row between two joints follows both with weight 0.5
+//   2  o--o   joint 2, rotates by 90 degrees in the middle of the clip
 //   1  o--o   joint 1, the same
-//   0  o--o   joint 0, stands still
+//   0  o--o   joint 0, does not move
 //
-// Run with a path it writes a file: node examples/reed.js reed.gltf
+// With a path, it writes a file: node examples/reed.js reed.gltf
 const fs = require('fs');
 
 const kFloat = 5126;
 const kUnsignedShort = 5123;
 const kUnsignedByte = 5121;
 
-/** Gathers accessors, each over a view of its own. */
+/** Collects accessors, each over its own buffer view. */
 class Accessors {
   constructor() {
     this.parts = [];
@@ -38,8 +38,8 @@ class Accessors {
 }
 
 /**
- * Makes the model.
- * @returns {Buffer} a .gltf file with its bytes inside
+ * Generates the model.
+ * @returns {Buffer} a .gltf file with embedded bytes
  */
 function makeReed() {
   const data = new Accessors();
@@ -62,7 +62,7 @@ function makeReed() {
     WEIGHTS_0: data.add('VEC4', kFloat, Float32Array.from(weights)),
   };
   const indices = data.add('SCALAR', kUnsignedShort, Uint16Array.from([].concat(...triangles)));
-  // Inverse bind matrices take a vertex of the reed at rest into the space of a joint: y lower.
+  // Inverse bind matrices transform a vertex of the reed at rest into the space of a joint: lower by y.
   const below = (y) => [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, -y, 0, 1];
   const inverse = Float32Array.from([].concat(...[0, 1, 2].map(below)));
   const half = Math.SQRT1_2;
