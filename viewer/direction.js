@@ -1,22 +1,22 @@
 'use strict';
-// Plans whose crossfade and layer weights a hand can take over, and gives back, without a leap.
+// Plans whose crossfade and layer weights a user can override, and release, with smooth transitions.
 const { LapPlan, PlacePlan } = require('../demo/plan');
 const { sliders } = require('./protocol');
 
-/** How fast a value goes where the hand wants it, and back to the plan: parts of its range a second. */
+/** Rate at which a value moves to the user's value, and back to the plan: fractions of its range per second. */
 const kRate = 2.5;
 
-/** A value that is the plan's, a hand's, or on its way between the two. */
+/** A value that is set by the plan, by the user, or in transition between the two. */
 class Handle {
   constructor() {
-    /** @type {?number} what the hand wants; null leaves it to the plan */
+    /** @type {?number} the user's value; null for the plan's */
     this.wanted = null;
-    /** What the hand gives, and the part of it in the result. */
+    /** Smoothed user value, and its weight in the result. */
     this.given = 0;
     this.hold = 0;
   }
 
-  /** Takes the value over, from what it is now, or gives it back. */
+  /** Overrides the value, starting from the current one, or releases it. */
   set(wanted, current) {
     if (wanted !== null && this.hold === 0) {
       this.given = current;
@@ -46,40 +46,40 @@ function createHandles() {
   return handles;
 }
 
-/** Moves values on, also while the plan stands still. */
+/** Advances the transitions, also while the plan is paused. */
 function steer(handles, seconds) {
   sliders.forEach((name) => handles[name].advance(seconds));
 }
 
 /**
- * Weights that put a character between its clips.
+ * Clip weights for a position between the clips of a character.
  * @param {number} clips
  * @param {number} place 0 for the first clip, 1 for the last, and all others evenly between
- * @returns {number[]} which sum up to 1
+ * @returns {number[]} their sum is 1
  */
 function weightsAt(clips, place) {
   const at = place * (clips - 1);
   return Array.from({ length: clips }, (none, clip) => Math.max(0, 1 - Math.abs(at - clip)));
 }
 
-/** Where weights put a character between its clips; 0 where there are none. */
+/** The position between clips of given weights; 0 without clips. */
 function placeOf(weights) {
   const sum = weights.reduce((total, weight, clip) => total + weight * clip, 0);
   return weights.length > 1 ? sum / (weights.length - 1) : 0;
 }
 
 /**
- * Figures on rings, of which all, in parts, walk or run as the crossfade has it. All move on, also those
- * that rest, so that they come back where there is a gap for them.
+ * Figures on rings, which walk or run by the crossfade. All move on, including inactive ones, so that a figure that is
+ * activated again appears in its own gap.
  */
 class DirectedLapPlan extends LapPlan {
   runningAt(angle) {
     const planned = super.runningAt(angle);
-    // The first call comes out of the constructor above.
+    // The base constructor makes the first call.
     return this.handles === undefined ? planned : this.handles.crossfade.mix(planned);
   }
 
-  /** Gets ready to be steered. */
+  /** Prepares for user control. */
   begin() {
     this.handles = createHandles();
     this.total = this.count;
@@ -104,9 +104,9 @@ class DirectedLapPlan extends LapPlan {
   }
 }
 
-/** Characters in place, between two of their clips as the crossfade has it. */
+/** Characters in place, blended between two of their clips by the crossfade. */
 class DirectedPlacePlan extends PlacePlan {
-  /** Gets ready to be steered. */
+  /** Prepares for user control. */
   begin() {
     this.handles = createHandles();
     return this;

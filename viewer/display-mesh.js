@@ -1,12 +1,12 @@
 'use strict';
-// Meshes as the page draws them: with normals, and with the colours of triangles at their vertices.
+// Meshes for the page: with normals, and with the colours of triangles as vertex attributes.
 const { kInfluences } = require('../demo/mesh');
 
 /**
- * Normals of vertices in the bind pose: the sum of those of their triangles, by area, over all vertices
- * at the same place.
+ * Vertex normals in the bind pose: the area-weighted sum of the normals of their triangles, over all vertices at the
+ * same position.
  * @param {import('../demo/mesh').Mesh} mesh
- * @returns {Float32Array} x, y, z of each vertex, of length 1; 0 where there is none
+ * @returns {Float32Array} x, y, z of each vertex, normalised; 0 where there is none
  */
 function vertexNormals({ positions, triangles }) {
   const count = positions.length / 3;
@@ -43,8 +43,7 @@ function vertexNormals({ positions, triangles }) {
 }
 
 /**
- * A mesh whose vertices have one colour each: those that triangles of several colours share are there
- * once for each.
+ * A mesh whose vertices have one colour each: vertices shared by triangles of several colours are duplicated.
  * @param {import('../demo/mesh').Mesh} mesh
  * @returns {{positions: Float32Array, normals: Float32Array, bones: Uint16Array, weights: Float32Array,
  *     parts: Uint8Array, triangles: Uint32Array}}

@@ -1,9 +1,9 @@
 'use strict';
-// The viewer's host: loads the module, makes a crowd, and serves it to pages until it is interrupted.
+// The viewer's server: loads the module, creates a crowd, and streams it to pages until it is interrupted.
 const { UserError, oneLine } = require('../demo/user-error');
 const { checkRuntime, help, parseOptions } = require('./options');
 
-/** Exit code for what the person at the keyboard can put right. */
+/** Exit code for errors that the user can fix. */
 const kUserErrorCode = 2;
 
 async function main(args) {
@@ -13,7 +13,7 @@ async function main(args) {
     return;
   }
   checkRuntime(process.versions);
-  // Only now: what these need may not load elsewhere.
+  // Loaded after the check: their dependencies may not load on other runtimes.
   const { createFigure } = require('../demo/figure');
   const { loadModel } = require('../demo/model');
   const { loadNativeModule } = require('../demo/native-module');
@@ -32,7 +32,7 @@ async function main(args) {
 
   let isClosing = false;
   const close = () => {
-    // A second signal while pages are told has nothing to add.
+    // Ignores a second signal while pages are being disconnected.
     if (!isClosing) {
       isClosing = true;
       server.close().then(() => console.log('viewer: ended'));

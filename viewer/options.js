@@ -6,15 +6,15 @@ const { moduleAbis } = require('../lib/load');
 
 const help = `Usage: npm run view [-- OPTIONS]
 
-Shows a crowd of skinned characters in a browser, live: this program runs the frames and streams the
-matrices of what a camera sees to a page on this machine, which draws them, lets you change the crowd while
-it runs, and charts what each stage of a frame costs. Open the address that it prints; Ctrl+C ends it.
+Shows a crowd of skinned characters live in a browser: this program computes the frames and streams the
+matrices of the visible characters to a page on this machine. The page draws them, lets you change the crowd
+while it runs, and charts what each stage of a frame costs. Open the printed address; Ctrl+C ends the server.
 
-  --characters N  how many at most, 1 to 2000 (500; of a model 24); the page chooses how many of them
+  --characters N  maximum number, 1 to 2000 (500; with a model 24); the page sets the current number
   --model FILE    characters from a glTF 2.0 file (.glb or .gltf) with its clips and its skin; without it,
                   figures of 50 bones that walk, run, carry things and wave them
-  --port N        where the page is, on 127.0.0.1 only; 0 for any that is free (8072)
-  --seed N        another crowd for each, 0 to 4294967295 (1)
+  --port N        port of the page, on 127.0.0.1 only; 0 for any free port (8072)
+  --seed N        each seed gives another crowd, 0 to 4294967295 (1)
   --help          this text
 
 Examples:
@@ -27,7 +27,7 @@ const defaults = { model: null, characters: null, port: 8072, seed: 1, help: fal
 const ranges = { characters: limits.characters, port: [0, 65535], seed: limits.seed };
 
 /**
- * Reads the arguments behind the script's name.
+ * Parses the command-line arguments.
  * @param {string[]} args
  * @returns {{model: ?string, characters: number, port: number, seed: number, help: boolean}}
  * @throws {UserError}
@@ -41,7 +41,7 @@ function parseOptions(args) {
 }
 
 /**
- * Throws where the module can't be loaded, whatever its file.
+ * Throws if this runtime can't load the module.
  * @param {{node: string, modules: string}} versions
  * @throws {UserError}
  */

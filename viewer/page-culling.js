@@ -1,5 +1,5 @@
 'use strict';
-// What pages see: each shape of page has both cameras of its own, by which the crowd is culled.
+// Culling for pages: each aspect ratio of a page has its own two cameras, and the crowd is culled for each.
 const { createOverviewCamera, createPerspectiveCamera } = require('../demo/cameras');
 
 /**
@@ -11,7 +11,7 @@ const { createOverviewCamera, createPerspectiveCamera } = require('../demo/camer
  */
 function createCameras(bounds, aspect) {
   const overview = createOverviewCamera(bounds);
-  // The shorter side of the view shows what the square one did.
+  // The shorter side of the view shows as much as a square view.
   const [wide, high] = aspect > 1 ? [aspect, 1] : [1, 1 / aspect];
   return {
     perspective: Object.assign(createPerspectiveCamera(bounds), { aspect }),
@@ -25,13 +25,13 @@ function createCameras(bounds, aspect) {
 }
 
 /**
- * A shape of page, and what pages of it saw last.
+ * An aspect ratio of pages, and the last views of its cameras.
  * @typedef {Object} Shape
  * @property {{perspective: Object, overview: Object}} cameras
  * @property {{perspective: ?import('../demo/culling').View, overview: ?import('../demo/culling').View}} views
  */
 
-/** Stands in for the culling of a stage; pages of one shape share their cameras. */
+/** Replaces the culling of a stage; pages of one aspect ratio share their cameras. */
 class PageCulling {
   /**
    * @param {import('../demo/culling').CrowdCulling} culling
@@ -39,7 +39,7 @@ class PageCulling {
    */
   constructor(culling, bounds) {
     this.culling = culling;
-    /** The shape of pages that have not yet said theirs. */
+    /** The aspect ratio of pages that have not yet sent theirs. */
     this.usualAspect = culling.perspective.aspect;
     /** @type {Map<number, Shape>} by width over height */
     this.shapes = new Map();
@@ -47,7 +47,7 @@ class PageCulling {
   }
 
   /**
-   * Sets for which pages the next frame is culled, and where their cameras are.
+   * Sets the aspect ratios for which the next frame is culled, and their cameras.
    * @param {import('../demo/bounds').Bounds} bounds
    * @param {Iterable<number>} aspects
    */
@@ -61,7 +61,7 @@ class PageCulling {
     }
   }
 
-  /** Culls by the perspective cameras of all shapes. */
+  /** Culls for the perspective cameras of all aspect ratios. */
   cullPerspective() {
     const { culling } = this;
     this.shapes.forEach(({ cameras, views }) => {
@@ -71,7 +71,7 @@ class PageCulling {
     });
   }
 
-  /** Culls by the overview cameras of all shapes. */
+  /** Culls for the overview cameras of all aspect ratios. */
   cullOverview() {
     const { culling } = this;
     this.shapes.forEach(({ cameras, views }) => {

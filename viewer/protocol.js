@@ -1,41 +1,41 @@
 'use strict';
-// The messages between the host and the page, for both: the host requires this file, the page loads it
-// as a script and finds it as `nqProtocol`.
+// The messages between the server and the page, for both: the server requires this file, the page loads it as a script,
+// which defines `nqProtocol`.
 //
-// Host to page: binary messages, little-endian, of two kinds. All sections begin at multiples of 4.
+// Server to page: binary messages, little-endian, of two kinds. All sections start at multiples of 4.
 //
-//   scene    once, ahead of all frames: what stays as it is
+//   scene    once, before all frames: constant data
 //     0    u8     version, 1
 //     1    u8     kind, 1
 //     2    u16    0
 //     4    u32    n, bytes of the text; a multiple of 4
-//     8           JSON in UTF-8, blanks at its end; `arrays` in it names what follows, as
+//     8           JSON in UTF-8, padded with spaces; its `arrays` describes the arrays, as
 //                 {name: [type, byte offset from the end of the text, length in elements]}
 //     8+n         the arrays
 //
-//   frame    of the characters that the page's camera sees, nearest first
+//   frame    the characters that the page's camera sees, nearest first
 //     0    u8     version, 1
 //     1    u8     kind, 2
 //     2    u8     camera: 0 perspective, 1 overview
-//     3    u8     bits: 1 paused; 2, 4, 8 crossfade, wave, breath are by hand
+//     3    u8     bits: 1 paused; 2, 4, 8 crossfade, wave, breath are set by the user
 //     4    u32    number of the frame, from 1
-//     8    f64    milliseconds since the host's start
-//    16    u32    characters that take part
+//     8    f64    milliseconds since the start of the server
+//    16    u32    active characters
 //    20    u32    visible to the page's perspective camera
 //    24    u32    visible to its overview
-//    28    u32    frames that this page was not sent, as it had not drawn those before
-//    32    f32    crossfade of those that take part, their mean: 0 first clip, 1 last clip
-//    36    f32    weight of the wave, the mean of those that carry something
-//    40    f32    weight of the breath, the mean
+//    28    u32    frames that were dropped for this page, since it had not drawn earlier ones
+//    32    f32    crossfade, mean of the active characters: 0 first clip, 1 last clip
+//    36    f32    weight of the wave, mean of those that carry something
+//    40    f32    weight of the breath, mean
 //    44    f32    camera: eye x y z, target x y z, up x y z; then
 //    80    f32      perspective: vertical angle in radians, width over height, near, far, 0, 0
 //                   overview: left, right, bottom, top, near, far
-//   104    f32    ball that holds the crowd: middle x y z, radius; 120: height of the floor
+//   104    f32    bounding sphere of the crowd: centre x y z, radius; 120: height of the floor
 //   124    u32    s, stages of a frame
 //   128    u32    n, characters
 //   132    u32    c, clips
 //   136    u32    b, bones
-//   140    u32    p, characters of those that carry something
+//   140    u32    p, characters of these that carry something
 //   144    f32    s times milliseconds of a stage
 //          u32    n times the number of a character
 //          f32    n times c weights of clips
@@ -44,12 +44,12 @@
 //          f32    n times b skinning matrices, 16 elements, column-major
 //
 // Page to host: text messages, JSON, an object of any of
-//   {"drawn": number of the frame}   ahead of which the page has nothing left to draw
-//   {"crowd": 1...}                  characters that take part
-//   {"crossfade": 0...1, or null}    by hand, or as the plan of the crowd has it
+//   {"drawn": number of the frame}   the last frame that the page has drawn
+//   {"crowd": 1...}                  active characters
+//   {"crossfade": 0...1, or null}    the user's value, or null for the plan's
 //   {"wave": 0...1, or null}
 //   {"breath": 0...1, or null}
-//   {"camera": 0 or 1}               whose view this page is sent
+//   {"camera": 0 or 1}               the camera whose view is sent to this page
 //   {"aspect": 0.2...5}              width over height of both cameras of this page
 //   {"paused": true or false}
 (function define(root, create) {
@@ -65,10 +65,10 @@
   const cameras = Object.freeze({ perspective: 0, overview: 1 });
   const flags = Object.freeze({ paused: 1, crossfade: 2, wave: 4, breath: 8 });
 
-  /** Names of the sliders that have a value by hand, and one that the plan gives. */
+  /** Names of the sliders that either the user or the plan sets. */
   const sliders = Object.freeze(['crossfade', 'wave', 'breath']);
 
-  /** Size of what stands ahead of a frame's sections, and where its fields start. */
+  /** Size of the header of a frame, and offsets of its fields. */
   const head = Object.freeze({
     version: 0,
     kind: 1,
@@ -103,20 +103,20 @@
     throw new Error('messages are little-endian, this machine is not: use another one.');
   }
 
-  /** Whole words that hold so many bytes, in bytes. */
+  /** Rounds a number of bytes up to whole words. */
   function padded(bytes) {
     return (bytes + 3) & ~3;
   }
 
-  /** Asserts what a message begins with. */
+  /** Checks the header of a message. */
   function checkStart(view, kind, name) {
     if (view.byteLength < kSceneHead) {
-      throw new RangeError(`a message of ${view.byteLength} bytes is no ${name}: it is cut short.`);
+      throw new RangeError(`a message of ${view.byteLength} bytes is no ${name}: it is truncated.`);
     }
     const [version, found] = [view.getUint8(head.version), view.getUint8(head.kind)];
     if (version !== kVersion) {
       const trouble = `the message is of version ${version}, not ${kVersion}`;
-      throw new RangeError(`${trouble}: load the page again from the host that runs.`);
+      throw new RangeError(`${trouble}: reload the page from the running server.`);
     }
     if (found !== kind) {
       throw new RangeError(`the message is of kind ${found}: no ${name} (kind ${kind}).`);
@@ -126,7 +126,7 @@
   /**
    * Kind of a message.
    * @param {ArrayBuffer} buffer
-   * @returns {number} one of `kinds`, or 0 for what is none
+   * @returns {number} one of `kinds`, or 0 for any other
    */
   function kindOf(buffer) {
     const kind = buffer.byteLength > head.kind ? new Uint8Array(buffer)[head.kind] : 0;
@@ -135,7 +135,7 @@
 
   /**
    * Writes a scene.
-   * @param {Object} facts what JSON can tell
+   * @param {Object} facts data for the JSON part
    * @param {Object<string, TypedArray>} arrays
    * @param {function(string): Uint8Array} toBytes of UTF-8
    * @returns {ArrayBuffer}
@@ -174,14 +174,14 @@
    * Reads a scene.
    * @param {ArrayBuffer} buffer
    * @param {function(Uint8Array): string} toText of UTF-8
-   * @returns {Object} what JSON tells, and `arrays` by name: views of the message
+   * @returns {Object} the data of the JSON part, and `arrays` by name: views of the message
    */
   function decodeScene(buffer, toText) {
     const view = new DataView(buffer);
     checkStart(view, kinds.scene, 'scene');
     const length = view.getUint32(4, true);
     if (kSceneHead + length > buffer.byteLength) {
-      throw new RangeError(`the scene's text of ${length} bytes is cut short.`);
+      throw new RangeError(`the scene's text of ${length} bytes is truncated.`);
     }
     const facts = JSON.parse(toText(new Uint8Array(buffer, kSceneHead, length)));
     for (const name of Object.keys(facts.arrays)) {
@@ -243,7 +243,7 @@
   }
 
   /**
-   * Writes the head of a frame and gives views of all that is still to be written.
+   * Writes the header of a frame, and returns views of the parts that are still to be written.
    * @param {ArrayBuffer} buffer with room for it
    * @param {Counts} counts
    * @param {{camera: number, flags: number, frame: number, time: number, crowd: number,
@@ -275,7 +275,7 @@
     const view = new DataView(buffer);
     checkStart(view, kinds.frame, 'frame');
     if (buffer.byteLength < head.size) {
-      throw new RangeError(`a frame of ${buffer.byteLength} bytes is cut short.`);
+      throw new RangeError(`a frame of ${buffer.byteLength} bytes is truncated.`);
     }
     const counts = {};
     countNames.forEach((name, i) => {
@@ -284,7 +284,7 @@
     const expected = frameBytes(counts);
     if (buffer.byteLength !== expected) {
       throw new RangeError(
-        `the frame has ${buffer.byteLength} bytes; its counts ask for ${expected}.`
+        `the frame has ${buffer.byteLength} bytes; its counts require ${expected}.`
       );
     }
     return Object.assign(
@@ -304,7 +304,7 @@
   const isPart = (value) => typeof value === 'number' && value >= 0 && value <= 1;
   const isPartOrNull = (value) => value === null || isPart(value);
 
-  /** Whether a control has a value that makes sense. */
+  /** Validates the value of each control. */
   const controls = {
     drawn: (value) => Number.isInteger(value) && value >= 0 && value <= 0xffffffff,
     crowd: (value, { characters }) => Number.isInteger(value) && value >= 1 && value <= characters,
@@ -317,11 +317,11 @@
   };
 
   /**
-   * Reads what a page asks for.
+   * Parses the controls that a page sends.
    * @param {string} text
    * @param {{characters: number}} limits the largest crowd
    * @returns {Object} controls by name, each checked
-   * @throws {RangeError} names what is wrong
+   * @throws {RangeError} naming what is wrong
    */
   function decodeControls(text, limits) {
     let asked = null;

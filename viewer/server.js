@@ -1,6 +1,6 @@
 'use strict';
-// Serves the page on the loopback address, runs the frame loop while pages look on, and streams to each
-// of them what its camera sees.
+// Serves the page on the loopback address, runs the frame loop while pages are connected, and streams to each page what
+// its camera sees.
 const http = require('http');
 const path = require('path');
 const { performance } = require('perf_hooks');
@@ -13,45 +13,45 @@ const protocol = require('./protocol');
 /** Only programs on this machine can connect. */
 const kAddress = '127.0.0.1';
 
-/** Where the page finds the stream. */
+/** Path of the WebSocket stream. */
 const kStreamPath = '/stream';
 
 /** Milliseconds from one frame to the next. */
 const kFrameMilliseconds = 1000 / 60;
 
-/** A page is sent no frame while so many are on their way that it has not drawn, or so many bytes. */
+/** Frames are dropped for a page while so many frames are in flight, or so many bytes are buffered. */
 const kMostUndrawn = 3;
 const kMostWaitingBytes = 1 << 20;
 
 /**
- * Messages and pings that a page may send in a second. One says for each frame that it is drawn, and
- * while a slider moves, what it is at: some 300 on the fastest screens.
+ * Rate limit: messages and pings per second and page. A page acknowledges each drawn frame, and sends the value of a
+ * slider while it moves: some 300 per second on the fastest screens.
  */
 const kMostMessagesASecond = 1000;
 
-/** Milliseconds that pages have to say goodbye. */
+/** Milliseconds that pages have to close the connection. */
 const kGoodbyeMilliseconds = 300;
 
-/** The same for pages that broke a rule: those that flood the host are slow to read why the connection ends. */
+/** The same after a policy violation: pages that flood the server are slow to read the reason. */
 const kReasonMilliseconds = 3000;
 
-/** WebSocket's codes for an end: the host goes away, the page broke a rule. */
+/** Close codes of WebSocket: going away, policy violation. */
 const kGoingAway = 1001;
 const kPolicyViolation = 1008;
 
 const pageFolder = path.join(__dirname, 'page');
 const threeFolder = path.dirname(require.resolve('three'));
 
-// The page may load and connect to nothing but this server.
+// The page may load from and connect to this server only.
 const headers = {
   'Content-Security-Policy': "default-src 'self'; img-src 'self' data:; frame-ancestors 'none'",
   'X-Content-Type-Options': 'nosniff',
   'Referrer-Policy': 'no-referrer',
 };
 
-/** Files by path: those of the page, the protocol that it shares with the host, and three.js. */
+/** Files by path: those of the page, the protocol that it shares with the server, and three.js. */
 function createFiles() {
-  // Read at each request, so that a change of the page shows when it is loaded again.
+  // Files are read at each request, so that changes of the page show after a reload.
   const options = { dev: true, dotfiles: false };
   return polka()
     .use((request, response, next) => {
@@ -64,8 +64,8 @@ function createFiles() {
 }
 
 /**
- * Answers requests for files, of which none ends the process: a file may vanish while it is served, and the
- * library throws for a range that ends before it begins. Ranges are ignored, as a server may.
+ * Handles requests for files, without letting any end the process: a file may be deleted while it is served, and the
+ * library throws for a range that ends before it begins. Ranges are ignored, as HTTP allows.
  */
 function createHandler() {
   const files = createFiles();
@@ -80,7 +80,7 @@ function createHandler() {
   };
 }
 
-/** One page that looks on. */
+/** A connected page. */
 class Viewer {
   /**
    * @param {WebSocket} socket
@@ -100,17 +100,17 @@ class Viewer {
     /** Start of the second in which messages are counted, in milliseconds. */
     this.countedFrom = 0;
     this.messages = 0;
-    /** A pong is on its way; the last ping that came meanwhile, to be answered next. */
+    /** Whether a pong is being sent; the last ping that arrived meanwhile, to be answered next. */
     this.isAnswering = false;
     this.ping = null;
     socket.on('message', (data, isBinary) => this.receive(data, isBinary));
     socket.on('ping', (data) => this.answer(data));
-    // A connection that breaks ends by itself.
+    // A broken connection closes itself.
     socket.on('error', () => {});
     socket.send(show.describe());
   }
 
-  /** Ends the connection, also where the page does not answer. */
+  /** Closes the connection, even if the page does not answer. */
   end(code, reason) {
     if (this.isEnded) {
       return;
@@ -119,7 +119,7 @@ class Viewer {
     this.socket.close(code, reason);
     const isViolation = code === kPolicyViolation;
     if (isViolation) {
-      // What else it sends stays unread, and takes no memory here.
+      // Further messages stay unread, and take no memory here.
       this.socket.pause();
     }
     const patience = isViolation ? kReasonMilliseconds : kGoodbyeMilliseconds;
@@ -127,8 +127,8 @@ class Viewer {
   }
 
   /**
-   * Counts a message or ping, and ends the connection of a page that floods the host.
-   * @returns {boolean} whether it is to be heeded
+   * Counts a message or ping, and closes the connection of a page that exceeds the rate limit.
+   * @returns {boolean} whether to process it
    */
   admit() {
     const now = performance.now();
@@ -143,8 +143,8 @@ class Viewer {
   }
 
   /**
-   * Answers pings one by one: of those that arrive while a pong is still on its way, the last one (RFC 6455,
-   * 5.5.3), so that a page which only asks makes no queue.
+   * Answers pings one by one: of those that arrive while a pong is being sent, only the last (RFC 6455, 5.5.3), so that
+   * pongs never queue up.
    */
   answer(ping) {
     if (!this.admit()) {
@@ -195,12 +195,12 @@ class Viewer {
     }
   }
 
-  /** Whether the page, or the way to it, is behind. */
+  /** Whether the page or the connection is too slow. */
   get isBehind() {
     return this.undrawn.length >= kMostUndrawn || this.socket.bufferedAmount > kMostWaitingBytes;
   }
 
-  /** Sends the last frame, unless that would only add to what is waiting. */
+  /** Sends the last frame, or drops it if the page is behind. */
   stream() {
     if (this.socket.readyState !== WebSocket.OPEN) {
       return;
@@ -214,39 +214,39 @@ class Viewer {
     this.socket.send(message, () => this.free.push(message.buffer));
   }
 
-  /** A buffer that nobody reads any more. */
+  /** A buffer that is no longer in use. */
   takeBuffer(bytes) {
     const buffer = this.free.pop();
-    // Half as much again, so that a growing view does not ask for another one each time.
+    // With 50 % slack, so that a growing view does not need a new buffer each time.
     return buffer && buffer.byteLength >= bytes ? buffer : new ArrayBuffer(padded(bytes * 1.5));
   }
 }
 
-/** Bytes of whole words. */
+/** Rounds bytes up to whole words. */
 function padded(bytes) {
   return 4 * Math.ceil(bytes / 4);
 }
 
-/** Turns away who asks for the stream. Its socket is ours alone, and waits for no other end. */
+/** Rejects a request for the stream, and closes its socket. */
 function refuse(socket) {
-  // A connection that breaks ends by itself.
+  // A broken connection closes itself.
   socket.on('error', () => {});
   socket.end('HTTP/1.1 403 Forbidden\r\nConnection: close\r\nContent-Length: 0\r\n\r\n');
   setTimeout(() => socket.destroy(), kGoodbyeMilliseconds).unref();
 }
 
-/** What a failed `listen` means, for the person at the keyboard. */
+/** A readable error for a failed `listen`. */
 function listenTrouble(error, port) {
   const words = {
     EADDRINUSE: 'it is in use',
     EACCES: 'permission is denied',
   };
   const trouble = words[error.code] || error.message;
-  const cure = 'choose another one with --port, or 0 for any that is free';
-  return new UserError(`port ${port} of ${kAddress} can't be listened on, ${trouble}: ${cure}.`);
+  const cure = 'choose another one with --port, or 0 for any free port';
+  return new UserError(`port ${port} of ${kAddress} can't be opened, ${trouble}: ${cure}.`);
 }
 
-/** Owns the server and the frame loop, which runs while there are pages. */
+/** Owns the server and the frame loop, which runs while pages are connected. */
 class ViewerServer {
   /** @param {import('./show').Show} show */
   constructor(show) {
@@ -262,7 +262,7 @@ class ViewerServer {
       noServer: true,
       perMessageDeflate: false,
       maxPayload: protocol.kMostControlBytes,
-      // Pongs would pile up for a page that pings and does not read.
+      // Automatic pongs would queue up for a page that pings and does not read.
       autoPong: false,
     });
     this.server.on('connection', (socket) => {
@@ -273,7 +273,7 @@ class ViewerServer {
   }
 
   /**
-   * Starts to listen.
+   * Starts listening.
    * @param {number} port 0 for any
    * @returns {Promise<string>} the page's address
    * @throws {UserError}
@@ -288,7 +288,7 @@ class ViewerServer {
     });
   }
 
-  /** Whether a request comes from our page: another site's script could ask for the stream, too. */
+  /** Whether a request comes from our page: scripts of other sites could request the stream, too. */
   isOurs({ headers: { host, origin }, url }) {
     const hosts = [kAddress, 'localhost'].map((name) => `${name}:${this.port}`);
     const isFromPage = origin === undefined || origin === `http://${host}`;
@@ -308,7 +308,7 @@ class ViewerServer {
     });
   }
 
-  /** Runs frames, evenly, as long as somebody looks on. */
+  /** Runs frames at a fixed rate while pages are connected. */
   run() {
     if (this.timer !== null) {
       return;
@@ -327,14 +327,14 @@ class ViewerServer {
       );
       last = now;
       this.stream();
-      // Frames that are late are not made up for.
+      // Late frames are not caught up.
       next = Math.max(next + kFrameMilliseconds, performance.now());
       this.timer = setTimeout(tick, Math.max(0, next - performance.now()));
     };
     this.timer = setTimeout(tick, 0);
   }
 
-  /** Sends a frame to all, and takes the time. */
+  /** Sends a frame to all pages, and measures the time. */
   stream() {
     const start = performance.now();
     this.viewers.forEach((viewer) => viewer.stream());
@@ -342,15 +342,15 @@ class ViewerServer {
   }
 
   /**
-   * Says goodbye to all pages and stops to listen.
+   * Disconnects all pages and stops listening.
    * @returns {Promise<void>}
    */
   close() {
     this.isClosing = true;
     clearTimeout(this.timer);
     this.timer = null;
-    this.viewers.forEach((viewer) => viewer.end(kGoingAway, 'the host ends'));
-    // Connections that are kept alive, or that never asked for anything, would hold the server.
+    this.viewers.forEach((viewer) => viewer.end(kGoingAway, 'the server ends'));
+    // Keep-alive and idle connections would keep the server open.
     const timer = setTimeout(
       () => this.connections.forEach((socket) => socket.destroy()),
       kGoodbyeMilliseconds

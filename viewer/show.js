@@ -1,6 +1,6 @@
 'use strict';
-// The stage that pages look at: how much of the crowd takes part, what is steered by hand, cameras that
-// follow the crowd's size, and a frame of it as a message.
+// The stage that pages show: the number of active characters, user control, cameras that follow the crowd's size, and
+// encoding of a frame as a message.
 const { performance } = require('perf_hooks');
 const { palettes } = require('../demo/picture');
 const { kGrip, kStick } = require('../demo/props');
@@ -11,20 +11,20 @@ const { displayMesh } = require('./display-mesh');
 const { PageCulling } = require('./page-culling');
 const protocol = require('./protocol');
 
-/** Part of the way that cameras come closer to where they belong, in a second: all but e^-4. */
+/** Rate of the exponential approach of cameras to their target: after a second, e^-4 of the way is left. */
 const kCameraRate = 4;
 
-/** Longest step of scene time: after a pause of the process the scene goes on where it was. */
+/** Longest step of scene time in seconds: after a pause of the process, the scene resumes without a jump. */
 const kMostSeconds = 0.1;
 
-/** What stages are called in the page's table, where they are not as in the demo's report. */
+/** Titles of stages in the page's table, where they differ from the demo's report. */
 const titles = Object.assign({}, stageTitles, {
   perspective: 'cull, perspective',
   overview: 'cull, overview',
   stream: 'stream to the page',
 });
 
-/** A stage whose plan can be steered, and that is culled for pages of any shape. */
+/** A stage whose plan the user can control, and that is culled for pages of any aspect ratio. */
 class DirectedStage extends Stage {
   constructor(...given) {
     super(...given);
@@ -40,7 +40,7 @@ class DirectedStage extends Stage {
   }
 }
 
-/** What the sliders stand for, averaged over the characters that take part. */
+/** Values of the sliders, averaged over the active characters. */
 function meansOf({ plan, cast }, crowd) {
   const sums = [0, 0, 0];
   let carriers = 0;
@@ -54,7 +54,7 @@ function meansOf({ plan, cast }, crowd) {
   return [sums[0] / crowd, carriers > 0 ? sums[1] / carriers : 0, sums[2] / crowd];
 }
 
-/** The cameras of a page as its message has them. */
+/** The cameras of a page, as encoded in its messages. */
 function poseOfPerspective({ perspective: { eye, target, up, fov, aspect, near, far } }) {
   return [...eye, ...target, ...up, fov, aspect, near, far, 0, 0];
 }
@@ -63,7 +63,7 @@ function poseOfOverview({ overview: { eye, target, up, left, right, bottom, top,
   return [...eye, ...target, ...up, left, right, bottom, top, near, far];
 }
 
-/** Owns the stage; all pages see the same crowd, each by cameras of its own shape. */
+/** Owns the stage; all pages see the same crowd, each through cameras of its own aspect ratio. */
 class Show {
   /**
    * @param {Object} engine of the native module
@@ -77,7 +77,7 @@ class Show {
     this.stage = new DirectedStage(engine, kind, characters, seed);
     this.crowd = characters;
     this.isPaused = false;
-    /** Where the bounds go when the crowd changes its size. */
+    /** Target of the bounds after a change of the crowd's size. */
     this.boundsAhead = this.stage.bounds;
     this.frame = 0;
     this.times = Object.assign({ stream: 0 }, ...stages.map((name) => ({ [name]: 0 })));
@@ -85,13 +85,13 @@ class Show {
     this.start = performance.now();
   }
 
-  /** What a frame consists of; where nothing is carried, nothing follows. */
+  /** Stages of a frame; without props, there is no stage for them. */
   get stageNames() {
     return [...stages.filter((name) => name !== 'props' || this.kind.layers), 'stream'];
   }
 
   /**
-   * Does what a page asks for.
+   * Applies the controls of a page.
    * @param {Object} asked checked controls
    */
   control(asked) {
@@ -109,12 +109,12 @@ class Show {
     }
   }
 
-  /** Width over height of pages that have not yet said theirs. */
+  /** Width over height of pages that have not yet sent theirs. */
   get usualAspect() {
     return this.stage.culling.usualAspect;
   }
 
-  /** Lets so many characters take part. */
+  /** Sets the number of active characters. */
   resize(crowd) {
     const { stage } = this;
     this.crowd = crowd;
@@ -122,12 +122,12 @@ class Show {
     stage.plan.count = crowd;
     stage.crowd.enable(crowd);
     stage.culling.enable(crowd);
-    // Those that come back were elsewhere.
+    // Reactivated characters have old positions.
     stage.writePlaces();
     this.boundsAhead = stage.measureBounds();
   }
 
-  /** Brings the cameras nearer to where the crowd's size has them. */
+  /** Moves the cameras towards their position for the crowd's size. */
   moveCameras(seconds, aspects) {
     const { stage, boundsAhead } = this;
     const part = 1 - Math.exp(-kCameraRate * seconds);
@@ -143,7 +143,7 @@ class Show {
   /**
    * One frame.
    * @param {number} seconds since the last one
-   * @param {Iterable<number>} [aspects] width over height of the pages that will be sent it
+   * @param {Iterable<number>} [aspects] width over height of the pages that it will be sent to
    */
   advance(seconds, aspects = [this.usualAspect]) {
     const step = Math.min(seconds, kMostSeconds);
@@ -154,7 +154,7 @@ class Show {
     ++this.frame;
   }
 
-  /** What a page needs to know once. */
+  /** The scene message, which a page receives once. */
   describe() {
     const { kind, stage } = this;
     const arrays = {};
@@ -169,7 +169,7 @@ class Show {
     props.forEach(({ meshes }, prop) => {
       meshes.forEach((mesh, hand) => addMesh(`prop${prop}.${hand}`, mesh));
     });
-    // 0 carries nothing; else prop and hand.
+    // 0: carries nothing; otherwise prop and hand.
     arrays.cast = Uint8Array.from({ length: this.characters }, (none, i) => {
       const part = stage.cast[i];
       return part ? 1 + 2 * part.prop + part.hand : 0;
@@ -193,7 +193,7 @@ class Show {
     return protocol.encodeScene(facts, arrays, toBytes);
   }
 
-  /** Where a light is in the space of each hand, and its colour. */
+  /** Position of a light in the space of each hand, and its colour. */
   glowOf({ distance, color }) {
     const [x, y, z] = kGrip.map((value, axis) => value + distance * kStick[axis]);
     return { color, places: [1, -1].map((side) => [x * side, y, z]) };
@@ -201,8 +201,8 @@ class Show {
 
   /**
    * The last frame as a page's camera saw it.
-   * @param {{camera: number, aspect: number}} page whose shape is one of those of the last frame
-   * @param {number} skipped frames that the page was not sent
+   * @param {{camera: number, aspect: number}} page its aspect must be one of those of the last frame
+   * @param {number} skipped frames that were dropped for the page
    * @param {function(number): ArrayBuffer} takeBuffer of at least so many bytes
    * @returns {Uint8Array} the message
    */
@@ -241,7 +241,7 @@ class Show {
     message.carriers.set(carriers);
     characters.forEach((character, i) => {
       message.weights.set(plan.weights(character), i * counts.clips);
-      // What native code wrote, as it is.
+      // Copied unchanged from native memory.
       message.matrices.set(crowd.matrices[character], i * 16 * counts.bones);
     });
     carriers.forEach((character, i) => {

@@ -89,7 +89,7 @@ describe('viewer page', () => {
   it('stands still while paused, and says so', async () => {
     await viewer.click('pause');
     await viewer.until((frame) => (frame.flags & 1) === 1);
-    assert.strictEqual(await viewer.text('pause'), 'Go on');
+    assert.strictEqual(await viewer.text('pause'), 'Resume');
     await viewer.drawn(3);
     const first = await viewer.pixels();
     await viewer.drawn(2);
@@ -643,7 +643,7 @@ describe('viewer page', () => {
     assert.strictEqual(await host.stop(), 0);
     await viewer.page.waitForFunction(() => !document.getElementById('notice').hidden);
     assert.ok(/npm run view/.test(await viewer.text('notice')));
-    assert.strictEqual(await viewer.text('status'), 'no host');
+    assert.strictEqual(await viewer.text('status'), 'disconnected');
     host = await startHost(['--port', port, '--characters', '7']);
     await viewer.until((frame) => frame.crowd === 7);
     await viewer.drawn(2);

@@ -139,12 +139,12 @@ describe('viewer messages', () => {
     const longer = new Uint8Array(whole.byteLength + 4);
     longer.set(new Uint8Array(whole));
     for (const [buffer, words] of [
-      [whole.slice(0, 4), /cut short/],
-      [whole.slice(0, 140), /cut short/],
-      [whole.slice(0, whole.byteLength - 4), /has 296 bytes; its counts ask for 300/],
-      [longer.buffer, /has 304 bytes; its counts ask for 300/],
+      [whole.slice(0, 4), /truncated/],
+      [whole.slice(0, 140), /truncated/],
+      [whole.slice(0, whole.byteLength - 4), /has 296 bytes; its counts require 300/],
+      [longer.buffer, /has 304 bytes; its counts require 300/],
       [changed(128, 2), /has 300 bytes/],
-      [changed(0, 2), /of version 2, not 1: load the page again/],
+      [changed(0, 2), /of version 2.*reload the page/],
       [changed(1, 1), /of kind 1: no frame/],
     ]) {
       assert.throws(
@@ -180,7 +180,7 @@ describe('viewer messages', () => {
     assert.strictEqual(scene.name, 'Füchse');
     assert.deepStrictEqual(scene.arrays, arrays);
     assert.throws(() => protocol.encodeScene({}, { a: [1] }, toBytes), /'a' of the scene/);
-    assert.throws(() => protocol.decodeScene(buffer.slice(0, 60), toText), /cut short/);
+    assert.throws(() => protocol.decodeScene(buffer.slice(0, 60), toText), /truncated/);
   });
 
   it('tell their kind', () => {
@@ -827,7 +827,7 @@ describe('viewer server', () => {
     const client = new Client(address);
     await client.until(() => client.frames.length > 0, 'a frame');
     await server.close();
-    assert.deepStrictEqual(await client.closed, { code: 1001, reason: 'the host ends' });
+    assert.deepStrictEqual(await client.closed, { code: 1001, reason: 'the server ends' });
     server = new ViewerServer(server.show);
     await server.listen(0);
   });
@@ -1065,11 +1065,7 @@ describe('viewer program', () => {
     await new Promise((resolve) => taken.listen(0, '127.0.0.1', resolve));
     const { port } = taken.address();
     const args = ['--characters', '1', '--port', String(port)];
-    await assertRefused(
-      args,
-      `port ${port} of 127.0.0.1 can't be listened on, it is in use`,
-      '--port'
-    );
+    await assertRefused(args, `port ${port} of 127.0.0.1 can't be opened, it is in use`, '--port');
     await new Promise((resolve) => taken.close(resolve));
   });
 

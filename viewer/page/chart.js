@@ -1,9 +1,9 @@
-// The chart of what a frame costs: stages on top of each other, over the last frames.
+// The chart of what a frame costs: stacked stages, over the last frames.
 
-/** Frames that the chart shows, and that percentiles are taken of: four seconds. */
+/** Frames in the chart and in percentiles: four seconds. */
 const kFrames = 240;
 
-/** Parts of a hundred frames that take no longer: the usual one, and those of late frames. */
+/** Percentiles of the table: the median, and two for late frames. */
 export const kPercentiles = [50, 95, 99];
 
 /** Colours of stages in their order. */
@@ -18,14 +18,14 @@ export const stageColors = [
   '#4a5670',
 ];
 
-/** How much of its way down the top of the scale goes in a frame; for a late frame it goes up at once. */
+/** Fraction of its way down that the top of the scale moves per frame; for a late frame it moves up at once. */
 const kScaleRate = 0.08;
 
-/** The scale in medians, at least and at most: later frames are cut there, and marked. */
+/** Minimum and maximum of the scale, in medians: slower frames are clipped there, and marked. */
 const kLeastMedians = 1.8;
 const kMostMedians = 10;
 
-/** What is left above the latest frame, and where a cut one ends. */
+/** Headroom above the slowest frame, and height of the mark of a clipped one. */
 const kHeadroom = 1.08;
 const kCutPixels = 3;
 const kLateColor = '#f2777a';
@@ -37,7 +37,7 @@ const kSteps = [0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 50, 100, 200, 500];
 const kTextPixels = 12;
 
 /**
- * The least values that so many of a hundred do not exceed.
+ * Percentiles of values.
  * @param {number[]} values
  * @returns {number[]} one for each of kPercentiles; 0 without values
  */
@@ -57,7 +57,7 @@ export class Chart {
   constructor(canvas, stages) {
     this.canvas = canvas;
     this.stages = stages;
-    /** Milliseconds by stage, in a ring of frames. */
+    /** Milliseconds by stage, in a ring buffer of frames. */
     this.rows = Array.from({ length: stages }, () => new Float32Array(kFrames));
     this.frames = 0;
     this.top = 1;
@@ -93,7 +93,7 @@ export class Chart {
     return percentilesOf(this.sums());
   }
 
-  /** Brings the top of the scale to where the latest frame is in the chart, as far as one can tell the others. */
+  /** Moves the top of the scale so that the slowest frame fits, as long as the others stay readable. */
   scale(sums) {
     const [median] = percentilesOf(sums);
     const latest = kHeadroom * sums.reduce((most, sum) => Math.max(most, sum), 0);
@@ -105,7 +105,7 @@ export class Chart {
     this.top = Math.max(wanted, this.top + (wanted - this.top) * kScaleRate);
   }
 
-  /** Draws what there is, at the canvas's size on the screen. */
+  /** Draws the chart at the canvas's size on the screen. */
   draw() {
     const { canvas } = this;
     const ratio = Math.min(2, self.devicePixelRatio || 1);
@@ -141,7 +141,7 @@ export class Chart {
     this.drawCuts(pen, width, sums, xOf);
   }
 
-  /** Marks frames that are later than the scale goes, and says how late the latest one is. */
+  /** Marks frames that exceed the scale, and writes the time of the slowest one. */
   drawCuts(pen, width, sums, xOf) {
     const cut = sums.filter((sum) => sum > this.top);
     pen.fillStyle = kLateColor;
@@ -180,7 +180,7 @@ export class Chart {
       const y = Math.round(yOf(value)) + 0.5;
       pen.fillStyle = 'rgba(217, 223, 235, 0.14)';
       pen.fillRect(0, y, width, 1);
-      // Text that the upper edge would cut is left out.
+      // Text that the upper edge would clip is left out.
       if (y < kTextPixels) {
         continue;
       }

@@ -1,4 +1,4 @@
-// The page: what the host streams, drawn; and what the hand wants, sent.
+// The page: draws what the server streams, and sends the user's controls.
 import { Chart, kPercentiles, stageColors } from './chart.js';
 import { Picture } from './picture.js';
 import { Stream } from './stream.js';
@@ -6,18 +6,18 @@ import { Stream } from './stream.js';
 const protocol = self.nqProtocol;
 const element = (id) => document.getElementById(id);
 
-/** Milliseconds between two times that numbers are shown anew: they are to be read. Longer while still. */
+/** Milliseconds between updates of numbers, so that they are readable. Longer with a still picture. */
 const kNumbersMilliseconds = 250;
 const kStillMilliseconds = 1000;
 
-/** Milliseconds after which values and cameras have arrived where a control sends them. */
+/** Milliseconds after which values and cameras have reached the target of a control. */
 const kSettleMilliseconds = 1200;
 
-/** What a key does from outside: radians, and parts of the distance. */
+/** Steps of keys in the view from outside: radians, and factor of the distance. */
 const kKeyTurn = Math.PI / 36;
 const kKeyNearer = 1.1;
 
-/** Pixels of a line, for wheels that count in lines; how much more a pinch on a touchpad says than a wheel. */
+/** Pixels per line, for wheels that report lines; factor of a touchpad's pinch relative to a wheel. */
 const kLinePixels = 16;
 const kPinchFactor = 10;
 
@@ -32,7 +32,7 @@ const page = {
   camera: protocol.cameras.perspective,
   isOutside: false,
   isLost: false,
-  /** A picture that stays until something is changed; when it is to be renewed, or 0. */
+  /** Whether the picture is still; when it must be updated next, or 0. */
   isStill: reducedMotion.matches,
   renewAt: 0,
 };
@@ -40,11 +40,11 @@ let picture = null;
 let chart = null;
 let stream = null;
 
-/** Sliders that a hand holds, or has just left: the host's values leave them alone. */
+/** Sliders that the user drags, or has just released: values of the server do not change them. */
 const held = new Set();
 const leftAt = new Map();
 
-/** Writes what is not there yet: a screen reader hears of each change. */
+/** Writes only changes: a screen reader announces each write. */
 function setText(id, text) {
   if (element(id).textContent !== String(text)) {
     element(id).textContent = text;
@@ -84,7 +84,7 @@ function percent(value) {
   return `${Math.round(100 * value)} %`;
 }
 
-/** What a place between clips is called. */
+/** Text for a position between clips. */
 function crossfadeText(value) {
   const { clips } = page.scene;
   if (clips.length === 2) {
@@ -95,7 +95,7 @@ function crossfadeText(value) {
   return clips.length > 0 ? clips[near] : 'no clips';
 }
 
-/** What a slider's value means. */
+/** Text for a slider's value. */
 function valueText(name, value) {
   if (name === 'crowd') {
     return `${value} of ${page.scene.characters}`;
@@ -103,7 +103,7 @@ function valueText(name, value) {
   return name === 'crossfade' ? crossfadeText(value) : percent(value);
 }
 
-/** Whether a hand is at a slider, or the host has not yet followed it. */
+/** Whether the user drags a slider, or the server has not yet followed it. */
 function isHeld(name) {
   return held.has(name) || performance.now() < (leftAt.get(name) || 0) + kSettleMilliseconds;
 }
@@ -112,12 +112,12 @@ function isHeld(name) {
  * Shows a slider's value.
  * @param {string} name
  * @param {number} value of the frame
- * @param {boolean} isByHand else it is the plan's, and may change at every frame
- * @param {boolean} isTime to show what changes at every frame
+ * @param {boolean} isByHand set by the user; otherwise by the plan, and may change in every frame
+ * @param {boolean} isTime whether to update values that change in every frame
  */
 function showSlider(name, value, isByHand, isTime) {
   const slider = element(name);
-  // The plan leaves a slider with focus alone: each of its values would be read out.
+  // The plan does not change a slider with focus: a screen reader would announce each value.
   const isFollowed = isByHand || document.activeElement !== slider;
   if (!isHeld(name) && isFollowed && (isByHand || !page.isStill || isTime)) {
     slider.value = value;
@@ -132,7 +132,7 @@ function showSlider(name, value, isByHand, isTime) {
   }
 }
 
-/** Shows the values of a frame at the sliders. */
+/** Shows the values of a frame in the sliders. */
 function showValues(frame, isTime) {
   showSlider('crowd', frame.crowd, true, isTime);
   protocol.sliders.forEach((name, i) => {
@@ -145,17 +145,17 @@ function showValues(frame, isTime) {
   });
   const isPaused = (frame.flags & protocol.flags.paused) !== 0;
   setPressed('pause', isPaused);
-  setText('pause', isPaused ? 'Go on' : 'Pause');
+  setText('pause', isPaused ? 'Resume' : 'Pause');
   setStatus(isPaused ? 'paused' : 'live', isPaused ? 'paused' : 'live');
 }
 
-/** Rates of what arrives, since they were last asked for. */
+/** Rates of received data, since the last call of `take`. */
 class Rates {
   constructor() {
     this.last = { time: performance.now(), bytes: 0, drawings: 0, frame: 0, host: 0 };
   }
 
-  /** @returns {{megabytes: number, drawings: number, frames: number}} a second */
+  /** @returns {{megabytes: number, drawings: number, frames: number}} per second */
   take(frame) {
     const now = {
       time: performance.now(),
@@ -179,7 +179,7 @@ class Rates {
 let rates = null;
 let numbersAt = 0;
 
-/** Whether it is time to show what changes too fast to be read at every frame. */
+/** Whether it is time to update numbers that change too fast to be read in every frame. */
 function isTimeForNumbers() {
   const now = performance.now();
   const isTime = now - numbersAt >= (page.isStill ? kStillMilliseconds : kNumbersMilliseconds);
@@ -194,10 +194,10 @@ function showNumbers(frame) {
     ['bones moved', bones(frame.crowd)],
     ['in view, perspective', frame.visible[0]],
     ['in view, overview', frame.visible[1]],
-    ['frames computed', `${frames.toFixed(0)} a second`],
-    ['frames drawn', `${drawings.toFixed(0)} a second`],
-    ['matrices received', `${megabytes.toFixed(1)} MB a second`],
-    ['frames left out', frame.skipped.toLocaleString('en')],
+    ['frames computed', `${frames.toFixed(0)} per second`],
+    ['frames drawn', `${drawings.toFixed(0)} per second`],
+    ['matrices received', `${megabytes.toFixed(1)} MB per second`],
+    ['frames dropped', frame.skipped.toLocaleString('en')],
   ];
   element('facts').replaceChildren(
     ...[].concat(
@@ -217,7 +217,7 @@ function showNumbers(frame) {
   setText('whole', `${whole[0].toFixed(2)} ms`);
 }
 
-/** A row of the table: what it is of, and a cell for each percentile. */
+/** A row of the table: its title, and a cell for each percentile. */
 function createRow(...title) {
   const row = document.createElement('tr');
   const label = document.createElement('th');
@@ -252,7 +252,7 @@ function showScene(scene) {
   });
 }
 
-/** Tells the host whose view it is, and its shape. */
+/** Sends the camera and the aspect ratio of this page to the server. */
 function sendView() {
   const { clientWidth, clientHeight } = element('picture');
   if (clientWidth > 0 && clientHeight > 0) {
@@ -262,15 +262,15 @@ function sendView() {
   }
 }
 
-/** Sends what a hand wants, whose effect a still picture shows as well. */
+/** Sends controls of the user, and schedules an update of a still picture. */
 function ask(controls) {
   stream.send(controls);
   page.renewAt = performance.now() + kSettleMilliseconds;
 }
 
 /**
- * Whether the picture is to be of a new frame: always, but while it is still only where the view is
- * another one, or what was changed has settled.
+ * Whether to draw a new frame: always, except with a still picture, which is updated only when the view changes, or
+ * after a change has settled.
  */
 function isPictureDue(frame) {
   const shown = picture.frame;
@@ -330,8 +330,8 @@ function connect() {
     lost() {
       page.isLost = true;
       page.drawn = 0;
-      setStatus('lost', 'no host');
-      notify('The host is gone. Start it again, and this page goes on by itself:', 'npm run view');
+      setStatus('lost', 'disconnected');
+      notify('Connection lost. Start the server again, and this page reconnects:', 'npm run view');
     },
     scene: showScene,
     frame(frame) {
@@ -395,14 +395,14 @@ function listen() {
   listenToPicture(element('picture'));
 }
 
-/** Whether the picture stays as it is until something is changed: the choice of this page alone. */
+/** Switches the still picture of this page on or off: it is updated only after changes. */
 function setStill(isStill) {
   page.isStill = isStill;
   page.renewAt = 0;
   setPressed('still', isStill);
 }
 
-/** From outside, the picture takes hands and keys, and says so. */
+/** In the view from outside, the picture accepts pointers and keys, and shows a hint. */
 function setTurns(turns) {
   const canvas = element('picture');
   canvas.classList.toggle('turns', turns);
@@ -416,7 +416,7 @@ function setTurns(turns) {
   }
 }
 
-/** What keys do from outside. */
+/** Actions of keys in the view from outside. */
 const keys = {
   ArrowLeft: () => picture.turn(-kKeyTurn, 0),
   ArrowRight: () => picture.turn(kKeyTurn, 0),
@@ -428,9 +428,9 @@ const keys = {
   Home: () => picture.turnBack(),
 };
 
-/** One finger or the mouse turns the view from outside; two fingers bring it nearer or farther. */
+/** One finger or the mouse rotates the view from outside; two fingers zoom. */
 function listenToPointers(canvas) {
-  /** Where each finger is. */
+  /** Position of each finger. */
   const fingers = new Map();
   const apart = () => {
     const [a, b] = Array.from(fingers.values());
@@ -463,7 +463,7 @@ function listenToPointers(canvas) {
   }
 }
 
-/** From outside, dragging and arrows turn the view, and the wheel, two fingers and keys scale it. */
+/** In the view from outside, dragging and arrows rotate, and the wheel, two fingers and keys zoom. */
 function listenToPicture(canvas) {
   listenToPointers(canvas);
   canvas.addEventListener('keydown', (event) => {
@@ -479,7 +479,7 @@ function listenToPicture(canvas) {
       if (page.isOutside) {
         event.preventDefault();
         const lines = event.deltaMode === WheelEvent.DOM_DELTA_LINE ? kLinePixels : 1;
-        // A pinch on a touchpad arrives as a wheel with this key.
+        // Browsers report a touchpad's pinch as a wheel event with Ctrl.
         const pinch = event.ctrlKey ? kPinchFactor : 1;
         picture.turn(0, 0, Math.exp(event.deltaY * lines * pinch * 0.001));
       }
@@ -501,12 +501,12 @@ try {
   connect();
   draw();
 } catch (error) {
-  notify(`This page needs WebGL 2, and the browser does not give it: ${error.message}`);
+  notify(`This page needs WebGL 2, which this browser does not provide: ${error.message}`);
   setStatus('lost', 'no picture');
   throw error;
 }
 
-// For tests and for the curious, at the browser's console.
+// For tests and for the browser's console.
 self.nqViewer = {
   page,
   get picture() {

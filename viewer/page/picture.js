@@ -1,10 +1,10 @@
-// The picture: characters of a frame as their matrices place them, on a floor, under the scene's light.
+// The picture: draws the characters of a frame by their matrices, on a floor, in the scene's light.
 import * as THREE from '/three/three.module.js';
 import * as shaders from './shaders.js';
 
 const protocol = self.nqProtocol;
 
-/** Towards the light, of length 1. */
+/** Unit vector towards the light. */
 const kLight = new THREE.Vector3(-0.36, 0.8, 0.48).normalize();
 const kSky = new THREE.Color(14 / 255, 18 / 255, 28 / 255);
 const kViewEdge = 0xf0c86e;
@@ -12,19 +12,19 @@ const kViewEdge = 0xf0c86e;
 /** Texels in a row of the texture of matrices; a matrix is four of them. */
 const kRowTexels = 2048;
 
-/** Lamps, in heights of a character: size of the light around one, and of what it lights on the floor. */
+/** Lamps, in heights of a character: size of the glow, and of the pool of light on the floor. */
 const kGlowSize = 0.26;
 const kPoolSize = 1;
 
-/** From outside: radians from top to bottom, and how far one may go, in radii of the crowd. */
+/** View from outside: vertical angle in radians, and limits of the distance in radii of the crowd. */
 const kOutsideFov = 0.65;
 const kNearest = 0.25;
 const kFarthest = 6;
 
-/** Where one looks from at first. */
+/** Initial view from outside. */
 const kOrbit = { yaw: 0.25, pitch: 0.5, distance: 2.5 };
 
-/** Edges of a view between its corners: near rectangle, far rectangle, and from one to the other. */
+/** Edges of a view volume: near rectangle, far rectangle, and the edges between them. */
 const kViewEdges = [0, 1, 3, 2].reduce(
   (edges, corner, i, around) => [
     ...edges,
@@ -35,7 +35,7 @@ const kViewEdges = [0, 1, 3, 2].reduce(
   []
 );
 
-/** Colour for a shader, of red, green, blue to 255; lamps have more. */
+/** Colour for a shader, from red, green, blue up to 255; lamps exceed that. */
 function colorOf(rgb) {
   return rgb.map((value) => value / 255);
 }
@@ -44,13 +44,13 @@ function attributeOf(type, array, width) {
   return new type(array, width, false);
 }
 
-/** The same for all vertices of an instance, and written for each frame. */
+/** An instanced attribute that is written in each frame. */
 function instanced(length, width) {
   const attribute = new THREE.InstancedBufferAttribute(new Float32Array(length * width), width);
   return attribute.setUsage(THREE.DynamicDrawUsage);
 }
 
-/** What the scene's message has of a mesh. */
+/** Geometry of a mesh in the scene's message. */
 function geometryOf(geometry, arrays, name) {
   const array = (part) => arrays[`${name}.${part}`];
   geometry.setIndex(attributeOf(THREE.BufferAttribute, array('triangles'), 1));
@@ -58,13 +58,13 @@ function geometryOf(geometry, arrays, name) {
   geometry.setAttribute('normal', attributeOf(THREE.BufferAttribute, array('normals'), 3));
   geometry.setAttribute('aBones', attributeOf(THREE.BufferAttribute, array('bones'), 4));
   geometry.setAttribute('aWeights', attributeOf(THREE.BufferAttribute, array('weights'), 4));
-  // A byte alone is no whole word, as graphics cards want them.
+  // Vertex attributes should be multiples of 4 bytes.
   const parts = Float32Array.from(array('parts'));
   geometry.setAttribute('aPart', attributeOf(THREE.BufferAttribute, parts, 1));
   return geometry;
 }
 
-/** Shadows darken a place once, however many fall on it. */
+/** Shadows darken a pixel once, however many overlap (stencil). */
 const shadowSettings = {
   transparent: true,
   depthWrite: false,
@@ -75,7 +75,7 @@ const shadowSettings = {
   stencilZPass: THREE.IncrementStencilOp,
 };
 
-/** Lights add up, the less the brighter it is already: a crowd of them does not become one white. */
+/** Screen blending of lights, so that many of them do not saturate to white. */
 const lightSettings = {
   transparent: true,
   depthWrite: false,
@@ -96,7 +96,7 @@ export class Picture {
     this.perspective = new THREE.PerspectiveCamera();
     this.overview = new THREE.OrthographicCamera();
     this.outside = new THREE.PerspectiveCamera((180 / Math.PI) * kOutsideFov);
-    /** Where one looks from, outside: radians, and radii of the crowd. */
+    /** View from outside: angles in radians, distance in radii of the crowd. */
     this.orbit = Object.assign({}, kOrbit);
     this.uniforms = {
       uLight: { value: kLight },
@@ -113,7 +113,7 @@ export class Picture {
     this.frame = null;
   }
 
-  /** A material with what all shaders share, and its own. */
+  /** A material with the shared uniforms and its own. */
   material(shader, uniforms = {}, settings = {}) {
     return new THREE.ShaderMaterial(
       Object.assign(
@@ -136,7 +136,7 @@ export class Picture {
   }
 
   /**
-   * Makes ready for the frames of a scene.
+   * Prepares for the frames of a scene.
    * @param {Object} scene as decoded
    */
   setScene(scene) {
@@ -164,7 +164,7 @@ export class Picture {
     );
   }
 
-  /** Gives back what the last scene had of the graphics card. */
+  /** Releases the GPU resources of the last scene. */
   dispose() {
     this.world.traverse((object) => {
       if (object.geometry) {
@@ -202,7 +202,7 @@ export class Picture {
     this.add(new THREE.Mesh(geometry, shadow), 2);
   }
 
-  /** Makes room for the matrices of so many characters. */
+  /** Reserves texture memory for the matrices of so many characters. */
   reserve(characters) {
     const texels = 4 * this.scene.bones * characters;
     const texture = this.matrices.value;
@@ -260,7 +260,7 @@ export class Picture {
   }
 
   /**
-   * Brings all that is drawn to where a frame has it.
+   * Sets the frame to draw.
    * @param {Object} frame as decoded
    */
   setFrame(frame) {
@@ -281,7 +281,7 @@ export class Picture {
     this.floor.scale.set(4 * radius, 1, 4 * radius);
   }
 
-  /** Characters are of the colour of the clips that they play. */
+  /** Sets the colours of characters, by the clips that they play. */
   setColors({ characters, weights, counts }) {
     const { clips, plain, skins, hairs } = this.scene.palettes;
     const [tints, skinArray, hairArray] = [this.tints.array, this.skins.array, this.hairs.array];
@@ -304,7 +304,7 @@ export class Picture {
     }
   }
 
-  /** What characters carry, with the lights of lamps. */
+  /** Sets the props that characters carry, and the lights of lamps. */
   setCarried({ carriers, carried }) {
     const { cast } = this.scene.arrays;
     this.props.forEach(({ mesh }) => {
@@ -351,7 +351,7 @@ export class Picture {
     }
   }
 
-  /** The camera of a frame, as the module culls by it. */
+  /** The camera of a frame, the same as the module culls with. */
   frameCamera({ camera, pose }) {
     const isPerspective = camera === protocol.cameras.perspective;
     const result = isPerspective ? this.perspective : this.overview;
@@ -377,7 +377,7 @@ export class Picture {
       : (pose[10] - pose[9]) / (pose[12] - pose[11]);
   }
 
-  /** Puts lines where the view of a camera ends. */
+  /** Draws the edges of a camera's view volume. */
   drawEdges(camera) {
     const corners = [];
     for (const z of [-1, 1]) {
@@ -392,7 +392,7 @@ export class Picture {
     position.needsUpdate = true;
   }
 
-  /** The camera that looks at the crowd and at the frame's camera. */
+  /** The camera from outside, which shows the crowd and the frame's camera. */
   outsideCamera(aspect) {
     const { yaw, pitch, distance } = this.orbit;
     const [x, y, z, radius] = this.frame.bounds;
@@ -410,7 +410,7 @@ export class Picture {
     return outside;
   }
 
-  /** Turns the view from outside, by radians, and brings it nearer or farther. */
+  /** Rotates the view from outside by radians, and scales its distance. */
   turn(yaw, pitch, nearer = 1) {
     const { orbit } = this;
     orbit.yaw += yaw;
@@ -418,12 +418,12 @@ export class Picture {
     orbit.distance = Math.min(kFarthest, Math.max(kNearest, orbit.distance * nearer));
   }
 
-  /** Turns back to where the view from outside began. */
+  /** Resets the view from outside. */
   turnBack() {
     Object.assign(this.orbit, kOrbit);
   }
 
-  /** Makes the picture as large as its canvas is shown. */
+  /** Resizes the picture to the displayed size of its canvas. */
   fit() {
     const ratio = Math.min(2, self.devicePixelRatio || 1);
     const { clientWidth, clientHeight } = this.canvas;
@@ -433,7 +433,7 @@ export class Picture {
 
   /**
    * Draws the frame.
-   * @param {boolean} isOutside not through the frame's camera, but from beside the crowd
+   * @param {boolean} isOutside from beside the crowd instead of through the frame's camera
    */
   draw(isOutside) {
     const { renderer, frame, uniforms } = this;
@@ -450,14 +450,14 @@ export class Picture {
       this.drawEdges(camera);
       camera = this.outsideCamera(width / height);
     } else {
-      // The canvas may be of another shape than the view, while its size changes.
+      // While its size changes, the canvas may have another aspect ratio than the view.
       const aspect = Picture.aspectOf(frame);
       view.width = Math.min(width, height * aspect);
       view.height = Math.min(height, width / aspect);
       view.x = (width - view.width) / 2;
       view.y = (height - view.height) / 2;
       if (camera === this.perspective) {
-        // The module tells who is in view; the floor begins nearer and ends farther.
+        // The module culls the characters; the floor needs a nearer near plane and a farther far plane.
         Object.assign(camera, { near: 0.2 * camera.near, far: 4 * camera.far });
         camera.updateProjectionMatrix();
       }

@@ -1,6 +1,6 @@
-// Shaders of the picture. Colours are as the screen shows them; light is mixed there, too.
+// Shaders of the picture. Colours and lighting are in display space (not linear).
 
-/** What all that is lit has in common. */
+/** Lighting shared by all lit shaders. */
 const lighting = `
   uniform vec3 uLight;
   uniform vec3 uSky;
@@ -8,7 +8,7 @@ const lighting = `
   uniform float uFogFar;
 
   vec3 lit(vec3 color, vec3 normal, vec3 toEye) {
-    // Both sides of a triangle are seen: the normal is that of the side towards the eye.
+    // Triangles are two-sided: the normal faces the eye.
     vec3 n = normalize(normal);
     n = dot(n, toEye) < 0.0 ? -n : n;
     float sky = 0.5 + 0.5 * n.y;
@@ -34,7 +34,7 @@ const fragment = `
   }
 `;
 
-/** A vertex by four bones of the character that the instance is. */
+/** Skins a vertex by four bones of its instance's character. */
 const skinning = `
   uniform highp sampler2D uMatrices;
   uniform int uBones;
@@ -62,7 +62,7 @@ const skinning = `
   }
 `;
 
-/** From the world to the screen, with what the lighting wants to know. */
+/** Projects from world to clip space, with the varyings of the lighting. */
 const projection = `
   varying vec3 vColor;
   varying vec3 vNormal;
@@ -117,7 +117,7 @@ export const prop = {
   fragment,
 };
 
-/** A place on the floor, away from the light. */
+/** Projects a position onto the floor, along the light. */
 const casting = `
   uniform vec3 uLight;
   uniform float uFloor;
@@ -181,7 +181,7 @@ export const floor = {
       vec2 slope = fwidth(at);
       vec2 away = abs(fract(at - 0.5) - 0.5);
       vec2 line = 1.0 - smoothstep(vec2(0.0), wide * slope, away);
-      // Where lines come closer than pixels there are none.
+      // Fades lines out where they are closer than pixels.
       line *= 1.0 - smoothstep(0.15, 0.5, slope);
       return max(line.x, line.y);
     }
@@ -195,7 +195,7 @@ export const floor = {
   `,
 };
 
-/** A light: a disc towards the eye, brightest in its middle. */
+/** A light: a disc that faces the eye, brightest in its middle. */
 export const glow = {
   vertex: `
     attribute vec3 aColor;
@@ -207,7 +207,7 @@ export const glow = {
       vec4 inView = viewMatrix * vec4(position, 1.0);
       gl_Position = projectionMatrix * inView;
       gl_PointSize = uSize * uHeight * projectionMatrix[1][1] / gl_Position.w;
-      // In front of the lamp itself, which is within its light.
+      // In front of the lamp, which is inside the glow.
       gl_Position.z -= 0.0005 * gl_Position.w;
     }
   `,
@@ -221,7 +221,7 @@ export const glow = {
   `,
 };
 
-/** What a light makes bright on the floor. */
+/** The pool of light on the floor. */
 export const pool = {
   vertex: `
     attribute vec3 aPlace;

@@ -1,14 +1,14 @@
-// The connection to the host: messages in, controls out, again and again if it breaks.
+// The connection to the server: receives messages, sends controls, and reconnects after it is lost.
 
 const protocol = self.nqProtocol;
 
-/** Milliseconds until a broken connection is tried again. */
+/** Milliseconds until a lost connection is retried. */
 const kRetryMilliseconds = 1000;
 
-/** Calls back with what the host sends, and carries controls to it. */
+/** Passes messages of the server to listeners, and sends controls. */
 export class Stream {
   /**
-   * @param {string} path of the stream at this page's host
+   * @param {string} path of the stream on this page's server
    * @param {{open: function(), lost: function(string), scene: function(Object),
    *     frame: function(Object)}} listeners
    */
@@ -44,7 +44,7 @@ export class Stream {
   }
 
   /**
-   * Tells the host what is wanted; of no use, and not done, while there is no connection.
+   * Sends controls to the server; does nothing while there is no connection.
    * @param {Object} controls
    */
   send(controls) {
