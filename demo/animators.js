@@ -1,5 +1,5 @@
 'use strict';
-// Animators for a crowd: each character's clips on its nodes, blended by weight.
+// Animators for a crowd: they blend each character's clips by weight and write its nodes.
 
 /** Kind of component. */
 const kAnimator = 2;
@@ -36,7 +36,7 @@ class CrowdAnimators {
     }
   }
 
-  /** Sets how a character plays a clip: at a part of its length, with a weight. */
+  /** Sets position (as a fraction of its length) and weight of a character's clip. */
   play(character, clip, moment, weight) {
     const block = this.blocks[character];
     block[kClipWords * clip + kTimeWord] = moment * this.frameCounts[clip];

@@ -1,11 +1,11 @@
 'use strict';
-// How far points reach, and what is typical of numbers.
+// Bounding spheres of points, and the median of numbers.
 
 /**
- * A ball that holds points, around the middle of the box that holds them.
+ * A bounding sphere, around the centre of the bounding box.
  * @typedef {Object} Bounds
  * @property {number[]} middle x, y, z
- * @property {number} radius 1 if all points are one
+ * @property {number} radius 1 if all points are equal
  * @property {number} floor lowest y
  */
 
@@ -30,7 +30,7 @@ function boundsOf(points) {
 }
 
 /**
- * The middle of numbers; of an even count the mean of the two, of none 0.
+ * The median of numbers; for an even count the mean of the middle two, for none 0.
  * @param {ArrayLike<number>} values
  * @returns {number}
  */

@@ -1,17 +1,17 @@
 'use strict';
-// The cameras of the demo: one that stands at a side of the scene and looks across a part of it, and an
-// overview from straight above.
+// The cameras of the demo: a perspective one at a side of the scene, which sees a part of it, and an orthographic
+// overview from above.
 
-/** Direction from which the picture is taken, in radians about the vertical; the view crosses it. */
+/** Direction from which the picture is taken, in radians about the vertical axis; the perspective view crosses it. */
 const kPictureYaw = 0.62;
 
-/** What the perspective camera sees: radians, width over height, and distances in radii. */
+/** Parameters of the perspective camera: vertical angle in radians, width over height, and distances in radii. */
 const kFov = 0.36;
 const kAspect = 2.2;
 const kNear = 0.14;
 const kFar = 1.6;
 
-/** Half the width of what the overview sees, and its height above the middle, in radii. */
+/** Half the width of the overview, and its height above the centre, in radii. */
 const kOverviewReach = 0.48;
 const kOverviewHeight = 1.5;
 
@@ -39,7 +39,7 @@ const kOverviewHeight = 1.5;
  * @property {number} far
  */
 
-/** A point from the middle of bounds, by radii to the right of the picture, up, and towards it. */
+/** A point relative to the centre of bounds: radii to the right of the picture, up, and towards the viewer. */
 function placeIn({ middle, radius }, right, up, towards) {
   const [sin, cos] = [Math.sin(kPictureYaw), Math.cos(kPictureYaw)];
   return [
@@ -50,7 +50,7 @@ function placeIn({ middle, radius }, right, up, towards) {
 }
 
 /**
- * Stands at the left of the picture, a little above the middle, and looks down to the right.
+ * A camera at the left of the picture, a little above the centre, that looks down to the right.
  * @param {import('./bounds').Bounds} bounds of the scene
  * @returns {PerspectiveCamera}
  */
@@ -67,7 +67,7 @@ function createPerspectiveCamera(bounds) {
 }
 
 /**
- * Looks straight down on the middle of the scene.
+ * A camera that looks straight down at the centre of the scene.
  * @param {import('./bounds').Bounds} bounds of the scene
  * @returns {OrthographicCamera}
  */
@@ -100,8 +100,8 @@ function normalize(a) {
 }
 
 /**
- * Corners of what a perspective camera sees: four of the near rectangle, then four of the far one, each
- * around from bottom left.
+ * Corners of a perspective camera's view volume: four of the near rectangle, then four of the far one, each in order
+ * from the bottom left.
  * @param {PerspectiveCamera} camera
  * @returns {Array<number[]>}
  */

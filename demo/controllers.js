@@ -1,20 +1,20 @@
 'use strict';
-// Controllers for a crowd: three layers a character, each of one state.
+// Controllers for a crowd: three layers per character, each with one state.
 //
-//   2  breath      additive   on what is below
+//   2  breath      additive   on the layers below
 //   1  wave        override   one arm, by the mask; from the carrying pose (weight 0) to waving (1)
-//   0  locomotion  override   all bones: clips whose weights sum up to 1
+//   0  locomotion  override   all bones: clips whose weights sum to 1
 //
-// An override layer blends with the rest pose, not with the layers below. So rest poses are taken with
-// arms that carry: at weight 0 the wave layer still holds its arm, and never lets it leap.
+// An override layer blends with the rest pose, not with the layers below. So rest poses are taken with arms in the
+// carrying pose: at weight 0 the wave layer still holds its arm, without a jump.
 
-/** Words of a controller: its binding, then three for each layer. */
+/** Words of a controller: its binding, then three per layer. */
 const kLayerWords = 3;
 const kModeWord = 1;
 const kLayerWeightWord = 2;
 const kStateWord = 3;
 
-/** Words of a state: three, then five for each clip. */
+/** Words of a state: three, then five per clip. */
 const kStateWords = 3;
 const kStateWeightWord = 0;
 const kNextStateWord = 2;
@@ -25,7 +25,7 @@ const kWeightWord = 2;
 const kReferenceClipWord = 3;
 const kReferenceTimeWord = 4;
 
-/** How layers enter the pose, and the handle of no state. */
+/** Blend modes of layers, and the handle for no state. */
 const kOverride = 0;
 const kAdditive = 1;
 const kOff = 2;
@@ -43,7 +43,7 @@ const kWithRestPoses = 1;
 /** Words of a mask's record: entity, weight. */
 const kMaskWords = 2;
 
-/** A block of native code as whole numbers and as floats. */
+/** Views of a shared block as integers and as floats. */
 function viewsOf({ buffer }) {
   return { words: new Uint32Array(buffer), floats: new Float32Array(buffer) };
 }
@@ -59,7 +59,7 @@ class CrowdControllers {
     this.bindings = [];
     /** Controllers and states, which have blocks. */
     this.objects = [];
-    /** For each character its layers' weights, and the clips of each layer's state, as floats. */
+    /** For each character: weights of its layers, and the clips of each layer's state, as floats. */
     this.layers = [];
     this.states = [];
     this.batch = new Uint32Array(1 + count);
@@ -81,7 +81,7 @@ class CrowdControllers {
     ];
     const { words, floats } = viewsOf(controller);
     words[0] = binding.id;
-    // Off by its mode: at weight 0 an override layer would hold both arms.
+    // Switched off by its mode: at weight 0 an override layer would hold both arms.
     const modes = [kOverride, part === null ? kOff : kOverride, kAdditive];
     states.forEach(({ object }, layer) => {
       words[kLayerWords * layer + kModeWord] = modes[layer];
@@ -98,7 +98,7 @@ class CrowdControllers {
     this.batch[++this.batch[0]] = controller.id;
   }
 
-  /** Brings all arms into the pose in which rest poses are taken. */
+  /** Sets all arms to the pose of which rest poses are taken. */
   writeHold() {
     const { crowd } = this;
     for (let i = 0; i < crowd.count; ++i) {
@@ -125,7 +125,7 @@ class CrowdControllers {
     return engine.createAnimationClipBinding(buffer, 0, ...sizes, kWithRestPoses);
   }
 
-  /** A state that is the only one of its layer; each clip's reference is its own first frame. */
+  /** Creates the only state of a layer; the reference of each clip is its own first frame. */
   createState(clips) {
     const object = this.crowd.engine.createAnimatorControllerStateModel(clips.length);
     const { words, floats } = viewsOf(object);
@@ -141,7 +141,7 @@ class CrowdControllers {
     return { object, floats };
   }
 
-  /** Leaves the wave layer nothing but the arm of a hand. */
+  /** Masks the wave layer to the arm of a hand. */
   maskArm(controller, character, { arm }) {
     const { targets } = this.crowd.kind.layers.wave;
     const words = new Uint32Array(kMaskWords * targets.length);
@@ -153,7 +153,7 @@ class CrowdControllers {
     controller.setMaskAtIndex(kWave, words.buffer, 0, targets.length);
   }
 
-  /** Sets a clip of a layer's state: at a part of its length, with a weight. */
+  /** Sets position (as a fraction of its length) and weight of a clip of a layer's state. */
   write(character, layer, k, clip, moment, weight) {
     const floats = this.states[character][layer];
     const at = kStateWords + kClipWords * k;
@@ -161,18 +161,18 @@ class CrowdControllers {
     floats[at + kWeightWord] = weight;
   }
 
-  /** Sets how a character plays a clip of its locomotion; the weights of all must sum up to 1. */
+  /** Sets a clip of a character's locomotion; the weights of all of them must sum to 1. */
   play(character, clip, moment, weight) {
     this.write(character, kLocomotion, clip, clip, moment, weight);
   }
 
-  /** Sets where in its wave a character is, and how much it waves what it carries. */
+  /** Sets position and weight of a character's wave. */
   wave(character, moment, weight) {
     this.write(character, kWave, 0, this.clips.length - 2, moment, 1);
     this.layers[character][kLayerWords * kWave + kLayerWeightWord] = weight;
   }
 
-  /** Sets where in its breath a character is, and how deep that goes. */
+  /** Sets position and weight of a character's breath. */
   breathe(character, moment, weight) {
     this.write(character, kBreath, 0, this.clips.length - 1, moment, 1);
     this.layers[character][kLayerWords * kBreath + kLayerWeightWord] = weight;

@@ -1,14 +1,14 @@
 'use strict';
-// Many characters of one kind in the engine: entities, what plays their clips, skinning, what their hands
-// carry, and what script writes.
+// Many characters of one kind in the engine: entities, animators or controllers, skinning, props in hands, and the data
+// that JavaScript writes.
 const { CrowdAnimators } = require('./animators');
 const { CrowdControllers } = require('./controllers');
 const { CrowdProps } = require('./props');
 
-/** Entities, and culling objects, that one batch can hold. */
+/** Capacity of a batch of entities or culling objects. */
 const kBatchCapacity = 4095;
 
-/** Entries that the dirty list holds behind its count. */
+/** Capacity of the dirty list, in entries after its count. */
 const kDirtyListCapacity = 12287;
 
 /** Words of a 3D record: mode, rotation x y z w, position, scale, world matrix. */
@@ -30,7 +30,7 @@ const kBonesModel = 2;
 /**
  * @typedef {Object} KindNode
  * @property {string} name
- * @property {number} parent index of the parent, which comes earlier; -1 for the first node alone
+ * @property {number} parent index of the parent, which comes earlier; -1 for the first node only
  * @property {number[]} position x, y, z, in the parent's space
  * @property {number[]} rotation quaternion x, y, z, w
  * @property {number[]} scale x, y, z
@@ -41,48 +41,48 @@ const kBonesModel = 2;
  * @property {string} name
  * @property {number} framesPerSecond
  * @property {number} frameCount
- * @property {number} stride metres that a cycle covers, 0 for one that stays in place
- * @property {number[]} targets index of the node that each target of the clip is
+ * @property {number} stride metres per cycle, 0 for one that stays in place
+ * @property {number[]} targets index of the node for each target of the clip
  * @property {ArrayBuffer} bytes
  */
 
 /**
  * @typedef {Object} Hand
- * @property {number} node index of the node that carries
- * @property {number[]} arm indices of its nodes, from the shoulder on
+ * @property {number} node index of the carrying node
+ * @property {number[]} arm indices of the arm's nodes, from the shoulder on
  */
 
 /**
- * What controllers lay over the clips of a kind.
+ * Layers of a kind on top of its clips.
  * @typedef {Object} Layers
  * @property {KindClip} wave for the arm that carries something
- * @property {KindClip} breath added to all else; empty lungs at its first frame
- * @property {Array<{node: number, rotation: number[]}>} hold arms that carry
+ * @property {KindClip} breath additive; lungs empty at its first frame
+ * @property {Array<{node: number, rotation: number[]}>} hold pose of carrying arms
  * @property {Hand[]} hands left, right
  * @property {import('./props').Prop[]} props
  */
 
 /**
- * What the characters of a crowd have in common.
+ * Data shared by all characters of a crowd.
  * @typedef {Object} Kind
  * @property {string} name
- * @property {KindNode[]} nodes parents before children; the first one stands where the character does,
- *     is placed by script and moved by no clip
- * @property {number[]} joints index of the node that each bone is
- * @property {Float32Array} inverseBind 16 elements a bone
+ * @property {KindNode[]} nodes parents before children; the first one is the position of the character,
+ *     which JavaScript sets and no clip moves
+ * @property {number[]} joints index of the node of each bone
+ * @property {Float32Array} inverseBind 16 elements per bone
  * @property {KindClip[]} clips which all move the same properties of the same nodes; or none
- * @property {?Layers} layers none where plain animators blend the clips
+ * @property {?Layers} layers null where plain animators blend the clips
  * @property {import('./mesh').Mesh} mesh
- * @property {string[]} notes what of it is not shown, a line each
+ * @property {string[]} notes parts that are not shown, one line each
  */
 
 /**
- * Owns the engine's objects of a crowd, which stay referenced here: their memory is what the views
- * show. Node j of character i is entity `i * nodes + j`.
+ * Owns the engine's objects of a crowd, and keeps them alive: the views use their memory. Node j of character i is
+ * entity `i * nodes + j`.
  */
 class Crowd {
   /**
-   * Creates, places and links all entities, and brings their matrices up to date.
+   * Creates, places and links all entities, and computes their matrices.
    * @param {Object} engine of the native module
    * @param {Kind} kind
    * @param {number} count
@@ -102,7 +102,7 @@ class Crowd {
     this.commands = new Uint32Array(engine.entityCommands);
     this.createEntities();
     this.link();
-    /** Those of the kind, then those of its layers. */
+    /** Clips of the kind, then those of its layers. */
     this.clipModels = [
       ...kind.clips,
       ...(kind.layers ? [kind.layers.wave, kind.layers.breath] : []),
@@ -110,13 +110,13 @@ class Crowd {
     this.players = kind.layers ? new CrowdControllers(this) : new CrowdAnimators(this);
     this.createSkins();
     this.refresh(this.handles);
-    // Only now: until a hand has its matrix, there is no place in it for what is bound to it.
+    // Created last: a bound entity needs the world matrix of the hand.
     this.props = new CrowdProps(this);
     this.refresh(Array.from({ length: count }, (none, i) => this.placeHandle(i)));
     this.props.follow();
   }
 
-  /** Takes entities in full batches, and writes them as they are at rest. */
+  /** Creates entities in full batches, and writes their rest transforms. */
   createEntities() {
     const { nodes } = this.kind;
     for (let first = 0; first < this.handles.length; first += kBatchCapacity) {
@@ -138,7 +138,7 @@ class Crowd {
     }
   }
 
-  /** Streams the links, in as many passes as the buffer asks for. */
+  /** Writes the links into the command stream, in as many passes as necessary. */
   link() {
     const { nodes } = this.kind;
     let length = 0;
@@ -161,7 +161,7 @@ class Crowd {
     run();
   }
 
-  /** A skinning component for each character; the inverse bind matrices are there once. */
+  /** Creates a skinning component per character; all share the inverse bind matrices. */
   createSkins() {
     const { joints, inverseBind, nodes } = this.kind;
     this.bonesModel = this.engine.createDataModel(kBonesModel, inverseBind);
@@ -184,33 +184,33 @@ class Crowd {
     }
   }
 
-  /** Handle of the entity where a character stands. */
+  /** Handle of the entity for the position of a character. */
   placeHandle(character) {
     return this.handles[character * this.kind.nodes.length];
   }
 
-  /** Sets how a character plays a clip: at a part of its length, from 0 to 1, with a weight. */
+  /** Sets position (0 to 1, as a fraction of its length) and weight of a character's clip. */
   play(character, clip, moment, weight) {
     this.players.play(character, clip, moment, weight);
   }
 
-  /** Sets where in its wave a character with a prop is, and how much it waves; for kinds with layers. */
+  /** Sets position and weight of the wave of a character with a prop; for kinds with layers. */
   wave(character, moment, weight) {
     this.players.wave(character, moment, weight);
   }
 
-  /** Sets where in its breath a character is, and how deep that goes; for kinds with layers. */
+  /** Sets position and weight of a character's breath; for kinds with layers. */
   breathe(character, moment, weight) {
     this.players.breathe(character, moment, weight);
   }
 
-  /** Writes the rotation of an entity, which no pass is told of. */
+  /** Writes the rotation of an entity without listing it as dirty. */
   writeRotation(entity, rotation) {
     const records = this.records[Math.floor(entity / kBatchCapacity)];
     records.set(rotation, (entity % kBatchCapacity) * kRecordWords + kRotationWord);
   }
 
-  /** Moves a character on the ground and turns it: at 0 it looks along z, at a quarter along x. */
+  /** Moves a character on the ground and rotates it: at 0 it faces along z, at a quarter turn along x. */
   place(character, x, z, heading) {
     const entity = character * this.kind.nodes.length;
     const records = this.records[Math.floor(entity / kBatchCapacity)];
@@ -222,7 +222,7 @@ class Crowd {
     this.dirtyList[++this.dirtyList[0]] = this.handles[entity];
   }
 
-  /** Lets `animate` and `skin` go over the first characters alone. */
+  /** Restricts `animate` and `skin` to the first characters. */
   enable(count) {
     this.players.batch[0] = count;
     this.skinBatch[0] = count;
@@ -238,7 +238,7 @@ class Crowd {
     this.engine.updateSkinningMatrices(this.skinBatch.buffer);
   }
 
-  /** Brings the world up to date after `handles` were written, a full dirty list at a time. */
+  /** Refreshes world matrices after `handles` were written, a full dirty list at a time. */
   refresh(handles) {
     let next = 0;
     while (next < handles.length) {
@@ -252,7 +252,7 @@ class Crowd {
   }
 
   /**
-   * A copy of an entity's world matrix, as its shared record shows it.
+   * A copy of an entity's world matrix from its shared record.
    * @param {number} entity
    * @returns {Float32Array} 16 elements, column-major
    */
@@ -262,7 +262,7 @@ class Crowd {
     return records.slice(word, word + 16);
   }
 
-  /** Bytes that script and native code share for this crowd. */
+  /** Bytes of shared memory of this crowd. */
   sharedBytes() {
     const objects = [
       ...this.batches,

@@ -1,11 +1,11 @@
 'use strict';
-// What the demo's cameras see: a culling object around each character, and two calls a frame.
+// Culling for the demo's cameras: a culling object around each character, and two calls per frame.
 const { kBatchCapacity } = require('./crowd');
 
-/** Kind of component, and its first argument: so many objects. */
+/** Kind of component; its argument is the number of objects. */
 const kCulling = 1;
 
-/** Bytes of an object's record, and where its fields start. */
+/** Bytes of an object's record, and offsets of its fields. */
 const kRecordBytes = 28;
 const kMaskOffset = 4;
 const kCenterOffset = 8;
@@ -17,14 +17,14 @@ const kHashWord = 0;
 const kCountWord = 1;
 const kObjectsWord = 2;
 
-/** Bits of a handle that tell the object within its batch. */
+/** Bits of a handle for the object within its batch. */
 const kElementMask = 0xfff;
 
 /** Layer bits: all objects are in this layer, and both cameras see it. */
 const kLayer = 1;
 
 /**
- * What a camera saw last.
+ * The last culling result of a camera.
  * @typedef {Object} View
  * @property {Uint32Array} handles of the visible objects, nearest first
  * @property {number} hash of the handles in their order
@@ -34,7 +34,7 @@ const kLayer = 1;
 class CrowdCulling {
   /**
    * @param {import('./crowd').Crowd} crowd
-   * @param {{middle: number[], radius: number}} sphere around a character, where it stands
+   * @param {{middle: number[], radius: number}} sphere around a character, relative to its position
    * @param {import('./cameras').PerspectiveCamera} perspective
    * @param {import('./cameras').OrthographicCamera} overview
    */
@@ -90,13 +90,13 @@ class CrowdCulling {
     this.views.overview = this.end(replaced);
   }
 
-  /** A call that finds nothing leaves the last result as it is. */
+  /** Clears the result: a call that finds nothing leaves it unchanged. */
   begin() {
     this.result[kHashWord] = 0;
     this.result[kCountWord] = 0;
   }
 
-  /** What a call left in "cullingResult". */
+  /** Copies the result of a call from "cullingResult". */
   end(replaced) {
     if (replaced) {
       this.result = new Uint32Array(this.engine.cullingResult);
@@ -105,14 +105,14 @@ class CrowdCulling {
     return { handles: this.result.slice(kObjectsWord, end), hash: this.result[kHashWord] };
   }
 
-  /** The character that an object is around. */
+  /** The character of an object. */
   characterOf(handle) {
     const element = handle & kElementMask;
     return this.firstOf.get(handle - element) + element;
   }
 
   /**
-   * Lets the first characters take part, and the others not.
+   * Enables the first characters, and disables the others.
    * @param {number} count
    */
   enable(count) {
@@ -125,7 +125,7 @@ class CrowdCulling {
   }
 
   /**
-   * Which characters a camera saw.
+   * Flags of the characters that a camera saw.
    * @param {View} view
    * @returns {Uint8Array} 1 where visible
    */

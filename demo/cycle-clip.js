@@ -1,17 +1,17 @@
 'use strict';
-// Clips that go round: from the poses of a cycle, one a frame, to smooth curves over the bones.
+// Cyclic clips: converts the poses of a cycle, one per frame, to smooth curves of bones.
 const { buildClip, sampleTypes } = require('../lib/clip');
 
 const kFramesPerSecond = 30;
 
 /**
- * A moment of a cycle.
+ * A pose within a cycle.
  * @typedef {Object} CyclePose
  * @property {Object<string, number[]>} rotations of bones by name, in the space of their parents
  * @property {number[]} [position] of the first bone; in all poses of a cycle or in none
  */
 
-/** A curve through values at every frame of a cycle, smooth also from its end to its start. */
+/** A curve through values at every frame of a cycle, smooth also where it wraps. */
 function cycleCurve(target, type, values) {
   const frames = values.length;
   const keys = [];
@@ -23,7 +23,7 @@ function cycleCurve(target, type, values) {
   return { target, type, keys };
 }
 
-/** Turns quaternions over so that each is near the one ahead of it, and no curve leaps. */
+/** Negates quaternions where necessary, so that each is near the previous one, and no curve jumps. */
 function withoutLeaps(rotations) {
   const result = [rotations[0]];
   for (const rotation of rotations.slice(1)) {
@@ -38,9 +38,9 @@ function withoutLeaps(rotations) {
  * The clip of a cycle.
  * @param {string} name
  * @param {CyclePose[]} poses one for each frame
- * @param {number[]} targets indices of the bones that it moves
- * @param {Array<{name: string}>} nodes that these are indices of
- * @param {number} stride metres that a cycle covers
+ * @param {number[]} targets indices in `nodes` of the bones that it moves
+ * @param {Array<{name: string}>} nodes
+ * @param {number} stride metres per cycle
  * @returns {import('./crowd').KindClip}
  */
 function createCycleClip(name, poses, targets, nodes, stride) {

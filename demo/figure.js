@@ -8,7 +8,7 @@ const { createProps } = require('./props');
 /** Colours of the body's triangles, as indices into a palette. */
 const bodyParts = Object.freeze({ shirt: 0, trousers: 1, skin: 2, hair: 3, shoes: 4 });
 
-/** Fingers by name, with the place of their roots across the hand. */
+/** Fingers by name, with the position of their roots across the hand. */
 const fingers = [
   ['thumb', 0.04],
   ['index', 0.028],
@@ -47,7 +47,7 @@ function legBones(side) {
   ];
 }
 
-/** Name, parent, and place in the parent's space in metres, of the bones: parents first. */
+/** Bones, parents first: name, parent, and position in the parent's space in metres. */
 const figureBones = [
   ['hips', null, [0, 0.96, 0]],
   ['belly', 'hips', [0, 0.1, 0]],
@@ -65,7 +65,7 @@ const figureBones = [
   ...legBones(-1),
 ];
 
-/** Bones as nodes below the node that stands where the figure does, and their places at rest. */
+/** Bones as nodes below the node of the figure's position, and their rest positions. */
 function createSkeleton() {
   const still = { rotation: [0, 0, 0, 1], scale: [1, 1, 1] };
   const nodes = [Object.assign({ name: 'figure', parent: -1, position: [0, 0, 0] }, still)];
@@ -89,7 +89,7 @@ class BodyBuilder {
     this.boneOf = boneOf;
   }
 
-  /** The place of a bone, moved. */
+  /** The position of a bone plus an offset. */
   at(name, [x, y, z] = [0, 0, 0]) {
     const place = this.places[this.boneOf(name)];
     return [place[0] + x, place[1] + y, place[2] + z];
@@ -211,7 +211,7 @@ class BodyBuilder {
 }
 
 /**
- * The kind of character that the crowd is made of.
+ * The built-in kind of character.
  * @returns {import('./crowd').Kind}
  */
 function createFigure() {
@@ -223,7 +223,7 @@ function createFigure() {
     body.addArm(side);
     body.addLeg(side);
   }
-  // Bones don't turn in the bind pose: back to their own space is a move.
+  // Bones have no rotation in the bind pose: the inverse bind matrix is a translation.
   const inverseBind = new Float32Array(16 * places.length);
   places.forEach(([x, y, z], bone) => {
     inverseBind.set([1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, -x, -y, -z, 1], 16 * bone);

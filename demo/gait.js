@@ -1,22 +1,22 @@
 'use strict';
-// Walk and run, authored: where feet, hips, arms and spine are at each key of a cycle, and from that
-// the rotations of the bones as curves.
+// Authored walk and run: positions of feet, hips, arms and spine over a cycle, from which the rotations of bones are
+// computed as curves.
 const { createCycleClip } = require('./cycle-clip');
 const { compose, inverse, rotate, turnX, turnY, turnZ } = require('./quaternion');
 
 /**
  * A gait. A cycle is two steps; in it the left foot comes down at 0 and the right one at 0.5. Lengths
- * are in metres, angles in radians, forward is +z, moments are parts of the cycle.
+ * are in metres, angles in radians, forward is +z, times are fractions of the cycle.
  * @typedef {Object} Gait
  * @property {string} name
  * @property {number} frames of a cycle
- * @property {number} stance part of the cycle for which a foot stands
+ * @property {number} stance fraction of the cycle for which a foot is on the ground
  * @property {number} ahead where the ankle comes down, from the hips
  * @property {number} behind where it is when the foot leaves the ground
  * @property {number} lift of the ankle on its way back to the front
- * @property {number} strike by how much the toes point up when the heel comes down
- * @property {number} push by how much the heel is up when the foot leaves the ground
- * @property {number} hipHeight of the hips' middle over the cycle
+ * @property {number} strike angle by which the toes point up when the heel comes down
+ * @property {number} push angle by which the heel is up when the foot leaves the ground
+ * @property {number} hipHeight mean height of the hips over the cycle
  * @property {number} bob up and down of the hips, twice a cycle; highest at `top`
  * @property {number} top
  * @property {number} sway of the hips over the standing foot
@@ -27,7 +27,7 @@ const { compose, inverse, rotate, turnX, turnY, turnZ } = require('./quaternion'
  * @property {number} elbowSwing
  * @property {number} armSpread from the trunk
  * @property {number} grip of the fingers
- * @property {number} tailLift by how much the hair flies, and how far it swings
+ * @property {number} tailLift angle by which the hair is lifted, and its swing
  * @property {number} tailSwing
  */
 
@@ -94,20 +94,20 @@ function smooth(t) {
   return s * s * (3 - 2 * s);
 }
 
-/** What lies between values at moments of the cycle, smoothly; the moments rise from 0 to 1. */
+/** Smooth interpolation of values at times of the cycle, which ascend from 0 to 1. */
 function between(moment, points) {
   const next = points.findIndex(([at], i) => i > 0 && moment <= at);
   const [[from, a], [to, b]] = [points[next - 1], points[next]];
   return a + (b - a) * smooth((moment - from) / (to - from));
 }
 
-/** Metres that a cycle covers: a standing foot stays where it is. */
+/** Metres per cycle: a foot on the ground does not slide. */
 function strideOf({ ahead, behind, stance }) {
   return (ahead - behind) / stance;
 }
 
 /**
- * The ankle and the foot at a moment since the foot came down.
+ * The ankle and the foot at a time since the foot came down.
  * @returns {{up: number, forward: number, pitch: number, toes: number}} the ankle's place; how far the
  *     heel is up, in radians; how far the toes bend up
  */
@@ -123,8 +123,7 @@ function footAt(gait, moment) {
     [stance + 0.8 * (1 - stance), -0.7 * strike],
     [1, -strike],
   ]);
-  // Back with the ground while the foot stands; then to the front, leaving and reaching the ground at
-  // its speed.
+  // Backwards with the ground while the foot is on it; then forwards, leaving and reaching the ground at its speed.
   const speed = strideOf(gait) * (1 - stance);
   const [s2, s3] = [swing * swing, swing * swing * swing];
   const flat =
@@ -150,13 +149,13 @@ function footAt(gait, moment) {
   };
 }
 
-/** Rotations of a leg's bones that bring the ankle to its place, the knee to the front. */
+/** Rotations of a leg's bones that place the ankle, with the knee to the front. */
 function legPose(pose, gait, moment, side, hips) {
   const suffix = side > 0 ? 'Left' : 'Right';
   const foot = footAt(gait, moment);
   const joint = rotate(hips.rotation, [0.095 * side, -0.04, 0]);
   const down = hips.position[1] + joint[1] - foot.up;
-  // Feet stand closer together than the hip joints.
+  // Feet are closer together than the hip joints.
   const across = 0.075 * side - (hips.position[0] + joint[0]);
   const forward = foot.forward - (hips.position[2] + joint[2]);
   const reach = Math.min(Math.hypot(down, across, forward), 0.9995 * (kThigh + kShin));
@@ -193,8 +192,8 @@ function armPose(pose, gait, forward, side) {
 }
 
 /**
- * A gait at a moment of its cycle.
- * @returns {{position: number[], rotations: Object<string, number[]>}} place of the hips, and the
+ * The pose of a gait at a time of its cycle.
+ * @returns {{position: number[], rotations: Object<string, number[]>}} position of the hips, and the
  *     rotation of each bone in its parent's space
  */
 function poseAt(gait, moment) {
@@ -218,7 +217,7 @@ function poseAt(gait, moment) {
   pose.neck = compose(turnY(-0.4 * gait.twist * legs), turnX(-0.5 * gait.lean));
   pose.head = compose(turnY(-0.4 * gait.twist * legs), turnX(-0.45 * gait.lean + 0.03 * bounce));
   ['tail', 'tail1', 'tail2', 'tail3'].forEach((name, i) => {
-    // Each piece comes a little after the one above it.
+    // Each segment lags a little behind the one above it.
     const late = 2 * (angle - 2 * Math.PI * gait.top) - 0.9 * (i + 1);
     const sideways = gait.tailSwing * 0.6 * Math.cos(angle - 0.7 * (i + 1));
     const flying = gait.tailLift * [1, 0.25, 0.1, 0.05][i] + gait.tailSwing * Math.cos(late);

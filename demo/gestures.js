@@ -1,5 +1,5 @@
 'use strict';
-// What a figure does beside walking, authored: how an arm carries something, how it waves it, and breath.
+// Authored gestures of a figure: carrying, waving, and breathing.
 const { createCycleClip } = require('./cycle-clip');
 const { compose, turnX, turnY, turnZ } = require('./quaternion');
 
@@ -16,7 +16,7 @@ const kWaveSwing = 0.42;
 
 const curled = ['index', 'middle', 'ring', 'little'];
 
-/** Rotations of an arm's bones with a closed hand; `swing` turns all of it about the way ahead. */
+/** Rotations of an arm's bones with a closed hand; `swing` rotates the arm about the forward axis. */
 function armRotations({ lift, spread, elbow, wrist }, swing, side) {
   const pose = {};
   const set = (part, rotation) => {
@@ -37,7 +37,7 @@ function armRotations({ lift, spread, elbow, wrist }, swing, side) {
   return pose;
 }
 
-/** Both arms, the trunk and the head of one who waves. */
+/** Rotations of both arms, the trunk and the head while waving. */
 function wavePose(moment) {
   const swing = kWaveSwing * Math.sin(2 * Math.PI * moment);
   const trunk = {
@@ -50,7 +50,7 @@ function wavePose(moment) {
   return { rotations: Object.assign(trunk, ...arms) };
 }
 
-/** A breath, which begins with the lungs empty. */
+/** A breath, which starts with empty lungs. */
 function breathPose(moment) {
   const air = 0.5 - 0.5 * Math.cos(2 * Math.PI * moment);
   return {

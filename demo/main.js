@@ -1,5 +1,5 @@
 'use strict';
-// The demo: a crowd of skinned characters, run for some frames, with its cost and its picture.
+// The demo: runs a crowd of skinned characters for some frames, prints the cost, and draws a picture.
 const fs = require('fs');
 const path = require('path');
 const { createFigure } = require('./figure');
@@ -12,12 +12,12 @@ const { createProgress, formatLegend, formatTables } = require('./report');
 const { Stage } = require('./stage');
 const { UserError, fileTrouble, oneLine } = require('./user-error');
 
-/** Exit code for what the person at the keyboard can put right. */
+/** Exit code for errors that the user can fix. */
 const kUserErrorCode = 2;
 
 /**
- * Makes a folder and those above it. The host's own recursive way never ends where a file system takes no
- * folders, as /proc doesn't.
+ * Creates a folder and its parents. Node's own recursive option never ends on file systems that allow no new folders,
+ * such as /proc.
  */
 function makeFolder(folder) {
   try {
@@ -35,7 +35,7 @@ function makeFolder(folder) {
   }
 }
 
-/** Makes the folder for the picture and writes to it ahead of the run, which would else be in vain. */
+/** Creates the folder for the picture and tests writing to it before the run, so that an error comes early. */
 function prepareFolder(folder) {
   const trial = path.join(folder, `.nq-${process.pid}.tmp`);
   try {
@@ -43,8 +43,8 @@ function prepareFolder(folder) {
     fs.writeFileSync(trial, '');
     fs.unlinkSync(trial);
   } catch (error) {
-    // Of a folder that is to be made, or a file in one that is there.
-    const trouble = error.code === 'ENOENT' ? 'nothing can be made there' : fileTrouble(error);
+    // The folder can't be created, or no file in an existing one.
+    const trouble = error.code === 'ENOENT' ? 'nothing can be created there' : fileTrouble(error);
     throw new UserError(`folder '${folder}' can't be used, ${trouble}: choose another --out.`);
   }
 }

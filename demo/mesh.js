@@ -8,9 +8,9 @@ const kInfluences = 4;
  * @typedef {Object} Mesh
  * @property {Float32Array} positions x, y, z of each vertex, in the bind pose
  * @property {Uint16Array} bones four of each vertex
- * @property {Float32Array} weights of those bones; they sum up to 1
+ * @property {Float32Array} weights of those bones; their sum is 1
  * @property {Uint32Array} triangles three vertices each
- * @property {Uint8Array} parts of each triangle: which colour it takes
+ * @property {Uint8Array} parts colour index of each triangle
  */
 
 /**
@@ -140,9 +140,9 @@ class MeshBuilder {
 }
 
 /**
- * Places vertices by skinning matrices: each is the mean, by weights, of what its bones make of it.
+ * Skins vertices by matrices: each is the weighted mean of its positions by its bones.
  * @param {Mesh} mesh
- * @param {Float32Array} matrices 16 elements a bone, column-major
+ * @param {Float32Array} matrices 16 elements per bone, column-major
  * @param {Float32Array} out x, y, z of each vertex, in the world
  */
 function skinVertices({ positions, bones, weights }, matrices, out) {

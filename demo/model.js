@@ -1,5 +1,5 @@
 'use strict';
-// Characters from glTF 2.0 files: the nodes, the skins and the clips of a file, and its meshes.
+// Characters from glTF 2.0 files: nodes, skins, clips and meshes.
 const path = require('path');
 const { Logger, NodeIO } = require('@gltf-transform/core');
 const { buildClip, readClip, sampleTypes } = require('../lib/clip');
@@ -7,15 +7,15 @@ const { GltfError, importGltf } = require('../lib/gltf');
 const { MeshBuilder, kInfluences } = require('./mesh');
 const { UserError, oneLine } = require('./user-error');
 
-/** Kind of primitive that is drawn. */
+/** Mode of primitives that are drawn: triangles. */
 const kTriangles = 4;
 
-/** Bones that the vertices of a mesh can tell apart. */
+/** Number of bones that fit the vertex attributes. */
 const kMostBones = 65536;
 
 const identity = [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1];
 
-/** Properties of a node that clips move: its name there, and the types of its curves in order. */
+/** Properties of a node that clips move: their names, and the sample types of their curves in order. */
 const properties = [
   ['position', ['PositionX', 'PositionY', 'PositionZ']],
   ['scale', ['ScaleX', 'ScaleY', 'ScaleZ']],
@@ -23,7 +23,7 @@ const properties = [
 ].map(([name, types]) => ({ name, types: types.map((type) => sampleTypes[type]) }));
 
 /**
- * The nodes that are shown: the trees of the scene, and those that its skins need.
+ * The nodes to show: the trees of the scene, and those that its skins need.
  * @param {import('../lib/gltf').ImportedModel} model
  * @returns {number[]} indices, parents before children
  */
@@ -42,7 +42,7 @@ function shownNodes({ nodes, roots, scenes, defaultScene, skins }) {
   return nodes.map((node, index) => index).filter((index) => shownRoots.has(rootOf[index]));
 }
 
-/** The nodes of a character: the place where it stands, and the file's below. */
+/** The nodes of a character: one for its position, and the file's nodes below it. */
 function kindNodes({ nodes }, places) {
   const still = { position: [0, 0, 0], rotation: [0, 0, 0, 1], scale: [1, 1, 1] };
   const result = [Object.assign({ name: 'place', parent: -1 }, still)];
@@ -55,8 +55,8 @@ function kindNodes({ nodes }, places) {
 }
 
 /**
- * The clips of a character. Where one leaves alone what another moves, it gets the value at rest:
- * a blend of two would otherwise take what is missing for zero.
+ * The clips of a character. A channel that only some clips move gets curves of its rest value in the others: blending
+ * would otherwise treat it as zero there.
  * @param {import('../lib/gltf').ImportedModel} model
  * @param {Map<number, number>} places of the file's nodes among the character's
  * @param {import('./crowd').KindNode[]} nodes
@@ -101,7 +101,7 @@ function kindClips({ animations }, places, nodes) {
   });
 }
 
-/** Collects bones: the joints of skins, and nodes that carry a mesh as it is. */
+/** Collects bones: the joints of skins, and nodes with a mesh without a skin. */
 class BoneList {
   constructor(skins, places) {
     this.skins = skins;
@@ -131,7 +131,7 @@ class BoneList {
   }
 }
 
-/** An element of a mesh's attribute, checked. */
+/** Reads and checks an element of a mesh attribute. */
 function elementOf(accessor, index, width) {
   const element = accessor.getElement(index, []).slice(0, width);
   if (element.length !== width || !element.every(Number.isFinite)) {
@@ -153,7 +153,7 @@ function addVertices(builder, primitive, firstBone, boneCount, isSkinned) {
       const shares = elementOf(weights, vertex, kInfluences);
       const sum = shares.reduce((a, b) => a + b, 0);
       if (!bones.every((bone) => bone < boneCount) || !(sum > 0)) {
-        throw new Error('a vertex of its meshes follows a joint that is not there');
+        throw new Error('a vertex of its meshes follows a joint that does not exist');
       }
       follows = bones.map((bone, i) => [firstBone + bone, shares[i] / sum]);
     }
@@ -162,7 +162,7 @@ function addVertices(builder, primitive, firstBone, boneCount, isSkinned) {
   return first;
 }
 
-/** Adds what a node shows. */
+/** Adds the mesh of a node. */
 function addNodeMesh(builder, bones, { mesh, skin }, place, meshes) {
   for (const primitive of meshes[mesh].listPrimitives()) {
     const [positions, joints, weights] = ['POSITION', 'JOINTS_0', 'WEIGHTS_0'].map((semantic) =>
@@ -185,14 +185,14 @@ function addNodeMesh(builder, bones, { mesh, skin }, place, meshes) {
     for (let i = 0; i + 2 < corners; i += 3) {
       const triangle = [cornerAt(i), cornerAt(i + 1), cornerAt(i + 2)];
       if (!triangle.every((corner) => corner < count)) {
-        throw new Error('a triangle of its meshes has a vertex that is not there');
+        throw new Error('a triangle of its meshes has a vertex that does not exist');
       }
       builder.triangle(...triangle.map((corner) => first + corner), 0);
     }
   }
 }
 
-/** A stick along each link of the tree, for files without meshes. */
+/** Draws a stick for each parent-child link, for files without meshes. */
 function addSticks(builder, bones, nodes) {
   const parents = new Set(nodes.map(({ parent }) => parent));
   const lengths = nodes.map(({ position }) => Math.hypot(...position)).filter((value) => value > 0);
@@ -216,7 +216,7 @@ async function readMeshes(file) {
 }
 
 /**
- * Loads the kind of character that a glTF file shows.
+ * Loads a kind of character from a glTF file.
  * @param {string} file
  * @returns {Promise<import('./crowd').Kind>}
  * @throws {UserError}

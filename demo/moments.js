@@ -1,17 +1,16 @@
 'use strict';
-// One character at several moments of a run, for the picture.
+// One character at several times of a run, for the picture.
 const { kFrameSeconds } = require('./stage');
 
 /** Moments of a whole run. */
 const kMoments = 12;
 
-/** How much a wave counts against a whole change between clips. */
+/** Weight of a wave relative to a complete change between clips. */
 const kWaveWorth = 0.45;
 
 /**
- * The character that changes most between its clips over some frames, one that waves by choice; the first
- * one of equals.
- * @param {import('./plan').Plan} plan which is used up
+ * The character that changes most between its clips over some frames, preferably one that waves; the first of equals.
+ * @param {import('./plan').Plan} plan is advanced
  * @param {number} frames
  * @returns {number}
  */
@@ -39,14 +38,14 @@ function findStar(plan, frames) {
 /**
  * @typedef {Object} Moment
  * @property {Float32Array} matrices for skinning
- * @property {number[]} position where the character stands
+ * @property {number[]} position of the character
  * @property {number} heading
  * @property {number[]} weights of its clips
  * @property {number[]} layerWeights of its wave and its breath; none without layers
  * @property {?Float32Array} prop world matrix of what it carries
  */
 
-/** Keeps copies of a character's skinning matrices, evenly over the frames of a run. */
+/** Copies a character's skinning matrices at evenly spaced frames of a run. */
 class MomentRecorder {
   /**
    * @param {import('./stage').Stage} stage
@@ -60,7 +59,7 @@ class MomentRecorder {
     this.moments = [];
   }
 
-  /** Looks at the stage after a frame. */
+  /** Records the stage after a frame. */
   record(done) {
     const wanted = Math.min(kMoments, this.frames);
     if (this.moments.length >= Math.floor((done * wanted) / this.frames)) {

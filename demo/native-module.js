@@ -4,7 +4,7 @@ const { load } = require('../lib/load');
 const { UserError, oneLine } = require('./user-error');
 
 /**
- * Loads the module named by the environment variable NQ_MODULE, else the release build.
+ * Loads the module that the environment variable NQ_MODULE names, else the release build.
  * @returns {{getEngine: function(): Object, getVersion: function(): {version: string}}}
  * @throws {UserError}
  */

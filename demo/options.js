@@ -4,16 +4,16 @@ const { UserError } = require('./user-error');
 
 const help = `Usage: npm run demo [-- OPTIONS]
 
-Runs a crowd of skinned characters for some frames: script writes times, weights and places, the module
-blends their clips, computes the transform tree, what follows their hands and the skinning matrices, and
-culls by two cameras. Shows what a frame costs, and draws the crowd from its matrices: in colour what the
-first camera sees, and below one character at several moments with the weights of its clips and layers.
+Runs a crowd of skinned characters for some frames: JavaScript writes times, weights and positions; the module
+blends their clips, computes the transform tree, props that follow their hands and skinning matrices, and
+culls for two cameras. Prints what a frame costs, and draws the crowd from its matrices: in colour what the
+first camera sees, and below it one character at several times with the weights of its clips and layers.
 
-  --characters N  how many, 1 to 2000 (500; of a model 24)
+  --characters N  number of characters, 1 to 2000 (500; with a model 24)
   --model FILE    characters from a glTF 2.0 file (.glb or .gltf) with its clips and its skin; without it,
                   figures of 50 bones that walk, run, carry things and wave them
   --frames N      frames to run, 1 to 100000 (300)
-  --seed N        another crowd for each, 0 to 4294967295 (1)
+  --seed N        each seed gives another crowd, 0 to 4294967295 (1)
   --out DIR       folder for the picture, scene.png (out)
   --help          this text
 
@@ -26,18 +26,18 @@ Examples:
 const defaults = { model: null, characters: null, frames: 300, seed: 1, out: 'out', help: false };
 const limits = { characters: [1, 2000], frames: [1, 100000], seed: [0, 0xffffffff] };
 
-/** How many characters there are unless the command line says so. */
+/** Default numbers of characters. */
 const kFigures = 500;
 const kInstances = 24;
 
-/** Entities of a whole crowd: some 200 MB of memory. */
+/** Maximum number of entities of a crowd: some 200 MB of memory. */
 const kMostEntities = 500000;
 
 /**
- * A whole number within an option's limits.
+ * Parses a whole number within an option's limits.
  * @param {string} name of the option, without dashes
  * @param {string} text
- * @param {number[]} limits the least and the most
+ * @param {number[]} limits minimum and maximum
  * @returns {number}
  */
 function parseCount(name, text, [least, most]) {
@@ -49,9 +49,9 @@ function parseCount(name, text, [least, most]) {
 }
 
 /**
- * Reads the arguments behind a script's name; `--name value` and `--name=value` are the same.
+ * Parses command-line arguments; `--name value` and `--name=value` are the same.
  * @param {string[]} args
- * @param {Object} values of all options unless the arguments say otherwise; `help` among them
+ * @param {Object} values defaults of all options, including `help`
  * @param {Object<string, number[]>} ranges of the options that are whole numbers
  * @returns {Object} values
  * @throws {UserError}
@@ -66,11 +66,13 @@ function readArguments(args, values, ranges) {
     }
     const [, name, , inline] = /^--([a-z]+)(=([^]*))?$/.exec(args[i]) || [];
     if (!names.includes(name)) {
-      throw new UserError(`unknown argument '${args[i]}': see --help for those there are.`);
+      throw new UserError(`unknown argument '${args[i]}': see --help for the options.`);
     }
     const value = inline === undefined ? args[++i] : inline;
     if (value === undefined || value === '' || (inline === undefined && value.startsWith('--'))) {
-      throw new UserError(`--${name} has no value: write it behind, as in '--${name} VALUE'.`);
+      throw new UserError(
+        `--${name} has no value: write it after the option, as in '--${name} VALUE'.`
+      );
     }
     options[name] = name in ranges ? parseCount(name, value, ranges[name]) : value;
   }
@@ -87,7 +89,7 @@ function checkSize({ name, nodes }, characters) {
   }
 }
 
-/** How many characters there are unless the command line says so. */
+/** The default number of characters. */
 function usualCount(model) {
   return model === null ? kFigures : kInstances;
 }

@@ -1,6 +1,6 @@
 'use strict';
-// The picture of a crowd: its characters as their skinning matrices place them, what the scene's camera
-// sees in colour between the edges of its view; below, one of them at several moments.
+// The picture of a crowd: its characters by their skinning matrices, in colour if the perspective camera sees them, with
+// the edges of its view volume; below, one of them at several times.
 const fs = require('fs');
 const path = require('path');
 const { kPictureYaw, viewCorners } = require('./cameras');
@@ -9,22 +9,22 @@ const { kGrip, kStick } = require('./props');
 const { Raster, kSamples } = require('./raster');
 const { UserError, fileTrouble } = require('./user-error');
 
-/** Pixels of the picture, of the part of it that shows moments, and of a margin. */
+/** Sizes in pixels: the picture, its part with moments, a margin. */
 const kWidth = 1600;
 const kHeight = 1200;
 const kStripHeight = 280;
 const kMargin = 24;
 
-/** Of the moments: height of the bars in pixels, and how many there are at least. */
+/** Moments: height of the bars in pixels, and their minimum number. */
 const kBarHeight = 9;
 const kBarGap = 4;
 const kFewestMoments = 7;
 
-/** Where the picture is taken from: radians above the floor, and distance in radii of the crowd. */
+/** Camera of the picture: radians above the floor, and distance in radii of the crowd. */
 const kPitch = 0.5;
 const kDistance = 2.6;
 
-/** The same for the moments, which are seen from far away: from the side, a little from the front. */
+/** The same for the moments, seen from far away: from the side, a little from the front. */
 const kStripYaw = Math.PI / 2 - 0.45;
 const kStripPitch = 0.12;
 
@@ -37,16 +37,16 @@ const kStripBottom = [46, 54, 78];
 const kViewEdge = [240, 200, 110];
 const kGridLines = 14;
 
-/** The floor: its radius in those of the crowd, and of how many rings its fading edge is made. */
+/** The floor: its radius in radii of the crowd, and the number of rings of its fading edge. */
 const kFloorReach = 1.4;
 const kFloorRings = 16;
 const kFloorOpacity = 0.88;
 const kFloorCorners = 72;
 
-/** Towards the light, of length 1. */
+/** Unit vector towards the light. */
 const kLight = [-0.36, 0.8, 0.48];
 
-/** Colours of clips; a character's is mixed from those of the clips that it plays. */
+/** Colours of clips; a character's colour is the weighted mean of those of its clips. */
 const clipColors = [
   [62, 146, 250],
   [252, 84, 76],
@@ -59,7 +59,7 @@ const kPlainColor = [40, 205, 185];
 const clipColorNames = ['blue', 'red', 'green', 'yellow'];
 const kPlainColorName = 'turquoise';
 
-/** Colours of layers over the clips, and of the part of a bar that a weight leaves free. */
+/** Colours of layers over the clips, and of the empty part of a bar. */
 const layerColors = [
   [250, 190, 70],
   [70, 215, 190],
@@ -76,7 +76,7 @@ const kGlow = [
   [0.19, 0.1],
 ];
 
-/** Colours of what is not seen. */
+/** Colours of characters that the camera does not see. */
 const kUnseen = [104, 116, 144];
 
 const skins = [
@@ -135,19 +135,19 @@ function paletteOf(character, weights, visible) {
   ];
 }
 
-/** Colours of the parts of what a character carries. */
+/** Colours of the parts of a character's prop. */
 function propPaletteOf({ palettes }, character, visible) {
   const palette = palettes[character % palettes.length];
   return visible ? palette : palette.map(() => kUnseen);
 }
 
-/** A camera that looks down at a point, from far away or near. */
+/** A camera that looks down at a point, from a finite or infinite distance. */
 class PictureCamera {
   /**
    * @param {number[]} target
-   * @param {number} yaw direction it stands in, radians about the vertical
+   * @param {number} yaw direction of the camera, radians about the vertical axis
    * @param {number} pitch above the floor
-   * @param {number} distance from the target; infinite for parallel lines of sight
+   * @param {number} distance from the target; infinite for a parallel projection
    */
   constructor(target, yaw, pitch, distance) {
     const [sy, cy] = [Math.sin(yaw), Math.cos(yaw)];
@@ -180,12 +180,12 @@ class PictureCamera {
     return out;
   }
 
-  /** Depth of what stands nearer than a point by a distance in the world. */
+  /** Depth of a position that is nearer than a point by a distance in the world. */
   depthTowards(point, distance) {
     return this.at(point.map((value, axis) => value + distance * this.back[axis]))[2];
   }
 
-  /** Zooms and moves so that points just fit into a rectangle of samples. */
+  /** Zooms and pans so that points just fit into a rectangle of samples. */
   fit(points, left, top, right, bottom) {
     [this.zoom, this.center] = [1, [0, 0]];
     const flat = points.map((point) => this.at(point));
@@ -202,7 +202,7 @@ class PictureCamera {
   }
 }
 
-/** Places, shades and draws the meshes of characters; its memory is used again for each. */
+/** Skins, shades and draws the meshes of characters; its memory is reused for each. */
 class CharacterPainter {
   /** @param {Raster} raster @param {import('./mesh').Mesh} mesh */
   constructor(raster, mesh) {
@@ -214,7 +214,7 @@ class CharacterPainter {
     this.shades = new Float32Array(mesh.positions.length / 3);
   }
 
-  /** Brings the vertices to where matrices have them, moved back by `origin`. */
+  /** Skins the vertices by matrices, and subtracts `origin`. */
   pose(matrices, origin) {
     skinVertices(this.mesh, matrices, this.points);
     for (let at = 0; at < this.points.length; ++at) {
@@ -243,7 +243,7 @@ class CharacterPainter {
     }
   }
 
-  /** Normals of the vertices: the sum of those of their triangles, by area. */
+  /** Normals of the vertices: the area-weighted sum of those of their triangles. */
   sumNormals() {
     const { points, normals, mesh } = this;
     const { triangles } = mesh;
@@ -270,7 +270,7 @@ class CharacterPainter {
     }
   }
 
-  /** Light on the vertices, on the side that the camera sees. */
+  /** Lighting of the vertices, on the side that faces the camera. */
   shade({ back }) {
     const { normals, shades } = this;
     for (let vertex = 0, at = 0; vertex < shades.length; ++vertex, at += 3) {
@@ -297,7 +297,7 @@ class CharacterPainter {
   }
 }
 
-/** Draws characters with what they carry. */
+/** Draws characters with their props. */
 class CastPainter {
   /**
    * @param {Raster} raster
@@ -314,7 +314,7 @@ class CastPainter {
     );
   }
 
-  /** Brings a character to where its matrices have it; moved back by `origin`. */
+  /** Skins a character by its matrices, and subtracts `origin`. */
   pose(character, matrices, propMatrix, origin = [0, 0, 0]) {
     const part = this.cast[character] || null;
     this.character = character;
@@ -329,7 +329,7 @@ class CastPainter {
     }
   }
 
-  /** The painters of the character and of what it carries. */
+  /** The painters of the character and of its prop. */
   parts() {
     return this.painter ? [this.body, this.painter] : [this.body];
   }
@@ -345,7 +345,7 @@ class CastPainter {
     }
   }
 
-  /** Draws the light of a lamp, which the nearer hides. */
+  /** Draws the light of a lamp, with depth test. */
   drawGlow(camera) {
     if (!this.painter || this.prop.glow === null) {
       return;
@@ -359,14 +359,14 @@ class CastPainter {
     const at = camera.at(center);
     const top = camera.at([center[0], center[1] + 1, center[2]]);
     for (const [radius, opacity] of kGlow) {
-      // Nearer than the lamp itself, which is within its light.
+      // Nearer than the lamp, which is inside the glow.
       const from = [at[0], at[1], camera.depthTowards(center, 0.1)];
       this.raster.line(from, from, radius * Math.abs(top[1] - at[1]), color, opacity);
     }
   }
 }
 
-/** Edges of a view between its corners: near rectangle, far rectangle, and from one to the other. */
+/** Edges of a view volume: near rectangle, far rectangle, and the edges between them. */
 const kViewEdges = [0, 1, 2, 3].reduce(
   (edges, i) =>
     edges.concat([
@@ -377,7 +377,7 @@ const kViewEdges = [0, 1, 2, 3].reduce(
   []
 );
 
-/** The corners, in their order around, of what a view cuts out of the floor; none if it doesn't. */
+/** The corners, in order, of the intersection of a view volume with the floor; none if it is empty. */
 function cutFloor(corners, floor) {
   const cut = [];
   for (const [i, j] of kViewEdges) {
@@ -427,7 +427,7 @@ function drawFloor(raster, camera, { middle, radius, floor }) {
   }
 }
 
-/** Edges of a view, where no character hides them, with lines from the eye. */
+/** Draws the edges of a view volume, with depth test, and lines from the eye. */
 function drawView(raster, camera, { eye }, corners) {
   for (const [i, j] of kViewEdges) {
     raster.line(camera.at(corners[i]), camera.at(corners[j]), 1.7, kViewEdge, 0.9);
@@ -437,7 +437,7 @@ function drawView(raster, camera, { eye }, corners) {
   }
 }
 
-/** A crowd as it stands. */
+/** Draws the crowd in its current state. */
 function drawCrowd(raster, stage) {
   const { crowd, culling, bounds, plan, kind } = stage;
   const [width, height] = [kWidth * kSamples, (kHeight - kStripHeight) * kSamples];
@@ -479,14 +479,14 @@ function drawCrowd(raster, stage) {
   drawView(raster, camera, culling.perspective, corners);
 }
 
-/** Some of a list, evenly from its first to its last. */
+/** Evenly spaced elements of a list, including the first and the last. */
 function evenly(list, count) {
   return Array.from({ length: count }, (none, i) => {
     return list[Math.round((i * (list.length - 1)) / Math.max(1, count - 1))];
   });
 }
 
-/** How far a character at moments reaches from where it stands, as their cameras see it. */
+/** Extent of a character at all moments around its position, as their cameras see it. */
 function measureMoments(painter, pose, views) {
   const reach = { left: Infinity, right: -Infinity, top: Infinity, bottom: -Infinity };
   for (const { camera, moment } of views) {
@@ -505,7 +505,7 @@ function measureMoments(painter, pose, views) {
 }
 
 /**
- * Bars below a moment: one of the shares of its clips, and one for the weight of each layer over them.
+ * Bars below a moment: one with the shares of its clips, and one for the weight of each layer over them.
  */
 function drawBars(raster, { weights, layerWeights }, left, right, top) {
   const [high, gap] = [kBarHeight * kSamples, kBarGap * kSamples];
@@ -523,7 +523,7 @@ function drawBars(raster, { weights, layerWeights }, left, right, top) {
   });
 }
 
-/** One character at several moments, from left to right, with the shares of clips and layers below. */
+/** Draws one character at several moments, from left to right, with the shares of clips and layers below. */
 function drawMoments(raster, { kind, crowd, reach }, { star, moments }) {
   const top = (kHeight - kStripHeight) * kSamples;
   const [width, height] = [kWidth * kSamples, kHeight * kSamples];
@@ -577,11 +577,11 @@ function drawPicture(stage, recorder) {
 /**
  * @typedef {Object} LegendEntry
  * @property {string} sign a colour, and of what
- * @property {string[]} names what it stands for: words, or names of clips
+ * @property {string[]} names what it shows, or the names of clips
  */
 
 /**
- * What the picture of a kind of character shows by which colour.
+ * The legend of a picture of a kind of character.
  * @param {import('./crowd').Kind} kind
  * @returns {LegendEntry[]}
  */
@@ -605,7 +605,7 @@ function legendOf({ clips, layers }) {
 }
 
 /**
- * Writes a picture under its name only once it is whole.
+ * Writes a picture to a temporary file first, and renames it when it is complete.
  * @param {Raster} raster
  * @param {string} file
  * @throws {UserError}
@@ -619,14 +619,14 @@ function savePicture(raster, file) {
     try {
       fs.unlinkSync(unfinished);
     } catch (absent) {
-      // It was not even begun.
+      // The file was not created.
     }
     const trouble = fileTrouble(error);
     throw new UserError(`picture '${file}' can't be written, ${trouble}: choose another --out.`);
   }
 }
 
-/** What characters are coloured by; red, green, blue to 255. */
+/** Colours of characters; red, green, blue up to 255. */
 const palettes = Object.freeze({ clips: clipColors, plain: kPlainColor, skins, hairs });
 
 module.exports = { CharacterPainter, clipColors, drawPicture, legendOf, palettes, savePicture };

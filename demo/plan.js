@@ -1,5 +1,5 @@
 'use strict';
-// Who does what when: the places of characters and the clips that they play, moved on frame by frame.
+// Plans: positions of characters and the clips that they play, advanced frame by frame.
 const { createRandom } = require('./random');
 
 /** Distance between rings, radius of the first, and seconds between followers on a ring. */
@@ -7,27 +7,27 @@ const kRingGap = 1.75;
 const kFirstRing = 4;
 const kFollowSeconds = 0.92;
 
-/** How far a character keeps aside of its ring, and how far its path winds, in metres. */
+/** Largest offset of a character from its ring, and amplitude of its winding path, in metres. */
 const kAside = 0.22;
 const kWinding = 0.3;
 
-/** Part of a lap around where the pace changes, in radians. */
+/** Width of the transition between paces, in radians of a lap. */
 const kChange = 0.65;
 
-/** Seconds for which an arm goes up to wave, and for which a wave lasts in all; waves in a second. */
+/** Seconds in which an arm is raised, seconds of a whole wave; waves per second. */
 const kRaiseSeconds = 0.6;
 const kWaveSeconds = 3;
 const kWaveRate = 0.85;
 
-/** Breaths in a second, and how deep they go, at a walk and at a run. */
+/** Breaths per second, and their depth, at a walk and at a run. */
 const kBreathRates = [0.3, 0.75];
 const kBreathDepths = [0.6, 1];
 
-/** Seconds for which a character in place plays a clip, and for which it changes to the next. */
+/** Seconds for which a character in place plays a clip, and of the crossfade to the next. */
 const kHoldSeconds = 1.6;
 const kFadeSeconds = 0.7;
 
-/** Seconds of a whole turn of a character without clips. */
+/** Seconds per revolution of a character without clips. */
 const kTurnSeconds = 8;
 
 /** Distance between characters in place, in their radii. */
@@ -47,13 +47,13 @@ function smooth(t) {
  * @property {function(import('./crowd').Crowd)} writePlaces
  * @property {function(number): number[]} weights of the clips of a character
  * @property {function(number): number[]} layerWeights of a character: those of its wave and of its
- *     breath, where there are layers; a character that carries nothing waves nothing
+ *     breath, if there are layers; a character without a prop does not wave
  */
 
 /**
- * Figures on rings around the middle, each on its own winding path and in its own step. They run
- * through one half of a lap and walk through the other. All on a ring keep the same times at the same
- * places, so that they close up where they walk and nobody is run down.
+ * Figures on rings around the centre, each on its own winding path and at its own phase. They run through one half of a
+ * lap and walk through the other. All figures of a ring pass the same positions at the same speed, so that they close up
+ * where they walk, without collisions.
  * @implements {Plan}
  */
 class LapPlan {
@@ -72,11 +72,11 @@ class LapPlan {
       ({ stride, frameCount, framesPerSecond }) => (stride * framesPerSecond) / frameCount
     );
     const columns = () => new Float64Array(count);
-    /** Of the ring: radius, direction, and where running begins. */
+    /** Of the ring: radius, direction, and the angle where running begins. */
     [this.radius, this.direction, this.start] = [columns(), columns(), columns()];
-    /** Of the path: offset from the ring, and phase of its windings. */
+    /** Of the path: offset from the ring, and phase of its winding. */
     [this.aside, this.winding] = [columns(), columns()];
-    /** What moves on: place on the lap, phase of the step, part of running. */
+    /** State that advances: position on the lap, phase of the step, weight of running. */
     [this.angle, this.step, this.running] = [columns(), columns(), columns()];
     /** Phase of the breath. */
     this.breath = columns();
@@ -107,7 +107,7 @@ class LapPlan {
     }
   }
 
-  /** Part of running at a place on a lap: 0 walks, 1 runs. */
+  /** Weight of running at a position on a lap: 0 walks, 1 runs. */
   runningAt(angle) {
     const place = angle % (2 * Math.PI);
     return smooth(place / kChange) * smooth((Math.PI + kChange - place) / kChange);
@@ -117,7 +117,7 @@ class LapPlan {
     return this.speeds[0] + (this.speeds[1] - this.speeds[0]) * running;
   }
 
-  /** Places of a ring's figures, equal times apart. */
+  /** Positions of a ring's figures, at equal intervals of time. */
   ringAngles(radius) {
     const kSteps = 2000;
     const times = [0];
@@ -140,7 +140,7 @@ class LapPlan {
       this.angle[i] = (this.angle[i] + (speed / radius) * seconds) % (2 * Math.PI);
       const running = this.runningAt(this.angle[i]);
       this.running[i] = running;
-      // A step covers as much ground as its figure does on its own path.
+      // A step covers the distance that the figure moves on its own path.
       const stride = this.strides[0] + (this.strides[1] - this.strides[0]) * running;
       const own = (speed * (radius + this.aside[i])) / radius;
       this.step[i] = (this.step[i] + (own / stride) * seconds) % 1;
@@ -151,7 +151,7 @@ class LapPlan {
 
   writeClips(crowd) {
     for (let i = 0; i < this.count; ++i) {
-      // Both clips at the same part of their cycles, so that the blend keeps step.
+      // Both clips at the same phase, so that their steps stay in sync.
       crowd.play(i, 0, this.step[i], 1 - this.running[i]);
       crowd.play(i, 1, this.step[i], this.running[i]);
       const [wave, depth] = this.layerWeights(i);
@@ -196,8 +196,8 @@ class LapPlan {
 }
 
 /**
- * Characters in place on rows, each in its own time: they play their clips one after the other and
- * fade from each to the next, or turn if there are none.
+ * Characters in place in rows, each with its own offset in time: they play their clips one after the other with
+ * crossfades, or rotate if there are none.
  * @implements {Plan}
  */
 class PlacePlan {

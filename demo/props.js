@@ -1,17 +1,17 @@
 'use strict';
-// What figures carry: who has what in which hand, how it looks, and entities that follow the hands.
+// Props: which figure carries what in which hand, their meshes, and entities that follow the hands.
 const { MeshBuilder } = require('./mesh');
 const { createRandom } = require('./random');
 
-/** Part of the characters that carries something, and part of those that waves it now and then. */
+/** Fraction of the characters that carry something, and fraction of those that wave it at times. */
 const kCarrying = 0.7;
 const kWaving = 0.6;
 
-/** Seconds between the beginnings of two waves, from the shortest on, and how they differ. */
+/** Minimum of seconds between the starts of two waves, and its random range. */
 const kWavePeriod = 5;
 const kWavePeriodRange = 3;
 
-/** Words of a 3D record, and where its fields start. */
+/** Words of a 3D record, and offsets of its fields. */
 const kRecordWords = 27;
 const kRotationWWord = 4;
 const kScaleWord = 8;
@@ -21,17 +21,17 @@ const kWorldMatrixWord = 11;
 const kAddRoot = 1;
 const kBindToBoneBatch = 7;
 
-/** Where a hand of the left side holds a stick, and the way of the stick, past the thumb. */
+/** Grip of a stick in the space of the left hand, and direction of the stick, past the thumb. */
 const kGrip = [0.065, -0.03, 0];
 const kStick = [0.5, 0, Math.sqrt(0.75)];
 
 /**
- * What one character carries.
+ * The prop of one character.
  * @typedef {Object} Part
- * @property {number} prop index among those of the kind
+ * @property {number} prop index in the props of the kind
  * @property {number} hand 0 for left, 1 for right
- * @property {number} period seconds from one wave to the next; 0 for one who never waves
- * @property {number} offset seconds by which its waves are ahead
+ * @property {number} period seconds from one wave to the next; 0 for no waves
+ * @property {number} offset seconds by which its waves are early
  */
 
 /**
@@ -42,7 +42,7 @@ const kStick = [0.5, 0, Math.sqrt(0.75)];
  * @property {?{distance: number, color: number[]}} glow along the stick
  */
 
-/** Collects a prop around the stick of a hand. */
+/** Builds the mesh of a prop around the stick of a hand. */
 class PropBuilder {
   /** @param {number} side 1 for left, -1 for right */
   constructor(side) {
@@ -50,7 +50,7 @@ class PropBuilder {
     this.mesh = new MeshBuilder();
   }
 
-  /** A point `along` the stick, off it to the `back` when it stands upright, and across. */
+  /** A point `along` the stick, offset to the `back` of the upright stick, and across. */
   at(along, back = 0, across = 0) {
     return [
       (kGrip[0] + along * kStick[0] - back * kStick[2]) * this.side,
@@ -59,7 +59,7 @@ class PropBuilder {
     ];
   }
 
-  /** A body around the stick: its radius at distances along. */
+  /** A solid of revolution around the stick: its radius at distances along it. */
   turned(corners, part, distances, radii) {
     const tube = distances.map((along, i) => {
       return { center: this.at(along), wide: radii[i], deep: radii[i], follows: [[0, 1]] };
@@ -68,7 +68,7 @@ class PropBuilder {
     return this;
   }
 
-  /** A cloth in folds behind the stick, pointed at its end. */
+  /** A folded cloth behind the stick, pointed at its end. */
   cloth(part, from, to, length) {
     const columns = 6;
     const rows = [];
@@ -110,7 +110,7 @@ const makers = {
 };
 
 /**
- * The props there are.
+ * All props.
  * @returns {Prop[]}
  */
 function createProps() {
@@ -143,8 +143,8 @@ function createProps() {
 }
 
 /**
- * Deals props to characters.
- * @param {number} props how many there are
+ * Assigns props to characters.
+ * @param {number} props number of props
  * @param {number} count of characters
  * @param {number} seed
  * @returns {Array<?Part>} null for those with empty hands
@@ -167,11 +167,11 @@ function dealProps(props, count, seed) {
 }
 
 /**
- * Owns the entities of props. Each is a root and bound to a hand: the walk over the world writes the
- * hand's place into its record and lists it as dirty, and the next refresh computes its matrix.
+ * Owns the entities of props. Each is a root and bound to a hand: the world pass writes the hand's transform into its
+ * record and lists it as dirty, and the next refresh computes its matrix.
  */
 class CrowdProps {
-  /** @param {import('./crowd').Crowd} crowd of at most as many characters as a batch holds */
+  /** @param {import('./crowd').Crowd} crowd with at most as many characters as a batch holds */
   constructor({ engine, kind, cast, handles }) {
     this.engine = engine;
     this.carriers = cast.map((part, i) => (part ? i : -1)).filter((i) => i >= 0);
@@ -199,7 +199,7 @@ class CrowdProps {
     new Uint32Array(engine.entityCommands).set([4 * commands.length, ...commands]);
   }
 
-  /** Computes the world matrices of what the last refresh has moved with the hands. */
+  /** Computes the world matrices of the props that the last refresh has moved with the hands. */
   follow() {
     if (this.carriers.length > 0) {
       this.engine.refreshWorldTransform();
@@ -207,7 +207,7 @@ class CrowdProps {
   }
 
   /**
-   * A copy of the world matrix of what a character carries, as its shared record shows it.
+   * A copy of the world matrix of a character's prop from its shared record.
    * @param {number} character
    * @returns {?Float32Array} 16 elements, column-major; null for empty hands
    */

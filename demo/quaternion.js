@@ -16,7 +16,7 @@ function turnZ(angle) {
   return [0, 0, Math.sin(angle / 2), Math.cos(angle / 2)];
 }
 
-/** The rotation b, followed by a. */
+/** The product a b: rotates by b, then by a. */
 function product(a, b) {
   const [ax, ay, az, aw] = a;
   const [bx, by, bz, bw] = b;
@@ -28,12 +28,12 @@ function product(a, b) {
   ];
 }
 
-/** Several rotations in one; the last is done first. */
+/** The product of several rotations; the last is applied first. */
 function compose(...turns) {
   return turns.reduce(product);
 }
 
-/** The rotation back, of one of length 1. */
+/** The inverse of a unit quaternion. */
 function inverse([x, y, z, w]) {
   return [-x, -y, -z, w];
 }

@@ -1,5 +1,5 @@
 'use strict';
-// Numbers that look random and come out the same for the same seed.
+// Pseudo-random numbers from a seed.
 
 /**
  * A repeatable source of numbers from 0 to below 1 (a 32-bit linear congruence, upper bits).

@@ -1,15 +1,14 @@
 'use strict';
-// A small software renderer: shaded triangles and lines with a depth buffer, and the way into a PNG.
+// A small software renderer: shaded triangles and lines with a depth buffer, and an encoder of PNG files.
 // The viewer's renderer needs a browser with WebGL; the demo must draw on any host of the module.
 const { PNG } = require('pngjs');
 
-/** Pixels that are drawn for one of the picture, along each axis. */
+/** Supersampling: samples per pixel along each axis. */
 const kSamples = 2;
 
 /**
- * An opaque picture. Colours are red, green, blue from 0 to 255. All coordinates are samples, of which
- * a pixel has 2 × 2: x to the right, y down. Depths are larger when nearer. What lies outside the
- * window is cut off.
+ * An opaque picture. Colours are red, green, blue from 0 to 255. All coordinates are in samples, of which a pixel has
+ * 2 × 2: x to the right, y down. Larger depths are nearer. Drawing is clipped to the window.
  */
 class Raster {
   /** @param {number} width @param {number} height pixels */
@@ -56,8 +55,8 @@ class Raster {
   }
 
   /**
-   * Finds where a triangle may cover samples, and how the shares of its vertices run there. Shares are
-   * those of b and c; a has the rest, and outside one of the three is negative.
+   * Computes the bounding box of a triangle and its barycentric coordinates: those of b and c; a has the rest. Outside
+   * the triangle, one of the three is negative.
    * @param {ArrayLike<number>} points x, y, depth of each vertex
    * @param {number} a index of the first vertex
    * @param {number} b
@@ -90,7 +89,7 @@ class Raster {
   }
 
   /**
-   * Draws a triangle in one colour, shaded from corner to corner.
+   * Draws a triangle in one colour with interpolated shading.
    * @param {Float32Array} points x, y, depth of each vertex
    * @param {Float32Array} shades of each vertex, by which the colour is multiplied
    * @param {number} a index of the first vertex
@@ -131,7 +130,7 @@ class Raster {
     }
   }
 
-  /** Marks a triangle with a number from 1 to 255, whatever is nearer. */
+  /** Marks a triangle with a number from 1 to 255, without depth test. */
   mark(points, a, b, c, number) {
     if (!this.span(points, a, b, c)) {
       return;
@@ -151,7 +150,7 @@ class Raster {
     }
   }
 
-  /** Lays a colour over what is marked in the window with a number, and forgets those marks. */
+  /** Blends a colour over the samples marked with a number, and clears these marks. */
   blendMarked(number, color, opacity) {
     const { marks, width } = this;
     const { left, top, right, bottom } = this.window;
@@ -165,7 +164,7 @@ class Raster {
     }
   }
 
-  /** Lays a colour over one sample; `opacity` from 0 to 1. */
+  /** Blends a colour over one sample; `opacity` from 0 to 1. */
   blend(at, color, opacity) {
     const { colors } = this;
     const first = 3 * at;
@@ -175,8 +174,8 @@ class Raster {
   }
 
   /**
-   * Fills a convex polygon without a look at depths.
-   * @param {Array<number[]>} corners x and y each, around; none is fine
+   * Fills a convex polygon without depth test.
+   * @param {Array<number[]>} corners x and y each, in order; may be empty
    * @param {number[]} color
    * @param {number} opacity
    */
@@ -215,7 +214,7 @@ class Raster {
   }
 
   /**
-   * Draws a line where nothing is nearer.
+   * Draws a line with depth test.
    * @param {number[]} from x, y, depth
    * @param {number[]} to
    * @param {number} radius half its width
@@ -232,7 +231,7 @@ class Raster {
     const maxX = Math.min(right - 1, Math.ceil(Math.max(from[0], to[0]) + reach));
     const minY = Math.max(top, Math.floor(Math.min(from[1], to[1]) - reach));
     const maxY = Math.min(bottom - 1, Math.ceil(Math.max(from[1], to[1]) + reach));
-    // Along a row, the line reaches this far to both sides of its middle.
+    // Half the extent of the line along a row.
     const rowReach = (reach * Math.sqrt(squared)) / Math.abs(dy);
     for (let y = minY; y <= maxY; ++y) {
       const py = y + 0.5 - from[1];

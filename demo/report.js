@@ -1,5 +1,5 @@
 'use strict';
-// What the demo prints: progress while it runs, tables at its end.
+// The output of the demo: progress while it runs, tables at its end.
 const { SingleBar } = require('cli-progress');
 const Table = require('cli-table3');
 const { median } = require('./bounds');
@@ -7,12 +7,12 @@ const { legendOf } = require('./picture');
 const { stages } = require('./stage');
 const { oneLine } = require('./user-error');
 
-/** Columns of a terminal for the cells in the middle, which hold names: the table then fits into 100. */
+/** Terminal columns for the middle cells, which hold names: the table then fits into 100. */
 const kNameColumns = 50;
 
-/** What the table calls the stages of a frame. */
+/** Titles of the stages of a frame. */
 const stageTitles = {
-  script: 'script writes',
+  script: 'JavaScript writes',
   animate: 'animate',
   transform: 'transform',
   props: 'props follow hands',
@@ -22,7 +22,7 @@ const stageTitles = {
 };
 
 /**
- * Shows how far a run is: a bar on a terminal, else a line at every quarter.
+ * Shows the progress of a run: a bar on a terminal, else a line at every quarter.
  * @param {number} frames of the whole run
  * @param {NodeJS.WriteStream} [stream]
  * @returns {{update: function(number), stop: function()}}
@@ -47,12 +47,12 @@ function createProgress(frames, stream = process.stdout) {
   };
 }
 
-/** A whole number with its thousands set apart. */
+/** A whole number with separators of thousands. */
 function grouped(value) {
   return String(value).replace(/\B(?=(\d{3})+$)/g, ',');
 }
 
-/** A hash as script prints it everywhere: eight hexadecimal digits. */
+/** A hash as eight hexadecimal digits. */
 function formatHash(hash) {
   return hash.toString(16).padStart(8, '0');
 }
@@ -61,7 +61,7 @@ function megabytes(bytes) {
   return `${(bytes / 2 ** 20).toFixed(1)} MB`;
 }
 
-/** A table with a line below its head alone; numbers stand to the right. */
+/** A table with a line only below its head; numbers are right-aligned. */
 function createTable(head, colAligns = ['left', 'right', 'right']) {
   return new Table({
     head,
@@ -71,12 +71,12 @@ function createTable(head, colAligns = ['left', 'right', 'right']) {
   });
 }
 
-/** Columns of a terminal that a text takes, at most: letters of eastern scripts and pictures take two. */
+/** Upper bound of a text's width in terminal columns: East Asian characters and emoji take two. */
 function columnsOf(text) {
   return Array.from(text).reduce((sum, letter) => sum + (letter >= '\u1100' ? 2 : 1), 0);
 }
 
-/** A text in one line, cut off where it takes more than its columns. */
+/** A text in one line, truncated to a number of columns. */
 function shortened(text, columns) {
   const letters = Array.from(oneLine(text));
   if (columnsOf(letters.join('')) <= columns) {
@@ -88,7 +88,7 @@ function shortened(text, columns) {
   return `${letters.join('')}…`;
 }
 
-/** Names in a row; where they are too many, the first ones and how many more there are. */
+/** A list of names; if it is too long, the first ones and the number of the others. */
 function formatNames(names) {
   let text = names.map((name) => shortened(name, kNameColumns)).join(', ');
   for (let count = names.length - 1; columnsOf(text) > kNameColumns; --count) {
@@ -99,7 +99,7 @@ function formatNames(names) {
   return text;
 }
 
-/** What is carried, and by how many. */
+/** The row of props and the number of their carriers. */
 function propsRow({ kind, crowd }) {
   const names = formatNames(kind.layers.props.map(({ name }) => name));
   return ['props bound to hands', names, grouped(crowd.props.carriers.length)];
@@ -119,7 +119,7 @@ function formatTables(stage, timings) {
     const perBone = (milliseconds * 1e6) / crowd.boneCount;
     return [title, milliseconds.toFixed(4), perBone.toFixed(1)];
   };
-  const costs = createTable(['stage of a frame', 'ms, median', 'ns a bone']);
+  const costs = createTable(['stage of a frame', 'ms, median', 'ns per bone']);
   const players = kind.layers ? 'controllers' : 'animators';
   for (const name of stages) {
     if (name !== 'props' || kind.layers) {
@@ -149,7 +149,7 @@ function formatTables(stage, timings) {
       `hash ${formatHash(overview.hash)}`,
       grouped(overview.handles.length),
     ],
-    ['memory', 'shared with script', megabytes(crowd.sharedBytes())],
+    ['memory', 'shared with JavaScript', megabytes(crowd.sharedBytes())],
     ['', 'whole process', megabytes(process.memoryUsage().rss)]
   );
   return `${facts.toString()}\n${costs.toString()}`;

@@ -1,5 +1,5 @@
 'use strict';
-// A crowd with its plan, its culling and its cameras: set up, and run frame by frame against the clock.
+// A crowd with its plan, culling and cameras: runs it frame by frame, and measures each stage.
 const { performance } = require('perf_hooks');
 const { boundsOf } = require('./bounds');
 const { createOverviewCamera, createPerspectiveCamera } = require('./cameras');
@@ -13,18 +13,18 @@ const { UserError } = require('./user-error');
 /** Seconds of scene time between two frames. */
 const kFrameSeconds = 1 / 60;
 
-/** Poses of each clip, and weights of a wave, by which reach is measured; what is added to it. */
+/** Number of poses per clip, and weights of a wave, for measuring the reach; margin that is added to it. */
 const kMeasuredPoses = 12;
 const kMeasuredWaves = [0, 0.35, 0.7, 1];
 const kReachSlack = 1.08;
 
-/** Room for a crowd and its cameras, in the reach of a character; squares of it must be numbers. */
+/** Extent of a crowd and its cameras, in reaches of a character; its squares must be finite. */
 const kRoom = 1e21;
 
-/** What a frame consists of, in this order. */
+/** The stages of a frame, in order. */
 const stages = ['script', 'animate', 'transform', 'props', 'skin', 'perspective', 'overview'];
 
-/** Every prop in either hand; nothing in one where there are none. */
+/** Every prop in either hand; a single empty entry if there are none. */
 function allParts({ layers }) {
   if (!layers) {
     return [null];
@@ -37,8 +37,7 @@ function allParts({ layers }) {
 }
 
 /**
- * How far the vertices of a character, and of what it carries, reach from where it stands, over all of
- * its clips.
+ * Bounds of the vertices of a character and its props around its position, over all of its clips.
  * @param {Object} engine
  * @param {import('./crowd').Kind} kind
  * @returns {import('./bounds').Bounds}
@@ -100,7 +99,7 @@ function measureReach(engine, kind) {
  * @property {Float64Array} whole their sums
  */
 
-/** Owns a crowd and all that goes with it. */
+/** Owns a crowd with its plan, culling and cameras. */
 class Stage {
   /**
    * @param {Object} engine of the native module
@@ -112,9 +111,9 @@ class Stage {
     this.kind = kind;
     this.count = count;
     this.seed = seed;
-    /** Around a character: a ball, and the ground below it. */
+    /** Bounds of a character: a sphere, and the ground below it. */
     this.reach = measureReach(engine, kind);
-    /** What each character carries. */
+    /** The prop of each character. */
     this.cast = kind.layers ? dealProps(kind.layers.props.length, count, seed) : [];
     this.crowd = new Crowd(engine, kind, count, this.cast);
     this.plan = this.createPlan();
@@ -128,7 +127,7 @@ class Stage {
     );
   }
 
-  /** A plan at its beginning; each is the same. */
+  /** Creates a plan in its initial state; all are the same. */
   createPlan() {
     const { clips } = this.kind;
     return this.kind.layers
@@ -136,14 +135,14 @@ class Stage {
       : new PlacePlan(clips, this.count, this.reach.radius, this.seed);
   }
 
-  /** Puts the characters where the plan has them. */
+  /** Places the characters by the plan. */
   writePlaces() {
     this.plan.writePlaces(this.crowd);
     this.crowd.engine.refreshWorldTransform();
     this.crowd.props.follow();
   }
 
-  /** Where the crowd stands, with room for the characters at its edges. */
+  /** Bounds of the crowd, including the reach of characters at its edges. */
   measureBounds() {
     const points = [];
     const { middle, radius } = this.reach;
@@ -177,7 +176,7 @@ class Stage {
     const placed = performance.now();
     crowd.engine.refreshWorldTransform();
     const transformed = performance.now();
-    // Hands have moved what they carry, whose matrices a second refresh computes in the same frame.
+    // A second refresh computes the matrices of props in the same frame as those of the hands.
     crowd.props.follow();
     const followed = performance.now();
     crowd.skin();
@@ -198,7 +197,7 @@ class Stage {
   /**
    * Runs frames.
    * @param {number} frames
-   * @param {function(number)} onFrame is told how many frames are done, outside what is timed
+   * @param {function(number)} onFrame receives the number of completed frames, outside the measured time
    * @returns {Timings}
    */
   run(frames, onFrame) {

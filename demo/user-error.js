@@ -1,11 +1,11 @@
 'use strict';
-// The error for what the person at the keyboard can put right.
+// Errors that the user can fix.
 
-/** Told in one line, without a stack: its message names the input and the cure. */
+/** Printed in one line, without a stack: its message names the input and the cure. */
 class UserError extends Error {}
 
 /**
- * Makes one line of any text: white space becomes a blank, other control characters a question mark.
+ * Reduces a text to one line: white space becomes a space, other control characters a question mark.
  * @param {string} text
  * @returns {string}
  */
@@ -17,7 +17,7 @@ function oneLine(text) {
 }
 
 /**
- * What a failed file operation means, in words.
+ * A readable description of a failed file operation.
  * @param {Error} error as thrown by the file system
  * @returns {string}
  */

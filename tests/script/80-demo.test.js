@@ -73,7 +73,7 @@ function countIn(text) {
 }
 
 const stageTitles = [
-  'script writes',
+  'JavaScript writes',
   'animate',
   'transform',
   'props follow hands',
@@ -383,9 +383,9 @@ describe('demo errors', () => {
       [file]: 'it is a file, not a folder',
       [path.join(file, 'below')]: 'part of its path is a file, not a folder',
       '/dev/full': 'it is a file, not a folder',
-      '/proc': 'nothing can be made there',
-      '/proc/none/below': 'nothing can be made there',
-      [`/proc/${process.pid}/fd`]: 'nothing can be made there',
+      '/proc': 'nothing can be created there',
+      '/proc/none/below': 'nothing can be created there',
+      [`/proc/${process.pid}/fd`]: 'nothing can be created there',
     };
     for (const out of Object.keys(cases)) {
       assertRefused(['--frames', '1', '--out', out], `'${out}' can't be used`, cases[out]);
@@ -421,8 +421,8 @@ describe('demo errors', () => {
 
   it('refuses broken meshes', async () => {
     const cases = {
-      'a triangle of its meshes has a vertex that is not there': { triangles: [0, 1, 3] },
-      'a vertex of its meshes follows a joint that is not there': { bone: 2 },
+      'a triangle of its meshes has a vertex that does not exist': { triangles: [0, 1, 3] },
+      'a vertex of its meshes follows a joint that does not exist': { bone: 2 },
       'a vertex of its meshes is not of finite numbers': { positions: [0, 0, NaN] },
     };
     for (const trouble of Object.keys(cases)) {
