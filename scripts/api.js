@@ -1,5 +1,5 @@
 'use strict';
-// npm run api: writes the API reference, made of the typings, into out/api.
+// npm run api: generates the API reference from the typings, into out/api.
 const path = require('path');
 const { setup } = require('./setup');
 const { host } = require('./lib/build');
@@ -7,9 +7,9 @@ const { root, status } = require('./lib/run');
 const { nodeModule } = require('./lib/sources');
 
 /**
- * Writes the API reference. What there is to say against the typings' comments, links to nothing for one, is an error.
+ * Generates the API reference. Problems in the typings' comments, such as broken links, are errors.
  * @param {string} folder emptied first
- * @returns {boolean} whether there was nothing
+ * @returns {boolean} whether there were no errors
  */
 function writeApi(folder) {
   const options = path.join('types', 'typedoc.json');

@@ -1,5 +1,5 @@
 'use strict';
-// npm run format: brings all sources into the house's form.
+// npm run format: formats all sources, by clang-format and prettier.
 const { setup } = require('./setup');
 const { host } = require('./lib/build');
 const { run } = require('./lib/run');

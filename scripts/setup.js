@@ -1,5 +1,5 @@
 'use strict';
-// Brings what a script needs: Debian packages that are missing, and the npm packages of the lock file.
+// Installs the requirements of a script: missing Debian packages, and the npm packages of the lock file.
 const fs = require('fs');
 const path = require('path');
 const { root, fail, npmCommand, output, run, which } = require('./lib/run');
@@ -8,14 +8,14 @@ const program = (name) => () => which(name) !== null;
 const header = (name) => () =>
   ['/usr/include', '/usr/local/include'].some((folder) => fs.existsSync(path.join(folder, name)));
 
-/** Whether clang brings the library that its fuzz targets are linked with. */
+/** Whether clang's fuzzer library is installed. */
 function hasFuzzer() {
   const folder = output('clang++', ['-print-resource-dir']);
   const file = 'lib/linux/libclang_rt.fuzzer-x86_64.a';
   return folder !== null && fs.existsSync(path.join(folder.trim(), file));
 }
 
-// Debian package, and how to tell that what it gives is there, from wherever it came.
+// Debian packages, each with a test whether its content is installed, from any source.
 const packages = {
   build: [
     ['g++', program('g++')],
@@ -104,7 +104,7 @@ function installModules(folder = '.') {
 }
 
 /**
- * Makes everything ready for the given kinds of work.
+ * Installs the requirements of the given kinds of work.
  * @param {...string} kinds any of build, test, bench, check, cross, emulator, browser
  */
 function setup(...kinds) {

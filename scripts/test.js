@@ -1,6 +1,6 @@
 'use strict';
-// npm test: all native and script suites, on the release build and under the address and
-// undefined-behaviour sanitizers. Arguments after -- go to ctest (`npm test -- -R WorkerPool`).
+// npm test: runs all native and script suites, on the release build and under the address and undefined-behaviour
+// sanitizers. Arguments after -- are passed to ctest (`npm test -- -R WorkerPool`).
 const { setup } = require('./setup');
 const { fail } = require('./lib/run');
 const { build, everything, test } = require('./lib/build');
@@ -9,8 +9,8 @@ const presets = ['release', 'asan'];
 
 setup('build', 'test');
 const failed = [];
-// Each is tested as soon as it is built: the release suites have run minutes before the sanitizers' build is
-// there. That one is built whether or not they passed, and the summary is at the end.
+// Each build is tested as soon as it is complete: the release suites finish minutes before the build with sanitizers,
+// which is built even if they fail. The summary is at the end.
 for (const preset of presets) {
   build(preset, Object.assign({ NQ_BUILD_TESTS: 'ON' }, everything));
   if (!test(preset, process.argv.slice(2))) {

@@ -1,6 +1,6 @@
 'use strict';
-// npm run view: the viewer on the release module, on the Node that runs this where it is a host, else on Node 12.
-// `--host NAME` picks another. Other arguments after -- go to the viewer.
+// npm run view: runs the viewer with the release module, on the Node that runs this if it is a host, else on Node 12.
+// `--host NAME` selects another. Other arguments after -- are passed to the viewer.
 const childProcess = require('child_process');
 const path = require('path');
 const { setup } = require('./setup');
@@ -18,11 +18,10 @@ const child = childProcess.spawn(program, [path.join(root, 'viewer', 'main.js'),
   stdio: 'inherit',
 });
 child.on('error', (error) => fail(`the host can't be started: ${error.message}`));
-// A terminal interrupts the viewer as well: wait for its goodbye. A signal to this process alone is
-// handed on.
+// A terminal interrupts the viewer as well: wait until it has ended. A signal to this process only is forwarded.
 process.on('SIGINT', () => {});
 process.on('SIGTERM', () => child.kill('SIGTERM'));
-// The viewer says in one line what is wrong; its exit code is the command's.
+// The viewer reports errors in one line; its exit code is the exit code of this command.
 child.on('exit', (code, signal) => {
   process.exitCode = signal ? 128 : code;
 });

@@ -1,11 +1,11 @@
 'use strict';
-// What a built module asks of the system, and whether two builds of one tree are the same.
+// Inspects built modules: required library versions, hardening, and reproducibility of builds.
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
 const { fail, jobs, output, removeFolder, root, status } = require('./run');
 
-/** Families of versions whose newest one that a module needs is told in docs/building.md. */
+/** Families of symbol versions; docs/building.md names the newest one of each that the module needs. */
 const families = ['GLIBC', 'GLIBCXX', 'CXXABI'];
 
 /** -1, 0 or 1: the order of two versions, as in 2.4 and 2.34. */
@@ -22,8 +22,8 @@ function compareVersions(a, b) {
 
 /**
  * The newest version of each family in a table of symbols.
- * @param {string} table as `objdump -T` prints it
- * @returns {Object<string, string>} by family; those that do not occur are left out
+ * @param {string} table output of `objdump -T`
+ * @returns {Object<string, string>} by family, without those that do not occur
  */
 function newestVersions(table) {
   const newest = {};
@@ -40,7 +40,7 @@ function newestVersions(table) {
 }
 
 /**
- * What a document says of these versions: 'glibc 2.34', 'GLIBCXX_3.4.29'.
+ * The versions that a document states: 'glibc 2.34', 'GLIBCXX_3.4.29'.
  * @param {string} text
  * @returns {Object<string, string[]>} all numbers by family
  */
@@ -54,10 +54,10 @@ function statedVersions(text) {
 }
 
 /**
- * What documents say wrongly of the versions that a module needs, a line each.
+ * Wrong or missing statements of documents about the versions that a module needs, one line each.
  * @param {Object<string, string>} needed by family
  * @param {Object<string, string>} documents texts by their names
- * @param {Object<string, string[]>} wanted families that each has to name
+ * @param {Object<string, string[]>} wanted families that each document must name
  * @returns {string[]}
  */
 function findWrongVersions(needed, documents, wanted) {
@@ -81,7 +81,7 @@ function findWrongVersions(needed, documents, wanted) {
 }
 
 /**
- * The newest versions that any of some modules needs, or null if one can't be read.
+ * The newest versions that any of the modules needs, or null if one can't be read.
  * @param {string[]} modules files
  * @returns {?Object<string, string>}
  */
@@ -98,8 +98,8 @@ const hardeningSigns = {
 };
 
 /**
- * What a module lacks of the hardening of release builds.
- * @param {string} parts as `readelf -W --program-headers --dynamic --dyn-syms` prints them
+ * The hardening features of release builds that a module lacks.
+ * @param {string} parts output of `readelf -W --program-headers --dynamic --dyn-syms`
  * @returns {string[]}
  */
 function missingHardening(parts) {
@@ -107,7 +107,7 @@ function missingHardening(parts) {
 }
 
 /**
- * The same of a file, or null if it can't be read.
+ * The same for a file, or null if it can't be read.
  * @param {string} module file
  * @returns {?string[]}
  */
@@ -116,15 +116,15 @@ function findMissingHardening(module) {
   return parts === null ? null : missingHardening(parts);
 }
 
-/** Copies the files under version control, as they are now, into a new folder. */
+/** Copies the files under version control, with uncommitted changes, into a new folder. */
 function copyTree(folder) {
   const list = output('git', ['ls-files', '-z']);
   if (list === null) {
-    fail('a copy of the tree takes git and a clone: run this check in one.');
+    fail('copying the tree requires git and a clone: run this check in one.');
   }
   for (const name of list.split('\0').filter((one) => one !== '')) {
     const from = path.join(root, name);
-    // What is deleted and not yet committed is left out.
+    // Skips files that are deleted but not yet committed.
     if (fs.existsSync(from)) {
       fs.mkdirSync(path.dirname(path.join(folder, name)), { recursive: true });
       fs.copyFileSync(from, path.join(folder, name));
@@ -132,7 +132,7 @@ function copyTree(folder) {
   }
 }
 
-/** The second build compiles all by itself: a cache would give what the first has compiled. */
+/** The second build compiles without a cache, which would return the objects of the first. */
 const noCache = { CCACHE_DISABLE: '1', CMAKE_CXX_COMPILER_LAUNCHER: '' };
 
 /** Bytes of a module, with its symbols and stripped. */
@@ -145,11 +145,11 @@ function formsOf(module, folder) {
 }
 
 /**
- * Builds the module of this tree in a second folder, of another name and length, and compares the two, with their
+ * Builds the module of this tree in a second folder, with another name and length, and compares the two modules, with
  * symbols and stripped.
  * @param {string} module the release build of this folder, up to date
  * @param {string} nodeDir folder of the host
- * @returns {string[]} what differs, a line each
+ * @returns {string[]} the differences, one line each
  */
 function findBuildDifferences(module, nodeDir) {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'nq-reproducible-'));
@@ -172,7 +172,7 @@ function findBuildDifferences(module, nodeDir) {
         const bytes = first[name];
         const at = bytes.findIndex((byte, i) => byte !== second[name][i]);
         const sizes = `${bytes.length} and ${second[name].length} bytes`;
-        return `${name} of two folders differs, first at byte ${at}; ${sizes}.`;
+        return `${name} built in two folders differs, first at byte ${at}; ${sizes}.`;
       });
   } finally {
     removeFolder(folder);

@@ -1,5 +1,5 @@
 'use strict';
-// Which folder may include what: arrows go down only.
+// Rules for includes between folders: arrows point down only.
 //
 //   nq_logic.cpp  ->  BindingTemp  ->  js-binding (vx, on V8)
 //                         |
@@ -19,7 +19,7 @@ const { nativeSources } = require('./sources');
 const entity = ['Common/', 'Engine/Entity/'];
 const binding = ['Common/', 'Engine/', 'jsbinding/', 'BindingTemp/'];
 
-// By path, the first that fits: the beginnings of what may be included, and whether V8 and Node may.
+// Rules by path, the first match applies: prefixes of allowed includes, and whether V8 and Node are allowed.
 const rules = [
   { files: 'Common/', may: ['Common/'], host: false },
   // The composition root names the systems above its own folder.
@@ -39,7 +39,7 @@ const rules = [
   { files: 'cmake/', may: [], host: false },
 ];
 
-/** The one file that may ask which host it is compiled for. */
+/** The only file that may depend on the version of the host. */
 const hostVersions = 'js-binding/include/jsbinding/v8/host.h';
 
 const hostHeader = /^(v8|node|uv|js_native_api|libplatform|cppgc|openssl|zlib)(?![a-z])/;
@@ -48,7 +48,7 @@ const hostHeader = /^(v8|node|uv|js_native_api|libplatform|cppgc|openssl|zlib)(?
  * Violations in one file.
  * @param {string} file path from the root
  * @param {string} text its content
- * @returns {string[]} a line each
+ * @returns {string[]} one line each
  */
 function violationsIn(file, text) {
   const rule = rules.find(({ files }) => file.startsWith(files));
@@ -90,7 +90,7 @@ function violationsIn(file, text) {
 
 /**
  * Violations in the whole tree.
- * @returns {string[]} a line each
+ * @returns {string[]} one line each
  */
 function findLayeringViolations() {
   return [].concat(

@@ -1,6 +1,6 @@
 'use strict';
-// Which files may know the platform: compiler, operating system, CPU. Platform.h decides what there is; a few headers
-// use it, one for each thing; all other native code below the binding is standard C++ and those headers.
+// Rules for platform dependencies: compiler, operating system, CPU. Platform.h detects features; a few headers wrap them,
+// one per feature; all other native code below the binding uses standard C++ and those headers.
 const fs = require('fs');
 const path = require('path');
 const { root } = require('./run');
@@ -8,7 +8,7 @@ const { nativeSourcesBelow } = require('./sources');
 
 const decisions = 'Common/Def/Platform.h';
 
-/** Headers that call what not every platform has, by the decisions in Platform.h. */
+/** Headers that wrap platform-specific features, by the decisions in Platform.h. */
 const homes = {
   'Common/Def/AlignedAlloc.h': 'aligned memory',
   'Common/Def/CpuAffinity.h': 'affinity',
@@ -16,14 +16,14 @@ const homes = {
   'Common/Def/Vectors.h': 'vector instructions',
 };
 
-// Names of the compiler begin with two underscores, or one and a capital. Names of vectors are free, and what the
-// standard defines.
+// Reserved names of the compiler begin with two underscores, or one and a capital. Vector types and standard macros are
+// allowed.
 const reserved = /(?<!\w)(?!__m\d|_MM_|_CMP_)(?!__(VA_ARGS|FILE|LINE)__)(__\w+|_[A-Z]\w+)/;
 
 const systemCall =
   /(?<!\w)(posix_\w+|pthread_\w+|PTHREAD_\w+|sched_\w+|syscall|SYS_\w+|FUTEX_\w+|CPU_[A-Z]+|mmap|madvise)(?!\w)/;
 
-/** The text without comments and the contents of literals; lines stay where they are. */
+/** The text without comments and the contents of literals, with the same line numbers. */
 function codeOnly(text) {
   return text.replace(
     /\/\*[^]*?\*\/|\/\/[^\n]*|"(?:[^"\\\n]|\\.)*"|(?<!\w)'(?:[^'\\\n]|\\.)+'/g,
@@ -35,7 +35,7 @@ function codeOnly(text) {
  * Violations in one file.
  * @param {string} file path from the root
  * @param {string} text its content
- * @returns {string[]} a line each
+ * @returns {string[]} one line each
  */
 function platformViolationsIn(file, text) {
   if (file === decisions) {
@@ -70,8 +70,8 @@ function platformViolationsIn(file, text) {
 }
 
 /**
- * Violations in the core, which is to build on any platform.
- * @returns {string[]} a line each
+ * Violations in the core, which must build on any platform.
+ * @returns {string[]} one line each
  */
 function findPlatformViolations() {
   const files = [...nativeSourcesBelow('Common'), ...nativeSourcesBelow('Engine')];

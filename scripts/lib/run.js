@@ -1,5 +1,5 @@
 'use strict';
-// What all scripts share: paths, the environment of children, running a program, failing.
+// Shared by all scripts: paths, the environment of child processes, running programs, failing.
 const childProcess = require('child_process');
 const fs = require('fs');
 const os = require('os');
@@ -8,11 +8,11 @@ const path = require('path');
 /** Folder of the checkout. */
 const root = path.resolve(__dirname, '..', '..');
 
-/** Programs that a build runs at once. */
+/** Number of parallel jobs of a build. */
 const jobs = String(Math.max(1, os.cpus().length));
 
-// npm hands its settings to scripts. Those that say how to reach packages stay; the others (a
-// `nodedir` of a newer Node, `omit`, `production`...) would steer the tools that are run from here.
+// npm passes its settings to scripts. Those for reaching the registry are kept; the others (a `nodedir` of a newer Node,
+// `omit`, `production`...) would affect the tools that are run from here.
 const keptSettings =
   /^npm_config_(registry|cafile|ca|proxy|https_proxy|noproxy|cache|userconfig|globalconfig)$/i;
 
@@ -42,7 +42,7 @@ function fail(message, code = 1) {
 }
 
 /**
- * Runs a program in the checkout, its output shown, and returns its exit code; 127 if it is absent.
+ * Runs a program in the checkout with inherited output, and returns its exit code; 127 if it is not found.
  * @param {string} program
  * @param {string[]} args
  * @param {Object<string, string>} [extra] variables to add to its environment
@@ -81,7 +81,7 @@ function run(step, program, args, extra) {
 }
 
 /**
- * Runs a program silently and returns its standard output, or null if it is absent or fails.
+ * Runs a program silently and returns its standard output, or null if it is not found or fails.
  * @param {string} program
  * @param {string[]} args
  * @returns {?string}
@@ -97,7 +97,7 @@ function output(program, args) {
 }
 
 /**
- * Runs a program without waiting, and shows its output when it has ended, if it failed.
+ * Runs a program asynchronously, and prints its output after it has ended if it failed.
  * @param {string} program
  * @param {string[]} args
  * @returns {Promise<boolean>} whether it succeeded
@@ -115,7 +115,7 @@ function quietStatus(program, args) {
 }
 
 /**
- * Does something for each item, as many at once as there are processors.
+ * Runs an action for each item, in parallel on all CPU cores.
  * @template T
  * @param {T[]} items
  * @param {function(T): Promise<boolean>} action
@@ -152,8 +152,8 @@ function which(name) {
 }
 
 /**
- * The Node that runs npm, newer than the host; null if there is none. In scripts that npm runs, the
- * host comes first on PATH: its package has a program called node.
+ * A Node newer than 12: the one that runs npm, or on PATH; null if there is none. In scripts that npm runs, Node 12 is
+ * first on PATH, since its package has a program called node.
  * @returns {?string} path
  */
 function newerNode() {
@@ -171,7 +171,7 @@ function newerNode() {
   return candidates.find(isNewer) || null;
 }
 
-/** Removes a folder with all in it, if it is there, on old and new hosts. */
+/** Removes a folder with its content, if it exists, on old and new hosts. */
 function removeFolder(folder) {
   if (fs.existsSync(folder)) {
     (fs.rmSync || fs.rmdirSync)(folder, { recursive: true });
@@ -179,7 +179,7 @@ function removeFolder(folder) {
 }
 
 /**
- * How npm is started: the npm that runs this script by the Node that it needs, else the one on PATH.
+ * The command for npm: the npm that runs this script, with a Node that it supports, else the one on PATH.
  * @returns {string[]} program and first arguments
  */
 function npmCommand() {

@@ -1,5 +1,5 @@
 'use strict';
-// Which files are ours, for the checks that go over all of them.
+// Lists of the project's source files, for checks.
 const fs = require('fs');
 const path = require('path');
 const { root } = require('./run');
@@ -46,7 +46,7 @@ function nodeModule(name) {
 }
 
 /**
- * Arguments for the host that run prettier over all files that it keeps in form.
+ * Arguments for the host to run prettier on all files that it formats.
  * @param {string} mode '--check' or '--write'
  * @returns {string[]}
  */

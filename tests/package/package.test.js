@@ -181,7 +181,7 @@ describe('scripts/pack.js', () => {
       encoding: 'utf8',
     });
     assert.strictEqual(result.status, 2);
-    assert.strictEqual(result.stderr, 'nq_logic: unknown option --fast; there is: --no-build.\n');
+    assert.strictEqual(result.stderr, 'nq_logic: unknown option --fast; known: --no-build.\n');
   });
 });
 
