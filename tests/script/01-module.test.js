@@ -66,14 +66,14 @@ describe('module', () => {
     );
   });
 
-  it('carries the file name of its record, if it has one, with one backslash', () => {
+  it('contains the file name of its module record, if it has one, with one backslash', () => {
     const bytes = fs.readFileSync(modulePath);
     const isThere = bytes.indexOf(Buffer.from('\0..\\nq_logic\0', 'latin1')) !== -1;
     assert.strictEqual(isThere, differences.hasRecord);
     assert.strictEqual(bytes.indexOf(Buffer.from('..\\\\nq_logic', 'latin1')), -1);
   });
 
-  it('gives the same exports while it stays in the require cache', () => {
+  it('returns the same exports while it is in the require cache', () => {
     assert.strictEqual(require(modulePath), nq);
   });
 
@@ -94,7 +94,7 @@ describe('module', () => {
     }
   });
 
-  it('can be loaded by the system call alone', () => {
+  it('can be loaded by process.dlopen', () => {
     const target = { exports: {} };
     process.dlopen(target, modulePath);
     assert.deepStrictEqual(Object.keys(target.exports), ['getEngine', 'getVersion']);

@@ -48,7 +48,7 @@ describe('Engine object', () => {
     }
   });
 
-  it('has methods in order of installation, on a prototype without a class above', () => {
+  it('has methods in order of installation, on a prototype without a base class', () => {
     const prototype = Object.getPrototypeOf(engine);
     assert.deepStrictEqual(Reflect.ownKeys(prototype), [...methods.Engine, 'constructor']);
     assert.strictEqual(Object.getPrototypeOf(prototype), Object.prototype);
@@ -67,7 +67,7 @@ describe('Engine object', () => {
     }
   });
 
-  it('has a function of its own behind every method, named after it', () => {
+  it('has a distinct function for every method, with its name', () => {
     const functions = methods.Engine.map((name) => engine[name]);
     assert.strictEqual(new Set(functions).size, methods.Engine.length);
     functions.forEach((method, i) => assert.strictEqual(method.name, methods.Engine[i]));
@@ -81,7 +81,7 @@ describe('Engine object', () => {
     assert.deepStrictEqual(names, [...Object.keys(engine), ...methods.Engine]);
   });
 
-  it('shares its class with the engines of later calls, and nothing else', () => {
+  it('shares only its class with engines of later calls', () => {
     const other = nq.getEngine();
     assert.notStrictEqual(other, engine);
     assert.strictEqual(other.constructor, engine.constructor);
@@ -94,20 +94,20 @@ describe('Engine object', () => {
     }
   });
 
-  it('keeps its shared buffers for as long as it lives', () => {
+  it('keeps the same shared buffers during its lifetime', () => {
     const first = engine.dirtyEntities;
     engine.createEntity(true, 100);
     engine.refreshWorldTransform();
     assert.strictEqual(engine.dirtyEntities, first);
   });
 
-  it('comes from getEngine whatever arguments and receiver are', () => {
+  it('is returned by getEngine for any arguments and receiver', () => {
     const other = nq.getEngine.call(7, Symbol('unread'), 1);
     assert.strictEqual(other.constructor, engine.constructor);
     assert.deepStrictEqual(Object.keys(other), Object.keys(engine));
   });
 
-  it('can be made empty by new, with the methods and without the buffers', () => {
+  it('has methods but no buffers if new created it', () => {
     const empty = new engine.constructor(1, 2);
     assert.deepStrictEqual(Reflect.ownKeys(empty), []);
     assert.strictEqual(empty.createEntity, engine.createEntity);
@@ -134,7 +134,7 @@ describe('EngineEntity object', () => {
     assert(entity.buffer instanceof ArrayBuffer);
   });
 
-  it('has "id" alone where there is no block', () => {
+  it('has only "id" if there is no block', () => {
     const refused = engine.createEntity(true, 5000);
     assert.deepStrictEqual(Reflect.ownKeys(refused), ['id']);
     assert.strictEqual(refused.id, 0);

@@ -12,21 +12,21 @@ const bytes2D = 56;
 describe('createEntity', () => {
   const engine = nq.getEngine();
 
-  it('makes one 2D entity without arguments', () => {
+  it('creates one 2D entity without arguments', () => {
     const entity = engine.createEntity();
     assert.strictEqual(entity.buffer.byteLength, bytes2D);
     assert.notStrictEqual(entity.id, 0);
   });
 
-  it('makes one 3D entity for a count of 0', () => {
+  it('creates one 3D entity for a count of 0', () => {
     assert.strictEqual(engine.createEntity(true, 0).buffer.byteLength, bytes3D);
   });
 
-  it('makes a batch of 3 in a block of 324 bytes', () => {
+  it('creates a batch of 3 in a block of 324 bytes', () => {
     assert.strictEqual(engine.createEntity(true, 3).buffer.byteLength, 324);
   });
 
-  it('gives zeroed records', () => {
+  it('creates zeroed records', () => {
     const batch = engine.createEntity(true, 4095);
     assert.strictEqual(
       new Uint8Array(batch.buffer).findIndex((byte) => byte !== 0),
@@ -101,7 +101,7 @@ describe('createEntity', () => {
     });
   }
 
-  it('uses up no handle for a refused count', () => {
+  it('uses no handle for a refused count', () => {
     const fresh = nq.getEngine();
     assert.strictEqual(fresh.createEntity(false, 4096).id, 0);
     assert.strictEqual(fresh.createEntity(true, -1).id, 0);
@@ -121,7 +121,7 @@ describe('createEntity', () => {
     );
   });
 
-  it('numbers the batches and blocks of each engine on its own', () => {
+  it('numbers the batches and blocks of each engine independently', () => {
     const [first, second] = [nq.getEngine(), nq.getEngine()];
     const a = first.createEntity(true, 2);
     const b = second.createEntity(true, 2);
@@ -134,7 +134,7 @@ describe('createEntity', () => {
     assert.strictEqual(addon.entityName(second, 0x1001), '');
   });
 
-  it('reads its arguments once each, from left to right', () => {
+  it('converts each argument once, from left to right', () => {
     const reads = [];
     const count = {
       valueOf() {
@@ -150,7 +150,7 @@ describe('createEntity', () => {
     assert.deepStrictEqual(reads, ['count']);
   });
 
-  it('gives buffers that V8 leaves to the native side', () => {
+  it('returns buffers whose memory V8 does not free', () => {
     assert.strictEqual(addon.isExternal(engine.createEntity().buffer), differences.marksExternal);
     for (const name of Object.keys(engine)) {
       assert.strictEqual(addon.isExternal(engine[name]), differences.marksExternal, name);
@@ -182,14 +182,14 @@ describe('setEntityName', () => {
     assert.strictEqual(nameOf(flat.id + 1), 'sprite');
   });
 
-  it('keeps text beyond ASCII and of any length', () => {
+  it('stores text beyond ASCII and of any length', () => {
     engine.setEntityName(h, '腕 \u{1f9be} é');
     assert.strictEqual(nameOf(h), '腕 \u{1f9be} é');
     engine.setEntityName(h, 'x'.repeat(100000));
     assert.strictEqual(nameOf(h), 'x'.repeat(100000));
   });
 
-  it('converts handle and name by the rules of script', () => {
+  it('converts handle and name by the rules of JavaScript', () => {
     engine.setEntityName(String(h), 42);
     assert.strictEqual(nameOf(h), '42');
     engine.setEntityName(h + 4294967296, undefined);
@@ -210,7 +210,7 @@ describe('setEntityName', () => {
     assert.strictEqual(nameOf(h), 'before');
   });
 
-  it('changes nothing for a name that has no text', () => {
+  it('changes nothing for a name without a string form', () => {
     const throwing = {
       toString() {
         throw new Error('no text');
@@ -222,7 +222,7 @@ describe('setEntityName', () => {
     assert.strictEqual(nameOf(h), 'before');
   });
 
-  it('ignores handles that name no entity', () => {
+  it('ignores unknown handles', () => {
     for (const handle of [batch.id + 3, batch.id + 4095, 0x7ffff000, 0xffffffff, 1]) {
       assert.strictEqual(engine.setEntityName(handle, 'nobody'), null);
     }

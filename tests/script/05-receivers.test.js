@@ -18,7 +18,7 @@ describe('receiver', () => {
   const state = engine.createAnimatorControllerStateModel(1);
   const empty = new engine.constructor();
 
-  it('has two internal fields, of which new leaves both empty', () => {
+  it('has two internal fields, which new leaves empty', () => {
     for (const object of [engine, entity, component, dataModel, binding, controller, state]) {
       assert.deepStrictEqual(addon.internalFields(object), { count: 2, undefinedFields: 0 });
       const unbound = new object.constructor();
@@ -26,7 +26,7 @@ describe('receiver', () => {
     }
   });
 
-  it('is taken for its own class only', () => {
+  it('is accepted by methods of its own class only', () => {
     const nothing = {
       engine: false,
       entity: false,
@@ -62,7 +62,7 @@ describe('receiver', () => {
     }
   });
 
-  it('is taken as it stands where the check is not made', () => {
+  it('is used without a check by methods that do not check it', () => {
     assert.strictEqual(addon.unwrapUnchecked(engine), true);
     assert.strictEqual(addon.unwrapUnchecked(entity), true);
     assert.strictEqual(addon.unwrapUnchecked(empty), false);
@@ -82,7 +82,7 @@ describe('receiver', () => {
     ['undefined', undefined],
     ['a number', 7],
   ]) {
-    it(`may be ${label} where nothing uses it`, () => {
+    it(`may be ${label} if it is not used`, () => {
       assert.strictEqual(engine.setEntityName.call(receiver), null);
       assert.strictEqual(engine.setEntityName.call(receiver, entity.id), null);
       assert.strictEqual(engine.setEntityName.call(receiver, 0, 'x'), null);
@@ -127,7 +127,7 @@ describe('receiver', () => {
     });
   }
 
-  it('may be any engine for the method of another', () => {
+  it('may be another engine than the one of the method', () => {
     const other = nq.getEngine();
     assert.strictEqual(other.createEntity.call(engine, true).id, entity.id + 0x1000);
     assert.strictEqual(engine.createEntity.call(other, true).id, 0x1000);
@@ -142,7 +142,7 @@ describe('receiver', () => {
     ['nameOnEntity', 'setEntityName on an entity'],
     ['refreshOnEmpty', 'refreshWorldTransform on an empty engine'],
   ]) {
-    it(`ends the process by a fault: ${label}`, () => {
+    it(`ends the process by a segmentation fault: ${label}`, () => {
       assertFault(runScript('misuse.js', name));
     });
   }
@@ -159,7 +159,7 @@ describe('receiver', () => {
     ['skinningOnEntityConverts', 'updateSkinningMatrix, behind the conversion of its handle'],
     ['skinningsOnEmptyByWorkers', 'updateSkinningMatrices of two on an empty engine'],
   ]) {
-    it(`ends the process by a fault: ${label}`, () => {
+    it(`ends the process by a segmentation fault: ${label}`, () => {
       assertFault(runScript('animation.js', name));
     });
   }
@@ -179,13 +179,13 @@ describe('receiver', () => {
     ['updateBindingOnController', 'updateBinding on a controller'],
     ['defaultsOnEmpty', 'writeDefaultValues on an empty binding'],
   ]) {
-    it(`ends the process by a fault: ${label}`, () => {
+    it(`ends the process by a segmentation fault: ${label}`, () => {
       assertFault(runScript('controllers.js', name));
     });
   }
 
   for (const name of ['refreshOnPlainObject', 'refreshOnNumber']) {
-    it(`ends the process in V8's own way: ${name}`, () => {
+    it(`ends the process by a fatal error of V8: ${name}`, () => {
       assertHostFatal(
         runScript('misuse.js', name),
         'v8::Object::SetAlignedPointerInInternalField() Internal field out of bounds'
@@ -203,7 +203,7 @@ describe('conversion', () => {
     'handleIsBigInt',
     'handleIsSymbol',
   ]) {
-    it(`that fails ends the process in V8's own way: ${name}`, () => {
+    it(`that fails ends the process by a fatal error of V8: ${name}`, () => {
       assertHostFatal(runScript('misuse.js', name), 'v8::FromJust Maybe value is Nothing.');
     });
   }
@@ -217,7 +217,7 @@ describe('conversion', () => {
     'maskCountIsSymbol',
     'updateBindingModeThrows',
   ]) {
-    it(`that fails ends the process in V8's own way: ${name}`, () => {
+    it(`that fails ends the process by a fatal error of V8: ${name}`, () => {
       assertHostFatal(runScript('controllers.js', name), 'v8::FromJust Maybe value is Nothing.');
     });
   }
@@ -229,7 +229,7 @@ describe('conversion', () => {
     'clipCountThrows',
     'boneCountIsSymbol',
   ]) {
-    it(`that fails ends the process in V8's own way: ${name}`, () => {
+    it(`that fails ends the process by a fatal error of V8: ${name}`, () => {
       assertHostFatal(runScript('animation.js', name), 'v8::FromJust Maybe value is Nothing.');
     });
   }

@@ -4,7 +4,7 @@ const assert = require('assert');
 const { runScript, assertCleanExit, assertFailedAssertion } = require('./lib/child');
 
 describe('log', () => {
-  it('tells of a binding cycle with the handles of entity and bone', () => {
+  it('reports a binding cycle with the handles of entity and bone', () => {
     const result = runScript('log.js', 'bindingCycle');
     assertCleanExit(result);
     assert.strictEqual(
@@ -13,7 +13,7 @@ describe('log', () => {
     );
   });
 
-  it('tells of each cycle once, however long', () => {
+  it('reports each cycle once, whatever its length', () => {
     const result = runScript('log.js', 'longBindingCycle');
     assertCleanExit(result);
     assert.strictEqual(
@@ -23,14 +23,14 @@ describe('log', () => {
     );
   });
 
-  it('tells of a bone without extent at each recomputation, and what is bound to it is at rest', () => {
+  it('reports a bone of scale 0 at each recomputation, and resets its followers to the identity', () => {
     const result = runScript('log.js', 'flatBone');
     assertCleanExit(result);
     const line = '[NQ_WARN][Engine]: Entity3D world transform extract failed. \n';
     assert.strictEqual(result.stdout, line + line);
   });
 
-  it('tells nothing of such a bone when no active 3D entity follows it', () => {
+  it('does not report a bone of scale 0 that no active 3D entity follows', () => {
     const result = runScript('log.js', 'flatBoneOfNobody');
     assertCleanExit(result);
     assert.strictEqual(result.stdout, '');
@@ -44,13 +44,13 @@ describe('log', () => {
     );
   });
 
-  it('arrives ahead of a failed assertion in a worker thread', () => {
+  it('is written before a failed assertion in a worker thread', () => {
     const result = runScript('log.js', 'failInWorker');
     assertFailedAssertion(result, '1 + 1 == 3', 'tests/addon/BatchOps');
     assert.strictEqual(result.stdout, '[NQ_INFO][Engine]: on a worker: 1\n');
   });
 
-  it('arrives without a line feed of its own', () => {
+  it('adds no line feed', () => {
     const result = runScript('log.js', 'failHere');
     assertFailedAssertion(result, '2 < 1', 'tests/addon/BatchOps');
     assert.strictEqual(result.stdout, '[NQ_WARN][Engine]: no line feed');

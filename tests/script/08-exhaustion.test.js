@@ -10,21 +10,21 @@ const {
   runScriptWithLittleMemory,
 } = require('./lib/child');
 
-describe('a block that there is no memory for', () => {
-  it('ends the process by a fault, without a word', () => {
+describe('a block that exceeds the available memory', () => {
+  it('ends the process by a segmentation fault, without a log line', () => {
     assertFault(runScriptWithLittleMemory('exhaustion.js', 'block'));
   });
 
   // A sanitizer limits single blocks alone, so that these would go on until the machine has no memory.
   if (buildKind === 'plain') {
-    it('does so, too, where many small ones have used it up', () => {
+    it('does so, too, when many small blocks have used the memory', () => {
       assertFault(runScriptWithLittleMemory('exhaustion.js', 'batches'));
     });
   }
 });
 
 describe('a parent cycle', () => {
-  it('goes unnoticed where no root leads to it, though its entities are listed', () => {
+  it('is not detected under no root, even if its entities are listed', () => {
     const result = runScript('exhaustion.js', 'circleUnwalked');
     assertCleanExit(result);
     assert.strictEqual(result.stdout, 'about to end\n');

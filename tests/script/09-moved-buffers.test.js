@@ -30,7 +30,7 @@ describe('buffers transferred', () => {
 });
 
 describe('buffers over one block', () => {
-  it('all show its bytes, whichever of them are collected', () => {
+  it('all show its bytes, also after some of them were collected', () => {
     assertCleanExit(runScript('moved-buffers.js', 'overOneBlock'));
   });
 });

@@ -17,13 +17,13 @@ const {
 const quarter = Math.PI / 2;
 
 describe('refreshWorldTransform', () => {
-  it('returns null, with nothing to do too', () => {
+  it('returns null, also without changes', () => {
     const world = new World();
     assert.strictEqual(world.refresh(), null);
     assert.strictEqual(world.engine.refreshWorldTransform(1, 2), null);
   });
 
-  it('turns position and scale into matrices, down the tree', () => {
+  it('computes matrices from position and scale, down the tree', () => {
     //  root (10, 0, 0) x2
     //  +-- arm (1, 2, 3) x1
     //      +-- hand (0.5, 0, 0) x4
@@ -44,7 +44,7 @@ describe('refreshWorldTransform', () => {
     assert.strictEqual(world.commands[0], 0);
   });
 
-  it('takes mode 0 for Euler angles and any other for a quaternion as it stands', () => {
+  it('reads mode 0 as Euler angles and any other as a quaternion, not normalised', () => {
     const world = new World();
     const batch = world.add3D(4);
     const quaternion = [0, 0, Math.SQRT1_2, Math.SQRT1_2];
@@ -64,7 +64,7 @@ describe('refreshWorldTransform', () => {
     assertClose(turned.slice(0, 3), [0, 1, 0]);
   });
 
-  it('reads the first byte of a record only for the mode', () => {
+  it('reads only the first byte of a record as the mode', () => {
     const world = new World();
     const batch = world.add3D();
     batch.write(0, { euler: [0, 0, quarter] });
@@ -76,7 +76,7 @@ describe('refreshWorldTransform', () => {
     assert.deepStrictEqual(Array.from(batch.bytes.subarray(0, 4)), [0, 0xff, 0xff, 0xff]);
   });
 
-  it('turns 2D entities from y towards x', () => {
+  it('rotates 2D entities from y towards x', () => {
     const world = new World();
     const batch = world.add2D(2);
     batch.write(0, { angle: quarter, position: [3, 4], scale: [2, 5] });
@@ -89,7 +89,7 @@ describe('refreshWorldTransform', () => {
     assertClose(batch.matrix(1), [0, -2, 0, 5, 0, 0, 3, 2, 1]);
   });
 
-  it('leaves a fresh record of scale 0 as it says', () => {
+  it('computes zero axes for a new record of scale 0', () => {
     const world = new World();
     const batch = world.add3D();
     world.addRoot(batch.handle());
@@ -98,7 +98,7 @@ describe('refreshWorldTransform', () => {
     assert.deepStrictEqual(batch.matrix().map(Math.abs), [...new Array(15).fill(0), 1]);
   });
 
-  it('runs commands ahead of the list, and the list ahead of the walk', () => {
+  it('runs commands before the list, and the list before the walk', () => {
     // The child is linked, listed and walked in one call, though its link came last.
     const world = new World();
     const batch = world.add3D(2);
@@ -131,7 +131,7 @@ describe('refreshWorldTransform', () => {
     assert.deepStrictEqual(batch.matrix(1).slice(12), [9, 9, 9, 1]);
   });
 
-  it('recomputes everything below a dirty entity, from local matrices as they were', () => {
+  it('recomputes everything below a dirty entity, from unchanged local matrices', () => {
     const world = new World();
     const batch = world.add3D(2);
     batch.write(0, {});
@@ -150,7 +150,7 @@ describe('refreshWorldTransform', () => {
     assert.deepStrictEqual(batch.matrix(1).slice(12), [150, 0, 0, 1]);
   });
 
-  it('does not reach what hangs on no root', () => {
+  it('does not compute entities under no root', () => {
     const world = new World();
     const batch = world.add3D(2);
     batch.write(0, {});
@@ -167,7 +167,7 @@ describe('refreshWorldTransform', () => {
     assert.deepStrictEqual(batch.matrix(1), identity);
   });
 
-  it('skips unknown handles in the list, and does repeated ones again', () => {
+  it('skips unknown handles in the list, and accepts duplicates', () => {
     const world = new World();
     const batch = world.add3D(2);
     batch.write(1, { position: [1, 2, 3] });
@@ -212,7 +212,7 @@ describe('refreshWorldTransform', () => {
     });
   }
 
-  it('agrees with textbook transforms on random trees, over a few frames', () => {
+  it('agrees with textbook transforms on random trees, over several frames', () => {
     const seed = 20211121;
     const random = randomNumbers(seed);
     const world = new World();
@@ -281,7 +281,7 @@ describe('refreshWorldTransform', () => {
 });
 
 describe('entityCommands', () => {
-  it('run in order, and the count reads 0 afterwards', () => {
+  it('run in order, and the count is 0 afterwards', () => {
     const world = new World();
     const batch = world.add3D(3);
     [0, 1, 2].forEach((i) => batch.write(i, { position: [1, 0, 0] }));
@@ -318,7 +318,7 @@ describe('entityCommands', () => {
     assert.strictEqual(world.commands[0], 0);
   });
 
-  it('behind an unknown number are taken word by word', () => {
+  it('after an unknown number are read word by word', () => {
     const world = new World();
     const batch = world.add3D(2);
     batch.write(0, {});
@@ -333,7 +333,7 @@ describe('entityCommands', () => {
     assert.deepStrictEqual(batch.matrix(1), identity);
   });
 
-  it('keep the kinds apart in AddChild and not in InsertChild', () => {
+  it('link across kinds by InsertChild but not by AddChild', () => {
     const world = new World();
     const solid = world.add3D(2);
     const flat = world.add2D();
@@ -355,7 +355,7 @@ describe('entityCommands', () => {
     assert.deepStrictEqual(solid.matrix(1).slice(12), [11, 22, 30, 1]);
   });
 
-  it('leave an entity that is added to itself alone', () => {
+  it('do nothing if an entity is added to itself', () => {
     const world = new World();
     const batch = world.add3D();
     batch.write(0, { position: [1, 0, 0] });
@@ -367,7 +367,7 @@ describe('entityCommands', () => {
     assert.deepStrictEqual(batch.matrix().slice(12), [1, 0, 0, 1]);
   });
 
-  it('leave an entity with a parent out of the roots', () => {
+  it('do not make an entity with a parent a root', () => {
     const world = new World();
     const batch = world.add3D(2);
     batch.write(0, {});
@@ -398,7 +398,7 @@ describe('entityCommands', () => {
     assert.deepStrictEqual(batch.matrix(1).slice(12), [1, 0, 0, 1]);
   });
 
-  it('reset a subtree: links go, records and children of others stay', () => {
+  it('reset the links of a subtree, but not records or children of others', () => {
     //  root -- a -- b        other -- c
     const world = new World();
     const batch = world.add3D(5);
@@ -431,7 +431,7 @@ describe('entityCommands', () => {
     assert.deepStrictEqual(batch.matrix(2).slice(12), [3, 0, 0, 1]);
   });
 
-  it('stop and resume the work below an inactive entity', () => {
+  it('stop and resume computation below an inactive entity', () => {
     //  root -- arm -- hand
     const world = new World();
     const batch = world.add3D(3);
@@ -473,7 +473,7 @@ describe('entityCommands', () => {
     assert(batch.isPoisoned());
   });
 
-  it('ignore handles of nobody', () => {
+  it('ignore unknown handles', () => {
     const world = new World();
     const batch = world.add3D();
     batch.write(0, {});
@@ -501,7 +501,7 @@ describe('entityCommands', () => {
     assert.deepStrictEqual(world.listed(), []);
   });
 
-  it('fill the whole buffer', () => {
+  it('may fill the whole buffer', () => {
     // 49148 bytes behind the count: 6143 roots and a lone word at the end.
     const world = new World();
     const first = world.add3D(4095);
@@ -570,7 +570,7 @@ describe('bound entities', () => {
     assert.deepStrictEqual(world.listed(), []);
   });
 
-  it('follow the bone alone, without regard to their own parent', () => {
+  it('follow only the bone, regardless of their own parent', () => {
     const { world, bound } = skeleton();
     const parent = world.add3D();
     parent.write(0, { position: [1000, 0, 0] });
@@ -583,7 +583,7 @@ describe('bound entities', () => {
     assertClose(bound.matrix(0).slice(12), [1012, 4, 6, 1]);
   });
 
-  it('are left alone while inactive, and after they are unbound', () => {
+  it('are not updated while inactive, or after they are unbound', () => {
     const { world, bones, bound } = skeleton();
     world.deactivate(bound.handle(0));
     world.unbind(bound.handle(1));
@@ -615,7 +615,7 @@ describe('bound entities', () => {
     assert.deepStrictEqual(bound.transform(0).position, [9, 9, 9]);
   });
 
-  it('leave the old bone for a new one', () => {
+  it('follow the bone that they were bound to last', () => {
     const { world, bones, bound } = skeleton();
     world.bind(bound.handle(0), bones.handle(0));
     world.refresh();
@@ -624,7 +624,7 @@ describe('bound entities', () => {
     assert.deepStrictEqual(world.listed(), [bound.handle(0), bound.handle(1)]);
   });
 
-  it('are dropped from a full list without a word', () => {
+  it('are dropped from a full list without a log line', () => {
     const world = new World();
     const bone = world.add3D();
     bone.write(0, { position: [1, 2, 3] });
@@ -657,7 +657,7 @@ describe('bound entities', () => {
 });
 
 describe('a frame', () => {
-  it('of commands, 3D and 2D trees and bound entities comes out whole', () => {
+  it('of commands, 3D and 2D trees and bound entities gives all expected matrices', () => {
     //  ship (3D root)                      sign (2D root)
     //  +-- turret        <- flare (bound)  +-- letter
     //      +-- barrel

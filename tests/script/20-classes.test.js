@@ -18,7 +18,7 @@ describe('ClassTemplateBuilder.Inherit', () => {
     assert.deepStrictEqual([isKindOfBase, isKindOfBindingBase, baseCount], [true, true, 2]);
   });
 
-  it('remembers an installed base until the class is installed', () => {
+  it('stores an installed base until the class is installed', () => {
     const { derived, base, isKindOfBase, isKindOfBindingBase, baseCount } =
       addon.inherit('base installed');
     assert.strictEqual(Object.getPrototypeOf(derived.prototype), base.prototype);
@@ -37,7 +37,7 @@ describe('ClassTemplateBuilder.Inherit', () => {
     assert.deepStrictEqual([isKindOfBase, isKindOfBindingBase, baseCount], [true, true, 2]);
   });
 
-  it('only records such a base for an installed class too', () => {
+  it('only records a base that is not installed for an installed class, too', () => {
     const { derived, base, isKindOfBase, isKindOfBindingBase, baseCount } =
       addon.inherit('derived installed');
     assert.strictEqual(base, undefined);
@@ -47,7 +47,7 @@ describe('ClassTemplateBuilder.Inherit', () => {
 });
 
 describe('ClassTemplateBuilder.Install', () => {
-  it('acts once a thread', () => {
+  it('runs once per thread', () => {
     const [first, second] = addon.installTwice();
     assert.strictEqual(second, first);
     assert.strictEqual(first.name, 'First');
@@ -74,7 +74,7 @@ describe('TypeInfo', () => {
   const engine = nq.getEngine();
   const entity = engine.createEntity();
 
-  it('keeps ancestors flat, each once', () => {
+  it('stores ancestors in a flat list, each once', () => {
     assert.deepStrictEqual(addon.flatBases(), {
       baseCount: 2,
       basesOfBases: 0,
@@ -83,11 +83,11 @@ describe('TypeInfo', () => {
     });
   });
 
-  it('takes in what a known base has gained', () => {
+  it('adds bases that a known base has gained', () => {
     assert.deepStrictEqual(addon.lateBase(), [1, 2]);
   });
 
-  it('makes every class a kind of BindingBase and of itself', () => {
+  it('lists every class as a kind of BindingBase and of itself', () => {
     for (const [object, own] of [
       [engine, 'BindingEngine'],
       [entity, 'BindingEngineEntity'],
@@ -97,13 +97,13 @@ describe('TypeInfo', () => {
     }
   });
 
-  it('makes no class a kind of another', () => {
+  it('lists no class as a kind of another', () => {
     assert.strictEqual(addon.isKindOf(entity, 'BindingEngine'), false);
     assert.strictEqual(addon.isKindOf(engine, 'BindingEngineEntity'), false);
     assert.strictEqual(addon.isKindOf(engine, 'IEntity'), false);
   });
 
-  it('records what classes declare, which is not always what they derive from', () => {
+  it('records the declared bases, which may differ from the C++ bases', () => {
     assert.strictEqual(addon.isKindOf(engine, 'BindingEngineBase'), true);
     assert.strictEqual(addon.isKindOf(entity, 'BindingEngineBase'), false);
     assert.strictEqual(addon.isKindOf(entity, 'IEntity'), false);
@@ -111,7 +111,7 @@ describe('TypeInfo', () => {
     assert.strictEqual(addon.baseCount(entity), 1);
   });
 
-  it('gains nothing from a second registration', () => {
+  it('is unchanged by a second registration', () => {
     const again = nq.getEngine();
     assert.strictEqual(addon.baseCount(again), 2);
     assert.strictEqual(addon.baseCount(engine), 2);
@@ -120,7 +120,7 @@ describe('TypeInfo', () => {
 });
 
 describe('RegisterClasses', () => {
-  it('leaves one template a class, however often it runs', () => {
+  it('keeps one template per class, however often it runs', () => {
     const first = addon.registerClasses();
     const second = addon.registerClasses();
     assert.strictEqual(first.Engine.name, 'Engine');
@@ -132,7 +132,7 @@ describe('RegisterClasses', () => {
     }
   });
 
-  it('leaves the classes of another library alone', () => {
+  it('does not affect classes of another library', () => {
     assert.notStrictEqual(addon.registerClasses().Engine, nq.getEngine().constructor);
   });
 });

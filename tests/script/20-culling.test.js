@@ -183,7 +183,7 @@ async function collectUntil(done) {
 }
 
 describe('createComponent', () => {
-  it('returns null without arguments and for kinds that there are not', () => {
+  it('returns null without arguments and for unknown kinds', () => {
     const { engine } = new Scene();
     assert.strictEqual(engine.createComponent(), null);
     for (const kind of [0, 4, 9, 9.9, -1, 0x100000000, undefined, null, 'x', {}, NaN]) {
@@ -192,7 +192,7 @@ describe('createComponent', () => {
     assert.strictEqual(engine.createComponent(1).id, 0x1000);
   });
 
-  it('makes batches of culling objects with zeroed records of 28 bytes', () => {
+  it('creates batches of culling objects with zeroed records of 28 bytes', () => {
     const { engine } = new Scene();
     for (const [count, bytes] of [
       [1, 28],
@@ -208,7 +208,7 @@ describe('createComponent', () => {
     }
   });
 
-  it('takes a count of 0 or none as 1, and converts by the rules of script', () => {
+  it('treats a count of 0 or none as 1, and converts by the rules of JavaScript', () => {
     const { engine } = new Scene();
     for (const [args, count] of [
       [[1], 1],
@@ -237,7 +237,7 @@ describe('createComponent', () => {
     assert.strictEqual(engine.createComponent(1).id, 0x1000, 'no handle was used up');
   });
 
-  it('counts handles apart from those of entities', () => {
+  it('numbers handles independently of those of entities', () => {
     const { engine } = new Scene();
     const first = engine.createComponent(1, 9);
     const entity = engine.createEntity();
@@ -245,7 +245,7 @@ describe('createComponent', () => {
     assert.deepStrictEqual([first.id, entity.id, second.id], [0x1000, 0x1000, 0x2000]);
   });
 
-  it('gives a handle free with its component; a refused one has none to give', async () => {
+  it('releases a handle with its component; a refused component has none', async () => {
     const { engine } = new Scene();
     const kept = [engine.createComponent(1)];
     (() => {
@@ -261,7 +261,7 @@ describe('createComponent', () => {
     assert(kept.every(({ id, buffer }) => id !== 0 && buffer.byteLength === 28));
   });
 
-  it('counts batches under its quoted name while objects are tracked', async () => {
+  it('is counted by batches under its quoted name while objects are tracked', async () => {
     const { engine } = new Scene();
     addon.enableObjectTracking(engine);
     const label = '"EngineComponent"';
@@ -278,7 +278,7 @@ describe('createComponent', () => {
     assert.strictEqual(kept[1].id, 0);
   });
 
-  it('gives its block back with the component, though the engine went first', async () => {
+  it('releases its block with the component, even after the engine', async () => {
     let [engine, component] = [getEngine(), null];
     const runtime = addon.runtimeOf(engine);
     component = engine.createComponent(1, 5);
@@ -294,14 +294,14 @@ describe('createComponent', () => {
 });
 
 describe('culling methods', () => {
-  it('are five functions, of which two share what they do', () => {
+  it('are five functions, of which two are the same', () => {
     const { engine } = new Scene();
     const functions = Object.keys(methods).map((name) => engine[name]);
     assert(functions.every((method) => typeof method === 'function'));
     assert.strictEqual(new Set(functions).size, 5);
   });
 
-  it('without a batch: null, or false with the buffer as it was', () => {
+  it('without a batch return null, or false with an unchanged buffer', () => {
     const { engine } = new Scene();
     new Uint8Array(engine.cullingResult).fill(0x5a);
     const before = engine.cullingResult;
@@ -333,7 +333,7 @@ describe('culling methods', () => {
         assert.strictEqual(scene.result.objects.length, 0);
       });
 
-      it('takes a list only as the one argument more', () => {
+      it('reads a list only from the argument after the required ones', () => {
         const scene = new Scene();
         const near = scene.addSphere(0, 0, -10);
         const far = scene.addSphere(0, 0, -20);
@@ -344,7 +344,7 @@ describe('culling methods', () => {
         assert.deepStrictEqual(seen(scene, name, ...args, 0, list([far])), [near, far]);
       });
 
-      it('ignores whatever is no ArrayBuffer in the place of the list', () => {
+      it('ignores a list that is no ArrayBuffer', () => {
         const scene = new Scene();
         const near = scene.addSphere(0, 0, -10);
         const far = scene.addSphere(0, 0, -20);
@@ -357,7 +357,7 @@ describe('culling methods', () => {
         }
       });
 
-      it('refuses lists that hold less than they say', () => {
+      it('refuses lists whose count exceeds the buffer', () => {
         const scene = new Scene();
         const object = scene.addSphere(0, 0, -10);
         scene.engine.frustumCullingV2(...frustum());
@@ -397,7 +397,7 @@ describe('culling methods', () => {
         assert.deepStrictEqual(seen(scene, name, ...camera(), two), one);
       });
 
-      it('passes over handles of nothing, and repeats those that stand twice', () => {
+      it('skips unknown handles, and reports duplicates twice', () => {
         const scene = new Scene();
         const near = scene.addSphere(0, 0, -10);
         const far = scene.addSphere(0, 0, -20);
@@ -421,7 +421,7 @@ describe('culling methods', () => {
         assert.strictEqual(expected.hash, ((0x3000 * 31 + 0x2000) * 31 + 0x1000) >>> 0);
       });
 
-      it('leaves out what is disabled, on other layers, flat, or without an entity', () => {
+      it('skips objects that are disabled, on other layers, on 2D entities, or without an entity', () => {
         const scene = new Scene();
         const plain = scene.addSphere(0, 0, -10);
         const disabled = scene.addSphere(0, 0, -11, { enabled: 0 });
@@ -447,7 +447,7 @@ describe('culling methods', () => {
         assert.deepStrictEqual(seen(scene, name), [object]);
       });
 
-      it('reads numbers and the mask by the rules of script', () => {
+      it('converts numbers and the mask by the rules of JavaScript', () => {
         const scene = new Scene();
         const object = scene.addSphere(0, 0, -10, { mask: 0x80000000 });
         const order = [];
@@ -461,7 +461,7 @@ describe('culling methods', () => {
         assert.deepStrictEqual(order, [...Array(required).keys()]);
       });
 
-      it('survives cameras of no numbers', () => {
+      it('survives NaN cameras', () => {
         const scene = new Scene();
         const handles = scene.addRow(300, 0.1);
         for (const odd of [NaN, Infinity, -Infinity, 1e300, 5e-324, undefined, 'x']) {
@@ -478,7 +478,7 @@ describe('culling methods', () => {
         }
       });
 
-      it('sees everything where the eye stands at its target, at depths that are no numbers', () => {
+      it('sees everything with NaN depths if eye and target are equal', () => {
         const scene = new Scene();
         const handles = scene.addRow(300);
         const args = camera();
@@ -507,13 +507,13 @@ describe('culling methods', () => {
     });
   }
 
-  it('createComponent returns null for a wrong receiver and a kind that there is not', () => {
+  it('createComponent returns null for a wrong receiver and an unknown kind', () => {
     const { engine } = new Scene();
     assert.strictEqual(engine.createComponent.call(engine.createEntity()), null);
     assert.strictEqual(engine.createComponent.call({}, 9), null);
   });
 
-  it('give the same by all names and both ways of handing back', () => {
+  it('give the same result by all names and by both ways of returning it', () => {
     const scene = new Scene();
     scene.addRow(50, 3);
     scene.addSphere(5, 5, -30, { radius: 4 });
@@ -532,7 +532,7 @@ describe('culling methods', () => {
     }
   });
 
-  it('keep a sphere that touches the far plane, and drop one a thousandth further', () => {
+  it('keep a sphere that touches the far plane, and cull one a thousandth farther', () => {
     const scene = new Scene();
     scene.addSphere(0, 0, -101);
     for (const name of Object.keys(methods)) {
@@ -544,7 +544,7 @@ describe('culling methods', () => {
     assert.strictEqual(scene.engine.orthoCulling(...box()), null);
   });
 
-  it('place the sphere by the entity, with its longest axis for the radius', () => {
+  it('transform the sphere by the entity, and scale the radius by its longest axis', () => {
     const scene = new Scene();
     scene.addSphere(0, 0, 0, { center: [1, 2, -10], radius: 2 });
     new Float32Array(scene.kept[0].buffer).set([0.5, 1, 3], 8);
@@ -564,7 +564,7 @@ describe('world spheres', () => {
     return answer === null ? null : readObject(answer).distances;
   };
 
-  it('follow the entity, and the record only with the entity', () => {
+  it('are updated when the entity is recomputed, not when the record changes', () => {
     const scene = new Scene();
     scene.addSphere(0, 0, -10);
     const [entity, objects] = scene.kept;
@@ -577,7 +577,7 @@ describe('world spheres', () => {
     assert.deepStrictEqual(depths(scene), [18]);
   });
 
-  it('are points at the origin until the entity went through a pass', () => {
+  it('are points at the origin until the world matrix of the entity is computed', () => {
     const scene = new Scene();
     const entity = scene.addEntities();
     const objects = scene.addObjects(1);
@@ -590,7 +590,7 @@ describe('world spheres', () => {
     assert.deepStrictEqual(depths(scene), [10]);
   });
 
-  it('stay where they were when a reset brings an old version back', () => {
+  it('are not updated when a reset restores an old world version', () => {
     const scene = new Scene();
     scene.addSphere(0, 0, -10);
     assert.deepStrictEqual(depths(scene), [10]);
@@ -601,7 +601,7 @@ describe('world spheres', () => {
     assert.deepStrictEqual(depths(scene), [41]);
   });
 
-  it('stay with a new entity that no pass has reached', () => {
+  it('are kept for a new entity without a world matrix', () => {
     const scene = new Scene();
     scene.addSphere(0, 0, -10);
     assert.deepStrictEqual(depths(scene), [10]);
@@ -612,7 +612,7 @@ describe('world spheres', () => {
     assert.deepStrictEqual(depths(scene), [30]);
   });
 
-  it('are not looked for again while a handle that named nothing stays', () => {
+  it('are not looked up again while an unknown handle is unchanged', () => {
     const scene = new Scene();
     const objects = scene.addObjects(1);
     scene.put(objects, 0, 0x1000);
@@ -626,7 +626,7 @@ describe('world spheres', () => {
     assert.deepStrictEqual(depths(scene), [10]);
   });
 
-  it('go with their entity, whose handle means another one later', async () => {
+  it('are released with their entity, and use a new entity of the same handle', async () => {
     const scene = new Scene();
     const stays = scene.addSphere(0, 0, -20);
     (() => {
@@ -652,7 +652,7 @@ describe('world spheres', () => {
     assert.deepStrictEqual(depths(scene), [15, 20]);
   });
 
-  it('go with their batch: a list of its handles then gives nothing', async () => {
+  it('are released with their batch: a list of its handles is then empty', async () => {
     const scene = new Scene();
     const object = (() => scene.addSphere(0, 0, -10))();
     scene.engine.frustumCullingV2(...frustum());
@@ -667,7 +667,7 @@ describe('world spheres', () => {
   });
 });
 
-describe('results of their own', () => {
+describe('results in new objects', () => {
   it('are plain objects of two buffers and a hash, in this order', () => {
     const scene = new Scene();
     const handles = scene.addRow(3);
@@ -715,7 +715,7 @@ describe('results of their own', () => {
     assert.deepStrictEqual(readObject(first), expected);
   });
 
-  it('leave "cullingResult" alone', () => {
+  it('do not change "cullingResult"', () => {
     const scene = new Scene();
     scene.addRow(4);
     scene.engine.frustumCulling(...frustum());
@@ -740,7 +740,7 @@ describe('results of their own', () => {
     assert.strictEqual(new Float32Array(distances)[499], Math.fround(2 + Math.fround(4.99)));
   });
 
-  it('keep to their own call where a setter culls again', () => {
+  it('belong to their own call if a setter culls again', () => {
     const scene = new Scene();
     const handles = scene.addRow(40);
     const expected = readObject(scene.engine.frustumCulling(...frustum()));
@@ -790,7 +790,7 @@ describe('"cullingResult"', () => {
     assert.deepStrictEqual([words[0], words[1]], [hashOf(handles), 3]);
   });
 
-  it('has its distances right behind the objects, and leaves what is behind them', () => {
+  it('has its distances directly after the objects, and does not write further', () => {
     const scene = new Scene();
     const handles = scene.addRow(3, 1);
     const { engine } = scene;
@@ -814,7 +814,7 @@ describe('"cullingResult"', () => {
     ['frustumCullingV2', frustum],
     ['orthoCullingV2', box],
   ]) {
-    it(`grows with 480 entries to spare, and says so (${name})`, () => {
+    it(`grows with 480 spare entries, and returns true (${name})`, () => {
       const scene = new Scene();
       const handles = scene.addRow(4095);
       const objects = scene.kept[1];
@@ -851,7 +851,7 @@ describe('"cullingResult"', () => {
     });
   }
 
-  it('holds a thousand to its very last byte', () => {
+  it('holds a thousand objects in exactly its bytes', () => {
     const scene = new Scene();
     scene.addRow(1000);
     scene.engine.frustumCullingV2(...frustum());
@@ -860,7 +860,7 @@ describe('"cullingResult"', () => {
     assert.strictEqual(floats[2001], Math.fround(2 + Math.fround(9.99)));
   });
 
-  it('grows beyond what one batch holds', () => {
+  it('grows beyond the size of one batch', () => {
     const scene = new Scene();
     const handles = scene.addRow(10000, 0.009);
     assert.strictEqual(scene.engine.frustumCullingV2(...frustum()), true);
@@ -868,7 +868,7 @@ describe('"cullingResult"', () => {
     assert.deepStrictEqual(scene.result.objects, handles);
   });
 
-  it('is written before a setter in its place can cull again', () => {
+  it('is written before a setter of that name can cull again', () => {
     const scene = new Scene();
     const handles = scene.addRow(3000);
     const { engine } = scene;
@@ -896,7 +896,7 @@ describe('memory', () => {
     return spawnSync(process.execPath, ['--expose-gc', '-e', source], options);
   }
 
-  it('of results is given back once they are collected', function () {
+  it('of results is released when they are collected', function () {
     this.timeout(120000);
     // The address sanitizer holds freed blocks back, by default more than is used here.
     const settings = `${process.env.ASAN_OPTIONS || ''}:quarantine_size_mb=1`;
@@ -949,7 +949,7 @@ describe('memory', () => {
     assert(grown.external < 4e6, `external memory grew by ${grown.external} bytes`);
   });
 
-  it('of engines, entities and objects that are dropped in any order is left alone', async () => {
+  it('of engines, entities and objects that are dropped in any order is not accessed', async () => {
     for (let order = 0; order < 6; ++order) {
       await (async () => {
         const scene = new Scene();

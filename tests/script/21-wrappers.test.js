@@ -25,7 +25,7 @@ describe('BindingBase', () => {
     }
   });
 
-  it('reports its amount to V8, changes of it, and takes it back at the end', async () => {
+  it('reports its size and changes to V8, and subtracts it at the end', async () => {
     await collect();
     const before = addon.externalMemory();
     const destroyed = addon.destroyedProbes();
@@ -42,7 +42,7 @@ describe('BindingBase', () => {
     assert.strictEqual(addon.externalMemory(), before);
   });
 
-  it('goes only when its object has been collected', async () => {
+  it('is destroyed only after its object was collected', async () => {
     await collect();
     const destroyed = addon.destroyedProbes();
     const kept = addon.newProbe(64);
@@ -57,7 +57,7 @@ describe('BindingBase', () => {
     assert.strictEqual(addon.objectOf(kept), kept);
   });
 
-  it('stays when its thread keeps collected wrappers', async () => {
+  it('is kept if its thread keeps collected wrappers', async () => {
     await collect();
     const destroyed = addon.destroyedProbes();
     const before = addon.externalMemory();
@@ -79,7 +79,7 @@ describe('BindingBase', () => {
     }
   });
 
-  it('reports the own size of the module’s wrappers, not that of the blocks', async () => {
+  it('reports the size of wrappers, not of their blocks', async () => {
     const sizes = addon.wrapperSizes();
     await collect();
     const before = addon.externalMemory();

@@ -22,7 +22,7 @@ function counting(length) {
 }
 
 describe('ReadBytes', () => {
-  it('takes an ArrayBuffer whole', () => {
+  it('reads all bytes of an ArrayBuffer', () => {
     assert.deepStrictEqual(addon.readBytes(counting(5)), {
       isNull: false,
       length: 5,
@@ -30,7 +30,7 @@ describe('ReadBytes', () => {
     });
   });
 
-  it('takes the range of a view, of any kind', () => {
+  it('reads the range of a view, of any kind', () => {
     const buffer = counting(24);
     const eight = { isNull: false, length: 8, bytes: [8, 9, 10, 11, 12, 13, 14, 15] };
     for (const view of [
@@ -49,7 +49,7 @@ describe('ReadBytes', () => {
     }
   });
 
-  it('takes small views that V8 keeps on its own heap', () => {
+  it('reads small views that V8 stores on its own heap', () => {
     const view = new Uint8Array(3);
     view.set([7, 8, 9]);
     assert.deepStrictEqual(addon.readBytes(view).bytes, [7, 8, 9]);
@@ -57,26 +57,26 @@ describe('ReadBytes', () => {
     assert.deepStrictEqual(Array.from(view), [7, 200, 9]);
   });
 
-  it('gives the memory itself, not a copy', () => {
+  it('returns the memory itself, not a copy', () => {
     const buffer = counting(8);
     addon.writeByte(new Uint8Array(buffer, 4, 2), 1, 99);
     assert.deepStrictEqual(Array.from(new Uint8Array(buffer)), [0, 1, 2, 3, 4, 99, 6, 7]);
   });
 
-  it('takes a view of shared memory, and not the shared memory itself', () => {
+  it('reads a view of a SharedArrayBuffer, but not the SharedArrayBuffer itself', () => {
     const shared = new SharedArrayBuffer(4);
     new Uint8Array(shared).set([1, 2, 3, 4]);
     assert.deepStrictEqual(addon.readBytes(new Uint8Array(shared, 1, 2)).bytes, [2, 3]);
     assert.deepStrictEqual(addon.readBytes(shared), nothing);
   });
 
-  it('finds nothing in an empty view at the end', () => {
+  it('reads no bytes from an empty view at the end', () => {
     assert.deepStrictEqual(addon.readBytes(new Uint8Array(counting(4), 4)), nothing);
     assert.strictEqual(addon.readBytes(new Uint8Array(counting(4), 2, 0)).length, 0);
     assert.strictEqual(addon.readBytes(new Uint8Array(counting(4), 2, 0)).isNull, false);
   });
 
-  it('finds nothing in what is detached', () => {
+  it('reads no bytes from a detached buffer', () => {
     const buffer = counting(16);
     const views = [new Uint8Array(buffer), new Uint8Array(buffer, 4, 4), new DataView(buffer, 8)];
     detach(buffer);
@@ -87,7 +87,7 @@ describe('ReadBytes', () => {
     }
   });
 
-  it('cuts a range to what is left of its block', () => {
+  it('truncates a range to the rest of its block', () => {
     assert.deepStrictEqual(addon.clip(8, 2, 3), [2, 3]);
     assert.deepStrictEqual(addon.clip(8, 2, 6), [2, 6]);
     assert.deepStrictEqual(addon.clip(8, 6, 100), [6, 2]);
@@ -96,7 +96,7 @@ describe('ReadBytes', () => {
     assert.deepStrictEqual(addon.clip(8, 7, 0), [7, 0]);
   });
 
-  it('finds nothing in a range that starts at or past the end', () => {
+  it('reads no bytes from a range that starts at or past the end', () => {
     assert.strictEqual(addon.clip(8, 8, 0), null);
     assert.strictEqual(addon.clip(8, 8, 4), null);
     assert.strictEqual(addon.clip(8, 9, 4), null);
@@ -104,7 +104,7 @@ describe('ReadBytes', () => {
     assert.strictEqual(addon.clip(0, 0, 0), null);
   });
 
-  it('finds nothing in anything else', () => {
+  it('reads no bytes from other values', () => {
     for (const value of [
       undefined,
       null,
@@ -124,7 +124,7 @@ describe('ReadBytes', () => {
 });
 
 describe('ReadUint32 and ReadBool', () => {
-  it('convert by the rules of script', () => {
+  it('convert by the rules of JavaScript', () => {
     const cases = [
       [0, 0, false],
       [-0, 0, false],
@@ -154,7 +154,7 @@ describe('ReadUint32 and ReadBool', () => {
     });
   });
 
-  it('take an argument past the end for undefined', () => {
+  it('treat an argument past the end as undefined', () => {
     assert.deepStrictEqual(addon.convert(), [{ uint32: 0, bool: false }]);
   });
 });

@@ -14,7 +14,7 @@ describe('NewGivenAwayBuffer', () => {
     assert.strictEqual(addon.isExternal(buffer), differences.marksExternal);
   });
 
-  it('keeps the block while the buffer is held by a view alone', async () => {
+  it('keeps the block while only a view holds the buffer', async () => {
     const view = new Uint8Array(addon.givenAway(100000));
     await collect();
     (() => {
@@ -63,7 +63,7 @@ describe('WeakBufferHolder', () => {
     assert.strictEqual(kept.byteLength, 64);
   });
 
-  it('may have none', async () => {
+  it('may have no finaliser', async () => {
     // What the test above kept goes first.
     await collect();
     await collect();

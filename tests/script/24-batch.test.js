@@ -18,7 +18,7 @@ describe('BatchUpdate', () => {
     assert.deepStrictEqual(batch([0, 1, 2, 3]), nothing);
   });
 
-  it('runs a single handle on the script thread', () => {
+  it('runs a single handle on the calling thread', () => {
     assert.deepStrictEqual(batch([1, 0x5003]), {
       handles: [0x5003],
       onScriptThread: [true],
@@ -44,7 +44,7 @@ describe('BatchUpdate', () => {
     assert(result.threads >= 1 && result.threads <= 4, `${result.threads} threads`);
   });
 
-  it('runs each handle once whatever their number is', () => {
+  it('runs each handle once, for any number of handles', () => {
     for (let count = 2; count <= 64; ++count) {
       const handles = Array.from({ length: count }, (_, i) => 1000 + i);
       const result = batch([count, ...handles]);
@@ -60,16 +60,16 @@ describe('BatchUpdate', () => {
     assert.strictEqual(batch([4, 1, 2, 3, 4], 100).threads, 4);
   });
 
-  it('runs repeated handles as often as they are listed, and 0 too', () => {
+  it('runs duplicates as often as they are listed, including 0', () => {
     assert.deepStrictEqual(batch([3, 9, 0, 9]).handles.sort(), [0, 9, 9]);
   });
 
-  it('reads no words behind the count', () => {
+  it('reads no words beyond the count', () => {
     assert.deepStrictEqual(batch([2, 5, 6, 7, 8]).handles.sort(), [5, 6]);
     assert.deepStrictEqual(batch([1, 5, 6]).handles, [5]);
   });
 
-  it('takes views by their range, and buffers', () => {
+  it('accepts buffers, and views by their range', () => {
     const words = Uint32Array.from([99, 2, 11, 12, 13]);
     assert.deepStrictEqual(addon.batch(engine, words.subarray(1), 0).handles.sort(), [11, 12]);
     assert.deepStrictEqual(
@@ -79,7 +79,7 @@ describe('BatchUpdate', () => {
     assert.deepStrictEqual(addon.batch(engine, Uint32Array.from([1, 21]).buffer, 0).handles, [21]);
   });
 
-  it('takes a buffer at an odd offset', () => {
+  it('accepts a view at an odd offset', () => {
     const bytes = new Uint8Array(13);
     bytes.set([2, 0, 0, 0, 3, 1, 0, 0, 4, 1, 0, 0], 1);
     assert.deepStrictEqual(
@@ -117,7 +117,7 @@ describe('BatchUpdate', () => {
     ['batchOfEmptyBuffer', 'a buffer of no bytes'],
     ['batchOfDetachedView', 'a view of a detached buffer'],
   ]) {
-    it(`faults on the first word of ${label}`, () => {
+    it(`ends the process by a segmentation fault on the first word of ${label}`, () => {
       assertFault(runScript('misuse.js', name));
     });
   }

@@ -29,7 +29,7 @@ describe('object tracking', () => {
     assert.strictEqual(kept.length, 3);
   });
 
-  it('counts each engine on its own', () => {
+  it('counts each engine separately', () => {
     const [first, second] = [nq.getEngine(), nq.getEngine()];
     addon.enableObjectTracking(first);
     const kept = [first.createEntity(), second.createEntity()];
@@ -38,7 +38,7 @@ describe('object tracking', () => {
     assert.strictEqual(kept.length, 2);
   });
 
-  it('takes collected batches off again', async () => {
+  it('subtracts collected batches', async () => {
     const engine = nq.getEngine();
     addon.enableObjectTracking(engine);
     const kept = engine.createEntity();
@@ -52,7 +52,7 @@ describe('object tracking', () => {
     assert.notStrictEqual(kept.id, 0);
   });
 
-  it('keeps the counts when it ends, and drops them when it starts', async () => {
+  it('keeps the counts when it stops, and clears them when it starts', async () => {
     const engine = nq.getEngine();
     addon.enableObjectTracking(engine);
     const kept = [engine.createEntity()];
@@ -63,7 +63,7 @@ describe('object tracking', () => {
     assert.deepStrictEqual(addon.objectCounts(engine), {});
   });
 
-  it('never counts below 0, whatever went before it started', async () => {
+  it('never counts below 0, also for batches from before it started', async () => {
     const engine = nq.getEngine();
     const runtime = addon.runtimeOf(engine);
     (() => {
@@ -110,7 +110,7 @@ describe('object tracking', () => {
     });
   }
 
-  it('counts classes apart, and nothing that was refused with null', () => {
+  it('counts classes separately, and not those refused with null', () => {
     const engine = nq.getEngine();
     addon.enableObjectTracking(engine);
     const kept = [
@@ -131,7 +131,7 @@ describe('object tracking', () => {
     assert.strictEqual(kept.length, 4);
   });
 
-  it('counts bindings as "unknown" when they are made, and never takes them off', async () => {
+  it('counts bindings as "unknown" at creation, and never subtracts them', async () => {
     const engine = nq.getEngine();
     const references = addon.coreReferences(engine);
     addon.enableObjectTracking(engine);

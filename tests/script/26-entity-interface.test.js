@@ -11,11 +11,11 @@ const quarter = Math.PI / 2;
 describe('QueryInterface', () => {
   const { object } = new World().add3D();
 
-  it('answers with the entity part for its name', () => {
+  it('returns the entity interface for its name', () => {
     assert.strictEqual(addon.queryInterface(object, 'IEntity'), 'sub-object');
   });
 
-  it('answers nothing for any other', () => {
+  it('returns null for any other name', () => {
     const names = ['BindingBase', 'BindingEngineBase', 'BindingEngine', 'BindingEngineEntity', ''];
     for (const name of names) {
       assert.strictEqual(addon.queryInterface(object, name), 'none', name);
@@ -66,7 +66,7 @@ describe('IEntity', () => {
     assertClose(call('getWorldScale', child), [10, 18, 28]);
   });
 
-  it('divides the rotation by scales as the records hold them now', () => {
+  it('divides the rotation by the current scales of the records', () => {
     const { batch, call, root } = scene();
     // The matrix still has scale 2, and is divided by 4 now: half the rotation matrix is left. With
     // its trace at 0.5, s is sqrt(1.5); w = s / 2 and z = (0.5 + 0.5) / (2 s).
@@ -75,7 +75,7 @@ describe('IEntity', () => {
     assertClose(call('getWorldRotation', root), [0, 0, 1 / (2 * s), s / 2]);
   });
 
-  it('counts the times that an entity or one above it was listed', () => {
+  it('counts how often an entity or an ancestor was listed', () => {
     const { world, call, root, child } = scene();
     // Once for itself, once with its parent.
     assert.strictEqual(call('getEntityVersion', root), 1);
@@ -96,7 +96,7 @@ describe('IEntity', () => {
     assert.strictEqual(call('getEntityName', root), '');
   });
 
-  it('knows 3D entities only', () => {
+  it('finds 3D entities only', () => {
     const { call, flat, batch } = scene();
     for (const handle of [flat.handle(), batch.handle(2), 0, 0xfffff000]) {
       assert.strictEqual(call('getEntityVersion', handle), 0);
@@ -127,7 +127,7 @@ describe('IEntity', () => {
     assert.deepStrictEqual(call('getWorldPosition', other.handle()), [7, 8, 9]);
   });
 
-  it('stores a world position of an entity without a parent as it is', () => {
+  it('stores a world position of an entity without a parent unchanged', () => {
     const { world, batch, call, root } = scene();
     call('setWorldPosition', root, 1, 2, 3, false);
     assert.deepStrictEqual(batch.transform(0).position, [1, 2, 3]);
@@ -145,7 +145,7 @@ describe('IEntity', () => {
     assertClose(batch.transform(1).position, [1, 5, 7]);
   });
 
-  it('marks the entity and builds its local matrix if told to do so immediately', () => {
+  it('marks the entity dirty, and builds its local matrix if requested', () => {
     const { world, call, root, child } = scene();
     call('setWorldPosition', root, 1, 2, 3, true);
     world.refresh();
@@ -167,7 +167,7 @@ describe('IEntity', () => {
     assertClose(call('getWorldRotation', root), half);
   });
 
-  it("takes a world rotation relative to the parent's", () => {
+  it("converts a world rotation relative to the parent's", () => {
     const { world, batch, call, root, child } = scene();
     // Without scale, which the parent's matrix would bring in.
     batch.write(0, { quaternion: axisAngle([0, 0, 1], quarter) });
@@ -180,7 +180,7 @@ describe('IEntity', () => {
     assertClose(call('getWorldRotation', child), axisAngle([0, 0, 1], Math.PI));
   });
 
-  it("takes the parent's matrix as it stands, scale included", () => {
+  it("uses the parent's matrix without removing its scale", () => {
     const { batch, call, child } = scene();
     // The parent's matrix is twice a quarter turn around z: with its trace at 2, s is sqrt(3), and
     // the quaternion read off it is z = (2 + 2) / (2 s), w = s / 2. Its conjugate times the identity
@@ -192,7 +192,7 @@ describe('IEntity', () => {
 });
 
 describe('RefreshEntity', () => {
-  it('brings one entity and the marked chain above it up to date, and nothing else', () => {
+  it('updates only one entity and its dirty ancestors', () => {
     //  root -- arm -- hand      other
     const world = new World();
     const batch = world.add3D(4);
@@ -225,7 +225,7 @@ describe('RefreshEntity', () => {
     assert.deepStrictEqual(world.listed(), [batch.handle()]);
   });
 
-  it('does nothing to an inactive entity or below one, but runs what script left', () => {
+  it('does nothing at or below an inactive entity, but runs pending commands and the list', () => {
     const world = new World();
     const batch = world.add3D(2);
     batch.write(0, {});

@@ -16,7 +16,7 @@ function withEngine(use) {
 }
 
 describe('V8', () => {
-  it('is told of wrappers alone, not of the memory behind them', () => {
+  it('counts only wrappers, not the memory behind them', () => {
     const engine = nq.getEngine();
     const before = addon.externalMemory();
     const batches = Array.from({ length: 50 }, () => engine.createEntity(true, 4095));
@@ -28,7 +28,7 @@ describe('V8', () => {
 });
 
 describe('engine', () => {
-  it('takes its core and systems with it, and leaves its runtime', async () => {
+  it('releases its core and systems, but not its runtime', async () => {
     const runtime = withEngine((engine) => addon.runtimeOf(engine));
     assert(await collectUntil(() => addon.runtimeReferences(runtime) === 1));
     for (const id of listBlocks) {
@@ -36,7 +36,7 @@ describe('engine', () => {
     }
   });
 
-  it('leaves core and systems to a batch that is still alive', async () => {
+  it('keeps core and systems while a batch is alive', async () => {
     let batch = null;
     const runtime = withEngine((engine) => {
       batch = engine.createEntity(true, 3);
@@ -61,7 +61,7 @@ describe('engine', () => {
     }
   });
 
-  it('leaves them to the last of several batches', async () => {
+  it('keeps them until the last of several batches is collected', async () => {
     const [runtime, batches] = withEngine((engine) => [
       addon.runtimeOf(engine),
       [engine.createEntity(), engine.createEntity(true), engine.createEntity(false, 4096)],
@@ -78,7 +78,7 @@ describe('engine', () => {
     assert.strictEqual(addon.hasBlock(runtime, 0), false);
   });
 
-  it('is not kept by its buffers', async () => {
+  it('is not kept alive by its buffers', async () => {
     const [runtime, buffers] = withEngine((engine) => [
       addon.runtimeOf(engine),
       [engine.dirtyEntities, engine.entityCommands],
@@ -88,7 +88,7 @@ describe('engine', () => {
     assert.strictEqual(buffers.length, 2);
   });
 
-  it('counts a reference a wrapper and one a batch', () => {
+  it('counts one reference per wrapper and one per batch', () => {
     const engine = nq.getEngine();
     assert.strictEqual(addon.coreReferences(engine), 1);
     const kept = [engine.createEntity(true, 100)];
@@ -100,7 +100,7 @@ describe('engine', () => {
 });
 
 describe('batch', () => {
-  it('takes its block with it', async () => {
+  it('releases its block', async () => {
     const engine = nq.getEngine();
     const runtime = addon.runtimeOf(engine);
     (() => engine.createEntity(true, 10))();
@@ -110,7 +110,7 @@ describe('batch', () => {
     assert.strictEqual(addon.coreReferences(engine), 1);
   });
 
-  it('leaves its handle to the next one', async () => {
+  it('releases its handle to the next batch', async () => {
     const engine = nq.getEngine();
     const runtime = addon.runtimeOf(engine);
     const first = engine.createEntity();
@@ -124,7 +124,7 @@ describe('batch', () => {
     assert.strictEqual(engine.createEntity().id, 0x4000);
   });
 
-  it('leaves children in other batches without a parent', async () => {
+  it('removes the parent of children in other batches', async () => {
     const engine = nq.getEngine();
     const runtime = addon.runtimeOf(engine);
     const commands = new Uint32Array(engine.entityCommands);
@@ -148,7 +148,7 @@ describe('batch', () => {
     assert.strictEqual(floats[11 + 12], 1);
   });
 
-  it('gives up at most 4096 handles to be used again', async () => {
+  it('keeps at most 4096 handles for reuse', async () => {
     const engine = nq.getEngine();
     const runtime = addon.runtimeOf(engine);
     const count = 5000;
@@ -184,7 +184,7 @@ describe('batch', () => {
 });
 
 describe('memory', () => {
-  it('stays bounded while batches come and go, and handles repeat', async () => {
+  it('stays bounded while batches are created and released, and handles are reused', async () => {
     const engine = nq.getEngine();
     const rounds = sanitized ? 10 : 40;
     const perRound = 200;
@@ -210,7 +210,7 @@ describe('memory', () => {
     assert(highest - base < limit, `grew by ${highest - base} bytes`);
   });
 
-  it('of wrappers is given back too', async () => {
+  it('of wrappers is released, too', async () => {
     const engine = nq.getEngine();
     const rounds = sanitized ? 4 : 12;
     await collect();

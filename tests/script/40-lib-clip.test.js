@@ -57,7 +57,7 @@ function wordsToHex(...words) {
 }
 
 describe('clip writer', () => {
-  it('numbers the sample types from 1 to 13 with quaternion w ahead of x', () => {
+  it('numbers the sample types from 1 to 13 with quaternion w before x', () => {
     assert.deepStrictEqual(Object.assign({}, sampleTypes), {
       PositionX: 1,
       PositionY: 2,
@@ -100,7 +100,7 @@ describe('clip writer', () => {
     assert.strictEqual(hex(bytes), expected.join(''));
   });
 
-  it('writes a clip without curves as its header alone', () => {
+  it('writes only a header for a clip without curves', () => {
     const bytes = buildClip({ framesPerSecond: 1, frameCount: 1, curves: [] });
     assert.strictEqual(hex(bytes), '10000000' + '0000803f' + '01000000' + '00000000');
   });
@@ -111,12 +111,12 @@ describe('clip writer', () => {
     assert.deepStrictEqual(readClip(bytes).curves[0].keys, keys);
   });
 
-  it('lets two keys share a frame, where the value jumps', () => {
+  it('accepts two keys on a frame, where the value jumps', () => {
     const keys = [key(0), key(5, 1), key(5, 2), key(9)];
     assert.deepStrictEqual(readClip(buildClip(curveWith({ keys }))).curves[0].keys, keys);
   });
 
-  it('lets a curve without keys stand for a target that nothing moves', () => {
+  it('accepts a curve without keys for a target that nothing moves', () => {
     const curves = [
       { target: 1, type: sampleTypes.ScaleX, keys: [key(0)] },
       { target: 0, type: sampleTypes.ScaleX, keys: [] },
@@ -124,7 +124,7 @@ describe('clip writer', () => {
     assert.strictEqual(readClip(buildClip(clipWith({ curves }))).curves.length, 2);
   });
 
-  it('lets a later curve of the same channel continue an earlier one', () => {
+  it('accepts a later curve that continues an earlier one of the same channel', () => {
     const curves = [
       { target: 0, type: sampleTypes.ScaleX, keys: [key(0), key(4)] },
       { target: 0, type: sampleTypes.ScaleY, keys: [key(0)] },
@@ -158,7 +158,7 @@ describe('clip reader', () => {
     assert.deepStrictEqual(readClip(whole, 'run'), Object.assign({ name: 'run' }, description));
   });
 
-  it('refuses what holds no bytes', () => {
+  it('refuses values without bytes', () => {
     for (const value of [7, {}, ...hostileObjects()]) {
       assert.throws(() => readClip(value), {
         name: 'TypeError',
@@ -223,7 +223,7 @@ describe('clips of any content', () => {
       };
     });
 
-  it('come back from their bytes as they were', () => {
+  it('are unchanged by a round trip through bytes', () => {
     fc.assert(
       fc.property(clips, (clip) => {
         const bytes = buildClip(clip);
@@ -250,7 +250,7 @@ describe('clips of any content', () => {
     );
   });
 
-  it('are refused in words or read as they are, after any damage', () => {
+  it('are refused with a readable message or read, after any damage', () => {
     let refused = 0;
     let read = 0;
     fc.assert(
@@ -278,7 +278,7 @@ describe('clips of any content', () => {
     assert.ok(refused > 50 && read > 50, `${refused} refused, ${read} read`);
   });
 
-  it('are refused when cut short', () => {
+  it('are refused when truncated', () => {
     fc.assert(
       fc.property(clips, fc.nat(), (clip, at) => {
         const bytes = buildClip(clip);
@@ -549,7 +549,7 @@ describe('mistakes in a clip', () => {
   ];
 
   for (const [what, clip, ErrorType, message] of cases) {
-    it(`says so: ${what}`, () => {
+    it(`throws: ${what}`, () => {
       assert.throws(
         () => buildClip(clip),
         (error) => {
@@ -615,7 +615,7 @@ describe('mistakes in a clip', () => {
   ];
 
   for (const [what, content, ErrorType, message] of byteCases) {
-    it(`says so: ${what}`, () => {
+    it(`throws: ${what}`, () => {
       const bytes = Array.isArray(content) ? Buffer.from(wordsToHex(...content), 'hex') : content;
       assert.throws(
         () => readClip(bytes, 'walk'),

@@ -107,7 +107,7 @@ function frames(clip, target, property) {
 }
 
 describe('glTF keys as clips', () => {
-  it('turns linear keys into straight segments', async () => {
+  it('converts linear keys to linear segments', async () => {
     const channel = {
       path: 'translation',
       interpolation: 'LINEAR',
@@ -122,13 +122,13 @@ describe('glTF keys as clips', () => {
     assert.ok(worstDistance(result, channel) < 4 * kFloatError);
   });
 
-  it('takes linear where the file names no interpolation', async () => {
+  it('uses linear interpolation by default', async () => {
     const channel = { path: 'scale', times: [0, 1], values: [1, 1, 1, 2, 3, 4] };
     const { clip } = await importChannels([channel]);
     assert.deepStrictEqual(clipValue(clip, 0, 'scale', 6), [1.25, 1.5, 1.75]);
   });
 
-  it('holds the values of steps, the last one too', async () => {
+  it('holds the values of steps, including the last one', async () => {
     const channel = {
       path: 'translation',
       interpolation: 'STEP',
@@ -153,7 +153,7 @@ describe('glTF keys as clips', () => {
     assert.ok(worstDistance(result, channel) < kFloatError);
   });
 
-  it('keeps splines as they are', async () => {
+  it('keeps splines unchanged', async () => {
     const channel = {
       path: 'scale',
       interpolation: 'CUBICSPLINE',
@@ -170,7 +170,7 @@ describe('glTF keys as clips', () => {
     assert.ok(worstDistance(result, channel) < 8 * kFloatError);
   });
 
-  it('follows linear rotations along the arc, with keys where the arc needs them', async () => {
+  it('follows linear rotations along the arc, with additional keys for long arcs', async () => {
     const channel = {
       path: 'rotation',
       times: [0, 1, 2, 3, 4],
@@ -194,7 +194,7 @@ describe('glTF keys as clips', () => {
     assert.ok(worstDistance(result, channel) < kArcError + kFloatError);
   });
 
-  it('misses a quarter turn within one frame by less than straight lines do', async () => {
+  it('approximates a quarter turn within one frame better than linear interpolation', async () => {
     const channel = {
       path: 'rotation',
       times: [0, 1 / 24],
@@ -210,7 +210,7 @@ describe('glTF keys as clips', () => {
     assert.ok(worst < sagitta / 70);
   });
 
-  it('turns the shorter way, and without a jump of signs', async () => {
+  it('rotates along the shorter arc, without sign changes', async () => {
     const degrees = [0, 40, 80, 120, 160, 200, 240, 280, 320, 360, 400];
     const values = [].concat(
       ...degrees.map((angle, i) => turn([0, 1, 1], angle).map((x) => (i % 2 === 0 ? x : -x)))
@@ -227,7 +227,7 @@ describe('glTF keys as clips', () => {
     }
   });
 
-  it('brings keys of rotations to length 1', async () => {
+  it('normalises keys of rotations', async () => {
     const values = [0, 0, 0, 4, 0, 0.5, 0, 0.5];
     const { clip } = await importChannels([{ path: 'rotation', times: [0, 1], values }], {
       holdEnd: true,
@@ -237,7 +237,7 @@ describe('glTF keys as clips', () => {
     assert.deepStrictEqual(clipValue(clip, 0, 'rotation', 24), [0, half, 0, half]);
   });
 
-  it('follows splines of rotations, brought to length 1, frame by frame', async () => {
+  it('follows normalised splines of rotations with a key per frame', async () => {
     const channel = {
       path: 'rotation',
       interpolation: 'CUBICSPLINE',
@@ -267,7 +267,7 @@ describe('glTF keys as clips', () => {
     assert.ok(worstDistance(result, channel) < (1.1 * fourth * h ** 4) / 384 + kFloatError);
   });
 
-  it('holds the first value ahead of the first key', async () => {
+  it('holds the first value before the first key', async () => {
     const channel = { path: 'translation', times: [1, 2], values: [5, 6, 7, 0, 0, 0] };
     const { clip, animation } = await importChannels([channel]);
     assert.strictEqual(animation.frameCount, 48);
@@ -276,7 +276,7 @@ describe('glTF keys as clips', () => {
     assert.deepStrictEqual(clipValue(clip, 0, 'translation', 36), [2.5, 3, 3.5]);
   });
 
-  it('keeps one key of a channel that says the same all the time', async () => {
+  it('keeps one key of a constant channel', async () => {
     const values = [1, 2, 3, 1, 2.5, 3, 1, 2, 3];
     const { clip } = await importChannels([{ path: 'scale', times: [0, 1, 2], values }]);
     const counts = curvesOf(clip, 0, 'scale').map(({ keys }) => keys.length);
@@ -339,7 +339,7 @@ describe('frame rate and length of clips', () => {
     });
   }
 
-  it('looks for one rate that fits all channels', async () => {
+  it('finds one rate for all channels', async () => {
     const values = [0, 0, 0, 1, 1, 1, 0, 0, 0];
     const { animation } = await importChannels([
       { path: 'translation', times: [0, 1 / 30, 2 / 30], values },
@@ -348,7 +348,7 @@ describe('frame rate and length of clips', () => {
     assert.strictEqual(animation.framesPerSecond, 150);
   });
 
-  it('takes the rate that it is told', async () => {
+  it('uses the requested rate', async () => {
     const channel = { path: 'translation', times: [0, 1, 2], values: [0, 0, 0, 1, 2, 3, 0, 0, 0] };
     const { animation, clip, warnings } = await importChannels([channel], { framesPerSecond: 10 });
     assert.strictEqual(animation.frameCount, 20);
@@ -356,7 +356,7 @@ describe('frame rate and length of clips', () => {
     assert.deepStrictEqual(warnings, []);
   });
 
-  it('starts again where the last key stands', async () => {
+  it('wraps at the frame of the last key', async () => {
     const channel = { path: 'translation', times: [0, 1], values: [0, 0, 0, 24, 0, 0] };
     const { animation, clip } = await importChannels([channel]);
     assert.strictEqual(animation.frameCount, 24);
@@ -365,7 +365,7 @@ describe('frame rate and length of clips', () => {
     assert.strictEqual(clipValue(clip, 0, 'translation', 24)[0], 0);
   });
 
-  it('has a frame more where the end is held', async () => {
+  it('has one more frame with holdEnd', async () => {
     const channel = { path: 'translation', times: [0, 1], values: [0, 0, 0, 24, 0, 0] };
     const { animation, clip } = await importChannels([channel], { holdEnd: true });
     assert.strictEqual(animation.frameCount, 25);
@@ -374,7 +374,7 @@ describe('frame rate and length of clips', () => {
     assert.strictEqual(clipValue(clip, 0, 'translation', 24.9)[0], 24);
   });
 
-  it('gives a pose of one key a frame', async () => {
+  it('gives a pose of one key one frame', async () => {
     const channel = { path: 'translation', times: [0], values: [1, 2, 3] };
     for (const holdEnd of [false, true]) {
       const { animation, clip } = await importChannels([channel], { holdEnd });
@@ -390,7 +390,7 @@ describe('keys between frames', () => {
   const times = [0, 1, 2, 3, 4, 5, 6].map((i) => (i * 1001) / 30000);
   const lastFrame = Math.ceil(times[6] * 60);
 
-  it('are resampled at 60 a second, with a warning', async () => {
+  it('are resampled at 60 frames per second, with a warning', async () => {
     const values = [].concat(...times.map((_, i) => [i * i, -i, i % 2]));
     const channel = { path: 'translation', times, values };
     const result = await importChannels([channel], { name: 'video.glb' });
@@ -415,7 +415,7 @@ describe('keys between frames', () => {
     assert.ok(worstDistance(result, channel) < change / 60 / 4 + 1e-4);
   });
 
-  it('leave tracks alone whose own keys fit', async () => {
+  it('do not affect tracks whose keys are on frames', async () => {
     const { clip, warnings } = await importChannels([
       { path: 'translation', times, values: times.concat(times, times) },
       { path: 'scale', times: [0, 0.05, 0.1], values: [1, 1, 1, 2, 2, 2, 1, 1, 1] },
@@ -424,7 +424,7 @@ describe('keys between frames', () => {
     assert.deepStrictEqual(frames(clip, 0, 'scale'), [0, 3, 6]);
   });
 
-  it('of steps go to the nearest frame, of several the last one stays', async () => {
+  it('of steps move to the nearest frame, and the last of several is kept', async () => {
     const channel = {
       path: 'translation',
       interpolation: 'STEP',
@@ -527,7 +527,7 @@ describe('any animation', () => {
         }));
     });
 
-  it('is followed between its keys', async () => {
+  it('is approximated between its keys', async () => {
     await fc.assert(
       fc.asyncProperty(channels, async (channel) => {
         const result = await importChannels([channel]);
@@ -565,7 +565,7 @@ describe('any animation', () => {
     );
   });
 
-  it('has its keys in order, one a frame at most, whatever the times', async () => {
+  it('has sorted keys, at most one per frame, for any times', async () => {
     const times = fc
       .array(fc.float({ min: Math.fround(1e-4), max: Math.fround(0.2), next: true, noNaN: true }), {
         minLength: 1,
@@ -701,7 +701,7 @@ describe('forms of accessors', () => {
 });
 
 describe('nodes and skins', () => {
-  it('puts parents ahead of their children, and refers to nodes by their new places', async () => {
+  it('sorts parents before children, and refers to nodes by their new indices', async () => {
     //  file:  2 root ─┬─ 0 hand ── 1 finger        4 lamp
     //                 └─ 3 foot
     const model = new ModelBuilder();
@@ -751,7 +751,7 @@ describe('nodes and skins', () => {
     assert.deepStrictEqual(result.warnings, []);
   });
 
-  it('hands over inverse bind matrices as they stand, one a joint', async () => {
+  it('returns unchanged inverse bind matrices, one per joint', async () => {
     const model = new ModelBuilder();
     model.node({ children: [1] });
     model.node();
@@ -763,7 +763,7 @@ describe('nodes and skins', () => {
     assert.deepStrictEqual(new Float32Array(skins[0].inverseBindMatrices), numbers.subarray(0, 32));
   });
 
-  it('imports a file without anything', async () => {
+  it('imports an empty file', async () => {
     const { nodes, roots, scenes, defaultScene, skins, animations, warnings } = await importGltf(
       Buffer.from('{"asset":{"version":"2.0"}}')
     );
@@ -848,7 +848,7 @@ describe('large files', () => {
     assert.ok(ratio < 24, `8 times the channels took ${ratio.toFixed(1)} times the time`);
   });
 
-  it('may move each of 8,000 nodes', async function test() {
+  it('may animate each of 8,000 nodes', async function test() {
     this.timeout(60000);
     const { animations } = await importGltf(manyChannels(8000));
     assert.deepStrictEqual(
@@ -885,8 +885,8 @@ describe('large files', () => {
   });
 });
 
-describe('what is left out', () => {
-  it('is told: morph weights, and animations of nothing else', async () => {
+describe('unsupported content', () => {
+  it('is reported in warnings: morph weights, and animations of nothing else', async () => {
     const model = new ModelBuilder();
     model.node();
     model.animation('smile', [
@@ -924,7 +924,7 @@ describe('what is left out', () => {
     ]);
   });
 
-  it('is no trouble: images, meshes, and extensions of theirs', async () => {
+  it('is ignored: images, meshes, and their extensions', async () => {
     const model = new ModelBuilder();
     model.node({ mesh: 0 });
     model.json.meshes = [{ primitives: [{ attributes: { POSITION: 0 } }] }];
@@ -965,7 +965,7 @@ describe('containers', () => {
     check(await importGltf(writeGltf(path.join(folder, 'two.gltf'), skeleton())));
   });
 
-  it('may name the file of bytes with escapes', async () => {
+  it('may name the file of bytes by an escaped URI', async () => {
     const { json, binary } = skeleton();
     fs.writeFileSync(path.join(folder, 'some bytes.bin'), binary);
     json.buffers[0].uri = 'some%20bytes.bin';
@@ -994,7 +994,7 @@ describe('containers', () => {
   });
 });
 
-describe('words about bad files', () => {
+describe('messages about bad files', () => {
   const again = 'export it again as glTF 2.0.';
 
   /** A model with a skin and one animation, of which `change` breaks something. */
@@ -1020,7 +1020,7 @@ describe('words about bad files', () => {
     });
   }
 
-  it('has none for the sound one', async () => {
+  it('are absent for a valid file', async () => {
     const { animations } = await importGltf(broken(() => {}));
     assert.strictEqual(animations.length, 1);
   });
@@ -1325,12 +1325,12 @@ describe('words about bad files', () => {
   ];
 
   for (const [what, change, message] of cases) {
-    it(`tell of ${what}`, async () => {
+    it(`report ${what}`, async () => {
       await assertTrouble(importGltf(broken(change), { name: 'leg' }), `model 'leg': ${message}`);
     });
   }
 
-  it('stand for any damage to the JSON', async () => {
+  it('report any damage to the JSON', async () => {
     const whole = openGlb(broken(() => {}));
     whole.json.scenes = [{ nodes: [0] }];
     whole.json.accessors[4].sparse = {
@@ -1371,7 +1371,7 @@ describe('words about bad files', () => {
     assert.ok(refused > 1000, `${refused} refused`);
   });
 
-  it('tell of a spline of rotations through zero', async () => {
+  it('report a spline of rotations through zero', async () => {
     const model = new ModelBuilder();
     model.node();
     model.animation('flip', [
@@ -1390,7 +1390,7 @@ describe('words about bad files', () => {
     );
   });
 
-  it('tell of files that are cut short, wherever', async () => {
+  it('report files that are truncated anywhere', async () => {
     const whole = broken(() => {});
     const file = path.join(folder, 'short.glb');
     for (let size = 4; size < whole.length; size += 13) {
@@ -1403,7 +1403,7 @@ describe('words about bad files', () => {
     }
   });
 
-  it('tell of broken containers', async () => {
+  it('report broken containers', async () => {
     const notGltf = 'model: it is not a glTF file: give a .glb or .gltf file.';
     await assertTrouble(importGltf(Buffer.alloc(0)), notGltf);
     await assertTrouble(importGltf(Buffer.from('\x89PNG')), notGltf);
@@ -1430,7 +1430,7 @@ describe('words about bad files', () => {
     );
   });
 
-  it('tell of a binary file without its bytes', async () => {
+  it('report a binary file without its bytes', async () => {
     const { json } = openGlb(broken(() => {}));
     await assertTrouble(
       importGltf(Buffer.from(JSON.stringify(json))),
@@ -1438,7 +1438,7 @@ describe('words about bad files', () => {
     );
   });
 
-  it('tell of files that are not there', async () => {
+  it('report missing files', async () => {
     const missing = path.join(folder, 'missing.glb');
     const cure = 'give the path of a .glb or .gltf file.';
     await assertTrouble(
@@ -1492,7 +1492,7 @@ describe('words about bad files', () => {
     ]),
   ];
   for (const [args, ErrorType, message] of misuses) {
-    it(`tell of misuse: ${JSON.stringify(args)}`, async () => {
+    it(`report wrong arguments: ${JSON.stringify(args)}`, async () => {
       await assert.rejects(importGltf(...args), (error) => {
         assert.strictEqual(error.constructor, ErrorType);
         assert.strictEqual(error.message, message);
@@ -1501,7 +1501,7 @@ describe('words about bad files', () => {
     });
   }
 
-  it('tell of a source that throws when it is looked at', async () => {
+  it('report a source whose getters throw', async () => {
     for (const source of hostileObjects()) {
       await assert.rejects(importGltf(source), {
         name: 'TypeError',
@@ -1537,7 +1537,7 @@ describe('words about bad files', () => {
     ],
   ];
   useless.forEach(([what, script, trouble], i) => {
-    it(`tell of a library that ${what}`, async () => {
+    it(`report a library that ${what}`, async () => {
       const alone = importerBeside(`useless-${i}`, {
         'package.json': '{ "version": "9.8.7" }',
         'index.js': script,
@@ -1556,7 +1556,7 @@ describe('words about bad files', () => {
     });
   });
 
-  it('tell of the library that is not there, and only on use', async () => {
+  it('report a missing library, and only on use', async () => {
     const alone = importerBeside('alone', {});
     await assert.rejects(alone.importGltf(broken(() => {})), (error) => {
       assert.ok(error instanceof alone.GltfError);
@@ -1586,7 +1586,7 @@ describe('real models', () => {
     ],
   };
   for (const name of Object.keys(expected)) {
-    it(`${name} moves as glTF says`, async function () {
+    it(`${name} moves as glTF defines`, async function () {
       const file = realModel(this, name);
       const source = openGlb(fs.readFileSync(file));
       const { nodes, roots, skins, animations, warnings } = await importGltf(file);

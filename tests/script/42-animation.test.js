@@ -198,7 +198,7 @@ describe('createComponent of animators', () => {
     assert.strictEqual(engine.createComponent(2, undefined, undefined).id, 0);
   });
 
-  it('makes a zeroed block of 12 bytes a clip and 4 an entity', () => {
+  it('creates a zeroed block of 12 bytes per clip and 4 per entity', () => {
     const engine = nq.getEngine();
     for (const [clips, entities, bytes] of [
       [1, 1, 16],
@@ -215,7 +215,7 @@ describe('createComponent of animators', () => {
     }
   });
 
-  it('gives id 0, and no block, where a count is 0; no handle is used up', () => {
+  it('returns id 0 without a block for a count of 0, and uses no handle', () => {
     const engine = nq.getEngine();
     for (const counts of [
       [0, 5],
@@ -233,7 +233,7 @@ describe('createComponent of animators', () => {
     assert.strictEqual(engine.createComponent(2, 1, 1).id, 0x1000);
   });
 
-  it('converts by the rules of script, and ignores what follows', () => {
+  it('converts by the rules of JavaScript, and ignores further arguments', () => {
     const engine = nq.getEngine();
     assert.strictEqual(engine.createComponent('2', '2', 3.9).buffer.byteLength, 36);
     assert.strictEqual(engine.createComponent(2.5, true, [4]).buffer.byteLength, 28);
@@ -248,7 +248,7 @@ describe('createComponent of skinning components', () => {
     assert.strictEqual(engine.createComponent(3, undefined).id, 0);
   });
 
-  it('makes a zeroed block of 72 bytes a bone and 4', () => {
+  it('creates a zeroed block of 72 bytes per bone plus 4', () => {
     const engine = nq.getEngine();
     for (const count of [1, 2, 77, 5000]) {
       const skin = engine.createComponent(3, count);
@@ -259,7 +259,7 @@ describe('createComponent of skinning components', () => {
     }
   });
 
-  it('gives id 0, and no block, for a count of 0', () => {
+  it('returns id 0 without a block for a count of 0', () => {
     const engine = nq.getEngine();
     const refused = engine.createComponent(3, 0);
     assert.deepStrictEqual(Reflect.ownKeys(refused), ['id']);
@@ -267,7 +267,7 @@ describe('createComponent of skinning components', () => {
     assert.strictEqual(engine.createComponent(3, '1').id, 0x1000);
   });
 
-  it('counts the handles of each kind apart, and memory in common', () => {
+  it('numbers the handles of each kind separately, and blocks in common', () => {
     const engine = nq.getEngine();
     const made = [
       engine.createComponent(3, 1),
@@ -306,7 +306,7 @@ describe('createDataModel', () => {
     assert.strictEqual(engine.createDataModel(1, undefined).id, 0x1000);
   });
 
-  it('makes objects with "id" alone', () => {
+  it('creates objects with "id" only', () => {
     const engine = nq.getEngine();
     for (const [kind, bytes] of [
       [1, writeClip(curve(types.PositionX, [[0, 1]]))],
@@ -330,14 +330,14 @@ describe('createDataModel', () => {
     assert.strictEqual(engine.createEntity().memoryID, 2);
   });
 
-  it('counts the handles of both kinds apart', () => {
+  it('numbers the handles of both kinds separately', () => {
     const engine = nq.getEngine();
     const nothing = new ArrayBuffer(0);
     const ids = [1, 2, 2, 1, 2].map((kind) => engine.createDataModel(kind, nothing).id);
     assert.deepStrictEqual(ids, [0x1000, 0x1000, 0x2000, 0x2000, 0x3000]);
   });
 
-  it('makes no model of other kinds, whose release leaves the others alone', async () => {
+  it('creates no model of other kinds, and their release does not affect others', async () => {
     const world = new AnimationWorld();
     const { entity, animator } = world.playOne(curve(types.PositionX, [[0, 5]]));
     const runtime = addon.runtimeOf(world.engine);
@@ -353,7 +353,7 @@ describe('createDataModel', () => {
     assert.deepStrictEqual(position(entity), [5, 0, 0]);
   });
 
-  it('converts its kind by the rules of script', () => {
+  it('converts its kind by the rules of JavaScript', () => {
     const engine = nq.getEngine();
     const nothing = new ArrayBuffer(0);
     for (const kind of [1, '1', 1.9, true, 0x100000001, [1]]) {
@@ -377,7 +377,7 @@ describe('createDataModel', () => {
   const framed = new Uint8Array(seven.length + 80).fill(0xee);
   framed.set(seven, 40);
 
-  it('copies the range that a view shows, of any kind of view', () => {
+  it('copies the range of a view of any kind', () => {
     const { buffer } = framed;
     const { length } = seven;
     for (const view of [
@@ -408,12 +408,12 @@ describe('createDataModel', () => {
     assert.strictEqual(playedFrom(Uint8Array.from(seven)), 7);
   });
 
-  it('takes a buffer whole, whatever stands behind the last key', () => {
+  it('accepts a buffer with any bytes after the last key', () => {
     assert.strictEqual(playedFrom(seven.slice().buffer), 7);
     assert.strictEqual(playedFrom(framed.slice(40).buffer), 7);
   });
 
-  it('takes whatever is no buffer for no bytes', () => {
+  it('treats other values than buffers as no bytes', () => {
     const shared = new SharedArrayBuffer(seven.length);
     new Uint8Array(shared).set(seven);
     for (const other of [undefined, null, 0, 64, 'bytes', {}, Array.from(seven), shared]) {
@@ -421,7 +421,7 @@ describe('createDataModel', () => {
     }
   });
 
-  it('takes a view of a detached buffer, and the buffer, for no bytes', () => {
+  it('treats a detached buffer, and a view of one, as no bytes', () => {
     const bytes = seven.slice();
     const { buffer } = bytes;
     const part = new Uint32Array(buffer, 4, 2);
@@ -433,7 +433,7 @@ describe('createDataModel', () => {
     }
   });
 
-  it('keeps its copy when script changes or drops the bytes', async () => {
+  it('keeps its copy when JavaScript changes or drops the bytes', async () => {
     const world = new AnimationWorld();
     const bytes = seven.slice();
     const [entity] = world.entities(1);
@@ -476,7 +476,7 @@ describe('createDataModel', () => {
     );
   });
 
-  it('takes an empty buffer as a model without matrices', () => {
+  it('accepts an empty buffer as a model without matrices', () => {
     const engine = nq.getEngine();
     assert.strictEqual(engine.createDataModel(2, new ArrayBuffer(0)).id, 0x1000);
     assert.strictEqual(engine.createDataModel(2, new Uint8Array(64).subarray(64)).id, 0x2000);
@@ -497,7 +497,7 @@ describe('clip', () => {
     });
   }
 
-  it('runs along cubics between its keys, with slopes in units a second', () => {
+  it('interpolates by Hermite cubics, with slopes in units per second', () => {
     // Rises by 8: without slopes, with one of 32 at the start, with one of 32 at the end, with both.
     //   4: half of the way, 8 / 2; a slope adds 32 / 4 of 1/8 of the way, or takes it
     //   2: a quarter, 8 (3/16 - 2/64) = 1.25; slopes weigh 9/64 and -3/64
@@ -554,7 +554,7 @@ describe('clip', () => {
     );
   });
 
-  it('holds the first value before the first key and the last one behind the last', () => {
+  it('holds the first value before the first key and the last one after the last', () => {
     const keys = [
       [3, 5, 1, 2],
       [9, 6, 3, 4],
@@ -563,7 +563,7 @@ describe('clip', () => {
     assert.deepStrictEqual(xAt([[7, 5, 1, 2]], [0, 6.5, 7, 7.5, 15]), [5, 5, 5, 5, 5]);
   });
 
-  it('gives a key its value exactly', () => {
+  it('returns the exact value at a key', () => {
     const keys = [
       [0, 0.1, 0, 1e30],
       [5, 0.7, 1e30, 1e30],
@@ -573,7 +573,7 @@ describe('clip', () => {
     assert.deepStrictEqual(xAt(keys, [0, 5, 8]), values);
   });
 
-  it('takes the first of two keys on one frame, and leaves from the second', () => {
+  it('returns the first of two keys on a frame, and continues from the second', () => {
     const keys = [
       [0, 0, 0, 0],
       [4, 1, 0, 0],
@@ -583,7 +583,7 @@ describe('clip', () => {
     assert.deepStrictEqual(xAt(keys, [2, 4, 8, 12]), [0.5, 1, 5, 1]);
   });
 
-  it('stands still behind and ahead of an infinite slope out, of either sign', () => {
+  it('is constant after and before a key with an infinite out-tangent, of either sign', () => {
     for (const infinite of [Infinity, -Infinity]) {
       const keys = [
         [0, 1, 0, 0],
@@ -596,7 +596,7 @@ describe('clip', () => {
     }
   });
 
-  it('makes no step of an infinite slope in: the curve goes there', () => {
+  it('becomes infinite, not stepped, by an infinite in-tangent', () => {
     const keys = [
       [0, 1, 0, 0],
       [8, 2, Infinity, 0],
@@ -604,7 +604,7 @@ describe('clip', () => {
     assert.deepStrictEqual(xAt(keys, [0, 4, 8]), [1, -Infinity, 2]);
   });
 
-  it('starts again at its end', () => {
+  it('wraps at its end', () => {
     const keys = [
       [0, 0, 0, 32],
       [24, 24, 32, 0],
@@ -614,7 +614,7 @@ describe('clip', () => {
     assert.deepStrictEqual(xAt(keys, times, clip), [0, 0.5, 2, 4, 4.25, 0, 7.75]);
   });
 
-  it('wraps whole negative times as numbers of 32 bits, others to the first value', () => {
+  it('wraps whole negative times as 32-bit numbers, and clamps others to the first value', () => {
     const keys = [
       [0, 0, 0, 32],
       [8, 8, 32, 0],
@@ -649,7 +649,7 @@ describe('clip', () => {
     assert.deepStrictEqual(xAt(rising, [0, 4, 8], rest), [1, Infinity, 2]);
   });
 
-  it('of no frames says nothing, but counts its targets', () => {
+  it('of no frames has no effect, but its targets count', () => {
     const world = new AnimationWorld();
     const [first, second] = world.entities(2);
     const silent = world.clip(Object.assign(holdClip({ 0: { PositionX: 1 } }), { frameCount: 0 }));
@@ -702,7 +702,7 @@ describe('clip', () => {
     assert.strictEqual(entity.words[5], 2);
   });
 
-  it('counts a target once, however many curves it has, and those without keys too', () => {
+  it('counts a target once for any number of curves, including those without keys', () => {
     const world = new AnimationWorld();
     const entities = world.entities(3);
     const curves = [
@@ -757,7 +757,7 @@ describe('clip', () => {
     }
   });
 
-  it('is played by any number of animators, and may be named by any handle of its slot', () => {
+  it('may be played by many animators, and be named by any handle of its slot', () => {
     const world = new AnimationWorld();
     const entities = world.entities(2);
     const clip = world.clip(
@@ -780,7 +780,7 @@ describe('clip', () => {
 });
 
 describe('updateAnimator', () => {
-  it('returns null, whatever it is given, and ignores handles of nothing', () => {
+  it('returns null for any argument, and ignores unknown handles', () => {
     const engine = nq.getEngine();
     assert.strictEqual(engine.updateAnimator(), null);
     for (const handle of [undefined, null, 0, 1, 4095, 0x1000, 0xffffffff, -1, NaN, 'x', {}]) {
@@ -790,7 +790,7 @@ describe('updateAnimator', () => {
     assert.strictEqual(engine.updateSkinningMatrix(), null);
   });
 
-  it('looks among animators alone', () => {
+  it('finds animators only', () => {
     const engine = nq.getEngine();
     // Fresh, all of these would end the process if they were updated.
     const kept = [engine.createComponent(3, 1), engine.createComponent(3, 1)];
@@ -804,7 +804,7 @@ describe('updateAnimator', () => {
     assert.strictEqual(kept.length, 5);
   });
 
-  it('converts its handle by the rules of script', () => {
+  it('converts its handle by the rules of JavaScript', () => {
     const { entity, animator } = new AnimationWorld().playOne(holdClip({ 0: { PositionX: 3 } }));
     for (const handle of [String(animator.id), [animator.id], animator.id + 0.5, animator.id + 7]) {
       entity.words[5] = 0;
@@ -837,7 +837,7 @@ describe('updateAnimator', () => {
     assert.deepStrictEqual(scale(entity), [4, 5, 6]);
   });
 
-  it('leaves what no channel speaks of, and the other entities of the batch', () => {
+  it('does not change fields without a channel, or other entities of the batch', () => {
     for (const name of Object.keys(types)) {
       const world = new AnimationWorld();
       const entities = world.entities(3);
@@ -865,7 +865,7 @@ describe('updateAnimator', () => {
     }
   });
 
-  it('changes the rotation mode by the w channel alone', () => {
+  it('changes the rotation mode only by the w channel', () => {
     const world = new AnimationWorld();
     const euler = holdClip({ 0: { EulerX: 0.5, EulerY: 0.25, EulerZ: 0.125 } });
     // A curve of w without keys makes no quaternion.
@@ -919,7 +919,7 @@ describe('updateAnimator', () => {
     }
   });
 
-  it('leaves out clips of no weight or too much, but counts their targets', () => {
+  it('skips clips of weight 0 or above 1, but counts their targets', () => {
     const world = new AnimationWorld();
     const entities = world.entities(3);
     const two = world.clip(holdClip({ 0: { PositionX: 1 }, 1: { PositionX: 2 } }));
@@ -986,7 +986,7 @@ describe('updateAnimator', () => {
     assert.strictEqual(kept.words[5], 2);
   });
 
-  it('lets the later of two targets of one entity win, in the order of their indices', () => {
+  it('applies the later of two targets of one entity, in the order of indices', () => {
     const world = new AnimationWorld();
     const [entity] = world.entities(1);
     const clip = { curves: [] };
@@ -1001,7 +1001,7 @@ describe('updateAnimator', () => {
     assert.deepStrictEqual(position(entity), [2, 5, 0]);
   });
 
-  it('plays what the block says by then', () => {
+  it('reads the block at the time of the call', () => {
     const world = new AnimationWorld();
     const [first, second] = world.entities(2);
     const animator = world.player(
@@ -1041,7 +1041,7 @@ describe('blend of clips', () => {
     return entity;
   }
 
-  it('is the mean by weights, which need not add up to 1', () => {
+  it('is the weighted mean, also for weights that do not sum to 1', () => {
     const clips = [
       holdClip({ 0: { PositionX: 4, ScaleY: 8 } }),
       holdClip({ 0: { PositionX: 8, ScaleY: 4 } }),
@@ -1068,7 +1068,7 @@ describe('blend of clips', () => {
     assert.deepStrictEqual(position(blended([y, x], [0.25, 0.75])), [6, 1, 0]);
   });
 
-  it('turns two rotations on the shorter way', () => {
+  it('interpolates two rotations along the shorter arc', () => {
     const angle = ({ words }) => 2 * Math.atan2(words[3], words[4]);
     for (const [from, to, weights, expected] of [
       [0, 1, [0.5, 0.5], 0.5],
@@ -1085,7 +1085,7 @@ describe('blend of clips', () => {
     }
   });
 
-  it('adds up three and more rotations, and makes their sum one of length 1', () => {
+  it('sums three and more rotations, and normalises the sum', () => {
     // Each further one is scaled by its share so far, and added.
     const angles = [0.6, 1.2, -0.8];
     const entity = blended(angles.map(turnZ), [0.5, 0.5, 0.5]);
@@ -1100,7 +1100,7 @@ describe('blend of clips', () => {
     assert.strictEqual(entity.bytes[0], 1);
   });
 
-  it('of three loses its rotation at one that does not turn, up to the next', () => {
+  it('of three loses its rotation by an identity rotation', () => {
     const last = blended([0.5, 0.5, 0].map(turnZ), [0.5, 0.5, 0.5]);
     assert.strictEqual(last.bytes[0], 0);
     assert.deepStrictEqual(rotation(last), [0, 0, 0, 0]);
@@ -1109,7 +1109,7 @@ describe('blend of clips', () => {
     assertNear(rotation(between), [0, 0, Math.sin(0.4), Math.cos(0.4)], 1e-6);
   });
 
-  it('takes the rotation of the one clip that has any', () => {
+  it('uses the rotation of the only clip that has one', () => {
     const still = holdClip({ 0: { PositionX: 1 } });
     // As w = 1 of an absent rotation: the target must be one of a quaternion.
     const half = holdClip({ 0: { QuaternionW: 1 } });
@@ -1135,14 +1135,14 @@ describe('blend of clips', () => {
     assert.deepStrictEqual(position(entity), [2, 0, 0]);
   });
 
-  it('leaves the angle of a 2D entity', () => {
+  it('does not change the angle of a 2D entity', () => {
     const clip = holdClip({ 0: { EulerZ: 0.5, PositionX: 2, ScaleY: 3 } });
     const prepare = (entity) => entity.setTransform2D(0.75, [0, 0], [1, 1]);
     const entity = blended([clip, clip], [0.5, 0.5], { is3D: false, prepare });
     assert.deepStrictEqual(Array.from(entity.words.subarray(0, 5)), [0.75, 2, 0, 1, 3]);
   });
 
-  it('meets by entity, not by target: one clip that names it twice counts twice', () => {
+  it('is per entity, not per target: a clip that names it twice counts twice', () => {
     const world = new AnimationWorld();
     const [entity, other] = world.entities(2);
     const animator = new Animator(world, 2, 3);
@@ -1167,7 +1167,7 @@ describe('blend of clips', () => {
 describe('world matrices of animated entities', () => {
   const toX = (x) => holdClip({ 0: { PositionX: x } });
 
-  it('come with the next refresh under a root, without a word in the dirty list', () => {
+  it('are computed by the next refresh under a root, without an entry in the dirty list', () => {
     const world = new AnimationWorld();
     const [root, child] = world.roots(1).concat(world.entities(1));
     world.command('addChild', root, child);
@@ -1200,7 +1200,7 @@ describe('world matrices of animated entities', () => {
     );
   });
 
-  it('come at once outside of all roots, with those of the whole tree', () => {
+  it('are computed at once under no root, for the whole tree', () => {
     const world = new AnimationWorld();
     const [top, middle, leaf, beside] = world.entities(4);
     world.command('addChild', top, middle);
@@ -1220,7 +1220,7 @@ describe('world matrices of animated entities', () => {
     ]);
   });
 
-  it('come at once for the tree of the first target alone', () => {
+  it('are computed at once only for the tree of the first target', () => {
     const world = new AnimationWorld();
     const [low, high] = world.entities(2);
     world.refresh([low, high]);
@@ -1254,7 +1254,7 @@ describe('world matrices of animated entities', () => {
     ]);
   });
 
-  it('stay when no target is an entity', () => {
+  it('are unchanged when no target is an entity', () => {
     const world = new AnimationWorld();
     const { entity, animator } = world.playOne(toX(5));
     animator.update();
@@ -1274,7 +1274,7 @@ describe('updateSkinningMatrix', () => {
   const translation = (x, y, z) => [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, x, y, z, 1];
   const scaling = (s) => [s, 0, 0, 0, 0, s, 0, 0, 0, 0, s, 0, 0, 0, 0, 1];
 
-  it('with an identity gives the world matrix unchanged', () => {
+  it('with an identity returns the world matrix', () => {
     const world = new AnimationWorld();
     const [bone] = world.roots(1);
     bone.setTransform([0.3, -0.7, 1.9], [1, 2, 3], [0.5, 2, -1]);
@@ -1317,7 +1317,7 @@ describe('updateSkinningMatrix', () => {
     assert.deepStrictEqual(Array.from(skin.words.subarray(0, 5)), [model, 1, 2, 1, 0]);
   });
 
-  it('stores 3x3 matrices of 2D bones, one behind the other', () => {
+  it('stores contiguous 3x3 matrices of 2D bones', () => {
     const world = new AnimationWorld();
     const bones = world.roots(2, false);
     bones[0].setTransform2D(0, [1, 2], [3, 4]);
@@ -1335,7 +1335,7 @@ describe('updateSkinningMatrix', () => {
     assert.strictEqual(skin.results.length, 32);
   });
 
-  it('reads matrices as they stand, and so lags without a refresh', () => {
+  it('reads the current world matrices, and so lags without a refresh', () => {
     const world = new AnimationWorld();
     const [bone] = world.entities(1);
     world.command('addRoot', bone);
@@ -1435,7 +1435,7 @@ describe('batch methods', () => {
         assert.deepStrictEqual(run(longer.subarray(0, 4)), [1, 1, 1]);
       });
 
-      it('takes views by their range, at odd offsets too', () => {
+      it('reads views by their range, also at odd offsets', () => {
         const { ids, run } = three(name);
         const words = Uint32Array.of(99, 2, ids[0], ids[2], ids[1]);
         assert.deepStrictEqual(run(words.subarray(1)), [1, 0, 1]);
@@ -1445,7 +1445,7 @@ describe('batch methods', () => {
         assert.deepStrictEqual(run(bytes.subarray(5)), [1, 0, 1]);
       });
 
-      it('passes over handles of nothing', () => {
+      it('skips unknown handles', () => {
         const { ids, run } = three(name);
         const handles = [0, 0x90000, ids[1], 0xffffffff, 5, ids[0]];
         assert.deepStrictEqual(run(Uint32Array.of(handles.length, ...handles)), [1, 1, 0]);
@@ -1473,7 +1473,7 @@ describe('batch methods', () => {
     'skinningsOfEmptyBuffer',
     'skinningsOfDetachedView',
   ]) {
-    it(`fault on the first word: ${name}`, () => {
+    it(`end the process by a segmentation fault on the first word: ${name}`, () => {
       assertFault(runScript('animation.js', name));
     });
   }
@@ -1594,7 +1594,7 @@ describe('random animators', () => {
     assert(entities.length > 3 * count);
   });
 
-  it('write what the keys say, operation by operation', () => {
+  it('write the values computed from the keys, operation by operation', () => {
     const built = build(19, count);
     const { world, entities, animators } = built;
     const byHandle = new Map(entities.map((entity) => [entity.handle, entity]));
@@ -1651,7 +1651,7 @@ describe('lifetime', () => {
     });
   }
 
-  it('gives the block of a component back with it, and its handle to the next', async () => {
+  it('releases the block of a component with it, and reuses its handle', async () => {
     for (const create of [
       (engine) => engine.createComponent(2, 3, 40),
       (engine) => engine.createComponent(3, 40),
@@ -1707,7 +1707,7 @@ describe('lifetime', () => {
     assert(await collectUntil(() => addon.runtimeReferences(runtime) === 1));
   });
 
-  it('of a clip that ends leaves its handle, and its listeners, to another', async () => {
+  it('of a released clip leaves its handle, and its listeners, to another', async () => {
     const world = new AnimationWorld();
     const [entity] = world.roots(1);
     const first = (() =>
@@ -1723,7 +1723,7 @@ describe('lifetime', () => {
     assert.deepStrictEqual(position(entity), [1, 2, 0]);
   });
 
-  it('of a bones model that ends leaves its handle to another', async () => {
+  it('of a released bones model leaves its handle to another', async () => {
     const world = new AnimationWorld();
     const [bone] = world.roots(1);
     const first = (() => world.engine.createDataModel(2, Float32Array.from(identity)).id)();
@@ -1737,7 +1737,7 @@ describe('lifetime', () => {
     assert.deepStrictEqual(skin.matrix(0), doubled);
   });
 
-  it('of a component that ended is not felt by its entities', async () => {
+  it('of a released component does not affect its entities', async () => {
     const world = new AnimationWorld();
     const [entity] = world.roots(1);
     const runtime = addon.runtimeOf(world.engine);
@@ -1757,7 +1757,7 @@ describe('lifetime', () => {
     assert.deepStrictEqual(origin(entity), [0, 0, 0]);
   });
 
-  it('stays bounded while clips, models, animators and skins come and go', async () => {
+  it('of clips, models, animators and skins keeps memory bounded', async () => {
     const world = new AnimationWorld();
     const { engine } = world;
     const [entity] = world.roots(1);
@@ -1814,7 +1814,7 @@ describe('lifetime', () => {
 });
 
 describe('class records', () => {
-  it('of components and data models name BindingBase alone', () => {
+  it('of components and data models name only BindingBase', () => {
     const engine = nq.getEngine();
     for (const [object, own] of [
       [engine.createComponent(1), 'BindingEngineComponent'],
@@ -1850,7 +1850,7 @@ describe('class records', () => {
   });
 
   for (const name of ['constructComponent', 'constructDataModel']) {
-    it(`are of classes that script does not construct: ${name}`, () => {
+    it(`are of classes that JavaScript can not construct: ${name}`, () => {
       const result = runScript('animation.js', name);
       assertFailedAssertion(result, '0 && "not implement"', 'BindingTemp/BindingEngine');
       assert.strictEqual(result.stdout, 'about to end\n');
@@ -1905,13 +1905,13 @@ describe('fatal report', () => {
     });
   }
 
-  it('comes only when a clip is used', () => {
+  it('is written only when a clip is used', () => {
     const result = runScript('animation.js', 'unusedContent');
     assertCleanExit(result);
     assert.strictEqual(result.stdout, '');
   });
 
-  it('of a missing clip comes before anything is written', () => {
+  it('of a missing clip precedes all writes', () => {
     const shown = assertReport('missingSecondClip', reports.clip);
     const written = Float32Array.of(1, 2, 3, 4, 5, 6);
     assert.strictEqual(shown, bytesOf(written.buffer).toString('hex'));
@@ -1927,12 +1927,12 @@ describe('fatal report', () => {
     ]).toString('hex');
   }
 
-  it('of a missing bones model comes before anything is written', () => {
+  it('of a missing bones model precedes all writes', () => {
     const shown = assertReport('missingBonesModel', reports.model);
     assert.strictEqual(shown, skinBlock([0x7000, 0, 0, 0x1000, 0x1000], [null, null]));
   });
 
-  it('of a missing entity comes behind the results of the bones ahead', () => {
+  it('of a missing entity follows the results of the bones before it', () => {
     const shown = assertReport('missingEntity', reports.entity);
     const placed = identity.slice(0, 12).concat(1, 2, 3, 1);
     assert.strictEqual(shown, skinBlock([0x2000, 0, 0, 0x1000, 0x1003], [placed, null]));

@@ -688,7 +688,7 @@ describe('oracle: animation by three.js', () => {
     });
   }
 
-  it('would notice a frame that is off by a hundredth, and a bone that is another', async () => {
+  it('detects a time that is off by a hundredth of a frame, and a wrong bone', async () => {
     const play = await openPlay(generatedModel(13, 7));
     const plays = [{ index: 0, frame: 6.5, weight: 1 }];
     play.assertAgrees(plays);

@@ -166,7 +166,7 @@ describe('createAnimationClipBinding', () => {
     assert.strictEqual(engine.createAnimationClipBinding(...args, 9, 9).id, 0x2000);
   });
 
-  it('makes an object with "id" alone and two methods', () => {
+  it('creates an object with "id" only and two methods', () => {
     const { engine, clip, entity } = fixture();
     const lists = Uint32Array.of(clip, 1, entity.handle).buffer;
     const binding = engine.createAnimationClipBinding(lists, 0, 1, 2, 1);
@@ -185,7 +185,7 @@ describe('createAnimationClipBinding', () => {
     assert.strictEqual(engine.createEntity().memoryID, 3);
   });
 
-  it('takes an ArrayBuffer only', () => {
+  it('accepts only an ArrayBuffer', () => {
     const { engine, clip, entity } = fixture();
     const words = Uint32Array.of(clip, 1, entity.handle);
     const shared = new SharedArrayBuffer(12);
@@ -213,7 +213,7 @@ describe('createAnimationClipBinding', () => {
     assert.strictEqual(engine.createAnimationClipBinding(buffer, 0, 1, 2, 1), null);
   });
 
-  it('refuses a buffer that ends ahead of its lists', () => {
+  it('refuses a buffer that ends before its lists', () => {
     const { engine, clip, entity } = fixture();
     const lists = Uint32Array.of(clip, 1, entity.handle, 0, 0).buffer;
     for (const [offset, clips, words, expected] of [
@@ -240,7 +240,7 @@ describe('createAnimationClipBinding', () => {
     }
   });
 
-  it('gives id 0, and no handle is used up, where a count is 0', () => {
+  it('returns id 0, and uses no handle, for a count of 0', () => {
     const { engine, clip, entity } = fixture();
     const lists = Uint32Array.of(clip, 1, entity.handle).buffer;
     for (const [clips, words] of [
@@ -263,7 +263,7 @@ describe('createAnimationClipBinding', () => {
     assert.strictEqual(engine.createAnimationClipBinding(lists, 0, 1, 2, 1).id, 0x1000);
   });
 
-  it('converts its numbers by the rules of script', () => {
+  it('converts its numbers by the rules of JavaScript', () => {
     const { world, entity, clip } = fixture();
     const lists = Uint32Array.of(0, clip, 1, entity.handle).buffer;
     for (const args of [
@@ -279,7 +279,7 @@ describe('createAnimationClipBinding', () => {
     }
   });
 
-  it('converts each number once and in order, also where the lists are refused', () => {
+  it('converts each number once and in order, also if the lists are refused', () => {
     const { engine, clip, entity } = fixture();
     const lists = Uint32Array.of(clip, 1, entity.handle).buffer;
     const gone = lists.slice(0);
@@ -319,7 +319,7 @@ describe('createAnimationClipBinding', () => {
     assert.strictEqual(engine.createAnimationClipBinding(words.buffer, 0, 1, 2, 1).id, 0x1000);
   });
 
-  it('reads the lists at any offset, and keeps nothing of the buffer', () => {
+  it('reads the lists at any offset, and does not keep the buffer', () => {
     const { world, entity, clip } = fixture();
     for (const offset of [0, 1, 2, 3, 4, 7, 4096]) {
       const bytes = new ArrayBuffer(offset + 12);
@@ -334,7 +334,7 @@ describe('createAnimationClipBinding', () => {
     }
   });
 
-  it('takes rest poses in mode 1 exactly; without one nothing is animated', () => {
+  it('takes rest poses only in mode 1; without one nothing is animated', () => {
     for (const mode of [0, 2, 3, 5, 0x80000001, NaN, false, null, 'x', {}]) {
       const { entity, controller } = playOne({ PositionX: 5 }, { mode });
       entity.words[5] = -3;
@@ -348,7 +348,7 @@ describe('createAnimationClipBinding', () => {
     }
   });
 
-  it('leaves out entities of 2D, holes, and what there is not', () => {
+  it('skips 2D entities, 0xFFFFFFFF, and unknown handles', () => {
     const world = new ControllerWorld();
     const [entity] = world.entities(1);
     const [flat] = world.add2D(1);
@@ -385,7 +385,7 @@ describe('createAnimationClipBinding', () => {
     assert.strictEqual(second.words[5], 6);
   });
 
-  it('reads an entry one word past the area, and none further', () => {
+  it('reads an entry one word past the target words, and none further', () => {
     const world = new ControllerWorld();
     const made = world.entities(3);
     const handles = made.map(({ handle }) => handle);
@@ -408,7 +408,7 @@ describe('createAnimationClipBinding', () => {
     assert.deepStrictEqual(moved(1, 1), [1, 0, 0]);
   });
 
-  it('leaves a binding without lists where a clip is missing or a group runs too far', () => {
+  it('creates a binding without lists if a clip is missing or a group is too long', () => {
     const world = new ControllerWorld();
     const [entity] = world.entities(1);
     const clip = world.clip(holdClip({ 0: { PositionX: 5 } }));
@@ -441,7 +441,7 @@ describe('updateBinding', () => {
     return { world, first, second, clip, binding };
   }
 
-  it('needs seven arguments, and says false otherwise', () => {
+  it('needs seven arguments, and returns false otherwise', () => {
     const { binding, clip, first } = fixture();
     const args = [Uint32Array.of(clip, 1, first.handle).buffer, 0, 1, 2, 0, 0, 0];
     for (let count = 0; count < 7; ++count) {
@@ -451,7 +451,7 @@ describe('updateBinding', () => {
     assert.strictEqual(binding.object.updateBinding(...args, 9), true);
   });
 
-  it('says false for what is no ArrayBuffer, and for one that is too short', () => {
+  it('returns false for other values than an ArrayBuffer, and for one that is too short', () => {
     const { binding, clip, first } = fixture();
     const words = Uint32Array.of(clip, 1, first.handle);
     const { object } = binding;
@@ -466,7 +466,7 @@ describe('updateBinding', () => {
     assert.strictEqual(object.updateBinding(words.buffer, 0, 1, 2, 0, 0, 0), false);
   });
 
-  it('changes nothing where the lists are refused', () => {
+  it('changes nothing if the lists are refused', () => {
     const { world, binding, clip, first } = fixture();
     const { object } = binding;
     const missing = Uint32Array.of(0x7000, 1, first.handle).buffer;
@@ -482,7 +482,7 @@ describe('updateBinding', () => {
     assert.strictEqual(first.words[5], 5);
   });
 
-  it('converts each number once and in order, also where the lists are refused', () => {
+  it('converts each number once and in order, also if the lists are refused', () => {
     const { binding, clip, first } = fixture();
     const { object } = binding;
     const lists = Uint32Array.of(clip, 1, first.handle).buffer;
@@ -506,7 +506,7 @@ describe('updateBinding', () => {
     assert.deepStrictEqual(order, []);
   });
 
-  it('changes nothing where the conversion of a number detaches the buffer', () => {
+  it('changes nothing if the conversion of a number detaches the buffer', () => {
     const { world, binding, clip, first, second } = fixture();
     const { object } = binding;
     const words = Uint32Array.of(clip, 1, second.handle);
@@ -530,7 +530,7 @@ describe('updateBinding', () => {
     assert.strictEqual(first.words[5], 0);
   });
 
-  it('reads as far as the word count given at creation, whatever it is given', () => {
+  it('bounds groups by the word count of creation, for any later count', () => {
     const { world, binding, clip, first, second } = fixture();
     const other = world.clip(holdClip({ 0: { PositionX: 6 }, 1: { PositionX: 7 } }));
     // At creation the area had three words.
@@ -588,7 +588,7 @@ describe('updateBinding', () => {
     [6, 1, null],
     [0x80000000, 10, null],
   ]) {
-    it(`does about entities that left what mode ${mode} says`, () => {
+    it(`treats removed entities by mode ${mode}`, () => {
       const { records, rests } = change(mode, 0, 0);
       assert.deepStrictEqual([records[0], rests[0]], [record, rest]);
       assert.deepStrictEqual([records[1], rests[1], records[2], rests[2]], [20, 2, 30, null]);
@@ -605,7 +605,7 @@ describe('updateBinding', () => {
     [6, 2, null],
     [7, 2, null],
   ]) {
-    it(`does about entities that stayed what mode ${mode} says`, () => {
+    it(`treats kept entities by mode ${mode}`, () => {
       const { records, rests } = change(1, mode, 0);
       assert.deepStrictEqual([records[1], rests[1]], [record, rest]);
       assert.deepStrictEqual([records[0], rests[0], records[2], rests[2]], [10, null, 30, null]);
@@ -619,14 +619,14 @@ describe('updateBinding', () => {
     [3, null],
     [5, null],
   ]) {
-    it(`does about entities that came what mode ${mode} says`, () => {
+    it(`treats added entities by mode ${mode}`, () => {
       const { records, rests } = change(1, 0, mode);
       assert.deepStrictEqual([records[2], rests[2]], [30, rest]);
       assert.deepStrictEqual([records[0], rests[0], records[1], rests[1]], [10, null, 20, 2]);
     });
   }
 
-  it('counts an entity without a rest pose as one that comes', () => {
+  it('treats an entity without a rest pose as added', () => {
     const { entity, clip, binding } = playOne(
       { PositionX: 5 },
       { mode: 0, rest: { place: [1, 2, 3] } }
@@ -655,7 +655,7 @@ describe('updateBinding', () => {
     assert.strictEqual(first.matrix[12], 0);
   });
 
-  it('drops entities that are gone without a trace', async () => {
+  it('drops released entities', async () => {
     const { world, first, clip, binding } = fixture();
     const runtime = addon.runtimeOf(world.engine);
     const handle = (() => {
@@ -697,7 +697,7 @@ for (const [method, className, bytesFor] of [
       assert.strictEqual(engine[method](undefined).id, 0);
     });
 
-    it('makes a zeroed block of the size that its count asks for', () => {
+    it('creates a zeroed block of the size for its count', () => {
       const engine = nq.getEngine();
       [1, 2, 3, 100, 5000].forEach((count, i) => {
         const made = engine[method](count);
@@ -711,7 +711,7 @@ for (const [method, className, bytesFor] of [
       });
     });
 
-    it('gives id 0, and no block, for a count of 0; no handle is used up', () => {
+    it('returns id 0 without a block for a count of 0, and uses no handle', () => {
       const engine = nq.getEngine();
       for (const count of [0, -0, NaN, null, false, 0.9, 'x', {}, 0x100000000]) {
         const refused = engine[method](count);
@@ -722,7 +722,7 @@ for (const [method, className, bytesFor] of [
       assert.strictEqual(engine[method](1).id, 0x1000);
     });
 
-    it('converts by the rules of script, and ignores what follows', () => {
+    it('converts by the rules of JavaScript, and ignores further arguments', () => {
       const engine = nq.getEngine();
       for (const [count, expected] of [
         ['3', 3],
@@ -778,7 +778,7 @@ describe('setMaskAtIndex', () => {
     return { world, entities, handles, controller, object: controller.object, moved, records };
   }
 
-  it('weights what reaches an entity; one that is not named keeps the whole', () => {
+  it('scales the effect on an entity; one that is not named has weight 1', () => {
     const { object, handles, moved, records } = fixture();
     assert.deepStrictEqual(moved(), [8, 8, 8]);
     const mask = records([handles[0], 0.5], [handles[1], 0]);
@@ -791,7 +791,7 @@ describe('setMaskAtIndex', () => {
     assert.deepStrictEqual(moved(), [16, 8, 8]);
   });
 
-  it('takes the first record of an entity', () => {
+  it('uses the first record of an entity', () => {
     const { object, handles, moved, records } = fixture();
     const mask = records([handles[1], 0.5], [handles[0], 0], [handles[1], 0], [handles[0], 1]);
     object.setMaskAtIndex(0, mask, 0, 4);
@@ -809,7 +809,7 @@ describe('setMaskAtIndex', () => {
     assert.deepStrictEqual(moved(), [-1, 8, 8]);
   });
 
-  it('takes an ArrayBuffer that is long enough, and changes nothing otherwise', () => {
+  it('accepts an ArrayBuffer that is long enough, and changes nothing otherwise', () => {
     const { object, handles, moved, records } = fixture();
     object.setMaskAtIndex(0, records([handles[0], 0.5]), 0, 1);
     const mask = records([handles[1], 0], [handles[2], 0]);
@@ -841,7 +841,7 @@ describe('setMaskAtIndex', () => {
     }
   });
 
-  it('converts each number once and in order, and takes the memory behind that', () => {
+  it('converts each number once and in order, before it reads the memory', () => {
     const { object, handles, moved, records } = fixture();
     object.setMaskAtIndex(0, records([handles[0], 0.5]), 0, 1);
     const mask = records([handles[1], 0]);
@@ -858,7 +858,7 @@ describe('setMaskAtIndex', () => {
     assert.deepStrictEqual(moved(), [4, 8, 8]);
   });
 
-  it('reads records at any offset, and keeps nothing of the buffer', () => {
+  it('reads records at any offset, and does not keep the buffer', () => {
     const { object, handles, moved, records } = fixture();
     for (const offset of [0, 1, 3, 8, 13]) {
       const bytes = new Uint8Array(offset + 8);
@@ -875,7 +875,7 @@ describe('setMaskAtIndex', () => {
     assert.deepStrictEqual(moved(), [8, 8, 8]);
   });
 
-  it('keeps the masks of layers apart', () => {
+  it('sets the mask of one layer only', () => {
     const { world, controller, handles, moved, records, object } = fixture();
     const two = world.controller(controller.binding, [
       { states: controller.layers[0].states },
@@ -930,7 +930,7 @@ describe('update', () => {
     }
   });
 
-  it('leaves trees without a root as they are, unlike updateAnimatorControllers', () => {
+  it('does not compute trees under no root, unlike updateAnimatorControllers', () => {
     const { world, entity, controller } = playOne({ PositionX: 5 });
     entity.matrix.fill(-777);
     controller.object.update(0, new ArrayBuffer(0));
@@ -970,7 +970,7 @@ describe('updateAnimatorControllers', () => {
     assert.deepStrictEqual(moved(Uint32Array.of(3, ...ids).buffer, 9), [5, 5, 5]);
   });
 
-  it('takes views at odd places', () => {
+  it('reads views at odd offsets', () => {
     const { ids, moved } = fixture();
     const odd = new Uint8Array(19);
     odd.set(new Uint8Array(Uint32Array.of(3, ...ids).buffer), 3);
@@ -997,7 +997,7 @@ describe('updateAnimatorControllers', () => {
     assert.deepStrictEqual(moved(new Uint8Array(bytes, 0, 15)), [0, 0, 0]);
   });
 
-  it('passes over handles that name nothing', () => {
+  it('skips unknown handles', () => {
     const { ids, moved } = fixture();
     assert.deepStrictEqual(moved(Uint32Array.of(1, 0)), [0, 0, 0]);
     assert.deepStrictEqual(moved(Uint32Array.of(1, none)), [0, 0, 0]);
@@ -1011,12 +1011,12 @@ describe('updateAnimatorControllers', () => {
     'batchOfEmptyBuffer',
     'batchOfDetachedView',
   ]) {
-    it(`faults on the first word: ${name}`, () => {
+    it(`ends the process by a segmentation fault on the first word: ${name}`, () => {
       assertFault(runScript('controllers.js', name));
     });
   }
 
-  it('brings a tree up to date that is under no root, from its topmost entity', () => {
+  it('computes a tree under no root, from its topmost entity', () => {
     const world = new ControllerWorld();
     const [top, middle, bone, beside] = world.entities(4);
     world.command('addChild', top, middle);
@@ -1043,7 +1043,7 @@ describe('updateAnimatorControllers', () => {
     assert.strictEqual(bone.matrix[12], 321);
   });
 
-  it('finds the tree by the first entry of the first list, holes included', () => {
+  it('finds the tree by the first entry of the first list, including 0xFFFFFFFF', () => {
     const world = new ControllerWorld();
     const [first, second] = world.entities(2);
     const clips = [1, 2, 3].map((x) => world.clip(holdClip({ 0: { PositionX: x } })));
@@ -1078,7 +1078,7 @@ describe('updateAnimatorControllers', () => {
 });
 
 describe('blocks', () => {
-  it('of fresh objects name nothing, and move nothing', () => {
+  it('of new objects name nothing, and move nothing', () => {
     const { world, entity, binding } = playOne({ PositionX: 5 });
     const controller = world.engine.createAnimatorControllerModel(2);
     const update = () => world.engine.updateAnimatorControllers(Uint32Array.of(1, controller.id));
@@ -1099,7 +1099,7 @@ describe('blocks', () => {
     assert.notStrictEqual(entity.matrix[0], -777);
   });
 
-  it('without a binding, or with one that there is not, move nothing', () => {
+  it('without a binding, or with an unknown one, move nothing', () => {
     const { entity, controller } = playOne({ PositionX: 5 }, { state: { fill: 1 } });
     for (const handle of [none, 0, 0x7000]) {
       controller.words[0] = handle;
@@ -1111,7 +1111,7 @@ describe('blocks', () => {
     assert.strictEqual(entity.words[5], 5);
   });
 
-  it('turn a layer off by blend modes from 2 on, or without a first state', () => {
+  it('switch a layer off by blend modes from 2 on, or without a first state', () => {
     const { world, entity, controller, state } = playOne({ PositionX: 5 }, { state: { fill: 1 } });
     world.refresh();
     const untouched = () => {
@@ -1149,7 +1149,7 @@ describe('blocks', () => {
     assert.strictEqual(shown(0x7000), 4);
   });
 
-  it('skip states of weight 0, but not of one that is no number', () => {
+  it('skip states of weight 0, but not of weight NaN', () => {
     const { world, entity, clip, controller } = playOne({ PositionX: 8 });
     const other = world.state([{ clip }], { weight: 0 });
     controller.setLayer(0, { states: [other, controller.layers[0].states[0]] });
@@ -1165,7 +1165,7 @@ describe('blocks', () => {
 });
 
 describe('a state', () => {
-  it('whose clips all have weight 0 gives nothing', () => {
+  it('whose clips all have weight 0 has no effect', () => {
     const { world, entity, state, controller } = playOne({ PositionX: 5 }, { play: { weight: 0 } });
     world.refresh();
     entity.words.fill(-777, 1);
@@ -1182,7 +1182,7 @@ describe('a state', () => {
     assert.deepStrictEqual(position(entity), [4, 5, 6]);
   });
 
-  it('skips clips that the binding has no list for, and those that are gone', async () => {
+  it('skips clips without a list in the binding, and released clips', async () => {
     const { world, entity, clip, controller } = playOne({ PositionX: 8 });
     const unlisted = world.clip(holdClip({ 0: { PositionX: 100 } }));
     const references = addon.coreReferences(world.engine);
@@ -1206,7 +1206,7 @@ describe('a state', () => {
     assert.strictEqual(entity.words[5], 8);
   });
 
-  it('sums its clips by their weights, unchecked', () => {
+  it('sums its clips by their weights, without clamping', () => {
     const world = new ControllerWorld();
     const [entity] = world.entities(1);
     const clips = [8, 100].map((x) => world.clip(holdClip({ 0: { PositionX: x } })));
@@ -1226,7 +1226,7 @@ describe('a state', () => {
     }
   });
 
-  it('samples at its time, which wraps; ahead of 0 the first key holds', () => {
+  it('samples at its time, which wraps; below 0 it holds the first key', () => {
     const world = new ControllerWorld();
     const [entity] = world.entities(1);
     // Slopes of 1 a frame: 30 a second.
@@ -1267,7 +1267,7 @@ describe('a state', () => {
     assert.strictEqual(entity.words[5], 0);
   });
 
-  it('leaves a target alone that lies beyond its list', () => {
+  it('skips a target beyond its list', () => {
     const world = new ControllerWorld();
     const [entity] = world.entities(1);
     const clip = world.clip(holdClip({ 0: { PositionX: 5 }, 7: { PositionY: 6 } }));
@@ -1276,7 +1276,7 @@ describe('a state', () => {
     assert.deepStrictEqual(position(entity), [5, 0, 0]);
   });
 
-  it('completes angles from the rest pose only where it is told to', () => {
+  it('completes angles from the rest pose only with fillDefaults', () => {
     const channels = { EulerY: 0.5 };
     const plain = playOne(channels, { rest: { turned: [0.2, 0.3, 0.4] } });
     plain.controller.update();
@@ -1319,7 +1319,7 @@ describe('a state', () => {
     assertNear(rotation(none.entity), turnZ(1), 1e-6);
   });
 
-  it('takes no rotation from a quaternion that lacks a part, even from the rest pose', () => {
+  it('has no rotation for an incomplete quaternion, even with fillDefaults', () => {
     for (const fill of [0, 1]) {
       const { entity, controller } = playOne(
         { QuaternionW: 0, QuaternionX: 1, PositionX: 3 },
@@ -1333,7 +1333,7 @@ describe('a state', () => {
 });
 
 describe('an override layer', () => {
-  it('stores what its clip has channels for, and leaves the rest', () => {
+  it('stores only the channels of its clip', () => {
     const { entity, controller } = playOne({ PositionY: 5, ScaleZ: 7 });
     entity.setTransform([0.1, 0.2, 0.3], [1, 2, 3], [4, 5, 6]);
     controller.update();
@@ -1343,7 +1343,7 @@ describe('an override layer', () => {
     assertNear(rotation(entity).slice(0, 3), [0.1, 0.2, 0.3], 1e-7);
   });
 
-  it('leaves an entity in quaternion mode once its rotation was animated', () => {
+  it('sets quaternion mode when it animates a rotation', () => {
     const { entity, controller } = playOne(quaternionChannels(turnZ(1)));
     assert.strictEqual(entity.bytes[0], 0);
     controller.update();
@@ -1351,7 +1351,7 @@ describe('an override layer', () => {
     assertNear(rotation(entity), turnZ(1), 1e-6);
   });
 
-  it('fills up states that weigh less than 1 by an identity: 0 to position, 1 to scale', () => {
+  it('completes weights below 1 by an identity: position 0, scale 1', () => {
     const { entity, controller } = playOne(
       { PositionX: 8, ScaleX: 8 },
       { state: { weight: 0.5 }, rest: { place: [100, 0, 0], size: [100, 1, 1] } }
@@ -1361,7 +1361,7 @@ describe('an override layer', () => {
     assert.strictEqual(entity.words[8], 4.5);
   });
 
-  it('turns what weighs less than 1 towards no turn', () => {
+  it('blends a rotation of weight below 1 towards the identity', () => {
     const { entity, controller } = playOne(quaternionChannels(turnZ(1)), {
       state: { weight: 0.5 },
       rest: { turned: turnZ(3) },
@@ -1372,7 +1372,7 @@ describe('an override layer', () => {
     assertNear(rotation(entity), [0, 0, (0.5 * z) / length, (0.5 * w + 0.5) / length], 1e-6);
   });
 
-  it('fills up from the rest pose of an entity whose handle is the blended number', () => {
+  it('completes from the rest pose of an entity whose handle equals the blended value', () => {
     const world = new ControllerWorld();
     const [first] = world.entities(1);
     first.setTransform([0, 0, 0], [600, 0, 0], [3, 3, 3]);
@@ -1387,7 +1387,7 @@ describe('an override layer', () => {
     assert.strictEqual(entity.words[8], 4096.5 + 1.5);
   });
 
-  it('makes a rest pose of its own under the blended number, which can be a handle', () => {
+  it('enters a rest pose under the blended value, which may be a handle', () => {
     const world = new ControllerWorld();
     const [first] = world.entities(1);
     const [entity] = world.entities(1);
@@ -1416,7 +1416,7 @@ describe('an override layer', () => {
     assertNear(rotation(entity), turnZ(1.5), 1e-6);
   });
 
-  it('takes the near one of the two quaternions of a turn', () => {
+  it('chooses the sign of a quaternion for the shorter arc', () => {
     const far = turnZ(1).map((value) => -value);
     const { entity, controller } = playOne(quaternionChannels(far), {
       layer: { weight: 0.5 },
@@ -1426,7 +1426,7 @@ describe('an override layer', () => {
     assertNear(rotation(entity), turnZ(1.5), 1e-6);
   });
 
-  it('scales by a weight of 1 or more, and turns by as much of the tangent', () => {
+  it('scales values by a weight of 1 or more, and the tangent of the half angle of rotations', () => {
     const { entity, controller } = playOne(
       Object.assign({ PositionX: 8, ScaleX: 3 }, quaternionChannels(turnZ(1))),
       { layer: { weight: 1.5 }, rest: { place: [4, 0, 0], size: [2, 1, 1], turned: turnZ(2) } }
@@ -1443,7 +1443,7 @@ describe('an override layer', () => {
     assert(Number.isNaN(entity.words[5]) && Number.isNaN(entity.words[1]));
   });
 
-  it('replaces what lower layers gave, channel by channel', () => {
+  it('replaces values of lower layers, channel by channel', () => {
     const world = new ControllerWorld();
     const [entity] = world.entities(1);
     entity.setTransform([0, 0, 0], [100, 200, 300], [1, 1, 1]);
@@ -1462,7 +1462,7 @@ describe('an override layer', () => {
     assert.deepStrictEqual(position(entity), [100, 9, 300]);
   });
 
-  it('holds the weighted sum of states whose weights add up to 1', () => {
+  it('is the weighted sum of states whose weights sum to 1', () => {
     const world = new ControllerWorld();
     const [entity] = world.entities(1);
     const clips = [8, 16].map((x) => world.clip(holdClip({ 0: { PositionX: x, ScaleX: x } })));
@@ -1472,7 +1472,7 @@ describe('an override layer', () => {
     assert.deepStrictEqual([entity.words[5], entity.words[8]], [14, 14]);
   });
 
-  it('passes over weights of 0 that fill up carries along', () => {
+  it('skips channels of weight 0 that fillDefaults includes', () => {
     const world = new ControllerWorld();
     const [entity, other] = world.entities(2);
     other.setTransform([0, 0, 0], [1, 2, 3], [4, 5, 6]);
@@ -1505,7 +1505,7 @@ describe('an override layer', () => {
 describe('an additive layer', () => {
   const rest = { place: [10, 20, 30], size: [2, 2, 2], turned: turnZ(1) };
 
-  it('at the bottom puts whole rest positions below, and a part of rest scales', () => {
+  it('in layer 0 adds the whole rest position, and a part of the rest scale', () => {
     const channels = Object.assign({ PositionX: 4, ScaleX: 6 }, quaternionChannels(turnZ(0.5)));
     const { world, entity, clip, controller } = playOne(channels, {
       rest,
@@ -1528,7 +1528,7 @@ describe('an additive layer', () => {
     assertNear(rotation(entity), turnZ(1 + 2 * Math.atan(0.5 * Math.tan(0.15))), 1e-6);
   });
 
-  it('of nothing keeps rest position and rotation, and halves the scale by a weight of a half', () => {
+  it('without a difference keeps rest position and rotation, and halves the scale at weight 0.5', () => {
     const channels = Object.assign(
       { PositionX: 4, PositionY: 4, PositionZ: 4, ScaleX: 6, ScaleY: 6, ScaleZ: 6 },
       quaternionChannels(turnZ(0.5))
@@ -1547,7 +1547,7 @@ describe('an additive layer', () => {
     }
   });
 
-  it('takes its own start away where the binding has no list for the reference', () => {
+  it('subtracts its own start if the binding has no list for the reference', () => {
     const world = new ControllerWorld();
     const [entity] = world.entities(1);
     const keys = [
@@ -1564,7 +1564,7 @@ describe('an additive layer', () => {
     }
   });
 
-  it('above others adds; positions have nothing below them unless a layer gave it', () => {
+  it('above others adds to lower layers; positions start from 0 if no lower layer animates them', () => {
     const world = new ControllerWorld();
     const [entity] = world.entities(1);
     entity.setTransform(turnZ(1), [10, 20, 30], [2, 2, 2]);
@@ -1600,7 +1600,7 @@ describe('an additive layer', () => {
     assertNear(rotation(entity), turnZ(1.5), 1e-6);
   });
 
-  it('skips what is not in the reference pose, whole', () => {
+  it('skips targets that are not in the reference pose', () => {
     const world = new ControllerWorld();
     const [first, second] = world.entities(2);
     const clip = world.clip(holdClip({ 0: { PositionX: 3 }, 1: { PositionX: 4 } }));
@@ -1614,7 +1614,7 @@ describe('an additive layer', () => {
     assert.deepStrictEqual([first.words[5], second.words[5]], [0, 3]);
   });
 
-  it('takes the first of several reference samples for an entity', () => {
+  it('uses the first of several reference samples for an entity', () => {
     const world = new ControllerWorld();
     const [entity] = world.entities(1);
     const clip = world.clip(holdClip({ 0: { PositionX: 9 } }));
@@ -1638,7 +1638,7 @@ describe('an additive layer', () => {
     assert.strictEqual(shown([handle, handle, handle]), 9);
   });
 
-  it('leaves a rotation whole that only one side has', () => {
+  it('adds a rotation that only one side has without subtraction', () => {
     const { world, entity, clip } = playOne(quaternionChannels(turnZ(0.5)), { rest });
     const reference = world.clip(holdClip({ 0: { PositionX: 1 } }));
     const binding = world.binding([clip, reference].map((handle) => [handle, [entity.handle]]));
@@ -1649,7 +1649,7 @@ describe('an additive layer', () => {
     assertNear(rotation(entity), turnZ(1.5), 1e-6);
   });
 
-  it('scales a rotation that weighs less than 1 towards no turn, after it weighed it', () => {
+  it('scales a rotation of weight below 1 towards the identity, after weighting it', () => {
     const { entity, clip, state, controller } = playOne(quaternionChannels(turnZ(0.5)), {
       layer: { blendMode: additive },
     });
@@ -1672,7 +1672,7 @@ describe('an additive layer', () => {
     }
   });
 
-  it('carries nothing along that has no curves, whatever its states say', () => {
+  it('does not include entities without curves, even with fillDefaults', () => {
     const world = new ControllerWorld();
     const [entity, other] = world.entities(2);
     world.command('addRoot', other);
@@ -1806,7 +1806,7 @@ describe('random controllers', () => {
     assert(moved.length > single.length / 2);
   });
 
-  it('store what the records say, operation by operation', () => {
+  it('store the values computed from the records, operation by operation', () => {
     const built = build(29);
     let stored = 0;
     let turned = 0;
@@ -1842,7 +1842,7 @@ describe('random controllers', () => {
 });
 
 describe('lifetime of bindings, controllers and states', () => {
-  it('holds a reference a wrapper and one a native value, and gives all back', async () => {
+  it('holds one reference per wrapper and one per native value, and releases all', async () => {
     const engine = nq.getEngine();
     const runtime = addon.runtimeOf(engine);
     const references = addon.coreReferences(engine);
@@ -1863,7 +1863,7 @@ describe('lifetime of bindings, controllers and states', () => {
     assert.strictEqual(engine.createAnimatorControllerModel(1).id, 0x1000);
   });
 
-  it('takes away what a controller refers to, one after the other, without harm', async () => {
+  it('allows the release of everything that a controller refers to, one after the other', async () => {
     const { engine } = new ControllerWorld();
     const runtime = addon.runtimeOf(engine);
     const references = addon.coreReferences(engine);
@@ -1914,7 +1914,7 @@ describe('lifetime of bindings, controllers and states', () => {
     assert.strictEqual(addon.hasBlock(runtime, controller.memoryID), true);
   });
 
-  it('skips entities that are gone, and does not climb to their tree', async () => {
+  it('skips released entities and their tree', async () => {
     const world = new ControllerWorld();
     const [entity] = world.entities(1);
     const runtime = addon.runtimeOf(world.engine);
@@ -1931,7 +1931,7 @@ describe('lifetime of bindings, controllers and states', () => {
     assert.strictEqual(entity.words[5], 6);
   });
 
-  it('keeps the engine until the last of them is gone', async () => {
+  it('keeps the engine until the last of them is released', async () => {
     let made = null;
     const runtime = (() => {
       const engine = nq.getEngine();
@@ -1998,7 +1998,7 @@ describe('class records of bindings, controllers and states', () => {
   });
 
   for (const name of ['constructBinding', 'constructController', 'constructState']) {
-    it(`are of classes that script does not construct: ${name}`, () => {
+    it(`are of classes that JavaScript can not construct: ${name}`, () => {
       const result = runScript('controllers.js', name);
       assertFailedAssertion(result, '0 && "not implement"', 'BindingTemp/BindingEngine');
       assert.strictEqual(result.stdout, 'about to end\n');

@@ -214,7 +214,7 @@ const plain = { position: [0, 0, 0], scale: [1, 1, 1], rotation: turn(axes.x, 0)
 const rounds = 200;
 
 describe('crossfades against three.js', () => {
-  it('agree in position and scale, for any number of states whose weights add up to 1', () => {
+  it('agree in position and scale, for any number of states whose weights sum to 1', () => {
     const random = createRandom(3);
     for (let round = 0; round < rounds; ++round) {
       // Parts of 64 add up without rounding.
@@ -230,7 +230,7 @@ describe('crossfades against three.js', () => {
     }
   });
 
-  it('differ in rotation as a chord that is walked evenly does from its arc', () => {
+  it('differ in rotation as linear interpolation differs from slerp', () => {
     const random = createRandom(5);
     let largest = 0;
     for (let round = 0; round < rounds; ++round) {
@@ -272,7 +272,7 @@ describe('crossfades against three.js', () => {
     }
   });
 
-  it('agree with a layer that is only partly there, over the rest pose', () => {
+  it('agree with a layer of weight below 1 over the rest pose', () => {
     const random = createRandom(11);
     for (let round = 0; round < rounds; ++round) {
       const axis = randomAxis(random);
@@ -308,7 +308,7 @@ describe('additive layers against three.js', () => {
     ]);
   }
 
-  it('agree in position and scale over an override layer, by any weight', () => {
+  it('agree in position and scale over an override layer, for any weight', () => {
     const random = createRandom(13);
     for (let round = 0; round < rounds; ++round) {
       const { engine, oracle } = stacked(random, random.real(0, 1.5));
@@ -317,7 +317,7 @@ describe('additive layers against three.js', () => {
     }
   });
 
-  it('agree in rotation by a weight of 1, where all turns are around one axis', () => {
+  it('agree in rotation for a weight of 1, if all rotations share an axis', () => {
     const random = createRandom(17);
     let moved = 0;
     for (let round = 0; round < rounds; ++round) {
@@ -337,7 +337,7 @@ describe('additive layers against three.js', () => {
     assert(moved > rounds / 2, `${moved}`);
   });
 
-  it('agree over the rest pose in position by any weight, and in rotation if it is the reference', () => {
+  it('agree over the rest pose in position for any weight, and in rotation if it is the reference', () => {
     const random = createRandom(19);
     for (let round = 0; round < rounds; ++round) {
       const motion = randomMotion(random, randomAxis(random));
@@ -357,7 +357,7 @@ describe('additive layers against three.js', () => {
     }
   });
 
-  it('take the first frame of a clip for its reference where none is given', () => {
+  it('use the first frame of a clip as the default reference', () => {
     const random = createRandom(23);
     for (let round = 0; round < 20; ++round) {
       const motion = randomMotion(random, randomAxis(random));
@@ -368,7 +368,7 @@ describe('additive layers against three.js', () => {
     }
   });
 
-  it('differ in rotation by a part of the weight as a tangent does from its angle', () => {
+  it('differ in rotation for weights below 1 as a tangent differs from its angle', () => {
     const random = createRandom(29);
     let largest = 0;
     for (let round = 0; round < rounds; ++round) {
@@ -392,7 +392,7 @@ describe('additive layers against three.js', () => {
     assert(largest > 0.05, `${largest}`);
   });
 
-  it('turn in the space of the parent what is below; a mixer turns in its own', () => {
+  it('rotate in the space of the parent; a mixer rotates in the space of the bone', () => {
     const random = createRandom(31);
     let apart = 0;
     for (let round = 0; round < rounds; ++round) {
@@ -415,7 +415,7 @@ describe('additive layers against three.js', () => {
     assert(apart > rounds, `${apart}`);
   });
 
-  it('pile up in the order of layers, the last one outermost; a mixer has it innermost', () => {
+  it('multiply in the order of layers, the last one outermost; a mixer has it innermost', () => {
     const base = turn(axes.x, 0.8);
     const [first, second] = [turn(axes.y, 1), turn(axes.z, 1.5)];
     const layers = [first, second].map((rotation) => ({
@@ -439,7 +439,7 @@ describe('additive layers against three.js', () => {
     assertRotation(even.engine.rotation, turn(axes.z, 1.4));
   });
 
-  it('add turns of states in one layer as vectors, where a mixer multiplies', () => {
+  it('add rotations of states in one layer as vectors; a mixer multiplies', () => {
     for (const [a, b] of [
       [0.4, 0.8],
       [1, 0.1],
@@ -455,7 +455,7 @@ describe('additive layers against three.js', () => {
     }
   });
 
-  it('at the bottom take the rest scale away by their weight; a mixer keeps it', () => {
+  it('in layer 0 reduce the rest scale by their weight; a mixer keeps it', () => {
     const random = createRandom(41);
     for (let round = 0; round < rounds; ++round) {
       const rest = Object.assign({}, plain, { scale: [0, 0, 0].map(() => random.real(1, 2)) });
@@ -468,7 +468,7 @@ describe('additive layers against three.js', () => {
     }
   });
 
-  it('further up add to no position where nothing gave one; a mixer adds to the rest pose', () => {
+  it('in higher layers add to position 0 if no lower layer animates it; a mixer adds to the rest pose', () => {
     const rest = Object.assign({}, plain, { position: [10, 20, 30] });
     const motion = still({ position: [5, 6, 7] });
     const reference = still({ position: [1, 1, 1] });
@@ -483,7 +483,7 @@ describe('additive layers against three.js', () => {
 });
 
 describe('override layers against three.js', () => {
-  it('replace what is below, and blend with the rest pose; a mixer blends all its actions', () => {
+  it('replace lower layers, and blend with the rest pose; a mixer blends all its actions', () => {
     const rest = Object.assign({}, plain, { position: [8, 0, 0] });
     const layers = [
       [16, 0, 0],
@@ -497,7 +497,7 @@ describe('override layers against three.js', () => {
     assert(Math.abs(oracle.position[0] - (16 + (0.5 / 1.5) * 16)) < 1e-12);
   });
 
-  it('fill states up by an identity where their weights fall short; a mixer by the rest pose', () => {
+  it('complete weights below 1 by an identity; a mixer by the rest pose', () => {
     const rest = Object.assign({}, plain, { position: [8, 0, 0], scale: [4, 1, 1] });
     const motion = still({ position: [16, 0, 0], scale: [2, 1, 1] });
     const { engine, oracle } = pose(rest, [{ states: [{ motion, weight: 0.5 }] }]);

@@ -67,7 +67,7 @@ const entityCases = [
 
 describe('EntityCommandWriter', () => {
   for (const [method, args, expected] of entityCases) {
-    it(`writes ${method} behind what is there`, () => {
+    it(`appends ${method}`, () => {
       const { words, writer } = entityWriter();
       assert.strictEqual(writer.addRoot(77), 4);
       assert.strictEqual(writer[method](...args), 12);
@@ -86,7 +86,7 @@ describe('EntityCommandWriter', () => {
       assert.strictEqual(commands.entityCommands[method], expected[0]);
     });
 
-    it(`writes ${method} into the last bytes, and not one further`, () => {
+    it(`writes ${method} into the last bytes, but not beyond`, () => {
       const bytes = 4 * expected.length;
       const { words, writer } = entityWriter();
       words[0] = 49148 - bytes;
@@ -110,14 +110,14 @@ describe('EntityCommandWriter', () => {
     assert(Object.isFrozen(commands.entityCommands));
   });
 
-  it('writes batches of nothing', () => {
+  it('writes empty batches', () => {
     const { words, writer } = entityWriter();
     writer.bindToBoneBatch([], []);
     writer.unbindFromBoneBatch([]);
     assert.deepStrictEqual(Array.from(words.subarray(0, 6)), [16, 7, 0, 9, 0, poison]);
   });
 
-  it('follows the first word, whoever writes it', () => {
+  it('appends at the first word, also if others wrote it', () => {
     const { words, writer } = entityWriter();
     writer.addRoot(1);
     words[0] = 0; // as a refresh does
@@ -131,7 +131,7 @@ describe('EntityCommandWriter', () => {
     assert.strictEqual(writer.room, 49148);
   });
 
-  it('says so when the first word cannot be right', () => {
+  it('throws if the first word is invalid', () => {
     for (const wrong of [49152, 6, last]) {
       const { words, writer } = entityWriter();
       words[0] = wrong;
@@ -152,7 +152,7 @@ describe('EntityCommandWriter', () => {
     // An element of a batch is wrong in the same ways.
     const isBatch = Array.isArray(args[0]) || args[0] instanceof Uint32Array;
     wrongs.push(...[-1, 1.5, NaN, Infinity, 2 ** 32].map((value) => [value, RangeError]));
-    it(`refuses arguments of ${method} that are no words`, () => {
+    it(`refuses arguments of ${method} that are no 32-bit words`, () => {
       const { words, writer } = entityWriter();
       args.forEach((_, i) => {
         for (const [value, type] of wrongs) {
@@ -172,7 +172,7 @@ describe('EntityCommandWriter', () => {
     });
   }
 
-  it('refuses batches that are none, and sides of different length', () => {
+  it('refuses invalid batches, and sides of different length', () => {
     const { words, writer } = entityWriter();
     for (const value of [undefined, 7, 'abc', {}, new Float32Array(2), new ArrayBuffer(8)]) {
       const pattern = /is .*: give a Uint32Array or an array of handles/;
@@ -184,7 +184,7 @@ describe('EntityCommandWriter', () => {
     assertRefused(words, () => writer.bindToBoneBatch([1, 2], [1, 2, 3]), RangeError, pattern);
   });
 
-  it('wants an engine', () => {
+  it('requires an engine', () => {
     const owners = [[0, 0, 0, 0], { [Symbol.toStringTag]: 'ArrayBuffer' }, ...hostileObjects()];
     for (const value of [
       undefined,
@@ -234,7 +234,7 @@ describe('EntityCommandWriter', () => {
     });
   });
 
-  it('keeps the engine that owns the memory', () => {
+  it('keeps the engine alive that owns the memory', () => {
     const engine = nq.getEngine();
     assert.strictEqual(new EntityCommandWriter(engine).owner, engine);
     assert.strictEqual(new DirtyListWriter(engine).owner, engine);
@@ -265,7 +265,7 @@ describe('DirtyListWriter', () => {
     assert.strictEqual(writer.room, 12280);
   });
 
-  it('holds 12287 entries and refuses the next, whole', () => {
+  it('holds 12287 entries and refuses the next, without writing', () => {
     const { words, writer } = listWriter();
     writer.appendRange(1, 12285);
     const pattern = (method, added, room) =>
@@ -288,7 +288,7 @@ describe('DirtyListWriter', () => {
     assert.strictEqual(writer.room, 12287);
   });
 
-  it('refuses what is no handle', () => {
+  it('refuses values that are no handles', () => {
     const { words, writer } = listWriter();
     for (const [value, type] of [
       [undefined, TypeError],
@@ -314,7 +314,7 @@ describe('DirtyListWriter', () => {
     assert.strictEqual(words[1], last);
   });
 
-  it('says so when the first word cannot be right', () => {
+  it('throws if the first word is invalid', () => {
     const { words, writer } = listWriter();
     words[0] = 12288;
     const pattern = /the first word is 12288, no count of at most 12287 entries: clear it/;
@@ -323,7 +323,7 @@ describe('DirtyListWriter', () => {
     assertRefused(words, () => writer.appendRange(1, 1), RangeError, pattern);
   });
 
-  it('wants an engine', () => {
+  it('requires an engine', () => {
     assert.throws(() => new DirtyListWriter({}), {
       name: 'TypeError',
       message:
@@ -377,7 +377,7 @@ describe('entity commands and dirty list in the engine', () => {
     assert.strictEqual(s.dirty.count, 0);
   });
 
-  it('lets go of a child, and takes it as a root', () => {
+  it('removes a child, and adds it as a root', () => {
     const s = createScene(1, 10);
     s.commands.addRoot(s.h(0));
     s.commands.addChild(s.h(0), s.h(1));
@@ -388,7 +388,7 @@ describe('entity commands and dirty list in the engine', () => {
     assert.deepStrictEqual([0, 1].map(s.worldX), [1, 10]);
   });
 
-  it('leaves matrices of a subtree that was reset as they are', () => {
+  it('does not change matrices of a subtree that was reset', () => {
     const s = createScene(1, 10, 100);
     s.commands.addRoot(s.h(0));
     s.commands.addChild(s.h(0), s.h(1));
@@ -407,7 +407,7 @@ describe('entity commands and dirty list in the engine', () => {
     assert.strictEqual(s.worldX(2), 100);
   });
 
-  it('holds what is inactive, and computes it when it is activated', () => {
+  it('skips inactive entities, and computes them when they are activated', () => {
     const s = createScene(1, 10);
     s.commands.addRoot(s.h(0));
     s.commands.addChild(s.h(0), s.h(1));
@@ -438,7 +438,7 @@ describe('entity commands and dirty list in the engine', () => {
     assert.deepStrictEqual([4, 5, 6].map(s.localX), [1, 2, 3]);
   });
 
-  it('appends behind entries that native code has left', () => {
+  it('appends after entries of native code', () => {
     const s = createScene(7, 0, 0);
     s.commands.addRoot(s.h(0));
     s.commands.addRoot(s.h(1));
@@ -477,7 +477,7 @@ describe('entity commands and dirty list in the engine', () => {
     assert.strictEqual(s.dirty.count, 0);
   });
 
-  it('takes a stream and a list that are full to the last word', () => {
+  it('executes a stream and a list that are full to the last word', () => {
     const count = 4095;
     const s = createScene(...new Array(count).fill(1));
     s.commands.addRoot(s.h(0));
@@ -546,7 +546,7 @@ describe('MatrixFlowWriter', () => {
       assert.strictEqual(commands.matrixFlowCommands[method], type);
     });
 
-    it(`writes ${method} into the last bytes, and not one further`, () => {
+    it(`writes ${method} into the last bytes, but not beyond`, () => {
       const { words, writer } = flowWriter(4 + size);
       writer[method](...flat);
       assert.deepStrictEqual(Array.from(words), [size, type, ...flat]);
@@ -559,7 +559,7 @@ describe('MatrixFlowWriter', () => {
       assertRefused(short.words, () => short.writer[method](...objects), RangeError, /do not fit/);
     });
 
-    it(`refuses operands of ${method} that are none, and names them`, () => {
+    it(`refuses invalid operands of ${method}, and names them`, () => {
       const { words, writer } = flowWriter();
       names.forEach((name, i) => {
         for (const value of [undefined, null, 'x']) {
@@ -596,7 +596,7 @@ describe('MatrixFlowWriter', () => {
       });
     });
 
-    it(`holds ${method} against the sizes of blocks that are known`, () => {
+    it(`checks ${method} against the known sizes of blocks`, () => {
       const blockSizes = new Map([[5, 100]]);
       const { words, writer } = flowWriter(256, { blockSizes });
       names.forEach((name, i) => {
@@ -694,7 +694,7 @@ describe('MatrixFlowWriter', () => {
     ]);
   });
 
-  it('leaves bytes behind the last whole word alone', () => {
+  it('does not write bytes after the last whole word', () => {
     const bytes = new Uint8Array(15).fill(0xab);
     bytes.fill(0, 0, 4);
     const writer = new MatrixFlowWriter({ buffer: bytes.buffer });
@@ -704,7 +704,7 @@ describe('MatrixFlowWriter', () => {
     assert.deepStrictEqual(Array.from(bytes.subarray(12)), [0xab, 0xab, 0xab]);
   });
 
-  it('wants a command buffer that has memory, and sizes in a Map', () => {
+  it('requires a command buffer with memory, and sizes in a Map', () => {
     for (const value of [undefined, null, 7, { id: 0 }, new ArrayBuffer(64)]) {
       assert.throws(() => new MatrixFlowWriter(value), {
         name: 'TypeError',
@@ -720,7 +720,7 @@ describe('MatrixFlowWriter', () => {
     }
   });
 
-  it('says so when the first word cannot be right, until it is reset', () => {
+  it('throws if the first word is invalid, until it is reset', () => {
     const { words, writer } = flowWriter(64);
     words[0] = 64;
     assertRefused(words, () => writer.call(1), RangeError, /the first word is 64, no length of/);

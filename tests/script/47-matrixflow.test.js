@@ -45,7 +45,7 @@ function objectsOf(module) {
 }
 
 describe('module without command buffers', () => {
-  it('has no way to make one', () => {
+  it('has no method to create one', () => {
     assert.strictEqual(methods.Engine.includes('createMatrixFlowCommandBuffer'), false);
     assert.strictEqual('createMatrixFlowCommandBuffer' in nq.getEngine(), false);
   });
@@ -67,7 +67,7 @@ suite('module with command buffers (NQ_SCRIPT_MATRIXFLOW)', () => {
     );
   });
 
-  it('has a class of its own for them, with one method', () => {
+  it('has a class for them, with one method', () => {
     const buffer = flow.getEngine().createMatrixFlowCommandBuffer(16);
     assert.strictEqual(buffer.constructor.name, 'EngineMatrixFlowCommandBuffer');
     assert.strictEqual(
@@ -82,7 +82,7 @@ suite('module with command buffers (NQ_SCRIPT_MATRIXFLOW)', () => {
     assert.strictEqual(again.constructor, buffer.constructor);
   });
 
-  it('differs in nothing else', () => {
+  it('has no other differences', () => {
     assert.deepStrictEqual(shapeOf(flow), shapeOf(nq));
     assert.deepStrictEqual(flow.getVersion(), nq.getVersion());
     const plain = objectsOf(nq);
@@ -98,7 +98,7 @@ suite('module with command buffers (NQ_SCRIPT_MATRIXFLOW)', () => {
 });
 
 suite('creation of a command buffer', () => {
-  it('gives "id", "buffer" and "memoryID", and zeros', () => {
+  it('returns "id", "buffer" and "memoryID", and zeros', () => {
     const engine = flow.getEngine();
     const first = engine.createMatrixFlowCommandBuffer(1000);
     const second = engine.createMatrixFlowCommandBuffer(64);
@@ -113,7 +113,7 @@ suite('creation of a command buffer', () => {
     }
   });
 
-  it('has the size that was asked for', () => {
+  it('has the requested size', () => {
     const engine = flow.getEngine();
     const sizes = [1, 16, 17, 300, 640, 641].map(
       (size) => engine.createMatrixFlowCommandBuffer(size).buffer.byteLength
@@ -133,14 +133,14 @@ suite('creation of a command buffer', () => {
     ]);
   });
 
-  it('gives null without arguments, on any receiver', () => {
+  it('returns null without arguments, on any receiver', () => {
     const { createMatrixFlowCommandBuffer } = flow.getEngine();
     for (const receiver of [flow.getEngine(), {}, undefined, 7]) {
       assert.strictEqual(createMatrixFlowCommandBuffer.call(receiver), null);
     }
   });
 
-  it('takes its size as a number, whatever it is', () => {
+  it('converts its size to a number', () => {
     const engine = flow.getEngine();
     const sizes = ['20', 20.9, true].map(
       (size) => engine.createMatrixFlowCommandBuffer(size).buffer.byteLength
@@ -172,14 +172,14 @@ suite('execute', () => {
     ['wrap', '[NQ_WARN][MatrixFlow]: Memory Error (id, offset, len) not match'],
     ['divisorTooSmall', ''],
   ]) {
-    it(`returns and prints what it should: ${name}`, () => {
+    it(`returns and prints the expected result: ${name}`, () => {
       const result = runScript('matrixflow.js', name);
       assertCleanExit(result);
       assert.strictEqual(result.stdout, stdout);
     });
   }
 
-  it('holds each operand against its block, to the byte', () => {
+  it('checks the bounds of each operand, to the byte', () => {
     const result = runScript('matrixflow.js', 'lastByte');
     assertCleanExit(result);
     const line = '[NQ_WARN][MatrixFlow]: Memory Error (id, offset, len) not match';
@@ -188,13 +188,13 @@ suite('execute', () => {
   });
 
   for (const name of ['executeOnEmpty', 'createOnEmpty', 'createOnBuffer']) {
-    it(`ends the process by a fault: ${name}`, () => {
+    it(`ends the process by a segmentation fault: ${name}`, () => {
       assertFault(runScript('matrixflow.js', name));
     });
   }
 
   for (const name of ['executeOnPlainObject', 'executeOnHeir', 'executeOnNothing']) {
-    it(`ends the process in V8's own way: ${name}`, () => {
+    it(`ends the process by a fatal error of V8: ${name}`, () => {
       assertHostFatal(
         runScript('matrixflow.js', name),
         'v8::Object::SetAlignedPointerInInternalField() Internal field out of bounds'
@@ -203,12 +203,12 @@ suite('execute', () => {
   }
 
   for (const name of ['sizeIsSymbol', 'sizeIsBigInt']) {
-    it(`ends the process in V8's own way: ${name}`, () => {
+    it(`ends the process by a fatal error of V8: ${name}`, () => {
       assertHostFatal(runScript('matrixflow.js', name), 'v8::FromJust Maybe value is Nothing.');
     });
   }
 
-  it('ends with the stack, and the process, where buffers call each other in a circle', () => {
+  it('overflows the stack, which ends the process, if buffers call each other in a cycle', () => {
     const result = runScript('matrixflow.js', 'circle');
     assert.notStrictEqual(result.status, 0);
     assert.strictEqual(result.stdout, 'about to end\n');
@@ -238,7 +238,7 @@ function createScene(size = 65536) {
 }
 
 suite('command buffer', () => {
-  it('can be run again, and gives the same', () => {
+  it('can be run again, with the same result', () => {
     const { buffer, writer, block } = createScene();
     const { floats, at } = block(4);
     floats.set([1, 2]);
@@ -249,7 +249,7 @@ suite('command buffer', () => {
     }
   });
 
-  it('calls others, and goes on behind the call', () => {
+  it('calls others, and continues after the call', () => {
     const scene = createScene();
     const inner = scene.engine.createMatrixFlowCommandBuffer(256);
     const innerWriter = new MatrixFlowWriter(inner);
@@ -263,7 +263,7 @@ suite('command buffer', () => {
     assert.deepStrictEqual(Array.from(floats), [21, 10, 210, 0]);
   });
 
-  it('is found by any handle of its batch', () => {
+  it('is found by any handle of its slot', () => {
     // A buffer is no batch; the place in it is not looked at.
     const { buffer, engine, block } = createScene();
     const { floats, at } = block(4);
@@ -275,7 +275,7 @@ suite('command buffer', () => {
     assert.strictEqual(floats[0], 4);
   });
 
-  it('may write its own later commands, which hold at once', () => {
+  it('may overwrite its own later commands, which take effect at once', () => {
     const { buffer, writer, block } = createScene();
     const { floats, at } = block(8);
     const words = new Uint32Array(floats.buffer);
@@ -290,7 +290,7 @@ suite('command buffer', () => {
     assert.strictEqual(floats[3], 35);
   });
 
-  it('keeps the length that it began with, and takes a new one at the next run', () => {
+  it('reads its length once per run', () => {
     const { buffer, writer, block } = createScene();
     const { floats, at } = block(8);
     floats.set([1, 1]);
@@ -304,7 +304,7 @@ suite('command buffer', () => {
     assert.strictEqual(floats[0], 2);
   });
 
-  it('can be patched by the offsets that the writer gives', () => {
+  it('can be patched at the offsets that the writer returns', () => {
     const { buffer, writer, block } = createScene();
     const { floats, at } = block(8);
     floats.set([1, 2, 4]);
@@ -359,7 +359,7 @@ suite('command buffer', () => {
     }
   });
 
-  it('goes on behind its block where its length says so', () => {
+  it('continues beyond its block if its length exceeds it', () => {
     // Kept on purpose. The next block of a size class lies behind the last one.
     const { engine, block } = createScene();
     const { floats, at } = block(8);
@@ -380,7 +380,7 @@ suite('command buffer', () => {
     assert.strictEqual(floats[2], 42);
   });
 
-  it('leaves its handle to the next one when its object is collected', async () => {
+  it('releases its handle when its object is collected', async () => {
     const { engine, buffer, writer } = createScene();
     const handles = (() => {
       const other = engine.createMatrixFlowCommandBuffer(64);
@@ -402,7 +402,7 @@ suite('command buffer', () => {
     assert.strictEqual(buffer.execute(), 0);
   });
 
-  it('outlives the engine that made it', async () => {
+  it('outlives the engine that created it', async () => {
     const [buffer, data] = (() => {
       const engine = flow.getEngine();
       return [engine.createMatrixFlowCommandBuffer(256), engine.createMatrixFlowCommandBuffer(64)];
@@ -599,7 +599,7 @@ suite('commands, against plain script', () => {
     }
   }
 
-  it('known products, by hand', () => {
+  it('known products, computed by hand', () => {
     const { buffer, writer, block } = createScene(256);
     const { floats, at } = block(48);
     // [1 3] of columns (1 2), (3 4) beside a rest of the unit matrix, times [5 7] of (5 6), (7 8).
@@ -634,7 +634,7 @@ suite('commands, against plain script', () => {
     assert.deepStrictEqual(floats.subarray(0, 16), floats.subarray(16, 32));
   });
 
-  it('moves words in bulk, unaligned too', () => {
+  it('copies words in bulk, also unaligned', () => {
     const { buffer, writer, block } = createScene(256);
     const [from, to] = [block(1000), block(1000)];
     from.bytes.forEach((_, i) => {
@@ -658,7 +658,7 @@ suite('commands, against plain script', () => {
     }
   });
 
-  it('programs, in which results are inputs', () => {
+  it('programs whose results are inputs of later commands', () => {
     const seed = 0x51f7;
     const random = createRandom(seed);
     const below = (n) => Math.floor(random() * n);

@@ -137,7 +137,7 @@ describe('hint not-under-root', () => {
   const cure =
     'write AddRoot for it, or for the top of its tree, into entityCommands of its engine.';
 
-  it('tells of an entity that is culled, once', () => {
+  it('reports an entity that is culled, once', () => {
     for (const [call, args] of [
       ['frustumCulling', frustum],
       ['cullWithCamera', frustum],
@@ -158,7 +158,7 @@ describe('hint not-under-root', () => {
     }
   });
 
-  it('tells of objects of a list, and of those that take part alone', () => {
+  it('reports objects of a list, and only those that are tested', () => {
     const scene = new Scene().listAll();
     const objects = [0, 1, 2].map((i) => scene.object(scene.id + i));
     new Uint8Array(objects[0].buffer)[0] = 0;
@@ -171,7 +171,7 @@ describe('hint not-under-root', () => {
     scene.gives({ code, call: 'frustumCulling', entity: scene.id + 2, place }, cure);
   });
 
-  it('tells of a bone that is skinned', () => {
+  it('reports a bone that is skinned', () => {
     const scene = new Scene().listAll();
     const model = scene.keep(scene.engine.createDataModel(2, new Float32Array(16)));
     scene.writer.addRoot(scene.id);
@@ -188,7 +188,7 @@ describe('hint not-under-root', () => {
     scene.givesNone();
   });
 
-  it('tells of an entity that is read through a view, of both kinds', () => {
+  it('reports an entity that is read through a view, 2D or 3D', () => {
     for (const is3D of [true, false]) {
       const scene = new Scene(1);
       const view = scene.make(3, is3D);
@@ -206,7 +206,7 @@ describe('hint not-under-root', () => {
     }
   });
 
-  it('tells of an entity that is changed and listed 60 times', () => {
+  it('reports an entity that is changed and listed 60 times', () => {
     const scene = new Scene();
     for (let frame = 0; frame < 61; ++frame) {
       scene.givesNone();
@@ -219,7 +219,7 @@ describe('hint not-under-root', () => {
     scene.gives(Object.assign(fields, { place: 'dirtyEntities' }), found, cure);
   });
 
-  it('leaves out what is computed, will be, or was', () => {
+  it('does not report entities that are, will be, or were computed', () => {
     const scene = new Scene(6);
     const objects = [0, 1, 2, 3].map((i) => scene.object(scene.id + i));
     scene.cull(); // ahead of the first refresh
@@ -241,7 +241,7 @@ describe('hint not-under-root', () => {
     scene.givesNone();
   });
 
-  it('leaves out an inactive tree, and a tree that a player computes', () => {
+  it('does not report an inactive tree, or a tree that a player computes', () => {
     const scene = new Scene(6);
     scene.writer.addRoot(scene.id);
     scene.writer.addChild(scene.id, scene.id + 1);
@@ -256,7 +256,7 @@ describe('hint not-under-root', () => {
     scene.givesNone();
   });
 
-  it('leaves out such a tree also where an entity of it was never listed, which is told', () => {
+  it('reports an unlisted entity, but not the missing root, of a tree that a player computes', () => {
     const scene = new Scene();
     scene.writer.addChild(scene.id, scene.id + 1);
     scene.list.append(scene.id + 1);
@@ -270,7 +270,7 @@ describe('hint not-under-root', () => {
     scene.gives(fields, `entity ${scene.id} above it was never in dirtyEntities`);
   });
 
-  it('tells of a tree whose controllers are updated one by one, which computes no tree', () => {
+  it('reports a tree whose controllers are updated by update, which computes no tree', () => {
     const scene = new Scene().listAll();
     const clip = scene.clip();
     const binding = scene.binding([[clip.id, [scene.id]]]);
@@ -291,7 +291,7 @@ describe('hint not-under-root', () => {
     batched.givesNone();
   });
 
-  it('leaves out spare entities that are read and were never written', () => {
+  it('does not report spare entities that are read but were never written', () => {
     const scene = new Scene();
     const view = new Entity3DView(scene.entities(2));
     scene.refresh();
@@ -305,7 +305,7 @@ describe('hint not-listed', () => {
   const call = 'refreshWorldTransform';
   const cure = 'append its handle to the entries there, each time that its record changes.';
 
-  it('tells of each field that has changed, once an entity', () => {
+  it('reports each changed field, once per entity', () => {
     const fields = [
       ['rotation mode', (view) => view.setEuler(1, 0, 0, 0)],
       ['rotation x', (view) => view.setQuaternion(1, 1, 0, 0, 0)],
@@ -332,7 +332,7 @@ describe('hint not-listed', () => {
     scene.gives({ code, call, entity: flat.id + 1, place: 'rotation' }, cure);
   });
 
-  it('leaves out what is listed, in any order, and bytes that nothing reads', () => {
+  it('does not report listed entities in any order, or unused bytes', () => {
     const scene = new Scene().root();
     scene.view.setEuler(0, 0, 0, 0);
     scene.listAll();
@@ -351,7 +351,7 @@ describe('hint not-listed', () => {
     scene.givesNone();
   });
 
-  it('leaves out entities under no root, inactive ones, and new ones', () => {
+  it('does not report entities under no root, inactive ones, or new ones', () => {
     const scene = new Scene(5);
     scene.writer.addRoot(scene.id);
     scene.writer.addChild(scene.id, scene.id + 1);
@@ -372,7 +372,7 @@ describe('hint not-listed', () => {
     scene.gives({ code, call, entity: scene.id + 1, place: 'position x' }, cure);
   });
 
-  it('follows ResetSubtree, which activates, and takes a parent away', () => {
+  it('follows ResetSubtree, which activates, and removes a parent', () => {
     const scene = new Scene();
     scene.writer.addRoot(scene.id);
     scene.writer.addChild(scene.id, scene.id + 1);
@@ -386,7 +386,7 @@ describe('hint not-listed', () => {
     scene.gives({ code, call, entity: scene.id, place: 'position x' });
   });
 
-  it('leaves out several passes with long lists, and the last one that lists the rest', () => {
+  it('does not report several passes with long lists, or the last one that lists the rest', () => {
     const scene = new Scene(1);
     const views = [scene.make(4095), scene.make(4095)];
     views.forEach((view) => scene.root(view));
@@ -411,7 +411,7 @@ describe('hint not-listed', () => {
     scene.gives({ code, call, entity, place: 'position x' });
   });
 
-  it('leaves out what animators and controllers write', () => {
+  it('does not report records that animators and controllers write', () => {
     const scene = new Scene().root();
     const clip = scene.clip();
     const animator = scene.animator([[clip.id]], [scene.id]);
@@ -436,7 +436,7 @@ describe('hint not-listed', () => {
     scene.gives({ code, call, entity: scene.id, place: 'position x' });
   });
 
-  it('leaves out rest poses that updateBinding writes back, and no others', () => {
+  it('does not report rest poses that updateBinding writes back, but others', () => {
     const scene = new Scene().root();
     const clip = scene.clip(2);
     const args = (handles) => [Uint32Array.of(clip.id, 2, ...handles).buffer, 0, 1, 3];
@@ -462,7 +462,7 @@ describe('hint not-listed', () => {
     scene.gives({ code, call, entity: scene.id + 1, place: 'position x' });
   });
 
-  it('leaves out followers of bones, unless script empties the list', () => {
+  it('does not report followers of bones, unless JavaScript clears the list', () => {
     const scene = new Scene().root();
     scene.writer.bindToBone(scene.id + 3, scene.id);
     for (let frame = 0; frame < 4; ++frame) {
@@ -495,7 +495,7 @@ describe('hint not-listed', () => {
     scene.gives({ code, call, entity: scene.id, place: 'position x' });
   });
 
-  it('tells of a new entity that is used and was never listed', () => {
+  it('reports a new entity that is used but was never listed', () => {
     const scene = new Scene();
     scene.writer.addRoot(scene.id);
     scene.writer.addChild(scene.id, scene.id + 1);
@@ -532,7 +532,7 @@ describe('hint degrees', () => {
   const code = 'degrees';
   const cure = 'write radians, degrees * Math.PI / 180.';
 
-  it('tells of Euler angles', () => {
+  it('reports Euler angles', () => {
     const call = 'refreshWorldTransform';
     for (const value of [30, -45, 90, 180, -270, 360, 720]) {
       for (const axis of [0, 1, 2]) {
@@ -556,7 +556,7 @@ describe('hint degrees', () => {
     scene.gives({ code, call, entity: flat.id, place: 'rotation' }, 'rotation is 90', cure);
   });
 
-  it('leaves out radians, also large and growing ones, and quaternions', () => {
+  it('does not report radians, also large and growing ones, or quaternions', () => {
     const scene = new Scene(8).root();
     const values = [Math.PI, -2 * Math.PI, 15, 29, 31, 89.5, 10000, 735];
     values.forEach((value, i) => scene.view.setEuler(i, value, 0, -value));
@@ -572,7 +572,7 @@ describe('hint degrees', () => {
     scene.givesNone();
   });
 
-  it('tells of a field of view', () => {
+  it('reports a field of view', () => {
     for (const call of ['frustumCulling', 'cullWithCamera', 'frustumCullingV2']) {
       const scene = new Scene();
       const args = frustum.slice();
@@ -590,7 +590,7 @@ describe('hint degrees', () => {
     }
   });
 
-  it('tells of the Euler curves of a clip', () => {
+  it('reports the Euler curves of a clip', () => {
     const scene = new Scene();
     const call = 'createDataModel';
     scene.clipOf([0, 'EulerX', 0], [0, 'EulerY', 1.5], [0, 'PositionX', 90], [1, 'EulerX', 31]);
@@ -605,7 +605,7 @@ describe('hint nan', () => {
   const code = 'nan';
   const cure = 'undefined becomes NaN in a float.';
 
-  it('tells of a field of a record that is listed', () => {
+  it('reports a field of a record that is listed', () => {
     const call = 'refreshWorldTransform';
     const scene = new Scene(8).root();
     [
@@ -627,7 +627,7 @@ describe('hint nan', () => {
     scene.givesNone();
   });
 
-  it('tells of the bone, not of what follows it', () => {
+  it('reports the bone, not its followers', () => {
     const scene = new Scene().root();
     scene.writer.bindToBone(scene.id + 1, scene.id);
     scene.view.f32[scene.view.positionAt(0)] = NaN;
@@ -638,7 +638,7 @@ describe('hint nan', () => {
     scene.gives({ code, call: 'refreshWorldTransform', entity: scene.id, place: 'position x' });
   });
 
-  it('tells of the sphere of a culling object that takes part', () => {
+  it('reports the sphere of a culling object that is tested', () => {
     const scene = new Scene().root();
     const call = 'frustumCulling';
     [8, 12, 16, 20].forEach((offset, i) => {
@@ -655,7 +655,7 @@ describe('hint nan', () => {
     });
   });
 
-  it('tells of the time of a clip that plays', () => {
+  it('reports the time of a clip that plays', () => {
     const scene = new Scene().root();
     const clip = scene.clip();
     const animator = scene.animator([[clip.id], [clip.id, 0]], [scene.id, scene.id]);
@@ -677,7 +677,7 @@ describe('hint nan', () => {
     scene.gives({ code, call: 'updateAnimatorControllers', entity: null, place: where });
   });
 
-  it('tells of what a player writes', () => {
+  it('reports records that a player writes', () => {
     const scene = new Scene().root();
     const clip = scene.clip();
     const binding = scene.binding([[clip.id, [scene.id + 1]]]);
@@ -705,7 +705,7 @@ describe('hint other-engine', () => {
     return scenes;
   }
 
-  it('tells of a handle in the list of the other engine', () => {
+  it('reports a handle in the list of the other engine', () => {
     const [mine, other] = pair();
     mine.view.setPosition(2, 1, 0, 0);
     other.list.append(mine.view.handle(2));
@@ -721,7 +721,7 @@ describe('hint other-engine', () => {
     other.givesNone();
   });
 
-  it('tells of it where the other engine is refreshed later', () => {
+  it('reports it if the other engine is refreshed later', () => {
     const [mine, other] = pair();
     mine.view.setPosition(2, 1, 0, 0);
     other.list.append(mine.view.handle(2));
@@ -732,7 +732,7 @@ describe('hint other-engine', () => {
     other.gives({ code, call, entity: mine.id + 2, place: 'dirtyEntities' }, ...words, cure);
   });
 
-  it('leaves out engines that list their own', () => {
+  it('does not report engines that list their own handles', () => {
     const [mine, other] = pair();
     for (let frame = 0; frame < 3; ++frame) {
       // Both are written ahead of both refreshes, and one lists all that it has.
@@ -750,7 +750,7 @@ describe('hint other-engine', () => {
     other.givesNone();
   });
 
-  it('leaves out what the other engine has listed ahead of the last refresh', () => {
+  it('does not report handles that the other engine listed before the last refresh', () => {
     const [mine, other] = pair();
     other.listAll();
     mine.refresh();
@@ -789,7 +789,7 @@ describe('hint one-sided-channel', () => {
   ];
   const nod = [[0, 'ScaleX', 1]];
 
-  it('tells of an animator that draws a position to 0', () => {
+  it('reports an animator that pulls a position to 0', () => {
     for (const order of [
       [walk, nod],
       [nod, walk],
@@ -811,14 +811,14 @@ describe('hint one-sided-channel', () => {
     }
   });
 
-  it('tells of a scale, and of channels of more than two clips', () => {
+  it('reports a scale, and channels of more than two clips', () => {
     const { scene, animator, weigh } = animated([nod, [[0, 'PositionX', 0]], nod], 0);
     weigh(0.2, 0.3, 0.5);
     const place = `animator ${animator.id}, scale x`;
     scene.gives({ code, call: 'updateAnimator', entity: scene.id, place }, cure);
   });
 
-  it('leaves out animators whose clips move the same, rest at 0, or move others', () => {
+  it('does not report animators whose clips move the same channels, rest at 0, or move other entities', () => {
     const turn = ['X', 'Y', 'Z'].map((axis) => [0, `Quaternion${axis}`, 0]);
     turn.push([0, 'QuaternionW', 1]);
     for (const [curves, height] of [
@@ -876,7 +876,7 @@ describe('hint one-sided-channel', () => {
     return { scene, clips, controller, update };
   }
 
-  it('tells of a controller whose states are crossfaded', () => {
+  it('reports a controller whose states are crossfaded', () => {
     for (const states of [
       [
         [walk, 0.1],
@@ -903,7 +903,7 @@ describe('hint one-sided-channel', () => {
     }
   });
 
-  it('tells of a scale that does not rest at 1, of a rotation, and of an entity in one list', () => {
+  it('reports a scale whose rest is not 1, a rotation, and an entity in one list only', () => {
     const grow = [[0, 'ScaleX', 3]];
     const turn = [[0, 'QuaternionX', 0.6]];
     turn.push([0, 'QuaternionY', 0], [0, 'QuaternionZ', 0], [0, 'QuaternionW', 0.8]);
@@ -936,7 +936,7 @@ describe('hint one-sided-channel', () => {
     scene.gives({ code, call: 'updateAnimatorControllers', entity: scene.id, place });
   });
 
-  it('leaves out controllers whose clips complete each other', () => {
+  it('does not report controllers whose clips complete each other', () => {
     const half = [
       [walk, 0.5],
       [nod, 0.5],
@@ -975,7 +975,7 @@ describe('hint one-sided-channel', () => {
     scene.gives({ code, call: 'updateAnimatorControllers', entity: scene.id, place });
   });
 
-  it('goes by the mask of a layer and the lists of the binding as they are', () => {
+  it('uses the current masks of layers and lists of the binding', () => {
     const half = [
       [walk, 0.5],
       [nod, 0.5],
@@ -1005,7 +1005,7 @@ describe('hints', () => {
     scene.refresh();
   }
 
-  it('go to console.warn, unless onHint is given', () => {
+  it('go to console.warn by default', () => {
     const engine = checked(nq.getEngine());
     const view = new Entity3DView(engine.createEntity(true, 3));
     const handles = [0, 1, 2].map((i) => view.handle(i));
@@ -1051,7 +1051,7 @@ describe('hints', () => {
     assert.strictEqual(scene.take().length, 1);
   });
 
-  it('are refused other options, and the engine stays as it is', () => {
+  it('refuse other options, without changing the engine', () => {
     const scene = new Scene().root();
     const { engine } = scene;
     for (const options of [null, 7, 'warn', [], () => {}]) {
@@ -1073,7 +1073,7 @@ describe('hints', () => {
     assert.throws(() => checked({}, { onHint: () => {} }), /engine is an object/);
   });
 
-  it('of one code end after eight, with a line that says so', () => {
+  it('of one code end after eight, with a final hint that says so', () => {
     const scene = new Scene(20).root();
     for (let i = 0; i < 12; ++i) {
       scene.view.setPosition(i, 1, 2, 3);
@@ -1103,7 +1103,7 @@ describe('hints', () => {
     assert.strictEqual(scene.take().length, 1); // of another code
   });
 
-  it('come when the call has been carried out, which an onHint that throws ends', () => {
+  it('are reported after the call was executed, and an onHint that throws makes it throw', () => {
     const scene = new Scene().root();
     const { engine } = scene;
     const seen = [];
@@ -1125,7 +1125,7 @@ describe('hints', () => {
     checked(engine, { onHint: () => {} });
   });
 
-  it('may be answered by calls of the engine', () => {
+  it('may call the engine in onHint', () => {
     const scene = new Scene().root();
     let calls = 0;
     checked(scene.engine, {
@@ -1143,7 +1143,7 @@ describe('hints', () => {
     assert.strictEqual(scene.view.worldPosition(1, [0, 0, 0])[0], 8);
   });
 
-  it('are not given for a call that is refused', () => {
+  it('are not reported for a call that is refused', () => {
     const scene = new Scene().root();
     scene.view.setPosition(1, 5, 0, 0);
     scene.view.f32[scene.view.positionAt(2)] = NaN;
@@ -1200,7 +1200,7 @@ describe('hints', () => {
     );
   });
 
-  it('tell of the next entity of a number anew', async () => {
+  it('are reported again for a new entity with the same handle', async () => {
     const scene = new Scene(1).root();
     const place = 'rotation x';
     const err = (object) => {
@@ -1275,7 +1275,7 @@ describe('programs without a mistake', () => {
     removeFolder(out);
   });
 
-  it('would be told apart from one with a mistake', () => {
+  it('fail the test with a mistake', () => {
     const program = `
       const nq = require('./lib');
       const engine = nq.getEngine();

@@ -81,7 +81,7 @@ describe('viewer messages', () => {
     return buffer;
   }
 
-  it('lay a frame out as documented', () => {
+  it('encode a frame as documented', () => {
     const view = new DataView(smallFrame());
     // Head of 144 bytes, 2 times, 1 number, 3 weights, 1 number, 16 and 16 elements.
     assert.strictEqual(view.byteLength, 144 + 4 * (2 + 1 + 3 + 1 + 16 + 16));
@@ -129,7 +129,7 @@ describe('viewer messages', () => {
     assert.deepStrictEqual([frame.matrices[0], frame.matrices[15]], [58, 73]);
   });
 
-  it('refuse frames that are not whole, or of another kind or version', () => {
+  it('refuse frames that are truncated, or of another kind or version', () => {
     const whole = smallFrame();
     const changed = (at, value) => {
       const bytes = new Uint8Array(whole.slice(0));
@@ -183,13 +183,13 @@ describe('viewer messages', () => {
     assert.throws(() => protocol.decodeScene(buffer.slice(0, 60), toText), /truncated/);
   });
 
-  it('tell their kind', () => {
+  it('have a kind', () => {
     assert.strictEqual(protocol.kindOf(smallFrame()), protocol.kinds.frame);
     assert.strictEqual(protocol.kindOf(new ArrayBuffer(0)), 0);
     assert.strictEqual(protocol.kindOf(Uint8Array.of(1, 3, 0, 0).buffer), 0);
   });
 
-  it('check what pages ask for', () => {
+  it('check the controls of pages', () => {
     const limits = { characters: 40 };
     const good = {
       drawn: 0xffffffff,
@@ -229,8 +229,8 @@ describe('viewer messages', () => {
   });
 });
 
-describe('viewer steering', () => {
-  it('takes a value over from where it is, and gives it back, without a leap', () => {
+describe('viewer user control', () => {
+  it('overrides and releases a value without a jump', () => {
     const handle = new Handle();
     assert.strictEqual(handle.mix(0.3), 0.3);
     handle.set(1, 0.25);
@@ -254,7 +254,7 @@ describe('viewer steering', () => {
     assert.strictEqual(last, 0.3);
   });
 
-  it('stays where it is, if that is what the hand wants', () => {
+  it('keeps a value that equals the user value', () => {
     const handle = new Handle();
     handle.set(0.3, 0.3);
     for (let i = 0; i < 60; ++i) {
@@ -264,7 +264,7 @@ describe('viewer steering', () => {
     assert.strictEqual(handle.hold, 1);
   });
 
-  it('puts weights between clips', () => {
+  it('computes weights between clips', () => {
     assert.deepStrictEqual(weightsAt(2, 0.25), [0.75, 0.25]);
     assert.deepStrictEqual(weightsAt(3, 0.75), [0, 0.5, 0.5]);
     assert.deepStrictEqual(weightsAt(1, 0.5), [1]);
@@ -301,7 +301,7 @@ describe('viewer steering', () => {
     assert.ok(frameOf(steered).sliders[0] < 0.95);
   });
 
-  it('weighs layers: the wave of those that carry, the breath of all', () => {
+  it('sets layer weights: the wave of those that carry, the breath of all', () => {
     const show = createShow(20);
     const carriers = show.stage.cast.map((part, i) => (part ? i : -1)).filter((i) => i >= 0);
     assert.ok(carriers.length > 0 && carriers.length < 20);
@@ -322,7 +322,7 @@ describe('viewer steering', () => {
     }
   });
 
-  it('moves hands up when all wave', () => {
+  it('raises hands when all wave', () => {
     const show = createShow(20);
     const { crowd, cast } = show.stage;
     const carrier = cast.findIndex((part) => part !== null);
@@ -337,7 +337,7 @@ describe('viewer steering', () => {
     assert.ok(up > down + 0.4, `${down} m to ${up} m`);
   });
 
-  it('lets a part of the crowd rest, and cameras follow', () => {
+  it('deactivates a part of the crowd, and moves the cameras', () => {
     const show = createShow(120);
     run(show, 2);
     const wide = frameOf(show, overview).bounds[3];
@@ -364,7 +364,7 @@ describe('viewer steering', () => {
     assert.ok(!show.stage.crowd.matrices[60].includes(7));
   });
 
-  it('streams what native code has written, of what each camera sees', () => {
+  it('streams native matrices of the characters that each camera sees', () => {
     const show = createShow(60);
     run(show, 3);
     const { crowd, culling, cast } = show.stage;
@@ -403,7 +403,7 @@ describe('viewer steering', () => {
     assert.notDeepStrictEqual(all[0].sort(), all[1].sort());
   });
 
-  it('stands still while paused, and can be steered then', () => {
+  it('stops while paused, and still accepts controls', () => {
     const show = createShow(6);
     run(show, 10);
     show.control({ paused: true });
@@ -418,7 +418,7 @@ describe('viewer steering', () => {
     assert.strictEqual(frameOf(show).sliders[0], 1);
   });
 
-  it('gives both cameras the shape of each page', () => {
+  it('gives both cameras the aspect ratio of each page', () => {
     const show = createShow(6);
     const aspects = [2, 0.5, 1, 2];
     show.advance(kFrame, aspects);
@@ -504,7 +504,7 @@ describe('viewer scene', () => {
     );
   });
 
-  it('gives vertices normals, by area, across vertices at the same place', () => {
+  it('computes area-weighted normals across vertices at the same position', () => {
     // Two triangles at a right angle, the second twice as large, with a seam of doubled vertices.
     const positions = Float32Array.of(
       ...[0, 0, 0, 1, 0, 0, 0, 1, 0],
@@ -533,7 +533,7 @@ describe('viewer scene', () => {
     });
   });
 
-  it('doubles vertices that two colours share', () => {
+  it('duplicates vertices that two colours share', () => {
     const shown = displayMesh({
       positions: Float32Array.of(0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0),
       bones: Uint16Array.from({ length: 16 }, (_, i) => i),
@@ -621,12 +621,12 @@ describe('viewer server', () => {
 
   afterEach(() => server.close());
 
-  it('is on the loopback address alone', () => {
+  it('listens on the loopback address only', () => {
     assert.ok(/^http:\/\/127\.0\.0\.1:\d+\/$/.test(address), address);
     assert.strictEqual(server.server.address().address, '127.0.0.1');
   });
 
-  it('serves the page with all that it asks for, from here', async () => {
+  it('serves the page with all files that it loads', async () => {
     const wanted = ['/'];
     const seen = {};
     while (wanted.length > 0) {
@@ -688,7 +688,7 @@ describe('viewer server', () => {
     client.socket.close();
   });
 
-  it('does what a page asks for: crowd for all, camera for this one', async () => {
+  it('applies controls of a page: crowd for all, camera for this one', async () => {
     const [one, other] = [new Client(address), new Client(address)];
     await one.until(() => one.last && other.last, 'frames');
     one.send({ camera: overview, crowd: 8 });
@@ -699,7 +699,7 @@ describe('viewer server', () => {
     other.socket.close();
   });
 
-  it('culls for each page by its own shape', async () => {
+  it('culls for each page by its own aspect ratio', async () => {
     const [wide, tall] = [new Client(address), new Client(address)];
     await wide.until(() => wide.last && tall.last, 'frames');
     wide.send({ aspect: 3 });
@@ -716,7 +716,7 @@ describe('viewer server', () => {
     tall.socket.close();
   });
 
-  it('leaves frames out for a page that does not draw', async () => {
+  it('drops frames for a page that does not draw', async () => {
     const client = new Client(address);
     client.isDrawing = false;
     await client.until(() => server.show.frame > kMostUndrawn + 8, 'frames');
@@ -728,7 +728,7 @@ describe('viewer server', () => {
     client.socket.close();
   });
 
-  it('leaves frames out while too much waits to be sent', async () => {
+  it('drops frames while too many bytes are buffered', async () => {
     const client = new Client(address);
     await client.until(() => client.frames.length > 0, 'a frame');
     const [viewer] = server.viewers;
@@ -742,7 +742,7 @@ describe('viewer server', () => {
     client.socket.close();
   });
 
-  it('rests while nobody looks on', async () => {
+  it('is idle while no page is connected', async () => {
     const client = new Client(address);
     await client.until(() => client.frames.length > 0, 'a frame');
     client.socket.close();
@@ -753,7 +753,7 @@ describe('viewer server', () => {
     assert.strictEqual(server.show.frame, frame);
   });
 
-  it('ends the connection of a page that breaks the rules', async () => {
+  it('closes the connection of a page that violates the protocol', async () => {
     for (const [message, words] of [
       ['{"crowd": 31}', /'crowd' is out of its range/],
       ['no', /no JSON/],
@@ -774,7 +774,7 @@ describe('viewer server', () => {
     assert.strictEqual(server.show.crowd, 30);
   });
 
-  it('turns away pages of other sites, and other names of this machine', async () => {
+  it('rejects pages of other sites, and other names of this machine', async () => {
     const { port } = new URL(address);
     for (const options of [
       { origin: 'http://example.com' },
@@ -791,7 +791,7 @@ describe('viewer server', () => {
     ours.socket.close();
   });
 
-  it('answers pings, and of many at once the last', async () => {
+  it('answers pings, and only the last of many at once', async () => {
     const client = new Client(address);
     await client.until(() => client.scenes.length > 0, 'the scene');
     const pongs = [];
@@ -809,7 +809,7 @@ describe('viewer server', () => {
     client.socket.close();
   });
 
-  it('drops a request whose file vanishes while it is served', async () => {
+  it('drops a request whose file is deleted while it is served', async () => {
     const names = ['statSync', 'createReadStream'];
     for (const name of names) {
       const original = fs[name];
@@ -823,7 +823,7 @@ describe('viewer server', () => {
     }
   });
 
-  it('says goodbye', async () => {
+  it('closes connections when it ends', async () => {
     const client = new Client(address);
     await client.until(() => client.frames.length > 0, 'a frame');
     await server.close();
@@ -921,7 +921,7 @@ describe('viewer program against broken clients', () => {
 
   afterEach(() => program.child.kill('SIGKILL'));
 
-  it('outlives refused streams whose connections break', async () => {
+  it('survives refused streams whose connections break', async () => {
     for (let i = 0; i < 5; ++i) {
       const socket = connect(address);
       const end = closed(socket);
@@ -935,7 +935,7 @@ describe('viewer program against broken clients', () => {
     await assertSound();
   });
 
-  it('closes refused streams, also of those that keep their end open', async () => {
+  it('closes refused streams, also if the client keeps its end open', async () => {
     const socket = connect(address);
     let answer = '';
     socket.on('data', (data) => {
@@ -953,7 +953,7 @@ describe('viewer program against broken clients', () => {
     await assertSound();
   });
 
-  it('serves whole files, whatever range of them is asked for', async () => {
+  it('serves whole files for any requested range', async () => {
     const { hostname, port } = new URL(address);
     const { text } = await request(address, '/style.css');
     for (const range of [
@@ -973,7 +973,7 @@ describe('viewer program against broken clients', () => {
     await assertSound();
   });
 
-  it('makes no queue of answers to a flood of pings, and ends it', async () => {
+  it('queues no pongs for a flood of pings, and closes the connection', async () => {
     await new Promise((resolve) => setTimeout(resolve, 100));
     const start = peakMegabytes(program.child.pid);
     const socket = connect(address);
@@ -993,7 +993,7 @@ describe('viewer program against broken clients', () => {
     await assertSound();
   });
 
-  it('ends streams of other floods, too', async () => {
+  it('closes the connections of other floods, too', async () => {
     const client = new Client(address);
     await client.until(() => client.scenes.length > 0, 'the scene');
     for (let i = 0; i < 3000; ++i) {
@@ -1006,7 +1006,7 @@ describe('viewer program against broken clients', () => {
     await assertSound();
   });
 
-  it('ends in order while connections are held open', async () => {
+  it('ends cleanly while connections are kept open', async () => {
     const silent = connect(address);
     const half = connect(address);
     const refused = connect(address);
@@ -1019,7 +1019,7 @@ describe('viewer program against broken clients', () => {
 });
 
 describe('viewer program', () => {
-  it('serves until it is interrupted, and ends in order', async () => {
+  it('serves until it is interrupted, and ends cleanly', async () => {
     for (const signal of ['SIGINT', 'SIGTERM']) {
       const { child, ended, address } = start(['--port', '0', '--characters', '3']);
       const client = new Client(await address);
@@ -1043,7 +1043,7 @@ describe('viewer program', () => {
     assert.strictEqual((await ended).code, 0);
   });
 
-  it('explains itself', async () => {
+  it('prints its usage', async () => {
     const { code, stdout, stderr } = await start(['--help']).ended;
     assert.deepStrictEqual([code, stderr], [0, '']);
     for (const option of ['--characters', '--model', '--port', '--seed']) {
@@ -1069,14 +1069,14 @@ describe('viewer program', () => {
     await new Promise((resolve) => taken.close(resolve));
   });
 
-  it('refuses models that are not there or can not be read', async () => {
+  it('refuses models that are missing or can not be read', async () => {
     await assertRefused(['--model', 'absent.glb'], "'absent.glb'", 'give the path of a .glb');
     const file = path.join(folder, 'text.glb');
     fs.writeFileSync(file, 'text');
     await assertRefused(['--model', file], "text.glb'", 'give a .glb or .gltf');
   });
 
-  it('says how to get the module', async () => {
+  it('says how to build the module', async () => {
     const environment = { NQ_MODULE: '/no/module.node' };
     await assertRefused([], "'/no/module.node'", 'npm run demo', environment);
   });

@@ -76,7 +76,7 @@ describe('examples', () => {
   });
 
   for (const name of names) {
-    it(`${name} prints what is expected`, function () {
+    it(`${name} prints the expected output`, function () {
       if (name === '08-matrixflow' && !hasMatrixFlow) {
         this.skip();
       }
@@ -85,7 +85,7 @@ describe('examples', () => {
       assert.deepStrictEqual(result.stdout.split('\n'), [...expectedLines(name), '']);
     });
 
-    it(`${name} is short, and in the order that all have`, () => {
+    it(`${name} is short, with sections in the common order`, () => {
       const lines = fs.readFileSync(path.join(folder, `${name}.js`), 'utf8').split('\n');
       assert(lines.length < kMostLines, `${lines.length} lines`);
       const places = kSections.map((section) =>
@@ -111,7 +111,7 @@ describe('examples', () => {
     }
   });
 
-  it('say which module is not there', () => {
+  it('name the missing module', () => {
     const missing = { NQ_MODULE: '/not/there.node', NQ_MATRIXFLOW_MODULE: '/not/there.node' };
     for (const name of names) {
       const result = run(name, [], missing);
@@ -134,7 +134,7 @@ describe('expected numbers', () => {
     return [cosine * x - sine * y + dx, sine * x + cosine * y + dy];
   }
 
-  it('01: a child 5 along x of a parent that is turned by a quarter', () => {
+  it('01: a child at x = 5 of a parent rotated by a quarter turn', () => {
     const lines = expectedLines('01-hello');
     const [x, y] = turned([5, 0], quarter, [1, 2]);
     assert.deepStrictEqual(
@@ -166,7 +166,7 @@ describe('expected numbers', () => {
     });
   });
 
-  it('03: balls whose edge reaches into a cone of planes', () => {
+  it('03: spheres whose edge reaches into the view volume', () => {
     const lines = expectedLines('03-culling');
     const half = (40 * Math.PI) / 180;
     const balls = [0, 1, 2, 3, 4, 5, 6, 7];
@@ -193,7 +193,7 @@ describe('expected numbers', () => {
     assert(lines[6].endsWith(': nothing'));
   });
 
-  it('04: a cubic with flat ends, a weighted mean, and an angle between two', () => {
+  it('04: a cubic with flat ends, a weighted mean, and a slerp', () => {
     const lines = expectedLines('04-animator');
     [1, 1, 0.75, 0.5, 0.25, 0].forEach((weight, step) => {
       const t = (step % 4) / 4; // of the 60 frames after which the clip starts again
@@ -207,7 +207,7 @@ describe('expected numbers', () => {
     });
   });
 
-  it('05: the last override layer wins where its mask lets it, breath is added', () => {
+  it('05: the last override layer wins where its mask allows it, breath is added', () => {
     const walk = [10, -30, 30, 1];
     const waved = [10, -30, 140, 1];
     const breath = 1.2 - 1; // what differs from its first frame
@@ -252,7 +252,7 @@ describe('expected numbers', () => {
     });
   });
 
-  it('07: a hand on a circle, a sword that lags by a frame or not', () => {
+  it('07: a hand on a circle, a sword with and without a frame of lag', () => {
     const lines = expectedLines('07-bone-sockets');
     const hand = (quarters) => turned([1, 0], quarters * quarter);
     // Where the sword is, and how it is turned, as the quarter of the hand that it shows; or on the ground.
@@ -274,7 +274,7 @@ describe('expected numbers', () => {
     assert.strictEqual(lines.length, steps.length);
   });
 
-  it('08: throws of given speeds', () => {
+  it('08: throws of known speeds', () => {
     // Speed falls by 1/8 a frame, ahead of the move: after n frames of 1/64 s, a speed of s at first has
     // led to (s n - n (n + 1) / 16) / 64. All of it is exact in floats.
     const height = (s, n) => (s * n - (n * (n + 1)) / 16) / 64;
@@ -301,7 +301,7 @@ describe('06-skinning', () => {
     removeFolder(temporary);
   });
 
-  it('takes a file, here the model of its own, written by its script', async () => {
+  it('loads a file, here its own generated model', async () => {
     const file = path.join(temporary, 'reed.gltf');
     const script = path.join(folder, 'reed.js');
     assertCleanExit(spawnSync(process.execPath, [script, file], { encoding: 'utf8' }));
@@ -312,7 +312,7 @@ describe('06-skinning', () => {
     assert.deepStrictEqual(result.stdout.split('\n'), [...expectedLines('06-skinning'), '']);
   });
 
-  it('takes a real one', function () {
+  it('loads a real model', function () {
     const result = run('06-skinning', [realModel(this, 'Fox.glb')]);
     assertCleanExit(result);
     const lines = result.stdout.trim().split('\n');

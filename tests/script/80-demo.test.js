@@ -152,7 +152,7 @@ function assertPicture(out, coloredPixels, coloredMoments = 10000) {
 }
 
 describe('demo runs', () => {
-  it('runs the crowd, says at every quarter how far it is, and draws it', () => {
+  it('runs the crowd, prints progress at every quarter, and draws it', () => {
     const run = runDemo(['--characters', '60', '--frames', '10', '--out', 'crowd']);
     const rows = assertRun(run, 'crowd', 60);
     assert.deepStrictEqual(
@@ -180,7 +180,7 @@ describe('demo runs', () => {
     assert.ok(run.stdout.includes(formatLegend(createFigure())), run.stdout);
   });
 
-  it('says and draws the same for the same seed, and another thing for another one', () => {
+  it('prints and draws the same for the same seed, and differs for another one', () => {
     const [first, again, other] = [1, 1, 2].map((seed, i) => {
       const out = `same${i}`;
       const args = ['--characters', '40', '--frames', '7', '--seed', String(seed), '--out', out];
@@ -197,13 +197,13 @@ describe('demo runs', () => {
     assert.ok(!first.picture.equals(other.picture));
   });
 
-  it('takes more entities than a batch and a dirty list hold', () => {
+  it('supports more entities than a batch and a dirty list hold', () => {
     const args = ['--characters', '250', '--frames', '2', '--out', 'many'];
     const rows = assertRun(runDemo(args), 'many', 250);
     assert.ok(countIn(rows.entities[1]) > 12287);
   });
 
-  it('turns a model without a clip, and shows sticks where there is no mesh', () => {
+  it('rotates a model without a clip, and draws sticks if there is no mesh', () => {
     const model = skeleton();
     delete model.json.animations;
     writeGltf(path.join(folder, 'still.gltf'), model);
@@ -238,7 +238,7 @@ describe('demo runs', () => {
     });
   }
 
-  it('fits its tables into 100 columns, however many clips a model has and however they are called', () => {
+  it('fits its tables into 100 columns, for any number and names of clips', () => {
     const model = skeleton();
     const [clip] = model.json.animations;
     const names = ['Idle', '走路', 'two\nlines', 'x'.repeat(200)];
@@ -377,7 +377,7 @@ describe('demo errors', () => {
     await assertOptionsFail(['--model='], '--model', '--model VALUE');
   });
 
-  it('refuses folders that take no picture, ahead of the run', () => {
+  it('refuses folders that are not writable, before the run', () => {
     const file = path.join(folder, write('file', 'kept'));
     const cases = {
       [file]: 'it is a file, not a folder',
@@ -406,7 +406,7 @@ describe('demo errors', () => {
     await assertModelFails(write('empty.gltf', '{}'), "empty.gltf'", 'export it again');
   });
 
-  it('refuses a file cut short', () => {
+  it('refuses a truncated file', () => {
     const whole = fs.readFileSync(writeGlb(path.join(folder, 'whole.glb'), skeleton()));
     const sizes = `700 of ${whole.length} bytes`;
     assertRefused(['--model', write('cut.glb', whole.slice(0, 700))], sizes, 'export it again');
@@ -436,7 +436,7 @@ describe('demo errors', () => {
     assertRefused(['--model', 'mesh.glb'], "'mesh.glb'", 'export it again');
   });
 
-  it('refuses a model beyond all floats', () => {
+  it('refuses a model that is too large for floats', () => {
     const model = skeleton();
     delete model.json.animations;
     model.json.nodes[0].translation = [1e30, 0, 0];
@@ -444,7 +444,7 @@ describe('demo errors', () => {
     assertRefused(['--model', 'far.glb'], "'far.glb'", 'scale it down');
   });
 
-  it('refuses more than fits into memory', () => {
+  it('refuses crowds that exceed the memory', () => {
     const model = skeleton();
     delete model.json.animations;
     model.json.nodes[5].children = Array.from({ length: 300 }, (none, i) => 6 + i);
@@ -455,20 +455,20 @@ describe('demo errors', () => {
     assertRefused(args, "1629 of 'huge.glb'", 'give --characters up to 1628');
   });
 
-  it('names a part that is not there', () => {
+  it('names a missing file', () => {
     writeGltf(path.join(folder, 'parted.gltf'), skeleton());
     fs.unlinkSync(path.join(folder, 'parted.bin'));
     assertRefused(['--model', 'parted.gltf'], 'parted.bin', 'put that file there');
   });
 
-  it('refuses folders that can not be', () => {
+  it('refuses folders that can not be created', () => {
     write('file', '');
     const args = ['--characters', '1', '--frames', '1', '--out'];
     assertRefused([...args, 'file'], "'file'", 'choose another --out');
     assertRefused([...args, 'file/sub'], "'file/sub'", 'choose another --out');
   });
 
-  it('keeps what was there when a picture can not be put in place', () => {
+  it('keeps the old picture if the new one can not be renamed', () => {
     fs.mkdirSync(path.join(folder, 'taken', 'scene.png'), { recursive: true });
     const { status, stderr } = runDemo(['--characters', '1', '--frames', '1', '--out', 'taken']);
     assert.ok(/^demo: picture 'taken\/scene.png' can't be written, [^\n]+\n$/.test(stderr), stderr);
@@ -476,7 +476,7 @@ describe('demo errors', () => {
     assert.deepStrictEqual(fs.readdirSync(path.join(folder, 'taken')), ['scene.png']);
   });
 
-  it('says how to get the module', () => {
+  it('says how to build the module', () => {
     assertRefused([], "'/no/module.node'", 'npm run demo', { NQ_MODULE: '/no/module.node' });
     const broken = path.join(folder, write('broken.node', 'not a library'));
     assertRefused([], `'${broken}'`, 'npm run build', { NQ_MODULE: broken });
@@ -576,7 +576,7 @@ describe('demo stage', () => {
     timings = stage.run(frames, () => {});
   });
 
-  it('takes the time of each stage of each frame', () => {
+  it('measures each stage of each frame', () => {
     assert.deepStrictEqual(Object.keys(timings.stages), stages);
     for (let frame = 0; frame < frames; ++frame) {
       const sum = stages.reduce((all, name) => all + timings.stages[name][frame], 0);
@@ -585,7 +585,7 @@ describe('demo stage', () => {
     }
   });
 
-  it('has skinning matrices as doubles compute them from the records', () => {
+  it('has the skinning matrices that doubles compute from the records', () => {
     const { crowd, kind } = stage;
     for (const character of [0, 57, characters - 1]) {
       const worlds = worldMatrices(nodesOf(crowd, character));
@@ -605,7 +605,7 @@ describe('demo stage', () => {
     }
   });
 
-  it('holds every vertex within the ball that is culled', () => {
+  it('has every vertex within the culling sphere', () => {
     const { crowd, kind, reach } = stage;
     const points = new Float32Array(kind.mesh.positions.length);
     for (let character = 0; character < characters; ++character) {
@@ -630,7 +630,7 @@ describe('demo stage', () => {
     ['perspective', reachIntoFrustum],
     ['overview', reachIntoBox],
   ]) {
-    it(`shows the ${name} camera what doubles say is in its view, nearest first`, () => {
+    it(`shows the ${name} camera the characters that doubles find in its view, nearest first`, () => {
       const { crowd, culling } = stage;
       const ball = { center: stage.reach.middle, radius: 1.08 * stage.reach.radius };
       const spheres = Array.from({ length: characters }, (none, i) =>
@@ -655,7 +655,7 @@ describe('demo stage', () => {
     });
   }
 
-  it('empties what it has seen when nothing is in view any more', () => {
+  it('clears the result when nothing is in view any more', () => {
     const { culling } = stage;
     const there = culling.perspective;
     const before = culling.views.perspective.handles.length;
@@ -688,7 +688,7 @@ describe('demo stage', () => {
     });
   });
 
-  it('draws what the matrices say: other limbs later, nothing where they are zero', () => {
+  it('draws by the matrices: limbs that move, nothing for zero matrices', () => {
     const small = new Stage(getEngine(), createFigure(), 12, 5);
     const recorder = new MomentRecorder(small, 2);
     small.run(2, (done) => recorder.record(done));
@@ -832,7 +832,7 @@ function angleBetween(a, b) {
 }
 
 describe('demo figure', () => {
-  it('has 50 bones, and a body whose vertices share out their weights', () => {
+  it('has 50 bones, and a body whose vertex weights sum to 1', () => {
     const { nodes, joints, mesh, clips } = createFigure();
     assert.strictEqual(nodes.length, kNodes);
     assert.deepStrictEqual(
@@ -860,7 +860,7 @@ describe('demo figure', () => {
     );
   });
 
-  it('is what its mesh says where no clip moves it', () => {
+  it('equals its mesh without a clip', () => {
     const kind = Object.assign(createFigure(), { clips: [], layers: null });
     const crowd = new Crowd(getEngine(), kind, 1);
     crowd.skin();
@@ -871,7 +871,7 @@ describe('demo figure', () => {
     });
   });
 
-  it('keeps the ball of a standing foot where it is', () => {
+  it('keeps the ball of a standing foot in place', () => {
     const puppet = new Puppet();
     puppet.kind.clips.forEach(({ name, stride }, clip) => {
       const weights = [0, 1].map((other) => (other === clip ? 1 : 0));
@@ -913,7 +913,7 @@ describe('demo figure', () => {
     }
   });
 
-  it('passes between its clips on a crossfade', () => {
+  it('blends between its clips on a crossfade', () => {
     const puppet = new Puppet();
     for (const moment of [0, 0.21, 0.52, 0.83]) {
       const [walk, middle, run] = [
@@ -961,7 +961,7 @@ describe('demo layers', () => {
   const rotationsOf = (pose, names) => names.map((name) => pose[name].rotation);
   const aboutY = (angle) => [0, Math.sin(angle / 2), 0, Math.cos(angle / 2)];
 
-  it('has props where the hands are, in the frame in which these move', () => {
+  it('moves props with the hands in the same frame', () => {
     const stage = new Stage(getEngine(), createFigure(), 30, 2);
     const { crowd } = stage;
     const { carriers } = crowd.props;
@@ -985,7 +985,7 @@ describe('demo layers', () => {
     assert.ok(behind() < 1e-4);
   });
 
-  it('gives the wave one arm, and leaves the rest to walk and run', () => {
+  it('masks the wave to one arm, and leaves the rest to walk and run', () => {
     for (const [hand, own, other, side] of [
       [0, 'Left', 'Right', 1],
       [1, 'Right', 'Left', -1],
@@ -1022,7 +1022,7 @@ describe('demo layers', () => {
     }
   });
 
-  it('swings arms that carry nothing, and holds those that do', () => {
+  it('swings empty arms, and holds carrying ones', () => {
     const part = { prop: 2, hand: 1, period: 0, offset: 0 };
     const [empty, carrying] = [null, part].map((own) => {
       const puppet = new Puppet(createFigure(), own);
@@ -1032,7 +1032,7 @@ describe('demo layers', () => {
     assert.deepStrictEqual(carrying[0], carrying[1]);
   });
 
-  it('breathes by a little, above what walks and runs', () => {
+  it('adds a small breath on top of walk and run', () => {
     const puppet = new Puppet();
     for (const weights of [
       [1, 0],
@@ -1060,7 +1060,7 @@ describe('demo layers', () => {
     }
   });
 
-  it('deals props to most, into both hands, the same for the same seed', () => {
+  it('assigns props to most, in both hands, the same for the same seed', () => {
     const cast = dealProps(3, 1000, 9);
     assert.deepStrictEqual(dealProps(3, 1000, 9), cast);
     assert.notDeepStrictEqual(dealProps(3, 1000, 10), cast);
@@ -1076,7 +1076,7 @@ describe('demo layers', () => {
     assert.deepStrictEqual(dealProps(0, 3, 9), [null, null, null]);
   });
 
-  it('lets those who carry raise and lower it smoothly, and runners breathe faster', () => {
+  it('raises and lowers props smoothly, and makes runners breathe faster', () => {
     const { clips } = createFigure();
     const part = (period, offset) => ({ prop: 0, hand: 1, period, offset });
     const cast = [null, part(0, 1), part(5, 0), part(6, 2.4)];
@@ -1140,7 +1140,7 @@ function written(plan, clips) {
 }
 
 describe('demo plans', () => {
-  it('lets 500 figures walk and run at the speed of their steps, and into nobody', () => {
+  it('moves 500 figures at the speed of their steps, without collisions', () => {
     const { clips } = createFigure();
     const plan = new LapPlan(clips, 500, 1);
     const kinds = { walking: 0, running: 0, between: 0 };
@@ -1179,7 +1179,7 @@ describe('demo plans', () => {
     }
   });
 
-  it('lets characters in place fade through all of their clips', () => {
+  it('crossfades characters in place through all of their clips', () => {
     const clips = [30, 60, 15].map((frameCount) => ({ frameCount, framesPerSecond: 30 }));
     const plan = new PlacePlan(clips, 9, 2, 1);
     const [first] = written(plan, 3).places;
@@ -1200,7 +1200,7 @@ describe('demo plans', () => {
     assert.deepStrictEqual(Array.from(played).sort(), [-1, 0, 1, 2]);
   });
 
-  it('turns characters that have no clips, all the way in 8 seconds', () => {
+  it('rotates characters without clips once in 8 seconds', () => {
     const plan = new PlacePlan([], 4, 1, 1);
     const before = written(plan, 0).places;
     plan.advance(2);
@@ -1214,7 +1214,7 @@ describe('demo plans', () => {
 });
 
 describe('demo models', () => {
-  it('reads nodes in tree order, below the place of the character', async () => {
+  it('reads nodes in tree order, below the node of the position', async () => {
     const file = writeGlb(path.join(folder, 'order.glb'), skeleton());
     const { nodes, clips, joints, mesh } = await loadModel(file);
     assert.deepStrictEqual(
@@ -1229,7 +1229,7 @@ describe('demo models', () => {
     assert.strictEqual(mesh.triangles.length / 3, 7 * 8);
   });
 
-  it('shows the default scene, and what its skins need of others', async () => {
+  it('shows the default scene, and nodes of others that its skins need', async () => {
     const model = skinnedTriangle();
     model.json.nodes.push({ name: 'elsewhere' });
     model.json.scenes = [{ nodes: [3] }, { nodes: [0] }];
@@ -1241,7 +1241,7 @@ describe('demo models', () => {
     );
   });
 
-  it('says what of a file it leaves out', () => {
+  it('reports the parts of a file that it leaves out', () => {
     const model = skeleton();
     const [{ channels }] = model.json.animations;
     channels.push({ sampler: 0, target: { node: 0, path: 'weights' } });
@@ -1295,7 +1295,7 @@ describe('demo models', () => {
     assert.deepStrictEqual(Array.from(points), [0, 5, 0, 0, 7, 0, 2, 7, 0]);
   });
 
-  it('blends clips that move different nodes by what is at rest', async () => {
+  it('blends clips that move different nodes with rest values', async () => {
     const model = skeleton();
     const [{ samplers, channels }] = model.json.animations;
     model.json.animations = [
@@ -1374,7 +1374,7 @@ describe('demo parts', () => {
   /** How many samples are red. */
   const redSamples = ({ colors }) => colors.filter((value, i) => i % 3 === 0 && value > 127).length;
 
-  it('fills triangles and polygons by area, in both directions', () => {
+  it('fills triangles and polygons of both windings', () => {
     // Shoelace: half of 10*12-50*5 + 50*50-44*12 + 44*40-12*50 + 12*5-10*40.
     const expected = (-130 + 1972 + 1160 - 340) / 2;
     const corners = [
@@ -1400,7 +1400,7 @@ describe('demo parts', () => {
     }
   });
 
-  it('shows what is nearer, whatever is drawn first', () => {
+  it('shows the nearer triangle, in any drawing order', () => {
     const points = Float32Array.of(0, 0, 1, 64, 0, 1, 0, 64, 1, 0, 0, 0, 64, 0, 2, 0, 64, 0);
     const shades = new Float32Array(6).fill(1);
     const shots = [true, false].map((nearFirst) => {
@@ -1423,7 +1423,7 @@ describe('demo parts', () => {
     assert.strictEqual(line.colors[3 * (10 * 64 + 20) + 2], 255);
   });
 
-  it('draws lines by their width, and cuts off what lies outside of the window', () => {
+  it('draws lines with their width, clipped to the window', () => {
     const raster = new Raster(32, 32);
     raster.line([10, 10, 0], [40, 50, 0], 2, [255, 0, 0], 1);
     const covered = redSamples(raster);
@@ -1445,7 +1445,7 @@ describe('demo parts', () => {
     assert.strictEqual(redSamples(cut), 16 * 24);
   });
 
-  it('makes a pixel of four samples', () => {
+  it('averages four samples per pixel', () => {
     const raster = new Raster(2, 1);
     raster.colors.set([200, 0, 0, 100, 0, 0], 0); // two samples of the first pixel
     const { width, height, data } = PNG.sync.read(raster.toPng());
@@ -1453,7 +1453,7 @@ describe('demo parts', () => {
     assert.deepStrictEqual(Array.from(data), [75, 0, 0, 255, 0, 0, 0, 255]);
   });
 
-  it('knows the corners of a view', () => {
+  it('computes the corners of a view volume', () => {
     const camera = { eye: [1, 2, 3], target: [1, 2, -7], up: [0, 5, 0], fov: Math.PI / 2 };
     const corners = viewCorners(Object.assign(camera, { aspect: 2, near: 1, far: 10 }));
     const expected = [
@@ -1472,7 +1472,7 @@ describe('demo parts', () => {
     assert.strictEqual(corners.length, 8);
   });
 
-  it('takes the bounds of points', () => {
+  it('computes bounds of points', () => {
     assert.deepStrictEqual(boundsOf([1, 2, 3]), { middle: [1, 2, 3], radius: 1, floor: 2 });
     assert.deepStrictEqual(boundsOf([0, -1, 0, 4, 3, 2]), {
       middle: [2, 1, 1],
@@ -1496,7 +1496,7 @@ describe('demo parts', () => {
     assert.ok(/\[=+\] 4\/4 frames/.test(text), JSON.stringify(text));
   });
 
-  it('takes the middle of times', () => {
+  it('computes the median of times', () => {
     assert.strictEqual(median(Float64Array.of(9, 1, 5)), 5);
     assert.strictEqual(median(Float64Array.of(10, 1, 2, 4)), 3);
     assert.strictEqual(median([]), 0);

@@ -178,7 +178,7 @@ describe('oracle: three.js', () => {
     assertSceneAgrees(scene, [0.3, 1.9]);
   });
 
-  it('would notice a turn by a thousandth of a degree, and a swapped factor', () => {
+  it('detects a rotation by a thousandth of a degree, and swapped factors', () => {
     const { engineScene, mirror } = assertSceneAgrees(createFigureScene(1), [0.7]);
     const matrixOf = (index) => engineScene.worldMatrix(index);
     const arm = mirror.objects[mirror.objects.length - 2];

@@ -109,10 +109,10 @@ class Chain {
   }
 }
 
-describe('oracle: one rounding an operation', () => {
+describe('oracle: one rounding per operation', () => {
   const runs = { seed: 20201121, numRuns: 300 };
 
-  it('gives the local matrix of a quaternion to the bit', () => {
+  it('computes bit-identical local matrices of quaternions', () => {
     const chain = new Chain();
     const transform = fc.tuple(vector(2, 4), vector(100, 3), vector(10, 3));
     const huge = Math.pow(2, 100);
@@ -133,7 +133,7 @@ describe('oracle: one rounding an operation', () => {
     );
   });
 
-  it('passes infinities and not-a-numbers through a quaternion', () => {
+  it('propagates infinities and NaN through a quaternion', () => {
     const chain = new Chain();
     const any = (length) => fc.array(anyNumber, { minLength: length, maxLength: length });
     fc.assert(
@@ -145,7 +145,7 @@ describe('oracle: one rounding an operation', () => {
     );
   });
 
-  it('gives products down a chain to the bit', () => {
+  it('computes bit-identical products down a chain', () => {
     const chain = new Chain();
     const transform = fc.tuple(vector(2, 4), vector(100, 3), vector(10, 3));
     fc.assert(
@@ -160,7 +160,7 @@ describe('oracle: one rounding an operation', () => {
     );
   });
 
-  it('gives the local matrix of Euler angles to what sine and cosine allow', () => {
+  it('computes local matrices of Euler angles within the error of sine and cosine', () => {
     const chain = new Chain();
     fc.assert(
       fc.property(vector(100, 3), vector(100, 3), vector(10, 3), (angles, position, scale) => {
@@ -183,7 +183,7 @@ describe('oracle: one rounding an operation', () => {
     );
   });
 
-  it('gives a bare translation for Euler angles of 0 and scales of 1', () => {
+  it('computes a pure translation for Euler angles of 0 and scales of 1', () => {
     const chain = new Chain();
     const [matrix] = chain.refresh(
       [0, 1, 2].map(() => [
@@ -199,7 +199,7 @@ describe('oracle: one rounding an operation', () => {
     assertSameBits(matrix, expected);
   });
 
-  it('takes any mode but 0 for a quaternion, and does not read the bytes beside it', () => {
+  it('reads any mode except 0 as a quaternion, and ignores the bytes after it', () => {
     const chain = new Chain();
     const rotation = [0.5, -0.5, 0.5, 0.5];
     const transform = [rotation, [1, 2, 3], [1, 2, 4]];
@@ -223,7 +223,7 @@ describe('oracle: one rounding an operation', () => {
     );
   });
 
-  it('does not read the fourth number beside Euler angles', () => {
+  it('does not read the fourth number of Euler angles', () => {
     const chain = new Chain();
     const transforms = [0, 1, 2].map(() => [
       [0.3, 0.2, 0.1],
@@ -263,7 +263,7 @@ describe('oracle: one rounding an operation', () => {
     });
   }
 
-  it('gives 2D matrices to what sine and cosine allow, products to the bit', () => {
+  it('computes 2D matrices within the error of sine and cosine, and bit-identical products', () => {
     const world = new TestWorld();
     const [root, child] = world.add2D(2);
     const [lone] = world.add2D(1);
@@ -318,7 +318,7 @@ describe('oracle: one rounding an operation', () => {
     );
   });
 
-  it('turns 2D entities from y towards x', () => {
+  it('rotates 2D entities from y towards x', () => {
     const world = new TestWorld();
     const [entity] = world.add2D(1);
     world.command('addRoot', entity);
@@ -351,7 +351,7 @@ describe('oracle: gl-matrix', () => {
     }
   });
 
-  it('agrees on local matrices of Euler angles, as a product of three turns', () => {
+  it('agrees on local matrices of Euler angles, as a product of three rotations', () => {
     const random = createRandom(22);
     const chain = new Chain();
     for (let i = 0; i < 300; ++i) {
