@@ -1,5 +1,5 @@
 'use strict';
-// The module as the host loads it: its entry, what it puts on exports, and getVersion.
+// Loading of the module: its entry, its exports, and getVersion.
 const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
@@ -51,7 +51,7 @@ describe('module', () => {
 
   it('exports what the host looks for, and nothing else', () => {
     const env = Object.assign({}, process.env);
-    // A sanitizer's runtime that is preloaded for the host is not for other programs.
+    // A sanitizer's runtime is preloaded for the host only, not for other programs.
     delete env.LD_PRELOAD;
     const nm = spawnSync('nm', ['-D', '--defined-only', modulePath], { env, encoding: 'utf8' });
     assert.strictEqual(nm.status, 0, nm.stderr);
@@ -87,7 +87,7 @@ describe('module', () => {
       assert.deepStrictEqual(Object.keys(again), ['getEngine', 'getVersion']);
       assert.notStrictEqual(again.getVersion, nq.getVersion);
       assert.deepStrictEqual(again.getVersion(), { version: '138' });
-      // Classes belong to the thread, whichever exports made them.
+      // Classes belong to the thread, not to the exports object that created them.
       assert.strictEqual(again.getEngine().constructor, nq.getEngine().constructor);
     } finally {
       require.cache[key] = cached;

@@ -1,5 +1,5 @@
 'use strict';
-// How a process with engines, and their waiting threads, ends.
+// End of a process with engines and their waiting threads.
 const { runScript, assertCleanExit } = require('./lib/child');
 
 describe('process', () => {

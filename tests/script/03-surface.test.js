@@ -1,5 +1,5 @@
 'use strict';
-// Classes, prototypes and properties as script sees them.
+// Classes, prototypes and properties as JavaScript sees them.
 const assert = require('assert');
 const { differences, modulePath } = require('./lib/host');
 const { methods } = require('./lib/surface');

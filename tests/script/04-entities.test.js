@@ -34,7 +34,7 @@ describe('createEntity', () => {
     );
   });
 
-  // [first argument, 3D?]: by script's own idea of truth.
+  // [first argument, 3D?]: truthiness in JavaScript.
   const kinds = [
     [undefined, false],
     [null, false],
@@ -55,7 +55,7 @@ describe('createEntity', () => {
     });
   }
 
-  // [second argument, entities]: by script's conversion to an unsigned 32-bit number.
+  // [second argument, entities]: JavaScript's conversion to an unsigned 32-bit number.
   const counts = [
     [undefined, 1],
     [null, 1],

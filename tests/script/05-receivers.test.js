@@ -1,5 +1,5 @@
 'use strict';
-// Wrong receivers and arguments that can't be converted. No script error ever comes of them.
+// Wrong receivers and arguments that can't be converted. They never throw a JavaScript exception.
 const assert = require('assert');
 const { modulePath, addonPath } = require('./lib/host');
 const { runScript, assertFault, assertHostFatal } = require('./lib/child');
@@ -103,7 +103,7 @@ describe('receiver', () => {
       ]) {
         assert.strictEqual(engine[name].call(receiver), null, name);
       }
-      // A list that is refused reaches nobody.
+      // A refused list is not passed on.
       for (const name of [
         'updateAnimators',
         'updateAnimatorControllers',

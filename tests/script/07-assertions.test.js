@@ -1,5 +1,5 @@
 'use strict';
-// Assertions of the binding library and the wrappers: exact words, each in a process of its own.
+// Assertions of the binding library and the wrappers: exact texts, each in a child process.
 const assert = require('assert');
 const { runScript, assertFailedAssertion } = require('./lib/child');
 

@@ -1,5 +1,5 @@
 'use strict';
-// What ends the process where there is no memory for a block, and which parent cycles go unnoticed.
+// Out of memory for a block, and parent cycles that are or are not detected.
 const assert = require('assert');
 const { buildKind } = require('./lib/host');
 const {
@@ -15,7 +15,7 @@ describe('a block that exceeds the available memory', () => {
     assertFault(runScriptWithLittleMemory('exhaustion.js', 'block'));
   });
 
-  // A sanitizer limits single blocks alone, so that these would go on until the machine has no memory.
+  // A sanitizer limits single blocks only, so these would continue until the machine is out of memory.
   if (buildKind === 'plain') {
     it('does so, too, when many small blocks have used the memory', () => {
       assertFault(runScriptWithLittleMemory('exhaustion.js', 'batches'));

@@ -1,8 +1,8 @@
 'use strict';
-// What becomes of buffers that script transfers to another buffer or thread, each case in a process of its own.
+// Buffers that JavaScript transfers to another buffer or thread, each case in a child process.
 const { runScript, assertCleanExit } = require('./lib/child');
 
-/** Whether this host has a way to transfer a buffer. */
+/** Ways to transfer a buffer that this host supports. */
 const here = {
   postMessage: true,
   worker: true,

@@ -1,5 +1,5 @@
 'use strict';
-// A frame as script drives it: records, lists, commands, refresh.
+// A frame driven by JavaScript: records, lists, commands, refresh.
 const assert = require('assert');
 const { World, dirtyListCapacity } = require('./lib/world');
 const {
@@ -60,7 +60,7 @@ describe('refreshWorldTransform', () => {
     for (const i of [1, 2, 3]) {
       assertClose(batch.matrix(i), turned);
     }
-    // A quarter turn around z takes x to y.
+    // A quarter turn about z maps x to y.
     assertClose(turned.slice(0, 3), [0, 1, 0]);
   });
 
@@ -99,7 +99,7 @@ describe('refreshWorldTransform', () => {
   });
 
   it('runs commands before the list, and the list before the walk', () => {
-    // The child is linked, listed and walked in one call, though its link came last.
+    // The child is linked, listed and walked in one call, although its link was written last.
     const world = new World();
     const batch = world.add3D(2);
     batch.write(0, { position: [5, 0, 0] });
@@ -249,7 +249,7 @@ describe('refreshWorldTransform', () => {
     }
 
     for (let i = 0; i < count; ++i) {
-      // Some twenty trees of a depth that keeps rounding small.
+      // Some twenty trees, shallow enough for small rounding errors.
       parents[i] = i < 20 ? -1 : Math.floor(random() * Math.min(i, 150));
       for (const batch of [solid, flat]) {
         if (parents[i] < 0) {
@@ -323,7 +323,7 @@ describe('entityCommands', () => {
     const batch = world.add3D(2);
     batch.write(0, {});
     batch.write(1, {});
-    // 12 has no operands: what follows is a command.
+    // 12 has no operands: the next word is a command.
     world.command(12, 1, batch.handle(0));
     // 13's "operand" 1 is AddRoot, with the next word as its handle.
     world.command(13, 1, batch.handle(1));
@@ -502,7 +502,7 @@ describe('entityCommands', () => {
   });
 
   it('may fill the whole buffer', () => {
-    // 49148 bytes behind the count: 6143 roots and a lone word at the end.
+    // 49148 bytes after the count: 6143 roots and a single word at the end.
     const world = new World();
     const first = world.add3D(4095);
     const second = world.add3D(2048);
@@ -559,7 +559,7 @@ describe('bound entities', () => {
       assertClose(rotation, axisAngle([0, 0, 1], quarter));
     }
     assert.deepStrictEqual(Array.from(flat.floats.subarray(1, 3)), [5, 5]);
-    // Script appends behind them, and leaves them in place.
+    // JavaScript appends after them, and keeps them.
     world.list(flat.handle());
     world.addRoot(flat.handle());
     bound.poisonMatrix(0);

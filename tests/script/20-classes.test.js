@@ -1,5 +1,5 @@
 'use strict';
-// Script classes and type records of the binding library.
+// JavaScript classes and type records of the binding library.
 const assert = require('assert');
 const { modulePath, addonPath } = require('./lib/host');
 

@@ -1,5 +1,5 @@
 'use strict';
-// Culling objects and the five culling methods of "Engine", as script sees them.
+// Culling objects and the five culling methods of "Engine", as JavaScript sees them.
 const assert = require('assert');
 const { spawnSync } = require('child_process');
 
@@ -11,7 +11,7 @@ const recordBytes = 28;
 const entityWords = 27;
 const every = 0xffffffff;
 
-/** A scene in an engine of its own. Keeps all batches alive unless told to drop them. */
+/** A scene in its own engine. Keeps all batches alive until they are dropped. */
 class Scene {
   constructor() {
     this.engine = getEngine();
@@ -65,7 +65,7 @@ class Scene {
     return batch;
   }
 
-  /** Writes a record; an object is enabled on all layers unless told otherwise. */
+  /** Writes a record; by default an object is enabled on all layers. */
   put(batch, i, entity, { center = [0, 0, 0], radius = 1, mask = every, enabled = 1 } = {}) {
     const view = new DataView(batch.buffer, i * recordBytes, recordBytes);
     view.setUint8(0, enabled);
@@ -154,7 +154,7 @@ function list(handles, { count = handles.length, bytes = 4 + 4 * handles.length 
   return buffer;
 }
 
-/** The methods with what tells them apart. */
+/** The methods with their differences. */
 const methods = {
   cullWithCamera: { camera: frustum, v2: false },
   frustumCulling: { camera: frustum, v2: false },
@@ -163,7 +163,7 @@ const methods = {
   orthoCullingV2: { camera: box, v2: true },
 };
 
-/** Calls a method and returns its handles, of either way of handing back. */
+/** Calls a method and returns its handles, from the buffer or from the result object. */
 function seen(scene, name, ...rest) {
   const { camera, v2 } = methods[name];
   const answer = scene.engine[name](...(rest.length ? rest : camera()));
@@ -889,7 +889,7 @@ describe('"cullingResult"', () => {
 });
 
 describe('memory', () => {
-  /** Runs a function with its arguments in a host of its own; what it printed. */
+  /** Runs a function with its arguments in a child process; returns its output. */
   function runChild(body, environment, ...args) {
     const source = `(${body})(...${JSON.stringify(args)})`;
     const options = { encoding: 'utf8', env: Object.assign({}, process.env, environment) };
@@ -898,7 +898,7 @@ describe('memory', () => {
 
   it('of results is released when they are collected', function () {
     this.timeout(120000);
-    // The address sanitizer holds freed blocks back, by default more than is used here.
+    // The address sanitizer quarantines freed blocks, by default more than are used here.
     const settings = `${process.env.ASAN_OPTIONS || ''}:quarantine_size_mb=1`;
     const child = runChild(
       function soak(path, objectCount, rounds, callsPerRound) {
@@ -1003,7 +1003,7 @@ describe('memory', () => {
   });
 });
 
-/** Detaches a buffer by handing it to a channel. */
+/** Detaches a buffer by transferring it to a message channel. */
 function detachBuffer(buffer) {
   const { MessageChannel } = require('worker_threads');
   const { port1, port2 } = new MessageChannel();

@@ -1,6 +1,6 @@
 'use strict';
-// Culling against three.js, which takes its planes from a projection matrix and computes in double
-// precision. What lies within a band of rounding around a plane is left out, and counted.
+// Culling against three.js, which derives its planes from a projection matrix and computes in double precision.
+// Spheres within a band of rounding errors around a plane are skipped, and counted.
 const assert = require('assert');
 const three = require('three');
 const { getEngine } = require(process.env.NQ_MODULE);
@@ -9,14 +9,14 @@ const objectCount = 250;
 const sceneCount = 8;
 const camerasPerScene = 20;
 
-// Relative to the distances in play: single precision carries some seven digits, and several
-// operations lie between an entity's numbers and a plane.
+// Relative to the distances: single precision has some seven digits, and several operations are between an entity's
+// numbers and a plane.
 const band = 2e-5;
 
-// Of all judgements, how many may fall into the band.
+// Fraction of all tests that may be in the band.
 const bandShare = 0.001;
 
-/** Numbers from 0 to 1, the same ones for the same seed (xorshift32). */
+/** Pseudo-random numbers from 0 to 1 from a seed (xorshift32). */
 function randomNumbers(seed) {
   let state = seed;
   return (low = 0, high = 1) => {
@@ -70,7 +70,7 @@ class Scene {
   }
 }
 
-/** A camera of three.js, and the arguments that say the same. */
+/** A camera of three.js, and the equivalent arguments. */
 function randomCamera(random, perspective) {
   const eye = randomPoint(random, 70);
   const target = randomPoint(random, 20);
@@ -108,7 +108,7 @@ function randomCamera(random, perspective) {
   return { camera, args: args.concat(Object.values(lens), near, far), eye };
 }
 
-/** Compares all calls for one kind of camera; what was counted. */
+/** Compares all calls for one kind of camera; returns the counts. */
 function compare(perspective, seed) {
   const random = randomNumbers(seed);
   const counts = { judged: 0, leftOut: 0, visible: 0, rejectedBy: [0, 0, 0, 0, 0, 0] };
@@ -173,7 +173,7 @@ describe('culling against three.js', () => {
       assert.strictEqual(counts.judged, objectCount * sceneCount * camerasPerScene);
       const report = JSON.stringify(counts);
       assert(counts.leftOut < counts.judged * bandShare, `too much is left out: ${report}`);
-      // Both answers come often, and each plane alone has the say often enough.
+      // Both results are frequent, and each plane alone decides often enough.
       assert(counts.visible > counts.judged * 0.05, report);
       assert(counts.visible < counts.judged * 0.6, report);
       assert(

@@ -97,7 +97,7 @@ describe('BindingBase', () => {
     );
     assert.strictEqual(addon.externalMemory() - afterEntities, 4 * sizes.component);
     const afterComponents = addon.externalMemory();
-    // The bytes are V8's own, made ahead.
+    // The bytes are V8's own, allocated before.
     const bytes = new ArrayBuffer(6400);
     const withBytes = addon.externalMemory() - afterComponents;
     for (const kind of [1, 2, 7]) {

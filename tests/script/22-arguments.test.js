@@ -1,5 +1,5 @@
 'use strict';
-// What methods make of the values that script gives them.
+// Conversion of arguments by native methods.
 const assert = require('assert');
 const { MessageChannel } = require('worker_threads');
 const { addonPath } = require('./lib/host');

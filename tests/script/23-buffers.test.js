@@ -1,5 +1,5 @@
 'use strict';
-// Buffers that the native side gives away.
+// Buffers whose ownership native code passes to JavaScript.
 const assert = require('assert');
 const { addonPath, buildKind, differences } = require('./lib/host');
 const { collect, collectUntil } = require('./lib/collect');
@@ -27,8 +27,8 @@ describe('NewGivenAwayBuffer', () => {
   });
 
   it('frees blocks as their buffers are collected', async () => {
-    // 2 GiB in all, of which a few dozen MiB live at a time; writing takes long under the thread
-    // sanitizer, which gets half a GiB.
+    // 2 GiB in total, of which a few dozen MiB are alive at a time; writing is slow under the thread sanitizer, which
+    // uses half a GiB.
     const blockBytes = 1 << 20;
     const blocks = buildKind === 'thread' ? 512 : 2048;
     await collect();
@@ -41,7 +41,7 @@ describe('NewGivenAwayBuffer', () => {
         highest = Math.max(highest, process.memoryUsage().rss);
       }
     }
-    // The address sanitizer holds 256 MiB of freed memory back.
+    // The address sanitizer quarantines 256 MiB of freed memory.
     const limit = { plain: 200, address: 600, thread: 400 }[buildKind] * (1 << 20);
     assert(highest - before < limit, `grew by ${highest - before} bytes`);
   });
@@ -64,7 +64,7 @@ describe('WeakBufferHolder', () => {
   });
 
   it('may have no finaliser', async () => {
-    // What the test above kept goes first.
+    // Memory of the test above is released first.
     await collect();
     await collect();
     const before = addon.freedBlocks().count;

@@ -1,5 +1,5 @@
 'use strict';
-// The shape of the batch update methods, over an operation that records its calls.
+// The batch update methods, with an operation that records its calls.
 const assert = require('assert');
 const { modulePath, addonPath } = require('./lib/host');
 const { runScript, assertFault } = require('./lib/child');

@@ -1,5 +1,5 @@
 'use strict';
-// Counting of script objects by class.
+// Counting of JavaScript objects by class.
 const assert = require('assert');
 const { modulePath, addonPath } = require('./lib/host');
 const { collectUntil } = require('./lib/collect');
@@ -140,7 +140,7 @@ describe('object tracking', () => {
       for (let i = 0; i < 5; ++i) {
         engine.createAnimationClipBinding(lists, 0, 1, 2, 1);
         assert.strictEqual(engine.createAnimationClipBinding(lists, 0, 0, 2, 1).id, 0);
-        // What is null was never made.
+        // A null result was never created.
         assert.strictEqual(engine.createAnimationClipBinding(lists, 0, 1, 3, 1), null);
       }
     })();

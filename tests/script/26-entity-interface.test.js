@@ -1,5 +1,5 @@
 'use strict';
-// Single entities in world terms, as peers of the binding layer see them.
+// The native interface of single entities in world space, for other native libraries.
 const assert = require('assert');
 const { addonPath } = require('./lib/host');
 const { World } = require('./lib/world');
@@ -24,7 +24,7 @@ describe('QueryInterface', () => {
 });
 
 describe('IEntity', () => {
-  /** root (10, 0, 0) x2, turned by 90 degrees around z, with child (1, 0, 0) x(1, 3, 1). */
+  /** root (10, 0, 0) x2, rotated by 90 degrees about z, with child (1, 0, 0) x(1, 3, 1). */
   function scene() {
     const world = new World();
     const batch = world.add3D(2);
@@ -131,7 +131,7 @@ describe('IEntity', () => {
     const { world, batch, call, root } = scene();
     call('setWorldPosition', root, 1, 2, 3, false);
     assert.deepStrictEqual(batch.transform(0).position, [1, 2, 3]);
-    // Nothing is marked: only script's entry makes it take effect.
+    // Nothing is marked: it takes effect only when JavaScript lists the entity.
     world.refresh();
     assertClose(call('getWorldPosition', root), [10, 0, 0]);
     world.list(root);
@@ -150,7 +150,7 @@ describe('IEntity', () => {
     call('setWorldPosition', root, 1, 2, 3, true);
     world.refresh();
     assertClose(call('getWorldPosition', root), [1, 2, 3]);
-    // The child follows: its own local matrix is one to the right of a root turned by 90 degrees.
+    // The child follows: its own local matrix translates by 1 to the right, below a root rotated by 90 degrees.
     assertClose(call('getWorldPosition', child), [1, 4, 3]);
     assert.strictEqual(call('getEntityVersion', root), 1);
   });
@@ -169,7 +169,7 @@ describe('IEntity', () => {
 
   it("converts a world rotation relative to the parent's", () => {
     const { world, batch, call, root, child } = scene();
-    // Without scale, which the parent's matrix would bring in.
+    // Without scale, which the parent's matrix would include.
     batch.write(0, { quaternion: axisAngle([0, 0, 1], quarter) });
     batch.write(1, {});
     world.list(root, child);
@@ -209,7 +209,7 @@ describe('RefreshEntity', () => {
     assert(batch.isPoisoned(2) && batch.isPoisoned(3));
     assert.deepStrictEqual(world.listed(), []);
     assert.strictEqual(world.commands[0], 0);
-    // What is below it is still to be done, and is done by the next walk that reaches it.
+    // Entities below it are still dirty, and the next walk that reaches them computes them.
     world.addRoot(batch.handle(0));
     world.refresh();
     assert.deepStrictEqual(batch.matrix(2).slice(12), [3, 0, 0, 1]);

@@ -1,5 +1,5 @@
 'use strict';
-// Who keeps what alive: engines, batches, handles, memory.
+// Object lifetime and garbage collection: engines, batches, handles, memory.
 const assert = require('assert');
 const { modulePath, addonPath, sanitized } = require('./lib/host');
 const { collect, collectUntil } = require('./lib/collect');
@@ -7,10 +7,10 @@ const { collect, collectUntil } = require('./lib/collect');
 const nq = require(modulePath);
 const addon = require(addonPath);
 
-/** Numbers of the blocks behind "dirtyEntities" and "entityCommands". */
+/** Numbers of the blocks of "dirtyEntities" and "entityCommands". */
 const listBlocks = [0, 1];
 
-/** Makes an engine and returns what `use(engine)` returns, without a trace of the engine. */
+/** Creates an engine and returns what `use(engine)` returns, without a reference to the engine. */
 function withEngine(use) {
   return use(nq.getEngine());
 }
@@ -42,7 +42,7 @@ describe('engine', () => {
       batch = engine.createEntity(true, 3);
       return addon.runtimeOf(engine);
     });
-    // A second engine shows that collection has come by.
+    // A second engine shows that a garbage collection has run.
     const other = withEngine((engine) => addon.runtimeOf(engine));
     assert(await collectUntil(() => addon.runtimeReferences(other) === 1));
     await collect();
@@ -50,7 +50,7 @@ describe('engine', () => {
     for (const id of [...listBlocks, batch.memoryID]) {
       assert.strictEqual(addon.hasBlock(runtime, id), true);
     }
-    // The batch still works: its memory and its entities are there.
+    // The batch still works: its memory and its entities exist.
     new Float32Array(batch.buffer).fill(1);
     addon.setWorldPosition(batch, batch.id + 2, 4, 5, 6, true);
     assert.deepStrictEqual(Array.from(new Float32Array(batch.buffer, 2 * 108 + 20, 3)), [4, 5, 6]);
@@ -84,7 +84,7 @@ describe('engine', () => {
       [engine.dirtyEntities, engine.entityCommands],
     ]);
     assert(await collectUntil(() => addon.runtimeReferences(runtime) === 1));
-    // They dangle now, and must not be touched.
+    // They dangle now, and must not be accessed.
     assert.strictEqual(buffers.length, 2);
   });
 
@@ -204,7 +204,7 @@ describe('memory', () => {
       }
       highest = Math.max(highest, rss);
     }
-    // Over 16 MB of shared blocks alone a round.
+    // Over 16 MB of shared blocks per round.
     assert(ids.size < 3 * perRound, `${ids.size} handles`);
     const limit = (sanitized ? 400 : 100) * (1 << 20);
     assert(highest - base < limit, `grew by ${highest - base} bytes`);

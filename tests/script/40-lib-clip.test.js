@@ -1,5 +1,5 @@
 'use strict';
-// The clip writer and reader: the bytes, the order of channels, and what they say about mistakes.
+// The clip writer and reader: bytes, order of channels, and error messages.
 const assert = require('assert');
 const { hostileObjects } = require('./lib/hostile');
 const fc = require('fast-check');
@@ -214,7 +214,7 @@ describe('clips of any content', () => {
       for (const curve of curves.filter(({ type }) => type === 10)) {
         curve.keys = [key(3, 1, 0, 0), ...curve.keys.filter(({ frame }) => frame > 3)];
       }
-      // Curves may stand in any order: here, turned round as a ring.
+      // Curves may be in any order: here, rotated.
       const turn = curves.length === 0 ? 0 : Math.abs(order) % curves.length;
       return {
         framesPerSecond,

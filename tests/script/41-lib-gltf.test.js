@@ -1,5 +1,5 @@
 'use strict';
-// The glTF importer: clips against glTF's own interpolation, trees, skins, and words about bad files.
+// The glTF importer: clips against glTF's own interpolation, trees, skins, and error messages.
 const assert = require('assert');
 const fc = require('fast-check');
 const fs = require('fs');
@@ -116,7 +116,7 @@ describe('glTF keys as clips', () => {
     };
     const result = await importChannels([channel]);
     assert.deepStrictEqual(frames(result.clip, 0, 'translation'), [0, 12, 24, 48]);
-    // From -2 to 1 within half a second: 6 a second on both sides.
+    // From -2 to 1 within half a second: 6 per second on both sides.
     const [, b, c] = curvesOf(result.clip, 0, 'translation')[1].keys;
     assert.deepStrictEqual([b.outTangent, c.inTangent], [6, 6]);
     assert.ok(worstDistance(result, channel) < 4 * kFloatError);
@@ -188,7 +188,7 @@ describe('glTF keys as clips', () => {
       assert.ok(keyFrames.includes(frame), `${frame} of ${keyFrames}`);
     }
     // 120 degrees are an arc of 1.047 on the sphere, so 0.125 last 2.9 frames: a key each 2 frames.
-    // No turn, and one of 1 degree, need none between.
+    // Rotations by 0 and 1 degree need no keys between.
     assert.strictEqual(keyFrames.filter((frame) => frame > 0 && frame < 24).length, 11);
     assert.strictEqual(keyFrames.filter((frame) => frame > 48).length, 2);
     assert.ok(worstDistance(result, channel) < kArcError + kFloatError);
@@ -302,7 +302,7 @@ describe('glTF keys as clips', () => {
 describe('frame rate and length of clips', () => {
   const everyNth = (count, rate) => Array.from({ length: count }, (_, i) => i / rate);
 
-  // Key times, and the lowest rate from 24 up on whose frames they all lie.
+  // Key times, and the lowest rate from 24 up at which all of them are on frames.
   const rates = [
     ['at 24 a second', everyNth(90, 24), 24],
     ['at 25', everyNth(90, 25), 25],
@@ -386,7 +386,7 @@ describe('frame rate and length of clips', () => {
 });
 
 describe('keys between frames', () => {
-  // 29.97 a second, as video has it: none of the rates fits.
+  // 29.97 per second, as in video: none of the rates fits.
   const times = [0, 1, 2, 3, 4, 5, 6].map((i) => (i * 1001) / 30000);
   const lastFrame = Math.ceil(times[6] * 60);
 
@@ -502,7 +502,7 @@ describe('any animation', () => {
   const vector = fc.tuple(component, component, component);
   const gaps = fc.array(fc.integer({ min: 1, max: 40 }), { minLength: 1, maxLength: 8 });
 
-  /** A channel whose keys lie on frames at `rate`. */
+  /** A channel whose keys are on frames at `rate`. */
   const channels = fc
     .record({
       path: fc.constantFrom('translation', 'rotation', 'scale'),
@@ -595,7 +595,7 @@ describe('any animation', () => {
           for (let frame = 0; frame < animation.frameCount; ++frame) {
             const value = clipValue(clip, 0, 'translation', frame);
             // Resampled, frames are exact. Otherwise a key may be off its frame by a thousandth of
-            // one, and the values change by 7 a frame at most.
+            // one, and the values change by 7 per frame at most.
             const bound = warnings.length > 0 ? 1e-5 : 0.02;
             const apart = distance('translation', value, gltfValue(channel, frame / rate));
             assert.ok(apart <= bound, `${apart} at ${frame}`);
@@ -952,7 +952,7 @@ describe('containers', () => {
     const half = Math.SQRT1_2;
     assert.ok(distance('rotation', clipValue(clip, 1, 'rotation', 24), [0, 0, half, half]) < 1e-6);
     assert.ok(distance('rotation', clipValue(clip, 2, 'rotation', 24), [1, 0, 0, 0]) < 1e-6);
-    // 1 with a slope of 1 a second to 2 with none, in two seconds: 1.75 half way.
+    // 1 with a slope of 1 per second to 2 with slope 0, in two seconds: 1.75 half way.
     assert.deepStrictEqual(clipValue(clip, 3, 'scale', 24), [1.75, 1.75, 1.75]);
     assert.deepStrictEqual(warnings, []);
   };
@@ -1510,7 +1510,7 @@ describe('messages about bad files', () => {
     }
   });
 
-  /** The importer in a folder of its own, with what stands there as the package that it needs. */
+  /** The importer in a new folder, with a fake of the package that it needs. */
   function importerBeside(name, packageFiles) {
     const place = path.join(folder, name);
     const lib = path.join(place, 'lib');
@@ -1571,7 +1571,7 @@ describe('messages about bad files', () => {
 });
 
 describe('real models', () => {
-  // Rates found by looking at the key times: those of Run stand at thirds and halves of 24 a second.
+  // Rates found from the key times: those of Run are at thirds and halves of frames at 24 per second.
   const expected = {
     'Fox.glb': [
       ['Survey', 24, 82],
@@ -1621,7 +1621,7 @@ describe('real models', () => {
         );
         for (const channel of channels) {
           const target = targets.findIndex((node) => nodes[node].fileIndex === channel.node);
-          // Fox moves by hundreds of units a second, and its key times are floats.
+          // Fox moves by hundreds of units per second, and its key times are floats.
           const size = Math.max(...channel.values.map(Math.abs));
           const bound =
             channel.path === 'rotation'

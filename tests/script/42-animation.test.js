@@ -1,5 +1,5 @@
 'use strict';
-// Data models, animators and skinning components, as script sees them.
+// Data models, animators and skinning components, as JavaScript sees them.
 const assert = require('assert');
 const { MessageChannel } = require('worker_threads');
 const { modulePath, addonPath, sanitized } = require('./lib/host');
@@ -143,7 +143,7 @@ function curve(type, keys, rest = {}) {
   return Object.assign({ curves: [{ target: 0, type, keys }] }, rest);
 }
 
-/** A pose of one target that is a turn by `angle` around z. */
+/** A pose of one target that is a rotation by `angle` about z. */
 function turnZ(angle) {
   return holdClip({
     0: {
@@ -484,7 +484,7 @@ describe('createDataModel', () => {
 });
 
 describe('clip', () => {
-  // 32 frames a second make a span of 8 frames a quarter of a second: everything here is exact.
+  // At 32 frames per second, a span of 8 frames is a quarter of a second: all numbers are exact.
   const exact = { framesPerSecond: 32, frameCount: 16 };
 
   /** x at some times of a clip of position x keys. */
@@ -591,7 +591,7 @@ describe('clip', () => {
         [8, 3, 0, 0],
         [12, 4, 0, 0],
       ];
-      // The slope out of frame 4 stops the span behind it, and the one ahead of it too.
+      // The out-tangent of frame 4 makes the segments after and before it constant.
       assert.deepStrictEqual(xAt(keys, [0, 2, 4, 6, 8, 10]), [1, 1, 2, 2, 3, 3.5]);
     }
   });
@@ -1313,7 +1313,7 @@ describe('updateSkinningMatrix', () => {
         move(scaling(2), 1, 2, 3),
       ]
     );
-    // What script wrote stays.
+    // Values that JavaScript wrote are unchanged.
     assert.deepStrictEqual(Array.from(skin.words.subarray(0, 5)), [model, 1, 2, 1, 0]);
   });
 
@@ -1350,7 +1350,7 @@ describe('updateSkinningMatrix', () => {
     world.refresh();
     skin.update();
     assert.deepStrictEqual(skin.matrix(0), translation(4, 0, 0));
-    // What script writes over the shown matrix is not read.
+    // A matrix that JavaScript overwrites in the record is not read.
     bone.matrix.fill(9);
     skin.update();
     assert.deepStrictEqual(skin.matrix(0), translation(4, 0, 0));
@@ -1386,7 +1386,7 @@ describe('updateSkinningMatrix', () => {
 describe('batch methods', () => {
   const names = ['updateAnimators', 'updateSkinningMatrices'];
 
-  /** Three animators and three skinning components, and what tells whether they ran. */
+  /** Three animators and three skinning components, with checks whether they ran. */
   function three(name) {
     const world = new AnimationWorld();
     const entities = world.roots(3);
@@ -1870,7 +1870,7 @@ describe('fatal report', () => {
     entity: ['entity not found', 'SkinningMatrixComponent', 27],
   };
 
-  /** Runs a case, which must end with exactly this report; returns what was printed behind it. */
+  /** Runs a case, which must end with exactly this report; returns the output after it. */
   function assertReport(name, [message, source, line]) {
     const result = runScript('animation.js', name);
     assertFailedAssertion(result, '0', folder + source);

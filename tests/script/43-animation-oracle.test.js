@@ -48,7 +48,7 @@ function normAt(values, at, width) {
   return Math.hypot(...Array.from(values.subarray(at, at + width)));
 }
 
-/** Keys of [slope in, value, slope out], joined by cubics; rotations are brought to length 1. */
+/** Keys of [slope in, value, slope out], joined by cubics; rotations are normalised. */
 class SplineInterpolant extends three.Interpolant {
   copySampleValue_(key) {
     const { sampleValues, valueSize: width, resultBuffer } = this;

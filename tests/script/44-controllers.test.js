@@ -1,5 +1,5 @@
 'use strict';
-// Bindings, animator controllers and their states, as script sees them.
+// Bindings, animator controllers and their states, as JavaScript sees them.
 const assert = require('assert');
 const { MessageChannel } = require('worker_threads');
 const { modulePath, addonPath, sanitized } = require('./lib/host');
@@ -73,7 +73,7 @@ function assertNear(actual, expected, tolerance) {
   });
 }
 
-/** The quaternion of a turn around z. */
+/** The quaternion of a rotation about z. */
 function turnZ(angle) {
   return [0, 0, Math.sin(angle / 2), Math.cos(angle / 2)];
 }
@@ -1229,7 +1229,7 @@ describe('a state', () => {
   it('samples at its time, which wraps; below 0 it holds the first key', () => {
     const world = new ControllerWorld();
     const [entity] = world.entities(1);
-    // Slopes of 1 a frame: 30 a second.
+    // Slopes of 1 per frame: 30 per second.
     const keys = [
       [0, 0, 30, 30],
       [10, 10, 30, 30],
@@ -1283,7 +1283,7 @@ describe('a state', () => {
     assert.strictEqual(plain.entity.bytes[0], 0);
     assertNear(rotation(plain.entity).slice(0, 3), [0.2, 0.3, 0.4], 1e-7);
 
-    // Angles turn around z, then x, then y.
+    // Angles rotate about z, then x, then y.
     const about = (axis, angle) => {
       const q = [0, 0, 0, Math.cos(angle / 2)];
       q[axis] = Math.sin(angle / 2);
@@ -1645,7 +1645,7 @@ describe('an additive layer', () => {
     entity.setTransform(unturned, [0, 0, 0], [1, 1, 1]);
     const state = world.state([{ clip, referenceClip: reference }]);
     world.controller(binding, [{ blendMode: additive, states: [state] }]).update();
-    // The rest pose is that of the new binding, made ahead of the reset.
+    // The rest pose is that of the new binding, created before the reset.
     assertNear(rotation(entity), turnZ(1.5), 1e-6);
   });
 
@@ -1691,7 +1691,7 @@ describe('random controllers', () => {
   const count = sanitized ? 60 : 300;
   const frames = sanitized ? 3 : 6;
 
-  /** A world of `count` controllers with bindings and entities of their own. Same for the same seed. */
+  /** A world of `count` controllers, each with its own binding and entities. Same for the same seed. */
   function build(seed) {
     const random = createRandom(seed);
     const world = new ControllerWorld();

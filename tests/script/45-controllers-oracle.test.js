@@ -32,7 +32,7 @@ const rotationRounding = 48 * unit;
 
 const axes = { x: [1, 0, 0], y: [0, 1, 0], z: [0, 0, 1] };
 
-/** The quaternion of a turn, in floats. */
+/** The quaternion of a rotation, in floats. */
 function turn([x, y, z], angle) {
   const s = Math.sin(angle / 2);
   return new three.Quaternion(...[x * s, y * s, z * s, Math.cos(angle / 2)].map(Math.fround));
@@ -55,7 +55,7 @@ function product(...factors) {
   return factors.reduce((a, b) => a.clone().multiply(b));
 }
 
-/** The part t of a turn by scaling it towards none, as layers do: by the tangent of half its angle. */
+/** A rotation scaled by t as layers do: by the tangent of half its angle. */
 function scaled(q, t) {
   return new three.Quaternion(q.x * t, q.y * t, q.z * t, q.w).normalize();
 }
@@ -66,7 +66,7 @@ function scaled(q, t) {
  *   rotations: three.Quaternion[]}} Motion
  */
 
-/** What stands still. */
+/** A constant motion. */
 function still({ position = [0, 0, 0], scale = [1, 1, 1], rotation = turn(axes.x, 0) } = {}) {
   return { frames: [0], positions: [position], scales: [scale], rotations: [rotation] };
 }
@@ -101,7 +101,7 @@ function curvesOf({ frames, positions, scales, rotations }) {
   ];
 }
 
-/** The same as a clip of three.js, of a name of its own. */
+/** The same as a clip of three.js, with a unique name. */
 function clipOf({ frames, positions, scales, rotations }) {
   const times = frames.map((frame) => frame / framesPerSecond);
   return new three.AnimationClip('', frameCount / framesPerSecond, [
@@ -427,7 +427,7 @@ describe('additive layers against three.js', () => {
     assertRotation(engine.rotation, product(second, first, base));
     assertRotation(oracle.rotation, product(base, first, second));
     assert(chord(engine.rotation, oracle.rotation) > 0.5);
-    // Around one axis the order is none.
+    // Rotations about one axis commute.
     const even = pose(plain, [
       { states: [{ motion: still({ rotation: turn(axes.z, 0.2) }) }] },
       ...[0.5, 0.7].map((angle) => ({

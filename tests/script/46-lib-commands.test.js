@@ -1,6 +1,6 @@
 'use strict';
-// The writers of lib/commands.js: the words that they leave, what they refuse, and what the engine
-// makes of entity commands and dirty lists.
+// The writers of lib/commands.js: the words that they write, what they refuse, and the effect of entity commands and
+// dirty lists in the engine.
 const assert = require('assert');
 const { assertCleanExit, runScript } = require('./lib/child');
 const { hostileObjects } = require('./lib/hostile');
@@ -16,7 +16,7 @@ const poison = 0xabababab;
 const listBytes = 49152;
 const last = 0xffffffff;
 
-/** A buffer of poison behind a first word. */
+/** A buffer with poison bytes after a first word. */
 function poisoned(bytes, first = 0) {
   const words = new Uint32Array(bytes / 4).fill(poison);
   words[0] = first;

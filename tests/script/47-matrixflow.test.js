@@ -1,5 +1,5 @@
 'use strict';
-// Command buffers of arithmetic, in the module that lets script reach them.
+// Command buffers of arithmetic, in the module that exposes them to JavaScript.
 const assert = require('assert');
 const fs = require('fs');
 const { differences, modulePath } = require('./lib/host');
@@ -15,7 +15,7 @@ const isBuilt = path !== undefined && fs.existsSync(path);
 const suite = isBuilt ? describe : describe.skip;
 const flow = isBuilt ? require(path) : null;
 
-/** Properties of an object and of its prototype, as far as they tell modules apart. */
+/** Properties of an object and of its prototype that may differ between modules. */
 function shapeOf(object) {
   return [object, Object.getPrototypeOf(object)].map((owner) =>
     Reflect.ownKeys(owner).map((name) => {
@@ -338,8 +338,8 @@ suite('command buffer', () => {
   });
 
   it('copies short vectors past the end of a block', () => {
-    // Kept on purpose: such a copy proves a scalar's four bytes. The next block of a size class lies
-    // behind the last one.
+    // Kept on purpose: such a copy checks a scalar's four bytes. The next block of a size class is directly after the
+    // last one.
     for (const [method, words] of [
       ['vector2Copy', 2],
       ['vector3Copy', 3],
@@ -360,7 +360,7 @@ suite('command buffer', () => {
   });
 
   it('continues beyond its block if its length exceeds it', () => {
-    // Kept on purpose. The next block of a size class lies behind the last one.
+    // Kept on purpose. The next block of a size class is directly after the last one.
     const { engine, block } = createScene();
     const { floats, at } = block(8);
     floats.set([20, 22]);
@@ -419,7 +419,7 @@ suite('command buffer', () => {
   });
 });
 
-// The commands in plain script: each operation rounded to a float, in the order that is promised.
+// The commands in plain JavaScript: each operation rounded to a float, in the documented order.
 const f = Math.fround;
 const operations = {
   Add: (a, b) => f(a + b),
@@ -555,7 +555,7 @@ suite('commands, against plain script', () => {
             assert.deepStrictEqual(bytes, expected[i], said);
             return;
           }
-          // The value as floats, what stands around it as bytes.
+          // The value as floats, the bytes around it as bytes.
           const [actual, wanted] = [bytes, expected[i]].map(
             (one) => new Float32Array(one.slice(offsets[i], offsets[i] + 4 * count).buffer)
           );

@@ -109,7 +109,7 @@ class Scene extends Lab {
     for (const fragment of fragments) {
       assert(hint.message.includes(String(fragment)), `'${fragment}' is not in: ${hint.message}`);
     }
-    // What was found, and the cure behind a colon.
+    // What was found, and the cure after a colon.
     assert(/^[^:]+: .+: .+\.$/.test(hint.message), hint.message);
   }
 
@@ -430,7 +430,7 @@ describe('hint not-listed', () => {
       scene.refresh();
     }
     scene.givesNone();
-    // What is written behind the player, and not listed, is not there in this frame.
+    // A record written after the player, and not listed, has no effect in this frame.
     scene.view.setPosition(0, 9, 0, 0);
     scene.refresh();
     scene.gives({ code, call, entity: scene.id, place: 'position x' });
@@ -735,7 +735,7 @@ describe('hint other-engine', () => {
   it('does not report engines that list their own handles', () => {
     const [mine, other] = pair();
     for (let frame = 0; frame < 3; ++frame) {
-      // Both are written ahead of both refreshes, and one lists all that it has.
+      // Both are written before both refreshes, and one lists all of its entities.
       mine.view.setPosition(frame, 1, frame, 0);
       other.view.setPosition(1, frame, 0, 0);
       other.listAll();
@@ -764,7 +764,7 @@ describe('hint one-sided-channel', () => {
   const code = 'one-sided-channel';
   const cure = 'add keys for it to both clips, also where it rests.';
 
-  /** An animator of two clips that move one entity; one stands at 1.02 along y. */
+  /** An animator of two clips that move one entity; one is at 1.02 along y. */
   function animated(curves, height = 1.02) {
     const scene = new Scene();
     scene.view.setPosition(0, 0, height, 0);
@@ -1119,7 +1119,7 @@ describe('hints', () => {
     scene.list.append(scene.id);
     assert.throws(() => scene.refresh(), /entity 4097: its position x has changed/);
     assert.deepStrictEqual(seen, [scene.id + 1, 5, 0]);
-    // The next one was kept for the next call, which has nothing of its own.
+    // The next hint was kept for the next call, which has none of its own.
     assert.throws(() => scene.refresh(), /entity 4098: its position x has changed/);
     scene.refresh();
     checked(engine, { onHint: () => {} });

@@ -1,6 +1,6 @@
 'use strict';
-// The viewer without a browser: its messages byte by byte, how the crowd is steered, what the server
-// serves to whom, and how it ends.
+// The viewer without a browser: its messages byte by byte, user control of the crowd, what the server serves to whom,
+// and how it ends.
 const assert = require('assert');
 const childProcess = require('child_process');
 const fs = require('fs');
@@ -239,7 +239,7 @@ describe('viewer user control', () => {
     const step = () => {
       handle.advance(kFrame);
       const value = handle.mix(0.3);
-      // 2.5 a second each for the way and for the hold, over a range of 0.7.
+      // 2.5 per second each for the value and for its weight, over a range of 0.7.
       assert.ok(Math.abs(value - last) <= 2 * 2.5 * kFrame, `${last} to ${value}`);
       last = value;
     };
@@ -553,7 +553,7 @@ class Client {
   constructor(address, options) {
     this.scenes = [];
     this.frames = [];
-    /** Whether frames are told to be drawn. */
+    /** Whether drawn frames are acknowledged. */
     this.isDrawing = true;
     this.socket = new WebSocket(`${address.replace('http', 'ws')}stream`, options);
     this.socket.binaryType = 'arraybuffer';

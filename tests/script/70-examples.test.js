@@ -1,6 +1,6 @@
 'use strict';
-// The examples as they are run: what they print is what stands in examples/expected, and the numbers there
-// are those of formulas that are worked out here, without the module.
+// Runs the examples: their output equals examples/expected, and the numbers there equal formulas that are computed here,
+// without the module.
 const assert = require('assert');
 const fs = require('fs');
 const os = require('os');
@@ -128,7 +128,7 @@ describe('examples', () => {
 describe('expected numbers', () => {
   const quarter = Math.PI / 2;
 
-  /** A vector turned about z, then moved. */
+  /** A vector rotated about z, then translated. */
   function turned([x, y], angle, [dx, dy] = [0, 0]) {
     const [sine, cosine] = [Math.sin(angle), Math.cos(angle)];
     return [cosine * x - sine * y + dx, sine * x + cosine * y + dy];
@@ -152,7 +152,7 @@ describe('expected numbers', () => {
 
   it('02: circles about y', () => {
     const lines = expectedLines('02-transform-tree').filter((line) => line.startsWith('step'));
-    // A turn about y by a takes x to x cos a, -x sin a; angles of child and parent add up.
+    // A rotation about y by a maps x to x cos a, -x sin a; angles of child and parent add up.
     const around = (radius, angle) => [radius * Math.cos(angle), 0, -radius * Math.sin(angle)];
     assert.strictEqual(lines.length, 7);
     lines.forEach((line, step) => {
@@ -231,7 +231,7 @@ describe('expected numbers', () => {
     assert.deepStrictEqual(numbersIn(lines[0]), [3, 8, 2]);
     [0, 0.5, 1, 0.5].forEach((bend, i) => {
       const angle = bend * quarter;
-      // A vertex in the space of each joint, in the world: joint k stands at the end of k - 1.
+      // A vertex in the space of each joint, in the world: joint k is at the end of k - 1.
       const second = turned([0, 1], angle, [0, 1]);
       const joints = [
         (x, y) => [x, y],
@@ -255,7 +255,7 @@ describe('expected numbers', () => {
   it('07: a hand on a circle, a sword with and without a frame of lag', () => {
     const lines = expectedLines('07-bone-sockets');
     const hand = (quarters) => turned([1, 0], quarters * quarter);
-    // Where the sword is, and how it is turned, as the quarter of the hand that it shows; or on the ground.
+    // Position and rotation of the sword, as the quarter turn of the hand that it shows; or on the ground.
     const ground = { place: [5, 0], angle: 0 };
     const follow = (quarters) => ({ place: hand(quarters), angle: quarters * quarter });
     const steps = [
@@ -275,7 +275,7 @@ describe('expected numbers', () => {
   });
 
   it('08: throws of known speeds', () => {
-    // Speed falls by 1/8 a frame, ahead of the move: after n frames of 1/64 s, a speed of s at first has
+    // Speed falls by 1/8 per frame, before the move: after n frames of 1/64 s, a speed of s at first has
     // led to (s n - n (n + 1) / 16) / 64. All of it is exact in floats.
     const height = (s, n) => (s * n - (n * (n + 1)) / 16) / 64;
     const all = Array.from({ length: 64 }, (_, i) => height(4, i + 1));

@@ -1,5 +1,5 @@
 'use strict';
-// The demo as it is used: runs, tables, pictures, and what it says about wrong input.
+// Runs the demo: output, tables, pictures, and error messages.
 const assert = require('assert');
 const childProcess = require('child_process');
 const fs = require('fs');
@@ -54,7 +54,7 @@ function runDemo(args, environment) {
   });
 }
 
-/** The rows of the tables that a run has printed: title, and the cells behind it. */
+/** The rows of the tables that a run has printed: title, and the cells after it. */
 function tableOf(stdout) {
   const rows = {};
   for (const line of stdout.split('\n')) {
@@ -1007,7 +1007,7 @@ describe('demo layers', () => {
           const kept = [...legParts, 'chest', 'head', ...armParts.map((part) => part + other)];
           assert.deepStrictEqual(rotationsOf(pose, kept), rotationsOf(free, kept));
           assert.deepStrictEqual(pose.hips.position, free.hips.position);
-          // From the pose that carries, half the way at half the weight, both turns about one axis.
+          // From the carrying pose, half the way at half the weight; both rotations are about one axis.
           const fore = pose[`foreArm${own}`].rotation;
           assert.ok(angleBetween(fore, aboutY(-elbow * side)) < 1e-3, `${own} ${weight}`);
           const tip = pose[`hand${own}`].place[1] - pose.head.place[1];
@@ -1316,8 +1316,8 @@ describe('demo models', () => {
     );
     const puppet = new Puppet(kind);
     const scaleOf = () => nodesOf(puppet.crowd, 0)[5].scale;
-    // At half of the cycle, a second in: the base stands at 3 in x; the leg has grown from 1 towards 2
-    // with a slope of 1 a second at the start and 0 at the end, to 1.75, and mirrors x at rest.
+    // At half of the cycle, a second in: the base is at 3 in x; the leg has grown from 1 towards 2
+    // with a slope of 1 per second at the start and 0 at the end, to 1.75, and mirrors x at rest.
     assert.deepStrictEqual(puppet.pose(0.5, [1, 0]).base.position, [3, 0, 0]);
     assert.deepStrictEqual(scaleOf(), [-1, 1, 1]);
     assert.deepStrictEqual(puppet.pose(0.5, [0, 1]).base.position, [0, 0, 0]);

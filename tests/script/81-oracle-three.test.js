@@ -212,7 +212,7 @@ describe('oracle: three.js', () => {
     entity.setTransform(rotation, position, scale);
   }
 
-  /** Whether `object` stands above `other` or is it. */
+  /** Whether `object` is `other` or an ancestor of it. */
   function isAbove(object, other) {
     for (let at = other; at !== null; at = at.parent) {
       if (at === object) {
@@ -285,7 +285,7 @@ describe('oracle: complex numbers', () => {
   const add = (a, b) => [a[0] + b[0], a[1] + b[1]];
   const multiply = (a, b) => [a[0] * b[0] - a[1] * b[1], a[0] * b[1] + a[1] * b[0]];
 
-  /** Where the point x + iy of a 2D node lies in the world: scaled, turned backwards, moved, upward. */
+  /** World position of the point x + iy of a 2D node: scaled, rotated backwards, translated, up the tree. */
   function worldPoint(nodes, index, point) {
     let z = point;
     for (let at = index; at >= 0; at = nodes[at].parent) {

@@ -2,8 +2,8 @@
 // Local matrices and matrix products, bit for bit against formulas written out with one rounding an
 // operation, and within a tolerance against gl-matrix, which works in double precision here.
 //
-// Sines and cosines of script and of the native side are two libraries, each right to the last bit or
-// so of a double. What rests on them is therefore compared within a tolerance: 8 roundings of 2^-24,
+// JavaScript and native code use different math libraries for sines and cosines, each accurate to about the last bit
+// of a double. What rests on them is therefore compared within a tolerance: 8 roundings of 2^-24,
 // times the column's scale (see the bounds of the other oracle).
 const assert = require('assert');
 const fc = require('fast-check');
@@ -29,7 +29,7 @@ function quaternionMatrix([x, y, z, w], position, scale) {
   return composed(columns, position, scale);
 }
 
-/** The local matrix of Euler angles x, y, z: the turn about z first, about x last. */
+/** The local matrix of Euler angles x, y, z: the rotation about z first, about x last. */
 function eulerMatrix([x, y, z], position, scale) {
   const [cx, sx] = [f(Math.cos(x)), f(Math.sin(x))];
   const [cy, sy] = [f(Math.cos(y)), f(Math.sin(y))];
@@ -383,7 +383,7 @@ describe('oracle: gl-matrix', () => {
         [root, child, 1],
         [child, grandchild, 2],
       ]) {
-        // The factors are floats as they stand, so only the four-term sums round: 4 u of magnitudes.
+        // The factors are exact floats, so only the four-term sums round: 4 u of magnitudes.
         const local = quaternionMatrix(...transforms[index]);
         const expected = mat4.multiply([], above, local);
         const magnitudes = mat4.multiply([], above.map(Math.abs), local.map(Math.abs));

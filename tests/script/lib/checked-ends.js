@@ -1,5 +1,5 @@
 'use strict';
-// Calls that end the process natively, and that a checked engine answers in words. Each case is set up on
+// Calls that end the process natively, and for which a checked engine throws. Each case is set up on
 // an engine, checked or not, by `prepare`, which returns the call. `way` is how it ends natively: 'fault',
 // 'abort', or 'hang' for a call that never returns. `stage` 'prepare' is for what is refused earlier than
 // it ends natively.

@@ -1,5 +1,5 @@
 'use strict';
-// A scene that calls every method of an engine, and tells all that came of it: results and bytes.
+// A scene that calls every method of an engine, and returns all effects: results and bytes.
 const { DirtyListWriter, EntityCommandWriter, MatrixFlowWriter } = require('../../../lib/commands');
 const { buildClip, sampleTypes } = require('../../../lib/clip');
 const { randomNumbers } = require('./reference');

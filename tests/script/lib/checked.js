@@ -1,6 +1,6 @@
 'use strict';
-// A checked engine under watch: each refusal must name what is wrong, ahead of any native call, and leave
-// all shared memory as it was.
+// A checked engine whose refusals are verified: each must name what is wrong, before any native call, and leave all
+// shared memory unchanged.
 const assert = require('assert');
 const { checked } = require('../../../lib/checked');
 const { buildClip, sampleTypes } = require('../../../lib/clip');

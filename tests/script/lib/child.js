@@ -1,5 +1,5 @@
 'use strict';
-// Runs what ends a process in a process of its own, and judges how it ended.
+// Runs code that ends a process in a child process, and checks how it ended.
 const assert = require('assert');
 const fs = require('fs');
 const path = require('path');

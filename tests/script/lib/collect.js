@@ -1,5 +1,5 @@
 'use strict';
-// Collection of garbage on demand. The host must run with --expose-gc.
+// Garbage collection on demand. The host must run with --expose-gc.
 
 function turn() {
   return new Promise((resolve) => setImmediate(resolve));

@@ -1,5 +1,5 @@
 'use strict';
-// What the environment tells of the build under test.
+// The build under test, from environment variables.
 
 /** Path of the module. */
 exports.modulePath = process.env.NQ_MODULE;

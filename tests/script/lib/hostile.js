@@ -1,5 +1,5 @@
 'use strict';
-// Objects that throw an error of their own when a program asks what they are.
+// Objects that throw their own error when a program inspects their type.
 
 /** A proxy whose every operation throws. */
 function revokedProxy(target) {

@@ -1,6 +1,5 @@
 'use strict';
-// The script classes and what stands on their prototypes, in order of installation. Whoever installs
-// a method enters it here.
+// The JavaScript classes and the properties of their prototypes, in order of installation. Add new methods here.
 
 /** @type {Object<string, string[]>} */
 exports.methods = {

@@ -1,5 +1,5 @@
 'use strict';
-// A scene in one engine, with verbs for what script does in a frame.
+// A scene in one engine, with verbs for what JavaScript does in a frame.
 const nq = require(require('./host').modulePath);
 
 /** Entries that the dirty list has room for. */

@@ -1,5 +1,5 @@
 'use strict';
-// What fails an assertion, through the test addon. `assertions.js CASE`.
+// Failing assertions, through the test addon. `assertions.js CASE`.
 const fs = require('fs');
 const { modulePath, addonPath } = require('../lib/host');
 

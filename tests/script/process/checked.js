@@ -1,5 +1,5 @@
 'use strict';
-// What a checked engine refuses, and the plain one answers by the end of the process: `checked.js CASE`.
+// Calls that a checked engine refuses, and that end the process with a plain one: `checked.js CASE`.
 // The cases are in lib/checked-ends.js.
 const fs = require('fs');
 const { modulePath } = require('../lib/host');

@@ -1,5 +1,5 @@
 'use strict';
-// Blocks that the system does not have, and parents in a circle. `exhaustion.js CASE`.
+// Blocks that exceed the memory, and parent cycles. `exhaustion.js CASE`.
 const fs = require('fs');
 const { modulePath } = require('../lib/host');
 const library = require('../../../lib');

@@ -1,6 +1,6 @@
 'use strict';
-// Preloaded ahead of a program (`node -r`): puts each engine that it gets into checked mode, with hints to
-// console.warn, and tells on its way out, as the last line, how many engines there were.
+// Preloaded before a program (`node -r`): wraps each engine in checked mode, with hints to console.warn, and prints the
+// number of engines as the last line at exit.
 const fs = require('fs');
 const load = require('../../../lib/load');
 const { checked } = require('../../../lib/checked');

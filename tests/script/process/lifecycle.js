@@ -1,5 +1,5 @@
 'use strict';
-// Loads, exits and Workers: how a process with engines begins and ends. `lifecycle.js CASE`.
+// Loads, exits and Workers: start and end of a process with engines. `lifecycle.js CASE`.
 const fs = require('fs');
 const path = require('path');
 const { Worker } = require('worker_threads');

@@ -1,6 +1,6 @@
 'use strict';
-// Runs of command buffers that say something, or end the process. `matrixflow.js CASE`. What `execute`
-// returns is judged here; what is printed, by the parent.
+// Runs of command buffers that print something, or end the process. `matrixflow.js CASE`. Results of `execute` are
+// checked here; the output is checked by the parent.
 const assert = require('assert');
 const fs = require('fs');
 const { MatrixFlowWriter } = require('../../../lib/commands');

@@ -1,5 +1,5 @@
 'use strict';
-// Calls that the system answers by the end of the process. `misuse.js CASE`.
+// Calls that end the process. `misuse.js CASE`.
 const fs = require('fs');
 const { MessageChannel } = require('worker_threads');
 const { modulePath, addonPath } = require('../lib/host');

@@ -1,5 +1,5 @@
 'use strict';
-// Moves buffers to other buffers, in each way that a host has, while their memory is collected and used again.
+// Transfers buffers to other buffers, in each way that a host supports, while their memory is collected and reused.
 //   node --expose-gc moved-buffers.js CASE WAY
 // Prints "about to end" as its last line when all of it went well.
 const assert = require('assert');

@@ -1,6 +1,6 @@
 'use strict';
-// Levels that come and go: in each, a writer or a view is made, used often, and collected. Prints, as JSON,
-// nanoseconds a call in each level, by class. With --expose-gc.
+// Levels of a game: in each, a writer or a view is created, used often, and collected. Prints, as JSON, nanoseconds per
+// call in each level, by class. With --expose-gc.
 const { DirtyListWriter, EntityCommandWriter, MatrixFlowWriter } = require('../../../lib/commands');
 const { Entity3DView } = require('../../../lib/views');
 const { entity3D } = require('../../../lib/layout');
