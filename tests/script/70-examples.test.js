@@ -124,7 +124,7 @@ describe('examples', () => {
   });
 });
 
-// The expected numbers, without the module: plane geometry, and the formulas of docs/animation.md.
+// The expected numbers, without the module: plane geometry, and the formulas of docs/animation-reference.md.
 describe('expected numbers', () => {
   const quarter = Math.PI / 2;
 
