@@ -120,7 +120,7 @@ if(NQ_BUILD_MODULE)
   # nq_add_script_tests(prefix output node...): the script suites over the addons in folder OUTPUT, by
   # the command NODE, which runs the file behind it. Suites of command buffers need the module that
   # lets script reach them.
-  file(GLOB NQ_SCRIPT_TESTS CONFIGURE_DEPENDS tests/script/*.test.js)
+  file(GLOB_RECURSE NQ_SCRIPT_TESTS CONFIGURE_DEPENDS tests/script/*.test.js)
   function(nq_add_script_tests prefix output)
     set(environment
         "NQ_MODULE=${output}/nq_logic.node"
@@ -128,7 +128,10 @@ if(NQ_BUILD_MODULE)
         "NQ_TEST_ADDON=${output}/nq_test_addon.node"
         "NQ_BUILD_KIND=${kind}" ${sanitizerEnvironment})
     foreach(file ${NQ_SCRIPT_TESTS})
-      get_filename_component(name "${file}" NAME_WE)
+      # Folder and name: engine.frame, lib.clip.
+      file(RELATIVE_PATH name "${CMAKE_SOURCE_DIR}/tests/script" "${file}")
+      string(REPLACE ".test.js" "" name "${name}")
+      string(REPLACE "/" "." name "${name}")
       add_test(NAME ${prefix}.${name} COMMAND ${ARGN} "${file}"
                WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}")
       set_tests_properties(${prefix}.${name} PROPERTIES

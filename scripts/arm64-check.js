@@ -12,7 +12,7 @@ const { setup } = require('./setup');
 const notUnderQemu = ['WorkerPoolPinningDeathTest.*'];
 
 /** Script suites that can't run there: the emulator takes its part of the memory that a process may have. */
-const notEmulated = '[.][0-9]+-exhaustion$';
+const notEmulated = '[.]out-of-memory$';
 
 /**
  * Runs the native suites, a part of them on each CPU.

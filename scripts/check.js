@@ -47,10 +47,11 @@ const threadedSuites =
   'ConditionVariable|WorkerPool|EngineRuntime|MemoryAllocator|WorldTransform|EntitySystem|DirtyEntityList|Animation|Controller|[Bb]atch|transform';
 
 // The same among the script suites.
-const threadedScripts = 'module|process|frame|batch|animation|controllers|lifetime';
+const threadedScripts =
+  'engine[.](module|process-end|frame|animation|controllers|lifetime)|binding[.]batch-update';
 
 // Script suites that run on arm64 here.
-const arm64Scripts = '[.][0-9]+-(module|frame|culling|animation|controllers|matrixflow)$';
+const arm64Scripts = '[.]engine[.](module|frame|animation|controllers|matrixflow)$';
 
 // What the portable build does without, among undefined symbols.
 const linuxOnly = /\b(syscall|posix_memalign|sched_(?!yield)\w+|pthread_(set|get)affinity\w*)/g;
@@ -209,7 +210,7 @@ const checks = {
         return false;
       }
       const native = test('portable', ['-E', '^(script|fuzz)\\.']);
-      return test('portable', ['-R', `^script\\.[0-9]+-(${threadedScripts})$`]) && native;
+      return test('portable', ['-R', `^script[.](${threadedScripts})$`]) && native;
     },
   },
 

@@ -149,7 +149,7 @@ function buildModule(named) {
 }
 
 /** Script suites that run tools or read sources, on x86-64: what they find is the same for all builds. */
-const toolSuites = '[.][0-9]+-(bench|binaries|docs|scripts|types|viewer)$';
+const toolSuites = '[.]tools[.]';
 
 /**
  * Runs the suites of a built preset: native ones and those on the reference host, or those on another host.

@@ -2,8 +2,8 @@
 // Animation content, animators and skinning components that end the process. `animation.js CASE`.
 const fs = require('fs');
 const { MessageChannel } = require('worker_threads');
-const { modulePath, addonPath } = require('../lib/host');
-const { collectUntil } = require('../lib/collect');
+const { modulePath, addonPath } = require('../support/host');
+const { collectUntil } = require('../support/collect');
 const { types, writeClip } = require('../../fixtures/clips');
 
 const nq = require(modulePath);

@@ -1,7 +1,7 @@
 'use strict';
 // Failing assertions, through the test addon. `assertions.js CASE`.
 const fs = require('fs');
-const { modulePath, addonPath } = require('../lib/host');
+const { modulePath, addonPath } = require('../support/host');
 
 const addon = require(addonPath);
 

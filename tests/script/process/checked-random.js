@@ -4,8 +4,8 @@
 // the module's log goes to stdout.
 const assert = require('assert');
 const fs = require('fs');
-const { modulePath } = require('../lib/host');
-const { clipBytes, frustum, none, targetLists } = require('../lib/checked');
+const { modulePath } = require('../support/host');
+const { clipBytes, frustum, none, targetLists } = require('../support/checked');
 const { checked } = require('../../../lib/checked');
 const { matrixFlowCommands } = require('../../../lib/commands');
 const { createRandom } = require('../../../bench/script/lib/random');

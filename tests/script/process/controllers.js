@@ -2,7 +2,7 @@
 // Bindings, controllers and states that end the process. `controllers.js CASE`.
 const fs = require('fs');
 const { MessageChannel } = require('worker_threads');
-const { modulePath, addonPath } = require('../lib/host');
+const { modulePath, addonPath } = require('../support/host');
 
 const nq = require(modulePath);
 const addon = require(addonPath);

@@ -1,7 +1,7 @@
 'use strict';
 // Blocks that exceed the memory, and parent cycles. `exhaustion.js CASE`.
 const fs = require('fs');
-const { modulePath } = require('../lib/host');
+const { modulePath } = require('../support/host');
 const library = require('../../../lib');
 
 const engine = require(modulePath).getEngine();

@@ -3,7 +3,7 @@
 const fs = require('fs');
 const path = require('path');
 const { Worker } = require('worker_threads');
-const { modulePath } = require('../lib/host');
+const { modulePath } = require('../support/host');
 
 /** Runs `body` in a Worker with `nq` loaded; resolves with its exit code. */
 function worker(body) {

@@ -2,8 +2,8 @@
 // What the module and the addon print. Standard output is a pipe here, so text arrives late or never
 // unless it is flushed. `log.js CASE`.
 const assert = require('assert');
-const { World } = require('../lib/world');
-const { addonPath } = require('../lib/host');
+const { World } = require('../support/world');
+const { addonPath } = require('../support/host');
 
 const cases = {
   /** a to b and then b to a; 8192 is b, 4096 is a. */

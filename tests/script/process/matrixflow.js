@@ -4,7 +4,7 @@
 const assert = require('assert');
 const fs = require('fs');
 const { MatrixFlowWriter } = require('../../../lib/commands');
-const { collectUntil } = require('../lib/collect');
+const { collectUntil } = require('../support/collect');
 
 const engine = require(process.env.NQ_MATRIXFLOW_MODULE).getEngine();
 const make = (size = 256) => engine.createMatrixFlowCommandBuffer(size);

@@ -2,7 +2,7 @@
 // Calls that end the process. `misuse.js CASE`.
 const fs = require('fs');
 const { MessageChannel } = require('worker_threads');
-const { modulePath, addonPath } = require('../lib/host');
+const { modulePath, addonPath } = require('../support/host');
 
 const nq = require(modulePath);
 const engine = nq.getEngine();

@@ -5,7 +5,7 @@
 const assert = require('assert');
 const { MessageChannel, receiveMessageOnPort, Worker } = require('worker_threads');
 const lib = require('../../../lib');
-const { differences, modulePath } = require('../lib/host');
+const { differences, modulePath } = require('../support/host');
 
 const nq = require(modulePath);
 

@@ -1,0 +1,345 @@
+'use strict';
+// Runs the examples: their output equals examples/expected, and the numbers there equal formulas that are computed here,
+// without the module.
+const assert = require('assert');
+const fs = require('fs');
+const os = require('os');
+const path = require('path');
+const { spawnSync } = require('child_process');
+const { importGltf } = require('../../../lib/gltf');
+const { makeReed } = require('../../../examples/reed');
+const { realModel } = require('../../fixtures/models');
+const { assertCleanExit } = require('../support/child');
+const { removeFolder } = require('../../../scripts/lib/run');
+
+const folder = path.join(__dirname, '..', '..', '..', 'examples');
+const kMostLines = 150;
+const kSections = ['// What it shows: ', '// --- Set up', '// --- Frame', '// --- Print'];
+
+const names = fs
+  .readdirSync(folder)
+  .filter((name) => /^\d\d-.*\.js$/.test(name))
+  .map((name) => path.basename(name, '.js'));
+
+const matrixFlow = process.env.NQ_MATRIXFLOW_MODULE;
+const hasMatrixFlow = matrixFlow !== undefined && fs.existsSync(matrixFlow);
+
+/** Runs an example, from a folder that is not its own. */
+function run(name, args = [], extra = {}) {
+  return spawnSync(process.execPath, [path.join(folder, `${name}.js`), ...args], {
+    cwd: os.tmpdir(),
+    encoding: 'utf8',
+    env: Object.assign(
+      {},
+      process.env,
+      absolute('NQ_MODULE'),
+      absolute('NQ_MATRIXFLOW_MODULE'),
+      extra
+    ),
+  });
+}
+
+/** A path of the environment, which may be given from the folder where the tests are run. */
+function absolute(variable) {
+  const value = process.env[variable];
+  return value === undefined ? {} : { [variable]: path.resolve(value) };
+}
+
+function expectedLines(name) {
+  const text = fs.readFileSync(path.join(folder, 'expected', `${name}.txt`), 'utf8');
+  assert(text.endsWith('\n'));
+  return text.slice(0, -1).split('\n');
+}
+
+/** All numbers of a line, names of things left out. */
+function numbersIn(line) {
+  return line.match(/-?\d+(\.\d+)?/g).map(Number);
+}
+
+/** Rounded as the examples do. */
+function rounded(value, digits = 3) {
+  return Number(value.toFixed(digits)) || 0;
+}
+
+describe('examples', () => {
+  it('are numbered from 1 on, and each has its expected output', () => {
+    assert.deepStrictEqual(
+      names.map((name) => Number(name.slice(0, 2))),
+      names.map((name, i) => i + 1)
+    );
+    assert.strictEqual(names.length, 8);
+    const files = fs.readdirSync(path.join(folder, 'expected'));
+    assert.deepStrictEqual(
+      files.sort(),
+      names.map((name) => `${name}.txt`)
+    );
+  });
+
+  for (const name of names) {
+    it(`${name} prints the expected output`, function () {
+      if (name === '08-matrixflow' && !hasMatrixFlow) {
+        this.skip();
+      }
+      const result = run(name);
+      assertCleanExit(result);
+      assert.deepStrictEqual(result.stdout.split('\n'), [...expectedLines(name), '']);
+    });
+
+    it(`${name} is short, with sections in the common order`, () => {
+      const lines = fs.readFileSync(path.join(folder, `${name}.js`), 'utf8').split('\n');
+      assert(lines.length < kMostLines, `${lines.length} lines`);
+      const places = kSections.map((section) =>
+        lines.findIndex((line) => line.trim().startsWith(section))
+      );
+      assert.strictEqual(places[0], 1);
+      const sorted = places.slice().sort((a, b) => a - b);
+      assert.deepStrictEqual(places, sorted);
+      const command = `//   node examples/${name}.js`;
+      assert(lines.some((line) => line.startsWith(command)));
+    });
+  }
+
+  it('are all in the list of docs/examples.md, with their commands', () => {
+    const text = fs.readFileSync(path.join(folder, '..', 'docs', 'examples.md'), 'utf8');
+    const { files } = require('../../../package.json');
+    for (const name of names) {
+      // The package has the documents, and a link in them leads nowhere if it lacks the example.
+      const isPacked = !files.includes(`!examples/${name}.js`);
+      assert.strictEqual(isPacked, name !== '08-matrixflow');
+      const shown = isPacked ? `[${name}](../examples/${name}.js)` : `\`examples/${name}.js\``;
+      assert(text.includes(`| ${shown}`), name);
+    }
+  });
+
+  it('name the missing module', () => {
+    const missing = { NQ_MODULE: '/not/there.node', NQ_MATRIXFLOW_MODULE: '/not/there.node' };
+    for (const name of names) {
+      const result = run(name, [], missing);
+      assert.strictEqual(result.status, 1, name);
+      assert.strictEqual(result.stdout, '');
+      const variable = name === '08-matrixflow' ? 'NQ_MATRIXFLOW_MODULE' : 'NQ_MODULE';
+      const line = `'/not/there.node' (named by ${variable}): there is no such file.`;
+      assert(result.stderr.includes(line), result.stderr);
+    }
+  });
+});
+
+// The expected numbers, without the module: plane geometry, and the formulas of docs/animation-reference.md.
+describe('expected numbers', () => {
+  const quarter = Math.PI / 2;
+
+  /** A vector rotated about z, then translated. */
+  function turned([x, y], angle, [dx, dy] = [0, 0]) {
+    const [sine, cosine] = [Math.sin(angle), Math.cos(angle)];
+    return [cosine * x - sine * y + dx, sine * x + cosine * y + dy];
+  }
+
+  it('01: a child at x = 5 of a parent rotated by a quarter turn', () => {
+    const lines = expectedLines('01-hello');
+    const [x, y] = turned([5, 0], quarter, [1, 2]);
+    assert.deepStrictEqual(
+      numbersIn(lines[1]),
+      [x, y, 3].map((value) => rounded(value))
+    );
+    assert.deepStrictEqual(
+      lines.slice(2).map(numbersIn),
+      [
+        [1, 0],
+        [0, 1],
+      ].map((axis) => [...turned(axis, quarter), 0].map((value) => rounded(value)))
+    );
+  });
+
+  it('02: circles about y', () => {
+    const lines = expectedLines('02-transform-tree').filter((line) => line.startsWith('step'));
+    // A rotation about y by a maps x to x cos a, -x sin a; angles of child and parent add up.
+    const around = (radius, angle) => [radius * Math.cos(angle), 0, -radius * Math.sin(angle)];
+    assert.strictEqual(lines.length, 7);
+    lines.forEach((line, step) => {
+      const sun = step * quarter;
+      // In step 5 the planet rests where it was in step 4.
+      const planet = around(10, step === 5 ? 4 * quarter : sun);
+      const own = around(2, step < 4 ? 2 * sun : sun);
+      const moon = step < 4 ? own.map((value, i) => value + planet[i]) : own;
+      const places = [step, ...planet, ...moon].map((value) => rounded(value));
+      assert.deepStrictEqual(numbersIn(line), places);
+    });
+  });
+
+  it('03: spheres whose edge reaches into the view volume', () => {
+    const lines = expectedLines('03-culling');
+    const half = (40 * Math.PI) / 180;
+    const balls = [0, 1, 2, 3, 4, 5, 6, 7];
+    function view(direction, mask) {
+      const seen = [];
+      for (const ball of balls.filter((number) => mask === 3 || number % 2 === 0)) {
+        const off = Math.abs((((ball - direction + 12) % 8) - 4) * (Math.PI / 4));
+        const distance = 10 + ball;
+        // How far the centre is outside of the plane on its side.
+        if (distance * Math.sin(off - half) <= 1) {
+          seen.push([ball, rounded(distance * Math.cos(off))]);
+        }
+      }
+      return seen.sort((a, b) => a[1] - b[1]);
+    }
+    const views = [0, 1, 2, 3, 3].map((ball) => [ball, view(ball, 3)]).concat([[0, view(0, 2)]]);
+    views.forEach(([ball, seen], i) => {
+      assert.deepStrictEqual(numbersIn(lines[i]), [ball, ...[].concat(...seen)], lines[i]);
+    });
+    assert.deepStrictEqual(
+      lines.map((line) => line.endsWith('the same list as before')),
+      [false, false, false, false, true, false, false]
+    );
+    assert(lines[6].endsWith(': nothing'));
+  });
+
+  it('04: a cubic with flat ends, a weighted mean, and a slerp', () => {
+    const lines = expectedLines('04-animator');
+    [1, 1, 0.75, 0.5, 0.25, 0].forEach((weight, step) => {
+      const t = (step % 4) / 4; // of the 60 frames after which the clip starts again
+      const low = 2 * (3 * t * t - 2 * t * t * t);
+      const height = weight * low + (1 - weight) * 4;
+      const angle = weight * 20 + (1 - weight) * 60;
+      assert.deepStrictEqual(
+        numbersIn(lines[step]),
+        [step, weight, 15 * step, 1 - weight, height, angle].map((value) => rounded(value, 2))
+      );
+    });
+  });
+
+  it('05: the last override layer wins where its mask allows it, breath is added', () => {
+    const walk = [10, -30, 30, 1];
+    const waved = [10, -30, 140, 1];
+    const breath = 1.2 - 1; // what differs from its first frame
+    const rest = 0;
+    const wanted = [
+      walk,
+      [40, 50, 140, 1],
+      waved,
+      [10, -30, (rest + 140) / 2, 1], // halfway between two quaternions is half of the angle
+      [...waved.slice(0, 3), 1 + breath],
+      [...waved.slice(0, 3), 1 + breath / 2],
+    ];
+    assert.deepStrictEqual(
+      expectedLines('05-controller-layers').map(numbersIn),
+      wanted.map((values) => values.map((value) => rounded(value)))
+    );
+  });
+
+  it('06: a reed that bends in two joints by the same angle', () => {
+    const lines = expectedLines('06-skinning');
+    assert.deepStrictEqual(numbersIn(lines[0]), [3, 8, 2]);
+    [0, 0.5, 1, 0.5].forEach((bend, i) => {
+      const angle = bend * quarter;
+      // A vertex in the space of each joint, in the world: joint k is at the end of k - 1.
+      const second = turned([0, 1], angle, [0, 1]);
+      const joints = [
+        (x, y) => [x, y],
+        (x, y) => turned([x, y - 1], angle, [0, 1]),
+        (x, y) => turned([x, y - 2], 2 * angle, second),
+      ];
+      const places = [];
+      for (const y of [0, 1, 2, 3]) {
+        for (const x of [-0.25, 0.25]) {
+          const [a, b] = [Math.max(0, y - 1), Math.min(y, 2)].map((joint) => joints[joint](x, y));
+          places.push([(a[0] + b[0]) / 2, (a[1] + b[1]) / 2]);
+        }
+      }
+      const bounds = [0, 1].map((axis) => places.map((place) => place[axis]));
+      const [x, y] = bounds.map((values) => [Math.min(...values), Math.max(...values)]);
+      const wanted = [i / 2, ...x, ...y, 0, 0].map((value) => rounded(value));
+      assert.deepStrictEqual(numbersIn(lines[i + 1]), wanted);
+    });
+  });
+
+  it('07: a hand on a circle, a sword with and without a frame of lag', () => {
+    const lines = expectedLines('07-bone-sockets');
+    const hand = (quarters) => turned([1, 0], quarters * quarter);
+    // Position and rotation of the sword, as the quarter turn of the hand that it shows; or on the ground.
+    const ground = { place: [5, 0], angle: 0 };
+    const follow = (quarters) => ({ place: hand(quarters), angle: quarters * quarter });
+    const steps = [
+      [0, ground],
+      [1, ground],
+      [2, follow(1)],
+      [3, follow(3)],
+      [4, follow(4)],
+      [1, follow(4)],
+    ];
+    steps.forEach(([quarters, { place, angle }], i) => {
+      const tip = turned([0, 1], angle, place);
+      const wanted = [...hand(quarters), 0, ...place, 0, ...tip, 0].map((value) => rounded(value));
+      assert.deepStrictEqual(numbersIn(lines[i]), wanted, lines[i]);
+    });
+    assert.strictEqual(lines.length, steps.length);
+  });
+
+  it('08: throws of known speeds', () => {
+    // Speed falls by 1/8 per frame, before the move: after n frames of 1/64 s, a speed of s at first has
+    // led to (s n - n (n + 1) / 16) / 64. All of it is exact in floats.
+    const height = (s, n) => (s * n - (n * (n + 1)) / 16) / 64;
+    const all = Array.from({ length: 64 }, (_, i) => height(4, i + 1));
+    assert.deepStrictEqual(expectedLines('08-matrixflow'), [
+      '4 particles, 64 frames, 14 commands a frame',
+      ...[0, 1, 2, 3].map(
+        (i) => `particle ${i}: x 1, height ${height(4 + i, 64)}, speed ${4 + i - 8}`
+      ),
+      `highest point of particle 0: ${Math.max(...all)}`,
+      `last height kept: ${all[63]}`,
+    ]);
+  });
+});
+
+describe('06-skinning', () => {
+  let temporary;
+
+  before(() => {
+    temporary = fs.mkdtempSync(path.join(os.tmpdir(), 'nq-examples-'));
+  });
+
+  after(() => {
+    removeFolder(temporary);
+  });
+
+  it('loads a file, here its own generated model', async () => {
+    const file = path.join(temporary, 'reed.gltf');
+    const script = path.join(folder, 'reed.js');
+    assertCleanExit(spawnSync(process.execPath, [script, file], { encoding: 'utf8' }));
+    assert(fs.readFileSync(file).equals(makeReed()));
+    assert.deepStrictEqual((await importGltf(file)).warnings, []);
+    const result = run('06-skinning', [file]);
+    assertCleanExit(result);
+    assert.deepStrictEqual(result.stdout.split('\n'), [...expectedLines('06-skinning'), '']);
+  });
+
+  it('loads a real model', function () {
+    const result = run('06-skinning', [realModel(this, 'Fox.glb')]);
+    assertCleanExit(result);
+    const lines = result.stdout.trim().split('\n');
+    assert.strictEqual(lines[0], 'Survey: 24 joints, 1728 vertices, 3.417 seconds');
+    for (const line of lines.slice(1)) {
+      // As tall, wide and long as a fox in its file's units, whatever it does.
+      const [x, y, z] = line.match(/-?[\d.]+ to -?[\d.]+/g).map((part) => {
+        const [least, most] = part.split(' to ').map(Number);
+        return most - least;
+      });
+      assert(x > 10 && x < 60 && y > 60 && y < 100 && z > 100 && z < 180, line);
+    }
+    assert.strictEqual(lines.length, 5);
+  });
+
+  it('says what is wrong with a file', () => {
+    const bare = path.join(temporary, 'bare.gltf');
+    fs.writeFileSync(bare, '{ "asset": { "version": "2.0" }, "nodes": [{}] }');
+    const cases = [
+      ['/not/there.glb', /it can't be read, there is no such file/],
+      [bare, /^The model has no skin or no animation: give another file\.\n$/],
+    ];
+    for (const [file, words] of cases) {
+      const result = run('06-skinning', [file]);
+      assert.strictEqual(result.status, 1);
+      assert.strictEqual(result.stdout, '');
+      assert(words.test(result.stderr), result.stderr);
+    }
+  });
+});
