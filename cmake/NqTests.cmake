@@ -35,6 +35,8 @@ if(NQ_TEST_SOURCES)
   add_executable(nq_tests ${NQ_TEST_SOURCES})
   nq_configure(nq_tests)
   target_link_libraries(nq_tests PRIVATE nq_core GTest::gmock GTest::gtest GTest::gtest_main)
+  # GoogleTest's headers take a quarter of the compile time of each test file.
+  target_precompile_headers(nq_tests PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
   # One variable: a list would be cut apart on its way to the tests.
   if(NQ_SANITIZE STREQUAL "thread")
     set(nativeEnvironment "TSAN_OPTIONS=${NQ_TSAN_OPTIONS}")
