@@ -33,13 +33,14 @@ bool AnimationClipBinding::ParseTargets(const uint8_t* bytes, uint32_t byteOffse
                                         uint32_t /*words*/, std::map<uint32_t, Entity*>* resolved) {
   const uint8_t* words = bytes + byteOffset;
   std::map<uint32_t, std::vector<Target>> lists;
-  uint64_t cursor = 0;  // in words behind the clip handles
+  uint64_t cursor = 0;  // in words after the clip handles
   for (uint32_t c = 0; c < clips; ++c) {
     const uint32_t clipHandle = ReadWord(words, c);
     if (core->Animation()->FindAnimationClipModel(clipHandle) == nullptr) {
       return false;
     }
-    // Kept on purpose: the bound lets an entry through that lies one word past the area.
+    // Kept on purpose: the bound accepts an entry one word past the area; callers rely on which
+    // lists are accepted.
     if (cursor + 1 > targetWords) {
       return false;
     }
@@ -58,7 +59,7 @@ bool AnimationClipBinding::ParseTargets(const uint8_t* bytes, uint32_t byteOffse
         return false;
       }
     }
-    // A clip that is listed twice keeps its first list.
+    // If a clip is listed twice, its first list is kept.
     lists.emplace(clipHandle, std::move(list));
   }
   clipTargets.swap(lists);

@@ -17,25 +17,26 @@ class Entity;
 // Holds, for each clip, the entities of its target indices, and for each bound entity the rest pose
 // that blending falls back on. Only 3D entities are bound.
 //
-// TARGET LISTS, as script hands them over: 4-byte words at any offset of a buffer; `clipCount` clip
-// handles, then for each of them a count n and n entity handles, 0xFFFFFFFF for an index without a
-// target. `targetWords` counts the words behind the clip handles.
+// TARGET LISTS, as the script passes them: 4-byte words at any offset of a buffer. First
+// `clipCount` clip handles, then for each clip a count n and n entity handles; 0xFFFFFFFF is an
+// index without a target. `targetWords` counts the words after the clip handles.
 //
-// Thread safety: creation and Update on the script thread. Evaluation reads it and enters keys into
-// `defaults`, in one task at a time: controllers that share a binding must not share a batch.
+// Thread safety: creation and Update on the script thread. Evaluation reads the binding and adds
+// keys to `defaults`, in one task at a time: controllers that share a binding must not share a
+// batch.
 class AnimationClipBinding {
  public:
-  // What Update does about the rest poses of entities that left, stayed or came.
+  // What Update does with the rest poses of entities that were removed, kept or added.
   enum Mode : uint32_t {
-    kKeepPose = 0,      // entities that left or stayed: the old rest pose stays
-    kSnapshotPose = 1,  // entities that stayed or came: what their records say becomes it
-    kWriteBack = 2,     // a bit beside these: the old rest pose goes back to the entity now
+    kKeepPose = 0,      // removed or kept entities: the old rest pose is kept
+    kSnapshotPose = 1,  // kept or added entities: their records become the rest pose
+    kWriteBack = 2,     // bit that combines with these: also write the old rest pose to the entity
   };
 
   // An entry of a clip's list.
   struct Target {
     uint32_t handle;  // kNoHandle for none
-    uint32_t slot;    // in `defaults`, as far as SlotsOf has seen
+    uint32_t slot;    // in `defaults`, as last looked up by SlotsOf
   };
 
   AnimationClipBinding(EngineCore* core, uint32_t clipCount, uint32_t targetWords)
@@ -43,13 +44,13 @@ class AnimationClipBinding {
   AnimationClipBinding(const AnimationClipBinding&) = delete;
   AnimationClipBinding& operator=(const AnimationClipBinding&) = delete;
 
-  // Reads the lists, and takes snapshots of all bound entities if `mode` is exactly 1. Lists that
-  // can't be read leave a binding without any.
+  // Reads the lists, and takes snapshots of all bound entities if `mode` is exactly 1. If the lists
+  // can't be read, the binding has none.
   void Create(const uint8_t* bytes, uint32_t byteOffset, uint32_t clips, uint32_t words,
               uint32_t mode);
 
-  // Reads target lists and enters the entities they name in `resolved`. False, with nothing else
-  // changed, if a clip does not resolve or a group runs past the word count given at creation,
+  // Reads target lists and adds the entities they name to `resolved`. Returns false and changes
+  // nothing else if a clip does not resolve or a group exceeds the word count passed at creation,
   // which later lists do not change.
   bool ParseTargets(const uint8_t* bytes, uint32_t byteOffset, uint32_t clips, uint32_t words,
                     std::map<uint32_t, Entity*>* resolved);
@@ -57,7 +58,7 @@ class AnimationClipBinding {
   // The entity of a clip's target index, or null.
   Entity* FindTarget(uint32_t clipHandle, uint32_t targetIndex) const;
 
-  // New lists for old ones; see Mode. False, with nothing changed, where they can't be read.
+  // Replaces the lists; see Mode. Returns false and changes nothing if the new ones can't be read.
   bool Update(const uint8_t* bytes, uint32_t byteOffset, uint32_t clips, uint32_t words,
               uint32_t removedMode, uint32_t keptMode, uint32_t addedMode);
 
@@ -68,11 +69,11 @@ class AnimationClipBinding {
   const std::vector<Target>* SlotsOf(uint32_t clipHandle);
   bool HasList(uint32_t clipHandle) const { return clipTargets.count(clipHandle) != 0; }
 
-  // The topmost 3D entity above the first one that the lists name, in ascending order of clips;
-  // null if they name none, or once its batch is gone.
+  // The topmost 3D ancestor of the first entity that the lists name, in ascending order of clips;
+  // null if they name none, or once its batch is released.
   Entity* rootEntity() const;
 
-  EngineCore* const core;  // not counted
+  EngineCore* const core;  // not reference-counted
   const uint32_t clipCount;
   const uint32_t targetWords;
   RestPoses defaults;
@@ -82,8 +83,8 @@ class AnimationClipBinding {
   void Snapshot(const Entity* entity);
 
   std::map<uint32_t, std::vector<Target>> clipTargets;  // by clip handle
-  uint64_t slotsVersion = 0;                            // of `defaults`, when slots were last found
-  uint32_t root = 0;                                    // handle, 0 for none
+  uint64_t slotsVersion = 0;  // version of `defaults` at the last slot look-up
+  uint32_t root = 0;          // handle, 0 for none
   uint32_t rootGeneration = 0;
 };
 

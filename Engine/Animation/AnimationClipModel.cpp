@@ -45,7 +45,7 @@ uint32_t ChannelOf(uint32_t sampleType) {
   }
 }
 
-// Appends a key to the channel that its type feeds.
+// Appends a key to the channel of its sample type.
 void StoreKey(const ClipKey& key, uint32_t sampleType, ClipTrack* track) {
   const uint32_t channel = ChannelOf(sampleType);
   if (channel == kNoChannel) {
@@ -75,7 +75,7 @@ void AnimationClipModel::Parse() {
   const ClipHeader header = ReadUnaligned<ClipHeader>(raw.get());
   rate = TruncateToU32(header.framesPerSecond);
   frames = header.frameCount;
-  // In 32 bits, as the offset itself.
+  // In 32 bits, like the offset itself.
   constexpr uint32_t kHeaderBytes = sizeof(ClipHeader);
   constexpr uint32_t kCurveBytes = sizeof(ClipCurve);
   if (header.curveCount * kCurveBytes + kHeaderBytes != header.keyDataOffset) {
@@ -90,7 +90,7 @@ void AnimationClipModel::Parse() {
   uint64_t keyOffset = header.keyDataOffset;
   for (uint32_t c = 0; c < header.curveCount; ++c) {
     const uint64_t curveOffset = sizeof(ClipHeader) + uint64_t{kCurveBytes} * c;
-    // A count of curves that the bytes can't hold: there is nothing to read.
+    // The bytes can't hold that many curves.
     if (curveOffset + kCurveBytes > rawSize) {
       failContent();
     }
@@ -142,7 +142,7 @@ void AnimationClipModel::SampleAtTime(float time, SampleMap* samples) {
     return;
   }
   const float period = static_cast<float>(frames);
-  // Inside the clip the remainder is the time itself.
+  // Inside the clip the remainder of the modulo is the time itself.
   const bool isInside = time >= 0.0f && time < period;
   const float wrapped =
       isInside

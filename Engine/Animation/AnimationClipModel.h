@@ -1,4 +1,4 @@
-// One authored animation, given once and read many times.
+// An animation clip: immutable content that many players share.
 #ifndef NQ_ENGINE_ANIMATION_ANIMATIONCLIPMODEL_H_
 #define NQ_ENGINE_ANIMATION_ANIMATIONCLIPMODEL_H_
 
@@ -14,19 +14,19 @@
 
 namespace nq::engine {
 
-// Keeps a copy of the bytes (ClipFormat.h) and parses them at first use, on whichever thread gets
-// there first. Knows nothing of entities: curves name small target indices.
+// Keeps a copy of the bytes (ClipFormat.h) and parses it lazily, on the first thread that uses it.
+// Knows nothing of entities: curves name small target indices.
 //
 // Malformed bytes end the process at first use, not at creation, with "[NQ_FATAL][Engine]: " and
 // one of "wrong sample type\n", "animation clip header data error\n", "animation clip content data
 // error\n".
 //
 // Thread safety: any number of tasks may share a model. Sampling holds the model's lock, so tasks
-// at one clip run one after the other.
+// that sample the same clip run one after the other.
 class AnimationClipModel {
  public:
-  // Copies `size` bytes. Up to the size of a header nothing is copied: such a clip has no tracks,
-  // and 0 frames, whatever the bytes say.
+  // Copies `size` bytes. If they are no more than a header, nothing is copied: such a clip has no
+  // tracks and 0 frames, whatever the bytes contain.
   AnimationClipModel(const uint8_t* data, uint32_t size);
   AnimationClipModel(const AnimationClipModel&) = delete;
   AnimationClipModel& operator=(const AnimationClipModel&) = delete;
@@ -37,28 +37,28 @@ class AnimationClipModel {
     }
   }
 
-  // Distinct target indices. A curve without keys counts.
+  // The number of distinct target indices. A curve without keys counts.
   uint32_t TrackCount() {
     EnsureParsed();
     return static_cast<uint32_t>(targets.size());
   }
 
-  // The samples at a whole frame, modulo the clip's length. Computed once in the life of the model;
-  // the result stays valid and unchanged as long as that.
+  // The samples at a whole frame, modulo the clip's length. Computed once and cached; the result
+  // stays valid and unchanged for the life of the model.
   const SampleMap& SampleAtFrame(uint32_t frame);
 
-  // The samples at any moment, wrapped at the clip's length. A negative time stays negative and
-  // samples the first keys. The second form reuses the memory of `samples`.
+  // The samples at any time, wrapped at the clip's length. A negative time is not wrapped and
+  // samples the first keys. The second overload reuses the memory of `samples`.
   SampleMap SampleAtTime(float time);
   void SampleAtTime(float time, SampleMap* samples);
 
-  // For looking at a parsed model, while no task uses it.
+  // For inspecting a parsed model while no task uses it.
   uint32_t frameCount() const NQ_NO_THREAD_SAFETY_ANALYSIS { return frames; }
   uint32_t framesPerSecond() const NQ_NO_THREAD_SAFETY_ANALYSIS { return rate; }
   size_t CachedFrames() const NQ_NO_THREAD_SAFETY_ANALYSIS { return frameCache.size(); }
 
  private:
-  friend struct ParsedTracks;  // puts the tracks together again, for tests
+  friend struct ParsedTracks;  // reconstructs the tracks, for tests
 
   void Parse() NQ_EXCLUDES(lock);
   void SampleAllAt(float time, SampleMap* samples) const NQ_REQUIRES(lock);
@@ -66,14 +66,14 @@ class AnimationClipModel {
   Mutex lock;
   std::atomic<bool> parsed;
 
-  // Written by the parse alone, which every reader has behind it.
+  // Written by the parse only, which precedes every read.
   std::vector<uint32_t> targets;  // target indices, ascending
   ClipTimelines timelines;        // the tracks, in that order
 
   uint32_t frames NQ_GUARDED_BY(lock) = 0;
   uint32_t rate NQ_GUARDED_BY(lock) = 0;  // frames per second
-  const SampleMap emptySamples;           // what a clip of 0 frames answers with
-  std::unordered_map<uint32_t, SampleMap> frameCache NQ_GUARDED_BY(lock);  // never trimmed
+  const SampleMap emptySamples;           // the result for a clip of 0 frames
+  std::unordered_map<uint32_t, SampleMap> frameCache NQ_GUARDED_BY(lock);  // never evicted
   std::unique_ptr<uint8_t[]> raw NQ_GUARDED_BY(lock);                      // until parsed
   uint32_t rawSize NQ_GUARDED_BY(lock) = 0;
 };

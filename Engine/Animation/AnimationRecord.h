@@ -8,7 +8,7 @@
 
 namespace nq::engine {
 
-// What an animator plays of one clip; script writes it ahead of each update.
+// What an animator plays of one clip; the script writes it before each update.
 struct AnimatorClipRecord {
   uint32_t clipHandle;
   float time;    // frames; wraps at the clip's length
@@ -16,9 +16,9 @@ struct AnimatorClipRecord {
 };
 static_assert(sizeof(AnimatorClipRecord) == 12, "animator clip record");
 
-// An animator's block: the clip records, then the target table, a handle for each entity. The table
-// is that of all clips end to end, in the order of the records, each as long as its clip has
-// tracks.
+// An animator's block: the clip records, then the target table, one handle per entity. The table
+// concatenates the tables of all clips, in the order of the records; each has as many entries as
+// its clip has tracks.
 constexpr size_t AnimatorTargetsOffset(uint32_t clipCount) {
   return sizeof(AnimatorClipRecord) * clipCount;
 }
@@ -39,22 +39,21 @@ constexpr uint32_t SkinningBlockBytes(uint32_t count) {
   return count * 72 + 4;
 }
 
-// Bytes from one result to the next: a 4x4 matrix for a 3D bone, a 3x3 one for a 2D bone. The bones
-// of a component are all of one kind.
+// The stride of the results in bytes: a 4x4 matrix for a 3D bone, a 3x3 one for a 2D bone. The
+// bones of a component are all of one kind.
 constexpr size_t kSkinningStride3D = 64;
 constexpr size_t kSkinningStride2D = 36;
 
-// A handle word that names nothing: no binding, a layer that is off, a clip's index without a
-// target.
+// The null handle: no binding, a layer that is off, a clip's index without a target.
 constexpr uint32_t kNoHandle = 0xFFFFFFFFu;
 
-// How a layer enters the final pose. Any larger number turns the layer off.
+// How a layer is blended into the final pose. Any larger number turns the layer off.
 enum LayerBlendMode : uint32_t {
   kOverrideLayer = 0,
   kAdditiveLayer = 1,
 };
 
-// A layer of a controller's block, which starts with the word of its binding's handle.
+// A layer of a controller's block, which starts with its binding's handle.
 struct ControllerLayerRecord {
   uint32_t blendMode;  // LayerBlendMode
   float weight;
@@ -67,21 +66,21 @@ constexpr uint32_t ControllerBlockBytes(uint32_t layerCount) {
   return layerCount * static_cast<uint32_t>(sizeof(ControllerLayerRecord)) + 4;
 }
 
-// The head of a state's block.
+// The header of a state's block.
 struct ControllerStateRecord {
-  float weight;        // in its layer; 0 skips the state, not-a-number does not
-  float fillDefaults;  // anything but 0 brings in the rest pose
-  uint32_t nextState;  // handle of the next state of the layer; one that names none ends the chain
+  float weight;        // in its layer; 0 skips the state, NaN does not
+  float fillDefaults;  // nonzero blends in the rest pose
+  uint32_t nextState;  // handle of the layer's next state; an invalid handle ends the list
 };
 static_assert(sizeof(ControllerStateRecord) == 12, "controller state record");
 
-// A clip of a state, behind the head.
+// A clip of a state, after the header.
 struct ControllerClipRecord {
   uint32_t clipHandle;
   float time;              // frames
   float weight;            // 0 skips the clip
-  uint32_t referenceClip;  // additive layers: the clip whose pose is taken away...
-  float referenceTime;     // ...and the frame of it
+  uint32_t referenceClip;  // additive layers: the clip whose pose is subtracted...
+  float referenceTime;     // ...and the frame at which it is sampled
 };
 static_assert(sizeof(ControllerClipRecord) == 20, "controller clip record");
 
@@ -90,7 +89,7 @@ constexpr uint32_t ControllerStateBlockBytes(uint32_t clipCount) {
          static_cast<uint32_t>(sizeof(ControllerStateRecord));
 }
 
-// An entry of a mask as script hands it over.
+// An entry of a mask, as the script passes it.
 struct ControllerMaskRecord {
   uint32_t entity;
   float weight;

@@ -1,4 +1,4 @@
-// Life of animation content and players, and the updates that script asks for.
+// Creation and release of animation content and players, and the updates that the script calls.
 #include "Engine/Animation/AnimationSystem.h"
 
 #include "Engine/Animation/AnimationRecord.h"
@@ -10,14 +10,14 @@ namespace nq::engine {
 
 namespace {
 
-// The native object of a value of `table`, or null.
+// The native object of a value in `table`, or null.
 template <typename Value>
 auto* ComponentOf(const HandlerAllocator<Value>& table, uint32_t handle) {
   Value* value = table.Find(handle);
   return value == nullptr ? nullptr : value->component;
 }
 
-// A value over a block for `count` elements; all zero for none.
+// A value with a block for `count` elements; all zero if `count` is 0.
 template <typename Value>
 NativeValueInfo CreateOver(HandlerAllocator<Value>* table, uint32_t count) {
   Value* value = count == 0 ? nullptr : table->Allocate();
@@ -142,7 +142,7 @@ void AnimationSystem::UpdateAnimator(uint32_t handle) {
   if (component->entityCount == 0 || component->firstTarget == nullptr) {
     return;
   }
-  // By links alone: the entities' own records would have to be fetched for it.
+  // Walks the links only: reading the entities' own records would cost cache misses.
   const TransformTree& tree = core->Entities()->Tree();
   const uint32_t top = tree.WalkUp(component->firstTargetHandle, CycleReport::kReached,
                                    [](uint32_t) { return true; });

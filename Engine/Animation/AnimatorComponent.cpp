@@ -26,7 +26,7 @@ namespace nq::engine {
 
 namespace {
 
-// Targets between an entity and the one whose memory is asked for meanwhile.
+// How many targets ahead of the current one entities are prefetched.
 constexpr uint32_t kFetchAhead = 4;
 
 inline void Replace(float* field, float value) {
@@ -35,7 +35,7 @@ inline void Replace(float* field, float value) {
   }
 }
 
-// Rotation of a record where the sample has none, or a part of one, or angles.
+// Rotation of a record if the sample has none, only part of one, or Euler angles.
 void WritePartOfRotation(const ClipSample& sample, Entity3DRecord* record) {
   const float* channel = sample.channel;
   if (!std::isnan(channel[kRotationWChannel])) {
@@ -54,7 +54,8 @@ void Write2D(const ClipSample& sample, Entity2DRecord* record) {
   Replace(&record->rotation, sample.channel[8]);
 }
 
-// What a sample without a whole quaternion writes, and all that one writes into a 2D entity.
+// What a sample without a complete quaternion writes, and all that any sample writes to a 2D
+// entity.
 NQ_NO_INLINE void WriteUncommon(const ClipSample& sample, bool isThreeD, uint8_t* record,
                                 float* local) {
   if (isThreeD) {
@@ -66,8 +67,8 @@ NQ_NO_INLINE void WriteUncommon(const ClipSample& sample, bool isThreeD, uint8_t
   }
 }
 
-// Position and scale of a record are six numbers in a row, as are channels 0 to 5. Inlined by
-// order, so that the writer's fields stay in registers over a character.
+// Position and scale of a record are six consecutive numbers, as are channels 0 to 5.
+// Force-inlined, so that the writer's fields stay in registers for a whole character.
 NQ_FORCE_INLINE void ApplyTo(const EntityPoseWriter& writer, const ClipSample& sample) {
   const float* channel = sample.channel;
   const __m128 rotation = _mm_loadu_ps(channel + kRotationChannel);
@@ -89,8 +90,8 @@ NQ_FORCE_INLINE void ApplyTo(const EntityPoseWriter& writer, const ClipSample& s
   writer.Mark();
 }
 
-// The rotation channels as one vector of length 1. In Euler form the fourth is not a number, so
-// that none remains and no rotation reaches the entity.
+// Normalises the four rotation channels as a quaternion. With Euler angles the fourth is NaN, so
+// all become NaN and no rotation is written to the entity.
 void NormaliseRotation(ClipSample* sample) {
   float* q = sample->channel + kRotationChannel;
   const float length = sqrtF(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3]);
@@ -110,12 +111,12 @@ struct AnimatorComponent::ActiveClip {
   AnimationClipModel* model;
   float time;
   float weight;
-  uint32_t base;  // of the clip's part of the target table
+  uint32_t base;  // index of the clip's first entry in the target table
 };
 
-// Working memory of a thread's updates, kept from one to the next.
+// A thread's working memory, reused by its updates.
 struct AnimatorComponent::Scratch {
-  // What has been blended so far for an entity.
+  // The blend so far for one entity.
   struct BlendEntry {
     ClipSample sample;
     uint32_t handle;
@@ -126,12 +127,13 @@ struct AnimatorComponent::Scratch {
   SampleMap samples;
   std::vector<BlendEntry> entries;
 
-  // Once a handle has come that is neither where it is expected nor above all others: slots of an
-  // open hash table over `entries`, position + 1, or 0. A power of two, at most half of it used.
+  // Empty until a handle is neither at its expected position nor above all others. Then the slots
+  // of an open-addressing hash table over `entries`: position + 1, or 0 for a free slot. The size
+  // is a power of two, at most half full.
   std::vector<uint32_t> slots;
   bool usesSlots = false;
 
-  // Whole times come from the clip's cache.
+  // Whole frames come from the clip's cache.
   const SampleMap& SampleOf(const ActiveClip& clip) {
     if (IsWhole(clip.time)) {
       return clip.model->SampleAtFrame(TruncateToU32(clip.time));
@@ -145,7 +147,7 @@ struct AnimatorComponent::Scratch {
     usesSlots = false;
   }
 
-  // The position of a handle's entry, which may be the `expected` one; Size() of `entries` if there
+  // The position of a handle's entry, `expected` being tried first; the size of `entries` if there
   // is none. Clips of one character mostly list the same entities, in the same, ascending order.
   size_t Find(uint32_t handle, size_t expected, uint32_t entityCount) {
     if (expected < entries.size() && entries[expected].handle == handle) {
@@ -182,7 +184,7 @@ struct AnimatorComponent::Scratch {
     }
   }
 
-  // The slot of a handle's entry, or the free one where it belongs.
+  // The slot of a handle's entry, or the free slot where it belongs.
   uint32_t* SlotOf(uint32_t handle) {
     const size_t mask = slots.size() - 1;
     size_t slot = (handle * 0x9E3779B1u >> 7) & mask;
@@ -193,7 +195,7 @@ struct AnimatorComponent::Scratch {
   }
 };
 
-// Asked for once an update: each use of a thread's variable by its name is a call of its own.
+// Called once per update: each access to a thread-local variable is a function call.
 AnimatorComponent::Scratch* AnimatorComponent::ThreadScratch() {
   thread_local Scratch scratch;
   return &scratch;
@@ -251,8 +253,8 @@ void AnimatorComponent::ApplyOne(const ActiveClip& clip, Scratch* scratch) {
   firstTargetHandle = firstHandle;
 }
 
-// The share of each further contribution is its weight by the sum so far, so that the outcome is
-// the weighted mean whatever the weights sum up to.
+// The share of each further contribution is its weight divided by the sum so far. So the result is
+// the weighted mean, whatever the weights sum up to.
 void AnimatorComponent::ApplyBlend(Scratch* scratch) {
   const uint32_t* targets =
       reinterpret_cast<const uint32_t*>(data + AnimatorTargetsOffset(clipCount));
@@ -280,7 +282,7 @@ void AnimatorComponent::ApplyBlend(Scratch* scratch) {
     }
   }
 
-  // Entities are different ones, so the order of the writes does not show, but for which is first.
+  // The entities are distinct, so the order of the writes matters only for which is first.
   EntityPoseWriter writer(&core->Entities()->Tree());
   for (Scratch::BlendEntry& entry : entries) {
     if (writer.Seek(entry.handle)) {

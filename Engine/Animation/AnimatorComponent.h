@@ -1,4 +1,4 @@
-// The simple player: a few clips, blended by weight, on a fixed set of entities.
+// The simple animation player: a few clips, blended by weight, on a fixed set of entities.
 #ifndef NQ_ENGINE_ANIMATION_ANIMATORCOMPONENT_H_
 #define NQ_ENGINE_ANIMATION_ANIMATORCOMPONENT_H_
 
@@ -14,9 +14,9 @@ class EngineCore;
 class Entity;
 
 // Reads times, weights and targets from its shared block (AnimationRecord.h) and writes transforms
-// into entities' shared records. Keeps no time: script sets it.
+// into entities' shared records. Keeps no time of its own: the script sets it.
 //
-// Thread safety: updates of components with different targets may run at once.
+// Thread safety: updates of components with different targets may run concurrently.
 class AnimatorComponent {
  public:
   // `data` is the block, which the component's value owns.
@@ -26,13 +26,13 @@ class AnimatorComponent {
   AnimatorComponent(const AnimatorComponent&) = delete;
   AnimatorComponent& operator=(const AnimatorComponent&) = delete;
 
-  // One evaluation. One active clip is applied in full; more are blended by weight, which drops
-  // rotations in Euler angles. Targets without an entity are passed over. A clip handle that names
-  // none prints "[NQ_FATAL][Engine]: " and "AnimationClipModel not found\n" and ends the process,
-  // with nothing written, whatever the clip's weight.
+  // Evaluates once. One active clip is applied in full; several are blended by weight, which drops
+  // rotations in Euler angles. Targets without an entity are skipped. An invalid clip handle prints
+  // "[NQ_FATAL][Engine]: " and "AnimationClipModel not found\n" and ends the process, with nothing
+  // written, whatever the clip's weight.
   virtual void Update();
 
-  EngineCore* const core;  // not counted
+  EngineCore* const core;  // not reference-counted
   uint8_t* const data;     // not owned
   const uint32_t clipCount;
   const uint32_t entityCount;
@@ -50,9 +50,9 @@ class AnimatorComponent {
   void ApplyBlend(Scratch* scratch);
 };
 
-// Writes a sample into an entity's shared record, builds its local matrix and marks it. A channel
-// that is not a number leaves its field as it is. A 3D entity changes to the sample's form of
-// rotation with channel 9 only; a 2D one takes channels 0, 1, 3, 4 and, as its angle, 8.
+// Writes a sample to an entity's shared record, builds its local matrix and marks it. A NaN channel
+// leaves its field unchanged. A 3D entity changes to the sample's rotation mode with channel 9
+// only; a 2D one takes channels 0, 1, 3, 4 and, as its angle, 8.
 void ApplySample(const ClipSample& sample, Entity* entity);
 
 // The value behind an animator's handle.

@@ -1,5 +1,5 @@
-// Life of controllers and states, and masks. Evaluation is in ControllerEvaluation and
-// StateEvaluation.
+// Creation and destruction of controllers and states, and masks. Evaluation is in
+// ControllerEvaluation and StateEvaluation.
 #include "Engine/Animation/AnimatorControllerModel.h"
 
 #include <algorithm>

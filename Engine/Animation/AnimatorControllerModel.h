@@ -14,23 +14,23 @@ namespace nq::engine {
 
 class EngineCore;
 
-// How much of a layer reaches each entity. An entity that is not in the mask keeps the whole.
+// The weight of a layer for each entity. An entity that is not in the mask has weight 1.
 class ControllerMask {
  public:
-  // Replaces the mask by `count` records, at least 1; of several for an entity the first counts.
+  // Replaces the mask by `count` records, at least 1; the first of several for an entity counts.
   void Set(const uint8_t* records, uint32_t count);
 
-  // Weights by slot of a binding's rest poses, 1 where the mask has none.
+  // Weights by slot of a binding's rest poses; 1 for entities not in the mask.
   const float* WeightsBySlot(const RestPoses& restPoses);
 
  private:
-  std::vector<ControllerMaskRecord> entries;  // by ascending entity
+  std::vector<ControllerMaskRecord> entries;  // in ascending order of entities
   std::vector<float> weights;
-  uint64_t seenVersion = 0;  // of the rest poses that `weights` was made for; 0 for none
+  uint64_t seenVersion = 0;  // version of the rest poses that `weights` was made for; 0 for none
 };
 
-// The masks of a controller's layers. A layer has one only while it is masked: controllers of many
-// layers and few masks take no memory for the others.
+// The masks of a controller's layers. Only masked layers have one: controllers with many layers and
+// few masks use no memory for the others.
 class ControllerMasks {
  public:
   // Replaces the mask of a layer by `count` records; 0 records unmask it.
@@ -43,10 +43,11 @@ class ControllerMasks {
   std::map<uint32_t, ControllerMask> byLayer;
 };
 
-// Holds no state machine and no clock: script says in the shared block, and in those of the states,
-// which states are live, at which time and by which weight, and the controller evaluates that.
+// Holds no state machine and no clock: the script sets in the shared block, and in those of the
+// states, which states are live, at which time and with which weight, and the controller evaluates
+// that.
 //
-// Thread safety: updates of controllers with different bindings and entities may run at once.
+// Thread safety: updates of controllers with different bindings and entities may run concurrently.
 class AnimatorControllerModel {
  public:
   // `data` is the block, which the value owns.
@@ -56,12 +57,12 @@ class AnimatorControllerModel {
   AnimatorControllerModel(const AnimatorControllerModel&) = delete;
   AnimatorControllerModel& operator=(const AnimatorControllerModel&) = delete;
 
-  // One evaluation, into the records of the bound entities. Each entity that is posed gets its
-  // local matrix built and is marked, even if nothing was stored.
+  // Evaluates once, into the records of the bound entities. Builds the local matrix of each posed
+  // entity and marks it, even if nothing was stored.
   virtual void Update();
 
-  // Sets the mask of a layer from `count` records at `offset` behind `bytes`; 0 records unmask it.
-  // False for a layer that there isn't. Script thread only.
+  // Sets the mask of a layer from `count` records at `bytes + offset`; 0 records unmask it. False
+  // if there is no such layer. Script thread only.
   bool SetMask(uint32_t index, const uint8_t* bytes, uint32_t offset, uint32_t count);
 
   // The binding that the block names, or null.
@@ -71,7 +72,7 @@ class AnimatorControllerModel {
     return reinterpret_cast<const ControllerLayerRecord*>(data + kControllerLayersOffset)[index];
   }
 
-  EngineCore* const core;  // not counted
+  EngineCore* const core;  // not reference-counted
   uint8_t* const data;     // not owned
   const uint32_t layerCount;
   ControllerMasks masks;
@@ -83,8 +84,8 @@ class AnimatorControllerModelValue final : public BlockValue {
   using BlockValue::BlockValue;
   ~AnimatorControllerModelValue() override { delete component; }
 
-  // Takes a zeroed block for `count` layers, and makes the controller over it.
-  // Kept on purpose: an earlier controller is not deleted.
+  // Allocates a zeroed block for `count` layers, and creates the controller on it. Kept on purpose:
+  // a second call does not delete the first controller; the native surface is fixed.
   void* Allocate(uint32_t count) override;
 
   AnimatorControllerModel* component = nullptr;

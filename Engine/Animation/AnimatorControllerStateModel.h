@@ -11,7 +11,7 @@ namespace nq::engine {
 
 class EngineCore;
 
-// Everything about it stands in its shared block (AnimationRecord.h).
+// All its data is in its shared block (AnimationRecord.h).
 struct AnimatorControllerStateModel {
   const ControllerStateRecord& Record() const {
     return *reinterpret_cast<const ControllerStateRecord*>(data);
@@ -20,7 +20,7 @@ struct AnimatorControllerStateModel {
     return reinterpret_cast<const ControllerClipRecord*>(data + sizeof(ControllerStateRecord))[k];
   }
 
-  EngineCore* core;  // not counted
+  EngineCore* core;  // not reference-counted
   uint8_t* data;     // the block; the value owns it
   uint32_t clipCount;
 };
@@ -31,8 +31,8 @@ class AnimatorControllerStateModelValue final : public BlockValue {
   using BlockValue::BlockValue;
   ~AnimatorControllerStateModelValue() override { delete component; }
 
-  // Takes a zeroed block for `count` clips, and makes the state over it.
-  // Kept on purpose: an earlier state is not deleted.
+  // Allocates a zeroed block for `count` clips, and creates the state on it. Kept on purpose: a
+  // second call does not delete the first state; the native surface is fixed.
   void* Allocate(uint32_t count) override;
 
   AnimatorControllerStateModel* component = nullptr;

@@ -1,4 +1,4 @@
-// Weights of the cubic, and the blend of two samples.
+// Hermite weights, and the blend of two samples.
 #include "Engine/Animation/ClipSampling.h"
 
 #include <cmath>
@@ -12,8 +12,8 @@ namespace nq::engine {
 
 namespace {
 
-// Two quaternions closer than this, as 1 minus their product, are blended in a straight line: the
-// sine of the angle between them is too small to divide by.
+// Two quaternions closer than this, as 1 minus their dot product, are blended linearly: the sine of
+// the angle between them is too small to divide by.
 constexpr double kMinSlerpDistance = 1e-6;
 
 float Dot4(const float* a, const float* b) {
@@ -24,7 +24,7 @@ bool AnyNaN4(__m128 v) {
   return _mm_movemask_ps(_mm_cmpunord_ps(v, v)) != 0;
 }
 
-// LerpChannel on four channels.
+// LerpChannel on four channels at once.
 __m128 Lerp4(__m128 a, __m128 b, float t) {
   const __m128 ofB = _mm_mul_ps(b, _mm_set1_ps(t));
   const __m128 ofA = _mm_mul_ps(_mm_set1_ps(1.0f - t), a);
@@ -35,7 +35,7 @@ __m128 Lerp4(__m128 a, __m128 b, float t) {
   return _mm_or_ps(_mm_and_ps(noA, ofB), _mm_andnot_ps(noA, withA));
 }
 
-// Slerp of two clips' rotations, on the shorter way.
+// Slerps two clips' rotations along the shorter arc.
 void Slerp(float* a, const float* other, float t) {
   __m128 b = _mm_loadu_ps(other);
   float d = Dot4(a, other);
@@ -46,7 +46,7 @@ void Slerp(float* a, const float* other, float t) {
   const __m128 from = _mm_loadu_ps(a);
   if (1.0 - static_cast<double>(d) > kMinSlerpDistance) {
     const float angle = acosNearF(d);
-    float sines[4];  // of the angle, of the share that is left, of the share that comes; twice
+    float sines[4];  // of the angle, of (1 - t) times it, of t times it; twice
     sinTwoF(angle, (1.0f - t) * angle, &sines[0], &sines[1]);
     sinTwoF(t * angle, t * angle, &sines[2], &sines[3]);
     const __m128 sine = _mm_set1_ps(sines[0]);
@@ -60,8 +60,8 @@ void Slerp(float* a, const float* other, float t) {
   }
 }
 
-// Adds the rotation `other`, scaled by t, to the sum `a`.
-// Kept on purpose: a rotation by nothing has no axis, and its division by zero spreads.
+// Adds the rotation `other`, scaled by t, to the sum `a`. Kept on purpose: an identity rotation has
+// no axis; its division by zero yields NaN, which propagates. Blended poses rely on these results.
 void AddScaledRotation(float* a, const float* other, float t) {
   float b[4] = {other[0], other[1], other[2], other[3]};
   const float d = Dot4(a, b);

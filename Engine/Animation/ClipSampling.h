@@ -1,7 +1,7 @@
-// Values of curves at a moment, and the algebra by which they are blended.
+// Sampling of animation curves, and the arithmetic that blends samples.
 //
-// Time is in frames. Not-a-number stands, everywhere, for a channel that says nothing; no code
-// treats it as an error.
+// Time is in frames. NaN always means that a channel is not animated; no code treats it as an
+// error.
 #ifndef NQ_ENGINE_ANIMATION_CLIPSAMPLING_H_
 #define NQ_ENGINE_ANIMATION_CLIPSAMPLING_H_
 
@@ -21,14 +21,14 @@ struct ClipTrack {
   std::array<std::vector<ClipKey>, kClipChannels> channels;
 };
 
-// The value of one track at one moment.
+// The sample of one track at one time.
 struct alignas(16) ClipSample {
-  float channel[kClipChannels];  // not-a-number where the track has no keys
+  float channel[kClipChannels];  // NaN where the track has no keys
   bool isQuaternion;             // the track's
 };
 
-// The weights of the four terms of a cubic Hermite segment at a moment in it, and its length in
-// seconds. The terms are (e.g. Bartels, Beatty, Barsky, "An Introduction to Splines", 1987)
+// The weights of the four terms of a cubic Hermite segment at one time, and its length in seconds.
+// The terms are (e.g. Bartels, Beatty, Barsky, "An Introduction to Splines", 1987)
 //
 //   p (2s^3 - 3s^2 + 1)  +  n (3s^2 - 2s^3)  +  p' (s^3 - 2s^2 + s) dt  +  n' (s^3 - s^2) dt
 //
@@ -44,15 +44,15 @@ struct HermiteWeights {
   HermiteWeights(float time, uint32_t previousFrame, uint32_t span, uint32_t framesPerSecond);
 };
 
-// Where a moment falls among ascending frames. Either a key's value holds, or the curve runs from
-// the key ahead of `key` to `key`.
+// The position of a time among ascending frames. Either a key's value holds, or the curve runs from
+// the key before `key` to `key`.
 struct CurvePosition {
   size_t key;
   bool holds;
 };
 
-// The position that `first` stands for: the first of `count` keys, at least one, whose frame is at
-// or after `time`, or `count` if there is none. `frameOf(i)` is the frame of key i.
+// The position for `first`: the first of `count` keys, at least one, whose frame is at or after
+// `time`, or `count` if there is none. `frameOf(i)` is the frame of key i.
 template <typename FrameOf>
 CurvePosition PositionAt(float time, size_t first, size_t count, FrameOf frameOf) {
   const bool found = first < count;
@@ -60,18 +60,16 @@ CurvePosition PositionAt(float time, size_t first, size_t count, FrameOf frameOf
   if (key == 0 || !found || (IsWhole(time) && frameOf(key) == TruncateToU32(time))) {
     return CurvePosition{key, true};
   }
-  // The key ahead is not at or after `time`, so the two stand on different frames.
+  // The key before is not at or after `time`, so the two are on different frames.
   return CurvePosition{key, false};
 }
 
-// b t + (1 - t) a. A side that is not a number contributes nothing, while the other keeps its own
-// weight.
+// b t + (1 - t) a. A NaN side contributes nothing, while the other keeps its own weight.
 float LerpChannel(float a, float b, float t);
 
-// Blends `other` into `blended` by the share t. `many` tells whether more than two clips take part:
-// two quaternions are slerped (Shoemake, "Animating rotation with quaternion curves", 1985), of
-// more each is added as a rotation scaled by its share; in both cases the caller normalises at the
-// end.
+// Blends `other` into `blended` with the share t. `many`: more than two clips are blended. Two
+// quaternions are slerped (Shoemake, "Animating rotation with quaternion curves", 1985); of more,
+// each is added as a rotation scaled by its share. In both cases the caller normalises at the end.
 void BlendSample(ClipSample* blended, const ClipSample& other, float t, bool many);
 
 }  // namespace nq::engine

@@ -1,4 +1,4 @@
-// Building of timelines, and sampling along them.
+// Building of timelines, and sampling of them.
 #include "Engine/Animation/ClipTimelines.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ namespace {
 
 constexpr float kNoValue = std::numeric_limits<float>::quiet_NaN();
 
-// The groups of a track: position, scale, rotation. The first two leave a lane unused.
+// The groups of a track: position, scale, rotation. The first two leave one lane unused.
 struct GroupShape {
   uint8_t firstChannel;
   uint8_t channelCount;
@@ -72,7 +72,7 @@ ClipTimelines::TimelineOfChannel ClipTimelines::FindTimelines(const ClipTrack& t
     if (keys.empty()) {
       continue;
     }
-    // Neighbours mostly share their frames.
+    // Adjacent channels mostly share their frames.
     const bool asBefore = channel != 0 && timelineOf[channel - 1] != kNone &&
                           SameFrames(keys, timelines[timelineOf[channel - 1]].frames);
     if (asBefore) {
@@ -103,8 +103,8 @@ void ClipTimelines::AddGroups(uint32_t track, uint8_t firstChannel, uint8_t chan
     }
     groups.back().present = static_cast<uint8_t>(groups.back().present | 1u << lane);
   }
-  // A group writes four channels where those that are not its own have no keys, or come later in
-  // the same timeline.
+  // A group may write all four channels if those that are not its own have no keys, or are written
+  // later by the same timeline.
   for (uint32_t lane = 0; lane < channelCount; ++lane) {
     const uint32_t timeline = timelineOf[firstChannel + lane];
     if (timeline == kNone) {
@@ -152,7 +152,7 @@ size_t ClipTimelines::Timeline::FirstAtOrAfter(float time) const {
   if (!ascends) {
     return std::find_if_not(times.begin(), times.end(), isBefore) - times.begin();
   }
-  // Keys mostly stand at even distances.
+  // Keys are mostly evenly spaced.
   const float guessed = std::ceil((time - times[0]) * keysPerFrame);
   if (guessed >= 1.0f && guessed < static_cast<float>(count)) {
     const size_t guess = static_cast<size_t>(guessed);
@@ -209,7 +209,8 @@ void ClipTimelines::SampleTimeline(const Timeline& timeline, float time, uint32_
     const __m128 arriving =
         _mm_mul_ps(_mm_mul_ps(_mm_load_ps(next[g].inTangent), nextTangentWeight), seconds);
     __m128 result = _mm_add_ps(_mm_add_ps(_mm_add_ps(fromPrevious, fromNext), leaving), arriving);
-    // Kept on purpose: what arrives at the next key does not matter, only what leaves it.
+    // Kept on purpose: only out tangents decide whether a segment steps, not the in tangent at the
+    // next key. Authored clips rely on it.
     if (timeline.steps) {
       const __m128 step =
           _mm_or_ps(IsInfinite(outTangent), IsInfinite(_mm_load_ps(next[g].outTangent)));

@@ -1,8 +1,8 @@
-// States merge into a pose per layer, layers into one final pose, and that is written into the
+// Blends states into a pose per layer and layers into one final pose, and writes that to the
 // entities' records.
 //
-// A number of formulas differ between position, scale and rotation, and between the first layer and
-// later ones. All of that is kept on purpose: scenes rely on the outcome.
+// Some formulas differ between position, scale and rotation, and between the first layer and later
+// ones. All of that is kept on purpose: scenes rely on the results.
 #include "Engine/Animation/ControllerEvaluation.h"
 
 #include <cmath>
@@ -25,14 +25,14 @@ namespace nq::engine {
 
 namespace {
 
-constexpr uint32_t kScaleZ = 5;  // among the channels of a pose
+constexpr uint32_t kScaleZ = 5;  // index among the channels of a pose
 
-// A channel of a rest pose. Its vectors stand in reverse order.
+// A channel of a rest pose, whose vectors are in reverse order.
 float RestChannel(const TransformValue& rest, uint32_t channel) {
   return channel < kScaleChannel ? rest.position[2 - channel] : rest.scale[kScaleZ - channel];
 }
 
-// All six channels, in order; two spare lanes.
+// All six channels, in order; two lanes are unused.
 struct RestChannels {
   __m128 positionScaleX;
   __m128 scaleYZ;
@@ -49,12 +49,12 @@ inline __m128 RestRotation(TransformValue* rest) {
   return _mm_shuffle_ps(wzyx, wzyx, _MM_SHUFFLE(0, 1, 2, 3));
 }
 
-// Lanes in which a weight is a number.
+// Mask of the lanes in which a weight is not NaN.
 inline __m128 IsNumber(__m128 weight) {
   return _mm_cmpord_ps(weight, weight);
 }
 
-// A weight that is not a number becomes 0.
+// Replaces NaN weights by 0.
 inline __m128 Touched(__m128 weight) {
   return _mm_and_ps(weight, IsNumber(weight));
 }
@@ -72,12 +72,12 @@ void AddFourToLayer(const float* value, const float* weight, __m128 s, bool isFr
   _mm_store_ps(sumWeight, Select(counts, newWeight, oldWeight));
 }
 
-// `isFresh`: `sum` has not been set to anything yet.
+// `isFresh`: `sum` is still uninitialised.
 void AddToLayer(const TargetPose& pose, float s, bool isFresh, TargetPose* sum) {
   const __m128 share = _mm_set1_ps(s);
   AddFourToLayer(pose.value, pose.weight, share, isFresh, sum->value, sum->weight);
   AddFourToLayer(pose.value + 4, pose.weight + 4, share, isFresh, sum->value + 4, sum->weight + 4);
-  // The rotation was weighted on its way into the state's pose already, and is so again.
+  // The rotation was already weighted when it was added to the state's pose, and is weighted again.
   const bool counts = !std::isnan(pose.rotationWeight) && pose.rotationWeight != 0.0f;
   AddRotation(counts ? pose.rotation : nullptr, pose.rotationWeight * s, isFresh, sum);
 }
@@ -90,9 +90,9 @@ bool IsPartial(const TargetPose& pose) {
   return below != 0;
 }
 
-// Completes what an override layer animates by a part only. The rest pose that fills up is looked
-// up under the blended number itself, not under the entity, and so is mostly an identity that this
-// look-up makes.
+// Completes what an override layer animates only partly. The rest pose that fills up is looked up
+// under the blended number itself, not under the entity, so it is mostly an identity that this
+// look-up inserts.
 void CompleteOverride(TargetPose* pose, RestPoses* restPoses) {
   if (IsPartial(*pose)) {
     for (uint32_t channel = 0; channel < kPoseChannels; ++channel) {
@@ -130,16 +130,15 @@ void CompleteAdditive(TargetPose* pose) {
   }
 }
 
-// How a layer's pose enters the final one.
+// How a layer's pose is merged into the final one.
 enum class Merge {
   kOverridePart,   // override, weight below 1: blended with the rest pose
-  kOverrideWhole,  // override, any other weight, also not a number
-  kAdditiveFirst,  // additive, layer 0: on top of the rest pose
-  kAdditiveLater,  // additive, any other: on top of what is there
+  kOverrideWhole,  // override, any other weight, including NaN
+  kAdditiveFirst,  // additive, layer 0: added to the rest pose
+  kAdditiveLater,  // additive, any other layer: added to the pose so far
 };
 
-// value * W and what the kind of merge puts beside it, for four channels; `isScale` marks lanes of
-// scale.
+// value * W plus the term of the kind of merge, for four channels; `isScale` marks lanes of scale.
 void MergeFour(Merge merge, const float* value, const float* weight, float share, __m128 rest,
                __m128 isScale, bool isFresh, float* sumValue, float* sumWeight) {
   const __m128 w = _mm_set1_ps(share);
@@ -176,7 +175,7 @@ void MergeRotation(Merge merge, const TargetPose& pose, float share, TransformVa
     float resting[4];
     const __m128 restRotation = RestRotation(rest);
     _mm_storeu_ps(resting, restRotation);
-    // Not a number counts as the far side.
+    // NaN counts as the opposite hemisphere.
     const bool sameSide = DotQuaternion(pose.rotation, resting) >= 0.0f;
     const __m128 rotation = _mm_loadu_ps(pose.rotation);
     const __m128 near = sameSide ? rotation : _mm_xor_ps(rotation, _mm_set1_ps(-0.0f));
@@ -197,7 +196,7 @@ void MergeRotation(Merge merge, const TargetPose& pose, float share, TransformVa
   MultiplyQuaternion(delta, sum->rotation, sum->rotation);
 }
 
-// Stores a pose into a 3D entity, builds its local matrix and marks it.
+// Stores a pose in a 3D entity, builds its local matrix and marks it.
 inline void WritePose(const TargetPose& pose, const EntityPoseWriter& writer) {
   const PositionScale values =
       writer.Replace(_mm_load_ps(pose.value), IsNumber(_mm_load_ps(pose.weight)),
@@ -212,7 +211,7 @@ inline void WritePose(const TargetPose& pose, const EntityPoseWriter& writer) {
 
 }  // namespace
 
-// A function of its own: each use of a thread's variable by its name is a call.
+// Not inlined: each access to a thread-local variable is a function call.
 NQ_NO_INLINE ControllerEvaluation* ControllerEvaluation::OfThread() {
   thread_local ControllerEvaluation evaluation;
   return &evaluation;
@@ -295,7 +294,7 @@ void ControllerEvaluation::MergeLayer(uint32_t index, const ControllerLayerRecor
 }
 
 void ControllerEvaluation::WritePoses(TransformTree* tree, const RestPoses& restPoses) {
-  // Numbers that are no entities may be among the keys.
+  // Some keys may be numbers that are not entity handles.
   EntityPoseWriter writer(tree);
   for (const uint32_t slot : finalPose.Slots()) {
     if (writer.Seek(restPoses.Number(slot)) && writer.isThreeD()) {

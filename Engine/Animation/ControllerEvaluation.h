@@ -1,4 +1,4 @@
-// The evaluation of a controller: what its layers give the entities of its binding.
+// The evaluation of a controller: computes the poses of its binding's entities.
 #ifndef NQ_ENGINE_ANIMATION_CONTROLLEREVALUATION_H_
 #define NQ_ENGINE_ANIMATION_CONTROLLEREVALUATION_H_
 
@@ -12,20 +12,19 @@ namespace nq::engine {
 
 class TransformTree;
 
-// Holds the working memory of a thread's evaluations, which is kept from one to the next. In the
-// order of the work:
+// Holds a thread's working memory, which is reused by its evaluations. In the order of the work:
 //
 //   each state -> statePose -> layerPose, for each layer -> finalPose -> records of entities
 //
-// Thread safety: one evaluation a thread. Evaluations of controllers with different bindings and
-// entities may run at once.
+// Thread safety: one evaluation per thread. Evaluations of controllers with different bindings and
+// entities may run concurrently.
 class ControllerEvaluation {
  public:
-  // The calling thread's.
+  // The calling thread's instance.
   static ControllerEvaluation* OfThread();
 
-  // Poses the entities of the controller's binding; nothing without a binding. Each entity that is
-  // posed gets its local matrix built and is marked, even if nothing was stored.
+  // Poses the entities of the controller's binding; does nothing without a binding. Builds the
+  // local matrix of each posed entity and marks it, even if nothing was stored.
   void Run(AnimatorControllerModel* controller);
 
  private:
@@ -35,7 +34,7 @@ class ControllerEvaluation {
   // Merges `layerPose` into `finalPose`.
   void MergeLayer(uint32_t index, const ControllerLayerRecord& record, RestPoses* restPoses);
 
-  // Stores `finalPose` into the entities.
+  // Stores `finalPose` in the entities.
   void WritePoses(TransformTree* tree, const RestPoses& restPoses);
 
   StateScratch stateScratch;

@@ -1,4 +1,4 @@
-// The values behind the handles of data models: content that script gives once and that components
+// The values behind the handles of data models: content that the script passes once and components
 // share.
 #ifndef NQ_ENGINE_ANIMATION_DATAMODELS_H_
 #define NQ_ENGINE_ANIMATION_DATAMODELS_H_
@@ -14,7 +14,7 @@ class AnimationClipModelValue final : public HandlerValue {
   using HandlerValue::HandlerValue;
   ~AnimationClipModelValue() override { delete model; }
 
-  AnimationClipModel* model = nullptr;  // set right after the value was issued
+  AnimationClipModel* model = nullptr;  // set right after the handle is issued
 };
 
 class SkeletonBonesInverseModelValue final : public HandlerValue {
@@ -22,7 +22,7 @@ class SkeletonBonesInverseModelValue final : public HandlerValue {
   using HandlerValue::HandlerValue;
   ~SkeletonBonesInverseModelValue() override { delete model; }
 
-  SkeletonBonesInverseModel* model = nullptr;  // set right after the value was issued
+  SkeletonBonesInverseModel* model = nullptr;  // set right after the handle is issued
 };
 
 }  // namespace nq::engine

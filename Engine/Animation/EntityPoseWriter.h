@@ -20,16 +20,16 @@ inline __m128 Select(__m128 mask, __m128 yes, __m128 no) {
   return _mm_or_ps(_mm_and_ps(mask, yes), _mm_andnot_ps(mask, no));
 }
 
-// Where the transforms of a character's entities go. Entities of one batch mostly follow each
-// other, so the batch is looked up when it changes only; and what goes into a record goes into the
-// local matrix without a way through memory.
+// Writes to the entities of a character. Consecutive entities are mostly of one batch, so the batch
+// is looked up only when it changes. What is written to a record goes into the local matrix
+// straight from registers, without a round trip through memory.
 //
-// Thread safety: one writer a task, as long as entities are different ones.
+// Thread safety: one writer per task, as long as the tasks' entities are different.
 class EntityPoseWriter {
  public:
   explicit EntityPoseWriter(TransformTree* tree) : tree(*tree), marker(tree) {}
 
-  // Turns to an entity. False if `handle` names none; then nothing else may be called.
+  // Selects the entity. False if `handle` names none; then nothing else may be called.
   bool Seek(uint32_t handle) {
     if (HandleSlot(handle) != slot) {
       slot = HandleSlot(handle);
@@ -39,8 +39,8 @@ class EntityPoseWriter {
     return index < batch.count;
   }
 
-  // Asks for the memory of a 3D entity that comes soon, if it is of the same batch. This is a hint
-  // only: the handle may be past the batch's end, hence sums of numbers, not of pointers.
+  // Prefetches a 3D entity that is written soon, if it is of the same batch. Only a hint: the
+  // handle may be past the batch's end, so addresses are computed as integers, not as pointers.
   void FetchAhead(uint32_t handle) const {
     if (HandleSlot(handle) == slot) {
       const uintptr_t ahead = HandleElement(handle);
@@ -66,8 +66,8 @@ class EntityPoseWriter {
                                              size_t{index} * sizeof(Entity3DRecord));
   }
 
-  // Position and scale of a 3D entity, after those in lanes of `mask` have been replaced. Of the
-  // second row two lanes count.
+  // Position and scale of a 3D entity, after the lanes in `mask` are replaced. Only two lanes of
+  // the second row are used.
   PositionScale Replace(__m128 positionScaleX, __m128 mask, __m128 scaleYZ, __m128 maskYZ) const {
     Entity3DRecord* record = Record3D();
     PositionScale values(*record);
@@ -82,8 +82,8 @@ class EntityPoseWriter {
     return values;
   }
 
-  // Gives a 3D entity the rotation `xyzw`, and builds the local matrix. `values` are in the record
-  // already.
+  // Sets the rotation of a 3D entity to `xyzw`, and builds the local matrix. `values` are in the
+  // record already.
   void WriteQuaternion(__m128 xyzw, const PositionScale& values) const {
     Entity3DRecord* record = Record3D();
     record->rotationMode = 1;
@@ -92,14 +92,14 @@ class EntityPoseWriter {
     StoreOwnLocalMatrix(LocalMatrix(), m.c0, m.c1, m.c2, m.c3);
   }
 
-  // Marks the entity, as TransformTree does.
+  // Marks the entity as dirty, as TransformTree does.
   void Mark() const { marker.Mark(batch, slot, index); }
 
  private:
   const TransformTree& tree;
   const TransformTree::Marker marker;
   TransformBatch batch;
-  uint32_t slot = ~0u;  // of `batch`; no handle has the first one
+  uint32_t slot = ~0u;  // of `batch`; no handle has the initial one
   uint32_t index = 0;
 };
 

@@ -1,4 +1,4 @@
-// Quaternions x, y, z, w in blending. Sums go x, y, z, w.
+// Quaternions x, y, z, w in blending. Sums are in the order x, y, z, w.
 #ifndef NQ_ENGINE_ANIMATION_QUATERNIONMATH_H_
 #define NQ_ENGINE_ANIMATION_QUATERNIONMATH_H_
 
@@ -11,25 +11,25 @@ inline float DotQuaternion(const float* a, const float* b) {
   return a[0] * b[0] + a[1] * b[1] + a[2] * b[2] + a[3] * b[3];
 }
 
-// Length by a root in double, then a product with the reciprocal. A length of 0 gives no numbers.
+// Square root in double, then a multiplication by the reciprocal. A length of 0 gives NaN.
 inline void NormaliseQuaternion(float* q) {
   const float length = sqrtF(DotQuaternion(q, q));
   _mm_storeu_ps(q, _mm_mul_ps(_mm_loadu_ps(q), _mm_set1_ps(1.0f / length)));
 }
 
-// sum += q * w, on the side of the sphere on which the sum is.
+// sum += q * w, with q negated if it is in the hemisphere opposite to the sum.
 inline void AddQuaternion(float* sum, const float* q, float w) {
   const float signedWeight = DotQuaternion(sum, q) < 0.0f ? -w : w;
   _mm_storeu_ps(
       sum, _mm_add_ps(_mm_loadu_ps(sum), _mm_mul_ps(_mm_loadu_ps(q), _mm_set1_ps(signedWeight))));
 }
 
-// out = a b, the product of Hamilton:
+// out = a b, the Hamilton product:
 //
 //   x: aw bx + ax bw + ay bz - az by        z: aw bz + az bw + ax by - ay bx
 //   y: aw by + ay bw + az bx - ax bz        w: aw bw - ax bx - ay by - az bz
 //
-// each from left to right. `out` may be an operand.
+// each summed from left to right. `out` may be an operand.
 inline void MultiplyQuaternion(const float* a, const float* b, float* out) {
   const __m128 left = _mm_loadu_ps(a);
   const __m128 right = _mm_loadu_ps(b);

@@ -1,4 +1,4 @@
-// Keys of rest poses.
+// The sorted keys of rest poses.
 #include "Engine/Animation/RestPoses.h"
 
 #include <algorithm>
@@ -8,7 +8,7 @@ namespace nq::engine {
 
 namespace {
 
-// The place of a number among ascending keys.
+// The insertion position of a number among ascending keys.
 template <typename Keys>
 auto PlaceOf(Keys& keys, uint32_t number) {
   return std::lower_bound(
@@ -48,7 +48,7 @@ void RestPoses::Clear() {
 }
 
 void RestPoses::KeysChanged() {
-  // Worker tasks enter keys into maps of their own at the same time.
+  // Worker tasks insert keys into other maps at the same time.
   static std::atomic<uint64_t> lastVersion{0};
   version = ++lastVersion;
 }

@@ -1,4 +1,4 @@
-// The rest poses of a binding, in an order that numbers can be found in.
+// The rest poses of a binding: a sorted map with stable slots.
 #ifndef NQ_ENGINE_ANIMATION_RESTPOSES_H_
 #define NQ_ENGINE_ANIMATION_RESTPOSES_H_
 
@@ -9,9 +9,9 @@
 
 namespace nq::engine {
 
-// An ordered map from number to TransformValue. Mostly the numbers are entity handles; blending
-// enters others. Each number has a slot that stays its own until the map is cleared, so that
-// evaluation works on flat arrays by slot and looks nothing up while the keys stay the same.
+// An ordered map from number to TransformValue. Most numbers are entity handles; blending inserts
+// others. Each number has a slot that does not change until the map is cleared, so evaluation works
+// on flat arrays by slot and looks nothing up while the keys stay the same.
 class RestPoses {
  public:
   static constexpr uint32_t kNoSlot = 0xFFFFFFFFu;
@@ -25,13 +25,13 @@ class RestPoses {
 
   uint32_t SlotCount() const { return static_cast<uint32_t>(values.size()); }
 
-  // All keys, by ascending number.
+  // All keys, in ascending order of numbers.
   const std::vector<Key>& Ascending() const { return keys; }
 
   // The slot of a number, or kNoSlot.
   uint32_t Find(uint32_t number) const;
 
-  // The slot of a number, entered with the identity if it is new. Values may move.
+  // The slot of a number, inserted with the identity if it is new. Values may move.
   uint32_t Ensure(uint32_t number) {
     const Key& recent = recentKeys[number % kRecentKeys];
     return recent.number == number && recent.slot != kNoSlot ? recent.slot : EnsureSlow(number);
@@ -44,11 +44,11 @@ class RestPoses {
   void Set(uint32_t number, const TransformValue& value) { values[Ensure(number)] = value; }
   void Clear();
 
-  // Another number whenever a key came or went, in this map or in any other.
+  // A new number, unique across all maps, whenever a key is added or removed.
   uint64_t Version() const { return version; }
 
  private:
-  // Blending asks for the same few small numbers over and over.
+  // A cache: blending looks up the same few small numbers again and again.
   static constexpr uint32_t kRecentKeys = 64;
 
   uint32_t EnsureSlow(uint32_t number);

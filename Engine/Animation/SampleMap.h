@@ -1,4 +1,4 @@
-// Samples of a clip's tracks at one moment.
+// Samples of a clip's tracks at one time.
 #ifndef NQ_ENGINE_ANIMATION_SAMPLEMAP_H_
 #define NQ_ENGINE_ANIMATION_SAMPLEMAP_H_
 
@@ -10,8 +10,8 @@
 
 namespace nq::engine {
 
-// One sample per target index, in ascending order of the indices. The indices are the clip model's
-// and live as long as it does.
+// One sample per target index, in ascending order of the indices. The indices are owned by the clip
+// model, which must outlive the map.
 class SampleMap {
  public:
   uint32_t Size() const { return count; }
@@ -26,7 +26,7 @@ class SampleMap {
     return found != targets + count && *found == target ? &samples[found - targets] : nullptr;
   }
 
-  // Makes room for `count` samples, which the caller fills. Keeps the memory of earlier use.
+  // Makes room for `count` samples, which the caller fills. Reuses its memory.
   ClipSample* Reset(const uint32_t* targetIndices, uint32_t targetCount) {
     targets = targetIndices;
     count = targetCount;

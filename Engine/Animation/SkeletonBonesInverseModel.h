@@ -7,7 +7,7 @@
 
 namespace nq::engine {
 
-// Fixed once made; any number of skinning components may use one.
+// Immutable; any number of skinning components may share one.
 class SkeletonBonesInverseModel {
  public:
   struct Matrix {
@@ -16,8 +16,8 @@ class SkeletonBonesInverseModel {
   static_assert(sizeof(Matrix) == 64, "a matrix of the data");
 
   // Copies `size` bytes of matrices. A size that is not a multiple of 64 prints
-  // "[NQ_FATAL][Engine]: " and "bone inverse data error\n" and ends the process; 0 gives no
-  // matrices.
+  // "[NQ_FATAL][Engine]: " and "bone inverse data error\n" and ends the process; a size of 0 means
+  // no matrices.
   SkeletonBonesInverseModel(const uint8_t* data, uint32_t size);
 
   std::vector<Matrix> matrices;

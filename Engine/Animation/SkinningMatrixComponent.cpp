@@ -1,4 +1,4 @@
-// Products of bones and inverse bind matrices.
+// Products of bone world matrices and inverse bind matrices.
 #include "Engine/Animation/SkinningMatrixComponent.h"
 
 #include <cstring>
@@ -20,7 +20,7 @@ constexpr char kSource[] = "..\\..\\Engine\\Animation\\SkinningMatrixComponent";
 constexpr int kModelLine = 22;
 constexpr int kEntityLine = 27;
 
-// The matrix of the plane: z row and z column left out.
+// The 2D matrix: z row and z column are left out.
 void StoreMatrix3(const float* m, float* out) {
   const float kept[9] = {m[0], m[1], m[3], m[4], m[5], m[7], m[12], m[13], m[15]};
   std::memcpy(out, kept, sizeof(kept));

@@ -1,4 +1,4 @@
-// The matrices by which the vertices of a skin follow its bones.
+// Skinning matrices: how the vertices of a skin follow its bones.
 #ifndef NQ_ENGINE_ANIMATION_SKINNINGMATRIXCOMPONENT_H_
 #define NQ_ENGINE_ANIMATION_SKINNINGMATRIXCOMPONENT_H_
 
@@ -11,10 +11,10 @@ namespace nq::engine {
 class EngineCore;
 
 // Computes, for each bone of its shared block (AnimationRecord.h), the bone's world matrix times
-// its inverse bind matrix, into the block. World matrices are read as they stand: script refreshes
-// them first.
+// its inverse bind matrix, into the block. World matrices are read as last computed: the script
+// refreshes them first.
 //
-// Thread safety: updates change nothing but their own blocks, so any number may run at once.
+// Thread safety: an update writes only its own block, so any number may run concurrently.
 class SkinningMatrixComponent {
  public:
   // `data` is the block, which the component's value owns.
@@ -24,12 +24,12 @@ class SkinningMatrixComponent {
   SkinningMatrixComponent(const SkinningMatrixComponent&) = delete;
   SkinningMatrixComponent& operator=(const SkinningMatrixComponent&) = delete;
 
-  // Without a bones model prints "[NQ_FATAL][Engine]: " and "bone inverse model not found\n", at a
-  // bone without an entity "entity not found\n", and ends the process. A bone whose index lies past
+  // Without a bones model prints "[NQ_FATAL][Engine]: " and "bone inverse model not found\n", for a
+  // bone without an entity "entity not found\n", and ends the process. A bone whose index is past
   // the model's matrices gets no result.
   virtual void Update();
 
-  EngineCore* const core;  // not counted
+  EngineCore* const core;  // not reference-counted
   uint8_t* const data;     // not owned
   const uint32_t count;
 };
@@ -40,8 +40,8 @@ class SkinningMatrixComponentValue final : public BlockValue {
   using BlockValue::BlockValue;
   ~SkinningMatrixComponentValue() override { delete component; }
 
-  // Takes a block for `count` bones, zeroed, and makes the component over it. Once. `count` is not
-  // 0.
+  // Allocates a zeroed block for `count` bones, and creates the component on it. Called once.
+  // `count` is not 0.
   void* Allocate(uint32_t count) override;
 
   SkinningMatrixComponent* component = nullptr;

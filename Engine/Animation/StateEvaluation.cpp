@@ -20,20 +20,20 @@ namespace {
 
 using TargetList = std::vector<AnimationClipBinding::Target>;
 
-// Where entities of a binding are found.
+// True if the handle names a 3D entity.
 bool IsAlive3D(const TransformTree& tree, uint32_t handle) {
   return tree.Contains(handle) && tree.Batch(handle).isThreeD;
 }
 
-// From w, z, y, x.
+// From the order w, z, y, x to x, y, z, w.
 void ReverseQuaternion(const float* wzyx, float* out) {
   for (int i = 0; i < 4; ++i) {
     out[i] = wzyx[3 - i];
   }
 }
 
-// Finds the pose that is taken away from a clip's, by slot: that of the reference clip or, where
-// the binding has no list for it, of the clip itself at its start.
+// Finds the pose that is subtracted from a clip's, by slot: that of the reference clip or, if the
+// binding has no list for it, of the clip itself at time 0.
 void FindReferences(const ControllerClipRecord& entry, AnimationClipBinding* binding,
                     const TransformTree& tree, StateScratch* scratch) {
   scratch->referenceBySlot.assign(binding->defaults.SlotCount(), nullptr);
@@ -75,7 +75,7 @@ inline void AddFour(__m128 value, __m128 w, bool isFresh, float* sumValue, float
                _mm_or_ps(_mm_and_ps(isNumber, newWeight), _mm_andnot_ps(isNumber, oldWeight)));
 }
 
-// Takes the reference away where both sides are numbers.
+// Subtracts the reference where neither side is NaN.
 void SubtractReference(const ClipSample& reference, ClipSample* sample) {
   for (uint32_t channel = 0; channel < kPoseChannels; ++channel) {
     if (!std::isnan(sample->channel[channel]) && !std::isnan(reference.channel[channel])) {
@@ -84,12 +84,12 @@ void SubtractReference(const ClipSample& reference, ClipSample* sample) {
   }
 }
 
-// `isFresh`: `sum` has not been set to anything yet.
+// `isFresh`: `sum` is still uninitialised.
 void AddSample(const ClipSample& sample, const float* rotation, float w, bool isFresh,
                TargetPose* sum) {
   const __m128 weight = _mm_set1_ps(w);
   AddFour(_mm_load_ps(sample.channel), weight, isFresh, sum->value, sum->weight);
-  // The upper two lanes are spare.
+  // The upper two lanes are unused.
   const __m128 lastTwo =
       _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(sample.channel + 4));
   AddFour(lastTwo, weight, isFresh, sum->value + 4, sum->weight + 4);
@@ -112,7 +112,7 @@ struct StateTerms {
   }
 };
 
-// Takes the reference away from a sample, and from its rotation `q` unless that is null.
+// Subtracts the reference from a sample, and from its rotation `q` unless that is null.
 void TakeAway(const ClipSample& reference, bool fill, TransformValue* rest, float* q,
               ClipSample* sample) {
   float r[4];
@@ -124,9 +124,9 @@ void TakeAway(const ClipSample& reference, bool fill, TransformValue* rest, floa
   }
 }
 
-// Adds a sample, weighted by `w`, to the pose of a slot. An additive one has its reference taken
-// away, and without a reference adds nothing. Force-inlined: it is most of the loop over a clip's
-// targets.
+// Adds a sample, weighted by `w`, to the pose of a slot. For an additive layer subtracts its
+// reference first, and adds nothing without a reference. Force-inlined: it is most of the loop over
+// a clip's targets.
 NQ_FORCE_INLINE void AddTarget(const StateTerms& terms, uint32_t slot, const ClipSample& sample,
                                float w) {
   TransformValue* rest = &terms.binding->defaults.Value(slot);
@@ -148,7 +148,7 @@ NQ_FORCE_INLINE void AddTarget(const StateTerms& terms, uint32_t slot, const Cli
   AddSample(*added, hasRotation ? q : nullptr, w, isFresh, sum);
 }
 
-// Samples a clip and adds what it says of the targets that the binding lists for it.
+// Samples a clip and adds the samples of the targets that the binding lists for it.
 void AddClip(const StateTerms& terms, const ControllerClipRecord& entry) {
   const TargetList* list = terms.binding->SlotsOf(entry.clipHandle);
   if (list == nullptr) {
@@ -179,7 +179,7 @@ void AddClip(const StateTerms& terms, const ControllerClipRecord& entry) {
   }
 }
 
-// Gives slots that no clip has posed a pose that says nothing.
+// Adds an empty pose for each slot that no clip has posed.
 void FillRest(const StateTerms& terms) {
   const uint32_t slotCount = terms.binding->defaults.SlotCount();
   for (uint32_t slot = 0; slot < slotCount; ++slot) {
@@ -230,7 +230,7 @@ void EvaluateState(const AnimatorControllerModel& controller,
   if (binding == nullptr) {
     return;
   }
-  // Not a number turns it on.
+  // NaN turns it on.
   const bool fill = state.Record().fillDefaults != 0.0f;
   const StateTerms terms = {binding,
                             controller.core->Animation(),

@@ -1,4 +1,4 @@
-// The pose that one state of a layer gives.
+// The evaluation of one state of a layer.
 #ifndef NQ_ENGINE_ANIMATION_STATEEVALUATION_H_
 #define NQ_ENGINE_ANIMATION_STATEEVALUATION_H_
 
@@ -24,15 +24,16 @@ struct StateScratch {
 };
 
 // Evaluates all clips of a state into `result`, over the slots of the binding's rest poses; without
-// a binding there is nothing. `additive` takes a reference pose away from each clip's: position and
+// a binding `result` is empty. `additive` subtracts a reference pose from each clip's: position and
 // scale by subtraction, rotation by q conj(r). Targets without a rest pose are not animated. `mask`
 // is null for a layer that is not masked.
 void EvaluateState(const AnimatorControllerModel& controller,
                    const AnimatorControllerStateModel& state, bool additive, ControllerMask* mask,
                    StateScratch* scratch, PoseSet* result);
 
-// The rotation of a sample as a quaternion, x, y, z, w. Angles are converted. False if the sample
-// has none, or only a part of one and `fill` does not allow to take the rest from the rest pose.
+// The rotation of a sample as a quaternion, x, y, z, w. Euler angles are converted. False if the
+// sample has no rotation, or only a part of one and `fill` does not allow completing it from the
+// rest pose.
 bool RotationOf(const ClipSample& sample, bool fill, TransformValue* rest, float* out);
 
 }  // namespace nq::engine

@@ -1,4 +1,4 @@
-// What is known of the pose of each entity while a controller is evaluated.
+// The accumulated pose of each entity while a controller is evaluated.
 #ifndef NQ_ENGINE_ANIMATION_TARGETPOSE_H_
 #define NQ_ENGINE_ANIMATION_TARGETPOSE_H_
 
@@ -15,8 +15,8 @@ namespace nq::engine {
 // Position and scale are six channels, in the order of ClipSample.
 constexpr uint32_t kPoseChannels = 6;
 
-// Sums of weighted values. A weight that is not a number means that the channel is not animated;
-// the first contribution turns it into 0 before it adds. Two lanes of each row are spare.
+// Sums of weighted values. A NaN weight means that the channel is not animated; the first
+// contribution sets it to 0 before it adds. Two lanes of each row are unused.
 struct alignas(16) TargetPose {
   float value[8];
   float weight[8];
@@ -30,7 +30,7 @@ struct alignas(16) TargetPose {
   }
 };
 
-// Four lanes of a pose's rows as they stand; those of a fresh pose if it is not set yet.
+// Four lanes of a pose's rows as stored; those of an empty pose if it is still uninitialised.
 inline __m128 PoseValues(const float* values, bool isFresh) {
   return isFresh ? _mm_setzero_ps() : _mm_load_ps(values);
 }
@@ -38,7 +38,7 @@ inline __m128 PoseWeights(const float* weights, bool isFresh) {
   return isFresh ? _mm_set1_ps(std::numeric_limits<float>::quiet_NaN()) : _mm_load_ps(weights);
 }
 
-// Adds a rotation of the weight `w`, if there is one.
+// Adds a rotation with weight `w`, if there is one.
 inline void AddRotation(const float* rotation, float w, bool isFresh, TargetPose* sum) {
   if (!isFresh) {
     if (rotation != nullptr) {
@@ -69,7 +69,7 @@ class PoseSet {
     Grow(slotCount);
   }
 
-  // Makes room for slots that came since; keeps what is there.
+  // Makes room for slots added since; keeps existing poses.
   void Grow(uint32_t slotCount) {
     if (rounds.size() < slotCount) {
       rounds.resize(slotCount, 0);
@@ -79,7 +79,7 @@ class PoseSet {
 
   bool Has(uint32_t slot) const { return rounds[slot] == round; }
 
-  // The pose of a slot, a fresh one if there was none.
+  // The pose of a slot, an empty one if there was none.
   TargetPose* Enter(uint32_t slot) {
     if (rounds[slot] != round) {
       rounds[slot] = round;
@@ -89,8 +89,8 @@ class PoseSet {
     return &poses[slot];
   }
 
-  // The same, but a fresh pose is not set to anything: true, and the caller writes all of it. What
-  // is written and read back at once costs more than what is computed from constants.
+  // The same, but a new pose is left uninitialised: returns true, and the caller writes all of it.
+  // Writing initial values and reading them back costs more than computing from constants.
   bool EnterUnset(uint32_t slot, TargetPose** pose) {
     *pose = &poses[slot];
     if (rounds[slot] == round) {
@@ -101,7 +101,7 @@ class PoseSet {
     return true;
   }
 
-  // Slots that have a pose, in the order in which they got it.
+  // Slots that have a pose, in order of insertion.
   const std::vector<uint32_t>& Slots() const { return present; }
   TargetPose& At(uint32_t slot) { return poses[slot]; }
 

@@ -1,4 +1,4 @@
-// Snapshots of entities, and the way back.
+// Snapshots of entities, and writing them back.
 #include "Engine/Animation/TransformValue.h"
 
 #include <algorithm>

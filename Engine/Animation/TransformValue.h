@@ -8,22 +8,21 @@ namespace nq::engine {
 
 class Entity;
 
-// Vectors stand in reverse order of components, the order in which eulerToQuaternion gives its
-// results. The default is the identity, with all flags true.
+// Vectors are in reverse order of components, the order of eulerToQuaternion's results. The default
+// is the identity, with all flags true.
 struct TransformValue {
-  // What a 3D entity's record says. The form of rotation that the entity does not use is zero.
+  // A copy of a 3D entity's record. The rotation form that the entity does not use is zero.
   static TransformValue FromEntity(const Entity* entity);
 
-  // Writes the record of a 3D entity, in the form of rotation that was stored, builds its local
-  // matrix and marks it. Angles leave the record's fourth rotation word alone.
+  // Writes the record of a 3D entity, in the rotation form that was stored, builds its local matrix
+  // and marks it. Euler angles leave the record's fourth rotation word unchanged.
   void WriteTo(Entity* entity) const;
 
-  // The three angles, z, y, x.
-  // Kept on purpose: a value that holds a quaternion gives zero angles, not converted ones, and
-  // keeps them from then on.
+  // The three angles, z, y, x. Kept on purpose: a value that holds a quaternion returns zero
+  // angles, not converted ones, and keeps them from then on. Blended poses rely on these results.
   const float* EulerAngles();
 
-  // w, z, y, x; computed from the angles where that has not been done.
+  // w, z, y, x; computed from the angles if not yet done.
   const float* Quaternion() { return eulerToQuaternion(&rotation); }
 
   bool quaternionValid() const { return rotation.quaternionValid; }
@@ -32,7 +31,7 @@ struct TransformValue {
 
   float position[3] = {0, 0, 0};        // z, y, x
   float scale[3] = {1.0f, 1.0f, 1.0f};  // z, y, x
-  bool storedAsQuaternion = true;       // which form goes back to an entity
+  bool storedAsQuaternion = true;       // which form is written back to an entity
   bool eulerValid = true;
   EulerRotation rotation;
 };

@@ -1,4 +1,4 @@
-// Life of culling objects, and the calls that test them.
+// Creation and release of culling objects, and the culling calls.
 #include "Engine/Culling/ComponentSystem.h"
 
 #include "Engine/Entity/EngineCore.h"
@@ -8,7 +8,7 @@ namespace nq::engine {
 
 namespace {
 
-// Four objects of a list, side by side.
+// Four objects of a list, for one SIMD test.
 struct ListGroup {
   float x[Culler::kGroup];
   float y[Culler::kGroup];

@@ -15,8 +15,7 @@ namespace nq::engine {
 
 class EngineCore;
 
-// Owns all culling objects of one engine and answers what a camera sees of them. Script thread
-// only.
+// Owns all culling objects of one engine and finds those that a camera sees. Script thread only.
 class ComponentSystem {
  public:
   explicit ComponentSystem(EngineCore* core);
@@ -24,10 +23,10 @@ class ComponentSystem {
   ComponentSystem(const ComponentSystem&) = delete;
   ComponentSystem& operator=(const ComponentSystem&) = delete;
 
-  // A new batch of objects, all disabled. All zero for a count of 0 and when no handle is left.
+  // A new batch of objects, all disabled. All zero for a count of 0 or if no handle is left.
   NativeValueInfo CreateCullingComponent(uint32_t count);
 
-  // Releases the whole batch of `handle`. May end the core and this system with it.
+  // Releases the whole batch of `handle`. May destroy the core and this system with it.
   void ReleaseCullingComponent(uint32_t handle) { cullingComponents.Release(handle); }
 
   // The batch of `handle`, or null. Not owned.
@@ -35,15 +34,15 @@ class ComponentSystem {
     return cullingComponents.Find(handle);
   }
 
-  // What the camera sees of the objects in `list`, or of all if it is null, sorted by depth. The
-  // result is this system's, and valid until the next call.
+  // The objects that the camera sees, of those in `list`, or of all if it is null, sorted by depth.
+  // The result is owned by this system, and valid until the next call.
   const CullResult& CullWithFrustum(uint32_t mask, const CameraPose& pose,
                                     const PerspectiveLens& lens, const uint32_t* list,
                                     uint32_t listCount);
   const CullResult& CullOrtho(uint32_t mask, const CameraPose& pose, const OrthographicLens& lens,
                               const uint32_t* list, uint32_t listCount);
 
-  EngineCore* const core;  // not counted
+  EngineCore* const core;  // not reference-counted
 
  private:
   const CullResult& TestAndSortObjects(const ViewVolume& view, uint32_t mask, const uint32_t* list,
@@ -54,7 +53,7 @@ class ComponentSystem {
   HandlerAllocator<CullingComponentValue> cullingComponents;
   Culler culler;
   CullResult result;
-  uint32_t seenLeaveCount = 0;  // batches of entities that had been released by the last call
+  uint32_t seenLeaveCount = 0;  // LeaveCount of the entities' TransformTree at the last call
 };
 
 }  // namespace nq::engine

@@ -1,4 +1,4 @@
-// What a culling call answers.
+// The result of a culling call.
 #ifndef NQ_ENGINE_CULLING_CULLRESULT_H_
 #define NQ_ENGINE_CULLING_CULLRESULT_H_
 

@@ -1,4 +1,4 @@
-// Spheres against planes, and the order of what is visible.
+// Sphere against plane tests, and the depth sort of visible objects.
 #include "Engine/Culling/Culler.h"
 
 #include <algorithm>
@@ -17,11 +17,11 @@ constexpr size_t kMinRadixSort = 256;
 
 constexpr size_t kMinVisibleCapacity = 1024;
 
-// The key's 32 bits in three digits.
+// The 32 bits of the key are sorted in three digits.
 constexpr int kDigits = 3;
 constexpr int kDigitBits = 11;
 constexpr uint32_t kBuckets = 1u << kDigitBits;
-constexpr int kKeyShift = 32;  // of the key within a Visible
+constexpr int kKeyShift = 32;  // position of the key within a Visible
 
 float DepthOfKey(uint32_t key) {
   const uint32_t bits = (key & kSignBit) != 0 ? key & ~kSignBit : ~key;
@@ -66,12 +66,12 @@ void Culler::TestGroup(const float* x, const float* y, const float* z, const flo
   depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cx, eye.x.Load()), backward.x.Load()));
   depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cz, eye.z.Load()), backward.z.Load()));
   _mm_storeu_ps(depths, depth);
-  // Every lane is stored, only visible ones are counted: no branch that depends on what is seen.
+  // Branchless: every lane is stored, and only visible ones advance the count.
   if (visible.size() < used + kGroup) {
     visible.resize(2 * visible.size() + kMinVisibleCapacity);
   }
-  // The keys sort as the depths do: all bits of negative ones flip, of the rest the sign alone;
-  // not-a-numbers, of either sign, get all bits and so come last.
+  // Keys sort as depths do: all bits of negative depths are flipped, of others only the sign bit.
+  // NaNs of either sign get all bits set and so come last.
   const __m128i bits = _mm_castps_si128(depth);
   const __m128i flip =
       _mm_or_si128(_mm_srai_epi32(bits, 31), _mm_set1_epi32(static_cast<int>(kSignBit)));
@@ -98,7 +98,7 @@ void Culler::Sort() {
   }
 }
 
-// Least significant digit first, by counting.
+// LSD radix sort: counting sort by each digit, least significant first.
 void Culler::RadixSort() {
   uint32_t starts[kDigits][kBuckets] = {};
   const auto digit = [](Visible entry, int d) {
@@ -111,7 +111,7 @@ void Culler::RadixSort() {
   }
   spare.resize(visible.size());
   for (int d = 0; d < kDigits; ++d) {
-    // Nothing to do where all share one digit, as the top bits of depths often do.
+    // The pass is a no-op if all keys share the digit, as the top bits of depths often do.
     if (starts[d][digit(visible[0], d)] == visible.size()) {
       continue;
     }

@@ -11,34 +11,34 @@
 
 namespace nq::engine {
 
-// Takes spheres four at a time and gathers the visible ones; Finish sorts them. Keeps its working
-// memory from call to call. Script thread only.
+// Takes spheres four at a time and collects the visible ones; Finish sorts them. Reuses its working
+// memory between calls. Script thread only.
 class Culler {
  public:
   static constexpr uint32_t kGroup = 4;
 
   void Begin(const ViewVolume& view);
 
-  // Tests four spheres, those whose bit is set in `candidates`, in the order of the planes: a
-  // sphere is out where -radius is greater than normal . centre + d. One that touches a plane from
-  // outside stays in, and a plane of not-a-numbers rejects nothing. `handles` and `depths` are of
-  // the same four; the depths are written for all of them.
+  // Tests four spheres, those whose bit is set in `candidates`, against the planes in order: a
+  // sphere is outside if -radius is greater than normal . centre + d. A sphere that touches a plane
+  // from outside is inside, and a plane of NaNs rejects nothing. `handles` and `depths` are of the
+  // same four; the depths are written for all of them.
   void TestGroup(const float* x, const float* y, const float* z, const float* radius,
                  uint32_t candidates, const uint32_t* handles, float* depths);
 
-  // The visible objects by ascending depth, in `result`, with their hash. Depths that are no
-  // numbers come last.
+  // Stores the visible objects in `result`, by ascending depth, with their hash. NaN depths come
+  // last.
   void Finish(CullResult* result);
 
  private:
-  // Upper half: the depth as a number that sorts as the float does; lower half: the handle.
+  // Upper half: the depth as an integer that sorts like the float; lower half: the handle.
   typedef uint64_t Visible;
 
   void Sort();
   void RadixSort();
 
-  // A number of the view volume four times over: spreading it anew for each group would take longer
-  // than the test.
+  // A number of the view volume broadcast to four lanes: broadcasting it again for each group would
+  // take longer than the test.
   struct alignas(16) Lanes {
     Lanes() = default;
     explicit Lanes(float value) : lane{value, value, value, value} {}
@@ -56,7 +56,7 @@ class Culler {
   PlaneLanes planes[kViewPlaneCount];
   VectorLanes eye;
   VectorLanes backward;
-  size_t used = 0;  // entries of `visible` that count, until Finish
+  size_t used = 0;  // valid entries of `visible`, until Finish
   std::vector<Visible> visible;
   std::vector<Visible> spare;
 };

@@ -8,17 +8,17 @@ namespace nq::engine {
 
 namespace {
 
-// Objects whose matrices are fetched ahead of their use: in a scene that moves, every sphere needs
-// one.
+// Prefetch distance in objects: in a scene that moves, every sphere needs its entity's matrix.
 constexpr uint32_t kPrefetchObjects = 8;
 
-// Elements of an array of which groups of four can be read at its end.
+// The array size that lets groups of four be read at the end.
 uint32_t PaddedToFour(uint32_t count) {
   return (count + 3) / 4 * 4;
 }
 
-// The longest of the first three columns of a matrix, over all four of their elements. The root
-// comes last: it is exact to the last bit and rises with its operand, so the longest is the same.
+// The length of the longest of the first three columns of a matrix, over all four of their
+// elements. The square root is taken last: it is correctly rounded and monotonic, so the result is
+// the same.
 float LongestColumn(const float* m) {
   const __m128 c0 = _mm_loadu_ps(m);
   const __m128 c1 = _mm_loadu_ps(m + 4);

@@ -15,14 +15,14 @@ namespace nq::engine {
 
 class EngineCore;
 
-// What an object remembers of its entity.
+// An object's cached entity look-up.
 struct CullingEntityCache {
-  uint32_t seenEntityHandle;  // the record's handle when the entity was last looked up; 0 at first
-  uint32_t seenWorldVersion;  // the entity's world version at which the world sphere was computed
-  const uint32_t* worldVersion;  // the entity's; null unless a 3D entity was found and still lives
+  uint32_t seenEntityHandle;  // the record's handle at the last look-up; 0 at first
+  uint32_t seenWorldVersion;  // the entity's world version for which the world sphere was computed
+  const uint32_t* worldVersion;  // the entity's; null unless a living 3D one was found
 };
 
-// The world spheres of a batch, an array for each number, so that four are tested at a time. Zeros
+// The world spheres of a batch as a structure of arrays, so that four are tested at a time. Zeros
 // until first computed.
 struct WorldSpheres {
   AlignedArray<float> x;
@@ -31,18 +31,18 @@ struct WorldSpheres {
   AlignedArray<float> radius;
 };
 
-// 1 to 4095 culling objects. Script sees their records; the native side of each lies in arrays by
+// 1 to 4095 culling objects. The script sees their records; the native data is in arrays by
 // position. Script thread only.
 //
 // The entity of an object is looked up at the first use after the record's handle has changed, or
-// after the batch of the entity was released, and not again: an entity that comes into being later
-// under the same handle is not found.
+// after the entity's batch was released, and not again: an entity created later under the same
+// handle is not found.
 class CullingComponentValue final : public BlockValue {
  public:
   using BlockValue::BlockValue;
 
-  // Takes a block for `count` records, zeroed, so that all objects start disabled. Once. `count` is
-  // not 0.
+  // Allocates a zeroed block for `count` records, so that all objects start disabled. Called once.
+  // `count` is not 0.
   void* Allocate(uint32_t count) override;
 
   uint32_t Count() const { return count; }
@@ -50,9 +50,8 @@ class CullingComponentValue final : public BlockValue {
     return static_cast<const CullingRecord*>(block.pointer)[index];
   }
 
-  // True if the object takes part in a call with `mask`: it is enabled, its entity is a living 3D
-  // one, and the masks meet. Tested in this order: the entity of a disabled object is not looked
-  // up.
+  // True if the object takes part in a call with `mask`: it is enabled, its entity is alive and 3D,
+  // and the masks overlap. Tested in this order: the entity of a disabled object is not looked up.
   bool IsCandidate(uint32_t index, uint32_t mask, const TransformTree& tree) {
     const CullingRecord& record = Record(index);
     if (record.enabled == 0) {
@@ -66,8 +65,7 @@ class CullingComponentValue final : public BlockValue {
     return (record.mask & mask) != 0;
   }
 
-  // Computes the world sphere anew if the entity's world version is not the one last seen. For
-  // candidates.
+  // Recomputes the world sphere if the entity's world version has changed. For candidates.
   void UpdateWorldSphere(uint32_t index, const TransformTree& tree) {
     const CullingEntityCache& cache = caches[index];
     if (*cache.worldVersion != cache.seenWorldVersion) {
@@ -75,21 +73,20 @@ class CullingComponentValue final : public BlockValue {
     }
   }
 
-  // Lets go of entities whose batch has left the tree: they are looked up anew at the next use.
+  // Drops cached entities whose batch has left the tree: they are looked up again at the next use.
   void DropReleasedEntities(const TransformTree& tree);
 
   AlignedArray<CullingEntityCache> caches;
   WorldSpheres spheres;
   AlignedArray<float> depths;  // of the current call, where an object is visible
 
-  // What `caches` says of whether an entity was found: the generation of its batch, or one of the
-  // two.
+  // Whether `caches` holds an entity: the generation of its batch, or one of these two values.
   static constexpr uint32_t kNoEntity = 0;
   static constexpr uint32_t kReleasedEntity = 0xFFFFFFFFu;
   AlignedArray<uint32_t> generations;
 
  private:
-  // Looks the entity up where that is due. True if there is a living 3D one.
+  // Looks the entity up if necessary. True if there is a living 3D one.
   bool ResolveEntity(uint32_t index, const TransformTree& tree);
   void ComputeWorldSphere(uint32_t index, const TransformTree& tree);
 

@@ -6,8 +6,8 @@
 
 namespace nq::engine {
 
-// A point x is on the inner side where normal . x + d is positive; d = -(normal . point). Points
-// inward. Not normalised where the camera's axes are not.
+// A half-space: a point x is inside if normal . x + d is positive; d = -(normal . point). The
+// normal points inward. Not normalised if the camera's axes are not.
 struct CullPlane {
   Vector3 normal;
   Vector3 point;
@@ -17,7 +17,7 @@ struct CullPlane {
 constexpr int kViewPlaneCount = 6;
 
 // Near, far, top, bottom, left, right, in this order, with the camera's backward axis, from target
-// to eye, and its position: what depths are measured by.
+// to eye, and its position: depths are measured along that axis from there.
 struct ViewVolume {
   CullPlane planes[kViewPlaneCount];
   Vector3 backward;
@@ -31,7 +31,7 @@ struct CameraPose {
   Vector3 up;
 };
 
-// Vertical whole angle in radians, width over height, distances along the view.
+// Vertical field of view in radians, aspect ratio (width over height), distances along the view.
 struct PerspectiveLens {
   float fov;
   float aspect;
@@ -50,8 +50,8 @@ struct OrthographicLens {
   float far;
 };
 
-// There is no guard against an eye at its target, or numbers that are none: planes then hold
-// infinities or not-a-numbers, and such a plane rejects nothing.
+// Unguarded: if the eye is at its target, or numbers are NaN, planes hold infinities or NaNs, and
+// such a plane rejects nothing.
 ViewVolume PerspectiveVolume(const CameraPose& pose, const PerspectiveLens& lens);
 ViewVolume OrthographicVolume(const CameraPose& pose, const OrthographicLens& lens);
 

@@ -10,16 +10,16 @@
 
 namespace nq::engine {
 
-// Bytes of each of the two buffers that script fills for a frame.
+// Size in bytes of each of the two buffers that the script fills every frame.
 constexpr uint32_t kSharedListBytes = 49152;
 
-// Entries that fit behind the count word.
+// Number of entries after the count word.
 constexpr uint32_t kDirtyListCapacity = 12287;
 static_assert((kDirtyListCapacity + 1) * kWordBytes == kSharedListBytes, "count word and entries");
 
 // Word 0 is the count N, words 1 to N are handles, in order of appending. Duplicates are allowed.
-// Script appends entities whose records it wrote, native code those that it wrote itself; script
-// must never leave a larger count than the capacity, which is tested for equality only.
+// The script appends entities whose records it wrote, native code those that it wrote itself. The
+// script must never store a count above the capacity, which is tested for equality only.
 //
 // Thread safety: Append may run on several threads at once, under `dirtyLock`. Everything else runs
 // on the script thread while no workers are active, and takes no lock.
@@ -28,7 +28,7 @@ class DirtyEntityList {
   // `words` is the start of the shared block. Not owned.
   void Attach(void* words) { this->words = static_cast<uint8_t*>(words); }
 
-  // Appends a handle; a full list drops it without a word.
+  // Appends a handle; if the list is full, drops it silently.
   void Append(uint32_t handle) NQ_EXCLUDES(dirtyLock) {
     MutexLock lock(dirtyLock);
     const uint32_t count = Count();

@@ -1,5 +1,4 @@
-// Creation of systems on first use, and the forwards to them. The composition root of the native
-// side.
+// Lazy creation of the systems, and forwarding to them. The composition root of the native side.
 #include "Engine/Entity/EngineCore.h"
 
 #include "Common/Def/EngineRuntime.h"

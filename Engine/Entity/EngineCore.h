@@ -1,4 +1,4 @@
-// The one object that every script wrapper holds: the four systems, and the operations on them.
+// The object that every wrapper holds: the four systems, and the operations on them.
 #ifndef NQ_ENGINE_ENTITY_ENGINECORE_H_
 #define NQ_ENGINE_ENTITY_ENGINECORE_H_
 
@@ -21,9 +21,10 @@ struct OrthographicLens;
 struct PerspectiveLens;
 
 // Creates each system when it is first needed and forwards to it. Starts with one reference; every
-// wrapper and every value in a system's table holds a further one. Holds one on the runtime.
+// wrapper and every value in a system's table holds another one. Holds one on the runtime.
 //
-// The destructor deletes the systems in the order of the accessors below, then drops the runtime.
+// The destructor deletes the systems in the order of the accessors below, then drops its reference
+// on the runtime.
 //
 // Thread safety: script thread. Worker tasks may use the accessors of systems that exist already,
 // and the operations that say so.
@@ -39,12 +40,12 @@ class EngineCore final : public HandlerOwner {
   AnimationSystem* Animation();
   MatrixFlowSystem* MatrixFlow();
 
-  // Batches of 1 to 4095 entities. Any other count, also a negative one, gives all zero and touches
-  // no system.
+  // Batches of 1 to 4095 entities. Any other count, including a negative one, returns all zero and
+  // creates no system.
   NativeValueInfo CreateEntities2D(int32_t count);
   NativeValueInfo CreateEntities3D(int32_t count);
 
-  // Gives the entity of `handle` a name, which may be empty. Unknown handles are ignored.
+  // Sets the name of `handle`'s entity; it may be empty. Unknown handles are ignored.
   void SetEntityName(uint32_t handle, const std::string& name);
 
   // Releases the whole batch of `handle`.
@@ -54,25 +55,25 @@ class EngineCore final : public HandlerOwner {
   MemoryBlock DirtyEntitiesBlock();
   MemoryBlock EntityCommandsBlock();
 
-  // The step of a frame that turns script's numbers into world matrices.
+  // A frame's transform pass: computes world matrices from what the script wrote.
   void RefreshWorldTransform();
 
-  // The same for one entity, for native callers that need it at once.
+  // The same for one entity, for native callers that need its matrix at once.
   void RefreshEntity(uint32_t handle);
 
-  // Batches of 1 to 4095 culling objects; other counts as above.
+  // Batches of 1 to 4095 culling objects; other counts are handled as above.
   NativeValueInfo CreateCullingComponent(int32_t count);
   void ReleaseCullingComponent(uint32_t handle);
 
-  // What a camera sees of the objects whose layers meet `mask`: of those in `list`, `listCount`
-  // handles, or of all if `list` is null. Sorted by depth. Valid until the next of these calls.
+  // The objects that a camera sees, of those whose layers overlap `mask`: from `list`, `listCount`
+  // handles, or all if `list` is null. Sorted by depth. Valid until the next of these calls.
   const CullResult& CullWithFrustum(uint32_t mask, const CameraPose& pose,
                                     const PerspectiveLens& lens, const uint32_t* list,
                                     uint32_t listCount);
   const CullResult& CullOrtho(uint32_t mask, const CameraPose& pose, const OrthographicLens& lens,
                               const uint32_t* list, uint32_t listCount);
 
-  // Players of clips and skinning components. All zero for a count of 0.
+  // Animators and skinning components. All zero for a count of 0.
   NativeValueInfo CreateAnimatorComponent(uint32_t clipCount, uint32_t entityCount);
   void ReleaseAnimatorComponent(uint32_t handle);
   NativeValueInfo CreateSkinningMatrixComponent(uint32_t count);
@@ -99,7 +100,7 @@ class EngineCore final : public HandlerOwner {
   void ReleaseCommandBuffer(uint32_t handle);
   int32_t ExecuteCommandBuffer(uint32_t handle);
 
-  // One evaluation of a component. Also in worker tasks.
+  // Evaluates one component. Also callable in worker tasks.
   void UpdateAnimator(uint32_t handle);
   void UpdateAnimatorController(uint32_t handle);
   void UpdateSkinningMatrix(uint32_t handle);

@@ -1,4 +1,5 @@
-// Links, bindings and marks of entities. The passes over matrices are in WorldTransform.cpp.
+// Links, bone bindings and dirty marks of entities. The passes over matrices are in
+// WorldTransform.cpp.
 #include "Engine/Entity/Entity.h"
 
 #include <algorithm>
@@ -96,7 +97,7 @@ void Entity::RemoveFromParent() {
 void Entity::Reset() {
   UnbindFromBone();
   system->Passes().CountBound(-static_cast<int32_t>(boundEntities.size()));
-  // All at once: taking them out one by one moves the rest each time.
+  // All at once: erasing them one by one would be quadratic.
   for (Entity* bound : boundEntities) {
     bound->boundTo = nullptr;
   }
@@ -110,8 +111,8 @@ void Entity::Reset() {
 
 void Entity::ResetSubtree() {
   Reset();
-  // By a stack of its own, since trees may be as deep as there are entities, and a reset takes the
-  // link by which one could climb back.
+  // Iterative, with an explicit stack: trees may be as deep as there are entities. Climbing by
+  // parent links is not possible, since a reset clears them.
   std::vector<Entity*> path = {this};
   while (!path.empty()) {
     Entity* child = EntityOrNull(path.back()->lastChild);
@@ -130,7 +131,8 @@ void Entity::BindToBone(Entity* bone) {
   }
   UnbindFromBone();
   // Kept on purpose: only bindings are followed, so a cycle that closes through a parent link is
-  // not seen, and a refused binding leaves the entity without its old one.
+  // not detected, and a rejected binding also removes the old one. Programs rely on which bindings
+  // are accepted.
   const Entity* link = bone;
   do {
     if (link == this) {

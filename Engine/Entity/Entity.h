@@ -1,4 +1,4 @@
-// A node of the scene's transform tree: links, bone binding, marks and matrices.
+// A node of the transform tree: links, bone binding, dirty mark and matrices.
 #ifndef NQ_ENGINE_ENTITY_ENTITY_H_
 #define NQ_ENGINE_ENTITY_ENTITY_H_
 
@@ -14,7 +14,8 @@ namespace nq::engine {
 class Entity;
 class EntitySystem;
 
-// The children of an entity in the order that script set; a view, valid until a link changes.
+// The children of an entity in the order that the script set; a view, invalidated when a link
+// changes.
 class EntityChildren {
  public:
   class Iterator {
@@ -55,41 +56,42 @@ class EntityChildren {
   uint32_t count;
 };
 
-// Base of both kinds of entity. Records of a batch lie one behind the other at stable addresses;
-// the batch constructs and cleans them, nobody deletes one. What the per-frame passes touch lives
-// in the batch's arrays (TransformTree), and is reached here by accessors.
+// Base of both kinds of entity. Records of a batch are contiguous and their addresses stable; the
+// batch constructs and cleans them, nobody deletes one. The data that per-frame passes use is in
+// the batch's arrays (TransformTree), and accessors here read it.
 //
-// Invariants: an entity is among the children of its parent, once, or has no parent. `boundTo` is b
-// exactly when the entity is in `boundEntities` of b. Parent link and bone binding are independent.
-// A parent cycle is the caller's fault: walks that would never end because of one end the process
+// Invariants: an entity is among the children of its parent, exactly once, or has no parent.
+// `boundTo` is b exactly if the entity is in `boundEntities` of b. Parent link and bone binding are
+// independent. Parent cycles are a caller's error: walks that would loop forever end the process
 // with a report that names a handle.
 //
 // Thread safety: links, bindings and names change on the script thread only. UpdateLocalMatrix,
 // PropagateMarkDirty and UpdateTree may run on worker threads for disjoint trees.
 class Entity {
  public:
-  // The entity's place in `system`'s TransformTree exists already, with its kind, marked dirty.
+  // The entity's entry in `system`'s TransformTree must exist already, with its kind, marked dirty.
   Entity(EntitySystem* system, uint32_t handle);
   Entity(const Entity&) = delete;
   Entity& operator=(const Entity&) = delete;
 
-  // Traps: a batch cleans its records by Clean, and frees their memory as a whole.
+  // Never called; ends the process. A batch calls Clean on its records, and frees their memory as a
+  // whole.
   virtual ~Entity();
 
-  // Builds localMatrix from the shared record. Safe to run for the same entity on two threads at
-  // once.
+  // Builds localMatrix from the shared record. Two threads may run it for the same entity
+  // concurrently.
   virtual void UpdateLocalMatrix() = 0;
 
   // Copies worldMatrix to the shared record.
   virtual void PublishWorldMatrix() = 0;
 
-  // Makes bound entities follow this one, as a bone. Nothing for 2D entities.
+  // Updates the entities that are bound to this one as a bone. Does nothing for 2D entities.
   virtual void UpdateBoundEntities() {}
 
-  const uint32_t handle;               // key of the batch, or-ed with the position in it
-  EntitySystem* const system;          // not counted
+  const uint32_t handle;               // key of the batch, or-ed with the index in it
+  EntitySystem* const system;          // not reference-counted
   Entity* boundTo = nullptr;           // the bone this entity is bound to
-  std::vector<Entity*> boundEntities;  // bound to this one; ascending by address, each once
+  std::vector<Entity*> boundEntities;  // bound to this one; ascending by address, unique
   std::string name;
 
   bool isThreeD() const { return tree->Batch(handle).isThreeD; }
@@ -103,26 +105,26 @@ class Entity {
   bool active() const { return links().IsActive(); }
   uint8_t* sharedRecord() const;
 
-  // This entity's place in the tree. For the batch and the root list.
+  // This entity's links in the tree. For the batch and the root list.
   TransformLinks& links() const { return tree->Links(handle); }
 
-  // Makes `child` the last child. A child of this entity keeps its place; a child of another is
-  // taken from there first.
+  // Makes `child` the last child. If it is this entity's child already, it keeps its position; it
+  // is first removed from another parent.
   void AttachChild(Entity* child);
 
-  // Makes `child` the child at `index`, or the last if there are fewer. It is first taken from its
-  // parent, even if that is this entity: `index` counts without it.
+  // Makes `child` the child at `index`, or the last if there are fewer. It is first removed from
+  // its parent, even if that is this entity: `index` counts without it.
   void InsertChildAt(Entity* child, uint32_t index);
 
-  // Leaves the parent. Marks nothing dirty and leaves the root list alone: matrices stay as they
-  // are until something else changes them.
+  // Removes this entity from its parent. Neither marks anything dirty nor changes the root list:
+  // matrices stay as they are until something else changes them.
   void RemoveFromParent();
 
-  // Back to the state at creation, as far as links, mark, activity, world version and name go.
-  // Children, local version, root entries and shared record stay.
+  // Restores links, dirty mark, activity, world version and name to their values at creation.
+  // Children, local version, root entries and shared record are unchanged.
   void Reset();
 
-  // Reset of this entity and all below, children from last to first.
+  // Resets this entity and all descendants, children from last to first.
   void ResetSubtree();
 
   // Binds this entity to `bone`. If `bone` is bound, directly or not, to this entity, prints
@@ -131,18 +133,18 @@ class Entity {
   void BindToBone(Entity* bone);
   void UnbindFromBone();
 
-  // Marks this entity for recomputation, its ancestors as having work below and, if `deep`, all
+  // Marks this entity for recomputation, its ancestors as kDirtyBelow and, if `deep`, all
   // descendants for recomputation.
   void PropagateMarkDirty(bool deep);
 
-  // Marks all descendants, passing over what is marked already with all below it.
+  // Marks all descendants as kDirtySelf, skipping subtrees whose top is kDirtySelf already.
   void MarkSubtreeDirty();
 
-  // Marks nothing: what was marked below while this entity was inactive is reached again when
-  // something else leads a walk here.
+  // Marks nothing: marks set below while this entity was inactive are found when something else
+  // makes a walk visit it.
   void SetActive(bool value);
 
-  // As a command does it: marks this entity too. For an inactive one.
+  // Activates like a command: marks this entity too. For an inactive one.
   void Activate(bool deep);
 
   // Raises localVersion of this entity and all descendants by 1.
@@ -151,16 +153,16 @@ class Entity {
   // Recomputes what is marked at or below this entity. Inactive entities are not entered.
   void UpdateTree();
 
-  // Recomputes this entity and all below, but for inactive ones and what hangs below them.
+  // Recomputes this entity and all descendants, except inactive ones and their subtrees.
   void UpdateWorldSubtree();
 
-  // Brings this one entity up to date, with the chain of marked ancestors above it. Nothing happens
-  // if the entity, one of these ancestors, or the unmarked one that ends the chain is inactive.
+  // Updates this one entity, with the chain of marked ancestors above it. Does nothing if the
+  // entity, one of these ancestors, or the unmarked one that ends the chain is inactive.
   void RefreshChain();
 
-  // What the batch runs instead of a destructor: links of this entity end, children are left
-  // without a parent, memory of name, bindings and children is freed. Root entries are the batch's
-  // to remove.
+  // Called by the batch instead of a destructor: removes this entity's links, leaves its children
+  // without a parent, and frees the memory of name, bindings and children. The batch removes root
+  // entries.
   void Clean();
 
  protected:
@@ -171,7 +173,7 @@ class Entity {
     return other == 0 ? nullptr : tree->EntityOf(other);
   }
 
-  // Takes `child` out of this entity's list; puts it behind the last child, or ahead of `next`.
+  // Removes `child` from this entity's list; inserts it after the last child, or before `next`.
   void Unlink(Entity* child);
   void LinkLast(Entity* child);
   void LinkBefore(Entity* child, Entity* next);

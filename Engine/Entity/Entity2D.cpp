@@ -17,7 +17,7 @@ void Entity2D::PublishWorldMatrix() {
 void Entity2D::BuildLocalMatrix(const uint8_t* sharedRecord, float* local) {
   const Entity2DRecord* record = reinterpret_cast<const Entity2DRecord*>(sharedRecord);
   // Kept on purpose: the angle is negated first, so that a positive rotation turns from y towards
-  // x.
+  // x. Scenes are authored with this direction.
   SineCosine turn;
   sinCosTwoF(-record->rotation, -record->rotation, &turn, &turn);
   const auto [s, c] = turn;

@@ -1,4 +1,4 @@
-// A node of the transform tree in the plane.
+// A node of the transform tree in 2D.
 #ifndef NQ_ENGINE_ENTITY_ENTITY2D_H_
 #define NQ_ENGINE_ENTITY_ENTITY2D_H_
 
@@ -7,7 +7,7 @@
 
 namespace nq::engine {
 
-// An entity whose shared record is an Entity2DRecord. What is bound to it does not follow it.
+// An entity whose shared record is an Entity2DRecord. Entities bound to it do not follow it.
 class Entity2D final : public Entity {
  public:
   using Entity::Entity;
@@ -17,8 +17,8 @@ class Entity2D final : public Entity {
 
   Entity2DRecord* Record() const { return reinterpret_cast<Entity2DRecord*>(sharedRecord()); }
 
-  // The work of the virtual operations, for passes that know what they hold: `local` from the
-  // record, and `world` into it; 16 floats each.
+  // The non-virtual implementations, for passes that know the kind: `local` from the record, and
+  // `world` into it; 16 floats each.
   static void BuildLocalMatrix(const uint8_t* sharedRecord, float* local);
   static void PublishWorldMatrix(const float* world, uint8_t* sharedRecord);
 };

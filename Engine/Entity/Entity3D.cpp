@@ -1,4 +1,4 @@
-// Local matrices of 3D entities, and bones that others follow.
+// Local matrices of 3D entities, and bone binding.
 #include "Engine/Entity/Entity3D.h"
 
 #include <cmath>
@@ -17,14 +17,14 @@ namespace nq::engine {
 
 namespace {
 
-// A world scale of at most this much, on any axis, can't be divided out.
+// If the world scale is at most this on any axis, it can't be divided out.
 constexpr float kMinWorldScale = 1e-7f;
 
 using Store = void (*)(float* to, __m128 c0, __m128 c1, __m128 c2, __m128 c3);
 
-// Stores the matrix of a record in Euler mode by vectors, only where HasWideIntegers. All of it in
-// one function: code without these instructions could not take in a part. False, and nothing is
-// stored, where a sine or cosine has to be asked of the library.
+// Stores the matrix of a record in Euler mode by SIMD, only if HasWideIntegers. All of it is one
+// function: code without these instructions could not inline a part. False, and nothing is stored,
+// if a sine or cosine needs the math library.
 template <Store store>
 NQ_TARGET_AVX2 bool BuildByFour(const Entity3DRecord& record, float* local) {
   RotationColumns rotation;
@@ -36,7 +36,7 @@ NQ_TARGET_AVX2 bool BuildByFour(const Entity3DRecord& record, float* local) {
   return true;
 }
 
-// Inlined by order: a call would hand the columns over in memory.
+// Force-inlined: a call would pass the columns through memory.
 template <Store store>
 NQ_FORCE_INLINE void Build(const uint8_t* sharedRecord, float* local) {
   const Entity3DRecord& record = *reinterpret_cast<const Entity3DRecord*>(sharedRecord);
@@ -54,7 +54,7 @@ inline float ColumnLength(const float* column) {
   return sqrtF(column[0] * column[0] + column[1] * column[1] + column[2] * column[2]);
 }
 
-// What a world matrix says of position, scale and rotation.
+// A world matrix decomposed into position, scale and rotation.
 struct WorldTransformParts {
   float position[3];
   float scale[3];

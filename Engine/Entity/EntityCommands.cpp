@@ -13,7 +13,7 @@ void EntitySystem::RunEntityCommands(bool deep) {
   }
   StreamReader reader(entityCommandsBlock.pointer, entityCommandsBlock.size);
   reader.begin();
-  // Only the boundary between commands is tested: a truncated command takes the words behind the
+  // Only the boundary between commands is checked: a truncated command takes the words after the
   // limit as its operands.
   while (reader.checkRange(1, 1, 0) > 0) {
     switch (static_cast<EntityCommand>(reader.readU32())) {
@@ -74,8 +74,8 @@ void EntitySystem::RunEntityCommands(bool deep) {
         Deactivate(reader.readU32());
         break;
       default:
-        // Kept on purpose: commands carry no length, so the operands of an unknown one are taken as
-        // commands.
+        // Kept on purpose: commands carry no length, so the operands of an unknown command are read
+        // as commands. The command stream's results are fixed.
         break;
     }
   }

@@ -6,7 +6,7 @@
 
 namespace nq::engine {
 
-// A command is its number and its operands, all 32-bit words. Behind each, the operands.
+// A command is its number and its operands, all 32-bit words. The comments list the operands.
 enum class EntityCommand : uint32_t {
   kAddRoot = 1,              // handle
   kAddChild = 2,             // parent, child

@@ -1,4 +1,4 @@
-// Construction and end of a batch of entities.
+// Construction and destruction of a batch of entities.
 #include "Engine/Entity/EntityPool.h"
 
 #include <new>
@@ -18,7 +18,7 @@ void EntityPool::CreateEntities(EntitySystem* owningSystem, bool isThreeD, uint3
   arrays.entityStride = isThreeD ? sizeof(Entity3D) : sizeof(Entity2D);
   arrays.sharedRecords = static_cast<uint8_t*>(Allocate(count * arrays.sharedStride));
   arrays.links = links.Allocate(count);
-  // Matrices that nothing has computed yet read as zeros.
+  // Matrices that are not yet computed read as zeros.
   arrays.localMatrices = localMatrices.Allocate(count);
   arrays.worldMatrices = worldMatrices.Allocate(count);
   arrays.localVersions = localVersions.Allocate(count);

@@ -14,21 +14,21 @@ namespace nq::engine {
 class EntitySystem;
 
 // 1 to 4095 entities of one kind. Owns their records, their arrays in the transform tree and, as a
-// BlockValue, the block of shared records that script sees. Element i's handle is the batch's key
-// or-ed with i.
+// BlockValue, the block of shared records that the script sees. Element i's handle is the batch's
+// key or-ed with i.
 //
-// The destructor cleans the entities from the first to the last, takes them out of the root list,
-// frees the records, and gives the shared block back.
+// The destructor cleans the entities from the first to the last, removes them from the root list,
+// frees the records, and releases the shared block.
 class EntityPool final : public BlockValue {
  public:
   using BlockValue::BlockValue;
   ~EntityPool() override;
 
-  // Allocates the shared block and constructs the entities. Once, right after construction; `count`
-  // is not 0.
+  // Allocates the shared block and constructs the entities. Called once, right after construction;
+  // `count` is not 0.
   void CreateEntities(EntitySystem* system, bool isThreeD, uint32_t count);
 
-  // The entity at position `index`, which is below Count().
+  // The entity at `index`, which is below Count().
   Entity* table(uint32_t index) const { return arrays.EntityAt(index); }
 
   bool isThreeD() const { return arrays.isThreeD; }
@@ -36,9 +36,9 @@ class EntityPool final : public BlockValue {
 
  private:
   EntitySystem* system = nullptr;
-  TransformBatch arrays;  // the views on what follows that the tree has
+  TransformBatch arrays;  // the tree's pointers into the arrays below
 
-  // Freed from the last to the first.
+  // Destroyed from the last to the first.
   AlignedArray<TransformLinks> links;
   AlignedArray<TransformMatrix> localMatrices;
   AlignedArray<TransformMatrix> worldMatrices;

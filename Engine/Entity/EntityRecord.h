@@ -33,8 +33,8 @@ static_assert(offsetof(Entity2DRecord, position) == 4, "2D shared record");
 static_assert(offsetof(Entity2DRecord, scale) == 12, "2D shared record");
 static_assert(offsetof(Entity2DRecord, worldMatrix) == 20, "2D shared record");
 
-// Blocks start where the heap or a size class puts them, at a multiple of 16 at the least, and both
-// record sizes are multiples of 4: a record's floats are aligned.
+// The heap or a size class aligns blocks to at least 16 bytes, and both record sizes are multiples
+// of 4: a record's floats are aligned.
 static_assert(alignof(Entity3DRecord) == 4 && alignof(Entity2DRecord) == 4, "records of words");
 
 }  // namespace nq::engine

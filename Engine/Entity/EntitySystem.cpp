@@ -1,4 +1,4 @@
-// Life of batches, look-up, and link operations by handle.
+// Creation and release of batches, look-up, and link operations by handle.
 #include "Engine/Entity/EntitySystem.h"
 
 #include "Common/Def/EngineRuntime.h"
@@ -14,7 +14,7 @@ EntitySystem::EntitySystem(EngineCore* core)
       entityPools(core),
       dirtyEntitiesBlock(core->Runtime()->Allocate(kSharedListBytes)),
       entityCommandsBlock(core->Runtime()->Allocate(kSharedListBytes)) {
-  // After the blocks: the first use of the pool starts its threads.
+  // After the blocks are allocated: the first use of the pool starts its threads.
   worldTransform.UsePool(core->Runtime()->FirstPool());
   dirtyEntities.Attach(dirtyEntitiesBlock.pointer);
 }
@@ -39,7 +39,7 @@ NativeValueInfo EntitySystem::CreateEntities(bool isThreeD, uint32_t count) {
   return pool->Info();
 }
 
-// May release the core's last value, and end the core and this system with it.
+// May release the last value of the core, which destroys the core and this system.
 void EntitySystem::ReleaseEntities(uint32_t handle) {
   entityPools.Release(handle);
 }
@@ -71,7 +71,8 @@ void EntitySystem::AddChild(uint32_t parent, uint32_t child) {
   }
 }
 
-// Kept on purpose: unlike AddChild, this links entities of different kinds if told to.
+// Kept on purpose: unlike AddChild, this links entities of different kinds if asked to. Programs
+// rely on which links are accepted.
 void EntitySystem::InsertChild(uint32_t parent, uint32_t child, uint32_t index) {
   Entity* parentEntity = FindEntity(parent);
   Entity* childEntity = FindEntity(child);

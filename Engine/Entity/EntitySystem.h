@@ -1,4 +1,4 @@
-// Batches of entities, and the two buffers that script fills for a frame.
+// Batches of entities, and the two buffers that the script fills every frame.
 #ifndef NQ_ENGINE_ENTITY_ENTITYSYSTEM_H_
 #define NQ_ENGINE_ENTITY_ENTITYSYSTEM_H_
 
@@ -20,10 +20,10 @@ namespace nq::engine {
 class Entity;
 class EngineCore;
 
-// Owns all entities of one engine. Operations on handles ignore unknown ones, silently.
+// Owns all entities of one engine. Operations on handles silently ignore unknown ones.
 //
-// Thread safety: script thread, but for FindEntity and IsRoot, which worker tasks may call while
-// the script thread waits for them, and AppendDirtyEntity, which takes a lock.
+// Thread safety: script thread, except FindEntity and IsRoot, which worker tasks may call while the
+// script thread waits for them, and AppendDirtyEntity, which takes a lock.
 class EntitySystem {
  public:
   explicit EntitySystem(EngineCore* core);
@@ -31,11 +31,11 @@ class EntitySystem {
   EntitySystem(const EntitySystem&) = delete;
   EntitySystem& operator=(const EntitySystem&) = delete;
 
-  // A new batch; all zero for a count of 0 and when no handle is left. The shared block reads as
+  // A new batch; all zero for a count of 0 or if no handle is left. The shared block reads as
   // zeros: rotation 0, position 0, scale 0. New entities are not roots.
   NativeValueInfo CreateEntities(bool isThreeD, uint32_t count);
 
-  // Releases the whole batch of `handle`. May end the core and this system with it.
+  // Releases the whole batch of `handle`. May destroy the core and this system with it.
   void ReleaseEntities(uint32_t handle);
 
   // The entity of `handle`, or null: no such batch, or a position past its end. Not owned.
@@ -45,7 +45,7 @@ class EntitySystem {
 
   void SetEntityName(uint32_t handle, const std::string& name);
 
-  // True if the entity stands in the root list.
+  // True if the entity is in the root list.
   bool IsRoot(const Entity* entity) const;
 
   // The link operations of the command stream, with its checks. `deep` is as in RunEntityCommands.
@@ -59,30 +59,31 @@ class EntitySystem {
   void Activate(uint32_t handle, bool deep);
   void Deactivate(uint32_t handle);
 
-  // Runs the command stream in "entityCommands" and sets its length to 0. `deep` tells whether an
-  // activated entity marks its descendants too.
+  // Runs the command stream in "entityCommands" and sets its length to 0. `deep`: an activated
+  // entity marks its descendants too.
   void RunEntityCommands(bool deep);
 
-  // Lists an entity whose shared record native code wrote. Any thread.
+  // Appends an entity whose shared record native code wrote to the dirty list. Any thread.
   void AppendDirtyEntity(const Entity* entity);
 
   const MemoryBlock& DirtyEntitiesBlock() const { return dirtyEntitiesBlock; }
   const MemoryBlock& EntityCommandsBlock() const { return entityCommandsBlock; }
 
-  // The whole step of a frame: commands, local matrices of the dirty list, marks, and the world
-  // matrices of all that is marked below the roots. The list is emptied before the world pass; what
-  // that pass appends stays for the next frame.
+  // The transform pass of a frame: runs commands, builds local matrices of the dirty list, marks,
+  // and computes the world matrices of all that is marked below the roots. The list is cleared
+  // before the world pass; what that pass appends is for the next frame.
   void RefreshWorldTransform();
 
-  // --- For native callers only: no frame runs these, and nothing in script's reach. They are made
-  // of the parts of a frame, see WorldTransform.
+  // --- For native callers only: no frame runs these, and JavaScript can't reach them. They are
+  // made of the parts of a frame, see WorldTransform.
 
-  // RefreshWorldTransform for one entity and the marked ancestors above it. Nothing runs if there
+  // RefreshWorldTransform for one entity and the marked ancestors above it. Does nothing if there
   // is no such entity.
   void RefreshEntity(uint32_t handle);
 
-  // Builds the local matrices of the dirty list, on the workers from 8 entries per worker up, and
-  // raises local versions; for the entries start + 1 to start + count, local matrices alone.
+  // SyncLocalTransform builds the local matrices of the dirty list, on the workers from 8 entries
+  // per worker up, and raises local versions. SyncDirtyRange only builds the local matrices of the
+  // entries start + 1 to start + count.
   void SyncLocalTransform() { worldTransform.SyncLocalTransform(); }
   void SyncDirtyRange(uint32_t start, uint32_t count) {
     worldTransform.SyncDirtyRange(start, count);
@@ -91,7 +92,7 @@ class EntitySystem {
   // Marks the entities of the dirty list for the world pass.
   void MarkDirtyEntities(bool deep) { worldTransform.MarkDirtyEntities(deep); }
 
-  // Empties the dirty list, and asks whether it holds anything.
+  // Clears the dirty list, and returns whether it holds anything.
   void ClearDirtyEntities() { dirtyEntities.Clear(); }
   bool HasDirtyEntities() const { return dirtyEntities.NotEmpty(); }
 
@@ -104,13 +105,13 @@ class EntitySystem {
 
   TransformTree& Tree() { return tree; }
 
-  EngineCore* const core;  // not counted
+  EngineCore* const core;  // not reference-counted
 
  private:
   TransformTree tree;
   LocalVersions versions;
-  DirtyEntityList dirtyEntities;  // with `dirtyLock`
-  WorldTransform worldTransform;  // with the roots
+  DirtyEntityList dirtyEntities;  // holds `dirtyLock`
+  WorldTransform worldTransform;  // holds the roots
   HandlerAllocator<EntityPool> entityPools;
   MemoryBlock dirtyEntitiesBlock;
   MemoryBlock entityCommandsBlock;

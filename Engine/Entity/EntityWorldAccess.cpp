@@ -1,4 +1,4 @@
-// Reading and writing entities in world terms.
+// Reading and writing entities in world space.
 #include "Engine/Entity/EntityWorldAccess.h"
 
 #include <cstring>
@@ -13,8 +13,8 @@ namespace nq::engine {
 
 namespace {
 
-// The product of the scales of `entity` and all its ancestors, axis by axis, as the shared records
-// hold them now. A 2D ancestor's record is read at the same offsets, whatever stands there.
+// The product of the scales of `entity` and all its ancestors, per axis, as the shared records hold
+// them now. A 2D ancestor's record is read at the same offsets, whatever they hold.
 Vector3 AccumulatedScale(const Entity* entity) {
   const TransformTree& tree = entity->system->Tree();
   Vector3 product = {1.0f, 1.0f, 1.0f};
@@ -105,7 +105,8 @@ void EntityWorldAccess::setWorldPosition(float x, float y, float z, uint32_t han
   position[2] = z;
   const Entity* parent = entity->parent();
   if (parent != nullptr) {
-    // Kept on purpose: the parent's rotation and scale are not applied.
+    // Kept on purpose: the parent's rotation and scale are ignored; content relies on these
+    // positions.
     const float* m = parent->worldMatrix();
     position[0] = x - m[12];
     position[1] = y - m[13];
@@ -125,7 +126,8 @@ void EntityWorldAccess::setWorldRotation(float x, float y, float z, float w, uin
   Quaternion rotation = {x, y, z, w};
   const Entity* parent = entity->parent();
   if (parent != nullptr) {
-    // Kept on purpose: the parent's matrix is taken as it stands, scale included.
+    // Kept on purpose: scale is not removed from the parent's matrix; content relies on the
+    // results.
     rotation = Multiply(Conjugate(RotationOf(parent->worldMatrix())), rotation);
   }
   Entity3DRecord* record = entity->Record();

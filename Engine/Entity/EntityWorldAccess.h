@@ -1,4 +1,4 @@
-// The operations behind IEntity.
+// The implementation of IEntity.
 #ifndef NQ_ENGINE_ENTITY_ENTITYWORLDACCESS_H_
 #define NQ_ENGINE_ENTITY_ENTITYWORLDACCESS_H_
 
@@ -9,8 +9,8 @@ namespace nq::engine {
 class EngineCore;
 class Entity3D;
 
-// IEntity over the entities of one engine. Keeps the core by plain pointer: whoever holds this
-// holds the core.
+// IEntity over the entities of one engine. Keeps a plain pointer to the core: the owner of this
+// object holds a reference on it.
 class EntityWorldAccess final : public IEntity {
  public:
   explicit EntityWorldAccess(EngineCore* core) : core(core) {}

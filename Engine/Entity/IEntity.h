@@ -1,4 +1,4 @@
-// The world-space view on single entities, for peers of the binding layer.
+// World-space access to single entities, for peers of the binding layer.
 #ifndef NQ_ENGINE_ENTITY_IENTITY_H_
 #define NQ_ENGINE_ENTITY_IENTITY_H_
 
@@ -12,17 +12,17 @@ struct Quaternion {
   float x, y, z, w;
 };
 
-// All operations go by handle and work on 3D entities only: on others, and on unknown handles,
-// reads give the stated default and writes do nothing. Script thread only.
+// All operations take handles and work on 3D entities only. For others, and for unknown handles,
+// reads return the stated default and writes do nothing. Script thread only.
 class IEntity {
  public:
   virtual ~IEntity() = default;
 
-  // Rises whenever the entity or one above it was in the dirty list; 0 if there is none.
+  // Rises whenever the entity or one of its ancestors was in the dirty list; 0 if there is none.
   virtual uint32_t getEntityVersion(uint32_t handle) = 0;
 
-  // The name's characters, owned by the entity, valid until it is renamed or goes; null if there is
-  // none.
+  // The name's characters, owned by the entity, valid until it is renamed or released; null if
+  // there is none.
   virtual const char* getEntityName(uint32_t handle) = 0;
 
   // Translation of the world matrix as last computed; 0, 0, 0 if there is none.
@@ -32,14 +32,14 @@ class IEntity {
   // records of the entity and its ancestors hold now divided out; the identity if there is none.
   virtual Quaternion getWorldRotation(uint32_t handle) = 0;
 
-  // Writes the position into the shared record: as it stands without a parent, otherwise minus the
-  // parent's world position. If `immediately`, the entity is marked dirty and its local matrix
-  // built anew; otherwise script is left to list it as dirty.
+  // Writes the position to the shared record: unchanged without a parent, otherwise minus the
+  // parent's world position. If `immediately`, marks the entity dirty and rebuilds its local
+  // matrix; otherwise the script must append it to the dirty list.
   virtual void setWorldPosition(float x, float y, float z, uint32_t handle, bool immediately) = 0;
 
-  // Writes the rotation into the shared record, in quaternion mode: as it stands without a parent,
-  // otherwise the conjugate of the rotation of the parent's world matrix times it. `immediately` as
-  // above.
+  // Writes the rotation to the shared record, in quaternion mode: unchanged without a parent,
+  // otherwise multiplied from the left by the conjugate of the rotation of the parent's world
+  // matrix. `immediately` as above.
   virtual void setWorldRotation(float x, float y, float z, float w, uint32_t handle,
                                 bool immediately) = 0;
 

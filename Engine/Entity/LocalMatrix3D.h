@@ -1,4 +1,4 @@
-// The local matrix of a 3D entity, out of values that are in registers.
+// The local matrix of a 3D entity, from values in registers.
 #ifndef NQ_ENGINE_ENTITY_LOCALMATRIX3D_H_
 #define NQ_ENGINE_ENTITY_LOCALMATRIX3D_H_
 
@@ -12,18 +12,18 @@
 
 namespace nq::engine {
 
-// The first three columns of a matrix. What the fourth element of each holds does not matter.
+// The first three columns of a matrix. The fourth element of each is arbitrary.
 struct RotationColumns {
   __m128 c0, c1, c2;
 };
 
-// The rotation matrix of a quaternion x, y, z, w as it is stored, without normalising:
+// The rotation matrix of a quaternion x, y, z, w as stored, without normalising:
 //
 //   1 - 2(yy + zz)   2(xy - zw)       2(xz + yw)
 //   2(xy + zw)       1 - 2(xx + zz)   2(yz - xw)
 //   2(xz - yw)       2(yz + xw)       1 - 2(xx + yy)
 //
-// The diagonal, the three sums and the three differences each take one operation for all three.
+// The diagonal, the three sums and the three differences each take one SIMD operation.
 inline RotationColumns QuaternionColumns(__m128 xyzw) {
   const __m128 one = _mm_set1_ps(1.0f);
   const __m128 two = _mm_set1_ps(2.0f);
@@ -52,8 +52,8 @@ inline RotationColumns QuaternionColumns(__m128 xyzw) {
   return columns;
 }
 
-// Rx(x) * Ry(y) * Rz(z).
-// Kept on purpose: eulerToQuaternion composes the same angles as y, x, z, and scenes rely on both.
+// Rx(x) * Ry(y) * Rz(z). Kept on purpose: eulerToQuaternion composes the same angles as y, x, z,
+// and scenes rely on both.
 inline RotationColumns EulerColumns(const float* angles) {
   SineCosine ofX;
   SineCosine ofY;
@@ -70,9 +70,9 @@ inline RotationColumns EulerColumns(const float* angles) {
   return columns;
 }
 
-// The same bits with half the operations, only where HasWideIntegers; `angles` is four numbers, of
-// which the last does not matter. False, with nothing in `columns` to rely on, where an angle's
-// sine or cosine has to be asked of the library: EulerColumns then has the answer.
+// The same bits with half the operations, only if HasWideIntegers. `angles` is four numbers, of
+// which the last is ignored. False, with `columns` undefined, if an angle's sine or cosine needs
+// the math library: EulerColumns then gives the result.
 NQ_FORCE_INLINE NQ_TARGET_AVX2 bool EulerColumnsByFour(const float* angles,
                                                        RotationColumns* columns) {
   const __m128 firstThree = _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0));
@@ -89,8 +89,8 @@ NQ_FORCE_INLINE NQ_TARGET_AVX2 bool EulerColumnsByFour(const float* angles,
   const __m128 cy = _mm_shuffle_ps(cosines, cosines, _MM_SHUFFLE(1, 1, 1, 1));
   const __m128 cz = _mm_shuffle_ps(cosines, cosines, _MM_SHUFFLE(2, 2, 2, 2));
   const __m128 minusSz = _mm_xor_ps(sz, _mm_set1_ps(-0.0f));
-  // The second and third element of the first two columns are sums of two products. Adding in one
-  // and subtracting in the other gives the first column; with -sz for sz it gives the second.
+  // The second and third elements of the first two columns are sums of two products. Adding one and
+  // subtracting the other gives the first column; with -sz for sz it gives the second.
   const __m128 products = _mm_mul_ps(sySxCx, sy);  // - sx*sy cx*sy
   const __m128 left0 = _mm_mul_ps(cyCxSx, _mm_blend_ps(sz, cz, 1));
   const __m128 left1 = _mm_mul_ps(cyCxSx, _mm_blend_ps(cz, minusSz, 1));
@@ -101,7 +101,7 @@ NQ_FORCE_INLINE NQ_TARGET_AVX2 bool EulerColumnsByFour(const float* angles,
   return true;
 }
 
-// Position and scale of an entity, as they stand in its record: six numbers in a row.
+// Position and scale of an entity, as in its record: six consecutive numbers.
 struct PositionScale {
   __m128 positionScaleX;
   __m128 scaleYZ;  // in the lower two lanes

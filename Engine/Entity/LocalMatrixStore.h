@@ -1,4 +1,4 @@
-// The store of a finished local matrix.
+// Stores of a finished local matrix.
 #ifndef NQ_ENGINE_ENTITY_LOCALMATRIXSTORE_H_
 #define NQ_ENGINE_ENTITY_LOCALMATRIXSTORE_H_
 
@@ -23,7 +23,7 @@ inline void StoreColumn(float* to, __m128 column) {
 
 }  // namespace internal
 
-// For a matrix that one thread alone builds.
+// For a matrix that only one thread builds.
 inline void StoreOwnLocalMatrix(float* to, __m128 c0, __m128 c1, __m128 c2, __m128 c3) {
   _mm_storeu_ps(to, c0);
   _mm_storeu_ps(to + 4, c1);
@@ -31,8 +31,8 @@ inline void StoreOwnLocalMatrix(float* to, __m128 c0, __m128 c1, __m128 c2, __m1
   _mm_storeu_ps(to + 12, c3);
 }
 
-// Stores four columns at `to`, which is 8-aligned. An entity that stands twice in a long dirty list
-// may be built by two tasks at once: both store the same values, hence relaxed atomic stores.
+// Stores four columns at `to`, which is 8-byte aligned. Two tasks may build an entity concurrently
+// if a long dirty list holds it twice: both store the same values, hence relaxed atomic stores.
 inline void StoreLocalMatrix(float* to, __m128 c0, __m128 c1, __m128 c2, __m128 c3) {
   internal::StoreColumn(to, c0);
   internal::StoreColumn(to + 4, c1);

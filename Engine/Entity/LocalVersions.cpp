@@ -1,11 +1,11 @@
-// Spreading of noted version bumps down the tree.
+// Spreading of pending version bumps down the tree.
 #include "Engine/Entity/LocalVersions.h"
 
 namespace nq::engine {
 
 namespace {
 
-// Marks of a climb, in TransformLinks::climbed.
+// States of TransformLinks::climbed, the visit mark of a climb.
 constexpr uint8_t kNotClimbed = 0;
 constexpr uint8_t kClimbedBefore = 1;
 constexpr uint8_t kClimbing = 2;
@@ -21,8 +21,8 @@ void LocalVersions::Gather() {
   }
 }
 
-// Parents may form a cycle, and a bump of an entity on it reaches all that hangs on the cycle, each
-// entity once. So the cycle's bumps are gathered on one entity of it.
+// Parents may form a cycle, and a bump of an entity on it reaches all descendants of the cycle,
+// each entity once. So the cycle's bumps are summed up on one of its entities.
 void LocalVersions::GatherCycle(uint32_t onCycle) {
   uint32_t sum = 0;
   uint32_t handle = onCycle;
@@ -35,9 +35,9 @@ void LocalVersions::GatherCycle(uint32_t onCycle) {
   tree->Version(onCycle).pending = sum;
 }
 
-// The highest entity at or above `from` that has bumps, or one of the cycle that `from` hangs on.
-// Marks what it climbs, so that all climbs of one pass together visit an entity once: where an
-// earlier climb has passed and `from` is still unsettled, nothing is pending from there up.
+// The highest entity at or above `from` that has bumps, or one on the cycle above `from`. Marks
+// what it climbs, so that all climbs of one pass together visit an entity once: if an earlier climb
+// has passed and `from` is still unsettled, nothing is pending from there up.
 uint32_t LocalVersions::TopmostPending(uint32_t from) {
   uint32_t top = from;
   uint32_t handle = from;
@@ -60,8 +60,8 @@ uint32_t LocalVersions::TopmostPending(uint32_t from) {
 }
 
 // Adds to every entity at or below `top` the bumps between it and `top`, and clears them. Walks by
-// the links alone: trees may be as deep as there are entities. On a parent cycle the walk meets its
-// own top again, as a child, and passes over it.
+// links, without recursion: trees may be as deep as there are entities. On a parent cycle the walk
+// meets its own top again, as a child, and skips it.
 void LocalVersions::Spread(uint32_t top) {
   const auto passOverTop = [this, top](uint32_t handle) {
     return handle == top ? tree->Links(handle).nextSibling : handle;

@@ -1,4 +1,4 @@
-// Local versions of entities: who was touched, or stands below somebody who was.
+// Local versions of entities: counters of changes to an entity or one of its ancestors.
 #ifndef NQ_ENGINE_ENTITY_LOCALVERSIONS_H_
 #define NQ_ENGINE_ENTITY_LOCALVERSIONS_H_
 
@@ -9,20 +9,20 @@
 
 namespace nq::engine {
 
-// Each entry of the dirty list raises the local version of its entity and of all below it. A walk
-// of the subtree per entry would make a frame quadratic, so a bump is only counted here, and spread
-// when somebody asks for a version or the links are about to change. One pass then settles any
-// number of bumps, and visits an entity once.
+// Each entry of the dirty list raises the local version of its entity and of all its descendants.
+// Walking the subtree for each entry would make a frame quadratic. So a bump is only counted here,
+// and spread lazily: when a version is read or links are about to change. One pass then spreads any
+// number of bumps, and visits each entity once.
 //
-// Bumps are counted in a byte beside the links, which who bumps mostly marks too, so that they
-// touch no memory of their own; what does not fit goes to LocalVersion::pending.
+// Bumps are counted in a byte beside the links, which the caller mostly marks too, so that they
+// touch no cache line of their own; a count that overflows moves to LocalVersion::pending.
 //
 // Script thread only.
 class LocalVersions {
  public:
   explicit LocalVersions(const TransformTree* tree) : tree(tree) {}
 
-  // Raises the version of `handle`'s entity and of all below it by 1.
+  // Raises the version of `handle`'s entity and of all its descendants by 1.
   void Bump(uint32_t handle) {
     uint8_t& recent = tree->Links(handle).recentBumps;
     if (recent == 0 && tree->Version(handle).pending == 0) {
@@ -40,8 +40,8 @@ class LocalVersions {
     return tree->Version(handle).settled;
   }
 
-  // Spreads all bumps. Must be called before a link changes or an entity goes, since a bump is
-  // meant for the tree as it was.
+  // Spreads all bumps. Must be called before a link changes or an entity is released, since a bump
+  // refers to the tree as it was.
   void Settle() {
     if (!bumped.empty()) {
       SpreadAll();
@@ -49,7 +49,7 @@ class LocalVersions {
   }
 
  private:
-  // Where a count of recent bumps is back at 0.
+  // Where the byte of recent bumps wraps to 0.
   static constexpr uint32_t kRecentLimit = 256;
 
   void Gather();
@@ -59,7 +59,7 @@ class LocalVersions {
   void Spread(uint32_t top);
 
   const TransformTree* const tree;
-  std::vector<uint32_t> bumped;  // handles of entities with bumps to spread, each once
+  std::vector<uint32_t> bumped;  // handles of entities with pending bumps, unique
 };
 
 }  // namespace nq::engine

@@ -1,4 +1,4 @@
-// What the per-frame passes touch of entities, kept compact and apart from the rest.
+// The entity data that the per-frame passes use, kept compact and apart from the rest.
 #ifndef NQ_ENGINE_ENTITY_TRANSFORMTREE_H_
 #define NQ_ENGINE_ENTITY_TRANSFORMTREE_H_
 
@@ -13,23 +13,23 @@ namespace nq::engine {
 
 class Entity;
 
-// What a frame's passes know of an entity's world matrix.
+// The dirty state of an entity's world matrix.
 enum DirtyState : uint8_t {
-  kDirtyClean = 0,  // this entity and all below are up to date
-  kDirtyBelow = 1,  // this entity is up to date, something below is not
-  kDirtySelf = 2,   // this entity's world matrix and all below must be computed anew
+  kDirtyClean = 0,  // this entity and all descendants are up to date
+  kDirtyBelow = 1,  // this entity is up to date, some descendant is not
+  kDirtySelf = 2,   // this entity and all descendants must be recomputed
 };
 
-// Place of an entity in the tree, by handles; 0 for none. Children form a list in the order that
-// script set. Sixteen bytes, four to a cache line: walks and marks pass over many more entities
-// than they compute. A new entity is active, marked, and not a root.
+// The links of an entity in the tree, by handles; 0 for none. Children form a linked list in the
+// order that the script set. Sixteen bytes, four to a cache line: walks and marks visit many more
+// entities than they compute. A new entity is active, marked, and not a root.
 //
-// What decides which entities a world pass computes is private: TransformTree alone writes it, and
-// keeps its notes of marks (see there) with every write.
+// The fields that decide which entities a world pass computes are private: only TransformTree
+// writes them, and records with every write that there are marks (see there).
 //
-// Thread safety: links and flags change on the script thread only. `dirtyState` is marked by worker
-// tasks too, on ancestors that several tasks share, hence atomic; no other data is published by it,
-// so relaxed order is enough.
+// Thread safety: links and flags change on the script thread only. Worker tasks mark `dirtyState`
+// too, on ancestors that several tasks share, hence atomic; it publishes no other data, so relaxed
+// order is enough.
 struct TransformLinks {
   TransformLinks()
       : parent(0),
@@ -44,30 +44,30 @@ struct TransformLinks {
 
   uint8_t DirtyState() const { return dirtyState.load(std::memory_order_relaxed); }
   bool IsActive() const { return active != 0; }
-  bool IsRoot() const { return isRoot != 0; }  // in the root list at least once
+  bool IsRoot() const { return isRoot != 0; }  // at least once in the root list
 
   uint32_t parent;
   uint32_t firstChild;
   uint32_t nextSibling;
   uint8_t recentBumps;  // see LocalVersions
-  uint8_t climbed : 2;  // mark of the climb that spreads versions
+  uint8_t climbed : 2;  // visit mark, see LocalVersions.cpp
   uint8_t hasBoundEntities : 1;
 
  private:
   friend class TransformTree;
-  friend struct MarksForTests;  // puts entities into any state, for tests
+  friend struct MarksForTests;  // sets any state, for tests
 
   void SetDirtyState(uint8_t state) { dirtyState.store(state, std::memory_order_relaxed); }
 
-  // Marks a clean entity as having work below. False if it was marked already, as 1 or as 2: a mark
-  // of 2 that another task sets meanwhile is not lost.
+  // Marks a clean entity as kDirtyBelow. False if it was already marked, as kDirtyBelow or
+  // kDirtySelf. Never overwrites a kDirtySelf that another task sets meanwhile.
   bool MarkBelow() {
     uint8_t expected = kDirtyClean;
     return DirtyState() == kDirtyClean &&
            dirtyState.compare_exchange_strong(expected, kDirtyBelow, std::memory_order_relaxed);
   }
 
-  // The same in less time, while no other thread marks.
+  // The same but faster, while no other thread marks.
   bool MarkBelowAlone() {
     if (DirtyState() != kDirtyClean) {
       return false;
@@ -84,21 +84,20 @@ static_assert(sizeof(TransformLinks) == 16, "four to a cache line");
 
 // Column-major; zeros until first computed. Written by one task at a time.
 //
-// Local and world matrices are kept in arrays of their own: workers write the local ones, the
-// script thread the world ones, and processors fetch cache lines in pairs, so side by side each
-// write would take the other's line away.
+// Local and world matrices are in separate arrays to avoid false sharing: workers write the local
+// ones, the script thread the world ones, and CPUs prefetch cache lines in pairs.
 struct alignas(64) TransformMatrix {
   float m[16];
 };
 
-// Raised for an entity in the dirty list and all below it; see LocalVersions.
+// The local version of an entity; see LocalVersions.
 struct LocalVersion {
-  uint32_t settled;  // without the bumps that are not spread yet
-  uint32_t pending;  // bumps of this entity and all below it that are not spread yet
+  uint32_t settled;  // without pending bumps
+  uint32_t pending;  // bumps yet to be added to this entity and all descendants
 };
 
-// The arrays of one batch, indexed by the position in it. All null and `count` 0 where a slot holds
-// no batch.
+// The arrays of one batch, indexed by the position in it. All null and `count` 0 if a slot holds no
+// batch.
 struct TransformBatch {
   TransformLinks* links = nullptr;
   TransformMatrix* localMatrices = nullptr;
@@ -120,20 +119,20 @@ struct TransformBatch {
   }
 };
 
-// Which entity a report of a parent cycle names: the one that a walk started from, or the one that
+// Which entity a report of a parent cycle names: the one at which a walk started, or the one that
 // it had reached when it gave up.
 enum class CycleReport { kStart, kReached };
 
-// Ends the process with a report that names the entity of `handle`, which hangs on a parent cycle.
-// Defined in WorldTransform.cpp, the file that the failed assertion names.
+// Ends the process with a report that names the entity of `handle`, which is on or below a parent
+// cycle. Defined in WorldTransform.cpp, the file that the failed assertion names.
 [[noreturn]] void FailOnParentCycle(uint32_t handle);
 
-// The batches of an engine by slot. Owns nothing: batches enter and leave their arrays.
+// The batches of an engine by slot. Owns nothing: batches register and unregister their arrays.
 //
-// It alone writes marks. A frame with a short dirty list computes from the listed entities only, if
-// below the roots nothing is marked but by that list; otherwise it walks from the roots. So the
-// tree notes whether there may be other marks. Each operation that marks, or that brings marked
-// entities within reach of a walk, notes that itself: there is nothing that its caller has to add.
+// Only this class writes marks. A frame with a short dirty list computes from the listed entities
+// only, provided that all marks below the roots come from that list; otherwise it walks from the
+// roots. So the tree tracks whether there may be other marks. Each operation that marks, or that
+// makes marked entities reachable by a walk, records that itself: callers need not.
 class TransformTree {
  public:
   void Enter(uint32_t key, const TransformBatch& batch) {
@@ -154,11 +153,12 @@ class TransformTree {
     ++leaveCount;
   }
 
-  // Batches that have left so far. Who keeps pointers into batches looks at it before using them.
+  // Number of batches released so far. Holders of pointers into batches compare it before using
+  // them.
   uint32_t LeaveCount() const { return leaveCount; }
 
-  // Starts at 1 and rises when the batch of the handle's slot leaves. For handles of slots that
-  // have held a batch.
+  // Starts at 1 and is incremented when the batch of the handle's slot leaves. For handles of slots
+  // that have held a batch.
   uint32_t Generation(uint32_t handle) const { return generations[HandleSlot(handle)]; }
 
   // True if `handle` names an entity.
@@ -167,7 +167,7 @@ class TransformTree {
     return slot < batches.size() && HandleElement(handle) < batches[slot].count;
   }
 
-  // The batches by slot. Valid until a batch enters.
+  // The batches by slot. Valid until a batch is added.
   const TransformBatch* Table() const { return batches.data(); }
 
   // The batch of a handle's slot; an empty one if there is none.
@@ -176,7 +176,7 @@ class TransformTree {
     return slot < batches.size() ? batches[slot] : TransformBatch();
   }
 
-  // The rest is for handles that name an entity.
+  // The functions below require a handle that names an entity.
   const TransformBatch& Batch(uint32_t handle) const { return batches[HandleSlot(handle)]; }
   TransformLinks& Links(uint32_t handle) const {
     return Batch(handle).links[HandleElement(handle)];
@@ -197,7 +197,7 @@ class TransformTree {
 
   // Calls `visit` for the ancestors of `handle`'s entity, from its parent upwards, until `visit`
   // returns false. Returns the last for which it returned true; `handle` if there is none. A walk
-  // higher than there are entities runs around a parent cycle, and ends the process.
+  // longer than the number of entities is on a parent cycle, and ends the process.
   template <typename Visit>
   uint32_t WalkUp(uint32_t handle, CycleReport report, Visit visit) const {
     uint32_t reached = handle;
@@ -212,10 +212,10 @@ class TransformTree {
     return reached;
   }
 
-  // --- Marks that are made between the walks of frames, noted as other marks.
+  // --- Marks made between the walks of frames, recorded as other marks.
 
-  // Marks an entity for recomputation and its ancestors as having work below, up to the first that
-  // is marked already. Any thread.
+  // Marks an entity as kDirtySelf and its ancestors as kDirtyBelow, up to the first that is already
+  // marked. Any thread.
   void MarkDirty(uint32_t handle) {
     NoteOtherMarks();
     MarkAndClimb(
@@ -223,7 +223,7 @@ class TransformTree {
         [](TransformLinks* links, uint32_t) { return links->MarkBelow(); });
   }
 
-  // The same and, if `deep`, marks all descendants for recomputation.
+  // The same and, if `deep`, marks all descendants as kDirtySelf.
   void MarkDirty(uint32_t handle, bool deep) {
     MarkDirty(handle);
     if (deep) {
@@ -231,15 +231,15 @@ class TransformTree {
     }
   }
 
-  // Marks all descendants for recomputation, passing over what is marked already with all below it,
-  // and nothing above them. Below a clean entity a walk does not find such marks, until something
-  // else leads it there: from now on there may always be other marks. Script thread.
+  // Marks all descendants as kDirtySelf, skipping subtrees whose top is kDirtySelf, and no
+  // ancestor. Below a clean entity a walk does not find such marks until something else makes it
+  // visit them: from now on there may always be other marks. Script thread.
   void MarkOnlyBelow(uint32_t handle) {
     NoteLooseMarks();
     MarkDescendants(handle);
   }
 
-  // Back to marked and active, as a new entity is; ancestors are not marked. Script thread.
+  // Restores the state of a new entity: marked and active; ancestors are not marked. Script thread.
   void ResetMark(uint32_t handle) {
     NoteOtherMarks();
     TransformLinks& links = Links(handle);
@@ -247,14 +247,15 @@ class TransformTree {
     links.active = 1;
   }
 
-  // Lets walks enter an inactive entity again, and marks it as MarkDirty does. Script thread.
+  // Activates an inactive entity, so that walks enter it, and marks it like MarkDirty. Script
+  // thread.
   void Activate(uint32_t handle, bool deep) {
     Links(handle).active = 1;
     MarkDirty(handle, deep);
   }
 
-  // The same without a mark: what was marked below while the entity was inactive is reached when
-  // something else leads a walk there. Or keeps walks from entering. Script thread.
+  // Sets activity without a mark. Marks set below while the entity was inactive are found when
+  // something else makes a walk visit it. Walks do not enter an inactive entity. Script thread.
   void SetActive(uint32_t handle, bool value) {
     TransformLinks& links = Links(handle);
     if (value && !links.IsActive()) {
@@ -263,19 +264,20 @@ class TransformTree {
     links.active = value ? 1 : 0;
   }
 
-  // Says that a walk starts from the entity from now on. Script thread.
+  // Records that walks start from the entity from now on. Script thread.
   void MakeRoot(uint32_t handle) {
     NoteOtherMarks();
     Links(handle).isRoot = 1;
   }
 
-  // Marks the entities of a character one after the other, with one note for all. Any thread.
+  // Marks the entities of a character one by one, recording other marks once for all. Any thread.
   class Marker {
    public:
     explicit Marker(TransformTree* tree) : tree(tree) { tree->NoteOtherMarks(); }
 
-    // As MarkDirty. `batch` is the one at `slot`, which holds the entity at `index`. Of entities
-    // that go from top to bottom, each finds its parent marked, mostly in the same batch.
+    // Like MarkDirty. `batch` is the one at `slot`, which holds the entity at `index`. If entities
+    // are marked from top to bottom, each finds its parent already marked, mostly in the same
+    // batch.
     void Mark(const TransformBatch& batch, uint32_t slot, uint32_t index) const {
       TransformLinks* const links = batch.links;
       MarkAndClimb(
@@ -293,7 +295,7 @@ class TransformTree {
 
   // --- Marks of a frame's own passes, on the script thread while no other thread marks.
 
-  // As MarkDirty for an entity of the dirty list, but not noted as another mark. Appends the
+  // Like MarkDirty, for an entity of the dirty list, but not recorded as another mark. Appends the
   // ancestors that it marks to `path`, from the lowest to the highest.
   void MarkListed(uint32_t handle, std::vector<uint32_t>* path) {
     MarkAndClimb(
@@ -307,25 +309,26 @@ class TransformTree {
         });
   }
 
-  // A walk passes here and goes on, or a world matrix is computed and those of the children follow.
+  // For an entity that a walk passes through, or whose world matrix is computed together with those
+  // of its descendants.
   static void Clean(TransformLinks* links) { links->SetDirtyState(kDirtyClean); }
 
-  // A marked entity has been computed, while its children are still to be visited by a walk.
+  // For a marked entity that has been computed while a walk has yet to visit its children.
   static void LeaveMarkBelow(TransformLinks* links) { links->SetDirtyState(kDirtyBelow); }
 
-  // True if below the roots there may be other marks than those of MarkListed.
+  // True if below the roots there may be marks other than those of MarkListed.
   bool HasOtherMarks() const { return otherMarks.load(std::memory_order_relaxed); }
 
-  // After a walk over all that is marked below the roots. Script thread, while no tasks run.
+  // Call after a walk over all that is marked below the roots. Script thread, while no tasks run.
   void ForgetOtherMarks() { otherMarks.store(looseMarks, std::memory_order_relaxed); }
 
-  // Entities in all batches: no path through the tree is longer, unless parents form a cycle.
+  // Entities in all batches. No path in the tree is longer, unless parents form a cycle.
   size_t EntityCount() const { return entityCount; }
 
  private:
-  // Marks `links`' entity for recomputation and raises the marks of its ancestors, upwards until
-  // `raise(ancestor's links, ancestor)` returns false: that one is marked already. `linksOf` finds
-  // the links of an ancestor.
+  // Marks `links`' entity as kDirtySelf and raises the marks of its ancestors, upwards until
+  // `raise(ancestor's links, ancestor)` returns false because that one is already marked. `linksOf`
+  // finds the links of an ancestor.
   template <typename LinksOf, typename Raise>
   static void MarkAndClimb(TransformLinks* links, LinksOf linksOf, Raise raise) {
     links->SetDirtyState(kDirtySelf);
@@ -337,13 +340,13 @@ class TransformTree {
     }
   }
 
-  // Walks by the links alone: trees may be as deep as there are entities.
+  // Iterative, by links: trees may be as deep as there are entities.
   void MarkDescendants(uint32_t handle) {
     uint32_t current = handle;
     uint32_t depth = 0;
     uint32_t next = Links(handle).firstChild;
     for (;;) {
-      // `next` is what to look at: a first child one level below `current`, or a sibling.
+      // `next` is the entity to visit: a first child one level below `current`, or a sibling.
       while (next == 0) {
         if (depth == 0) {
           return;
@@ -365,13 +368,15 @@ class TransformTree {
   }
 
   void NoteOtherMarks() {
-    // Workers do so all at once, mostly after another has.
+    // Load first, to avoid contention: workers call this concurrently, mostly when it is set
+    // already.
     if (!otherMarks.load(std::memory_order_relaxed)) {
       otherMarks.store(true, std::memory_order_relaxed);
     }
   }
 
-  // For marks below an entity that is clean itself: they stay until something leads a walk there.
+  // For marks below an entity that is itself clean: they persist until something makes a walk visit
+  // them.
   void NoteLooseMarks() {
     looseMarks = true;
     NoteOtherMarks();

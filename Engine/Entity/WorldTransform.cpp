@@ -1,8 +1,8 @@
 // Walks over the tree, and the passes of a frame over the dirty list.
 //
-// Trees may be as deep as there are entities, so every walk goes by links and a count of levels,
-// never by recursion. Children are visited in list order, ahead of their parents' siblings: that
-// order is the order in which bound entities enter the dirty list.
+// Trees may be as deep as there are entities, so every walk follows links and counts levels, never
+// by recursion. Children are visited in list order, before their parents' siblings (preorder):
+// bound entities are appended to the dirty list in that order.
 #include "Engine/Entity/WorldTransform.h"
 
 #include <algorithm>
@@ -24,14 +24,14 @@ namespace nq::engine {
 
 namespace {
 
-// Entries of the dirty list that are fetched ahead of their use: records, links and matrices of a
-// large scene lie in memory that no cache holds, and a list names them in any order.
+// Prefetch distance in entries of the dirty list: the records, links and matrices of a large scene
+// are not in any cache, and a list names them in any order.
 constexpr uint32_t kPrefetchEntries = 24;
 
 // The same for world matrices, of which each entry takes more memory.
 constexpr uint32_t kPrefetchPaths = 8;
 
-// Frames with fewer entities than this for each listed one are walked from the roots.
+// If there are fewer entities than this per listed one, a frame walks from the roots.
 constexpr uint32_t kEntitiesPerListed = 8;
 
 void BuildLocalMatrix(const TransformBatch& batch, uint32_t index) {
@@ -43,7 +43,7 @@ void BuildLocalMatrix(const TransformBatch& batch, uint32_t index) {
   }
 }
 
-// Computes one world matrix and all that follows from it. `batches` is the tree's table.
+// Computes one world matrix, and publishes it. `batches` is the tree's table.
 inline void ComputeWorldMatrix(const TransformBatch* batches, uint32_t handle) {
   const TransformBatch& batch = batches[HandleSlot(handle)];
   const uint32_t index = HandleElement(handle);
@@ -68,7 +68,7 @@ inline void ComputeWorldMatrix(const TransformBatch* batches, uint32_t handle) {
   }
 }
 
-// Asks for the memory that ComputeWorldMatrix takes.
+// Prefetches the memory that ComputeWorldMatrix uses.
 void PrefetchWorldMatrix(const TransformTree& tree, uint32_t handle) {
   const TransformBatch& batch = tree.Batch(handle);
   const uint32_t index = HandleElement(handle);
@@ -79,14 +79,14 @@ void PrefetchWorldMatrix(const TransformTree& tree, uint32_t handle) {
   NQ_PREFETCH(batch.localMatrices[index].m);
   NQ_PREFETCH_FOR_WRITE(batch.worldMatrices[index].m);
   NQ_PREFETCH_FOR_WRITE(batch.worldVersions + index);
-  // Both ends of what is published, more or less: the matrix is the second half of a record.
+  // Approximately both ends of the published matrix, which is the second half of a record.
   const uint8_t* record = batch.SharedRecord(index);
   NQ_PREFETCH_FOR_WRITE(record + batch.sharedStride / 2);
   NQ_PREFETCH_FOR_WRITE(record + batch.sharedStride - 1);
 }
 
-// Walks `top` and all below it in preorder. `visit` returns whether to go on to the children. A
-// walk deeper than there are entities runs around a parent cycle.
+// Walks `top` and all its descendants in preorder. `visit` returns whether to descend to the
+// children. A walk deeper than the number of entities is on a parent cycle.
 template <typename Visit>
 inline void WalkSubtree(const TransformTree& tree, uint32_t top, Visit visit) {
   const TransformBatch* const batches = tree.Table();
@@ -114,8 +114,8 @@ inline void WalkSubtree(const TransformTree& tree, uint32_t top, Visit visit) {
     if (depth == 0) {
       return;
     }
-    // Siblings mostly stand side by side. Told apart from the rest, that case is predicted, and the
-    // next links are fetched without waiting for these.
+    // Siblings are mostly adjacent. As a separate branch, that case is predicted, so loading the
+    // next links does not wait for these.
     const uint32_t next = links->nextSibling;
     links = next == handle + 1 ? links + 1 : linksOf(next);
     handle = next;
@@ -185,7 +185,7 @@ void Entity::RefreshChain() {
     Entity* next = chain.back();
     chain.pop_back();
     next->UpdateLocalMatrix();
-    // Children are not touched here and are still to be visited by the next world pass.
+    // Children are not computed here; the next world pass still has to visit them.
     TransformTree::LeaveMarkBelow(&next->links());
     ComputeWorldMatrix(tree->Table(), next->handle);
   }
@@ -210,7 +210,7 @@ void WorldTransform::FreeRoots() {
   std::vector<Entity*>().swap(roots);
 }
 
-// --- What a frame runs
+// --- Run by frames
 
 void WorldTransform::SyncAndMark() {
   keepsToPaths = MayKeepToPaths();
@@ -293,12 +293,12 @@ void WorldTransform::SyncDirtyRange(uint32_t start, uint32_t count) {
   }
 }
 
-// Where few of many entities have changed, most of a walk from the roots is passing over clean
-// siblings. It can be left out if all marks come from the list: then each marked path ends at a
-// listed entity, and computing from the topmost listed ones that are reached from a root, in any
-// order, gives what the walk gives. Not so
-// - while entities are bound, since the walk's order is that in which they enter the dirty list;
-// - where a root stands under a parent, since walks from two roots then meet.
+// If few of many entities have changed, a walk from the roots spends most of its time skipping
+// clean siblings. It can be left out if all marks come from the list: then each marked path ends at
+// a listed entity, and computing from the topmost listed ones that are reached from a root, in any
+// order, gives the same results. Not so
+// - while entities are bound, since they are appended to the dirty list in the order of the walk;
+// - if a root has a parent, since walks from two roots then meet.
 // And walks from inactive roots end at once.
 bool WorldTransform::MayKeepToPaths() const {
   return dirtyEntities->Count() <= tree->EntityCount() / kEntitiesPerListed && rootsStandAlone &&
@@ -306,7 +306,7 @@ bool WorldTransform::MayKeepToPaths() const {
          std::any_of(roots.begin(), roots.end(), [](const Entity* root) { return root->active(); });
 }
 
-// Notes the ancestors that it marks: each after those above it, except for what was marked before.
+// Records the ancestors that it marks, each after those above it, except for those marked before.
 void WorldTransform::MarkPath(uint32_t handle) {
   const auto lowest = static_cast<std::ptrdiff_t>(paths.size());
   tree->MarkListed(handle, &paths);
@@ -323,7 +323,7 @@ void WorldTransform::UpdateRoots() {
 }
 
 void WorldTransform::UpdatePaths(uint32_t listed) {
-  // A parent that the walk would go through has been cleaned; any other is marked.
+  // A parent that the walk would pass through has been cleaned; any other is still marked.
   const auto isReached = [this](const TransformLinks& links) {
     return links.IsActive() &&
            (links.parent == 0 ? links.IsRoot()
@@ -350,7 +350,7 @@ void WorldTransform::UpdatePaths(uint32_t listed) {
   }
 }
 
-// --- What only native callers run
+// --- Run by native callers only
 
 void WorldTransform::RefreshEntity(Entity* entity) {
   SyncAnd([this](uint32_t handle) { tree->MarkDirty(handle, true); });

@@ -1,4 +1,4 @@
-// The passes that turn what script wrote into world matrices.
+// The transform passes: compute world matrices from what the script wrote.
 #ifndef NQ_ENGINE_ENTITY_WORLDTRANSFORM_H_
 #define NQ_ENGINE_ENTITY_WORLDTRANSFORM_H_
 
@@ -14,13 +14,13 @@ namespace nq::engine {
 class Entity;
 class WorkerPool;
 
-// Dirty entries per worker from which the local matrices of a frame are built in parallel.
+// Minimum of dirty entries per worker for building a frame's local matrices in parallel.
 constexpr uint32_t kMinDirtyEntriesPerWorker = 8;
 
-// Owns the root list and what the passes remember from one frame to the next; works on the tree,
-// the versions and the dirty list of its EntitySystem, which outlive it.
+// Owns the root list and the state that the passes keep from frame to frame. Works on the tree, the
+// versions and the dirty list of its EntitySystem, which outlive it.
 //
-// Thread safety: script thread, but for SyncDirtyRange.
+// Thread safety: script thread, except SyncDirtyRange.
 class WorldTransform {
  public:
   WorldTransform(TransformTree* tree, LocalVersions* versions, DirtyEntityList* dirtyEntities)
@@ -28,21 +28,22 @@ class WorldTransform {
   WorldTransform(const WorldTransform&) = delete;
   WorldTransform& operator=(const WorldTransform&) = delete;
 
-  // Sets the pool that long lists are spread over; before the first pass. Not owned.
+  // Sets the pool that long lists are distributed over; before the first pass. Not owned.
   void UsePool(WorkerPool* pool);
 
   // The roots, in order of addition; not unique: an entity that was added twice is walked twice.
   const std::vector<Entity*>& Roots() const { return roots; }
   void AddRoot(Entity* entity);
 
-  // Removes all entries of a batch whose records are about to go, or empties the list for good.
+  // Removes all entries of a batch whose records are about to be freed; or clears the list, at
+  // destruction.
   void RemoveRootsOfBatch(uint32_t key);
   void FreeRoots();
 
-  // Keeps count of the entities that are bound to a bone.
+  // Adds `change` to the number of entities that are bound to a bone.
   void CountBound(int32_t change) { boundCount += static_cast<uint32_t>(change); }
 
-  // --- What a frame runs after its commands.
+  // --- Run by a frame after its commands.
 
   void Refresh() {
     SyncAndMark();
@@ -53,23 +54,23 @@ class WorldTransform {
   // worker up. Meanwhile the script thread raises local versions and marks what is listed.
   void SyncAndMark();
 
-  // The second half: empties the list and computes all that is marked below the roots. What that
-  // appends to the list stays for the next frame.
+  // The second half: clears the list and computes all that is marked below the roots. Entries
+  // appended meanwhile are for the next frame.
   void ComputeMarked();
 
   // Builds the local matrices of the entries start + 1 to start + count. Any thread.
   void SyncDirtyRange(uint32_t start, uint32_t count);
 
-  // --- What only native callers run. No frame does, nothing in script's reach; made of the same
-  // parts.
+  // --- Run by native callers only: no frame runs these, and JavaScript can't reach them. Made of
+  // the same parts.
 
-  // Brings `entity` up to date with the marked ancestors above it; empties the list.
+  // Updates `entity` with the marked ancestors above it; clears the list.
   void RefreshEntity(Entity* entity);
 
   // SyncAndMark without the marks.
   void SyncLocalTransform();
 
-  // Marks the entities of the dirty list. A frame may follow with the same list or another.
+  // Marks the entities of the dirty list. A frame with the same list or another may follow.
   void MarkDirtyEntities(bool deep);
 
  private:
@@ -96,7 +97,7 @@ class WorldTransform {
   bool rootsStandAlone = false;  // none had a parent at the last walk from the roots
   uint32_t boundCount = 0;       // entities that are bound to a bone
 
-  // Of the frame at hand.
+  // State of the current frame.
   bool keepsToPaths = false;
   std::vector<uint32_t> paths;  // ancestors that MarkPath has marked
 };

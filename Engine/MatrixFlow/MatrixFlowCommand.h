@@ -1,9 +1,9 @@
 // The commands of MatrixFlow: arithmetic on numbers in shared memory.
 //
-// A command is its type and the operand words of its shape, 32 bits each. An operand is two words:
-// the memoryID of a block and a byte offset into it, which need not be aligned. D is a destination,
-// S a source, A and B are inputs, R is the result; they stand in the order in which they are named.
-// Vectors are consecutive floats, matrices column-major.
+// A command is its type and its operand words, 32 bits each. An operand is two words: the memoryID
+// of a block and a byte offset into it, which need not be aligned. D is a destination, S a source,
+// A and B are inputs, R is the result; each comment lists them in stream order. Vectors are
+// consecutive floats, matrices column-major.
 #ifndef NQ_ENGINE_MATRIXFLOW_MATRIXFLOWCOMMAND_H_
 #define NQ_ENGINE_MATRIXFLOW_MATRIXFLOWCOMMAND_H_
 
@@ -11,7 +11,7 @@
 
 namespace nq::engine {
 
-// Families go by thousands, one for each shape of value. Any other number is unknown.
+// Numbers go by thousands: one for each type of value. Any other number is unknown.
 enum class MatrixFlowCommand : int32_t {
   kCall = 1,  // handle word: runs another command buffer
 
@@ -21,13 +21,13 @@ enum class MatrixFlowCommand : int32_t {
   kScalarMul = 1003,   // A, B, R: R = A * B
   kScalarDiv = 1004,   // A, B, R: R = A / B, but code 5 for a B below the smallest normal float
 
-  kVector2Copy = 2000,  // D, S; kept on purpose: each proves 4 bytes and 8 are moved
+  kVector2Copy = 2000,  // D, S; kept on purpose: each is checked for 4 bytes and 8 are copied
   kVector2Add = 2001,   // A, B, R, here and below by component
   kVector2Sub = 2002,
   kVector2Mul = 2003,
   kVector2Div = 2004,
 
-  kVector3Copy = 3000,  // D, S; kept on purpose: each proves 4 bytes and 12 are moved
+  kVector3Copy = 3000,  // D, S; kept on purpose: each is checked for 4 bytes and 12 are copied
   kVector3Add = 3001,
   kVector3Sub = 3002,
   kVector3Mul = 3003,
@@ -53,10 +53,10 @@ enum class MatrixFlowCommand : int32_t {
   kBulkCopy = 9000,  // word count N, D, S: 4 N bytes
 };
 
-// What a run of a command buffer returns.
+// The result codes of running a command buffer.
 enum MatrixFlowResult : int32_t {
   kMatrixFlowDone = 0,
-  kMatrixFlowNoBuffer = 1,  // the handle names none
+  kMatrixFlowNoBuffer = 1,  // there is no such handle
   kMatrixFlowCutOff = 2,    // the stream ends inside a command
   kMatrixFlowUnknownCommand = 3,
   kMatrixFlowOutOfBlock = 4,       // an operand does not fit its block, or there is no such block

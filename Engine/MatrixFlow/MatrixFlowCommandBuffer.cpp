@@ -1,4 +1,4 @@
-// Memory of command buffers.
+// Allocation and resizing of command buffers.
 #include "Engine/MatrixFlow/MatrixFlowCommandBuffer.h"
 
 #include <cstring>

@@ -10,20 +10,20 @@
 
 namespace nq::engine {
 
-// Its block holds a word that counts the bytes of the commands, and then the commands. Script
-// thread only.
+// Its block holds a word with the size of the commands in bytes, then the commands. Script thread
+// only.
 class MatrixFlowCommandBuffer final : public BlockValue {
  public:
   using BlockValue::BlockValue;
 
-  // Takes a zeroed block of `size` bytes, an empty stream, and a reader over it.
+  // Allocates a zeroed block of `size` bytes, an empty stream, and a reader over it.
   void* Allocate(uint32_t size) override;
 
-  // Makes room for `size` bytes. A buffer never shrinks; one that grows moves, with its content, to
-  // a block with a memoryID of its own.
+  // Grows the buffer to `size` bytes. A buffer never shrinks; one that grows moves, with its
+  // content, to a new block with a new memoryID.
   void Resize(uint32_t size);
 
-  // Over the block; made anew with it.
+  // Reads the block; replaced with it.
   std::unique_ptr<StreamReader> reader;
 };
 

@@ -1,4 +1,4 @@
-// MatrixFlowSystem::ExecuteCommandBuffer: the loop over a stream, operands, and all commands.
+// MatrixFlowSystem::ExecuteCommandBuffer: the interpreter loop, operands, and all commands.
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -18,7 +18,7 @@ namespace nq::engine {
 
 namespace {
 
-// Bytes of values.
+// Sizes of values in bytes.
 constexpr uint32_t kScalarBytes = 4;
 constexpr uint32_t kVector2Bytes = 8;
 constexpr uint32_t kVector3Bytes = 12;
@@ -26,7 +26,7 @@ constexpr uint32_t kVector4Bytes = 16;
 constexpr uint32_t kMatrix3Bytes = 36;
 constexpr uint32_t kMatrix4Bytes = 64;
 
-// Bytes of operand words, by shape.
+// Sizes of operand lists in bytes.
 constexpr int32_t kCallBytes = 4;
 constexpr int32_t kTwoOperandsBytes = 16;
 constexpr int32_t kBulkBytes = 20;
@@ -34,23 +34,23 @@ constexpr int32_t kThreeOperandsBytes = 24;
 
 constexpr uint32_t kMaxOperands = 3;
 
-// Bytes of a reference: memoryID and offset.
+// Size of a reference in bytes: memoryID and offset.
 constexpr uint32_t kReferenceBytes = 8;
 constexpr uint32_t kTypeBytes = 4;
 
-// Products between one and the one whose operands are asked for meanwhile.
+// Prefetch distance in products.
 constexpr uint32_t kFetchAhead = 12;
 
-// What stands behind a command's type: operands, resolved in the order in which they stand.
+// The resolved operands of a command, in stream order.
 struct Operands {
   uint8_t* bytes[kMaxOperands];
 };
 
-// Kept out of calls, so that a run's position stays in a register: each command would otherwise
-// wait for the last one's store of it.
+// Force-inlined, so that a run's position stays in a register: otherwise each command would wait
+// for the previous one's store of it.
 
-// A run over one stream. Holds the reader's position and limit while it works; Leave gives the
-// position back, Enter takes both anew.
+// A run over one stream. Caches the reader's position and limit; Leave writes the position back,
+// Enter reads both again.
 class Run {
  public:
   Run(const MemoryAllocator& memory, StreamReader* reader)
@@ -67,10 +67,10 @@ class Run {
   }
   NQ_FORCE_INLINE void Leave() { reader->SetPosition(position); }
 
-  // True if nothing is left. One byte is enough for a command to be read.
+  // True if no byte is left. A single byte is enough to start reading a command.
   NQ_FORCE_INLINE bool AtEnd() const { return Proven(position, 1) < 1; }
 
-  // A word, at the next multiple of 4.
+  // Reads a word, at the next multiple of 4.
   NQ_FORCE_INLINE uint32_t ReadWord() {
     position = AlignStreamPosition(position, 4);
     const uint32_t word = ReadUnaligned<uint32_t>(data + position);
@@ -78,7 +78,7 @@ class Run {
     return word;
   }
 
-  // False, with the report of it, if the stream ends ahead of `bytes` more.
+  // Returns false and reports it, if the stream ends before `bytes` more.
   NQ_FORCE_INLINE bool Prove(int32_t bytes) const {
     if (Proven(AlignStreamPosition(position, 4), bytes) >= 0) {
       return true;
@@ -87,8 +87,8 @@ class Run {
     return false;
   }
 
-  // Resolves operands that must hold `length` bytes each. Nothing has been read or written when
-  // this fails; the stream's position is then behind the operand at fault.
+  // Resolves operands that must hold `length` bytes each. On failure nothing has been read or
+  // written, and the stream's position is after the failed operand.
   template <uint32_t count>
   NQ_FORCE_INLINE int32_t Resolve(uint32_t length, Operands* operands) {
     static_assert(count == 2 || count == 3, "shapes of operands");
@@ -102,14 +102,14 @@ class Run {
     return kMatrixFlowDone;
   }
 
-  // The same, with the proof ahead of it that the words are there.
+  // The same, after checking that the words are there.
   template <uint32_t count>
   NQ_FORCE_INLINE int32_t Read(uint32_t length, Operands* operands) {
     constexpr int32_t kBytes = count == 2 ? kTwoOperandsBytes : kThreeOperandsBytes;
     return Prove(kBytes) ? Resolve<count>(length, operands) : kMatrixFlowCutOff;
   }
 
-  // D, S. Moves `bytes`, having proven `length`.
+  // D, S. Copies `bytes`, having checked `length`.
   template <uint32_t bytes>
   NQ_FORCE_INLINE int32_t Copy(uint32_t length) {
     Operands o;
@@ -120,7 +120,7 @@ class Run {
     return code;
   }
 
-  // A, B, R. All of the inputs is loaded before any of the result is stored.
+  // A, B, R. Loads all of the inputs before storing any of the result.
   template <uint32_t bytes, typename Operation>
   NQ_FORCE_INLINE int32_t ByComponent(Operation operation) {
     Operands o;
@@ -147,8 +147,8 @@ class Run {
     return kMatrixFlowDone;
   }
 
-  // Kept on purpose: not only numbers near 0 are refused, but all negative ones. One that is no
-  // number is not.
+  // Kept on purpose: all negative divisors are rejected, not only those near 0, but NaN is not.
+  // Streams rely on the result codes.
   NQ_FORCE_INLINE int32_t DivideScalars() {
     Operands o;
     const int32_t code = Read<3>(kScalarBytes, &o);
@@ -203,7 +203,9 @@ class Run {
   }
 
   // S, D.
-  // Kept on purpose: the inverse is thrown away, and D gets S; so it is not computed.
+  //
+  // Kept on purpose: D gets a copy of S; the inverse, being discarded, is not computed. Streams
+  // rely on the bytes.
   NQ_FORCE_INLINE int32_t InvertMatrix4() {
     Operands o;
     const int32_t code = Read<2>(kMatrix4Bytes, &o);
@@ -217,7 +219,7 @@ class Run {
     if (!Prove(kBulkBytes)) {
       return kMatrixFlowCutOff;
     }
-    // Kept on purpose: the product wraps as a 32-bit number does.
+    // Kept on purpose: the product wraps in 32 bits; streams rely on the result codes.
     const uint32_t bytes = ReadWord() * 4;
     Operands o;
     const int32_t code = Resolve<2>(bytes, &o);
@@ -228,8 +230,8 @@ class Run {
   }
 
  private:
-  // A block that the allocator's index gave. Its ID is wider than those of references, so that none
-  // of them equals that of a place where nothing was found yet.
+  // A cached result of the allocator's index. Its ID is wider than those of references, so that the
+  // initial one equals none of them.
   struct FoundBlock {
     uint64_t memoryID = uint64_t{1} << 32;
     uint32_t size = 0;
@@ -249,7 +251,7 @@ class Run {
       }
       block = {reference[0], other.size, static_cast<uint8_t*>(other.pointer)};
     }
-    // Kept on purpose: the sum wraps as a 32-bit number does.
+    // Kept on purpose: the sum wraps in 32 bits; streams rely on the result codes.
     if (block.size < reference[1] + length) {
       position += (place + 1) * kReferenceBytes;
       return false;
@@ -258,9 +260,8 @@ class Run {
     return true;
   }
 
-  // Asks for the memory of a command further on, should it have the same shape and blocks. This is
-  // a hint only, for which the words ahead need not mean anything yet: they are decoded when their
-  // turn comes.
+  // Prefetches the operands of a later command, assuming that it has the same shape and blocks.
+  // Only a hint: the words need not be valid yet, and are decoded when the command runs.
   NQ_FORCE_INLINE void FetchAhead() const {
     constexpr uint32_t kCommandBytes = kTypeBytes + kThreeOperandsBytes;
     constexpr uint32_t kOffsetAt = kTypeBytes + sizeof(uint32_t);
@@ -276,8 +277,8 @@ class Run {
     }
   }
 
-  // The first `bytes` of a vector; the rest is zero. Words are put together in registers: by way of
-  // memory, the load of the whole would wait for its parts.
+  // Loads the first `bytes` of a vector; the rest is zero. Words are combined in registers: through
+  // memory, the wide load would stall on store forwarding of its parts.
   template <uint32_t bytes>
   static __m128 Load(const uint8_t* from) {
     if constexpr (bytes == 16) {
@@ -312,7 +313,7 @@ class Run {
     std::memcpy(to, value, bytes);
   }
 
-  // Where `bytes` at `start` end, or -1 if that is beyond the limit. As StreamReader::checkRange:
+  // The end of `bytes` at `start`, or -1 if it is beyond the limit. Like StreamReader::checkRange:
   // positions compare as signed numbers, and the sum wraps.
   NQ_FORCE_INLINE int32_t Proven(uint32_t start, int32_t bytes) const {
     const int32_t end = static_cast<int32_t>(start + static_cast<uint32_t>(bytes));
@@ -323,15 +324,15 @@ class Run {
   StreamReader* const reader;
   const bool hasWideVectors;
 
-  // By place among a command's operands, the block that was found last: streams mostly go on in the
-  // same. No block comes or goes during a run. All start empty, for the stream's own block too: its
-  // ID may have left the index, and is then as unknown as any other.
+  // The block found last, for each operand position: consecutive commands mostly use the same. No
+  // block is allocated or released during a run. All start empty, even for the stream's own block:
+  // its ID may have left the index, and is then as unknown as any other.
   FoundBlock found[kMaxOperands];
 
   const uint8_t* data;  // the segment
   uint32_t position;
   int32_t limit;
-  int64_t fetchEnd;  // of the bytes that are there
+  int64_t fetchEnd;  // end of the bytes that prefetching may read
 };
 
 const auto kAdd = [](__m128 a, __m128 b) { return _mm_add_ps(a, b); };
@@ -357,7 +358,7 @@ int32_t MatrixFlowSystem::ExecuteCommandBuffer(uint32_t handle) {
         code = kMatrixFlowCutOff;
         if (run.Prove(kCallBytes)) {
           const uint32_t callee = run.ReadWord();
-          // A buffer that calls itself shares its reader with the run inside.
+          // A buffer that calls itself shares its reader with the nested run.
           run.Leave();
           code = ExecuteCommandBuffer(callee);
           run.Enter();

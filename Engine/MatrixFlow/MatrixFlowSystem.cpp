@@ -1,4 +1,4 @@
-// Life of command buffers.
+// Creation, resizing and release of command buffers.
 #include "Engine/MatrixFlow/MatrixFlowSystem.h"
 
 #include "Engine/Entity/EngineCore.h"

@@ -1,4 +1,4 @@
-// The system of command buffers of arithmetic over shared memory.
+// The system of MatrixFlow command buffers.
 #ifndef NQ_ENGINE_MATRIXFLOW_MATRIXFLOWSYSTEM_H_
 #define NQ_ENGINE_MATRIXFLOW_MATRIXFLOWSYSTEM_H_
 
@@ -20,7 +20,7 @@ class MatrixFlowSystem {
   MatrixFlowSystem(const MatrixFlowSystem&) = delete;
   MatrixFlowSystem& operator=(const MatrixFlowSystem&) = delete;
 
-  // An empty buffer; all zero for a size of 0 and when no handle is left.
+  // An empty buffer; all zero for a size of 0 or if no handle is left.
   NativeValueInfo CreateCommandBuffer(int32_t size);
 
   // See MatrixFlowCommandBuffer::Resize. All zero for an unknown handle.
@@ -28,17 +28,16 @@ class MatrixFlowSystem {
   void ReleaseCommandBuffer(uint32_t handle) { commandBuffers.Release(handle); }
 
   // Runs a buffer's commands and returns a MatrixFlowResult. The first command that fails ends the
-  // run, with what was done before it standing and its own target untouched. Prints
-  // "[NQ_WARN][MatrixFlow]: " and "Command buffer invalid, handler: %d\n", "Command buffer
-  // overflow\n" or "Memory Error (id, offset, len) not match" (without a line feed), or
-  // "[NQ_FATAL][MatrixFlow]: " and "Command type invalid, type: %d\n". A division by too small a
-  // number prints nothing.
+  // run; earlier results remain and its own target is untouched. Prints "[NQ_WARN][MatrixFlow]: "
+  // and "Command buffer invalid, handler: %d\n", "Command buffer overflow\n" or "Memory Error (id,
+  // offset, len) not match" (without a line feed), or "[NQ_FATAL][MatrixFlow]: " and "Command type
+  // invalid, type: %d\n". A division by too small a number prints nothing.
   //
-  // A buffer may write to any block, its own included: what it writes is what is read next.
-  // Nothing stops buffers that call each other in a circle but the end of the stack.
+  // A buffer may write to any block, including its own: later commands are read as written. Buffers
+  // that call each other recursively without end overflow the stack.
   int32_t ExecuteCommandBuffer(uint32_t handle);
 
-  EngineCore* const core;  // not counted
+  EngineCore* const core;  // not reference-counted
 
  private:
   HandlerAllocator<MatrixFlowCommandBuffer> commandBuffers;

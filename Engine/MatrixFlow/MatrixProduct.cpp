@@ -1,4 +1,4 @@
-// Products by one column of four floats, and by two at a time.
+// 4x4 products by SSE, one column of four floats at a time, and by AVX, two columns at a time.
 #include "Engine/MatrixFlow/MatrixProduct.h"
 
 #include "Common/Def/Platform.h"
@@ -12,7 +12,7 @@ const float* FloatsAt(const uint8_t* bytes) {
   return reinterpret_cast<const float*>(bytes);
 }
 
-// Two columns of a product; `a` holds each of its columns twice.
+// Two columns of a product; `a` holds each of its columns in both halves.
 NQ_FORCE_INLINE NQ_TARGET_AVX __m256 TwoColumns(const __m256* a, const uint8_t* right) {
   const __m256 b = _mm256_loadu_ps(FloatsAt(right));
   __m256 sum = _mm256_mul_ps(a[0], _mm256_permute_ps(b, _MM_SHUFFLE(0, 0, 0, 0)));

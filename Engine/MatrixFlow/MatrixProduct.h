@@ -1,4 +1,4 @@
-// Products of 4x4 matrices that lie anywhere, for processors with and without wide vectors.
+// Products of unaligned 4x4 matrices, for CPUs with and without AVX.
 #ifndef NQ_ENGINE_MATRIXFLOW_MATRIXPRODUCT_H_
 #define NQ_ENGINE_MATRIXFLOW_MATRIXPRODUCT_H_
 
@@ -14,7 +14,7 @@ namespace nq::engine {
 // NaNs meet in an element: it is NaN then, with the payload of either.
 void MultiplyByColumns(const uint8_t* left, const uint8_t* right, uint8_t* out);
 
-// The same with half the operations, only where HasWideVectors.
+// The same with half the operations, only if HasWideVectors.
 void MultiplyByTwoColumns(const uint8_t* left, const uint8_t* right, uint8_t* out);
 
 }  // namespace nq::engine
