@@ -1,4 +1,4 @@
-// Heap memory at a wanted alignment, with the way back to the raw address stored ahead of it.
+// Aligned heap memory; the offset to the raw address is stored before the result.
 #include "Common/Def/AlignedAlloc.h"
 
 #include <cstdlib>
@@ -15,7 +15,7 @@ constexpr uint32_t kDistanceBytes = 4;
 
 void* AlignedAlloc(uint32_t alignment, uint32_t size) {
   const size_t step = alignment > kDistanceBytes ? alignment : kDistanceBytes;
-  // Summed in the host's width: a size close to 4 GiB must not wrap to a small block.
+  // Summed in size_t: a size close to 4 GiB must not wrap to a small block.
   char* raw = static_cast<char*>(std::malloc(step + size + kDistanceBytes));
   const uintptr_t start = reinterpret_cast<uintptr_t>(raw);
   const uintptr_t earliest = start + kDistanceBytes;

@@ -1,4 +1,4 @@
-// Heap memory at a wanted alignment.
+// Aligned heap memory.
 #ifndef NQ_COMMON_DEF_ALIGNEDALLOC_H_
 #define NQ_COMMON_DEF_ALIGNEDALLOC_H_
 
@@ -11,9 +11,9 @@
 
 namespace nq::engine {
 
-// Returns `size` bytes at a multiple of the larger of `alignment` and 4, uninitialised, from the
-// general heap. The distance from the raw address stands in the four bytes ahead of the result. The
-// heap's answer is used unchecked. Any thread.
+// Returns `size` bytes aligned to the larger of `alignment` and 4, uninitialised, from the general
+// heap. The four bytes before the result hold its distance from the raw address. The result of
+// malloc is not checked. Any thread.
 void* AlignedAlloc(uint32_t alignment, uint32_t size);
 
 // Frees what AlignedAlloc returned. `pointer` must not be null. Any thread.
@@ -21,13 +21,13 @@ void AlignedFree(void* pointer);
 
 constexpr size_t kCacheLineBytes = 64;
 
-// Returns `size` bytes at the start of a cache line, uninitialised, from the general heap, or null
-// where that has none. Any thread.
+// Returns `size` bytes aligned to a cache line, uninitialised, from the general heap, or null if it
+// is exhausted. Any thread.
 inline void* CacheLineAlloc(size_t size) {
 #if NQ_HAS_POSIX_MEMALIGN
   void* pointer = nullptr;
   const int unchecked = posix_memalign(&pointer, kCacheLineBytes, size);
-  static_cast<void>(unchecked);  // without memory the pointer stays null
+  static_cast<void>(unchecked);  // if out of memory, the pointer stays null
   return pointer;
 #else
   return ::operator new (size, std::align_val_t{kCacheLineBytes}, std::nothrow);

@@ -1,4 +1,4 @@
-// An array on cache lines, for the columns of a batch.
+// A cache-line aligned array, for the columns of a batch.
 #ifndef NQ_COMMON_DEF_ALIGNEDARRAY_H_
 #define NQ_COMMON_DEF_ALIGNEDARRAY_H_
 
@@ -11,8 +11,8 @@
 
 namespace nq::engine {
 
-// Owns the memory of `T`s that need no destructor; empty at first. The elements are bytes until the
-// owner stores or constructs values there, zero bytes from Allocate.
+// Owns the memory of `T`s that need no destructor; initially empty. The elements are raw bytes,
+// zeroed by Allocate, until the owner stores or constructs values there.
 template <typename T>
 class AlignedArray {
  public:
@@ -23,16 +23,16 @@ class AlignedArray {
   AlignedArray(const AlignedArray&) = delete;
   AlignedArray& operator=(const AlignedArray&) = delete;
 
-  // Frees what was there and takes `count` zeroed elements, the first at the start of a cache line.
-  // Returns it.
+  // Frees the old elements and allocates `count` zeroed elements, the first aligned to a cache
+  // line. Returns it.
   T* Allocate(uint32_t count) {
     T* const first = AllocateRaw(count, kCacheLineBytes);
-    // Elements that have constructors get them afterwards, from the owner.
+    // If T has constructors, the owner calls them afterwards.
     std::memset(static_cast<void*>(first), 0, size_t{count} * sizeof(T));
     return first;
   }
 
-  // The same uninitialised, and with the first element at a multiple of `alignment` bytes.
+  // The same uninitialised, and with the first element aligned to `alignment` bytes.
   T* AllocateRaw(uint32_t count, uint32_t alignment) {
     Free();
     elements = static_cast<T*>(AlignedAlloc(alignment, count * static_cast<uint32_t>(sizeof(T))));

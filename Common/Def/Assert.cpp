@@ -1,4 +1,4 @@
-// The end of a failed assertion.
+// How a failed assertion ends the process.
 #include "Common/Def/Assert.h"
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Assertions that stay on in released builds, and the end of the process that follows a failed one.
+// Assertions that stay on in release builds, and end the process when they fail.
 #ifndef NQ_COMMON_DEF_ASSERT_H_
 #define NQ_COMMON_DEF_ASSERT_H_
 
@@ -10,13 +10,13 @@ namespace nq::engine {
 
 }  // namespace nq::engine
 
-// Ends the process when `expression` is false. The text printed is the expression as it is written,
-// so the names in it are part of the message. `file` is the name by which users know the source:
-// path from the root, no extension.
+// Ends the process if `expression` is false. The message contains the expression as it is written,
+// so the names in it are part of the message. `file` is the source's name in the message: path from
+// the root, no extension.
 #define NQ_ASSERT(expression, file) \
   ((expression) ? static_cast<void>(0) : ::nq::engine::FailAssertion(#expression, file, __LINE__))
 
-// The same where the line that is reported is fixed.
+// The same with a fixed line number in the message.
 #define NQ_ASSERT_AT(expression, file, line) \
   ((expression) ? static_cast<void>(0) : ::nq::engine::FailAssertion(#expression, file, line))
 

@@ -1,4 +1,4 @@
-// Blocks by their numbers.
+// A table of blocks by memoryID.
 #ifndef NQ_COMMON_DEF_BLOCKTABLE_H_
 #define NQ_COMMON_DEF_BLOCKTABLE_H_
 
@@ -11,12 +11,12 @@
 
 namespace nq::engine {
 
-// A map from memoryID to block that is looked up in two loads. IDs only rise and are never used
-// again, so the table has pages: one that has been filled goes when its last block does. What stays
-// is 8 bytes for every 256 IDs that were ever given out.
+// A map from memoryID to block with a look-up of two loads. IDs only rise and are never reused, so
+// the table has pages: a full page is freed with its last block. What remains is 8 bytes for every
+// 256 IDs that were ever issued.
 class BlockTable {
  public:
-  // Enters a block under its memoryID.
+  // Inserts a block under its memoryID.
   void Enter(const MemoryBlock& block) {
     const size_t number = block.memoryID / kPageBlocks;
     if (number >= pages.size()) {

@@ -1,4 +1,4 @@
-// Which CPUs threads may run on, where the system lets a process choose; else how many there are.
+// CPU affinity where the system supports it; otherwise only the number of CPUs.
 #ifndef NQ_COMMON_DEF_CPUAFFINITY_H_
 #define NQ_COMMON_DEF_CPUAFFINITY_H_
 
@@ -14,13 +14,13 @@
 
 namespace nq::engine {
 
-// False where AllowedCpus counts the machine's CPUs, and threads can't be pinned.
+// If false, AllowedCpus counts the machine's CPUs, and threads can't be pinned.
 constexpr bool kHasCpuAffinity = NQ_HAS_CPU_AFFINITY != 0;
 
 #if NQ_HAS_CPU_AFFINITY
 
-// How many CPUs the calling thread may run on, and with it the threads that it starts: they inherit
-// its affinity mask. 0 if that is unknown. std::thread::hardware_concurrency would count the
+// The number of CPUs that the calling thread may run on, and so the threads that it starts: they
+// inherit its affinity mask. 0 if unknown. std::thread::hardware_concurrency would count the
 // machine's CPUs, whatever the mask.
 inline uint32_t AllowedCpus() {
   cpu_set_t cpus;
@@ -31,14 +31,14 @@ inline uint32_t AllowedCpus() {
   return static_cast<uint32_t>(CPU_COUNT(&cpus));
 }
 
-// The CPU that the calling thread runs on. -1 if that is unknown, or none that PinToCpu takes.
+// The CPU that the calling thread runs on. -1 if unknown, or not one that PinToCpu supports.
 inline int CurrentCpu() {
   const int cpu = sched_getcpu();
   return cpu < CPU_SETSIZE ? cpu : -1;
 }
 
-// Keeps `thread` on `cpu`, a result of CurrentCpu but -1. Where this is refused, the thread runs
-// anywhere, as before.
+// Pins `thread` to `cpu`, a result of CurrentCpu other than -1. If the system refuses, the thread
+// runs on any CPU, as before.
 inline void PinToCpu(std::thread* thread, int cpu) {
   cpu_set_t cpus;
   CPU_ZERO(&cpus);

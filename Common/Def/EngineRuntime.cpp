@@ -1,4 +1,4 @@
-// The runtime's forwards to its parts, object counts and shutdown.
+// Forwarding of the runtime to its parts, object counts and shutdown.
 #include "Common/Def/EngineRuntime.h"
 
 #include <algorithm>
@@ -9,7 +9,7 @@ EngineRuntime::EngineRuntime(MemoryAllocator* allocator)
     : state(new EngineRuntimeState(this, allocator)) {}
 
 EngineRuntime::~EngineRuntime() {
-  // `state` can be read until its destructor ends: values that are left give their blocks back
+  // `state` must stay readable until its destructor ends: remaining values release their blocks
   // through this object.
   delete state;
 }
@@ -19,7 +19,7 @@ MemoryBlock EngineRuntime::Allocate(uint32_t size) {
 }
 
 void EngineRuntime::Release(const MemoryBlock& block) {
-  // The allocator goes first when a runtime ends; blocks released after it went with its chunks.
+  // A runtime destroys its allocator first; blocks released afterwards were freed with its chunks.
   if (state->allocator != nullptr) {
     state->allocator->Release(block);
   }
@@ -47,7 +47,7 @@ NativeValueInfo EngineRuntime::CreateView(void* pointer, uint32_t offset, uint32
   }
   NativeValue* value = state->handlers.Allocate();
   if (value == nullptr) {
-    // The block's other owner still holds it, so this drops the reference and nothing else.
+    // Only drops a reference: the block's other owner still holds it.
     MemoryBlock retained;
     retained.pointer = pointer;
     state->allocator->Release(retained);
@@ -99,7 +99,7 @@ void EngineRuntime::Shutdown() {
   }
   disposed = true;
   StopPools();
-  // By index: a listener may add or remove listeners from within the call.
+  // By index: a listener may add or remove listeners during the call.
   for (size_t i = 0; i < listeners.size(); ++i) {
     if (listeners[i] != nullptr) {
       listeners[i]->OnShutdown();

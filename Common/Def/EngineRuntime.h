@@ -15,7 +15,7 @@
 
 namespace nq::engine {
 
-// Somebody who wants to know of a runtime's shutdown.
+// Is notified of a runtime's shutdown.
 class RuntimeListener {
  public:
   virtual ~RuntimeListener() = default;
@@ -24,15 +24,14 @@ class RuntimeListener {
   virtual void OnShutdown() = 0;
 };
 
-// Worker threads of the first pool, which serves batch updates and the local matrix step.
+// Worker threads of the first pool, which runs batch updates and the local matrix pass.
 constexpr uint32_t kFirstPoolThreads = 4;
 
 // Owns the allocator and the worker pools of one engine. Starts with one reference, the creator's.
-// The values in its own table each hold a further one, and so does an EngineCore.
+// Each value in its own table holds another one, and so does an EngineCore.
 //
-// Thread safety: everything here is called on the script thread. Worker threads may read what tasks
-// need while the script thread waits for them; Allocate, Release and Retain are safe from any
-// thread.
+// Thread safety: call everything on the script thread. Worker threads may read what tasks need
+// while the script thread waits for them; Allocate, Release and Retain are safe from any thread.
 class EngineRuntime final : public HandlerOwner {
  public:
   // Takes ownership of `allocator`.
@@ -41,19 +40,19 @@ class EngineRuntime final : public HandlerOwner {
 
   EngineRuntime* Runtime() override { return this; }
 
-  // Memory, forwarded to the allocator.
+  // Shared memory, forwarded to the allocator.
   MemoryBlock Allocate(uint32_t size);
   void Release(const MemoryBlock& block);
   MemoryBlock FindBlock(uint32_t memoryID) const;
   const MemoryAllocator& Memory() const { return *state->allocator; }
 
-  // A new value with a zeroed block of `size` bytes. All zero for a size of 0 and when no handle is
+  // A new value with a zeroed block of `size` bytes. All zero for a size of 0 or if no handle is
   // left.
   NativeValueInfo CreateValue(uint32_t size);
 
-  // A new value that shows `length` bytes at `offset` of the live block that starts at `pointer`,
-  // and keeps that block alive. Its memoryID is 0. All zero if no live block starts there, or when
-  // no handle is left. The range is not checked against the block.
+  // A new value that is a view of `length` bytes at `offset` of the live block that starts at
+  // `pointer`, and keeps that block alive. Its memoryID is 0. All zero if no live block starts
+  // there, or if no handle is left. The range is not checked against the block.
   NativeValueInfo CreateView(void* pointer, uint32_t offset, uint32_t length);
 
   // Releases the value; its destructor prints a line. Unknown handles are ignored.
@@ -70,7 +69,8 @@ class EngineRuntime final : public HandlerOwner {
   // Stops every pool that exists, in slot order.
   void StopPools();
 
-  // Stops the pools and tells every listener, in order of registration. Only the first call acts.
+  // Stops the pools and notifies every listener, in order of registration. Only the first call has
+  // an effect.
   void Shutdown();
   bool IsDisposed() const { return disposed; }
 
@@ -78,14 +78,14 @@ class EngineRuntime final : public HandlerOwner {
   void AddListener(RuntimeListener* listener);
   void RemoveListener(RuntimeListener* listener);
 
-  // Counting of script objects by class. Enabling clears the counts; disabling keeps them.
+  // Counting of JavaScript objects by class. Enabling clears the counts; disabling keeps them.
   void EnableObjectTracking();
   void DisableObjectTracking();
   bool TracksObjects() const { return trackObjects; }
   const std::map<std::string, int32_t>& ObjectCounts() const { return objectCounts; }
   void CountObject(const char* className);
 
-  // Takes 1 from the count of that name, if it stands at 1 or more.
+  // Decrements the count of that name if it is at least 1.
   void UncountObject(const char* className);
 
  private:

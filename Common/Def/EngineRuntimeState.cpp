@@ -1,4 +1,4 @@
-// The order in which a runtime's parts go.
+// The destruction order of a runtime's parts.
 #include "Common/Def/EngineRuntimeState.h"
 
 namespace nq::engine {

@@ -14,18 +14,19 @@ namespace nq::engine {
 
 constexpr uint32_t kPoolSlotCount = 3;
 
-// Owned by its EngineRuntime, not counted. Script thread only, but for the allocator's own rules.
+// Owned by its EngineRuntime, not reference-counted. Script thread only, except as the allocator
+// allows.
 struct EngineRuntimeState {
   // Takes ownership of `allocator`. Values in `handlers` hold references on `owner`.
   EngineRuntimeState(HandlerOwner* owner, MemoryAllocator* allocator);
 
-  // Destroys the allocator first, then the pools (each stopped and joined), then the values that
-  // are left, and at last the table.
+  // Destroys the allocator first, then the pools (each stopped and joined), then the remaining
+  // values, and last the table.
   ~EngineRuntimeState();
 
   std::unique_ptr<MemoryAllocator> allocator;
   HandlerAllocator<NativeValue> handlers;
-  std::unique_ptr<WorkerPool> pools[kPoolSlotCount];  // null until first needed
+  std::unique_ptr<WorkerPool> pools[kPoolSlotCount];  // null until first used
 };
 
 }  // namespace nq::engine

@@ -1,10 +1,10 @@
-// The floats of Trigonometry.h in less time, for the ranges that blending and angles need.
+// The results of Trigonometry.h, computed faster for the ranges that blending and angles need.
 //
-// A series in double precision gives the result with a relative error far below a float's. Where
-// both ends of that error round to the same float, the library's result, whose error is smaller
-// still, rounds to it as well; in the rare rest the library is asked (after Ziv, "Fast evaluation
-// of elementary mathematical functions with correctly rounded last bit", 1991). So every bit is as
-// it would be without this file.
+// A series in double precision approximates the result with a relative error far below a float's.
+// If both ends of that error interval round to the same float, the math library's result, whose
+// error is smaller still, rounds to it as well. In the rare other cases the library is called
+// (after Ziv, "Fast evaluation of elementary mathematical functions with correctly rounded last
+// bit", 1991). So the results are bit-identical to Trigonometry.h.
 #ifndef NQ_COMMON_DEF_FASTTRIGONOMETRY_H_
 #define NQ_COMMON_DEF_FASTTRIGONOMETRY_H_
 
@@ -19,10 +19,10 @@ namespace nq::engine {
 
 namespace internal {
 
-// A bound on the relative error of the series below, with room to spare: 2^-40.
+// A bound on the relative error of the series below, with a margin: 2^-40.
 constexpr double kSeriesError = 9.094947017729282e-13;
 
-// Magnitudes for which the sine's series is good for that.
+// Angles up to this magnitude keep the sine's series within that bound.
 constexpr float kMaxSeriesAngle = 1.6f;
 
 inline __m128d BothLanes(double value) {
@@ -33,7 +33,7 @@ inline __m128d Linear(double c0, double c1, __m128d z) {
   return _mm_add_pd(BothLanes(c0), _mm_mul_pd(BothLanes(c1), z));
 }
 
-// Taylor's series to x^17, its terms by pairs, so that few wait for others (Estrin's scheme).
+// Taylor series to x^17, its terms in pairs to shorten the dependency chain (Estrin's scheme).
 inline __m128d SineSeries(__m128d x) {
   const __m128d z = _mm_mul_pd(x, x);
   const __m128d z2 = _mm_mul_pd(z, z);
@@ -46,18 +46,19 @@ inline __m128d SineSeries(__m128d x) {
   return _mm_add_pd(x, _mm_mul_pd(_mm_mul_pd(x, z), sum));
 }
 
-// Angles up to here are brought near 0 by quarter turns. The quarter turn is the sum of two
-// numbers; the first has 26 bits, so that its multiples are exact. No float up to here comes nearer
-// to a multiple than 2^-28, and what is left of it is off by 2^-44 of itself at most.
+// Range reduction: angles up to here are reduced by multiples of a quarter turn. The quarter turn
+// is the sum of two numbers; the first has 26 bits, so that its multiples are exact. No float up to
+// here is closer to a multiple than 2^-28, and the reduced angle has a relative error of at most
+// 2^-44.
 constexpr double kMaxReducedAngle = 4096.0;
 constexpr double kQuarterTurn = 1.5707963109016418;
 constexpr double kQuarterTurnRest = 1.5893254773528196e-08;
 constexpr double kQuarterTurnsPerRadian = 0.6366197723675814;
 
-// A number plus this has the whole number next to it in its lowest bits, and is that plus this.
+// Adding this rounds a number to the nearest integer, which is then in the lowest bits of the sum.
 constexpr double kToWhole = 6755399441055744.0;  // 1.5 * 2^52
 
-// Taylor's series of sin(x) / x to x^12, and of the cosine to x^12, for up to an eighth turn: by
+// Taylor series of sin(x) / x to x^12, and of the cosine to x^12, for up to an eighth turn: by
 // powers of x^2.
 inline constexpr double kSineRatioTerms[] = {1.0,
                                              -1.0 / 6.0,
@@ -78,7 +79,7 @@ inline __m128d SevenTerms(const double (&terms)[7], __m128d z) {
   return _mm_add_pd(low, _mm_mul_pd(high, _mm_mul_pd(z2, z2)));
 }
 
-// The same of four numbers, in the same order.
+// The same for four numbers, in the same order of operations.
 NQ_FORCE_INLINE NQ_TARGET_AVX2 __m256d SevenTermsOfFour(const double (&terms)[7], __m256d z) {
   const __m256d z2 = _mm256_mul_pd(z, z);
   const __m256d c01 =
@@ -96,7 +97,7 @@ inline __m128d SelectLanes(__m128d mask, __m128d yes, __m128d no) {
   return _mm_or_pd(_mm_and_pd(mask, yes), _mm_andnot_pd(mask, no));
 }
 
-// (asin(s) / s - 1) / s^2 at z = s^2, for z up to 0.25: Chebyshev's approximation of degree 9.
+// (asin(s) / s - 1) / s^2 at z = s^2, for z up to 0.25: Chebyshev approximation of degree 9.
 inline double ArcSineTail(double z) {
   const double z2 = z * z;
   const double z4 = z2 * z2;
@@ -108,13 +109,13 @@ inline double ArcSineTail(double z) {
   return low + z4 * (middle + z4 * high);
 }
 
-// True if all that lies within the error of `value` rounds to one float, which is then in `out`.
+// True if the whole error interval of `value` rounds to one float, which is then in `out`.
 inline bool RoundsSurely(double value, float* out) {
   *out = static_cast<float>(value * (1.0 - kSeriesError));
   return *out == static_cast<float>(value * (1.0 + kSeriesError));
 }
 
-// Both lanes.
+// The same for both lanes.
 inline bool RoundSurely(__m128d values, float* first, float* second) {
   const __m128 low = _mm_cvtpd_ps(_mm_mul_pd(values, BothLanes(1.0 - kSeriesError)));
   const __m128 high = _mm_cvtpd_ps(_mm_mul_pd(values, BothLanes(1.0 + kSeriesError)));
@@ -125,13 +126,13 @@ inline bool RoundSurely(__m128d values, float* first, float* second) {
   return (_mm_movemask_ps(_mm_cmpeq_ps(low, high)) & 3) == 3;
 }
 
-// True where what lies within the error of a number may not all round to one float; the words of
-// the result are those of a0 a1 b0 b1 a2 a3 b2 b3. Told by the numbers' lower words: a float has no
-// room for the last 29 bits, and rounds up from 2^28 of them. (A denormal float has room for even
-// fewer, but sines of that size are the angle itself, and exact.)
+// True in lanes whose error interval may not round to one float; the words of the result are in the
+// order a0 a1 b0 b1 a2 a3 b2 b3. Tests the lower words: rounding to float drops a double's last 29
+// bits, and rounds up from 2^28. (A denormal float drops even more, but sines of that size are the
+// angle itself, and exact.)
 NQ_FORCE_INLINE NQ_TARGET_AVX2 __m256 RoundUnsurely(__m256d a, __m256d b) {
-  // The error of a number just below a power of two, 2^13 of its last place, when those 29 bits
-  // fill a word. 2^28 is the least integer then.
+  // The error of a number just below a power of two, 2^13 units in the last place, after those 29
+  // bits are shifted to fill a word. 2^28 is then the smallest integer.
   constexpr int32_t kMargin = 1 << 16;
   static_assert(kSeriesError * 0x1p56 == kMargin, "eight times the last places");
   const __m256i words = _mm256_castps_si256(
@@ -142,7 +143,7 @@ NQ_FORCE_INLINE NQ_TARGET_AVX2 __m256 RoundUnsurely(__m256d a, __m256d b) {
 
 }  // namespace internal
 
-// sinF of two numbers.
+// sinF of two numbers at once.
 inline void sinTwoF(float a, float b, float* sineOfA, float* sineOfB) {
   const bool near =
       std::fabs(a) <= internal::kMaxSeriesAngle && std::fabs(b) <= internal::kMaxSeriesAngle;
@@ -156,13 +157,13 @@ inline void sinTwoF(float a, float b, float* sineOfA, float* sineOfB) {
   *sineOfB = sinF(b);
 }
 
-// Both of one angle.
+// Sine and cosine of one angle.
 struct SineCosine {
   float sine;
   float cosine;
 };
 
-// sinF and cosF of two numbers.
+// sinF and cosF of two numbers at once.
 inline void sinCosTwoF(float a, float b, SineCosine* ofA, SineCosine* ofB) {
   const __m128d x = _mm_setr_pd(a, b);
   const __m128i turns =
@@ -175,7 +176,7 @@ inline void sinCosTwoF(float a, float b, SineCosine* ofA, SineCosine* ofB) {
   const __m128d sine = _mm_mul_pd(r, internal::SevenTerms(internal::kSineRatioTerms, z));
   const __m128d cosine = internal::SevenTerms(internal::kCosineTerms, z);
 
-  // Odd quarter turns change sine for cosine; two of four change the sign.
+  // Odd quarter turns swap sine and cosine; two of four change the sign.
   const __m128i quarter = _mm_shuffle_epi32(turns, _MM_SHUFFLE(1, 1, 0, 0));
   const __m128i one = _mm_set1_epi32(1);
   const __m128i two = _mm_set1_epi64x(2);
@@ -187,7 +188,7 @@ inline void sinCosTwoF(float a, float b, SineCosine* ofA, SineCosine* ofB) {
   const __m128d cosines =
       _mm_xor_pd(internal::SelectLanes(isOdd, sine, cosine), _mm_castsi128_pd(cosineSign));
 
-  // Not-a-numbers count as too large.
+  // NaNs count as too large.
   const __m128d outside = _mm_cmpnle_pd(_mm_andnot_pd(internal::BothLanes(-0.0), x),
                                         internal::BothLanes(internal::kMaxReducedAngle));
   const __m128d below = internal::BothLanes(1.0 - internal::kSeriesError);
@@ -207,8 +208,8 @@ inline void sinCosTwoF(float a, float b, SineCosine* ofA, SineCosine* ofB) {
   *ofB = SineCosine{sinF(b), cosF(b)};
 }
 
-// sinF and cosF of four numbers by the series of sinCosTwoF, only where HasWideIntegers. False,
-// with nothing to rely on in the results, where one of them has to be asked of the library.
+// sinF and cosF of four numbers by the series of sinCosTwoF, only if HasWideIntegers. False, with
+// the results undefined, if one of them needs the math library.
 NQ_FORCE_INLINE NQ_TARGET_AVX2 bool sinCosFourF(__m128 angles, __m128* sines, __m128* cosines) {
   const __m256d x = _mm256_cvtps_pd(angles);
   const __m256d toWhole = _mm256_set1_pd(internal::kToWhole);
@@ -222,13 +223,13 @@ NQ_FORCE_INLINE NQ_TARGET_AVX2 bool sinCosFourF(__m128 angles, __m128* sines, __
   const __m256d sine = _mm256_mul_pd(r, internal::SevenTermsOfFour(internal::kSineRatioTerms, z));
   const __m256d cosine = internal::SevenTermsOfFour(internal::kCosineTerms, z);
 
-  // Not-a-numbers count as too large.
+  // NaNs count as too large.
   const __m256d outside = _mm256_cmp_pd(_mm256_andnot_pd(_mm256_set1_pd(-0.0), x),
                                         _mm256_set1_pd(internal::kMaxReducedAngle), _CMP_NLE_UQ);
   const __m256 unsure = internal::RoundUnsurely(sine, cosine);
 
-  // Odd quarter turns change sine for cosine; two of four change the sign. Either is left for when
-  // the numbers are floats, which makes no difference to the bits.
+  // Odd quarter turns swap sine and cosine; two of four change the sign. Both are done after
+  // rounding to float, which gives the same bits.
   const __m128i turns = _mm_castps_si128(
       _mm_shuffle_ps(_mm_castpd_ps(_mm256_castpd256_pd128(shifted)),
                      _mm_castpd_ps(_mm256_extractf128_pd(shifted, 1)), _MM_SHUFFLE(2, 0, 2, 0)));
@@ -246,14 +247,14 @@ NQ_FORCE_INLINE NQ_TARGET_AVX2 bool sinCosFourF(__m128 angles, __m128* sines, __
   return _mm256_movemask_ps(_mm256_or_ps(unsure, _mm256_castpd_ps(outside))) == 0;
 }
 
-// acosF, faster from 0 to 1.
+// acosF, faster for 0 to 1.
 inline float acosNearF(float x) {
   if (x >= 0.0f && x < 1.0f) {
     constexpr double kHalfPi = 1.5707963267948966;
     const double d = x;
     double angle;
     if (d > 0.5) {
-      // 1 - d is exact; the angle is twice that whose sine is the root of half of it.
+      // 1 - d is exact; the angle is 2 asin(sqrt((1 - d) / 2)).
       const double z = 0.5 * (1.0 - d);
       const double s = std::sqrt(z);
       angle = 2.0 * (s + s * z * internal::ArcSineTail(z));

@@ -1,4 +1,4 @@
-// The table behind every handle.
+// The handle table.
 #ifndef NQ_COMMON_DEF_HANDLERALLOCATOR_H_
 #define NQ_COMMON_DEF_HANDLERALLOCATOR_H_
 
@@ -11,14 +11,13 @@
 
 namespace nq::engine {
 
-// Free slots that a table remembers; the slot of a value released beyond that is given up for good.
+// Free slots that a table keeps for reuse; slots released beyond that are lost for good.
 constexpr uint32_t kFreeStackCapacity = 4096;
 
-// Gives out handles and owns the values behind them. `Value` derives from HandlerValue and is
+// Issues handles and owns the values behind them. `Value` derives from HandlerValue and is
 // constructed from the table's owner and its key. Handles issued here have an element part of 0.
 //
-// There is no generation count in a handle: once a slot is used again, an old handle names the new
-// value.
+// A handle has no generation count: once a slot is reused, an old handle names the new value.
 //
 // Thread safety: Allocate and Release run on the script thread only. Find may run on worker threads
 // while the script thread waits for them, since nothing changes the table meanwhile.
@@ -33,8 +32,8 @@ class HandlerAllocator {
   HandlerAllocator(const HandlerAllocator&) = delete;
   HandlerAllocator& operator=(const HandlerAllocator&) = delete;
 
-  // Enters a new value under a new key: the key released last, as long as one is remembered. When
-  // the slot numbers are used up, prints "[NQ_WARN][HandlerAllocator]: " and "Handler overflow"
+  // Inserts a new value under a new key: the key released last, if one is kept for reuse. When the
+  // slot numbers are used up, prints "[NQ_WARN][HandlerAllocator]: " and "Handler overflow"
   // (without a line feed) and returns null.
   Value* Allocate() {
     uint32_t key;
@@ -56,7 +55,7 @@ class HandlerAllocator {
 
   // Removes and deletes the value of `handle`, any handle of its batch; 0 and unknown handles are
   // ignored. Deleting the value drops a reference on the table's owner, which may delete this
-  // table: nothing may touch it afterwards.
+  // table: do not use it afterwards.
   void Release(uint32_t handle) {
     Value* value = Find(handle);
     if (value == nullptr) {
@@ -77,7 +76,7 @@ class HandlerAllocator {
     return slot < values.size() ? values[slot] : nullptr;
   }
 
-  // Releases every value, in ascending order of keys. Only for the end of the table's owner.
+  // Releases every value, in ascending order of keys. Only at the destruction of the table's owner.
   void ReleaseAll() {
     for (uint32_t slot = 1; valueCount != 0; ++slot) {
       Release(slot << kHandleElementBits);
@@ -101,7 +100,7 @@ class HandlerAllocator {
   uint32_t freeStack[kFreeStackCapacity];
   uint32_t freeCount = 0;
   uint32_t nextIndex = 1;
-  std::vector<Value*> values = {nullptr};  // by slot; slot 0 is never given out
+  std::vector<Value*> values = {nullptr};  // by slot; slot 0 is never issued
   uint32_t valueCount = 0;
 };
 

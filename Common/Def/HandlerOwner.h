@@ -1,4 +1,4 @@
-// The objects that own handle tables, as the values in those tables see them.
+// The interface of the owners of handle tables to the values in those tables.
 #ifndef NQ_COMMON_DEF_HANDLEROWNER_H_
 #define NQ_COMMON_DEF_HANDLEROWNER_H_
 
@@ -9,11 +9,11 @@ namespace nq::engine {
 class EngineRuntime;
 
 // Every value in a table holds one counted reference on the table's owner: on the EngineRuntime in
-// its own table, on the EngineCore in the tables of the four systems. Through it a value reaches
-// the allocator.
+// its own table, on the EngineCore in the tables of the four systems. Through the owner a value
+// reaches the allocator.
 class HandlerOwner : public RefCounted {
  public:
-  // The runtime whose allocator serves this owner's values. Never null while values exist.
+  // The runtime whose allocator this owner's values use. Never null while values exist.
   virtual EngineRuntime* Runtime() = 0;
 };
 

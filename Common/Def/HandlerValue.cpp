@@ -1,4 +1,4 @@
-// Blocks and views behind handles.
+// Blocks and views owned by values.
 #include "Common/Def/HandlerValue.h"
 
 #include "Common/Def/EngineRuntime.h"

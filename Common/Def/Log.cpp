@@ -1,4 +1,4 @@
-// The writes behind log lines.
+// Writing of log messages.
 #include "Common/Def/Log.h"
 
 #include <cstdarg>

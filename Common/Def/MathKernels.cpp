@@ -1,4 +1,4 @@
-// Matrix product and inverse, rotations to quaternions.
+// Matrix product and inverse, conversion of rotations to quaternions.
 #include "Common/Def/MathKernels.h"
 
 #include <cmath>
@@ -12,7 +12,7 @@ namespace nq::engine {
 
 namespace {
 
-// One column of a product: the four rows side by side, each summed from left to right.
+// One column of a product: the four rows in the lanes of a vector, each summed from left to right.
 inline __m128 TransformColumn(__m128 a0, __m128 a1, __m128 a2, __m128 a3, const float* column) {
   __m128 sum = _mm_mul_ps(a0, _mm_set1_ps(column[0]));
   sum = _mm_add_ps(sum, _mm_mul_ps(a1, _mm_set1_ps(column[1])));
@@ -20,13 +20,14 @@ inline __m128 TransformColumn(__m128 a0, __m128 a1, __m128 a2, __m128 a3, const 
   return _mm_add_ps(sum, _mm_mul_ps(a3, _mm_set1_ps(column[3])));
 }
 
-// The nine numbers of a rotation matrix that a quaternion is taken from, named by row and column.
+// The nine elements of a rotation matrix for its conversion to a quaternion, named by row and
+// column.
 struct RotationElements {
   float m00, m11, m22;
   float m21, m12, m02, m20, m10, m01;
 };
 
-// Shepperd's method: solves for the largest of the four components first.
+// Shepperd's method: computes the largest of the four components first.
 float* RotationToQuaternion(const RotationElements& m, float* out) {
   const float trace = m.m00 + m.m11 + m.m22;
   if (trace > 0.0f) {
@@ -61,8 +62,8 @@ float* RotationToQuaternion(const RotationElements& m, float* out) {
   return out;
 }
 
-// eulerToQuaternion by vectors, only where HasWideIntegers. False, and nothing is stored, where a
-// sine or cosine has to be asked of the library.
+// eulerToQuaternion by SIMD, only if HasWideIntegers. False, and nothing is stored, if a sine or
+// cosine needs the math library.
 NQ_TARGET_AVX2 bool EulerToQuaternionByFour(__m128 halves, float* out) {
   __m128 sines;
   __m128 cosines;
@@ -95,8 +96,8 @@ void multiplyMatrix4(const float* a, const float* b, float* out) {
 }
 
 bool invertMatrix4(const float* source, float* out, uint32_t /*unused*/) {
-  // The pivot's row: an element replaces the winner so far unless that is strictly greater, so a
-  // tie goes to the later row.
+  // Pivoting: an element replaces the current pivot unless that is strictly greater, so a tie goes
+  // to the later row.
   int p = 0;
   for (int row = 1; row < 4; ++row) {
     if (!(std::fabs(source[p]) > std::fabs(source[row]))) {

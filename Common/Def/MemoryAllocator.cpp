@@ -14,8 +14,8 @@ namespace {
 
 using SizeClassTable = std::array<uint8_t, kMaxSmallBlockBytes + 1>;
 
-// Built at compile time rather than by the first allocator: a worker thread of the host and its
-// main thread may create their first engines at once.
+// Built at compile time, not lazily by the first allocator: a worker thread of the host and its
+// main thread may create their first engines concurrently.
 constexpr SizeClassTable BuildSizeClassTable() {
   SizeClassTable table = {};
   uint32_t j = 0;
@@ -64,9 +64,9 @@ MemoryBlock MemoryAllocator::Allocate(uint32_t size) {
   void* pointer;
   uint32_t storedSize;
   if (size > kMaxSmallBlockBytes) {
-    // At the start of a cache line: script lays out matrices in large blocks, and each is one line
-    // then, not parts of two. The result is used unchecked: without memory the pointer is null, and
-    // the write below faults.
+    // Aligned to a cache line, so that no matrix that JavaScript lays out in a large block
+    // straddles two cache lines. The result is not checked: if out of memory the pointer is null,
+    // and the write below faults.
     pointer = CacheLineAlloc(size);
     storedSize = size;
   } else {
@@ -136,8 +136,9 @@ void MemoryAllocator::Release(const MemoryBlock& block) {
 
   const uint32_t storedSize = found->second.size;
   blocksByPointer.erase(found);
-  // Kept on purpose: the ID comes from the caller's record. A view's record says 0, so the last
-  // release through a view removes the entry of block 0 and leaves that of its own block.
+  // Kept on purpose: the ID comes from the caller's record. A view's record has 0, so the last
+  // release through a view removes the entry of block 0 and leaves that of its own block. Programs
+  // rely on which IDs resolve.
   blocksByID.Remove(block.memoryID);
 
   if (storedSize > kMaxSmallBlockBytes) {

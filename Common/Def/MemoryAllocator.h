@@ -1,4 +1,4 @@
-// The blocks of memory that script and native code share.
+// The allocator of the memory that JavaScript and native code share.
 #ifndef NQ_COMMON_DEF_MEMORYALLOCATOR_H_
 #define NQ_COMMON_DEF_MEMORYALLOCATOR_H_
 
@@ -14,7 +14,7 @@ namespace nq::engine {
 
 constexpr uint32_t kMemoryBlockSizeTypesCount = 14;
 
-// Requests up to this many bytes belong to a size class; larger ones go to the heap.
+// The largest request in bytes that a size class serves; larger ones go to the heap.
 constexpr uint32_t kMaxSmallBlockBytes = 640;
 
 constexpr uint32_t kChunkBytes = 16384;
@@ -24,19 +24,19 @@ constexpr int32_t kChunkTableStep = 128;
 constexpr uint32_t kMemoryBlockSizes[kMemoryBlockSizeTypesCount] = {
     16, 32, 64, 96, 128, 160, 192, 224, 256, 320, 384, 448, 512, 640};
 
-// Size-class allocator for small blocks over 16 KiB chunks, with the plain heap above 640 bytes.
-// Every live block stands in two indexes: by address, with its reference count, and by memoryID.
+// Size-class allocator for small blocks in 16 KiB chunks; blocks above 640 bytes come from the
+// heap. Every live block is in two indexes: by address, with its reference count, and by memoryID.
 //
-// Ownership: a chunk stays until Reset or the destructor. Large blocks that are live when the
-// allocator goes are not freed by it.
+// Ownership: chunks are kept until Reset or the destructor. Neither frees large blocks that are
+// still live.
 //
 // Thread safety: Allocate, Retain and Release may be called from any thread; `mutex` guards all
-// fields. Find takes no lock and must not run beside the three.
+// fields. Find takes no lock and must not run concurrently with these three.
 //
-// Invariants: a free block's first bytes hold the next free block of its class, null at the end.
-// The stored size of a live block is its class's block size, or for a large block the size asked
-// for; so a stored size of at most 640 says that the block belongs to a class. Every live block has
-// exactly one entry in each index. A memoryID is never given out twice.
+// Invariants: a free block's first bytes point to the next free block of its class, null at the
+// end. The stored size of a live block is its class's block size, or for a large block the
+// requested size; so a stored size of at most 640 means that the block belongs to a class. Every
+// live block has exactly one entry in each index. A memoryID is never reused.
 class MemoryAllocator {
  public:
   MemoryAllocator();
@@ -45,24 +45,24 @@ class MemoryAllocator {
   MemoryAllocator& operator=(const MemoryAllocator&) = delete;
 
   // Returns a block with reference count 1, its first `size` bytes zeroed; the tail of the class's
-  // block keeps what it held. A size of 0 gives the all-zero record and uses up no memoryID. Memory
-  // exhaustion is not reported: the first write to the block then faults.
+  // block keeps its old content. A size of 0 returns the all-zero record and consumes no memoryID.
+  // Memory exhaustion is not reported: the first write to the block then faults.
   MemoryBlock Allocate(uint32_t size) NQ_EXCLUDES(mutex);
 
   // Adds a reference. False if `pointer` is not the start of a live block.
   bool Retain(void* pointer) NQ_EXCLUDES(mutex);
 
-  // Drops a reference and frees the block when none is left. An unknown address is ignored. The ID
-  // entry that goes is that of `block.memoryID`, whatever ID the block was given out with.
+  // Drops a reference and frees the block if it was the last. An unknown address is ignored.
+  // Removes the ID entry of `block.memoryID`, whatever ID the block was allocated with.
   void Release(const MemoryBlock& block) NQ_EXCLUDES(mutex);
 
   // The block of `memoryID`, or all zero. Reads without the lock: look-ups run on the script
-  // thread, which alone allocates and releases.
+  // thread, the only one that allocates and releases.
   MemoryBlock Find(uint32_t memoryID) const NQ_NO_THREAD_SAFETY_ANALYSIS {
     return blocksByID.Find(memoryID);
   }
 
-  // Frees all chunks and empties all free lists. Leaves both indexes alone, so every small block
+  // Frees all chunks and clears all free lists. Does not change the indexes, so every small block
   // that is still live dangles afterwards.
   void Reset() NQ_EXCLUDES(mutex);
 
@@ -84,7 +84,8 @@ class MemoryAllocator {
     uint32_t refCount;
   };
 
-  // Takes 16 KiB from the heap and links its blocks in address order into the class's free list.
+  // Allocates 16 KiB from the heap and links its blocks in address order into the class's free
+  // list.
   void AddChunk(uint32_t index) NQ_REQUIRES(mutex);
   void FreeChunks() NQ_REQUIRES(mutex);
 

@@ -1,4 +1,4 @@
-// The record that describes a block of shared memory to its users.
+// The record that describes a block of shared memory.
 #ifndef NQ_COMMON_DEF_MEMORYBLOCK_H_
 #define NQ_COMMON_DEF_MEMORYBLOCK_H_
 
@@ -7,10 +7,10 @@
 namespace nq::engine {
 
 // Plain values, copied freely; owns nothing. All zero means that there is no block. A memoryID of 0
-// alone does not: the first block of an allocator has it. `pointer` tells.
+// alone does not: the first block of an allocator has it. Test `pointer`.
 struct MemoryBlock {
   uint32_t size = 0;      // bytes that the caller asked for
-  uint32_t memoryID = 0;  // the block's number, unique in its allocator for good
+  uint32_t memoryID = 0;  // the block's number, unique in its allocator and never reused
   void* pointer = nullptr;
 };
 

@@ -1,4 +1,4 @@
-// Mutex, scoped lock and condition variable that carry clang's thread-safety attributes.
+// Mutex, scoped lock and condition variable with clang's thread-safety attributes.
 #ifndef NQ_COMMON_DEF_MUTEX_H_
 #define NQ_COMMON_DEF_MUTEX_H_
 
@@ -27,7 +27,7 @@
 #define NQ_RELEASE(...) NQ_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 #define NQ_EXCLUDES(...) NQ_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 
-// For a deliberate read or write outside the lock; the reason stands at the place of use.
+// For a deliberate read or write outside the lock; a comment there states the reason.
 #define NQ_NO_THREAD_SAFETY_ANALYSIS NQ_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 
 namespace nq::engine {
@@ -35,9 +35,8 @@ namespace nq::engine {
 // A non-recursive mutex. Errors of the platform are thrown as std::system_error by the standard
 // mutex below, and end the process, since nothing catches them.
 //
-// Where the platform has such a kind of mutex, one that is taken is tried again for a moment before
-// the thread goes to sleep: what is done under these locks takes less time than falling asleep and
-// being woken.
+// Adaptive where the platform supports it: spins for a moment before the thread sleeps. Critical
+// sections under these locks are shorter than falling asleep and being woken.
 class NQ_CAPABILITY("mutex") Mutex {
  public:
 #if NQ_HAS_ADAPTIVE_MUTEX
@@ -75,30 +74,31 @@ class NQ_SCOPED_CAPABILITY MutexLock {
 
 #if NQ_HAS_FUTEX
 
-// Wakes all threads that wait, by the system's futex. The standard one holds a broadcast back until
-// all that the last one woke have run, which is as long as a processor takes to wake up; batches
-// that follow each other closely would wait for that each time.
+// Wakes all waiting threads, by the system's futex. The standard one delays a broadcast until all
+// threads woken by the previous one have run, which takes as long as a CPU needs to wake up;
+// batches in close succession would wait for that each time.
 class ConditionVariable {
  public:
   ConditionVariable() = default;
   ConditionVariable(const ConditionVariable&) = delete;
   ConditionVariable& operator=(const ConditionVariable&) = delete;
 
-  // Releases `mutex`, sleeps until a broadcast, and holds it again on return. May return without a
-  // broadcast. Waiters of one condition variable share one mutex, a Mutex but in tests.
+  // Releases `mutex`, sleeps until a broadcast, and reacquires it before returning. Spurious
+  // wake-ups are possible. Waiters of one condition variable share one mutex; other types than
+  // Mutex are for tests.
   template <typename AnyMutex>
   void Wait(AnyMutex& mutex) NQ_REQUIRES(mutex) {
     waiters_.fetch_add(1);
     const uint32_t seen = broadcasts_.load();
     mutex.Unlock();
-    // Returns at once if there has been a broadcast since.
+    // Returns immediately if there has been a broadcast since.
     syscall(SYS_futex, &broadcasts_, FUTEX_WAIT_PRIVATE, seen, nullptr, nullptr, 0);
     mutex.Lock();
     waiters_.fetch_sub(1);
   }
 
-  // With or without the mutex, after a change that was made with it. Who holds the mutex later sees
-  // the change; who waited before is among the waiters.
+  // With or without the mutex, after a change made under it. A thread that locks the mutex later
+  // sees the change; one that waited before is among the waiters.
   void Broadcast() {
     broadcasts_.fetch_add(1);
     if (waiters_.load() != 0) {
@@ -114,16 +114,16 @@ static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t), "the word that 
 
 #else
 
-// The same by the standard library, with a count of broadcasts under a mutex of its own, so that
-// none is missed between the release of the caller's mutex and the sleep. Lock order: the caller's
-// mutex, then this one.
+// The same by the standard library, with a count of broadcasts under its own mutex, so that none is
+// missed between the release of the caller's mutex and the sleep. Lock order: the caller's mutex,
+// then this one.
 class ConditionVariable {
  public:
   ConditionVariable() = default;
   ConditionVariable(const ConditionVariable&) = delete;
   ConditionVariable& operator=(const ConditionVariable&) = delete;
 
-  // Releases `mutex`, sleeps until a broadcast, and holds it again on return.
+  // Releases `mutex`, sleeps until a broadcast, and reacquires it before returning.
   template <typename AnyMutex>
   void Wait(AnyMutex& mutex) NQ_REQUIRES(mutex) {
     std::unique_lock<std::mutex> lock(countMutex_);
@@ -138,7 +138,7 @@ class ConditionVariable {
     mutex.Lock();
   }
 
-  // With or without the mutex, after a change that was made with it.
+  // With or without the mutex, after a change made under it.
   void Broadcast() {
     {
       const std::lock_guard<std::mutex> lock(countMutex_);

@@ -1,9 +1,9 @@
-// What the compiler and the operating system offer, decided in this one place: everything else asks
-// for NQ_HAS_... or uses a macro from here. `npm run check -- layering` keeps other files free of
-// attributes, builtins and tests of the platform.
+// What the compiler and the operating system support, decided in this one file: all other files
+// test NQ_HAS_... or use a macro from here. `npm run check -- layering` keeps other files free of
+// attributes, builtins and platform tests.
 //
-// g++ and clang are known, clang also where it stands in for the compiler of Windows. Another
-// compiler needs its own words for the attributes below.
+// g++ and clang are supported, clang also in place of Windows' own compiler. Another compiler needs
+// its own spelling of the attributes below.
 #ifndef NQ_COMMON_DEF_PLATFORM_H_
 #define NQ_COMMON_DEF_PLATFORM_H_
 
@@ -13,12 +13,12 @@
 #error "Common/Def/Platform.h knows the attributes of g++ and clang only: build with one of them."
 #endif
 
-// What Linux has and others have not. The build option NQ_PORTABLE leaves it out, so that what
-// other systems would run is built and tested on Linux.
-//   NQ_HAS_FUTEX            a word of memory that threads sleep on (Mutex.h)
-//   NQ_HAS_ADAPTIVE_MUTEX   mutexes that are tried again for a moment before sleeping (Mutex.h)
-//   NQ_HAS_CPU_AFFINITY     threads can be pinned, and their mask be asked for (CpuAffinity.h)
-//   NQ_HAS_POSIX_MEMALIGN   aligned memory that free() takes (AlignedAlloc.h)
+// Linux features that other systems lack. The build option NQ_PORTABLE turns them off, so that the
+// code for other systems is built and tested on Linux.
+//   NQ_HAS_FUTEX            futexes: threads sleep on a word of memory (Mutex.h)
+//   NQ_HAS_ADAPTIVE_MUTEX   mutexes that spin for a moment before sleeping (Mutex.h)
+//   NQ_HAS_CPU_AFFINITY     threads can be pinned, and their affinity mask read (CpuAffinity.h)
+//   NQ_HAS_POSIX_MEMALIGN   aligned memory that free() accepts (AlignedAlloc.h)
 #if defined(__linux__) && !defined(NQ_PORTABLE)
 #define NQ_HAS_FUTEX 1
 #define NQ_HAS_CPU_AFFINITY 1
@@ -34,7 +34,7 @@
 #define NQ_HAS_ADAPTIVE_MUTEX 0
 #endif
 
-// x86-64, whose vector instructions are used by their own names; see Vectors.h.
+// x86-64: SIMD by its own intrinsics; see Vectors.h.
 #if defined(__x86_64__)
 #define NQ_HAS_X86_VECTORS 1
 #else
@@ -43,15 +43,15 @@
 
 // ------------------------------------------------------------------------------------- functions
 
-// Inlined even where the compiler's estimate is against it: a call would pass vectors and state
-// that are in registers through memory.
+// Force-inlined even against the compiler's heuristics: a call would pass vectors and state that
+// are in registers through memory.
 #define NQ_FORCE_INLINE inline __attribute__((always_inline))
 
-// Kept out of its callers: what is rarely run, or what they would otherwise set up each time.
+// Not inlined: rarely run code, or code whose setup callers would otherwise repeat each time.
 #define NQ_NO_INLINE __attribute__((noinline))
 
-// A function that may use vectors of 256 bits: of floats, and of integers as well. Called only
-// where HasWideVectors or HasWideIntegers says so. NQ_CPU_HAS is what these ask.
+// Functions that may use 256-bit vectors: AVX for floats, AVX2 for integers as well. Call them only
+// if HasWideVectors or HasWideIntegers returns true; these test NQ_CPU_HAS.
 #if NQ_HAS_X86_VECTORS
 #define NQ_TARGET_AVX __attribute__((target("avx")))
 #define NQ_TARGET_AVX2 __attribute__((target("avx2")))
@@ -65,8 +65,8 @@
 #define NQ_CPU_HAS(feature) false
 #endif
 
-// Takes what printf takes: the text is argument `text`, counted from 1, and the values that go into
-// it begin at argument `values`.
+// Takes printf arguments: argument `text`, counted from 1, is the format string, and the values
+// start at argument `values`.
 #define NQ_PRINTF_FORMAT(text, values) __attribute__((format(printf, text, values)))
 
 // Attributes of clang's thread-safety analysis; Mutex.h has their names.
@@ -78,17 +78,17 @@
 
 // ---------------------------------------------------------------------------------------- memory
 
-// A type whose accesses may overlap those of any other type.
+// A type that may alias any other type.
 #define NQ_MAY_ALIAS __attribute__((may_alias))
 
-// Prefetches the cache line of an address, which may be any.
+// Prefetches the cache line of an address, which need not be valid.
 #define NQ_PREFETCH(address) __builtin_prefetch(address)
 #define NQ_PREFETCH_FOR_WRITE(address) __builtin_prefetch(address, 1)
 
 // A relaxed atomic store into memory that is not declared atomic.
 #define NQ_STORE_RELAXED(pointer, value) __atomic_store_n(pointer, value, __ATOMIC_RELAXED)
 
-// Ends the process where no code can get to.
+// Ends the process in unreachable code.
 #define NQ_TRAP() __builtin_trap()
 
 #endif  // NQ_COMMON_DEF_PLATFORM_H_

@@ -1,4 +1,4 @@
-// The intrusive reference count of the objects at the root of the native side.
+// Intrusive reference count of the root objects of the native side.
 #ifndef NQ_COMMON_DEF_REFCOUNTED_H_
 #define NQ_COMMON_DEF_REFCOUNTED_H_
 
@@ -6,12 +6,11 @@
 
 namespace nq::engine {
 
-// Base of objects that are shared by counted pointers. The creator holds the first reference;
-// whoever drops the last one deletes the object inside that very call, and nobody may touch it
-// afterwards.
+// Base of objects shared by counted references. The creator holds the first one; dropping the last
+// one deletes the object within that call, after which nobody may use it.
 //
-// Thread safety: the count is not atomic. Only the script thread changes it; worker threads reach
-// these objects by plain pointer while the script thread waits for them.
+// Thread safety: the count is not atomic. Only the script thread changes it; worker threads use
+// plain pointers to these objects while the script thread waits for them.
 class RefCounted {
  public:
   RefCounted() = default;
@@ -21,7 +20,7 @@ class RefCounted {
 
   void AddReference() { ++referenceCount_; }
 
-  // Gives one reference back; deletes the object when it was the last.
+  // Drops one reference; deletes the object if it was the last.
   void DropReference() {
     if (--referenceCount_ == 0) {
       delete this;

@@ -9,27 +9,27 @@
 
 namespace nq::engine {
 
-// Bytes of the header word, which counts the payload bytes behind it.
+// Size in bytes of the header word, which counts the payload bytes after it.
 constexpr uint32_t kStreamHeaderBytes = 4;
 
-// Rounds `position` up to a multiple of `alignment`, which is not 0; an aligned position stays.
+// Rounds `position` up to a multiple of `alignment`, which is not 0.
 constexpr uint32_t AlignStreamPosition(uint32_t position, uint32_t alignment) {
   return position % alignment == 0 ? position : (position / alignment + 1) * alignment;
 }
 
 // Reads a stream: a little-endian 32-bit count of payload bytes, then the payload, in which each
-// value stands at the next multiple of its own size, measured from the segment's start.
+// value is aligned to its own size, measured from the segment's start.
 //
-// Value reads check nothing; the consumer proves a range first, by checkRange. The limits come from
+// Value reads check nothing; the caller first checks a range with checkRange. The limits come from
 // the stream alone and are not compared with `capacity`: a header word beyond the segment makes
-// reads run past it. Owns nothing but its stack of limits. Script thread only.
+// reads overrun it. Owns nothing but its stack of limits. Script thread only.
 class StreamReader {
  public:
   StreamReader(const void* data, uint32_t capacity)
       : data(static_cast<const uint8_t*>(data)), capacity(capacity) {}
 
-  // Goes to the first payload byte and pushes the payload's end onto the limits. Earlier limits
-  // stay.
+  // Moves to the first payload byte and pushes the payload's end onto the limits. Earlier limits
+  // are kept.
   void begin() {
     position = kStreamHeaderBytes;
     limits.push_back(ReadUnaligned<uint32_t>(data) + kStreamHeaderBytes);
@@ -42,16 +42,17 @@ class StreamReader {
     limits.push_back(position + length);
   }
 
-  // Removes the innermost limit. True if the block was consumed exactly.
+  // Pops the innermost limit. True if the block was consumed exactly.
   bool popLimit() {
     const uint32_t limit = limits.back();
     limits.pop_back();
     return position == limit;
   }
 
-  // Tells where `size` bytes at `at`, after alignment, end: that position if it lies within the
-  // innermost limit, -1 otherwise and for a negative `at`. An `at` of 0 means the current position.
-  // `alignment` is not 0. Positions compare as signed numbers. Moves nothing.
+  // Returns the position at which `size` bytes at `at`, after alignment, end, if it is within the
+  // innermost limit; otherwise, and for a negative `at`, -1. An `at` of 0 means the current
+  // position. `alignment` is not 0. Positions compare as signed numbers. Does not move the
+  // position.
   int32_t checkRange(int32_t size, uint32_t alignment, int32_t at) const {
     if (at < 0) {
       return -1;
@@ -60,7 +61,7 @@ class StreamReader {
     if (alignment != 1) {
       base = AlignStreamPosition(base, alignment);
     }
-    // The sum wraps as a 32-bit number does.
+    // The sum wraps in 32 bits.
     const int32_t end = static_cast<int32_t>(base + static_cast<uint32_t>(size));
     return end > static_cast<int32_t>(limits.back()) ? -1 : end;
   }
@@ -73,13 +74,13 @@ class StreamReader {
   int32_t readI32() { return Read<int32_t>(); }
   float readF32() { return Read<float>(); }
 
-  // Raises the position to the next multiple of `n`, which is not 0.
+  // Rounds the position up to a multiple of `n`, which is not 0.
   void alignTo(uint32_t n) { position = AlignStreamPosition(position, n); }
 
   // The bytes at the position, for arrays that are read in place.
   const uint8_t* currentPointer() const { return data + position; }
 
-  // Moves on by `n` bytes, unchecked and unaligned.
+  // Advances by `n` bytes, unchecked and unaligned.
   void skip(uint32_t n) { position += n; }
 
   // Bytes from the segment's start to the next value.
@@ -93,7 +94,7 @@ class StreamReader {
   size_t LimitCount() const { return limits.size(); }
 
  private:
-  // The aligned position is kept, whether or not the value lies within a limit.
+  // The aligned position is stored whether or not the value is within a limit.
   template <typename T>
   T Read() {
     constexpr uint32_t kMask = sizeof(T) - 1;
@@ -104,9 +105,9 @@ class StreamReader {
   }
 
   const uint8_t* const data;  // the header word; not owned
-  const uint32_t capacity;    // bytes in the segment; stored only
+  const uint32_t capacity;    // bytes in the segment; not used for checks
   uint32_t position = 0;
-  std::vector<uint32_t> limits;  // the innermost block's end is the last
+  std::vector<uint32_t> limits;  // the last is the innermost block's end
 };
 
 }  // namespace nq::engine

@@ -11,11 +11,12 @@
 namespace nq::engine {
 
 // Appends values to a stream. The segment's header word is the length counter; a writer has no
-// other state, and any number of them may take turns on one segment. Nothing checks the segment's
-// size: the producer guarantees the room. Not owned: the segment. Script thread only.
+// other state, and any number of them may alternate on one segment. The segment's size is not
+// checked: the caller guarantees the space. Does not own the segment. Script thread only.
 //
-// A writer aligns lengths, a reader aligns positions, four bytes further on. For alignments of 1, 2
-// and 4 they agree; for others they don't, so streams that cross to script use only these.
+// A writer aligns lengths, a reader aligns positions, which are four bytes larger. For alignments
+// of 1, 2 and 4 they agree; for others they don't, so streams shared with JavaScript use only
+// these.
 class StreamWriter {
  public:
   // `header` is the start of the segment.
@@ -39,8 +40,8 @@ class StreamWriter {
     SetLength(Length() + n);
   }
 
-  // Stores a 0 and returns its place, so that a count or a block's length can be patched in later.
-  // The place is 4-aligned within the segment.
+  // Stores a 0 and returns its address, so that a count or a block's length can be patched in
+  // later. The address is 4-byte aligned within the segment.
   uint32_t* reserveU32() {
     writeU32(0);
     return reinterpret_cast<uint32_t*>(header + Length());
@@ -52,7 +53,7 @@ class StreamWriter {
     return n;
   }
 
-  // Raises the length to the next multiple of `n`, which is not 0.
+  // Rounds the length up to a multiple of `n`, which is not 0.
   void alignTo(uint32_t n) { SetLength(AlignStreamPosition(Length(), n)); }
 
   // Bytes of the segment in use, header word included.

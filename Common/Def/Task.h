@@ -11,12 +11,12 @@
 
 namespace nq::engine {
 
-// A movable callable without arguments or result. Unlike std::function it keeps the callable inside
-// itself, so that an array of tasks is one allocation whatever the tasks capture; callables that
-// don't fit are refused at compile time.
+// A movable callable without arguments or result. Unlike std::function it stores the callable
+// inline, so that an array of tasks is one allocation whatever the tasks capture; callables that
+// don't fit are rejected at compile time.
 //
-// A task that holds no callable, default-constructed or moved from, raises std::bad_function_call
-// when it is run.
+// A task without a callable, default-constructed or moved from, throws std::bad_function_call when
+// it is run.
 class Task {
  public:
   static constexpr size_t kCallableBytes = 32;
@@ -48,8 +48,8 @@ class Task {
   Task& operator=(const Task&) = delete;
   ~Task() { Clear(); }
 
-  // Moves a task out of memory that holds none from then on: `from` must not be destroyed. Of a
-  // callable that is plain bytes nothing is written at `from`.
+  // Moves a task out of memory that holds none afterwards: `from` must not be destroyed. If the
+  // callable is trivially copyable, nothing is written at `from`.
   static Task Relocate(Task* from) {
     Task task;
     task.CopyOrMove(*from);
@@ -67,7 +67,8 @@ class Task {
   explicit operator bool() const { return operations != nullptr; }
 
  private:
-  // The last two are null for callables that are plain bytes: these are copied, and need no end.
+  // The last two are null for trivially copyable callables: these are copied bytewise, and not
+  // destroyed.
   struct Operations {
     void (*run)(void*);
     void (*moveTo)(void* from, void* to);  // leaves `from` destroyed

@@ -1,4 +1,4 @@
-// The tasks that wait for a worker.
+// The queue of tasks that wait for a worker.
 #ifndef NQ_COMMON_DEF_TASKQUEUE_H_
 #define NQ_COMMON_DEF_TASKQUEUE_H_
 
@@ -12,11 +12,11 @@
 
 namespace nq::engine {
 
-// First in, first out. Memory is kept, so that steady work allocates nothing.
+// First in, first out. Memory is reused, so that steady work allocates nothing.
 //
-// To take a task is the one thing that all workers do to shared data between any two tasks, and
-// what one processor writes the others must fetch. So it writes one pointer, which stands at the
-// start of the queue, beside the lock ahead of it, and leaves the place of the task as it is.
+// Taking a task is the only write that all workers make to shared data between any two tasks, and
+// each such write costs the other CPUs a cache miss. So Take writes one pointer, at the start of
+// the queue, next to the lock before it, and does not write to the task's memory.
 class TaskQueue {
  public:
   TaskQueue() = default;
@@ -30,7 +30,7 @@ class TaskQueue {
 
   bool Empty() const { return front == back; }
 
-  // Moves `count` tasks behind those that are there.
+  // Moves `count` tasks to the end of the queue.
   void Append(Task* tasks, size_t count) {
     if (Empty() || count > static_cast<size_t>(Begin() + places.size() - back)) {
       MakeRoom(count);
@@ -40,7 +40,7 @@ class TaskQueue {
     }
   }
 
-  // The task at the front, of at least one.
+  // Removes the first task; the queue must not be empty.
   Task Take() { return Task::Relocate(front++); }
 
  private:
@@ -50,9 +50,9 @@ class TaskQueue {
 
   Task* Begin() { return reinterpret_cast<Task*>(places.data()); }
 
-  // Moves the tasks that wait to the start, in memory that has places for `count` more. While some
-  // wait, at least as many places as tasks are moved are free afterwards, so that a task is moved a
-  // few times in all, however many come one by one.
+  // Moves the waiting tasks to the start, in memory with space for `count` more. While some wait,
+  // at least as many places as tasks are moved are free afterwards: amortised, each task is moved a
+  // few times, however many are appended one by one.
   void MakeRoom(size_t count) {
     const size_t waiting = static_cast<size_t>(back - front);
     const size_t needed = waiting + count;
@@ -61,7 +61,7 @@ class TaskQueue {
       old.resize(std::max(needed, 2 * places.size()));
       old.swap(places);
     }
-    // Towards the start, or into other memory: no task is written over one that is still to be
+    // Moves towards the start, or into other memory: no task overwrites one that is yet to be
     // moved.
     Task* const first = Begin();
     for (size_t i = 0; i < waiting; ++i) {

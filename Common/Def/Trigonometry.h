@@ -1,4 +1,4 @@
-// Square root and trigonometry as the whole engine takes them: in double precision on a float
+// Square root and trigonometry for the whole engine: computed in double precision on a float
 // operand, rounded to float.
 #ifndef NQ_COMMON_DEF_TRIGONOMETRY_H_
 #define NQ_COMMON_DEF_TRIGONOMETRY_H_

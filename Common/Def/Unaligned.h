@@ -1,4 +1,4 @@
-// Values at any address: words of shared memory, fields of blobs.
+// Unaligned loads and stores: words of shared memory, fields of binary formats.
 #ifndef NQ_COMMON_DEF_UNALIGNED_H_
 #define NQ_COMMON_DEF_UNALIGNED_H_
 
@@ -10,10 +10,10 @@
 
 namespace nq::engine {
 
-// The bytes of one 32-bit word, of which streams, lists and blobs of handles consist.
+// Size of a 32-bit word, the unit of streams, lists and handle arrays.
 constexpr uint32_t kWordBytes = 4;
 
-// The `T` at `address`, whatever its alignment.
+// Reads a `T` at `address`, whatever its alignment.
 template <typename T>
 NQ_FORCE_INLINE T ReadUnaligned(const void* address) {
   T value;
@@ -26,7 +26,7 @@ NQ_FORCE_INLINE void WriteUnaligned(void* address, const T& value) {
   std::memcpy(address, &value, sizeof(value));
 }
 
-// Word `index` of an array that starts at any address.
+// Word `index` of an array at any address.
 NQ_FORCE_INLINE uint32_t ReadWord(const uint8_t* words, size_t index) {
   return ReadUnaligned<uint32_t>(words + index * kWordBytes);
 }

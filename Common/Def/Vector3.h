@@ -1,4 +1,4 @@
-// Three floats, and the little vector arithmetic that is written inline.
+// Three floats, and the basic vector arithmetic on them, inline.
 #ifndef NQ_COMMON_DEF_VECTOR3_H_
 #define NQ_COMMON_DEF_VECTOR3_H_
 

@@ -14,29 +14,29 @@ namespace nq::engine {
 
 namespace {
 
-// A waiter that sleeps on a processor of its own is woken through the kernel, which takes as long
-// as many a batch runs (up to 70 microseconds on virtual machines), so it gives its processor away
-// for a while first.
+// Waking a waiter that sleeps on another CPU goes through the kernel, which takes as long as many a
+// batch runs (up to 70 microseconds on virtual machines). So it spins, yielding its CPU, before it
+// sleeps.
 constexpr std::chrono::microseconds kYieldBeforeSleep{100};
 
-// Environment variable and its one value that keeps a pool from pinning a worker: for hosts whose
-// system call filter ends the process at sched_setaffinity.
+// Environment variable, and its one value that turns off the pinning of a worker: for sandboxes
+// whose seccomp filter ends the process at sched_setaffinity.
 constexpr const char* kPinningVariable = "NQ_WORKER_PINNING";
 constexpr const char* kPinningOff = "0";
 
 bool PinningAllowed() {
-  // Another thread may set variables meanwhile: the C library frees no earlier value.
+  // Another thread may set variables concurrently: the C library frees no earlier value.
   const char* value = std::getenv(kPinningVariable);  // NOLINT(concurrency-mt-unsafe)
   return value == nullptr || std::strcmp(value, kPinningOff) != 0;
 }
 
 }  // namespace
 
-// What the pool and its threads share. Lock order: `mutex`, then `waitMutex`. `waitMutex` is held
-// for the duration of WaitIdle, across its sleep, so a lock-order checker sees `mutex` taken again
-// behind it; that can't block, since only the one waiting thread does it.
+// State shared by the pool and its threads. Lock order: `mutex`, then `waitMutex`. WaitIdle holds
+// `waitMutex` throughout, even while it sleeps, so a lock-order checker sees `mutex` locked again
+// after it. That can't deadlock, since only the one waiting thread does it.
 //
-// What changes with each task stands at the front, in one cache line.
+// The fields that change with each task come first, in one cache line.
 struct alignas(64) WorkerPoolState {
   Mutex mutex;
   TaskQueue queue NQ_GUARDED_BY(mutex);
@@ -50,8 +50,8 @@ struct alignas(64) WorkerPoolState {
   ConditionVariable allIdle;
   Mutex waitMutex;
 
-  // Counts the broadcasts of `allIdle`. A condition variable may return without one, which is not
-  // the wake-up that a waiter waits for. Changes under `mutex`; a waiter also looks without it.
+  // Counts the broadcasts of `allIdle`, to tell spurious wake-ups from the one that a waiter waits
+  // for. Changes under `mutex`; a waiter also reads it without the lock.
   std::atomic<uint64_t> idleBroadcasts{0};
 
   void BroadcastAllIdle() NQ_REQUIRES(mutex) {
@@ -83,7 +83,7 @@ void WorkerPoolState::Work() {
       mutex.Unlock();
       task();
       mutex.Lock();
-      // The task is destroyed here, under the lock.
+      // Destroys the task, under the lock.
     }
   }
   mutex.Unlock();
@@ -115,7 +115,7 @@ void WorkerPool::PostAll(Task* tasks, size_t count) {
       return;
     }
     if (state->waiting) {
-      // A post waits until the current WaitIdle has ended.
+      // A post blocks until the current WaitIdle has ended.
       MutexLock waitLock(state->waitMutex);
     }
     if (pinsOneWorker) {
@@ -150,7 +150,7 @@ void WorkerPool::WaitIdle() {
     while (state->idleBroadcasts == seen && !state->stopped) {
       state->allIdle.Wait(state->mutex);
     }
-    // One broadcast is taken as meaning that the batch is done: the queue is not judged again.
+    // One broadcast means that the batch is done: the queue is not checked again.
     state->waiting = false;
   }
   state->waitMutex.Unlock();

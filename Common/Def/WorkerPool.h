@@ -16,16 +16,16 @@ namespace nq::engine {
 struct WorkerPoolState;
 
 // Threads that sleep until a whole batch of tasks is posted. One thread, the script thread, posts
-// and then waits: the design depends on it. A post from another thread while one waits would never
-// end.
+// and then waits: the design depends on it. A post from another thread while one waits would
+// deadlock.
 //
 // The queue is first in, first out; which worker takes which task, and so the order of completion,
-// is not defined. A pool goes from running to stopped and never back. Tasks must not throw: nothing
-// catches it, and the process ends.
+// is undefined. A pool goes from running to stopped and never back. Tasks must not throw: nothing
+// catches exceptions, so the process ends.
 class WorkerPool {
  public:
   // Starts `threadCount` threads. Reads the calling thread's CPU affinity and NQ_WORKER_PINNING,
-  // whose value 0 keeps the pool from pinning a worker; later changes of either go unnoticed.
+  // whose value 0 keeps the pool from pinning a worker; later changes of either have no effect.
   explicit WorkerPool(uint32_t threadCount);
 
   // Stops the pool first.
@@ -41,32 +41,32 @@ class WorkerPool {
   // thread only.
   void WaitIdle();
 
-  // Asks all workers to end and joins them; a task that is running ends first, tasks still queued
-  // are dropped. A second call does nothing. Not from one of the pool's own threads.
+  // Requests all workers to end and joins them; running tasks finish first, queued ones are
+  // dropped. A second call does nothing. Not from one of the pool's own threads.
   void Stop();
 
   uint32_t ThreadCount() const { return threadCount; }
 
-  // How many tasks run at once at best: one for each thread, or for each CPU that they may run on
-  // if there are fewer.
+  // The maximum number of tasks that run concurrently: the number of threads, or of CPUs that they
+  // may run on if there are fewer.
   uint32_t Parallelism() const { return parallelism; }
 
  private:
   WorkerPool(uint32_t threadCount, uint32_t allowedCpus);
 
-  // Where the threads need all allowed CPUs, that of the posting thread must take its share of a
-  // batch, and is free to, since that thread waits. But the scheduler sees it busy when the workers
-  // wake up, queues them all on the others, and would migrate one back long after a batch of some
-  // ten microseconds has ended. So one worker is pinned to the CPU that the calling thread runs on.
-  // Not on a stopped pool. Never where the system has no affinity.
+  // If the threads need all allowed CPUs, the posting thread's CPU must run its share of a batch,
+  // and is free to, since that thread waits. But the scheduler sees it busy when the workers wake
+  // up, queues them all on the other CPUs, and would migrate one back only long after a batch of
+  // some ten microseconds has ended. So one worker is pinned to the posting thread's CPU. Not on a
+  // stopped pool. Never on a system without CPU affinity.
   void PinOneWorkerHere();
 
   std::vector<std::thread> threads;
-  std::shared_ptr<WorkerPoolState> state;  // co-owned by each thread
+  std::shared_ptr<WorkerPoolState> state;  // shared with each thread
   const uint32_t threadCount;
   const uint32_t parallelism;
   const bool pinsOneWorker;
-  int pinnedCpu = -1;  // of the worker that is pinned; -1 for none
+  int pinnedCpu = -1;  // CPU of the pinned worker; -1 for none
 };
 
 }  // namespace nq::engine
