@@ -1,4 +1,5 @@
-// The module's entry: its record for the host, and the functions that it gives to script.
+// The module's entry: its registration with the host, and the functions that it exports to
+// JavaScript.
 #include "BindingTemp/BindingEngine.h"
 #include "BindingTemp/PublishSegment.h"
 #include "BindingTemp/RegisterClasses.h"
@@ -9,7 +10,7 @@
 
 namespace {
 
-// Version of the interface to script, as getVersion tells it.
+// Version of the JavaScript interface, as getVersion returns it.
 constexpr char kVersion[] = "138";
 
 v8::Local<v8::String> Internalized(v8::Isolate* isolate, const char* text) {
@@ -24,14 +25,14 @@ void GetVersion(const v8::FunctionCallbackInfo<v8::Value>& info) {
   info.GetReturnValue().Set(result);
 }
 
-// Builds a graph of its own at each call: allocator, runtime, wrapper and core, and the script
-// object in front of them.
+// Each call builds its own object graph: allocator, runtime, wrapper and core, and the JavaScript
+// object for them.
 void GetEngine(const v8::FunctionCallbackInfo<v8::Value>& info) {
   using nq::engine::BindingEngine;
   v8::Isolate* isolate = info.GetIsolate();
   nq::engine::MemoryAllocator* allocator = new nq::engine::MemoryAllocator();
   // Kept on purpose: the runtime's first reference is never dropped, so that memory and threads
-  // live until the process ends, whatever script still holds.
+  // live until the process ends, even if JavaScript still holds buffers.
   nq::engine::EngineRuntime* runtime = new nq::engine::EngineRuntime(allocator);
   BindingEngine* wrapper = new BindingEngine(runtime);
   nq::engine::RegisterClasses();
@@ -55,9 +56,9 @@ void InstallFunction(v8::Local<v8::Object> exports, const char* name,
 
 }  // namespace
 
-// Called by the host when script requires the module: on Node 12 through the record the first time,
-// and by its name, node_register_module_v72, when the library is loaded already, in another thread
-// or after the require cache was dropped; on newer hosts always by its name.
+// Called by the host when JavaScript requires the module. On Node 12 through the registered record
+// the first time; later by its name, node_register_module_v72, if the library is loaded already, in
+// another thread or after the require cache was cleared. On newer hosts always by its name.
 VX_MODULE_ENTRY {
   InstallFunction(exports, "getEngine", GetEngine);
   InstallFunction(exports, "getVersion", GetVersion);

@@ -1,4 +1,5 @@
-// The shape of the batch update methods: one operation over many handles, on the workers.
+// The common implementation of the batch update methods: one operation over many handles, on the
+// workers.
 #ifndef NQ_BINDINGTEMP_BATCHUPDATE_H_
 #define NQ_BINDINGTEMP_BATCHUPDATE_H_
 
@@ -14,24 +15,22 @@
 
 namespace nq::engine {
 
-// Calls `operation(Target*, handle)` for each handle in `bytes`: a count word n and n handles. One
-// handle is done on the calling thread; several are posted to the first pool of the target's
-// Runtime(), a task each, while the calling thread waits and takes no part. A count of 0, or one
-// that exceeds the buffer, does nothing, whatever the target: it may be null, and is used behind
-// that guard only. The first word is read without a look at the pointer: what is no buffer faults
-// here.
+// Calls `operation(Target*, handle)` for each handle in `bytes`: a count word n and n handles. A
+// single handle runs on the calling thread; several are posted to the first pool of the target's
+// Runtime(), one task each, while the calling thread only waits. A count of 0, or one that exceeds
+// the buffer, does nothing, even if `target` is null: it is used only after that check. The first
+// word is read without a null check: an argument that is no buffer faults here.
 //
-// The order of the calls is not defined, so the work of one handle must not depend on another's.
-// The tasks of a list's parts, one for each task that can run at once, are queued in turns: handles
-// side by side in the list mostly work on memory side by side, and processors that are at it at the
-// same time would fetch each other's.
+// The order of the calls is undefined, so the work of one handle must not depend on another's. The
+// list is split into one part per concurrent task, and the tasks of the parts are interleaved to
+// avoid false sharing: adjacent handles mostly work on adjacent memory.
 template <typename Target, void (*operation)(Target* target, uint32_t handle)>
 void BatchUpdate(Target* target, const vx::Bytes& bytes) {
   const uint8_t* words = bytes.data;
-  // Read as volatile ahead of the copy below: a compiler may take a copied null for impossible, and
-  // go on with anything; this access stays, and faults.
+  // Read as volatile before the copy below: a compiler may assume that a copied pointer is not null
+  // (undefined behaviour). This access is kept, and faults.
   static_cast<void>(*static_cast<const volatile uint8_t*>(words));
-  // In the host's width: a count of 0x3FFFFFFF must not wrap to a small size.
+  // In size_t: a count of 0x3FFFFFFF must not wrap to a small size.
   const size_t n = ReadWord(words, 0);
   if (n == 0 || n * kWordBytes + kWordBytes > bytes.length) {
     return;

@@ -122,8 +122,8 @@ void BindingEngine::refreshWorldTransformFunc(BindingEngine* self, v8::Isolate* 
   info.GetReturnValue().SetNull();
 }
 
-// Constructors for script, of all wrapper classes: together, since each fails its assertion in the
-// name of this file, and the line that it reports must be one of this file.
+// The constructors for JavaScript of all wrapper classes. They are together because each fails its
+// assertion with the name of this file, and the reported line must be one of this file.
 
 BindingEngine::BindingEngine(const vx::CallbackInfo& /*info*/) : core(nullptr), runtime(nullptr) {
   NQ_ASSERT(0 && "not implement", "BindingTemp/BindingEngine");

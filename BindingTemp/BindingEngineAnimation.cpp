@@ -13,12 +13,12 @@ namespace {
 
 using HandleOperation = void (EngineCore::*)(uint32_t handle);
 
-// The methods that take one handle, and those that take a batch of them.
+// The methods that take one handle, and those that take an array of handles.
 template <HandleOperation operation>
 void UpdateOne(BindingEngine* self, v8::Isolate* isolate, const vx::CallbackInfo& info) {
   info.GetReturnValue().SetNull();
   if (info.Length() >= 1) {
-    // Converted before a wrapper of the wrong class, which is null, is used.
+    // Converted before `self` is used, which is null for a wrapper of the wrong class.
     const uint32_t handle = vx::ReadUint32(isolate, vx::Arg(info, 0));
     (self->Core()->*operation)(handle);
   }

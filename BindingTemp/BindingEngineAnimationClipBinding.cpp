@@ -1,4 +1,4 @@
-// Target lists for script, and release of bindings.
+// Target lists passed by JavaScript, and release of bindings.
 #include "BindingTemp/BindingEngineAnimationClipBinding.h"
 
 #include "Engine/Animation/AnimationClipBinding.h"

@@ -1,4 +1,4 @@
-// Script class "EngineAnimationClipBinding": ties clips to the entities that they move.
+// JavaScript class "EngineAnimationClipBinding": ties clips to the entities that they move.
 #ifndef NQ_BINDINGTEMP_BINDINGENGINEANIMATIONCLIPBINDING_H_
 #define NQ_BINDINGTEMP_BINDINGENGINEANIMATIONCLIPBINDING_H_
 
@@ -6,7 +6,7 @@
 
 namespace nq::engine {
 
-// Owns the binding: it is released when the script object has been collected. Script thread only.
+// Owns the binding: releases it when the JavaScript object has been collected. Script thread only.
 class BindingEngineAnimationClipBinding final : public BindingEngineBase {
  public:
   static constexpr bool kCountsObjects = true;
@@ -14,39 +14,41 @@ class BindingEngineAnimationClipBinding final : public BindingEngineBase {
   // The caller stores the handle in `info`.
   explicit BindingEngineAnimationClipBinding(EngineCore* core) : BindingEngineBase(core) {}
 
-  // Construction by script, which nothing reaches: fails the assertion "0 && \"not implement\"".
+  // `new` in JavaScript, which is unreachable: fails the assertion "0 && \"not implement\"".
   explicit BindingEngineAnimationClipBinding(const vx::CallbackInfo& info);
 
-  // Kept on purpose: unlike other classes, whose label is not "unknown", it is counted when it is
-  // made and not when it goes.
+  // Kept on purpose: unlike other classes, whose label is not "unknown", it is counted on creation
+  // but not uncounted on destruction. The reported object counts are fixed.
   ~BindingEngineAnimationClipBinding() override;
 
   // Installs the class in the calling thread.
   static void Register();
 
   // updateBinding(buffer, byteOffset, clipCount, targetWords, removedMode, keptMode, addedMode):
-  // true if the lists were accepted. False for missing arguments, for what is no ArrayBuffer or too
-  // short a one, and once the binding is gone.
+  // true if the lists were accepted. False if arguments are missing, if `buffer` is no ArrayBuffer
+  // or too short, and once the binding is released.
   static void updateBindingFunc(BindingEngineAnimationClipBinding* self, v8::Isolate* isolate,
                                 const vx::CallbackInfo& info);
 
-  // writeDefaultValues(): null. Kept on purpose: it looks the binding up and does nothing with it.
+  // writeDefaultValues(): null. Kept on purpose: it only looks the binding up; programs may call
+  // it.
   static void writeDefaultValuesFunc(BindingEngineAnimationClipBinding* self, v8::Isolate* isolate,
                                      const vx::CallbackInfo& info);
 };
 
-// Where the target lists are in an ArrayBuffer, as the two methods that take them are passed it.
+// The position of the target lists in an ArrayBuffer, as passed to the two methods that take them.
 struct TargetListRange {
   uint32_t byteOffset;
   uint32_t clipCount;
   uint32_t targetWords;
 };
 
-// Converts arguments 1 to 3. May run script, which may detach any buffer: take memory afterwards.
+// Converts arguments 1 to 3. May run JavaScript, which may detach any buffer: get memory
+// afterwards.
 TargetListRange ReadTargetListRange(v8::Isolate* isolate, const vx::CallbackInfo& info);
 
-// The memory of an ArrayBuffer; null where there is none, or where it ends before the lists do.
-// Valid until script runs again.
+// The memory of an ArrayBuffer; null if there is none, or if it ends before the lists do. Valid
+// until JavaScript runs again.
 const uint8_t* TargetListMemory(v8::Local<v8::Value> buffer, const TargetListRange& range);
 
 }  // namespace nq::engine

@@ -1,4 +1,4 @@
-// Creation, use and release of controllers and states for script.
+// Creation, use and release of controllers and states by JavaScript.
 #include "BindingTemp/BindingEngineAnimatorController.h"
 
 #include "Engine/Animation/AnimationSystem.h"

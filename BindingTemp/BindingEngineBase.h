@@ -8,14 +8,14 @@
 
 namespace nq::engine {
 
-// Holds one counted reference on the core, which goes after the derived class has released its
-// native value. Script thread only.
+// Holds one counted reference on the core, dropped after the derived class has released its native
+// value. Script thread only.
 class BindingEngineBase : public vx::BindingBase {
  public:
   explicit BindingEngineBase(EngineCore* core) : core(core) { core->AddReference(); }
   ~BindingEngineBase() override { core->DropReference(); }
 
-  // For constructors that script would reach by `new`: no core, and no way to go on.
+  // For constructors called by `new` in JavaScript, which end the process: no core.
   BindingEngineBase() : core(nullptr) {}
 
   // The name under which objects of the class are counted.

@@ -1,4 +1,4 @@
-// Kinds of components, and their release for script.
+// The kinds of components, and their release by JavaScript.
 #include "BindingTemp/BindingEngineComponent.h"
 
 #include "BindingTemp/BindingEngine.h"

@@ -1,4 +1,4 @@
-// Script class "EngineComponent": a unit of per-frame work over entities.
+// JavaScript class "EngineComponent": a unit of per-frame work over entities.
 #ifndef NQ_BINDINGTEMP_BINDINGENGINECOMPONENT_H_
 #define NQ_BINDINGTEMP_BINDINGENGINECOMPONENT_H_
 
@@ -10,18 +10,18 @@ namespace nq::engine {
 
 class BindingEngine;
 
-// Kinds of component, as script names them.
+// Kinds of component, as passed by JavaScript.
 constexpr uint32_t kCullingComponentKind = 1;
 constexpr uint32_t kAnimatorComponentKind = 2;
 constexpr uint32_t kSkinningComponentKind = 3;
 
-// What there is of one kind of component.
+// The properties of one kind of component.
 struct ComponentKind {
   uint32_t kind;
-  int arguments;  // that createComponent needs, the kind among them
+  int arguments;  // count that createComponent requires, including the kind
 
-  // Converts the arguments after the kind and creates a component on the core of `self`. Converting
-  // comes first: it may run script, and `self` is null for a receiver of the wrong class.
+  // Converts the arguments after the kind and creates a component on the core of `self`. Converts
+  // first: conversion may run JavaScript, and `self` is null for a receiver of the wrong class.
   NativeValueInfo (*create)(BindingEngine* self, v8::Isolate* isolate,
                             const vx::CallbackInfo& info);
 
@@ -31,16 +31,16 @@ struct ComponentKind {
 // The entry of a kind, or null if there is no such kind.
 const ComponentKind* FindComponentKind(uint32_t kind);
 
-// Owns the component: it is released, by the operation of its kind, when the script object has been
-// collected. Script thread only.
+// Owns the component: releases it, by the operation of its kind, when the JavaScript object has
+// been collected. Script thread only.
 class BindingEngineComponent final : public BindingEngineBase {
  public:
   static constexpr bool kCountsObjects = true;
 
-  // The caller stores in `info` what the creating operation of `kind` returns.
+  // Stores in `info` the result of the creating operation of `kind`.
   BindingEngineComponent(EngineCore* core, uint32_t kind);
 
-  // Construction by script, which nothing reaches: fails the assertion "0 && \"not implement\"".
+  // `new` in JavaScript, which is unreachable: fails the assertion "0 && \"not implement\"".
   explicit BindingEngineComponent(const vx::CallbackInfo& info);
   ~BindingEngineComponent() override;
 

@@ -16,7 +16,7 @@ constexpr int kPoseArguments = 10;  // mask, eye, target, up
 constexpr int kFrustumArguments = kPoseArguments + 4;
 constexpr int kOrthoArguments = kPoseArguments + 6;
 
-// The optional list of objects to test; null where all are.
+// The optional list of objects to test; null to test all.
 struct ObjectList {
   const uint32_t* handles = nullptr;
   uint32_t count = 0;
@@ -26,7 +26,7 @@ float ReadFloat(v8::Isolate* isolate, v8::Local<v8::Value> value) {
   return static_cast<float>(value->NumberValue(isolate->GetCurrentContext()).FromJust());
 }
 
-// Reads arguments one after the other, since their conversion may run script.
+// Reads arguments in order, since their conversion may run JavaScript.
 class ArgumentReader {
  public:
   ArgumentReader(v8::Isolate* isolate, const vx::CallbackInfo& info)
@@ -55,8 +55,9 @@ class ArgumentReader {
   int next = 0;
 };
 
-// Reads the list, which counts only right behind `required` arguments and as an ArrayBuffer. False
-// if it is refused: no memory, fewer than 5 bytes, a count of 0 or one that exceeds the buffer.
+// Reads the list, which is used only as the argument directly after `required` ones, and if it is
+// an ArrayBuffer. False if it is rejected: no memory, fewer than 5 bytes, a count of 0 or one that
+// exceeds the buffer.
 bool ReadList(const vx::CallbackInfo& info, int required, ObjectList* list) {
   if (info.Length() != required + 1 || !info[required]->IsArrayBuffer()) {
     return true;
@@ -71,7 +72,7 @@ bool ReadList(const vx::CallbackInfo& info, int required, ObjectList* list) {
   return list->count != 0 && list->count <= bytes.length / sizeof(uint32_t) - 1;
 }
 
-// The common front of all calls: the result, which the core keeps, or null if the call is refused.
+// The common part of all calls: the result, owned by the core, or null if the call is rejected.
 const CullResult* CullFrustum(BindingEngine* self, v8::Isolate* isolate,
                               const vx::CallbackInfo& info) {
   if (info.Length() < kFrustumArguments) {
@@ -114,7 +115,7 @@ const CullResult* CullOrtho(BindingEngine* self, v8::Isolate* isolate,
   return &self->Core()->CullOrtho(mask, pose, lens, list.handles, list.count);
 }
 
-// A buffer over a copy of `bytes` bytes, which goes with it.
+// A buffer that owns a copy of `bytes` bytes.
 v8::Local<v8::ArrayBuffer> CopyToScript(v8::Isolate* isolate, const void* source, size_t bytes) {
   void* block = std::malloc(bytes);
   if (block == nullptr) {
@@ -124,8 +125,8 @@ v8::Local<v8::ArrayBuffer> CopyToScript(v8::Isolate* isolate, const void* source
   return vx::NewGivenAwayBuffer(isolate, block, bytes);
 }
 
-// The end of a call that answers with an object of its own. All is taken from the result before a
-// property is set: a setter on the prototype may run script that culls again.
+// Returns the result as a new object. Everything is read from the result before a property is set:
+// a setter on the prototype may run JavaScript that culls again.
 void ReturnObject(v8::Isolate* isolate, const vx::CallbackInfo& info, const CullResult* result) {
   if (result == nullptr || result->objects.empty()) {
     info.GetReturnValue().SetNull();
@@ -167,7 +168,7 @@ bool BindingEngine::StoreCullResult(v8::Isolate* isolate, const CullResult& resu
   std::memcpy(buffer + kCullingResultObjectsOffset, result.objects.data(), listBytes);
   std::memcpy(buffer + kCullingResultObjectsOffset + listBytes, result.distances.data(), listBytes);
   if (grows) {
-    // Last: a setter that script has put in place of the property may cull again.
+    // Last: if JavaScript has replaced the property by a setter, that may cull again.
     PublishBuffer(isolate, Object(), "cullingResult", buffer,
                   CullingResultBytes(cullingResultCapacity));
   }

@@ -1,4 +1,4 @@
-// Creation and release of data models for script.
+// Creation and release of data models by JavaScript.
 #include "BindingTemp/BindingEngineDataModel.h"
 
 #include "Common/Def/EngineRuntime.h"
@@ -7,7 +7,7 @@ namespace nq::engine {
 
 namespace {
 
-// What there is of one kind of data model.
+// The properties of one kind of data model.
 struct DataModelKind {
   uint32_t kind;
   uint32_t (EngineCore::*create)(const uint8_t* data, uint32_t size);

@@ -1,4 +1,4 @@
-// Script class "EngineDataModel": content that script gives once and that components share.
+// JavaScript class "EngineDataModel": content that is passed once and that components share.
 #ifndef NQ_BINDINGTEMP_BINDINGENGINEDATAMODEL_H_
 #define NQ_BINDINGTEMP_BINDINGENGINEDATAMODEL_H_
 
@@ -8,20 +8,20 @@
 
 namespace nq::engine {
 
-// Kinds of data model, as script names them. Any other number makes none.
+// Kinds of data model, as passed by JavaScript. Any other number creates none.
 constexpr uint32_t kClipModelKind = 1;
 constexpr uint32_t kBonesModelKind = 2;
 
-// Owns the model: it is released, by the operation of its kind, when the script object has been
+// Owns the model: releases it, by the operation of its kind, when the JavaScript object has been
 // collected. Script thread only.
 class BindingEngineDataModel final : public BindingEngineBase {
  public:
   static constexpr bool kCountsObjects = true;
 
-  // Makes the model of `kind` from `size` bytes.
+  // Creates the model of `kind` from `size` bytes.
   BindingEngineDataModel(EngineCore* core, uint32_t kind, const uint8_t* data, uint32_t size);
 
-  // Construction by script, which nothing reaches: fails the assertion "0 && \"not implement\"".
+  // `new` in JavaScript, which is unreachable: fails the assertion "0 && \"not implement\"".
   explicit BindingEngineDataModel(const vx::CallbackInfo& info);
   ~BindingEngineDataModel() override;
 

@@ -1,4 +1,4 @@
-// Creation and release of batches of entities for script.
+// Creation and release of batches of entities by JavaScript.
 #include "BindingTemp/BindingEngineEntity.h"
 
 #include "Common/Def/EngineRuntime.h"

@@ -1,4 +1,4 @@
-// Script class "EngineEntity": a batch of entities.
+// JavaScript class "EngineEntity": a batch of entities.
 #ifndef NQ_BINDINGTEMP_BINDINGENGINEENTITY_H_
 #define NQ_BINDINGTEMP_BINDINGENGINEENTITY_H_
 
@@ -11,16 +11,16 @@
 
 namespace nq::engine {
 
-// Owns the batch: it is released when the script object has been collected. For peers of the
-// binding layer it is an IEntity too, reached by QueryInterface. Script thread only.
+// Owns the batch: releases it when the JavaScript object has been collected. For peers of the
+// binding layer it also implements IEntity, returned by QueryInterface. Script thread only.
 class BindingEngineEntity final : public IEntity, public BindingEngineBase {
  public:
   static constexpr bool kCountsObjects = true;
 
-  // Creates the batch; a refused count leaves `info` all zero.
+  // Creates the batch; a rejected count leaves `info` all zero.
   BindingEngineEntity(EngineCore* core, bool isThreeD, uint32_t count);
 
-  // Construction by script, which nothing reaches: fails the assertion "0 && \"not implement\"".
+  // `new` in JavaScript, which is unreachable: fails the assertion "0 && \"not implement\"".
   explicit BindingEngineEntity(const vx::CallbackInfo& info);
   ~BindingEngineEntity() override;
 

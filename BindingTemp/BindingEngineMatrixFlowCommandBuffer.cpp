@@ -1,4 +1,4 @@
-// Creation, runs and release of command buffers for script.
+// Creation, execution and release of command buffers by JavaScript.
 #include "BindingTemp/BindingEngineMatrixFlowCommandBuffer.h"
 
 namespace nq::engine {

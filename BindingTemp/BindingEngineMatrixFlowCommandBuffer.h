@@ -1,4 +1,4 @@
-// Script class "EngineMatrixFlowCommandBuffer": arithmetic over shared memory in one call.
+// JavaScript class "EngineMatrixFlowCommandBuffer": arithmetic over shared memory in one call.
 #ifndef NQ_BINDINGTEMP_BINDINGENGINEMATRIXFLOWCOMMANDBUFFER_H_
 #define NQ_BINDINGTEMP_BINDINGENGINEMATRIXFLOWCOMMANDBUFFER_H_
 
@@ -6,16 +6,16 @@
 
 namespace nq::engine {
 
-// Owns a command buffer: it is released when the script object has been collected. The module as
-// shipped does not install the class, so script can't reach it. Script thread only.
+// Owns a command buffer: releases it when the JavaScript object has been collected. The module as
+// shipped does not install the class, so JavaScript can't reach it. Script thread only.
 class BindingEngineMatrixFlowCommandBuffer final : public BindingEngineBase {
  public:
   static constexpr bool kCountsObjects = false;
 
-  // Makes a buffer of `size` bytes; none for 0.
+  // Creates a buffer of `size` bytes; none for 0.
   BindingEngineMatrixFlowCommandBuffer(EngineCore* core, uint32_t size);
 
-  // Construction by script, which nothing reaches: fails the assertion "0 && \"not implement\"".
+  // `new` in JavaScript, which is unreachable: fails the assertion "0 && \"not implement\"".
   explicit BindingEngineMatrixFlowCommandBuffer(const vx::CallbackInfo& info);
   ~BindingEngineMatrixFlowCommandBuffer() override;
 

@@ -1,4 +1,4 @@
-// How every creating method makes its script object.
+// Creation of the JavaScript object of a wrapper, for all creating methods.
 #ifndef NQ_BINDINGTEMP_CREATEOBJECT_H_
 #define NQ_BINDINGTEMP_CREATEOBJECT_H_
 
@@ -11,9 +11,9 @@
 
 namespace nq::engine {
 
-// Gives a fresh wrapper, whose native side exists already, its script object: an instance of its
-// class, bound to the wrapper, with the segment published on it. The object owns the wrapper from
-// here on. Classes that say so by `kCountsObjects` are counted while the runtime tracks objects.
+// Creates the JavaScript object of a new wrapper, whose native side exists already: an instance of
+// its class, bound to the wrapper, with the segment published on it. From here on the object owns
+// the wrapper. Classes with `kCountsObjects` are counted while the runtime tracks objects.
 template <typename T>
 v8::Local<v8::Object> CreateObject(v8::Isolate* isolate, T* wrapper) {
   if (T::kCountsObjects && wrapper->core->Runtime()->TracksObjects()) {
@@ -25,7 +25,7 @@ v8::Local<v8::Object> CreateObject(v8::Isolate* isolate, T* wrapper) {
   return object;
 }
 
-// The body of the methods that make a wrapper from a count or a size: their one argument.
+// The body of the methods that create a wrapper from a count or a size: their one argument.
 template <typename T, typename Self>
 void CreateFromCount(Self* self, v8::Isolate* isolate, const vx::CallbackInfo& info) {
   info.GetReturnValue().SetNull();

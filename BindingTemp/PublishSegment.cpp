@@ -1,4 +1,4 @@
-// Properties of script objects over native memory.
+// Properties of JavaScript objects that expose native memory.
 #include "BindingTemp/PublishSegment.h"
 
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// Showing a native value's segment to script.
+// Publishing a native value's segment to JavaScript.
 #ifndef NQ_BINDINGTEMP_PUBLISHSEGMENT_H_
 #define NQ_BINDINGTEMP_PUBLISHSEGMENT_H_
 
@@ -17,7 +17,7 @@ void SetProperty(v8::Isolate* isolate, v8::Local<v8::Object> object, const char*
 void PublishSegment(v8::Isolate* isolate, v8::Local<v8::Object> object,
                     const NativeValueInfo& info);
 
-// Sets `name` to an ArrayBuffer over memory that stays native. A null pointer ends the process.
+// Sets `name` to an ArrayBuffer over memory that native code owns. A null pointer ends the process.
 void PublishBuffer(v8::Isolate* isolate, v8::Local<v8::Object> object, const char* name, void* data,
                    size_t length);
 

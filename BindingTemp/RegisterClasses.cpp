@@ -1,4 +1,4 @@
-// The order of installation.
+// The order in which classes are installed.
 #include "BindingTemp/RegisterClasses.h"
 
 #include "BindingTemp/BindingEngine.h"

@@ -1,11 +1,11 @@
-// Installation of all script classes.
+// Installation of all JavaScript classes.
 #ifndef NQ_BINDINGTEMP_REGISTERCLASSES_H_
 #define NQ_BINDINGTEMP_REGISTERCLASSES_H_
 
 namespace nq::engine {
 
-// Installs the script classes in the calling thread, "Engine" last. In a thread that has them it
-// does nothing.
+// Installs the JavaScript classes in the calling thread, "Engine" last. Does nothing if the thread
+// has them already.
 void RegisterClasses();
 
 }  // namespace nq::engine

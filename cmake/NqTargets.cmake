@@ -1,11 +1,11 @@
-# Flags that all targets share, and the shape of an addon.
+# Compiler flags of all targets, and the definition of an addon.
 
-# Warnings, floats, sanitizers.
+# Warnings, floating-point contraction, sanitizers.
 function(nq_configure target)
   target_include_directories(${target} PUBLIC "${CMAKE_SOURCE_DIR}"
                                               "${CMAKE_SOURCE_DIR}/js-binding/include")
-  # Fused multiply-adds would change results; every operation rounds on its own. The host is built
-  # without RTTI, and classes with and without it don't mix, so nothing here has it.
+  # Fused multiply-adds would change results; every operation must round on its own. The host is
+  # built without RTTI, and classes with and without it don't mix, so it is off here.
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Werror -ffp-contract=off
                                            -fno-rtti)
   if(NQ_PORTABLE)
@@ -19,15 +19,15 @@ function(nq_configure target)
         -fno-sanitize-recover=undefined -fno-omit-frame-pointer -g -O1)
     target_link_options(${target} PUBLIC -fsanitize=address,undefined)
   elseif(NQ_SANITIZE STREQUAL "thread")
-    # The three memory functions stay calls, so that VisibleMemoryFunctions.cpp answers them.
+    # Not as builtins: calls to the three memory functions reach VisibleMemoryFunctions.cpp.
     target_compile_options(${target} PRIVATE -fsanitize=thread -fno-omit-frame-pointer -g -O1
         -fno-builtin-memcpy -fno-builtin-memmove -fno-builtin-memset)
     target_link_options(${target} PUBLIC -fsanitize=thread)
   endif()
 endfunction()
 
-# Checks of the stack and of calls of the C library, in release builds: the sanitizers have their own,
-# and the second needs an optimising compiler. Some compilers predefine its macro.
+# Stack protection and _FORTIFY_SOURCE checks of C library calls, in release builds: sanitizers have
+# their own, and the second needs an optimising compiler. Some compilers predefine its macro.
 function(nq_harden target)
   if(NOT NQ_SANITIZE)
     target_compile_options(${target} PRIVATE
@@ -58,7 +58,7 @@ function(nq_read_host folder)
   set(NQ_HOST_STANDARD "${standard}" PARENT_SCOPE)
 endfunction()
 
-# The headers of the host in FOLDER, as system headers: their warnings are theirs.
+# The headers of the host in FOLDER, as system headers: their warnings are suppressed.
 function(nq_use_host target folder)
   target_include_directories(${target} SYSTEM PRIVATE "${folder}/include/node")
   nq_read_host("${folder}")
@@ -73,12 +73,12 @@ function(nq_add_binding name folder)
   nq_use_host(${name} "${folder}")
 endfunction()
 
-# nq_add_addon(name base folder binding output sources...): target NAME, the file BASE.node in folder
-# OUTPUT, for the host in FOLDER, over the wrappers of BINDING. It exports what the host looks for and
-# nothing else: the entry, and on Node 12 (ABI 72) the static constructor _register_BASE_, where BASE
-# is that of the sources. The host unloads an addon when the last worker thread that loaded it ends,
-# while pool threads still run in it, hence nodelete. All symbols are bound at loading, so that the
-# tables of addresses are read-only from then on.
+# nq_add_addon(name base folder binding output sources...): target NAME, the file BASE.node in
+# folder OUTPUT, for the host in FOLDER, with the wrappers of BINDING. It exports only what the host
+# looks up: the entry, and on Node 12 (ABI 72) the static constructor _register_BASE_, where BASE is
+# the one in the sources. The host unloads an addon when the last worker thread that loaded it ends,
+# while pool threads still run in it, hence nodelete. All symbols are bound at load time, so that
+# the relocation tables are read-only from then on.
 function(nq_add_addon name base folder binding output)
   add_library(${name} MODULE ${ARGN})
   nq_configure(${name})
@@ -100,9 +100,9 @@ function(nq_add_addon name base folder binding output)
       LIBRARY_OUTPUT_DIRECTORY "${output}")
 endfunction()
 
-# nq_add_host(suffix folder output): all that is built for the host in FOLDER, into folder OUTPUT: the
-# module, its variant with command buffers within script's reach, and the test addon. Target names end
-# in SUFFIX.
+# nq_add_host(suffix folder output): all targets for the host in FOLDER, built into folder OUTPUT:
+# the module, its variant that exposes command buffers to JavaScript, and the test addon. Target
+# names end in SUFFIX.
 function(nq_add_host suffix folder output)
   file(GLOB_RECURSE bindingSources CONFIGURE_DEPENDS BindingTemp/*.cpp)
   nq_add_binding(nq_binding${suffix} "${folder}" ${bindingSources})

@@ -11,9 +11,9 @@ endif()
 include(CheckCXXSourceCompiles)
 include(GoogleTest)
 
-# nq_runner(result program script): the command that runs PROGRAM. When cross-compiling that is a shell
-# script, written to SCRIPT, that starts it by the emulator, and says its own name by argv[0] and by the
-# environment variable NQ_HOST, for programs that start themselves anew.
+# nq_runner(result program script): the command that runs PROGRAM. When cross-compiling, that is a
+# shell script, written to SCRIPT, which starts PROGRAM in the emulator. It passes its own path in
+# argv[0] and in the environment variable NQ_HOST, for programs that restart themselves.
 function(nq_runner result program script)
   if(CMAKE_CROSSCOMPILING)
     list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
@@ -26,8 +26,8 @@ function(nq_runner result program script)
   endif()
 endfunction()
 
-# The pool takes two locks in an order that a lock-order checker reports though it can't block
-# (WorkerPool.cpp tells why), so that detection is off in every suite.
+# The pool takes two locks in an order that a lock-order checker reports though it can't deadlock
+# (WorkerPool.cpp explains why), so that detection is off in every suite.
 set(NQ_TSAN_OPTIONS "detect_deadlocks=0")
 
 file(GLOB_RECURSE NQ_TEST_SOURCES CONFIGURE_DEPENDS tests/native/*.cpp)
@@ -37,7 +37,7 @@ if(NQ_TEST_SOURCES)
   target_link_libraries(nq_tests PRIVATE nq_core GTest::gmock GTest::gtest GTest::gtest_main)
   # GoogleTest's headers take a quarter of the compile time of each test file.
   target_precompile_headers(nq_tests PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
-  # One variable: a list would be cut apart on its way to the tests.
+  # One variable: a list would be split at semicolons on its way to the tests.
   if(NQ_SANITIZE STREQUAL "thread")
     set(nativeEnvironment "TSAN_OPTIONS=${NQ_TSAN_OPTIONS}")
   else()
@@ -52,9 +52,9 @@ if(NQ_TEST_SOURCES)
   nq_runner(nativeRunner "${CMAKE_BINARY_DIR}/nq_tests" "${CMAKE_BINARY_DIR}/nq_tests.sh")
 endif()
 
-# Random games of command buffers against the reference: a fuzzer where the compiler brings one, and a
-# tool that writes its corpus anew. The interpreter is built once more for it, with the marks that
-# lead a fuzzer.
+# Random command buffers against the reference implementation: a libFuzzer target if the compiler
+# provides it, and a tool that regenerates its corpus. The interpreter is built again for it, with
+# coverage instrumentation.
 set(NQ_GAME_SOURCES
     tests/native/Engine/MatrixFlow/MatrixFlowPlay.cpp
     tests/native/Engine/MatrixFlow/MatrixFlowScene.cpp
@@ -78,7 +78,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT NQ_SANITIZE)
         -fno-sanitize-recover=undefined -fno-omit-frame-pointer -g -O1)
     target_link_options(nq_fuzz_matrixflow PRIVATE -fsanitize=fuzzer,address,undefined)
     target_link_libraries(nq_fuzz_matrixflow PRIVATE nq_core)
-    # What it finds of interest, and what fails, goes to the build folder.
+    # New inputs and failing ones are written to the build folder.
     file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/fuzz-matrixflow")
     add_test(NAME fuzz.matrixflow
         COMMAND nq_fuzz_matrixflow -seed=1 -max_total_time=12 -max_len=600 -verbosity=0
@@ -90,7 +90,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT NQ_SANITIZE)
 endif()
 
 if(NQ_BUILD_MODULE)
-  # How a fault ends a process, and how much time and memory a test may take, depends on the
+  # How a fault ends a process, and how much time and memory a test may use, depends on the
   # sanitizer.
   set(kind plain)
   set(timeout 600)
@@ -99,7 +99,7 @@ if(NQ_BUILD_MODULE)
     set(timeout 3600)
   elseif(NQ_SANITIZE)
     set(kind ${NQ_SANITIZE})
-    # The host is not instrumented: the runtime comes first by preloading.
+    # The host is not instrumented: LD_PRELOAD loads the sanitizer's runtime first.
     if(NQ_SANITIZE STREQUAL "address")
       set(runtime libasan.so)
     else()
@@ -110,8 +110,8 @@ if(NQ_BUILD_MODULE)
     if(NOT EXISTS "${runtimePath}")
       message(FATAL_ERROR "${CMAKE_CXX_COMPILER} has no ${runtime}.")
     endif()
-    # The native runtime's last reference is kept on purpose, and the host leaks on an early exit, so
-    # leaks are looked for in the native suites only.
+    # The native runtime's last reference is kept on purpose, and the host leaks on an early exit,
+    # so leak detection is on in the native suites only.
     set(sanitizerEnvironment
         "LD_PRELOAD=${runtimePath}"
         "ASAN_OPTIONS=detect_leaks=0:allocator_may_return_null=1"
@@ -119,9 +119,9 @@ if(NQ_BUILD_MODULE)
         "TSAN_OPTIONS=ignore_noninstrumented_modules=1:atexit_sleep_ms=0:${NQ_TSAN_OPTIONS}")
   endif()
 
-  # nq_add_script_tests(prefix output node...): the script suites over the addons in folder OUTPUT, by
-  # the command NODE, which runs the file behind it. Suites of command buffers need the module that
-  # lets script reach them.
+  # nq_add_script_tests(prefix output node...): the script suites with the addons in folder OUTPUT,
+  # run by the command NODE. Suites of command buffers need the module that exposes them to
+  # JavaScript.
   file(GLOB_RECURSE NQ_SCRIPT_TESTS CONFIGURE_DEPENDS tests/script/*.test.js)
   function(nq_add_script_tests prefix output)
     set(environment
@@ -145,7 +145,7 @@ if(NQ_BUILD_MODULE)
     nq_add_script_tests(script "${CMAKE_BINARY_DIR}" "${NQ_NODE_DIR}/bin/node" --expose-gc
                         "${CMAKE_SOURCE_DIR}/node_modules/mocha/bin/mocha" --timeout 120000)
   endif()
-  # mocha's command line does not start on the newest hosts, its interface does.
+  # mocha's command line does not start on the newest hosts, but its API does.
   foreach(folder IN LISTS NQ_HOST_DIRS)
     nq_read_host("${folder}")
     set(output "${CMAKE_BINARY_DIR}/abi${NQ_HOST_ABI}")

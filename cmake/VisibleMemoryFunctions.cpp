@@ -1,5 +1,5 @@
-// For the thread sanitizer build only: the three memory functions as plain byte loops, so that the
-// checker sees what they read and write.
+// For the ThreadSanitizer build only: the three memory functions as plain byte loops, so that the
+// sanitizer sees what they read and write.
 #include <cstddef>
 
 extern "C" {

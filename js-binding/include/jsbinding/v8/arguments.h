@@ -1,5 +1,5 @@
-// Conversion of script arguments. Nothing is checked beyond what each function says; a conversion
-// that throws ends the process in V8's own way.
+// Conversion of JavaScript arguments. Checks no more than each function states; a conversion that
+// throws ends the process by V8's own fatal error.
 #ifndef JSBINDING_V8_ARGUMENTS_H_
 #define JSBINDING_V8_ARGUMENTS_H_
 
@@ -14,12 +14,12 @@ namespace vx {
 
 using CallbackInfo = v8::FunctionCallbackInfo<v8::Value>;
 
-// The i-th argument; past the end, `undefined`.
+// The i-th argument; `undefined` past the end.
 inline v8::Local<v8::Value> Arg(const CallbackInfo& info, int i) {
   return info[i];
 }
 
-// As an unsigned 32-bit number, by script's own rules; `undefined` gives 0.
+// As an unsigned 32-bit number, by JavaScript's own rules; `undefined` gives 0.
 inline uint32_t ReadUint32(v8::Isolate* isolate, v8::Local<v8::Value> value) {
   return value->Uint32Value(isolate->GetCurrentContext()).FromJust();
 }
@@ -35,9 +35,8 @@ struct Bytes {
 
 namespace internal {
 
-// `rangeLength` bytes at `offset` of a block of `length` bytes at `data`. A range that reaches past
-// the block's end is cut to what is left of it; one that starts at or past the end gives null and
-// 0.
+// `rangeLength` bytes at `offset` of a block of `length` bytes at `data`. A range that exceeds the
+// block's end is clipped; one that starts at or past the end gives null and 0.
 inline Bytes ClipRange(void* data, size_t length, size_t offset, size_t rangeLength) {
   Bytes bytes;
   if (length > offset) {
@@ -50,7 +49,7 @@ inline Bytes ClipRange(void* data, size_t length, size_t offset, size_t rangeLen
 
 }  // namespace internal
 
-// The memory behind an ArrayBuffer, or the range of it that a view shows, clipped as above; any
+// The memory behind an ArrayBuffer, or the range of it that a view covers, clipped as above; any
 // other value gives null and 0. Not owned; valid as long as the buffer is.
 inline Bytes ReadBytes(v8::Local<v8::Value> value) {
   if (value->IsArrayBufferView()) {

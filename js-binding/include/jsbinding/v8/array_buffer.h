@@ -12,14 +12,14 @@
 
 namespace vx {
 
-// A buffer over memory that stays native: V8 never frees it, and the owner must outlive it.
+// A buffer over memory that native code owns: V8 never frees it, and the owner must outlive it.
 inline v8::Local<v8::ArrayBuffer> NewSharedBuffer(v8::Isolate* isolate, void* data, size_t length) {
   return host::NewUnownedBuffer(isolate, data, length);
 }
 
 namespace internal {
 
-// How to free a block that was given away.
+// How to free a block whose ownership was transferred.
 struct BlockDeleter {
   void (*freeFunction)(void* block, void* argument);
   void* block;
@@ -38,8 +38,8 @@ inline void FreeHeapBlock(void* block, void* /*argument*/) {
 
 }  // namespace internal
 
-// A buffer over a block from the general heap that script takes over: the block is freed once
-// nothing refers to it any longer, in this buffer or, on hosts where script can move it, in
+// A buffer that takes ownership of a block from the general heap: the block is freed once nothing
+// refers to it any longer, in this buffer or, on hosts where JavaScript can transfer it, in
 // another.
 inline v8::Local<v8::ArrayBuffer> NewGivenAwayBuffer(v8::Isolate* isolate, void* block,
                                                      size_t length) {

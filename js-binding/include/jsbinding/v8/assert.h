@@ -1,4 +1,4 @@
-// Assertions of the binding library; they stay on in released builds.
+// Assertions of the binding library; they stay on in release builds.
 #ifndef JSBINDING_V8_ASSERT_H_
 #define JSBINDING_V8_ASSERT_H_
 
@@ -7,7 +7,7 @@
 
 namespace vx::internal {
 
-// Standard output first: what was printed before must arrive, even through a pipe.
+// Flushes standard output first: what was printed before must arrive, even through a pipe.
 [[noreturn]] inline void FailAssertion(const char* expression, const char* file, int line) {
   std::fflush(stdout);
   std::fprintf(stderr, "Assertion failed: %s, file %s, line %d\n", expression, file, line);
@@ -17,7 +17,7 @@ namespace vx::internal {
 
 }  // namespace vx::internal
 
-// Ends the process when `expression` is false; its text is printed as it is written.
+// Ends the process if `expression` is false; its text is printed as it is written.
 #define VX_ASSERT_IN(expression, file) \
   ((expression) ? static_cast<void>(0) : ::vx::internal::FailAssertion(#expression, file, __LINE__))
 

@@ -1,12 +1,13 @@
-// Ties native objects to script objects: wrappers, class templates, receiver checks. Chief header
-// of the library.
+// Ties native objects to JavaScript objects: wrappers, class templates, receiver checks. The main
+// header of the library.
 //
-// The life of a class, once per thread: a ClassTemplateBuilder is made, told its base and methods,
-// and installed. The life of a wrapper: made with `new`, bound to a script object by Wrap, from
-// then on reached through that object, and deleted when the object has been collected.
+// The life of a class, once per thread: a ClassTemplateBuilder is created, receives its base and
+// methods, and is installed. The life of a wrapper: created with `new`, bound to a JavaScript
+// object by Wrap, from then on reached through that object, and deleted when the object has been
+// collected.
 //
 // Thread safety: everything runs on the thread of the isolate. The registries are thread-local: a
-// second thread with an isolate of its own gets its own classes.
+// second thread with its own isolate gets its own classes.
 #ifndef JSBINDING_V8_CLASS_H_
 #define JSBINDING_V8_CLASS_H_
 
@@ -25,15 +26,15 @@
 
 namespace vx {
 
-// The internal fields of the script object of a wrapped class.
+// The internal fields of the JavaScript object of a wrapped class.
 constexpr int kTypeInfoField = 0;  // internal::TypeInfo* of the wrapper's class
 constexpr int kWrapperField = 1;   // the wrapper, as a BindingBase*
 constexpr int kInternalFieldCount = 2;
 
 namespace internal {
 
-// While set on a thread, wrappers whose objects are collected are not deleted there. For a shutdown
-// path; nothing sets it.
+// While set on a thread, wrappers are not deleted there when their objects are collected. For a
+// shutdown path; nothing sets it.
 inline bool& KeepCollectedWrappers() {
   static thread_local bool keep = false;
   return keep;
@@ -43,17 +44,17 @@ inline v8::Local<v8::String> NewString(v8::Isolate* isolate, const char* text) {
   return v8::String::NewFromUtf8(isolate, text, v8::NewStringType::kNormal).ToLocalChecked();
 }
 
-// An internal field as an aligned pointer. Null where nothing native was stored: a field of an
-// object that script made by `new` holds `undefined`, which must not be read as a pointer. `index`
-// must be below the object's count of internal fields.
+// An internal field as an aligned pointer. Null if nothing native was stored: a field of an object
+// created by `new` in JavaScript holds `undefined`, which must not be read as a pointer. `index`
+// must be below the object's number of internal fields.
 inline void* ReadPointerField(v8::Local<v8::Object> object, int index) {
   return host::IsFieldUndefined(object, index) ? nullptr : host::FieldPointer(object, index);
 }
 
 }  // namespace internal
 
-// Base of every wrapper. The script object owns the wrapper, weakly from V8's side: the destructor
-// runs in the second pass after the object's collection, and may call V8 only as far as such a
+// Base of every wrapper. The JavaScript object owns the wrapper, by a weak V8 handle: the
+// destructor runs in the second pass of the weak callback, and may call V8 only as far as such a
 // callback may.
 class BindingBase {
  public:
@@ -76,7 +77,8 @@ class BindingBase {
   // Called at the end of Wrap.
   virtual void OnWrapped() {}
 
-  // Reports `delta` bytes more, or fewer, to V8. All calls must sum to zero by the wrapper's end.
+  // Reports `delta` bytes more, or fewer, to V8. All calls must sum to zero when the wrapper is
+  // deleted.
   virtual void AdjustMemory(int32_t delta) {
     isolate_->AdjustAmountOfExternalAllocatedMemory(static_cast<int64_t>(delta));
     v8MemoryAdjustSize_ += delta;
@@ -109,7 +111,7 @@ class BindingBase {
     OnWrapped();
   }
 
-  // The script object.
+  // The JavaScript object.
   v8::Local<v8::Object> Object() const {
     VX_ASSERT(isolate_);
     VX_ASSERT(!thisObject_.IsEmpty());
@@ -137,13 +139,13 @@ class BindingBase {
   internal::TypeInfo* typeInfo_ = nullptr;
   v8::Persistent<v8::Object> thisObject_;  // weak once wrapped
   v8::Isolate* isolate_ = nullptr;         // null until wrapped and again after destruction
-  int64_t v8MemoryAdjustSize_ = 0;         // bytes reported to V8 at present
+  int64_t v8MemoryAdjustSize_ = 0;         // bytes currently reported to V8
   int64_t init_memory_adjust_size_ = 0;    // bytes reported by Wrap
   bool collected_ = false;
 };
 
-// The wrapper of class T behind `object`, or null: the object was not made by native code, or wraps
-// a class that is not T's kind.
+// The wrapper of class T behind `object`, or null if the object was not created by native code, or
+// wraps a class that is neither T nor derived from it.
 template <typename T>
 T* Unwrap(v8::Local<v8::Object> object) {
   if (object->InternalFieldCount() != kInternalFieldCount) {
@@ -158,25 +160,24 @@ T* Unwrap(v8::Local<v8::Object> object) {
       static_cast<BindingBase*>(internal::ReadPointerField(object, kWrapperField)));
 }
 
-// Field 1 of `object` as it stands, whatever class it wraps; null if nothing native was stored
-// there. An object without such a field ends the process in V8's own way.
+// Field 1 of `object`, whatever class it wraps; null if nothing native was stored there. An object
+// without such a field ends the process by V8's own fatal error.
 template <typename T>
 T* UnwrapUnchecked(v8::Local<v8::Object> object) {
   if (object->InternalFieldCount() <= kWrapperField) {
-    // V8's inlined readers check no bounds. Its writers do, and report before they write.
+    // V8's inlined getters check no bounds. Its setters do, and report before they write.
     host::SetFieldPointer(object, kWrapperField, nullptr);
   }
   return static_cast<T*>(
       static_cast<BindingBase*>(internal::ReadPointerField(object, kWrapperField)));
 }
 
-// A method's native side: runs for `self`, which is null when the receiver is of the wrong class. A
-// static function rather than a member, so that a null receiver has a defined meaning up to its
-// use.
+// The native function of a method: `self` is null if the receiver is of the wrong class. A static
+// function, not a member function, so that a null receiver is defined behaviour until it is used.
 template <typename T>
 using Method = void (*)(T* self, v8::Isolate* isolate, const CallbackInfo& info);
 
-// The shape of every method callback: scope, receiver check, call - even for a null receiver.
+// The common method callback: scope, receiver check, call - even for a null receiver.
 template <typename T, Method<T> method>
 void Callback(const CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
@@ -192,8 +193,8 @@ void UncheckedCallback(const CallbackInfo& info) {
   method(UnwrapUnchecked<T>(host::Receiver(info)), isolate, info);
 }
 
-// Builds the script class of T. Alive for the span of one registration. The script constructor does
-// nothing native: `new` on it yields an object with two empty internal fields.
+// Builds the JavaScript class of T. Lives only during one registration. The JavaScript constructor
+// does nothing native: `new` on it creates an object with two empty internal fields.
 template <typename T>
 class ClassTemplateBuilder {
  public:
@@ -233,7 +234,7 @@ class ClassTemplateBuilder {
     accessors.push_back(AccessorEntry{name, getter, setter});
   }
 
-  // Completes the class under its script name; nothing happens if the thread has installed T
+  // Completes the class under its JavaScript name; does nothing if the thread has installed T
   // already.
   void Install(const char* className) {
     internal::ClassState* state = internal::class_state<T>();
@@ -280,7 +281,7 @@ class ClassTemplateBuilder {
   v8::Persistent<v8::FunctionTemplate>* baseTemplate = nullptr;
 };
 
-// A new script object of class T, which is installed in this thread.
+// A new JavaScript object of class T, which is installed in this thread.
 template <typename T>
 v8::Local<v8::Object> NewInstance(v8::Isolate* isolate) {
   v8::Local<v8::Context> context = isolate->GetCurrentContext();

@@ -11,8 +11,8 @@
 namespace vx::internal {
 
 // One for each class and thread: V8's handles belong to an isolate and its thread. Nothing
-// un-installs a class. The handle is of the kind that is not disposed with its owner, since a
-// thread's registry goes after its isolate.
+// uninstalls a class. The handle's destructor does not dispose it, since a thread's registry is
+// destroyed after its isolate.
 struct ClassState {
   bool installed = false;
   v8::Persistent<v8::FunctionTemplate> functionTemplate;  // empty until installed

@@ -1,11 +1,11 @@
-// What hosts differ in: every place where V8 or Node changed an interface that the library needs,
-// in this one header, chosen by V8_MAJOR_VERSION. Nothing else looks at a version.
+// Differences between hosts: every use of an interface that V8 or Node changed, in this one header,
+// selected by V8_MAJOR_VERSION. Nothing else tests a version.
 //
 //   Node  12   18   20   22   24   26
 //   V8     7   10   11   12   13   14
 //   ABI   72  108  115  127  137  147
 //
-// Node 12 is the reference. Where another host shows script a difference, the comment states it.
+// Node 12 is the reference. If JavaScript sees a difference on another host, the comment states it.
 #ifndef JSBINDING_V8_HOST_H_
 #define JSBINDING_V8_HOST_H_
 
@@ -16,7 +16,7 @@
 #include <memory>
 #include <utility>
 
-// The head of the module's entry, with the argument `exports`:
+// The function head of the module's entry, with the parameter `exports`:
 //   VX_MODULE_ENTRY { ... }
 // The host looks it up by its name, node_register_module_vABI. On hosts newer than Node 12 that
 // name alone makes the module context-aware.
@@ -58,8 +58,9 @@ struct BlockDeleter;
 
 namespace host {
 
-// Called once with the deleter of a block that was given away, when nothing refers to its memory
-// any longer. Newer hosts can move the memory to another thread and may call there.
+// Called once with the deleter of a block whose ownership was transferred, when nothing refers to
+// its memory any longer. On newer hosts the memory can move to another thread, and this may be
+// called there.
 using BlockFinaliser = void (*)(internal::BlockDeleter* deleter);
 
 // Last argument of the module's entry.
@@ -79,7 +80,7 @@ inline void* BufferData(v8::Local<v8::ArrayBuffer> buffer) {
 }
 
 #if V8_MAJOR_VERSION >= 8
-// A buffer over `data` whose memory ends by `deleter`.
+// A buffer over `data`, whose memory `deleter` releases.
 inline v8::Local<v8::ArrayBuffer> NewBufferOver(v8::Isolate* isolate, void* data, size_t length,
                                                 v8::BackingStore::DeleterCallback deleter,
                                                 void* deleterData) {
@@ -91,10 +92,10 @@ inline v8::Local<v8::ArrayBuffer> NewBufferOver(v8::Isolate* isolate, void* data
 
 // A buffer over memory that V8 never frees.
 //
-// On newer hosts script can move such memory to another buffer (structuredClone, postMessage,
-// transfer), which leaves this one empty. A detach key makes that throw from V8 13 on. Older ones
-// end the process at some ways to move a buffer with a key, so there is none, and the move is
-// possible: the memory stays where it is, and is still native.
+// On newer hosts JavaScript can transfer such memory to another buffer (structuredClone,
+// postMessage, transfer), which leaves this one empty. From V8 13 on a detach key makes that throw.
+// With a key, older versions end the process in some kinds of transfer, so they get none, and the
+// transfer is possible: the memory stays at its address, and native code still owns it.
 inline v8::Local<v8::ArrayBuffer> NewUnownedBuffer(v8::Isolate* isolate, void* data,
                                                    size_t length) {
 #if V8_MAJOR_VERSION < 8
@@ -109,7 +110,7 @@ inline v8::Local<v8::ArrayBuffer> NewUnownedBuffer(v8::Isolate* isolate, void* d
 #endif
 }
 
-// Follows a buffer that was given away to the end of its memory.
+// Tracks a buffer that owns its block until the memory is no longer used.
 #if V8_MAJOR_VERSION < 8
 struct WeakBufferHolder {
   v8::Persistent<v8::ArrayBuffer> buffer;
@@ -136,8 +137,8 @@ struct WeakBufferHolder {
   }
 };
 #else
-// The backing store owns the holder: script may move the memory on to other buffers, and it lives
-// as long as the last of them.
+// The backing store owns the holder: JavaScript may transfer the memory to other buffers, and it
+// lives as long as the last of them.
 struct BackingStoreHolder {
   BlockFinaliser finaliser;
   internal::BlockDeleter* deleter;
@@ -152,8 +153,8 @@ struct BackingStoreHolder {
 };
 #endif
 
-// A buffer over memory that goes with it: `finaliser`, unless it is null, is called with `deleter`
-// once the memory is no longer reachable from script.
+// A buffer that owns its memory: `finaliser`, unless it is null, is called with `deleter` once the
+// memory is no longer reachable from JavaScript.
 inline v8::Local<v8::ArrayBuffer> NewOwnedBuffer(v8::Isolate* isolate, void* data, size_t length,
                                                  BlockFinaliser finaliser,
                                                  internal::BlockDeleter* deleter) {
@@ -169,7 +170,7 @@ inline v8::Local<v8::ArrayBuffer> NewOwnedBuffer(v8::Isolate* isolate, void* dat
 #endif
 }
 
-// The receiver of a call. No template here has a signature, so both name the same object.
+// The receiver of a call. No template here has a signature, so both names mean the same object.
 template <typename Info>
 v8::Local<v8::Object> Receiver(const Info& info) {
 #if V8_MAJOR_VERSION < 13
@@ -179,8 +180,8 @@ v8::Local<v8::Object> Receiver(const Info& info) {
 #endif
 }
 
-// Whether an internal field holds `undefined`, as the fields of an object do that script made by
-// `new`. `index` must be below the object's count of internal fields.
+// True if an internal field holds `undefined`, as in objects created by `new` in JavaScript.
+// `index` must be below the object's number of internal fields.
 inline bool IsFieldUndefined(v8::Local<v8::Object> object, int index) {
 #if V8_MAJOR_VERSION < 12
   return object->GetInternalField(index)->IsUndefined();
@@ -205,7 +206,7 @@ inline void SetFieldPointer(v8::Local<v8::Object> object, int index, void* point
 #endif
 }
 
-// A property of all instances that is read and written by callbacks.
+// A property of all instances with a getter and a setter callback.
 inline void SetAccessor(v8::Local<v8::ObjectTemplate> instances, v8::Local<v8::String> name,
                         v8::AccessorNameGetterCallback getter,
                         v8::AccessorNameSetterCallback setter) {

@@ -9,7 +9,8 @@
 
 namespace vx::internal {
 
-// What is known of a class at run time: a name that identifies it, and its ancestors, flat.
+// Run-time type information of a class: a name that identifies it, and the flat list of its
+// ancestors.
 struct TypeInfo {
   std::string name;
   std::vector<TypeInfo> bases;  // each with empty `bases` of its own
@@ -28,7 +29,7 @@ struct TypeInfo {
     }
   }
 
-  // True if this is `other`'s class or one derived from it. `other`'s ancestors play no part.
+  // True if this is `other`'s class or derived from it. `other`'s ancestors are ignored.
   bool IsKindOf(const TypeInfo& other) const {
     if (name == other.name) {
       return true;
@@ -42,20 +43,20 @@ struct TypeInfo {
   }
 };
 
-// An address that is T's own; the key of T in the registries of a thread.
+// A unique address per T; the key of T in the registries of a thread.
 template <typename T>
 const void* TypeKey() {
   static const char key = 0;
   return &key;
 }
 
-// A text that differs by type; nothing shows it to script.
+// A unique name per type; never visible to JavaScript.
 template <typename T>
 const char* TypeName() {
   return __PRETTY_FUNCTION__;
 }
 
-// The calling thread's record of T, created at first use and freed when the thread ends.
+// The calling thread's record of T, created lazily and freed when the thread ends.
 template <typename T>
 TypeInfo* type_id();
 
