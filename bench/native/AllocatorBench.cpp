@@ -1,4 +1,4 @@
-// Handles and shared blocks: look-up, and the life of a block.
+// Handles and shared blocks: look-up, allocation and release.
 #include <benchmark/benchmark.h>
 
 #include <random>
@@ -33,7 +33,7 @@ void BM_HandlerAllocatorFind(benchmark::State& state) {
 }
 BENCHMARK(BM_HandlerAllocatorFind)->Arg(10)->Arg(1000)->Arg(100000);
 
-// A block comes and goes while `range(1)` others live.
+// Allocates and releases a block while `range(1)` others are live.
 void BM_MemoryAllocatorAllocateRelease(benchmark::State& state) {
   MemoryAllocator allocator;
   std::vector<MemoryBlock> live;

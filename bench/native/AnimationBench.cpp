@@ -1,5 +1,5 @@
 // Animation on one thread: sampling of clips, updates of animators, skinning, and the phases of a
-// frame. "bone" is the time of one bone.
+// frame. "bone" is the time per bone.
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -24,7 +24,7 @@ using engine::SampleMap;
 
 constexpr uint32_t kBones = 50;
 constexpr uint32_t kFramesPerSecond = 30;
-constexpr uint32_t kClipFrames = 120;  // 4 seconds; a key on each frame, and one at the end
+constexpr uint32_t kClipFrames = 120;  // 4 seconds; one key per frame, and one at the end
 constexpr uint32_t kKeys = kClipFrames + 1;
 constexpr uint32_t kClips = 3;
 constexpr double kPi = 3.14159265358979323846;
@@ -35,8 +35,8 @@ struct Motion {
   double slope;
 };
 
-// The bytes of a clip. Each bone swings about an axis of its own; the hips move, too. `clip` tells
-// one clip's motion from another's.
+// The bytes of a clip. Each bone swings about its own axis; the hips also move. `clip` makes the
+// motion of each clip different.
 std::vector<uint8_t> ClipBytes(uint32_t clip) {
   std::vector<engine::ClipCurve> curves;
   std::vector<engine::ClipKey> keys;
@@ -96,14 +96,14 @@ double Now() {
   return std::chrono::duration<double>(time).count();
 }
 
-// Reports the measured time by bones. `bones` are those of one iteration.
+// Reports the measured time per bone. `bones` is the number per iteration.
 void ReportBones(benchmark::State& state, uint32_t bones) {
   const double all = static_cast<double>(state.iterations()) * bones;
   state.counters["bone"] =
       benchmark::Counter(all, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
-// Moments all over a clip, none of them whole.
+// Times spread over a clip, none of them a whole frame.
 float MomentOf(uint64_t number) {
   return static_cast<float>(number * 37 % kClipFrames) + 0.3125f;
 }
@@ -140,7 +140,7 @@ void BM_SampleAtFrame(benchmark::State& state) {
 BENCHMARK(BM_SampleAtFrame);
 
 // Characters under one root, each with an animator and a skinning component. All share the clips
-// and the bones model; each is at a time of its own.
+// and the bones model; each is at a different time.
 class Crowd {
  public:
   Crowd(uint32_t characters, uint32_t clipsPlayed)
@@ -176,7 +176,7 @@ class Crowd {
     }
   }
 
-  // Sets what every character plays, as script would ahead of a frame.
+  // Sets what every character plays, as the script would before a frame.
   void SetTimes(uint64_t number, bool whole) {
     for (size_t character = 0; character < records.size(); ++character) {
       for (uint32_t c = 0; c < played; ++c) {
@@ -231,7 +231,7 @@ class Crowd {
 
   BenchScene scene;
   engine::EngineCore* const core;
-  uint32_t played = 0;  // clips of each character
+  uint32_t played = 0;  // clips per character
   uint32_t bonesModel = 0;
   std::vector<uint32_t> clips;
   std::vector<uint32_t> animators;
@@ -240,8 +240,8 @@ class Crowd {
 };
 
 // range: characters, clips played, whether at whole frames. World matrices are refreshed between
-// the updates, so that each finds its bones unmarked; that is not measured, nor is the writing of
-// times.
+// the updates, so that each update finds its bones unmarked. Neither that nor the writing of times
+// is measured.
 void BM_UpdateAnimator(benchmark::State& state) {
   Crowd crowd(static_cast<uint32_t>(state.range(0)), static_cast<uint32_t>(state.range(1)));
   uint64_t number = 0;
@@ -280,7 +280,7 @@ void BM_UpdateSkinningMatrix(benchmark::State& state) {
 }
 BENCHMARK(BM_UpdateSkinningMatrix)->ArgName("characters")->Arg(10)->Arg(100)->Arg(1000);
 
-// A frame of two clips blended, with what its phases take of each bone.
+// A frame of two blended clips, with the time of its phases per bone.
 void BM_AnimatedFrame(benchmark::State& state) {
   Crowd crowd(static_cast<uint32_t>(state.range(0)), 2);
   double animate = 0;

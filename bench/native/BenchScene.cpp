@@ -16,7 +16,7 @@ namespace {
 
 constexpr uint32_t kBonesPerCharacter = 50;
 
-// A spine with a head, four limbs of nine bones, and single bones on the head: 50 in all.
+// A spine with a head, four limbs of nine bones, and leaf bones on the head: 50 in all.
 uint32_t BoneParent(uint32_t bone) {
   constexpr uint32_t kSpineBones = 6;
   constexpr uint32_t kLimbBones = 9;

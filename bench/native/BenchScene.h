@@ -1,4 +1,4 @@
-// A scene for benchmarks: an engine core without a script in front, and trees in it.
+// A scene for benchmarks: an engine core without JavaScript, and trees in it.
 #ifndef NQ_BENCH_NATIVE_BENCHSCENE_H_
 #define NQ_BENCH_NATIVE_BENCHSCENE_H_
 
@@ -11,18 +11,18 @@
 
 namespace nq::bench {
 
-// How the nodes of a tree hang together.
+// The shape of a tree.
 enum class Shape : int64_t {
   kLargeTree,  // 4 to 8 children a node, created breadth first
   kHumanoids,  // characters of 50 bones under one root
-  kWideTree,   // all below the root
+  kWideTree,   // all are children of the root
   kChain,      // one child a node
 };
 
-// Parent of each node, by number; the root is node 0. Parents stand ahead of their children.
+// Parent of each node, by number; the root is node 0. Parents precede their children.
 std::vector<uint32_t> TreeParents(Shape shape, uint32_t count);
 
-// `count` different numbers below `limit`, ascending; the same on every run.
+// `count` distinct numbers below `limit`, ascending; the same in every run.
 std::vector<uint32_t> Pick(uint32_t limit, uint32_t count);
 
 // One engine with one tree of 3D entities, linked and refreshed, all quaternions, scale 1.
@@ -38,10 +38,10 @@ class BenchScene {
   uint32_t Handle(uint32_t node) const { return handles[node]; }
   engine::Entity3DRecord* Record(uint32_t node) const { return records[node]; }
 
-  // Lists nodes[from] to nodes[to - 1] as dirty, the only ones.
+  // Sets the dirty list to nodes[from] to nodes[to - 1].
   void List(const std::vector<uint32_t>& nodes, size_t from, size_t to);
 
-  // Moves the listed nodes, as script would between two frames.
+  // Moves the listed nodes, as the script would between two frames.
   void Move(const std::vector<uint32_t>& nodes, float by);
 
  private:

@@ -12,7 +12,7 @@
 namespace nq::engine {
 namespace {
 
-// Few enough that all stay in the first cache: what is measured is arithmetic.
+// Few enough that all fit in the L1 cache: the benchmark measures arithmetic.
 constexpr size_t kMatrices = 64;
 
 std::vector<float> RandomNumbers(size_t count) {
@@ -39,7 +39,7 @@ void BM_MultiplyMatrix4(benchmark::State& state) {
 }
 BENCHMARK(BM_MultiplyMatrix4);
 
-// Each product waits for the one before, as along a chain of parents.
+// Each product depends on the previous one, as along a chain of parents.
 void BM_MultiplyMatrix4Chain(benchmark::State& state) {
   std::vector<float> a = RandomNumbers(kMatrices * 16);
   std::vector<float> out(kMatrices * 16);
@@ -82,8 +82,8 @@ void BM_MatrixToQuaternion(benchmark::State& state) {
 }
 BENCHMARK(BM_MatrixToQuaternion);
 
-// Builds local matrices from shared records. `Matrix` is 16 floats on a boundary that the stores
-// may rely on.
+// Builds local matrices from shared records. `Matrix` is 16 floats with the alignment that the
+// stores may rely on.
 template <typename EntityKind, typename Record>
 void BuildLocalMatrices(benchmark::State& state, std::vector<Record>& records) {
   struct alignas(64) Matrix {

@@ -1,4 +1,4 @@
-// What it costs to have workers do something, before they do anything.
+// The overhead of the worker pool: posting tasks and waiting for them.
 #include <benchmark/benchmark.h>
 
 #include <array>
@@ -9,7 +9,7 @@
 namespace nq::engine {
 namespace {
 
-// The hand-over of a long dirty list: one task per worker, and the wait for all of them.
+// The fork and join of a long dirty list: one task per worker, and the wait for all of them.
 void BM_WorkerPoolHandOver(benchmark::State& state) {
   WorkerPool pool(kFirstPoolThreads);
   std::array<Task, kFirstPoolThreads> tasks;
@@ -23,7 +23,7 @@ void BM_WorkerPoolHandOver(benchmark::State& state) {
 }
 BENCHMARK(BM_WorkerPoolHandOver)->UseRealTime();
 
-// A batch update: a task per handle.
+// A batch update: one task per handle.
 void BM_WorkerPoolManyTasks(benchmark::State& state) {
   WorkerPool pool(kFirstPoolThreads);
   std::vector<Task> tasks(static_cast<size_t>(state.range(0)));

@@ -1,4 +1,4 @@
-// The step of a frame, whole and by what it consists of.
+// The transform pass of a frame, whole and by parts.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -29,7 +29,7 @@ const char* ShapeName(Shape shape) {
   return "";
 }
 
-// The nodes that change: all of them, or `count` from all over the tree, the root not among them.
+// The nodes that change: all of them, or `count` spread over the tree, without the root.
 std::vector<uint32_t> DirtyNodes(uint32_t nodes, uint32_t count) {
   if (count >= nodes) {
     std::vector<uint32_t> all(nodes);
@@ -48,8 +48,8 @@ double Now() {
   return static_cast<double>(std::chrono::duration_cast<std::chrono::nanoseconds>(time).count());
 }
 
-// Runs `step` for each dirty list of a frame, the root held inactive until the last if the frame
-// takes several. Returns what the steps took, in nanoseconds.
+// Runs `step` for each dirty list of a frame. If the frame needs several, the root is inactive
+// until the last. Returns the time of the steps in nanoseconds.
 template <typename Step>
 double RunFrame(BenchScene* scene, const std::vector<uint32_t>& dirty, Step step) {
   EntitySystem* system = scene->System();
@@ -71,8 +71,8 @@ double RunFrame(BenchScene* scene, const std::vector<uint32_t>& dirty, Step step
   return measured;
 }
 
-// range: shape, nodes, dirty nodes. What changes is written outside the measured time. The counter
-// is nanoseconds per dirty node.
+// range: shape, nodes, dirty nodes. The time of writing the changes is not measured. The counter is
+// nanoseconds per dirty node.
 void BM_RefreshWorldTransform(benchmark::State& state) {
   const Shape shape = static_cast<Shape>(state.range(0));
   const uint32_t nodes = static_cast<uint32_t>(state.range(1));
@@ -92,8 +92,8 @@ void BM_RefreshWorldTransform(benchmark::State& state) {
   state.SetLabel(ShapeName(shape));
 }
 
-// The same by its halves: `sync` local matrices with their hand-over, version bumps and marks,
-// `world` the world matrices.
+// The same in halves: `sync` is local matrices with posting them, version bumps and marks; `world`
+// is the world matrices.
 void BM_FrameByHalves(benchmark::State& state) {
   const Shape shape = static_cast<Shape>(state.range(0));
   const uint32_t nodes = static_cast<uint32_t>(state.range(1));
@@ -137,7 +137,7 @@ void Trees(benchmark::internal::Benchmark* benchmark) {
 BENCHMARK(BM_RefreshWorldTransform)->Apply(Trees)->UseManualTime();
 BENCHMARK(BM_FrameByHalves)->Apply(Trees)->UseManualTime();
 
-// Dirty lists of 1,000 and 10,000 nodes all over a tree of 100,000, or the first so many of it.
+// Dirty lists of 1,000 and 10,000 nodes, spread over a tree of 100,000 or the first ones of it.
 void Lists(benchmark::internal::Benchmark* benchmark) {
   benchmark->ArgNames({"dirty", "scattered"});
   for (const int64_t dirty : {1000, 10000}) {
@@ -168,7 +168,7 @@ void BM_SyncDirtyRange(benchmark::State& state) {
 }
 BENCHMARK(BM_SyncDirtyRange)->Apply(Lists);
 
-// Counting of version bumps. Nobody asks for a version meanwhile, as in most games.
+// Counting of version bumps. No version is read meanwhile, as in most games.
 void BM_BumpLocalVersions(benchmark::State& state) {
   ListedScene listed(state);
   engine::LocalVersions& versions = listed.scene.System()->Versions();
@@ -181,7 +181,7 @@ void BM_BumpLocalVersions(benchmark::State& state) {
 }
 BENCHMARK(BM_BumpLocalVersions)->Apply(Lists);
 
-// The bumps of a frame counted and spread: somebody asks for a version in each.
+// Counting and spreading the bumps of a frame: a version is read in each frame.
 void BM_SettleLocalVersions(benchmark::State& state) {
   ListedScene listed(state);
   engine::LocalVersions& versions = listed.scene.System()->Versions();
@@ -195,7 +195,7 @@ void BM_SettleLocalVersions(benchmark::State& state) {
 }
 BENCHMARK(BM_SettleLocalVersions)->Apply(Lists);
 
-// Marks of a dirty list on a clean tree by the operation that frames use, without their prefetches.
+// Marks a dirty list in a clean tree by the operation that frames use, without their prefetches.
 // The world pass that cleans the tree again is not measured.
 void BM_MarkListed(benchmark::State& state) {
   ListedScene listed(state);

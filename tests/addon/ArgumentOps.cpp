@@ -1,4 +1,4 @@
-// Conversion of arguments, as methods see them.
+// Conversion of arguments, as in methods.
 #include "tests/addon/TestAddon.h"
 
 namespace nq::test {
@@ -20,14 +20,14 @@ void ReadBytesOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
-// writeByte(value, index, byte): through the pointer that a method gets.
+// writeByte(value, index, byte): through the pointer that a method receives.
 void WriteByteOp(const vx::CallbackInfo& info) {
   vx::ReadBytes(vx::Arg(info, 0)).data[Uint32Arg(info, 1)] =
       static_cast<uint8_t>(Uint32Arg(info, 2));
 }
 
-// clip(length, offset, rangeLength): [start, length] of the range that is left of a block, or null.
-// V8 makes no view that exceeds its buffer, so this is asked of the rule alone.
+// clip(length, offset, rangeLength): [start, length] of the clipped range, or null. V8 creates no
+// view that exceeds its buffer, so this calls the clipping function directly.
 void ClipOp(const vx::CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
   char block[64];

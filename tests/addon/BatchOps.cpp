@@ -1,4 +1,4 @@
-// The batch shape over an operation that records its calls, and tasks that end the process.
+// BatchUpdate with an operation that records its calls, and tasks that end the process.
 #include <chrono>
 #include <cstdio>
 #include <mutex>
@@ -22,7 +22,7 @@ struct Call {
   std::thread::id thread;
 };
 
-// What the calls of one batch leave behind. Calls come from several threads at once.
+// What the calls of one batch record, concurrently from several threads.
 struct Recorder {
   explicit Recorder(engine::EngineRuntime* runtime) : runtime(runtime) {}
 
@@ -34,20 +34,20 @@ struct Recorder {
   std::chrono::milliseconds pause{0};
 };
 
-// The record is written behind the pause: a batch that returned early would miss it.
+// Records after the pause: the result of a batch that returned early would lack the record.
 void Record(Recorder* recorder, uint32_t handle) {
   std::this_thread::sleep_for(recorder->pause);
   const std::lock_guard<std::mutex> lock(recorder->mutex);
   recorder->calls.push_back(Call{handle, std::this_thread::get_id()});
 }
 
-// batch(engine, bytes, pauseMilliseconds): what was called by the time that BatchUpdate returned,
-// as {handles, onScriptThread, threads}: two arrays in order of completion, and the number of
-// different threads.
+// batch(engine, bytes, pauseMilliseconds): the calls made by the time BatchUpdate returned, as
+// {handles, onScriptThread, threads}: two arrays in order of completion, and the number of distinct
+// threads.
 void BatchOp(const vx::CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
   BindingEngine* wrapper = vx::Unwrap<BindingEngine>(ObjectArg(info, 0));
-  // Not freed: a batch that returned early goes on writing to it.
+  // Leaked: a batch that returned early still writes to it.
   Recorder* recorder = new Recorder(wrapper->Runtime());
   recorder->pause = std::chrono::milliseconds(Uint32Arg(info, 2));
   engine::BatchUpdate<Recorder, Record>(recorder, vx::ReadBytes(vx::Arg(info, 1)));
@@ -78,8 +78,8 @@ void BatchOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
-// bufferOutput(): from now on standard output is buffered, as it is in any program but the host,
-// which turns that off for itself.
+// bufferOutput(): turns on buffering of standard output, as in any program but the host, which
+// turns it off for itself.
 void BufferOutputOp(const vx::CallbackInfo& /*info*/) {
   static char buffer[4096];
   std::setvbuf(stdout, buffer, _IOFBF, sizeof(buffer));

@@ -1,4 +1,4 @@
-// Buffers over native memory, kept and given away.
+// Buffers over native memory, kept or with ownership transferred.
 #include <cstdlib>
 #include <cstring>
 
@@ -9,7 +9,7 @@ namespace nq::test {
 
 namespace {
 
-// Frees that went through CountingFree, and those among them whose second argument was not 0.
+// Calls of CountingFree, and those of them with a second argument other than 0.
 uint32_t freedBlocks = 0;
 uint32_t oddArguments = 0;
 
@@ -28,7 +28,7 @@ void GivenAwayOp(const vx::CallbackInfo& info) {
 }
 
 // countedBuffer(bytes, withFinaliser): the same through a holder whose block is freed by a counting
-// function. Without a finaliser the block is nobody's, so it is a static one then.
+// function. Without a finaliser nothing frees the block, so it is a static one.
 void CountedBufferOp(const vx::CallbackInfo& info) {
   static char unowned[64];
   v8::Isolate* isolate = info.GetIsolate();
@@ -45,7 +45,7 @@ void CountedBufferOp(const vx::CallbackInfo& info) {
   }
 }
 
-// sameBlock(): one more buffer over the one static block of 100 bytes.
+// sameBlock(): another buffer over the single static block of 100 bytes.
 void SameBlockOp(const vx::CallbackInfo& info) {
   static char block[100];
   info.GetReturnValue().Set(vx::NewSharedBuffer(info.GetIsolate(), block, sizeof(block)));
@@ -60,7 +60,7 @@ void FreedBlocksOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
-// isExternal(buffer): whether V8 leaves its memory alone.
+// isExternal(buffer): true if V8 does not own its memory.
 void IsExternalOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(ObjectArg(info, 0).As<v8::ArrayBuffer>()->IsExternal());
 }

@@ -1,4 +1,4 @@
-// Script classes and type records.
+// JavaScript classes and type records.
 #include <thread>
 
 #include "BindingTemp/BindingEngine.h"
@@ -51,8 +51,8 @@ vx::internal::TypeInfo* TypeInfoNamed(const std::string& name) {
 
 namespace {
 
-// Classes that exist to be installed; each situation below uses numbers of its own, since a class
-// is installed once a thread.
+// Classes for installation tests; each situation below uses different numbers, since a class is
+// installed once per thread.
 template <int number>
 class Sample : public vx::BindingBase {};
 
@@ -94,8 +94,8 @@ v8::Local<v8::Object> Describe(v8::Isolate* isolate) {
   return result;
 }
 
-// inherit(situation): what Inherit does with both classes installed, only the base, none, or only
-// the derived one. Each once a thread.
+// inherit(situation): the effect of Inherit if both classes are installed, only the base, none, or
+// only the derived one. Once per thread each.
 void InheritOp(const vx::CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
   const std::string situation = StringArg(info, 0);
@@ -126,7 +126,7 @@ void InheritOp(const vx::CallbackInfo& info) {
   }
 }
 
-// flatBases(): a class's record over a base that has a base itself, after the same base was added
+// flatBases(): a class's record with a base that itself has a base, after adding the same base
 // twice: {baseCount, basesOfBases, isKindOfGrandparent, grandparentIsKindOf}.
 void FlatBasesOp(const vx::CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
@@ -150,8 +150,8 @@ void FlatBasesOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
-// lateBase(): a base that enters a known base's record later is added on the next AddBase, although
-// the known base itself is not added again: [base count before, after].
+// lateBase(): a base added to a known base's record later is also added by the next AddBase,
+// although the known base itself is not added again: [base count before, after].
 void LateBaseOp(const vx::CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
   vx::internal::TypeInfo parent{"parent", {}};
@@ -179,8 +179,8 @@ void AccessorSetter(v8::Local<v8::Name> /*name*/, v8::Local<v8::Value> value,
   accessorValue = value->NumberValue(info.GetIsolate()->GetCurrentContext()).FromJust();
 }
 
-// accessorInstance(): an object of a class with the accessors "level" and, after it, "fixed", which
-// has no setter.
+// accessorInstance(): an object of a class with the accessors "level" and "fixed", in this order;
+// "fixed" has no setter.
 void AccessorInstanceOp(const vx::CallbackInfo& info) {
   vx::ClassTemplateBuilder<Sample<9>> builder;
   builder.AddAccessor("level", AccessorGetter, AccessorSetter);
@@ -198,8 +198,8 @@ void AccessorStateOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
-// installTwice(): installs a class under one name, then again with another name and method. The
-// constructors after each, as [first, second].
+// installTwice(): installs a class under one name, then again with another name and method. Returns
+// the constructors after each, as [first, second].
 void InstallTwiceOp(const vx::CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
   v8::Local<v8::Array> result = v8::Array::New(isolate);
@@ -211,7 +211,7 @@ void InstallTwiceOp(const vx::CallbackInfo& info) {
 }
 
 // registerClasses(): the wrapper layer's own sequence, in this addon's registries. Returns the
-// constructors under the classes' names in script, and engineBases, entityBases, componentBases,
+// constructors under the classes' JavaScript names, and engineBases, entityBases, componentBases,
 // dataModelBases, bindingBases, controllerBases, stateBases: counts.
 void RegisterClassesOp(const vx::CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();
@@ -241,14 +241,14 @@ void RegisterClassesOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
-// isKindOf(object, name): the record behind a wrapped object against that of a class.
+// isKindOf(object, name): tests the record of a wrapped object against that of a class.
 void IsKindOfOp(const vx::CallbackInfo& info) {
   const vx::internal::TypeInfo* record = static_cast<const vx::internal::TypeInfo*>(
       vx::internal::ReadPointerField(ObjectArg(info, 0), vx::kTypeInfoField));
   info.GetReturnValue().Set(record->IsKindOf(*TypeInfoNamed(StringArg(info, 1))));
 }
 
-// baseCount(object): bases in the record behind a wrapped object.
+// baseCount(object): number of bases in the record of a wrapped object.
 void BaseCountOp(const vx::CallbackInfo& info) {
   const vx::internal::TypeInfo* record = static_cast<const vx::internal::TypeInfo*>(
       vx::internal::ReadPointerField(ObjectArg(info, 0), vx::kTypeInfoField));
@@ -269,7 +269,7 @@ void InternalFieldsOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
-// unwrap(object): what receiver checks make of it, as {engine, entity, component, dataModel,
+// unwrap(object): the results of receiver checks, as {engine, entity, component, dataModel,
 // binding, controller, state}, true where not null.
 void UnwrapOp(const vx::CallbackInfo& info) {
   v8::Isolate* isolate = info.GetIsolate();

@@ -1,4 +1,4 @@
-// The native side of an "Engine" of the module: counts, references, what script can't ask for.
+// Native state of an "Engine" of the module that JavaScript can't read: counts, references.
 #include <unistd.h>
 
 #include <csignal>
@@ -29,7 +29,7 @@ using engine::BindingEngineDataModel;
 using engine::BindingEngineEntity;
 using engine::EngineRuntime;
 
-// Runtimes that tests look at after their engines are gone; a runtime is never deleted.
+// Runtimes that tests inspect after their engines are released; a runtime is never deleted.
 std::vector<EngineRuntime*>& Runtimes() {
   static std::vector<EngineRuntime*> runtimes;
   return runtimes;
@@ -61,7 +61,7 @@ void ObjectCountsOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
-// runtimeOf(engine): a number by which the runtime can be asked about from now on.
+// runtimeOf(engine): a number that identifies the runtime in later calls.
 void RuntimeOfOp(const vx::CallbackInfo& info) {
   Runtimes().push_back(EngineArg(info)->Runtime());
   info.GetReturnValue().Set(static_cast<uint32_t>(Runtimes().size() - 1));
@@ -72,12 +72,12 @@ void RuntimeReferencesOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(RuntimeArg(info)->ReferenceCount());
 }
 
-// hasBlock(runtime, memoryID): whether a live block has that number.
+// hasBlock(runtime, memoryID): true if a live block has that ID.
 void HasBlockOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(RuntimeArg(info)->FindBlock(Uint32Arg(info, 1)).pointer != nullptr);
 }
 
-// coreReferences(engine): the engine's own, one a wrapper and one a native value.
+// coreReferences(engine): the engine's own, one per wrapper and one per native value.
 void CoreReferencesOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(EngineArg(info)->Core()->ReferenceCount());
 }
@@ -115,7 +115,7 @@ void WrapperSizesOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
-// construct(className): by the constructor that is meant for script; ends the process.
+// construct(className): calls the constructor for JavaScript; ends the process.
 void ConstructOp(const vx::CallbackInfo& info) {
   const std::string className = StringArg(info, 0);
   if (className == "Engine") {
@@ -135,11 +135,12 @@ void ConstructOp(const vx::CallbackInfo& info) {
   }
 }
 
-// What WriteOnAbort writes. The memory is the caller's, who keeps it until the process ends.
+// The bytes that WriteOnAbort writes. The caller owns the memory, and keeps it until the process
+// ends.
 const uint8_t* abortBytes = nullptr;
 size_t abortLength = 0;
 
-// Safe in a signal handler: nothing but system calls.
+// Async-signal-safe: only system calls.
 void WriteOnAbort(int /*signal*/) {
   constexpr char kDigits[] = "0123456789abcdef";
   for (size_t i = 0; i < abortLength; ++i) {
@@ -150,8 +151,8 @@ void WriteOnAbort(int /*signal*/) {
   }
 }
 
-// writeOnAbort(buffer): if the process aborts, it writes the bytes of `buffer`, as they are by
-// then, to standard output ahead of its end, in hexadecimal digits.
+// writeOnAbort(buffer): if the process aborts, it first writes the bytes that `buffer` then has to
+// standard output, in hexadecimal digits.
 void WriteOnAbortOp(const vx::CallbackInfo& info) {
   const vx::Bytes bytes = vx::ReadBytes(vx::Arg(info, 0));
   abortBytes = bytes.data;

@@ -1,4 +1,4 @@
-// Entities in world terms, as peers of the binding layer reach them.
+// World-space access to entities, as peers of the binding layer use it.
 #include "BindingTemp/BindingEngineEntity.h"
 #include "Engine/Entity/IEntity.h"
 #include "tests/addon/TestAddon.h"
@@ -14,7 +14,7 @@ BindingEngineEntity* WrapperArg(const vx::CallbackInfo& info) {
   return vx::Unwrap<BindingEngineEntity>(ObjectArg(info, 0));
 }
 
-// A peer knows the name of the interface and nothing of the class.
+// A peer knows only the name of the interface, not the class.
 IEntity* EntityArg(const vx::CallbackInfo& info) {
   vx::BindingBase* wrapper = WrapperArg(info);
   return static_cast<IEntity*>(wrapper->QueryInterface(vx::internal::type_id<IEntity>()->name));
@@ -29,7 +29,7 @@ void ReturnNumbers(const vx::CallbackInfo& info, const float* numbers, uint32_t 
   info.GetReturnValue().Set(result);
 }
 
-// queryInterface(object, class): "none", "sub-object" if the answer is the wrapper's IEntity part,
+// queryInterface(object, class): "none", "sub-object" if the result is the wrapper's IEntity part,
 // "other" for any other pointer.
 void QueryInterfaceOp(const vx::CallbackInfo& info) {
   BindingEngineEntity* wrapper = WrapperArg(info);

@@ -1,4 +1,4 @@
-// The test addon's entry, and what its sources share.
+// The test addon's entry, and functions that its sources share.
 #include "tests/addon/TestAddon.h"
 
 #include "jsbinding/v8/host.h"

@@ -1,8 +1,8 @@
-// Operations that tests call to reach what script cannot. Each source installs its own on
+// Operations that tests call to reach what JavaScript cannot. Each source installs its own on
 // `exports`.
 //
-// The addon is linked from the same wrapper layer as the module. Objects of the module's engines
-// are unwrapped here by name and layout, so both must come from one build.
+// The addon is linked from the same wrapper layer as the module. It unwraps objects of the module's
+// engines by name and layout, so both must come from one build.
 #ifndef NQ_TESTS_ADDON_TESTADDON_H_
 #define NQ_TESTS_ADDON_TESTADDON_H_
 
@@ -25,7 +25,7 @@ void Set(v8::Isolate* isolate, v8::Local<v8::Object> object, const char* name,
 void Set(v8::Isolate* isolate, v8::Local<v8::Array> array, uint32_t index,
          v8::Local<v8::Value> value);
 
-// Argument `i` as an object, which it must be.
+// Argument `i`, which must be an object.
 v8::Local<v8::Object> ObjectArg(const vx::CallbackInfo& info, int i);
 std::string StringArg(const vx::CallbackInfo& info, int i);
 uint32_t Uint32Arg(const vx::CallbackInfo& info, int i);

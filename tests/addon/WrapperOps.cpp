@@ -1,4 +1,4 @@
-// A wrapper class of the tests' own: binding, memory reports, collection.
+// A wrapper class for tests: binding, memory reports, collection.
 #include "tests/addon/TestAddon.h"
 
 namespace nq::test {
@@ -22,7 +22,7 @@ class Probe final : public vx::BindingBase {
     builder.Install("Probe");
   }
 
-  // What a subclass sees at the end of Wrap.
+  // The state that a subclass sees at the end of Wrap.
   void OnWrapped() override {
     ++wrappedCalls;
     objectSeen = !Object().IsEmpty() && vx::Unwrap<Probe>(Object()) == this;
@@ -65,12 +65,12 @@ void AdjustMemoryOp(const vx::CallbackInfo& info) {
   ProbeArg(info)->AdjustMemory(static_cast<int32_t>(Uint32Arg(info, 1)));
 }
 
-// objectOf(probe): the script object as the wrapper knows it.
+// objectOf(probe): the JavaScript object that the wrapper holds.
 void ObjectOfOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(ProbeArg(info)->Object());
 }
 
-// interfaceOf(probe, class): whether the base's QueryInterface has an answer for it.
+// interfaceOf(probe, class): true if the base's QueryInterface returns a pointer for it.
 void InterfaceOfOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(
       ProbeArg(info)->QueryInterface(TypeInfoNamed(StringArg(info, 1))->name) != nullptr);
@@ -80,13 +80,13 @@ void DestroyedProbesOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(destroyedProbes);
 }
 
-// externalMemory(): the bytes that are reported to V8 at present.
+// externalMemory(): the bytes currently reported to V8.
 void ExternalMemoryOp(const vx::CallbackInfo& info) {
   info.GetReturnValue().Set(
       static_cast<double>(info.GetIsolate()->AdjustAmountOfExternalAllocatedMemory(0)));
 }
 
-// keepCollectedWrappers(value): the calling thread's switch against deletion.
+// keepCollectedWrappers(value): the calling thread's switch that prevents deletion.
 void KeepCollectedWrappersOp(const vx::CallbackInfo& info) {
   vx::internal::KeepCollectedWrappers() = vx::ReadBool(info.GetIsolate(), vx::Arg(info, 0));
 }
@@ -138,7 +138,7 @@ void ObjectBeforeWrapOp(const vx::CallbackInfo& /*info*/) {
   probe.Object();
 }
 
-// objectAtEnd(probe): the probe asks for its object in its destructor, when that is gone.
+// objectAtEnd(probe): the probe reads its object in its destructor, when that has been released.
 void ObjectAtEndOp(const vx::CallbackInfo& info) {
   ProbeArg(info)->asksForObjectAtEnd = true;
 }

@@ -1,4 +1,4 @@
-// Fuzzes command buffers against the reference: bytes are the decisions of a game.
+// Fuzzes command buffers against the reference: bytes are the decisions of a random run.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

@@ -1,8 +1,8 @@
-// Writes the seeds of the fuzzer's corpus: the decisions of random games, a file each.
+// Writes the seeds of the fuzzer's corpus: the decisions of random runs, one file each.
 //
-// Usage: nq_fuzz_matrixflow_seeds FOLDER. For every command and every end of a run it looks for the
-// shortest game, of the first few thousand, that has it; further games for what is odd. The corpus
-// in corpus/matrixflow is what this gives.
+// Usage: nq_fuzz_matrixflow_seeds FOLDER. For every command and every result code it searches the
+// first few thousand runs for the shortest that has it, and adds further runs for special cases.
+// The corpus in corpus/matrixflow is its output.
 #include <cstdio>
 #include <functional>
 #include <string>
