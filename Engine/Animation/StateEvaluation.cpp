@@ -179,7 +179,7 @@ void AddClip(const StateTerms& terms, const ControllerClipRecord& entry) {
   }
 }
 
-// Adds an empty pose for each slot that no clip has posed.
+// Adds a pose of weight 0 for each slot that no clip has posed.
 void FillRest(const StateTerms& terms) {
   const uint32_t slotCount = terms.binding->defaults.SlotCount();
   for (uint32_t slot = 0; slot < slotCount; ++slot) {

@@ -11,7 +11,8 @@
 
 namespace nq::engine {
 
-// Numbers go by thousands: one for each type of value. Any other number is unknown.
+// Numbers go by thousands: one for each type of value. Any other number is unknown. What is marked
+// as kept on purpose is so because streams rely on its bytes.
 enum class MatrixFlowCommand : int32_t {
   kCall = 1,  // handle word: runs another command buffer
 
