@@ -1,5 +1,4 @@
-// The description of layouts that lib/layout.js is made of, against the structs and constants that
-// native code works with.
+// The layout description that generates lib/layout.js, against the native structs and constants.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -39,7 +38,7 @@ TEST(LayoutsTest, TheDescriptionIsWhatNativeCodeWorksWith) {
   }
 }
 
-// The description proves that fields fill their records. Here: that every struct is in it.
+// The description checks that fields fill their records. Here: it contains every struct.
 TEST(LayoutsTest, EveryStructIsDescribed) {
   std::set<std::string> sizes;
   for (const LayoutFact& fact : kFacts) {

@@ -1,4 +1,4 @@
-// Heap memory at a wanted alignment.
+// Aligned heap memory.
 #include "Common/Def/AlignedAlloc.h"
 
 #include <gtest/gtest.h>

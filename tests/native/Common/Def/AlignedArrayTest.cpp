@@ -1,4 +1,4 @@
-// Arrays of a batch: where they start, what they hold at first, and that they end.
+// Arrays of a batch: alignment, initial content, and release.
 #include "Common/Def/AlignedArray.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ TEST(AlignedArrayTest, IsEmptyUntilAllocated) {
 }
 
 TEST(AlignedArrayTest, ElementsStartAtACacheLineAndReadAsZero) {
-  // Several times, since memory that is used again is what may hold other bytes.
+  // Several times, since reused memory may hold other bytes.
   for (int round = 0; round < 100; ++round) {
     AlignedArray<float> array;
     float* const first = array.Allocate(33);
@@ -37,7 +37,7 @@ TEST(AlignedArrayTest, RawElementsStartAtTheAlignmentThatIsAskedFor) {
   }
 }
 
-// The address sanitizer reports what is not freed.
+// AddressSanitizer reports what is not freed.
 TEST(AlignedArrayTest, AllocatingAgainFreesTheEarlierElements) {
   AlignedArray<uint32_t> array;
   array.Allocate(1000)[999] = 7;

@@ -1,4 +1,4 @@
-// Blocks by number: pages that come and go, and numbers that were never given out.
+// Blocks by memoryID: pages that are created and freed, and IDs that were never issued.
 #include "Common/Def/BlockTable.h"
 
 #include <gtest/gtest.h>
@@ -16,11 +16,11 @@
 namespace nq::engine {
 namespace {
 
-// As many numbers as a page holds, and numbers around its ends.
+// The page size, for numbers around its ends.
 constexpr uint32_t kPage = 256;
 
-// How many pages a table holds; nothing but memory tells. An explicit instantiation may name what
-// is private.
+// The number of pages of a table, which nothing but memory shows. An explicit instantiation may
+// name private members.
 size_t PageCount(const BlockTable& table);
 
 template <auto pages>
@@ -96,7 +96,7 @@ TEST_F(BlockTableTest, RemovingTwiceOrWhatIsNotThereChangesNothing) {
   for (uint32_t memoryID = 0; memoryID < kPage + 2; ++memoryID) {
     EXPECT_TRUE(memoryID == 5 ? HasNot(5) : Has(memoryID)) << memoryID;
   }
-  // Removals that were none must not have been counted: the page goes with its last block only.
+  // Removals of absent numbers must not be counted: the page is freed with its last block only.
   for (uint32_t memoryID = 0; memoryID < kPage - 1; ++memoryID) {
     table.Remove(memoryID);
     ASSERT_TRUE(Has(kPage - 1)) << memoryID;
@@ -131,7 +131,7 @@ TEST_F(BlockTableTest, ThePageThatIsBeingFilledOutlivesItsBlocks) {
   EXPECT_TRUE(Has(10));
   EXPECT_TRUE(Has(11));
   EXPECT_TRUE(HasNot(0));
-  // It is empty when the next page starts, and goes then.
+  // It is empty when the next page starts, and is freed then.
   table.Remove(10);
   table.Remove(11);
   next = kPage;
@@ -163,7 +163,7 @@ TEST_F(BlockTableTest, OnlyPagesWithBlocksAndTheOneThatIsBeingFilledTakeMemory) 
     table.Remove(memoryID);
   }
   EXPECT_EQ(3u, PageCount(table));
-  // The last page stays without blocks, until it is not the last any more.
+  // The last page stays without blocks, until it is no longer the last.
   table.Remove(3 * kPage);
   EXPECT_EQ(3u, PageCount(table));
   next = 4 * kPage;
@@ -171,7 +171,7 @@ TEST_F(BlockTableTest, OnlyPagesWithBlocksAndTheOneThatIsBeingFilledTakeMemory) 
   EXPECT_EQ(3u, PageCount(table));
   EXPECT_TRUE(Has(0));
   EXPECT_TRUE(Has(3 * kPage - 1));
-  // One block at a time, for long.
+  // One block at a time, many times.
   for (uint32_t i = 0; i < 20 * kPage; ++i) {
     EnterUpTo(next + 1);
     table.Remove(next - 2);
@@ -196,7 +196,7 @@ TEST_F(BlockTableTest, RandomLivesAgreeWithAMap) {
   std::mt19937 random(seed);
   std::map<uint32_t, MemoryBlock> model;
   for (int step = 0; step < Rounds(120000); ++step) {
-    // Waves: mostly coming, then mostly going.
+    // Waves: mostly insertions, then mostly removals.
     const uint32_t coming = step / 20000 % 2 == 0 ? 7 : 2;
     if (random() % 10 < coming || model.empty()) {
       model[next] = BlockOf(next);
@@ -220,7 +220,7 @@ TEST_F(BlockTableTest, RandomLivesAgreeWithAMap) {
   }
 }
 
-// The same by way of the allocator.
+// The same through the allocator.
 
 class BlockTableOfAllocatorTest : public testing::Test {
  protected:
@@ -248,7 +248,7 @@ TEST_F(BlockTableOfAllocatorTest, TensOfThousandsOfBlocksAreFoundAndGo) {
     ASSERT_TRUE(Finds(block)) << block.memoryID;
   }
   EXPECT_TRUE(FindsNone(kCount));
-  // All but every hundredth go; then the rest.
+  // All but every hundredth are released; then the rest.
   for (const MemoryBlock& block : blocks) {
     if (block.memoryID % 100 != 0) {
       memory.Release(block);

@@ -1,4 +1,4 @@
-// Runs a piece of a test in a child process, with its output streams looked at from outside.
+// Runs a part of a test in a child process and captures its output streams.
 #ifndef NQ_TESTS_NATIVE_COMMON_DEF_CHILDPROCESS_H_
 #define NQ_TESTS_NATIVE_COMMON_DEF_CHILDPROCESS_H_
 
@@ -16,9 +16,9 @@
 namespace nq::engine {
 
 struct ChildResult {
-  std::string out;  // all that came on standard output
-  std::string err;  // and on standard error
-  int status = 0;   // as waitpid gives it
+  std::string out;  // all of standard output
+  std::string err;  // all of standard error
+  int status = 0;   // as returned by waitpid
 
   bool Aborted() const { return WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT; }
 };
@@ -60,7 +60,7 @@ inline ChildResult RunInChild(const std::function<void()>& body) {
     for (const int descriptor : {outPipe[0], outPipe[1], errPipe[0], errPipe[1]}) {
       close(descriptor);
     }
-    // Opened anew, since the stream may have been a terminal's, with a line buffer.
+    // Reopened, since the stream may have been a line-buffered terminal.
     if (std::freopen("/dev/fd/1", "w", stdout) == nullptr) {
       std::abort();
     }
@@ -77,8 +77,8 @@ inline ChildResult RunInChild(const std::function<void()>& body) {
   return result;
 }
 
-// Runs `body` in a child whose standard output is unbuffered and keeps the bounds of each write.
-// Returns the writes in order. No other thread may be alive in the caller.
+// Runs `body` in a child whose standard output is unbuffered, so that the bounds of each write are
+// kept. Returns the writes in order. No other thread may be alive in the caller.
 inline std::vector<std::string> WritesOf(const std::function<void()>& body) {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) != 0) {

@@ -1,4 +1,4 @@
-// The order in which a runtime's parts go.
+// The destruction order of a runtime's parts.
 #include "Common/Def/EngineRuntimeState.h"
 
 #include <gmock/gmock.h>
@@ -19,7 +19,7 @@ class EngineRuntimeStateTest : public testing::Test {
   EngineRuntimeStateTest() : runtime(new EngineRuntime(new MemoryAllocator)) {}
   ~EngineRuntimeStateTest() override { runtime->DropReference(); }
 
-  EngineRuntime* runtime;  // stands in as the owner of the values
+  EngineRuntime* runtime;  // serves as the owner of the values
 };
 
 TEST_F(EngineRuntimeStateTest, AFreshStateHasNoPoolsAndNoValues) {
@@ -38,7 +38,7 @@ TEST_F(EngineRuntimeStateTest, TheAllocatorGoesFirstThenThePoolsThenTheValues) {
   EXPECT_EQ(state->handlers.Allocate()->handle, 0x2000u);
   EXPECT_EQ(runtime->ReferenceCount(), 3u);
 
-  // In each pool a task is left in the queue; it tells what there still is when the pool goes.
+  // In each pool a task is left in the queue; its destructor records what still exists then.
   std::vector<std::string> events;
   {
     std::vector<std::unique_ptr<BusyUntilStop>> busy;

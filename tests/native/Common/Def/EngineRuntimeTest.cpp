@@ -21,7 +21,7 @@
 namespace nq::engine {
 namespace {
 
-// Sends standard output to nowhere for a scope.
+// Discards standard output for a scope.
 class Silence {
  public:
   Silence() {
@@ -48,7 +48,7 @@ class EngineRuntimeTest : public testing::Test {
   ~EngineRuntimeTest() override {
     if (runtime != nullptr) {
       testing::internal::CaptureStdout();
-      delete runtime;  // whatever values are left
+      delete runtime;  // with any remaining values
       testing::internal::GetCapturedStdout();
     }
   }
@@ -185,7 +185,8 @@ TEST_F(EngineRuntimeTest, AViewThatGoesFirstLeavesTheValueAlone) {
   EXPECT_TRUE(IsNoBlock(runtime->FindBlock(whole.memoryID)));
 }
 
-// Kept on purpose: a view's record has a memoryID of 0, and the record decides which entry goes.
+// Kept on purpose: a view's record has a memoryID of 0, and the record decides which entry is
+// removed. Programs rely on which IDs resolve.
 TEST_F(EngineRuntimeTest, TheLastReleaseThroughAViewRemovesTheEntryOfMemoryIDZero) {
   const MemoryBlock first = runtime->Allocate(8);
   ASSERT_EQ(first.memoryID, 0u);
@@ -221,7 +222,7 @@ TEST_F(EngineRuntimeTest, WithoutHandlesThereAreNoValuesAndAFailedViewKeepsNothi
     }
   }
   EXPECT_EQ(runtime->ReferenceCount(), 1u);
-  // All references of views are back, that of the failed one too: ours is the last.
+  // All references of views are released, including the failed one's: ours is the last.
   EXPECT_EQ(runtime->FindBlock(0).pointer, block.pointer);
   runtime->Release(block);
   EXPECT_TRUE(IsNoValue(runtime->CreateView(block.pointer, 0, 4)));
@@ -270,7 +271,7 @@ TEST_F(EngineRuntimeTest, PoolsStopInTheOrderOfTheirSlots) {
   while (!Refuses(first)) {
     SleepMilliseconds(1);
   }
-  // The first pool is being stopped and waits for its task; the second's turn has not come.
+  // The first pool is being stopped and waits for its task; the second is not stopped yet.
   EXPECT_FALSE(Refuses(second));
   release = true;
   stopper.join();
@@ -409,7 +410,7 @@ TEST_F(EngineRuntimeTest, EnablingClearsTheCountsAndDisablingKeepsThem) {
   EXPECT_TRUE(runtime->ObjectCounts().empty());
 }
 
-// The end
+// Destruction
 
 TEST_F(EngineRuntimeTest, ARuntimeLivesUntilItsLastValueIsReleased) {
   const NativeValueInfo info = runtime->CreateValue(16);
@@ -419,7 +420,7 @@ TEST_F(EngineRuntimeTest, ARuntimeLivesUntilItsLastValueIsReleased) {
   dropped->DropReference();
   EXPECT_EQ(dropped->ReferenceCount(), 1u) << "the value's";
   testing::internal::CaptureStdout();
-  dropped->ReleaseValue(info.handle);  // deletes the runtime; a sanitizer tells if it did not
+  dropped->ReleaseValue(info.handle);  // deletes the runtime; a sanitizer reports it otherwise
   EXPECT_EQ(testing::internal::GetCapturedStdout(), Line(4096));
 }
 

@@ -1,4 +1,4 @@
-// The faster forms give the floats of the plain ones, to the last bit.
+// The fast functions are bit-identical to the plain ones.
 #include "Common/Def/FastTrigonometry.h"
 
 #include <gtest/gtest.h>
@@ -28,15 +28,15 @@ uint32_t Bits(float value) {
   return bits;
 }
 
-// All not-a-numbers are one.
+// All NaNs are equal.
 void ExpectSame(float expected, float got, float operand) {
   if (!std::isnan(expected) || !std::isnan(got)) {
     ASSERT_EQ(Bits(expected), Bits(got)) << "of " << operand;
   }
 }
 
-// Steps through all floats of both signs, denormals, infinities and not-a-numbers included. A step
-// that shares no factor with powers of two meets all patterns of the low bits.
+// Steps through all floats of both signs, including denormals, infinities and NaNs. A step that is
+// coprime to powers of two covers all patterns of the low bits.
 constexpr uint64_t kStep = 9973;
 
 TEST(FastTrigonometry, SinesOfTwoAreThoseOfTheLibrary) {
@@ -81,7 +81,7 @@ void ExpectSameSineAndCosine(float a, float b) {
 
 TEST(FastTrigonometry, SinesAndCosinesAreThoseOfTheLibrary) {
   for (uint64_t bits = 0; bits <= 0xFFFFFFFFu; bits += kStep) {
-    // Angles that are reduced in the other lane: 1 to 4096.
+    // Angles that need range reduction in the other lane: 1 to 4096.
     const uint32_t turned = 0x3F800000u + static_cast<uint32_t>(bits % 0x06000000u);
     ExpectSameSineAndCosine(FromBits(static_cast<uint32_t>(bits)), FromBits(turned));
     if (HasFatalFailure()) {
@@ -90,7 +90,7 @@ TEST(FastTrigonometry, SinesAndCosinesAreThoseOfTheLibrary) {
   }
 }
 
-// Where next to nothing is left of an angle, its sine or cosine is near 0.
+// If the reduced angle is close to 0, the sine or cosine is near 0.
 TEST(FastTrigonometry, SinesAndCosinesAroundQuarterTurnsAreThoseOfTheLibrary) {
   constexpr double kHalfPi = 1.5707963267948966;
   for (int turns = 1; turns <= 2700; ++turns) {
@@ -104,8 +104,8 @@ TEST(FastTrigonometry, SinesAndCosinesAroundQuarterTurnsAreThoseOfTheLibrary) {
   }
 }
 
-// Sines (in the first row) or cosines so near the middle of two floats that the series alone would
-// round to the wrong one.
+// Sines (in the first row) or cosines so near a rounding tie of two floats that the series alone
+// would round to the wrong one.
 TEST(FastTrigonometry, SinesAndCosinesNextToTheMiddleOfTwoFloatsAreThoseOfTheLibrary) {
   const uint32_t angles[] = {0x423FA699u, 0x4315FB43u, 0x448CB16Cu, 0x452D3C38u, 0x4561DB8Eu,
                              0x3F47C904u, 0x3F45DFCBu, 0x3F2E6EA3u, 0x40186F52u, 0x424C1BA5u,
@@ -128,7 +128,7 @@ TEST(FastTrigonometry, SinesAndCosinesOfSpecialAnglesAreThoseOfTheLibrary) {
   }
 }
 
-// Four angles at once, or by twos as where there are no wide vectors.
+// Four angles at once, or in pairs as without AVX2.
 struct Four {
   bool sure = true;
   float sines[4];
@@ -166,7 +166,7 @@ void PrintTo(const Way& way, std::ostream* out) {
   *out << way.name;
 }
 
-// The ways that this processor may go.
+// The code paths that this CPU supports.
 std::vector<Way> WaysInUse() {
   std::vector<Way> ways = {Way{"ByTwos", ByTwos}};
   if (HasWideIntegers()) {
@@ -177,7 +177,7 @@ std::vector<Way> WaysInUse() {
 
 class FourAnglesTest : public testing::TestWithParam<Way> {
  protected:
-  // Compares those that are sure, and counts all.
+  // Compares the results that are certain, and counts all.
   void Compare(const float (&angles)[4]) {
     const Four got = GetParam().compute(angles);
     ++computed;
@@ -193,7 +193,7 @@ class FourAnglesTest : public testing::TestWithParam<Way> {
     }
   }
 
-  // `angle` in each place, among different ones.
+  // `angle` in each lane, among different ones.
   void CompareEverywhere(float angle) {
     for (int place = 0; place < 4; ++place) {
       float angles[4] = {0.75f, -2.5f, 4.0f, 5.5f};
@@ -239,7 +239,7 @@ TEST_P(FourAnglesTest, AroundQuarterTurnsTheyAreThoseOfTheLibrary) {
     for (uint32_t bits = middle - 8; bits <= middle + 8; ++bits) {
       Compare({FromBits(bits), -FromBits(bits), FromBits(bits + 1), 0.0f});
     }
-    // Eighth turns: where the nearest quarter turn is another from one float to the next.
+    // Eighth turns: where the nearest quarter turn changes from one float to the next.
     const uint32_t between = Bits(static_cast<float>((turns - 0.5) * kHalfPi));
     for (uint32_t bits = between - 8; bits <= between + 8; ++bits) {
       Compare({1.0f, FromBits(bits), -FromBits(bits), FromBits(bits + 1)});
@@ -251,7 +251,7 @@ TEST_P(FourAnglesTest, AroundQuarterTurnsTheyAreThoseOfTheLibrary) {
   EXPECT_LT(unsure, computed / 500);
 }
 
-// The angles of the test of two above: the series alone would round a sine or cosine wrongly.
+// The angles of the test of pairs above: the series alone would round a sine or cosine wrongly.
 TEST_P(FourAnglesTest, NextToTheMiddleOfTwoFloatsTheyAreThoseOfTheLibrary) {
   const uint32_t angles[] = {0x423FA699u, 0x4315FB43u, 0x448CB16Cu, 0x452D3C38u, 0x4561DB8Eu,
                              0x3F47C904u, 0x3F45DFCBu, 0x3F2E6EA3u, 0x40186F52u, 0x424C1BA5u,
@@ -278,7 +278,7 @@ TEST_P(FourAnglesTest, AnglesOutOfRangeAndNotANumbersInAnyPlaceAreNeverWrong) {
     CompareEverywhere(angle);
     CompareEverywhere(-angle);
   }
-  // By twos the library has been asked already.
+  // In pairs the library has been called already.
   EXPECT_EQ(GetParam().compute == AtOnce ? computed : 0, unsure);
 }
 
@@ -295,7 +295,7 @@ TEST(FastTrigonometry, ArcCosineIsThatOfTheLibrary) {
   }
 }
 
-// Where rotations that are blended mostly lie.
+// The usual range for rotations that are blended.
 TEST(FastTrigonometry, ArcCosineFromAHalfToOneIsThatOfTheLibrary) {
   for (uint32_t bits = Bits(0.49f); bits <= Bits(1.01f); bits += 5) {
     const float x = FromBits(bits);

@@ -1,4 +1,4 @@
-// Handles given out, taken back and used again.
+// Handles issued, released and reused.
 #include "Common/Def/HandlerAllocator.h"
 
 #include <gmock/gmock.h>
@@ -13,7 +13,7 @@
 namespace nq::engine {
 namespace {
 
-// An owner that has no memory to give.
+// An owner without memory.
 class PlainOwner : public HandlerOwner {
  public:
   EngineRuntime* Runtime() override { return nullptr; }
@@ -158,7 +158,7 @@ TEST_F(HandlerAllocatorTest, TheStackOfFreeKeysHolds4096AndFurtherOnesAreGivenUp
   for (uint32_t slot = 4096; slot >= 1; --slot) {
     ASSERT_EQ(Take(), slot << 12);
   }
-  // Slots 4097 to 5000 don't come back, and the counter never falls.
+  // Slots 4097 to 5000 are not reused, and the counter never falls.
   EXPECT_EQ(Take(), 5001u << 12);
   EXPECT_EQ(Take(), 5002u << 12);
   EXPECT_EQ(table->Find(4097u << 12), nullptr);
@@ -176,7 +176,7 @@ TEST_F(HandlerAllocatorTest, AllSlotNumbersAreIssuedAndTheNextRequestOverflows) 
               testing::ElementsAre("[NQ_WARN][HandlerAllocator]: ", "Handler overflow"));
   EXPECT_EQ(owner->ReferenceCount(), 1u + 0xFFFFF);
 
-  // A key that comes back can be had again, but no more than that.
+  // A released key can be issued again, but no other.
   table->Release(0xFFFFF123u);
   testing::internal::CaptureStdout();
   EXPECT_EQ(Take(), 0xFFFFF000u);
@@ -224,7 +224,7 @@ TEST_F(HandlerAllocatorTest, EachTableCountsItsOwnSlots) {
   EXPECT_EQ(other.Allocate()->handle, 0x1000u);
 }
 
-// An owner that holds its table, as the engine's owners do.
+// An owner that contains its table, as the engine's owners do.
 class OwnerOfATable : public HandlerOwner {
  public:
   explicit OwnerOfATable(bool* deleted) : table(this), deleted(deleted) {}

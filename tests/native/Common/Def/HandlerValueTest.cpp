@@ -1,4 +1,4 @@
-// Values behind handles: blocks, views, and what their destruction does in which order.
+// Values behind handles: blocks, views, and the order of their destruction.
 #include "Common/Def/HandlerValue.h"
 
 #include <gmock/gmock.h>
@@ -103,7 +103,7 @@ TEST_F(HandlerValueTest, AViewGivesBackTheBlockUnderItsStartAddress) {
   const MemoryBlock first = runtime->Allocate(64);
   auto* view = new BlockValue(runtime, 0x1000);
   view->SetView(first.pointer, 24, 16);
-  // The view was given the only reference, so its end frees the block.
+  // The view holds the only reference, so its destruction frees the block.
   delete view;
   EXPECT_TRUE(IsNoBlock(runtime->FindBlock(first.memoryID)));
   EXPECT_EQ(runtime->Allocate(64).pointer, first.pointer);
@@ -142,7 +142,7 @@ TEST_F(HandlerValueTest, ANativeValuePrintsItsKeyWhenItEnds) {
   EXPECT_EQ(Delete(new NativeValue(runtime, 0x1000)), "[NQ_INFO][OPV]: NativeValue 4096 dealloc\n");
   EXPECT_EQ(Delete(new NativeValue(runtime, 0x7FFFF000u)),
             "[NQ_INFO][OPV]: NativeValue 2147479552 dealloc\n");
-  // The number is signed.
+  // The number is printed as signed.
   EXPECT_EQ(Delete(new NativeValue(runtime, 0xFFFFF000u)),
             "[NQ_INFO][OPV]: NativeValue -4096 dealloc\n");
 }
@@ -151,10 +151,10 @@ TEST_F(HandlerValueTest, TheLineIsTwoWrites) {
   auto* value = new NativeValue(runtime, 0x3000);
   EXPECT_THAT(WritesOf([value] { delete value; }),
               testing::ElementsAre("[NQ_INFO][OPV]: ", "NativeValue 12288 dealloc\n"));
-  Delete(value);  // the parent's own copy
+  Delete(value);  // drops the parent's own reference
 }
 
-// An owner that tells when it is asked for its runtime and when it goes.
+// An owner that prints when its runtime is read and when it is deleted.
 class TellingOwner : public HandlerOwner {
  public:
   explicit TellingOwner(EngineRuntime* runtime) : runtime(runtime) {}

@@ -1,4 +1,4 @@
-// Log lines and failed assertions, as they reach whoever reads the process's output.
+// Log messages and failed assertions, as read from the process's output.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -90,7 +90,7 @@ TEST(AssertDeathTest, TextPrintedBeforeArrivesAlsoFromAWorkerThread) {
 }
 
 TEST(AssertDeathTest, OtherwiseBufferedTextIsLostWithTheProcess) {
-  // What the tests above rest on: the child's standard output holds text back until it is flushed.
+  // A precondition of the tests above: the child's standard output is buffered until it is flushed.
   const ChildResult child = RunInChild([] {
     NQ_LOG("[NQ_INFO][Engine]: ", "lost\n");
     std::raise(SIGKILL);

@@ -16,7 +16,7 @@ namespace {
 
 using Matrix = std::array<float, 16>;     // column-major
 using Matrix3 = std::array<float, 9>;     // column-major
-using Quaternion = std::array<float, 4>;  // in the order that each test says
+using Quaternion = std::array<float, 4>;  // in the order that each test states
 
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
 constexpr float kNotANumber = std::numeric_limits<float>::quiet_NaN();
@@ -24,7 +24,7 @@ constexpr float kPoison = -12345.0f;
 
 constexpr Matrix kIdentity = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
-// The same bits, or both not a number.
+// The same bits, or both NaN.
 bool SameFloat(float a, float b) {
   return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof(a)) == 0;
 }
@@ -86,7 +86,8 @@ Matrix ProductByDefinition(const Matrix& a, const Matrix& b) {
   return out;
 }
 
-// The inverse in double precision by elimination with row exchanges. False if a pivot is tiny.
+// The inverse in double precision by Gaussian elimination with row exchanges. False if a pivot is
+// tiny.
 bool InverseInDouble(const Matrix& source, std::array<double, 16>* inverse) {
   double rows[4][8];
   for (size_t r = 0; r < 4; ++r) {
@@ -152,7 +153,7 @@ QuaternionD AboutAxis(size_t axis, double angle) {
   return q;
 }
 
-// The rotation matrix of w, x, y, z, found by turning the three axes: column c is q e_c q*.
+// The rotation matrix of w, x, y, z, by rotating the three axes: column c is q e_c q*.
 Matrix RotationMatrix(const QuaternionD& q) {
   Matrix m = kIdentity;
   const QuaternionD conjugate = {q[0], -q[1], -q[2], -q[3]};
@@ -246,7 +247,7 @@ TEST(MultiplyMatrix4Test, ElementsStandColumnByColumn) {
 }
 
 TEST(MultiplyMatrix4Test, TheProductTransformsAPointByBAndThenByA) {
-  // a moves by (10, 20, 30); b turns x to y, y to -x and moves by (1, 2, 3).
+  // a translates by (10, 20, 30); b turns x to y, y to -x and translates by (1, 2, 3).
   const Matrix a = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 10, 20, 30, 1};
   const Matrix b = {0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1, 0, 1, 2, 3, 1};
   ExpectSame(Multiply(a, b), Matrix{0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1, 0, 11, 22, 33, 1});
@@ -332,10 +333,10 @@ TEST(MultiplyMatrix4Test, OperandsNeedNoAlignment) {
 
 // invertMatrix4
 
-// Tells on which row a matrix with the given first column pivots. Row `q` of the probe holds 2^30
-// in its other columns and the other rows small numbers. If q is the pivot, these drown in its
-// multiples, the rest of the matrix becomes singular and the result not finite; otherwise all goes
-// well.
+// Finds the row on which a matrix with the given first column pivots. Row `q` of the probe holds
+// 2^30 in its other columns and the other rows small numbers. If q is the pivot, these are lost to
+// rounding in its multiples, the rest of the matrix becomes singular and the result is not finite;
+// otherwise the result is finite.
 int PivotRow(const std::array<float, 4>& column) {
   int pivot = -1;
   for (size_t q = 0; q < 4; ++q) {
@@ -411,8 +412,8 @@ TEST(InvertMatrix4Test, ThePivotsReciprocalIsATrueDivision) {
   }
 }
 
-// Small whole numbers around a pivot and a remaining determinant that are powers of two: no step
-// rounds, so the result is the exact inverse however the cofactors are ordered.
+// Small integers around a pivot and a remaining determinant that are powers of two: no step rounds,
+// so the result is the exact inverse however the cofactors are ordered.
 TEST(InvertMatrix4Test, TheResultIsExactWhereNoStepRounds) {
   const uint32_t seed = 21;
   SCOPED_TRACE(seed);
@@ -436,7 +437,7 @@ TEST(InvertMatrix4Test, TheResultIsExactWhereNoStepRounds) {
     if (!InverseInDouble(m, &inverse)) {
       continue;
     }
-    // Elimination in double may round; scaled by 4096 the exact inverse is whole here, or the
+    // Elimination in double may round; scaled by 4096 the exact inverse is an integer here, or the
     // matrix is not one of those wanted.
     bool wanted = true;
     for (double& x : inverse) {
@@ -474,8 +475,8 @@ TEST(InvertMatrix4Test, WellConditionedMatricesAgreeWithDoublePrecision) {
       continue;
     }
     ++tried;
-    // There is one pivot only, so the remaining 3x3 may be worse than the whole: hence the slack
-    // over the rounding unit of 6e-8.
+    // There is one pivot only, so the remaining 3x3 may be worse conditioned than the whole: hence
+    // the slack over the rounding unit of 6e-8.
     const Matrix actual = Invert(m);
     ExpectNear(actual, expected, 3e-5 * condition * LargestMagnitude(expected));
   }
@@ -511,7 +512,7 @@ TEST(InvertMatrix4Test, TheZeroMatrixFillsTheResultWithNonFiniteValues) {
 }
 
 TEST(InvertMatrix4Test, ASingularMatrixIsNotDetected) {
-  // Two equal columns behind the first.
+  // Two equal columns after the first.
   const Matrix m = {1, 0, 0, 0, 0, 1, 2, 3, 0, 1, 2, 3, 0, 0, 0, 1};
   EXPECT_TRUE(AnyNonFinite(Invert(m)));
   EXPECT_TRUE(AllFinite(Invert(kIdentity)));
@@ -585,7 +586,7 @@ TEST(MatrixToQuaternionTest, QuarterTurnsAboutTheAxesHaveTheSignOfTheRightHand) 
 
 TEST(MatrixToQuaternionTest, TheTestsOfTheBranchesAreStrict) {
   int branch = 0;
-  // A trace of exactly zero is not above it; equal diagonal elements pass on to the next branch.
+  // A trace of exactly zero is not above it; equal diagonal elements select the next branch.
   Matrix m = {0.0f, 0.7f, 0.3f, 0, 0.2f, 0.0f, 0.9f, 0, 0.4f, 0.1f, 0.0f, 0, 0, 0, 0, 1};
   ExpectSame(FromMatrix(m), QuaternionByTable(m, &branch));
   EXPECT_EQ(branch, 4);
@@ -605,7 +606,7 @@ TEST(MatrixToQuaternionTest, AllBranchesGiveTheBitsOfTheTable) {
   RandomFloats random(seed);
   int taken[5] = {0, 0, 0, 0, 0};
   for (int i = 0; i < 20000; ++i) {
-    // Rotations, and now and then anything at all: the kernel does not look whether it is one.
+    // Rotations, and sometimes arbitrary matrices: the kernel does not check.
     const Matrix m = i % 4 == 0 ? random.MatrixWithin(1) : RotationMatrix(random.UnitQuaternion());
     int branch = 0;
     const Quaternion expected = QuaternionByTable(m, &branch);
@@ -644,7 +645,7 @@ TEST(MatrixToQuaternionTest, OnlyTheRotationPartIsRead) {
 TEST(MatrixToQuaternionTest, ScaleIsNotRemoved) {
   Matrix m = kIdentity;
   m[0] = m[5] = m[10] = 5;
-  ExpectSame(FromMatrix(m), Quaternion{2, 0, 0, 0});  // the root of 16, halved
+  ExpectSame(FromMatrix(m), Quaternion{2, 0, 0, 0});  // the square root of 16, halved
 }
 
 // eulerToQuaternion
@@ -688,7 +689,7 @@ TEST(EulerToQuaternionTest, EveryStepRoundsInTheOrderOfTheFormulas) {
   RandomFloats random(seed);
   const float quarters[] = {0.0f, -0.0f, 1.57079637f, -3.14159274f};
   for (int i = 0; i < 10000; ++i) {
-    // Angles of any size: sines of large ones are computed otherwise. Zeros and quarter turns, too.
+    // Angles of any size: sines of large ones take another path. Zeros and quarter turns, too.
     const float most = i % 2 == 0 ? 7.0f : 1e5f;
     const float x = i % 11 == 0 ? quarters[i % 4] : random.Within(most);
     const float y = i % 13 == 0 ? quarters[i % 3] : random.Within(most);
@@ -730,7 +731,7 @@ TEST(EulerToQuaternionTest, ARecordIsComputedOnceFromItsReversedAngles) {
   std::copy_n(result, 4, first.begin());
   ExpectSame(first, FromEuler(2.5f, -1.25f, 0.75f));
 
-  // From now on the stored one is the answer, whatever becomes of the angles.
+  // From now on the stored quaternion is returned, whatever the angles are.
   rotation.euler[1] = 0;
   rotation.quaternion[3] = 77;
   EXPECT_EQ(eulerToQuaternion(&rotation), rotation.quaternion);

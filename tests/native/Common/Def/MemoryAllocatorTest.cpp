@@ -23,7 +23,7 @@ struct SizeClassFact {
   uint32_t unusedBytes;
 };
 
-// 16384 / blockSize and what is left of a chunk, worked out by hand.
+// 16384 / blockSize and the remainder of a chunk, computed by hand.
 constexpr SizeClassFact kSizeClassFacts[] = {
     {16, 1024, 0},  {32, 512, 0},   {64, 256, 0},  {96, 170, 64},  {128, 128, 0},
     {160, 102, 64}, {192, 85, 64},  {224, 73, 32}, {256, 64, 0},   {320, 51, 64},
@@ -114,7 +114,7 @@ TEST_F(MemoryAllocatorTest, AChunkGivesItsBlocksInAddressOrderAndLeavesTheRemain
     ++chunks;
     EXPECT_EQ(memory.ChunkCount(), chunks);
     for (uint32_t i = 1; i < fact.blocksPerChunk; ++i) {
-      // Any request of the class will do: the least of it in turn with the most.
+      // Any request of the class: alternately the largest and the smallest.
       const uint32_t size = i % 2 == 0 ? fact.blockSize : fact.blockSize - 15;
       ASSERT_EQ(Bytes(memory.Allocate(size)), Bytes(first) + i * fact.blockSize) << "block " << i;
     }
@@ -170,7 +170,7 @@ TEST_F(MemoryAllocatorTest, AReleasedBlockServesItsOwnClassOnly) {
 }
 
 TEST_F(MemoryAllocatorTest, AMemoryIDIsNeverUsedTwice) {
-  // Small and large in turn, released at once or a little later.
+  // Small and large alternately, released at once or a little later.
   std::vector<MemoryBlock> live;
   for (uint32_t i = 0; i < 5000; ++i) {
     const MemoryBlock block = memory.Allocate(i % 7 == 0 ? 700 + i : 1 + i % 640);
@@ -216,7 +216,7 @@ TEST_F(MemoryAllocatorTest, ALargeBlockIsCountedToo) {
   EXPECT_FALSE(memory.Retain(block.pointer));
 }
 
-// Matrices that lie side by side in such a block take one cache line each.
+// Matrices that are contiguous in such a block take one cache line each.
 TEST_F(MemoryAllocatorTest, ALargeBlockBeginsACacheLine) {
   std::vector<MemoryBlock> blocks;
   for (uint32_t size = 641; size < 4000; size += 37) {
@@ -273,7 +273,8 @@ TEST_F(MemoryAllocatorTest, ReleasingAnUnknownAddressChangesNeitherIndex) {
   EXPECT_TRUE(IsNoBlock(memory.Find(block.memoryID)));
 }
 
-// Kept on purpose: the ID entry that goes is the one that the caller's record names.
+// Kept on purpose: the ID entry that is removed is the one in the caller's record. Programs rely on
+// which IDs resolve.
 TEST_F(MemoryAllocatorTest, TheRecordPassedInDecidesWhichIDEntryGoes) {
   const MemoryBlock first = memory.Allocate(16);
   const MemoryBlock second = memory.Allocate(16);

@@ -1,4 +1,4 @@
-// The condition variable: who is woken, and that nobody is forgotten.
+// The condition variable: who is woken, and that no wake-up is lost.
 #include "Common/Def/Mutex.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@
 namespace nq::engine {
 namespace {
 
-// What waiting threads share.
+// State shared by the waiting threads.
 struct Shared {
   Mutex mutex;
   ConditionVariable changed;
@@ -77,8 +77,8 @@ TEST(ConditionVariableTest, ABroadcastIsNotKeptForWhoComesLater) {
   waiter.join();
 }
 
-// A mutex that somebody takes, changes things under, and gives back with a broadcast, in the moment
-// in which the waiting thread has released it and does not sleep yet.
+// A mutex in whose Unlock another thread locks it, changes the state and broadcasts, before the
+// waiting thread sleeps.
 class NQ_CAPABILITY("mutex") OvertakenMutex {
  public:
   explicit OvertakenMutex(ConditionVariable* changed) : changed(changed) {}
@@ -113,7 +113,7 @@ TEST(ConditionVariableTest, ABroadcastBetweenTheReleaseAndTheSleepEndsTheWait) {
   waiter.join();
 }
 
-// Two threads answer each other, as fast as they can, with and without the mutex held.
+// Ping-pong between two threads as fast as possible, with and without the mutex held.
 TEST(ConditionVariableTest, ThreadsThatAnswerEachOtherNeverSleepBoth) {
   constexpr uint32_t kRounds = 20000;
   Shared shared;
@@ -138,8 +138,8 @@ TEST(ConditionVariableTest, ThreadsThatAnswerEachOtherNeverSleepBoth) {
   answering.join();
 }
 
-// Each thread waits for the next number and moves it on, so that broadcasts follow each other while
-// those that the last one woke are still on their way.
+// Each thread waits for the next number and increments it, so that broadcasts follow each other
+// while threads woken by the last one are still waking up.
 TEST(ConditionVariableTest, BroadcastsFollowEachOtherWhileOthersStillWakeUp) {
   constexpr uint32_t kThreads = 5;
   constexpr uint32_t kRounds = 2000;

@@ -1,4 +1,4 @@
-// Callables for worker pools whose end can be observed, and questions to a pool.
+// Callables for worker pools whose destruction can be observed, and queries of a pool.
 #ifndef NQ_TESTS_NATIVE_COMMON_DEF_PROBE_H_
 #define NQ_TESTS_NATIVE_COMMON_DEF_PROBE_H_
 
@@ -41,7 +41,7 @@ class Probe {
   std::unique_ptr<Functions> functions;
 };
 
-// True if `pool` is stopped. Otherwise an idle task has been posted to it.
+// True if `pool` is stopped. Otherwise posts an empty task to it.
 inline bool Refuses(WorkerPool* pool) {
   Task task([] {});
   pool->PostAll(&task, 1);
@@ -58,8 +58,8 @@ inline void SpinUntil(const std::atomic<bool>& flag) {
   }
 }
 
-// Keeps one worker of a pool busy until the pool is asked to stop, so that what is posted behind it
-// is still queued then. Needs no help from the thread that stops the pool.
+// Keeps one worker of a pool busy until the pool is stopped, so that tasks posted after it are
+// still queued then. Needs no help from the thread that stops the pool.
 class BusyUntilStop {
  public:
   explicit BusyUntilStop(WorkerPool* pool) {
@@ -75,15 +75,15 @@ class BusyUntilStop {
       while (!Refuses(pool)) {
         SleepMilliseconds(1);
       }
-      // The pool is still there: its Stop waits for the task above.
+      // The pool still exists: its Stop waits for the task above.
       stopSeen = true;
     });
   }
 
   ~BusyUntilStop() { watcher.join(); }
 
-  // To be called when all posting is done, just ahead of the stop: from here on a thread of ours
-  // looks for it, by posting.
+  // Call it after all posting, just before the stop: from here on a thread of ours polls for the
+  // stop, by posting.
   void Watch() { watch = true; }
 
   bool Ended() const { return ended; }

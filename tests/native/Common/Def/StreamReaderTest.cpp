@@ -11,7 +11,7 @@
 namespace nq::engine {
 namespace {
 
-// A segment of bytes that count upwards from 0x10, under a header word of the test's choice.
+// A segment of bytes that count upwards from 0x10, after a header word of the test's choice.
 class StreamReaderTest : public testing::Test {
  protected:
   StreamReaderTest() : reader(segment, sizeof(segment)) {
@@ -28,7 +28,7 @@ class StreamReaderTest : public testing::Test {
     std::memcpy(segment + offset, &value, sizeof(T));
   }
 
-  // Begins a stream of `length` payload bytes and goes to `position`.
+  // Begins a stream of `length` payload bytes and moves to `position`.
   void BeginAt(uint32_t length, uint32_t position) {
     Header(length);
     reader.begin();

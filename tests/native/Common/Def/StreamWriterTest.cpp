@@ -1,4 +1,4 @@
-// The producer's side of streams, and that a reader gets back what a writer stored.
+// Writing streams, and reading them back.
 #include "Common/Def/StreamWriter.h"
 
 #include <gtest/gtest.h>
@@ -234,7 +234,7 @@ TEST_F(StreamWriterTest, AnySequenceOfValuesReadsBack) {
           out.writeI32(static_cast<int32_t>(item.bits));
           break;
         case 6:
-          item.bits &= 0x7F7FFFFFu;  // not-a-numbers would not compare
+          item.bits &= 0x7F7FFFFFu;  // NaNs would not compare
           float value;
           std::memcpy(&value, &item.bits, 4);
           out.writeF32(value);

@@ -1,4 +1,5 @@
-// The queue of a worker pool: order, growth while tasks wait, and each callable destroyed once.
+// The queue of a worker pool: order, growth while tasks wait, and destruction of each callable
+// once.
 #include "Common/Def/TaskQueue.h"
 
 #include <gtest/gtest.h>
@@ -21,7 +22,7 @@ struct Ledger {
   uint64_t moves = 0;
 };
 
-// A callable that is no plain bytes. One that was moved from ends unnoticed.
+// A callable that is not trivially copyable. Destroying a moved-from one is not counted.
 class Counted {
  public:
   Counted(Ledger* ledger, size_t number) : ledger(ledger), number(number) {}
@@ -43,7 +44,7 @@ class Counted {
 
 class TaskQueueTest : public testing::Test {
  protected:
-  // Appends `count` tasks that write their numbers. Every third one holds more than plain bytes.
+  // Appends `count` tasks that write their numbers. Every third one is not trivially copyable.
   void Append(size_t count) {
     std::vector<Task> tasks;
     for (size_t i = 0; i < count; ++i, ++next) {
@@ -164,14 +165,14 @@ TEST_F(TaskQueueTest, ManySmallPostsMoveEachTaskAFewTimesOnly) {
       Task task(Counted(&ledger, i));
       const uint64_t before = ledger.moves;
       own.Append(&task, 1);
-      // A few are taken in between, so that there is room at the start, too.
+      // A few are taken in between, so that there is free space at the start, too.
       if (i % 10 == 9) {
         own.Take()();
       }
       moves += ledger.moves - before;
     }
   }
-  // One into the queue, one out of it, and those of growth, which halve with each step back.
+  // One move into the queue, one out of it, and those of growth, which halve with each step back.
   EXPECT_LT(moves, 8 * kTasks);
 }
 

@@ -1,4 +1,4 @@
-// Tasks: a callable kept in place, run, moved and destroyed.
+// Tasks: a callable stored inline, run, moved and destroyed.
 #include "Common/Def/Task.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@
 namespace nq::engine {
 namespace {
 
-// Counts what happens to a callable. Moved-from instances count for nothing.
+// Counts operations on a callable. Moved-from instances are not counted.
 struct Counts {
   int runs = 0;
   int destroyed = 0;

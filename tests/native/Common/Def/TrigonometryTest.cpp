@@ -11,8 +11,8 @@
 namespace nq::engine {
 namespace {
 
-// Compares with the extended precision of the machine: a result that was computed in single
-// precision would be off by a last bit every now and then.
+// Compares with the CPU's extended precision: a result computed in single precision would sometimes
+// be off by the last bit.
 template <typename Function, typename Extended>
 void ExpectRounded(Function function, Extended extended, float lowest, float highest) {
   const uint32_t seed = 51;

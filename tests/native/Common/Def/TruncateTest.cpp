@@ -1,4 +1,4 @@
-// Floats to the unsigned integers they stand for.
+// Floats to the unsigned integers they represent.
 #include "Common/Def/Truncate.h"
 
 #include <gtest/gtest.h>
@@ -80,7 +80,7 @@ TEST(TruncateTest, ArbitraryBitsAreWhatTheirPartsSay) {
   for (int i = 0; i < 200000; ++i) {
     uint32_t bits = static_cast<uint32_t>(generator());
     if (i % 2 == 0) {
-      // Exponents from just below 1 to just above 2^32, and few bits at times.
+      // Exponents from just below 1 to just above 2^32, sometimes with few mantissa bits.
       bits = (bits & 0x807FFFFF) | (120 + static_cast<uint32_t>(generator()) % 42) << 23;
       bits &= i % 4 == 0 ? 0xFFFC0000u : 0xFFFFFFFFu;
     }

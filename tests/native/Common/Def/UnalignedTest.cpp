@@ -1,4 +1,4 @@
-// Values that start at any address.
+// Values at any address.
 #include "Common/Def/Unaligned.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +8,7 @@
 
 namespace nq::engine {
 
-// The undefined-behaviour sanitizer reports an access by a pointer of the value's own type.
+// UndefinedBehaviorSanitizer reports an access by a pointer of the value's own type.
 TEST(UnalignedTest, WordsAreReadAtAnyAddressInLittleEndianOrder) {
   const uint8_t bytes[] = {0x99, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08};
   EXPECT_EQ(0x03020199u, ReadUnaligned<uint32_t>(bytes));

@@ -1,4 +1,4 @@
-// Rounding to integers, by all ways that there are.
+// Rounding to integers, by all code paths.
 #include "Common/Def/Vectors.h"
 
 #include <gtest/gtest.h>
@@ -58,7 +58,7 @@ TEST_P(NearestIntegersTest, TheSmallestNumbersAreZero) {
   Expect(0, 0, 1e-45, -1e-45);
 }
 
-// By the remainder to the integer below, in integers of 64 bits.
+// By the remainder to the integer below, in 64-bit integers.
 int32_t Nearest(double x) {
   const double below = std::floor(x);
   const double rest = x - below;  // exact

@@ -45,7 +45,7 @@ void Post(WorkerPool* pool, Callable&& callable) {
   pool->PostAll(&task, 1);
 }
 
-// Ends the process where a wait would otherwise hang the whole run.
+// Ends the process if a wait would otherwise hang the whole run.
 template <typename Future>
 void RequireReady(Future& future, const char* what) {
   if (future.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
@@ -76,8 +76,8 @@ class Cpus {
 
   uint32_t Count() const { return static_cast<uint32_t>(all.size()); }
 
-  // Whether a pool that needs all of them pins a worker. With a single CPU there is nothing to
-  // choose, and not every system has affinity.
+  // True if a pool that needs all of them pins a worker. With a single CPU there is nothing to
+  // choose, and not every system has CPU affinity.
   bool Pins() const { return kHasCpuAffinity && Count() > 1; }
 
   static void RunOn(const std::vector<int>& cpus) {
@@ -130,8 +130,8 @@ class PinningVariable {
   std::string before;
 };
 
-// From here on, the kernel ends this process when one of its threads, those of now and those to
-// come, calls sched_setaffinity.
+// Installs a seccomp filter: from here on, the kernel ends this process if any of its threads,
+// present or future, calls sched_setaffinity.
 void ForbidPinning() {
   sock_filter code[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -147,7 +147,7 @@ void ForbidPinning() {
   }
 }
 
-// Posts batches to a pool of `threadCount` threads, and says so if all have run.
+// Posts batches to a pool of `threadCount` threads, and prints whether all have run.
 void RunBatches(uint32_t threadCount) {
   WorkerPool pool(threadCount);
   std::atomic<int> ran{0};
@@ -166,7 +166,7 @@ bool KilledByFilter(const ChildResult& child) {
 TEST(WorkerPoolTest, NoMoreTasksRunAtOnceThanThereAreThreadsAndAllowedCpus) {
   const Cpus cpus;
   EXPECT_EQ(WorkerPool(1).Parallelism(), 1u);
-  // Without affinity, the machine's CPUs count.
+  // Without CPU affinity, the machine's CPUs count.
   const uint32_t all = std::min(4u, std::thread::hardware_concurrency());
   EXPECT_EQ(WorkerPool(4).Parallelism(), kHasCpuAffinity ? std::min(4u, cpus.Count()) : all);
   Cpus::RunOn({cpus.all.front()});
@@ -271,7 +271,7 @@ TEST(WorkerPoolPinningDeathTest, TheFilterEndsAProcessThatSetsAnAffinity) {
 }
 
 TEST(WorkerPoolTest, WaitingWithNothingPostedReturnsAtOnce) {
-  // Whether or not the workers have come to their loop by then.
+  // Whether or not the workers have reached their loop by then.
   for (int i = 0; i < 50; ++i) {
     WorkerPool pool(4);
     pool.WaitIdle();
@@ -307,7 +307,7 @@ TEST(WorkerPoolTest, WaitingReturnsOnlyAfterTheLastTaskOfDifferentLengths) {
     done.assign(count, 0);
     std::vector<Task> tasks;
     for (size_t i = 0; i < count; ++i) {
-      // One task in eight sleeps, well beyond the time for which a waiter stays awake.
+      // One task in eight sleeps, well beyond the time for which a waiter spins.
       const int sleep = random() % 8 == 0 ? static_cast<int>(1 + random() % 8) : 0;
       tasks.emplace_back([&done, i, sleep] {
         if (sleep != 0) {
@@ -437,7 +437,7 @@ TEST(WorkerPoolTest, ATaskIsDestroyedBeforeItsWorkerTakesTheNext) {
 }
 
 TEST(WorkerPoolTest, ATaskIsDestroyedUnderTheLock) {
-  // While the destructor runs, nobody else can post; without the lock the post would go through at
+  // While the destructor runs, no other thread can post; without the lock the post would succeed at
   // once.
   WorkerPool pool(2);
   std::atomic<bool> ending{false};
@@ -459,7 +459,7 @@ TEST(WorkerPoolTest, ATaskIsDestroyedUnderTheLock) {
 }
 
 TEST(WorkerPoolTest, ATaskRunsWithoutTheLock) {
-  // A running task sees a post go through.
+  // A running task sees a post succeed.
   WorkerPool pool(1);
   std::atomic<bool> running{false};
   std::atomic<bool> posted{false};
@@ -592,8 +592,8 @@ TEST(WorkerPoolTest, IdleWorkersSleep) {
 }
 
 // A million tasks in sustained batches, in which each task reads what the waiting thread wrote
-// before the post, and the waiting thread reads what the tasks wrote: nothing but the pool orders
-// these accesses.
+// before the post, and the waiting thread reads what the tasks wrote: only the pool orders these
+// accesses.
 TEST(WorkerPoolTest, BatchAfterBatchSeesTheWritesOfTheOtherSide) {
   constexpr size_t kTasks = 100;
   WorkerPool pool(4);
@@ -619,7 +619,7 @@ TEST(WorkerPoolTest, BatchAfterBatchSeesTheWritesOfTheOtherSide) {
 
 class WorkerPoolDeathTest : public testing::Test {
  protected:
-  // The child starts anew: threads and forks don't mix well.
+  // The child re-executes the program: threads and fork don't mix well.
   WorkerPoolDeathTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
 };
 

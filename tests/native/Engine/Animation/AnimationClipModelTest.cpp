@@ -24,7 +24,7 @@ AnimationClipModel ModelOf(uint32_t frameCount, const std::vector<ReferenceCurve
   return ModelOf(ReferenceBytes(30.0f, frameCount, curves));
 }
 
-// A time that the model is sampled at: what one target says on one channel.
+// A sample of the model: the value of one channel of one target.
 float ValueOf(const SampleMap& samples, uint32_t target, uint32_t channel) {
   const ClipSample* sample = samples.Find(target);
   EXPECT_NE(nullptr, sample) << "target " << target;
@@ -208,7 +208,7 @@ TEST(AnimationClipModelTest, ANegativeTimeStaysNegative) {
 TEST(AnimationClipModelTest, TimesThatAreNoMomentGiveTheLastValue) {
   AnimationClipModel model = ModelOf(60, {{0, 1, {{0, 3, 0, 0}, {60, 9, 0, 0}}}});
   for (const float time : {kNone, kInfinity, -kInfinity}) {
-    EXPECT_EQ(9.0f, ValueOf(model.SampleAtTime(time), 0, kX)) << time;  // the remainder is none
+    EXPECT_EQ(9.0f, ValueOf(model.SampleAtTime(time), 0, kX)) << time;  // the remainder is NaN
   }
 }
 
@@ -264,7 +264,8 @@ TEST(AnimationClipModelTest, TheReusedSamplesOfAnotherClipLeaveNoTrace) {
   EXPECT_EQ(3.0f, ValueOf(samples, 1, kZ));
 }
 
-// Whole and fractional moments of random clips, in any order, so that the cache is met as well.
+// Whole and fractional times of random clips, in any order, so that cached frames are sampled as
+// well.
 TEST(AnimationClipModelTest, RandomClipsAreWhatAPlainModelSees) {
   int sampled = 0;
   for (int round = 0; round < Rounds(6000); ++round) {
@@ -319,7 +320,7 @@ constexpr char kTypeError[] = "[NQ_FATAL][Engine]: wrong sample type\n";
 constexpr char kHeaderError[] = "[NQ_FATAL][Engine]: animation clip header data error\n";
 constexpr char kContentError[] = "[NQ_FATAL][Engine]: animation clip content data error\n";
 
-// Creates a model and says so, then uses it.
+// Creates a model and prints that, then uses it.
 ::testing::AssertionResult FailsAtFirstUse(const std::string& message, int line,
                                            const std::vector<uint8_t>& bytes) {
   for (const int use : {0, 1, 2, 3}) {

@@ -1,4 +1,4 @@
-// The verbs of animation scenes.
+// The operations of animation scenes.
 #include "tests/native/Engine/Animation/AnimationScene.h"
 
 #include <cmath>

@@ -23,7 +23,7 @@ const float kInfinity = std::numeric_limits<float>::infinity();
 // Channels of a sample.
 enum Channel : uint32_t { kX, kY, kZ, kSizeX, kSizeY, kSizeZ, kTurnX, kTurnY, kTurnZ, kTurnW };
 
-// One engine. What was made with it is released at the end.
+// One engine. Everything created with it is released at the end.
 class AnimationScene : public World {
  public:
   AnimationScene() = default;
@@ -45,7 +45,7 @@ class AnimationScene : public World {
   uint32_t AddAnimator(uint32_t clipCount, uint32_t entityCount);
   uint32_t AddSkinning(uint32_t count);
 
-  // An animator that is told all at once.
+  // What an animator plays of one clip.
   struct Play {
     uint32_t clip;
     float time;
@@ -53,7 +53,7 @@ class AnimationScene : public World {
   };
   uint32_t AddAnimator(const std::vector<Play>& plays, const std::vector<uint32_t>& targets);
 
-  // The block of a component, as script sees it.
+  // The block of a component, as the script sees it.
   uint8_t* BlockOf(uint32_t animator) { return animators.at(animator).block; }
   uint8_t* SkinningBlockOf(uint32_t skinning) { return skinnings.at(skinning).block; }
   void SetPlay(uint32_t animator, uint32_t place, const Play& play);
@@ -64,7 +64,7 @@ class AnimationScene : public World {
   void Update(uint32_t animator) { Core()->UpdateAnimator(animator); }
   void Skin(uint32_t skinning) { Core()->UpdateSkinningMatrix(skinning); }
 
-  // The results of a skinning component, from its first byte on.
+  // The results of a skinning component, from their first byte on.
   const float* ResultsOf(uint32_t skinning);
 
   // The entity that the last update wrote to first; 0 for none.
@@ -86,7 +86,7 @@ class AnimationSceneTest : public ::testing::Test {
   AnimationScene scene;
 };
 
-// A key that the curve passes flat.
+// A key with flat tangents.
 inline ReferenceKey Flat(uint32_t frame, float value) {
   return ReferenceKey{frame, value, 0, 0};
 }
@@ -96,20 +96,20 @@ inline ReferenceCurve Constant(uint32_t target, uint32_t type, float value) {
   return ReferenceCurve{target, type, {Flat(0, value)}};
 }
 
-// Curves of constant values for types 1 and up; none where a value is not a number.
+// Curves of constant values for types 1 and up; none where a value is NaN.
 std::vector<ReferenceCurve> Constants(uint32_t target, uint32_t firstType,
                                       const std::vector<float>& values);
 
 std::vector<ReferenceCurve> operator+(std::vector<ReferenceCurve> a,
                                       const std::vector<ReferenceCurve>& b);
 
-// All bits equal, but for the payload of what is no number.
+// All bits equal, except for the payload of NaNs.
 ::testing::AssertionResult SameSample(const ReferenceSample& expected, const ClipSample& actual);
 ::testing::AssertionResult SameSamples(const ReferenceSamples& expected, const SampleMap& actual);
 
-// What a piece of code in a child process, `body`, must say when it ends fatally: `out` on standard
-// output and one failed assertion of "0" at this place on standard error. No other thread may be
-// alive.
+// The expected output of a piece of code, `body`, that ends a child process fatally: `out` on
+// standard output and one failed assertion of "0" at this place on standard error. No other thread
+// may be alive.
 ::testing::AssertionResult EndsWith(const std::string& out, const std::string& source, int line,
                                     const std::function<void()>& body);
 

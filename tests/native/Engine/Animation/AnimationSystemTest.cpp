@@ -1,4 +1,5 @@
-// Tables of animation content and players: handles, life, and what the core forwards.
+// Tables of animation content and players: handles, creation and release, and forwarding by the
+// core.
 #include "Engine/Animation/AnimationSystem.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +12,7 @@
 #include "tests/native/Engine/Animation/AnimationScene.h"
 
 #if defined(NQ_TEST_UNDER_ADDRESS_SANITIZER) || defined(NQ_TEST_UNDER_THREAD_SANITIZER)
-// Of the sanitizer's runtime, whose headers not every compiler brings.
+// From the sanitizer's runtime, whose headers not every compiler has.
 extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
@@ -20,7 +21,7 @@ namespace {
 
 const std::vector<float> kIdentity = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
-// Bytes that the heap has given out.
+// Bytes allocated from the heap.
 size_t HeapBytes() {
 #if defined(NQ_TEST_UNDER_ADDRESS_SANITIZER) || defined(NQ_TEST_UNDER_THREAD_SANITIZER)
   return __sanitizer_get_current_allocated_bytes();
@@ -155,7 +156,7 @@ TEST_F(AnimationSystemTest, UpdatesOfUnknownHandlesDoNothing) {
     scene.Update(handle);
     scene.Skin(handle);
   }
-  // An animator's handle is none of a skinning component's, and the other way round.
+  // A handle of an animator is not one of a skinning component, and vice versa.
   scene.AddSkinning(1);
   scene.Update(0x1000);
   World other;
@@ -232,7 +233,7 @@ TEST_F(AnimationSystemTest, TheCoreCanEndWithTheLastValueOfAnyTable) {
   }
 }
 
-// A freed block is the next that is given out: it tells which was freed last.
+// A freed block is the next to be reused: so the order shows which was freed last.
 TEST_F(AnimationSystemTest, WhatIsLeftGoesTableByTableFromTheLast) {
   for (const bool skinFirst : {false, true}) {
     EngineRuntime* runtime = new EngineRuntime(new MemoryAllocator);
@@ -256,7 +257,7 @@ TEST_F(AnimationSystemTest, WhatIsLeftGoesTableByTableFromTheLast) {
     EXPECT_EQ(6u, core->ReferenceCount());
     delete system;
     EXPECT_EQ(1u, core->ReferenceCount());
-    // Skinning components go ahead of animators, of these the first ahead of the second.
+    // Skinning components are released before animators, the first animator before the second.
     const MemoryBlock blocks[] = {runtime->Allocate(76), runtime->Allocate(76),
                                   runtime->Allocate(76)};
     EXPECT_EQ(animators[1], blocks[0].pointer);
@@ -317,10 +318,10 @@ TEST_F(AnimationSystemTest, AReleasedComponentGivesItsObjectAndItsBlockBack) {
 TEST_F(AnimationSystemTest, ALayerTakesNoMemoryBesideItsRecordUntilItIsMasked) {
   constexpr uint32_t kLayers = 1000000;
   constexpr size_t kBlockBytes = 4 + 12 * size_t{kLayers};
-  constexpr size_t kSlack = 16384;  // of the value, its tables, and of heap pages
+  constexpr size_t kSlack = 16384;  // of the value, its tables, and heap pages
   const std::vector<ControllerMaskRecord> records(1000, ControllerMaskRecord{0x1000, 0.5f});
   const uint8_t* bytes = reinterpret_cast<const uint8_t*>(records.data());
-  // The first one makes the animation system and its tables.
+  // The first one creates the animation system and its tables.
   const uint32_t first = scene.Core()->CreateAnimatorControllerModel(1).handle;
   const size_t atFirst = HeapBytes();
   const NativeValueInfo info = scene.Core()->CreateAnimatorControllerModel(kLayers);

@@ -1,4 +1,4 @@
-// Batches of players on the workers give the bytes that single updates give.
+// Batch updates on the workers give the same bytes as single updates.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -14,11 +14,11 @@
 namespace nq::engine {
 namespace {
 
-// As many bones as it takes for tasks to overlap.
+// Enough characters for tasks to overlap.
 constexpr uint32_t kCharacters = 24;
 constexpr uint32_t kBones = 40;
 
-// A clip of all bones, with whole and fractional moments apart in value.
+// A clip of all bones, with different values at whole and fractional times.
 std::vector<uint8_t> CharacterClip(AnimationRandom* random, uint32_t frameCount) {
   std::vector<ReferenceCurve> curves;
   for (uint32_t bone = 0; bone < kBones; ++bone) {
@@ -37,8 +37,8 @@ std::vector<uint8_t> CharacterClip(AnimationRandom* random, uint32_t frameCount)
   return ReferenceBytes(30.0f, frameCount, curves);
 }
 
-// Characters that play the same few clips, of which nothing has been parsed; bones in chains under
-// roots or under none.
+// Characters that play the same few clips, none of them parsed yet; bones in chains under roots or
+// without.
 class Crowd {
  public:
   Crowd() {
@@ -74,7 +74,7 @@ class Crowd {
     }
   }
 
-  // Gives every character a mix of its own: one, two or three clips, at whole or other moments.
+  // Gives every character its own mix: one, two or three clips, at whole or fractional times.
   void SetFrame(uint32_t frame) {
     for (uint32_t c = 0; c < kCharacters; ++c) {
       const float step = (c + frame) % 2 == 0 ? 1.0f : 0.75f;
@@ -156,7 +156,7 @@ TEST(AnimationThreadsTest, BatchesAreEqualToSingleUpdatesByteForByte) {
       batched.UpdateInBatches();
       ASSERT_NO_FATAL_FAILURE(ExpectSameCrowds(&single, &batched)) << "frame " << frame;
     }
-    // The crowd moves at all.
+    // Guards the test: the crowd does move.
     EXPECT_NE(0.0f, single.scene.ResultsOf(single.skins[5])[12]);
     for (const uint32_t clip : batched.clips) {
       EXPECT_EQ(single.scene.Animation()->FindAnimationClipModel(clip)->CachedFrames(),
@@ -212,7 +212,7 @@ TEST(AnimationThreadsTest, TheFirstParseMayBeRaced) {
   }
 }
 
-// Threads fill the cache, each from another end, and read what others have filled, without a lock.
+// Threads fill the cache, each starting elsewhere, and read without a lock what others have filled.
 TEST(AnimationThreadsTest, TheFrameCacheMayBeFilledByAll) {
   constexpr uint32_t kFrames = 97;
   AnimationRandom random(33);
@@ -249,7 +249,7 @@ TEST(AnimationThreadsTest, TheFrameCacheMayBeFilledByAll) {
   }
 }
 
-// Tasks mark ancestors that they share: each ancestor ends as marked, no mark of 2 is lost.
+// Tasks mark ancestors that they share: each ancestor ends as marked, no kDirtySelf is lost.
 TEST(AnimationThreadsTest, SharedAncestorsAreMarkedByAll) {
   AnimationScene scene;
   constexpr uint32_t kTwigs = 64;

@@ -1,5 +1,5 @@
-// Players of clips: which clips take part, where their samples go, how they are blended; and random
-// players against a plain model.
+// Animators: which clips are active, where their samples are written, how they are blended; and
+// random animators against a plain model.
 #include "Engine/Animation/AnimatorComponent.h"
 
 #include <gtest/gtest.h>
@@ -23,7 +23,7 @@ constexpr uint32_t kEuler = 7;
 constexpr uint32_t kW = 10;
 constexpr uint32_t kImaginary = 11;
 
-// A curve that says the frame's number: on every frame up to 99.
+// A curve whose value is the frame's number: on every frame up to 99.
 ReferenceCurve FrameNumber(uint32_t target, uint32_t type) {
   ReferenceCurve curve = {target, type, {}};
   for (uint32_t frame = 0; frame < 100; ++frame) {
@@ -36,7 +36,7 @@ class AnimatorComponentTest : public AnimationSceneTest {
  protected:
   float X(uint32_t entity) { return scene.Record3D(entity).position[0]; }
 
-  // An animator of one target that plays the frame's number on x; returns what it shows.
+  // An animator of one target that plays the frame's number on x; returns the resulting x.
   float Shown(float time, uint32_t frameCount = 100) {
     const uint32_t entity = scene.Add3D();
     const uint32_t clip = scene.AddClip(frameCount, {FrameNumber(0, kPosition)});
@@ -44,7 +44,7 @@ class AnimatorComponentTest : public AnimationSceneTest {
     return X(entity);
   }
 
-  // A rotation that one clip holds.
+  // A clip of a constant rotation.
   uint32_t AddTurn(float x, float y, float z, float w) {
     return scene.AddClip(10, Constants(0, kImaginary, {x, y, z}) + Constants(0, kW, {w}));
   }
@@ -135,7 +135,7 @@ TEST_F(AnimatorComponentTest, ClipsWithoutTracksOrFramesContributeNothing) {
 }
 
 TEST_F(AnimatorComponentTest, AGapInTheTargetsShiftsThePlacesOfTheNextClip) {
-  // Two tracks, of targets 0 and 2: the next clip starts at place 2, too.
+  // Two tracks, of targets 0 and 2: the next clip starts at entry 2, too.
   const uint32_t gap = scene.AddClip(10, {Constant(0, kPosition, 1), Constant(2, kPosition, 3)});
   const uint32_t next = scene.AddClip(10, {Constant(0, kPosition + 1, 7)});
   const uint32_t entities = scene.Add3D(3);
@@ -318,7 +318,7 @@ TEST_F(AnimatorComponentTest, ABlendNormalisesWhatOneClipAloneSays) {
   const uint32_t entities = scene.Add3D(2);
   scene.Update(scene.AddAnimator({{turn, 0, 0.5f}, {other, 0, 0.5f}}, {entities, entities + 1}));
   const float* rotation = scene.Record3D(entities).rotation;
-  // By the float next to a fifth, not by a division.
+  // By multiplication with the float nearest to a fifth, not by a division.
   EXPECT_TRUE(SameFloats({0, 0, 3 * 0.2f, 4 * 0.2f}, rotation));
   EXPECT_EQ(1, scene.Record3D(entities).rotationMode);
 }
@@ -379,7 +379,7 @@ TEST_F(AnimatorComponentTest, OfManyARotationByNothingSpoilsTheRotation) {
 }
 
 TEST_F(AnimatorComponentTest, ManyMeansClipsThatTakePartNotContributions) {
-  // Three clips take part; two of them speak of the entity: these two are added, not slerped.
+  // Three clips are active; two of them animate the entity: these two are added, not slerped.
   const uint32_t turn = AddTurn(0, 0, 0.6f, 0.8f);
   const uint32_t none = AddTurn(0, 0, 0, 1);
   const uint32_t other = scene.AddClip(10, {Constant(0, kPosition, 1)});
@@ -728,7 +728,7 @@ TEST(AnimatorComponentRandomTest, AnimatorsDoWhatAPlainModelDoes) {
 constexpr char kSource[] = "..\\..\\Engine\\Animation\\AnimatorComponent";
 constexpr char kMissing[] = "[NQ_FATAL][Engine]: AnimationClipModel not found\n";
 
-// What the handler of the abort prints: the x of an entity.
+// What the SIGABRT handler prints: the x of an entity.
 const float* abortedX;
 
 void PrintX(int) {
@@ -790,7 +790,7 @@ TEST(AnimatorComponentDeathTest, AMalformedClipIsFatalAtTheFirstUpdateEvenAtWeig
                }));
 }
 
-// A tree that hangs under no root is climbed to its top, which a ring does not have.
+// The tree of an entity without a root is climbed to its top, which a parent cycle does not have.
 TEST(AnimatorComponentDeathTest, ARingOfParentsIsFatal) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   AnimationScene scene;
@@ -809,7 +809,7 @@ TEST(AnimatorComponentDeathTest, ARingOfParentsIsFatal) {
       testing::KilledBySignal(SIGABRT),
       "^\\[NQ_FATAL\\]\\[Engine\\]: Parent cycle detected, entity: 409[67]\n"
       "Assertion failed: 0, file Engine/Entity/WorldTransform, line [0-9]+\n"
-      "(qemu: [^\n]*\n)?$");  // an emulator's line, where one runs this
+      "(qemu: [^\n]*\n)?$");  // added by an emulator, if one runs this
 }
 
 }  // namespace

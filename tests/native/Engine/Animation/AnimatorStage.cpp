@@ -1,4 +1,4 @@
-// The verbs of stages.
+// The operations of stages.
 #include "tests/native/Engine/Animation/AnimatorStage.h"
 
 #include <algorithm>
@@ -8,7 +8,7 @@ namespace nq::engine {
 
 namespace {
 
-// Records differ in nothing but the payload of what is no number.
+// Records differ only in the payload of NaNs.
 bool SameRecords(bool isThreeD, const uint8_t* expected, const uint8_t* actual) {
   size_t offset = 0;
   if (isThreeD) {
@@ -86,7 +86,7 @@ void AnimatorStage::Populate(AnimationRandom* random, uint32_t batchCount) {
     for (int32_t i = 0; i < count; ++i) {
       const uint32_t handle = key + static_cast<uint32_t>(i);
       WriteRecord(handle, random);
-      // Parents come first, so that there are no cycles.
+      // Parents are older, so that there are no cycles.
       const size_t older =
           static_cast<size_t>(std::find(handles.begin(), handles.end(), handle) - handles.begin());
       if (older != 0 && random->Chance(60)) {

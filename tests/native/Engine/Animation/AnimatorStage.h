@@ -1,4 +1,5 @@
-// Two equal worlds: one whose animators run, and one into which a plain model writes by hand.
+// Two equal worlds: animators run in one, and a plain model writes the expected values to the
+// other.
 #ifndef NQ_TESTS_NATIVE_ENGINE_ANIMATION_ANIMATORSTAGE_H_
 #define NQ_TESTS_NATIVE_ENGINE_ANIMATION_ANIMATORSTAGE_H_
 
@@ -14,7 +15,7 @@ namespace nq::engine {
 
 class AnimatorStage {
  public:
-  // A forest of both kinds, under roots and under none, with some inactive entities, settled.
+  // A forest of both kinds, with and without roots, with some inactive entities, refreshed.
   void Populate(AnimationRandom* random, uint32_t batches);
 
   // Does the same to both worlds.
@@ -25,11 +26,11 @@ class AnimatorStage {
   void Refresh();
   void WriteRecord(uint32_t handle, AnimationRandom* random);
 
-  // A clip for animators, and its plain form.
+  // A clip for animators, and for the model.
   uint32_t AddClip(const std::vector<uint8_t>& bytes);
   const ReferenceClip& ClipOf(uint32_t handle) const { return clips.at(handle); }
 
-  // An animator of random clips, moments, weights and targets, with what it plays.
+  // An animator of random clips, times, weights and targets, with what it plays.
   struct Animator {
     uint32_t handle;
     std::vector<AnimationScene::Play> plays;
@@ -39,7 +40,7 @@ class AnimatorStage {
                        const std::vector<uint32_t>& targets);
   void SetPlays(Animator* animator, const std::vector<AnimationScene::Play>& plays);
 
-  // What an update must do, done by hand to the plain world.
+  // Applies the expected effects of an update to the plain world.
   void Expect(const Animator& animator);
 
   // Runs the animator in the one world and its model in the other.
@@ -48,12 +49,12 @@ class AnimatorStage {
     Expect(animator);
   }
 
-  // Both worlds are the same: records, matrices, marks and versions, and the entity that the last
-  // update wrote to first.
+  // True if both worlds are equal: records, matrices, marks and versions, and the entity that the
+  // last update wrote to first.
   ::testing::AssertionResult Agree();
   ::testing::AssertionResult AgreeOnFirst(const Animator& animator);
 
-  // A handle of a living entity as a rule, at times of none.
+  // Usually a handle of a living entity, sometimes of none.
   uint32_t AnyTarget(AnimationRandom* random);
 
   // Handles of all entities, in the order of creation.

@@ -1,4 +1,4 @@
-// Target lists of bindings, and what is found through them.
+// Target lists of bindings, and look-ups in them.
 #include <gtest/gtest.h>
 
 #include <vector>

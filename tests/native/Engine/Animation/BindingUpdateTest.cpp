@@ -1,4 +1,4 @@
-// New lists for a binding, and what becomes of its rest poses.
+// Updating the lists of a binding, and the effect on its rest poses.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -9,8 +9,8 @@
 namespace nq::engine {
 namespace {
 
-constexpr float kOld = 10;  // where rest poses are
-constexpr float kNow = 20;  // where entities are when new lists come
+constexpr float kOld = 10;  // position x of rest poses
+constexpr float kNow = 20;  // position x of entities when new lists are set
 
 class AnimationBindingUpdateTest : public ControllerSceneTest {
  protected:
@@ -21,7 +21,7 @@ class AnimationBindingUpdateTest : public ControllerSceneTest {
         gone(scene.Add3D()),
         clip(scene.AddClip(10, {Constant(0, 1, 1)})) {}
 
-  // A binding of three entities, which have moved since; one is gone.
+  // A binding of three entities, which have moved since; one is released.
   uint32_t Prepare() {
     for (const uint32_t handle : {left, stayed, came, gone}) {
       scene.MoveTo(handle, kOld, 0, 0);
@@ -36,7 +36,7 @@ class AnimationBindingUpdateTest : public ControllerSceneTest {
 
   float X(uint32_t handle) { return scene.Position(handle)[0]; }
 
-  // Where a rest pose is; 0 for none.
+  // The x of a rest pose; 0 for none.
   float RestX(uint32_t binding, uint32_t handle) {
     const RestPoses& defaults = scene.BindingOf(binding)->defaults;
     const uint32_t slot = defaults.Find(handle);
@@ -59,7 +59,7 @@ TEST_F(AnimationBindingUpdateTest, EachModeDoesItsPart) {
     float record;
   };
   const Outcome ofLeft[] = {{kOld, kNow}, {0, kNow}, {kOld, kOld}, {0, kOld}};
-  // Mode 3: the new rest pose is that from before the old one was written back.
+  // Mode 3: the new rest pose is a snapshot from before the old one was written back.
   const Outcome ofStayed[] = {{kOld, kNow}, {kNow, kNow}, {kOld, kOld}, {kNow, kOld}, {0, kNow}};
   const Outcome ofCome[] = {{0, kNow}, {kNow, kNow}, {0, kNow}, {0, kNow}};
   for (uint32_t removedMode = 0; removedMode < 4; ++removedMode) {
@@ -76,7 +76,7 @@ TEST_F(AnimationBindingUpdateTest, EachModeDoesItsPart) {
         EXPECT_EQ(ofStayed[keptMode].record, X(stayed));
         EXPECT_EQ(ofCome[addedMode].rest, RestX(binding, came));
         EXPECT_EQ(ofCome[addedMode].record, X(came));
-        // What was written is rebuilt and marked, nothing else.
+        // Entities that were written are rebuilt and marked, no others.
         EXPECT_EQ(removedMode >= 2 ? 2u : 0u, scene.At(left).dirtyState());
         EXPECT_EQ(removedMode >= 2 ? kOld : kNow, scene.At(left).localMatrix()[12]);
         EXPECT_EQ(keptMode == 2 || keptMode == 3 ? 2u : 0u, scene.At(stayed).dirtyState());
@@ -188,7 +188,8 @@ TEST_F(AnimationBindingUpdateTest, WrittenPosesReachTheWorldByTheNextRefresh) {
   EXPECT_EQ(std::vector<float>({2 * kOld, 0, 0}), scene.WorldPosition(stayed));
 }
 
-// Blending enters numbers among the rest poses; one that is an entity's counts as its rest pose.
+// Blending inserts numbers into the rest poses; one that is an entity's handle counts as its rest
+// pose.
 TEST_F(AnimationBindingUpdateTest, NumbersAmongTheRestPosesCountAsEntities) {
   const uint32_t binding = Prepare();
   for (const uint32_t number : {5u, came}) {

@@ -57,7 +57,7 @@ ClipSample Ours(const ReferenceSample& sample) {
   return result;
 }
 
-// Blends with our code, and checks the outcome against the model's.
+// Blends with the engine's code, and compares the result with the model's.
 ClipSample Blended(const ReferenceSample& a, const ReferenceSample& b, float t, bool many) {
   ReferenceSample expected = a;
   ReferenceBlend(&expected, b, t, many);
@@ -107,7 +107,7 @@ TEST(ClipSamplingTest, ATimeThatIsNoNumberFindsNoKeyAndGivesTheLastValue) {
 }
 
 TEST(ClipSamplingTest, ExactlyOnAKeyTheCurveIsNotEvaluated) {
-  // Tangents that would spoil the value: an infinity times zero.
+  // Tangents that would yield NaN: an infinity times zero.
   const std::vector<ReferenceKey> keys = {
       {0, 1, 0, 0}, {10, 2, kInfinity, 3e38f}, {20, 3, kInfinity, 0}};
   EXPECT_EQ(2.0f, At(keys, 10));
@@ -170,7 +170,7 @@ TEST(ClipSamplingTest, OfTwoKeysOnAFrameTheFirstIsFound) {
   EXPECT_EQ(8.0f, At(keys, 15)) << "from the second on";
 }
 
-// The walk stops at the first key that is at or after the time, whatever stands behind it.
+// The search stops at the first key that is at or after the time, whatever follows.
 TEST(ClipSamplingTest, KeysOutOfOrderAreWalkedAsTheyStand) {
   const std::vector<ReferenceKey> keys = {
       {20, 1, 0, 0}, {10, 3, 0, 0}, {30, 5, 0, 0}, {25, 6, 0, 0}, {40, 7, 0, 0}};
@@ -311,7 +311,7 @@ TEST(ClipSamplingTest, AnglesAreLerpedAndTheFourthNumberStays) {
 }
 
 TEST(ClipSamplingTest, AQuaternionTakesAnglesForOne) {
-  // Angles have no fourth number, and so are missing as a quaternion.
+  // Angles have no fourth channel, and so count as a missing quaternion.
   const ClipSample sample =
       Blended(Pose(true, {0, 0, 0.6f, 0.8f}), Pose(false, {1, 2, 3, kNone}), 0.5f, false);
   EXPECT_TRUE(sample.isQuaternion);
@@ -352,7 +352,7 @@ TEST(ClipSamplingTest, SlerpTakesTheShorterWay) {
 }
 
 TEST(ClipSamplingTest, SlerpOfNeighboursIsAStraightLineThatIsNotNormalised) {
-  // Lengths other than 1 lead there, too: the product is at least 1 - 1e-6.
+  // Lengths other than 1 lead there, too: the dot product is at least 1 - 1e-6.
   const ClipSample sample =
       Blended(Pose(true, {0, 0, 0, 2}), Pose(true, {2, 0, 0, 2}), 0.25f, false);
   const float expected[4] = {0.5f, 0, 0, 2};
@@ -360,7 +360,7 @@ TEST(ClipSamplingTest, SlerpOfNeighboursIsAStraightLineThatIsNotNormalised) {
 }
 
 TEST(ClipSamplingTest, TheLimitOfSlerpIsTakenInDouble) {
-  // Around a product of 1 - 1e-6: floats there lie 6e-8 apart.
+  // Around a dot product of 1 - 1e-6: floats there are 6e-8 apart.
   for (int ulps = -40; ulps <= 40; ++ulps) {
     float w = 1.0f - 1e-6f;
     for (int i = 0; i < std::abs(ulps); ++i) {
@@ -375,11 +375,11 @@ TEST(ClipSamplingTest, TheLimitOfSlerpIsTakenInDouble) {
 
 TEST(ClipSamplingTest, ManyQuaternionsAreAddedAsScaledRotations) {
   const float h = std::sqrt(0.5f);
-  // Half of 90 degrees about z, as sine and cosine of 22.5 degrees, on top of what is there.
+  // Half of 90 degrees about z, as sine and cosine of 22.5 degrees, added to the sum.
   const ReferenceSample turned = Pose(true, {0, 0, h, h});
   ExpectRotation({0, 0, 0.382683432f, 1.923879533f},
                  Blended(Pose(true, {0, 0, 0, 1}), turned, 0.5f, true));
-  // The same rotation by its negative: the product with what is there is negative, so h is, too.
+  // The same rotation by its negative: the dot product with the sum is negative, so h is, too.
   ExpectRotation({0, 0, -0.382683432f, 1.923879533f},
                  Blended(Pose(true, {0, 0, 0, 1}), Pose(true, {0, 0, -h, -h}), 0.5f, true));
   ExpectRotation({0, 0, -0.382683432f, -1.0f + 0.923879533f},
@@ -392,7 +392,7 @@ TEST(ClipSamplingTest, ManyNegateAQuaternionWhoseWIsNotPositive) {
                  Blended(Pose(true, {0.5f, 0, 0, 0.5f}), Pose(true, {1, 0, 0, 0}), 0.5f, true));
 }
 
-// A half turn is at a right angle to no rotation: the product of 0 counts as positive.
+// A half turn is orthogonal to the identity: a dot product of 0 counts as positive.
 TEST(ClipSamplingTest, ManyTakeAProductOf0ForPositive) {
   ExpectRotation({-0.707106781f, 0, 0, 1.707106781f},
                  Blended(Pose(true, {0, 0, 0, 1}), Pose(true, {1, 0, 0, 0}), 0.5f, true));

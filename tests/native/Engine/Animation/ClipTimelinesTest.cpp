@@ -1,4 +1,4 @@
-// Clips laid out by timelines give what their channels give one by one.
+// Sampling by timelines gives the same results as sampling channels one by one.
 #include "Engine/Animation/ClipTimelines.h"
 
 #include <gtest/gtest.h>
@@ -100,8 +100,8 @@ TEST(ClipTimelinesTest, ATrackWithoutKeysIsASampleOfNoNumbers) {
   EXPECT_TRUE(judge.Agrees(kNone));
 }
 
-// Every set of channels on one timeline, the others on another or absent: what a group writes into
-// the place of its neighbours must not be seen.
+// Every set of channels on one timeline, the others on another or absent: what a group writes to
+// the lanes of its neighbours must not be visible.
 TEST(ClipTimelinesTest, EveryShareOfChannelsIsKeptApart) {
   for (const bool otherIsAbsent : {true, false}) {
     for (const bool otherComesFirst : {true, false}) {
@@ -109,7 +109,7 @@ TEST(ClipTimelinesTest, EveryShareOfChannelsIsKeptApart) {
         AnimationRandom random(mask);
         ReferenceClip clip({});
         clip.rate = 30;
-        // A first track that settles the order of the two timelines.
+        // A first track that determines the order of the two timelines.
         clip.tracks[0].channels[0] = random.Keys(otherComesFirst ? std::vector<uint32_t>{0, 4, 9}
                                                                  : std::vector<uint32_t>{0, 5, 10});
         for (const uint32_t target : {1u, 2u}) {
@@ -133,7 +133,7 @@ TEST(ClipTimelinesTest, EveryShareOfChannelsIsKeptApart) {
   }
 }
 
-// Ten channels of one track, each on frames of its own.
+// Ten channels of one track, each on different frames.
 TEST(ClipTimelinesTest, EveryChannelMayHaveItsOwnFrames) {
   AnimationRandom random(5);
   ReferenceClip clip({});
@@ -149,7 +149,7 @@ TEST(ClipTimelinesTest, EveryChannelMayHaveItsOwnFrames) {
   EXPECT_TRUE(judge.KeepsItsTracks());
 }
 
-// The first guess at a key fails: frames lie far from even.
+// The first guess in a key search fails: frames are unevenly spaced.
 TEST(ClipTimelinesTest, FramesFarFromEvenAreFoundAllTheSame) {
   const std::vector<uint32_t> kinds[] = {
       {0, 1, 2, 3, 1000},

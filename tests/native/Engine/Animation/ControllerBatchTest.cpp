@@ -1,4 +1,4 @@
-// Controllers of one batch on the workers: the same bytes as one after the other.
+// Controllers updated in a batch on the workers: the same bytes as one by one.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -21,8 +21,8 @@ constexpr uint32_t kFigures = 24;
 constexpr int32_t kBones = 12;
 constexpr int kFrames = 6;
 
-// Figures with a binding and a controller each, all playing the same clips. Half of them hang under
-// one root, the others under none: their trees are brought up to date in the batch.
+// Figures with a binding and a controller each, all playing the same clips. Half of them are under
+// one root, the others under none: the batch updates their trees.
 class Crowd {
  public:
   explicit Crowd(uint32_t seed) : random(seed), top(scene.Add3D()) {
@@ -38,7 +38,7 @@ class Crowd {
     scene.Refresh();
   }
 
-  // One update of all, in turn or on the workers, at the next moment.
+  // One update of all, one by one or on the workers, at the next time.
   void Update(bool batch) {
     ++frame;
     for (const auto& [state, entries] : states) {
@@ -167,7 +167,7 @@ TEST(AnimationControllerBatchTest, ABatchGivesTheBytesOfSingleUpdates) {
   }
 }
 
-// What a worker keeps from one update to the next must not show in the one after, of another size.
+// A worker's reused memory must not affect its next update, of another size.
 TEST(AnimationControllerBatchTest, AThreadsWorkingMemoryDoesNotShow) {
   Crowd first(101);
   Crowd second(102);

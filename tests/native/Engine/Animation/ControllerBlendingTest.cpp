@@ -1,4 +1,4 @@
-// How states merge into layers, layers into a pose, and how that is written back.
+// Blending of states into layers and of layers into a pose, and writing that back.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -25,8 +25,8 @@ std::vector<float> AboutZ(float degrees) {
   return {0, 0, static_cast<float>(std::sin(half)), static_cast<float>(std::cos(half))};
 }
 
-// The angle of a turn whose x, y, z are scaled by a share, w left alone: z over w is the tangent of
-// half the angle.
+// The angle of a rotation whose x, y, z are scaled by a share, but not w: z over w is the tangent
+// of half the angle.
 float Scaled(float degrees, float share) {
   const double half = std::tan(static_cast<double>(degrees) * 3.14159265358979323846 / 360.0);
   return static_cast<float>(std::atan(half * static_cast<double>(share)) * 360.0 /
@@ -44,7 +44,7 @@ void ExpectNear(const std::vector<float>& expected, const std::vector<float>& ac
   }
 }
 
-// One entity with a rest pose of position 10, 20, 30, scale 2, 4, 8 and a turn of 90 degrees.
+// One entity with a rest pose of position 10, 20, 30, scale 2, 4, 8 and a rotation of 90 degrees.
 class AnimationControllerBlendingTest : public ControllerSceneTest {
  protected:
   AnimationControllerBlendingTest() : entity(scene.Add3D()) {
@@ -61,7 +61,7 @@ class AnimationControllerBlendingTest : public ControllerSceneTest {
     scene.Turn(entity, q[0], q[1], q[2], q[3]);
   }
 
-  // Position and scale, and a turn about z where `degrees` is a number.
+  // Position and scale, and a rotation about z unless `degrees` is NaN.
   uint32_t AddPose(const std::vector<float>& numbers, float degrees = kNone) {
     std::vector<ReferenceCurve> curves = Constants(0, 1, numbers);
     if (!std::isnan(degrees)) {
@@ -74,7 +74,7 @@ class AnimationControllerBlendingTest : public ControllerSceneTest {
     return scene.AddClip(10, curves);
   }
 
-  // A state of one clip. In additive layers nothing is taken away: the reference has no numbers.
+  // A state of one clip. In additive layers nothing is subtracted: the reference has no keys.
   uint32_t AddState(uint32_t clip, float weight = 1, float clipWeight = 1, uint32_t next = kHole) {
     return scene.AddState(weight, 0, {Entry{clip, 0, clipWeight, empty, 0}}, next);
   }
@@ -108,8 +108,8 @@ TEST_F(AnimationControllerBlendingTest, AWholeOverrideLayerGivesTheSample) {
   EXPECT_TRUE(SameFloats(AboutZ(90), scene.Rotation(entity).data()));
 }
 
-// Each row of the table of merges. The clip says position 2, scale 3 and a turn of 30 degrees about
-// z, the rest pose position 10, 20, 30, scale 2, 4, 8 and 90 degrees.
+// Each row of the table of merges. The clip has position 2, scale 3 and a rotation of 30 degrees
+// about z, the rest pose position 10, 20, 30, scale 2, 4, 8 and 90 degrees.
 TEST_F(AnimationControllerBlendingTest, AnOverrideLayerBelowOneBlendsWithTheRestPose) {
   const uint32_t clip = AddPose({2, 2, 2, 3, 3, 3}, 30);
   Play(Bind({clip}), {{kOverride, 0.5f, AddState(clip)}});
@@ -192,7 +192,7 @@ TEST_F(AnimationControllerBlendingTest, ALaterAdditiveLayerLiesOnWhatIsThere) {
   ExpectNear({kNone, kNone, kNone, kNone}, scene.Rotation(entity));
 }
 
-// Not-filled layers count: the additive one is not the first, although nothing came before it.
+// Layers without a pose count: the additive one is not the first, although nothing precedes it.
 TEST_F(AnimationControllerBlendingTest, TheIndexOfALayerCountsRecordsNotPoses) {
   const uint32_t clip = AddPose({2, 2, 2, 3, 3, 3}, 30);
   const uint32_t binding = Bind({clip});
@@ -202,12 +202,12 @@ TEST_F(AnimationControllerBlendingTest, TheIndexOfALayerCountsRecordsNotPoses) {
     Play(binding, {first, {kAdditive, 0.5f, state}});
     EXPECT_EQ(std::vector<float>({1, 1, 1}), scene.Position(entity));
     EXPECT_EQ(std::vector<float>({1.5f, 1.5f, 1.5f}), scene.Scale(entity));
-    // The rotation starts from the rest pose all the same.
+    // The rotation still starts from the rest pose.
     ExpectNear(AboutZ(90 + Scaled(30, 0.5f)), scene.Rotation(entity));
   }
 }
 
-// The factor of the layer stands on the left.
+// The factor of the layer is on the left.
 TEST_F(AnimationControllerBlendingTest, AnAdditiveRotationIsAppliedOnTheLeft) {
   const float half = std::sqrt(0.5f);
   const uint32_t clip =
@@ -233,20 +233,21 @@ TEST_F(AnimationControllerBlendingTest, OfOverrideLayersTheLastWinsChannelByChan
   const uint32_t c = AddPose({kNone, kNone, 6});
   Play(Bind({a, b, c}),
        {{kOverride, 1, AddState(a)}, {kOverride, 0.5f, AddState(b)}, {kOverride, 0, AddState(c)}});
-  // The second meets the rest pose, not what the first left; the third is at the rest pose.
+  // The second blends with the rest pose, not with the first's result; the third is at the rest
+  // pose.
   EXPECT_EQ(std::vector<float>({1, 14, 30}), scene.Position(entity));
   EXPECT_EQ(std::vector<float>({5.5f, 4, 8}), scene.Scale(entity));
   ExpectNear(AboutZ(30), scene.Rotation(entity));
 }
 
 TEST_F(AnimationControllerBlendingTest, AnOverrideRotationTakesTheShorterWayToTheRestPose) {
-  const uint32_t clip = AddPose({}, 30 + 360);  // the far side of 30 degrees
+  const uint32_t clip = AddPose({}, 30 + 360);  // the opposite hemisphere of 30 degrees
   Play(Bind({clip}), {{kOverride, 0.5f, AddState(clip)}});
   ExpectNear(AboutZ(60), scene.Rotation(entity));
 }
 
-// Half a turn about x and a quarter about z: their product is 0, and the rotation is taken as it
-// is.
+// Half a turn about x and a quarter about z: their dot product is 0, and the rotation is not
+// negated.
 TEST_F(AnimationControllerBlendingTest, AProductOfZeroTakesTheNearSide) {
   const float half = std::sqrt(0.5f);
   const uint32_t clip = scene.AddClip(10, Constants(0, 11, {1, 0, 0}) + Constants(0, 10, {0}));
@@ -254,8 +255,8 @@ TEST_F(AnimationControllerBlendingTest, AProductOfZeroTakesTheNearSide) {
   ExpectNear({half, 0, 0.5f, 0.5f}, scene.Rotation(entity));
 }
 
-// The product of 0 and infinity is no number. An infinite length leaves only the signs of zeros:
-// z is 0 + (-0.6 - 0) x -0.75, and would be below zero with the near side.
+// The product of 0 and infinity is NaN. An infinite length leaves only the signs of zeros: z is 0 +
+// (-0.6 - 0) x -0.75, and would be below zero in the same hemisphere.
 TEST_F(AnimationControllerBlendingTest, AProductThatIsNoNumberTakesTheFarSide) {
   scene.Turn(entity, kInfinity, 0, 0, 1);
   const uint32_t clip =
@@ -291,13 +292,13 @@ TEST_F(AnimationControllerBlendingTest, StatesOfWeightZeroAreSkippedAndTheChainG
 TEST_F(AnimationControllerBlendingTest, AStateWhoseWeightIsNoNumberCounts) {
   const uint32_t clip = AddPose({4});
   Play(Bind({clip}), {{kOverride, 1, AddState(clip, kNone)}});
-  // The weight is no number, so the channel counts as not animated; the entity is rebuilt.
+  // The weight is NaN, so the channel counts as not animated; the entity is rebuilt.
   EXPECT_EQ(10.0f, scene.Position(entity)[0]);
   EXPECT_EQ(1u, scene.stage.rebuilt.count(entity));
 }
 
-// Half of a state: position is completed by nothing and scale by one, since the rest pose is looked
-// up under the blended number.
+// Half of a state: position is completed by 0 and scale by 1, since the rest pose is looked up
+// under the blended number.
 TEST_F(AnimationControllerBlendingTest, WhatIsAnimatedByAPartIsCompletedByAnIdentity) {
   const uint32_t clip = AddPose({4, 6, 8, 5, 7, 9});
   const uint32_t binding = Bind({clip});
@@ -352,7 +353,7 @@ TEST_F(AnimationControllerBlendingTest, ANumberThatIsNoneHasAKeyToo) {
   ExpectNear({kNone, 20, 30}, scene.Position(entity));
 }
 
-// The number of the entity's own handle: here the rest pose is met.
+// The number is the entity's own handle: here its rest pose is found.
 TEST_F(AnimationControllerBlendingTest, ANumberThatIsAHandleFindsThatEntitysRestPose) {
   ASSERT_EQ(0x1000u, entity);
   const uint32_t clip = AddPose({8192, kNone, 8192, kNone, 8192.5f});
@@ -405,8 +406,8 @@ TEST_F(AnimationControllerBlendingTest, AnAdditiveLayerIsNotCompleted) {
   EXPECT_EQ(std::vector<uint32_t>({entity}), scene.KeysOf(binding));
 }
 
-// Completing a layer enters the number of another entity; a layer behind it that fills up carries
-// that entity, and it is rebuilt, although the binding does not name it. A layer ahead does not.
+// Completing a layer inserts the number of another entity. A later layer that fills poses that
+// entity, so it is rebuilt, although the binding does not list it. An earlier layer does not.
 TEST_F(AnimationControllerBlendingTest, EachLayerIsCompletedBeforeTheNextIsEvaluated) {
   const uint32_t other = scene.Add3D();
   ASSERT_EQ(0x2000u, other);
@@ -483,7 +484,7 @@ TEST_F(AnimationControllerBlendingTest, EachEntityOfThePoseIsRebuiltAndMarked) {
   EXPECT_EQ(7.0f, scene.At(other).localMatrix()[12]);
   EXPECT_EQ(0u, scene.At(other + 1).dirtyState());
   EXPECT_EQ(0.0f, scene.At(other + 1).localMatrix()[12]);
-  // Nothing was stored, and the world is up to the next refresh.
+  // Nothing was stored, and the world matrix is left to the next refresh.
   EXPECT_EQ(7.0f, scene.Position(other)[0]);
   EXPECT_EQ(10.0f, scene.WorldPosition(other)[0]);
   scene.Refresh();
@@ -513,7 +514,7 @@ TEST_F(AnimationControllerBlendingTest, WithoutARestPoseNothingIsWritten) {
   EXPECT_TRUE(scene.stage.rebuilt.empty());
 }
 
-// Lists that come without new rest poses are seen by the next update, too.
+// Lists updated without new rest poses take effect in the next update, too.
 TEST_F(AnimationControllerBlendingTest, ListsThatAreReadAgainCountAtOnce) {
   const uint32_t other = scene.Add3D();
   const uint32_t clip = AddPose({4});
@@ -542,7 +543,7 @@ TEST_F(AnimationControllerBlendingTest, AMaskBelongsToItsLayer) {
   EXPECT_EQ(std::vector<float>({4, 4, 30}), scene.Position(entity));
 }
 
-// A mask is by entity, whatever the binding.
+// A mask is per entity, whatever the binding.
 TEST_F(AnimationControllerBlendingTest, AMaskHoldsForAnotherBindingToo) {
   const uint32_t other = scene.Add3D();
   const uint32_t clip = AddPose({4});
@@ -589,7 +590,7 @@ TEST_F(AnimationControllerBlendingTest, ATreeWithoutARootIsBroughtUpToDateAtOnce
 // 2D, a root
 //  '- 3D top
 //      '- 3D bound
-// The walk up ends at the last one in space, which is no root, so that its tree does not wait.
+// The walk up ends at the topmost 3D entity, which is no root, so its tree is updated at once.
 TEST_F(AnimationControllerBlendingTest, ATreeUnderAFlatRootIsBroughtUpToDateAtOnce) {
   const uint32_t flat = scene.Add2D();
   const uint32_t tree = scene.Add3D(2);
@@ -617,7 +618,7 @@ class CountingController final : public AnimatorControllerModel {
 };
 int CountingController::updates = 0;
 
-// The table holds plain controllers, so another kind takes the place of one.
+// The table holds plain controllers, so a derived one replaces one.
 TEST_F(AnimationControllerBlendingTest, TheUpdateIsAVirtualCall) {
   static_assert(sizeof(CountingController) == sizeof(AnimatorControllerModel), "in its place");
   const uint32_t clip = AddPose({4});

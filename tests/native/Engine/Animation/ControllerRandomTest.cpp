@@ -13,7 +13,7 @@
 namespace nq::engine {
 namespace {
 
-// What random scenes came across: a test that meets nothing proves nothing.
+// Coverage of random scenes: a test that encounters nothing proves nothing.
 struct Encounters {
   int changedRecords = 0;
   int carriedEntities = 0;  // rebuilt without a change
@@ -95,7 +95,7 @@ class RandomStage {
     return choice[random.Below(static_cast<uint32_t>(choice.size()))];
   }
 
-  // A number that is mostly small, and at times, or times a share, that of an entity.
+  // A mostly small number; sometimes, or times a share, an entity's handle.
   float Value() {
     if (random.Chance(8)) {
       return random.OneOf({-1.0f, kNone, kInfinity, -kInfinity, 2147483648.0f, 4294967040.0f, -0.0f,
@@ -150,7 +150,7 @@ class RandomStage {
     }
   }
 
-  // Half of the clips are of keys in all shapes, half of values that keys may come from.
+  // Half of the clips have keys in all shapes, half have values that become keys of rest poses.
   void AddClip() {
     if (random.Chance(50)) {
       clips.push_back(scene.AddClip(random.Clip(random.Chance(70))));
@@ -210,7 +210,7 @@ class RandomStage {
   void AddBinding() {
     TargetLists lists = Lists();
     const uint32_t words = lists.TargetWords();
-    // A little less or more than there is, and something to read there.
+    // Slightly fewer or more than there are, with readable memory there.
     const uint32_t claimed = words + random.OneOf({0u, 0u, 1u, 30u, 30u, 30u}) -
                              (words > 2 && random.Chance(8) ? 1 + random.Below(2) : 0);
     lists.words.resize(lists.words.size() + 40, OneOf(threeD));
@@ -223,7 +223,7 @@ class RandomStage {
     }
   }
 
-  // The next of a state is older: no endless chains.
+  // The next state of a state is older: no endless lists.
   uint32_t AnyState() {
     return states.empty() || random.Chance(15) ? random.OneOf({0u, 0x9000u, kHole}) : OneOf(states);
   }
@@ -319,7 +319,7 @@ class RandomStage {
     const auto mode = [this] { return random.OneOf({0u, 0u, 1u, 2u, 3u, 4u, 6u, kHole}); };
     const uint32_t removed = mode();
     const uint32_t kept = mode();
-    // The bound is that of the first lists; behind these there is something to read.
+    // The bound is that of the first lists; there is readable memory after these.
     lists.words.resize(lists.words.size() + 200, OneOf(threeD));
     const bool accepted =
         scene.Rebind(OneOf(bindings), lists, removed, kept, random.OneOf({0u, 1u, 1u, 3u}));
@@ -337,7 +337,7 @@ class RandomStage {
       Erase(&clips, clip);
       scene.ReleaseClip(clip);
       if (random.Chance(50)) {
-        AddClip();  // mostly under the same handle
+        AddClip();  // mostly gets the same handle
       }
     } else if (kind == 1 && states.size() > 1) {
       const uint32_t state = OneOf(states);
@@ -363,7 +363,7 @@ class RandomStage {
     }
   }
 
-  // One state by itself.
+  // A single state.
   void CompareState(uint32_t controller) {
     const ReferenceStage::Controller& model = scene.stage.controllers.at(controller);
     const auto binding = scene.stage.bindings.find(model.binding);

@@ -1,4 +1,4 @@
-// The verbs of controller scenes.
+// The operations of controller scenes.
 #include "tests/native/Engine/Animation/ControllerScene.h"
 
 #include <algorithm>
@@ -90,7 +90,7 @@ void ControllerScene::ReleaseClip(uint32_t clip) {
 
 uint32_t ControllerScene::Bind(const TargetLists& lists, uint32_t mode, uint32_t targetWords) {
   Capture();
-  // Off the alignment of words, behind bytes of something else.
+  // Unaligned, after other bytes.
   std::vector<uint8_t> bytes(3 + lists.words.size() * 4, 0xEE);
   StoreWords(bytes.data() + 3, lists.words);
   const uint32_t binding =
@@ -131,7 +131,7 @@ uint32_t ControllerScene::AddState(float weight, float fill, const std::vector<E
                              ->CreateAnimatorControllerStateModel(
                                  static_cast<uint32_t>(std::max<size_t>(1, entries.size())))
                              .handle;
-  // There are no states without clips; one of weight 0 does nothing.
+  // There are no states without clips; a clip of weight 0 has no effect.
   stage.states[state].entries.resize(std::max<size_t>(1, entries.size()));
   SetState(state, weight, fill, next);
   SetEntry(state, 0, Entry{0, 0, 0, 0, 0});
@@ -193,7 +193,7 @@ void ControllerScene::SetMask(uint32_t controller, uint32_t index,
   for (const auto& [entity, weight] : records) {
     words.push_back(entity);
     words.push_back(Word(weight));
-    mask.insert({entity, weight});  // the first for an entity stays
+    mask.insert({entity, weight});  // the first for an entity is kept
   }
   EXPECT_TRUE(ControllerOf(controller)
                   ->SetMask(index, reinterpret_cast<const uint8_t*>(words.data()), 4,

@@ -1,5 +1,5 @@
-// An engine for tests of bindings and controllers, beside the model of both: each verb does the
-// same to the engine and to the model.
+// An engine for tests of bindings and controllers, and the model of both: each operation is applied
+// to the engine and to the model.
 #ifndef NQ_TESTS_NATIVE_ENGINE_ANIMATION_CONTROLLERSCENE_H_
 #define NQ_TESTS_NATIVE_ENGINE_ANIMATION_CONTROLLERSCENE_H_
 
@@ -18,7 +18,7 @@ namespace nq::engine {
 
 constexpr uint32_t kHole = 0xFFFFFFFFu;  // also: no binding, no state
 
-// Target lists as script hands them over.
+// Target lists as the script passes them.
 struct TargetLists {
   typedef std::vector<std::pair<uint32_t, std::vector<uint32_t>>> Groups;
 
@@ -51,7 +51,7 @@ class ControllerScene : public AnimationScene {
   }
   void ReleaseClip(uint32_t clip);
 
-  // With `targetWords` in place of the true number of words, for bounds.
+  // With `targetWords` instead of the true number of words, to test bounds.
   uint32_t Bind(const TargetLists& lists, uint32_t mode, uint32_t targetWords);
   uint32_t Bind(const TargetLists& lists, uint32_t mode = 1) {
     return Bind(lists, mode, lists.TargetWords());
@@ -74,25 +74,25 @@ class ControllerScene : public AnimationScene {
                const std::vector<std::pair<uint32_t, float>>& records);
   AnimatorControllerModel* ControllerOf(uint32_t controller);
 
-  // One update of the engine and of the model, with a look at everything afterwards.
+  // One update of the engine and of the model, and a comparison of all state.
   void Update(uint32_t controller);
 
-  // The same with the step behind it, which brings trees without a root up to date.
+  // The same with the pass after it, which updates trees without a root.
   void UpdateAtOnce(uint32_t controller);
 
-  // Takes over what is known of entities from the engine.
+  // Copies the state of entities from the engine.
   void Capture();
 
-  // True if records, marks, local matrices and bindings are those of the model. World matrices are
-  // looked at if `worlds`: nothing may have written them.
+  // True if records, marks, local matrices and bindings equal the model's. World matrices are
+  // compared if `worlds`: nothing may have written them.
   ::testing::AssertionResult Same(bool worlds);
   ::testing::AssertionResult SameBinding(uint32_t binding);
 
-  // What the model says of a rest pose; fails the test if there is none.
+  // The model's rest pose; fails the test if there is none.
   const Rest& RestOf(uint32_t binding, uint32_t key);
   std::vector<uint32_t> KeysOf(uint32_t binding);
 
-  // Numbers of a record.
+  // Fields of a record.
   std::vector<float> Position(uint32_t handle);
   std::vector<float> Scale(uint32_t handle);
   std::vector<float> Rotation(uint32_t handle);

@@ -22,12 +22,12 @@ class AnimationControllerStateTest : public ControllerSceneTest {
  protected:
   AnimationControllerStateTest() : entities(scene.Add3D(3)) {}
 
-  // Position, scale, and rotation as angles, of target 0; what is no number stays away.
+  // Position, scale, and rotation as angles, of target 0; NaN channels have no keys.
   uint32_t AddPose(const std::vector<float>& numbers) {
     return scene.AddClip(10, Constants(0, 1, numbers));
   }
 
-  // The same, with a rotation x, y, z, w behind six numbers.
+  // The same, with a rotation x, y, z, w after six numbers.
   uint32_t AddTurned(const std::vector<float>& numbers, const std::vector<float>& q) {
     return scene.AddClip(10, Constants(0, 1, numbers) + Constants(0, 11, {q[0], q[1], q[2]}) +
                                  Constants(0, 10, {q[3]}));
@@ -35,7 +35,7 @@ class AnimationControllerStateTest : public ControllerSceneTest {
 
   Entry Plain(uint32_t clip, float weight) { return Entry{clip, 0, weight, 0, 0}; }
 
-  // What a state gives, in the engine and in the model.
+  // The poses of a state, in the engine and in the model.
   Poses Evaluate(uint32_t binding, const std::vector<Entry>& entries, bool additive = false,
                  float fill = 0) {
     const uint32_t state = scene.AddState(1, fill, entries);
@@ -255,7 +255,7 @@ TEST_F(AnimationControllerStateTest, ClipsWithoutAListAndClipsThatAreGoneAreSkip
 
 TEST_F(AnimationControllerStateTest, TimesWrapAndFractionsAreSampled) {
   ReferenceCurve curve = Constant(0, 1, 0);
-  curve.keys = {{0, 0, 30, 30}, {10, 10, 30, 30}};  // one unit a frame
+  curve.keys = {{0, 0, 30, 30}, {10, 10, 30, 30}};  // one unit per frame
   const uint32_t clip = scene.AddClip(8, {curve});
   const uint32_t binding = Bind({{clip, {entities}}});
   const auto at = [&](float time) {
@@ -263,7 +263,7 @@ TEST_F(AnimationControllerStateTest, TimesWrapAndFractionsAreSampled) {
   };
   EXPECT_NEAR(2.5f, at(2.5f), 1e-6f);
   EXPECT_NEAR(2.5f, at(10.5f), 1e-6f);
-  // Whole times are no frame numbers here: a negative one stays at the first key.
+  // Whole times are not treated as frame numbers here: a negative one samples the first key.
   EXPECT_EQ(0.0f, at(-1.0f));
 }
 
@@ -288,7 +288,7 @@ TEST_F(AnimationControllerStateTest, AReferenceIsTakenAwayWhereBothSidesAreNumbe
   EXPECT_TRUE(std::isnan(poses.at(entities).weight[2]));
 }
 
-// A quarter turn about z, from which one of 90 degrees about x is taken away on the right: the
+// A quarter turn about z, from which one of 90 degrees about x is subtracted on the right: the
 // result is q conj(r).
 TEST_F(AnimationControllerStateTest, TheRotationOfTheReferenceIsTakenAwayOnTheRight) {
   const float half = std::sqrt(0.5f);
@@ -316,7 +316,7 @@ TEST_F(AnimationControllerStateTest, ARotationOfOneSideEntersAsItIs) {
   const Poses poses = Evaluate(binding, {Entry{clip, 0, 1, reference, 0}}, true);
   EXPECT_TRUE(SameFloats({0, 0.6f, 0, 0.8f}, poses.at(entities).rotation));
   EXPECT_EQ(0.0f, poses.at(entities).value[0]);
-  // The other way round there is none.
+  // In the other direction there is none.
   EXPECT_TRUE(std::isnan(
       Evaluate(binding, {Entry{reference, 0, 1, clip, 0}}, true).at(entities).rotationWeight));
 }
@@ -397,7 +397,8 @@ TEST(AnimationControllerRotationTest, AnglesAreCompletedByThoseOfTheRestPose) {
   EXPECT_FALSE(RotationOf(Angles(kNone, kNone, kNone), false, &rest, q));
 }
 
-// Kept on purpose: the angles of a rest pose that was stored as a quaternion read as zero.
+// Kept on purpose: the angles of a rest pose that was stored as a quaternion read as zero; blended
+// poses rely on it.
 TEST(AnimationControllerRotationTest, ARestPoseOfAQuaternionCompletesByZeroAngles) {
   const float quarter = 1.57079632679f;
   const float half = std::sqrt(0.5f);

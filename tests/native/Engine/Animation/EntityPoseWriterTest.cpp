@@ -1,4 +1,4 @@
-// The writer of animated poses: which entity it turns to, what it replaces, and how it marks.
+// The writer of animated poses: which entity it selects, what it replaces, and how it marks.
 #include "Engine/Animation/EntityPoseWriter.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@ namespace {
 
 class EntityPoseWriterTest : public AnimationSceneTest {
  protected:
-  // What a pose does to an entity after its values: marks it.
+  // Marks an entity, as after writing its pose.
   void Mark(uint32_t handle) {
     EntityPoseWriter writer(&scene.System()->Tree());
     ASSERT_TRUE(writer.Seek(handle));
@@ -74,7 +74,7 @@ TEST_F(EntityPoseWriterTest, ReplaceChangesLanesOfTheMaskAlone) {
     std::memcpy(record.scale, old + 3, sizeof(record.scale));
     Entity3DRecord expected = record;
     float mask[8];
-    std::memset(mask, 0xFF, sizeof(mask));  // the two spare lanes are set, and must not count
+    std::memset(mask, 0xFF, sizeof(mask));  // the two unused lanes are set, and must be ignored
     for (uint32_t lane = 0; lane < 6; ++lane) {
       if ((lanes >> lane & 1) == 0) {
         std::memset(mask + lane, 0, sizeof(float));
@@ -139,7 +139,7 @@ TEST_F(EntityPoseWriterTest, AMarkReachesAllAncestorsThatAreClean) {
   }
 }
 
-// The parent's number names another entity in the batch of the leaf, which is marked.
+// The parent's index names another entity in the batch of the leaf, which is marked.
 TEST_F(EntityPoseWriterTest, AParentInAnotherBatchIsNotTakenForOneInThis) {
   const uint32_t parents = scene.Add3D(2);
   const uint32_t leaves = scene.Add3D(2);
@@ -148,14 +148,15 @@ TEST_F(EntityPoseWriterTest, AParentInAnotherBatchIsNotTakenForOneInThis) {
   scene.Link(parents + 1, leaves);
   scene.AddRoot(leaves + 1);
   scene.Settle({parents, parents + 1, leaves, leaves + 1});
-  Mark(leaves + 1);  // what stands at the parent's number here
+  Mark(leaves + 1);  // the entity at the parent's index in this batch
   Mark(leaves);
   EXPECT_EQ(1u, StateOf(parents + 1));
   EXPECT_EQ(1u, StateOf(parents));
 }
 
-// Kept on purpose: an ancestor that is marked already ends the way up, though those above it may
-// have been settled since. An inactive one is left with its mark.
+// Kept on purpose: an ancestor that is already marked ends the climb, though those above it may
+// have been refreshed since; which entities a frame computes depends on it. An inactive one keeps
+// its mark.
 TEST_F(EntityPoseWriterTest, AMarkStopsAtAnAncestorThatIsMarkedBelowOnly) {
   for (const bool together : {true, false}) {
     const uint32_t top = scene.Add3D(3);
@@ -186,7 +187,7 @@ TEST_F(EntityPoseWriterTest, AMarkStopsAtAnAncestorThatIsMarkedBelowOnly) {
   }
 }
 
-// Tasks that share all ancestors: whoever comes first goes up, and no ancestor is left out.
+// Tasks that share all ancestors: whichever comes first marks them, and none is left out.
 TEST_F(EntityPoseWriterTest, MarksOfManyTasksReachSharedAncestors) {
   constexpr uint32_t kDepth = 30;
   constexpr uint32_t kLimbs = 8;

@@ -1,4 +1,4 @@
-// The tracks of a clip, put together again from how they are laid out.
+// Reconstructs the tracks of a clip from their layout.
 #ifndef NQ_TESTS_NATIVE_ENGINE_ANIMATION_PARSEDTRACKS_H_
 #define NQ_TESTS_NATIVE_ENGINE_ANIMATION_PARSEDTRACKS_H_
 

@@ -1,4 +1,4 @@
-// The model's steps, as plainly as they can be written.
+// The model's steps, written as plainly as possible.
 #include "tests/native/Engine/Animation/ReferenceAnimation.h"
 
 #include <algorithm>
@@ -414,7 +414,7 @@ std::vector<uint32_t> AnimationRandom::Frames() {
   const uint32_t kind = Below(100);
   uint32_t frame = Chance(70) ? 0 : Below(20);
   if (kind >= 85) {
-    // Around the last number up to which floats know all, and around the ends of the range.
+    // Around the largest integer that floats represent exactly, and around the ends of the range.
     frame = OneOf({16777210u, 33554425u, 2147483640u, 4294967000u, 4294967290u});
   }
   const uint32_t step = 1 + Below(6);
@@ -423,11 +423,11 @@ std::vector<uint32_t> AnimationRandom::Frames() {
     if (kind < 35) {
       frame += step;
     } else if (kind < 55) {
-      frame += Below(8);  // at times none
+      frame += Below(8);  // sometimes 0
     } else if (kind < 65) {
-      frame += k % 5 == 3 ? 1000 : 1;  // far from even
+      frame += k % 5 == 3 ? 1000 : 1;  // unevenly spaced
     } else if (kind < 75) {
-      frame = Below(30);  // in any order
+      frame = Below(30);  // unsorted
     } else {
       frame += 1 + Below(5);
     }
@@ -481,8 +481,8 @@ std::vector<ReferenceCurve> AnimationRandom::Curves(uint32_t* targetCount, bool 
     indices.push_back(OneOf({*targetCount + 1, 1000u, 0x80000000u, 0xFFFFFFFFu}));
   }
   const std::vector<uint32_t> shared[] = {frames(), frames()};
-  const uint32_t own = OneOf({0u, 0u, 10u, 50u, 100u});    // in a hundred channels
-  const uint32_t absent = OneOf({0u, 0u, 15u, 50u, 90u});  // in a hundred channels
+  const uint32_t own = OneOf({0u, 0u, 10u, 50u, 100u});    // percent of channels
+  const uint32_t absent = OneOf({0u, 0u, 15u, 50u, 90u});  // percent of channels
   std::vector<ReferenceCurve> curves;
   for (const uint32_t target : indices) {
     const bool isQuaternion = Chance(60);
@@ -507,7 +507,7 @@ std::vector<ReferenceCurve> AnimationRandom::Curves(uint32_t* targetCount, bool 
           key.outTangent = Chance(5) ? kInfinity : Real(-2, 2);
         }
       } else if (Chance(4)) {
-        // A second curve on the channel; for rotations of the other reading.
+        // A second curve on the channel; for rotations of the other representation.
         const uint32_t second = type >= 11 ? type - 4 : type >= 7 && type <= 9 ? type + 4 : type;
         curves.push_back(ReferenceCurve{target, second, Keys(Frames())});
       }

@@ -1,5 +1,5 @@
-// A slow model of clips and their players, against which the engine is compared: ordered maps,
-// walks from the first key on, one operation at a time. Shares no code with what it judges.
+// A slow model of clips and animators, to compare the engine with: ordered maps, linear searches,
+// one operation at a time. Shares no code with the engine.
 #ifndef NQ_TESTS_NATIVE_ENGINE_ANIMATION_REFERENCEANIMATION_H_
 #define NQ_TESTS_NATIVE_ENGINE_ANIMATION_REFERENCEANIMATION_H_
 
@@ -31,7 +31,7 @@ struct ReferenceSample {
 
 typedef std::map<uint32_t, ReferenceSample> ReferenceSamples;
 
-// A curve as it stands in the bytes of a clip.
+// A curve as in the bytes of a clip.
 struct ReferenceCurve {
   uint32_t target;
   uint32_t type;
@@ -59,7 +59,7 @@ class ReferenceClip {
   ReferenceSamples SampleAtFrame(uint32_t frame) const;
   ReferenceSamples SampleAtTime(float time) const;
 
-  // What a player of the clip sees at a moment.
+  // The samples that a player of the clip uses at a time.
   ReferenceSamples Play(float time) const {
     return ReferenceIsWhole(time) ? SampleAtFrame(ReferenceTruncate(time)) : SampleAtTime(time);
   }
@@ -72,28 +72,28 @@ class ReferenceClip {
   ReferenceSamples SampleAll(float time) const;
 };
 
-// What an animator is told of one clip.
+// What an animator plays of one clip.
 struct ReferencePlay {
   const ReferenceClip* clip;
   float time;
   float weight;
 };
 
-// A sample on its way into an entity.
+// A sample to be written to an entity.
 struct ReferenceWrite {
   uint32_t handle;
   ReferenceSample sample;
 };
 
-// What one update of an animator writes, in order. Handles that name no entity are among it; places
-// past the end of the target table are not.
+// The writes of one update of an animator, in order. Includes handles that name no entity; excludes
+// entries past the end of the target table.
 std::vector<ReferenceWrite> ReferenceUpdate(const std::vector<ReferencePlay>& plays,
                                             const std::vector<uint32_t>& targets);
 
-// Writes a sample into a shared record.
+// Writes a sample to a shared record.
 void ReferenceApply(const ReferenceSample& sample, bool isThreeD, uint8_t* record);
 
-// Random numbers of a kind that tests of animation need. The same ones for the same seed.
+// Random numbers for tests of animation. The same for the same seed.
 class AnimationRandom {
  public:
   explicit AnimationRandom(uint32_t seed) : generator(seed) {}
@@ -109,29 +109,29 @@ class AnimationRandom {
     return choice.begin()[Below(static_cast<uint32_t>(choice.size()))];
   }
 
-  // Now and then a number that is none, infinite, huge, tiny or zero of either sign.
+  // Sometimes NaN, infinite, huge, tiny or zero of either sign.
   float Odd(float low, float high);
 
-  // Frames of a channel's keys: mostly ascending, in steps that are even or not, at times with
-  // doubles, out of order, or beyond what a float can hold exactly.
+  // Frames of a channel's keys: mostly ascending, evenly spaced or not, sometimes with duplicates,
+  // unsorted, or beyond what a float represents exactly.
   std::vector<uint32_t> Frames();
 
-  // Keys on these frames; some leave a step.
+  // Keys on these frames; some make a step.
   std::vector<ReferenceKey> Keys(const std::vector<uint32_t>& frames);
 
-  // Curves of a few targets: channels on frames that all share, or on their own, some without keys,
-  // some fed by two curves. `targetCount` gets the number of indices that are handed out in a row;
-  // a gap or a large index may come on top.
+  // Curves of a few targets: channels on shared or different frames, some without keys, some with
+  // two curves. `targetCount` receives the number of consecutive indices; a gap or a large index
+  // may be added.
   std::vector<ReferenceCurve> Curves(uint32_t* targetCount, bool ordinary);
 
   float Rate();
   uint32_t FrameCount();
 
-  // The bytes of a clip of all this. An ordinary one has numbers as a tool would write them, and
-  // target indices in a row.
+  // The bytes of a random clip. An ordinary one has numbers as a tool would write them, and
+  // consecutive target indices.
   std::vector<uint8_t> Clip(bool ordinary);
 
-  // A moment that has a meaning for the keys of `clip`, or none whatever.
+  // A time of interest for the keys of `clip`, or an arbitrary one.
   float Time(const ReferenceClip& clip);
 
  private:

@@ -1,4 +1,4 @@
-// The model's steps, as plainly as they can be written.
+// The model's steps, written as plainly as possible.
 #include "tests/native/Engine/Animation/ReferenceController.h"
 
 #include <algorithm>
@@ -45,7 +45,7 @@ void Normalise(float* q) {
   }
 }
 
-// sum += q * w, towards the side on which the sum is.
+// sum += q * w, with q in the hemisphere of the sum.
 void AddRotation(float* sum, const float* q, float w) {
   const float signedWeight = Dot(sum, q) < 0.0f ? -w : w;
   for (int i = 0; i < 4; ++i) {
@@ -573,7 +573,7 @@ void ReferenceStage::Write(const Rest& rest, uint32_t handle) {
   Rebuild(handle);
 }
 
-// Builds the local matrix, and marks the entity and what is above it.
+// Builds the local matrix, and marks the entity and its ancestors.
 void ReferenceStage::Rebuild(uint32_t handle) {
   Entity* entity = &entities.at(handle);
   rebuilt.insert(handle);
@@ -587,7 +587,7 @@ void ReferenceStage::Rebuild(uint32_t handle) {
   }
 }
 
-// What a walk down leaves of the marks; of all below, if `all`.
+// Clears marks like a walk; of all descendants, if `all`.
 void ReferenceStage::ClearMarks(uint32_t handle, bool all) {
   Entity* entity = &entities.at(handle);
   if (!all && entity->mark == 0) {

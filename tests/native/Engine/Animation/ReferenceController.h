@@ -1,5 +1,5 @@
-// A slow model of bindings and layered controllers, against which the engine is compared: ordered
-// maps at every level, one operation at a time. Shares no code with what it judges.
+// A slow model of bindings and layered controllers, to compare the engine with: ordered maps at
+// every level, one operation at a time. Shares no code with the engine.
 #ifndef NQ_TESTS_NATIVE_ENGINE_ANIMATION_REFERENCECONTROLLER_H_
 #define NQ_TESTS_NATIVE_ENGINE_ANIMATION_REFERENCECONTROLLER_H_
 
@@ -12,7 +12,7 @@
 
 namespace nq::engine {
 
-// All that controllers work on. Tables go by key, entities by handle.
+// All state that controllers use. Tables are keyed by handle key, entities by handle.
 class ReferenceStage {
  public:
   static constexpr uint32_t kRecordBytes = 108;
@@ -20,7 +20,7 @@ class ReferenceStage {
   struct Entity {
     bool isThreeD;
     uint32_t parent;  // 0 for none
-    uint32_t mark;    // 0 clean, 1 work below, 2 to be computed
+    uint32_t mark;    // 0 clean, 1 dirty below, 2 dirty self
     bool isRoot;
     std::vector<uint8_t> record;
     float local[16];
@@ -37,7 +37,7 @@ class ReferenceStage {
     float Channel(int channel) const {
       return channel < 3 ? position[channel] : scale[channel - 3];
     }
-    std::vector<float> Rotation() const;  // the quaternion, from the angles where those are stored
+    std::vector<float> Rotation() const;  // the quaternion, converted if angles are stored
   };
   typedef std::map<uint32_t, Rest> Rests;
 
@@ -81,7 +81,7 @@ class ReferenceStage {
   };
   typedef std::map<uint32_t, Pose> Poses;
 
-  // `words` are the clip handles and the groups behind them.
+  // `words` are the clip handles and the groups after them.
   uint32_t Bind(uint32_t handle, const std::vector<uint32_t>& words, uint32_t clipCount,
                 uint32_t targetWords, uint32_t mode);
   bool Rebind(uint32_t handle, const std::vector<uint32_t>& words, uint32_t clipCount,
@@ -89,14 +89,14 @@ class ReferenceStage {
   void WriteDefaults(uint32_t handle);
   uint32_t FindTarget(const Binding& binding, uint32_t clip, uint32_t index) const;
 
-  // A batch of entities is gone.
+  // A batch of entities has been released.
   void Released(uint32_t key);
 
   Poses EvaluateState(const Binding& binding, const State& state, bool additive,
                       const Mask& mask) const;
   void Update(uint32_t controller);
 
-  // Update, and the tree at once where no refresh reaches it.
+  // Update, and an immediate refresh of a tree that refreshes do not reach.
   void UpdateAtOnce(uint32_t controller);
 
   // A rotation as x, y, z, w; empty for none.
@@ -110,7 +110,7 @@ class ReferenceStage {
   std::map<uint32_t, Binding> bindings;
   std::map<uint32_t, Controller> controllers;
 
-  // Entities that the last operations wrote to or rebuilt.
+  // Entities that the last operations wrote or rebuilt.
   std::set<uint32_t> rebuilt;
 
  private:

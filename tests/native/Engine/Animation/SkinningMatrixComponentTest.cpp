@@ -40,7 +40,7 @@ class SkinningMatrixComponentTest : public AnimationSceneTest {
     return skin;
   }
 
-  // Turned, moved and scaled 3D entities in a row of parents and children, refreshed.
+  // Rotated, translated and scaled 3D entities in a chain, refreshed.
   uint32_t AddBent(uint32_t count) {
     const uint32_t first = scene.Add3D(static_cast<int32_t>(count));
     scene.AddRoot(first);
@@ -60,7 +60,7 @@ class SkinningMatrixComponentTest : public AnimationSceneTest {
     return first;
   }
 
-  // Equal numbers: a product with the identity takes the sign from a zero.
+  // Equal numbers, not bits: a product with the identity loses the sign of a zero.
   static ::testing::AssertionResult Equal(const float* expected, const float* actual,
                                           size_t count) {
     for (size_t i = 0; i < count; ++i) {
@@ -116,7 +116,7 @@ TEST_F(SkinningMatrixComponentTest, TheIdentityGivesTheWorldMatrix) {
 }
 
 TEST_F(SkinningMatrixComponentTest, TheBoneStandsOnTheLeft) {
-  // Twice as large in x, then one to the right; the other way round it would be two.
+  // Scale by two in x, then translate by one; in the other order it would be two.
   std::vector<float> move = kIdentity;
   move[12] = 1;
   const uint32_t bone = scene.Add3D();
@@ -294,7 +294,7 @@ TEST(SkinningMatrixComponentDeathTest, AReleasedModelIsFatalEvenWithoutEntities)
   }));
 }
 
-// What the handler of the abort prints: the first words of three results.
+// What the SIGABRT handler prints: the first words of three results.
 const uint8_t* abortedResults;
 
 void PrintResults(int) {

@@ -1,4 +1,4 @@
-// Snapshots of entities' records, and the way back.
+// Snapshots of entities' records, and writing them back.
 #include "Engine/Animation/TransformValue.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ namespace {
 
 class TransformValueTest : public AnimationSceneTest {
  protected:
-  // An entity whose record holds 14 numbers in a row: rotation 1 to 4, position 5 to 7, scale 8 to
+  // An entity whose record holds consecutive numbers: rotation 1 to 4, position 5 to 7, scale 8 to
   // 10.
   uint32_t AddNumbered(uint8_t rotationMode) {
     const uint32_t handle = scene.Add3D();

@@ -1,4 +1,4 @@
-// What a camera sees of a scene: geometry, layers, lists, and random scenes against a plain model.
+// Visibility in a scene: geometry, layers, lists, and random scenes against a plain model.
 #include "Engine/Culling/ComponentSystem.h"
 
 #include <gtest/gtest.h>
@@ -229,8 +229,8 @@ TEST_F(ComponentSystemTest, TheCoreCanEndWithTheLastBatchOfObjects) {
   runtime->DropReference();
 }
 
-// Entities, objects and their batches come and go at random, records are rewritten, entities move
-// and are reset, cameras look. The model knows only what its author would say in words.
+// Entities, objects and their batches are created and released at random, records are rewritten,
+// entities move and are reset, cameras look. The model implements only the documented behaviour.
 class RandomScene {
  public:
   explicit RandomScene(uint32_t seed) : random(seed) {}
@@ -260,7 +260,7 @@ class RandomScene {
 
   uint32_t looks = 0;
   uint32_t seen = 0;
-  uint32_t staleSpheres = 0;  // objects whose sphere is not what a fresh one would be
+  uint32_t staleSpheres = 0;  // objects whose cached sphere differs from a fresh one
   uint32_t resolvedAnew = 0;  // after the release of their entity
   uint32_t rejected = 0;
 
@@ -347,7 +347,7 @@ class RandomScene {
     }
   }
 
-  // A living one as a rule; at times one past the end of its batch, or of no batch.
+  // Usually a living one; sometimes one past the end of its batch, or of no batch.
   uint32_t AnyEntity() {
     if (random.Chance(5)) {
       return random.Below(12) << 12 | random.Below(4);
@@ -371,7 +371,7 @@ class RandomScene {
     }
   }
 
-  // Whether the object takes part; brings its sphere up to date if so.
+  // True if the object takes part; updates its sphere if so.
   bool TakesPart(Object* object, uint32_t mask) {
     const CullingRecord& record = scene.Record(object->handle);
     if (record.enabled == 0) {
@@ -426,7 +426,7 @@ class RandomScene {
           Judge(&found->second[HandleElement(handle)], mask, volume, &expected);
         }
       }
-      list.push_back(0);  // so that there is memory to point to
+      list.push_back(0);  // so that the pointer is valid
       result = scene.Cull(camera, mask, list.data(), static_cast<uint32_t>(list.size() - 1));
     } else {
       for (auto& batch : objectBatches) {
@@ -483,7 +483,7 @@ TEST(ComponentSystemRandomTest, ScenesThatComeAndGoAreSeenAsAPlainModelSeesThem)
     staleSpheres += scene.staleSpheres;
     resolvedAnew += scene.resolvedAnew;
   }
-  // The rare ways have been gone.
+  // The rare cases have occurred.
   EXPECT_GT(looks, 2000u);
   EXPECT_GT(seen, 20000u);
   EXPECT_GT(rejected, 20000u);

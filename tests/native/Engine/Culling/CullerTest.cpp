@@ -34,8 +34,8 @@ ViewVolume Box() {
 
 class CullerTest : public ::testing::Test {
  protected:
-  // Tests any number of spheres, four by four, the last group filled up with spheres that are no
-  // candidates though visible. Handles are 100, 101, ...
+  // Tests any number of spheres, four at a time; the last group is padded with spheres that are
+  // visible but no candidates. Handles are 100, 101, ...
   void Test(const std::vector<ReferenceSphere>& spheres) {
     for (size_t start = 0; start < spheres.size(); start += Culler::kGroup) {
       Group group;
@@ -54,7 +54,7 @@ class CullerTest : public ::testing::Test {
     return result;
   }
 
-  // What is visible of `spheres`, the first with handle 100.
+  // The visible ones of `spheres`, the first with handle 100.
   const CullResult& Cull(const ViewVolume& volume, const std::vector<ReferenceSphere>& spheres) {
     culler.Begin(volume);
     Test(spheres);
@@ -208,7 +208,7 @@ TEST_F(CullerTest, DepthIsTheDistanceAlongTheView) {
   EXPECT_NEAR(9.0f, seen.distances[2], 1e-5f);
 }
 
-// 1 apart, yet the distances from the eye are the other way round.
+// 1 apart, yet the distances from the eye have the opposite order.
 TEST_F(CullerTest, DepthIsNotTheDistanceFromTheEye) {
   EXPECT_TRUE(HoldsExactly(Cull(Box(), {{0, 0, -5, 1}, {9, 9, -4, 1}}), {{101, 4}, {100, 5}}));
 }
@@ -245,7 +245,7 @@ TEST_F(CullerTest, BeginForgetsTheLastCall) {
   EXPECT_TRUE(HoldsExactly(Cull(Box(), {}), {}));
 }
 
-// Short lists and long ones are sorted in different ways.
+// Short and long lists use different sorting algorithms.
 TEST_F(CullerTest, DepthsAscendFromLowestToHighestAndThenWhatIsNone) {
   const std::vector<float> ladder = {
       -kInfinity, -3.4e38f, -2.0f, -1.0000001f, -1.0f, -1e-38f, -1e-45f,   0.0f,
@@ -253,7 +253,7 @@ TEST_F(CullerTest, DepthsAscendFromLowestToHighestAndThenWhatIsNone) {
   for (const uint32_t copies : {1u, 100u}) {
     std::vector<float> depths;
     for (uint32_t copy = 0; copy < copies; ++copy) {
-      // From both ends in turn.
+      // From both ends alternately.
       for (size_t i = 0; i < ladder.size(); ++i) {
         depths.push_back(i % 2 == 0 ? ladder[i / 2] : ladder[ladder.size() - 1 - i / 2]);
       }
@@ -322,7 +322,7 @@ TEST_F(CullerTest, ListsOfEveryLengthAreSorted) {
     counts.push_back(count);
   }
   for (const size_t count : counts) {
-    // Wide, narrow, many ties, far apart by exponent.
+    // Wide, narrow, many ties, widely different exponents.
     for (int kind = 0; kind < 4; ++kind) {
       std::vector<float> depths;
       for (size_t i = 0; i < count; ++i) {
@@ -364,7 +364,7 @@ TEST_F(CullerTest, RandomSpheresAreJudgedAsOneByOne) {
     ASSERT_TRUE(HoldsExactly(Cull(volume, spheres), expected))
         << "seed " << kSeed << ", round " << round;
   }
-  // Both answers are put to the test.
+  // Guards the test: both results occur often.
   EXPECT_GT(seenCount, testedCount / 10);
   EXPECT_LT(seenCount, testedCount * 9 / 10);
 }

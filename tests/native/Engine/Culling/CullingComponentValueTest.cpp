@@ -1,4 +1,4 @@
-// Batches of culling objects, and what an object remembers of its entity.
+// Batches of culling objects, and an object's cached entity look-up.
 #include "Engine/Culling/CullingComponentValue.h"
 
 #include <gtest/gtest.h>
@@ -38,7 +38,7 @@ TEST_F(CullingComponentValueTest, ABatchIsABlockOfZeroedRecords) {
     EXPECT_NE(0u, info.handle);
     const uint8_t* bytes = static_cast<const uint8_t*>(info.pointer);
     EXPECT_EQ(0, std::count_if(bytes, bytes + info.size, [](uint8_t byte) { return byte != 0; }));
-    std::memset(info.pointer, 0xFF, info.size);  // the next batch is zeroed all the same
+    std::memset(info.pointer, 0xFF, info.size);  // the next batch must still be zeroed
     scene.Core()->ReleaseCullingComponent(info.handle);
   }
 }
@@ -52,7 +52,7 @@ TEST_F(CullingComponentValueTest, CountsOutsideOneTo4095AreRefused) {
     EXPECT_EQ(nullptr, info.pointer) << count;
   }
   EXPECT_EQ(0u, scene.Core()->Components()->CreateCullingComponent(0).handle);
-  // No handle was used up.
+  // No handle was consumed.
   EXPECT_EQ(0x1000u, scene.AddObjects());
 }
 
@@ -132,7 +132,7 @@ TEST_F(CullingComponentValueTest, TheRadiusGrowsWithTheLongestOfThreeColumnsOver
     for (int column = 0; column < 3; ++column) {
       std::memcpy(m + 4 * column, columns[(column + first) % 3], sizeof(columns[0]));
     }
-    // The fourth column counts for the place alone, its length for nothing.
+    // The fourth column affects only the position, not the radius.
     const float place[4] = {100, 200, 300, 400};
     std::memcpy(m + 12, place, sizeof(place));
     ++*scene.Entities()->Tree().Batch(entity).worldVersions;
@@ -152,7 +152,7 @@ TEST_F(CullingComponentValueTest, OnlyTheEntitysVersionMovesTheSphere) {
   EXPECT_EQ(Handles{object}, scene.Seen());
   ExpectSphere(object, 0, 0, -10, 1);
 
-  // A matrix changed behind the version's back changes nothing either.
+  // Changing a matrix without a new version has no effect either.
   scene.WorldMatrix(entity)[12] = 70;
   scene.Look();
   ExpectSphere(object, 0, 0, -10, 1);
@@ -175,7 +175,7 @@ TEST_F(CullingComponentValueTest, AnEntityThatNoPassHasReachedLeavesASphereOfZer
   EXPECT_TRUE(HoldsExactly(result, {{object, 5.0f}}));
 }
 
-// Versions are compared, not ordered, and start anew with ResetSubtree.
+// Versions are compared for equality only, and ResetSubtree resets them.
 TEST_F(CullingComponentValueTest, AVersionThatComesAroundLeavesTheOldSphere) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   const uint32_t entity = scene.Record(object).entity;
@@ -191,7 +191,7 @@ TEST_F(CullingComponentValueTest, AVersionThatComesAroundLeavesTheOldSphere) {
   scene.MoveTo(entity, 0, 0, -41);
   EXPECT_TRUE(HoldsExactly(scene.Look(), {{object, 41.0f}}));
 
-  // Backwards is a change like any other.
+  // A lower version is a change like any other.
   scene.Command(kResetSubtree, entity);
   scene.MoveTo(entity, 0, 0, -60);
   EXPECT_EQ(1u, scene.WorldVersion(entity));
@@ -316,7 +316,7 @@ TEST_F(CullingComponentValueTest, AReleasedEntityIsForgottenAtOnce) {
   EXPECT_EQ(0u, scene.Object(object).seenWorldVersion());
   ExpectSphere(object, 0, 0, -10, 1);
 
-  // Looked up, and not found: what comes later under that handle is another matter.
+  // Looked up, and not found: an entity created later under that handle is not found.
   EXPECT_EQ(entity, scene.Add3D());
   scene.MoveTo(entity, 0, 0, -20);
   EXPECT_EQ(Handles{}, scene.Seen());
@@ -329,7 +329,7 @@ TEST_F(CullingComponentValueTest, AReusedHandleIsFoundWhereNoCallCameInBetween) 
   scene.ReleaseEntities(entity);
   EXPECT_EQ(entity, scene.Add3D());
   EXPECT_EQ(nullptr, scene.Object(object).entity()) << "not the entity that was found";
-  // Version 0, so that the old sphere stays in force.
+  // Version 0, so that the old sphere stays valid.
   EXPECT_TRUE(HoldsExactly(scene.Look(), {{object, 10.0f}}));
   EXPECT_EQ(0u, scene.Object(object).seenWorldVersion());
   EXPECT_EQ(scene.Entities()->FindEntity(entity), scene.Object(object).entity());
@@ -337,7 +337,7 @@ TEST_F(CullingComponentValueTest, AReusedHandleIsFoundWhereNoCallCameInBetween) 
   EXPECT_TRUE(HoldsExactly(scene.Look(), {{object, 20.0f}}));
 }
 
-// The new entity has gone through as many passes as the old one had.
+// The new entity has the same world version as the old one had.
 TEST_F(CullingComponentValueTest, AReusedHandleOfTheSameVersionIsAnotherEntity) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   const uint32_t entity = scene.Record(object).entity;
@@ -397,7 +397,7 @@ TEST_F(CullingComponentValueTest, AReleaseLeavesAllOtherObjectsAlone) {
   scene.Put(lost, 0x7000, 0, 0, 0, 1);
   EXPECT_EQ((Handles{bystander, loser}), scene.Seen());
 
-  // With the version hidden from view, a sphere computed anew would show.
+  // The version is unchanged, so only a recomputed sphere would show this.
   scene.Record(bystander).center[0] = 3;
   scene.Record(bystander).radius = 2;
   scene.ReleaseEntities(scene.Record(loser).entity);
@@ -440,7 +440,7 @@ TEST_F(CullingComponentValueTest, ABatchOfObjectsCanGoBeforeAndAfterItsEntities)
   EXPECT_EQ(Handles{}, scene.Seen());
 }
 
-// Objects of a batch that takes a released one's place start from nothing.
+// Objects of a batch that reuses a released handle start without state.
 TEST_F(CullingComponentValueTest, AReusedHandleOfObjectsCarriesNothingOver) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   const uint32_t entity = scene.Record(object).entity;
@@ -454,7 +454,7 @@ TEST_F(CullingComponentValueTest, AReusedHandleOfObjectsCarriesNothingOver) {
   EXPECT_TRUE(HoldsExactly(scene.Look(), {{object, 15.0f}}));
 }
 
-// Nonsense in, nonsense out, and no failure.
+// Invalid input gives a meaningless result, but no failure.
 TEST_F(CullingComponentValueTest, ARadiusThatIsNoNumberIsSeenFromEverywhere) {
   const uint32_t object = scene.AddSphere(0, 0, 999, std::numeric_limits<float>::quiet_NaN());
   EXPECT_TRUE(HoldsExactly(scene.Look(), {{object, -999.0f}}));

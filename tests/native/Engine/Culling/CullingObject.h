@@ -1,4 +1,4 @@
-// One culling object of a batch, as tests look at it.
+// A view of one culling object of a batch, for tests.
 #ifndef NQ_TESTS_NATIVE_ENGINE_CULLING_CULLINGOBJECT_H_
 #define NQ_TESTS_NATIVE_ENGINE_CULLING_CULLINGOBJECT_H_
 
@@ -11,8 +11,8 @@
 
 namespace nq::engine {
 
-// A view on one object: its fields lie in its batch's arrays. Valid as long as the batch. Tests
-// false where a look-up has found none.
+// A view of one object, whose fields are in its batch's arrays. Valid as long as the batch.
+// Converts to false if a look-up has found none.
 class CullingObject {
  public:
   CullingObject() = default;
@@ -50,7 +50,7 @@ class CullingObject {
   const TransformTree* tree = nullptr;
 };
 
-// The object of `handle`; tests false if there is no such batch, or no such position in it.
+// The object of `handle`; false if there is no such batch, or no such index in it.
 inline CullingObject FindCullingObject(EngineCore* core, uint32_t handle) {
   CullingComponentValue* batch = core->Components()->FindCullingComponent(handle);
   const uint32_t index = HandleElement(handle);

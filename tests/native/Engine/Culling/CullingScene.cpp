@@ -1,4 +1,4 @@
-// The verbs of culling tests.
+// The operations of culling scenes.
 #include "tests/native/Engine/Culling/CullingScene.h"
 
 #include <cmath>

@@ -19,7 +19,7 @@
 
 namespace nq::engine {
 
-// One engine. Batches that are left are released at the end.
+// One engine. Remaining batches are released at the end.
 class CullingScene {
  public:
   CullingScene();
@@ -31,7 +31,7 @@ class CullingScene {
   EntitySystem* Entities() { return core->Entities(); }
 
   // Batches; the key is the handle of element 0. Entities have scale 1 and are roots that no pass
-  // has reached.
+  // has computed yet.
   uint32_t AddEntities(bool isThreeD, int32_t count);
   uint32_t Add3D(int32_t count = 1) { return AddEntities(true, count); }
   uint32_t Add2D(int32_t count = 1) { return AddEntities(false, count); }
@@ -47,7 +47,7 @@ class CullingScene {
   void Command(uint32_t number, uint32_t handle);
   void Refresh(uint32_t dirtyEntity);
 
-  // The world matrix as the engine keeps it.
+  // The world matrix stored by the engine.
   float* WorldMatrix(uint32_t entity) { return Entities()->Tree().WorldMatrix(entity); }
   uint32_t WorldVersion(uint32_t entity) { return Entities()->FindEntity(entity)->worldVersion(); }
 

@@ -1,4 +1,4 @@
-// The obvious way to cull.
+// Culling in the most direct way.
 #include "tests/native/Engine/Culling/ReferenceCulling.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
-// Culling once more, a sphere at a time and without any structure, to compare the engine with.
+// A reference implementation of culling, one sphere at a time without data structures, to compare
+// the engine with.
 #ifndef NQ_TESTS_NATIVE_ENGINE_CULLING_REFERENCECULLING_H_
 #define NQ_TESTS_NATIVE_ENGINE_CULLING_REFERENCECULLING_H_
 
@@ -30,7 +31,7 @@ ViewVolume ReferenceVolume(const ReferenceCamera& camera);
 bool ReferenceIsVisible(const ViewVolume& volume, const ReferenceSphere& sphere);
 float ReferenceDepth(const ViewVolume& volume, const ReferenceSphere& sphere);
 
-// A sphere in the space of an entity, seen through the entity's matrix.
+// A sphere in an entity's space, transformed by the entity's matrix.
 ReferenceSphere ReferenceWorldSphere(const float* matrix, const float* center, float radius);
 
 // Modulo 2^32, from 64-bit sums.
@@ -42,15 +43,15 @@ struct ReferenceHit {
   float depth;
 };
 
-// Equal bits, or both not a number: payloads of those differ by compiler.
+// Equal bits, or both NaN: the payloads of NaNs differ by compiler.
 bool SameBits(float a, float b);
 
-// True if `result` holds exactly `expected`, in any order of its own that ascends by depth, with
-// not-a-numbers last, and the hash of that order.
+// True if `result` holds exactly `expected`, in any order that ascends by depth, with NaNs last,
+// and the hash of that order.
 ::testing::AssertionResult HoldsExactly(const CullResult& result,
                                         std::vector<ReferenceHit> expected);
 
-// Random numbers of a kind that tests of cameras need. The same ones for the same seed.
+// Random numbers for tests of cameras. The same for the same seed.
 class CullingRandom {
  public:
   explicit CullingRandom(uint32_t seed) : generator(seed) {}
@@ -61,7 +62,7 @@ class CullingRandom {
   }
   bool Chance(uint32_t percent) { return Below(100) < percent; }
 
-  // Now and then a number that is none, infinite, huge, tiny or zero of either sign.
+  // Sometimes NaN, infinite, huge, tiny or zero of either sign.
   float Odd(float low, float high);
 
   Vector3 Point(float reach) {
@@ -72,7 +73,7 @@ class CullingRandom {
     return point;
   }
 
-  // A camera somewhere within `reach` that looks somewhere, `up` being of any length and angle.
+  // A camera somewhere within `reach` with any direction, `up` being of any length and angle.
   ReferenceCamera Camera(float reach);
 
  private:

@@ -132,7 +132,7 @@ TEST(ViewVolumeTest, AxesAreMultipliedByTheReciprocalOfTheirLength) {
   EXPECT_TRUE(anyDiffers);
 }
 
-// Both cross products of the frame are of unit vectors at a right angle, whatever `up` is.
+// Both cross products of the frame are of orthogonal unit vectors, whatever `up` is.
 TEST(ViewVolumeTest, PlanesAreNormalisedWhateverUpIs) {
   CullingRandom random(41);
   int judged = 0;
@@ -150,8 +150,8 @@ TEST(ViewVolumeTest, PlanesAreNormalisedWhateverUpIs) {
     }
     ++judged;
     for (const CullPlane& plane : volume.planes) {
-      // Side planes of a perspective camera are taken from points that lie `near` off the eye, so
-      // that what the eye's position rounds away weighs more the nearer they are.
+      // Side planes of a perspective camera are computed from points `near` away from the eye, so
+      // the rounding of the eye's position weighs more the nearer they are.
       const float tolerance = camera.perspective ? 1e-4f / camera.frustum.near + 1e-5f : 1e-5f;
       EXPECT_NEAR(1.0f, std::sqrt(Dot(plane.normal, plane.normal)), tolerance) << "case " << i;
     }
@@ -185,7 +185,7 @@ TEST(ViewVolumeTest, AnUpAlongTheViewLeavesOnlyNearAndFar) {
   }
 }
 
-// The near rectangle then is a point, the eye itself.
+// The near rectangle is then a point, the eye itself.
 TEST(ViewVolumeTest, ANearOfZeroLeavesOnlyNearAndFarOfAPerspectiveCamera) {
   const ViewVolume volume = PerspectiveVolume(kDownNegativeZ, {1.0f, 1.0f, 0.0f, 10.0f});
   ExpectVector(volume.planes[0].normal, 0, 0, -1);
@@ -208,7 +208,7 @@ TEST(ViewVolumeTest, ALensOfNoNumberSpoilsOnlyWhatItEnters) {
   for (int i : {0, 1, 2, 3, 5}) {
     EXPECT_FALSE(std::isnan(left.planes[i].d)) << i;
   }
-  // An infinite far plane: 0 x infinity is no number, so its point is none.
+  // An infinite far plane: 0 x infinity is NaN, so its point is NaN.
   const ViewVolume endless = PerspectiveVolume(kDownNegativeZ, {1.0f, 1.0f, 1.0f, kInfinity});
   EXPECT_TRUE(std::isnan(endless.planes[1].d));
   EXPECT_EQ(-1.0f, endless.planes[0].d);

@@ -1,4 +1,4 @@
-// The list of dirty entities as words of shared memory.
+// The dirty list as words of shared memory.
 #include "Engine/Entity/DirtyEntityList.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@ namespace {
 
 constexpr uint32_t kPoison = 0xCDCDCDCDu;
 
-// A list over poisoned words, with some behind the end.
+// A list in poisoned memory, with some words after the end.
 class DirtyEntityListTest : public ::testing::Test {
  protected:
   DirtyEntityListTest() : words(12288 + 16, kPoison) {
@@ -93,7 +93,7 @@ TEST_F(DirtyEntityListTest, AppendsOfSeveralThreadsAllArrive) {
     thread.join();
   }
   ASSERT_EQ(kThreads * kEach, words[0]);
-  // Each thread's entries stand in its order.
+  // Each thread's entries are in its order.
   std::map<uint32_t, uint32_t> next;
   for (uint32_t i = 1; i <= words[0]; ++i) {
     ASSERT_EQ(next[words[i] >> 16]++, words[i] & 0xFFFF);

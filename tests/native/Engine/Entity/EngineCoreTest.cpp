@@ -1,4 +1,4 @@
-// The core: creation of systems on first use, count limits, and its end.
+// The core: creation of systems on first use, count limits, and destruction.
 #include "Engine/Entity/EngineCore.h"
 
 #include <dirent.h>
@@ -13,7 +13,7 @@ namespace nq::engine {
 
 namespace {
 
-// Threads of this process.
+// The number of threads of this process.
 int ThreadCount() {
   DIR* tasks = opendir("/proc/self/task");
   int count = 0;
@@ -24,7 +24,7 @@ int ThreadCount() {
   return count;
 }
 
-// The number that the next block gets: how many blocks were ever asked for.
+// The ID of the next block: the number of blocks ever allocated.
 uint32_t NextMemoryID(EngineRuntime* runtime) {
   const MemoryBlock block = runtime->Allocate(16);
   runtime->Release(block);
@@ -50,7 +50,7 @@ TEST_F(EngineCoreTest, ACoreAloneTouchesNeitherMemoryNorThreads) {
 }
 
 TEST_F(EngineCoreTest, TheEntitySystemTakesItsTwoBuffersAndTheFirstPool) {
-  // A sanitizer starts a thread of its own together with the first one of the program.
+  // A sanitizer starts its own thread together with the first one of the program.
   WorkerPool other(1);
   const int threads = ThreadCount();
   EXPECT_EQ(0u, world.Core()->DirtyEntitiesBlock().memoryID);
@@ -173,8 +173,7 @@ TEST_F(EngineCoreTest, TablesOfTheRuntimeAndOfTwoCoresGiveOutTheSameNumbersSideB
   other->DropReference();
 }
 
-// The next three end the core inside a release, the address sanitizer watching what is touched
-// afterwards.
+// The next three destroy the core inside a release; AddressSanitizer checks later accesses.
 TEST(EngineCoreEndTest, ReleaseOfTheLastBatchDeletesTheCoreInsideTheCall) {
   EngineRuntime* runtime = new EngineRuntime(new MemoryAllocator);
   EngineCore* core = new EngineCore(runtime);
@@ -186,7 +185,7 @@ TEST(EngineCoreEndTest, ReleaseOfTheLastBatchDeletesTheCoreInsideTheCall) {
   EXPECT_EQ(2u, runtime->ReferenceCount());
   core->ReleaseEntities(batch + 3);
   EXPECT_EQ(1u, runtime->ReferenceCount());
-  // Both buffers and the batch's block are back.
+  // Both buffers and the batch's block are released.
   EXPECT_EQ(nullptr, runtime->FindBlock(0).pointer);
   EXPECT_EQ(nullptr, runtime->FindBlock(1).pointer);
   EXPECT_EQ(nullptr, runtime->FindBlock(2).pointer);

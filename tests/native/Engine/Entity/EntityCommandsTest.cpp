@@ -14,12 +14,12 @@ namespace {
 
 using Handles = std::vector<uint32_t>;
 
-// Element numbers of a batch of ten 3D entities, which is the first: element i has handle 0x1000+i.
+// Element indices of a batch of ten 3D entities, which is the first: element i has handle 0x1000+i.
 class EntityCommandsTest : public WorldTest {
  protected:
   EntityCommandsTest() : e(world.Add3D(10)) {}
 
-  // Runs a stream of these words and `bytes` bytes; the words behind them are there as well.
+  // Runs a stream of these words and `bytes` bytes; the words after it are present as well.
   void Run(const std::vector<uint32_t>& words, uint32_t bytes, bool deep = false) {
     uint32_t* stream = world.CommandWords();
     stream[0] = bytes;
@@ -71,7 +71,7 @@ TEST_F(EntityCommandsTest, CommandsRunInStreamOrder) {
       4, e + 1,        // free again
       1, e + 1,        // a root now
       2, e, e + 2,     //
-      3, e, e + 3, 0,  // 3 ahead of 2
+      3, e, e + 3, 0,  // 3 before 2
       1, e,            //
   });
   EXPECT_EQ((Handles{e + 1, e}), world.Roots());
@@ -92,7 +92,8 @@ TEST_F(EntityCommandsTest, TheWholeBufferHoldsCommands) {
 TEST_F(EntityCommandsTest, TheOperandsOfAnUnknownCommandAreTakenAsCommands) {
   Run({12, 1, e});
   EXPECT_EQ(Handles{e}, world.Roots());
-  // Here the operand 4 of "12" swallows the 1, so that the handle is a command, unknown too.
+  // Here the operand 4 of "12" consumes the 1, so that the handle is read as a command, unknown
+  // too.
   Run({12, 4, 1, e + 1});
   EXPECT_EQ(Handles{e}, world.Roots());
   Run({0xFFFFFFFFu, 0x80000001u, 0, 1, e + 2});
@@ -103,7 +104,7 @@ TEST_F(EntityCommandsTest, ATruncatedCommandReadsTheWordsBehindTheLimit) {
   Run({1, e, 3, e, e + 1, 0}, 12);
   EXPECT_EQ(Handles{e}, world.Roots());
   EXPECT_EQ(Handles{e + 1}, world.ChildrenOf(e));
-  // The command ahead of the limit takes them, and no further one begins.
+  // The command before the limit reads them, and no further one begins.
   Run({2, e, e + 2, 1, e + 3}, 4);
   EXPECT_EQ((Handles{e + 1, e + 2}), world.ChildrenOf(e));
   EXPECT_EQ(Handles{e}, world.Roots());
@@ -198,7 +199,7 @@ TEST_F(EntityCommandsTest, BatchesOf0DoNothingAndSkipNothing) {
 }
 
 TEST_F(EntityCommandsTest, ArraysOfBatchesAreSkippedEvenWhereTheyLookLikeCommands) {
-  // The arrays read "AddRoot 0, AddRoot 1" and so on, were they not skipped.
+  // The arrays would read "AddRoot 0, AddRoot 1" and so on if they were not skipped.
   Run({7, 2, 1, e, 1, e + 1, 9, 4, 1, e + 2, 1, e + 3, 1, e + 4});
   EXPECT_EQ(Handles{e + 4}, world.Roots());
   EXPECT_EQ(e + 1, world.BoneOf(e));
@@ -243,7 +244,7 @@ TEST_F(EntityCommandsTest, ActivateOfAnActiveEntityMarksNothing) {
   Run({10, e + 1}, 8, true);
   EXPECT_EQ(0u, world.At(e).dirtyState());
   EXPECT_EQ(0u, world.At(e + 1).dirtyState());
-  // Twice from the settling, by the parent's entry and its own.
+  // Twice from settling, by the parent's entry and its own.
   EXPECT_EQ(2u, world.At(e + 1).localVersion());
 }
 
@@ -269,7 +270,7 @@ TEST_F(EntityCommandsTest, RefreshRunsTheCommandsAheadOfTheDirtyList) {
   world.Settle({e, e + 1});
   EXPECT_EQ(0u, world.CommandWords()[0]);
   EXPECT_EQ((std::vector<float>{1, 2, 0}), world.WorldPosition(e + 1));
-  // The bump counts the child that this frame's commands bring.
+  // The bump includes the child that this frame's commands link.
   world.Link(e, e + 2);
   world.Settle({e});
   EXPECT_EQ(1u, world.At(e + 2).localVersion());

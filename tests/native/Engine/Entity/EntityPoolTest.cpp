@@ -1,4 +1,4 @@
-// A batch: fresh records, their places, and their end.
+// A batch: initial records, their addresses, and destruction.
 #include "Engine/Entity/EntityPool.h"
 
 #include <gtest/gtest.h>
@@ -41,7 +41,7 @@ TEST_F(EntityPoolTest, FreshEntitiesHangNowhereAndAreMarked) {
 }
 
 TEST_F(EntityPoolTest, FreshSharedRecordsReadAsZeros) {
-  // A small block comes from memory that an earlier batch has used.
+  // A small block in memory that an earlier batch has used.
   const NativeValueInfo dirty = world.AddRaw(true, 5);
   std::memset(dirty.pointer, 0xA5, dirty.size);
   world.Release(dirty.handle);

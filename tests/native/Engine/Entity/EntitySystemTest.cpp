@@ -1,4 +1,4 @@
-// Batches, look-up, roots, and the life of the system.
+// Batches, look-up, roots, and destruction of the system.
 #include "Engine/Entity/EntitySystem.h"
 
 #include <gtest/gtest.h>
@@ -55,7 +55,7 @@ TEST_F(EntitySystemTest, AnyHandleOfABatchReleasesIt) {
   const uint32_t batch = world.Add3D(3);
   world.Core()->ReleaseEntities(batch + 0x1000);
   EXPECT_NE(nullptr, world.System()->FindEntity(batch));
-  // Past the end of the batch, and still its key.
+  // Past the end of the batch, but with its key.
   world.Release(batch + 4095);
   EXPECT_EQ(nullptr, world.System()->FindEntity(batch));
 }
@@ -222,7 +222,7 @@ TEST_F(EntitySystemTest, ABatchUnderAReusedKeyStartsAnew) {
   EXPECT_EQ(0.0f, world.Record3D(info.handle).position[0]);
 }
 
-// Ends a system of its own, with batches that hang together in every way.
+// Destroys a system with batches that are linked and bound in every way.
 TEST_F(EntitySystemTest, TheEndOfASystemReleasesWhatIsLeft) {
   EngineRuntime* runtime = world.Runtime();
   EngineCore* core = new EngineCore(runtime);
@@ -254,7 +254,7 @@ TEST_F(EntitySystemTest, TheEndOfASystemReleasesWhatIsLeft) {
 }
 
 TEST_F(EntitySystemTest, BatchesGoInAnyOrder) {
-  // Every order of four batches whose entities form a ring of links and bindings.
+  // Every order of four batches whose entities form a cycle of links and bindings.
   uint32_t order[4] = {0, 1, 2, 3};
   do {
     uint32_t keys[4];

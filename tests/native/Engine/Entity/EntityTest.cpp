@@ -102,7 +102,7 @@ TEST_F(EntityTest, InsertChildAtCountsThePlacesWithoutTheChild) {
       {4, 0, {4, 1, 2, 3}},
       {4, 1, {1, 4, 2, 3}},
       {4, 2, {1, 2, 4, 3}},
-      {4, 3, {1, 2, 3, 4}},            // as many as there are children: behind the last
+      {4, 3, {1, 2, 3, 4}},            // as many as there are children: after the last
       {4, 4, {1, 2, 3, 4}},            //
       {4, 0xFFFFFFFFu, {1, 2, 3, 4}},  // not negative
       {4, 0x80000000u, {1, 2, 3, 4}},
@@ -132,7 +132,7 @@ TEST_F(EntityTest, InsertChildAtCountsThePlacesWithoutTheChild) {
     EXPECT_EQ(expected, world.ChildrenOf(e));
     EXPECT_EQ(2u, world.At(e + each.child).dirtyState());
     EXPECT_EQ(1u, world.At(e).dirtyState());
-    // The list holds together from its end, too.
+    // The list is consistent from its end, too.
     while (!world.At(e).children().empty()) {
       const Handles children = world.ChildrenOf(e);
       ASSERT_EQ(expected, children);
@@ -292,7 +292,7 @@ TEST_F(EntityTest, MarksGoUpAsWorkBelowAndDownOnlyIfAsked) {
   world.At(e + 3).PropagateMarkDirty(true);
   EXPECT_EQ((Marked{1, 1, 1, 2, 2, 0, 0}), Marks(e, 7));
 
-  // The way up ends at the first ancestor that is marked, whatever stands above it.
+  // The climb ends at the first ancestor that is marked, whatever is above it.
   SetMarks(e, {0, 1, 0, 0, 0, 0, 0});
   world.At(e + 3).PropagateMarkDirty(false);
   EXPECT_EQ((Marked{0, 1, 1, 2, 0, 0, 0}), Marks(e, 7));
@@ -439,7 +439,7 @@ TEST_F(EntityTest, ResetSubtreeBreaksAParentCycle) {
   }
 }
 
-// An entity can't be deleted by itself: its batch cleans it.
+// An entity can't be deleted alone: its batch cleans it.
 using EntityDeathTest = EntityTest;
 
 TEST_F(EntityDeathTest, TheDestructorTraps) {

@@ -1,4 +1,4 @@
-// Single entities in world terms.
+// World-space access to single entities.
 #include "Engine/Entity/EntityWorldAccess.h"
 
 #include <gtest/gtest.h>
@@ -46,7 +46,7 @@ void ExpectVector(const Vector3& actual, float x, float y, float z) {
   EXPECT_EQ(z, actual.z);
 }
 
-// Up to the sign, which both stand for one rotation.
+// Up to the sign: both represent one rotation.
 void ExpectRotation(const Quaternion& actual, float x, float y, float z, float w) {
   const float dot = actual.x * x + actual.y * y + actual.z * z + actual.w * w;
   const float sign = dot < 0 ? -1.0f : 1.0f;
@@ -131,7 +131,7 @@ TEST_F(EntityWorldAccessTest, PositionAndScaleAreElementsOfTheWorldMatrix) {
   EXPECT_NEAR(0, scale.x, 1e-5);
   EXPECT_NEAR(0, scale.y, 1e-5);
   EXPECT_NEAR(4, scale.z, 1e-5);
-  // What script has written since then shows after the next refresh.
+  // What the script has written since then takes effect after the next refresh.
   world.MoveTo(e, 5, 5, 5);
   ExpectVector(entities.getWorldPosition(e), 1, 2, 3);
 }
@@ -153,7 +153,7 @@ TEST_F(EntityWorldAccessTest, RotationIsThatOfTheWorldMatrixWithoutScale) {
 
 TEST_F(EntityWorldAccessTest, RotationComesAsXYZW) {
   const uint32_t e = world.Add3D();
-  // Not about any axis, and different in all four.
+  // No axis-aligned rotation, and different in all four.
   Turn(e, 0.1f, 0.3f, 0.5f, std::sqrt(1 - 0.01f - 0.09f - 0.25f));
   world.AddRoot(e);
   world.Settle({e});
@@ -195,7 +195,7 @@ TEST_F(EntityWorldAccessTest, SetPositionWithoutAParentStoresItAsItStands) {
   world.Settle({e});
   entities.setWorldPosition(1.5f, -2, 3, e, false);
   EXPECT_TRUE(SameFloats({1.5f, -2, 3}, world.Record3D(e).position));
-  // Script is left to list the entity.
+  // The script must list the entity.
   EXPECT_EQ(0u, world.At(e).dirtyState());
   EXPECT_EQ(0.0f, world.At(e).localMatrix()[12]);
   EXPECT_EQ(std::vector<uint32_t>{}, world.DirtyList());
@@ -230,7 +230,7 @@ TEST_F(EntityWorldAccessTest, SetPositionImmediatelyMarksAndBuildsTheLocalMatrix
   EXPECT_TRUE(SameFloats({1, 2, 3, 1}, world.At(e + 1).localMatrix() + 12));
   EXPECT_EQ(version, world.At(e + 1).localVersion());
   EXPECT_EQ(std::vector<uint32_t>{}, world.DirtyList());
-  // The next frame carries it on without any list entry.
+  // The next frame computes it without any list entry.
   world.Refresh();
   EXPECT_EQ((std::vector<float>{11, 22, 33}), world.WorldPosition(e + 1));
   EXPECT_EQ((std::vector<float>{11, 22, 33}), world.WorldPosition(e + 2));

@@ -1,5 +1,5 @@
-// Local matrices out of angles: both ways to their columns, and whole matrices, against the plain
-// formulas.
+// Local matrices from Euler angles: both code paths for their columns, and whole matrices, against
+// the plain formulas.
 #include "Engine/Entity/LocalMatrix3D.h"
 
 #include <gtest/gtest.h>
@@ -49,7 +49,7 @@ NQ_FORCE_INLINE void Finish(const RotationColumns& rotation, const Entity3DRecor
   _mm_storeu_ps(out + 12, columns.c3);
 }
 
-// Each fills `out`; false where it leaves that to the other.
+// Each fills `out`; false if it leaves that to the other.
 bool Plain(const Entity3DRecord& record, float* out) {
   Finish(EulerColumns(record.rotation), record, out);
   return true;
@@ -83,7 +83,7 @@ void PrintTo(const Way& way, std::ostream* out) {
   *out << way.name;
 }
 
-// The ways that this processor may go.
+// The code paths that this CPU supports.
 std::vector<Way> WaysInUse() {
   std::vector<Way> ways = {Way{"Plain", Plain}, Way{"OfEntity", OfEntity},
                            Way{"OfEntityOnOneThread", OfEntityOnOneThread}};
@@ -118,7 +118,7 @@ class EulerMatrixTest : public testing::TestWithParam<Way> {
   int leftOver = 0;
 };
 
-// What the fourth number of a rotation may hold.
+// Values that the fourth number of a rotation may hold.
 constexpr float kGarbage[] = {0.0f, kNotANumber, kInfinity, 1e30f, -1e-45f, -0.0f};
 constexpr size_t kGarbageCount = sizeof(kGarbage) / sizeof(float);
 
@@ -163,7 +163,7 @@ TEST_P(EulerMatrixTest, SpecialAnglesGiveTheBitsOfThePlainFormulas) {
   EXPECT_EQ(0, leftOver);
 }
 
-// The fast way has to leave these to the library.
+// The fast path must leave these to the library.
 TEST_P(EulerMatrixTest, AnglesOutOfRangeGiveTheBitsOfThePlainFormulas) {
   for (const float bad : {4096.001f, 1e6f, -1e10f, 3e38f, kInfinity, -kInfinity, kNotANumber}) {
     for (int place = 0; place < 3; ++place) {

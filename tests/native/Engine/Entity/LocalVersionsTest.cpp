@@ -14,7 +14,7 @@ namespace nq::engine {
 
 namespace {
 
-// What versions must be: each bump walks down at once, with a guard against cycles.
+// The expected versions: each bump walks down at once, with a guard against cycles.
 class PlainVersions {
  public:
   explicit PlainVersions(World* world) : world(world) {}
@@ -64,7 +64,7 @@ class LocalVersionsTest : public WorldTest {
 
 using Versions = std::vector<uint32_t>;
 
-// Handles as script lists them in a frame: all kinds of links between, in any order.
+// Handles as the script lists them in a frame: all kinds of links between, in any order.
 void RunRandomScene(uint32_t seed, bool readOften) {
   constexpr uint32_t kBatches = 6;
   std::mt19937 random(seed);
@@ -216,7 +216,7 @@ TEST_F(LocalVersionsTest, ABumpAheadOfTheEndOfAParentReachesTheChild) {
   world.At(parent).BumpLocalVersion();
   world.Release(parent);
   EXPECT_EQ(1u, world.At(child).localVersion());
-  // The key is used again, by an entity that nobody has bumped.
+  // The key is reused, by an entity without bumps.
   ASSERT_EQ(parent, world.Add3D());
   EXPECT_EQ(0u, world.At(parent).localVersion());
 }

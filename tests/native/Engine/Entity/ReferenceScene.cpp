@@ -1,4 +1,4 @@
-// The model's steps, as plainly as they can be written.
+// The model's steps, written as plainly as possible.
 #include "tests/native/Engine/Entity/ReferenceScene.h"
 
 #include <algorithm>

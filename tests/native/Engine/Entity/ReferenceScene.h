@@ -1,4 +1,4 @@
-// A slow, recursive model of entities and of a frame's step, against which the engine is compared.
+// A slow, recursive model of entities and of a frame's passes, to compare the engine with.
 #ifndef NQ_TESTS_NATIVE_ENGINE_ENTITY_REFERENCESCENE_H_
 #define NQ_TESTS_NATIVE_ENGINE_ENTITY_REFERENCESCENE_H_
 
@@ -43,7 +43,7 @@ class ReferenceScene {
  public:
   static constexpr uint32_t kWords = 12288;
 
-  // A batch under a key that the engine gave out. `addresses` are those of the engine's entities.
+  // A batch under a key that the engine issued. `addresses` are those of the engine's entities.
   void Create(uint32_t key, bool isThreeD, const std::vector<uintptr_t>& addresses);
   void Release(uint32_t key);
 
@@ -67,8 +67,8 @@ class ReferenceScene {
   std::vector<uint32_t> commandWords = std::vector<uint32_t>(kWords);
   std::string log;
 
-  // A walk went round a parent cycle: the engine would have ended the process, and the state of
-  // this scene means nothing any more.
+  // A walk went around a parent cycle: the engine would have ended the process, and the state of
+  // this scene is meaningless.
   bool wentRoundCycle = false;
 
  private:

@@ -1,5 +1,5 @@
-// Frames that change few of many entities, after others and between: what else is marked then, and
-// in which order it is computed.
+// Frames that change few of many entities, after other frames and between them: what else is marked
+// then, and in which order it is computed.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -13,7 +13,7 @@ namespace {
 using Handles = std::vector<uint32_t>;
 using Numbers = std::vector<float>;
 
-// A tree of seven that lies in one batch with many who have no part in it:
+// A tree of seven in one batch with many other entities:
 //
 //   0 root ── 1 ──┬── 2 ── 3 ── 4
 //                 └── 5 ── 6
@@ -118,7 +118,7 @@ TEST_F(ShortListTest, AListedInactiveEntityKeepsItsMark) {
   ChangeAll({3, 4});
   world.Refresh();
   EXPECT_EQ((Handles{0, 0, 0, 2, 2, 0, 0}), Marks());
-  // Computing what is above passes over it.
+  // Computing the entities above skips it.
   ChangeAll({1, 4});
   world.Refresh();
   EXPECT_EQ((Handles{0, 0, 0, 2, 2, 0, 0}), Marks());
@@ -207,7 +207,7 @@ TEST_F(ShortListTest, ARootThatWasResetIsComputedWithoutBeingListed) {
   world.ResetSubtree(e);
   Change(4);
   world.Refresh();
-  // Versions start anew, and all below has come off.
+  // Versions are reset, and all descendants are unlinked.
   EXPECT_EQ((Handles{1, 0, 0, 0, 0, 0, 0}), WorldVersions());
   EXPECT_EQ((Handles{0, 2, 2, 2, 2, 2, 2}), Marks());
 }
@@ -216,13 +216,13 @@ TEST_F(ShortListTest, MarksLeftUnderAnInactiveEntityAreMetByTheNextWalkThatComes
   world.Deactivate(e + 2);
   Change(4);
   world.Refresh();
-  // The program activates it by itself, and marks nothing: no walk has a reason to come here.
+  // The program only activates it, and marks nothing: no walk has a reason to visit it.
   world.At(e + 2).SetActive(true);
   world.Refresh();
   world.Refresh();
   EXPECT_EQ((Handles{1, 1, 1, 1, 1, 1, 1}), WorldVersions());
   EXPECT_EQ((Handles{0, 0, 1, 1, 2, 0, 0}), Marks());
-  // One that goes to its sibling passes it.
+  // A walk to its sibling passes it.
   Change(6);
   world.Refresh();
   EXPECT_EQ((Handles{1, 1, 1, 1, 2, 1, 2}), WorldVersions());
@@ -233,12 +233,12 @@ TEST_F(ShortListTest, MarksBelowACleanEntityAreMetByTheNextWalkThatComesThere) {
   world.Link(e + 2, e + 70);
   world.Dirty(e + 70);
   world.Refresh();
-  // 3, 4 and 70 are marked, and nothing above them.
+  // 3, 4 and 70 are marked, but no ancestor.
   world.At(e + 2).MarkSubtreeDirty();
   world.Refresh();
   world.Refresh();
   EXPECT_EQ((Handles{0, 0, 0, 2, 2, 0, 0}), Marks());
-  // By way to 70, which hangs on 2 beside 3.
+  // On the way to 70, a child of 2 like 3.
   Change(70);
   world.Refresh();
   EXPECT_EQ(Handles(kTree, 0), Marks());

@@ -1,4 +1,4 @@
-// The verbs of test worlds.
+// The operations of test worlds.
 #include "tests/native/Engine/Entity/World.h"
 
 #include <pthread.h>
@@ -185,7 +185,7 @@ bool SameFloat(float expected, float actual) {
 
 void RunOnSmallStack(const std::function<void()>& body) {
 #if defined(NQ_TEST_UNDER_THREAD_SANITIZER)
-  constexpr size_t kStackBytes = 1024 * 1024;  // the checker keeps its own data there
+  constexpr size_t kStackBytes = 1024 * 1024;  // the sanitizer keeps its own data there
 #else
   constexpr size_t kStackBytes = 256 * 1024;
 #endif

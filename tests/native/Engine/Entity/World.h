@@ -1,4 +1,4 @@
-// An engine for tests of entities, with verbs for what script does to it.
+// An engine for tests of entities, with operations for what the script does to it.
 #ifndef NQ_TESTS_NATIVE_ENGINE_ENTITY_WORLD_H_
 #define NQ_TESTS_NATIVE_ENGINE_ENTITY_WORLD_H_
 
@@ -32,7 +32,7 @@ namespace nq::engine {
 #define NQ_TEST_UNDER_ADDRESS_SANITIZER 1
 #endif
 
-// How often a random or repeated test goes round: `plain` times, fewer under a sanitizer.
+// The number of repetitions of a random or repeated test: `plain`, fewer under a sanitizer.
 constexpr int Rounds(int plain) {
 #if defined(NQ_TEST_UNDER_THREAD_SANITIZER)
   constexpr int kSlowness = 10;
@@ -44,14 +44,15 @@ constexpr int Rounds(int plain) {
   return plain >= kSlowness ? plain / kSlowness : 1;
 }
 
-// Puts an entity's mark into any state, as no operation does: ancestors keep theirs, and the tree
-// notes nothing. A walk from the roots finds such a mark only if something else leads it there.
+// Sets an entity's mark to any state, as no operation does: ancestors keep theirs, and the tree
+// records nothing. A walk from the roots finds such a mark only if something else makes it visit
+// the entity.
 struct MarksForTests {
   static void Set(Entity* entity, uint8_t state) { entity->links().SetDirtyState(state); }
 };
 
-// One engine. Commands and dirty entries are written to the shared buffers as script does it, and
-// take effect with Refresh or RunCommands. Batches that are left are released at the end.
+// One engine. Commands and dirty entries are written to the shared buffers as the script does, and
+// take effect with Refresh or RunCommands. Remaining batches are released at the end.
 class World {
  public:
   World();
@@ -67,7 +68,7 @@ class World {
   uint32_t Add3D(int32_t count = 1);
   uint32_t Add2D(int32_t count = 1);
 
-  // The same, with the records as they come.
+  // The same, with the records unchanged after creation.
   NativeValueInfo AddRaw(bool isThreeD, int32_t count);
 
   void Release(uint32_t handle);
@@ -100,10 +101,10 @@ class World {
 
   void Refresh() { core->RefreshWorldTransform(); }
 
-  // Refreshes with all that script has changed, so that tests start from a clean tree.
+  // Refreshes with all changes, so that tests start from a clean tree.
   void Settle(std::initializer_list<uint32_t> handles);
 
-  // The entity of `handle`, which there is.
+  // The entity of `handle`, which must exist.
   Entity& At(uint32_t handle);
   Entity3DRecord& Record3D(uint32_t handle);
   Entity2DRecord& Record2D(uint32_t handle);
@@ -128,24 +129,25 @@ class World {
   std::set<uint32_t> keys;  // batches that are still to be released
 };
 
-// A fixture with a world of its own.
+// A fixture with its own world.
 class WorldTest : public ::testing::Test {
  protected:
   World world;
 };
 
-// Equal bits, or both not a number: payloads of those differ by compiler.
+// Equal bits, or both NaN: the payloads of NaNs differ by compiler.
 bool SameFloat(float expected, float actual);
 ::testing::AssertionResult SameFloats(const float* expected, const float* actual, size_t count);
 ::testing::AssertionResult SameFloats(const std::vector<float>& expected, const float* actual);
 
-// Runs `body` on a thread whose stack holds a few thousand calls, and far less than 100000.
+// Runs `body` on a thread whose stack is large enough for a few thousand calls, and far less than
+// 100000.
 void RunOnSmallStack(const std::function<void()>& body);
 
-// For death tests, which see standard error alone: from here on the log goes there, too.
+// For death tests, which see standard error only: from here on the log goes there, too.
 void SendLogToStandardError();
 
-// While it lives, standard output goes here instead, one entry for each write.
+// Captures standard output while it exists, one entry for each write.
 class OutputRecorder {
  public:
   OutputRecorder();

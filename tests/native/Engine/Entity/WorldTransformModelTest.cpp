@@ -18,12 +18,12 @@ namespace nq::engine {
 
 namespace {
 
-// What may happen in a scene.
+// The kinds of events in a scene.
 struct SceneKind {
-  bool wildNumbers = false;  // not-a-numbers, infinities, denormals, huge and tiny values
+  bool wildNumbers = false;  // NaNs, infinities, denormals, huge and tiny values
   bool cycles = false;       // links may close a parent cycle
   bool longLists = false;    // dirty lists of 32 entries and more
-  bool calm = false;         // once it stands, most frames change a few records and nothing else
+  bool calm = false;         // once built, most frames only change a few records
   bool bindings = true;      // entities may be bound to bones
 };
 
@@ -31,14 +31,14 @@ struct SceneKind {
 class RandomScene {
  public:
   RandomScene(uint32_t seed, const SceneKind& kind) : random(seed), kind(kind) {
-    // Blocks come and go under released handles too.
+    // Batches are created under released handles too.
     for (int i = 0; i < 3; ++i) {
       CreateBatch();
     }
   }
 
-  // Changes things, takes one step in the model and in the engine, and compares. False when the
-  // scene has come to an end before the engine's step.
+  // Changes the scene, runs one step in the model and in the engine, and compares. False if the
+  // scene has ended before the engine's step.
   bool Frame() {
     calm = kind.calm && frames++ >= kFramesToBuild;
     if (Chance(calm ? 0.02 : 0.2)) {
@@ -56,7 +56,7 @@ class RandomScene {
     if (calm && Chance(0.2)) {
       CallNatively();
     }
-    // Steps of a single entity, with a handle that there may be or not.
+    // Operations on a single entity, with a handle that may be invalid.
     const bool single = Chance(calm ? 0.03 : 0.15);
     const uint32_t handle = AnyHandle();
 
@@ -79,7 +79,8 @@ class RandomScene {
     return true;
   }
 
-  // Compares all that a frame leaves. Reading local versions settles them, so not every frame does.
+  // Compares the complete state after a frame. Reading local versions settles them, so not every
+  // frame does.
   void Compare(bool versions) {
     CompareLists();
     for (const auto& batch : model.batches) {
@@ -113,7 +114,7 @@ class RandomScene {
     }
     model.Create(info.handle, isThreeD, addresses);
     for (uint32_t i = 0; i < count; ++i) {
-      // Script finds zeros; what it does not write stays as it is.
+      // The script finds zeros; what it does not write is unchanged.
       if (Chance(0.9)) {
         WriteRecord(info.handle + i);
       }
@@ -130,7 +131,7 @@ class RandomScene {
                   handles.end());
   }
 
-  // A handle of an entity, or now and then one that names none.
+  // A handle of an entity, or sometimes an invalid one.
   uint32_t AnyHandle() {
     if (Chance(0.06) || handles.empty()) {
       switch (Below(5)) {
@@ -177,7 +178,7 @@ class RandomScene {
       scriptBytes = 44;
       const uint8_t kModes[] = {0, 0, 0, 1, 1, 2, 128, 255};
       to[0] = kModes[Below(8)];
-      // Nobody reads or writes these.
+      // Padding, neither read nor written.
       for (int i = 1; i < 4; ++i) {
         to[i] = static_cast<uint8_t>(Below(256));
       }
@@ -185,7 +186,7 @@ class RandomScene {
         write(offset);
       }
       for (uint32_t offset = 32; offset < 44; offset += 4) {
-        // Mostly such that deep trees keep their numbers.
+        // Mostly such that deep trees keep moderate numbers.
         const float scale = Chance(0.8) ? 1.0f + 0.1f * Number() : Number();
         std::memcpy(to + offset, &scale, 4);
       }
@@ -226,7 +227,7 @@ class RandomScene {
     }
   }
 
-  // Script appends behind what the engine left in the list.
+  // The script appends after what the engine left in the list.
   void WriteDirtyList() {
     std::vector<uint32_t> dirty;
     const uint32_t left = model.dirtyWords[0];
@@ -268,7 +269,7 @@ class RandomScene {
     }
   }
 
-  // Roots of those that are kept for it, and a parent for most others.
+  // Makes roots of the reserved entities, and gives most others a parent.
   void LinkMost(std::vector<uint32_t>* words) {
     for (const uint32_t handle : handles) {
       const uint32_t other = handles[Below(static_cast<uint32_t>(handles.size()))];
@@ -356,7 +357,7 @@ class RandomScene {
     }
     uint32_t bytes = static_cast<uint32_t>(words.size()) * 4;
     if (bytes >= 8 && Chance(0.2)) {
-      bytes -= 1 + Below(7);  // a last command that is cut short
+      bytes -= 1 + Below(7);  // a last command that is truncated
     } else if (Chance(0.1)) {
       bytes += 1 + Below(4);  // one word more than was written
     }
@@ -369,11 +370,11 @@ class RandomScene {
     write(world.CommandWords());
   }
 
-  // In calm scenes every fourth entity is kept for roots, and is nobody's child: roots under
+  // In calm scenes every fourth entity is reserved for roots, and is nobody's child: roots under
   // parents are rare.
   bool StandsAlone(uint32_t handle) { return kind.calm && ranks[handle] % 4 == 0; }
 
-  // What an embedding program may do between frames.
+  // Calls of an embedding program between frames.
   void CallNatively() {
     const uint32_t handle = AnyHandle();
     ReferenceEntity* expected = model.Find(handle);
@@ -384,7 +385,7 @@ class RandomScene {
     const bool flag = Chance(0.5);
     const size_t logged = model.log.size();
     OutputRecorder output;
-    // The last two are rare: what they do, a scene never forgets.
+    // The last two are rare: their effect on a scene is permanent.
     switch (Chance(0.97) ? Below(5) : 5 + Below(2)) {
       case 0:
         model.MarkDirty(expected, flag);
@@ -492,10 +493,10 @@ class RandomScene {
   bool calm = false;  // in this frame
   std::vector<uint32_t> handles;
   std::map<uint32_t, uint32_t> ranks;  // links go from lower to higher, where cycles are unwanted
-  std::vector<uint32_t> written;       // handles whose records script wrote of late
+  std::vector<uint32_t> written;       // handles whose records the script wrote recently
 };
 
-// Runs scenes of one kind with seeds of their own.
+// Runs scenes of one kind with their own seeds.
 void RunScenes(uint32_t firstSeed, int scenes, int frames, const SceneKind& kind) {
   int compared = 0;
   for (uint32_t seed = firstSeed; seed < firstSeed + static_cast<uint32_t>(scenes); ++seed) {
@@ -512,7 +513,7 @@ void RunScenes(uint32_t firstSeed, int scenes, int frames, const SceneKind& kind
       }
     }
   }
-  // Most scenes must go on to their last frame, or the comparison says little.
+  // Most scenes must reach their last frame, or the comparison says little.
   EXPECT_GE(compared, scenes * (kind.cycles ? 2 : frames));
 }
 
@@ -563,8 +564,8 @@ TEST(WorldTransformModelTest, CalmScenesWithBindingsGiveTheBytesOfTheModel) {
   RunScenes(9000, Rounds(200), 60, kind);
 }
 
-// The same scene, its dirty lists once as they are and once filled up with handles that name
-// nothing, so that the workers take them.
+// The same scene, with its dirty lists unchanged and padded with invalid handles, so that the
+// workers process them.
 TEST(WorldTransformModelTest, ShortAndLongDirtyListsGiveTheSameBytes) {
   constexpr int32_t kCount = 40;
   constexpr uint32_t kUnknownHandle = 0x00ABC000u;
@@ -616,7 +617,7 @@ TEST(WorldTransformModelTest, ShortAndLongDirtyListsGiveTheSameBytes) {
         ASSERT_EQ(shortWorld.At(key + i).dirtyState(), longWorld.At(key + i).dirtyState());
       }
     }
-    // The scene is alive: the last frames moved what follows the bone.
+    // Guards the test: the last frames moved what follows the bone.
     EXPECT_EQ(1, shortWorld.Record3D(key + 9).rotationMode);
     EXPECT_EQ(1.0f, shortWorld.Record3D(key + 9).worldMatrix[15]);
   }

@@ -1,4 +1,5 @@
-// The step of a frame: local matrices, marks, the world pass, bones, and the refresh of one entity.
+// The transform pass of a frame: local matrices, marks, the world pass, bones, and the refresh of
+// one entity.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -45,7 +46,7 @@ class WorldTransformTest : public WorldTest {
     return marks;
   }
 
-  // A chain 0 -> 1 -> ... of a batch, its top a root, each a step of 1 along x, refreshed.
+  // A chain 0 -> 1 -> ... of a batch, its top a root, each translated by 1 along x, refreshed.
   uint32_t AddChain(uint32_t count) {
     const uint32_t e = world.Add3D(static_cast<int32_t>(count));
     world.AddRoot(e);
@@ -142,7 +143,7 @@ TEST_F(WorldTransformTest, AnyModeBut0IsAQuaternionAndTheBytesBehindItAreNobodys
   const uint32_t e = world.Add3D();
   Entity3DRecord& record = world.Record3D(e);
   world.AddRoot(e);
-  // As a quaternion a half turn about z, as angles something else.
+  // As a quaternion a half turn about z, as angles another rotation.
   const Numbers rotation = {0, 0, 1, 0};
   std::copy(rotation.begin(), rotation.end(), record.rotation);
   for (const int mode : {1, 2, 127, 128, 255}) {
@@ -165,7 +166,7 @@ TEST_F(WorldTransformTest, QuaternionsAreNotNormalised) {
   const uint32_t e = world.Add3D();
   Entity3DRecord& record = world.Record3D(e);
   record.rotationMode = 1;
-  record.rotation[0] = 2;  // x = 2: only x * x enters, twice
+  record.rotation[0] = 2;  // x = 2: only x * x is used, twice
   record.rotation[3] = 3;  // and x * w
   world.AddRoot(e);
   world.Settle({e});
@@ -186,7 +187,7 @@ TEST_F(WorldTransformTest, AnglesOf0AndScale1LeaveTheTranslation) {
   }
 }
 
-// About each axis alone a positive quarter turns the next axis onto the one after it.
+// About each axis alone a positive quarter turn maps the next axis to the one after it.
 TEST_F(WorldTransformTest, QuartersTurnEachAxisOntoTheNext) {
   const Numbers quarters[3] = {
       {1, 0, 0, 0, 0, 0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1},  // x: y to z, z to -y
@@ -212,7 +213,7 @@ TEST_F(WorldTransformTest, QuartersTurnEachAxisOntoTheNext) {
 
 TEST_F(WorldTransformTest, AnglesApplyZFirstThenYThenX) {
   const uint32_t e = world.Add3D(4);
-  // The same three turns, once in one entity and once as three entities below one another.
+  // The same three rotations, once in one entity and once as a chain of three entities.
   const float angles[3] = {0.3f, -0.7f, 1.1f};
   for (int axis = 0; axis < 3; ++axis) {
     world.Record3D(e).rotation[axis] = angles[axis];
@@ -292,12 +293,12 @@ TEST_F(WorldTransformTest, AnEntityThatIsNeverListedKeepsTheLocalMatrixItHas) {
   world.Link(e, e + 1);
   std::memset(world.Record3D(e + 1).worldMatrix, kPoison, 64);
   world.Settle({e});
-  // Marked by the link, and of a matrix that nothing has computed.
+  // Marked by the link, and with a matrix that is not yet computed.
   EXPECT_TRUE(SameFloats(Numbers(16, 0.0f), world.Record3D(e + 1).worldMatrix));
   EXPECT_EQ(1u, world.At(e + 1).worldVersion());
   world.Settle({e + 1});
   EXPECT_EQ((Numbers{5, 7, 9}), world.WorldPosition(e + 1));
-  // The new place in the record counts from the next entry on.
+  // The new position in the record takes effect with the next entry.
   world.MoveTo(e + 1, 0, 0, 0);
   world.Settle({e});
   EXPECT_EQ((Numbers{5, 7, 9}), world.WorldPosition(e + 1));
@@ -360,7 +361,7 @@ TEST_F(WorldTransformTest, EveryEntryIsBuiltWhateverTheLengthOfTheList) {
   }
 }
 
-// With its threads stopped a pool runs nothing, which shows what is left to it.
+// A stopped pool runs nothing, so what is left to it shows.
 TEST_F(WorldTransformTest, ListsOf32EntriesAndMoreAreLeftToTheWorkers) {
   const uint32_t e = world.Add3D(35);
   world.System();
@@ -422,8 +423,7 @@ TEST_F(WorldTransformTest, AFullListIsTakenWhole) {
   EXPECT_EQ(1.0f, world.At(fourth + 1).localMatrix()[15]);
 }
 
-// The same entities in all four ranges of a long list, over and over: what one task writes, the
-// others write as well.
+// The same entities in all four ranges of a long list, repeatedly: all tasks write the same memory.
 TEST_F(WorldTransformTest, OneEntityInSeveralRangesOfAListMayBeBuiltAtOnce) {
   constexpr uint32_t kEntities = 3000;
   const uint32_t e = world.Add3D(kEntities / 2);
@@ -524,7 +524,7 @@ TEST_F(WorldTransformTest, TheSecondEntryOfARootFindsItClean) {
   EXPECT_EQ((Handles{1, 1}), WorldVersions(e, 2));
 }
 
-// An entity can stand in the root list and under a parent, when it became a root first.
+// An entity can be in the root list and have a parent, if it became a root first.
 TEST_F(WorldTransformTest, ARootBelowALaterRootIsComputedTwice) {
   const uint32_t e = world.Add3D(3);
   world.AddRoot(e + 1);
@@ -537,7 +537,7 @@ TEST_F(WorldTransformTest, ARootBelowALaterRootIsComputedTwice) {
   world.Settle({e, e + 1, e + 2});
   EXPECT_EQ((Handles{1, 2, 2}), WorldVersions(e, 3));
   EXPECT_EQ((Numbers{1, 1, 1}), world.WorldPosition(e + 2));
-  // A mark of its own, under a clean parent, is computed once.
+  // Its own mark, under a clean parent, is computed once.
   world.Settle({e + 1});
   EXPECT_EQ((Handles{1, 3, 3}), WorldVersions(e, 3));
   world.Settle({e});
@@ -553,7 +553,7 @@ TEST_F(WorldTransformTest, ARootBelowAnEarlierRootIsComputedOnce) {
   EXPECT_EQ((Handles{1, 1}), WorldVersions(e, 2));
 }
 
-// The first visit takes the parent's matrix as it stands: last frame's.
+// The first visit uses the parent's matrix of the last frame.
 TEST_F(WorldTransformTest, ARootBelowAnInactiveLaterRootIsComputedWithItsOldMatrix) {
   const uint32_t e = world.Add3D(2);
   world.AddRoot(e + 1);
@@ -575,7 +575,7 @@ TEST_F(WorldTransformTest, ResetKeepsRootEntriesAndStartsTheWorldVersionAgain) {
   EXPECT_EQ((Handles{2, 2, 2}), WorldVersions(e, 3));
   world.ResetSubtree(e);
   world.Refresh();
-  // The top is still a root; the others hang nowhere.
+  // The top is still a root; the others are unlinked.
   EXPECT_EQ(Handles{e}, world.Roots());
   EXPECT_EQ((Handles{1, 0, 0}), WorldVersions(e, 3));
   EXPECT_EQ((Handles{0, 2, 2}), Marks(e, 3));
@@ -595,12 +595,12 @@ TEST_F(WorldTransformTest, ADirtyEntityBelowAnInactiveOneWaits) {
   EXPECT_EQ((Numbers{3, 0, 0}), world.WorldPosition(e + 2));
   EXPECT_EQ((Handles{0, 1, 2, 0}), Marks(e, 4));
   EXPECT_EQ((Handles{1, 1, 1, 1}), WorldVersions(e, 4));
-  // A marked ancestor computes itself and stops above the inactive one, whose mark stays.
+  // A marked ancestor is computed, and the walk stops above the inactive one, whose mark stays.
   world.MoveTo(e, 2, 0, 0);
   world.Settle({e, e + 1});
   EXPECT_EQ((Handles{0, 2, 2, 0}), Marks(e, 4));
   EXPECT_EQ((Handles{2, 1, 1, 1}), WorldVersions(e, 4));
-  // Activated, it is computed with all below it.
+  // Activated, it is computed with all descendants.
   world.Activate(e + 1);
   world.Refresh();
   EXPECT_EQ((Handles{0, 0, 0, 0}), Marks(e, 4));
@@ -657,7 +657,8 @@ TEST_F(WorldTransformTest, PublishCopiesTheWorldMatrixAndNothingElse) {
   EXPECT_EQ(0, std::memcmp(&before, &world.Record3D(e + 1), sizeof(before)));
 }
 
-// Marks on ancestors that several threads share: no mark of 2 is lost, and every way up is marked.
+// Marks on ancestors that several threads share: no kDirtySelf is lost, and every ancestor is
+// marked.
 TEST_F(WorldTransformTest, SeveralThreadsMarkBelowOneAncestor) {
   //   0 - 1 - 2 - 3 - 4 - 5 above, and below 5 the entities 6 to 9
   const uint32_t e = AddChain(6);
@@ -685,7 +686,7 @@ TEST_F(WorldTransformTest, SeveralThreadsMarkBelowOneAncestor) {
   }
 }
 
-// One thread marks entities themselves, the other marks what hangs below them, side by side.
+// One thread marks entities, the other marks their descendants, concurrently.
 TEST_F(WorldTransformTest, AMarkOf2OutlastsAMarkFromBelowAtTheSameTime) {
   constexpr uint32_t kPairs = 4000;
   const uint32_t parents = world.Add3D(kPairs);
@@ -724,7 +725,7 @@ TEST_F(WorldTransformTest, AMarkOf2OutlastsAMarkFromBelowAtTheSameTime) {
 TEST_F(WorldTransformTest, ABoundEntityGetsTheBonesWorldTransformAndIsListed) {
   const uint32_t e = AddChain(2);
   const uint32_t bound = world.Add3D(2);
-  // The bound entity's own parent is not taken into account.
+  // The bound entity's own parent is ignored.
   world.MoveTo(bound, 50, 60, 70);
   world.AddRoot(bound);
   world.Link(bound, bound + 1);
@@ -752,12 +753,12 @@ TEST_F(WorldTransformTest, ABoundEntityGetsTheBonesWorldTransformAndIsListed) {
   EXPECT_NEAR(0, record.rotation[1], 1e-6);
   EXPECT_NEAR(std::sqrt(0.5), record.rotation[2], 1e-6);
   EXPECT_NEAR(std::sqrt(0.5), record.rotation[3], 1e-6);
-  // Its matrices follow a frame later, and script appends behind the entry.
+  // Its matrices follow a frame later, and the script appends after the entry.
   EXPECT_EQ((Numbers{50, 60, 70}), world.WorldPosition(bound + 1));
   EXPECT_EQ(1u, world.At(bound + 1).worldVersion());
   world.Refresh();
   EXPECT_EQ((Numbers{52, 60, 70}), world.WorldPosition(bound + 1));
-  // Listed by script, below a parent that script listed, and by the engine.
+  // Listed by the script, below a parent that the script listed, and by the engine.
   EXPECT_EQ(3u, world.At(bound + 1).localVersion());
   EXPECT_EQ(Handles{}, world.DirtyList());
 }
@@ -861,7 +862,7 @@ TEST_F(WorldTransformTest, ABoneOfScale0WarnsOnceAndGivesTheIdentity) {
     EXPECT_TRUE(SameFloats({1, 1, 1}, record.scale));
     EXPECT_TRUE(SameFloats({0, 0, 0, 1}, record.rotation));
   }
-  // Once for each computation, not at all without one.
+  // Once for each computation, never without one.
   {
     OutputRecorder output;
     world.Refresh();
@@ -880,7 +881,7 @@ TEST_F(WorldTransformTest, ScalesUpTo1e7thAreTaken0) {
   EXPECT_EQ(kExtractFailed, RefreshBone(bone, 1, -1e-7f, 1));
   EXPECT_EQ("", RefreshBone(bone, 1, 1, 1.0001e-7f));
   EXPECT_EQ(kExtractFailed, RefreshBone(bone, 1, 1, 0.9999e-7f));
-  // What is not a number is not small.
+  // NaN is not small.
   EXPECT_EQ("", RefreshBone(bone, 1, std::numeric_limits<float>::quiet_NaN(), 1));
   EXPECT_TRUE(std::isnan(world.Record3D(bound).scale[1]));
 }
@@ -924,7 +925,7 @@ TEST_F(WorldTransformTest, AFullListDropsBoundEntities) {
   for (const uint32_t follower : followers) {
     ASSERT_EQ(3.0f, world.Record3D(follower).position[0]);
   }
-  // Script finds the list full, and the next frame takes it whole.
+  // The script finds the list full, and the next frame processes all of it.
   world.Refresh();
   EXPECT_EQ(Handles{}, world.DirtyList());
   EXPECT_EQ(3.0f, world.At(followers[0]).localMatrix()[12]);
@@ -963,12 +964,12 @@ TEST_F(WorldTransformTest, RefreshEntityRunsTheCommandsAndTheListOfAll) {
   EXPECT_EQ(0u, world.CommandWords()[0]);
   EXPECT_EQ(Handles{}, world.DirtyList());
   EXPECT_EQ((Numbers{1, 2, 0}), world.WorldPosition(e + 1));
-  // Neither children nor others are touched.
+  // Neither children nor others are changed.
   EXPECT_EQ((Handles{1, 1, 0, 0}), WorldVersions(e, 4));
   EXPECT_EQ((Handles{1, 1, 2, 2}), Marks(e, 4));
   EXPECT_EQ(5.0f, world.At(e + 3).localMatrix()[12]);
   EXPECT_EQ(1u, world.At(e + 3).localVersion());
-  // The world pass goes on from there.
+  // The world pass continues from there.
   world.Refresh();
   EXPECT_EQ((Handles{1, 1, 1, 0}), WorldVersions(e, 4));
   EXPECT_EQ((Numbers{1, 2, 0}), world.WorldPosition(e + 2));
@@ -1003,7 +1004,7 @@ TEST_F(WorldTransformTest, RefreshEntityMarksDeep) {
 
 TEST_F(WorldTransformTest, RefreshChainBuildsLocalMatricesOfTheWholeMarkedChain) {
   const uint32_t e = AddChain(4);
-  // Nobody lists these: RefreshChain builds what it finds marked.
+  // These are not listed: RefreshChain builds what it finds marked.
   world.MoveTo(e + 1, 0, 7, 0);
   world.MoveTo(e + 2, 0, 0, 9);
   world.At(e + 1).PropagateMarkDirty(true);
@@ -1060,7 +1061,7 @@ TEST_F(WorldTransformTest, RefreshChainBelowAnInactiveAncestorDoesNothing) {
       EXPECT_EQ(2u, world.At(e + 2).dirtyState());
     }
   }
-  // Above the end of the chain it does not matter.
+  // Above the end of the chain it has no effect.
   const uint32_t e = AddChain(3);
   world.SetMark(e + 2, kDirtySelf);
   world.At(e).SetActive(false);
@@ -1081,7 +1082,7 @@ TEST_F(WorldTransformTest, RefreshChainTakesBoundEntitiesAlong) {
 
 // --- Depth
 
-// All that walks a tree, over one of 100000 levels, on a stack that holds a small part of that.
+// All walks of a tree, over 100000 levels, on a stack that holds a small part of that.
 TEST(WorldTransformDepthTest, AChainOf100000EntitiesNeedsNoStack) {
   RunOnSmallStack([] {
     constexpr uint32_t kLevels = 100000;
@@ -1198,7 +1199,7 @@ TEST(WorldTransformDepthTest, ACycleOf100000EntitiesNeedsNoStack) {
 
 // --- Parent cycles
 
-// A root above itself: 0 -> 1 -> 2 -> 0, where 0 was a root before the ring closed.
+// A root that is its own ancestor: 0 -> 1 -> 2 -> 0, where 0 was a root before the cycle closed.
 class WorldTransformDeathTest : public WorldTransformTest {
  protected:
   WorldTransformDeathTest() {
@@ -1217,7 +1218,7 @@ class WorldTransformDeathTest : public WorldTransformTest {
   uint32_t e = 0;
 };
 
-// The last line is an emulator's, where one runs this.
+// The last line is added by an emulator, if one runs this.
 #define EXPECT_PARENT_CYCLE(statement)                                         \
   EXPECT_EXIT(                                                                 \
       {                                                                        \

@@ -18,14 +18,14 @@ namespace {
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 
-constexpr uint32_t kNoBlock = 12345;  // a memoryID never given out here
+constexpr uint32_t kNoBlock = 12345;  // a memoryID never issued here
 const float kInfinity = std::numeric_limits<float>::infinity();
 const float kNone = std::numeric_limits<float>::quiet_NaN();
 
 const char kOverflow[] = "[NQ_WARN][MatrixFlow]: Command buffer overflow\n";
 const char kNoMatch[] = "[NQ_WARN][MatrixFlow]: Memory Error (id, offset, len) not match";
 
-constexpr uint32_t kFirstCommand = 4;  // position behind the header word
+constexpr uint32_t kFirstCommand = 4;  // position after the header word
 
 class MatrixFlowInterpreterTest : public testing::Test {
  protected:
@@ -45,7 +45,7 @@ class MatrixFlowInterpreterTest : public testing::Test {
   }
   uint32_t Position() { return scene.Reader(buffer).Position(); }
 
-  // A block of bytes that nothing else holds.
+  // A block of distinct bytes.
   uint32_t Pattern(uint32_t size) {
     const uint32_t memoryID = scene.AddBlock(size);
     for (uint32_t i = 0; i < size; ++i) {
@@ -197,7 +197,7 @@ TEST_F(MatrixFlowInterpreterTest, PartOfAWordBehindACommandIsReadWithTheBytesTha
 }
 
 TEST_F(MatrixFlowInterpreterTest, AHeaderBeyondTheBlockReadsWhatFollows) {
-  // 20 bytes of a class of 32: the second command lies behind the block's size.
+  // 20 bytes of a class of 32: the second command is after the block's size.
   const uint32_t inner = scene.AddBuffer(64);
   const uint32_t small = scene.AddBuffer(20);
   scene.SetWord(scene.IDOf(small), 0, 16);
@@ -212,8 +212,8 @@ TEST_F(MatrixFlowInterpreterTest, AHeaderBeyondTheBlockReadsWhatFollows) {
   EXPECT_EQ(3u, scene.Reader(inner).LimitCount());
 }
 
-// Products ask for memory of commands further on. A header that promises more than the block holds
-// must not make them read there; large blocks are watched by the sanitizer.
+// Products prefetch operands of later commands. A header beyond the block's end must not make them
+// read there; the sanitizer checks large blocks.
 TEST_F(MatrixFlowInterpreterTest, ProductsNearTheEndOfABlockReadNothingBehindIt) {
   constexpr uint32_t kProducts = 30;
   constexpr uint32_t kBytes = 4 + 28 * kProducts + 4;
@@ -236,8 +236,8 @@ TEST_F(MatrixFlowInterpreterTest, ProductsNearTheEndOfABlockReadNothingBehindIt)
   }
 }
 
-// The block that a place of operands had last is remembered, hence: same block, another, one that
-// there is not, and that of the stream itself.
+// The block of each operand position is cached, hence: same block, another, an unknown one, and
+// that of the stream itself.
 TEST_F(MatrixFlowInterpreterTest, EachReferenceCountsWhateverBlockItsPlaceHadBefore) {
   const uint32_t a = scene.AddFloats({1, 2, 3, 4});
   const uint32_t b = scene.AddFloats({10, 20});
@@ -251,7 +251,7 @@ TEST_F(MatrixFlowInterpreterTest, EachReferenceCountsWhateverBlockItsPlaceHadBef
   EXPECT_THAT(scene.Floats(b, 0, 2), ElementsAre(22, 20));
   EXPECT_EQ(33.0f, scene.Float(own, 500));
 
-  // `b` is smaller than what stood in its place.
+  // `b` is smaller than the block cached there.
   EXPECT_EQ(4, Run({1000, a, 0, a, 12, 1000, a, 4, b, 8}));
   EXPECT_THAT(scene.Floats(a, 0, 4), ElementsAre(33, 2, 11, 33));
   EXPECT_EQ(4, Run({1000, a, 0, a, 4, 1000, kNoBlock, 0, a, 4}));
@@ -337,7 +337,7 @@ TEST_F(MatrixFlowInterpreterTest, ALineIsTwoWrites) {
   EXPECT_THAT(writes(),
               ElementsAre("[NQ_WARN][MatrixFlow]: ", "Command buffer invalid, handler: 36864\n"));
   scene.Write(buffer, {1});
-  // Where nothing is buffered, a compiler may let the line feed of a plain text come by itself.
+  // Without buffering, a compiler may write the line feed of a plain text separately.
   const std::vector<std::string> overflow = writes();
   ASSERT_LE(2u, overflow.size());
   EXPECT_EQ("[NQ_WARN][MatrixFlow]: ", overflow[0]);
@@ -375,8 +375,7 @@ TEST_F(MatrixFlowInterpreterTest, AValueMayEndWhereItsBlockEndsAndNotOneByteBeyo
       std::vector<uint32_t> words = {static_cast<uint32_t>(command.type)};
       uint32_t ids[3];
       for (uint32_t i = 0; i < count; ++i) {
-        // 8 more than the value: the one that is looked at ends at the block's end, the others
-        // well within.
+        // 8 more than the value: the tested one ends at the block's end, the others well within.
         ids[i] = scene.AddBlock(command.bytes + 8);
         for (uint32_t at = 0; at < command.bytes + 8; at += 4) {
           scene.SetFloat(ids[i], at, 1.5f);
@@ -439,12 +438,12 @@ TEST_F(MatrixFlowInterpreterTest, OffsetsNeedNoAlignment) {
 }
 
 TEST_F(MatrixFlowInterpreterTest, TheEndOfAReferenceWrapsAs32Bits) {
-  // The result is checked and, the divisor being refused, never reached.
+  // The result is checked but, the divisor being rejected, not written.
   const uint32_t block = scene.AddFloats({1, 0});
   EXPECT_EQ(5, Run({1004, block, 0, block, 4, block, 0xFFFFFFFCu})) << "ends at 0";
   EXPECT_EQ(5, Run({1004, block, 0, block, 4, block, 0xFFFFFFFFu})) << "ends at 3";
   EXPECT_EQ(4, Run({1004, block, 0, block, 4, block, 0xFFFFFFFBu})) << "ends at 0xFFFFFFFF";
-  // A first reference that passes lets the second be read: the position tells.
+  // If the first reference passes, the second is read: the position shows it.
   EXPECT_EQ(4, Run({1000, block, 0xFFFFFFFCu, kNoBlock, 0}));
   EXPECT_EQ(kFirstCommand + 4 + 16, Position());
   EXPECT_EQ(4, Run({6001, block, 0xFFFFFFC0u, kNoBlock, 0, kNoBlock, 0}));
@@ -590,7 +589,7 @@ TEST_F(MatrixFlowInterpreterTest, ACallOfItselfThatIsOverwrittenAheadOfItNeverHa
 }
 
 TEST_F(MatrixFlowInterpreterTest, ABufferThatCallsItselfSharesItsReaderWithTheRunInside) {
-  //  4: call of a helper, which chooses the next callee: first this buffer, then an empty one
+  // call of a helper, which chooses the next callee: first this buffer, then an empty one
   // 12: call of that
   // 20: block[0] = block[0] + block[1]
   const uint32_t own = scene.IDOf(buffer);
@@ -602,7 +601,7 @@ TEST_F(MatrixFlowInterpreterTest, ABufferThatCallsItselfSharesItsReaderWithTheRu
   scene.SetWord(callees, 4, empty);
   scene.Write(helper, {1000, own, 16, callees, 0, 1000, callees, 0, callees, 4});
   EXPECT_EQ(0, Run({1, helper, 1, 0, 1001, block, 0, block, 4, block, 0}));
-  // The run inside goes to the end; the run outside, at the same position, finds nothing left.
+  // The nested run reaches the end; the outer run, at the same position, finds nothing left.
   EXPECT_EQ(1.0f, scene.Float(block, 0));
   EXPECT_EQ(48u, Position());
   EXPECT_EQ(2u, scene.Reader(buffer).LimitCount());
@@ -631,7 +630,7 @@ TEST_F(MatrixFlowInterpreterTest, ARunOutsideGoesOnWithTheLimitOfTheRunInside) {
   EXPECT_EQ(2u, scene.Reader(buffer).LimitCount());
 }
 
-// Nothing stops it but the end of the stack, which is made near.
+// Only the end of the stack stops it, which is made small.
 TEST(MatrixFlowInterpreterDeathTest, ABufferThatCallsItselfForeverEndsTheProcess) {
   MatrixFlowScene scene;
   const uint32_t buffer = scene.AddBuffer(16);
@@ -913,7 +912,7 @@ TEST_F(MatrixFlowInterpreterTest, TheLengthOfABulkCopyWrapsAs32Bits) {
   EXPECT_EQ(0, Run({9000, 0x40000001u, to, 4, from, 8})) << "4 bytes";
   EXPECT_EQ(Bytes(from, 8, 4), Bytes(to, 4, 4));
   EXPECT_EQ(scene.Byte(to, 8), before[8]);
-  // 0xFFFFFFFC bytes at 4 end at 0; the second reference is then read, as the position tells.
+  // 0xFFFFFFFC bytes at 4 end at 0; the second reference is then read, as the position shows.
   EXPECT_EQ(4, Run({9000, 0x3FFFFFFFu, to, 4, kNoBlock, 0}));
   EXPECT_EQ(kFirstCommand + 24, Position());
   EXPECT_EQ(4, Run({9000, 0x3FFFFFFFu, to, 0, kNoBlock, 0}));
@@ -964,7 +963,7 @@ TEST_F(MatrixFlowInterpreterTest, SumsOfProductsAreTakenFromLeftToRight) {
 }
 
 TEST_F(MatrixFlowInterpreterTest, MatricesOf4MultiplyByColumns) {
-  // Column-major: A moves by (1, 2, 3), B doubles, so that A B doubles first.
+  // Column-major: A translates by (1, 2, 3), B doubles, so that A B doubles first.
   const uint32_t a = scene.AddFloats({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 1, 2, 3, 1});
   const uint32_t b = scene.AddFloats({2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 2, 0, 10, 20, 30, 1});
   const uint32_t r = scene.AddBlock(64);
@@ -981,7 +980,7 @@ TEST_F(MatrixFlowInterpreterTest, AProductMayReplaceOrOverlapEitherInput) {
   for (int i = 0; i < 16; ++i) {
     values.push_back(static_cast<float>(i + 1));
   }
-  // The square of 1 to 16 by columns, worked out by hand.
+  // The square of 1 to 16 by columns, computed by hand.
   const float square[] = {90,  100, 110, 120, 202, 228, 254, 280,
                           314, 356, 398, 440, 426, 484, 542, 600};
   const uint32_t a = scene.AddFloats(values);
@@ -1012,7 +1011,7 @@ TEST_F(MatrixFlowInterpreterTest, AnInversionLeavesACopyAndTakesTheSourceFirst) 
   EXPECT_EQ(0, Run({6004, from, 0, to, 0}));
   EXPECT_THAT(scene.Floats(to, 0, 16), ElementsAreArray(values));
   EXPECT_THAT(scene.Floats(from, 0, 16), ElementsAreArray(values));
-  // A singular matrix, and one of not-a-numbers, byte by byte.
+  // A singular matrix, and one of NaNs, byte by byte.
   const uint32_t zeros = scene.AddBlock(64);
   EXPECT_EQ(0, Run({6004, zeros, 0, to, 0}));
   EXPECT_THAT(scene.Floats(to, 0, 16), testing::Each(0.0f));

@@ -1,4 +1,4 @@
-// How a game is made up.
+// Generation of random runs.
 #include "tests/native/Engine/MatrixFlow/MatrixFlowPlay.h"
 
 #include <limits>
@@ -7,7 +7,7 @@ namespace nq::engine {
 
 namespace {
 
-// Bit patterns of numbers that are worth a try: ordinary, at the edges, and none.
+// Bit patterns of interesting numbers: ordinary, at the limits, and NaN.
 const std::vector<uint32_t> kNumbers = {
     0x00000000, 0x80000000, 0x3F800000, 0xBF800000, 0x40000000, 0x3F000000, 0x40490FDB, 0xC2F60000,
     0x00800000, 0x007FFFFF, 0x00000001, 0x80800000, 0x7F7FFFFF, 0xFF7FFFFF, 0x7F800000, 0xFF800000,
@@ -59,7 +59,7 @@ class Game {
         Scribble(choices->Chance(50) ? choices->Of(blocks) : scene.IDOf(buffer));
         return Run(buffer);
       case 11:
-        // Cuts the stream, or goes beyond what was written.
+        // Truncates the stream, or extends it beyond what was written.
         scene.SetWord(scene.IDOf(buffer), 0, choices->Below(Size(scene.IDOf(buffer)) + 4));
         return Run(buffer);
       case 12:
@@ -123,7 +123,7 @@ class Game {
     return found == scene.Reference().blocks.end() ? 0 : found->second.size;
   }
 
-  // Numbers, or words that would do in a stream.
+  // Numbers, or words that are valid in a stream.
   uint32_t AnyWord() {
     switch (choices->Below(8)) {
       case 0:
@@ -163,7 +163,7 @@ class Game {
                                   8999, 9001, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, 0xFFFFFC18});
   }
 
-  // A handle that is likely one of a buffer that is there.
+  // Usually a handle of an existing buffer.
   uint32_t AnyHandle(uint32_t likely, uint32_t percentOdd) {
     if (!choices->Chance(percentOdd)) {
       return likely + (choices->Chance(10) ? choices->Below(4096) : 0);
@@ -175,7 +175,8 @@ class Game {
     return choices->Chance(80) ? choices->Of(blocks) : scene.IDOf(choices->Of(buffers));
   }
 
-  // Two words. Mostly a place where `bytes` fit; also odd, at the very end, and just beyond.
+  // Two words. Mostly a position where `bytes` fit; also unaligned, at the very end, and just
+  // beyond.
   void AppendReference(std::vector<uint32_t>* words, uint32_t proves, uint32_t bytes) {
     uint32_t memoryID = AnyBlock();
     for (int i = 0; i < 3 && Size(memoryID) < bytes; ++i) {
@@ -213,7 +214,7 @@ class Game {
     words->push_back(offset);
   }
 
-  // Now and then the last reference is one of the others, or near it.
+  // Sometimes the last reference equals one of the others, or overlaps it.
   void MayOverlap(std::vector<uint32_t>* words) {
     if (choices->Chance(25)) {
       const size_t size = words->size();

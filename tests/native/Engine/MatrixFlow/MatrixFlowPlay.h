@@ -1,4 +1,4 @@
-// Random command buffers and what may be done with them, for tests and for fuzzing.
+// Random command buffers and operations on them, for tests and for fuzzing.
 #ifndef NQ_TESTS_NATIVE_ENGINE_MATRIXFLOW_MATRIXFLOWPLAY_H_
 #define NQ_TESTS_NATIVE_ENGINE_MATRIXFLOW_MATRIXFLOWPLAY_H_
 
@@ -13,7 +13,7 @@
 
 namespace nq::engine {
 
-// A source of decisions: a generator, or bytes, which give zeros when they are used up. A decision
+// A source of decisions: a generator, or bytes, followed by zeros when they are used up. A decision
 // between at most 256 takes one byte, any other four.
 class Choices {
  public:
@@ -28,7 +28,7 @@ class Choices {
     return values[Below(static_cast<uint32_t>(values.size()))];
   }
 
-  // The bytes that give the same decisions again.
+  // The bytes that reproduce the same decisions.
   const std::vector<uint8_t>& Made() const { return made; }
 
  private:
@@ -41,7 +41,7 @@ class Choices {
   std::vector<uint8_t> made;
 };
 
-// What came of all games of a play so far.
+// Statistics of all runs so far.
 struct PlayTally {
   uint32_t runs = 0;
   uint32_t undefined = 0;  // games that ended at a run without a defined result
@@ -54,8 +54,9 @@ struct PlayTally {
   uint32_t resizes = 0;
 };
 
-// One game: some blocks and buffers with random content, then a few runs with changes in between.
-// Returns the first difference between the engine and the reference, or nothing.
+// One random run: some blocks and buffers with random content, then a few executions with changes
+// in between. Returns the first difference between the engine and the reference, or an empty
+// string.
 std::string PlayMatrixFlow(Choices* choices, PlayTally* tally);
 
 }  // namespace nq::engine

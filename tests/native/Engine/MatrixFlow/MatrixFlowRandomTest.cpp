@@ -21,7 +21,7 @@ TEST(MatrixFlowRandomTest, RandomGamesGiveTheSameOnBothSides) {
     Choices choices(seed);
     ASSERT_EQ("", PlayMatrixFlow(&choices, &tally)) << "seed " << seed;
   }
-  // The games must be worth something: every command and every end, and what is odd, often.
+  // Coverage: every command, every result code, and the special cases must be frequent.
   EXPECT_LT(2 * games, tally.runs);
   EXPECT_LT(tally.undefined, games / 2);
   for (const ReferenceCommand& command : kReferenceCommands) {
@@ -38,7 +38,7 @@ TEST(MatrixFlowRandomTest, RandomGamesGiveTheSameOnBothSides) {
 }
 
 TEST(MatrixFlowRandomTest, ADifferenceIsNoticed) {
-  // What the comparison is worth: the engine's memory changes behind the scene's back.
+  // Guards the comparison: the engine's memory changes without the reference's.
   MatrixFlowScene scene;
   const uint32_t block = scene.AddBlock(13);
   const uint32_t buffer = scene.AddBuffer(64);
@@ -64,8 +64,8 @@ TEST(MatrixFlowRandomTest, TheSameBytesGiveTheSameGame) {
   }
 }
 
-// The corpus of the fuzzer, and mutations of it, where there is no fuzzer. The path is one from the
-// root, where the suites run.
+// The fuzzer's corpus, and mutations of it, for compilers without a fuzzer. The path is relative to
+// the root, where the suites run.
 TEST(MatrixFlowRandomTest, TheCorpusAndMutationsOfItGiveTheSameOnBothSides) {
   std::vector<std::filesystem::path> files;
   for (const auto& entry : std::filesystem::directory_iterator("tests/fuzz/corpus/matrixflow")) {
@@ -83,7 +83,7 @@ TEST(MatrixFlowRandomTest, TheCorpusAndMutationsOfItGiveTheSameOnBothSides) {
     ASSERT_FALSE(original.empty()) << path;
     for (int mutation = 0; mutation <= mutations; ++mutation) {
       std::vector<uint8_t> bytes = original;
-      // The first one is the file as it is.
+      // The first one is the unchanged file.
       for (int change = mutation == 0 ? 0 : 1 + mutation % 8; change > 0; --change) {
         const size_t at = random() % bytes.size();
         const uint8_t value = static_cast<uint8_t>(random() >> 24);

@@ -1,4 +1,4 @@
-// The verbs of tests of command buffers, and the comparison.
+// The operations of MatrixFlow scenes, and the comparison.
 #include "tests/native/Engine/MatrixFlow/MatrixFlowScene.h"
 
 #include <algorithm>
@@ -14,8 +14,7 @@ namespace nq::engine {
 
 namespace {
 
-// Access to the table of a system, for the readers in it: an explicit instantiation may name what
-// is private.
+// Access to a system's table, for its readers: an explicit instantiation may name private members.
 using BufferTable = HandlerAllocator<MatrixFlowCommandBuffer>;
 BufferTable& TableOf(MatrixFlowSystem* system);
 
@@ -25,7 +24,7 @@ struct TableAccess {
 };
 template struct TableAccess<&MatrixFlowSystem::commandBuffers>;
 
-// While it lives, what is printed goes to a string.
+// Captures printed text while it exists.
 class PrintedText {
  public:
   PrintedText() : before(stdout) {
@@ -178,7 +177,7 @@ void MatrixFlowScene::SetByte(uint32_t memoryID, uint32_t offset, uint8_t value)
     Complain("the test writes beyond a block");
     return;
   }
-  // The other bytes of a not-a-number that loses one are as uncertain as they were.
+  // If a NaN loses a byte, its other bytes stay uncertain.
   blocks[memoryID].bytes[offset] = value;
   twin.bytes[offset] = value;
   twin.marks[offset] = 0;

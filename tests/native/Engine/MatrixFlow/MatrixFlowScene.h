@@ -1,4 +1,4 @@
-// An engine and the reference side by side, for tests of command buffers.
+// An engine and the reference, for tests of command buffers.
 #ifndef NQ_TESTS_NATIVE_ENGINE_MATRIXFLOW_MATRIXFLOWSCENE_H_
 #define NQ_TESTS_NATIVE_ENGINE_MATRIXFLOW_MATRIXFLOWSCENE_H_
 
@@ -14,10 +14,10 @@
 
 namespace nq::engine {
 
-// One engine and one reference, which get the same blocks and streams and are compared after every
-// run: result, printed text, all memory, positions and limits of all readers. Blocks are named by
-// memoryID, buffers by handle. What is left is released at the end. Uses nothing of a test
-// framework.
+// One engine and one reference, which receive the same blocks and streams and are compared after
+// every run: result, printed text, all memory, positions and limits of all readers. Blocks are
+// named by memoryID, buffers by handle. Everything is released at the end. Does not depend on a
+// test framework.
 class MatrixFlowScene {
  public:
   MatrixFlowScene();
@@ -29,7 +29,7 @@ class MatrixFlowScene {
   EngineCore* Core() { return core; }
   ReferenceMatrixFlow& Reference() { return reference; }
 
-  // A zeroed block. What the allocator sets aside behind its size is filled with kSlack.
+  // A zeroed block. The allocator's slack after its size is filled with kSlack.
   static constexpr uint8_t kSlack = 0x5C;
   uint32_t AddBlock(uint32_t size);
   uint32_t AddFloats(const std::vector<float>& values);
@@ -43,7 +43,7 @@ class MatrixFlowScene {
   uint32_t IDOf(uint32_t handle) { return reference.buffers[handle].memoryID; }
   const StreamReader& Reader(uint32_t handle);
 
-  // Replaces a buffer's stream: the header word, and the words behind it.
+  // Replaces a buffer's stream: the header word, and the words after it.
   void Write(uint32_t handle, const std::vector<uint32_t>& words);
 
   // Reads and writes of both sides' memory; reads are of the engine's.
@@ -55,14 +55,14 @@ class MatrixFlowScene {
   float Float(uint32_t memoryID, uint32_t offset);
   std::vector<float> Floats(uint32_t memoryID, uint32_t offset, uint32_t count);
 
-  // Runs a buffer on both sides. False, with the engine untouched, if the reference says that the
-  // run has no defined result; the scene is of no use then.
+  // Runs a buffer on both sides. False, with the engine unchanged, if the reference finds that the
+  // run has no defined result; the scene is unusable then.
   bool Execute(uint32_t handle, int32_t* code);
 
   // What the engine printed in the last run.
   const std::string& Log() const { return log; }
 
-  // The first difference between the two sides, in words; empty if there was none.
+  // A description of the first difference between the two sides; empty if there was none.
   const std::string& Problem() const { return problem; }
 
  private:

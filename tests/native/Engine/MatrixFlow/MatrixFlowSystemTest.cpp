@@ -1,4 +1,4 @@
-// Life of command buffers: handles, blocks, resizing, release.
+// Command buffers: handles, blocks, resizing, release.
 #include "Engine/MatrixFlow/MatrixFlowSystem.h"
 
 #include <gtest/gtest.h>
@@ -54,8 +54,8 @@ TEST_F(MatrixFlowSystemTest, ABufferOfSize0IsNothingAndUsesNoHandle) {
   EXPECT_EQ(0x1000u, scene.AddBuffer(16));
 }
 
-// The last release through a view takes the number of the first block out of the index, which then
-// names nothing: nor does it in a stream that the first block holds itself.
+// The last release through a view removes the first block's ID from the index. It then names
+// nothing, not even in a stream in that block.
 TEST_F(MatrixFlowSystemTest, ANumberThatHasLeftTheIndexGives4ToTheBufferThatItNamed) {
   EngineCore* core = scene.Core();
   EngineRuntime* runtime = scene.Runtime();
@@ -131,7 +131,7 @@ TEST_F(MatrixFlowSystemTest, ABufferThatGrowsMovesWithItsContent) {
   EXPECT_EQ(0, Execute(buffer));
   EXPECT_EQ(0, Execute(buffer));
   const uint32_t oldID = scene.IDOf(buffer);
-  // The scene compares the whole content: the old bytes, and zeros behind them.
+  // The scene compares the whole content: the old bytes, and zeros after them.
   const NativeValueInfo info = scene.Resize(buffer, 800);
   EXPECT_EQ(buffer, info.handle);
   EXPECT_EQ(800u, info.size);
@@ -221,7 +221,8 @@ TEST_F(MatrixFlowSystemTest, EachBufferHoldsAReferenceOnTheCore) {
   const NativeValueInfo small = core->CreateCommandBuffer(64);
   const NativeValueInfo large = core->CreateCommandBuffer(5000);
   core->DropReference();
-  // The core lives on, and goes with the last buffer: a leak checker sees it if it does not.
+  // The core lives on, and is destroyed with the last buffer: otherwise the leak checker reports
+  // it.
   EXPECT_EQ(0, core->ExecuteCommandBuffer(small.handle));
   core->ReleaseCommandBuffer(small.handle);
   EXPECT_EQ(0, core->ExecuteCommandBuffer(large.handle));

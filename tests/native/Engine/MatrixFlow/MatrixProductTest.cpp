@@ -24,8 +24,7 @@ void PrintTo(const Product& product, std::ostream* out) {
   *out << product.name;
 }
 
-// The products that the interpreter may choose on this processor: one without wide vectors never
-// runs the second.
+// The products that the interpreter may choose on this CPU: one without AVX never runs the second.
 std::vector<Product> ProductsInUse() {
   std::vector<Product> products = {Product{"ByColumns", MultiplyByColumns}};
   if (HasWideVectors()) {
@@ -104,14 +103,14 @@ TEST_P(MatrixProductTest, KeepsNumbersThatAreNone) {
   float out[16];
   GetParam().multiply(reinterpret_cast<const uint8_t*>(left),
                       reinterpret_cast<const uint8_t*>(right), reinterpret_cast<uint8_t*>(out));
-  // Row 1 takes in element (1, 1), and column 1 infinity times 0; nothing else does.
+  // Row 1 includes element (1, 1), and column 1 infinity times 0; no other does.
   for (int i = 0; i < 16; ++i) {
     EXPECT_EQ(std::isnan(out[i]), i % 4 == 1 || i / 4 == 1) << i;
   }
 }
 
-// Elements that one NaN reaches keep its payload. Where different ones meet, which payload is left
-// depends on the instructions, and so on the product.
+// Elements with a single NaN operand keep its payload. If different NaNs meet, the resulting
+// payload depends on the instructions, and so on the product.
 TEST_P(MatrixProductTest, KeepsThePayloadOfANaNUnlessDifferentOnesMeet) {
   constexpr uint32_t kQuietNaN = 0x7FC00000;
   std::mt19937 random(1);

@@ -1,4 +1,4 @@
-// Command buffers by maps, vectors and loops.
+// A reference implementation of command buffers by maps, vectors and loops.
 #include "tests/native/Engine/MatrixFlow/ReferenceMatrixFlow.h"
 
 #include <cmath>
@@ -270,7 +270,7 @@ bool ReferenceMatrixFlow::HasRoom(const Place& place, uint32_t bytes) {
   return true;
 }
 
-// By way of a copy, so that the two places may overlap.
+// Through a copy, so that the two ranges may overlap.
 void ReferenceMatrixFlow::CopyWhole(const Place& from, const Place& to, uint32_t bytes) {
   if (!HasRoom(from, bytes) || !HasRoom(to, bytes)) {
     return;
@@ -285,7 +285,7 @@ void ReferenceMatrixFlow::CopyWhole(const Place& from, const Place& to, uint32_t
   selfWrites += to.memoryID == buffers[running.back()].memoryID ? 1 : 0;
 }
 
-// Onto an overlapping place it has no defined result.
+// Has no defined result if the ranges overlap.
 void ReferenceMatrixFlow::Copy(const Place& from, const Place& to, uint32_t bytes) {
   const uint32_t distance =
       from.offset < to.offset ? to.offset - from.offset : from.offset - to.offset;

@@ -1,4 +1,5 @@
-// Command buffers once more, a byte and a number at a time, to compare the engine with.
+// A reference implementation of command buffers, one byte and one number at a time, to compare the
+// engine with.
 #ifndef NQ_TESTS_NATIVE_ENGINE_MATRIXFLOW_REFERENCEMATRIXFLOW_H_
 #define NQ_TESTS_NATIVE_ENGINE_MATRIXFLOW_REFERENCEMATRIXFLOW_H_
 
@@ -9,14 +10,14 @@
 
 namespace nq::engine {
 
-// Bytes that the allocator sets aside for a block of `size` bytes.
+// Bytes that the allocator reserves for a block of `size` bytes.
 uint32_t ReferenceRoom(uint32_t size);
 
-// Payloads of not-a-numbers differ by compiler, so each byte carries a mark that says whether it is
-// certain: 0 if so, 1 to 4 for the bytes of one not-a-number, 5 if nothing is known of it.
+// Payloads of NaNs differ by compiler, so each byte has a mark for whether it is certain: 0 if so,
+// 1 to 4 for the bytes of one NaN, 5 if nothing is known.
 struct ReferenceBlock {
   uint32_t size = 0;
-  std::vector<uint8_t> bytes;  // as many as there is room for
+  std::vector<uint8_t> bytes;  // including the slack
   std::vector<uint8_t> marks;
 };
 
@@ -33,7 +34,7 @@ struct ReferenceNumber {
   float value = 0;
 };
 
-// One command: what it is, what each reference proves, how many bytes its values have.
+// One command: its operation, the bytes that each reference checks, the bytes of its values.
 struct ReferenceCommand {
   int32_t type;
   char operation;  // c copy, i inversion, + - * /, d checked division, m matrix, b bulk, @ call
@@ -46,20 +47,20 @@ extern const ReferenceCommand kReferenceCommands[kReferenceCommandCount];
 
 class ReferenceMatrixFlow {
  public:
-  // Runs a buffer. False if it did what has no defined result: an access beyond a block's room, a
-  // copy onto an overlapping place, too many calls within calls, or a step that hangs on the
-  // payload of a not-a-number. Memory is of no use then.
+  // Runs a buffer. False if the result is undefined: an access beyond a block's reserved bytes, a
+  // copy to an overlapping range, too many nested calls, or a step that depends on the payload of a
+  // NaN. Memory is meaningless then.
   bool Execute(uint32_t handle, int32_t* code);
 
   std::map<uint32_t, ReferenceBlock> blocks;    // by memoryID
   std::map<uint32_t, ReferenceBuffer> buffers;  // by key
   std::string log;                              // what was printed since it was last cleared
 
-  // What happened so far, for tests that ask whether their streams are worth anything.
+  // Statistics, for tests that check their coverage.
   std::map<int32_t, uint32_t> performed;  // commands by type
-  uint32_t selfWrites = 0;                // commands that wrote to the stream that holds them
-  uint32_t slackWrites = 0;               // commands that wrote behind their block's size
-  uint32_t reentries = 0;                 // calls of a buffer that was running
+  uint32_t selfWrites = 0;                // commands that wrote to their own stream
+  uint32_t slackWrites = 0;               // commands that wrote after their block's size
+  uint32_t reentries = 0;                 // calls of a buffer that was already running
   uint32_t wraps = 0;                     // references whose offset and length wrapped and passed
 
  private:
