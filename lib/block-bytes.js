@@ -1,23 +1,23 @@
 'use strict';
-// Where the bytes of a block are. All views and writers reach blocks through here, so that a block may be an
-// ArrayBuffer of its own, as native code makes them, or a part of a larger memory that holds many.
+// Access to the bytes of a block. All views and writers get blocks through here, so that a block may be an
+// ArrayBuffer of its own, as native code creates them, or a range of a larger buffer that holds many.
 const { isArrayBuffer, isObject, show } = require('./value-checks');
 
 const kWordBytes = 4;
 
 /**
- * Bytes of a memory. Every typed array is such an object.
+ * A range of a buffer. Every typed array is such an object.
  * @typedef {Object} BlockBytes
- * @property {ArrayBuffer} buffer the memory
- * @property {number} byteOffset where the block starts in it
- * @property {number} byteLength bytes of the block
+ * @property {ArrayBuffer} buffer the whole buffer
+ * @property {number} byteOffset start of the block in it
+ * @property {number} byteLength size of the block
  */
 
 /**
  * The bytes of a block.
  * @param {string} label for messages
- * @param {*} block an ArrayBuffer, or bytes of a larger one that start at a multiple of 4
- * @returns {?BlockBytes} null for what is neither
+ * @param {*} block an ArrayBuffer, or a range of a larger one that starts at a multiple of 4
+ * @returns {?BlockBytes} null for any other value
  */
 function bytesOf(label, block) {
   if (isArrayBuffer(block)) {
@@ -35,18 +35,18 @@ function bytesOf(label, block) {
     return null;
   }
   if (byteOffset >>> 0 !== byteOffset || byteOffset % kWordBytes !== 0) {
-    const found = `its block starts at byte ${show(byteOffset)} of a memory`;
+    const found = `its block starts at byte ${show(byteOffset)} of a buffer`;
     throw new RangeError(`${label}: ${found}: give one that starts at a multiple of 4.`);
   }
   if (byteLength >>> 0 !== byteLength || byteOffset + byteLength > buffer.byteLength) {
-    const found = `its block of ${show(byteLength)} bytes starts at byte ${byteOffset} of a memory`;
-    throw new RangeError(`${label}: ${found} of ${buffer.byteLength}: give one that lies in it.`);
+    const found = `its block of ${show(byteLength)} bytes starts at byte ${byteOffset} of a buffer`;
+    throw new RangeError(`${label}: ${found} of ${buffer.byteLength}: give one within it.`);
   }
   return bytes;
 }
 
 /**
- * A block as words; what is left of its last one is not among them.
+ * A block as words, without an incomplete last one.
  * @param {BlockBytes} bytes
  * @returns {Uint32Array}
  */

@@ -1,12 +1,11 @@
 'use strict';
-// Writers over the buffers that script fills for native code: entity commands, the list of dirty
-// entities, and streams of MatrixFlow commands. All words are 32 bits, little-endian. Each buffer
-// begins with a word that says how much follows; it is all that a writer keeps of its position, so
-// what native code does to it (a refresh empties the entity commands, and leaves entries of its own in
-// the list) is seen, and several writers over one buffer do no harm.
+// Writers over the buffers that JavaScript fills for native code: entity commands, the list of dirty entities, and
+// streams of MatrixFlow commands. All words are 32 bits, little-endian. Each buffer begins with a word that holds the
+// count or length. It is a writer's only position, so writers see what native code does to it (a refresh empties the
+// entity commands, and leaves its own entries in the list), and one buffer may have several writers.
 //
-// A call writes its whole command or, where that does not fit or an argument is wrong, throws and
-// writes nothing. Nothing is allocated per call. Methods of single commands stand in command-methods.js.
+// A call writes its whole command or, if it does not fit or an argument is invalid, throws and writes nothing.
+// Nothing is allocated per call. Methods of single commands are in command-methods.js.
 const { EntityCommandWriterBase, MatrixFlowWriterBase } = require('./command-methods');
 const { entityCommands, matrixFlowCommands, matrixFlowResults } = require('./layout');
 const { copyNames, failOperands, streamWords } = require('./stream-writer');
@@ -40,53 +39,53 @@ const {
 
 const kWordBytes = 4;
 
-/** Most words that a bulk copy can move: beyond it, its count of bytes wraps. */
+/** Most words that a bulk copy can move: for more, the byte count overflows. */
 const kLargestBulk = 0x3fffffff;
 
 /**
- * Writes structural changes into {@link Engine.entityCommands}; the next {@link Engine.refreshWorldTransform} carries
- * them out in their order and empties the stream. 49,152 bytes:
+ * Writes structural changes into {@link Engine.entityCommands}; the next {@link Engine.refreshWorldTransform}
+ * executes them in order and empties the stream. 49,152 bytes:
  *
  * | Offset | Type | |
  * |---|---|---|
  * | 0 | u32 | L, bytes of commands; at most 49,148 |
  * | 4 | L bytes | commands: a number and its operands, u32 each |
  *
- * Methods return the offset of their command in the buffer, in bytes. They throw a TypeError for what is no number,
- * and a RangeError for what is no 32-bit handle and where the command does not fit. Whether handles name something is
- * not looked at: native code passes over commands with unknown ones.
+ * Methods return the byte offset of their command in the buffer. They throw a TypeError for an argument that is not a
+ * number, and a RangeError for an invalid 32-bit handle or a command that does not fit. They don't check that handles
+ * exist: native code skips commands with unknown ones.
  */
 class EntityCommandWriter extends EntityCommandWriterBase {
-  /** @param {Pick<Engine, 'entityCommands'>} engine is kept alive by the writer */
+  /** @param {Pick<Engine, 'entityCommands'>} engine kept alive by the writer */
   constructor(engine) {
     const label = 'EntityCommandWriter';
     const words = streamWords(label, engine, 'entityCommands', 'give an engine');
-    super(label, engine, words, 'call refreshWorldTransform, which empties it, and go on');
+    super(label, engine, words, 'call refreshWorldTransform, which empties it, and continue');
   }
 
-  /** Drops all commands that have not been carried out. */
+  /** Drops all pending commands. */
   clear() {
     this._words[0] = 0;
   }
 }
 
 /**
- * Writes {@link Engine.dirtyEntities}, the handles of entities whose records script has changed. 49,152 bytes:
+ * Writes {@link Engine.dirtyEntities}, the handles of entities whose records JavaScript has changed. 49,152 bytes:
  *
  * | Offset | Type | |
  * |---|---|---|
  * | 0 | u32 | N, number of entries; at most 12,287 |
  * | 4 i, i from 1 to N | u32 | a handle; duplicates are allowed |
  *
- * What native code has left in the list stays there for the next refresh: append, and clear only to
- * take back what was listed. Methods throw a TypeError for what is no number, and a RangeError for what is no 32-bit
- * handle and where entries do not fit.
+ * Entries of native code stay in the list for the next refresh: append, and clear only to discard the list. Methods
+ * throw a TypeError for an argument that is not a number, and a RangeError for an invalid 32-bit handle or entries
+ * that do not fit.
  */
 class DirtyListWriter {
-  /** @param {Pick<Engine, 'dirtyEntities'>} engine is kept alive by the writer */
+  /** @param {Pick<Engine, 'dirtyEntities'>} engine kept alive by the writer */
   constructor(engine) {
     /**
-     * What the buffer came with; kept alive by the writer.
+     * The object that owns the buffer; kept alive by the writer.
      * @type {Pick<Engine, 'dirtyEntities'>}
      * @readonly
      */
@@ -95,7 +94,7 @@ class DirtyListWriter {
   }
 
   /**
-   * Entries in the list.
+   * Number of entries in the list.
    * @type {number}
    */
   get count() {
@@ -103,7 +102,7 @@ class DirtyListWriter {
   }
 
   /**
-   * Entries that still fit.
+   * Number of entries that still fit.
    * @type {number}
    */
   get room() {
@@ -111,7 +110,7 @@ class DirtyListWriter {
   }
 
   /**
-   * Lists one entity.
+   * Appends one entity.
    * @param {HandleLike<EntityHandle>} handle
    */
   append(handle) {
@@ -128,7 +127,7 @@ class DirtyListWriter {
   }
 
   /**
-   * Lists entities, all or, where they do not fit, none.
+   * Appends entities: all, or none if they do not fit.
    * @param {HandleArray<EntityHandle>} handles
    */
   appendAll(handles) {
@@ -144,9 +143,9 @@ class DirtyListWriter {
   }
 
   /**
-   * Lists the entities of a batch, or a part of it: handles that count up by one.
-   * @param {HandleLike<EntityHandle>} first handle of the first of them
-   * @param {number} added how many
+   * Appends consecutive handles: the entities of a batch, or a range of it.
+   * @param {HandleLike<EntityHandle>} first first handle
+   * @param {number} added number of handles
    */
   appendRange(first, added) {
     const label = 'DirtyListWriter.appendRange';
@@ -162,7 +161,7 @@ class DirtyListWriter {
       this._failRoom('appendRange', added);
     }
     if (first + added > kLargestU32 + 1) {
-      const trouble = `${added} handles from ${first} go on behind the last one, ${kLargestU32}`;
+      const trouble = `${added} handles from ${first} go beyond the largest one, ${kLargestU32}`;
       throw new RangeError(`${label}: ${trouble}: give the first handle of a batch and its count.`);
     }
     for (let i = 0; i < added; ++i) {
@@ -180,21 +179,21 @@ class DirtyListWriter {
     const capacity = this._words.length - 1;
     const label = `DirtyListWriter.${name}`;
     if (this.count > capacity) {
-      const trouble = `the first word is ${this.count}, no count of at most ${capacity} entries`;
+      const trouble = `the first word is ${this.count}, not a count of at most ${capacity} entries`;
       throw new RangeError(`${label}: ${trouble}: clear it.`);
     }
     const room = `the list has room for ${this.room} of its ${capacity}`;
-    const cure = 'call refreshWorldTransform, which empties it, and go on';
+    const cure = 'call refreshWorldTransform, which empties it, and continue';
     throw new RangeError(`${label}: ${added} entries do not fit, ${room}: ${cure}.`);
   }
 }
 
 /**
- * How a {@link MatrixFlowWriter} checks.
+ * Checks of a {@link MatrixFlowWriter}.
  * @readonly
  * @typedef {Object} MatrixFlowWriterOptions
- * @property {Map<number, number> | null} [blockSizes] Bytes by `memoryID`. Operands in those blocks are held against
- *   them, operands in others are not. Looked into at each call, so blocks may come and go.
+ * @property {Map<number, number> | null} [blockSizes] Bytes by `memoryID`. Operands in those blocks are
+ *   bounds-checked, operands in others are not. Read at each call, so entries may be added and removed.
  */
 
 /**
@@ -213,8 +212,7 @@ class DirtyListWriter {
  */
 
 /**
- * Writes the stream of a command buffer. Its `execute` reads it from the start, as often as it is called; nothing but
- * `reset` empties it.
+ * Writes the stream of a command buffer. Each `execute` reads it from the start; only `reset` empties it.
  *
  * | Offset | Type | |
  * |---|---|---|
@@ -223,23 +221,23 @@ class DirtyListWriter {
  *
  * An operand is two words, `memoryID` and offset. Methods take their operands in the order of the stream, each as one
  * object, `scalarAdd(a, b, r)`, or all as pairs of numbers, `scalarAdd(aID, aOffset, bID, bOffset, rID, rOffset)`.
- * Neither form is kept. Each returns the offset of its command in the buffer, in bytes, from which an operand can be
- * found again and written over.
+ * Neither form is retained. Each returns the byte offset of its command in the buffer, so that an operand can be
+ * found and overwritten later.
  *
- * D is a destination, S a source, A and B are inputs, R is a result, which may be A or B. Values are floats; vectors
- * are consecutive, matrices column-major. Commands of two operands take 20 bytes, those of three take 28.
+ * D is a destination, S a source, A and B are inputs, R is a result, which may alias A or B. Values are floats;
+ * vectors are contiguous, matrices column-major. Commands of two operands take 20 bytes, those of three take 28.
  *
- * Methods throw a TypeError for what is no operand, and a RangeError for what is no 32-bit word, for an operand that
- * does not fit its block (see {@link MatrixFlowWriterOptions.blockSizes}) and where the command does not fit.
+ * Methods throw a TypeError for an invalid operand, and a RangeError for an invalid 32-bit word, for an operand that
+ * does not fit its block (see {@link MatrixFlowWriterOptions.blockSizes}) or a command that does not fit.
  */
 class MatrixFlowWriter extends MatrixFlowWriterBase {
   /**
-   * @param {Pick<EngineMatrixFlowCommandBuffer, 'buffer'>} commandBuffer is kept alive by the writer
+   * @param {Pick<EngineMatrixFlowCommandBuffer, 'buffer'>} commandBuffer kept alive by the writer
    * @param {MatrixFlowWriterOptions} [options]
    */
   constructor(commandBuffer, options = {}) {
     const label = 'MatrixFlowWriter';
-    const cure = 'give what createMatrixFlowCommandBuffer made of a size that is not 0';
+    const cure = 'give what createMatrixFlowCommandBuffer made with a size that is not 0';
     const words = streamWords(label, commandBuffer, 'buffer', cure);
     super(label, commandBuffer, words, 'execute and reset it, or make a larger command buffer');
     const { blockSizes = null } = options;

@@ -1,6 +1,6 @@
 'use strict';
 /**
- * All of the library but the importer of glTF files, which is `nq_logic/lib/gltf`. The native module is loaded on first
+ * All of the library except the glTF importer, which is `nq_logic/lib/gltf`. The native module is loaded on first
  * use; see {@link load}.
  *
  * @module nq_logic
@@ -9,15 +9,15 @@
 /** @typedef {import('../types/engine').Engine} Engine */
 
 /**
- * Layouts of all bytes that script and native code share: sizes and byte offsets of records, little-endian without padding,
- * and the numbers that stand in them.
+ * Layouts of the memory that JavaScript and native code share: sizes and byte offsets of records, little-endian
+ * without padding, and the enumerations used in them.
  */
 const layout = require('./layout');
 const { load } = require('./load');
 
 /**
- * Makes an engine, with memory and four threads of its own, which stay until the process ends: make one for a scene, not
- * one a frame. Keep it.
+ * Creates an engine, with its own memory and four threads, which stay until the process ends: create one per scene,
+ * not one per frame. Keep it.
  * @returns {Engine}
  * @throws {@link LoadError} if the native module can't be loaded
  */
@@ -34,7 +34,7 @@ function getVersion() {
   return load().getVersion();
 }
 
-// Written out like this, the names can be imported by ES modules, too: the host looks for them in the text.
+// Written as literal spreads so that ES modules can import the names: Node.js finds them in the source text.
 module.exports = {
   getEngine,
   getVersion,

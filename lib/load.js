@@ -1,7 +1,7 @@
 'use strict';
-// Finds and loads the native module: the file that the environment names, else a build beside this folder, else the
-// prebuilt binary of the package. There is a binary for each supported platform and module ABI of Node.js. If none
-// loads, the error says why and states the one cure that applies.
+// Finds and loads the native module: the file that an environment variable names, else a build beside this folder,
+// else the prebuilt binary of the package. There is a binary for each supported platform and module ABI of Node.js.
+// If none loads, the error says why and states the one cure that applies.
 const fs = require('fs');
 const path = require('path');
 
@@ -9,8 +9,8 @@ const path = require('path');
 /** @typedef {import('../types/engine').Engine} Engine */
 
 /**
- * Module ABIs that there are binaries for, by platform (`${process.platform}-${process.arch}`): what
- * `process.versions.modules` is in Node 12, 18, 20, 22, 24 and 26.
+ * Module ABIs with binaries, by platform (`${process.platform}-${process.arch}`): the values of
+ * `process.versions.modules` in Node 12, 18, 20, 22, 24 and 26.
  * @type {Readonly<Record<string, readonly string[]>>}
  */
 // All are for glibc.
@@ -22,7 +22,7 @@ const moduleAbis = Object.freeze({
 /** Version of Node.js that each ABI belongs to. */
 const kNodeOfAbi = { 72: 12, 108: 18, 115: 20, 127: 22, 137: 24, 147: 26 };
 
-/** Platforms in words. */
+/** Readable names of platforms. */
 const kPlatformNames = { 'linux-x64': 'Linux on x86-64', 'linux-arm64': 'Linux on arm64' };
 
 const kAbi = process.versions.modules;
@@ -39,7 +39,7 @@ const kMaking = kIsBuiltElsewhere
   ? "'npm pack' in the sources of nq_logic on Linux on x86-64, and install it from that package"
   : "'npm run build' in the sources of nq_logic";
 
-/** The two builds: the variable that names one, and where it is looked for otherwise. */
+/** The two builds: the environment variable that names a file, and default paths. */
 const builds = {
   plain: {
     variable: 'NQ_MODULE',
@@ -56,25 +56,25 @@ const builds = {
 };
 
 /**
- * What a native module exports.
- * @template {Engine} [E=Engine] its engines
+ * The exports of a native module.
+ * @template {Engine} [E=Engine] type of its engines
  * @typedef {Object} NativeModule
- * @property {() => E} getEngine Makes an engine, with memory and four threads of its own, which stay until the process ends.
+ * @property {() => E} getEngine Creates an engine, with its own memory and four threads, which stay until the process
+ *   ends.
  * @property {() => { version: string }} getVersion A new object each time.
  */
 
 /**
- * Thrown where no file could be loaded. Its message says what was tried, what runs here, and what to do.
+ * Thrown if no file could be loaded. Its message lists the files tried, this runtime, and the cure.
  * @readonly
  * @extends {Error}
  * @typedef {Object} LoadError
- * @property {'ERR_NQ_LOAD'} code Tells it from other errors.
+ * @property {'ERR_NQ_LOAD'} code Identifies this error.
  * @property {string[]} files All files that were tried, in order.
- * @property {Error | null} original What loading the last of the files that are there threw; null if none is there. Not
- *   enumerable.
+ * @property {Error | null} original The error of the last existing file; null if no file exists. Not enumerable.
  */
 
-/** Candidate files in order: absolute paths, and for messages where a name comes from. */
+/** Candidate files in order: absolute paths and, for messages, the source of a name. */
 function candidates(build, file) {
   if (file !== undefined && file !== '') {
     return [{ file: path.resolve(file), source: '', isNamed: true }];
@@ -95,13 +95,13 @@ function isForeignLibc() {
   );
 }
 
-/** Versions of Node.js that there are binaries for on a platform, as "Node 22, 24 or 26". */
+/** Versions of Node.js with binaries for a platform, as "Node 22, 24 or 26". */
 function nodesOf(platform) {
   const nodes = moduleAbis[platform].map((abi) => kNodeOfAbi[abi]);
   return `Node ${nodes.slice(0, -1).join(', ')} or ${nodes[nodes.length - 1]}`;
 }
 
-/** Describes all hosts that there are binaries for. */
+/** Describes all hosts with binaries. */
 function allHosts() {
   const hosts = Object.keys(moduleAbis).map(
     (platform) => `${nodesOf(platform)} on ${kPlatformNames[platform]}`
@@ -130,7 +130,7 @@ function cureFor(build, attempts, original) {
       source === '' ? 'name a file that is there' : `correct or unset ${build.variable}`;
     return isNamed ? `${other}.` : `build it by ${build.making}.`;
   }
-  // The system's linker says which version of which library it misses.
+  // The dynamic linker reports the missing library version.
   if (/version [`'](GLIBC|CXXABI)/.test(original.message)) {
     const cure = kIsBuiltElsewhere
       ? 'run your script on a newer one'
@@ -154,7 +154,7 @@ function loadError(build, attempts) {
     `This is Node ${node} with ABI ${kAbi} on ${kPlatform}; there are builds for ${allHosts()}.`,
     `Cure: ${cureFor(build, attempts, original)}`,
   ];
-  // Under another ABI, the host's message advises recompiling, which does not help here.
+  // For another ABI, the message of Node.js advises recompiling, which does not help here.
   if (original !== null && isHost()) {
     lines.push(`Original error: ${original.message}`);
   }
@@ -188,7 +188,7 @@ function loadBuild(build, file) {
  * build for this runtime (build/Release/nq_logic.node for Node 12, build/Release/abiN/nq_logic.node for others),
  * else the prebuilt binary of the package.
  * @param {string} [file] path of another module
- * @returns {NativeModule<Engine>} the same for the same file
+ * @returns {NativeModule<Engine>} the same object for the same file
  * @throws {@link LoadError}
  */
 function load(file) {
@@ -196,11 +196,11 @@ function load(file) {
 }
 
 /**
- * Loads the build whose engines have `createMatrixFlowCommandBuffer`: `file` if given, else what
- * NQ_MATRIXFLOW_MODULE names, else nq_logic_matrixflow.node of the build for this runtime. The package holds none:
+ * Loads the build whose engines have `createMatrixFlowCommandBuffer`: `file` if passed, else the file that
+ * NQ_MATRIXFLOW_MODULE names, else nq_logic_matrixflow.node of the build for this runtime. The package contains none:
  * build it from source.
  * @param {string} [file] path of another module
- * @returns {NativeModule<EngineWithMatrixFlow>} the same for the same file
+ * @returns {NativeModule<EngineWithMatrixFlow>} the same object for the same file
  * @throws {@link LoadError}
  */
 function loadMatrixFlow(file) {

@@ -1,5 +1,5 @@
 'use strict';
-// What writers of commands are made of: the stream, its room, and operands of the two forms.
+// Base classes of command writers: the stream, its free space, and operands in their two forms.
 const { bytesOf, wordsOf } = require('./block-bytes');
 const { failWord, isObject, show } = require('./value-checks');
 
@@ -15,11 +15,11 @@ const { failWord, isObject, show } = require('./value-checks');
 
 const kWordBytes = 4;
 
-/** What operands are called in messages, in the order of the stream. */
+/** Names of operands in messages, in stream order. */
 const copyNames = ['D', 'S'];
 const invertNames = ['S', 'D'];
 
-/** The words of a shared buffer, or a complaint. */
+/** The words of a shared buffer. Throws if there is none. */
 function streamWords(label, owner, property, cure) {
   const buffer = isObject(owner) ? owner[property] : undefined;
   const bytes = bytesOf(label, buffer);
@@ -35,11 +35,11 @@ function streamWords(label, owner, property, cure) {
 }
 
 /**
- * What writers of streams have in common. All that a writer keeps of its position is the stream's first word: what
- * native code does to it is seen, and several writers over one buffer do no harm. A call writes its whole command or,
- * where that does not fit or an argument is wrong, throws and writes nothing. Nothing is allocated per call.
+ * Base class of stream writers. The stream's first word is a writer's only position: it sees what native code does to
+ * it, and one buffer may have several writers. A call writes its whole command or, if it does not fit or an argument
+ * is invalid, throws and writes nothing. Nothing is allocated per call.
  *
- * @template Owner what the buffer came with
+ * @template Owner type of the object that owns the buffer
  */
 class StreamWriter {
   /**
@@ -50,7 +50,7 @@ class StreamWriter {
    */
   constructor(label, owner, words, cure) {
     /**
-     * What the buffer came with; kept alive by the writer.
+     * The object that owns the buffer; kept alive by the writer.
      * @type {Owner}
      * @readonly
      */
@@ -69,32 +69,32 @@ class StreamWriter {
   }
 
   /**
-   * Bytes that further commands may take.
+   * Free bytes for further commands.
    * @type {number}
    */
   get room() {
     return this._words.length * kWordBytes - kWordBytes - this._words[0];
   }
 
-  /** Index of the word at which a command of `bytes` goes. Throws if it does not fit. */
+  /** Word index of the next command, of `bytes`. Throws if it does not fit. */
   _claim(name, bytes) {
     const words = this._words;
     const used = words[0];
-    // A stream that ends inside a word was not written here.
+    // A length that is no multiple of 4 was not written here.
     if ((used & 3) !== 0 || used + bytes > words.length * kWordBytes - kWordBytes) {
       this._failRoom(name, bytes);
     }
     return used / kWordBytes + 1;
   }
 
-  /** Throws for an operand that is no word. */
+  /** Throws for an operand that is not a 32-bit word. */
   _checkWord(method, name, value) {
     if (value >>> 0 !== value) {
       failWord(`${this._label}.${method}`, name, value);
     }
   }
 
-  /** Writes a command of a handle alone. */
+  /** Writes a command with one operand, a handle. */
   _one(name, number, handle) {
     this._checkWord(name, 'handle', handle);
     const at = this._claim(name, 8);
@@ -105,7 +105,7 @@ class StreamWriter {
     return at * kWordBytes;
   }
 
-  /** Writes a command of two words. */
+  /** Writes a command with two operand words. */
   _pair(name, number, firstName, first, secondName, second) {
     this._checkWord(name, firstName, first);
     this._checkWord(name, secondName, second);
@@ -122,7 +122,7 @@ class StreamWriter {
     const { _label: label, used } = this;
     const capacity = this._words.length * kWordBytes - kWordBytes;
     if ((used & 3) !== 0 || used > capacity) {
-      const trouble = `the first word is ${used}, no length of a stream in ${capacity} bytes`;
+      const trouble = `the first word is ${used}, not a valid length of a stream of ${capacity} bytes`;
       throw new RangeError(`${label}.${name}: ${trouble}: clear it.`);
     }
     const room = `the stream has room for ${capacity - used} of its ${capacity}`;
@@ -131,16 +131,16 @@ class StreamWriter {
 }
 
 /**
- * Where a value stands: a block that script shares with native code, by the `memoryID` of the object that it came with,
- * and an offset into it in bytes, of any alignment.
+ * Where a value is: a block of shared memory, by the `memoryID` of the object that owns it, and a byte offset in it,
+ * of any alignment.
  * @readonly
  * @typedef {Object} Operand
- * @property {HandleLike<MemoryID>} memoryID The block: `memoryID` of what it came with.
- * @property {number} offset Bytes into the block, of any alignment.
+ * @property {HandleLike<MemoryID>} memoryID The block: `memoryID` of the object that owns it.
+ * @property {number} offset Byte offset in the block, of any alignment.
  */
 
 /**
- * Ways to give operands: as objects, or as pairs of numbers.
+ * Overloads: operands as objects, or as pairs of numbers.
  * @private
  * @typedef {{
  *   (d: Operand, s: Operand): number;
@@ -182,7 +182,7 @@ function failOperands(label, names, operands) {
   });
 }
 
-/** Throws for an operand with a part that is no word. */
+/** Throws for an operand whose memoryID or offset is not a 32-bit word. */
 function failReference(label, name, memoryID, offset) {
   if (memoryID >>> 0 !== memoryID) {
     failWord(label, `memoryID of operand ${name}`, memoryID);
@@ -191,14 +191,14 @@ function failReference(label, name, memoryID, offset) {
 }
 
 /**
- * Commands whose operands are references to values. A method takes them each as an object, or all as pairs of numbers.
+ * Writer of commands whose operands refer to values. A method takes each as an object, or all as pairs of numbers.
  * @private
  * @extends {StreamWriter<Pick<EngineMatrixFlowCommandBuffer, 'buffer'>>}
  */
 class OperandWriter extends StreamWriter {
   constructor(label, commandBuffer, words, cure) {
     super(label, commandBuffer, words, cure);
-    /** Bytes by memoryID, or null: operands are held against them. */
+    /** Bytes by memoryID, for bounds checks of operands, or null. */
     this._blockSizes = null;
   }
 
@@ -248,7 +248,7 @@ class OperandWriter extends StreamWriter {
     }
   }
 
-  // Small, so that it is compiled into its callers.
+  // Small, so that the compiler inlines it.
   _three(name, type, bytes, a, b, r, bAt, rID, rAt) {
     return typeof a === 'number'
       ? this._put(name, type, bytes, a, b, r, bAt, rID, rAt)

@@ -1,12 +1,12 @@
 'use strict';
-// What writers, views and clips ask of a value, and how they complain of one in words. Checks are small, so
-// that they are compiled into their callers; texts are made where they fail.
+// Checks of values for writers, views and clips, with readable errors. Checks are small, so that the compiler inlines
+// them; messages are built only on failure.
 
 const kLargestU32 = 0xffffffff;
 
 const byteLengthOf = Object.getOwnPropertyDescriptor(ArrayBuffer.prototype, 'byteLength').get;
 
-/** `Array.isArray`, and false for a revoked proxy, about which that throws. */
+/** `Array.isArray`, but false for a revoked proxy, for which that throws. */
 function isArray(value) {
   try {
     return Array.isArray(value);
@@ -15,7 +15,7 @@ function isArray(value) {
   }
 }
 
-/** `instanceof`, and false for a revoked proxy, about which that throws. */
+/** `instanceof`, but false for a revoked proxy, for which that throws. */
 function isInstance(value, type) {
   try {
     return value instanceof type;
@@ -24,7 +24,7 @@ function isInstance(value, type) {
   }
 }
 
-/** A value in a message. Runs no code of the value. */
+/** Formats a value for a message. Runs no code of the value. */
 function show(value) {
   if (typeof value === 'string') {
     return `'${value}'`;
@@ -45,7 +45,7 @@ function isObject(value) {
   return typeof value === 'object' && value !== null;
 }
 
-/** True for array buffers of any realm, whatever properties they have. */
+/** True for array buffers of any realm, whatever their own properties. */
 function isArrayBuffer(value) {
   try {
     byteLengthOf.call(value);
@@ -55,7 +55,7 @@ function isArrayBuffer(value) {
   }
 }
 
-/** Throws for what is no 32-bit word. */
+/** Throws for a value that is not a 32-bit word. */
 function failWord(label, name, value) {
   const cure = `give a whole number from 0 to ${kLargestU32}`;
   if (typeof value !== 'number') {
@@ -64,7 +64,7 @@ function failWord(label, name, value) {
   throw new RangeError(`${label}: ${name} is ${value}: ${cure}.`);
 }
 
-/** Throws unless there are handles: a Uint32Array, or an array of words. */
+/** Throws unless `handles` is a Uint32Array or an array of words. */
 function checkHandles(label, name, handles) {
   if (ArrayBuffer.isView(handles) && handles instanceof Uint32Array) {
     return;
@@ -80,13 +80,13 @@ function checkHandles(label, name, handles) {
   }
 }
 
-/** Objects that are kept for the shapes that they have. */
+/** Objects that are kept alive for their shapes (hidden classes). */
 const kept = [];
 
 /**
- * Keeps an object, never used, of a class whose methods run often. With the last object of a shape the host
- * throws away the code that it has compiled for it, and makes no good code for the next one: a program
- * that drops its writers and views between levels would find those of the second level many times slower.
+ * Keeps an unused object of a class with hot methods alive. When the last object of a shape is collected, V8 discards
+ * the optimised code for it, and does not optimise as well for the next one: in a program that drops its writers and
+ * views between levels, those of the second level would be many times slower.
  */
 function keepShape(object) {
   kept.push(object);

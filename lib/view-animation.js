@@ -1,7 +1,7 @@
 'use strict';
-// Views of what plays: animators, skinning components, controllers and states. See docs/layouts.md for the bytes
-// and docs/animation.md for what they mean. Blocks name clips, entities and all else by handle and keep
-// nothing alive: keep the objects.
+// Views of animators, skinning components, controllers and states. See docs/layouts.md for the bytes and
+// docs/animation.md for their meaning. Blocks refer to clips, entities and other objects by handle and keep nothing
+// alive: keep the objects.
 const { animator, skinning } = require('./layout');
 const { checkHandles, keepShape, show } = require('./value-checks');
 const {
@@ -30,15 +30,15 @@ const { copyOut, countElements, failIndex, hasRoom } = require('./view-base');
  */
 
 /**
- * An animator: what plays of each of its clips, and the entities that they move, see `layout.animator`. Every record
- * must name a living clip ahead of an update, whatever its weight, or the process ends.
+ * An animator: its clips with times and weights, and the entities that they move, see `layout.animator`. Before an
+ * update every record must name an existing clip, whatever its weight, or the process ends.
  *
- * The block names clips and entities by handle and keeps nothing alive: keep the objects.
+ * The block refers to clips and entities by handle and keeps nothing alive: keep the objects.
  */
 class AnimatorView extends AnimatorViewBase {
   /**
-   * @param {EngineComponent<AnimatorHandle>} component what `createComponent(2, clipCount, entityCount)` made
-   * @param {number} clipCount the one that it was made with
+   * @param {EngineComponent<AnimatorHandle>} component returned by `createComponent(2, clipCount, entityCount)`
+   * @param {number} clipCount the same as in `createComponent`
    */
   constructor(component, clipCount) {
     super(component);
@@ -46,17 +46,17 @@ class AnimatorView extends AnimatorViewBase {
     if (clipCount >>> 0 !== clipCount || clipCount === 0 || animator.bytes(clipCount, 1) > bytes) {
       const found = `clipCount is ${show(clipCount)}, for a buffer of ${bytes} bytes`;
       const Kind = typeof clipCount === 'number' ? RangeError : TypeError;
-      throw new Kind(`AnimatorView: ${found}: give the one that createComponent was given.`);
+      throw new Kind(`AnimatorView: ${found}: give the clipCount of createComponent.`);
     }
     /**
-     * Clips that it can play at once.
+     * Number of clips that can play at once.
      * @type {number}
      * @readonly
      */
     this.clipCount = clipCount;
     this._targets = animator.targets(clipCount) / 4;
     /**
-     * Entries of the target table.
+     * Number of entries in the target table.
      * @type {number}
      * @readonly
      */
@@ -64,9 +64,9 @@ class AnimatorView extends AnimatorViewBase {
   }
 
   /**
-   * Fills the target table from an entry on.
+   * Writes entries of the target table, from entry `from`.
    * @param {HandleArray<EntityHandle>} handles of entities
-   * @param {number} [from] entry, 0 if left out
+   * @param {number} [from] entry, default 0
    */
   setTargets(handles, from = 0) {
     checkHandles('AnimatorView.setTargets', 'handles', handles);
@@ -87,13 +87,13 @@ class AnimatorView extends AnimatorViewBase {
 }
 
 /**
- * A skinning component: a matrix for each bone, see `layout.skinning`. Its bones are all 3D or all 2D. The inverse bind
- * matrices and the entities must be there ahead of an update, or the process ends.
+ * A skinning component: a matrix per bone, see `layout.skinning`. Its bones are all 3D or all 2D. Before an update
+ * the inverse bind matrices and the entities must exist, or the process ends.
  */
 class SkinningView extends SkinningViewBase {
   /**
-   * @param {EngineComponent<SkinningHandle>} component what `createComponent(3, count)` made
-   * @param {boolean} [is3D] the kind of the bones' entities; 3D if left out
+   * @param {EngineComponent<SkinningHandle>} component returned by `createComponent(3, count)`
+   * @param {boolean} [is3D] whether the bones' entities are 3D, the default
    */
   constructor(component, is3D = true) {
     super(component);
@@ -105,7 +105,7 @@ class SkinningView extends SkinningViewBase {
     const size = skinning.bytes(1) - skinning.bytes(0);
     const maker = 'createComponent(3, count)';
     /**
-     * Bones.
+     * Number of bones.
      * @type {number}
      * @readonly
      */
@@ -117,7 +117,7 @@ class SkinningView extends SkinningViewBase {
      */
     this.is3D = is3D;
     /**
-     * Floats of a result: 16 for 3D bones, 9 for 2D ones.
+     * Floats per result: 16 for 3D bones, 9 for 2D ones.
      * @type {number}
      * @readonly
      */
@@ -125,7 +125,7 @@ class SkinningView extends SkinningViewBase {
     this._entities = skinning.entities(this.count) / 4;
     this._results = skinning.results(this.count) / 4;
     /**
-     * All results, back to back, as native code writes them.
+     * All results, contiguous, as native code writes them.
      * @type {Float32Array}
      * @readonly
      */
@@ -133,7 +133,7 @@ class SkinningView extends SkinningViewBase {
   }
 
   /**
-   * Index in `f32` of its result.
+   * Index in `f32` of the result of bone i.
    * @param {number} i
    * @returns {number}
    */
@@ -145,7 +145,7 @@ class SkinningView extends SkinningViewBase {
    * World matrix × inverse bind matrix of bone i, column-major, as of the last update.
    * @template {NumberArray} Out
    * @param {number} i
-   * @param {Out} out 16 numbers, or 9 where bones are 2D
+   * @param {Out} out 16 numbers, or 9 with 2D bones
    * @param {number} [at]
    * @returns {Out}
    */

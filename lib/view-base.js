@@ -1,15 +1,15 @@
 'use strict';
-// What typed views over shared records have in common: the arrays over a buffer, and complaints in words.
-// Checks are small, so that they are compiled into their callers; texts are made where they fail.
+// Base class and helpers of the typed views over shared records: the arrays over a buffer, and readable errors.
+// Checks are small, so that the compiler inlines them; messages are built only on failure.
 const { bytesOf, floatsOf, wordsOf } = require('./block-bytes');
 const { failWord, isObject, show } = require('./value-checks');
 
 /**
- * An array that getters of several numbers fill.
+ * An output array of getters of several numbers.
  * @typedef {number[] | Float32Array | Float64Array} NumberArray
  */
 
-/** Throws for what is no index of `count` elements. */
+/** Throws for a value that is not an index below `count`. */
 function failIndex(label, name, index, count) {
   if (typeof index !== 'number') {
     throw new TypeError(`${label}: ${name} is ${show(index)}, not a number: give an index.`);
@@ -18,14 +18,14 @@ function failIndex(label, name, index, count) {
   throw new RangeError(`${label}: ${name} is ${index}, of ${count}: ${cure}.`);
 }
 
-/** Throws for the first of `values` that is no number. */
+/** Throws for the first of `values` that is not a number. */
 function failNumbers(label, names, values) {
   const at = values.findIndex((value) => typeof value !== 'number');
   const found = `${names[at]} is ${show(values[at])}`;
   throw new TypeError(`${label}: ${found}, not a number: give ${names.join(', ')} as numbers.`);
 }
 
-/** Throws unless `out` has room for `length` numbers from `at`. */
+/** Throws for an `out` without room for `length` numbers from `at`. */
 function failOut(label, out, at, length) {
   if (!isObject(out) || typeof out.length !== 'number') {
     const cure = `give an array of ${length} numbers, which is filled and returned`;
@@ -47,8 +47,8 @@ function hasRoom(out, at, length) {
 }
 
 /**
- * Copies floats out of a record. The usual target has a loop of its own: one that has met all kinds of arrays
- * would make an object of each number.
+ * Copies floats out of a record. `Float32Array`, the usual target, has its own loop: a polymorphic one, which has
+ * seen several kinds of arrays, would allocate a heap number per element.
  */
 function copyOut(source, from, length, out, at) {
   if (out instanceof Float32Array) {
@@ -64,26 +64,25 @@ function copyOut(source, from, length, out, at) {
 }
 
 /**
- * What views of the block of an object have in common.
+ * Base class of views of an object's block.
  *
- * A view keeps the object, and so the memory behind its buffer and the handles: keep the view as long as you use
- * them. It is made once for an object, and used for its life. Its arrays lie over the whole block and stay the same;
- * methods of a name that ends in `At` give the index of a field in them and check nothing, for loops where that
- * matters.
+ * A view keeps the object alive, and with it the memory of its buffer and the handles: keep the view as long as you
+ * use them. Create it once per object and reuse it. Its arrays cover the whole block and never change; methods whose
+ * names end in `At` return the index of a field in them and check nothing, for performance-critical loops.
  *
- * All others throw a TypeError for an argument that is no number, and a RangeError for an index of no element, a
- * handle of more than 32 bits, and an array without room. Nothing is allocated per access.
+ * All others throw a TypeError for an argument that is not a number, and a RangeError for an index out of range, a
+ * handle of more than 32 bits, and an output array that is too short. Nothing is allocated per access.
  *
- * Constructors throw a TypeError for an object without a buffer, such as one whose `id` is 0, and a RangeError for one
- * of another size.
+ * Constructors throw a TypeError for an object without a buffer, such as one whose `id` is 0, and a RangeError for a
+ * buffer of the wrong size.
  *
- * @template {import('../types/engine').SharedBlock} T what the block came with
+ * @template {import('../types/engine').SharedBlock} T type of the object
  */
 class BlockView {
   /**
    * @param {string} label name of the class, for messages
-   * @param {T} object its `buffer` is the block: an ArrayBuffer, or bytes of a larger one
-   * @param {string} maker what makes such an object, for messages
+   * @param {T} object its `buffer` is the block: an ArrayBuffer, or a range of a larger one
+   * @param {string} maker call that creates such an object, for messages
    */
   constructor(label, object, maker) {
     const block = isObject(object) ? object.buffer : undefined;
@@ -93,19 +92,19 @@ class BlockView {
       throw new TypeError(`${label}: ${found}, not an ArrayBuffer: give what ${maker} made.`);
     }
     /**
-     * What the block came with.
+     * The object that owns the block.
      * @type {T}
      * @readonly
      */
     this.object = object;
     /**
-     * Handle of the object, for batches that of element 0.
+     * Handle of the object; for batches, of element 0.
      * @type {T['id']}
      * @readonly
      */
     this.id = object.id;
     /**
-     * The block as words.
+     * The block as 32-bit words.
      * @type {Uint32Array}
      * @readonly
      */
@@ -126,7 +125,7 @@ class BlockView {
     return new Uint8Array(buffer, byteOffset, this._byteLength);
   }
 
-  /** Throws for an index of no element. */
+  /** Throws for an index out of range. */
   _failIndex(method, name, index, count) {
     failIndex(`${this._label}.${method}`, name, index, count);
   }
@@ -144,7 +143,7 @@ class BlockView {
   }
 }
 
-/** Elements in a block of `head` bytes and `size` an element, or a complaint. */
+/** Number of elements in a block of `head` bytes and `size` bytes per element. Throws for a block of another size. */
 function countElements(label, view, head, size, maker) {
   const bytes = view._byteLength;
   const count = (bytes - head) / size;

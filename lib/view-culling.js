@@ -1,6 +1,6 @@
 'use strict';
-// Views of the answers of both families of culling methods. See docs/layouts.md for the bytes and docs/culling.md
-// for what they mean.
+// Views of the results of both families of culling methods. See docs/layouts.md for the bytes and docs/culling.md for
+// their meaning.
 const { bytesOf, floatsOf, wordsOf } = require('./block-bytes');
 const { cullingResult } = require('./layout');
 const { isObject, keepShape, show } = require('./value-checks');
@@ -13,21 +13,20 @@ const { CullingObjectsView } = require('./view-culling-records');
  * @typedef {import('../types/handles').CullingObjectHandle} CullingObjectHandle
  */
 
-// Words of "cullingResult".
+// Word offsets in "cullingResult".
 const kHash = cullingResult.hash / 4;
 const kCount = cullingResult.count / 4;
 const kObjects = cullingResult.objects / 4;
 
 /**
- * {@link Engine.cullingResult}: what the last call of `frustumCullingV2` or `orthoCullingV2` saw. A call that
- * sees nothing leaves the buffer as it was: `clear` ahead of a call, and an empty view reads as one.
+ * {@link Engine.cullingResult}: the objects that the last call of `frustumCullingV2` or `orthoCullingV2` found
+ * visible. A call that finds nothing leaves the buffer unchanged: `clear` before a call, and the view is then empty.
  *
- * Native code replaces the buffer when a result does not fit, and the memory of the old one is gone. Each
- * access looks whether that has happened and takes the new buffer, so keep this view, and no array of it
- * across calls.
+ * Native code replaces the buffer when a result does not fit, and frees the memory of the old one. Each access checks
+ * for that and switches to the new buffer, so keep this view, but none of its arrays across calls.
  */
 class CullingResultView {
-  /** @param {Pick<Engine, 'cullingResult'>} engine is kept alive by the view */
+  /** @param {Pick<Engine, 'cullingResult'>} engine kept alive by the view */
   constructor(engine) {
     const buffer = isObject(engine) ? engine.cullingResult : undefined;
     if (bytesOf('CullingResultView', buffer) === null) {
@@ -37,7 +36,7 @@ class CullingResultView {
       throw new TypeError(`CullingResultView: ${found}, not an ArrayBuffer: give an engine.`);
     }
     /**
-     * Whose result it is.
+     * The engine.
      * @type {Pick<Engine, 'cullingResult'>}
      * @readonly
      */
@@ -52,7 +51,7 @@ class CullingResultView {
     this._f32 = floatsOf(bytes);
   }
 
-  /** The words of the buffer that counts now. */
+  /** The words of the current buffer. */
   _words() {
     const buffer = this.engine.cullingResult;
     if (buffer !== this._buffer) {
@@ -62,7 +61,7 @@ class CullingResultView {
   }
 
   /**
-   * The result as words: hash, count, then the handles from index 2 on. Valid until the next culling call.
+   * The result as words: hash, count, then the handles from index 2. Valid until the next culling call.
    * @type {Uint32Array}
    */
   get u32() {
@@ -70,7 +69,7 @@ class CullingResultView {
   }
 
   /**
-   * The same as floats: depths from index `distancesAt()` on. Valid until the next culling call.
+   * The same as floats: depths from index `distancesAt()`. Valid until the next culling call.
    * @type {Float32Array}
    */
   get f32() {
@@ -79,7 +78,7 @@ class CullingResultView {
   }
 
   /**
-   * Visible objects.
+   * Number of visible objects.
    * @type {number}
    */
   get count() {
@@ -87,7 +86,7 @@ class CullingResultView {
   }
 
   /**
-   * Checksum of their handles in their order; while it stays the same, so do they.
+   * Checksum of the handles in order: while it is unchanged, so are they.
    * @type {number}
    */
   get hash() {
@@ -95,7 +94,7 @@ class CullingResultView {
   }
 
   /**
-   * Objects that the buffer has room for.
+   * Number of objects that the buffer has room for.
    * @type {number}
    */
   get capacity() {
@@ -103,7 +102,7 @@ class CullingResultView {
   }
 
   /**
-   * Index in `f32` of the depths, which lie behind the handles: it moves with the count.
+   * Index in `f32` of the depths, which follow the handles: it depends on the count.
    * @returns {number}
    */
   distancesAt() {
@@ -156,7 +155,7 @@ class CullingResultView {
     return out;
   }
 
-  /** Makes the result empty, so that a call that sees nothing reads as such. */
+  /** Empties the result, so that it stays empty if the next call finds nothing. */
   clear() {
     const words = this._words();
     words[kHash] = 0;
@@ -165,11 +164,11 @@ class CullingResultView {
 }
 
 /**
- * The answer of `frustumCulling`, `cullWithCamera` or `orthoCulling`, whose buffers are its own and stay
- * valid. Made anew for each answer; where that is too much, use the V2 methods and a {@link CullingResultView}.
+ * The result of `frustumCulling`, `cullWithCamera` or `orthoCulling`, which has its own buffers that stay valid. It
+ * allocates a view per result; to avoid that, use the V2 methods and a {@link CullingResultView}.
  */
 class CullingAnswerView {
-  /** @param {CullingAnswer | null} answer null is an empty one */
+  /** @param {CullingAnswer | null} answer null for an empty result */
   constructor(answer) {
     const missing = answer === null;
     const label = 'CullingAnswerView';
@@ -188,25 +187,25 @@ class CullingAnswerView {
      */
     this.objects = missing ? new Uint32Array(0) : wordsOf(objects);
     /**
-     * Depth of each.
+     * Depth of each object.
      * @type {Float32Array}
      * @readonly
      */
     this.distances = missing ? new Float32Array(0) : floatsOf(bytesOf(label, answer.distances));
     /**
-     * Checksum of the handles in their order.
+     * Checksum of the handles in order.
      * @type {number}
      * @readonly
      */
     this.hash = missing ? 0 : answer.hash;
     /**
-     * Visible objects.
+     * Number of visible objects.
      * @type {number}
      * @readonly
      */
     this.count = this.objects.length;
     /**
-     * What keeps the memory.
+     * The object that owns the memory.
      * @type {CullingAnswer | null}
      * @readonly
      */

@@ -1,6 +1,6 @@
 'use strict';
-// Views of the records of entities, see docs/layouts.md. What script writes counts once the entity stands in
-// the dirty list; world matrices are those of the last refresh.
+// Views of the records of entities, see docs/layouts.md. Writes take effect once the entity is in the dirty list;
+// world matrices are those of the last refresh.
 const { entity2D, entity3D, rotationModes } = require('./layout');
 const { keepShape } = require('./value-checks');
 const { Entity2DViewBase, Entity3DViewBase } = require('./view-entity-records');
@@ -16,25 +16,25 @@ const { reportReads } = require('./view-reads');
  * @typedef {import('../types/engine').EngineEntity<T>} EngineEntity
  */
 
-// Of a record.
+// Words of a record.
 const kStride = entity3D.size / 4;
 const kRotation = entity3D.rotation / 4;
 
 /**
- * A batch of 3D entities: 108 bytes each, see `layout.entity3D`. What script writes counts once the entity stands in
- * the dirty list (see {@link DirtyListWriter}); world matrices are those of the last refresh.
+ * A batch of 3D entities: 108 bytes each, see `layout.entity3D`. Writes take effect at the next refresh, if the
+ * entity is in the dirty list (see {@link DirtyListWriter}); world matrices are those of the last refresh.
  *
- * Getters of several numbers fill `out` from index `at` on, and return it.
+ * Getters of several numbers fill `out` from index `at`, and return it.
  */
 class Entity3DView extends Entity3DViewBase {
-  /** @param {EngineEntity<Entity3DHandle>} entity what `createEntity(true, count)` made */
+  /** @param {EngineEntity<Entity3DHandle>} entity returned by `createEntity(true, count)` */
   constructor(entity) {
     super(entity);
     reportReads(this, entity);
   }
 
   /**
-   * Turns entity i by Euler angles in radians: Rx · Ry · Rz. Sets its mode.
+   * Sets the rotation of entity i to Euler angles in radians, Rx · Ry · Rz, and its rotation mode.
    * @param {number} i
    * @param {number} x
    * @param {number} y
@@ -56,7 +56,8 @@ class Entity3DView extends Entity3DViewBase {
   }
 
   /**
-   * Turns entity i by a quaternion, which is taken as it stands: give one of length 1. Sets its mode.
+   * Sets the rotation of entity i to a quaternion, and its rotation mode. The quaternion is not normalised: pass a
+   * unit one.
    * @param {number} i
    * @param {number} x
    * @param {number} y
@@ -85,7 +86,7 @@ class Entity3DView extends Entity3DViewBase {
   }
 
   /**
-   * Puts entity i where its parent is: position 0, no rotation (a quaternion), scale 1.
+   * Sets the local transform of entity i to identity: position 0, no rotation (a quaternion), scale 1.
    * @param {number} i
    */
   reset(i) {
@@ -99,20 +100,20 @@ class Entity3DView extends Entity3DViewBase {
 }
 
 /**
- * A batch of 2D entities: 56 bytes each, see `layout.entity2D`. What script writes counts once the entity stands in the
- * dirty list (see {@link DirtyListWriter}); world matrices are those of the last refresh.
+ * A batch of 2D entities: 56 bytes each, see `layout.entity2D`. Writes take effect at the next refresh, if the entity
+ * is in the dirty list (see {@link DirtyListWriter}); world matrices are those of the last refresh.
  *
- * Getters of more than one number fill `out` from index `at` on, and return it.
+ * Getters of several numbers fill `out` from index `at`, and return it.
  */
 class Entity2DView extends Entity2DViewBase {
-  /** @param {EngineEntity<Entity2DHandle>} entity what `createEntity(false, count)` made */
+  /** @param {EngineEntity<Entity2DHandle>} entity returned by `createEntity(false, count)` */
   constructor(entity) {
     super(entity);
     reportReads(this, entity);
   }
 
   /**
-   * Puts entity i where its parent is: position 0, no rotation, scale 1.
+   * Sets the local transform of entity i to identity: position 0, no rotation, scale 1.
    * @param {number} i
    */
   reset(i) {

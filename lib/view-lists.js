@@ -1,6 +1,6 @@
 'use strict';
-// Views of what script hands over in a call: lists of handles, masks and target lists. Their buffers are
-// script's own, and free to be used again when the call is over. See docs/layouts.md for the bytes.
+// Views of lists that JavaScript passes to a call: lists of handles, masks and target lists. Their buffers belong to
+// the caller, who may reuse them after the call. See docs/layouts.md for the bytes.
 const { batchList, controllerMask, handles, targetGroup, targetLists } = require('./layout');
 const {
   checkHandles,
@@ -35,7 +35,7 @@ const { failIndex, failNumbers } = require('./view-base');
 
 const kLargestBlock = 0xffffffff;
 
-/** Throws unless `value` is a whole number from `least`, of what makes `bytes` of at most 2^32 - 1. */
+/** Throws unless `value` is a whole number from `least`, for which `bytes` returns at most 2^32 - 1. */
 function checkCount(label, name, value, least, bytes) {
   if (typeof value !== 'number') {
     throw new TypeError(`${label}: ${name} is ${show(value)}, not a number: give a count.`);
@@ -45,7 +45,7 @@ function checkCount(label, name, value, least, bytes) {
   }
 }
 
-/** Throws unless an existing buffer holds `bytes` from `byteOffset`, a multiple of 4. */
+/** Throws unless a buffer holds `bytes` from `byteOffset`, a multiple of 4. */
 function checkBuffer(label, buffer, byteOffset, bytes) {
   if (!isArrayBuffer(buffer)) {
     throw new TypeError(`${label}: buffer is ${show(buffer)}: give an ArrayBuffer.`);
@@ -64,20 +64,21 @@ const kListCount = batchList.count / 4;
 const kListHandles = batchList.handles / 4;
 
 /**
- * A count and that many handles, as {@link Engine.updateAnimators}, {@link Engine.updateAnimatorControllers},
- * {@link Engine.updateSkinningMatrices} and the last argument of culling calls take them: hand over `list.buffer`. A
- * culling call refuses an empty list. The buffer is script's own, and free to be used again when the call is over.
- * @template {number} [H=number] kind of its handles; any if left out
+ * A count and that many handles, the argument of {@link Engine.updateAnimators},
+ * {@link Engine.updateAnimatorControllers}, {@link Engine.updateSkinningMatrices} and culling calls: pass
+ * `list.buffer`. A culling call refuses an empty list. The buffer belongs to the caller, who may reuse it after the
+ * call.
+ * @template {number} [H=number] handle type, by default any
  */
 class HandleList {
   /**
-   * @param {number} capacity most handles that it will hold
-   * @throws TypeError or RangeError for what is no count
+   * @param {number} capacity maximum number of handles
+   * @throws TypeError or RangeError for an invalid count
    */
   constructor(capacity) {
     checkCount('HandleList', 'capacity', capacity, 0, batchList.bytes);
     /**
-     * What calls take.
+     * The argument of calls.
      * @type {ArrayBuffer}
      * @readonly
      */
@@ -89,7 +90,7 @@ class HandleList {
      */
     this.u32 = new Uint32Array(this.buffer);
     /**
-     * Most handles that it holds.
+     * Maximum number of handles.
      * @type {number}
      * @readonly
      */
@@ -97,7 +98,7 @@ class HandleList {
   }
 
   /**
-   * A list of as many handles as there are.
+   * Creates a list of these handles, which is then full.
    * @template {number} [H=number]
    * @param {HandleArray<H>} values
    * @returns {HandleList<H>}
@@ -111,7 +112,7 @@ class HandleList {
   }
 
   /**
-   * Handles in the list.
+   * Number of handles in the list.
    * @type {number}
    */
   get count() {
@@ -131,7 +132,7 @@ class HandleList {
   }
 
   /**
-   * Throws a RangeError if the list is full.
+   * Appends a handle. Throws a RangeError if the list is full.
    * @param {HandleLike<H>} handle
    */
   append(handle) {
@@ -159,23 +160,23 @@ const kMaskEntity = controllerMask.entity / 4;
 const kMaskWeight = controllerMask.weight / 4;
 
 /**
- * The mask of a controller's layer: a weight for each of some entities; all others keep 1. 8 bytes an entry,
- * see `layout.controllerMask`. `apply` copies it, so one mask does for many layers.
+ * The mask of a controller's layer: weights of some entities; all others keep weight 1. 8 bytes per entry, see
+ * `layout.controllerMask`. `apply` copies it, so one mask can serve many layers.
  */
 class MaskView {
-  /** @param {number} count entries; a fresh one names no entity and has weight 0 */
+  /** @param {number} count number of entries; a new entry has no entity and weight 0 */
   constructor(count) {
     checkCount('MaskView', 'count', count, 0, (entries) => entries * controllerMask.size);
     /**
-     * Entries.
+     * Number of entries.
      * @type {number}
      * @readonly
      */
     this.count = count;
-    // A mask of no entries still needs a buffer with a byte, or the call is ignored.
+    // An empty mask still needs a buffer of at least one byte, or the call is ignored.
     const bytes = Math.max(count, 1) * controllerMask.size;
     /**
-     * The entries, 8 bytes each; of no entries one all the same.
+     * The entries, 8 bytes each; 8 bytes for an empty mask, too.
      * @type {ArrayBuffer}
      * @readonly
      */
@@ -195,10 +196,10 @@ class MaskView {
   }
 
   /**
-   * Gives an entity its weight.
+   * Sets the entity and the weight of entry i.
    * @param {number} i
-   * @param {HandleLike<EntityHandle>} entity handle; of several entries for one the first counts
-   * @param {number} weight 0 keeps the layer off the entity
+   * @param {HandleLike<EntityHandle>} entity handle; the first of several entries for an entity applies
+   * @param {number} weight 0: the layer does not affect the entity
    */
   set(i, entity, weight) {
     if (i >>> 0 !== i || i >= this.count) {
@@ -227,7 +228,7 @@ class MaskView {
   }
 
   /**
-   * Its weight.
+   * Weight of entry i.
    * @param {number} i
    * @returns {number}
    */
@@ -239,7 +240,7 @@ class MaskView {
   }
 
   /**
-   * Gives a layer this mask, by `setMaskAtIndex`. A mask of no entries unmasks it.
+   * Sets this mask on a layer, by `setMaskAtIndex`. An empty mask removes the layer's mask.
    * @param {Pick<EngineAnimatorControllerModel, 'setMaskAtIndex'>} controller
    * @param {number} layer
    */
@@ -250,12 +251,12 @@ class MaskView {
 
 const kGroupEntities = targetGroup.entities / 4;
 
-/** Words of the groups of lists of these lengths. */
+/** Total words of groups of these lengths. */
 function wordsOfGroups(counts) {
   return counts.reduce((sum, count) => sum + targetGroup.bytes(count) / 4, 0);
 }
 
-/** Word at which the group of each clip starts. Throws for lists that go past their words. */
+/** Word at which the group of each clip starts. Throws for lists that extend beyond their words. */
 function findGroups(words, clipCount, targetWords) {
   const groups = new Uint32Array(clipCount);
   let at = targetLists.groups(clipCount) / 4;
@@ -263,7 +264,7 @@ function findGroups(words, clipCount, targetWords) {
     groups[i] = at;
     at = at < words.length ? at + kGroupEntities + words[at] : Infinity;
     if (at > words.length) {
-      const found = `the list of clip ${i} goes on behind the ${targetWords} words of targetWords`;
+      const found = `the list of clip ${i} extends beyond the ${targetWords} words of targetWords`;
       throw new RangeError(`TargetListsView: ${found}: give a number that covers all lists.`);
     }
   }
@@ -271,7 +272,7 @@ function findGroups(words, clipCount, targetWords) {
 }
 
 /**
- * The targets of a clip: what its target k moves is entry k.
+ * The targets of a clip: target k moves the entity of entry k.
  * @readonly
  * @typedef {Object} TargetGroup
  * @property {HandleLike<ClipHandle>} clip Handle of a clip.
@@ -280,17 +281,17 @@ function findGroups(words, clipCount, targetWords) {
  */
 
 /**
- * Target lists of a binding: for each clip its handle, and the entity that each of its targets moves. See
- * `layout.targetLists`. Fresh targets name nothing.
+ * Target lists of a binding: per clip its handle, and the entity that each of its targets moves. See
+ * `layout.targetLists`. New targets refer to no entity.
  *
- * A binding keeps to the `targetWords` of its creation: longer lists are refused later on. For lists that will
- * grow, give `spareWords`, and as many in later calls.
+ * A binding keeps the `targetWords` of its creation: `updateBinding` refuses longer lists. For lists that will grow,
+ * pass `spareWords`, and as many in later calls.
  */
 class TargetListsView {
   /**
-   * @param {readonly number[]} counts targets of each clip
-   * @param {number} [spareWords] further words that lists may grow by; 0 if left out
-   * @throws TypeError or RangeError for what are no counts
+   * @param {readonly number[]} counts number of targets of each clip
+   * @param {number} [spareWords] spare words for lists to grow into, default 0
+   * @throws TypeError or RangeError for invalid counts
    */
   constructor(counts, spareWords = 0) {
     const label = 'TargetListsView';
@@ -315,7 +316,7 @@ class TargetListsView {
       at += kGroupEntities + count;
     }
     /**
-     * What the lists stand in.
+     * The buffer that holds the lists.
      * @type {ArrayBuffer}
      * @readonly
      */
@@ -327,13 +328,13 @@ class TargetListsView {
      */
     this.byteOffset = 0;
     /**
-     * Clips listed.
+     * Number of clips.
      * @type {number}
      * @readonly
      */
     this.clipCount = clipCount;
     /**
-     * Words of all groups, spare ones included.
+     * Words of all groups, including spare ones.
      * @type {number}
      * @readonly
      */
@@ -348,13 +349,13 @@ class TargetListsView {
   }
 
   /**
-   * A view of lists that stand in a buffer.
+   * Creates a view of existing lists in a buffer.
    * @param {PlainBuffer} buffer
    * @param {number} byteOffset a multiple of 4
    * @param {number} clipCount
    * @param {number} targetWords
    * @returns {TargetListsView}
-   * @throws RangeError for lists that go on behind the buffer or `targetWords`
+   * @throws RangeError for lists that extend beyond the buffer or `targetWords`
    */
   static over(buffer, byteOffset, clipCount, targetWords) {
     const label = 'TargetListsView.over';
@@ -368,9 +369,9 @@ class TargetListsView {
   }
 
   /**
-   * Lists of these clips and entities.
+   * Creates lists of these clips and entities.
    * @param {readonly TargetGroup[]} groups
-   * @param {number} [spareWords] further words that lists may grow by; 0 if left out
+   * @param {number} [spareWords] spare words for lists to grow into, default 0
    * @returns {TargetListsView}
    */
   static from(groups, spareWords = 0) {
@@ -404,9 +405,9 @@ class TargetListsView {
   }
 
   /**
-   * Names clip i.
+   * Sets the handle of clip i.
    * @param {number} i
-   * @param {HandleLike<ClipHandle>} handle of a living clip; of one that is listed twice the first list counts
+   * @param {HandleLike<ClipHandle>} handle of an existing clip; if a clip is listed twice, the first list applies
    */
   setClip(i, handle) {
     if (i >>> 0 !== i || i >= this.clipCount) {
@@ -419,7 +420,7 @@ class TargetListsView {
   }
 
   /**
-   * Targets of clip i.
+   * Number of targets of clip i.
    * @param {number} i
    * @returns {number}
    */
@@ -441,7 +442,7 @@ class TargetListsView {
   }
 
   /**
-   * Has target k of clip i move another entity.
+   * Sets the entity that target k of clip i moves.
    * @param {number} i
    * @param {number} k
    * @param {HandleLike<Entity3DHandle>} handle of a 3D entity, or `layout.handles.none`
@@ -466,9 +467,9 @@ class TargetListsView {
   }
 
   /**
-   * Makes a binding of these lists, by {@link Engine.createAnimationClipBinding}.
+   * Creates a binding of these lists, by {@link Engine.createAnimationClipBinding}.
    * @param {Pick<Engine, 'createAnimationClipBinding'>} engine
-   * @param {number} [mode] one of `layout.addedModes`; rest poses are taken if left out
+   * @param {number} [mode] one of `layout.addedModes`, by default `take`
    * @returns {EngineAnimationClipBinding}
    */
   createBinding(engine, mode = 1) {
@@ -477,7 +478,7 @@ class TargetListsView {
   }
 
   /**
-   * Gives a binding these lists for its old ones, by {@link EngineAnimationClipBinding.updateBinding}.
+   * Replaces the lists of a binding by these, by {@link EngineAnimationClipBinding.updateBinding}.
    * @param {Pick<EngineAnimationClipBinding, 'updateBinding'>} binding
    * @param {number} removedMode one of `layout.removedModes`
    * @param {number} keptMode one of `layout.keptModes`

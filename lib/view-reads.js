@@ -1,13 +1,13 @@
 'use strict';
-// Views of entities of a checked engine report which world matrices script reads. Others don't: the methods
-// that do are put onto the view itself, so that those of its class cost what they always do.
+// Views of entities of a checked engine report which world matrices JavaScript reads. Other views don't: the
+// reporting methods are set on the view itself, so that the class's own methods cost nothing extra.
 
-/** Name of the method by which an entity of a checked engine is told: (method, element). */
+/** Name of the method that notifies an entity of a checked engine: (method, element). */
 const worldRead = Symbol('worldRead');
 
 const kMethods = ['worldMatrix', 'worldPosition'];
 
-/** Makes a view report what it reads, if its entity wants to know. */
+/** Makes a view report reads, if its entity has the method. */
 function reportReads(view, entity) {
   if (typeof entity[worldRead] !== 'function') {
     return;

@@ -1,6 +1,6 @@
 'use strict';
-// node scripts/layouts.js: writes all that is generated from the description of layouts, and the typings, which are
-// generated from the comments of lib/.
+// node scripts/layouts.js: writes all files generated from the description of layouts, and the typings, which are
+// generated from the JSDoc of lib/.
 const fs = require('fs');
 const path = require('path');
 const { renderCommands } = require('./layouts/commands');
@@ -11,7 +11,7 @@ const { renderViews } = require('./layouts/views');
 const { root } = require('./lib/run');
 const { nodeModule } = require('./lib/sources');
 
-/** A source in the house's form. */
+/** A source formatted by prettier with the project's options. */
 function inForm(text, parser) {
   const prettier = require(nodeModule('prettier'));
   const options = JSON.parse(fs.readFileSync(path.join(root, '.prettierrc.json'), 'utf8'));
@@ -19,7 +19,7 @@ function inForm(text, parser) {
 }
 
 /**
- * Typings as the comments of lib/ have them now: path from the root, and what stands in it.
+ * Typings generated from the JSDoc of lib/: path from the root, and content.
  * @returns {Array<{file: string, text: string}>}
  */
 function generatedTypings() {
@@ -27,7 +27,7 @@ function generatedTypings() {
 }
 
 /**
- * Files generated from the description: path from the root, and what stands in it.
+ * Files generated from the description: path from the root, and content.
  * @returns {Array<{file: string, text: string}>}
  */
 function generatedLayouts() {
@@ -44,7 +44,7 @@ function generatedLayouts() {
 }
 
 /**
- * Generated files that are not what their sources give.
+ * Generated files that are out of date.
  * @returns {string[]} paths from the root
  */
 function staleLayouts() {
@@ -63,7 +63,7 @@ function write({ file, text }) {
 
 if (require.main === module) {
   generatedLayouts().forEach(write);
-  // Of what has just been written.
+  // After the sources of lib/ that the typings come from.
   generatedTypings().forEach(write);
 }
 

@@ -1,34 +1,33 @@
-// Handles as kinds: numbers at run time, types of their own for the compiler. One kind is no other, and every
-// kind is a number.
+// Branded handle types: numbers at run time, distinct types for the compiler. Every handle type is assignable to
+// number, but not to another handle type.
 
-/** Marks a number as one of a kind; there is no such property at run time. */
+/** Brand of a handle type; there is no such property at run time. */
 declare const kind: unique symbol;
 
 /**
- * A number that names something of the engine. Its kind is known to the compiler only: all handles are 32-bit
- * numbers, counted by kind, so that the first entity and the first clip are both 4096. A handle of another kind
- * names something else, or nothing, and native code can't tell.
+ * A number that identifies an object of the engine. Only the compiler knows its kind: all handles are 32-bit numbers,
+ * numbered per kind, so that the first entity and the first clip are both 4096. A handle of another kind identifies
+ * another object, or none, and native code can't detect that.
  *
- * Handles carry no generation: once what they name was released, they may name what is made next.
+ * Handles have no generation counter: after an object is released, its handle may be reused for a new object.
  *
- * @typeParam Kind what it names
+ * @typeParam Kind what it identifies
  */
 export type Handle<Kind extends string> = number & { readonly [kind]: Kind };
 
-/** A number that is no handle of a kind. */
+/** A number without a handle brand. */
 export type PlainNumber = number & { readonly [kind]?: undefined };
 
 /**
- * What a parameter for handles takes: a handle of the right kind, or a plain number, such as an element's `id + i`,
- * a word that was read from a buffer, or `layout.handles.none`. A handle of another kind is refused by the compiler.
+ * Parameter type for a handle: a handle of the right kind, or a plain number, such as an element's `id + i`, a word
+ * read from a buffer, or `layout.handles.none`. The compiler rejects a handle of another kind.
  *
  * @typeParam H the kind of handle
  */
 export type HandleLike<H extends number> = H | PlainNumber;
 
 /**
- * What a parameter for several handles takes: a `Uint32Array`, whose words the compiler knows nothing of, or an array
- * of handles.
+ * Parameter type for several handles: a `Uint32Array`, whose words have no handle type, or an array of handles.
  *
  * @typeParam H the kind of handle
  */
@@ -40,7 +39,7 @@ export type Entity2DHandle = Handle<'2D entity'>;
 /** A 3D entity. Element i of a batch has the `id` of the batch + i. */
 export type Entity3DHandle = Handle<'3D entity'>;
 
-/** An entity. Both kinds are counted together. */
+/** An entity. Both kinds share one numbering. */
 export type EntityHandle = Entity2DHandle | Entity3DHandle;
 
 /** A culling object. Object i of a batch has the `id` of the batch + i. */
@@ -76,7 +75,7 @@ export type StateHandle = Handle<'state'>;
 /** A command buffer of MatrixFlow. */
 export type CommandBufferHandle = Handle<'command buffer'>;
 
-/** The number of a block of shared memory, by which MatrixFlow finds it. Never used twice by an engine. */
+/** The number of a block of shared memory for MatrixFlow. An engine never reuses one. */
 export type MemoryID = Handle<'memory block'>;
 
 export {};

@@ -1,6 +1,6 @@
 'use strict';
-// Writes the methods of command writers, and the tables of commands that checked mode reads, from the commands of
-// the description. What is odd stands in lib/commands.js.
+// Generates the methods of command writers, and the tables of commands that checked mode reads, from the commands of
+// the description. Special cases are in lib/commands.js.
 const { capital, comment, head, typeNames, types } = require('./source');
 
 const kWordBytes = 4;
@@ -10,8 +10,8 @@ function commandsOf({ enums }, name) {
   return enums.find((one) => one.name === name).values;
 }
 
-/** What a command is, for its comment: its number, its words, its bytes, what it does. */
-function tellWords({ value, command }) {
+/** Doc of a command: its number, words, bytes, and effect. */
+function describeWords({ value, command }) {
   const { operands, isBatch, about } = command;
   const names = operands.map(([name]) => name);
   const words = isBatch ? ['n', ...names.map((name) => `n ${name}`)].join(', ') : names.join(', ');
@@ -31,7 +31,7 @@ function operandTags({ operands, isBatch }) {
   ];
 }
 
-/** Stores of a command's words behind its number, and its length. */
+/** Code that stores a command's number and operands, and adds its length. */
 function storeWords(table, name, operands) {
   const bytes = kWordBytes * (1 + operands.length);
   return [
@@ -85,7 +85,7 @@ function batchBody(table, name, operands) {
   ];
 }
 
-/** A method whose operands are words. */
+/** A method for a command of word operands. */
 function wordsMethod(table, one) {
   const { name, command } = one;
   const { operands, isBatch } = command;
@@ -93,21 +93,21 @@ function wordsMethod(table, one) {
   const body = isBatch ? batchBody(table, name, operands) : fixedBody(table, name, names);
   return [
     '',
-    ...comment(tellWords(one), operandTags(command)),
+    ...comment(describeWords(one), operandTags(command)),
     `${name}(${names.join(', ')}) {`,
     ...body,
     '}',
   ];
 }
 
-/** Parameters and type of a method whose operands are references to values, by the names of these. */
+/** Parameters and type of a method for a command on values, by operand names. */
 const references = {
   'D, S': { type: 'CopyOperands', names: 'd, s, sID, sAt', helper: '_two', note: 'copyNames' },
   'S, D': { type: 'InvertOperands', names: 's, d, dID, dAt', helper: '_two', note: 'invertNames' },
   'A, B, R': { type: 'ThreeOperands', names: 'a, b, r, bAt, rID, rAt', helper: '_three' },
 };
 
-/** A method whose operands are references. */
+/** A method for a command on values. */
 function referencesMethod(table, { name, value, command }) {
   const { type, names, helper, note } = references[command.operands.join(', ')];
   const given = [`'${name}'`, `${table}.${name}`, command.bytes, ...(note ? [note] : []), names];
@@ -124,7 +124,7 @@ function entityClass(description) {
   const table = 'entityCommands';
   const methods = commandsOf(description, table).map((one) => wordsMethod(table, one));
   return [
-    ...comment('Commands of `layout.entityCommands`. EntityCommandWriter adds the rest.', [
+    ...comment('Commands of `layout.entityCommands`. Base class of EntityCommandWriter.', [
       '@private',
       "@extends {StreamWriter<Pick<Engine, 'entityCommands'>>}",
     ]),
@@ -151,7 +151,7 @@ function flowClass(description) {
     }
   }
   return [
-    ...comment('Commands of `layout.matrixFlowCommands`. MatrixFlowWriter adds the rest.', [
+    ...comment('Commands of `layout.matrixFlowCommands`. Base class of MatrixFlowWriter.', [
       '@private',
       '@extends {OperandWriter}',
     ]),
@@ -161,12 +161,12 @@ function flowClass(description) {
   ];
 }
 
-/** The classes of writers. */
+/** The base classes of writers. */
 function renderWriters(description) {
   const code = [...entityClass(description), '', ...flowClass(description)];
   const text = code.join('\n');
   return [
-    ...head('Methods of writers of commands, each writing one command.', kSource),
+    ...head('Methods of command writers, each of which writes one command.', kSource),
     "const { entityCommands, matrixFlowCommands } = require('./layout');",
     "const { OperandWriter, StreamWriter, copyNames, invertNames } = require('./stream-writer');",
     "const { checkHandles } = require('./value-checks');",
@@ -205,15 +205,15 @@ function flowRow({ name, value, command }) {
   return `[${value}, { name: '${name}', ${own.join(', ')} }],`;
 }
 
-/** The tables of commands. */
+/** The command tables. */
 function renderTables(description) {
   return [
-    ...head('Tables of all commands, by number, for those that read streams.', kSource),
+    ...head('Tables of all commands, by number, for readers of streams.', kSource),
     '',
     'const { fround } = Math;',
     '',
     ...comment(
-      'Name in messages, method of the writer, and words of operands, or for each of n.',
+      'Name in messages, method of the writer, and operand words, in total or per element.',
       [
         '@type {Map<number, {name: string, method: string, operands: ?number, perElement: ?number}>}',
       ],
@@ -224,7 +224,7 @@ function renderTables(description) {
     ']);',
     '',
     ...comment(
-      'Words behind the number; and of commands on values names of their operands, bytes of a value, bytes that native code proves of it, and what is computed of floats, or the rows of a matrix product.',
+      'Words after the number; for commands on values also operand names, bytes of a value, bytes of it that native code bounds-checks, and the formula per float, or the rows of a matrix product.',
       ['@type {Map<number, Object>}'],
       0
     ),
@@ -238,7 +238,7 @@ function renderTables(description) {
 }
 
 /**
- * Sources of the generated writers and tables, not yet brought into form.
+ * Sources of the generated writers and tables, unformatted.
  * @param {Object} description
  * @returns {Array<{file: string, text: string}>}
  */

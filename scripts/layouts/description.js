@@ -1,47 +1,47 @@
 'use strict';
-// The one description of all bytes that script and native code share. From it come lib/layout.js,
-// types/layout.d.ts, docs/layouts.md and the facts of tests/native/Engine/LayoutsTest.cpp, which hold
-// it against the native headers: `node scripts/layouts.js` writes them anew.
+// The only description of the memory that JavaScript and native code share. scripts/layouts.js generates
+// lib/layout.js, types/layout.d.ts, docs/layouts.md, views and writers from it, and the facts that
+// tests/native/Engine/LayoutsTest.cpp compares with the native headers.
 //
-// A record is fixed, with a `size`, or a block whose length depends on counts, its `parameters`. An
-// offset is a number, or a base and bytes for each of a count: { base: 4, count: 8 } is 4 + 8 × count.
-// A field is `count` elements (a number or a parameter) of a type or another record, `each` values
-// wide. Fields and what fills the gaps between them, marked `gap`, cover a record without holes.
+// A record has a fixed `size`, or is a block whose length depends on counts, its `parameters`. An offset is a number,
+// or a base plus bytes per count: { base: 4, count: 8 } is 4 + 8 × count. A field is `count` elements (a number or a
+// parameter) of a type or another record, `each` values wide. Fields, and padding marked `gap`, cover a record
+// without holes.
 //
-// What a native header knows by another way than a field of `struct` is named by `native`: a constant,
-// or a function of the parameters that stand in the offset.
+// `native` names what corresponds in a native header, if it is no field of `struct`: a constant, or a function of the
+// parameters in the offset.
 //
-// `view` of a record names the class that shows it, `view` of a field its methods, from which scripts/layouts/views.js
-// writes them:
+// `view` of a record describes its view class, `view` of a field the accessors that scripts/layouts/views.js
+// generates:
 //
 // | Of a record | |
 // |---|---|
-// | class, isBase | the class; with `isBase` a subclass by hand adds what is odd, and the one written is "…Base" |
-// | file | which of lib/view-….js it goes to |
-// | argument, object, maker | of the constructor: the parameter, its type, what makes one, for messages |
-// | count | what `count`, or the parameter that the records of a block depend on, counts |
-// | handle, handleAbout, element | of batches: kind of an element's handle, and what an element is |
-// | setters | methods that set several fields: name, about, the getters of what is set, names of values |
+// | class, isBase | the class; with `isBase` it is generated as "…Base", and a hand-written subclass adds the rest |
+// | file | lib/view-<file>-records.js |
+// | argument, object, maker | constructor parameter, its type, and the call that creates such an object, for messages |
+// | count | doc of `count`, or of the parameter that is the number of records in a block |
+// | handle, handleAbout, element | batches: handle type of an element, doc of `handle()`, name of an element |
+// | setters | methods that set several fields: name, about, getters of these fields, parameter names |
 //
 // | Of a field | |
 // |---|---|
-// | name | of the getter, if not the field's |
-// | at, get, set | what xAt(i), x(i), setX(i, …) are; there is no such method without |
-// | values | names of what is set, one or one for each element |
-// | units | what parameters mean, by name |
-// | holds | kind of handle, 'boolean', or 'bits': a mask, which may be negative |
-// | index | name of the index, if not i |
-// | parts | getters of some of its elements: name, from, count, get |
+// | name | of the getter, if it differs from the field's |
+// | at, get, set | docs of xAt(i), x(i), setX(i, …); without one there is no such method |
+// | values | parameter names of the setter: one, or one per element |
+// | units | docs of parameters, by name |
+// | holds | handle type, 'boolean', or 'bits': a mask, which may be negative |
+// | index | name of the index, if it isn't i |
+// | parts | getters of a range of its elements: name, from, count, get |
 
 const kWord = 'u32';
 const kFloat = 'f32';
 
-/** A word or more of 32 bits. */
+/** One or more 32-bit words. */
 function word(name, offset, about, more) {
   return Object.assign({ name, offset, type: kWord, about }, more);
 }
 
-/** A float or more. */
+/** One or more floats. */
 function float(name, offset, about, more) {
   return Object.assign({ name, offset, type: kFloat, about }, more);
 }
@@ -62,7 +62,7 @@ const groups = [
   {
     title: 'Entities',
     about:
-      'The `buffer` of an "EngineEntity". A fresh record is all zeros, its scale too. Element i of a batch stands at i × `size` and has the handle `id + i`.',
+      'The `buffer` of an "EngineEntity". A new record is all zeros, including its scale. Element i of a batch starts at byte i × `size` and has the handle `id + i`.',
     records: [
       {
         name: 'entity3D',
@@ -78,7 +78,7 @@ const groups = [
           object: 'EngineEntity<Entity3DHandle>',
           handle: 'Entity3DHandle',
           maker: 'createEntity(true, count)',
-          count: 'Entities of the batch.',
+          count: 'Number of entities in the batch.',
           element: 'entity',
         },
         fields: [
@@ -89,7 +89,7 @@ const groups = [
             about: '0: Euler angles; any other value: quaternion',
             view: {
               at: 'the rotation mode of entity i',
-              get: '0 for Euler angles, anything else for a quaternion; see `layout.rotationModes`.',
+              get: '0 for Euler angles, any other value for a quaternion; see `layout.rotationModes`.',
             },
           },
           { name: 'unused', offset: 1, type: 'u8', count: 3, gap: true },
@@ -97,7 +97,7 @@ const groups = [
             count: 4,
             view: {
               at: 'its rotation: x, y, z, w',
-              get: 'Euler angles x, y, z in radians and a number without meaning, or quaternion x, y, z, w.',
+              get: 'Euler angles x, y, z in radians and an unused number, or quaternion x, y, z, w.',
             },
           }),
           float('position', 20, "x, y, z in the parent's space", {
@@ -105,7 +105,7 @@ const groups = [
             view: {
               at: 'its position: x, y, z',
               get: "Position in the parent's space.",
-              set: "In the parent's space.",
+              set: "Sets the position of entity i in the parent's space.",
               values: ['x', 'y', 'z'],
             },
           }),
@@ -114,7 +114,7 @@ const groups = [
             view: {
               at: 'its scale: x, y, z',
               get: 'Scale along the axes.',
-              set: 'The scale of a fresh entity is 0: set it.',
+              set: 'Sets the scale of entity i. The scale of a new entity is 0.',
               values: ['x', 'y', 'z'],
             },
           }),
@@ -123,13 +123,13 @@ const groups = [
             by: 'native',
             view: {
               at: 'its world matrix: 16 floats',
-              get: 'World matrix, column-major, of the last refresh.',
+              get: 'World matrix, column-major, as of the last refresh.',
               parts: [
                 {
                   name: 'worldPosition',
                   from: 12,
                   count: 3,
-                  get: 'Where entity i stands in the world: the last column of its matrix.',
+                  get: 'World position of entity i: the last column of its world matrix.',
                 },
               ],
             },
@@ -150,17 +150,17 @@ const groups = [
           object: 'EngineEntity<Entity2DHandle>',
           handle: 'Entity2DHandle',
           maker: 'createEntity(false, count)',
-          count: 'Entities of the batch.',
+          count: 'Number of entities in the batch.',
           element: 'entity',
         },
         fields: [
-          float('rotation', 0, 'radians; a positive angle turns from y towards x', {
+          float('rotation', 0, 'radians; a positive angle rotates from y towards x', {
             view: {
               at: 'the rotation of entity i',
-              get: 'Radians; a positive angle turns from y towards x.',
-              set: 'Turns entity i.',
+              get: 'Radians; a positive angle rotates from y towards x.',
+              set: 'Sets the rotation of entity i.',
               values: ['angle'],
-              units: { angle: 'radians; a positive one turns from y towards x' },
+              units: { angle: 'radians; a positive angle rotates from y towards x' },
             },
           }),
           float('position', 4, "x, y in the parent's space", {
@@ -168,7 +168,7 @@ const groups = [
             view: {
               at: 'its position: x, y',
               get: "Position in the parent's space.",
-              set: "In the parent's space.",
+              set: "Sets the position of entity i in the parent's space.",
               values: ['x', 'y'],
             },
           }),
@@ -177,7 +177,7 @@ const groups = [
             view: {
               at: 'its scale: x, y',
               get: 'Scale along the axes.',
-              set: 'The scale of a fresh entity is 0: set it.',
+              set: 'Sets the scale of entity i. The scale of a new entity is 0.',
               values: ['x', 'y'],
             },
           }),
@@ -190,13 +190,13 @@ const groups = [
               by: 'native',
               view: {
                 at: 'its world matrix: 9 floats',
-                get: 'World matrix, column-major 3×3, of the last refresh.',
+                get: 'World matrix, column-major 3×3, as of the last refresh.',
                 parts: [
                   {
                     name: 'worldPosition',
                     from: 6,
                     count: 2,
-                    get: 'Where entity i stands in the world: the last column of its matrix.',
+                    get: 'World position of entity i: the last column of its world matrix.',
                   },
                 ],
               },
@@ -212,11 +212,16 @@ const groups = [
         sizeNative: 'kSharedListBytes',
         fields: [
           word('count', 0, 'entries, at most 12287; a refresh sets it to 0', both),
-          word('handles', 4, 'entities whose records were written, in order of appending', {
-            count: 12287,
-            countNative: 'kDirtyListCapacity',
-            by: 'both',
-          }),
+          word(
+            'handles',
+            4,
+            'entities whose records were written, in the order they were appended',
+            {
+              count: 12287,
+              countNative: 'kDirtyListCapacity',
+              by: 'both',
+            }
+          ),
         ],
       },
       {
@@ -227,11 +232,16 @@ const groups = [
         sizeNative: 'kSharedListBytes',
         fields: [
           word('length', 0, 'bytes of commands, at most 49148; a refresh sets it to 0', both),
-          word('commands', 4, 'each a number of `entityCommands` and its operands, back to back', {
-            count: 12287,
-            native: 'kStreamHeaderBytes',
-            nativeHeader: streamHeader,
-          }),
+          word(
+            'commands',
+            4,
+            'each one a value of `entityCommands` and its operands, back to back',
+            {
+              count: 12287,
+              native: 'kStreamHeaderBytes',
+              nativeHeader: streamHeader,
+            }
+          ),
         ],
       },
     ],
@@ -244,7 +254,7 @@ const groups = [
         name: 'cullingObject',
         title: 'record of a culling object',
         about:
-          'The `buffer` of an "EngineComponent" of kind 1: object i stands at i × `size` and has the handle `id + i`.',
+          'The `buffer` of an "EngineComponent" of kind 1: object i starts at byte i × `size` and has the handle `id + i`.',
         struct: 'CullingRecord',
         header: cullingHeader,
         size: 28,
@@ -252,18 +262,18 @@ const groups = [
           class: 'CullingObjectsView',
           file: 'culling',
           about:
-            "A batch of culling objects: 28 bytes each, see `layout.cullingObject`. Centre and radius count once the entity's world matrix is computed anew, all else at once.",
+            "A batch of culling objects: 28 bytes each, see `layout.cullingObject`. Centre and radius take effect when the entity's world matrix is next recomputed, all other fields immediately.",
           argument: 'component',
           object: 'EngineComponent<CullingObjectHandle>',
           handle: 'CullingObjectHandle',
-          handleAbout: 'Handle of object i, as culling reports it.',
+          handleAbout: 'Handle of object i, as culling results report it.',
           maker: 'createComponent(1, count)',
-          count: 'Objects of the batch.',
+          count: 'Number of objects in the batch.',
           element: 'object',
           setters: [
             {
               name: 'setSphere',
-              about: "Gives object i its sphere, in the entity's space.",
+              about: "Sets the bounding sphere of object i, in the entity's space.",
               sets: ['center', 'radius'],
             },
           ],
@@ -273,21 +283,21 @@ const groups = [
             name: 'enabled',
             offset: 0,
             type: 'u8',
-            about: '0: the object takes no part',
+            about: '0: culling ignores the object',
             view: {
               at: 'the `enabled` byte of object i',
-              get: 'Whether object i takes part. A fresh one does not.',
-              set: 'Has object i take part, or not.',
+              get: 'Whether object i is culled at all. A new object is disabled.',
+              set: 'Enables or disables object i.',
               values: ['enabled'],
               holds: 'boolean',
             },
           },
           { name: 'unused', offset: 1, type: 'u8', count: 3, gap: true },
-          word('mask', 4, "layer bits; the object takes part where they meet the call's", {
+          word('mask', 4, "layer bits; the object is tested if `mask` & the call's mask is not 0", {
             view: {
               at: 'its mask',
-              get: 'Layer bits of object i, unsigned.',
-              set: 'Gives object i its layers.',
+              get: 'Layer mask of object i, unsigned.',
+              set: 'Sets the layer mask of object i.',
               values: ['mask'],
               holds: 'bits',
               units: { mask: '32 bits, as an unsigned or a signed number: -1 is all layers' },
@@ -297,22 +307,22 @@ const groups = [
             count: 3,
             view: {
               at: 'its centre: x, y, z',
-              get: "Centre of its sphere in the entity's space.",
+              get: "Centre of its bounding sphere in the entity's space.",
               values: ['x', 'y', 'z'],
             },
           }),
           float('radius', 20, "in the entity's space", {
             view: {
               at: 'its radius',
-              get: "Radius of its sphere in the entity's space.",
+              get: "Radius of its bounding sphere in the entity's space.",
               values: ['radius'],
             },
           }),
           word('entity', 24, 'handle of a 3D entity', {
             view: {
               at: 'the handle of its entity',
-              get: 'Handle of the entity that carries object i.',
-              set: 'Has a 3D entity carry object i.',
+              get: 'Handle of the entity that object i is attached to.',
+              set: 'Attaches object i to a 3D entity.',
               values: ['handle'],
               holds: 'Entity3DHandle',
             },
@@ -322,7 +332,7 @@ const groups = [
       {
         name: 'cullingList',
         title: 'last argument of a culling call: objects to test',
-        about: 'An `ArrayBuffer`, which may be longer than its list.',
+        about: 'An `ArrayBuffer`, which may be longer than the list.',
         parameters: ['count'],
         fields: [
           word('count', 0, 'at least 1'),
@@ -333,7 +343,7 @@ const groups = [
         name: 'cullingResult',
         title: '`engine.cullingResult`, written by the V2 methods',
         about:
-          'Its room is that of `limits.cullingResultObjects` at first. The distances move with the count. The other methods answer by an object with buffers of their own: `objects` holds what stands here at `objects`, `distances` what stands here at `distances`, each from byte 0, and `hash` is a number.',
+          'Its initial capacity is `limits.cullingResultObjects`. The offset of the distances depends on the count. The other methods return an object with its own buffers: `objects` holds the data at `objects` here, `distances` the data at `distances`, each from byte 0, and `hash` is a number.',
         header: cullingHeader,
         parameters: ['count'],
         bytesNative: 'CullingResultBytes',
@@ -351,7 +361,7 @@ const groups = [
             native: 'kCullingResultObjectsOffset',
             by: 'native',
           }),
-          float('distances', { base: 8, count: 4 }, 'depth of each along the view', {
+          float('distances', { base: 8, count: 4 }, 'depth of each along the view direction', {
             count: 'count',
             by: 'native',
           }),
@@ -380,7 +390,7 @@ const groups = [
           setters: [
             {
               name: 'setClip',
-              about: 'Says what plays of clip i.',
+              about: 'Sets clip i, its time and its weight.',
               sets: ['clipHandle', 'clipTime', 'clipWeight'],
               units: { handle: 'of the clip' },
             },
@@ -392,12 +402,12 @@ const groups = [
             offset: 0,
             of: 'animatorClip',
             count: 'clipCount',
-            about: 'what plays',
+            about: 'the clips that play',
           },
           word(
             'targets',
             { base: 0, clipCount: 12 },
-            'entities: target tables of all clips, end to end',
+            'entities: target tables of all clips, back to back',
             {
               count: 'entityCount',
               native: 'AnimatorTargetsOffset',
@@ -406,11 +416,11 @@ const groups = [
                 index: 'k',
                 at: 'entry k of the target table',
                 get: 'Handle of the entity in entry k of the target table.',
-                set: 'Has entry k of the target table name an entity.',
+                set: 'Sets entry k of the target table.',
                 values: ['handle'],
                 holds: 'EntityHandle',
                 units: {
-                  k: 'entry of the target table: those of all clips end to end, in their order',
+                  k: 'entry of the target table, which concatenates the targets of all clips in their order',
                 },
               },
             }
@@ -424,11 +434,11 @@ const groups = [
         header: animationHeader,
         size: 12,
         fields: [
-          word('clipHandle', 0, 'a living clip, whatever its weight', {
+          word('clipHandle', 0, 'an existing clip, whatever its weight', {
             view: {
               at: 'the handle of clip i',
               get: 'Handle of clip i.',
-              set: 'Has clip i be another one.',
+              set: 'Sets the handle of clip i.',
               values: ['handle'],
               holds: 'ClipHandle',
             },
@@ -437,20 +447,20 @@ const groups = [
             view: {
               name: 'clipTime',
               at: 'its time',
-              get: 'Its time in frames.',
-              set: 'Moves clip i to a time.',
+              get: 'Time of clip i in frames.',
+              set: 'Sets the time of clip i.',
               values: ['time'],
               units: { time: "frames; wraps at the clip's length" },
             },
           }),
-          float('weight', 8, 'takes part if 0 < weight <= 1', {
+          float('weight', 8, 'the clip is blended if 0 < weight <= 1', {
             view: {
               name: 'clipWeight',
               at: 'its weight',
-              get: 'Its weight.',
-              set: 'Gives clip i its share.',
+              get: 'Weight of clip i.',
+              set: 'Sets the blend weight of clip i.',
               values: ['weight'],
-              units: { weight: 'the clip takes part if 0 < weight <= 1' },
+              units: { weight: 'the clip is blended if 0 < weight <= 1' },
             },
           }),
         ],
@@ -473,9 +483,9 @@ const groups = [
           setters: [
             {
               name: 'setBone',
-              about: 'Says which matrix and which entity bone i has.',
+              about: 'Sets the inverse bind matrix and the entity of bone i.',
               sets: ['matrixIndex', 'entity'],
-              units: { index: 'number of its inverse bind matrix', handle: 'of its entity' },
+              units: { index: 'of its inverse bind matrix', handle: 'of its entity' },
             },
           ],
         },
@@ -483,13 +493,13 @@ const groups = [
           {
             name: 'stride3D',
             value: 64,
-            about: 'bytes from one result to the next where bones are 3D: 16 floats, column-major',
+            about: 'bytes from one result to the next with 3D bones: 16 floats, column-major',
             native: 'kSkinningStride3D',
           },
           {
             name: 'stride2D',
             value: 36,
-            about: 'the same where bones are 2D: 9 floats, as `worldMatrix` of `entity2D`',
+            about: 'the same with 2D bones: 9 floats, as `worldMatrix` of `entity2D`',
             native: 'kSkinningStride2D',
           },
         ],
@@ -497,20 +507,20 @@ const groups = [
           word('bonesModel', 0, 'inverse bind matrices', {
             view: {
               get: 'Handle of the inverse bind matrices.',
-              set: 'Names the inverse bind matrices.',
+              set: 'Sets the inverse bind matrices.',
               values: ['handle'],
               holds: 'BonesHandle',
-              units: { handle: 'what `createDataModel(2, …)` made' },
+              units: { handle: '`id` of what `createDataModel(2, …)` returned' },
             },
           }),
-          word('indices', 4, 'number of the matrix of each bone', {
+          word('indices', 4, 'index of the inverse bind matrix of each bone', {
             count: 'count',
             native: 'kSkinningIndicesOffset',
             view: {
               name: 'matrixIndex',
-              at: 'the number of the matrix of bone i',
-              get: 'Number of the inverse bind matrix of bone i.',
-              set: 'A bone whose number lies past the model gets no result.',
+              at: 'the matrix index of bone i',
+              get: 'Index of the inverse bind matrix of bone i.',
+              set: 'Sets the matrix index of bone i. A bone with an index beyond the model gets no result.',
               values: ['index'],
             },
           }),
@@ -521,7 +531,7 @@ const groups = [
               name: 'entity',
               at: 'the handle of its entity',
               get: 'Handle of the entity of bone i.',
-              set: 'Has an entity carry bone i.',
+              set: 'Sets the entity of bone i.',
               values: ['handle'],
               holds: 'EntityHandle',
             },
@@ -563,15 +573,15 @@ const groups = [
           class: 'ControllerView',
           file: 'animation',
           about:
-            'A controller: its binding and its layers, from the base up, see `layout.controller`.',
+            'A controller: its binding and its layers, base layer first, see `layout.controller`.',
           argument: 'model',
           object: 'EngineAnimatorControllerModel',
           maker: 'createAnimatorControllerModel(layerCount)',
-          count: 'Layers, from the base up.',
+          count: 'Number of layers, base layer first.',
           setters: [
             {
               name: 'setLayer',
-              about: 'Says all of layer i.',
+              about: 'Sets blend mode, weight and first state of layer i.',
               sets: ['blendMode', 'layerWeight', 'firstState'],
               values: ['mode', 'weight', 'firstState'],
               units: {
@@ -585,7 +595,7 @@ const groups = [
           word('bindingHandle', 0, 'a binding, or `handles.none`', {
             view: {
               get: 'Handle of the binding.',
-              set: 'Names the binding.',
+              set: 'Sets the binding.',
               values: ['handle'],
               holds: 'BindingHandle',
               units: { handle: 'of a binding; with `layout.handles.none` nothing plays' },
@@ -596,7 +606,7 @@ const groups = [
             offset: 4,
             of: 'controllerLayer',
             count: 'layerCount',
-            about: 'from the base up',
+            about: 'base layer first',
             native: 'kControllerLayersOffset',
           },
         ],
@@ -612,7 +622,7 @@ const groups = [
             view: {
               at: 'the blend mode of layer i',
               get: 'One of `layout.layerBlendModes`; any larger number is off.',
-              set: 'Has layer i replace what is below, add to it, or be off.',
+              set: 'Sets the blend mode of layer i: override, additive or off.',
               values: ['mode'],
               units: { mode: 'one of `layout.layerBlendModes`' },
             },
@@ -622,7 +632,7 @@ const groups = [
               name: 'layerWeight',
               at: 'its weight',
               get: 'Weight of layer i.',
-              set: 'Gives layer i its weight. An override layer of weight 0 holds its entities at rest: turn it off by its mode.',
+              set: 'Sets the weight of layer i. An override layer of weight 0 holds its entities in their rest pose: turn it off by its mode.',
               values: ['weight'],
             },
           }),
@@ -630,7 +640,7 @@ const groups = [
             view: {
               at: 'the handle of its first state',
               get: 'Handle of the first state of the chain of layer i.',
-              set: 'Has the chain of layer i begin at another state.',
+              set: 'Sets the first state of the chain of layer i.',
               values: ['handle'],
               holds: 'StateHandle',
               units: { handle: 'of a state; with `layout.handles.none` the layer is empty' },
@@ -650,21 +660,21 @@ const groups = [
           class: 'ControllerStateView',
           file: 'animation',
           about:
-            'A state of a layer: its weight, the state behind it, and what plays of its clips, see `layout.controllerState`. A chain of states that loops is followed for ever.',
+            'A state of a layer: its weight, the next state of the chain, and its clips with times and weights, see `layout.controllerState`. A cyclic chain of states is an endless loop.',
           argument: 'model',
           object: 'EngineAnimatorControllerStateModel',
           maker: 'createAnimatorControllerStateModel(clipCount)',
-          count: 'Clips that it can play at once.',
+          count: 'Number of clips that can play at once.',
           setters: [
             {
               name: 'setClip',
-              about: 'Says what plays of clip i.',
+              about: 'Sets clip i, its time and its weight.',
               sets: ['clipHandle', 'clipTime', 'clipWeight'],
               units: { handle: 'of the clip' },
             },
             {
               name: 'setReference',
-              about: 'Additive layers: says which pose is taken away.',
+              about: 'Additive layers: sets the reference pose, which is subtracted.',
               sets: ['referenceClip', 'referenceTime'],
               units: { handle: 'of the clip', time: 'frames' },
             },
@@ -674,23 +684,23 @@ const groups = [
           float('weight', 0, 'in its layer; 0 skips the state', {
             view: {
               get: 'Weight of the state in its layer.',
-              set: 'Gives the state its share of the layer.',
+              set: 'Sets the weight of the state in its layer.',
               values: ['weight'],
               units: { weight: '0 skips the state' },
             },
           }),
-          float('fillDefaults', 4, 'any value but 0 brings in rest poses', {
+          float('fillDefaults', 4, 'any value except 0 blends in rest poses', {
             view: {
-              get: 'Whether rest poses are brought in.',
-              set: 'Has rest poses brought in, or not.',
+              get: 'Whether rest poses are blended in.',
+              set: 'Sets whether rest poses are blended in.',
               values: ['fill'],
               holds: 'boolean',
             },
           }),
-          word('nextState', 8, 'next state of the chain; one that there is not ends it', {
+          word('nextState', 8, 'next state of the chain; a handle of no state ends it', {
             view: {
               get: 'Handle of the next state of the layer.',
-              set: 'Has another state follow in the layer.',
+              set: 'Sets the next state of the layer.',
               values: ['handle'],
               holds: 'StateHandle',
               units: { handle: 'of a state; `layout.handles.none` ends the chain' },
@@ -701,7 +711,7 @@ const groups = [
             offset: 12,
             of: 'controllerClip',
             count: 'clipCount',
-            about: 'what plays',
+            about: 'the clips that play',
             native: 'sizeof(ControllerStateRecord)',
           },
         ],
@@ -717,7 +727,7 @@ const groups = [
             view: {
               at: 'the handle of clip i',
               get: 'Handle of clip i.',
-              set: 'Has clip i be another one.',
+              set: 'Sets the handle of clip i.',
               values: ['handle'],
               holds: 'ClipHandle',
             },
@@ -726,8 +736,8 @@ const groups = [
             view: {
               name: 'clipTime',
               at: 'its time',
-              get: 'Its time in frames.',
-              set: 'Moves clip i to a time.',
+              get: 'Time of clip i in frames.',
+              set: 'Sets the time of clip i.',
               values: ['time'],
               units: { time: "frames; wraps at the clip's length" },
             },
@@ -736,24 +746,24 @@ const groups = [
             view: {
               name: 'clipWeight',
               at: 'its weight',
-              get: 'Its weight.',
-              set: 'Gives clip i its share of the state.',
+              get: 'Weight of clip i.',
+              set: 'Sets the weight of clip i in the state.',
               values: ['weight'],
               units: { weight: '0 skips the clip; it is not clamped' },
             },
           }),
-          word('referenceClip', 12, 'additive layers: the clip whose pose is taken away', {
+          word('referenceClip', 12, 'additive layers: the clip whose pose is subtracted', {
             view: {
-              at: 'the handle of its reference',
-              get: 'Additive layers: handle of the clip whose pose is taken away.',
+              at: 'the handle of its reference clip',
+              get: 'Additive layers: handle of the reference clip, whose pose is subtracted.',
               values: ['handle'],
               holds: 'ClipHandle',
             },
           }),
-          float('referenceTime', 16, 'additive layers: its frame', {
+          float('referenceTime', 16, 'additive layers: frame of the reference clip', {
             view: {
-              at: 'the time of its reference',
-              get: 'Additive layers: frame of that clip.',
+              at: 'the time of its reference clip',
+              get: 'Additive layers: frame of the reference clip.',
               values: ['time'],
             },
           }),
@@ -762,19 +772,19 @@ const groups = [
       {
         name: 'controllerMask',
         title: 'entry of the bytes that `setMaskAtIndex` reads',
-        about: 'Entry i stands at i × `size` from the byte offset of the call.',
+        about: 'Entry i starts i × `size` bytes after the byte offset of the call.',
         struct: 'ControllerMaskRecord',
         header: animationHeader,
         size: 8,
         fields: [
           word('entity', 0, 'handle'),
-          float('weight', 4, '0 keeps the layer off the entity'),
+          float('weight', 4, '0: the layer does not affect the entity'),
         ],
       },
       {
         name: 'targetLists',
         title: 'lists that `createAnimationClipBinding` and `updateBinding` read',
-        about: 'From the byte offset of the call, a multiple of 4 where a view writes them.',
+        about: 'From the byte offset of the call; the view requires a multiple of 4.',
         parameters: ['clipCount', 'targetWords'],
         fields: [
           word('clips', 0, 'handles of clips', { count: 'clipCount' }),
@@ -785,20 +795,25 @@ const groups = [
       },
       {
         name: 'targetGroup',
-        title: 'list of one clip',
+        title: 'target list of one clip',
         parameters: ['count'],
         fields: [
           word('count', 0, 'entries'),
-          word('entities', 4, 'what target k of the clip moves, or `handles.none`', {
-            count: 'count',
-          }),
+          word(
+            'entities',
+            4,
+            'entry k: the entity that target k of the clip moves, or `handles.none`',
+            {
+              count: 'count',
+            }
+          ),
         ],
       },
       {
         name: 'batchList',
         title:
           'argument of `updateAnimators`, `updateAnimatorControllers`, `updateSkinningMatrices`',
-        about: 'An `ArrayBuffer` or a view.',
+        about: 'An `ArrayBuffer` or a typed array.',
         parameters: ['count'],
         fields: [
           word('count', 0, 'handles'),
@@ -817,13 +832,13 @@ const groups = [
         header: clipHeader,
         parameters: ['curveCount', 'keyCount'],
         fields: [
-          { name: 'header', offset: 0, of: 'clipHeader', count: 1, about: 'how much there is' },
+          { name: 'header', offset: 0, of: 'clipHeader', count: 1, about: 'counts and length' },
           {
             name: 'curves',
             offset: 16,
             of: 'clipCurve',
             count: 'curveCount',
-            about: 'what moves',
+            about: 'the animated channels',
             native: 'sizeof(ClipHeader)',
           },
           {
@@ -837,14 +852,14 @@ const groups = [
       },
       {
         name: 'clipHeader',
-        title: 'head of a clip',
+        title: 'header of a clip',
         struct: 'ClipHeader',
         header: clipHeader,
         size: 16,
         fields: [
           word('keyDataOffset', 0, 'bytes from the start to the first key: 16 + 12 × curves'),
-          float('framesPerSecond', 4, 'a whole number: a fraction is dropped'),
-          word('frameCount', 8, 'frames after which sampling starts again'),
+          float('framesPerSecond', 4, 'an integer: the fraction is truncated'),
+          word('frameCount', 8, 'frames after which sampling wraps to the start'),
           word('curveCount', 12, 'curves'),
         ],
       },
@@ -868,9 +883,9 @@ const groups = [
         size: 16,
         fields: [
           word('frame', 0, 'ascending within a curve'),
-          float('value', 4, 'the value there'),
-          float('inTangent', 8, 'slope arriving at the key, in value units a second'),
-          float('outTangent', 12, 'slope leaving it; infinite for a step'),
+          float('value', 4, 'value at the key'),
+          float('inTangent', 8, 'incoming slope at the key, in value units per second'),
+          float('outTangent', 12, 'outgoing slope; infinite for a step'),
         ],
       },
     ],
@@ -891,7 +906,8 @@ const groups = [
             offset: 4,
             type: 'u8',
             count: 'length',
-            about: 'each a type of `matrixFlowCommands` (i32) and its operand words, back to back',
+            about:
+              'each one a value of `matrixFlowCommands` (i32) and its operand words, back to back',
             native: 'kStreamHeaderBytes',
           },
         ],
@@ -901,15 +917,16 @@ const groups = [
         title: 'operand of a command',
         size: 8,
         fields: [
-          word('memoryID', 0, 'of a block that script shares with native code'),
-          word('offset', 4, 'bytes into it, of any alignment'),
+          word('memoryID', 0, 'of a block of shared memory'),
+          word('offset', 4, 'byte offset in the block, of any alignment'),
         ],
       },
     ],
   },
   {
     title: 'Arguments of culling calls',
-    about: 'Not bytes but positions in a call; `required` counts those that a call must have.',
+    about:
+      'Positions of arguments instead of bytes; `required` is the number of mandatory arguments.',
     unit: 'argument',
     records: [
       {
@@ -920,11 +937,11 @@ const groups = [
           { name: 'mask', offset: 0, about: 'layer bits' },
           { name: 'eye', offset: 1, count: 3, about: 'x, y, z' },
           { name: 'target', offset: 4, count: 3, about: 'x, y, z' },
-          { name: 'up', offset: 7, count: 3, about: 'x, y, z; not along the view' },
-          { name: 'fov', offset: 10, about: 'vertical whole angle in radians' },
-          { name: 'aspect', offset: 11, about: 'width over height' },
-          { name: 'near', offset: 12, about: 'distance along the view' },
-          { name: 'far', offset: 13, about: 'distance along the view' },
+          { name: 'up', offset: 7, count: 3, about: 'x, y, z; not parallel to the view direction' },
+          { name: 'fov', offset: 10, about: 'full vertical angle in radians' },
+          { name: 'aspect', offset: 11, about: 'width / height' },
+          { name: 'near', offset: 12, about: 'distance along the view direction' },
+          { name: 'far', offset: 13, about: 'distance along the view direction' },
           { name: 'list', offset: 14, optional: true, about: 'optional: a `cullingList`' },
         ],
       },
@@ -936,13 +953,13 @@ const groups = [
           { name: 'mask', offset: 0, about: 'layer bits' },
           { name: 'eye', offset: 1, count: 3, about: 'x, y, z' },
           { name: 'target', offset: 4, count: 3, about: 'x, y, z' },
-          { name: 'up', offset: 7, count: 3, about: 'x, y, z; not along the view' },
+          { name: 'up', offset: 7, count: 3, about: 'x, y, z; not parallel to the view direction' },
           { name: 'left', offset: 10, about: "from the camera's axis, usually negative" },
           { name: 'right', offset: 11, about: "from the camera's axis" },
           { name: 'bottom', offset: 12, about: "from the camera's axis, usually negative" },
           { name: 'top', offset: 13, about: "from the camera's axis" },
-          { name: 'near', offset: 14, about: 'distance along the view' },
-          { name: 'far', offset: 15, about: 'distance along the view' },
+          { name: 'near', offset: 14, about: 'distance along the view direction' },
+          { name: 'far', offset: 15, about: 'distance along the view direction' },
           { name: 'list', offset: 16, optional: true, about: 'optional: a `cullingList`' },
         ],
       },
@@ -950,27 +967,27 @@ const groups = [
   },
 ];
 
-/** Values of an enumeration from pairs of name and value, with what they mean. */
+/** Values of an enumeration from rows of name, value and description. */
 function values(rows) {
   return rows.map(([name, value, about]) => ({ name, value, about }));
 }
 
-// Commands, for their writers, see scripts/layouts/commands.js, and for checked mode. Operands are words: rows of a
-// name, the kind of handle that it is ('word' for none), and what it means beyond its name.
+// Commands, for the writers (scripts/layouts/commands.js) and for checked mode. Operands are words: rows of a name,
+// the handle type ('word' for none), and a description.
 
-/** A command of fixed operands. */
+/** A command with a fixed number of operands. */
 function command(name, value, operands, about, more) {
   const shown = operands.map(([operand]) => operand).join(', ');
   return Object.assign({ name, value, about: shown, command: { operands, about } }, more);
 }
 
-/** A command of n elements: n, then n words for each row of operands. */
+/** A command on n elements: n, then n words per row of operands. */
 function batchCommand(name, value, operands, about) {
   const shown = ['n', ...operands.map(([operand]) => `n ${operand}`)].join(', ');
   return { name, value, about: shown, command: { operands, about, isBatch: true } };
 }
 
-/** Values that MatrixFlow commands compute with. */
+/** Value types of MatrixFlow commands. */
 const flowValues = {
   scalar: { first: 1000, bytes: 4, title: 'Scalars: one float.', each: '' },
   vector2: { first: 2000, bytes: 8, title: 'Vectors of two floats.', each: ' by component' },
@@ -992,15 +1009,15 @@ const flowValues = {
   },
 };
 
-/** Bytes that native code proves of what it copies, where these are fewer than it copies. */
+/** Bytes that native code bounds-checks for a copy, where these are fewer than it copies. */
 const kProvenCopies = { vector2: 4, vector3: 4 };
 
 const kAllValues = Object.keys(flowValues);
 const kNoMatrices = ['scalar', 'vector2', 'vector3', 'vector4'];
 
 /**
- * Operations: which values they are for, their number beyond the first of those, names of the operands in the stream,
- * and what is computed of floats a and b, where it is the same for each float of a value.
+ * * Operations: the value types they exist for, their number relative to the first of the type, operand names in
+ * stream * order, and the formula of floats a and b, where it is the same for each float of a value.
  */
 const flowOperations = {
   Copy: { of: kAllValues, number: 0, operands: ['D', 'S'] },
@@ -1011,27 +1028,27 @@ const flowOperations = {
   Invert: { of: ['matrix4'], number: 4, operands: ['S', 'D'] },
 };
 
-/** What is to be known of single MatrixFlow commands. */
+/** Notes on individual MatrixFlow commands. */
 const flowNotes = {
   scalarDiv:
-    'A divisor below the smallest normal float, any negative one included, ends the run with result 5.',
-  vector2Div: 'Tests no divisor.',
-  vector3Div: 'Tests no divisor.',
-  vector4Div: 'Tests no divisor.',
+    'A divisor below the smallest normal float, including any negative one, stops execution with result 5.',
+  vector2Div: 'Divisors are not checked.',
+  vector3Div: 'Divisors are not checked.',
+  vector4Div: 'Divisors are not checked.',
 };
 
-/** What a MatrixFlow command does, for its comment. */
-function tellFlow(name, family, operation) {
+/** Describes a MatrixFlow command for its doc comment. */
+function describeFlow(name, family, operation) {
   const { bytes, each, rows } = flowValues[family];
   const { operands } = flowOperations[operation];
   const names = operands.join(', ');
   if (operation === 'Invert') {
-    // Kept on purpose: native code copies.
-    return `${names}: the source first. D = S: no inverse.`;
+    // Kept on purpose: native code only copies.
+    return `${names}: the source first. D = S: a copy, not the inverse.`;
   }
   if (operation === 'Copy') {
     const proven = kProvenCopies[family];
-    const note = `The engine proves ${proven} of them: \`blockSizes\` holds all ${bytes} against the block.`;
+    const note = `The engine bounds-checks ${proven} of them; \`blockSizes\` checks all ${bytes}.`;
     return `${names}. D = S, ${bytes} bytes.${proven === undefined ? '' : ` ${note}`}`;
   }
   const formula = flowOperations[operation].each.toUpperCase();
@@ -1040,7 +1057,7 @@ function tellFlow(name, family, operation) {
   return `${names}. R = ${formula}${isProduct ? ', the matrix product' : each}.${note}`;
 }
 
-/** The MatrixFlow commands on a kind of value. */
+/** The MatrixFlow commands on a value type. */
 function flowFamily(family) {
   const { first, bytes, rows } = flowValues[family];
   const operations = Object.keys(flowOperations).filter((one) =>
@@ -1061,20 +1078,20 @@ function flowFamily(family) {
         proven: proven === undefined ? bytes : proven,
         compute: isProduct ? undefined : each,
         rows: isProduct ? rows : undefined,
-        about: tellFlow(name, family, operation),
+        about: describeFlow(name, family, operation),
       },
     };
   });
 }
 
-// `native` names an enumerator, with the name of the value for {}.
+// `native` is the name of an enumerator; {} stands for the name of the value.
 const enums = [
   {
     name: 'rotationModes',
     title: '`rotationMode` of a 3D entity',
     values: values([
       ['euler', 0, 'rotation x, y, z are angles'],
-      ['quaternion', 1, 'rotation is a quaternion; so it is for any other value but 0'],
+      ['quaternion', 1, 'rotation is a quaternion, as for any other value except 0'],
     ]),
   },
   {
@@ -1099,42 +1116,42 @@ const enums = [
     title: '`blendMode` of a controller layer',
     header: animationHeader,
     values: [
-      { name: 'override', value: 0, about: 'replaces layers below', native: 'kOverrideLayer' },
-      { name: 'additive', value: 1, about: 'adds to layers below', native: 'kAdditiveLayer' },
-      { name: 'off', value: 2, about: 'takes no part; so does any larger number' },
+      { name: 'override', value: 0, about: 'replaces lower layers', native: 'kOverrideLayer' },
+      { name: 'additive', value: 1, about: 'adds to lower layers', native: 'kAdditiveLayer' },
+      { name: 'off', value: 2, about: 'disabled, as for any larger number' },
     ],
   },
   {
     name: 'removedModes',
-    title: '`removedMode` of `updateBinding`: rest poses of entities that leave',
+    title: '`removedMode` of `updateBinding`: rest poses of removed entities',
     values: values([
-      ['keep', 0, 'stay known'],
+      ['keep', 0, 'are kept'],
       ['forget', 1, 'are dropped'],
-      ['restoreAndKeep', 2, 'are written to the records, and stay known'],
+      ['restoreAndKeep', 2, 'are written to the records, and kept'],
       ['restoreAndForget', 3, 'are written to the records, and dropped'],
     ]),
   },
   {
     name: 'keptModes',
-    title: '`keptMode` of `updateBinding`: rest poses of entities that stay',
+    title: '`keptMode` of `updateBinding`: rest poses of kept entities',
     values: values([
-      ['keep', 0, 'stay as they are'],
-      ['retake', 1, 'are taken anew from the records'],
-      ['restoreAndKeep', 2, 'are written to the records, and stay as they are'],
-      ['restoreAndRetake', 3, 'are taken anew; then the old ones are written to the records'],
+      ['keep', 0, 'are unchanged'],
+      ['retake', 1, 'are read again from the records'],
+      ['restoreAndKeep', 2, 'are written to the records, and unchanged'],
+      ['restoreAndRetake', 3, 'are read again; then the old ones are written to the records'],
     ]),
   },
   {
     name: 'addedModes',
     title: '`addedMode` of `updateBinding`, and `mode` of `createAnimationClipBinding`',
     values: values([
-      ['none', 0, 'entities that come have no rest pose: controllers pass them over'],
-      ['take', 1, 'rest poses are taken from the records'],
+      ['none', 0, 'added entities have no rest pose: controllers skip them'],
+      ['take', 1, 'rest poses are read from the records'],
     ]),
   },
   {
     name: 'sampleTypes',
-    title: 'what a curve of a clip drives',
+    title: 'the channel that a curve of a clip animates',
     header: clipHeader,
     native: 'k{}',
     values: values([
@@ -1155,8 +1172,8 @@ const enums = [
   },
   {
     name: 'clipChannels',
-    title: 'channels of a sampled target, in their order',
-    about: 'Euler angles share the first three of the rotation.',
+    title: 'channels of a sampled target, in order',
+    about: 'Euler angles use the first three rotation channels.',
     header: clipHeader,
     values: [
       { name: 'positionX', value: 0 },
@@ -1181,7 +1198,7 @@ const enums = [
         'addRoot',
         1,
         [['handle', 'EntityHandle']],
-        'Makes an entity without a parent a root; twice, and it is walked twice.'
+        'Makes an entity without a parent a root. Added twice, it is traversed twice.'
       ),
       command(
         'addChild',
@@ -1190,7 +1207,7 @@ const enums = [
           ['parent', 'H'],
           ['child', 'H'],
         ],
-        "Attaches behind the parent's children; both of one kind, 2D or 3D, or nothing happens. Never close a cycle: a refresh then ends the process."
+        "Appends to the parent's children. Ignored unless both are 2D or both 3D. Never close a cycle: a refresh then ends the process."
       ),
       command(
         'insertChild',
@@ -1198,30 +1215,25 @@ const enums = [
         [
           ['parent', 'EntityHandle'],
           ['child', 'EntityHandle'],
-          ['index', 'word', 'counted without the child'],
+          ['index', 'word', 'among the other children'],
         ],
-        "Attaches at a place among the parent's children, also across kinds."
+        "Inserts at an index of the parent's children, also 2D under 3D and 3D under 2D."
       ),
-      command(
-        'removeFromParent',
-        4,
-        [['handle', 'EntityHandle']],
-        'Its matrices stay as they are.'
-      ),
+      command('removeFromParent', 4, [['handle', 'EntityHandle']], 'Its matrices are unchanged.'),
       command(
         'resetSubtree',
         5,
         [['handle', 'EntityHandle']],
-        'The entity and all below it lose links, bindings to bones, names and inactivity.'
+        'Clears links, bone bindings, names and inactivity of the entity and all its descendants.'
       ),
       command(
         'bindToBone',
         6,
         [
           ['entity', 'EntityHandle'],
-          ['bone', 'Entity3DHandle', 'a 3D entity: 2D ones lead nobody'],
+          ['bone', 'Entity3DHandle', "a 3D entity: 2D entities can't be followed"],
         ],
-        "The entity takes over the bone's world transform, one refresh later."
+        "The entity takes the bone's world transform, one refresh later."
       ),
       batchCommand(
         'bindToBoneBatch',
@@ -1238,20 +1250,20 @@ const enums = [
         'activate',
         10,
         [['handle', 'EntityHandle']],
-        'An inactive entity becomes active, and is computed anew with all below it.'
+        'Reactivates an inactive entity, which is recomputed with all its descendants.'
       ),
       command(
         'deactivate',
         11,
         [['handle', 'EntityHandle']],
-        'The entity and all below it keep their matrices until it is activated.'
+        'The entity and all its descendants keep their matrices until it is activated.'
       ),
     ],
   },
   {
     name: 'matrixFlowCommands',
     title: 'commands of `matrixFlowStream`',
-    about: 'Their operands are told in [MatrixFlow](matrixflow.md).',
+    about: '[MatrixFlow](matrixflow.md) describes their operands.',
     header: flowHeader,
     native: 'MatrixFlowCommand::k{}',
     values: [
@@ -1259,11 +1271,11 @@ const enums = [
         'call',
         1,
         [['handle', 'CommandBufferHandle', '`id` of a command buffer']],
-        'Runs another command buffer and, unless its result is 0, ends with that result. Nothing stops buffers that call each other in a circle but the end of the stack, and the process.',
+        'Runs another command buffer and, unless its result is 0, stops with that result. Recursion is not checked: buffers that call each other in a cycle overflow the stack and end the process.',
         { about: undefined }
       ),
       ...[].concat(...Object.keys(flowValues).map(flowFamily)),
-      // Its method stands in lib/commands.js: it alone has a count beside its operands.
+      // Its method is in lib/commands.js: it is the only one with a count besides its operands.
       { name: 'bulkCopy', value: 9000, command: { operands: ['D', 'S'], words: 5 } },
     ],
   },
@@ -1274,16 +1286,16 @@ const enums = [
     native: 'kMatrixFlow{}',
     values: values([
       ['done', 0, 'the stream ran to its end'],
-      ['noBuffer', 1, 'the handle names none'],
+      ['noBuffer', 1, 'no such command buffer'],
       ['cutOff', 2, 'the stream ends inside a command'],
-      ['unknownCommand', 3, 'no command has this type'],
-      ['outOfBlock', 4, 'an operand does not fit its block, or there is no such block'],
-      ['divisorTooSmall', 5, 'of a scalar division'],
+      ['unknownCommand', 3, 'unknown command'],
+      ['outOfBlock', 4, 'an operand is out of bounds of its block, or there is no such block'],
+      ['divisorTooSmall', 5, 'scalar divisor below the smallest normal float'],
     ]),
   },
 ];
 
-/** Numbers that are no offsets. */
+/** Capacities and other limits. */
 const limits = [
   {
     name: 'batch',
@@ -1302,7 +1314,7 @@ const limits = [
   {
     name: 'freeSlots',
     value: 4096,
-    about: 'released slots of a kind that are remembered for reuse',
+    about: 'released slots of a kind that are kept for reuse',
     native: 'kFreeStackCapacity',
     header: 'Common/Def/HandlerAllocator.h',
   },
@@ -1316,28 +1328,28 @@ const limits = [
   {
     name: 'commandBytes',
     value: 49148,
-    about: 'bytes of commands behind the length of `entityCommandStream`',
+    about: 'bytes of commands after the length word of `entityCommandStream`',
     native: 'kSharedListBytes - kStreamHeaderBytes',
     header: dirtyHeader,
   },
   {
     name: 'cullingResultObjects',
     value: 1000,
-    about: 'objects that `cullingResult` has room for at the start',
+    about: 'initial capacity of `cullingResult`, in objects',
     native: 'kCullingResultCapacity',
     header: cullingHeader,
   },
   {
     name: 'cullingResultSlack',
     value: 480,
-    about: 'room beyond the need that it gains when it grows',
+    about: 'spare capacity, in objects, when it grows',
     native: 'kCullingResultSlack',
     header: cullingHeader,
   },
   {
     name: 'wholeFrames',
     value: 16777216,
-    about: 'frames of a time up to which a float counts single ones',
+    about: 'time in frames up to which a float represents each single frame',
   },
   {
     name: 'threads',
@@ -1348,28 +1360,28 @@ const limits = [
   },
 ];
 
-/** How a handle is made up. */
+/** Bit fields of a handle. */
 const handles = {
   title: 'parts of a handle',
   values: [
     {
       name: 'elementBits',
       value: 12,
-      about: 'bits of the position in a batch; the slot stands above',
+      about: 'bits of the index in a batch; the bits above are the slot',
       native: 'kHandleElementBits',
       header: handleHeader,
     },
     {
       name: 'elementMask',
       value: 4095,
-      about: 'position in a batch',
+      about: 'mask of the index in a batch',
       native: 'kHandleElementMask',
       header: handleHeader,
     },
     {
       name: 'none',
       value: 4294967295,
-      about: 'names nothing: no binding, no state, a target without an entity',
+      about: 'no object: no binding, no state, a target without an entity',
       native: 'kNoHandle',
       header: animationHeader,
     },

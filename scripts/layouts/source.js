@@ -1,5 +1,5 @@
 'use strict';
-// Pieces of JavaScript that generators put together.
+// Helpers for generated JavaScript.
 
 const kCommentWidth = 100;
 
@@ -20,7 +20,7 @@ function wrap(text, width, indent = 0) {
 
 /**
  * A JSDoc comment.
- * @param {string} about paragraphs, with a line feed between them; may be empty
+ * @param {string} about paragraphs, separated by line feeds; may be empty
  * @param {string[]} [tags]
  * @param {number} [depth] of indentation
  * @returns {string[]} its lines
@@ -43,7 +43,7 @@ function capital(text) {
   return /^[a-z]/.test(text) ? text[0].toUpperCase() + text.slice(1) : text;
 }
 
-/** The head of a generated file. */
+/** The first lines of a generated file. */
 function head(note, source) {
   return [
     "'use strict';",
@@ -53,9 +53,9 @@ function head(note, source) {
 }
 
 /**
- * Names of types that comments use, which the typings take from a module.
+ * Imports (typedefs) of the types that comments use.
  * @param {string} text of the file
- * @param {Object<string, {from: string, parameter: string}>} types by name; `parameter` is the bound of one
+ * @param {Object<string, {from: string, parameter: string}>} types by name; `parameter` is the bound of a generic one
  * @returns {string[]} lines
  */
 function typeNames(text, types) {
@@ -86,7 +86,7 @@ const handles = '../types/handles';
 const engine = '../types/engine';
 const kAnyHandle = `import('${handles}').EntityHandle`;
 
-/** Where names of types are declared. */
+/** Modules that declare types. */
 const types = {
   AnimatorHandle: { from: handles },
   BindingHandle: { from: handles },

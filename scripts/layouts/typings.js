@@ -1,14 +1,14 @@
 'use strict';
-// Writes the typings of lib/ from its comments. The compiler turns each file of lib/ into declarations; here those of
-// the files that make up a module become one file, without what is private:
+// Generates the typings of lib/ from its JSDoc. The compiler emits declarations for each file of lib/; this merges
+// those of the files that make up a module into one file, without private members:
 //
-// - members whose names begin with an underscore, and classes and types marked @private, are left out. A private base
-//   class gives its members to those that extend it.
-// - a base class that the module does not export is an interface.
-// - @type of a method names a type with several call signatures: ways to call it, which comments can't say otherwise.
-// - @readonly and @extends of an object type make its properties readonly, and say what it extends.
+// - members whose names begin with an underscore, and classes and types marked @private, are omitted. The members of
+//   a private base class are moved to its subclasses.
+// - a base class that the module does not export becomes an interface.
+// - @type of a method names a type with several call signatures: overloads, which JSDoc can't express otherwise.
+// - @readonly and @extends of an object type make its properties readonly, and set its base interface.
 //
-// lib/layout.js is no part of this: scripts/layouts/render.js writes its typings itself.
+// The typings of lib/layout.js come from scripts/layouts/render.js.
 const fs = require('fs');
 const path = require('path');
 const { nodeModule } = require('../lib/sources');
@@ -19,7 +19,7 @@ const ts = require(nodeModule('typescript'));
 
 const kCommentWidth = 117;
 
-/** Typings by hand, which the main module exports as well. */
+/** Hand-written typings, which the main module also exports. */
 const byHand = ['engine', 'handles'];
 
 /** Tags that only the compiler reads. */
@@ -40,7 +40,7 @@ const settings = {
 
 const libFile = (name) => path.join(root, 'lib', `${name}.js`);
 
-/** Where a brace is closed that is open at `from`. */
+/** Index of the brace that closes the one at `from`. */
 function closeBrace(text, from) {
   let depth = 0;
   for (let at = from; at < text.length; ++at) {
@@ -49,11 +49,11 @@ function closeBrace(text, from) {
       return at;
     }
   }
-  throw new Error(`a brace is not closed: ${text}`);
+  throw new Error(`unbalanced brace: ${text}`);
 }
 
-/** A tag as typings tell it, which have types by themselves; undefined if it says nothing more. */
-function tellTag(tag) {
+/** A tag without its type, which typings have anyway; undefined if nothing else is left. */
+function typingsTag(tag) {
   const [, name, rest] = /^@(\w+)\s*([^]*)$/.exec(tag);
   if (silentTags.test(tag)) {
     return undefined;
@@ -74,8 +74,8 @@ function tellTag(tag) {
   return `@${name === 'param' ? 'param' : 'typeParam'} ${parameter} ${about}`;
 }
 
-/** A comment as typings have it; '' if nothing is left. */
-function tellComment(comment) {
+/** A comment for typings; '' if nothing is left. */
+function typingsComment(comment) {
   const lines = comment
     .replace(/^\s*\/\*\*|\*\/\s*$/g, '')
     .split('\n')
@@ -96,11 +96,11 @@ function tellComment(comment) {
       tags[tags.length - 1] += ` ${line.trim()}`;
     }
   }
-  const told = tags.map(tellTag).filter((tag) => tag !== undefined);
+  const kept = tags.map(typingsTag).filter((tag) => tag !== undefined);
   const all = about.map((line, i) => (i === 0 ? line.trim() : line));
-  if (told.length > 0) {
+  if (kept.length > 0) {
     all.push(...(all.length > 0 ? [''] : []));
-    told.forEach((tag) => all.push(...wrap(tag, kCommentWidth, 2)));
+    kept.forEach((tag) => all.push(...wrap(tag, kCommentWidth, 2)));
   }
   if (all.length === 0) {
     return '';
@@ -110,17 +110,17 @@ function tellComment(comment) {
     : `/**\n${all.map((line) => ` * ${line}`.trimEnd()).join('\n')}\n */\n`;
 }
 
-/** The same of a property of an object type, whose links the compiler has spaced out. */
-function tellProperty(comment) {
+/** The same for a property of an object type; the compiler puts spaces into its links. */
+function typingsProperty(comment) {
   const [, text] = /^\/\*\*([^]*)\*\/$/.exec(comment);
   const words = text
     .replace(/^\s*\*/gm, '')
     .replace(/ \}/g, '}')
     .split(/\s+/);
-  return tellComment(`/**\n${wrap(words.join(' ').trim(), kCommentWidth - 2).join('\n')}\n*/`);
+  return typingsComment(`/**\n${wrap(words.join(' ').trim(), kCommentWidth - 2).join('\n')}\n*/`);
 }
 
-/** Code without the modules that the compiler names types by. */
+/** Code without the compiler's `import("…").` before types. */
 function plain(code) {
   return code.replace(/import\(["'][^"']+["']\)\./g, '');
 }
@@ -130,7 +130,7 @@ function withoutComments(text) {
   return text.replace(/\/\*\*[^]*?\*\//g, '');
 }
 
-/** The comment ahead of a node, as the source has it. */
+/** The comment before a node, as in the source. */
 function commentOf(node, text) {
   const ranges = ts.getLeadingCommentRanges(text, node.pos) || [];
   const all = ranges.map(({ pos, end }) => text.slice(pos, end));
@@ -138,7 +138,7 @@ function commentOf(node, text) {
   return last !== undefined && last.startsWith('/**') ? last : '';
 }
 
-/** A type, without the undefined that an optional one has anyway. */
+/** A type, without the undefined that an optional one implies. */
 function typeText(node, isOptional) {
   const text = plain(node.getText()).replace(/\{\s*([^{};]*);\s*\}/g, '{ $1 }');
   return isOptional ? text.replace(/ \| undefined$/, '') : text;
@@ -159,31 +159,31 @@ function typeParametersText({ typeParameters }) {
     : `<${typeParameters.map((one) => plain(one.getText())).join(', ')}>`;
 }
 
-/** Type parameters, parameters and result of what can be called. */
+/** Type parameters, parameters and result of a callable. */
 function signatureText(node) {
   const result = node.type === undefined ? '' : `: ${typeText(node.type)}`;
   const text = `${typeParametersText(node)}(${parametersText(node)})${result}`;
-  // The compiler numbers type parameters of one name, though each method has its own.
+  // The compiler numbers type parameters of the same name, although each is local to its method.
   return text.replace(/\b([A-Z]\w*?)_\d+\b/g, '$1');
 }
 
-/** What a file of lib/ exports, where it has names from, and its types that are told by comments alone. */
+/** The exports and imports of a file of lib/, and the types that its comments define. */
 class Script {
   constructor(name) {
     this.name = name;
     this.text = fs.readFileSync(libFile(name), 'utf8');
     const kind = ts.ScriptKind.JS;
     this.file = ts.createSourceFile(`${name}.js`, this.text, ts.ScriptTarget.ES2019, true, kind);
-    /** Modules that names come from: name to { module, isWhole, comment }. */
+    /** Imports: name to { module, isWhole, comment }. */
     this.imported = new Map();
-    /** Comments of types: name to { comment, tags }. */
+    /** Types defined by comments: name to { comment, tags }. */
     this.types = new Map();
     this.exported = [];
     this.spread = [];
     this.file.statements.forEach((statement) => this._read(statement));
   }
 
-  /** Names of exports as they stand in the file, after them those from other files. */
+  /** Names of exports in source order, then those from other files. */
   inOrder() {
     const places = new Map();
     this.file.statements.forEach((statement, i) => {
@@ -233,7 +233,7 @@ function requiredBy(expression) {
   return match ? match[1] : null;
 }
 
-/** What the compiler declares of a file of lib/, by name. */
+/** The compiler's declarations for a file of lib/, by name. */
 function declarationsOf(name, text) {
   const file = ts.createSourceFile(`${name}.d.ts`, text, ts.ScriptTarget.ES2019, true);
   const declared = new Map();
@@ -248,7 +248,7 @@ function declarationsOf(name, text) {
   return declared;
 }
 
-/** Reads files for the compiler; what only checked.js uses says nothing to typings, and would take most of the time. */
+/** Reads files for the compiler; skips lib/checked/, which typings don't need and which would take most of the time. */
 function compilerHost() {
   const host = ts.createCompilerHost(settings, true);
   const { readFile } = host;
@@ -301,14 +301,14 @@ class Module {
   constructor(library, name) {
     this._library = library;
     this._script = library.script(name);
-    /** Names that are there at run time. */
+    /** Names that exist at run time. */
     this._values = new Set();
     this._chunks = [];
     this._done = new Set();
     this._reexported = [];
   }
 
-  /** The file, not yet brought into form. */
+  /** The file, unformatted. */
   render() {
     const { name, text } = this._script;
     this._export(name);
@@ -316,7 +316,7 @@ class Module {
     const body = this._chunks.join('\n');
     const [module] = /\/\*\*(?:(?!\*\/)[^])*@module(?:(?!\*\/)[^])*\*\//.exec(text) || [''];
     return [
-      `// Generated by node scripts/layouts.js from the comments of lib/${name}.js and its parts.`,
+      `// Generated by node scripts/layouts.js from the JSDoc of lib/${name}.js and its parts.`,
       module,
       ...this._importLines(withoutComments(body)),
       '',
@@ -326,7 +326,7 @@ class Module {
     ].join('\n');
   }
 
-  /** All that a file exports. */
+  /** Adds all exports of a file. */
   _export(file) {
     const script = this._library.script(file);
     script.exported.forEach((name) => this._values.add(name));
@@ -354,12 +354,12 @@ class Module {
       this._exportName(name, source.module);
     } else {
       const what = source.isWhole ? `* as ${name}` : `{ ${name} }`;
-      const about = source.isWhole ? tellComment(source.comment) : '';
+      const about = source.isWhole ? typingsComment(source.comment) : '';
       this._reexported.push(`${about}export ${what} from './${source.module}';`);
     }
   }
 
-  /** The types of a file that are not private. */
+  /** Adds the public types of a file. */
   _addTypes(file) {
     for (const [name, { tags }] of this._library.script(file).types) {
       if (!tags.some(ts.isJSDocPrivateTag)) {
@@ -368,7 +368,7 @@ class Module {
     }
   }
 
-  /** Where a name of a file is declared: there, or in a part that it comes from; undefined if elsewhere. */
+  /** The declaration of a name: in the file, or in a part that it is imported from; otherwise undefined. */
   _find(name, file) {
     const script = this._library.script(file);
     const found = this._library.declaration(name, file);
@@ -379,7 +379,7 @@ class Module {
     return { name, file, node: found.node, comment: found.comment };
   }
 
-  /** Adds a declaration, and after it those of the parts that it names. */
+  /** Adds a declaration, then those of parts that it refers to. */
   _add(name, file) {
     const found = this._find(name, file);
     if (found === undefined || this._done.has(name)) {
@@ -398,7 +398,7 @@ class Module {
     if (ts.isClassDeclaration(node)) {
       return this._class(found);
     }
-    const about = tellComment(comment);
+    const about = typingsComment(comment);
     let text = '';
     if (ts.isFunctionDeclaration(node)) {
       text = `${about}export declare function ${name}${signatureText(node)};\n`;
@@ -412,7 +412,7 @@ class Module {
 
   _type({ name, file, node }) {
     const { comment, tags } = this._library.script(file).types.get(name);
-    const about = tellComment(comment);
+    const about = typingsComment(comment);
     const head = `${name}${typeParametersText(node)}`;
     if (!ts.isTypeLiteralNode(node.type)) {
       return `${about}export type ${head} = ${typeText(node.type)};\n`;
@@ -422,17 +422,17 @@ class Module {
     const extended = base === undefined ? '' : ` extends ${base.class.getText()}`;
     const members = node.type.members.map((member) => {
       const isOptional = member.questionToken !== undefined;
-      const told = tellProperty(commentOf(member, node.getSourceFile().text));
+      const kept = typingsProperty(commentOf(member, node.getSourceFile().text));
       const key = member.name.getText();
       return ts.isFunctionTypeNode(member.type) && !isReadonly
-        ? `${told}${key}(${parametersText(member.type)}): ${typeText(member.type.type)};`
-        : `${told}${isReadonly ? 'readonly ' : ''}${key}${isOptional ? '?' : ''}: ` +
+        ? `${kept}${key}(${parametersText(member.type)}): ${typeText(member.type.type)};`
+        : `${kept}${isReadonly ? 'readonly ' : ''}${key}${isOptional ? '?' : ''}: ` +
             `${typeText(member.type, isOptional)};`;
     });
     return `${about}export interface ${head}${extended} {\n${members.join('\n')}\n}\n`;
   }
 
-  /** Members of a class that are not private, and what it extends that is not. */
+  /** Public members of a class, and its public base class. */
   _membersOf({ file, node }) {
     const { text } = node.getSourceFile();
     const members = new Map();
@@ -462,7 +462,7 @@ class Module {
 
   _member(member, key, text, file) {
     const comment = commentOf(member, text);
-    const about = tellComment(comment);
+    const about = typingsComment(comment);
     const isStatic = (ts.getCombinedModifierFlags(member) & ts.ModifierFlags.Static) !== 0;
     const head = `${isStatic ? 'static ' : ''}${key}`;
     if (ts.isPropertyDeclaration(member) || ts.isGetAccessorDeclaration(member)) {
@@ -478,7 +478,7 @@ class Module {
   _class(found) {
     const { name, node } = found;
     const { members, base, files } = this._membersOf(found);
-    const about = tellComment(found.comment);
+    const about = typingsComment(found.comment);
     const head = `${name}${typeParametersText(node)}`;
     const own = (keys) => keys.map((key) => members.get(key).text).join('\n');
     const keys = Array.from(members.keys());
@@ -496,7 +496,7 @@ class Module {
     return { text, files: files2 };
   }
 
-  /** Imports of the names that stand in the code. */
+  /** Imports of the names in the code. */
   _importLines(code) {
     const names = new Set(code.match(/\b[A-Za-z]\w+\b/g));
     const lines = byHand.map((module) => [
@@ -514,7 +514,7 @@ class Module {
   }
 }
 
-/** True for a type that is another one's name: an import. */
+/** True for a type that is an import of another one. */
 function isAlias(node) {
   if (!ts.isTypeAliasDeclaration(node)) {
     return false;
@@ -523,19 +523,19 @@ function isAlias(node) {
   return ts.isImportTypeNode(type) && type.qualifier.getText() === node.name.text;
 }
 
-/** The file of lib/ that an import of a type names. */
+/** The file of lib/ of a type import. */
 function aliasOf(found) {
   const match = found && /^import\(["']\.\/([\w-]+)["']\)/.exec(found.node.type.getText());
   return match ? { module: match[1] } : undefined;
 }
 
-/** Names that typings by hand export. */
+/** Names that hand-written typings export. */
 function exportedTypes(module) {
   const text = fs.readFileSync(path.join(root, 'types', `${module}.d.ts`), 'utf8');
   return Array.from(text.matchAll(/^export (?:interface|type) (\w+)/gm), ([, name]) => name);
 }
 
-/** Modules of lib/ with typings from comments; files whose names have a hyphen are parts of others. */
+/** Modules of lib/ with typings from JSDoc; files with a hyphen in their names are parts of others. */
 function moduleNames() {
   return fs
     .readdirSync(path.join(root, 'lib'))
@@ -545,7 +545,7 @@ function moduleNames() {
 }
 
 /**
- * The typings of lib/, not yet brought into form.
+ * The typings of lib/, unformatted.
  * @returns {Array<{file: string, text: string}>}
  */
 function renderTypings() {

@@ -1,14 +1,13 @@
 'use strict';
-// Holds the description of layouts against itself: fields cover their records without gap or overlap,
-// names are unique, records that fields name exist. What native code knows is not asked here; that is
-// the native test's.
+// Checks the description of layouts for consistency: fields cover their records without gap or overlap, names are
+// unique, records that fields refer to exist. A native test compares it with the native headers.
 const assert = require('assert');
 
 /** Bytes of a value. */
 const typeBytes = { u8: 1, u32: 4, i32: 4, f32: 4 };
 
 /**
- * An offset or a size as a base and what each count adds.
+ * An offset or a size: a base, and bytes per count.
  * @typedef {Object<string, number>} Form with the property `base`
  */
 
@@ -20,7 +19,7 @@ function formOf(offset) {
   return typeof offset === 'number' ? { base: offset } : Object.assign({ base: 0 }, offset);
 }
 
-/** A form with nothing added by a count that adds nothing. */
+/** A form without counts of factor 0. */
 function reduced(form) {
   const result = { base: form.base };
   for (const key of Object.keys(form)) {
@@ -37,7 +36,7 @@ function endOf(field, sizes) {
   const form = formOf(field.offset);
   const { count = 1, each = 1 } = field;
   const element = field.of === undefined ? typeBytes[field.type] * each : sizes[field.of];
-  assert(element > 0, `${field.name}: no type, or a record that there is not`);
+  assert(element > 0, `${field.name}: no type, or an unknown record`);
   if (typeof count === 'number') {
     form.base += element * count;
   } else {
@@ -54,7 +53,7 @@ function extentOf(record, sizes) {
     assert.deepStrictEqual(reduced(formOf(field.offset)), end, `${at}: gap or overlap`);
     end = endOf(field, sizes);
     for (const key of Object.keys(end).filter((name) => name !== 'base')) {
-      assert((record.parameters || []).includes(key), `${at}: ${key} is no parameter`);
+      assert((record.parameters || []).includes(key), `${at}: ${key} is not a parameter`);
     }
   }
   return end;
@@ -70,13 +69,13 @@ function argumentsOf(record) {
   return { base: next };
 }
 
-/** Throws if a name stands twice. */
+/** Throws for duplicate names. */
 function checkUnique(label, names) {
-  assert.strictEqual(new Set(names).size, names.length, `${label}: a name stands twice`);
+  assert.strictEqual(new Set(names).size, names.length, `${label}: duplicate name`);
 }
 
 /**
- * Throws for a description that contradicts itself.
+ * Throws for an inconsistent description.
  * @param {Object} description
  * @returns {Map<Object, Form>} bytes of each record
  */

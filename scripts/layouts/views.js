@@ -1,21 +1,21 @@
 'use strict';
-// Writes the views of records: index of a field, getter and setter, each written out, so that the code of a view
-// is that of a class written by hand. What is odd stands in subclasses: lib/view-entities.js and others.
+// Generates the views of records: index method, getter and setter of each field, each in full, so that the code of a
+// view is as fast as a hand-written class. Special cases are in subclasses: lib/view-entities.js and others.
 const { capital, comment, head, typeNames, types } = require('./source');
 
 /**
- * A field as a view shows it.
+ * How a view accesses a field.
  * @typedef {Object} Accessor
  * @property {string} name of the getter
  * @property {Object} field
- * @property {?string} index name of the index; null where there is one such field in a block
- * @property {?string} bound property that counts the elements
+ * @property {?string} index name of the index; null for a single field of a block
+ * @property {?string} bound property with the number of elements
  * @property {string} array 'u8', 'u32' or 'f32'
- * @property {string} at index in that array, as code
- * @property {?string} stride of it, as code
+ * @property {string} at code of the index in that array
+ * @property {?string} stride code of the record's start in that array
  */
 
-/** Elements of an array of the view to a byte. */
+/** Bytes per element of an array of the view. */
 const kArrays = { u8: 1, u32: 4, f32: 4 };
 
 function constantOf(record, name) {
@@ -35,7 +35,7 @@ class Constants {
   }
 }
 
-/** Accessors of the fields of a record that stands `count` times in a row, from `base` of a block on. */
+/** Accessors of the fields of an array of records that starts at `base` of a block. */
 function elementAccessors(record, base, bound, constants) {
   return record.fields
     .filter(({ view }) => view !== undefined)
@@ -97,7 +97,7 @@ function isNumber({ array, field: { view } }) {
   return array === 'f32' && view.holds !== 'boolean';
 }
 
-/** Type of a value in a comment; a parameter takes plain numbers for handles, too. */
+/** JSDoc type of a value; a parameter also accepts plain numbers for handles. */
 function typeOf({ field: { view } }, isParameter) {
   if (view.holds === 'boolean') {
     return 'boolean';
@@ -138,7 +138,7 @@ function indexMethod(accessor) {
   return method(about, tags, `${name}At`, [index], [`return ${at};`]);
 }
 
-/** A getter that fills an array. */
+/** A getter that fills an output array. */
 function copyMethod(accessor, name, about, at, count) {
   const tags = [
     '@template {NumberArray} Out',
@@ -187,7 +187,7 @@ function getMethods(accessor) {
   ]);
 }
 
-/** Throws for values that are not what their fields hold; numbers in a row are looked at together. */
+/** Code that throws for values of the wrong type; consecutive numbers share one check. */
 function checkValues(name, given) {
   const lines = [];
   for (let i = 0; i < given.length; ++i) {
@@ -206,7 +206,9 @@ function checkValues(name, given) {
       );
     } else if (holds !== 'boolean') {
       if (accessor.array === 'u8') {
-        throw new Error(`${accessor.name}: a byte that is set holds a boolean: say so by holds.`);
+        throw new Error(
+          `${accessor.name}: a byte field with a setter must be a boolean: set holds.`
+        );
       }
       const isSigned = holds === 'bits' ? ` && (${value} | 0) !== ${value}` : '';
       lines.push(
@@ -219,7 +221,7 @@ function checkValues(name, given) {
   return lines;
 }
 
-/** Stores of values: a vector, several words of an element, or words by themselves. */
+/** Code that stores values: a vector, several words of an element, or single words. */
 function storeValues(accessors, given) {
   const stored = ({ field }, value) =>
     field.view.holds === 'boolean' ? `${value} ? 1 : 0` : value;
@@ -266,7 +268,7 @@ function setMethod(name, about, accessors, names, units) {
   );
 }
 
-/** The constructor, and what all elements have. */
+/** The constructor and `handle()`. */
 function beginning(record, records, accessors) {
   const { view } = record;
   const { argument, object, maker } = view;
@@ -274,7 +276,7 @@ function beginning(record, records, accessors) {
   const isBatch = record.parameters === undefined;
   const label = view.class;
   const lines = [
-    ...comment('', [`@param {${object}} ${argument} what \`${maker}\` made`]),
+    ...comment('', [`@param {${object}} ${argument} returned by \`${maker}\``]),
     `constructor(${argument}) {`,
     ...(view.count === undefined
       ? [`super('${label}', ${argument}, '${maker}');`]
@@ -291,7 +293,7 @@ function beginning(record, records, accessors) {
     );
   }
   if (bytes.length > 0) {
-    const about = `The records as bytes; only ${bytes.join(' and ')} is one.`;
+    const about = `The records as bytes, for ${bytes.join(' and ')}.`;
     lines.push(
       ...comment(about, ['@type {Uint8Array}', '@readonly'], 2),
       'this.u8 = this._bytes();'
@@ -339,7 +341,7 @@ function renderClass(record, records, constants) {
   }
   const name = view.isBase ? `${view.class}Base` : view.class;
   const about = view.isBase
-    ? comment(`Fields of \`layout.${record.name}\`, by name. ${view.class} adds the rest.`, [
+    ? comment(`Accessors of \`layout.${record.name}\`. Base class of ${view.class}.`, [
         '@private',
         `@extends {BlockView<${view.object}>}`,
       ])
@@ -348,7 +350,7 @@ function renderClass(record, records, constants) {
 }
 
 /**
- * Sources of the generated views, not yet brought into form.
+ * Sources of the generated views, unformatted.
  * @param {Object} description
  * @returns {Array<{file: string, text: string}>}
  */
@@ -369,7 +371,7 @@ function renderViews({ groups }) {
       });
     const values = Array.from(constants.lines, ([name, value]) => `const ${name} = ${value};`);
     const text = [...values, ...code, ...kept].join('\n');
-    // Comments name records, too.
+    // Without comments, which also name records.
     const program = text.replace(/\/\*\*[^]*?\*\//g, '');
     const layouts = all
       .map(({ name }) => name)
@@ -379,7 +381,7 @@ function renderViews({ groups }) {
     );
     const lines = [
       ...head(
-        `Views of records, field by field: index, getter, setter. See docs/layouts.md for the bytes.`,
+        `Views of records: index method, getter and setter per field. See docs/layouts.md for the bytes.`,
         'scripts/layouts/description.js'
       ),
       `const { ${layouts.join(', ')} } = require('./layout');`,
@@ -388,7 +390,7 @@ function renderViews({ groups }) {
       '',
       ...typeNames(text, types),
       '',
-      '// Words, or bytes, from the start of a block, and from one record to the next.',
+      '// Offsets from the start of a block, and strides, in words; of bytes in bytes.',
       ...values,
       ...code,
       '',

@@ -136,7 +136,7 @@ describe('EntityCommandWriter', () => {
       const { words, writer } = entityWriter();
       words[0] = wrong;
       const pattern = new RegExp(
-        `^EntityCommandWriter.addRoot: the first word is ${wrong}, no length .*: clear it`
+        `^EntityCommandWriter.addRoot: the first word is ${wrong}, not a valid length .*: clear it`
       );
       assertRefused(words, () => writer.addRoot(1), RangeError, pattern);
     }
@@ -230,7 +230,7 @@ describe('EntityCommandWriter', () => {
     const off = { buffer: memory.buffer, byteOffset: 6, byteLength: 20 };
     assert.throws(() => new DirtyListWriter({ dirtyEntities: off }), {
       name: 'RangeError',
-      message: /^DirtyListWriter: its block starts at byte 6 of a memory: give one that starts/,
+      message: /^DirtyListWriter: its block starts at byte 6 of a buffer: give one that starts/,
     });
   });
 
@@ -308,7 +308,7 @@ describe('DirtyListWriter', () => {
       words,
       () => writer.appendRange(last, 2),
       RangeError,
-      /go on behind the last one/
+      /go beyond the largest one/
     );
     writer.appendRange(last, 1);
     assert.strictEqual(words[1], last);
@@ -317,7 +317,7 @@ describe('DirtyListWriter', () => {
   it('throws if the first word is invalid', () => {
     const { words, writer } = listWriter();
     words[0] = 12288;
-    const pattern = /the first word is 12288, no count of at most 12287 entries: clear it/;
+    const pattern = /the first word is 12288, not a count of at most 12287 entries: clear it/;
     assertRefused(words, () => writer.append(1), RangeError, pattern);
     assertRefused(words, () => writer.appendAll([1]), RangeError, pattern);
     assertRefused(words, () => writer.appendRange(1, 1), RangeError, pattern);
@@ -723,7 +723,12 @@ describe('MatrixFlowWriter', () => {
   it('throws if the first word is invalid, until it is reset', () => {
     const { words, writer } = flowWriter(64);
     words[0] = 64;
-    assertRefused(words, () => writer.call(1), RangeError, /the first word is 64, no length of/);
+    assertRefused(
+      words,
+      () => writer.call(1),
+      RangeError,
+      /the first word is 64, not a valid length of/
+    );
     writer.reset();
     writer.call(1);
     assert.strictEqual(words[0], 8);

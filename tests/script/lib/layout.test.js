@@ -201,14 +201,14 @@ describe('validate', () => {
     assert.throws(argument, /frustumCullingArguments\.near: gap or overlap/);
   });
 
-  it('refuses names that stand twice and records that there are not', () => {
+  it('refuses duplicate names and unknown records', () => {
     const twice = changed('clipKey', ({ fields }) => {
       fields[1].name = 'frame';
     });
-    assert.throws(twice, /clipKey: a name stands twice/);
+    assert.throws(twice, /clipKey: duplicate name/);
     const unknown = changed('animator', ({ fields }) => {
       fields[0].of = 'animatorClips';
     });
-    assert.throws(unknown, /clips: no type, or a record that there is not/);
+    assert.throws(unknown, /clips: no type, or an unknown record/);
   });
 });

@@ -518,7 +518,7 @@ for (const { name, bytes, make, rows, indices, indexed, outs = {}, words = {} } 
       }
     });
 
-    it('refuses bytes that are no block of a memory', () => {
+    it('refuses a byte range outside its buffer, or unaligned', () => {
       const memory = new ArrayBuffer(bytes + 4);
       const inMemory = (byteOffset, byteLength) => () =>
         make({ id: 4096, buffer: { buffer: memory, byteOffset, byteLength } });
@@ -527,14 +527,10 @@ for (const { name, bytes, make, rows, indices, indexed, outs = {}, words = {} } 
         [
           2,
           bytes,
-          /: its block starts at byte 2 of a memory: give one that starts at a multiple of 4/,
+          /: its block starts at byte 2 of a buffer: give one that starts at a multiple of 4/,
         ],
         ['4', bytes, /starts at byte '4' of/],
-        [
-          8,
-          bytes,
-          /: its block of \d+ bytes starts at byte 8 of a memory of \d+: give one that lies/,
-        ],
+        [8, bytes, /: its block of \d+ bytes starts at byte 8 of a buffer of \d+: give one within/],
         [4, -1, /: its block of -1 bytes starts/],
         [4, undefined, /: its block of undefined bytes starts/],
       ]) {
@@ -1266,12 +1262,12 @@ describe('TargetListsView', () => {
     assertRefused(
       over(words.buffer, 4, 2, 4),
       RangeError,
-      /list of clip 1 goes on behind the 4 words/
+      /list of clip 1 extends beyond the 4 words/
     );
     assertRefused(
       over(words.buffer, 4, 2, 2),
       RangeError,
-      /list of clip 1 goes on behind the 2 words/
+      /list of clip 1 extends beyond the 2 words/
     );
     assertRefused(over(words.buffer, 4, 2, 7), RangeError, /36 bytes from 4 go past the 36/);
     assertRefused(over(words.buffer, 2, 2, 5), RangeError, /byteOffset is 2: give a multiple of 4/);
