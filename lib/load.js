@@ -137,7 +137,7 @@ function cureFor(build, attempts, original) {
       : `build it here by ${build.making}`;
     return `this system's libraries are too old for it: ${cure}.`;
   }
-  return `the file is damaged, or no build for this Node: build it anew by ${build.making}.`;
+  return `the file is damaged, or not a build for this Node: rebuild it by ${build.making}.`;
 }
 
 /** An error that lists the attempts, this runtime and the supported ones, and the cure. */

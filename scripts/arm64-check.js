@@ -1,21 +1,21 @@
 'use strict';
-// npm run arm64-check: cross-compiles for arm64 Linux, and runs under qemu's user mode the native suites, and the script
-// suites on each host that there is a package for, or on those that are named (`npm run arm64-check -- 24`).
-// Arguments that begin with a dash, and what follows the first of them, go to ctest, which runs the script suites.
+// npm run arm64-check: cross-compiles for arm64 Linux, and runs the native suites under qemu's user mode, and the
+// script suites on each available host, or on the named ones (`npm run arm64-check -- 24`). Other arguments go to
+// ctest, which runs the script suites, from the first one that begins with a dash.
 const path = require('path');
 const { build, everything, folders, targetOf, test, toolSuites } = require('./lib/build');
 const { arm64, platforms } = require('./lib/hosts');
 const { root, eachAtOnce, fail, jobs, quietStatus } = require('./lib/run');
 const { setup } = require('./setup');
 
-/** Native tests that can't run under qemu's user mode: it has no system call filters. */
+/** Native tests that can't run under qemu's user mode, which has no system call filters. */
 const notUnderQemu = ['WorkerPoolPinningDeathTest.*'];
 
-/** Script suites that can't run there: the emulator takes its part of the memory that a process may have. */
+/** Script suites that can't run there: they limit memory, and the emulator uses part of it. */
 const notEmulated = '[.]out-of-memory$';
 
 /**
- * Runs the native suites, a part of them on each CPU.
+ * Runs the native suites, one shard per CPU.
  * @returns {Promise<boolean>} whether all passed
  */
 function checkNative() {
@@ -63,7 +63,7 @@ async function main() {
   setup('build', 'test', 'cross', 'emulator');
   const failed = [];
   if (named.length === 0 && !(await checkNative())) {
-    failed.push('native suites (alone: build/Arm64/nq_tests.sh --gtest_filter=…)');
+    failed.push('native suites (again: build/Arm64/nq_tests.sh --gtest_filter=…)');
   }
   for (const name of named.length > 0 ? named : names) {
     if (!checkScripts(name, at === -1 ? [] : given.slice(at))) {

@@ -1,8 +1,8 @@
 'use strict';
-// npm run bench: native benchmarks, then script benchmarks on Node 12, or on another host by `--host NAME`. Of the other
-// arguments after --, those that begin with --benchmark_ go to the native ones, the rest to bench/script/run.js;
-// --smoke runs everything once on a tiny budget.
-// `--hosts NAME,NAME...` runs script benchmarks on several hosts in turns instead, and prints one table of them all.
+// npm run bench: native benchmarks, then JavaScript benchmarks on Node 12, or on another host by `--host NAME`. Other
+// arguments that begin with --benchmark_ go to the native ones, the rest to bench/script/run.js; --smoke runs
+// everything once on a tiny budget. `--hosts NAME,NAME...` instead runs JavaScript benchmarks interleaved on several
+// hosts, and prints one table.
 const path = require('path');
 const { setup } = require('./setup');
 const { compareHosts } = require('../bench/script/lib/hosts');
@@ -10,17 +10,17 @@ const { root, fail, run } = require('./lib/run');
 const { build, builtFile, everything, folders, targetOf } = require('./lib/build');
 const { hostBinary, reference, takeHostOption, takeHostsOption } = require('./lib/hosts');
 
-/** The addons that script benchmarks load. */
+/** The addons that JavaScript benchmarks load. */
 const addons = ['nq_logic', 'nq_logic_matrixflow'];
 
-/** Builds what benchmarks on hosts need. */
+/** Builds the targets for benchmarks on hosts. */
 function buildFor(hosts, targets) {
   const ofHosts = hosts.map((name) => addons.map((addon) => targetOf(addon, name)));
   const options = Object.assign({ NQ_BUILD_BENCH: 'ON' }, everything);
   build('release', options, targets.concat(...ofHosts), hosts);
 }
 
-/** Where benchmarks on a host find its modules. */
+/** Environment by which benchmarks on a host find its modules. */
 function environmentOf(name) {
   return {
     NQ_MODULE: builtFile('nq_logic.node', name),
@@ -32,7 +32,7 @@ function benchOne(name, nativeArguments, scriptArguments) {
   buildFor([name], ['nq_bench']);
   run('native benchmarks', path.join(root, folders.release, 'nq_bench'), nativeArguments);
   const script = path.join(root, 'bench', 'script', 'run.js');
-  const step = `script benchmarks on Node ${name}`;
+  const step = `JavaScript benchmarks on Node ${name}`;
   run(step, hostBinary(name), [script, ...scriptArguments], environmentOf(name));
 }
 

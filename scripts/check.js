@@ -1,5 +1,5 @@
 'use strict';
-// npm run check: the slower checks, all of them or those that are named (`npm run check -- layering`).
+// npm run check: the slower checks, all or the named ones (`npm run check -- layering`).
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
@@ -42,7 +42,7 @@ const {
 } = require('./lib/run');
 const { nativeSources, nodeModule, prettierArguments } = require('./lib/sources');
 
-// The suites that run code on several threads, or check that it gives the same bytes.
+// Native suites that are multithreaded, or check that multithreaded code gives the same bytes.
 const threadedSuites =
   'ConditionVariable|WorkerPool|EngineRuntime|MemoryAllocator|WorldTransform|EntitySystem|DirtyEntityList|Animation|Controller|[Bb]atch|transform';
 
@@ -53,7 +53,7 @@ const threadedScripts =
 // Script suites that run on arm64 here.
 const arm64Scripts = '[.]engine[.](module|frame|animation|controllers|matrixflow)$';
 
-// What the portable build does without, among undefined symbols.
+// Undefined symbols that the portable build must not have.
 const linuxOnly = /\b(syscall|posix_memalign|sched_(?!yield)\w+|pthread_(set|get)affinity\w*)/g;
 
 const exportedSymbols = ['_register_nq_logic_', 'node_register_module_v72'];
@@ -75,7 +75,8 @@ function exportsEntriesOnly(module) {
   return good;
 }
 
-// Each answers whether it found nothing, some later. `needs` names what setup brings for it.
+// Each returns whether it passed, or a promise of that. `needs` names the groups of scripts/setup.js that it
+// requires.
 const checks = {
   layering: {
     needs: [],
@@ -86,7 +87,7 @@ const checks = {
     },
   },
 
-  // What is generated from the description of layouts is what it gives.
+  // Generated files are up to date.
   layouts: {
     needs: ['build'],
     run() {
@@ -116,21 +117,20 @@ const checks = {
       ]) === 0,
   },
 
-  // Typings: that they are sound, that they accept and refuse what they should, and that a reference can be made of
-  // them in which no link is broken.
+  // Typings compile, accept and reject the right code, and give an API reference without broken links.
   types: {
     needs: ['build'],
     run() {
       const out = fs.mkdtempSync(path.join(os.tmpdir(), 'nq-api-'));
       const sound = status(host, [nodeModule('typescript/bin/tsc'), '--project', 'types']) === 0;
       const tested = status(host, [nodeModule('tsd/dist/cli.js')]) === 0;
-      const told = writeApi(out);
+      const documented = writeApi(out);
       removeFolder(out);
-      return sound && tested && told;
+      return sound && tested && documented;
     },
   },
 
-  // Exactly the two entries of a module are visible.
+  // A module exports exactly its two entry points.
   symbols: {
     needs: ['build'],
     run() {
@@ -139,7 +139,7 @@ const checks = {
     },
   },
 
-  // What release builds are hardened by is in the module.
+  // The module has the hardening of release builds.
   hardening: {
     needs: ['build'],
     run() {
@@ -154,7 +154,7 @@ const checks = {
     },
   },
 
-  // The libraries that the module needs are those that documents name.
+  // Documents state the library versions that the module requires.
   versions: {
     needs: ['build', 'cross'],
     run() {
@@ -178,7 +178,7 @@ const checks = {
     },
   },
 
-  // The module is the same byte for byte, whatever the folder that it is built in.
+  // The build is reproducible: the module does not depend on the folder that it is built in.
   reproducible: {
     needs: ['build'],
     run() {
@@ -189,7 +189,7 @@ const checks = {
     },
   },
 
-  // A second compiler, its analysis of locks, and the same results from its code. Suites of tools run none of it.
+  // A second compiler, its thread safety analysis, and the tests of its code; suites of tools don't run any of it.
   clang: {
     needs: ['build', 'test', 'check'],
     run() {
@@ -198,7 +198,7 @@ const checks = {
     },
   },
 
-  // What systems other than Linux would run: all native suites, and those of script that use threads.
+  // The build for systems other than Linux: all native suites, and multithreaded script suites.
   portable: {
     needs: ['build', 'test'],
     run() {
@@ -226,7 +226,7 @@ const checks = {
     },
   },
 
-  // What npm packs: exactly the files that belong there, and it runs where it is installed, on arm64 under an emulator.
+  // The npm package: it has exactly the expected files, and runs after installation, on arm64 in an emulator.
   package: {
     needs: ['build', 'cross', 'emulator'],
     run() {
@@ -236,19 +236,19 @@ const checks = {
     },
   },
 
-  // All script suites on the reference, on a host of today, and on the newest.
+  // All script suites on a current host, and on the newest.
   hosts: {
     needs: ['build', 'test'],
     run: () => checkHosts(['24', '26']).length === 0,
   },
 
-  // The frame and animation on arm64, under an emulator: the whole is `npm run arm64-check`.
+  // The frame and animation on arm64, in an emulator; `npm run arm64-check` runs all suites.
   arm64: {
     needs: ['build', 'cross', 'emulator'],
     run: () => checkScripts('24', ['-R', arm64Scripts]),
   },
 
-  // The viewer in a browser without a display, which newer Node steers.
+  // The viewer in a headless browser, which a newer Node.js controls.
   viewer: {
     needs: ['build', 'browser'],
     run() {
@@ -257,14 +257,16 @@ const checks = {
       const args = [mocha, '--timeout=60000', 'tests/browser/viewer.test.js'];
       const node = newerNode();
       if (node === null) {
-        console.error('nq_logic: the browser is steered by a newer Node than 12: put one on PATH.');
+        console.error(
+          'nq_logic: controlling the browser takes a newer Node than 12: put one in PATH.'
+        );
         return false;
       }
       return status(node, args, { NQ_HOST: host, NQ_MODULE: modulePath }) === 0;
     },
   },
 
-  // The site of documents: that it builds, and how it does in a browser.
+  // The site of documents builds, and its pages work in a browser.
   site: {
     needs: ['browser'],
     run() {
@@ -276,13 +278,13 @@ const checks = {
     },
   },
 
-  // Every benchmark once, on a tiny budget, so that none rots.
+  // Every benchmark once, on a tiny budget, so that none breaks unnoticed.
   bench: {
     needs: ['build', 'bench'],
     run: () => status(process.execPath, ['scripts/bench.js', '--smoke']) === 0,
   },
 
-  // The threaded suites under the thread sanitizer.
+  // The multithreaded suites under the thread sanitizer.
   tsan: {
     needs: ['build', 'test'],
     run() {

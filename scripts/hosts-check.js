@@ -1,13 +1,13 @@
 'use strict';
-// npm run hosts-check: all script suites on all hosts, and on Node 24 under the address and undefined behaviour sanitizers
-// as well. Hosts that are named (`npm run hosts-check -- 24 26`) are the only ones, without sanitizers; with --asan
-// under sanitizers alone. Other arguments that begin with a dash, and what follows the first of them, go to ctest.
+// npm run hosts-check: all script suites on all hosts, and on Node 24 also under the address and undefined behaviour
+// sanitizers. With names (`npm run hosts-check -- 24 26`) only on these hosts, without sanitizers; with --asan only
+// under sanitizers. Other arguments go to ctest, from the first one that begins with a dash.
 const { setup } = require('./setup');
 const { build, everything, targetOf, test } = require('./lib/build');
 const { names, requireHosts } = require('./lib/hosts');
 const { fail } = require('./lib/run');
 
-/** Hosts beside the reference on which suites run under sanitizers; those on the reference are in `npm test`. */
+/** Hosts on which suites run under sanitizers, besides the reference, which `npm test` covers. */
 const sanitized = ['24'];
 
 /**

@@ -1,5 +1,5 @@
 'use strict';
-// Configuring, building and testing a preset; the hosts and the modules that they load.
+// Configures, builds and tests a preset, for hosts and the modules that they load.
 const fs = require('fs');
 const path = require('path');
 const {
@@ -36,13 +36,13 @@ const nodeDir = hostFolder(reference);
 /** Its binary. */
 const host = hostBinary(reference);
 
-/** What a build gives for a host: folder of its files, and the end of its targets' names. */
+/** Output folder of a build for a host, and suffix of its target names. */
 const outputOf = (name) => (name === reference ? '' : `abi${abis[name]}`);
 const suffixOf = (name) => (name === reference ? '' : `_abi${abis[name]}`);
 
 /**
- * A file that the build of a preset gives for a host.
- * @param {string} file as nq_logic.node
+ * Path of an output file of a preset for a host.
+ * @param {string} file such as nq_logic.node
  * @param {string} [name] of the host
  * @param {string} [preset]
  */
@@ -58,13 +58,13 @@ function targetOf(target, name) {
 /** The module of the release build for the reference host. */
 const modulePath = builtFile('nq_logic.node');
 
-/** The module with command buffers within script's reach, of the release build. */
+/** The module with command buffers for JavaScript, of the release build. */
 const matrixFlowModulePath = builtFile('nq_logic_matrixflow.node');
 
-/** Cache variables of builds that test or measure: what is off by default is covered, too. */
+/** Cache variables of builds for tests and benchmarks, which also cover options that are off by default. */
 const everything = { NQ_SCRIPT_MATRIXFLOW: 'ON' };
 
-/** Hosts beside the reference that a build folder is configured for, as long as they are there. */
+/** Hosts other than the reference that a build folder is configured for and that still exist. */
 function configuredHosts(preset) {
   const cache = path.join(root, folders[preset], 'CMakeCache.txt');
   const text = fs.existsSync(cache) ? fs.readFileSync(cache, 'utf8') : '';
@@ -78,11 +78,11 @@ function configuredHosts(preset) {
 }
 
 /**
- * Configures a preset and builds it, for the reference host where the platform has it, for those that are named, and
- * for those that the build folder has been configured for before, so that no file of an earlier build is left behind.
+ * Configures a preset and builds it, for the reference host if the platform has it, for the hosts passed, and for
+ * those that the build folder was configured for before, so that no file of an earlier build becomes stale.
  * @param {string} preset
  * @param {Object<string, string>} [options] cache variables
- * @param {string[]} [targets] all if left out
+ * @param {string[]} [targets] default: all
  * @param {string[]} [hosts]
  */
 function build(preset, options = {}, targets = [], hosts = []) {
@@ -110,11 +110,11 @@ function build(preset, options = {}, targets = [], hosts = []) {
   run(`build ${preset}`, 'cmake', args);
 }
 
-/** Presets whose modules are packed, by platform. */
+/** Presets of the modules in the package, by platform. */
 const packedPresets = { [platform]: 'release', [arm64]: 'arm64' };
 
 /**
- * Modules of the package, as builds give them.
+ * Modules for the package, as built.
  * @returns {import('./package').PackedModule[]}
  */
 function packedModules() {
@@ -129,7 +129,7 @@ function packedModules() {
   );
 }
 
-/** Builds them. */
+/** Builds the modules for the package. */
 function buildPackedModules() {
   for (const on of Object.keys(platforms)) {
     const targets = platforms[on].map((name) => targetOf('nq_logic', name));
@@ -138,7 +138,7 @@ function buildPackedModules() {
 }
 
 /**
- * Builds the release module for the host that is named, or that runs this.
+ * Builds the release module for the named host, or for the default one.
  * @param {?string} named
  * @returns {{program: string, modulePath: string}} the host's binary, and the module that it loads
  */
@@ -148,7 +148,7 @@ function buildModule(named) {
   return { program, modulePath: builtFile('nq_logic.node', name) };
 }
 
-/** Script suites that run tools or read sources, on x86-64: what they find is the same for all builds. */
+/** Script suites that run tools or read sources: their results don't depend on the build, so they run on x86-64 only. */
 const toolSuites = '[.]tools[.]';
 
 /**
@@ -156,7 +156,7 @@ const toolSuites = '[.]tools[.]';
  * @param {string} preset
  * @param {string[]} [args] further arguments of ctest
  * @param {string} [name] of the host
- * @returns {boolean} whether all passed, and there were any
+ * @returns {boolean} whether there were tests and all passed
  */
 function test(preset, args = [], name = reference) {
   const isReference = name === reference;

@@ -1,6 +1,6 @@
 'use strict';
-// The hosts: releases of Node.js that the module is built for and tested on. Node 12 is the reference and comes
-// with the packages of package-lock.json; the others are pinned in hosts/package-lock.json and fetched on demand.
+// The hosts: releases of Node.js that the module is built for and tested on. Node 12 is the reference and comes with
+// the packages of package-lock.json; the others are pinned in hosts/package-lock.json and downloaded on demand.
 const childProcess = require('child_process');
 const crypto = require('crypto');
 const fs = require('fs');
@@ -10,20 +10,20 @@ const { environment, fail, newerNode, npmCommand, output, removeFolder, root } =
 /** Name of the reference host. */
 const reference = '12';
 
-/** The platform that builds run on, and the one that they cross-compile for. */
+/** The platform of the build machine, and the cross-compilation target. */
 const platform = 'linux-x64';
 const arm64 = 'linux-arm64';
 
-/** Module ABI of each host: `process.versions.modules` there. In order of age. */
+/** Module ABI (`process.versions.modules`) of each host, oldest first. */
 const abis = { 12: '72', 18: '108', 20: '115', 22: '127', 24: '137', 26: '147' };
 
 /** All hosts, by major version. */
 const names = Object.keys(abis);
 
-/** Hosts that are fetched on demand. */
+/** Hosts that are downloaded on demand. */
 const fetched = names.filter((name) => name !== reference);
 
-/** Hosts that the package has modules for, by platform: Node 12 does not run on arm64 as it is published. */
+/** Hosts with modules in the package, by platform. There is no published Node 12 for arm64. */
 const platforms = { [platform]: names, [arm64]: ['22', '24', '26'] };
 
 /**
@@ -43,14 +43,13 @@ function hostBinary(name, on = platform) {
   return path.join(hostFolder(name, on), 'bin', 'node');
 }
 
-/** Name of the host whose ABI a running Node has, or null. */
+/** Name of the host with an ABI, or null. */
 function hostOfAbi(abi) {
   return names.find((name) => abis[name] === abi) || null;
 }
 
 /**
- * The host that programs run on: the one that is named, else the Node on the PATH where it is one of them, else
- * the reference.
+ * The host to run programs on: the named one, else the Node.js in PATH if it is one of the hosts, else the reference.
  * @param {?string} named
  * @returns {{name: string, program: string}} `program` is its binary
  */
@@ -64,7 +63,7 @@ function chooseHost(named) {
   return name === null ? { name: reference, program: hostBinary(reference) } : { name, program };
 }
 
-/** What the lock file says of a host: package, version, checksum. */
+/** Package, version and checksum of a host in the lock file. */
 function pinned(name, on) {
   const lock = JSON.parse(fs.readFileSync(path.join(root, 'hosts', 'package-lock.json'), 'utf8'));
   const entry = lock.packages[`node_modules/${on}-${name}`];
@@ -76,7 +75,7 @@ function pinned(name, on) {
   return entry;
 }
 
-/** Throws unless a file has the checksum that the lock file states. */
+/** Throws unless a file has the checksum of the lock file. */
 function verify(file, integrity, what) {
   const [algorithm, expected] = integrity.split(/-(.*)/s);
   const found = crypto.createHash(algorithm).update(fs.readFileSync(file)).digest('base64');
@@ -98,10 +97,10 @@ function quietly(step, program, args, cwd) {
 }
 
 /**
- * Fetches a host unless its pinned version is there. A download that is broken off leaves nothing half-done.
+ * Downloads a host unless its pinned version exists. An interrupted download leaves no partial host.
  * @param {string} name major version
  * @param {string} [on] platform
- * @throws {Error} saying what failed
+ * @throws {Error} with a message of what failed
  */
 function fetchHost(name, on = platform) {
   if (name === reference) {
@@ -113,7 +112,7 @@ function fetchHost(name, on = platform) {
   if (fs.existsSync(stamp) && fs.readFileSync(stamp, 'utf8') === integrity) {
     return;
   }
-  console.error(`== fetch ${packageName}@${version}`);
+  console.error(`== download ${packageName}@${version}`);
   const parent = path.dirname(folder);
   fs.mkdirSync(parent, { recursive: true });
   const work = fs.mkdtempSync(path.join(parent, `.${path.basename(folder)}-`));
@@ -131,7 +130,7 @@ function fetchHost(name, on = platform) {
   }
 }
 
-/** Ends the script unless all that are named are hosts. */
+/** Exits unless all names are hosts. */
 function requireHosts(named) {
   const unknown = named.find((name) => !names.includes(name));
   if (unknown !== undefined) {
@@ -139,7 +138,7 @@ function requireHosts(named) {
   }
 }
 
-/** Takes an option with a value out of arguments; the value is null where the option is not among them. */
+/** Removes an option and its value from arguments; the value is null if the option is absent. */
 function takeOption(given, wanted) {
   const rest = given.slice();
   const at = rest.findIndex((one) => one === wanted || one.startsWith(`${wanted}=`));
@@ -152,9 +151,9 @@ function takeOption(given, wanted) {
 }
 
 /**
- * Takes `--host NAME` out of arguments.
+ * Removes `--host NAME` from arguments.
  * @param {string[]} given
- * @returns {{rest: string[], named: ?string}} the host that is named, or null; ends the script if there is none such
+ * @returns {{rest: string[], named: ?string}} the named host, or null; exits for an unknown one
  */
 function takeHostOption(given) {
   const { rest, value: named } = takeOption(given, '--host');
@@ -165,10 +164,10 @@ function takeHostOption(given) {
 }
 
 /**
- * Takes `--hosts NAME,NAME...` out of arguments.
+ * Removes `--hosts NAME,NAME...` from arguments.
  * @param {string[]} given
- * @returns {{rest: string[], named: ?string[]}} the hosts that are named, or null; ends the script if there is one that
- *   is none, or if there are fewer than two
+ * @returns {{rest: string[], named: ?string[]}} the named hosts, or null; exits for an unknown one, or if there are
+ *   fewer than two
  */
 function takeHostsOption(given) {
   const { rest, value } = takeOption(given, '--hosts');

@@ -1,12 +1,12 @@
 'use strict';
-// The npm package: where its binaries are, and which files it holds.
+// The npm package: paths of its binaries, and the list of its files.
 const fs = require('fs');
 const path = require('path');
 const { abis, platform, platforms } = require('./hosts');
 const { output, removeFolder, root } = require('./run');
 
 /**
- * Path of a host's module in the package; lib/load.js looks for it there.
+ * Path of a host's module in the package, where lib/load.js looks for it.
  * @param {string} name of the host
  * @param {string} [on] platform
  */
@@ -14,7 +14,7 @@ function prebuildOf(name, on = platform) {
   return `prebuilds/${on}/node.abi${abis[name]}.node`;
 }
 
-/** What a module of each platform is: the CPU in the head of its file, and the program that strips it. */
+/** Modules of each platform: the machine number in the ELF header, and the strip program. */
 const binaries = {
   'linux-x64': { machine: 62, strip: 'strip', package: 'binutils' },
   'linux-arm64': {
@@ -24,8 +24,8 @@ const binaries = {
   },
 };
 
-// What belongs into the package, in the folders that package.json names: no notes, tests of types or leftovers, and
-// not the example that needs the build with command buffers.
+// Files of the package in the folders that package.json lists: no notes, type tests or leftovers, and not the example
+// that needs the build with command buffers.
 const folders = {
   docs: /\.(md|png)$/,
   examples: /^(?!(expected\/)?08-matrixflow\.)(expected\/\d\d-[\w-]+\.txt|[\w-]+\.js)$/,
@@ -33,7 +33,7 @@ const folders = {
   types: /\.d\.ts$/,
 };
 
-/** Files beside those, whatever else comes and goes. */
+/** Files that must always be in the package. */
 const always = [
   'CHANGELOG.md',
   'LICENSE',
@@ -45,7 +45,7 @@ const always = [
   ),
 ];
 
-/** The CPU that a program or library is for, as its head states it; 0 if the file is none. */
+/** The machine number in the header of an ELF file; 0 for any other file. */
 function machineOf(file) {
   const head = Buffer.alloc(20);
   const descriptor = fs.openSync(file, 'r');
@@ -67,12 +67,12 @@ function checkModule({ file, name, on }) {
     symbols === null ||
     !symbols.split('\n').some((line) => line.startsWith(entry))
   ) {
-    throw new Error(`${file} is no module of ABI ${abis[name]} for ${on}: build it anew ${cure}.`);
+    throw new Error(`${file} is not a module of ABI ${abis[name]} for ${on}: rebuild it ${cure}.`);
   }
 }
 
 /**
- * A module to be packed.
+ * A module to pack.
  * @typedef {Object} PackedModule
  * @property {string} file
  * @property {string} name of the host
@@ -80,15 +80,15 @@ function checkModule({ file, name, on }) {
  */
 
 /**
- * Puts release modules, stripped, where an installed package looks for them, and nothing else beside them.
+ * Writes stripped release modules to the paths where an installed package looks for them, and removes any others.
  * @param {PackedModule[]} modules
  * @param {string} [folder] of the package
  * @returns {string[]} paths from that folder
- * @throws {Error} saying what is missing, and the cure; then nothing was changed
+ * @throws {Error} with what is missing, and the cure, before anything is changed
  */
 function placePrebuilds(modules, folder = root) {
   modules.forEach(checkModule);
-  // Binaries of other names, left by an earlier version, would be packed as well.
+  // Binaries with other names, from an earlier version, would be packed too.
   removeFolder(path.join(folder, 'prebuilds'));
   return modules.map(({ file, name, on }) => {
     const target = path.join(folder, prebuildOf(name, on));
@@ -114,7 +114,7 @@ function filesBelow(folder, prefix = '') {
   );
 }
 
-/** Files of a folder that are under version control; in a tree without, all that are there. */
+/** Files of a folder under version control, or all of them in a tree without it. */
 function ownFiles(folder) {
   const list = output('git', ['ls-files', '-z', '--', folder]);
   return list === null
@@ -123,8 +123,8 @@ function ownFiles(folder) {
 }
 
 /**
- * Files that the package is to hold; leftovers in its folders are none of them.
- * @returns {string[]} paths from its root, in order
+ * Files that the package should contain, without leftovers in its folders.
+ * @returns {string[]} paths from its root, sorted
  */
 function expectedFiles() {
   const files = [...always];
@@ -136,9 +136,9 @@ function expectedFiles() {
 }
 
 /**
- * Files that a package holds.
+ * Files in a package.
  * @param {string} tarball
- * @returns {?string[]} paths from its root, in order; null if it can't be read
+ * @returns {?string[]} paths from its root, sorted; null if it can't be read
  */
 function packedFiles(tarball) {
   const list = output('tar', ['-tzf', tarball]);

@@ -198,12 +198,12 @@ describe('placePrebuilds', () => {
     refuse('linux-arm64', "'npm pack'");
   });
 
-  it('refuses what is no module of the ABI, and leaves what is there', () => {
+  it('refuses a file that is no module of the ABI, and changes nothing', () => {
     const target = path.join(folder, 'kept');
     fs.mkdirSync(path.join(target, 'prebuilds'), { recursive: true });
     const refuse = (file, { name, on }) =>
       assert.throws(() => placePrebuilds([{ file, name, on }], target), {
-        message: new RegExp(`is no module of ABI ${abis[name]} for ${on}: build it anew by 'npm `),
+        message: new RegExp(`is not a module of ABI ${abis[name]} for ${on}: rebuild it by 'npm `),
       });
     const of24 = packedModules().filter(({ name }) => name === '24');
     for (const file of [process.execPath, __filename, of24[0].file]) {

@@ -206,7 +206,7 @@ describe('load', () => {
     assert(/file too short|invalid ELF header/.test(original), original);
     assert(
       message.endsWith(
-        `\nCure: the file is damaged, or no build for this Node: build it anew by ${making}.` +
+        `\nCure: the file is damaged, or not a build for this Node: rebuild it by ${making}.` +
           `\nOriginal error: ${original}`
       ),
       message

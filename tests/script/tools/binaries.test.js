@@ -1,6 +1,5 @@
 'use strict';
-// What the checks of binaries read: versions of libraries out of symbol tables and documents, and the signs of
-// hardening in files.
+// The checks of binaries: library versions in symbol tables and documents, and hardening flags in files.
 const assert = require('assert');
 const {
   compareVersions,
@@ -22,29 +21,29 @@ node.abi72.node:     file format elf64-x86-64
 0000000000003f10 g    DF .text	0000000000000012 (GLIBC_9.9) own
 `;
 
-describe('versions that a module needs', () => {
-  it('are compared number by number', () => {
+describe('library versions that a module needs', () => {
+  it('are compared numerically, component by component', () => {
     assert.strictEqual(compareVersions('2.4', '2.34'), -1);
     assert.strictEqual(compareVersions('3.4.29', '3.4.9'), 1);
     assert.strictEqual(compareVersions('3.4', '3.4.0'), 0);
     assert.strictEqual(compareVersions('3', '2.99'), 1);
   });
 
-  it('are the newest of what it imports', () => {
+  it('are the newest of its imports', () => {
     const expected = { GLIBC: '2.34', GLIBCXX: '3.4.29', CXXABI: '1.3' };
     assert.deepStrictEqual(newestVersions(table), expected);
   });
 
-  it('are held against all that documents say', () => {
+  it('are compared with all that documents state', () => {
     const needed = newestVersions(table);
     const wanted = { a: ['GLIBC'], b: ['GLIBC', 'GLIBCXX'] };
     const good = { a: 'glibc 2.34 or later', b: 'glibc 2.34; GLIBCXX_3.4.29 (CXXABI_1.2)' };
     assert.deepStrictEqual(findWrongVersions(needed, good, wanted), []);
     const bad = { a: 'glibc 2.34, and glibc 2.32', b: 'glibc 2.36' };
     assert.deepStrictEqual(findWrongVersions(needed, bad, wanted), [
-      'a names GLIBC 2.32; the module needs 2.34: correct it, and the systems beside it.',
-      'b names GLIBC 2.36; the module needs 2.34: correct it, and the systems beside it.',
-      'b names no GLIBCXX; the module needs 3.4.29: add it.',
+      'a states GLIBC 2.32; the module needs 2.34: correct it, and the systems listed with it.',
+      'b states GLIBC 2.36; the module needs 2.34: correct it, and the systems listed with it.',
+      'b states no GLIBCXX; the module needs 3.4.29: add it.',
     ]);
   });
 });
@@ -58,7 +57,7 @@ describe('hardening', () => {
     '    10: 0000000000000000     0 FUNC    GLOBAL DEFAULT  UND __vfprintf_chk@GLIBC_2.3.4 (6)',
   ];
 
-  it('is seen in the parts of a file, and missed where one is not there', () => {
+  it('is found in the output of readelf, each missing part by name', () => {
     assert.deepStrictEqual(missingHardening(parts.join('\n')), []);
     const without = (sign) => missingHardening(parts.filter((line) => !sign.test(line)).join('\n'));
     const names = [/RELRO/, /NOW/, /stack/, /printf/].map(without);

@@ -1,12 +1,12 @@
 'use strict';
-// What the commands of package.json do in which order, with stand-ins for what takes minutes.
+// The steps of the commands of package.json and their order, with mocks for steps that take minutes.
 const assert = require('assert');
 const { spawnSync } = require('child_process');
 const path = require('path');
 
 const scripts = path.join(__dirname, '..', '..', '..', 'scripts');
 
-/** Runs scripts/test.js, where the suites of some presets fail. */
+/** Runs scripts/test.js with failing suites in some presets. */
 function runTestScript(failing) {
   const standIns = `
     const put = (file, exports) => {
@@ -31,14 +31,14 @@ function runTestScript(failing) {
 describe('npm test', () => {
   const steps = ['setup build test', 'build release', 'test release', 'build asan', 'test asan'];
 
-  it('has run the release suites before it builds the sanitizers', () => {
+  it('runs the release suites before it builds with sanitizers', () => {
     const { status, steps: made, stderr } = runTestScript([]);
     assert.deepStrictEqual(made, [...steps, '== tests passed on: release, asan']);
     assert.strictEqual(stderr, '');
     assert.strictEqual(status, 0);
   });
 
-  it('goes on after failed release suites, and names all that failed at its end', () => {
+  it('continues after failed release suites, and lists all failed ones at the end', () => {
     for (const failing of [['release'], ['asan'], ['release', 'asan']]) {
       const { status, steps: made, stderr } = runTestScript(failing);
       assert.deepStrictEqual(made, steps);
@@ -48,7 +48,7 @@ describe('npm test', () => {
   });
 });
 
-/** Runs scripts/bench.js; what it would build, run and compare comes back as lines. */
+/** Runs scripts/bench.js; returns what it would build, run and compare, as lines. */
 function runBenchScript(...args) {
   const standIns = `
     const put = (file, change) => {
@@ -80,7 +80,7 @@ function runBenchScript(...args) {
 describe('npm run bench', () => {
   const builds = path.join(scripts, '..', 'build', 'Release');
 
-  it('runs all contenders on Node 12, or on the host that is named, and builds for that alone', () => {
+  it('runs all contenders on Node 12, or on the named host, and builds only for that', () => {
     const onHost = (folder, name, suffix, binary, ...args) => {
       const { status, lines, stderr } = runBenchScript(...args);
       assert.strictEqual(stderr, '');
@@ -91,7 +91,7 @@ describe('npm run bench', () => {
       const [, , program, nativeArgs] = native;
       assert.deepStrictEqual([program, nativeArgs], [path.join(builds, 'nq_bench'), []]);
       const [, step, host, [entry, ...rest], module] = script;
-      assert.strictEqual(step, `script benchmarks on Node ${name}`);
+      assert.strictEqual(step, `JavaScript benchmarks on Node ${name}`);
       assert(host.endsWith(binary), host);
       assert(entry.endsWith(path.join('bench', 'script', 'run.js')), entry);
       assert.deepStrictEqual(rest, ['--only', 'idle']);
@@ -103,7 +103,7 @@ describe('npm run bench', () => {
     onHost(...on24, '--only', 'idle', '--host=24');
   });
 
-  it('takes --smoke and native options beside a host', () => {
+  it('accepts --smoke and native options together with a host', () => {
     const { lines } = runBenchScript('--smoke', '--host', '24', '--benchmark_filter=X');
     assert.deepStrictEqual(lines[1][3], ['--benchmark_min_time=0.001', '--benchmark_filter=X']);
     assert.deepStrictEqual(lines[2][3].slice(1), ['--budget', 'tiny']);
@@ -126,7 +126,7 @@ describe('npm run bench', () => {
     );
   });
 
-  it('refuses what is no host, and options that exclude each other', () => {
+  it('refuses unknown hosts, and options that exclude each other', () => {
     const list = 'there are: 12, 18, 20, 22, 24, 26.';
     const refusals = [
       [['--host', '13'], `there is no host '13'; ${list}`],
@@ -152,7 +152,7 @@ describe('npm run bench', () => {
 });
 
 describe('npm run hosts-check', () => {
-  /** Runs it, with the suites of some hosts failing; what it would build and test comes back as lines. */
+  /** Runs it with failing suites on some hosts; returns what it would build and test, as lines. */
   function runHostsCheck(failing, ...args) {
     const standIns = `
       const put = (file, exports) => {
@@ -178,7 +178,7 @@ describe('npm run hosts-check', () => {
     return { status: child.status, steps: child.stdout.trim().split('\n'), stderr: child.stderr };
   }
 
-  it('runs release builds on the hosts that are named, else on all, and then sanitizers', () => {
+  it('runs release builds on the named hosts; without names on all, then under sanitizers', () => {
     const named = runHostsCheck([], '18', '26', '-R', 'x');
     assert.strictEqual(named.stderr, '');
     const steps = ['build release 18 26', 'test release 18 -R x', 'test release 26 -R x'];
@@ -192,14 +192,14 @@ describe('npm run hosts-check', () => {
     assert.strictEqual(stderr, 'nq_logic: suites failed on Node 24, 24 under sanitizers.\n');
   });
 
-  it('runs under sanitizers by --asan, on Node 24 where no host is named', () => {
+  it('runs only under sanitizers with --asan, by default on Node 24', () => {
     assert.deepStrictEqual(runHostsCheck([], '--asan').steps, ['build asan 24', 'test asan 24']);
     const { status, steps, stderr } = runHostsCheck(['22'], '--asan', '22', '-R', 'x');
     assert.deepStrictEqual(steps, ['build asan 22', 'test asan 22 -R x']);
     assert.deepStrictEqual([status, stderr], [1, 'nq_logic: suites failed on Node 22.\n']);
   });
 
-  it('refuses what is no host', () => {
+  it('refuses unknown hosts', () => {
     const { status, steps, stderr } = runHostsCheck([], '--asan', '13');
     assert.deepStrictEqual([status, steps], [2, ['']]);
     assert.strictEqual(
