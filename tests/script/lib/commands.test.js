@@ -10,7 +10,7 @@ const commands = require('../../../lib/commands');
 const nq = require(modulePath);
 const { DirtyListWriter, EntityCommandWriter, MatrixFlowWriter } = commands;
 
-/** Words that a test finds again if a writer has not touched them. */
+/** A poison value: words that a writer has not touched. */
 const poison = 0xabababab;
 
 const listBytes = 49152;
@@ -23,7 +23,7 @@ function poisoned(bytes, first = 0) {
   return words;
 }
 
-/** A fake engine; writers take what an engine shows, no more. */
+/** A fake engine; writers only use properties of an engine. */
 function entityWriter(bytes = listBytes) {
   const words = poisoned(bytes);
   return { words, writer: new EntityCommandWriter({ entityCommands: words.buffer }) };
@@ -39,7 +39,7 @@ function flowWriter(bytes = 256, options = undefined) {
   return { words, writer: new MatrixFlowWriter({ buffer: words.buffer }, options) };
 }
 
-/** Throws unless `call` throws `type` with words that match, and leaves the buffer as it was. */
+/** Asserts that `call` throws `type` with a matching message, and leaves the buffer unchanged. */
 function assertRefused(words, call, type, pattern) {
   const before = words.slice();
   assert.throws(call, (error) => {
@@ -50,7 +50,7 @@ function assertRefused(words, call, type, pattern) {
   assert.deepStrictEqual(words, before);
 }
 
-/** Commands of one buffer: method, arguments, and the words that they make. */
+/** Commands of one buffer: method, arguments, and the words that they write. */
 const entityCases = [
   ['addRoot', [4096], [1, 4096]],
   ['addChild', [4096, 8193], [2, 4096, 8193]],
@@ -102,7 +102,7 @@ describe('EntityCommandWriter', () => {
     });
   }
 
-  it('has all commands, and numbers for no other', () => {
+  it('has a method per command, and a number per method', () => {
     assert.deepStrictEqual(
       Object.keys(commands.entityCommands),
       entityCases.map(([method]) => method)
@@ -149,7 +149,7 @@ describe('EntityCommandWriter', () => {
       ['7', TypeError],
       [{}, TypeError],
     ];
-    // An element of a batch is wrong in the same ways.
+    // Elements of a batch are checked in the same way.
     const isBatch = Array.isArray(args[0]) || args[0] instanceof Uint32Array;
     wrongs.push(...[-1, 1.5, NaN, Infinity, 2 ** 32].map((value) => [value, RangeError]));
     it(`refuses arguments of ${method} that are no 32-bit words`, () => {
@@ -201,7 +201,7 @@ describe('EntityCommandWriter', () => {
     assert.throws(() => new EntityCommandWriter(none), { name: 'RangeError', message: /3 bytes/ });
   });
 
-  it('writes into a buffer that is a part of a larger memory', () => {
+  it('writes into a range of a larger buffer', () => {
     const memory = new Uint32Array(16).fill(0xabababab);
     const part = new Uint8Array(memory.buffer, 12, 20);
     memory[3] = 0;
@@ -338,7 +338,7 @@ describe('entity commands and dirty list in the engine', () => {
   const scaleAt = 8;
   const worldPositionAt = 11 + 12;
 
-  /** A batch of 3D entities of scale 1 with each its x, and the two writers. */
+  /** A batch of 3D entities of scale 1, each with its own x, and the two writers. */
   function createScene(...xs) {
     const engine = nq.getEngine();
     const batch = engine.createEntity(true, xs.length);
@@ -423,8 +423,8 @@ describe('entity commands and dirty list in the engine', () => {
     assert.deepStrictEqual([0, 1].map(s.worldX), [2, 12]);
   });
 
-  it('inserts at an index: bones of a root are visited in its order of children', () => {
-    // Children 1, 2, 3 of root 0 carry 4, 5, 6; 3 is put between the other two.
+  it('inserts at an index: traversal order is the order of children', () => {
+    // Children 1, 2, 3 of root 0 carry 4, 5, 6; 3 is inserted between the other two.
     const s = createScene(0, 1, 2, 3, 0, 0, 0);
     s.commands.addRoot(s.h(0));
     s.commands.addChild(s.h(0), s.h(1));
@@ -455,7 +455,7 @@ describe('entity commands and dirty list in the engine', () => {
     assert.deepStrictEqual([0, 1, 2].map(s.worldX), [7, 7, 5]);
   });
 
-  it('unbinds, one and many', () => {
+  it('unbinds single entities and batches', () => {
     const s = createScene(1, 0, 0, 0);
     s.commands.addRoot(s.h(0));
     s.commands.bindToBoneBatch([s.h(1), s.h(2), s.h(3)], Uint32Array.of(s.h(0), s.h(0), s.h(0)));
@@ -501,7 +501,7 @@ describe('entity commands and dirty list in the engine', () => {
   });
 });
 
-/** Types by hand, apart from those of the library. */
+/** Command types, independent of the library's. */
 const families = [
   ['scalar', 1000, 4, ['Copy', 'Add', 'Sub', 'Mul', 'Div']],
   ['vector2', 2000, 8, ['Copy', 'Add', 'Sub', 'Mul', 'Div']],
@@ -511,7 +511,7 @@ const families = [
   ['matrix4', 6000, 64, ['Copy', 'Add', 'Sub', 'Mul', 'Invert']],
 ];
 
-/** All commands of operands alone: method, type, bytes of a value, names of the operands. */
+/** All commands with operands only: method, type, bytes of a value, names of the operands. */
 const flowCases = [].concat(
   ...families.map(([family, base, bytes, operations]) =>
     operations.map((operation, i) => ({
@@ -585,7 +585,7 @@ describe('MatrixFlowWriter', () => {
             const changed = objects.slice();
             changed[i] = Object.assign({}, objects[i], { [part]: value });
             assertRefused(words, () => writer[method](...changed), error, pattern);
-            // The first number decides on the form, so it can only be a wrong number there.
+            // The first argument selects the form, so it can only be an invalid number there.
             if (at > 0 || typeof value === 'number') {
               const numbers = flat.slice();
               numbers[at] = value;
@@ -678,7 +678,7 @@ describe('MatrixFlowWriter', () => {
     assertRefused(words, () => writer.bulkCopy(0, 6, 0, 5, 101), RangeError, /operand S: 0 bytes/);
   });
 
-  it('has all commands, and types for no other', () => {
+  it('has a method per command, and a type per method', () => {
     const expected = ['call', ...flowCases.map(({ method }) => method), 'bulkCopy'];
     assert.deepStrictEqual(Object.keys(commands.matrixFlowCommands), expected);
     assert.strictEqual(commands.matrixFlowCommands.call, 1);
@@ -735,10 +735,10 @@ describe('MatrixFlowWriter', () => {
   });
 });
 
-describe('writers and views of a second level', () => {
-  // Many times slower in later levels, where the host has lost what it knew of the class; the first one
-  // compiles, so later ones are the faster of the two.
-  it('are no slower than those of the first, which were collected', () => {
+describe('writers and views created after all earlier ones were collected', () => {
+  // Many times slower if V8 has discarded the optimised code of the class; the first round includes compilation, so
+  // later ones should be faster.
+  it('are as fast as the first ones', () => {
     const result = runScript('second-level.js');
     assertCleanExit(result);
     const times = JSON.parse(result.stdout);

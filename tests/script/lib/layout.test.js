@@ -1,7 +1,6 @@
 'use strict';
-// The layouts of lib/layout.js: that they are what their description gives, what the library's other parts
-// say too, and what the engine's blocks and calls really are. Offsets are held against the structs by the native
-// suite LayoutsTest.
+// The layouts of lib/layout.js: generated files are up to date, and agree with the library's other parts and with the
+// engine's blocks and calls. Offsets are compared with the structs by the native suite LayoutsTest.
 const assert = require('assert');
 const { modulePath } = require('../support/host');
 const clip = require('../../../lib/clip');
@@ -15,24 +14,24 @@ const { getEngine } = require(modulePath);
 const engine = getEngine();
 
 describe('lib/layout.js', () => {
-  it('is what the description gives, and so are all generated files; typings are what comments give', () => {
+  it('and all other generated files are up to date', () => {
     assert.deepStrictEqual(staleLayouts(), []);
   });
 
-  it('is frozen throughout', () => {
+  it('is deeply frozen', () => {
     for (const name of Object.keys(layout)) {
       assert(Object.isFrozen(layout[name]), name);
     }
   });
 
-  it('is where writers have their numbers from', () => {
+  it('has the command numbers of the writers', () => {
     assert.strictEqual(commands.entityCommands, layout.entityCommands);
     assert.strictEqual(commands.matrixFlowCommands, layout.matrixFlowCommands);
     assert.strictEqual(commands.matrixFlowResults, layout.matrixFlowResults);
     assert.strictEqual(clip.sampleTypes, layout.sampleTypes);
   });
 
-  it('says of clips what their writer makes', () => {
+  it('describes the bytes of buildClip', () => {
     const keys = [{ frame: 7, value: 5, inTangent: 1, outTangent: 2 }];
     const curves = [0, 1].map((target) => ({ target, type: 9, keys }));
     const bytes = clip.buildClip({ framesPerSecond: 30, frameCount: 60, curves });
@@ -55,7 +54,7 @@ describe('lib/layout.js', () => {
 });
 
 describe('sizes of the engine', () => {
-  it('are those of entities and lists', () => {
+  it('are correct for entities and lists', () => {
     const { entity3D, entity2D, dirtyEntityList, entityCommandStream, limits } = layout;
     assert.strictEqual(engine.createEntity(true, 5).buffer.byteLength, 5 * entity3D.size);
     assert.strictEqual(engine.createEntity(false, 5).buffer.byteLength, 5 * entity2D.size);
@@ -68,7 +67,7 @@ describe('sizes of the engine', () => {
     );
   });
 
-  it('are those of components, controllers and states', () => {
+  it('are correct for components, controllers and states', () => {
     const { componentKinds, cullingObject, animator, skinning } = layout;
     const { culling: cullingKind, animator: animatorKind, skinning: skinningKind } = componentKinds;
     const bytes = (object) => object.buffer.byteLength;
@@ -83,13 +82,13 @@ describe('sizes of the engine', () => {
     assert.strictEqual(engine.createComponent(4, 1, 1), null);
   });
 
-  it('are those of the culling result at the start', () => {
+  it('are correct for the initial culling result', () => {
     const { cullingResult, limits } = layout;
     const bytes = cullingResult.bytes(limits.cullingResultObjects);
     assert.strictEqual(getEngine().cullingResult.byteLength, bytes);
   });
 
-  it('keep to the limit of a batch', () => {
+  it('respect the limit of a batch', () => {
     const { batch } = layout.limits;
     const { elementBits, elementMask } = layout.handles;
     const whole = engine.createEntity(true, batch);
@@ -101,8 +100,8 @@ describe('sizes of the engine', () => {
   });
 });
 
-describe('numbers of the engine', () => {
-  it('are those of data models', () => {
+describe('enumerations and argument positions of the engine', () => {
+  it('are correct for data models', () => {
     const { dataModelKinds, inverseBindMatrices } = layout;
     const bytes = new ArrayBuffer(inverseBindMatrices.bytes(2));
     assert.notStrictEqual(engine.createDataModel(dataModelKinds.bones, bytes).id, 0);
@@ -110,8 +109,8 @@ describe('numbers of the engine', () => {
     assert.strictEqual(engine.createDataModel(3, bytes).id, 0);
   });
 
-  // A sphere around the origin, seen by cameras that look at it from 10 units along z.
-  it('are those of the arguments of culling calls', () => {
+  // A sphere at the origin, and cameras that look at it from 10 units along z.
+  it('are correct for culling calls', () => {
     const { cullingList, cullingObject, frustumCullingArguments, orthoCullingArguments } = layout;
     const carrier = engine.createEntity(true, 1);
     const record = new DataView(carrier.buffer);
@@ -144,7 +143,7 @@ describe('numbers of the engine', () => {
         });
       }
       assert.strictEqual(args.length, positions.required, method);
-      // Holes would pass for undefined.
+      // Holes would count as undefined.
       assert.strictEqual(Object.keys(args).length, positions.required, method);
       const seen = engine[method](...args);
       assert.deepStrictEqual(new Uint32Array(seen.objects), Uint32Array.of(object.id), method);
@@ -164,7 +163,7 @@ describe('numbers of the engine', () => {
 });
 
 describe('validate', () => {
-  /** The description with one record, changed. */
+  /** The description with one changed record. */
   function changed(name, change) {
     const copy = JSON.parse(JSON.stringify(description));
     change(
@@ -173,7 +172,7 @@ describe('validate', () => {
     return () => validate(copy);
   }
 
-  it('takes the description as it is', () => {
+  it('accepts the description', () => {
     validate(description);
     assert.doesNotThrow(changed('entity3D', () => {}));
   });

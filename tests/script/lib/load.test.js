@@ -1,5 +1,5 @@
 'use strict';
-// The loader of lib/load.js: what it finds, in which order, and what it says where nothing loads.
+// The loader of lib/load.js: which files it tries, in which order, and its errors.
 const assert = require('assert');
 const childProcess = require('child_process');
 const fs = require('fs');
@@ -19,14 +19,14 @@ const buildFolder = path.join('build', 'Release', abi === '72' ? '' : `abi${abi}
 const platform = `${process.platform}-${process.arch}`;
 const prebuilt = path.join('prebuilds', platform, `node.abi${abi}.node`);
 const built = path.join(buildFolder, 'nq_logic.node');
-/** What messages say that there is. */
+/** List of supported hosts in messages. */
 const nodesOf = {
   'linux-x64': 'Node 12, 18, 20, 22, 24 or 26',
   'linux-arm64': 'Node 22, 24 or 26',
 };
 const hosts =
   'Node 12, 18, 20, 22, 24 or 26 on Linux on x86-64, and for Node 22, 24 or 26 on Linux on arm64, with glibc';
-/** How messages say that the module is made. */
+/** Build instruction in messages. */
 const making =
   platform === 'linux-x64'
     ? "'npm run build' in the sources of nq_logic"
@@ -51,7 +51,7 @@ function copyFolder(from, to) {
   }
 }
 
-/** A folder with the library alone, and modules where `files` says. */
+/** A folder with only the library, and modules at `files`. */
 function copyLibrary(files) {
   const copy = path.join(folder, `copy-${++copies}`);
   copyFolder(path.join(root, 'lib'), path.join(copy, 'lib'));
@@ -62,7 +62,7 @@ function copyLibrary(files) {
   return copy;
 }
 
-/** Runs a script over a copy of the library, by default without any variable of ours. */
+/** Runs a script with a copy of the library, by default without the project's environment variables. */
 function runIn(copy, script, { variables = {} } = {}) {
   const env = Object.assign({}, process.env);
   for (const name of ['NQ_MODULE', 'NQ_MATRIXFLOW_MODULE']) {
@@ -79,8 +79,8 @@ function runIn(copy, script, { variables = {} } = {}) {
 }
 
 /**
- * What a load in a copy throws, as its message, code and files.
- * @param {string} [disguise] script that lets the process look like another
+ * Message, code and files of the error that loading in a copy throws.
+ * @param {string} [disguise] script that makes the process look like another host
  */
 function refusal(copy, call, { disguise = '', ...options } = {}) {
   const script = `
@@ -98,7 +98,7 @@ function refusal(copy, call, { disguise = '', ...options } = {}) {
 }
 
 describe('load', () => {
-  it('loads what NQ_MODULE names', () => {
+  it('loads the file named by NQ_MODULE', () => {
     const nq = load();
     assert.strictEqual(nq, require(plainModule));
     assert.deepStrictEqual(nq.getVersion(), { version: '138' });
@@ -106,7 +106,7 @@ describe('load', () => {
     assert.strictEqual(load(), nq);
   });
 
-  it('loads the file that it is given ahead of all others', () => {
+  it('prefers the file that is passed', () => {
     assert.strictEqual(load(flowModule), require(flowModule));
     assert.strictEqual(load(path.relative('', plainModule)), require(plainModule));
   });
@@ -115,14 +115,14 @@ describe('load', () => {
     const copy = copyLibrary({ [built]: '', [prebuilt]: '' });
     const { files, original } = refusal(copy, 'load()');
     assert.deepStrictEqual(files, [path.join(copy, built), path.join(copy, prebuilt)]);
-    // The last error of the two.
+    // The last of the two errors.
     assert(original.includes(path.join(copy, prebuilt)), original);
     fs.copyFileSync(plainModule, path.join(copy, built));
     const run = runIn(copy, `require('./lib/load').load()`);
     assert.strictEqual(run.status, 0, run.stderr);
   });
 
-  it('goes on to the prebuilt module where there is no build, or a broken one', () => {
+  it('falls back to the prebuilt module if there is no build, or a broken one', () => {
     const copy = copyLibrary({ [prebuilt]: fs.readFileSync(plainModule) });
     const script = `console.log(require('./lib').getVersion().version)`;
     assert.strictEqual(runIn(copy, script).stdout, '138\n');
@@ -131,25 +131,25 @@ describe('load', () => {
     assert.strictEqual(runIn(copy, script).stdout, '138\n');
   });
 
-  it('takes nothing else than what NQ_MODULE names', () => {
+  it('does not fall back if NQ_MODULE is set', () => {
     const copy = copyLibrary({ [prebuilt]: fs.readFileSync(plainModule) });
     const missing = path.join(copy, 'missing.node');
     const variables = { NQ_MODULE: 'missing.node', NQ_MATRIXFLOW_MODULE: 'other.node' };
     const { files, message } = refusal(copy, 'load()', { variables });
     assert.deepStrictEqual(files, [missing]);
-    // A name that somebody has forgotten is found by its variable.
+    // The message names the variable, in case it was set and forgotten.
     const found = message.split('\n')[1];
     assert.strictEqual(found, `  '${missing}' (named by NQ_MODULE): there is no such file.`);
     const flow = refusal(copy, 'loadMatrixFlow()', { variables });
     assert(flow.message.includes("/other.node' (named by NQ_MATRIXFLOW_MODULE): "), flow.message);
     const given = refusal(copy, "load('missing.node')", { variables });
     assert(given.message.includes(`\n  '${missing}': there is no such file.\n`), given.message);
-    // An empty one names nothing.
+    // An empty variable counts as not set.
     const run = runIn(copy, `require('./lib').getEngine()`, { variables: { NQ_MODULE: '' } });
     assert.strictEqual(run.status, 0, run.stderr);
   });
 
-  it('says where it looked, what runs here, what is wanted and what to do', () => {
+  it('reports the files tried, this runtime, the supported hosts and the cure', () => {
     const copy = copyLibrary({});
     const { message, code, files, original } = refusal(copy, 'load()');
     assert.strictEqual(code, 'ERR_NQ_LOAD');
@@ -167,7 +167,7 @@ describe('load', () => {
     assert.strictEqual(lines.length, 5);
   });
 
-  it('has no cure but another name for a file that was named', () => {
+  it('suggests another file name for a named file', () => {
     const copy = copyLibrary({});
     const cureOf = (call, variables) => {
       const [cure, ...rest] = refusal(copy, call, { variables })
@@ -185,10 +185,10 @@ describe('load', () => {
     assert.strictEqual(cureOf("load('a.node')", variables), 'name a file that is there.');
   });
 
-  it('gives the reason of the system where its libraries are too old', () => {
+  it('reports system libraries that are too old', () => {
     const copy = copyLibrary({ [built]: '' });
     const reason = "/lib/libc.so.6: version `GLIBC_2.34' not found (required by x.node)";
-    // The file is a script here, which fails with the words of the system's linker.
+    // The file is a script here, which throws the message of the dynamic linker.
     fs.writeFileSync(path.join(copy, 'old.js'), `throw new Error(${JSON.stringify(reason)});`);
     const { message } = refusal(copy, "load('old.js')");
     const lines = message.split('\n');
@@ -199,7 +199,7 @@ describe('load', () => {
     assert.strictEqual(lines.length, 5);
   });
 
-  it('gives the original error below', () => {
+  it('appends the original error', () => {
     const copy = copyLibrary({ [built]: 'not a library' });
     const { message, original } = refusal(copy, 'load()');
     assert(message.includes(`'${path.join(copy, built)}': is there, but does not load.`), message);
@@ -213,7 +213,7 @@ describe('load', () => {
     );
   });
 
-  it('names the versions of Node that there are builds for under another', () => {
+  it('lists supported versions on another Node', () => {
     const copy = copyLibrary({ [built]: fs.readFileSync(plainModule) });
     const versions = '{ ...process.versions, node: "21.7.3", modules: "120" }';
     const disguise = `Object.defineProperty(process, 'versions', { value: ${versions} });`;
@@ -232,7 +232,7 @@ describe('load', () => {
     assert.strictEqual(lines.length, 5, message);
   });
 
-  it('names the platforms that there are builds for on another', () => {
+  it('lists supported platforms on another platform', () => {
     const disguise = "Object.defineProperty(process, 'platform', { value: 'darwin' });";
     const { message } = refusal(copyLibrary({}), 'load()', { disguise });
     const lines = message.split('\n');
@@ -240,7 +240,7 @@ describe('load', () => {
     assert.strictEqual(lines[4], 'Cure: run your script on one of these platforms.');
   });
 
-  it('names the versions of Node that there are builds for on arm64 under an older one', () => {
+  it('lists supported versions on arm64 with an older Node', () => {
     const versions = '{ ...process.versions, node: "20.20.2", modules: "115" }';
     const disguise =
       `Object.defineProperty(process, 'versions', { value: ${versions} });` +
@@ -252,7 +252,7 @@ describe('load', () => {
     assert.strictEqual(lines[4], 'Cure: run your script with Node 22, 24 or 26.');
   });
 
-  it('tells of another C library where a file does not load', () => {
+  it('reports a C library other than glibc if a file does not load', () => {
     const copy = copyLibrary({ [prebuilt]: 'not a library' });
     const report = '{ getReport: () => ({ header: {} }) }';
     const disguise = `Object.defineProperty(process, 'report', { value: ${report} });`;
@@ -265,18 +265,18 @@ describe('load', () => {
     );
   });
 
-  it('needs no module for the rest of the library', () => {
+  it('is not needed by the rest of the library', () => {
     const script = `console.log(require('./lib').layout.entity3D.size)`;
     assert.strictEqual(runIn(copyLibrary({}), script).stdout, '108\n');
   });
 
-  it('lists the ABI of this host among those that there are builds for', () => {
+  it('lists the ABI of this host as supported', () => {
     assert(moduleAbis[platform].includes(process.versions.modules));
   });
 });
 
 describe('loadMatrixFlow', () => {
-  it('loads what NQ_MATRIXFLOW_MODULE names', () => {
+  it('loads the file named by NQ_MATRIXFLOW_MODULE', () => {
     const nq = loadMatrixFlow();
     assert.strictEqual(nq, require(flowModule));
     const engine = nq.getEngine();
@@ -284,7 +284,7 @@ describe('loadMatrixFlow', () => {
     assert.strictEqual(load().getEngine().createMatrixFlowCommandBuffer, undefined);
   });
 
-  it('finds the build of command buffers, and says how to make it', () => {
+  it('finds the build with command buffers, or says how to build it', () => {
     const name = path.join(buildFolder, 'nq_logic_matrixflow.node');
     const copy = copyLibrary({ [prebuilt]: fs.readFileSync(plainModule) });
     const { message, files } = refusal(copy, 'loadMatrixFlow()');
@@ -313,7 +313,7 @@ describe('lib/index.js', () => {
     assert.deepStrictEqual(Object.keys(index).sort(), [...Object.keys(expected), ...own].sort());
   });
 
-  it('has all names for ES modules, as its parts have', () => {
+  it('has all named exports for ES modules', () => {
     const names = ['index', 'load', 'checked', 'clip', 'commands', 'layout', 'views', 'gltf'];
     const script = `
       Promise.all(${JSON.stringify(names)}.map((name) => import('./lib/' + name + '.js')))
@@ -328,7 +328,7 @@ describe('lib/index.js', () => {
     });
   });
 
-  it('loads the module, and the importer of glTF, on first use only', () => {
+  it('loads the module and the glTF importer lazily', () => {
     const copy = copyLibrary({ [built]: fs.readFileSync(plainModule) });
     const script = `
       const loaded = () => Object.keys(require.cache).filter((file) => /gltf|[.]node$/.test(file));

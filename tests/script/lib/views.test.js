@@ -1,6 +1,6 @@
 'use strict';
-// The typed views of lib/: the bytes that they touch, what they refuse, that they allocate nothing, what they
-// keep alive, and what the engine makes of the records that they write.
+// The typed views of lib/: the bytes that they write, the arguments that they refuse, that they allocate nothing,
+// what they keep alive, and how the engine processes the records that they write.
 const assert = require('assert');
 const { addonPath, modulePath, sanitized } = require('../support/host');
 const { collect, collectUntil } = require('../support/collect');
@@ -45,7 +45,7 @@ function assertNear(actual, expected, tolerance = 1e-6) {
   });
 }
 
-/** An object as the engine shows one, with a poisoned block of its own. */
+/** An object like those of the engine, with a poisoned block. */
 function poisoned(bytes, id = 4096) {
   return { id, buffer: new Uint8Array(bytes).fill(0xab).buffer };
 }
@@ -60,9 +60,9 @@ function stored(bytes, values) {
   return new Uint8Array(buffer);
 }
 
-// For each view: bytes of a block, how to make it, and rows of a setter, its arguments, what it stores, and the
-// getters that tell the same. A getter is a name, its arguments and what it answers: a value, or an array that it
-// fills from index 1 on.
+// For each view: bytes of a block, how to create it, and rows of a setter, its arguments, what it stores, and the
+// corresponding getters. A getter is a name, its arguments and its result: a value, or an array that it fills from
+// index 1.
 const viewCases = [
   {
     name: 'Entity3DView',
@@ -462,7 +462,7 @@ const viewCases = [
   },
 ];
 
-/** Throws unless `call` throws `type` with words that match. */
+/** Asserts that `call` throws `type` with a matching message. */
 function assertRefused(call, type, pattern) {
   assert.throws(call, (error) => {
     assert.strictEqual(error.constructor, type, error.stack);
@@ -474,7 +474,7 @@ function assertRefused(call, type, pattern) {
 for (const { name, bytes, make, rows, indices, indexed, outs = {}, words = {} } of viewCases) {
   describe(name, () => {
     for (const [method, args, values, getters] of rows) {
-      it(`${method}(${args.join(', ')}) stores what it says and nothing else`, () => {
+      it(`${method}(${args.join(', ')}) stores its values and nothing else`, () => {
         const object = poisoned(bytes);
         const view = make(object);
         assert.strictEqual(view[method](...args), undefined);
@@ -492,7 +492,7 @@ for (const { name, bytes, make, rows, indices, indexed, outs = {}, words = {} } 
       });
     }
 
-    it('shows a block within a larger memory as one of its own', () => {
+    it('accesses a block within a larger buffer like a separate one', () => {
       const before = 20;
       for (const [method, args, values, getters] of rows) {
         const memory = new Uint8Array(before + bytes + 12).fill(0xab);
@@ -542,7 +542,7 @@ for (const { name, bytes, make, rows, indices, indexed, outs = {}, words = {} } 
       }
     });
 
-    it('tells where fields stand in its raw arrays', () => {
+    it('returns indices of fields in its raw arrays', () => {
       const view = make(poisoned(bytes));
       for (const [method, i, array, offset] of indices) {
         const width = view[array].BYTES_PER_ELEMENT;
@@ -552,7 +552,7 @@ for (const { name, bytes, make, rows, indices, indexed, outs = {}, words = {} } 
       }
     });
 
-    it('refuses indices of no element, and leaves the block as it is', () => {
+    it('refuses indices out of range, and leaves the block unchanged', () => {
       const object = poisoned(bytes);
       const view = make(object);
       const { count, methods } = indexed;
@@ -574,7 +574,7 @@ for (const { name, bytes, make, rows, indices, indexed, outs = {}, words = {} } 
       }
     });
 
-    it('refuses arrays that are too short to fill', () => {
+    it('refuses output arrays that are too short', () => {
       const view = make(poisoned(bytes));
       for (const method of Object.keys(outs)) {
         const length = outs[method];
@@ -597,7 +597,7 @@ for (const { name, bytes, make, rows, indices, indexed, outs = {}, words = {} } 
       }
     });
 
-    it('refuses what is no handle or word', () => {
+    it('refuses invalid handles and words', () => {
       const object = poisoned(bytes);
       const view = make(object);
       for (const method of Object.keys(words)) {
@@ -616,7 +616,7 @@ for (const { name, bytes, make, rows, indices, indexed, outs = {}, words = {} } 
       }
     });
 
-    it('refuses what is no number where one goes', () => {
+    it('refuses values that are not numbers', () => {
       const object = poisoned(bytes);
       const view = make(object);
       for (const [method, args] of rows) {
@@ -636,7 +636,7 @@ for (const { name, bytes, make, rows, indices, indexed, outs = {}, words = {} } 
       assert.deepStrictEqual(new Uint8Array(object.buffer), stored(bytes, []));
     });
 
-    it('refuses objects without a block of its kind', () => {
+    it('refuses objects without a block of the right size', () => {
       const Class = views[name];
       for (const wrong of [
         undefined,
@@ -663,7 +663,7 @@ for (const { name, bytes, make, rows, indices, indexed, outs = {}, words = {} } 
 }
 
 describe('ControllerStateView', () => {
-  it('reads any number but 0, of either sign, as filling defaults', () => {
+  it('reads any number except 0 and -0 as fillDefaults', () => {
     const view = new ControllerStateView(poisoned(32));
     for (const [value, expected] of [
       [0, false],
@@ -678,7 +678,7 @@ describe('ControllerStateView', () => {
 });
 
 describe('AnimatorView', () => {
-  it('wants the count of clips of its component', () => {
+  it('requires the clipCount of its component', () => {
     const component = poisoned(28);
     assert.strictEqual(new AnimatorView(component, 1).entityCount, 4);
     assert.strictEqual(new AnimatorView(component, 2).entityCount, 1);
@@ -689,7 +689,7 @@ describe('AnimatorView', () => {
     assertRefused(() => new AnimatorView(component), TypeError, /clipCount is undefined/);
   });
 
-  it('refuses targets that go past the table', () => {
+  it('refuses targets beyond the table', () => {
     const view = new AnimatorView(poisoned(36), 2);
     const past = /^AnimatorView\.setTargets: 2 handles from entry 2 go past the 3 entries/;
     assertRefused(() => view.setTargets([1, 2], 2), RangeError, past);
@@ -702,7 +702,7 @@ describe('AnimatorView', () => {
   });
 });
 
-/** An engine with writers, in verbs. */
+/** An engine with writers, as a test fixture. */
 class Scene {
   constructor(engine = nq.getEngine()) {
     this.engine = engine;
@@ -710,7 +710,7 @@ class Scene {
     this.dirty = new DirtyListWriter(engine);
   }
 
-  /** Entities of one batch, each a root at rest. */
+  /** Entities of one batch, each a root with identity transform. */
   add(is3D, count) {
     const entity = this.engine.createEntity(is3D, count);
     const view = is3D ? new Entity3DView(entity) : new Entity2DView(entity);
@@ -726,7 +726,7 @@ class Scene {
     this.engine.refreshWorldTransform();
   }
 
-  /** A clip of curves: target, type, value that holds throughout. */
+  /** A clip of constant curves: target, type, value. */
   clip(...curves) {
     const bytes = buildClip({
       framesPerSecond: 30,
@@ -742,7 +742,7 @@ class Scene {
 }
 
 describe('views of entities, with the engine', () => {
-  it('give 3D entities their transforms, and tell their world matrices', () => {
+  it('write transforms of 3D entities, and read their world matrices', () => {
     const scene = new Scene();
     const view = new Entity3DView(scene.engine.createEntity(true, 2));
     assert.strictEqual(view.count, 2);
@@ -757,7 +757,7 @@ describe('views of entities, with the engine', () => {
     view.setQuaternion(1, half, 0, 0, half);
     scene.refresh(view);
 
-    // The parent turns x into y and y into -x, and doubles; the child turns y into z and z into -y.
+    // The parent rotates x to y and y to -x, and scales by 2; the child rotates y to z and z to -y.
     assertNear(view.worldMatrix(0, new Float32Array(16)), [
       ...[0, 2, 0, 0],
       ...[-2, 0, 0, 0],
@@ -778,7 +778,7 @@ describe('views of entities, with the engine', () => {
     assert.strictEqual(view.f32[view.worldMatrixAt(1) + 14], 3);
   });
 
-  it('give 2D entities theirs', () => {
+  it('write transforms of 2D entities, and read their world matrices', () => {
     const scene = new Scene();
     const view = new Entity2DView(scene.engine.createEntity(false, 2));
     scene.commands.addRoot(view.handle(0));
@@ -799,7 +799,7 @@ describe('views of entities, with the engine', () => {
     assertNear(view.worldPosition(1, [0, 0]), [35, 4], 1e-5);
   });
 
-  it('refuse what the engine refused', () => {
+  it('refuse objects whose id is 0', () => {
     const { engine } = new Scene();
     const none =
       /its buffer is undefined, not an ArrayBuffer: give what createEntity\(true, count\)/;
@@ -830,7 +830,7 @@ describe('views of culling, with the engine', () => {
     return { engine: scene.engine, scene, entities, objects };
   }
 
-  it('tell what is in view, nearest first', () => {
+  it('read visible objects, nearest first', () => {
     const { engine, objects } = makeRow(3);
     const result = new CullingResultView(engine);
     objects.setEnabled(1, false);
@@ -870,7 +870,7 @@ describe('views of culling, with the engine', () => {
     assert.deepStrictEqual(Array.from(top.objects), [objects.handle(2)]);
   });
 
-  it('show answers and results within a larger memory', () => {
+  it('read results within a larger buffer', () => {
     const memory = new ArrayBuffer(64);
     const part = (byteOffset, byteLength) => new Uint8Array(memory, byteOffset, byteLength);
     new Uint32Array(memory, 8, 4).set([77, 1, 4096]);
@@ -883,7 +883,7 @@ describe('views of culling, with the engine', () => {
     assert.deepStrictEqual([view.count, view.object(0), view.distance(0)], [1, 4096, 2.5]);
   });
 
-  it('follow the result into a larger buffer', () => {
+  it('switch to the larger buffer of a grown result', () => {
     const { engine, entities, objects, scene } = makeRow(1001);
     const result = new CullingResultView(engine);
     const old = engine.cullingResult;
@@ -901,7 +901,7 @@ describe('views of culling, with the engine', () => {
     assert.strictEqual(result.distance(1000), 10 + 1000 * 0.0625);
     assert.strictEqual(result.u32.buffer, engine.cullingResult);
     assert.strictEqual(result.f32.buffer, engine.cullingResult);
-    // A getter each, as the first to look after a replacement.
+    // Each getter in turn is the first access after a replacement.
     for (const read of ['count', 'hash', 'u32', 'f32', 'capacity']) {
       const fresh = makeRow(1001);
       const view = new CullingResultView(fresh.engine);
@@ -912,7 +912,7 @@ describe('views of culling, with the engine', () => {
     assert(entities.count === 1001 && scene.engine === engine);
   });
 
-  it('tell an empty view from the last result', () => {
+  it('distinguish an empty result from the previous one', () => {
     const { engine, objects } = makeRow(2);
     const result = new CullingResultView(engine);
     engine.frustumCullingV2(last, ...looking);
@@ -932,7 +932,7 @@ describe('views of culling, with the engine', () => {
     assertRefused(() => answer.distance('0'), TypeError, /CullingAnswerView\.distance: i is '0'/);
   });
 
-  it('refuse what is no engine, and no answer', () => {
+  it('refuse values that are not an engine or a culling result', () => {
     assertRefused(() => new CullingResultView(null), TypeError, /CullingResultView: got null/);
     assertRefused(() => new CullingResultView({}), TypeError, /its cullingResult is undefined/);
     assertRefused(() => new CullingAnswerView(false), TypeError, /CullingAnswerView: got false/);
@@ -953,7 +953,7 @@ describe('views of culling, with the engine', () => {
 describe('views of animators and skinning, with the engine', () => {
   const { PositionX, PositionY, ScaleX } = sampleTypes;
 
-  it('say what an animator plays, on whom', () => {
+  it('set the clips and targets of an animator', () => {
     const scene = new Scene();
     const [near, far] = [
       scene.clip([0, PositionX, 8], [1, PositionX, 1]),
@@ -977,7 +977,7 @@ describe('views of animators and skinning, with the engine', () => {
     assert.deepStrictEqual(entities.position(1, [0, 0, 0]), [7, 7, 7]);
   });
 
-  it('play at the time that they say', () => {
+  it('set the time of a clip', () => {
     const scene = new Scene();
     const rise = [
       { frame: 0, value: 0 },
@@ -995,7 +995,7 @@ describe('views of animators and skinning, with the engine', () => {
     assertNear(entities.position(0, [0, 0]), [0, 1]); // 3 a second, after a third of one
   });
 
-  it('give bones their matrices, and tell the products', () => {
+  it('set bones and their matrices, and read the results', () => {
     const scene = new Scene();
     const bones = scene.add(true, 2);
     bones.setPosition(1, 1, 2, 3);
@@ -1020,7 +1020,7 @@ describe('views of animators and skinning, with the engine', () => {
     assert.strictEqual(skin.f32[skin.resultAt(1) + 13], -2);
   });
 
-  it('know that 2D bones have smaller products', () => {
+  it('read the smaller results of 2D bones', () => {
     const scene = new Scene();
     const bones = scene.add(false, 2);
     bones.setPosition(0, 5, 6);
@@ -1042,7 +1042,7 @@ describe('views of animators and skinning, with the engine', () => {
     assertRefused(() => new SkinningView(skin.object, 'no'), TypeError, /is3D is 'no'/);
   });
 
-  it('leave channels without keys alone', () => {
+  it('leave channels without keys unchanged', () => {
     const scene = new Scene();
     const entities = scene.add(true, 1);
     entities.setPosition(0, 1, 2, 3);
@@ -1093,7 +1093,7 @@ describe('views of controllers, with the engine', () => {
     return stage;
   }
 
-  it('blend a layer with the rest pose by its weight, and turn it off', () => {
+  it('set weight and blend mode of a layer', () => {
     const stage = makeStage();
     const { controller } = stage;
     const state = stage.state(stage.four);
@@ -1113,7 +1113,7 @@ describe('views of controllers, with the engine', () => {
     assert.deepStrictEqual(stage.play(), [1, 4]);
   });
 
-  it('chain states by weight', () => {
+  it('chain states with weights', () => {
     const stage = makeStage();
     const next = stage.state(stage.four, 0.25);
     const first = stage.state(stage.eight, 0.75);
@@ -1127,7 +1127,7 @@ describe('views of controllers, with the engine', () => {
     assert.deepStrictEqual(stage.play(), [4, 4]);
   });
 
-  it('add the difference from a reference', () => {
+  it('set the reference pose of an additive layer', () => {
     const stage = makeStage();
     const state = stage.state(stage.eight);
     state.setReference(0, stage.four.id, 0);
@@ -1135,7 +1135,7 @@ describe('views of controllers, with the engine', () => {
     assert.deepStrictEqual(stage.play(), [12, 12]); // (8 - 4) / 2 + 10
   });
 
-  it('mask entities off a layer', () => {
+  it('mask entities of a layer', () => {
     const stage = makeStage();
     const state = stage.state(stage.four);
     stage.controller.setLayer(0, layerBlendModes.override, 1, state.id);
@@ -1148,7 +1148,7 @@ describe('views of controllers, with the engine', () => {
     assert.deepStrictEqual(stage.play(), [4, 4]);
   });
 
-  it('bring in rest poses where a state says so', () => {
+  it('blend in rest poses by fillDefaults', () => {
     const stage = makeStage();
     const { engine, entities, lists, binding } = stage;
     entities.setQuaternion(0, 0, 0, half, half);
@@ -1167,8 +1167,8 @@ describe('views of controllers, with the engine', () => {
     assert(engine === stage.scene.engine);
   });
 
-  // Rest poses of two bound entities, and what happens to one that leaves, one that stays, one that comes.
-  it('say what becomes of rest poses', () => {
+  // Rest poses of bound entities, one of which is removed, one kept, one added.
+  it('pass the modes of updateBinding', () => {
     const outcome = (removedMode, keptMode) => {
       const stage = makeStage();
       const { engine, entities, four } = stage;
@@ -1183,7 +1183,7 @@ describe('views of controllers, with the engine', () => {
         true
       );
       const now = [0, 1].map((i) => entities.position(i, [0, 0, 0])[0]);
-      // What is remembered shows in a layer of weight 0, which holds its entities at rest.
+      // A layer of weight 0 holds its entities in their rest poses, which makes these visible.
       const back = lists([leaves, stays]);
       back.updateBinding(binding, removedModes.keep, keptModes.keep, addedModes.none);
       const controller = new ControllerView(engine.createAnimatorControllerModel(1));
@@ -1209,7 +1209,7 @@ describe('views of controllers, with the engine', () => {
     });
   });
 
-  it('bind without rest poses where they say so', () => {
+  it('bind without rest poses by mode 0', () => {
     const stage = makeStage();
     const binding = stage.lists.createBinding(stage.engine, addedModes.none);
     stage.controller.setBindingHandle(binding.id);
@@ -1249,7 +1249,7 @@ describe('TargetListsView', () => {
     assert.deepStrictEqual(same.u32, lists.u32);
   });
 
-  it('reads lists that stand in a buffer', () => {
+  it('reads existing lists in a buffer', () => {
     const words = Uint32Array.of(0xabababab, 4096, 4097, 1, 8192, 2, 8193, 8194, 0xabababab);
     const lists = TargetListsView.over(words.buffer, 4, 2, 5);
     assert.deepStrictEqual([lists.target(0, 0), lists.target(1, 1)], [8192, 8194]);
@@ -1276,7 +1276,7 @@ describe('TargetListsView', () => {
     assertRefused(over(words.buffer, 4, 2), TypeError, /targetWords is undefined/);
   });
 
-  it('refuses what is no list', () => {
+  it('refuses invalid lists', () => {
     const make =
       (...args) =>
       () =>
@@ -1326,7 +1326,7 @@ describe('MaskView', () => {
     assert.deepStrictEqual([mask.count, mask.entity(1), mask.weight(1)], [3, 4097, 0.5]);
   });
 
-  it('refuses what goes past it', () => {
+  it('refuses entries out of range', () => {
     const mask = new MaskView(1);
     assertRefused(() => mask.set(1, 1, 1), RangeError, /MaskView\.set: i is 1, of 1/);
     assertRefused(() => mask.set(0, -1, 1), RangeError, /MaskView\.set: entity is -1/);
@@ -1339,7 +1339,7 @@ describe('MaskView', () => {
 });
 
 describe('HandleList', () => {
-  it('counts what it holds', () => {
+  it('counts its handles', () => {
     const list = new HandleList(2);
     assert.deepStrictEqual(Array.from(list.u32), [0, 0, 0]);
     list.append(4096);
@@ -1358,27 +1358,27 @@ describe('HandleList', () => {
   });
 });
 
-describe('memory', () => {
+describe('memory of views', () => {
   const rounds = 50;
   const perRound = 20000;
   const kBytesAccess = 4; // the least object takes three times as much
 
-  /** Bytes that calls of `access(i)` leave on the heap, but for what the measuring itself does. */
+  /** Bytes that calls of `access(i)` allocate on the heap, without those of the measurement. */
   function bytesPerAccess(access) {
     const run = new Function('access', 'n', 'for (let i = 0; i < n; ++i) access(i);');
-    // Long enough to be compiled.
+    // Long enough to be optimised.
     run(access, 10 * perRound);
     let bytes = 0;
     for (let i = 0; i < rounds; ++i) {
       const before = process.memoryUsage().heapUsed;
       run(access, perRound);
-      // A collection within makes less of it; then the round doesn't count.
+      // A garbage collection in the round would hide allocations: discard the round.
       bytes += Math.max(0, process.memoryUsage().heapUsed - before);
     }
     return bytes / (rounds * perRound);
   }
 
-  it('is measured', () => {
+  it('is measured correctly: allocations are detected', () => {
     let kept = null;
     const bytes = bytesPerAccess((i) => {
       kept = { i };
@@ -1386,7 +1386,7 @@ describe('memory', () => {
     assert(bytes > 2 * kBytesAccess, `${bytes} bytes for an object each, ${kept.i}`);
   });
 
-  it('is not taken by accesses', () => {
+  it('is not allocated by accesses', () => {
     const scene = new Scene();
     const entities = new Entity3DView(scene.engine.createEntity(true, 64));
     const flat = new Entity2DView(scene.engine.createEntity(false, 64));
@@ -1469,7 +1469,7 @@ describe('memory', () => {
     assert(!Number.isNaN(sums[0]));
   });
 
-  it('stays as long as the view does', async () => {
+  it('is kept alive by the view', async () => {
     const runtimeOf = (make) => {
       const engine = nq.getEngine();
       const runtime = addon.runtimeOf(engine);
@@ -1490,7 +1490,7 @@ describe('memory', () => {
     kept.forEach(({ runtime, memoryID }) => {
       assert.strictEqual(addon.hasBlock(runtime, memoryID), true);
     });
-    // And goes with it.
+    // And released with it.
     const blocks = kept.map(({ runtime, memoryID }) => ({ runtime, memoryID }));
     kept.length = 0;
     assert(
@@ -1501,7 +1501,7 @@ describe('memory', () => {
     );
   });
 
-  it('of a culling result stays as well', async () => {
+  it('is kept alive by a view of a culling result', async () => {
     const makeView = () => {
       const engine = nq.getEngine();
       return { runtime: addon.runtimeOf(engine), view: new CullingResultView(engine) };
@@ -1515,11 +1515,11 @@ describe('memory', () => {
     assert(await collectUntil(() => addon.runtimeReferences(runtime) === 1));
   });
 
-  it('is quick to reach', function () {
+  it('is fast to access', function () {
     if (sanitized) {
       this.skip();
     }
-    // Half a microsecond a time would be a fresh array each; a loaded machine gets ten times what it needs.
+    // A new array per access would take half a microsecond; the limit is ten times what a loaded machine needs.
     const view = new Entity3DView(new Scene().engine.createEntity(true, 64));
     const count = 1e6;
     for (let i = 0; i < count; ++i) {

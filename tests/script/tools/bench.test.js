@@ -1,6 +1,6 @@
 'use strict';
-// Every script benchmark runs once on a tiny budget. Its times mean nothing then; what is checked is
-// that contenders agree, that every workload reports, and that a disagreement would be noticed.
+// Every JavaScript benchmark runs once on a tiny budget. Its times are then meaningless; the tests check that
+// contenders agree, that every workload reports, and that a disagreement is detected.
 const assert = require('assert');
 const fs = require('fs');
 const os = require('os');
@@ -15,7 +15,7 @@ const { isBuilt } = require(path.join(folder, 'contenders', 'matrixflow-native.j
 const controllers = require(path.join(folder, 'lib', 'controllers-scene.js'));
 const hosts = require(path.join(folder, 'lib', 'hosts.js'));
 
-/** Runs the benchmarks' entry and returns what the child leaves. */
+/** Runs the benchmarks' entry in a child process and returns its result. */
 function runBenchmarks(args) {
   return spawnSync(process.execPath, [path.join(folder, 'run.js'), ...args], { encoding: 'utf8' });
 }
@@ -30,12 +30,12 @@ function numbersIn(value, at) {
     : [];
 }
 
-describe('script benchmarks', () => {
+describe('JavaScript benchmarks', () => {
   const workloads = fs
     .readdirSync(path.join(folder, 'workloads'))
     .map((file) => path.basename(file, '.js'));
 
-  it('compare builds of the module, and say what they take', () => {
+  it('compare builds of the module, and describe their options', () => {
     const place = fs.mkdtempSync(path.join(os.tmpdir(), 'nq-builds-'));
     const copy = path.join(place, 'copy.node');
     fs.copyFileSync(process.env.NQ_MODULE, copy);
@@ -66,7 +66,7 @@ describe('script benchmarks', () => {
   });
 
   for (const name of workloads) {
-    // Command buffers are within script's reach in a build of their own only.
+    // Command buffers are only available to JavaScript in a separate build.
     (name === 'matrixflow' && !isBuilt ? it.skip : it)(
       `${name} runs on a tiny budget and reports numbers`,
       () => {
@@ -95,20 +95,20 @@ describe('script benchmarks', () => {
     );
   }
 
-  it('refuses a workload that is not there', () => {
+  it('refuse an unknown workload', () => {
     const child = runBenchmarks(['--only', 'nothing']);
     assert.strictEqual(child.status, 1);
     assert.ok(child.stderr.includes('--only is one of'), child.stderr);
   });
 
-  it('say which Node they run on, on which CPU, and how many cores there are', () => {
+  it('state the version of Node, the CPU and its cores', () => {
     const { stdout } = runBenchmarks(['--budget', 'tiny', '--only', 'idle']);
     const cpus = os.cpus();
     const machine = `${cpus[0].model}, ${cpus.length} cores, Node ${process.version}; `;
     assert.strictEqual(stdout.split('\n')[0], `${machine}median of 1 rounds`);
   });
 
-  it('measure the largest cases alone', () => {
+  it('measure only the largest cases', () => {
     const report = path.join(fs.mkdtempSync(path.join(os.tmpdir(), 'nq-bench-')), 'report.json');
     const largestOf = (cases) => {
       const args = ['--budget', 'tiny', '--only', 'transform', '--cases', cases, '--json', report];
@@ -130,13 +130,13 @@ describe('script benchmarks', () => {
 describe('comparison of hosts', () => {
   const cases = (...times) => [{ work: 'w', unit: 'ns', times: { nq: times[0], typed: times[1] } }];
 
-  it('takes the median of the turns, or the shortest of their times', () => {
+  it('reports the median of the rounds, or the shortest time', () => {
     const turns = [cases(4, 10), cases(2, 40)];
     assert.deepStrictEqual(hosts.mergeTurns(turns, 'median'), cases(3, 25));
     assert.deepStrictEqual(hosts.mergeTurns(turns, 'best'), cases(2, 10));
   });
 
-  it('puts times of hosts side by side, and what others take in parts of the module', () => {
+  it('prints times of hosts side by side, and ratios to the module', () => {
     const { columns, rows } = hosts.tableOf(['12', '24'], [cases(4, 10), cases(2, 8)]);
     assert.deepStrictEqual(columns, [
       'work',
@@ -151,7 +151,7 @@ describe('comparison of hosts', () => {
     assert.strictEqual(none.length, 4);
   });
 
-  /** Compares two stand-ins for hosts, in a child since it prints. */
+  /** Compares two mock hosts, in a child process since it prints. */
   function compareTwo(args, program = process.execPath) {
     const file = JSON.stringify(path.join(folder, 'lib', 'hosts.js'));
     const both = JSON.stringify([
@@ -162,7 +162,7 @@ describe('comparison of hosts', () => {
     return spawnSync(process.execPath, ['-e', script], { encoding: 'utf8' });
   }
 
-  it('prints one table, of the largest case of each workload on each host', () => {
+  it('prints one table of the largest case of each workload on each host', () => {
     const { status, stdout, stderr } = compareTwo(['--budget', 'tiny', '--only', 'sweep']);
     assert.strictEqual(stderr, '== sweep on Node a\n== sweep on Node b\n');
     assert.strictEqual(status, 0);
@@ -177,7 +177,7 @@ describe('comparison of hosts', () => {
     ]);
   });
 
-  it('says what failed on which host, and what can be compared', () => {
+  it('reports what failed on which host, and what can be compared', () => {
     const { status, stderr } = compareTwo(['--budget', 'tiny', '--only', 'idle'], '/bin/false');
     assert.strictEqual(status, 1);
     assert.ok(stderr.includes('Error: idle failed on Node b (exit code 1).'), stderr);
@@ -191,7 +191,7 @@ describe('comparison of hosts', () => {
 describe('comparison of contenders', () => {
   const matrices = () => Float32Array.from({ length: 32 }, (_, i) => i - 10);
 
-  it('takes what differs by rounding', () => {
+  it('accepts rounding differences', () => {
     const rounded = matrices().map((value) => value * (1 + 1e-6));
     assert.doesNotThrow(() => assertSameMatrices('m', matrices(), rounded));
   });
@@ -202,7 +202,7 @@ describe('comparison of contenders', () => {
     assert.throws(() => assertSameMatrices('m', matrices(), wrong), /node 1, element 3/);
   });
 
-  it('takes no not-a-number, no missing matrix and no empty set', () => {
+  it('refuses NaN, a missing matrix and an empty set', () => {
     const wrong = matrices();
     wrong[5] = NaN;
     assert.throws(() => assertSameMatrices('m', matrices(), wrong), /node 0, element 5/);
@@ -222,7 +222,7 @@ describe('comparison of animated bones', () => {
     return () => assertSamePose('m', pose(), changed, tolerance);
   };
 
-  it('takes what each column is allowed', () => {
+  it('accepts differences within the tolerance of each column', () => {
     const within = compare((m) => {
       m[16] += 0.009;
       m[16 + 13] -= 0.09;
@@ -241,7 +241,7 @@ describe('comparison of animated bones', () => {
     assert.throws(translation, /bone 1 of character 0, element 12/);
   });
 
-  it('takes no not-a-number, no missing matrix and no empty set', () => {
+  it('refuses NaN, a missing matrix and an empty set', () => {
     const wrong = pose();
     wrong[5] = NaN;
     assert.throws(() => assertSamePose('m', pose(), wrong, tolerance), /element 5/);
@@ -250,14 +250,14 @@ describe('comparison of animated bones', () => {
     assert.throws(() => assertSamePose('m', new Float32Array(0), new Float32Array(0), tolerance));
   });
 
-  it('notices a bone that stands still', () => {
+  it('detects a bone that does not move', () => {
     const after = pose().map((value) => value + 0.5);
     assert.doesNotThrow(() => assertMoved('m', pose(), after));
     after.set(pose().subarray(32, 48), 32);
     assert.throws(() => assertMoved('m', pose(), after), /bone 2 stands still/);
   });
 
-  it('allows a chord what the bend of its clip and the depth of the skeleton make of it', () => {
+  it('derives the tolerance of linear interpolation from curvature and depth', () => {
     // One number goes 0, 1, 0: a second difference of 2, an eighth of which is 0.25. Its matrix differs
     // by 2 x 2 x 0.25 at most, and one bone below another by twice that.
     const values = new Float32Array(3 * channelCount);
@@ -272,7 +272,7 @@ describe('scene of controllers', () => {
   const { bones, channelCount, keyCount } = animation;
   const { createControllerScene, isMasked, mixerTolerance } = controllers;
 
-  it('turns each bone about one axis in all clips', () => {
+  it('rotates each bone about the same axis in all clips', () => {
     const { clips } = createControllerScene(1);
     const axisOf = ({ values }, bone) => {
       for (let key = 0; key < keyCount; ++key) {
@@ -296,14 +296,14 @@ describe('scene of controllers', () => {
     }
   });
 
-  it('masks some bones and leaves most', () => {
+  it('masks some bones, but not most', () => {
     const masked = Array.from({ length: bones }, (_, bone) => isMasked(bone)).filter(Boolean);
     assert.strictEqual(masked.length, 9);
   });
 
-  it('allows a mixer what arcs make of chords and tangents, bone by bone', () => {
-    // Largest where a part t = 0.577 is taken of 0.4 radians: atan(0.577 tan 0.4) is 0.0085 more than
-    // that part, and the chord 0.0004 away from the arc. A matrix differs by twice the sum.
+  it('derives the tolerance of a mixer from arcs, chords and tangents, per bone', () => {
+    // Largest for a fraction t = 0.577 of 0.4 radians: atan(0.577 tan 0.4) is 0.0085 more than that fraction, and the
+    // chord 0.0004 away from the arc. A matrix differs by twice the sum.
     const clips = [{ values: new Float32Array(3 * channelCount) }];
     const ofDepth = (parents) => mixerTolerance({ clips, parents }).linear;
     assert.ok(Math.abs(ofDepth([-1]) - 0.0178) < 2e-4);
@@ -315,7 +315,7 @@ describe('comparison of streams', () => {
   const { assertSameOutput, createMix, createStream, kinds } = matrixFlow;
   const output = () => Float32Array.of(1, 2, -3);
 
-  it('takes what differs by rounding, and names the number that differs by more', () => {
+  it('accepts rounding differences, and names a number that differs by more', () => {
     const rounded = output().map((value) => value * (1 + 5e-6));
     assert.doesNotThrow(() => assertSameOutput('m', output(), rounded));
     assert.throws(
@@ -324,7 +324,7 @@ describe('comparison of streams', () => {
     );
   });
 
-  it('takes no not-a-number, no number that nobody wrote, and no empty set', () => {
+  it('refuses NaN, a number that was not written, and an empty set', () => {
     assert.throws(() => assertSameOutput('m', output(), Float32Array.of(NaN, 2, -3)), /number 0/);
     assert.throws(() => assertSameOutput('m', Float32Array.of(NaN, 2, -3), output()), /number 0/);
     assert.throws(
@@ -335,7 +335,7 @@ describe('comparison of streams', () => {
     assert.throws(() => assertSameOutput('m', new Float32Array(0), new Float32Array(0)));
   });
 
-  it('draws places within blocks', () => {
+  it('generates offsets within blocks', () => {
     for (const kind of Object.keys(kinds)) {
       const { blocks, count, floats, a, b, r } = createStream(kind, 100);
       assert.strictEqual(count, 100);
@@ -346,7 +346,7 @@ describe('comparison of streams', () => {
       ]) {
         assert.strictEqual(places.length, count);
         assert(places.every((at) => at % floats === 0 && at + floats <= block.length));
-        // Not one value over and over.
+        // Not always the same value.
         assert(new Set(places).size > count / 2);
       }
     }

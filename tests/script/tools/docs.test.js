@@ -1,7 +1,6 @@
 'use strict';
-// Documents against what they speak of: each log line and failed assertion of the native sources stands in
-// docs/errors.md and no other does, links lead somewhere, commands exist, and programs print what they are said
-// to print.
+// Compares documents with the code: docs/errors.md has each log line and failed assertion of the native sources and
+// no others, links are not broken, commands exist, and programs print the documented output.
 const assert = require('assert');
 const fs = require('fs');
 const Module = require('module');
@@ -36,12 +35,12 @@ function withoutComments(text) {
   );
 }
 
-/** The same without preprocessor lines, which define what is looked for. */
+/** The same without preprocessor lines, which define the macros in question. */
 function withoutDirectives(text) {
   return text.replace(/^[ \t]*#(?:[^\n]*\\\n)*[^\n]*$/gm, '');
 }
 
-/** Arguments of all calls of a function or macro, as they are written. */
+/** Arguments of all calls of a function or macro, verbatim. */
 function callsOf(text, name) {
   const calls = [];
   const start = new RegExp(`\\b${name}\\(`, 'g');
@@ -63,7 +62,7 @@ function callsOf(text, name) {
   return calls;
 }
 
-/** Text of a string literal, or of several in a row, or of a constant of the file. */
+/** Text of one or more adjacent string literals, or of a constant of the file. */
 function textOf(argument, text) {
   const constant = new RegExp(`\\b${argument}\\[\\] =\\s*("(?:[^"\\\\]|\\\\.)*");`).exec(text);
   const literal = constant === null ? argument : constant[1];
@@ -74,7 +73,7 @@ function textOf(argument, text) {
     .join('');
 }
 
-/** A line that is given, or '' for that of the source. */
+/** An explicit line number, or '' for that of the source. */
 function lineOf(argument, text) {
   if (argument === '__LINE__') {
     return '';
@@ -85,7 +84,7 @@ function lineOf(argument, text) {
   return line;
 }
 
-/** Log lines, each a tag and a text, with # for what varies. */
+/** Log lines, each a tag and a text, with # for variable parts. */
 function logLines(source) {
   const text = withoutDirectives(withoutComments(source));
   return callsOf(text, 'NQ_LOG').map(([tag, format]) => {
@@ -94,7 +93,7 @@ function logLines(source) {
   });
 }
 
-/** Assertions as they fail: expression, file, line. */
+/** Assertions as they are reported: expression, file, line. */
 function assertions(source, vxFile) {
   const text = withoutDirectives(withoutComments(source));
   const failed = callsOf(text, 'FailAssertion')
@@ -127,7 +126,7 @@ const documents = () => [
     .map((file) => `docs/${file}`),
 ];
 
-/** Cells of the rows of the tables under a heading, without the tables' heads. */
+/** Cells of the rows of the tables under a heading, without header rows. */
 function rowsUnder(file, heading) {
   const text = read(file);
   const start = text.indexOf(`\n## ${heading}\n`);
@@ -144,14 +143,14 @@ function rowsUnder(file, heading) {
     );
 }
 
-/** What a cell shows as code, and nothing else. */
+/** The inline code of a cell. */
 function codeOf(cell) {
   const match = /^`([^`]+)`$/.exec(cell);
   assert.notStrictEqual(match, null, `"${cell}" is not all code`);
   return match[1];
 }
 
-/** A line of a document with # for what varies. */
+/** A line of a document with # for variable parts. */
 const withoutNumbers = (line) => line.replace(/\b[A-Z]\b/g, '#');
 
 describe('docs/errors.md', () => {
@@ -169,7 +168,7 @@ describe('docs/errors.md', () => {
     }
   });
 
-  it('has all failed assertions by expression, file and given line, and no others', () => {
+  it('has all failed assertions by expression, file and explicit line, and no others', () => {
     const rows = rowsUnder('docs/errors.md', 'Failed assertions');
     const named = rows.map(([expression, file, line]) =>
       [codeOf(expression), codeOf(file), line].join(' | ')
@@ -186,7 +185,7 @@ describe('docs/errors.md', () => {
     }
   });
 
-  it('speaks of assertions that name the file whose line they report', () => {
+  it('describes assertions that name the file whose line they report', () => {
     let reporting = 0;
     for (const source of shippedFiles()) {
       for (const [expression, file, line] of assertions(read(source), vxFile)) {
@@ -222,7 +221,7 @@ describe('docs/errors.md', () => {
     );
   });
 
-  it('is not the only one to quote log lines: all that documents quote are there', () => {
+  it('has all log lines that other documents quote', () => {
     for (const file of documents()) {
       for (const quoted of read(file).match(/`\[NQ_\w+\]\[\w+\]: [^`]*`/g) || []) {
         assert(logged.includes(withoutNumbers(codeOf(quoted))), `${file} quotes ${quoted}`);
@@ -230,8 +229,8 @@ describe('docs/errors.md', () => {
     }
   });
 
-  // Whoever writes or ends the process by other means would escape the tests above.
-  it('knows all ways of the native code to write and to end', () => {
+  // Code that writes or ends the process by other means would escape the tests above.
+  it('covers all ways of native code to write messages and to end the process', () => {
     const writes = /\b(v?f?printf|f?puts|putchar|fwrite|perror|cout|cerr|clog)\b/;
     const ends = /\b(abort|exit|_Exit|quick_exit|terminate)\(/;
     const own = /^(Common\/Def\/(Assert|Log)\.|js-binding\/include\/jsbinding\/v8\/assert\.h$)/;
@@ -253,7 +252,7 @@ describe('docs/errors.md', () => {
     }
   });
 
-  it('is held against what the sources say, not against nothing', () => {
+  it('is compared with a non-empty list from the sources', () => {
     const sample = String.raw`
       // NQ_LOG("[X]: ", "in a comment");
       #define VX_ASSERT(expression) \
@@ -287,7 +286,7 @@ describe('errors of the library in docs/errors.md', () => {
   const batch = engine.createEntity(true, 2);
   const view = new nq.Entity3DView(batch);
 
-  /** Imports a model where the importer's package is what `find` gives. */
+  /** Imports a model with `find` as the resolver of the importer's package. */
   async function importBeside(find) {
     const load = Module._load;
     Module._load = (request, ...rest) =>
@@ -299,7 +298,7 @@ describe('errors of the library in docs/errors.md', () => {
     }
   }
 
-  /** What a program may do wrong; the message of each must be one that stands there. */
+  /** Errors of programs; docs/errors.md must have the message of each. */
   const wrongs = {
     'no such module': () => nq.load('no/such/file.node'),
     'a batch that is too large': () => new nq.Entity3DView(engine.createEntity(true, 4096)),
@@ -349,7 +348,7 @@ describe('errors of the library in docs/errors.md', () => {
     return new RegExp(`^${literal.replace(/\b[A-Z]+\b/g, (word) => words[word] || '\\d+')}$`);
   }
 
-  it('stand there by what they say, each in a row of its own', async () => {
+  it('are listed by message, each in its own row', async () => {
     const rows = rowsUnder('docs/errors.md', 'Errors of the library');
     const messages = rows.map(([message]) => /^`([^`]+)`/.exec(message)[1]);
     const met = new Set();
@@ -366,10 +365,10 @@ describe('errors of the library in docs/errors.md', () => {
       assert(!met.has(row), `${what}: ${message} is "${messages[row]}", as another is`);
       met.add(row);
     }
-    assert.strictEqual(met.size, messages.length, 'a row that nothing has brought about');
+    assert.strictEqual(met.size, messages.length, 'a row without a case');
   });
 
-  it('names all kinds of errors, and their codes', () => {
+  it('names all error classes, and their codes', () => {
     const folder = ['lib', 'lib/checked'];
     const files = [].concat(
       ...folder.map((one) =>
@@ -392,14 +391,14 @@ describe('errors of the library in docs/errors.md', () => {
 
 // --- Links, commands, programs.
 
-/** Text outside of fenced blocks and of code in lines. */
+/** Text outside of fenced blocks and inline code. */
 function prose(text) {
   return text
     .replace(/^```[^]*?^```$/gm, '')
     .replace(/`[^`\n]*`/g, (code) => code.replace(/[[\]()]/g, ' '));
 }
 
-/** Anchors of the headings of a document, as forges make them. */
+/** Anchors of the headings of a document, as Git hosting services generate them. */
 function anchorsOf(text) {
   const seen = new Map();
   return text
@@ -419,7 +418,7 @@ function anchorsOf(text) {
     });
 }
 
-/** Links that lead nowhere. */
+/** Broken links. */
 function brokenLinks(file, text, exists, textAt) {
   const broken = [];
   for (const link of prose(text).match(/\]\([^)\s]+\)/g) || []) {
@@ -441,12 +440,12 @@ function brokenLinks(file, text, exists, textAt) {
 describe('documents', () => {
   const exists = (file) => fs.existsSync(path.join(root, file));
 
-  it('have links that lead to files and headings that are there', () => {
+  it('have no broken links', () => {
     const broken = documents().map((file) => brokenLinks(file, read(file), exists, read));
     assert.deepStrictEqual([].concat(...broken), []);
   });
 
-  it('would not have others', () => {
+  it('are checked by a test that finds broken links', () => {
     const texts = { 'docs/a.md': '# One `two`: "three"\n\n```\n# four\n```\n# One two three\n' };
     const check = (text) =>
       brokenLinks(
@@ -469,9 +468,9 @@ describe('documents', () => {
     }
   });
 
-  it('name npm commands and checks that are there, and building.md all of them', () => {
+  it('name existing npm commands and checks, and building.md all of them', () => {
     const scripts = Object.keys(JSON.parse(read('package.json')).scripts);
-    // Reading it as a program would run the checks.
+    // Requiring it would run the checks.
     const table = /const checks = \{\n([^]*?)\n\};/.exec(read('scripts/check.js'))[1];
     const checks = table.match(/^ {2}\w+(?=: \{)/gm).map((name) => name.trim());
     assert(checks.includes('layering') && scripts.includes('check'));
@@ -493,7 +492,7 @@ describe('documents', () => {
     assert.deepStrictEqual(named.sort(), checks.sort());
   });
 
-  it('name all that the library exports, and methods of its classes that are there', () => {
+  it('name all exports of the library, and existing methods of its classes', () => {
     const api = read('docs/api.md');
     const section = api.slice(api.indexOf('## The library'), api.indexOf('## The module'));
     for (const name of Object.keys(nq)) {
@@ -507,14 +506,14 @@ describe('documents', () => {
       assert.strictEqual(typeof nq[name], 'function', `docs/api.md: ${name}`);
       const text = Object.getOwnPropertyNames(nq[name].prototype);
       const base = Object.getOwnPropertyNames(Object.getPrototypeOf(nq[name].prototype));
-      // Properties that constructors make are not there to be looked at.
+      // Properties that constructors set are not on the prototype.
       for (const [, method] of cells[cells.length - 2].matchAll(/`(\w+)\([^`]*`/g)) {
         assert(text.concat(base).includes(method), `docs/api.md: ${name} has no ${method}`);
       }
     }
   });
 
-  it('say limits as they are', () => {
+  it('state the actual limits', () => {
     const limits = read('docs/limits.md');
     const { batch, commandBytes, dirtyEntities, freeSlots, slots } = nq.layout.limits;
     for (const number of [slots, dirtyEntities, commandBytes, nq.layout.limits.wholeFrames]) {
@@ -526,13 +525,13 @@ describe('documents', () => {
   });
 });
 
-/** The programs of a document, and what stands right behind each as its output. */
+/** The programs of a document, each with the output block that follows it. */
 function programsOf(file) {
   const pattern = /^```js\n([^]*?)^```\n\n(?:[^\n]+\n)*?\n?```text\n([^]*?)^```$/gm;
   return Array.from(read(file).matchAll(pattern), ([, program, output]) => ({ program, output }));
 }
 
-/** Runs a program as if it stood beside README.md. */
+/** Runs a program as if it were in the folder of README.md. */
 function runProgram(program) {
   assert(program.includes("require('./lib')"), program);
   const library = JSON.stringify(path.join(root, 'lib'));
@@ -548,7 +547,7 @@ function runProgram(program) {
 
 describe('programs of documents', () => {
   for (const file of ['README.md', 'docs/first-scene.md', 'docs/limits.md']) {
-    it(`${file}: prints what it says`, () => {
+    it(`${file}: print the documented output`, () => {
       const programs = programsOf(file);
       assert.notStrictEqual(programs.length, 0);
       for (const { program, output } of programs) {
@@ -557,7 +556,7 @@ describe('programs of documents', () => {
     });
   }
 
-  it('docs/animation.md: is one program, which prints the numbers of its comments', () => {
+  it('docs/animation.md: form one program, which prints the numbers of its comments', () => {
     const blocks = Array.from(read('docs/animation.md').matchAll(/^```js\n([^]*?)^```$/gm));
     const printed = runProgram(blocks.map(([, block]) => block).join(''));
     const expected = [[0, 1, 0], [1, 1, 0], 'false', 'true', [68.4, 21.6], [1.5], [0, 21.6]];

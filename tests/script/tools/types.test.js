@@ -1,6 +1,6 @@
 'use strict';
-// Typings against what is there at run time: exports, members, results, numbers. What they accept and refuse is held
-// in types/index.test-d.ts; that those of lib/ are what its comments give is held by the check of layouts.
+// Compares typings with run time: exports, members, results, numbers. Code that they accept and reject is in
+// types/index.test-d.ts; the check of layouts verifies that those of lib/ are up to date with its JSDoc.
 const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
@@ -13,17 +13,17 @@ const root = path.join(__dirname, '..', '..', '..');
 const flowPath = process.env.NQ_MATRIXFLOW_MODULE;
 const hasFlow = flowPath !== undefined && fs.existsSync(flowPath);
 
-/** Modules of lib/ that have typings; those whose names have a hyphen are parts of others. */
+/** Modules of lib/ with typings; files with a hyphen in their names are parts of others. */
 const modules = ['checked', 'clip', 'commands', 'gltf', 'index', 'layout', 'load', 'views'];
 
-/** Typings of what no module of lib/ exports. */
+/** Typings without a module in lib/. */
 const typesOnly = ['engine', 'handles'];
 
 const typings = new Typings([...modules, ...typesOnly]);
 const sorted = (values) => Array.from(values).sort();
 const isClass = (value) => typeof value === 'function' && /^class\b/.test(String(value));
 
-/** Names without an underscore of what objects of a class have: by themselves, and by its prototypes. */
+/** Public members of objects of a class: own ones, and those of its prototypes. */
 function namesOf(object) {
   const names = new Set(Object.keys(object));
   for (let at = Object.getPrototypeOf(object); at !== Object.prototype; ) {
@@ -36,7 +36,7 @@ function namesOf(object) {
 const readKind = (object, name) => (typeof object[name] === 'function' ? 'method' : 'property');
 const toldKind = ({ isMethod }) => (isMethod ? 'method' : 'property');
 
-/** Holds all members of an object against their declarations. */
+/** Compares all members of an object with their declarations. */
 function assertMembers(object, declared, label) {
   const found = namesOf(object).map((name) => `${name}: ${readKind(object, name)}`);
   const told = sorted(declared.keys()).map((name) => `${name}: ${toldKind(declared.get(name))}`);
@@ -44,7 +44,7 @@ function assertMembers(object, declared, label) {
 }
 
 describe('typings of lib/', () => {
-  it('are there for each module, and for no other', () => {
+  it('exist for each module, and for no other', () => {
     const files = fs.readdirSync(path.join(root, 'lib')).filter((file) => file.endsWith('.js'));
     const open = files.map((file) => file.slice(0, -3)).filter((name) => !name.includes('-'));
     assert.deepStrictEqual(sorted(open), modules);
@@ -60,14 +60,14 @@ describe('typings of lib/', () => {
     });
   }
 
-  it('export nothing at run time that no module does', () => {
+  it('export only values that a module exports', () => {
     for (const name of typesOnly) {
       assert.deepStrictEqual(Array.from(typings.valuesOf(name).keys()), [], name);
       assert(typings.exportsOf(name).size > 5, name);
     }
   });
 
-  it('say what is a class, what a function and what neither', () => {
+  it('distinguish classes, functions and other values', () => {
     for (const module of modules) {
       const exported = require(`../../../lib/${module}`);
       for (const [name, symbol] of typings.valuesOf(module)) {
@@ -82,7 +82,7 @@ describe('typings of lib/', () => {
     }
   });
 
-  it('say something of each export and each member', () => {
+  it('have a comment on each export and each member', () => {
     const ofAllErrors = ['message', 'name', 'stack'];
     let told = 0;
     for (const module of [
@@ -106,7 +106,7 @@ describe('typings of lib/', () => {
     assert(told > 300);
   });
 
-  it('have the numbers and words of constants', () => {
+  it('have the values of constants', () => {
     const layoutValues = typings.valuesOf('layout');
     let held = 0;
     const assertLiteral = (type, value, label) => {
@@ -132,7 +132,7 @@ describe('typings of lib/', () => {
       }
     }
     assert(held > 150);
-    // No literal type stands for it.
+    // It has no literal type.
     const stepTangent = typings.typeOf(typings.valuesOf('clip').get('stepTangent'));
     assert.strictEqual(typings.checker.typeToString(stepTangent), 'number');
     assert.strictEqual(nq.stepTangent, Infinity);
@@ -182,26 +182,26 @@ describe('classes of lib/', () => {
   const classes = declaredClasses();
   const objects = instances();
 
-  it('are all looked at', () => {
+  it('are all tested', () => {
     assert.deepStrictEqual(sorted(Object.keys(objects)), sorted(classes.keys()));
   });
 
   for (const [name, { type, symbol }] of classes) {
-    // An error's own members are those of all errors, which the language declares.
+    // Own members of an error are those of Error, which the language declares.
     if (name !== 'GltfError') {
-      it(`${name} has the members that are declared, and no other`, () => {
+      it(`${name} has exactly the declared members`, () => {
         assert.strictEqual(Object.getPrototypeOf(objects[name]), type.prototype);
         assertMembers(objects[name], typings.membersOf(symbol), name);
       });
 
-      it(`${name} has properties that are not for writing`, () => {
+      it(`${name} has readonly properties`, () => {
         for (const [member, { isMethod, isReadonly }] of typings.membersOf(symbol)) {
           assert.strictEqual(isReadonly, !isMethod, member);
         }
       });
     }
 
-    it(`${name} has the static members that are declared`, () => {
+    it(`${name} has the declared static members`, () => {
       const names = Object.getOwnPropertyNames(type).filter(
         (member) => !['length', 'name', 'prototype'].includes(member)
       );
@@ -214,7 +214,7 @@ describe('classes of lib/', () => {
     });
   }
 
-  it('have properties of the declared classes of arrays', () => {
+  it('have array properties of the declared classes', () => {
     const shown = (type) => typings.checker.typeToString(type);
     let held = 0;
     for (const [name, { symbol }] of classes) {
@@ -236,7 +236,7 @@ describe('classes of lib/', () => {
 
 const natives = typings.exportsOf('engine');
 
-/** Every class with an object as it should be, and where there is one, an object that stands for nothing. */
+/** Every class with a valid object and, if there is one, an object with `id` 0. */
 function nativeObjects() {
   const engine = nq.load(modulePath).getEngine();
   const lists = Uint32Array.of(1, 1, 1).buffer;
@@ -278,7 +278,7 @@ function flowObjects() {
   ];
 }
 
-/** Holds native objects against the interfaces of their names. */
+/** Compares native objects with the interfaces of their names. */
 function assertNatives(rows) {
   for (const [name, object, empty] of rows) {
     const declared = typings.membersOf(natives.get(name));
@@ -304,7 +304,7 @@ function assertNatives(rows) {
 }
 
 describe('typings of native objects', () => {
-  it('declare exactly what is there, and as optional what may be missing', () => {
+  it('declare exactly their properties, optional ones if they may be missing', () => {
     const rows = nativeObjects();
     assertNatives(rows);
     assert.deepStrictEqual(
@@ -313,7 +313,7 @@ describe('typings of native objects', () => {
     );
   });
 
-  it('declare the methods of the prototypes, in their order', () => {
+  it('declare the methods of the prototypes, in order', () => {
     for (const [name, object] of nativeObjects()) {
       const own = Object.getOwnPropertyNames(Object.getPrototypeOf(object));
       const declared = Array.from(typings.membersOf(natives.get(name)))
@@ -331,12 +331,12 @@ describe('typings of native objects', () => {
     assertNatives(flowObjects());
   });
 
-  it('declare what a checked engine has', () => {
+  it('declare the members of a checked engine', () => {
     const engine = nq.checked(nq.load(modulePath).getEngine());
     assertMembers(engine, typings.membersOf(natives.get('Engine')), 'checked');
   });
 
-  it('name the arguments of cameras in the order of the layouts', () => {
+  it('declare camera arguments in the order of the layouts', () => {
     const members = typings.membersOf(natives.get('Engine'));
     const cameras = [
       ['frustumCulling', nq.layout.frustumCullingArguments],
@@ -369,12 +369,12 @@ describe('typings of native objects', () => {
   });
 });
 
-/** What a value is, in the words of `Typings.kindsOf`. */
+/** Kind of a value, as in `Typings.kindsOf`. */
 function kindOf(value) {
   return typeof value === 'object' && value !== null ? 'object' : String(value);
 }
 
-/** Results of all native methods, in each of the ways that they can end without ending the process. */
+/** Results of all native methods, for each outcome that doesn't end the process. */
 function nativeResults() {
   const engine = nq.load(modulePath).getEngine();
   const eye = [0, 0, 10, 0, 0, 0, 0, 1, 0];
@@ -403,7 +403,7 @@ function nativeResults() {
   skinning.setBonesModel(bones.id);
   skinning.setBone(0, 0, entity.id);
   const kept = [];
-  /** Objects to see, one at first, and then more than the buffer has room for. */
+  /** Visible objects: one first, then more than the buffer has room for. */
   const addObjects = (count) => {
     const objects = new nq.CullingObjectsView(engine.createComponent(1, count));
     for (let i = 0; i < count; ++i) {
@@ -466,7 +466,7 @@ function nativeResults() {
   };
 }
 
-/** Results of what command buffers add. */
+/** Results of methods for command buffers. */
 function flowResults() {
   const engine = nq.loadMatrixFlow(flowPath).getEngine();
   const run = (write) => {
@@ -491,7 +491,7 @@ function flowResults() {
   };
 }
 
-/** Holds results against the declared ones: none that is not declared, and none declared that never comes. */
+/** Compares results with the declared ones: each occurs, and no other does. */
 function assertResults(results) {
   for (const name of Object.keys(results)) {
     const declared = typings.membersOf(natives.get(name));
@@ -507,7 +507,7 @@ function assertResults(results) {
 }
 
 describe('declared results of native methods', () => {
-  it('are those that come, each of them', () => {
+  it('are exactly those that occur', () => {
     const results = nativeResults();
     assertResults(results);
     for (const name of Object.keys(results)) {
@@ -538,7 +538,7 @@ describe('declared results of native methods', () => {
 describe('typings in use', () => {
   const script = { allowJs: true, checkJs: true, strict: false };
 
-  /** What the compiler says against a script of a project in which the package is installed. */
+  /** Compiler errors of a script in a project with the package installed. */
   function complaintsOn(texts) {
     const changes = Object.assign({ types: ['node'], skipLibCheck: true }, script);
     return complaints(compile([], texts, changes));
@@ -555,7 +555,7 @@ describe('typings in use', () => {
       }
     }
     assert(Object.keys(texts).length >= 8);
-    // Of an array that script made itself the compiler does not know how long it is.
+    // The compiler does not know the length of an array that the script created.
     const own =
       /A spread argument must either have a tuple type|is not assignable to type '\[any, any/;
     assert.deepStrictEqual(
@@ -564,7 +564,7 @@ describe('typings in use', () => {
     );
   });
 
-  it('refuse what is wrong in a script', () => {
+  it('reject errors in a script', () => {
     const lines = [
       "const nq = require('nq_logic');",
       "const { importGltf } = require('nq_logic/lib/gltf');",
@@ -580,7 +580,7 @@ describe('typings in use', () => {
     );
   });
 
-  it('accept the programs of docs/typescript.md, and refuse what it says', () => {
+  it('accept the programs of docs/typescript.md, and reject its errors', () => {
     const text = fs.readFileSync(path.join(root, 'docs', 'typescript.md'), 'utf8');
     const texts = {};
     for (const [, program] of text.matchAll(/^```ts\n([^]*?)^```$/gm)) {
@@ -590,7 +590,7 @@ describe('typings in use', () => {
     assert.deepStrictEqual(complaints(compile([], texts)), []);
   });
 
-  it('accept the program of the front page of the reference', () => {
+  it('accept the program on the front page of the API reference', () => {
     const text = fs.readFileSync(path.join(root, 'types', 'api.md'), 'utf8');
     const [, program] = /^```ts\n([^]*?)^```$/m.exec(text);
     assert.deepStrictEqual(complaints(compile([], { 'types/program.ts': program })), []);
