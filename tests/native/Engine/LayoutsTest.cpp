@@ -32,7 +32,7 @@ const LayoutFact kFacts[] = {
 #include "tests/native/Engine/LayoutFacts.inc"
 };
 
-TEST(LayoutsTest, TheDescriptionIsWhatNativeCodeWorksWith) {
+TEST(LayoutsTest, TheDescriptionMatchesTheNativeLayouts) {
   for (const LayoutFact& fact : kFacts) {
     EXPECT_EQ(fact.native, fact.described) << fact.what;
   }

@@ -16,7 +16,7 @@ uint32_t DistanceAhead(const void* pointer) {
   return distance;
 }
 
-TEST(AlignedAllocTest, MemoryStartsAtTheFirstMultipleBehindItsDistanceWord) {
+TEST(AlignedAllocTest, MemoryStartsAtTheFirstMultipleAfterItsDistanceWord) {
   for (const uint32_t alignment : {1u, 2u, 3u, 4u, 6u, 8u, 16u, 24u, 32u, 64u, 128u, 4096u}) {
     for (const uint32_t size : {1u, 3u, 64u, 1000u, 100000u}) {
       SCOPED_TRACE(testing::Message() << "alignment " << alignment << ", size " << size);
@@ -46,14 +46,14 @@ TEST(AlignedAllocTest, AlignmentsBelowFourCountAsFour) {
   }
 }
 
-TEST(AlignedAllocTest, ASizeOfZeroGivesAnAddressThatCanBeFreed) {
+TEST(AlignedAllocTest, ASizeOfZeroReturnsAnAddressThatCanBeFreed) {
   void* pointer = AlignedAlloc(64, 0);
   ASSERT_NE(pointer, nullptr);
   EXPECT_EQ(reinterpret_cast<uintptr_t>(pointer) % 64, 0u);
   AlignedFree(pointer);
 }
 
-TEST(AlignedAllocTest, PiecesDoNotOverlap) {
+TEST(AlignedAllocTest, AllocationsDoNotOverlap) {
   char* pieces[64];
   for (int i = 0; i < 64; ++i) {
     pieces[i] = static_cast<char*>(AlignedAlloc(32, 48));

@@ -27,7 +27,7 @@ TEST(AlignedArrayTest, ElementsStartAtACacheLineAndReadAsZero) {
   }
 }
 
-TEST(AlignedArrayTest, RawElementsStartAtTheAlignmentThatIsAskedFor) {
+TEST(AlignedArrayTest, RawElementsStartAtTheRequestedAlignment) {
   for (const uint32_t alignment : {4u, 8u, 32u, 128u}) {
     AlignedArray<uint8_t> array;
     uint8_t* const first = array.AllocateRaw(100, alignment);

@@ -66,7 +66,7 @@ TEST_F(BlockTableTest, AnEmptyTableFindsNothing) {
   }
 }
 
-TEST_F(BlockTableTest, ABlockIsFoundUnderItsNumberAlone) {
+TEST_F(BlockTableTest, ABlockIsFoundUnderItsNumberOnly) {
   Enter(0);
   EXPECT_TRUE(Has(0));
   for (const uint32_t memoryID : {1u, kPage - 1, kPage, 2 * kPage, 0x80000000u, 0xFFFFFFFFu}) {
@@ -74,7 +74,7 @@ TEST_F(BlockTableTest, ABlockIsFoundUnderItsNumberAlone) {
   }
 }
 
-TEST_F(BlockTableTest, NumbersAroundTheEndOfAPageDoNotMeet) {
+TEST_F(BlockTableTest, NumbersAroundTheEndOfAPageAreDistinct) {
   EnterUpTo(2 * kPage + 1);
   for (const uint32_t memoryID : {kPage - 1, kPage, kPage + 1, 2 * kPage - 1, 2 * kPage}) {
     EXPECT_TRUE(Has(memoryID));
@@ -86,7 +86,7 @@ TEST_F(BlockTableTest, NumbersAroundTheEndOfAPageDoNotMeet) {
   EXPECT_TRUE(Has(0));
 }
 
-TEST_F(BlockTableTest, RemovingTwiceOrWhatIsNotThereChangesNothing) {
+TEST_F(BlockTableTest, RemovingTwiceOrAnAbsentNumberChangesNothing) {
   EnterUpTo(kPage + 2);
   table.Remove(5);
   table.Remove(5);
@@ -106,7 +106,7 @@ TEST_F(BlockTableTest, RemovingTwiceOrWhatIsNotThereChangesNothing) {
   EXPECT_TRUE(Has(kPage));
 }
 
-TEST_F(BlockTableTest, AFullPageGoesWithItsLastBlockInAnyOrder) {
+TEST_F(BlockTableTest, AFullPageIsFreedWithItsLastBlockInAnyOrder) {
   for (const bool fromTheEnd : {false, true}) {
     BlockTable own;
     for (uint32_t memoryID = 0; memoryID <= kPage; ++memoryID) {
@@ -140,7 +140,7 @@ TEST_F(BlockTableTest, ThePageThatIsBeingFilledOutlivesItsBlocks) {
   EXPECT_TRUE(Has(kPage));
 }
 
-TEST_F(BlockTableTest, APageThatHasGoneCanBeEnteredAgain) {
+TEST_F(BlockTableTest, AFreedPageCanBeInsertedIntoAgain) {
   EnterUpTo(2 * kPage);
   for (uint32_t memoryID = 0; memoryID < kPage; ++memoryID) {
     table.Remove(memoryID);
@@ -154,7 +154,7 @@ TEST_F(BlockTableTest, APageThatHasGoneCanBeEnteredAgain) {
   EXPECT_TRUE(Has(kPage));
 }
 
-TEST_F(BlockTableTest, OnlyPagesWithBlocksAndTheOneThatIsBeingFilledTakeMemory) {
+TEST_F(BlockTableTest, OnlyPagesWithBlocksAndTheOneBeingFilledUseMemory) {
   EXPECT_EQ(0u, PageCount(table));
   EnterUpTo(3 * kPage + 1);
   EXPECT_EQ(4u, PageCount(table));
@@ -190,7 +190,7 @@ TEST_F(BlockTableTest, NumbersMaySkipPages) {
   }
 }
 
-TEST_F(BlockTableTest, RandomLivesAgreeWithAMap) {
+TEST_F(BlockTableTest, RandomUseMatchesAnOrderedMap) {
   const uint32_t seed = 20240917;
   SCOPED_TRACE(seed);
   std::mt19937 random(seed);
@@ -237,7 +237,7 @@ class BlockTableOfAllocatorTest : public testing::Test {
   MemoryAllocator memory;
 };
 
-TEST_F(BlockTableOfAllocatorTest, TensOfThousandsOfBlocksAreFoundAndGo) {
+TEST_F(BlockTableOfAllocatorTest, TensOfThousandsOfBlocksAreFoundAndRemoved) {
   constexpr uint32_t kCount = 40000;
   std::vector<MemoryBlock> blocks;
   for (uint32_t i = 0; i < kCount; ++i) {
@@ -269,7 +269,7 @@ TEST_F(BlockTableOfAllocatorTest, TensOfThousandsOfBlocksAreFoundAndGo) {
   EXPECT_TRUE(Finds(next));
 }
 
-TEST_F(BlockTableOfAllocatorTest, NumbersAreNeverUsedTwiceThoughPagesGo) {
+TEST_F(BlockTableOfAllocatorTest, NumbersAreNeverReusedThoughPagesAreFreed) {
   for (uint32_t i = 0; i < 2000; ++i) {
     const MemoryBlock block = memory.Allocate(16);
     ASSERT_EQ(i, block.memoryID);
@@ -280,7 +280,7 @@ TEST_F(BlockTableOfAllocatorTest, NumbersAreNeverUsedTwiceThoughPagesGo) {
   }
 }
 
-TEST_F(BlockTableOfAllocatorTest, AnOldBlockIsFoundWhenAllAroundItAreGone) {
+TEST_F(BlockTableOfAllocatorTest, AnOldBlockIsFoundWhenAllAroundItAreReleased) {
   const MemoryBlock first = memory.Allocate(16);
   MemoryBlock middle;
   for (uint32_t i = 1; i < 3000; ++i) {
@@ -300,7 +300,7 @@ TEST_F(BlockTableOfAllocatorTest, AnOldBlockIsFoundWhenAllAroundItAreGone) {
   EXPECT_TRUE(Finds(middle));
 }
 
-TEST_F(BlockTableOfAllocatorTest, TheLastReleaseByARecordOfNumber0TakesTheEntryOf0) {
+TEST_F(BlockTableOfAllocatorTest, TheLastReleaseByARecordOfNumber0RemovesTheEntryOf0) {
   const MemoryBlock first = memory.Allocate(16);
   const MemoryBlock viewed = memory.Allocate(32);
   ASSERT_TRUE(memory.Retain(viewed.pointer));
@@ -318,7 +318,7 @@ TEST_F(BlockTableOfAllocatorTest, TheLastReleaseByARecordOfNumber0TakesTheEntryO
   EXPECT_EQ(2u, memory.Allocate(16).memoryID);
 }
 
-TEST_F(BlockTableOfAllocatorTest, ARecordOfNumber0FindsThePageOf0GoneWithoutHarm) {
+TEST_F(BlockTableOfAllocatorTest, ARecordOfNumber0IsHarmlessAfterThePageOf0IsFreed) {
   std::vector<MemoryBlock> blocks;
   for (uint32_t i = 0; i < 600; ++i) {
     blocks.push_back(memory.Allocate(16));

@@ -32,7 +32,7 @@ TEST_F(EngineRuntimeStateTest, AFreshStateHasNoPoolsAndNoValues) {
   }
 }
 
-TEST_F(EngineRuntimeStateTest, TheAllocatorGoesFirstThenThePoolsThenTheValues) {
+TEST_F(EngineRuntimeStateTest, TheAllocatorIsDestroyedFirstThenThePoolsThenTheValues) {
   auto* state = new EngineRuntimeState(runtime, new MemoryAllocator);
   EXPECT_EQ(state->handlers.Allocate()->handle, 0x1000u);
   EXPECT_EQ(state->handlers.Allocate()->handle, 0x2000u);

@@ -115,13 +115,13 @@ TEST_F(EngineRuntimeTest, AValueHasAHandleAndAZeroedBlock) {
   EXPECT_EQ(runtime->FindValue(0x2000), nullptr);
 }
 
-TEST_F(EngineRuntimeTest, AValueOfSizeZeroIsNoneAndUsesNoHandle) {
+TEST_F(EngineRuntimeTest, AValueOfSizeZeroIsRefusedAndUsesNoHandle) {
   EXPECT_TRUE(IsNoValue(runtime->CreateValue(0)));
   EXPECT_EQ(runtime->ReferenceCount(), 1u);
   EXPECT_EQ(runtime->CreateValue(1).handle, 0x1000u);
 }
 
-TEST_F(EngineRuntimeTest, AReleasedValueGivesBackItsBlockAndPrintsALine) {
+TEST_F(EngineRuntimeTest, ReleasingAValueFreesItsBlockAndPrintsALine) {
   const NativeValueInfo info = runtime->CreateValue(48);
   EXPECT_EQ(Release(info.handle), Line(4096));
   EXPECT_TRUE(IsNoBlock(runtime->FindBlock(info.memoryID)));
@@ -140,7 +140,7 @@ TEST_F(EngineRuntimeTest, AReleasedValueGivesBackItsBlockAndPrintsALine) {
 
 // Views
 
-TEST_F(EngineRuntimeTest, AViewOfNoLiveBlockIsNoneAndUsesNoHandle) {
+TEST_F(EngineRuntimeTest, AViewOfNoLiveBlockIsRefusedAndUsesNoHandle) {
   const NativeValueInfo info = runtime->CreateValue(64);
   EXPECT_TRUE(IsNoValue(runtime->CreateView(nullptr, 0, 4)));
   EXPECT_TRUE(IsNoValue(runtime->CreateView(static_cast<char*>(info.pointer) + 4, 0, 4)));
@@ -160,7 +160,7 @@ TEST_F(EngineRuntimeTest, AViewIsASecondHandleOnPartOfABlock) {
   EXPECT_EQ(runtime->FindValue(view.handle)->viewBase, whole.pointer);
 }
 
-TEST_F(EngineRuntimeTest, TheMemoryLivesUntilBothValueAndViewAreGone) {
+TEST_F(EngineRuntimeTest, TheMemoryLivesUntilBothValueAndViewAreReleased) {
   runtime->Allocate(1);
   const NativeValueInfo whole = runtime->CreateValue(64);
   const NativeValueInfo view = runtime->CreateView(whole.pointer, 16, 32);
@@ -173,7 +173,7 @@ TEST_F(EngineRuntimeTest, TheMemoryLivesUntilBothValueAndViewAreGone) {
   EXPECT_EQ(runtime->Allocate(64).pointer, whole.pointer) << "free again";
 }
 
-TEST_F(EngineRuntimeTest, AViewThatGoesFirstLeavesTheValueAlone) {
+TEST_F(EngineRuntimeTest, ReleasingAViewFirstDoesNotAffectTheValue) {
   const MemoryBlock first = runtime->Allocate(1);
   const NativeValueInfo whole = runtime->CreateValue(64);
   const NativeValueInfo view = runtime->CreateView(whole.pointer, 16, 32);
@@ -199,7 +199,7 @@ TEST_F(EngineRuntimeTest, TheLastReleaseThroughAViewRemovesTheEntryOfMemoryIDZer
   EXPECT_EQ(runtime->FindBlock(whole.memoryID).pointer, whole.pointer) << "though it is free";
 }
 
-TEST_F(EngineRuntimeTest, WithoutHandlesThereAreNoValuesAndAFailedViewKeepsNothing) {
+TEST_F(EngineRuntimeTest, WithoutHandlesCreationFailsAndAFailedViewKeepsNoReference) {
   const MemoryBlock block = runtime->Allocate(16);
   uint32_t created = 0;
   while (created < 0xFFFFF && runtime->CreateView(block.pointer, 0, 4).handle != 0) {
@@ -230,7 +230,7 @@ TEST_F(EngineRuntimeTest, WithoutHandlesThereAreNoValuesAndAFailedViewKeepsNothi
 
 // Pools
 
-TEST_F(EngineRuntimeTest, ThePoolsAreMadeOnFirstUseOfFourOneAndOneThreads) {
+TEST_F(EngineRuntimeTest, ThePoolsAreCreatedLazilyWithFourOneAndOneThreads) {
   WorkerPool* first = runtime->FirstPool();
   WorkerPool* second = runtime->SecondPool();
   WorkerPool* third = runtime->ThirdPool();
@@ -327,7 +327,7 @@ TEST_F(EngineRuntimeTest, RemovingAListenerRemovesEveryOccurrence) {
   EXPECT_THAT(calls, testing::ElementsAre(2, 2));
 }
 
-TEST_F(EngineRuntimeTest, ListenersFindTheRuntimeDisposedAndItsPoolsStopped) {
+TEST_F(EngineRuntimeTest, ListenersAreNotifiedAfterThePoolsHaveStopped) {
   WorkerPool* pool = runtime->FirstPool();
   std::vector<int> calls;
   RecordingListener a(&calls, 1);
@@ -364,7 +364,7 @@ TEST_F(EngineRuntimeTest, AListenerMayAddAndRemoveListeners) {
   EXPECT_EQ(calls[1], 3);
 }
 
-TEST_F(EngineRuntimeTest, AfterShutdownMemoryAndValuesStillServe) {
+TEST_F(EngineRuntimeTest, AfterShutdownMemoryAndValuesStillWork) {
   runtime->Shutdown();
   const NativeValueInfo info = runtime->CreateValue(16);
   EXPECT_EQ(info.handle, 0x1000u);
@@ -384,7 +384,7 @@ TEST_F(EngineRuntimeTest, ObjectsAreCountedByClassName) {
   EXPECT_EQ(runtime->ObjectCounts(), (Counts{{"Engine", 0}, {"EngineEntity", 1}}));
 }
 
-TEST_F(EngineRuntimeTest, ACountNeverFallsBelowZeroAndNoEntryComesOfUncounting) {
+TEST_F(EngineRuntimeTest, ACountNeverFallsBelowZeroAndUncountingAddsNoEntry) {
   using Counts = std::map<std::string, int32_t>;
   runtime->UncountObject("Engine");
   EXPECT_TRUE(runtime->ObjectCounts().empty());
@@ -424,7 +424,7 @@ TEST_F(EngineRuntimeTest, ARuntimeLivesUntilItsLastValueIsReleased) {
   EXPECT_EQ(testing::internal::GetCapturedStdout(), Line(4096));
 }
 
-TEST_F(EngineRuntimeTest, ValuesThatAreLeftGoWithTheRuntime) {
+TEST_F(EngineRuntimeTest, RemainingValuesAreDestroyedWithTheRuntime) {
   const NativeValueInfo small = runtime->CreateValue(16);
   runtime->CreateView(small.pointer, 0, 8);
   runtime->CreateValue(640);
@@ -434,7 +434,7 @@ TEST_F(EngineRuntimeTest, ValuesThatAreLeftGoWithTheRuntime) {
   EXPECT_EQ(testing::internal::GetCapturedStdout(), Line(4096) + Line(8192) + Line(12288));
 }
 
-TEST_F(EngineRuntimeTest, EveryRuntimeHasMemoryHandlesAndPoolsOfItsOwn) {
+TEST_F(EngineRuntimeTest, EveryRuntimeHasItsOwnMemoryHandlesAndPools) {
   auto* other = new EngineRuntime(new MemoryAllocator);
   EXPECT_EQ(runtime->CreateValue(16).handle, 0x1000u);
   const NativeValueInfo info = other->CreateValue(16);

@@ -39,7 +39,7 @@ void ExpectSame(float expected, float got, float operand) {
 // coprime to powers of two covers all patterns of the low bits.
 constexpr uint64_t kStep = 9973;
 
-TEST(FastTrigonometry, SinesOfTwoAreThoseOfTheLibrary) {
+TEST(FastTrigonometry, SinesOfTwoMatchTheLibrary) {
   for (uint64_t bits = 0; bits <= 0xFFFFFFFFu; bits += kStep) {
     const float a = FromBits(static_cast<uint32_t>(bits));
     const float b = FromBits(0x3F800000u + static_cast<uint32_t>(bits % 0x00500000u));  // 1 to 1.6
@@ -54,7 +54,7 @@ TEST(FastTrigonometry, SinesOfTwoAreThoseOfTheLibrary) {
   }
 }
 
-TEST(FastTrigonometry, SineAtTheEdgeOfTheSeriesIsThatOfTheLibrary) {
+TEST(FastTrigonometry, SineAtTheLimitOfTheSeriesMatchesTheLibrary) {
   for (uint32_t bits = Bits(1.5f); bits <= Bits(1.7f); bits += 7) {
     const float a = FromBits(bits);
     float sine;
@@ -79,7 +79,7 @@ void ExpectSameSineAndCosine(float a, float b) {
   ExpectSame(static_cast<float>(std::cos(static_cast<double>(b))), ofB.cosine, b);
 }
 
-TEST(FastTrigonometry, SinesAndCosinesAreThoseOfTheLibrary) {
+TEST(FastTrigonometry, SinesAndCosinesMatchTheLibrary) {
   for (uint64_t bits = 0; bits <= 0xFFFFFFFFu; bits += kStep) {
     // Angles that need range reduction in the other lane: 1 to 4096.
     const uint32_t turned = 0x3F800000u + static_cast<uint32_t>(bits % 0x06000000u);
@@ -91,7 +91,7 @@ TEST(FastTrigonometry, SinesAndCosinesAreThoseOfTheLibrary) {
 }
 
 // If the reduced angle is close to 0, the sine or cosine is near 0.
-TEST(FastTrigonometry, SinesAndCosinesAroundQuarterTurnsAreThoseOfTheLibrary) {
+TEST(FastTrigonometry, SinesAndCosinesAroundQuarterTurnsMatchTheLibrary) {
   constexpr double kHalfPi = 1.5707963267948966;
   for (int turns = 1; turns <= 2700; ++turns) {
     const uint32_t middle = Bits(static_cast<float>(turns * kHalfPi));
@@ -106,7 +106,7 @@ TEST(FastTrigonometry, SinesAndCosinesAroundQuarterTurnsAreThoseOfTheLibrary) {
 
 // Sines (in the first row) or cosines so near a rounding tie of two floats that the series alone
 // would round to the wrong one.
-TEST(FastTrigonometry, SinesAndCosinesNextToTheMiddleOfTwoFloatsAreThoseOfTheLibrary) {
+TEST(FastTrigonometry, SinesAndCosinesNextToRoundingTiesMatchTheLibrary) {
   const uint32_t angles[] = {0x423FA699u, 0x4315FB43u, 0x448CB16Cu, 0x452D3C38u, 0x4561DB8Eu,
                              0x3F47C904u, 0x3F45DFCBu, 0x3F2E6EA3u, 0x40186F52u, 0x424C1BA5u,
                              0x42C13DF9u, 0x43F56ABDu, 0x43FBB5D4u};
@@ -116,7 +116,7 @@ TEST(FastTrigonometry, SinesAndCosinesNextToTheMiddleOfTwoFloatsAreThoseOfTheLib
   }
 }
 
-TEST(FastTrigonometry, SinesAndCosinesOfSpecialAnglesAreThoseOfTheLibrary) {
+TEST(FastTrigonometry, SinesAndCosinesOfSpecialAnglesMatchTheLibrary) {
   constexpr float kInfinity = std::numeric_limits<float>::infinity();
   const float angles[] = {0.0f,     -0.0f,     1e-45f,    -1e-45f,   kInfinity, -kInfinity, NAN,
                           4096.0f,  -4096.0f,  4096.001f, 0.5f,      -0.5f,     1e30f,      -1e30f,
@@ -206,7 +206,7 @@ class FourAnglesTest : public testing::TestWithParam<Way> {
   int unsure = 0;
 };
 
-TEST_P(FourAnglesTest, SinesAndCosinesInEachPlaceAreThoseOfTheLibrary) {
+TEST_P(FourAnglesTest, SinesAndCosinesInEachLaneMatchTheLibrary) {
   for (uint64_t bits = 0; bits <= Bits(4096.0f); bits += 4 * kStep) {
     CompareEverywhere(FromBits(static_cast<uint32_t>(bits)));
     CompareEverywhere(-FromBits(static_cast<uint32_t>(bits)));
@@ -217,7 +217,7 @@ TEST_P(FourAnglesTest, SinesAndCosinesInEachPlaceAreThoseOfTheLibrary) {
   EXPECT_LT(unsure, computed / 1000) << "all of these angles are in range";
 }
 
-TEST_P(FourAnglesTest, FourRandomAnglesAreThoseOfTheLibrary) {
+TEST_P(FourAnglesTest, FourRandomAnglesMatchTheLibrary) {
   const uint32_t seed = 20240611;
   SCOPED_TRACE(seed);
   std::mt19937 random(seed);
@@ -232,7 +232,7 @@ TEST_P(FourAnglesTest, FourRandomAnglesAreThoseOfTheLibrary) {
   EXPECT_LT(unsure, computed / 500);
 }
 
-TEST_P(FourAnglesTest, AroundQuarterTurnsTheyAreThoseOfTheLibrary) {
+TEST_P(FourAnglesTest, AnglesAroundQuarterTurnsMatchTheLibrary) {
   constexpr double kHalfPi = 1.5707963267948966;
   for (int turns = 1; turns <= 2607; ++turns) {
     const uint32_t middle = Bits(static_cast<float>(turns * kHalfPi));
@@ -252,7 +252,7 @@ TEST_P(FourAnglesTest, AroundQuarterTurnsTheyAreThoseOfTheLibrary) {
 }
 
 // The angles of the test of pairs above: the series alone would round a sine or cosine wrongly.
-TEST_P(FourAnglesTest, NextToTheMiddleOfTwoFloatsTheyAreThoseOfTheLibrary) {
+TEST_P(FourAnglesTest, ResultsNextToRoundingTiesMatchTheLibrary) {
   const uint32_t angles[] = {0x423FA699u, 0x4315FB43u, 0x448CB16Cu, 0x452D3C38u, 0x4561DB8Eu,
                              0x3F47C904u, 0x3F45DFCBu, 0x3F2E6EA3u, 0x40186F52u, 0x424C1BA5u,
                              0x42C13DF9u, 0x43F56ABDu, 0x43FBB5D4u};
@@ -262,7 +262,7 @@ TEST_P(FourAnglesTest, NextToTheMiddleOfTwoFloatsTheyAreThoseOfTheLibrary) {
   }
 }
 
-TEST_P(FourAnglesTest, ZerosAndDenormalsKeepTheirSignAndTheLastAngleInRangeIsNotUnsure) {
+TEST_P(FourAnglesTest, ZerosAndDenormalsKeepTheirSignAndTheLargestAngleIsComputed) {
   for (const float angle : {0.0f, 1e-45f, 1e-40f, 1.1754944e-38f, 1e-30f, 1e-10f, 2.4e-4f, 0.5f,
                             0.78539f, 0.785399f, 3.141592f, 3.141593f, 6.283185f, 4096.0f}) {
     CompareEverywhere(angle);
@@ -271,7 +271,7 @@ TEST_P(FourAnglesTest, ZerosAndDenormalsKeepTheirSignAndTheLastAngleInRangeIsNot
   EXPECT_EQ(0, unsure);
 }
 
-TEST_P(FourAnglesTest, AnglesOutOfRangeAndNotANumbersInAnyPlaceAreNeverWrong) {
+TEST_P(FourAnglesTest, OutOfRangeAnglesAndNaNsInAnyLaneAreNeverWrong) {
   const float first = FromBits(Bits(4096.0f) + 1);
   constexpr float kInfinity = std::numeric_limits<float>::infinity();
   for (const float angle : {first, 4097.0f, 1e6f, 3e9f, 1e30f, 3.4e38f, kInfinity, NAN}) {
@@ -285,7 +285,7 @@ TEST_P(FourAnglesTest, AnglesOutOfRangeAndNotANumbersInAnyPlaceAreNeverWrong) {
 INSTANTIATE_TEST_SUITE_P(Ways, FourAnglesTest, testing::ValuesIn(WaysInUse()),
                          [](const testing::TestParamInfo<Way>& way) { return way.param.name; });
 
-TEST(FastTrigonometry, ArcCosineIsThatOfTheLibrary) {
+TEST(FastTrigonometry, ArcCosineMatchesTheLibrary) {
   for (uint64_t bits = 0; bits <= 0xFFFFFFFFu; bits += kStep) {
     const float x = FromBits(static_cast<uint32_t>(bits));
     ExpectSame(static_cast<float>(std::acos(static_cast<double>(x))), acosNearF(x), x);
@@ -296,7 +296,7 @@ TEST(FastTrigonometry, ArcCosineIsThatOfTheLibrary) {
 }
 
 // The usual range for rotations that are blended.
-TEST(FastTrigonometry, ArcCosineFromAHalfToOneIsThatOfTheLibrary) {
+TEST(FastTrigonometry, ArcCosineFromAHalfToOneMatchesTheLibrary) {
   for (uint32_t bits = Bits(0.49f); bits <= Bits(1.01f); bits += 5) {
     const float x = FromBits(bits);
     ExpectSame(static_cast<float>(std::acos(static_cast<double>(x))), acosNearF(x), x);

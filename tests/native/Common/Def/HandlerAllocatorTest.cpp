@@ -61,7 +61,7 @@ class HandlerAllocatorTest : public testing::Test {
   HandlerAllocator<CountedValue>* table;
 };
 
-TEST_F(HandlerAllocatorTest, AFreshTableCountsSlotsFromOne) {
+TEST_F(HandlerAllocatorTest, AFreshTableIssuesSlotsFromOne) {
   EXPECT_EQ(Take(), 0x1000u);
   EXPECT_EQ(Take(), 0x2000u);
   EXPECT_EQ(Take(), 0x3000u);
@@ -80,7 +80,7 @@ TEST_F(HandlerAllocatorTest, AValueKnowsItsKeyAndHoldsAReferenceOnTheOwner) {
   EXPECT_EQ(owner->ReferenceCount(), 2u);
 }
 
-TEST_F(HandlerAllocatorTest, FindGivesTheValueOfAKeyOrNull) {
+TEST_F(HandlerAllocatorTest, FindReturnsTheValueOfAKeyOrNull) {
   CountedValue* first = table->Allocate();
   CountedValue* second = table->Allocate();
   EXPECT_EQ(table->Find(0x1000), first);
@@ -101,7 +101,7 @@ TEST_F(HandlerAllocatorTest, AReleasedKeyIsTheNextToBeIssued) {
   EXPECT_EQ(Take(), 0x4000u);
 }
 
-TEST_F(HandlerAllocatorTest, OfSeveralReleasedKeysTheMostRecentComesBackFirst) {
+TEST_F(HandlerAllocatorTest, OfSeveralReleasedKeysTheMostRecentIsReusedFirst) {
   Take(5);
   table->Release(0x4000);
   table->Release(0x1000);
@@ -148,7 +148,7 @@ TEST_F(HandlerAllocatorTest, AStaleHandleReachesTheNewValueOfItsSlot) {
   EXPECT_EQ(deletedValues, 2);
 }
 
-TEST_F(HandlerAllocatorTest, TheStackOfFreeKeysHolds4096AndFurtherOnesAreGivenUp) {
+TEST_F(HandlerAllocatorTest, TheStackOfFreeKeysHolds4096AndFurtherOnesAreLost) {
   Take(5000);
   for (uint32_t slot = 1; slot <= 5000; ++slot) {
     table->Release(slot << 12);
@@ -189,7 +189,7 @@ TEST_F(HandlerAllocatorTest, AllSlotNumbersAreIssuedAndTheNextRequestOverflows) 
             "[NQ_WARN][HandlerAllocator]: Handler overflow");
 }
 
-TEST_F(HandlerAllocatorTest, VisitsGoOverTheValuesInAscendingOrderOfKeys) {
+TEST_F(HandlerAllocatorTest, ValuesAreVisitedInAscendingOrderOfKeys) {
   Take(5);
   table->Release(0x4000);
   table->Release(0x1000);
@@ -199,7 +199,7 @@ TEST_F(HandlerAllocatorTest, VisitsGoOverTheValuesInAscendingOrderOfKeys) {
   EXPECT_THAT(keys, testing::ElementsAre(0x1000u, 0x2000u, 0x3000u, 0x5000u));
 }
 
-TEST_F(HandlerAllocatorTest, ReleaseAllDeletesWhatIsLeft) {
+TEST_F(HandlerAllocatorTest, ReleaseAllDeletesRemainingValues) {
   Take(4);
   table->Release(0x2000);
   deletedKeys.clear();
@@ -209,7 +209,7 @@ TEST_F(HandlerAllocatorTest, ReleaseAllDeletesWhatIsLeft) {
   EXPECT_EQ(owner->ReferenceCount(), 1u);
 }
 
-TEST_F(HandlerAllocatorTest, ATableTakesItsValuesWithIt) {
+TEST_F(HandlerAllocatorTest, DestroyingATableDeletesItsValues) {
   auto* other = new HandlerAllocator<CountedValue>(owner);
   other->Allocate();
   other->Allocate();
@@ -218,7 +218,7 @@ TEST_F(HandlerAllocatorTest, ATableTakesItsValuesWithIt) {
   EXPECT_EQ(owner->ReferenceCount(), 1u);
 }
 
-TEST_F(HandlerAllocatorTest, EachTableCountsItsOwnSlots) {
+TEST_F(HandlerAllocatorTest, EachTableIssuesItsOwnSlots) {
   HandlerAllocator<CountedValue> other(owner);
   Take(3);
   EXPECT_EQ(other.Allocate()->handle, 0x1000u);

@@ -58,7 +58,7 @@ TEST_F(HandlerValueTest, AFreshBlockValueHasNoBlock) {
   EXPECT_EQ(info.pointer, nullptr);
 }
 
-TEST_F(HandlerValueTest, ABlockValueTakesItsBlockFromTheOwnersRuntimeAndGivesItBack) {
+TEST_F(HandlerValueTest, ABlockValueAllocatesFromTheOwnersRuntimeAndReleasesThere) {
   const MemoryBlock other = runtime->Allocate(8);
   auto* value = new BlockValue(runtime, 0x1000);
   void* pointer = value->Allocate(40);
@@ -86,7 +86,7 @@ TEST_F(HandlerValueTest, ASizeOfZeroLeavesTheValueWithoutABlock) {
   EXPECT_TRUE(IsNoBlock(value.block));
 }
 
-TEST_F(HandlerValueTest, AViewStandsAtAnOffsetAndHasNoMemoryID) {
+TEST_F(HandlerValueTest, AViewStartsAtAnOffsetAndHasNoMemoryID) {
   runtime->Allocate(8);
   const MemoryBlock block = runtime->Allocate(64);
   ASSERT_EQ(block.memoryID, 1u);
@@ -99,7 +99,7 @@ TEST_F(HandlerValueTest, AViewStandsAtAnOffsetAndHasNoMemoryID) {
   EXPECT_EQ(value.viewBase, block.pointer);
 }
 
-TEST_F(HandlerValueTest, AViewGivesBackTheBlockUnderItsStartAddress) {
+TEST_F(HandlerValueTest, AViewReleasesTheBlockByItsStartAddress) {
   const MemoryBlock first = runtime->Allocate(64);
   auto* view = new BlockValue(runtime, 0x1000);
   view->SetView(first.pointer, 24, 16);
@@ -129,7 +129,7 @@ TEST_F(HandlerValueTest, ANativeViewCopiesTheAddressWithItsOffset) {
   Delete(value);
 }
 
-TEST_F(HandlerValueTest, TheOperationsAreReachedThroughTheBase) {
+TEST_F(HandlerValueTest, TheOperationsAreVirtual) {
   auto* value = new NativeValue(runtime, 0x1000);
   BlockValue* base = value;
   base->Allocate(16);
@@ -138,7 +138,7 @@ TEST_F(HandlerValueTest, TheOperationsAreReachedThroughTheBase) {
   EXPECT_TRUE(IsNoBlock(runtime->FindBlock(0)));
 }
 
-TEST_F(HandlerValueTest, ANativeValuePrintsItsKeyWhenItEnds) {
+TEST_F(HandlerValueTest, ANativeValuePrintsItsKeyWhenDestroyed) {
   EXPECT_EQ(Delete(new NativeValue(runtime, 0x1000)), "[NQ_INFO][OPV]: NativeValue 4096 dealloc\n");
   EXPECT_EQ(Delete(new NativeValue(runtime, 0x7FFFF000u)),
             "[NQ_INFO][OPV]: NativeValue 2147479552 dealloc\n");
@@ -168,7 +168,7 @@ class TellingOwner : public HandlerOwner {
   EngineRuntime* const runtime;
 };
 
-TEST_F(HandlerValueTest, AnEndIsToldFirstThenTheBlockGoesAndTheOwnerLast) {
+TEST_F(HandlerValueTest, DestructionPrintsThenReleasesTheBlockAndTheOwnerLast) {
   auto* owner = new TellingOwner(runtime);
   auto* value = new NativeValue(owner, 0x2000);
   owner->DropReference();

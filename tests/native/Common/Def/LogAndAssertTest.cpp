@@ -14,7 +14,7 @@
 namespace nq::engine {
 namespace {
 
-TEST(LogTest, ALineIsATagAndAMessageByOneWriteEach) {
+TEST(LogTest, ALineIsATagAndAMessageInOneWriteEach) {
   EXPECT_THAT(WritesOf([] { NQ_LOG("[NQ_INFO][OPV]: ", "value %d of %s\n", 7, "it"); }),
               testing::ElementsAre("[NQ_INFO][OPV]: ", "value 7 of it\n"));
 }
@@ -33,7 +33,7 @@ TEST(LogTest, APercentSignInATagIsText) {
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "[100%d]: 5%\n");
 }
 
-TEST(AssertTest, ATrueExpressionIsEvaluatedOnceAndSaysNothing) {
+TEST(AssertTest, ATrueExpressionIsEvaluatedOnceAndPrintsNothing) {
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   int evaluated = 0;

@@ -238,7 +238,7 @@ TEST(MultiplyMatrix4Test, TheIdentityOnEitherSideReturnsTheOtherMatrixBitForBit)
   }
 }
 
-TEST(MultiplyMatrix4Test, ElementsStandColumnByColumn) {
+TEST(MultiplyMatrix4Test, ElementsAreColumnMajor) {
   const Matrix a = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
   const Matrix b = {2, 0, 0, 0, 0, 3, 0, 0, 0, 0, 5, 0, 1, 10, 100, 1000};
   // Columns 0 to 2 are a's, scaled; the last is 1, 10, 100 and 1000 times its columns.
@@ -281,7 +281,7 @@ TEST(MultiplyMatrix4Test, ProductsAreRoundedBeforeTheyAreAdded) {
   EXPECT_EQ(Multiply(a, b)[0], 0.0f);
 }
 
-TEST(MultiplyMatrix4Test, FiniteMatricesGiveTheBitsOfTheDefinition) {
+TEST(MultiplyMatrix4Test, FiniteMatricesMatchTheDefinitionBitForBit) {
   const uint32_t seed = 12;
   SCOPED_TRACE(seed);
   RandomFloats random(seed);
@@ -292,7 +292,7 @@ TEST(MultiplyMatrix4Test, FiniteMatricesGiveTheBitsOfTheDefinition) {
   }
 }
 
-TEST(MultiplyMatrix4Test, InfinitiesNotANumbersZerosAndDenormalsPassAsDefined) {
+TEST(MultiplyMatrix4Test, InfinitiesNaNsZerosAndDenormalsPropagateAsDefined) {
   const uint32_t seed = 13;
   SCOPED_TRACE(seed);
   RandomFloats random(seed);
@@ -394,7 +394,7 @@ TEST(InvertMatrix4Test, EveryPatternOfMagnitudesPivotsOnTheLastOfTheLargest) {
   }
 }
 
-TEST(InvertMatrix4Test, AZeroInTheFirstPlaceIsNoHindrance) {
+TEST(InvertMatrix4Test, PivotsWhenTheFirstElementIsZero) {
   // Rows 0 and 1 exchanged, then a translation: the inverse exchanges them back.
   const Matrix m = {0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 1, 0, 5, 6, 7, 1};
   const Matrix inverse = Invert(m);
@@ -414,7 +414,7 @@ TEST(InvertMatrix4Test, ThePivotsReciprocalIsATrueDivision) {
 
 // Small integers around a pivot and a remaining determinant that are powers of two: no step rounds,
 // so the result is the exact inverse however the cofactors are ordered.
-TEST(InvertMatrix4Test, TheResultIsExactWhereNoStepRounds) {
+TEST(InvertMatrix4Test, TheResultIsExactIfNoStepRounds) {
   const uint32_t seed = 21;
   SCOPED_TRACE(seed);
   RandomFloats random(seed);
@@ -557,7 +557,7 @@ Quaternion QuaternionByTable(const Matrix& m, int* branch) {
   return {(m[1] - m[4]) * i, (m[8] + m[2]) * i, (m[6] + m[9]) * i, 0.25f * (2 * s)};
 }
 
-TEST(MatrixToQuaternionTest, TheIdentityIsAOneAndThreeZeros) {
+TEST(MatrixToQuaternionTest, TheIdentityMatrixGivesTheIdentityQuaternion) {
   ExpectSame(FromMatrix(kIdentity), Quaternion{1, 0, 0, 0});
   ExpectSame(FromMatrix3(UpperLeft(kIdentity)), Quaternion{1, 0, 0, 0});
 }
@@ -576,7 +576,7 @@ TEST(MatrixToQuaternionTest, HalfTurnsAboutTheAxesTakeTheLastThreeBranches) {
   ExpectSame(FromMatrix(m), Quaternion{0, 0, 0, 1});
 }
 
-TEST(MatrixToQuaternionTest, QuarterTurnsAboutTheAxesHaveTheSignOfTheRightHand) {
+TEST(MatrixToQuaternionTest, QuarterTurnsAboutTheAxesFollowTheRightHandRule) {
   // About x: y to z, z to -y. About y: z to x, x to -z. About z: x to y, y to -x.
   const double h = std::sqrt(0.5);
   ExpectNear(FromMatrix({1, 0, 0, 0, 0, 0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1}), {h, h, 0, 0}, 1e-7);
@@ -584,7 +584,7 @@ TEST(MatrixToQuaternionTest, QuarterTurnsAboutTheAxesHaveTheSignOfTheRightHand) 
   ExpectNear(FromMatrix({0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}), {h, 0, 0, h}, 1e-7);
 }
 
-TEST(MatrixToQuaternionTest, TheTestsOfTheBranchesAreStrict) {
+TEST(MatrixToQuaternionTest, TheComparisonsOfTheBranchesAreStrict) {
   int branch = 0;
   // A trace of exactly zero is not above it; equal diagonal elements select the next branch.
   Matrix m = {0.0f, 0.7f, 0.3f, 0, 0.2f, 0.0f, 0.9f, 0, 0.4f, 0.1f, 0.0f, 0, 0, 0, 0, 1};
@@ -657,11 +657,11 @@ Quaternion FromEuler(float x, float y, float z) {
   return out;
 }
 
-TEST(EulerToQuaternionTest, NoAngleIsAOneAndThreeZeros) {
+TEST(EulerToQuaternionTest, ZeroAnglesGiveTheIdentity) {
   ExpectSame(FromEuler(0, 0, 0), Quaternion{1, 0, 0, 0});
 }
 
-TEST(EulerToQuaternionTest, TheResultStandsInTheOrderWZYX) {
+TEST(EulerToQuaternionTest, TheResultIsInTheOrderWZYX) {
   const float angle = 1.0f;
   const double s = std::sin(0.5);
   const double c = std::cos(0.5);
@@ -706,7 +706,7 @@ TEST(EulerToQuaternionTest, EveryStepRoundsInTheOrderOfTheFormulas) {
   }
 }
 
-TEST(EulerToQuaternionTest, NotANumbersPassThrough) {
+TEST(EulerToQuaternionTest, NaNsPropagate) {
   for (const float bad : {kNotANumber, kInfinity, -kInfinity}) {
     for (const float x : FromEuler(0.5f, bad, 0.25f)) {
       EXPECT_TRUE(std::isnan(x));

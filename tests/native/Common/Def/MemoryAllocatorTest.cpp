@@ -49,7 +49,7 @@ class MemoryAllocatorTest : public testing::Test {
   MemoryAllocator memory;
 };
 
-TEST_F(MemoryAllocatorTest, ASizeOfZeroGivesNoBlockAndUsesNoMemoryID) {
+TEST_F(MemoryAllocatorTest, ASizeOfZeroReturnsNoBlockAndUsesNoMemoryID) {
   EXPECT_TRUE(IsNoBlock(memory.Allocate(0)));
   EXPECT_EQ(memory.ChunkCount(), 0);
   EXPECT_EQ(memory.Allocate(8).memoryID, 0u);
@@ -76,7 +76,7 @@ TEST_F(MemoryAllocatorTest, AnUnknownMemoryIDFindsNoBlock) {
   EXPECT_TRUE(IsNoBlock(memory.Find(0xFFFFFFFFu)));
 }
 
-TEST_F(MemoryAllocatorTest, EveryRequestGoesToTheSmallestClassThatHoldsIt) {
+TEST_F(MemoryAllocatorTest, EveryRequestUsesTheSmallestSizeClassThatFits) {
   uint32_t expected = 0;
   for (uint32_t size = 1; size <= 640; ++size) {
     while (kSizeClassFacts[expected].blockSize < size) {
@@ -105,7 +105,7 @@ TEST_F(MemoryAllocatorTest, SixHundredFortyTakesAChunkAndSixHundredFortyOneTheHe
   memory.Release(large);
 }
 
-TEST_F(MemoryAllocatorTest, AChunkGivesItsBlocksInAddressOrderAndLeavesTheRemainderUnused) {
+TEST_F(MemoryAllocatorTest, AChunkIssuesItsBlocksInAddressOrderAndLeavesTheRemainderUnused) {
   int32_t chunks = 0;
   for (const SizeClassFact& fact : kSizeClassFacts) {
     SCOPED_TRACE(fact.blockSize);
@@ -125,7 +125,7 @@ TEST_F(MemoryAllocatorTest, AChunkGivesItsBlocksInAddressOrderAndLeavesTheRemain
   }
 }
 
-TEST_F(MemoryAllocatorTest, AReleasedBlockComesBackZeroedAtItsAddressUnderANewMemoryID) {
+TEST_F(MemoryAllocatorTest, AReleasedBlockIsReusedZeroedUnderANewMemoryID) {
   const MemoryBlock before = memory.Allocate(48);
   Fill(before, 0xAB, 64);
   memory.Release(before);
@@ -138,7 +138,7 @@ TEST_F(MemoryAllocatorTest, AReleasedBlockComesBackZeroedAtItsAddressUnderANewMe
   EXPECT_TRUE(Reads(Bytes(after), 40, 0));
 }
 
-TEST_F(MemoryAllocatorTest, OnlyTheBytesAskedForAreZeroedAndTheTailKeepsWhatItHeld) {
+TEST_F(MemoryAllocatorTest, OnlyTheRequestedBytesAreZeroedAndTheTailKeepsItsContent) {
   const MemoryBlock before = memory.Allocate(32);
   Fill(before, 0xAB, 32);
   memory.Release(before);
@@ -161,7 +161,7 @@ TEST_F(MemoryAllocatorTest, BlocksOfAClassAreReusedLastReleasedFirst) {
   EXPECT_EQ(Bytes(memory.Allocate(100)), Bytes(a) + 3 * 128) << "then the chunk goes on";
 }
 
-TEST_F(MemoryAllocatorTest, AReleasedBlockServesItsOwnClassOnly) {
+TEST_F(MemoryAllocatorTest, AReleasedBlockIsReusedByItsOwnClassOnly) {
   const MemoryBlock released = memory.Allocate(64);
   memory.Release(released);
   EXPECT_NE(memory.Allocate(32).pointer, released.pointer);
@@ -169,7 +169,7 @@ TEST_F(MemoryAllocatorTest, AReleasedBlockServesItsOwnClassOnly) {
   EXPECT_EQ(memory.Allocate(33).pointer, released.pointer);
 }
 
-TEST_F(MemoryAllocatorTest, AMemoryIDIsNeverUsedTwice) {
+TEST_F(MemoryAllocatorTest, AMemoryIDIsNeverReused) {
   // Small and large alternately, released at once or a little later.
   std::vector<MemoryBlock> live;
   for (uint32_t i = 0; i < 5000; ++i) {
@@ -204,7 +204,7 @@ TEST_F(MemoryAllocatorTest, AfterRetainTheFirstReleaseLeavesTheBlockLiveAndTheSe
   EXPECT_EQ(memory.Allocate(100).pointer, block.pointer);
 }
 
-TEST_F(MemoryAllocatorTest, ALargeBlockIsCountedToo) {
+TEST_F(MemoryAllocatorTest, ALargeBlockIsReferenceCountedToo) {
   const MemoryBlock block = memory.Allocate(100000);
   EXPECT_TRUE(Reads(Bytes(block), 100000, 0));
   EXPECT_TRUE(memory.Retain(block.pointer));
@@ -217,7 +217,7 @@ TEST_F(MemoryAllocatorTest, ALargeBlockIsCountedToo) {
 }
 
 // Matrices that are contiguous in such a block take one cache line each.
-TEST_F(MemoryAllocatorTest, ALargeBlockBeginsACacheLine) {
+TEST_F(MemoryAllocatorTest, ALargeBlockIsCacheLineAligned) {
   std::vector<MemoryBlock> blocks;
   for (uint32_t size = 641; size < 4000; size += 37) {
     blocks.push_back(memory.Allocate(size));
@@ -228,7 +228,7 @@ TEST_F(MemoryAllocatorTest, ALargeBlockBeginsACacheLine) {
   }
 }
 
-TEST_F(MemoryAllocatorTest, ALargeBlockIsZeroedThoughTheHeapHandsOutUsedMemory) {
+TEST_F(MemoryAllocatorTest, ALargeBlockIsZeroedThoughTheHeapReusesMemory) {
   for (int i = 0; i < 20; ++i) {
     const MemoryBlock block = memory.Allocate(2000);
     EXPECT_TRUE(Reads(Bytes(block), 2000, 0));
@@ -275,7 +275,7 @@ TEST_F(MemoryAllocatorTest, ReleasingAnUnknownAddressChangesNeitherIndex) {
 
 // Kept on purpose: the ID entry that is removed is the one in the caller's record. Programs rely on
 // which IDs resolve.
-TEST_F(MemoryAllocatorTest, TheRecordPassedInDecidesWhichIDEntryGoes) {
+TEST_F(MemoryAllocatorTest, TheRecordPassedInDecidesWhichIDEntryIsRemoved) {
   const MemoryBlock first = memory.Allocate(16);
   const MemoryBlock second = memory.Allocate(16);
   MemoryBlock record;
@@ -325,7 +325,7 @@ TEST_F(MemoryAllocatorTest, TheChunkTableGrowsBy128EntriesWithTheOldOnesIntact) 
   EXPECT_EQ(memory.ChunkCapacity(), 384);
 }
 
-TEST_F(MemoryAllocatorTest, ChunksStayWhenTheirBlocksAreReleased) {
+TEST_F(MemoryAllocatorTest, ChunksAreKeptWhenTheirBlocksAreReleased) {
   std::vector<MemoryBlock> blocks;
   for (int i = 0; i < 60; ++i) {
     blocks.push_back(memory.Allocate(640));
@@ -341,7 +341,7 @@ TEST_F(MemoryAllocatorTest, ChunksStayWhenTheirBlocksAreReleased) {
   EXPECT_EQ(memory.ChunkCount(), 3);
 }
 
-TEST_F(MemoryAllocatorTest, ResetEmptiesTheFreeListsAndLeavesBothIndexesAlone) {
+TEST_F(MemoryAllocatorTest, ResetClearsTheFreeListsAndKeepsBothIndexes) {
   const MemoryBlock live = memory.Allocate(16);
   const MemoryBlock released = memory.Allocate(500);
   memory.Release(released);
@@ -427,7 +427,7 @@ TEST_F(MemoryAllocatorTest, BlocksNeverOverlapAndKeepTheirBytes) {
   }
 }
 
-TEST_F(MemoryAllocatorTest, BlocksCanBeTakenAndReleasedFromSeveralThreadsAtOnce) {
+TEST_F(MemoryAllocatorTest, SeveralThreadsCanAllocateAndReleaseConcurrently) {
   constexpr int kRounds = 3000;
   std::vector<std::vector<uint32_t>> ids(4);
   std::vector<int> spoiled(4, 0);

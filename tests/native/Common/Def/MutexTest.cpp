@@ -42,7 +42,7 @@ struct Shared {
   }
 };
 
-TEST(ConditionVariableTest, ABroadcastWakesAllThatWait) {
+TEST(ConditionVariableTest, ABroadcastWakesAllWaiters) {
   constexpr int kThreads = 8;
   Shared shared;
   std::atomic<int> woken{0};
@@ -62,7 +62,7 @@ TEST(ConditionVariableTest, ABroadcastWakesAllThatWait) {
   EXPECT_EQ(woken, kThreads);
 }
 
-TEST(ConditionVariableTest, ABroadcastIsNotKeptForWhoComesLater) {
+TEST(ConditionVariableTest, ABroadcastDoesNotWakeLaterWaiters) {
   Shared shared;
   shared.changed.Broadcast();
   shared.changed.Broadcast();
@@ -94,7 +94,7 @@ class NQ_CAPABILITY("mutex") OvertakenMutex {
   ConditionVariable* const changed;
 };
 
-TEST(ConditionVariableTest, ABroadcastBetweenTheReleaseAndTheSleepEndsTheWait) {
+TEST(ConditionVariableTest, ABroadcastBetweenUnlockAndSleepIsNotLost) {
   ConditionVariable changed;
   OvertakenMutex mutex(&changed);
   std::promise<bool> heldAgain;
@@ -114,7 +114,7 @@ TEST(ConditionVariableTest, ABroadcastBetweenTheReleaseAndTheSleepEndsTheWait) {
 }
 
 // Ping-pong between two threads as fast as possible, with and without the mutex held.
-TEST(ConditionVariableTest, ThreadsThatAnswerEachOtherNeverSleepBoth) {
+TEST(ConditionVariableTest, PingPongBetweenThreadsNeverDeadlocks) {
   constexpr uint32_t kRounds = 20000;
   Shared shared;
   std::thread answering([&] {
@@ -140,7 +140,7 @@ TEST(ConditionVariableTest, ThreadsThatAnswerEachOtherNeverSleepBoth) {
 
 // Each thread waits for the next number and increments it, so that broadcasts follow each other
 // while threads woken by the last one are still waking up.
-TEST(ConditionVariableTest, BroadcastsFollowEachOtherWhileOthersStillWakeUp) {
+TEST(ConditionVariableTest, ABroadcastDoesNotWaitForThreadsStillWakingUp) {
   constexpr uint32_t kThreads = 5;
   constexpr uint32_t kRounds = 2000;
   Shared shared;

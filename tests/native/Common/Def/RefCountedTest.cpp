@@ -15,7 +15,7 @@ class Counted : public RefCounted {
   int* const deleted;
 };
 
-TEST(RefCountedTest, TheCreatorHoldsTheFirstReferenceAndTheLastOneDropsTheObject) {
+TEST(RefCountedTest, TheCreatorHoldsTheFirstReferenceAndDroppingTheLastDeletesTheObject) {
   int deleted = 0;
   RefCounted* object = new Counted(&deleted);
   EXPECT_EQ(object->ReferenceCount(), 1u);

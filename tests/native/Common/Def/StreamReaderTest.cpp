@@ -40,7 +40,7 @@ class StreamReaderTest : public testing::Test {
   StreamReader reader;
 };
 
-TEST_F(StreamReaderTest, ANewReaderStandsAtTheHeaderWithoutLimits) {
+TEST_F(StreamReaderTest, ANewReaderIsAtTheHeaderAndHasNoLimits) {
   EXPECT_EQ(reader.Position(), 0u);
   EXPECT_EQ(reader.LimitCount(), 0u);
   EXPECT_EQ(reader.Capacity(), 128u);
@@ -54,7 +54,7 @@ TEST_F(StreamReaderTest, AHeaderOfZeroIsAnEmptyStream) {
   EXPECT_TRUE(reader.popLimit());
 }
 
-TEST_F(StreamReaderTest, AStreamOfOneCommandWordEndsBehindIt) {
+TEST_F(StreamReaderTest, AStreamOfOneCommandWordEndsAfterIt) {
   Header(4);
   Put<uint32_t>(4, 0xCAFEBABEu);
   reader.begin();
@@ -89,7 +89,7 @@ TEST_F(StreamReaderTest, CheckRangeKeepsAnAlignedBase) {
   EXPECT_EQ(reader.checkRange(13, 8, 0), -1);
 }
 
-TEST_F(StreamReaderTest, CheckRangeTakesAPlaceOtherThanThePosition) {
+TEST_F(StreamReaderTest, CheckRangeAcceptsAnotherPosition) {
   BeginAt(60, 20);
   EXPECT_EQ(reader.checkRange(2, 1, 7), 9);
   EXPECT_EQ(reader.checkRange(2, 4, 7), 10);
@@ -99,7 +99,7 @@ TEST_F(StreamReaderTest, CheckRangeTakesAPlaceOtherThanThePosition) {
   EXPECT_EQ(reader.Position(), 20u);
 }
 
-TEST_F(StreamReaderTest, ANegativePlaceIsRefusedWhateverTheLimit) {
+TEST_F(StreamReaderTest, ANegativePositionIsRefusedWhateverTheLimit) {
   BeginAt(0x7FFFFF00, 4);
   EXPECT_EQ(reader.checkRange(0, 1, -1), -1);
   EXPECT_EQ(reader.checkRange(1, 4, INT32_MIN), -1);
@@ -131,7 +131,7 @@ TEST_F(StreamReaderTest, AHeaderBeyondTheSegmentIsNotDetected) {
   EXPECT_EQ(reader.checkRange(100001, 4, 0), -1);
 }
 
-TEST_F(StreamReaderTest, BytesAreReadWhereThePositionStands) {
+TEST_F(StreamReaderTest, BytesAreReadWithoutAlignment) {
   Put<uint8_t>(5, 0x80);
   Put<uint8_t>(6, 0xFE);
   BeginAt(100, 5);
@@ -141,7 +141,7 @@ TEST_F(StreamReaderTest, BytesAreReadWhereThePositionStands) {
   EXPECT_EQ(reader.Position(), 7u);
 }
 
-TEST_F(StreamReaderTest, AnyByteButZeroIsTrue) {
+TEST_F(StreamReaderTest, AnyNonzeroByteIsTrue) {
   const uint8_t bytes[] = {0, 1, 2, 0x80, 0xFF, 0};
   std::memcpy(segment + 4, bytes, sizeof(bytes));
   BeginAt(100, 4);
@@ -279,7 +279,7 @@ TEST_F(StreamReaderTest, ANestedBlockIsNotClippedToTheOneAroundIt) {
   EXPECT_EQ(reader.checkRange(1000, 4, 0), -1);
 }
 
-TEST_F(StreamReaderTest, PopLimitIsFalseBesideTheLimitAndPopsAllTheSame) {
+TEST_F(StreamReaderTest, PopLimitIsFalseOffTheLimitAndPopsAnyway) {
   BeginAt(8, 11);
   EXPECT_FALSE(reader.popLimit()) << "one byte short";
   EXPECT_EQ(reader.LimitCount(), 0u);

@@ -45,14 +45,14 @@ class StreamWriterTest : public testing::Test {
   StreamWriter writer;
 };
 
-TEST_F(StreamWriterTest, AConstructedWriterTouchesNothing) {
+TEST_F(StreamWriterTest, ConstructingAWriterWritesNothing) {
   uint8_t bytes[8] = {9, 0, 0, 0, 1, 2, 3, 4};
   StreamWriter other(bytes);
   EXPECT_EQ(other.totalSize(), 13u) << "the header word is the counter";
   EXPECT_EQ(bytes[4], 1);
 }
 
-TEST_F(StreamWriterTest, ResetClearsTheLengthAndNothingElse) {
+TEST_F(StreamWriterTest, ResetOnlyClearsTheLength) {
   writer.writeU32(7);
   writer.reset();
   EXPECT_EQ(Length(), 0u);
@@ -70,7 +70,7 @@ TEST_F(StreamWriterTest, BytesFollowEachOther) {
   ExpectPoison(8, 128);
 }
 
-TEST_F(StreamWriterTest, AShortWordAtLengthThreeGoesToOffsetEight) {
+TEST_F(StreamWriterTest, AShortWordAtLengthThreeIsStoredAtOffsetEight) {
   writer.advance(3);
   writer.writeU16(0xBEEF);
   EXPECT_EQ(At<uint16_t>(8), 0xBEEFu);
@@ -79,7 +79,7 @@ TEST_F(StreamWriterTest, AShortWordAtLengthThreeGoesToOffsetEight) {
   ExpectPoison(10, 128);
 }
 
-TEST_F(StreamWriterTest, WordsGoToMultiplesOfFour) {
+TEST_F(StreamWriterTest, WordsAreAlignedToFour) {
   for (const uint32_t start : {1u, 2u, 3u, 4u}) {
     SCOPED_TRACE(start);
     writer.reset();
@@ -153,7 +153,7 @@ TEST_F(StreamWriterTest, AlignToRaisesTheLengthToTheNextMultipleOnly) {
   ExpectPoison(4, 128);
 }
 
-TEST_F(StreamWriterTest, WriterAndReaderAlignByDifferentOriginsBeyondFour) {
+TEST_F(StreamWriterTest, WriterAndReaderDisagreeOnAlignmentsBeyondFour) {
   writer.advance(1);
   writer.alignTo(8);
   EXPECT_EQ(Length(), 8u) << "offset 12 of the segment";
@@ -164,7 +164,7 @@ TEST_F(StreamWriterTest, WriterAndReaderAlignByDifferentOriginsBeyondFour) {
   EXPECT_EQ(reader.Position(), 8u);
 }
 
-TEST_F(StreamWriterTest, WritersOnOneSegmentTakeTurns) {
+TEST_F(StreamWriterTest, WritersMayAlternateOnOneSegment) {
   StreamWriter other(segment);
   writer.writeU32(1);
   other.writeU32(2);

@@ -77,20 +77,20 @@ class TaskQueueTest : public testing::Test {
   size_t last = 0;
 };
 
-TEST_F(TaskQueueTest, ANewQueueIsEmptyAndSoIsOneThatGotNothing) {
+TEST_F(TaskQueueTest, ANewQueueIsEmptyAlsoAfterAppendingNothing) {
   EXPECT_TRUE(queue.Empty());
   queue.Append(nullptr, 0);
   EXPECT_TRUE(queue.Empty());
 }
 
-TEST_F(TaskQueueTest, WhatIsAppendedFirstIsTakenFirst) {
+TEST_F(TaskQueueTest, TasksAreFirstInFirstOut) {
   Append(7);
   while (!waiting.empty()) {
     ASSERT_NO_FATAL_FAILURE(TakeAndRun());
   }
 }
 
-TEST_F(TaskQueueTest, TasksThatWaitStayAheadOfThoseThatCome) {
+TEST_F(TaskQueueTest, WaitingTasksStayBeforeNewOnesWhenTheQueueGrows) {
   // The queue moves tasks to its start, into larger memory, or leaves them.
   for (size_t waitingThen = 0; waitingThen <= 9; ++waitingThen) {
     for (size_t coming = 0; coming <= 25; ++coming) {
@@ -107,7 +107,7 @@ TEST_F(TaskQueueTest, TasksThatWaitStayAheadOfThoseThatCome) {
   }
 }
 
-TEST_F(TaskQueueTest, RandomTurnsKeepTheOrder) {
+TEST_F(TaskQueueTest, RandomAppendsAndTakesKeepTheOrder) {
   const uint32_t seed = 4;
   SCOPED_TRACE(seed);
   std::mt19937 random(seed);
@@ -120,7 +120,7 @@ TEST_F(TaskQueueTest, RandomTurnsKeepTheOrder) {
   }
 }
 
-TEST_F(TaskQueueTest, AnEmptyTaskStaysOne) {
+TEST_F(TaskQueueTest, AnEmptyTaskStaysEmpty) {
   Task tasks[3] = {Task(), Task([] {}), Task()};
   queue.Append(tasks, 3);
   EXPECT_FALSE(static_cast<bool>(queue.Take()));

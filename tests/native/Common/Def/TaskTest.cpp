@@ -61,7 +61,7 @@ TEST(TaskTest, TheCallableIsDestroyedOnceWithTheTask) {
   EXPECT_EQ(counts.destroyed, 1);
 }
 
-TEST(TaskTest, MovingLeavesAnEmptyTaskBehind) {
+TEST(TaskTest, MovingFromATaskLeavesItEmpty) {
   Counts counts;
   {
     Task first{CountingCallable(&counts)};
@@ -75,7 +75,7 @@ TEST(TaskTest, MovingLeavesAnEmptyTaskBehind) {
   EXPECT_EQ(counts.destroyed, 1);
 }
 
-TEST(TaskTest, AssigningDestroysTheCallableThatWasThere) {
+TEST(TaskTest, AssigningDestroysTheOldCallable) {
   Counts old;
   Counts fresh;
   Task task{CountingCallable(&old)};
@@ -102,7 +102,7 @@ TEST(TaskTest, AssigningATaskToItselfKeepsIt) {
   EXPECT_EQ(counts.runs, 1);
 }
 
-TEST(TaskTest, AnEmptyTaskRaisesBadFunctionCall) {
+TEST(TaskTest, AnEmptyTaskThrowsBadFunctionCall) {
   Task empty;
   EXPECT_FALSE(static_cast<bool>(empty));
   EXPECT_THROW(empty(), std::bad_function_call);
@@ -127,7 +127,7 @@ TEST(TaskTest, RelocatingLeavesNothingToDestroy) {
   EXPECT_EQ(counts.destroyed, 1);
 }
 
-TEST(TaskTest, RelocatingPlainBytesWritesNothingWhereTheyWere) {
+TEST(TaskTest, RelocatingATriviallyCopyableCallableDoesNotWriteToItsSource) {
   int runs = 0;
   alignas(Task) unsigned char memory[sizeof(Task)];
   Task* from = new (memory) Task(
@@ -140,14 +140,14 @@ TEST(TaskTest, RelocatingPlainBytesWritesNothingWhereTheyWere) {
   EXPECT_EQ(runs, 1);
 }
 
-TEST(TaskTest, AnEmptyTaskIsRelocatedAsOne) {
+TEST(TaskTest, RelocatingAnEmptyTaskYieldsAnEmptyTask) {
   alignas(Task) unsigned char memory[sizeof(Task)];
   Task task = Task::Relocate(new (memory) Task());
   EXPECT_FALSE(static_cast<bool>(task));
   EXPECT_THROW(task(), std::bad_function_call);
 }
 
-TEST(TaskTest, CapturesUpToTheCapacityAreKeptInPlace) {
+TEST(TaskTest, CapturesUpToTheCapacityAreStoredInline) {
   std::array<uint64_t, 4> values = {11, 22, 33, 44};
   static_assert(sizeof(values) == Task::kCallableBytes, "fills the task");
   static uint64_t sum;
@@ -171,7 +171,7 @@ TEST(TaskTest, ACallableMayChangeItself) {
   EXPECT_EQ(seen, 6);
 }
 
-TEST(TaskTest, MovableCapturesGoAlong) {
+TEST(TaskTest, MoveOnlyCapturesAreSupported) {
   auto number = std::make_unique<int>(7);
   int seen = 0;
   std::vector<Task> tasks;

@@ -45,7 +45,7 @@ TEST(TrigonometryTest, TheSquareRootIsRoundedOnceToFloat) {
   EXPECT_EQ(sqrtF(16.0f), 4.0f);
 }
 
-TEST(TrigonometryTest, ArgumentsOutsideTheDomainGiveNotANumber) {
+TEST(TrigonometryTest, ArgumentsOutsideTheDomainGiveNaN) {
   EXPECT_TRUE(std::isnan(sqrtF(-1.0f)));
   EXPECT_TRUE(std::isnan(sinF(std::numeric_limits<float>::infinity())));
   EXPECT_TRUE(std::isnan(cosF(std::numeric_limits<float>::quiet_NaN())));

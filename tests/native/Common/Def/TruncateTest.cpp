@@ -40,7 +40,7 @@ TEST(TruncateTest, NegativeNumbersWrap) {
   EXPECT_EQ(0x80000000u, TruncateToU32(-2147483648.0f));
 }
 
-TEST(TruncateTest, WhatDoesNotFitGivesTheTopBit) {
+TEST(TruncateTest, NumbersThatDoNotFitAndNaNGive0x80000000) {
   for (const float value : {4294967296.0f, 4294967808.0f, 5.0e9f, 1.0e20f, 3.4e38f, kInfinity,
                             -2147483904.0f, -3.0e9f, -3.4e38f, -kInfinity, kNone, -kNone}) {
     EXPECT_EQ(0x80000000u, TruncateToU32(value)) << value;
@@ -75,7 +75,7 @@ bool ReferenceWholeness(uint32_t bits) {
   return exponent >= 150 || (mantissa & ((1u << (150 - exponent)) - 1) & 0x7FFFFF) == 0;
 }
 
-TEST(TruncateTest, ArbitraryBitsAreWhatTheirPartsSay) {
+TEST(TruncateTest, ArbitraryBitsMatchAnIntegerReference) {
   std::mt19937 generator(4);
   for (int i = 0; i < 200000; ++i) {
     uint32_t bits = static_cast<uint32_t>(generator());

@@ -17,7 +17,7 @@ TEST(UnalignedTest, WordsAreReadAtAnyAddressInLittleEndianOrder) {
   EXPECT_EQ(0x08070605u, ReadWord(bytes + 1, 1));
 }
 
-TEST(UnalignedTest, WritingTouchesTheValuesBytesAlone) {
+TEST(UnalignedTest, WritingChangesOnlyTheValuesBytes) {
   uint8_t bytes[8] = {1, 2, 3, 4, 5, 6, 7, 8};
   WriteUnaligned(bytes + 3, uint32_t{0xDDCCBBAA});
   const uint8_t expected[8] = {1, 2, 3, 0xAA, 0xBB, 0xCC, 0xDD, 8};

@@ -32,7 +32,7 @@ class NearestIntegersTest : public testing::TestWithParam<Way> {
   }
 };
 
-TEST_P(NearestIntegersTest, TiesGoToTheEvenInteger) {
+TEST_P(NearestIntegersTest, TiesRoundToEven) {
   Expect(0, 2, 0.5, 1.5);
   Expect(2, 4, 2.5, 3.5);
   Expect(0, -2, -0.5, -1.5);
@@ -41,19 +41,19 @@ TEST_P(NearestIntegersTest, TiesGoToTheEvenInteger) {
   Expect(-2606, -2608, -2606.5, -2607.5);
 }
 
-TEST_P(NearestIntegersTest, TheNeighboursOfTiesGoToTheNearerInteger) {
+TEST_P(NearestIntegersTest, TheNeighboursOfTiesRoundToTheNearerInteger) {
   Expect(0, 1, 0.49999999999999994, 0.5000000000000001);
   Expect(2, 3, 2.4999999999999996, 2.5000000000000004);
   Expect(0, -1, -0.49999999999999994, -0.5000000000000001);
 }
 
-TEST_P(NearestIntegersTest, IntegersAndZerosStay) {
+TEST_P(NearestIntegersTest, IntegersAndZerosAreUnchanged) {
   Expect(0, 0, 0.0, -0.0);
   Expect(1, -1, 1.0, -1.0);
   Expect(2147483647, -2147483647, 2147483647.0, -2147483647.0);
 }
 
-TEST_P(NearestIntegersTest, TheSmallestNumbersAreZero) {
+TEST_P(NearestIntegersTest, DenormalsRoundToZero) {
   Expect(0, 0, 5e-324, -5e-324);
   Expect(0, 0, 1e-45, -1e-45);
 }
@@ -67,7 +67,7 @@ int32_t Nearest(double x) {
   return static_cast<int32_t>(integer + (up ? 1 : 0));
 }
 
-TEST_P(NearestIntegersTest, NumbersOfAllSizesGoToTheNearestInteger) {
+TEST_P(NearestIntegersTest, NumbersOfAllSizesRoundToTheNearestInteger) {
   const uint32_t seed = 5;
   SCOPED_TRACE(seed);
   std::mt19937 random(seed);

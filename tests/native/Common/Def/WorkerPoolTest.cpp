@@ -54,7 +54,7 @@ void RequireReady(Future& future, const char* what) {
   }
 }
 
-TEST(WorkerPoolTest, ThreadCountIsTheNumberAskedFor) {
+TEST(WorkerPoolTest, ThreadCountIsTheRequestedNumber) {
   EXPECT_EQ(WorkerPool(1).ThreadCount(), 1u);
   EXPECT_EQ(WorkerPool(4).ThreadCount(), 4u);
 }
@@ -173,7 +173,7 @@ TEST(WorkerPoolTest, NoMoreTasksRunAtOnceThanThereAreThreadsAndAllowedCpus) {
   EXPECT_EQ(WorkerPool(4).Parallelism(), kHasCpuAffinity ? 1u : all) << "affinity of one CPU";
 }
 
-TEST(WorkerPoolTest, WhereAllCpusAreNeededOneWorkerIsPinnedToThePostingThreadsCpu) {
+TEST(WorkerPoolTest, IfAllCpusAreNeededOneWorkerIsPinnedToThePostingThreadsCpu) {
   const PinningVariable unset(nullptr);
   const Cpus cpus;
   WorkerPool pool(std::max(2u, cpus.Count()));
@@ -193,7 +193,7 @@ TEST(WorkerPoolTest, WhereAllCpusAreNeededOneWorkerIsPinnedToThePostingThreadsCp
   }
 }
 
-TEST(WorkerPoolTest, WhereACpuIsToSpareNoWorkerIsPinned) {
+TEST(WorkerPoolTest, NoWorkerIsPinnedIfACpuIsFree) {
   const PinningVariable unset(nullptr);
   const Cpus cpus;
   WorkerPool pool(std::max(1u, cpus.Count() - 1));
@@ -223,7 +223,7 @@ TEST(WorkerPoolTest, PinningIsOffForTheValue0AndForNoOther) {
   }
 }
 
-TEST(WorkerPoolPinningDeathTest, AFilterThatForbidsPinningEndsTheProcessWhereAWorkerIsPinned) {
+TEST(WorkerPoolPinningDeathTest, ASeccompFilterEndsAProcessThatPinsAWorker) {
   const PinningVariable unset(nullptr);
   const Cpus cpus;
   const ChildResult child = RunInChild([&cpus] {
@@ -261,7 +261,7 @@ TEST(WorkerPoolPinningDeathTest, NoWorkerIsPinnedWhereTheProcessMayRunOnOneCpuOn
 }
 
 // Without this, the children above could pass on a host that ignores the filter.
-TEST(WorkerPoolPinningDeathTest, TheFilterEndsAProcessThatSetsAnAffinity) {
+TEST(WorkerPoolPinningDeathTest, TheSeccompFilterEndsAProcessThatSetsAnAffinity) {
   const Cpus cpus;
   const ChildResult child = RunInChild([&cpus] {
     ForbidPinning();
@@ -322,7 +322,7 @@ TEST(WorkerPoolTest, WaitingReturnsOnlyAfterTheLastTaskOfDifferentLengths) {
   }
 }
 
-TEST(WorkerPoolTest, OneLongTaskHoldsTheWaiterThoughTheQueueIsEmpty) {
+TEST(WorkerPoolTest, WaitingCoversARunningTaskThoughTheQueueIsEmpty) {
   WorkerPool pool(4);
   bool done = false;
   Task tasks[3] = {Task([] {}), Task([&done] {
@@ -594,7 +594,7 @@ TEST(WorkerPoolTest, IdleWorkersSleep) {
 // A million tasks in sustained batches, in which each task reads what the waiting thread wrote
 // before the post, and the waiting thread reads what the tasks wrote: only the pool orders these
 // accesses.
-TEST(WorkerPoolTest, BatchAfterBatchSeesTheWritesOfTheOtherSide) {
+TEST(WorkerPoolTest, PostingAndWaitingSynchroniseMemory) {
   constexpr size_t kTasks = 100;
   WorkerPool pool(4);
   uint64_t input = 0;

@@ -35,7 +35,7 @@ void SetWord(std::vector<uint8_t>* bytes, size_t offset, uint32_t word) {
   std::memcpy(bytes->data() + offset, &word, 4);
 }
 
-TEST(AnimationClipModelTest, UpToAHeadersSizeTheBytesSayNothing) {
+TEST(AnimationClipModelTest, BytesNoLongerThanAHeaderAreIgnored) {
   std::vector<uint8_t> bytes = ReferenceBytes(30.0f, 60, {Constant(0, 1, 5)});
   for (uint32_t size = 0; size <= 16; ++size) {
     AnimationClipModel model(size == 0 ? nullptr : bytes.data(), size);
@@ -50,7 +50,7 @@ TEST(AnimationClipModelTest, UpToAHeadersSizeTheBytesSayNothing) {
   }
 }
 
-TEST(AnimationClipModelTest, WithoutCurvesFrameCountAndRateStand) {
+TEST(AnimationClipModelTest, FrameCountAndRateAreReadWithoutCurves) {
   std::vector<uint8_t> bytes = ReferenceBytes(25.0f, 60, {});
   bytes.resize(20);
   AnimationClipModel model = ModelOf(bytes);
@@ -94,7 +94,7 @@ TEST(AnimationClipModelTest, EachTypeFeedsItsChannel) {
   }
 }
 
-TEST(AnimationClipModelTest, AQuaternionWithoutAKeyOfWIsNone) {
+TEST(AnimationClipModelTest, RotationChannelsWithoutAKeyOfWAreNoQuaternion) {
   AnimationClipModel model =
       ModelOf(10, {{0, kQuaternionWType, {}}, Constant(0, 11, 0.5f), {1, kQuaternionWType, {}}});
   EXPECT_EQ(2u, model.TrackCount()) << "a curve without keys counts";
@@ -164,7 +164,7 @@ TEST(AnimationClipModelTest, AClipKeepsACopyOfItsBytes) {
   EXPECT_EQ(5.0f, ValueOf(model.SampleAtFrame(0), 0, kX));
 }
 
-TEST(AnimationClipModelTest, ATypeThatIsNoneDoesNoHarmWithoutKeys) {
+TEST(AnimationClipModelTest, AnInvalidTypeIsAcceptedWithoutKeys) {
   AnimationClipModel model = ModelOf(10, {{0, 99, {}}, {1, 0, {}}, Constant(0, 1, 5)});
   EXPECT_EQ(2u, model.TrackCount());
 }
@@ -181,7 +181,7 @@ TEST(AnimationClipModelTest, FramesWrapAtTheClipsLength) {
   EXPECT_EQ(3u, model.CachedFrames());
 }
 
-TEST(AnimationClipModelTest, AFrameIsComputedOnce) {
+TEST(AnimationClipModelTest, AFrameIsComputedOnceAndCached) {
   AnimationClipModel model = ModelOf(60, {{0, 1, {{0, 0, 0, 0}, {59, 59, 0, 0}}}});
   ClipSample* cached = const_cast<ClipSample*>(model.SampleAtFrame(59).Find(0));
   cached->channel[kX] = -7;
@@ -205,7 +205,7 @@ TEST(AnimationClipModelTest, ANegativeTimeStaysNegative) {
   }
 }
 
-TEST(AnimationClipModelTest, TimesThatAreNoMomentGiveTheLastValue) {
+TEST(AnimationClipModelTest, NaNAndInfiniteTimesGiveTheLastValue) {
   AnimationClipModel model = ModelOf(60, {{0, 1, {{0, 3, 0, 0}, {60, 9, 0, 0}}}});
   for (const float time : {kNone, kInfinity, -kInfinity}) {
     EXPECT_EQ(9.0f, ValueOf(model.SampleAtTime(time), 0, kX)) << time;  // the remainder is NaN
@@ -232,7 +232,7 @@ TEST(AnimationClipModelTest, AClipOf1FrameIsAlwaysAtItsStart) {
   EXPECT_EQ(1u, model.CachedFrames());
 }
 
-TEST(AnimationClipModelTest, CachedSamplesStandWhenOthersAreAdded) {
+TEST(AnimationClipModelTest, CachedSamplesStayValidWhenOthersAreAdded) {
   AnimationClipModel model = ModelOf(5000, {{0, 1, {{0, 0, 0, 0}, {5000, 1, 1, 0}}}});
   std::vector<const SampleMap*> maps;
   std::vector<float> values;
@@ -248,7 +248,7 @@ TEST(AnimationClipModelTest, CachedSamplesStandWhenOthersAreAdded) {
   EXPECT_EQ(5000u, model.CachedFrames());
 }
 
-TEST(AnimationClipModelTest, TheReusedSamplesOfAnotherClipLeaveNoTrace) {
+TEST(AnimationClipModelTest, ReusingTheSamplesOfAnotherClipLeavesNoTrace) {
   AnimationClipModel large =
       ModelOf(10, Constants(0, 1, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}) + Constants(1, 1, {1, 2, 3}));
   AnimationClipModel small = ModelOf(10, {Constant(9, 2, 5)});
@@ -266,7 +266,7 @@ TEST(AnimationClipModelTest, TheReusedSamplesOfAnotherClipLeaveNoTrace) {
 
 // Whole and fractional times of random clips, in any order, so that cached frames are sampled as
 // well.
-TEST(AnimationClipModelTest, RandomClipsAreWhatAPlainModelSees) {
+TEST(AnimationClipModelTest, RandomClipsMatchThePlainModel) {
   int sampled = 0;
   for (int round = 0; round < Rounds(6000); ++round) {
     AnimationRandom random(100000u + static_cast<uint32_t>(round));

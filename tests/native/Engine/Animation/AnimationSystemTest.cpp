@@ -40,7 +40,7 @@ void ExpectNothing(const NativeValueInfo& info) {
 
 class AnimationSystemTest : public AnimationSceneTest {};
 
-TEST_F(AnimationSystemTest, EachTableCountsItsHandlesByItself) {
+TEST_F(AnimationSystemTest, EachTableIssuesItsOwnHandles) {
   const uint32_t clip = scene.AddClip(10, {Constant(0, 1, 5)});
   const uint32_t bones = scene.AddBones(kIdentity);
   const uint32_t animator = scene.AddAnimator(1, 1);
@@ -65,7 +65,7 @@ TEST_F(AnimationSystemTest, EachTableCountsItsHandlesByItself) {
   EXPECT_NE(nullptr, scene.System()->FindEntity(0x1000));
 }
 
-TEST_F(AnimationSystemTest, TheElementOfAHandleDoesNotCount) {
+TEST_F(AnimationSystemTest, TheElementOfAHandleIsIgnored) {
   const uint32_t clip = scene.AddClip(10, {});
   const uint32_t bones = scene.AddBones({});
   const uint32_t animator = scene.AddAnimator(1, 1);
@@ -88,7 +88,7 @@ TEST_F(AnimationSystemTest, TheElementOfAHandleDoesNotCount) {
   }
 }
 
-TEST_F(AnimationSystemTest, AReleasedHandleIsGivenOutAgainAndNamesTheNewContent) {
+TEST_F(AnimationSystemTest, AReleasedHandleIsReusedAndNamesTheNewContent) {
   const uint32_t clip = scene.AddClip(10, {Constant(0, 1, 5)});
   const uint32_t entity = scene.Add3D();
   const uint32_t animator = scene.AddAnimator({{clip, 0, 1}}, {entity});
@@ -99,7 +99,7 @@ TEST_F(AnimationSystemTest, AReleasedHandleIsGivenOutAgainAndNamesTheNewContent)
   EXPECT_EQ(8.0f, scene.Record3D(entity).position[0]);
 }
 
-TEST_F(AnimationSystemTest, ABlockOfAnAnimatorHas12BytesAClipAnd4ATarget) {
+TEST_F(AnimationSystemTest, AnAnimatorBlockHas12BytesPerClipAnd4PerTarget) {
   struct {
     uint32_t clips;
     uint32_t entities;
@@ -123,7 +123,7 @@ TEST_F(AnimationSystemTest, ABlockOfAnAnimatorHas12BytesAClipAnd4ATarget) {
   }
 }
 
-TEST_F(AnimationSystemTest, ACountOf0MakesNoAnimator) {
+TEST_F(AnimationSystemTest, ACountOf0CreatesNoAnimator) {
   ExpectNothing(scene.Core()->CreateAnimatorComponent(0, 1));
   ExpectNothing(scene.Core()->CreateAnimatorComponent(1, 0));
   ExpectNothing(scene.Core()->CreateAnimatorComponent(0, 0));
@@ -140,7 +140,7 @@ TEST_F(AnimationSystemTest, ContentHasNoBlock) {
   scene.Runtime()->Release(after);
 }
 
-TEST_F(AnimationSystemTest, BadContentGetsAHandleAllTheSame) {
+TEST_F(AnimationSystemTest, MalformedContentStillGetsAHandle) {
   OutputRecorder output;
   const std::vector<uint8_t> noise(100, 0xEE);
   EXPECT_EQ(0x1000u, scene.AddClip(noise));
@@ -193,7 +193,7 @@ TEST_F(AnimationSystemTest, UnknownReleasesAreIgnored) {
   EXPECT_EQ(5u, scene.Core()->ReferenceCount());
 }
 
-TEST_F(AnimationSystemTest, TheCoreCanEndWithTheLastValueOfAnyTable) {
+TEST_F(AnimationSystemTest, TheLastValueOfAnyTableMayDestroyTheCore) {
   for (int last = 0; last < 4; ++last) {
     EngineRuntime* runtime = new EngineRuntime(new MemoryAllocator);
     EngineCore* core = new EngineCore(runtime);
@@ -234,7 +234,7 @@ TEST_F(AnimationSystemTest, TheCoreCanEndWithTheLastValueOfAnyTable) {
 }
 
 // A freed block is the next to be reused: so the order shows which was freed last.
-TEST_F(AnimationSystemTest, WhatIsLeftGoesTableByTableFromTheLast) {
+TEST_F(AnimationSystemTest, RemainingValuesAreReleasedByTableFromTheLast) {
   for (const bool skinFirst : {false, true}) {
     EngineRuntime* runtime = new EngineRuntime(new MemoryAllocator);
     EngineCore* core = new EngineCore(runtime);
@@ -271,7 +271,7 @@ TEST_F(AnimationSystemTest, WhatIsLeftGoesTableByTableFromTheLast) {
   }
 }
 
-TEST_F(AnimationSystemTest, EveryForwardCreatesTheSystemAndNothingElse) {
+TEST_F(AnimationSystemTest, EveryForwardingCallCreatesOnlyTheSystem) {
   using Forward = void (*)(EngineCore*);
   const Forward forwards[] = {
       [](EngineCore* core) { core->ReleaseAnimationClipModel(0x1000); },
@@ -300,7 +300,7 @@ TEST_F(AnimationSystemTest, EveryForwardCreatesTheSystemAndNothingElse) {
   }
 }
 
-TEST_F(AnimationSystemTest, AReleasedComponentGivesItsObjectAndItsBlockBack) {
+TEST_F(AnimationSystemTest, ReleasingAComponentFreesItsObjectAndItsBlock) {
   scene.Core()->ReleaseAnimatorComponent(scene.Core()->CreateAnimatorComponent(2, 2).handle);
   scene.Core()->ReleaseSkinningMatrixComponent(
       scene.Core()->CreateSkinningMatrixComponent(2).handle);
@@ -315,7 +315,7 @@ TEST_F(AnimationSystemTest, AReleasedComponentGivesItsObjectAndItsBlockBack) {
   EXPECT_LT(HeapBytes(), before + 4096);
 }
 
-TEST_F(AnimationSystemTest, ALayerTakesNoMemoryBesideItsRecordUntilItIsMasked) {
+TEST_F(AnimationSystemTest, AnUnmaskedLayerUsesNoMemoryBesideItsRecord) {
   constexpr uint32_t kLayers = 1000000;
   constexpr size_t kBlockBytes = 4 + 12 * size_t{kLayers};
   constexpr size_t kSlack = 16384;  // of the value, its tables, and heap pages

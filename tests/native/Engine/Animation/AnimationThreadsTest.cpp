@@ -183,7 +183,7 @@ void RunTogether(uint32_t count, Body body) {
   }
 }
 
-TEST(AnimationThreadsTest, TheFirstParseMayBeRaced) {
+TEST(AnimationThreadsTest, SeveralThreadsMayParseAClipFirst) {
   AnimationRandom random(32);
   const std::vector<uint8_t> bytes = CharacterClip(&random, 20);
   const ReferenceClip clip(bytes);
@@ -213,7 +213,7 @@ TEST(AnimationThreadsTest, TheFirstParseMayBeRaced) {
 }
 
 // Threads fill the cache, each starting elsewhere, and read without a lock what others have filled.
-TEST(AnimationThreadsTest, TheFrameCacheMayBeFilledByAll) {
+TEST(AnimationThreadsTest, SeveralThreadsMayFillTheFrameCache) {
   constexpr uint32_t kFrames = 97;
   AnimationRandom random(33);
   const std::vector<uint8_t> bytes = CharacterClip(&random, kFrames);
@@ -250,7 +250,7 @@ TEST(AnimationThreadsTest, TheFrameCacheMayBeFilledByAll) {
 }
 
 // Tasks mark ancestors that they share: each ancestor ends as marked, no kDirtySelf is lost.
-TEST(AnimationThreadsTest, SharedAncestorsAreMarkedByAll) {
+TEST(AnimationThreadsTest, SeveralThreadsMarkSharedAncestors) {
   AnimationScene scene;
   constexpr uint32_t kTwigs = 64;
   const uint32_t root = scene.Add3D(2 + kTwigs);

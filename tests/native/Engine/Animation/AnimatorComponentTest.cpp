@@ -66,7 +66,7 @@ TEST_F(AnimatorComponentTest, ASingleClipIsAppliedInFullWhateverItsWeight) {
   }
 }
 
-TEST_F(AnimatorComponentTest, OnlyWeightsAboveZeroAndUpToOneTakePart) {
+TEST_F(AnimatorComponentTest, OnlyClipsOfWeightsAboveZeroAndUpToOneAreActive) {
   const uint32_t clip = scene.AddClip(10, {Constant(0, kPosition, 5)});
   for (const float weight :
        {0.0f, -0.0f, -1e-45f, -0.5f, -1.0f, 1.0000001f, 2.0f, kInfinity, -kInfinity, kNone}) {
@@ -86,7 +86,7 @@ TEST_F(AnimatorComponentTest, OnlyWeightsAboveZeroAndUpToOneTakePart) {
 
 //   clip        a (2 tracks)   b (3 tracks)   c (1 track)
 //   table       0  1           2  3  4        5
-TEST_F(AnimatorComponentTest, ClipsThatTakeNoPartStillOccupyTheTable) {
+TEST_F(AnimatorComponentTest, InactiveClipsStillOccupyTheTargetTable) {
   const uint32_t a = scene.AddClip(10, {Constant(0, kPosition, 1), Constant(1, kPosition, 2)});
   const uint32_t b = scene.AddClip(
       10, {Constant(0, kPosition, 3), Constant(1, kPosition, 4), Constant(2, kPosition, 5)});
@@ -111,7 +111,7 @@ TEST_F(AnimatorComponentTest, ClipsThatTakeNoPartStillOccupyTheTable) {
   }
 }
 
-TEST_F(AnimatorComponentTest, AClipThatTakesNoPartIsParsedButNotSampled) {
+TEST_F(AnimatorComponentTest, AnInactiveClipIsParsedButNotSampled) {
   const uint32_t clip = scene.AddClip(10, {Constant(0, kPosition, 1)});
   const uint32_t other = scene.AddClip(10, {Constant(0, kPosition, 2)});
   scene.Update(scene.AddAnimator({{clip, 3, 0}, {other, 3, 1}}, {scene.Add3D(), scene.Add3D()}));
@@ -134,7 +134,7 @@ TEST_F(AnimatorComponentTest, ClipsWithoutTracksOrFramesContributeNothing) {
   EXPECT_EQ(0.0f, X(entities));
 }
 
-TEST_F(AnimatorComponentTest, AGapInTheTargetsShiftsThePlacesOfTheNextClip) {
+TEST_F(AnimatorComponentTest, AGapInTheTargetIndicesShiftsTheEntriesOfTheNextClip) {
   // Two tracks, of targets 0 and 2: the next clip starts at entry 2, too.
   const uint32_t gap = scene.AddClip(10, {Constant(0, kPosition, 1), Constant(2, kPosition, 3)});
   const uint32_t next = scene.AddClip(10, {Constant(0, kPosition + 1, 7)});
@@ -151,7 +151,7 @@ TEST_F(AnimatorComponentTest, AGapInTheTargetsShiftsThePlacesOfTheNextClip) {
   EXPECT_EQ(7.0f, scene.Record3D(entities + 2).position[1]);
 }
 
-TEST_F(AnimatorComponentTest, TargetsPastTheTableArePassedOver) {
+TEST_F(AnimatorComponentTest, TargetsPastTheTableAreSkipped) {
   const uint32_t clip = scene.AddClip(
       10, {Constant(0, kPosition, 1), Constant(1, kPosition, 2), Constant(0xFFFFFFFFu, 1, 3)});
   const uint32_t entity = scene.Add3D();
@@ -161,7 +161,7 @@ TEST_F(AnimatorComponentTest, TargetsPastTheTableArePassedOver) {
   EXPECT_EQ(1.0f, X(entity));
 }
 
-TEST_F(AnimatorComponentTest, AWholeTimeIsAFrameOfTheCacheAnyOtherIsNot) {
+TEST_F(AnimatorComponentTest, OnlyWholeTimesUseTheFrameCache) {
   const uint32_t clip = scene.AddClip(100, {FrameNumber(0, kPosition)});
   const AnimationClipModel* model = scene.Animation()->FindAnimationClipModel(clip);
   const uint32_t animator = scene.AddAnimator(1, 1);
@@ -196,7 +196,7 @@ TEST_F(AnimatorComponentTest, ANegativeWholeTimeWrapsAsUnsigned) {
   EXPECT_EQ(0.0f, Shown(-1.5f));
 }
 
-TEST_F(AnimatorComponentTest, TimesBeyond32BitsAreTheTopBit) {
+TEST_F(AnimatorComponentTest, TimesBeyond32BitsAreFrame0x80000000) {
   // 2^31 is 48 modulo 100.
   for (const float time : {2147483648.0f, 4294967296.0f, 1e20f, -1e20f, kInfinity, -kInfinity}) {
     EXPECT_EQ(48.0f, Shown(time)) << time;
@@ -234,7 +234,7 @@ TEST_F(AnimatorComponentTest, WeightsNeedNotSumUpToOne) {
   EXPECT_EQ(24.0f, X(entity));
 }
 
-TEST_F(AnimatorComponentTest, AChannelOfOneClipAloneIsScaled) {
+TEST_F(AnimatorComponentTest, AChannelOfOneClipOnlyIsScaledByItsShare) {
   const uint32_t xy = scene.AddClip(10, Constants(0, 1, {8, 16}));
   const uint32_t x = scene.AddClip(10, Constants(0, 1, {8}));
   const uint32_t entity = scene.Add3D();
@@ -245,7 +245,7 @@ TEST_F(AnimatorComponentTest, AChannelOfOneClipAloneIsScaled) {
   EXPECT_TRUE(SameFloats({8, 4, 1}, scene.Record3D(entity).position)) << "y is 16 (1 - t)";
 }
 
-TEST_F(AnimatorComponentTest, AnEntityOfOneClipAloneIsNotScaled) {
+TEST_F(AnimatorComponentTest, AnEntityOfOneClipOnlyIsNotScaled) {
   const uint32_t a = scene.AddClip(10, {Constant(0, kPosition, 8)});
   const uint32_t b = scene.AddClip(10, {Constant(0, kPosition, 16), Constant(1, kPosition, 4)});
   const uint32_t entities = scene.Add3D(2);
@@ -254,7 +254,7 @@ TEST_F(AnimatorComponentTest, AnEntityOfOneClipAloneIsNotScaled) {
   EXPECT_EQ(4.0f, X(entities + 1));
 }
 
-TEST_F(AnimatorComponentTest, OneEntityMayStandAtSeveralPlaces) {
+TEST_F(AnimatorComponentTest, OneEntityMayBeSeveralTargets) {
   const uint32_t clip = scene.AddClip(10, {Constant(0, kPosition, 8), Constant(1, kPosition, 16)});
   const uint32_t entity = scene.Add3D();
   scene.Update(scene.AddAnimator({{clip, 0, 0.5f}}, {entity, entity}));
@@ -274,7 +274,7 @@ TEST_F(AnimatorComponentTest, AnglesOfOneClipReachTheEntity) {
   EXPECT_EQ(0, scene.Record3D(entity).rotationMode);
 }
 
-TEST_F(AnimatorComponentTest, AnglesAreTakenForAQuaternionWhereTheRecordHasOne) {
+TEST_F(AnimatorComponentTest, AnglesAreStoredAsQuaternionPartsInQuaternionMode) {
   const uint32_t clip = scene.AddClip(10, Constants(0, kEuler, {0.5f, 0.25f, 0.125f}));
   const uint32_t entity = scene.Add3D();
   scene.Record3D(entity).rotationMode = 0xFF;
@@ -284,7 +284,7 @@ TEST_F(AnimatorComponentTest, AnglesAreTakenForAQuaternionWhereTheRecordHasOne) 
   EXPECT_EQ(0xFF, scene.Record3D(entity).rotationMode) << "w alone changes it";
 }
 
-TEST_F(AnimatorComponentTest, WAloneChangesTheFormOfRotation) {
+TEST_F(AnimatorComponentTest, OnlyWChangesTheRotationMode) {
   const uint32_t without = scene.AddClip(10, Constants(0, kImaginary, {0.5f, 0.25f, 0.125f}));
   const uint32_t with = scene.AddClip(10, Constants(0, kW, {0.75f}));
   const uint32_t entity = scene.Add3D();
@@ -312,7 +312,7 @@ TEST_F(AnimatorComponentTest, ABlendDropsAngles) {
   EXPECT_TRUE(SameFloats({0, 1, 2, 3}, record.rotation)) << "also of what one clip alone says";
 }
 
-TEST_F(AnimatorComponentTest, ABlendNormalisesWhatOneClipAloneSays) {
+TEST_F(AnimatorComponentTest, ABlendNormalisesTheRotationOfASingleClip) {
   const uint32_t turn = AddTurn(0, 0, 3, 4);
   const uint32_t other = scene.AddClip(10, {Constant(0, kPosition, 1)});
   const uint32_t entities = scene.Add3D(2);
@@ -323,7 +323,7 @@ TEST_F(AnimatorComponentTest, ABlendNormalisesWhatOneClipAloneSays) {
   EXPECT_EQ(1, scene.Record3D(entities).rotationMode);
 }
 
-TEST_F(AnimatorComponentTest, ABlendOfNoLengthReachesNothing) {
+TEST_F(AnimatorComponentTest, ABlendedQuaternionOfLengthZeroIsNotWritten) {
   const uint32_t zero = AddTurn(0, 0, 0, 0);
   const uint32_t entity = scene.Add3D();
   scene.Record3D(entity).rotation[0] = 7;
@@ -367,7 +367,7 @@ TEST_F(AnimatorComponentTest, ThreeQuaternionsAreAddedAndNormalised) {
   EXPECT_NEAR(w / std::sqrt(z * z + w * w), rotation[3], 1e-6);
 }
 
-TEST_F(AnimatorComponentTest, OfManyARotationByNothingSpoilsTheRotation) {
+TEST_F(AnimatorComponentTest, InABlendOfManyAnIdentityRotationYieldsNaN) {
   const uint32_t turn = AddTurn(0, 0, 0.6f, 0.8f);
   const uint32_t none = AddTurn(0, 0, 0, 1);
   const uint32_t entity = scene.Add3D();
@@ -378,7 +378,7 @@ TEST_F(AnimatorComponentTest, OfManyARotationByNothingSpoilsTheRotation) {
   EXPECT_EQ(0, scene.Record3D(entity).rotationMode);
 }
 
-TEST_F(AnimatorComponentTest, ManyMeansClipsThatTakePartNotContributions) {
+TEST_F(AnimatorComponentTest, TheNumberOfActiveClipsSelectsTheBlend) {
   // Three clips are active; two of them animate the entity: these two are added, not slerped.
   const uint32_t turn = AddTurn(0, 0, 0.6f, 0.8f);
   const uint32_t none = AddTurn(0, 0, 0, 1);
@@ -414,7 +414,7 @@ TEST_F(AnimatorComponentTest, A2DEntityKeepsItsRotationInABlend) {
   EXPECT_TRUE(SameFloats({1, 2}, scene.Record2D(entity).position));
 }
 
-TEST_F(AnimatorComponentTest, A2DEntityTakesTheZOfABlendedQuaternionForItsAngle) {
+TEST_F(AnimatorComponentTest, A2DEntityUsesTheZOfABlendedQuaternionAsItsAngle) {
   const uint32_t turn = AddTurn(0, 0, 0.6f, 0.8f);
   const uint32_t entity = scene.Add2D();
   scene.Update(scene.AddAnimator({{turn, 0, 1}, {turn, 0, 1}}, {entity, entity}));
@@ -425,7 +425,7 @@ TEST_F(AnimatorComponentTest, A2DEntityTakesTheZOfABlendedQuaternionForItsAngle)
 //    ├ a                          └ r
 //    │  └ b
 //    └ c
-TEST_F(AnimatorComponentTest, ATreeUnderNoRootGetsItsWorldMatricesAtOnce) {
+TEST_F(AnimatorComponentTest, ATreeWithoutARootGetsItsWorldMatricesAtOnce) {
   const uint32_t top = scene.Add3D(4);
   const uint32_t a = top + 1;
   const uint32_t b = top + 2;
@@ -471,7 +471,7 @@ TEST_F(AnimatorComponentTest, ATreeUnderARootWaitsForTheRefresh) {
   EXPECT_EQ((std::vector<float>{1, 0, 0}), scene.WorldPosition(root + 2));
 }
 
-TEST_F(AnimatorComponentTest, ARootBelowAnEntityThatIsNoneDoesNotCount) {
+TEST_F(AnimatorComponentTest, ARootBelowANonRootTopDoesNotCount) {
   const uint32_t top = scene.Add3D(2);
   scene.AddRoot(top + 1);
   scene.Link(top, top + 1);
@@ -516,7 +516,7 @@ TEST_F(AnimatorComponentTest, AnInactiveTopIsNotEntered) {
   EXPECT_EQ(1.0f, X(top + 1));
 }
 
-TEST_F(AnimatorComponentTest, TargetsWithoutAnEntityArePassedOver) {
+TEST_F(AnimatorComponentTest, TargetsWithoutAnEntityAreSkipped) {
   const uint32_t entities = scene.Add3D(2);
   const uint32_t gone = scene.Add3D();
   scene.Release(gone);
@@ -553,7 +553,7 @@ TEST_F(AnimatorComponentTest, WithoutAnyEntityThereIsNoFirstTarget) {
   EXPECT_EQ(1u, scene.At(entity).worldVersion());
 }
 
-TEST_F(AnimatorComponentTest, ChannelsWithoutKeysLeaveTheirFields) {
+TEST_F(AnimatorComponentTest, ChannelsWithoutKeysLeaveTheirFieldsUnchanged) {
   const uint32_t entity = scene.Add3D();
   Entity3DRecord& record = scene.Record3D(entity);
   for (uint32_t type = 1; type <= 13; ++type) {
@@ -580,7 +580,7 @@ class ApplySampleTest : public AnimationSceneTest {
   }
 };
 
-TEST_F(ApplySampleTest, TheFourthRotationNumberBringsTheSamplesForm) {
+TEST_F(ApplySampleTest, TheFourthRotationChannelSetsTheRotationMode) {
   const uint32_t entity = scene.Add3D();
   Entity3DRecord& record = scene.Record3D(entity);
   const std::vector<float> all = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
@@ -598,14 +598,14 @@ TEST_F(ApplySampleTest, TheFourthRotationNumberBringsTheSamplesForm) {
   EXPECT_EQ(7, record.rotationMode);
 }
 
-TEST_F(ApplySampleTest, InfinitiesAreNumbers) {
+TEST_F(ApplySampleTest, InfinitiesAreWritten) {
   const uint32_t entity = scene.Add3D();
   const std::vector<float> infinite(10, -kInfinity);
   ApplySample(Sample(true, infinite), &scene.At(entity));
   EXPECT_TRUE(SameFloats(infinite, scene.Record3D(entity).rotation)) << "ten numbers in a row";
 }
 
-TEST_F(ApplySampleTest, RandomSamplesReachTheirFieldsAlone) {
+TEST_F(ApplySampleTest, RandomSamplesChangeOnlyTheirFields) {
   AnimationRandom random(8);
   AnimatorStage stage;
   const uint32_t solid = stage.Add(true, 3) + 1;
@@ -713,7 +713,7 @@ class RandomAnimators {
   std::vector<uint32_t> clips;
 };
 
-TEST(AnimatorComponentRandomTest, AnimatorsDoWhatAPlainModelDoes) {
+TEST(AnimatorComponentRandomTest, AnimatorsMatchThePlainModel) {
   for (int seed = 0; seed < Rounds(600); ++seed) {
     RandomAnimators animators(static_cast<uint32_t>(seed));
     for (int step = 0; step < 8; ++step) {
@@ -760,7 +760,7 @@ TEST(AnimatorComponentDeathTest, AMissingClipIsFatalAtAnyWeightAndNothingIsWritt
   }
 }
 
-TEST(AnimatorComponentDeathTest, AReleasedClipIsMissing) {
+TEST(AnimatorComponentDeathTest, AReleasedClipIsFatal) {
   EXPECT_TRUE(EndsWith(kMissing, kSource, 29, [] {
     AnimationScene scene;
     const uint32_t clip = scene.AddClip(10, {Constant(0, kPosition, 1)});
@@ -771,7 +771,7 @@ TEST(AnimatorComponentDeathTest, AReleasedClipIsMissing) {
   }));
 }
 
-TEST(AnimatorComponentDeathTest, AFreshBlockNamesNoClip) {
+TEST(AnimatorComponentDeathTest, AFreshBlockIsFatal) {
   EXPECT_TRUE(EndsWith(kMissing, kSource, 29, [] {
     AnimationScene scene;
     scene.Update(scene.AddAnimator(1, 1));
@@ -791,7 +791,7 @@ TEST(AnimatorComponentDeathTest, AMalformedClipIsFatalAtTheFirstUpdateEvenAtWeig
 }
 
 // The tree of an entity without a root is climbed to its top, which a parent cycle does not have.
-TEST(AnimatorComponentDeathTest, ARingOfParentsIsFatal) {
+TEST(AnimatorComponentDeathTest, AParentCycleIsFatal) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   AnimationScene scene;
   const uint32_t e = scene.Add3D(2);

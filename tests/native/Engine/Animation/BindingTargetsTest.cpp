@@ -47,7 +47,7 @@ TEST_F(AnimationBindingTargetsTest, WithoutClipsOrWordsThereIsNoBinding) {
   EXPECT_EQ(nullptr, scene.BindingOf(binding));
 }
 
-TEST_F(AnimationBindingTargetsTest, AListOfHolesBindsNobody) {
+TEST_F(AnimationBindingTargetsTest, AListWithoutTargetsBindsNoEntity) {
   const uint32_t binding = scene.Bind(Groups{{clip, {kHole, kHole, kHole}}});
   EXPECT_EQ(0u, Root(binding));
   EXPECT_TRUE(scene.KeysOf(binding).empty());
@@ -68,7 +68,7 @@ TEST_F(AnimationBindingTargetsTest, TheRootFollowsTheOrderOfClipsNotThatOfTheLis
   EXPECT_EQ(entities + 1, Root(binding));
 }
 
-TEST_F(AnimationBindingTargetsTest, AHoleInFrontOfTheFirstListLeavesNoRoot) {
+TEST_F(AnimationBindingTargetsTest, AMissingFirstTargetLeavesNoRoot) {
   const uint32_t binding =
       scene.Bind(Groups{{clip, {kHole, entities}}, {otherClip, {entities + 1}}});
   EXPECT_EQ(0u, Root(binding));
@@ -78,7 +78,7 @@ TEST_F(AnimationBindingTargetsTest, AHoleInFrontOfTheFirstListLeavesNoRoot) {
 //  '- 3D top
 //      '- 3D middle
 //          '- 3D bound
-TEST_F(AnimationBindingTargetsTest, TheRootIsTheLastAncestorInSpace) {
+TEST_F(AnimationBindingTargetsTest, TheRootIsTheTopmost3DAncestor) {
   const uint32_t flat = scene.Add2D();
   scene.Insert(flat, entities, 0);
   scene.Link(entities, entities + 1);
@@ -99,7 +99,7 @@ TEST_F(AnimationBindingTargetsTest, TheRootStaysUntilListsAreAcceptedAgain) {
   EXPECT_EQ(entities, Root(binding));
 }
 
-TEST_F(AnimationBindingTargetsTest, TheRootGoesWithItsBatchAndDoesNotComeBack) {
+TEST_F(AnimationBindingTargetsTest, TheRootIsDroppedWithItsBatchAndNotFoundAgain) {
   const uint32_t top = scene.Add3D();
   scene.Link(top, entities);
   scene.RunCommands();
@@ -128,7 +128,7 @@ TEST_F(AnimationBindingTargetsTest, AnEntryTwoWordsPastTheAreaIsRefused) {
   EXPECT_EQ(0u, Root(binding));
 }
 
-TEST_F(AnimationBindingTargetsTest, TheCountOfAGroupMustLieInsideTheArea) {
+TEST_F(AnimationBindingTargetsTest, TheCountOfAGroupMustBeInsideTheArea) {
   const TargetLists lists(Groups{{clip, {entities}}, {otherClip, {}}});
   ASSERT_EQ(3u, lists.TargetWords());
   EXPECT_TRUE(scene.BindingOf(scene.Bind(lists, 1, 3))->HasList(otherClip));
@@ -148,7 +148,7 @@ TEST_F(AnimationBindingTargetsTest, AnUnknownClipLeavesABindingWithoutLists) {
   EXPECT_TRUE(scene.KeysOf(binding).empty());
 }
 
-TEST_F(AnimationBindingTargetsTest, FlatEntitiesAreNeverBound) {
+TEST_F(AnimationBindingTargetsTest, Entities2DAreNeverBound) {
   const uint32_t flat = scene.Add2D();
   const uint32_t binding = scene.Bind(Groups{{clip, {flat, entities}}});
   EXPECT_EQ(0u, Target(binding, clip, 0));
@@ -157,7 +157,7 @@ TEST_F(AnimationBindingTargetsTest, FlatEntitiesAreNeverBound) {
   EXPECT_EQ(0u, Root(binding));
 }
 
-TEST_F(AnimationBindingTargetsTest, AClipThatIsListedTwiceKeepsItsFirstListAndBothsEntities) {
+TEST_F(AnimationBindingTargetsTest, AClipListedTwiceUsesItsFirstListAndBindsTheEntitiesOfBoth) {
   const uint32_t binding = scene.Bind(Groups{{clip, {entities}}, {clip, {entities + 1}}});
   EXPECT_EQ(entities, Target(binding, clip, 0));
   EXPECT_EQ((std::vector<uint32_t>{entities, entities + 1}), scene.KeysOf(binding));
@@ -180,7 +180,7 @@ TEST_F(AnimationBindingTargetsTest, ATargetNeedsListIndexEntityAndClip) {
   EXPECT_EQ(entities, Target(binding, otherClip, 0));
 }
 
-TEST_F(AnimationBindingTargetsTest, AnEntityThatIsNoLongerInSpaceIsNoTarget) {
+TEST_F(AnimationBindingTargetsTest, AnEntityThatIsNow2DIsNoTarget) {
   const uint32_t other = scene.Add3D();
   const uint32_t binding = scene.Bind(Groups{{clip, {other}}});
   scene.Release(other);
@@ -195,7 +195,7 @@ TEST_F(AnimationBindingTargetsTest, OnlyModeOneTakesSnapshots) {
   EXPECT_EQ(1u, scene.KeysOf(scene.Bind(Groups{{clip, {entities}}}, 1)).size());
 }
 
-TEST_F(AnimationBindingTargetsTest, SnapshotsHoldTheRecordInItsFormOfRotation) {
+TEST_F(AnimationBindingTargetsTest, SnapshotsHoldTheRecordInItsRotationMode) {
   scene.MoveTo(entities, 1, 2, 3);
   scene.ScaleTo(entities, 4, 5, 6);
   scene.Turn(entities, 0.1f, 0.2f, 0.3f);
@@ -212,7 +212,7 @@ TEST_F(AnimationBindingTargetsTest, SnapshotsHoldTheRecordInItsFormOfRotation) {
   EXPECT_TRUE(SameFloats({0.4f, 0.3f, 0.2f, 0.1f}, ofQuaternion.quaternion()));
 }
 
-TEST_F(AnimationBindingTargetsTest, RestPosesGoBackToEntitiesThatLive) {
+TEST_F(AnimationBindingTargetsTest, RestPosesAreWrittenToLivingEntities) {
   const uint32_t other = scene.Add3D();
   scene.Turn(entities, 0.5f, 0.25f, 0.125f);
   scene.Turn(entities + 1, 0, 0, 1, 0);

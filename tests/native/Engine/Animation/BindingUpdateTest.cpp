@@ -50,7 +50,7 @@ class AnimationBindingUpdateTest : public ControllerSceneTest {
   const uint32_t clip;
 };
 
-TEST_F(AnimationBindingUpdateTest, EachModeDoesItsPart) {
+TEST_F(AnimationBindingUpdateTest, EachModeAffectsItsRestPoses) {
   for (const uint32_t handle : {left, stayed, came, gone}) {
     scene.AddRoot(handle);
   }
@@ -86,7 +86,7 @@ TEST_F(AnimationBindingUpdateTest, EachModeDoesItsPart) {
   }
 }
 
-TEST_F(AnimationBindingUpdateTest, SequencesOfAllModesGiveTheModelsRestPoses) {
+TEST_F(AnimationBindingUpdateTest, SequencesOfAllModesMatchTheModelsRestPoses) {
   scene.AddRoot(left);
   scene.AddRoot(gone);
   scene.Link(left, stayed);
@@ -112,7 +112,7 @@ TEST_F(AnimationBindingUpdateTest, SequencesOfAllModesGiveTheModelsRestPoses) {
   }
 }
 
-TEST_F(AnimationBindingUpdateTest, HighBitsOfModesCountAsOther) {
+TEST_F(AnimationBindingUpdateTest, HighBitsOfModesAreNotIgnored) {
   const uint32_t binding = Prepare();
   ASSERT_TRUE(scene.Rebind(binding, Groups{{clip, {stayed, came}}}, 0x80000002u, 0xFFFFFFFFu, 5));
   EXPECT_EQ(kOld, X(left));
@@ -131,14 +131,14 @@ TEST_F(AnimationBindingUpdateTest, RefusedListsChangeNothing) {
   EXPECT_EQ(left, scene.BindingOf(binding)->FindTarget(clip, 0)->handle);
 }
 
-TEST_F(AnimationBindingUpdateTest, AnEntityThatIsGoneLosesItsRestPose) {
+TEST_F(AnimationBindingUpdateTest, AReleasedEntityLosesItsRestPose) {
   const uint32_t binding = Prepare();
   scene.Release(gone);
   ASSERT_TRUE(scene.Rebind(binding, Groups{{clip, {stayed}}}, 0, 0, 0));
   EXPECT_EQ((std::vector<uint32_t>{left, stayed}), scene.KeysOf(binding));
 }
 
-TEST_F(AnimationBindingUpdateTest, AnEntityThatIsFlatNowLosesItsRestPose) {
+TEST_F(AnimationBindingUpdateTest, AnEntityThatIsNow2DLosesItsRestPose) {
   const uint32_t binding = Prepare();
   scene.Release(gone);
   ASSERT_EQ(gone, scene.Add2D());
@@ -146,7 +146,7 @@ TEST_F(AnimationBindingUpdateTest, AnEntityThatIsFlatNowLosesItsRestPose) {
   EXPECT_EQ((std::vector<uint32_t>{left, stayed}), scene.KeysOf(binding));
 }
 
-TEST_F(AnimationBindingUpdateTest, MoreWordsThanAtCreationAreReadAsFarAsThose) {
+TEST_F(AnimationBindingUpdateTest, MoreWordsThanAtCreationDoNotRaiseTheBound) {
   const uint32_t binding = scene.Bind(Groups{{clip, {left, stayed}}});                // 3 words
   EXPECT_TRUE(scene.Rebind(binding, Groups{{clip, {left, stayed, came}}}, 0, 0, 1));  // 4
   EXPECT_EQ(came, scene.BindingOf(binding)->FindTarget(clip, 2)->handle);
@@ -163,7 +163,7 @@ TEST_F(AnimationBindingUpdateTest, FewerWordsThanAtCreationDoNotLowerTheBound) {
   EXPECT_EQ(1u, scene.BindingOf(binding)->clipCount);
 }
 
-TEST_F(AnimationBindingUpdateTest, GroupsStartBehindTheClipsThatAreHandedOverNow) {
+TEST_F(AnimationBindingUpdateTest, GroupsStartAfterTheNumberOfClipsPassedNow) {
   const uint32_t other = scene.AddClip(10, {Constant(0, 1, 1)});
   const uint32_t binding = scene.Bind(Groups{{clip, {left, stayed, came}}});
   EXPECT_TRUE(scene.Rebind(binding, Groups{{clip, {left}}, {other, {stayed}}}, 0, 0, 1));
@@ -178,7 +178,7 @@ TEST_F(AnimationBindingUpdateTest, NoClipsAtAllAreAccepted) {
   EXPECT_TRUE(scene.KeysOf(binding).empty());
 }
 
-TEST_F(AnimationBindingUpdateTest, WrittenPosesReachTheWorldByTheNextRefresh) {
+TEST_F(AnimationBindingUpdateTest, TheNextRefreshComputesWorldMatricesOfWrittenPoses) {
   scene.AddRoot(left);
   scene.Link(left, stayed);
   const uint32_t binding = Prepare();
@@ -190,7 +190,7 @@ TEST_F(AnimationBindingUpdateTest, WrittenPosesReachTheWorldByTheNextRefresh) {
 
 // Blending inserts numbers into the rest poses; one that is an entity's handle counts as its rest
 // pose.
-TEST_F(AnimationBindingUpdateTest, NumbersAmongTheRestPosesCountAsEntities) {
+TEST_F(AnimationBindingUpdateTest, NumbersInsertedByBlendingCountAsEntities) {
   const uint32_t binding = Prepare();
   for (const uint32_t number : {5u, came}) {
     scene.BindingOf(binding)->defaults.Ensure(number);

@@ -79,7 +79,7 @@ void ExpectRotation(const std::vector<float>& expected, const ClipSample& sample
   }
 }
 
-TEST(ClipSamplingTest, AChannelWithoutKeysIsNoNumberAtAnyTime) {
+TEST(ClipSamplingTest, AChannelWithoutKeysIsNaNAtAnyTime) {
   for (const float time : {0.0f, 1.5f, -1.0f, kNone, kInfinity, -kInfinity}) {
     EXPECT_TRUE(std::isnan(At({}, time))) << time;
   }
@@ -91,7 +91,7 @@ TEST(ClipSamplingTest, AChannelOfOneKeyHoldsItsValueAtAnyTime) {
   }
 }
 
-TEST(ClipSamplingTest, AheadOfTheFirstKeyItsValueHoldsBehindTheLastThatOfTheLast) {
+TEST(ClipSamplingTest, TheFirstValueHoldsBeforeTheFirstKeyAndTheLastAfterTheLast) {
   const std::vector<ReferenceKey> keys = {{10, 1, 5, 5}, {20, 2, 5, 5}, {30, 4, 5, 5}};
   for (const float time : {-kInfinity, -5.5f, 0.0f, 9.99f, 10.0f}) {
     EXPECT_EQ(1.0f, At(keys, time)) << time;
@@ -101,7 +101,7 @@ TEST(ClipSamplingTest, AheadOfTheFirstKeyItsValueHoldsBehindTheLastThatOfTheLast
   }
 }
 
-TEST(ClipSamplingTest, ATimeThatIsNoNumberFindsNoKeyAndGivesTheLastValue) {
+TEST(ClipSamplingTest, ATimeOfNaNGivesTheLastValue) {
   EXPECT_EQ(4.0f, At({{10, 1, 5, 5}, {20, 2, 5, 5}, {30, 4, 5, 5}}, kNone));
   EXPECT_EQ(4.0f, At({{30, 1, 0, 0}, {20, 2, 0, 0}, {10, 4, 0, 0}}, kNone));
 }
@@ -138,7 +138,7 @@ TEST(ClipSamplingTest, AQuarterOfASegment) {
   EXPECT_EQ(-3.0f, At({{8, 0, 0, 0}, {24, 0, 64, 0}}, 12, 16));
 }
 
-TEST(ClipSamplingTest, AnInfiniteTangentThatLeavesTheSegmentsStartMakesAStep) {
+TEST(ClipSamplingTest, AnInfiniteOutTangentAtTheSegmentsStartMakesAStep) {
   for (const float infinite : {kInfinity, -kInfinity}) {
     const std::vector<ReferenceKey> keys = {{0, 1, 0, infinite}, {10, 2, 0, 0}, {20, 3, 0, 0}};
     EXPECT_EQ(1.0f, At(keys, 0.5f));
@@ -148,7 +148,7 @@ TEST(ClipSamplingTest, AnInfiniteTangentThatLeavesTheSegmentsStartMakesAStep) {
   }
 }
 
-TEST(ClipSamplingTest, AnInfiniteTangentThatLeavesTheSegmentsEndMakesAStep) {
+TEST(ClipSamplingTest, AnInfiniteOutTangentAtTheSegmentsEndMakesAStep) {
   for (const float infinite : {kInfinity, -kInfinity}) {
     const std::vector<ReferenceKey> keys = {{0, 1, 0, 0}, {10, 2, 0, infinite}, {20, 3, 0, 0}};
     EXPECT_EQ(1.0f, At(keys, 5));
@@ -156,7 +156,7 @@ TEST(ClipSamplingTest, AnInfiniteTangentThatLeavesTheSegmentsEndMakesAStep) {
   }
 }
 
-TEST(ClipSamplingTest, AnInfiniteTangentThatArrivesMakesNoStep) {
+TEST(ClipSamplingTest, AnInfiniteInTangentMakesNoStep) {
   EXPECT_EQ(-kInfinity, At({{0, 1, 0, 0}, {10, 2, kInfinity, 0}}, 5)) << "its weight is negative";
   EXPECT_EQ(kInfinity, At({{0, 1, 0, 0}, {10, 2, -kInfinity, 0}}, 5));
   EXPECT_EQ(1.5f, At({{0, 1, kInfinity, 0}, {10, 2, 0, 0}}, 5)) << "ahead of the segment";
@@ -171,7 +171,7 @@ TEST(ClipSamplingTest, OfTwoKeysOnAFrameTheFirstIsFound) {
 }
 
 // The search stops at the first key that is at or after the time, whatever follows.
-TEST(ClipSamplingTest, KeysOutOfOrderAreWalkedAsTheyStand) {
+TEST(ClipSamplingTest, UnsortedKeysAreSearchedInStoredOrder) {
   const std::vector<ReferenceKey> keys = {
       {20, 1, 0, 0}, {10, 3, 0, 0}, {30, 5, 0, 0}, {25, 6, 0, 0}, {40, 7, 0, 0}};
   EXPECT_EQ(1.0f, At(keys, 5)) << "the first is at or after it";
@@ -183,7 +183,7 @@ TEST(ClipSamplingTest, KeysOutOfOrderAreWalkedAsTheyStand) {
   EXPECT_EQ(7.0f, At(keys, 41));
 }
 
-TEST(ClipSamplingTest, NoFramesPerSecondMakeSegmentsOfInfiniteLength) {
+TEST(ClipSamplingTest, ZeroFramesPerSecondMakeSegmentsOfInfiniteLength) {
   EXPECT_TRUE(std::isnan(At({{0, 1, 0, 0}, {10, 2, 0, 0}}, 5, 0))) << "0 times infinity";
   EXPECT_TRUE(std::isnan(At({{0, 1, 0, 4}, {10, 2, 0, 0}}, 5, 0)));
   EXPECT_EQ(kInfinity, At({{0, 1, 0, 4}, {10, 2, -4, 0}}, 5, 0));
@@ -192,7 +192,7 @@ TEST(ClipSamplingTest, NoFramesPerSecondMakeSegmentsOfInfiniteLength) {
   EXPECT_EQ(2.0f, At({{0, 1, 0, 0}, {10, 2, 0, 0}}, 10, 0));
 }
 
-TEST(ClipSamplingTest, FramesAreComparedAsFloatsAndHitAsIntegers) {
+TEST(ClipSamplingTest, FramesAreOrderedAsFloatsAndMatchedAsIntegers) {
   // As a float 16777217 is 16777216.
   const std::vector<ReferenceKey> keys = {
       {16777210, 1, 0, 0}, {16777217, 2, 0, 0}, {16777230, 3, 0, 0}};
@@ -208,7 +208,7 @@ TEST(ClipSamplingTest, ANegativeZeroIsTime0) {
   EXPECT_EQ(3.0f, At({{0, 3, 0, 0}, {10, 2, 0, 0}}, -0.0f));
 }
 
-TEST(ClipSamplingTest, RandomChannelsAreSampledBitForBit) {
+TEST(ClipSamplingTest, RandomChannelsMatchTheModelBitForBit) {
   const int rounds = Rounds(60000);
   int evaluated = 0;
   for (int round = 0; round < rounds; ++round) {
@@ -233,7 +233,7 @@ TEST(ClipSamplingTest, RandomChannelsAreSampledBitForBit) {
   EXPECT_GT(evaluated, 2 * rounds);
 }
 
-TEST(ClipSamplingTest, ATrackIsItsTenChannels) {
+TEST(ClipSamplingTest, ATrackIsSampledAsTenChannels) {
   ClipTrack track;
   track.isQuaternion = true;
   for (uint32_t c = 0; c < kClipChannels; ++c) {
@@ -276,7 +276,7 @@ TEST(ClipSamplingTest, LerpLetsAnAbsentSideContributeNothing) {
   EXPECT_TRUE(std::isnan(LerpChannel(kNone, kNone, 0.75f)));
 }
 
-TEST(ClipSamplingTest, LerpIsWeighedInTheStatedOrder) {
+TEST(ClipSamplingTest, LerpComputesItsTermsInTheStatedOrder) {
   AnimationRandom random(11);
   for (int i = 0; i < 20000; ++i) {
     const float a = random.Odd(-100, 100);
@@ -300,7 +300,7 @@ TEST(ClipSamplingTest, PositionAndScaleAreLerped) {
   EXPECT_TRUE(SameFloats(expected, Blended(a, b, 0.25f, true).channel, 6));
 }
 
-TEST(ClipSamplingTest, AnglesAreLerpedAndTheFourthNumberStays) {
+TEST(ClipSamplingTest, AnglesAreLerpedAndTheFourthChannelIsUnchanged) {
   for (const bool many : {false, true}) {
     const ClipSample sample =
         Blended(Pose(false, {1, 2, kNone, 9}), Pose(true, {3, kNone, 4, 0}), 0.5f, many);
@@ -310,7 +310,7 @@ TEST(ClipSamplingTest, AnglesAreLerpedAndTheFourthNumberStays) {
   }
 }
 
-TEST(ClipSamplingTest, AQuaternionTakesAnglesForOne) {
+TEST(ClipSamplingTest, AQuaternionTreatsAnglesAsAMissingQuaternion) {
   // Angles have no fourth channel, and so count as a missing quaternion.
   const ClipSample sample =
       Blended(Pose(true, {0, 0, 0.6f, 0.8f}), Pose(false, {1, 2, 3, kNone}), 0.5f, false);
@@ -319,7 +319,7 @@ TEST(ClipSamplingTest, AQuaternionTakesAnglesForOne) {
   EXPECT_TRUE(SameFloats(expected, sample.channel + kTurnX, 4));
 }
 
-TEST(ClipSamplingTest, AMissingQuaternionIsReplacedOrPassedOver) {
+TEST(ClipSamplingTest, AMissingQuaternionIsReplacedOrSkipped) {
   const std::vector<float> whole = {0.5f, 0.5f, 0.5f, 0.5f};
   const std::vector<float> none = {kNone, kNone, kNone, kNone};
   for (const bool many : {false, true}) {
@@ -344,14 +344,14 @@ TEST(ClipSamplingTest, TwoQuaternionsAreSlerped) {
   ExpectRotation({0, 0, 0.258819045f, 0.965925826f}, sample);
 }
 
-TEST(ClipSamplingTest, SlerpTakesTheShorterWay) {
+TEST(ClipSamplingTest, SlerpTakesTheShorterArc) {
   const float h = std::sqrt(0.5f);
   const ClipSample sample =
       Blended(Pose(true, {0, 0, 0, 1}), Pose(true, {0, 0, -h, -h}), 1 / 3.0f, false);
   ExpectRotation({0, 0, 0.258819045f, 0.965925826f}, sample);
 }
 
-TEST(ClipSamplingTest, SlerpOfNeighboursIsAStraightLineThatIsNotNormalised) {
+TEST(ClipSamplingTest, SlerpOfNearlyEqualQuaternionsIsLinearAndNotNormalised) {
   // Lengths other than 1 lead there, too: the dot product is at least 1 - 1e-6.
   const ClipSample sample =
       Blended(Pose(true, {0, 0, 0, 2}), Pose(true, {2, 0, 0, 2}), 0.25f, false);
@@ -359,7 +359,7 @@ TEST(ClipSamplingTest, SlerpOfNeighboursIsAStraightLineThatIsNotNormalised) {
   EXPECT_TRUE(SameFloats(expected, sample.channel + kTurnX, 4));
 }
 
-TEST(ClipSamplingTest, TheLimitOfSlerpIsTakenInDouble) {
+TEST(ClipSamplingTest, TheLinearThresholdOfSlerpIsComparedInDouble) {
   // Around a dot product of 1 - 1e-6: floats there are 6e-8 apart.
   for (int ulps = -40; ulps <= 40; ++ulps) {
     float w = 1.0f - 1e-6f;
@@ -386,25 +386,25 @@ TEST(ClipSamplingTest, ManyQuaternionsAreAddedAsScaledRotations) {
                  Blended(Pose(true, {0, 0, 0, -1}), turned, 0.5f, true));
 }
 
-TEST(ClipSamplingTest, ManyNegateAQuaternionWhoseWIsNotPositive) {
+TEST(ClipSamplingTest, BlendsOfManyNegateAQuaternionWhoseWIsNotPositive) {
   // w of 0 counts as not positive: a half turn about x is taken about -x.
   ExpectRotation({-0.707106781f + 0.5f, 0, 0, 0.5f + 0.707106781f},
                  Blended(Pose(true, {0.5f, 0, 0, 0.5f}), Pose(true, {1, 0, 0, 0}), 0.5f, true));
 }
 
 // A half turn is orthogonal to the identity: a dot product of 0 counts as positive.
-TEST(ClipSamplingTest, ManyTakeAProductOf0ForPositive) {
+TEST(ClipSamplingTest, BlendsOfManyTreatADotProductOf0AsPositive) {
   ExpectRotation({-0.707106781f, 0, 0, 1.707106781f},
                  Blended(Pose(true, {0, 0, 0, 1}), Pose(true, {1, 0, 0, 0}), 0.5f, true));
 }
 
-TEST(ClipSamplingTest, ManySpreadTheDivisionByTheLengthOfNoAxis) {
+TEST(ClipSamplingTest, BlendsOfManyPropagateTheNaNOfARotationWithoutAxis) {
   const ClipSample sample =
       Blended(Pose(true, {0, 0, 0.6f, 0.8f}), Pose(true, {0, 0, 0, 1}), 0.5f, true);
   ExpectRotation({kNone, kNone, kNone, 1.8f}, sample);
 }
 
-TEST(ClipSamplingTest, RandomSamplesAreBlendedBitForBit) {
+TEST(ClipSamplingTest, RandomBlendsMatchTheModelBitForBit) {
   AnimationRandom random(12);
   int slerped = 0;
   for (int i = 0; i < Rounds(60000); ++i) {

@@ -84,14 +84,14 @@ class Judge {
   ClipTimelines timelines;
 };
 
-TEST(ClipTimelinesTest, NoTracksAreNoSamples) {
+TEST(ClipTimelinesTest, NoTracksYieldNoSamples) {
   const ReferenceClip clip({});
   const Judge judge(clip);
   EXPECT_TRUE(judge.Agrees(0));
   EXPECT_TRUE(judge.KeepsItsTracks());
 }
 
-TEST(ClipTimelinesTest, ATrackWithoutKeysIsASampleOfNoNumbers) {
+TEST(ClipTimelinesTest, ATrackWithoutKeysYieldsNaNs) {
   ReferenceClip clip({});
   clip.tracks[3].isQuaternion = true;
   clip.tracks[4].isQuaternion = false;
@@ -102,7 +102,7 @@ TEST(ClipTimelinesTest, ATrackWithoutKeysIsASampleOfNoNumbers) {
 
 // Every set of channels on one timeline, the others on another or absent: what a group writes to
 // the lanes of its neighbours must not be visible.
-TEST(ClipTimelinesTest, EveryShareOfChannelsIsKeptApart) {
+TEST(ClipTimelinesTest, EverySetOfChannelsOnATimelineIsSampledSeparately) {
   for (const bool otherIsAbsent : {true, false}) {
     for (const bool otherComesFirst : {true, false}) {
       for (uint32_t mask = 0; mask < 1024; ++mask) {
@@ -150,7 +150,7 @@ TEST(ClipTimelinesTest, EveryChannelMayHaveItsOwnFrames) {
 }
 
 // The first guess in a key search fails: frames are unevenly spaced.
-TEST(ClipTimelinesTest, FramesFarFromEvenAreFoundAllTheSame) {
+TEST(ClipTimelinesTest, UnevenlySpacedFramesAreFound) {
   const std::vector<uint32_t> kinds[] = {
       {0, 1, 2, 3, 1000},
       {0, 997, 998, 999, 1000},
@@ -183,7 +183,7 @@ TEST(ClipTimelinesTest, FramesFarFromEvenAreFoundAllTheSame) {
   }
 }
 
-TEST(ClipTimelinesTest, StepsOfOneLaneLeaveTheOthersAlone) {
+TEST(ClipTimelinesTest, AStepInOneLaneDoesNotAffectTheOthers) {
   const uint32_t lanes[] = {kX, kY, kZ, kSizeX, kSizeY, kSizeZ, kTurnX, kTurnY, kTurnZ, kTurnW};
   for (const uint32_t lane : lanes) {
     for (const bool atEnd : {false, true}) {
@@ -201,7 +201,7 @@ TEST(ClipTimelinesTest, StepsOfOneLaneLeaveTheOthersAlone) {
   }
 }
 
-TEST(ClipTimelinesTest, RandomClipsAreSampledBitForBit) {
+TEST(ClipTimelinesTest, RandomClipsMatchTheModelBitForBit) {
   for (int round = 0; round < Rounds(6000); ++round) {
     AnimationRandom random(static_cast<uint32_t>(round));
     const ReferenceClip clip(random.Clip(random.Chance(20)));

@@ -168,7 +168,7 @@ TEST(AnimationControllerBatchTest, ABatchGivesTheBytesOfSingleUpdates) {
 }
 
 // A worker's reused memory must not affect its next update, of another size.
-TEST(AnimationControllerBatchTest, AThreadsWorkingMemoryDoesNotShow) {
+TEST(AnimationControllerBatchTest, ReusedWorkingMemoryDoesNotAffectResults) {
   Crowd first(101);
   Crowd second(102);
   Crowd again(101);

@@ -100,7 +100,7 @@ class AnimationControllerBlendingTest : public ControllerSceneTest {
   uint32_t empty;
 };
 
-TEST_F(AnimationControllerBlendingTest, AWholeOverrideLayerGivesTheSample) {
+TEST_F(AnimationControllerBlendingTest, AnOverrideLayerOfWeightOneGivesTheSample) {
   const uint32_t clip = AddPose({1, 2, kNone, 3, kNone, 5});
   Play(Bind({clip}), {{kOverride, 1, AddState(clip)}});
   EXPECT_EQ(std::vector<float>({1, 2, 30}), scene.Position(entity));
@@ -126,7 +126,7 @@ TEST_F(AnimationControllerBlendingTest, AnOverrideLayerOfZeroGivesTheRestPose) {
   ExpectNear(AboutZ(90), scene.Rotation(entity));
 }
 
-TEST_F(AnimationControllerBlendingTest, AnOverrideLayerFromOneUpKnowsNoRestPose) {
+TEST_F(AnimationControllerBlendingTest, AnOverrideLayerOfWeightOneOrMoreIgnoresTheRestPose) {
   const uint32_t clip = AddPose({2, 2, 2, 3, 3, 3}, 30);
   const uint32_t binding = Bind({clip});
   Play(binding, {{kOverride, 1, AddState(clip)}});
@@ -139,7 +139,7 @@ TEST_F(AnimationControllerBlendingTest, AnOverrideLayerFromOneUpKnowsNoRestPose)
   ExpectNear(AboutZ(Scaled(30, 2)), scene.Rotation(entity));
 }
 
-TEST_F(AnimationControllerBlendingTest, AnOverrideLayerThatIsNoNumberKnowsNoRestPose) {
+TEST_F(AnimationControllerBlendingTest, AnOverrideLayerOfWeightNaNIgnoresTheRestPose) {
   const uint32_t clip = AddPose({2, 2, 2}, 30);
   Play(Bind({clip}), {{kOverride, kNone, AddState(clip)}});
   ExpectNear({kNone, kNone, kNone}, scene.Position(entity));
@@ -147,7 +147,7 @@ TEST_F(AnimationControllerBlendingTest, AnOverrideLayerThatIsNoNumberKnowsNoRest
   ExpectNear({kNone, kNone, kNone, kNone}, scene.Rotation(entity));
 }
 
-TEST_F(AnimationControllerBlendingTest, AnAdditiveLayerInFrontLiesOnTheRestPose) {
+TEST_F(AnimationControllerBlendingTest, AnAdditiveFirstLayerIsAddedToTheRestPose) {
   const uint32_t clip = AddPose({2, 2, 2, 3, 3, 3}, 30);
   const uint32_t binding = Bind({clip});
   const uint32_t state = AddState(clip);
@@ -169,7 +169,7 @@ TEST_F(AnimationControllerBlendingTest, AnAdditiveLayerInFrontLiesOnTheRestPose)
   ExpectNear({kNone, kNone, kNone, kNone}, scene.Rotation(entity));
 }
 
-TEST_F(AnimationControllerBlendingTest, ALaterAdditiveLayerLiesOnWhatIsThere) {
+TEST_F(AnimationControllerBlendingTest, ALaterAdditiveLayerIsAddedToTheEarlierLayers) {
   const uint32_t base = AddPose({1, 2, 3, 5, 6, 7}, 60);
   const uint32_t clip = AddPose({2, 2, 2, 3, 3, 3}, 30);
   const uint32_t binding = Bind({base, clip});
@@ -208,7 +208,7 @@ TEST_F(AnimationControllerBlendingTest, TheIndexOfALayerCountsRecordsNotPoses) {
 }
 
 // The factor of the layer is on the left.
-TEST_F(AnimationControllerBlendingTest, AnAdditiveRotationIsAppliedOnTheLeft) {
+TEST_F(AnimationControllerBlendingTest, AnAdditiveRotationMultipliesFromTheLeft) {
   const float half = std::sqrt(0.5f);
   const uint32_t clip =
       scene.AddClip(10, Constants(0, 11, {half, 0, 0}) + Constants(0, 10, {half}));
@@ -217,7 +217,8 @@ TEST_F(AnimationControllerBlendingTest, AnAdditiveRotationIsAppliedOnTheLeft) {
   ExpectNear({0.5f, -0.5f, 0.5f, 0.5f}, scene.Rotation(entity));
 }
 
-TEST_F(AnimationControllerBlendingTest, TheFirstAdditiveLayerKeepsOfScaleWhatItDoesNotTake) {
+TEST_F(AnimationControllerBlendingTest,
+       TheFirstAdditiveLayerScalesTheRestScaleByOneMinusItsWeight) {
   const uint32_t clip = AddPose({5, 5, 5, 9, 9, 9}, 45);
   const uint32_t binding = Bind({clip});
   const uint32_t state = scene.AddState(1, 0, {Entry{clip, 0, 1, clip, 0}});
@@ -240,7 +241,7 @@ TEST_F(AnimationControllerBlendingTest, OfOverrideLayersTheLastWinsChannelByChan
   ExpectNear(AboutZ(30), scene.Rotation(entity));
 }
 
-TEST_F(AnimationControllerBlendingTest, AnOverrideRotationTakesTheShorterWayToTheRestPose) {
+TEST_F(AnimationControllerBlendingTest, AnOverrideRotationTakesTheShorterArcToTheRestPose) {
   const uint32_t clip = AddPose({}, 30 + 360);  // the opposite hemisphere of 30 degrees
   Play(Bind({clip}), {{kOverride, 0.5f, AddState(clip)}});
   ExpectNear(AboutZ(60), scene.Rotation(entity));
@@ -248,7 +249,7 @@ TEST_F(AnimationControllerBlendingTest, AnOverrideRotationTakesTheShorterWayToTh
 
 // Half a turn about x and a quarter about z: their dot product is 0, and the rotation is not
 // negated.
-TEST_F(AnimationControllerBlendingTest, AProductOfZeroTakesTheNearSide) {
+TEST_F(AnimationControllerBlendingTest, ADotProductOfZeroCountsAsTheSameHemisphere) {
   const float half = std::sqrt(0.5f);
   const uint32_t clip = scene.AddClip(10, Constants(0, 11, {1, 0, 0}) + Constants(0, 10, {0}));
   Play(Bind({clip}), {{kOverride, 0.5f, AddState(clip)}});
@@ -257,7 +258,7 @@ TEST_F(AnimationControllerBlendingTest, AProductOfZeroTakesTheNearSide) {
 
 // The product of 0 and infinity is NaN. An infinite length leaves only the signs of zeros: z is 0 +
 // (-0.6 - 0) x -0.75, and would be below zero in the same hemisphere.
-TEST_F(AnimationControllerBlendingTest, AProductThatIsNoNumberTakesTheFarSide) {
+TEST_F(AnimationControllerBlendingTest, ADotProductOfNaNCountsAsTheOppositeHemisphere) {
   scene.Turn(entity, kInfinity, 0, 0, 1);
   const uint32_t clip =
       scene.AddClip(10, Constants(0, 11, {0, 0, 0.6f}) + Constants(0, 10, {0.8f}));
@@ -281,7 +282,7 @@ TEST_F(AnimationControllerBlendingTest, StatesOfALayerAddUp) {
   EXPECT_EQ(keys, scene.KeysOf(binding).size());
 }
 
-TEST_F(AnimationControllerBlendingTest, StatesOfWeightZeroAreSkippedAndTheChainGoesOn) {
+TEST_F(AnimationControllerBlendingTest, StatesOfWeightZeroAreSkippedAndLaterStatesCount) {
   const uint32_t a = AddPose({4});
   const uint32_t b = AddPose({8});
   const uint32_t binding = Bind({a, b});
@@ -289,7 +290,7 @@ TEST_F(AnimationControllerBlendingTest, StatesOfWeightZeroAreSkippedAndTheChainG
   EXPECT_EQ(8.0f, scene.Position(entity)[0]);
 }
 
-TEST_F(AnimationControllerBlendingTest, AStateWhoseWeightIsNoNumberCounts) {
+TEST_F(AnimationControllerBlendingTest, AStateOfWeightNaNIsNotSkipped) {
   const uint32_t clip = AddPose({4});
   Play(Bind({clip}), {{kOverride, 1, AddState(clip, kNone)}});
   // The weight is NaN, so the channel counts as not animated; the entity is rebuilt.
@@ -299,7 +300,7 @@ TEST_F(AnimationControllerBlendingTest, AStateWhoseWeightIsNoNumberCounts) {
 
 // Half of a state: position is completed by 0 and scale by 1, since the rest pose is looked up
 // under the blended number.
-TEST_F(AnimationControllerBlendingTest, WhatIsAnimatedByAPartIsCompletedByAnIdentity) {
+TEST_F(AnimationControllerBlendingTest, PartlyAnimatedChannelsAreCompletedByAnIdentity) {
   const uint32_t clip = AddPose({4, 6, 8, 5, 7, 9});
   const uint32_t binding = Bind({clip});
   Play(binding, {{kOverride, 1, AddState(clip, 0.5f)}});
@@ -311,7 +312,7 @@ TEST_F(AnimationControllerBlendingTest, WhatIsAnimatedByAPartIsCompletedByAnIden
                                                    scene.BindingOf(binding)->defaults.Find(3))));
 }
 
-TEST_F(AnimationControllerBlendingTest, TheKeyOfARotationIsScaleZAsItStandsThen) {
+TEST_F(AnimationControllerBlendingTest, TheKeyOfARotationIsTheCompletedScaleZ) {
   const uint32_t clip = AddPose({kNone, kNone, kNone, kNone, kNone, 9}, 0);
   const uint32_t binding = Bind({clip});
   Play(binding, {{kOverride, 1, AddState(clip, 0.5f)}});
@@ -326,7 +327,7 @@ TEST_F(AnimationControllerBlendingTest, WithoutAScaleTheKeyOfARotationIsZero) {
   EXPECT_EQ((std::vector<uint32_t>{0, entity}), scene.KeysOf(binding));
 }
 
-TEST_F(AnimationControllerBlendingTest, KeysAreTruncatedAndNumbersOutOfRangeShareOne) {
+TEST_F(AnimationControllerBlendingTest, KeysAreTruncatedAndOutOfRangeNumbersShareOne) {
   struct Case {
     float value;
     uint32_t key;
@@ -344,7 +345,7 @@ TEST_F(AnimationControllerBlendingTest, KeysAreTruncatedAndNumbersOutOfRangeShar
   }
 }
 
-TEST_F(AnimationControllerBlendingTest, ANumberThatIsNoneHasAKeyToo) {
+TEST_F(AnimationControllerBlendingTest, NaNHasAKeyToo) {
   const uint32_t clip = AddPose({kInfinity});
   const uint32_t other = AddPose({-kInfinity});
   const uint32_t binding = Bind({clip, other});
@@ -364,7 +365,7 @@ TEST_F(AnimationControllerBlendingTest, ANumberThatIsAHandleFindsThatEntitysRest
   EXPECT_EQ(std::vector<uint32_t>({entity}), scene.KeysOf(binding));
 }
 
-TEST_F(AnimationControllerBlendingTest, ARotationIsCompletedOnTheSideOnWhichItIs) {
+TEST_F(AnimationControllerBlendingTest, ARotationIsCompletedInItsOwnHemisphere) {
   const uint32_t clip = AddPose({kNone, kNone, kNone, kNone, kNone, 4096 * 2 - 1}, 90 + 360);
   const uint32_t binding = Bind({clip});
   Play(binding, {{kOverride, 1, AddState(clip, 0.5f)}});
@@ -374,7 +375,7 @@ TEST_F(AnimationControllerBlendingTest, ARotationIsCompletedOnTheSideOnWhichItIs
 }
 
 // Three quarters of half a turn, one of the identity: 3 to 1 in z and w.
-TEST_F(AnimationControllerBlendingTest, ARotationIsCompletedByWhatItsWeightLacks) {
+TEST_F(AnimationControllerBlendingTest, ARotationIsCompletedByOneMinusItsWeight) {
   const uint32_t clip = AddPose({}, 180);
   Play(Bind({clip}), {{kOverride, 1, AddState(clip, 0.75f)}});
   const float unit = std::sqrt(0.1f);
@@ -423,7 +424,7 @@ TEST_F(AnimationControllerBlendingTest, EachLayerIsCompletedBeforeTheNextIsEvalu
   EXPECT_EQ((std::vector<uint32_t>{entity, other}), scene.KeysOf(again));
 }
 
-TEST_F(AnimationControllerBlendingTest, LayersThatAreOffCostNothingAndChangeNothing) {
+TEST_F(AnimationControllerBlendingTest, LayersThatAreOffHaveNoEffect) {
   const uint32_t clip = AddPose({4});
   const uint32_t binding = Bind({clip});
   const uint32_t state = AddState(clip, 0.5f);
@@ -452,7 +453,7 @@ TEST_F(AnimationControllerBlendingTest, WithoutABindingNothingIsDone) {
   scene.Core()->UpdateAnimatorController(0x9000);
 }
 
-TEST_F(AnimationControllerBlendingTest, ARotationThatWasAnimatedIsAQuaternionFromThenOn) {
+TEST_F(AnimationControllerBlendingTest, AnAnimatedRotationSwitchesToQuaternionMode) {
   scene.Turn(entity, 0.5f, 0.25f, 0.125f);
   const uint32_t still = AddPose({1});
   const uint32_t turning = AddPose({}, 0);
@@ -492,7 +493,7 @@ TEST_F(AnimationControllerBlendingTest, EachEntityOfThePoseIsRebuiltAndMarked) {
   ExpectNear({10, 20 + 14, 30}, scene.WorldPosition(other));
 }
 
-TEST_F(AnimationControllerBlendingTest, EntitiesThatAreGoneAreSkipped) {
+TEST_F(AnimationControllerBlendingTest, ReleasedEntitiesAreSkipped) {
   const uint32_t other = scene.Add3D();
   const uint32_t clip = scene.AddClip(10, {Constant(0, 1, 4), Constant(1, 1, 5)});
   const uint32_t binding = scene.Bind(Groups{{clip, {other, entity}}});
@@ -515,7 +516,7 @@ TEST_F(AnimationControllerBlendingTest, WithoutARestPoseNothingIsWritten) {
 }
 
 // Lists updated without new rest poses take effect in the next update, too.
-TEST_F(AnimationControllerBlendingTest, ListsThatAreReadAgainCountAtOnce) {
+TEST_F(AnimationControllerBlendingTest, UpdatedListsTakeEffectAtOnce) {
   const uint32_t other = scene.Add3D();
   const uint32_t clip = AddPose({4});
   const uint32_t binding = scene.Bind(Groups{{clip, {entity, other}}});
@@ -544,7 +545,7 @@ TEST_F(AnimationControllerBlendingTest, AMaskBelongsToItsLayer) {
 }
 
 // A mask is per entity, whatever the binding.
-TEST_F(AnimationControllerBlendingTest, AMaskHoldsForAnotherBindingToo) {
+TEST_F(AnimationControllerBlendingTest, AMaskAppliesToAnotherBindingToo) {
   const uint32_t other = scene.Add3D();
   const uint32_t clip = AddPose({4});
   const uint32_t first = scene.Bind(Groups{{clip, {entity}}});
@@ -572,7 +573,7 @@ TEST_F(AnimationControllerBlendingTest, ATreeUnderARootWaitsForTheRefresh) {
   EXPECT_EQ(4.0f, scene.WorldPosition(entity)[0]);
 }
 
-TEST_F(AnimationControllerBlendingTest, ATreeWithoutARootIsBroughtUpToDateAtOnce) {
+TEST_F(AnimationControllerBlendingTest, ATreeWithoutARootIsUpdatedAtOnce) {
   const uint32_t tree = scene.Add3D(2);
   scene.Link(tree, tree + 1);
   scene.MoveTo(tree, 1, 0, 0);
@@ -591,7 +592,7 @@ TEST_F(AnimationControllerBlendingTest, ATreeWithoutARootIsBroughtUpToDateAtOnce
 //  '- 3D top
 //      '- 3D bound
 // The walk up ends at the topmost 3D entity, which is no root, so its tree is updated at once.
-TEST_F(AnimationControllerBlendingTest, ATreeUnderAFlatRootIsBroughtUpToDateAtOnce) {
+TEST_F(AnimationControllerBlendingTest, ATreeUnderA2DRootIsUpdatedAtOnce) {
   const uint32_t flat = scene.Add2D();
   const uint32_t tree = scene.Add3D(2);
   scene.AddRoot(flat);

@@ -71,7 +71,7 @@ class AnimationControllerStateTest : public ControllerSceneTest {
   std::vector<std::pair<uint32_t, float>> mask;
 };
 
-TEST_F(AnimationControllerStateTest, ACountOfNoneMakesNothing) {
+TEST_F(AnimationControllerStateTest, ACountOfZeroCreatesNothing) {
   for (const NativeValueInfo& info : {scene.Core()->CreateAnimatorControllerModel(0),
                                       scene.Core()->CreateAnimatorControllerStateModel(0)}) {
     EXPECT_EQ(0u, info.handle);
@@ -93,13 +93,13 @@ TEST_F(AnimationControllerStateTest, BlocksHaveTheirSizeAndStartAsZeros) {
   EXPECT_EQ(nullptr, scene.Animation()->FindAnimatorControllerStateModel(state.handle));
 }
 
-TEST_F(AnimationControllerStateTest, EntriesOfWeightZeroGiveNothing) {
+TEST_F(AnimationControllerStateTest, ClipsOfWeightZeroAreSkipped) {
   const uint32_t clip = AddPose({1, 2, 3});
   const uint32_t binding = Bind({{clip, {entities, entities + 1}}});
   EXPECT_TRUE(Evaluate(binding, {Plain(clip, 0), Plain(clip, -0.0f)}).empty());
 }
 
-TEST_F(AnimationControllerStateTest, FillCarriesAllRestPosesAtWeightZero) {
+TEST_F(AnimationControllerStateTest, FillAddsPosesOfWeightZeroForAllRestPoses) {
   const uint32_t clip = AddPose({1, 2, 3});
   const uint32_t binding = Bind({{clip, {entities, entities + 1}}});
   for (const float fill : {1.0f, -2.0f, kNone}) {
@@ -114,7 +114,7 @@ TEST_F(AnimationControllerStateTest, FillCarriesAllRestPosesAtWeightZero) {
   EXPECT_TRUE(Evaluate(binding, {Plain(clip, 0)}, false, -0.0f).empty());
 }
 
-TEST_F(AnimationControllerStateTest, FillPassesOverWhatTheMaskHoldsAtZero) {
+TEST_F(AnimationControllerStateTest, FillSkipsEntitiesOfMaskWeightZero) {
   const uint32_t clip = AddPose({1, 2, 3});
   const uint32_t binding = Bind({{clip, {entities, entities + 1, entities + 2}}});
   mask = {{entities, 0.0f}, {entities + 1, kNone}, {entities + 2, -0.0f}};
@@ -123,7 +123,7 @@ TEST_F(AnimationControllerStateTest, FillPassesOverWhatTheMaskHoldsAtZero) {
   EXPECT_EQ(1u, poses.count(entities + 1));
 }
 
-TEST_F(AnimationControllerStateTest, AdditiveStatesAreNotFilledUp) {
+TEST_F(AnimationControllerStateTest, AdditiveStatesAreNotFilled) {
   const uint32_t clip = AddPose({1, 2, 3});
   const uint32_t binding = Bind({{clip, {entities}}});
   EXPECT_TRUE(Evaluate(binding, {Plain(clip, 0)}, true, 1).empty());
@@ -140,7 +140,7 @@ TEST_F(AnimationControllerStateTest, WeightsAndValuesAddUpOverClips) {
   EXPECT_TRUE(std::isnan(poses.at(entities).rotationWeight));
 }
 
-TEST_F(AnimationControllerStateTest, AnyWeightButZeroCounts) {
+TEST_F(AnimationControllerStateTest, AnyNonzeroWeightCounts) {
   const uint32_t clip = AddPose({2});
   const uint32_t binding = Bind({{clip, {entities}}});
   EXPECT_EQ(-1.0f, Evaluate(binding, {Plain(clip, -0.5f)}).at(entities).value[0]);
@@ -148,7 +148,7 @@ TEST_F(AnimationControllerStateTest, AnyWeightButZeroCounts) {
   EXPECT_TRUE(std::isnan(Evaluate(binding, {Plain(clip, kNone)}).at(entities).value[0]));
 }
 
-TEST_F(AnimationControllerStateTest, RotationsAddUpInOneHemisphere) {
+TEST_F(AnimationControllerStateTest, RotationsAreSummedInOneHemisphere) {
   const uint32_t a = AddTurned({}, {0, 0, 0.6f, 0.8f});
   const uint32_t b = AddTurned({}, {0, 0, -0.6f, -0.8f});
   const uint32_t binding = Bind({{a, {entities}}, {b, {entities}}});
@@ -175,7 +175,7 @@ TEST_F(AnimationControllerStateTest, AMaskIsAFactorOfTheWeight) {
   EXPECT_TRUE(Evaluate(binding, {Plain(clip, 0.5f)}).empty());
 }
 
-TEST_F(AnimationControllerStateTest, WhoIsNotInTheMaskKeepsTheWhole) {
+TEST_F(AnimationControllerStateTest, EntitiesNotInTheMaskHaveWeightOne) {
   const uint32_t clip = AddPose({8});
   const uint32_t binding = Bind({{clip, {entities}}});
   mask = {{entities + 1, 0.0f}, {0, 0.0f}};
@@ -189,7 +189,7 @@ TEST_F(AnimationControllerStateTest, TheFirstRecordOfAMaskWins) {
   EXPECT_EQ(4.0f, Evaluate(binding, {Plain(clip, 1)}).at(entities).value[0]);
 }
 
-TEST_F(AnimationControllerStateTest, AMaskIsSetAnewEachTimeAndByNoRecordsTakenAway) {
+TEST_F(AnimationControllerStateTest, SettingAMaskReplacesItAndNoRecordsRemoveIt) {
   const uint32_t clip = AddPose({8, 8, 8});
   const uint32_t binding = Bind({{clip, {entities}}});
   const uint32_t state = scene.AddState(1, 0, {Plain(clip, 1)});
@@ -209,7 +209,7 @@ TEST_F(AnimationControllerStateTest, AMaskIsSetAnewEachTimeAndByNoRecordsTakenAw
   EXPECT_EQ(8.0f, scene.Position(entities)[0]);
 }
 
-TEST_F(AnimationControllerStateTest, AMaskOfALayerThatThereIsNotIsRefused) {
+TEST_F(AnimationControllerStateTest, AMaskOfAnUnknownLayerIsRefused) {
   const uint32_t clip = AddPose({8});
   const uint32_t binding = Bind({{clip, {entities}}});
   const uint32_t state = scene.AddState(1, 0, {Plain(clip, 1)});
@@ -231,7 +231,7 @@ TEST_F(AnimationControllerStateTest, WithoutARestPoseNothingIsAnimated) {
   EXPECT_TRUE(Evaluate(binding, {Plain(clip, 1)}, true).empty());
 }
 
-TEST_F(AnimationControllerStateTest, AnEntityWithoutNumbersIsCarriedAllTheSame) {
+TEST_F(AnimationControllerStateTest, AnEntityWithoutAnimatedChannelsStillHasAPose) {
   const uint32_t clip = scene.AddClip(10, {ReferenceCurve{0, 1, {}}});
   const uint32_t binding = Bind({{clip, {entities}}});
   const Poses poses = Evaluate(binding, {Plain(clip, 1)});
@@ -241,7 +241,7 @@ TEST_F(AnimationControllerStateTest, AnEntityWithoutNumbersIsCarriedAllTheSame) 
   }
 }
 
-TEST_F(AnimationControllerStateTest, ClipsWithoutAListAndClipsThatAreGoneAreSkipped) {
+TEST_F(AnimationControllerStateTest, ClipsWithoutAListAndReleasedClipsAreSkipped) {
   const uint32_t clip = AddPose({1});
   const uint32_t unlisted = AddPose({2});
   const uint32_t gone = AddPose({4});
@@ -267,7 +267,7 @@ TEST_F(AnimationControllerStateTest, TimesWrapAndFractionsAreSampled) {
   EXPECT_EQ(0.0f, at(-1.0f));
 }
 
-TEST_F(AnimationControllerStateTest, WithAnEqualReferenceNothingIsLeftButTheWeight) {
+TEST_F(AnimationControllerStateTest, AnEqualReferenceLeavesOnlyTheWeight) {
   const uint32_t clip = AddTurned({1, 2, 3, 4, 5, 6}, {0, 0.6f, 0, 0.8f});
   const uint32_t binding = Bind({{clip, {entities}}});
   const Poses poses = Evaluate(binding, {Entry{clip, 3, 1, clip, 3}}, true);
@@ -279,7 +279,7 @@ TEST_F(AnimationControllerStateTest, WithAnEqualReferenceNothingIsLeftButTheWeig
   EXPECT_NEAR(1.0f, pose.rotation[3], 1e-6f);
 }
 
-TEST_F(AnimationControllerStateTest, AReferenceIsTakenAwayWhereBothSidesAreNumbers) {
+TEST_F(AnimationControllerStateTest, AReferenceIsSubtractedWhereNeitherSideIsNaN) {
   const uint32_t clip = AddPose({1, 2, kNone, 4});
   const uint32_t reference = AddPose({0.25f, kNone, 3, 1});
   const uint32_t binding = Bind({{clip, {entities}}, {reference, {entities}}});
@@ -290,7 +290,7 @@ TEST_F(AnimationControllerStateTest, AReferenceIsTakenAwayWhereBothSidesAreNumbe
 
 // A quarter turn about z, from which one of 90 degrees about x is subtracted on the right: the
 // result is q conj(r).
-TEST_F(AnimationControllerStateTest, TheRotationOfTheReferenceIsTakenAwayOnTheRight) {
+TEST_F(AnimationControllerStateTest, TheConjugateReferenceRotationMultipliesFromTheRight) {
   const float half = std::sqrt(0.5f);
   const uint32_t clip = AddTurned({}, {0, 0, half, half});
   const uint32_t reference = AddTurned({}, {half, 0, 0, half});
@@ -302,14 +302,14 @@ TEST_F(AnimationControllerStateTest, TheRotationOfTheReferenceIsTakenAwayOnTheRi
   }
 }
 
-TEST_F(AnimationControllerStateTest, ATargetThatTheReferenceLacksIsSkippedWhole) {
+TEST_F(AnimationControllerStateTest, ATargetThatTheReferenceLacksIsSkipped) {
   const uint32_t clip = AddTurned({1, 2, 3, 4, 5, 6}, {0, 0, 0, 1});
   const uint32_t reference = AddPose({1});
   const uint32_t binding = Bind({{clip, {entities}}, {reference, {entities + 1}}});
   EXPECT_TRUE(Evaluate(binding, {Entry{clip, 0, 1, reference, 0}}, true).empty());
 }
 
-TEST_F(AnimationControllerStateTest, ARotationOfOneSideEntersAsItIs) {
+TEST_F(AnimationControllerStateTest, ARotationWithoutAReferenceRotationIsAddedUnchanged) {
   const uint32_t clip = AddTurned({1}, {0, 0.6f, 0, 0.8f});
   const uint32_t reference = AddPose({1});
   const uint32_t binding = Bind({{clip, {entities}}, {reference, {entities}}});
@@ -321,7 +321,7 @@ TEST_F(AnimationControllerStateTest, ARotationOfOneSideEntersAsItIs) {
       Evaluate(binding, {Entry{reference, 0, 1, clip, 0}}, true).at(entities).rotationWeight));
 }
 
-TEST_F(AnimationControllerStateTest, WithoutAListForTheReferenceTheClipsOwnStartIsTakenAway) {
+TEST_F(AnimationControllerStateTest, WithoutAReferenceListTheClipsOwnStartIsSubtracted) {
   ReferenceCurve curve = Constant(0, 1, 3);
   curve.keys = {Flat(0, 3), Flat(5, 10)};
   const uint32_t clip = scene.AddClip(10, {curve});
@@ -333,7 +333,7 @@ TEST_F(AnimationControllerStateTest, WithoutAListForTheReferenceTheClipsOwnStart
   }
 }
 
-TEST_F(AnimationControllerStateTest, AListedReferenceThatIsGoneLeavesNothing) {
+TEST_F(AnimationControllerStateTest, AListedReferenceThatIsReleasedYieldsNoPoses) {
   const uint32_t clip = AddPose({5});
   const uint32_t reference = AddPose({1});
   const uint32_t binding = Bind({{clip, {entities}}, {reference, {entities}}});
@@ -348,7 +348,7 @@ TEST_F(AnimationControllerStateTest, TheFirstReferenceOfAnEntityWins) {
   EXPECT_EQ(4.0f, Evaluate(binding, {Entry{clip, 0, 1, reference, 0}}, true).at(entities).value[0]);
 }
 
-TEST_F(AnimationControllerStateTest, EntitiesThatAreGoneOrFlatAreSkipped) {
+TEST_F(AnimationControllerStateTest, ReleasedAnd2DEntitiesAreSkipped) {
   const uint32_t other = scene.Add3D();
   const uint32_t clip = scene.AddClip(10, {Constant(0, 1, 1), Constant(1, 1, 2)});
   const uint32_t binding = Bind({{clip, {other, entities}}});
@@ -399,7 +399,7 @@ TEST(AnimationControllerRotationTest, AnglesAreCompletedByThoseOfTheRestPose) {
 
 // Kept on purpose: the angles of a rest pose that was stored as a quaternion read as zero; blended
 // poses rely on it.
-TEST(AnimationControllerRotationTest, ARestPoseOfAQuaternionCompletesByZeroAngles) {
+TEST(AnimationControllerRotationTest, AQuaternionRestPoseCompletesWithZeroAngles) {
   const float quarter = 1.57079632679f;
   const float half = std::sqrt(0.5f);
   TransformValue rest;
@@ -415,7 +415,7 @@ TEST(AnimationControllerRotationTest, ARestPoseOfAQuaternionCompletesByZeroAngle
   EXPECT_TRUE(SameFloats({0.5f, 0.5f, 0.5f, 0.5f}, q));
 }
 
-TEST(AnimationControllerRotationTest, AQuaternionIsTakenWholeOrNotAtAll) {
+TEST(AnimationControllerRotationTest, AnIncompleteQuaternionIsIgnored) {
   TransformValue rest;
   ClipSample sample = Angles(0.1f, 0.2f, 0.3f);
   sample.isQuaternion = true;
@@ -430,7 +430,7 @@ TEST(AnimationControllerRotationTest, AQuaternionIsTakenWholeOrNotAtAll) {
   }
 }
 
-TEST(AnimationControllerRotationTest, AllPatternsOfAnglesGiveTheModelsRotation) {
+TEST(AnimationControllerRotationTest, AllPatternsOfPresentAnglesMatchTheModel) {
   AnimationRandom random(11);
   for (int round = 0; round < 2000; ++round) {
     ReferenceSample sample;

@@ -38,7 +38,7 @@ TEST_F(EntityPoseWriterTest, SeekFindsEntitiesOfAnyBatchInAnyOrder) {
   }
 }
 
-TEST_F(EntityPoseWriterTest, SeekRefusesWhatNamesNoEntityAndGoesOn) {
+TEST_F(EntityPoseWriterTest, SeekRefusesInvalidHandlesAndStaysUsable) {
   const uint32_t a = scene.Add3D(3);
   const uint32_t gone = scene.Add3D(2);
   scene.Release(gone);
@@ -51,7 +51,7 @@ TEST_F(EntityPoseWriterTest, SeekRefusesWhatNamesNoEntityAndGoesOn) {
   }
 }
 
-TEST_F(EntityPoseWriterTest, AskingForMemoryAheadMayNameAnything) {
+TEST_F(EntityPoseWriterTest, PrefetchingAcceptsAnyHandle) {
   const uint32_t a = scene.Add3D(1);
   const uint32_t flat = scene.Add2D(1);
   EntityPoseWriter writer(&scene.System()->Tree());
@@ -64,7 +64,7 @@ TEST_F(EntityPoseWriterTest, AskingForMemoryAheadMayNameAnything) {
   }
 }
 
-TEST_F(EntityPoseWriterTest, ReplaceChangesLanesOfTheMaskAlone) {
+TEST_F(EntityPoseWriterTest, ReplaceChangesOnlyLanesOfTheMask) {
   const uint32_t entity = scene.Add3D(2) + 1;
   for (uint32_t lanes = 0; lanes < 64; ++lanes) {
     Entity3DRecord& record = scene.Record3D(entity);
@@ -140,7 +140,7 @@ TEST_F(EntityPoseWriterTest, AMarkReachesAllAncestorsThatAreClean) {
 }
 
 // The parent's index names another entity in the batch of the leaf, which is marked.
-TEST_F(EntityPoseWriterTest, AParentInAnotherBatchIsNotTakenForOneInThis) {
+TEST_F(EntityPoseWriterTest, AParentInAnotherBatchIsMarkedThere) {
   const uint32_t parents = scene.Add3D(2);
   const uint32_t leaves = scene.Add3D(2);
   scene.AddRoot(parents);
@@ -157,7 +157,7 @@ TEST_F(EntityPoseWriterTest, AParentInAnotherBatchIsNotTakenForOneInThis) {
 // Kept on purpose: an ancestor that is already marked ends the climb, though those above it may
 // have been refreshed since; which entities a frame computes depends on it. An inactive one keeps
 // its mark.
-TEST_F(EntityPoseWriterTest, AMarkStopsAtAnAncestorThatIsMarkedBelowOnly) {
+TEST_F(EntityPoseWriterTest, AMarkStopsAtAnAncestorMarkedAsDirtyBelow) {
   for (const bool together : {true, false}) {
     const uint32_t top = scene.Add3D(3);
     const uint32_t middle = together ? top + 1 : scene.Add3D();

@@ -24,7 +24,7 @@ std::vector<uint32_t> NumbersOf(const RestPoses& poses) {
   return numbers;
 }
 
-TEST(RestPosesTest, ANewNumberEntersTheIdentity) {
+TEST(RestPosesTest, ANewNumberIsInsertedWithTheIdentity) {
   RestPoses poses;
   EXPECT_EQ(RestPoses::kNoSlot, poses.Find(7));
   const uint32_t slot = poses.Ensure(7);
@@ -35,7 +35,7 @@ TEST(RestPosesTest, ANewNumberEntersTheIdentity) {
   EXPECT_TRUE(poses.Value(slot).quaternionValid());
 }
 
-TEST(RestPosesTest, NumbersAscendWhateverTheOrderOfEntry) {
+TEST(RestPosesTest, NumbersAscendWhateverTheOrderOfInsertion) {
   RestPoses poses;
   for (const uint32_t number : {0x80000000u, 5u, 0xFFFFFFFFu, 0u, 4096u}) {
     poses.Ensure(number);
@@ -44,7 +44,7 @@ TEST(RestPosesTest, NumbersAscendWhateverTheOrderOfEntry) {
   EXPECT_EQ(5u, poses.SlotCount());
 }
 
-TEST(RestPosesTest, ANumberKeepsItsSlotAndItsValueWhileOthersCome) {
+TEST(RestPosesTest, ANumberKeepsItsSlotAndValueWhileOthersAreInserted) {
   RestPoses poses;
   poses.Set(100, At(1));
   const uint32_t slot = poses.Find(100);
@@ -66,7 +66,7 @@ TEST(RestPosesTest, ZeroIsANumberLikeAnyOther) {
   EXPECT_EQ(std::vector<uint32_t>({0u}), NumbersOf(poses));
 }
 
-TEST(RestPosesTest, NumbersThatAreAskedForInTurnStayApart) {
+TEST(RestPosesTest, AlternatingLookUpsDoNotMixUpNumbers) {
   RestPoses poses;
   for (int round = 0; round < 3; ++round) {
     for (const uint32_t number : {1u, 65u, 129u, 4097u, 1u, 65u}) {
@@ -76,7 +76,7 @@ TEST(RestPosesTest, NumbersThatAreAskedForInTurnStayApart) {
   EXPECT_EQ(4u, poses.SlotCount());
 }
 
-TEST(RestPosesTest, ClearForgetsAll) {
+TEST(RestPosesTest, ClearRemovesAll) {
   RestPoses poses;
   poses.Set(3, At(5));
   poses.Set(67, At(6));
@@ -87,7 +87,7 @@ TEST(RestPosesTest, ClearForgetsAll) {
   EXPECT_EQ(0.0f, poses.Value(poses.Ensure(67)).position[2]);
 }
 
-TEST(RestPosesTest, ACopyIsAMapOfItsOwn) {
+TEST(RestPosesTest, ACopyIsIndependent) {
   RestPoses poses;
   poses.Set(3, At(5));
   const RestPoses copy = poses;
@@ -97,7 +97,7 @@ TEST(RestPosesTest, ACopyIsAMapOfItsOwn) {
   EXPECT_EQ(9.0f, poses.Value(poses.Find(3)).position[2]);
 }
 
-TEST(RestPosesTest, EachChangeOfKeysGivesAVersionThatNoOtherMapHas) {
+TEST(RestPosesTest, EachChangeOfKeysGivesAUniqueVersion) {
   std::set<uint64_t> seen;
   RestPoses a;
   RestPoses b;
@@ -116,7 +116,7 @@ TEST(RestPosesTest, EachChangeOfKeysGivesAVersionThatNoOtherMapHas) {
   EXPECT_TRUE(seen.insert(a.Version()).second);
 }
 
-TEST(RestPosesTest, RandomUseGivesWhatAnOrderedMapGives) {
+TEST(RestPosesTest, RandomUseMatchesAnOrderedMap) {
   for (uint32_t seed = 1; seed <= 20; ++seed) {
     SCOPED_TRACE(seed);
     AnimationRandom random(seed);

@@ -12,7 +12,7 @@ TEST(SampleMapTest, IsEmptyAtFirst) {
   EXPECT_EQ(nullptr, map.Find(0));
 }
 
-TEST(SampleMapTest, FindsWhatItHolds) {
+TEST(SampleMapTest, FindsEachSampleByItsTarget) {
   const uint32_t targets[] = {0, 3, 4, 0xFFFFFFFFu};
   SampleMap map;
   ClipSample* samples = map.Reset(targets, 4);
@@ -30,7 +30,7 @@ TEST(SampleMapTest, FindsWhatItHolds) {
   }
 }
 
-TEST(SampleMapTest, ResetReusesMemoryAndForgetsWhatWasBeyond) {
+TEST(SampleMapTest, ResetReusesMemoryAndDropsFurtherSamples) {
   const uint32_t many[] = {0, 1, 2};
   const uint32_t one[] = {2};
   SampleMap map;

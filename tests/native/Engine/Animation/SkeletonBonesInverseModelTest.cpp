@@ -31,7 +31,7 @@ TEST(SkeletonBonesInverseModelTest, SixtyFourBytesAreAMatrix) {
   }
 }
 
-TEST(SkeletonBonesInverseModelTest, NoBytesAreNoMatricesAndNoReport) {
+TEST(SkeletonBonesInverseModelTest, AnEmptyModelHasNoMatricesAndReportsNothing) {
   OutputRecorder output;
   const SkeletonBonesInverseModel model(nullptr, 0);
   EXPECT_EQ(0u, model.matrices.size());

@@ -79,7 +79,7 @@ class SkinningMatrixComponentTest : public AnimationSceneTest {
   }
 };
 
-TEST_F(SkinningMatrixComponentTest, ABlockHas72BytesABoneAnd4) {
+TEST_F(SkinningMatrixComponentTest, ABlockHas72BytesPerBoneAnd4) {
   EXPECT_EQ(76u, scene.Core()->CreateSkinningMatrixComponent(1).size);
   EXPECT_EQ(724u, scene.Core()->CreateSkinningMatrixComponent(10).size);
   scene.Core()->ReleaseSkinningMatrixComponent(0x1000);
@@ -99,7 +99,7 @@ TEST_F(SkinningMatrixComponentTest, ABlockReadsAsZeros) {
   scene.Core()->ReleaseSkinningMatrixComponent(info.handle);
 }
 
-TEST_F(SkinningMatrixComponentTest, ACountOf0MakesNone) {
+TEST_F(SkinningMatrixComponentTest, ACountOf0CreatesNone) {
   const NativeValueInfo info = scene.Core()->CreateSkinningMatrixComponent(0);
   EXPECT_EQ(0u, info.handle);
   EXPECT_EQ(0u, info.size);
@@ -115,7 +115,7 @@ TEST_F(SkinningMatrixComponentTest, TheIdentityGivesTheWorldMatrix) {
   EXPECT_TRUE(Equal(scene.At(bone).worldMatrix(), scene.ResultsOf(skin), 16));
 }
 
-TEST_F(SkinningMatrixComponentTest, TheBoneStandsOnTheLeft) {
+TEST_F(SkinningMatrixComponentTest, TheBonesWorldMatrixMultipliesFromTheLeft) {
   // Scale by two in x, then translate by one; in the other order it would be two.
   std::vector<float> move = kIdentity;
   move[12] = 1;
@@ -148,7 +148,7 @@ TEST_F(SkinningMatrixComponentTest, EachBoneTakesTheMatrixOfItsIndex) {
   }
 }
 
-TEST_F(SkinningMatrixComponentTest, A2DBoneGivesTheMatrixOfThePlaneEvery36Bytes) {
+TEST_F(SkinningMatrixComponentTest, A2DBoneGivesA3x3MatrixEvery36Bytes) {
   AnimationRandom random(4);
   const std::vector<float> matrices = RandomMatrices(&random, 2);
   const uint32_t first = scene.Add2D(2);
@@ -175,7 +175,7 @@ TEST_F(SkinningMatrixComponentTest, A2DBoneGivesTheMatrixOfThePlaneEvery36Bytes)
   }
 }
 
-TEST_F(SkinningMatrixComponentTest, AMixOfKindsOverwritesItself) {
+TEST_F(SkinningMatrixComponentTest, MixedKindsOverwriteEachOthersResults) {
   const uint32_t solid = AddBent(1);
   const uint32_t flat = scene.Add2D();
   scene.AddRoot(flat);
@@ -193,7 +193,7 @@ TEST_F(SkinningMatrixComponentTest, AMixOfKindsOverwritesItself) {
   EXPECT_TRUE(SameFloats(plane, scene.ResultsOf(skin) + 9, 9)) << "byte 36, not 64";
 }
 
-TEST_F(SkinningMatrixComponentTest, WorldMatricesAreReadAsTheyStand) {
+TEST_F(SkinningMatrixComponentTest, WorldMatricesAreReadAsLastComputed) {
   const uint32_t bone = AddBent(1);
   const uint32_t skin = AddSkin(scene.AddBones(kIdentity), {bone});
   const std::vector<float> before(scene.At(bone).worldMatrix(), scene.At(bone).worldMatrix() + 16);
@@ -222,7 +222,7 @@ TEST_F(SkinningMatrixComponentTest, InactiveBonesWithoutARootCountToo) {
   }
 }
 
-TEST_F(SkinningMatrixComponentTest, ScriptsPartOfTheBlockStays) {
+TEST_F(SkinningMatrixComponentTest, TheScriptsPartOfTheBlockIsUnchanged) {
   const uint32_t first = AddBent(2);
   AnimationRandom random(5);
   const uint32_t skin = AddSkin(scene.AddBones(RandomMatrices(&random, 2)), {first, first + 1});
@@ -231,7 +231,7 @@ TEST_F(SkinningMatrixComponentTest, ScriptsPartOfTheBlockStays) {
   EXPECT_EQ(0, std::memcmp(before.data(), scene.SkinningBlockOf(skin), 20));
 }
 
-TEST_F(SkinningMatrixComponentTest, AnotherModelMayBeNamedAtAnyTime) {
+TEST_F(SkinningMatrixComponentTest, TheModelMayBeChangedAtAnyTime) {
   const uint32_t bone = AddBent(1);
   std::vector<float> twice = kIdentity;
   twice[0] = 2;
@@ -245,7 +245,7 @@ TEST_F(SkinningMatrixComponentTest, AnotherModelMayBeNamedAtAnyTime) {
   EXPECT_EQ(2 * once, scene.ResultsOf(skin)[0]) << "the element of the handle does not count";
 }
 
-TEST_F(SkinningMatrixComponentTest, ABoneWhoseIndexLiesPastTheMatricesGetsNoResult) {
+TEST_F(SkinningMatrixComponentTest, ABoneWhoseIndexIsPastTheMatricesGetsNoResult) {
   const uint32_t first = AddBent(2);
   const uint32_t skin = AddSkin(scene.AddBones(kIdentity), {first, first + 1, first});
   scene.SetBone(skin, 1, 0xFFFFFFFFu, first + 1);
@@ -269,7 +269,7 @@ TEST_F(SkinningMatrixComponentTest, UnknownHandlesAreIgnored) {
 
 constexpr char kSource[] = "..\\..\\Engine\\Animation\\SkinningMatrixComponent";
 
-TEST(SkinningMatrixComponentDeathTest, AModelThatIsNoneIsFatal) {
+TEST(SkinningMatrixComponentDeathTest, AnInvalidModelHandleIsFatal) {
   for (const uint32_t handle : {0u, 0x2000u, 0xFFFFFFFFu}) {
     EXPECT_TRUE(
         EndsWith("[NQ_FATAL][Engine]: bone inverse model not found\n", kSource, 22, [handle] {
@@ -307,7 +307,7 @@ void PrintResults(int) {
   std::signal(SIGABRT, SIG_DFL);
 }
 
-TEST(SkinningMatrixComponentDeathTest, AMissingBoneIsFatalThereAndEarlierResultsStand) {
+TEST(SkinningMatrixComponentDeathTest, AMissingBoneIsFatalAndEarlierResultsRemain) {
   for (const bool wasReleased : {false, true}) {
     EXPECT_TRUE(EndsWith("[NQ_FATAL][Engine]: entity not found\n3F800000\n7A7A7A7A\n7A7A7A7A\n",
                          kSource, 27, [wasReleased] {
@@ -333,7 +333,7 @@ TEST(SkinningMatrixComponentDeathTest, AMissingBoneIsFatalThereAndEarlierResults
   }
 }
 
-TEST(SkinningMatrixComponentDeathTest, AMissingBoneIsFatalEvenIfItsIndexIsNone) {
+TEST(SkinningMatrixComponentDeathTest, AMissingBoneIsFatalEvenIfItsIndexIsInvalid) {
   EXPECT_TRUE(EndsWith("[NQ_FATAL][Engine]: entity not found\n", kSource, 27, [] {
     AnimationScene scene;
     const uint32_t skin = scene.AddSkinning(1);

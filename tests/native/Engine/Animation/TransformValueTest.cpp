@@ -81,7 +81,7 @@ TEST_F(TransformValueTest, AQuaternionHasNoAngles) {
   EXPECT_TRUE(SameFloats({4, 3, 2, 1}, value.Quaternion())) << "it stays";
 }
 
-TEST_F(TransformValueTest, AnglesThatAreNotValidAreZeroedWhenAskedFor) {
+TEST_F(TransformValueTest, InvalidAnglesAreZeroedWhenRead) {
   TransformValue value = TransformValue::FromEntity(&scene.At(AddNumbered(0)));
   EXPECT_TRUE(SameFloats({3, 2, 1}, value.EulerAngles())) << "valid ones stay";
   TransformValue both;
@@ -92,7 +92,7 @@ TEST_F(TransformValueTest, AnglesThatAreNotValidAreZeroedWhenAskedFor) {
 }
 
 // q(y) * q(x) * q(z): about one axis at a time.
-TEST_F(TransformValueTest, AnglesBecomeAQuaternionWhenAskedFor) {
+TEST_F(TransformValueTest, AnglesAreConvertedToAQuaternionWhenRead) {
   const float s = std::sin(0.25f);
   const float c = std::cos(0.25f);
   for (int axis = 0; axis < 3; ++axis) {
@@ -112,7 +112,7 @@ TEST_F(TransformValueTest, AnglesBecomeAQuaternionWhenAskedFor) {
   }
 }
 
-TEST_F(TransformValueTest, AQuaternionGoesBack) {
+TEST_F(TransformValueTest, AQuaternionIsWrittenBack) {
   const uint32_t handle = AddNumbered(0xFF);
   const TransformValue value = TransformValue::FromEntity(&scene.At(handle));
   Entity3DRecord before = scene.Record3D(handle);
@@ -123,7 +123,7 @@ TEST_F(TransformValueTest, AQuaternionGoesBack) {
   EXPECT_EQ(0, std::memcmp(&before, &scene.Record3D(handle), sizeof(before)));
 }
 
-TEST_F(TransformValueTest, AnglesGoBackAndLeaveTheFourthWordAlone) {
+TEST_F(TransformValueTest, AnglesAreWrittenBackWithoutTheFourthWord) {
   const uint32_t handle = AddNumbered(0);
   const TransformValue value = TransformValue::FromEntity(&scene.At(handle));
   Entity3DRecord before = scene.Record3D(handle);
@@ -134,7 +134,7 @@ TEST_F(TransformValueTest, AnglesGoBackAndLeaveTheFourthWordAlone) {
   EXPECT_EQ(0, std::memcmp(&before, &scene.Record3D(handle), sizeof(before)));
 }
 
-TEST_F(TransformValueTest, TheDefaultGoesBackAsAQuaternion) {
+TEST_F(TransformValueTest, TheDefaultIsWrittenBackAsAQuaternion) {
   const uint32_t handle = AddNumbered(0);
   TransformValue().WriteTo(&scene.At(handle));
   const Entity3DRecord& record = scene.Record3D(handle);
@@ -149,7 +149,7 @@ TEST_F(TransformValueTest, TheDefaultGoesBackAsAQuaternion) {
 //       ├ entity
 //       │  └ below
 //       └ sibling
-TEST_F(TransformValueTest, WritingBuildsTheLocalMatrixAndMarksTheWayUp) {
+TEST_F(TransformValueTest, WritingBuildsTheLocalMatrixAndMarksAncestors) {
   const uint32_t top = scene.Add3D(5);
   const uint32_t middle = top + 1;
   const uint32_t entity = top + 2;

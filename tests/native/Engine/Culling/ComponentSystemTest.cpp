@@ -30,7 +30,7 @@ class ComponentSystemTest : public ::testing::Test {
   CullingScene scene;
 };
 
-TEST_F(ComponentSystemTest, WithoutObjectsNothingIsSeen) {
+TEST_F(ComponentSystemTest, WithoutObjectsTheResultIsEmpty) {
   EXPECT_TRUE(HoldsExactly(scene.Look(), {}));
   EXPECT_TRUE(HoldsExactly(scene.Look(Handles{0x1000}), {}));
 }
@@ -44,7 +44,7 @@ TEST_F(ComponentSystemTest, CullingCreatesTheSystemOnFirstUse) {
   EXPECT_EQ(system, scene.Core()->Components());
 }
 
-TEST_F(ComponentSystemTest, ASphereOneBeyondTheFarPlaneTouchesIt) {
+TEST_F(ComponentSystemTest, ASphereWhoseRadiusReachesTheFarPlaneIsVisible) {
   const uint32_t object = scene.AddSphere(0, 0, -101, 1);
   EXPECT_TRUE(HoldsExactly(scene.Look(), {{object, 101.0f}}));
   scene.MoveTo(scene.Record(object).entity, 0, 0, -101.001f);
@@ -62,7 +62,7 @@ TEST_F(ComponentSystemTest, ASphereFromBehindTheEyeHasANegativeDepthAndComesFirs
   EXPECT_EQ((std::vector<float>{-0.5f, 2.0f}), seen.distances);
 }
 
-TEST_F(ComponentSystemTest, EveryBitOfEnabledCounts) {
+TEST_F(ComponentSystemTest, AnyNonzeroEnabledByteEnables) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   for (const uint32_t enabled : {0u, 1u, 2u, 0x80u, 0xFFu}) {
     scene.Record(object).enabled = static_cast<uint8_t>(enabled);
@@ -76,7 +76,7 @@ TEST_F(ComponentSystemTest, EveryBitOfEnabledCounts) {
   EXPECT_EQ(Handles{}, scene.Look(Handles{object}).objects);
 }
 
-TEST_F(ComponentSystemTest, LayersMustMeet) {
+TEST_F(ComponentSystemTest, LayerMasksMustOverlap) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   const auto isSeen = [this, object](uint32_t layers, uint32_t mask) {
     scene.Record(object).mask = layers;
@@ -122,7 +122,7 @@ TEST_F(ComponentSystemTest, AListWithDuplicatesYieldsDuplicates) {
   EXPECT_EQ((std::vector<float>{10, 10, 30, 30, 30, 30}), seen.distances);
 }
 
-TEST_F(ComponentSystemTest, AListPassesOverHandlesOfNothing) {
+TEST_F(ComponentSystemTest, AListSkipsUnknownHandles) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   const uint32_t gone = scene.AddSphere(0, 0, -20, 1);
   scene.ReleaseObjects(gone);
@@ -156,7 +156,7 @@ TEST_F(ComponentSystemTest, BatchesOfEveryLengthAreTestedToTheirEnd) {
   }
 }
 
-TEST_F(ComponentSystemTest, AFullBatchIsSeenWhole) {
+TEST_F(ComponentSystemTest, AllObjectsOfAFullBatchAreTested) {
   const uint32_t entity = scene.Add3D();
   scene.MoveTo(entity, 0, 0, -10);
   const uint32_t key = scene.AddObjects(4095);
@@ -169,7 +169,7 @@ TEST_F(ComponentSystemTest, AFullBatchIsSeenWhole) {
   EXPECT_TRUE(HoldsExactly(scene.Look(), expected));
 }
 
-TEST_F(ComponentSystemTest, AnEyeAtItsTargetSeesEverythingAtNoDepth) {
+TEST_F(ComponentSystemTest, AnEyeAtItsTargetSeesEverythingAtDepthNaN) {
   const uint32_t far = scene.AddSphere(0, 0, 9999, 1);
   const uint32_t near = scene.AddSphere(0, 5, -10, 1);
   ReferenceCamera camera = CullingScene::Straight();
@@ -177,7 +177,7 @@ TEST_F(ComponentSystemTest, AnEyeAtItsTargetSeesEverythingAtNoDepth) {
   EXPECT_TRUE(HoldsExactly(scene.Cull(camera, 1, nullptr, 0), {{far, kNone}, {near, kNone}}));
 }
 
-TEST_F(ComponentSystemTest, CamerasOfNoNumbersNeitherFailNorHang) {
+TEST_F(ComponentSystemTest, CamerasOfNaNsNeitherFailNorHang) {
   for (int i = 0; i < 300; ++i) {
     scene.AddSphere(static_cast<float>(i % 17) - 8, static_cast<float>(i % 5), -10, 1);
   }
@@ -209,7 +209,7 @@ TEST_F(ComponentSystemTest, CamerasOfNoNumbersNeitherFailNorHang) {
   }
 }
 
-TEST_F(ComponentSystemTest, ResultsOfOneCallLeaveNoTraceInTheNext) {
+TEST_F(ComponentSystemTest, ACallDoesNotDependOnThePreviousResult) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   EXPECT_EQ(Handles{object}, scene.Seen());
   EXPECT_TRUE(HoldsExactly(scene.Look(Handles{}), {}));
@@ -218,7 +218,7 @@ TEST_F(ComponentSystemTest, ResultsOfOneCallLeaveNoTraceInTheNext) {
   EXPECT_TRUE(HoldsExactly(scene.Look(), {}));
 }
 
-TEST_F(ComponentSystemTest, TheCoreCanEndWithTheLastBatchOfObjects) {
+TEST_F(ComponentSystemTest, TheLastBatchOfObjectsMayDestroyTheCore) {
   EngineRuntime* runtime = new EngineRuntime(new MemoryAllocator);
   EngineCore* core = new EngineCore(runtime);
   const uint32_t entities = core->CreateEntities3D(4).handle;
@@ -463,7 +463,7 @@ class RandomScene {
   std::map<uint32_t, ObjectBatch> objectBatches;
 };
 
-TEST(ComponentSystemRandomTest, ScenesThatComeAndGoAreSeenAsAPlainModelSeesThem) {
+TEST(ComponentSystemRandomTest, RandomScenesMatchThePlainModel) {
   uint32_t looks = 0;
   uint32_t seen = 0;
   uint32_t rejected = 0;

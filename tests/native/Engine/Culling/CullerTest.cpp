@@ -139,12 +139,12 @@ TEST_F(CullerTest, APointIsInOnAPlaneAndOutBeyondIt) {
             Cull(Box(), {{10, 0, 0, 0}, {std::nextafter(10.0f, 11.0f), 0, 0, 0}}).objects);
 }
 
-TEST_F(CullerTest, ANegativeRadiusAsksForThatMuchRoomInside) {
+TEST_F(CullerTest, ANegativeRadiusShrinksTheVolume) {
   EXPECT_EQ((std::vector<uint32_t>{100}),
             Cull(Box(), {{7, 0, 0, -3}, {std::nextafter(7.0f, 8.0f), 0, 0, -3}}).objects);
 }
 
-TEST_F(CullerTest, NumbersThatAreNoneAreNeverRejected) {
+TEST_F(CullerTest, NaNsAreNeverRejected) {
   EXPECT_TRUE(HoldsExactly(Cull(Box(), {{0, 0, 999, kNone}}), {{100, -999}}));
   EXPECT_TRUE(HoldsExactly(Cull(Box(), {{kNone, kNone, kNone, 1}}), {{100, kNone}}));
   ViewVolume volume = Box();
@@ -154,11 +154,11 @@ TEST_F(CullerTest, NumbersThatAreNoneAreNeverRejected) {
                            {{100, -999}, {101, 999}}));
 }
 
-TEST_F(CullerTest, ARadiusOfInfinityReachesEverywhere) {
+TEST_F(CullerTest, AnInfiniteRadiusIsNeverRejected) {
   EXPECT_TRUE(HoldsExactly(Cull(Box(), {{0, 999, -1, kInfinity}}), {{100, 1.0f}}));
 }
 
-TEST_F(CullerTest, LanesThatAreNoCandidatesAreLeftOut) {
+TEST_F(CullerTest, LanesThatAreNoCandidatesAreSkipped) {
   for (uint32_t candidates = 0; candidates < 16; ++candidates) {
     culler.Begin(Box());
     Group group;
@@ -177,7 +177,7 @@ TEST_F(CullerTest, LanesThatAreNoCandidatesAreLeftOut) {
   }
 }
 
-TEST_F(CullerTest, LanesAreRejectedOneByOne) {
+TEST_F(CullerTest, LanesAreRejectedIndependently) {
   for (uint32_t out = 0; out < 16; ++out) {
     culler.Begin(Box());
     Group group;
@@ -218,7 +218,7 @@ TEST_F(CullerTest, NegativeDepthsComeFirst) {
             SortDepths({-1.5f, 2.0f, -3.0f, 0.0f}).objects);
 }
 
-TEST_F(CullerTest, TheHashFollowsTheOrder) {
+TEST_F(CullerTest, TheHashDependsOnTheOrder) {
   const auto hash = [this](uint32_t nearHandle, uint32_t farHandle) {
     culler.Begin(Box());
     Group group;
@@ -233,20 +233,20 @@ TEST_F(CullerTest, TheHashFollowsTheOrder) {
   EXPECT_EQ(0xFFFE0FFFu, hash(0xFFFFF000u, 0xFFFFFFFFu));
 }
 
-TEST_F(CullerTest, TheHashTakesNoNoticeOfDepths) {
+TEST_F(CullerTest, TheHashIgnoresDepths) {
   const uint32_t hash = Cull(Box(), {{0, 0, -5, 1}, {0, 0, -6, 1}}).hash;
   EXPECT_EQ(hash, Cull(Box(), {{0, 0, -1, 1}, {0, 0, -9, 1}}).hash);
   EXPECT_EQ(100u * 31 + 101, hash);
 }
 
-TEST_F(CullerTest, BeginForgetsTheLastCall) {
+TEST_F(CullerTest, BeginClearsTheLastResult) {
   Cull(Box(), std::vector<ReferenceSphere>(900, ReferenceSphere{0, 0, -1, 1}));
   EXPECT_TRUE(HoldsExactly(Cull(Box(), {{0, 0, -2, 1}}), {{100, 2}}));
   EXPECT_TRUE(HoldsExactly(Cull(Box(), {}), {}));
 }
 
 // Short and long lists use different sorting algorithms.
-TEST_F(CullerTest, DepthsAscendFromLowestToHighestAndThenWhatIsNone) {
+TEST_F(CullerTest, DepthsAscendAndNaNsComeLast) {
   const std::vector<float> ladder = {
       -kInfinity, -3.4e38f, -2.0f, -1.0000001f, -1.0f, -1e-38f, -1e-45f,   0.0f,
       1e-45f,     1e-38f,   1.0f,  1.0000001f,  2.0f,  3.4e38f, kInfinity, kNone};
@@ -266,7 +266,7 @@ TEST_F(CullerTest, DepthsAscendFromLowestToHighestAndThenWhatIsNone) {
   }
 }
 
-TEST_F(CullerTest, WhatIsNoneComesLastWhateverItsSign) {
+TEST_F(CullerTest, NaNsComeLastWhateverTheirSign) {
   for (const size_t count : {6u, 600u}) {
     std::vector<float> depths(count, 1.0f);
     depths[0] = kNone;
@@ -279,14 +279,14 @@ TEST_F(CullerTest, WhatIsNoneComesLastWhateverItsSign) {
   }
 }
 
-TEST_F(CullerTest, DepthsThatAreAllNoneNeitherHangNorGetLost) {
+TEST_F(CullerTest, DepthsThatAreAllNaNAreAllKept) {
   for (const size_t count : {5u, 2000u}) {
     const std::vector<float> depths(count, kNone);
     EXPECT_TRUE(HoldsExactly(SortDepths(depths), Hits(depths)));
   }
 }
 
-TEST_F(CullerTest, ZerosOfBothSignsKeepTheirSignsAndTheirPlaceInTheMiddle) {
+TEST_F(CullerTest, NegativeAndPositiveZerosAreSortedBetweenTheSigns) {
   ViewVolume open = {};
   open.backward = Vector3{0, 0, -1};
   for (const uint32_t zeros : {4u, 400u}) {
@@ -338,7 +338,7 @@ TEST_F(CullerTest, ListsOfEveryLengthAreSorted) {
   }
 }
 
-TEST_F(CullerTest, RandomSpheresAreJudgedAsOneByOne) {
+TEST_F(CullerTest, RandomSpheresMatchTestsOneByOne) {
   constexpr uint32_t kSeed = 99;
   CullingRandom random(kSeed);
   uint32_t seenCount = 0;

@@ -56,14 +56,14 @@ TEST_F(CullingComponentValueTest, CountsOutsideOneTo4095AreRefused) {
   EXPECT_EQ(0x1000u, scene.AddObjects());
 }
 
-TEST_F(CullingComponentValueTest, HandlesAreOfATableOfTheirOwn) {
+TEST_F(CullingComponentValueTest, HandlesAreIssuedByASeparateTable) {
   EXPECT_EQ(0x1000u, scene.Add3D());
   EXPECT_EQ(0x1000u, scene.AddObjects());
   EXPECT_EQ(0x2000u, scene.AddObjects(7));
   EXPECT_EQ(0x2000u, scene.Add3D());
 }
 
-TEST_F(CullingComponentValueTest, AReleasedHandleIsTheNextToBeGivenOut) {
+TEST_F(CullingComponentValueTest, AReleasedHandleIsTheNextToBeIssued) {
   scene.AddObjects();
   const uint32_t second = scene.AddObjects(3);
   scene.AddObjects();
@@ -74,7 +74,7 @@ TEST_F(CullingComponentValueTest, AReleasedHandleIsTheNextToBeGivenOut) {
   EXPECT_FALSE(scene.Object(second + 1));
 }
 
-TEST_F(CullingComponentValueTest, UnknownHandlesAreReleasedWithoutEffect) {
+TEST_F(CullingComponentValueTest, ReleasingUnknownHandlesHasNoEffect) {
   scene.Core()->ReleaseCullingComponent(0);
   scene.Core()->ReleaseCullingComponent(0x1000);
   scene.Core()->ReleaseCullingComponent(0xFFFFFFFFu);
@@ -105,7 +105,7 @@ TEST_F(CullingComponentValueTest, AnObjectStartsWithoutAnEntityAndWithASphereOfZ
   ExpectSphere(object, 0, 0, 0, 0);
 }
 
-TEST_F(CullingComponentValueTest, TheWorldSphereIsTheRecordsThroughTheEntitysMatrix) {
+TEST_F(CullingComponentValueTest, TheWorldSphereIsTheRecordsSphereInWorldSpace) {
   const uint32_t entity = scene.Add3D();
   scene.ScaleTo(entity, 2, 3, 0.5f);
   scene.MoveTo(entity, 10, 20, -30);
@@ -121,7 +121,7 @@ TEST_F(CullingComponentValueTest, TheWorldSphereIsTheRecordsThroughTheEntitysMat
 }
 
 // Columns of 3, 5 and 7 by their first three elements; by all four, the first is 13 long.
-TEST_F(CullingComponentValueTest, TheRadiusGrowsWithTheLongestOfThreeColumnsOverFourElements) {
+TEST_F(CullingComponentValueTest, TheRadiusScalesWithTheLongestOfThreeColumnsOverFourElements) {
   const uint32_t entity = scene.Add3D();
   scene.Refresh(entity);
   const uint32_t object = scene.AddObjects();
@@ -162,7 +162,7 @@ TEST_F(CullingComponentValueTest, OnlyTheEntitysVersionMovesTheSphere) {
   ExpectSphere(object, 0, 0, 30, 9);
 }
 
-TEST_F(CullingComponentValueTest, AnEntityThatNoPassHasReachedLeavesASphereOfZerosAtTheOrigin) {
+TEST_F(CullingComponentValueTest, AnEntityNeverComputedHasASphereOfZerosAtTheOrigin) {
   const uint32_t entity = scene.Add3D();
   const uint32_t object = scene.AddObjects();
   scene.Put(object, entity, 1, 2, 3, 100);
@@ -176,7 +176,7 @@ TEST_F(CullingComponentValueTest, AnEntityThatNoPassHasReachedLeavesASphereOfZer
 }
 
 // Versions are compared for equality only, and ResetSubtree resets them.
-TEST_F(CullingComponentValueTest, AVersionThatComesAroundLeavesTheOldSphere) {
+TEST_F(CullingComponentValueTest, AVersionThatReturnsToTheCachedOneKeepsTheOldSphere) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   const uint32_t entity = scene.Record(object).entity;
   scene.Look();
@@ -209,7 +209,7 @@ TEST_F(CullingComponentValueTest, AVersionOfZeroIsAChangeToo) {
   ExpectSphere(object, 0, 0, -10, 3);
 }
 
-TEST_F(CullingComponentValueTest, ANewHandleForgetsTheVersionAndKeepsTheSphere) {
+TEST_F(CullingComponentValueTest, ANewHandleResetsTheVersionAndKeepsTheSphere) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   scene.Look();
   const uint32_t fresh = scene.Add3D();
@@ -223,7 +223,7 @@ TEST_F(CullingComponentValueTest, ANewHandleForgetsTheVersionAndKeepsTheSphere) 
   EXPECT_TRUE(HoldsExactly(scene.Look(), {{object, 30.0f}}));
 }
 
-TEST_F(CullingComponentValueTest, AnEntityOfTheSameVersionIsStillAnother) {
+TEST_F(CullingComponentValueTest, AnotherEntityOfTheSameVersionIsRecomputed) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   scene.Look();
   const uint32_t other = scene.Add3D();
@@ -241,7 +241,7 @@ TEST_F(CullingComponentValueTest, ADisabledObjectDoesNotLookItsEntityUp) {
   EXPECT_EQ(nullptr, scene.Object(object).entity());
 }
 
-TEST_F(CullingComponentValueTest, AMaskedOutObjectLooksItsEntityUpButStaysWhereItWas) {
+TEST_F(CullingComponentValueTest, AMaskedOutObjectLooksItsEntityUpButKeepsItsSphere) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   scene.Record(object).mask = 2;
   EXPECT_EQ(Handles{}, scene.Look(5).objects);
@@ -258,7 +258,7 @@ TEST_F(CullingComponentValueTest, AnObjectThatNoListNamesIsNotTouched) {
   EXPECT_EQ(0u, scene.Object(object).seenEntityHandle());
 }
 
-TEST_F(CullingComponentValueTest, A2DEntityIsFoundAndOfNoUse) {
+TEST_F(CullingComponentValueTest, A2DEntityIsFoundButNotCulled) {
   const uint32_t flat = scene.Add2D();
   scene.Refresh(flat);
   const uint32_t object = scene.AddObjects();
@@ -270,7 +270,7 @@ TEST_F(CullingComponentValueTest, A2DEntityIsFoundAndOfNoUse) {
   ExpectSphere(object, 0, 0, 0, 0);
 }
 
-TEST_F(CullingComponentValueTest, ActivityPlaysNoPart) {
+TEST_F(CullingComponentValueTest, TheActivityOfEntitiesIsIgnored) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   scene.Command(kDeactivate, scene.Record(object).entity);
   EXPECT_EQ(Handles{object}, scene.Seen());
@@ -304,7 +304,7 @@ TEST_F(CullingComponentValueTest, AHandleOfZeroIsNeverAnEntity) {
   EXPECT_EQ(nullptr, scene.Object(object).entity());
 }
 
-TEST_F(CullingComponentValueTest, AReleasedEntityIsForgottenAtOnce) {
+TEST_F(CullingComponentValueTest, AReleasedEntityIsDroppedAtOnce) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   const uint32_t entity = scene.Record(object).entity;
   EXPECT_EQ(Handles{object}, scene.Seen());
@@ -322,7 +322,7 @@ TEST_F(CullingComponentValueTest, AReleasedEntityIsForgottenAtOnce) {
   EXPECT_EQ(Handles{}, scene.Seen());
 }
 
-TEST_F(CullingComponentValueTest, AReusedHandleIsFoundWhereNoCallCameInBetween) {
+TEST_F(CullingComponentValueTest, AReusedHandleIsFoundIfNoCallCameInBetween) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   const uint32_t entity = scene.Record(object).entity;
   scene.Look();
@@ -338,7 +338,7 @@ TEST_F(CullingComponentValueTest, AReusedHandleIsFoundWhereNoCallCameInBetween) 
 }
 
 // The new entity has the same world version as the old one had.
-TEST_F(CullingComponentValueTest, AReusedHandleOfTheSameVersionIsAnotherEntity) {
+TEST_F(CullingComponentValueTest, AReusedHandleOfTheSameVersionIsRecomputed) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   const uint32_t entity = scene.Record(object).entity;
   scene.Look();
@@ -365,7 +365,7 @@ TEST_F(CullingComponentValueTest, AReusedHandleMayNameA2DEntityOrASmallerBatch) 
   EXPECT_EQ(Handles{}, scene.Seen());
 }
 
-TEST_F(CullingComponentValueTest, AHandleThatFoundNothingStaysSoWhenItsSlotIsReleasedAndUsedAgain) {
+TEST_F(CullingComponentValueTest, AFailedLookUpIsNotRepeatedWhenTheSlotIsReused) {
   const uint32_t entity = scene.Add3D();
   const uint32_t object = scene.AddObjects();
   scene.Put(object, entity + 1, 0, 0, -10, 1);
@@ -376,7 +376,7 @@ TEST_F(CullingComponentValueTest, AHandleThatFoundNothingStaysSoWhenItsSlotIsRel
   EXPECT_EQ(Handles{}, scene.Seen());
 }
 
-TEST_F(CullingComponentValueTest, ADisabledObjectForgetsAReleasedEntityToo) {
+TEST_F(CullingComponentValueTest, ADisabledObjectDropsAReleasedEntityToo) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   const uint32_t entity = scene.Record(object).entity;
   scene.Look();
@@ -390,7 +390,7 @@ TEST_F(CullingComponentValueTest, ADisabledObjectForgetsAReleasedEntityToo) {
   EXPECT_TRUE(HoldsExactly(scene.Look(), {{object, 30.0f}}));
 }
 
-TEST_F(CullingComponentValueTest, AReleaseLeavesAllOtherObjectsAlone) {
+TEST_F(CullingComponentValueTest, AReleaseDoesNotAffectOtherObjects) {
   const uint32_t bystander = scene.AddSphere(0, 0, -10, 1);
   const uint32_t loser = scene.AddSphere(0, 0, -20, 1);
   const uint32_t lost = scene.AddObjects();
@@ -410,7 +410,7 @@ TEST_F(CullingComponentValueTest, AReleaseLeavesAllOtherObjectsAlone) {
   EXPECT_EQ(nullptr, scene.Object(lost).entity());
 }
 
-TEST_F(CullingComponentValueTest, ALargeBatchOfEntitiesCanGoBetweenCalls) {
+TEST_F(CullingComponentValueTest, ALargeBatchOfEntitiesCanBeReleasedBetweenCalls) {
   const uint32_t entities = scene.Add3D(4095);
   const uint32_t objects = scene.AddObjects(4095);
   for (uint32_t i = 0; i < 4095; ++i) {
@@ -427,7 +427,7 @@ TEST_F(CullingComponentValueTest, ALargeBatchOfEntitiesCanGoBetweenCalls) {
   EXPECT_EQ(Handles{}, scene.Seen());
 }
 
-TEST_F(CullingComponentValueTest, ABatchOfObjectsCanGoBeforeAndAfterItsEntities) {
+TEST_F(CullingComponentValueTest, ABatchOfObjectsCanBeReleasedBeforeOrAfterItsEntities) {
   const uint32_t first = scene.AddSphere(0, 0, -10, 1);
   const uint32_t second = scene.AddSphere(0, 0, -20, 1);
   EXPECT_EQ((Handles{first, second}), scene.Seen());
@@ -441,7 +441,7 @@ TEST_F(CullingComponentValueTest, ABatchOfObjectsCanGoBeforeAndAfterItsEntities)
 }
 
 // Objects of a batch that reuses a released handle start without state.
-TEST_F(CullingComponentValueTest, AReusedHandleOfObjectsCarriesNothingOver) {
+TEST_F(CullingComponentValueTest, AReusedHandleOfObjectsStartsFresh) {
   const uint32_t object = scene.AddSphere(0, 0, -10, 1);
   const uint32_t entity = scene.Record(object).entity;
   scene.Look();
@@ -455,7 +455,7 @@ TEST_F(CullingComponentValueTest, AReusedHandleOfObjectsCarriesNothingOver) {
 }
 
 // Invalid input gives a meaningless result, but no failure.
-TEST_F(CullingComponentValueTest, ARadiusThatIsNoNumberIsSeenFromEverywhere) {
+TEST_F(CullingComponentValueTest, ASphereOfNaNRadiusIsNeverRejected) {
   const uint32_t object = scene.AddSphere(0, 0, 999, std::numeric_limits<float>::quiet_NaN());
   EXPECT_TRUE(HoldsExactly(scene.Look(), {{object, -999.0f}}));
 }

@@ -159,7 +159,7 @@ TEST(ViewVolumeTest, PlanesAreNormalisedWhateverUpIs) {
   EXPECT_GT(judged, 2000);
 }
 
-TEST(ViewVolumeTest, AnEyeAtItsTargetGivesPlanesThatAreNone) {
+TEST(ViewVolumeTest, AnEyeAtItsTargetGivesPlanesOfNaN) {
   const CameraPose pose = {{1, 2, 3}, {1, 2, 3}, {0, 1, 0}};
   for (const ViewVolume& volume : {PerspectiveVolume(pose, {1.0f, 1.0f, 1.0f, 10.0f}),
                                    OrthographicVolume(pose, {-1, 1, -1, 1, 1, 10})}) {
@@ -172,7 +172,7 @@ TEST(ViewVolumeTest, AnEyeAtItsTargetGivesPlanesThatAreNone) {
   }
 }
 
-TEST(ViewVolumeTest, AnUpAlongTheViewLeavesOnlyNearAndFar) {
+TEST(ViewVolumeTest, AnUpAlongTheViewLeavesOnlyNearAndFarValid) {
   const CameraPose pose = {{0, 0, 0}, {0, -1, 0}, {0, 2, 0}};
   const ViewVolume volume = OrthographicVolume(pose, {-1, 1, -1, 1, 1, 10});
   ExpectVector(volume.planes[0].normal, 0, -1, 0);
@@ -186,7 +186,7 @@ TEST(ViewVolumeTest, AnUpAlongTheViewLeavesOnlyNearAndFar) {
 }
 
 // The near rectangle is then a point, the eye itself.
-TEST(ViewVolumeTest, ANearOfZeroLeavesOnlyNearAndFarOfAPerspectiveCamera) {
+TEST(ViewVolumeTest, ANearOfZeroLeavesOnlyNearAndFarOfAPerspectiveCameraValid) {
   const ViewVolume volume = PerspectiveVolume(kDownNegativeZ, {1.0f, 1.0f, 0.0f, 10.0f});
   ExpectVector(volume.planes[0].normal, 0, 0, -1);
   EXPECT_EQ(0.0f, volume.planes[0].d);
@@ -197,7 +197,7 @@ TEST(ViewVolumeTest, ANearOfZeroLeavesOnlyNearAndFarOfAPerspectiveCamera) {
   }
 }
 
-TEST(ViewVolumeTest, ALensOfNoNumberSpoilsOnlyWhatItEnters) {
+TEST(ViewVolumeTest, ANaNLensParameterAffectsOnlyItsPlanes) {
   const ViewVolume far = OrthographicVolume(kDownNegativeZ, {-1, 1, -1, 1, 1, kNone});
   EXPECT_TRUE(std::isnan(far.planes[1].d));
   for (int i : {0, 2, 3, 4, 5}) {
@@ -224,7 +224,7 @@ TEST(ViewVolumeTest, RandomCamerasGiveTheBitsOfThePlainFormulas) {
   }
 }
 
-TEST(ViewVolumeTest, OddNumbersGiveTheBitsOfThePlainFormulas) {
+TEST(ViewVolumeTest, SpecialNumbersGiveTheBitsOfThePlainFormulas) {
   constexpr uint32_t kSeed = 77;
   CullingRandom random(kSeed);
   for (int i = 0; i < 10000; ++i) {

@@ -29,7 +29,7 @@ class DirtyEntityListTest : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(DirtyEntityListTest, EntriesStandBehindTheCount) {
+TEST_F(DirtyEntityListTest, EntriesFollowTheCount) {
   list.Append(0x1000);
   list.Append(0x2003);
   list.Append(0x1000);
@@ -42,7 +42,7 @@ TEST_F(DirtyEntityListTest, EntriesStandBehindTheCount) {
   EXPECT_EQ(0x2003u, list.Entry(2));
 }
 
-TEST_F(DirtyEntityListTest, NativeEntriesFollowThoseOfScript) {
+TEST_F(DirtyEntityListTest, NativeEntriesFollowTheScripts) {
   words[1] = 0x7000;
   words[2] = 0x7001;
   words[0] = 2;
@@ -52,7 +52,7 @@ TEST_F(DirtyEntityListTest, NativeEntriesFollowThoseOfScript) {
   EXPECT_EQ(0x1000u, words[3]);
 }
 
-TEST_F(DirtyEntityListTest, ClearSetsTheCountAloneTo0) {
+TEST_F(DirtyEntityListTest, ClearOnlySetsTheCountTo0) {
   list.Append(0x1000);
   EXPECT_TRUE(list.NotEmpty());
   list.Clear();
@@ -78,7 +78,7 @@ TEST_F(DirtyEntityListTest, AFullListDropsEntries) {
   EXPECT_EQ(before, words);
 }
 
-TEST_F(DirtyEntityListTest, AppendsOfSeveralThreadsAllArrive) {
+TEST_F(DirtyEntityListTest, ConcurrentAppendsAreAllStored) {
   constexpr uint32_t kThreads = 4;
   constexpr uint32_t kEach = 3000;
   std::vector<std::thread> threads;
@@ -102,7 +102,7 @@ TEST_F(DirtyEntityListTest, AppendsOfSeveralThreadsAllArrive) {
   EXPECT_EQ(kPoison, words[words[0] + 1]);
 }
 
-TEST_F(DirtyEntityListTest, SeveralThreadsFillTheListAndNoMore) {
+TEST_F(DirtyEntityListTest, ConcurrentAppendsNeverOverflowTheList) {
   std::vector<std::thread> threads;
   for (uint32_t thread = 0; thread < 4; ++thread) {
     threads.emplace_back([this] {

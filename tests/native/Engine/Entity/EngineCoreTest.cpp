@@ -42,14 +42,14 @@ void ExpectNothing(const NativeValueInfo& info) {
 
 }  // namespace
 
-TEST_F(EngineCoreTest, ACoreAloneTouchesNeitherMemoryNorThreads) {
+TEST_F(EngineCoreTest, ANewCoreUsesNeitherMemoryNorThreads) {
   const int threads = ThreadCount();
   World fresh;
   EXPECT_EQ(0u, NextMemoryID(fresh.Runtime()));
   EXPECT_EQ(threads, ThreadCount());
 }
 
-TEST_F(EngineCoreTest, TheEntitySystemTakesItsTwoBuffersAndTheFirstPool) {
+TEST_F(EngineCoreTest, TheEntitySystemAllocatesItsTwoBuffersAndTheFirstPool) {
   // A sanitizer starts its own thread together with the first one of the program.
   WorkerPool other(1);
   const int threads = ThreadCount();
@@ -61,7 +61,7 @@ TEST_F(EngineCoreTest, TheEntitySystemTakesItsTwoBuffersAndTheFirstPool) {
   EXPECT_EQ(threads + 4, ThreadCount());
 }
 
-TEST_F(EngineCoreTest, RefusedCountsTouchNoSystem) {
+TEST_F(EngineCoreTest, RefusedCountsCreateNoSystem) {
   const int threads = ThreadCount();
   for (const int32_t count : {0, -1, INT_MIN, 4096, 4097, INT_MAX}) {
     SCOPED_TRACE(count);
@@ -95,7 +95,7 @@ TEST_F(EngineCoreTest, ReleaseOnASystemNeverUsedCreatesIt) {
   EXPECT_EQ(1u, world.Core()->ReferenceCount());
 }
 
-TEST_F(EngineCoreTest, EveryForwardCreatesTheEntitySystem) {
+TEST_F(EngineCoreTest, EveryForwardingCallCreatesTheEntitySystem) {
   using Forward = void (*)(EngineCore*);
   const Forward forwards[] = {
       [](EngineCore* core) { core->SetEntityName(0x1000, "nobody"); },
@@ -111,7 +111,7 @@ TEST_F(EngineCoreTest, EveryForwardCreatesTheEntitySystem) {
   }
 }
 
-TEST_F(EngineCoreTest, EachAccessorGivesOneSystemThatKnowsItsCore) {
+TEST_F(EngineCoreTest, EachAccessorReturnsOneSystemThatKnowsItsCore) {
   EngineCore* core = world.Core();
   EXPECT_EQ(core->Entities(), core->Entities());
   EXPECT_EQ(core->Components(), core->Components());
@@ -121,7 +121,7 @@ TEST_F(EngineCoreTest, EachAccessorGivesOneSystemThatKnowsItsCore) {
   EXPECT_EQ(1u, core->ReferenceCount());
 }
 
-TEST_F(EngineCoreTest, OtherSystemsLeaveTheEntitySystemAlone) {
+TEST_F(EngineCoreTest, OtherSystemsDoNotCreateTheEntitySystem) {
   world.Core()->Components();
   world.Core()->Animation();
   world.Core()->MatrixFlow();
@@ -138,7 +138,7 @@ TEST_F(EngineCoreTest, BatchesHoldTheCoreAndTheCoreHoldsTheRuntime) {
   EXPECT_EQ(2u, world.Core()->ReferenceCount());
 }
 
-TEST_F(EngineCoreTest, AReleasedKeyIsGivenOutAgain) {
+TEST_F(EngineCoreTest, AReleasedKeyIsReused) {
   const uint32_t first = world.Add3D();
   const uint32_t second = world.Add3D();
   EXPECT_EQ(0x1000u, first);
@@ -150,7 +150,7 @@ TEST_F(EngineCoreTest, AReleasedKeyIsGivenOutAgain) {
   EXPECT_FALSE(world.At(0x2001).isThreeD());
 }
 
-TEST_F(EngineCoreTest, TablesOfTheRuntimeAndOfTwoCoresGiveOutTheSameNumbersSideBySide) {
+TEST_F(EngineCoreTest, TablesOfTheRuntimeAndOfTwoCoresIssueHandlesIndependently) {
   EngineCore* other = new EngineCore(world.Runtime());
   const uint32_t entities = world.Add3D(2);
   const uint32_t otherEntities = other->CreateEntities2D(5).handle;
@@ -193,7 +193,7 @@ TEST(EngineCoreEndTest, ReleaseOfTheLastBatchDeletesTheCoreInsideTheCall) {
   runtime->DropReference();
 }
 
-TEST(EngineCoreEndTest, TheCoreStaysUntilTheLastOfSeveralBatchesGoes) {
+TEST(EngineCoreEndTest, TheCoreLivesUntilTheLastOfSeveralBatchesIsReleased) {
   EngineRuntime* runtime = new EngineRuntime(new MemoryAllocator);
   EngineCore* core = new EngineCore(runtime);
   const uint32_t first = core->CreateEntities3D(2).handle;

@@ -38,7 +38,7 @@ class EntityCommandsTest : public WorldTest {
 
 }  // namespace
 
-TEST_F(EntityCommandsTest, NumbersAreThoseThatScriptWrites) {
+TEST_F(EntityCommandsTest, CommandNumbersAreFixed) {
   EXPECT_EQ(1u, static_cast<uint32_t>(EntityCommand::kAddRoot));
   EXPECT_EQ(2u, static_cast<uint32_t>(EntityCommand::kAddChild));
   EXPECT_EQ(3u, static_cast<uint32_t>(EntityCommand::kInsertChild));
@@ -100,7 +100,7 @@ TEST_F(EntityCommandsTest, TheOperandsOfAnUnknownCommandAreTakenAsCommands) {
   EXPECT_EQ((Handles{e, e + 2}), world.Roots());
 }
 
-TEST_F(EntityCommandsTest, ATruncatedCommandReadsTheWordsBehindTheLimit) {
+TEST_F(EntityCommandsTest, ATruncatedCommandReadsTheWordsAfterTheLimit) {
   Run({1, e, 3, e, e + 1, 0}, 12);
   EXPECT_EQ(Handles{e}, world.Roots());
   EXPECT_EQ(Handles{e + 1}, world.ChildrenOf(e));
@@ -110,7 +110,7 @@ TEST_F(EntityCommandsTest, ATruncatedCommandReadsTheWordsBehindTheLimit) {
   EXPECT_EQ(Handles{e}, world.Roots());
 }
 
-TEST_F(EntityCommandsTest, ALengthThatIsNoMultipleOf4TakesOneMoreWholeWord) {
+TEST_F(EntityCommandsTest, ALengthThatIsNoMultipleOf4ReadsOneMoreWord) {
   for (uint32_t more = 1; more <= 4; ++more) {
     Run({0, 1, e + more, 1, e + 9}, 4 + more);
   }
@@ -193,7 +193,7 @@ TEST_F(EntityCommandsTest, UnbindFromBoneBatchUnbindsEach) {
   EXPECT_EQ(Handles{e + 4}, world.Roots());
 }
 
-TEST_F(EntityCommandsTest, BatchesOf0DoNothingAndSkipNothing) {
+TEST_F(EntityCommandsTest, BatchesOf0DoNothingAndSkipNoWords) {
   Run({7, 0, 1, e, 9, 0, 1, e + 1});
   EXPECT_EQ((Handles{e, e + 1}), world.Roots());
 }
@@ -205,7 +205,7 @@ TEST_F(EntityCommandsTest, ArraysOfBatchesAreSkippedEvenWhereTheyLookLikeCommand
   EXPECT_EQ(e + 1, world.BoneOf(e));
 }
 
-TEST_F(EntityCommandsTest, ATruncatedBatchReadsItsArraysBehindTheLimit) {
+TEST_F(EntityCommandsTest, ATruncatedBatchReadsItsArraysAfterTheLimit) {
   Run({7, 2, e + 1, e + 2, e + 3, e + 4, 1, e}, 4);
   EXPECT_EQ(e + 3, world.BoneOf(e + 1));
   EXPECT_EQ(e + 4, world.BoneOf(e + 2));
@@ -215,7 +215,7 @@ TEST_F(EntityCommandsTest, ATruncatedBatchReadsItsArraysBehindTheLimit) {
 //   0
 //   `- 1
 //      `- 2
-TEST_F(EntityCommandsTest, ActivateMarksAsDeepAsThePassIs) {
+TEST_F(EntityCommandsTest, ActivateMarksDescendantsIfThePassIsDeep) {
   struct Case {
     bool deep;
     uint32_t marks[3];
@@ -262,7 +262,7 @@ TEST_F(EntityCommandsTest, ResetSubtreeActivatesAndUnlinks) {
   EXPECT_TRUE(world.At(e + 2).active());
 }
 
-TEST_F(EntityCommandsTest, RefreshRunsTheCommandsAheadOfTheDirtyList) {
+TEST_F(EntityCommandsTest, RefreshRunsTheCommandsBeforeTheDirtyList) {
   world.MoveTo(e, 1, 0, 0);
   world.MoveTo(e + 1, 0, 2, 0);
   world.Link(e, e + 1);

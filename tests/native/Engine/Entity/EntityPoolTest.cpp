@@ -18,7 +18,7 @@ class EntityPoolTest : public WorldTest {};
 
 }  // namespace
 
-TEST_F(EntityPoolTest, FreshEntitiesHangNowhereAndAreMarked) {
+TEST_F(EntityPoolTest, FreshEntitiesAreUnlinkedAndMarked) {
   for (const bool isThreeD : {false, true}) {
     const uint32_t batch = world.AddRaw(isThreeD, 5).handle;
     for (uint32_t i = 0; i < 5; ++i) {
@@ -50,7 +50,7 @@ TEST_F(EntityPoolTest, FreshSharedRecordsReadAsZeros) {
   EXPECT_EQ(0, std::memcmp(zeros.data(), info.pointer, info.size));
 }
 
-TEST_F(EntityPoolTest, SharedRecordsLieSideBySide) {
+TEST_F(EntityPoolTest, SharedRecordsAreContiguous) {
   const NativeValueInfo solid = world.AddRaw(true, 40);
   const NativeValueInfo flat = world.AddRaw(false, 40);
   for (uint32_t i = 0; i < 40; ++i) {
@@ -61,7 +61,7 @@ TEST_F(EntityPoolTest, SharedRecordsLieSideBySide) {
   }
 }
 
-TEST_F(EntityPoolTest, EntitiesLieSideBySideInTheOrderOfTheirHandles) {
+TEST_F(EntityPoolTest, EntitiesAreContiguousInTheOrderOfTheirHandles) {
   const uint32_t solid = world.Add3D(40);
   const uint32_t flat = world.Add2D(40);
   for (uint32_t i = 1; i < 40; ++i) {
@@ -72,7 +72,7 @@ TEST_F(EntityPoolTest, EntitiesLieSideBySideInTheOrderOfTheirHandles) {
   }
 }
 
-TEST_F(EntityPoolTest, AddressesStayWhileOtherBatchesComeAndGo) {
+TEST_F(EntityPoolTest, AddressesAreStableWhileOtherBatchesAreCreatedAndReleased) {
   const uint32_t batch = world.Add3D(3);
   Entity* const entity = &world.At(batch + 1);
   float* const position = world.Record3D(batch + 1).position;
@@ -87,7 +87,7 @@ TEST_F(EntityPoolTest, AddressesStayWhileOtherBatchesComeAndGo) {
   EXPECT_EQ(position, world.Record3D(batch + 1).position);
 }
 
-TEST_F(EntityPoolTest, TheEndOfABatchGivesItsBlockBack) {
+TEST_F(EntityPoolTest, DestroyingABatchReleasesItsBlock) {
   const NativeValueInfo small = world.AddRaw(true, 1);
   const NativeValueInfo large = world.AddRaw(true, 100);
   world.Release(large.handle);
@@ -111,7 +111,7 @@ TEST_F(EntityPoolTest, APoolKnowsItsKindItsCountAndItsElements) {
   EXPECT_EQ(nullptr, world.System()->FindEntity(0x5004));
 }
 
-TEST_F(EntityPoolTest, APoolThatNeverGotEntitiesEndsQuietly) {
+TEST_F(EntityPoolTest, APoolWithoutEntitiesCanBeDestroyed) {
   EntityPool* pool = new EntityPool(world.Core(), 0x5000);
   EXPECT_EQ(2u, world.Core()->ReferenceCount());
   delete pool;

@@ -18,7 +18,7 @@ using Handles = std::vector<uint32_t>;
 
 }  // namespace
 
-TEST_F(EntitySystemTest, ACountOf0MakesNoBatch) {
+TEST_F(EntitySystemTest, ACountOf0CreatesNoBatch) {
   const NativeValueInfo info = world.System()->CreateEntities(true, 0);
   EXPECT_EQ(0u, info.handle);
   EXPECT_EQ(0u, info.size);
@@ -38,7 +38,7 @@ TEST_F(EntitySystemTest, BatchesHaveBlocksOfTheirKind) {
   EXPECT_TRUE(world.At(solid.handle + 2).isThreeD());
 }
 
-TEST_F(EntitySystemTest, FindEntityGivesNullForAllButTheElementsOfABatch) {
+TEST_F(EntitySystemTest, FindEntityReturnsNullForAllButTheElementsOfABatch) {
   const uint32_t batch = world.Add3D(3);
   EXPECT_EQ(batch, world.System()->FindEntity(batch)->handle);
   EXPECT_EQ(batch + 2, world.System()->FindEntity(batch + 2)->handle);
@@ -60,7 +60,7 @@ TEST_F(EntitySystemTest, AnyHandleOfABatchReleasesIt) {
   EXPECT_EQ(nullptr, world.System()->FindEntity(batch));
 }
 
-TEST_F(EntitySystemTest, NamesGoToEntitiesThatThereAre) {
+TEST_F(EntitySystemTest, NamesAreSetOnExistingEntitiesOnly) {
   const uint32_t batch = world.Add3D(2);
   world.Core()->SetEntityName(batch + 1, "left arm");
   world.Core()->SetEntityName(batch + 2, "nobody");
@@ -70,7 +70,7 @@ TEST_F(EntitySystemTest, NamesGoToEntitiesThatThereAre) {
   EXPECT_EQ("", world.At(batch + 1).name);
 }
 
-TEST_F(EntitySystemTest, AddRootKeepsOrderAndRepeats) {
+TEST_F(EntitySystemTest, AddRootKeepsOrderAndDuplicates) {
   const uint32_t batch = world.Add3D(4);
   world.System()->AddRoot(batch + 2);
   world.System()->AddRoot(batch);
@@ -121,7 +121,7 @@ TEST_F(EntitySystemTest, OperationsIgnoreUnknownHandles) {
   EXPECT_EQ(nullptr, system->FindEntity(unknown));
 }
 
-TEST_F(EntitySystemTest, TheDirtyListCanBeClearedAndAsked) {
+TEST_F(EntitySystemTest, TheDirtyListCanBeClearedAndTestedForEntries) {
   const uint32_t batch = world.Add3D(2);
   EXPECT_FALSE(world.System()->HasDirtyEntities());
   world.System()->AppendDirtyEntity(&world.At(batch + 1));
@@ -167,7 +167,7 @@ TEST_F(EntitySystemTest, ChildrenInAnotherBatchSurviveWithoutAParent) {
   EXPECT_EQ(version + 1, world.At(b).worldVersion());
 }
 
-TEST_F(EntitySystemTest, AReleasedBatchLeavesTheRootsWithAllItsEntries) {
+TEST_F(EntitySystemTest, AReleasedBatchIsRemovedFromTheRootList) {
   const uint32_t a = world.Add3D(3);
   const uint32_t b = world.Add3D(2);
   for (const uint32_t handle : {a, b, a + 2, a, b + 1, b, a + 1}) {
@@ -180,7 +180,7 @@ TEST_F(EntitySystemTest, AReleasedBatchLeavesTheRootsWithAllItsEntries) {
   EXPECT_EQ(2u, world.At(b).worldVersion());
 }
 
-TEST_F(EntitySystemTest, AReleasedBatchLeavesItsParentsAndItsBones) {
+TEST_F(EntitySystemTest, AReleasedBatchIsRemovedFromItsParentsAndItsBones) {
   const uint32_t a = world.Add3D(2);
   const uint32_t b = world.Add3D(3);
   world.Link(a, b);
@@ -201,7 +201,7 @@ TEST_F(EntitySystemTest, AReleasedBatchLeavesItsParentsAndItsBones) {
   EXPECT_EQ(1u, world.At(a + 1).worldVersion());
 }
 
-TEST_F(EntitySystemTest, ABatchUnderAReusedKeyStartsAnew) {
+TEST_F(EntitySystemTest, ABatchUnderAReusedKeyStartsFresh) {
   const uint32_t old = world.Add3D(2);
   world.Link(old, old + 1);
   world.AddRoot(old);
@@ -223,7 +223,7 @@ TEST_F(EntitySystemTest, ABatchUnderAReusedKeyStartsAnew) {
 }
 
 // Destroys a system with batches that are linked and bound in every way.
-TEST_F(EntitySystemTest, TheEndOfASystemReleasesWhatIsLeft) {
+TEST_F(EntitySystemTest, DestroyingASystemReleasesRemainingBatches) {
   EngineRuntime* runtime = world.Runtime();
   EngineCore* core = new EngineCore(runtime);
   EntitySystem* system = new EntitySystem(core);
@@ -253,7 +253,7 @@ TEST_F(EntitySystemTest, TheEndOfASystemReleasesWhatIsLeft) {
   core->DropReference();
 }
 
-TEST_F(EntitySystemTest, BatchesGoInAnyOrder) {
+TEST_F(EntitySystemTest, BatchesCanBeReleasedInAnyOrder) {
   // Every order of four batches whose entities form a cycle of links and bindings.
   uint32_t order[4] = {0, 1, 2, 3};
   do {

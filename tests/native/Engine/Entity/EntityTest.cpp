@@ -47,7 +47,7 @@ TEST_F(EntityTest, AttachChildAppends) {
   EXPECT_EQ(&world.At(e + 1), world.At(e).children()[1]);
 }
 
-TEST_F(EntityTest, AttachChildToTheCurrentParentKeepsThePlaceAndMarksNothing) {
+TEST_F(EntityTest, AttachChildToTheCurrentParentKeepsItsPositionAndMarksNothing) {
   const uint32_t e = world.Add3D(3);
   world.At(e).AttachChild(&world.At(e + 1));
   world.At(e).AttachChild(&world.At(e + 2));
@@ -57,7 +57,7 @@ TEST_F(EntityTest, AttachChildToTheCurrentParentKeepsThePlaceAndMarksNothing) {
   EXPECT_EQ((Marked{0, 0, 0}), Marks(e, 3));
 }
 
-TEST_F(EntityTest, AttachChildTakesAChildFromItsParent) {
+TEST_F(EntityTest, AttachChildRemovesAChildFromItsOldParent) {
   const uint32_t e = world.Add3D(5);
   for (const uint32_t child : {e + 2, e + 3, e + 4}) {
     world.At(e).AttachChild(&world.At(child));
@@ -73,7 +73,7 @@ TEST_F(EntityTest, AttachChildTakesAChildFromItsParent) {
 //   |  `- 2
 //   `- 3
 //      `- 4
-TEST_F(EntityTest, LinkingMarksTheChildAllBelowItAndItsNewAncestors) {
+TEST_F(EntityTest, LinkingMarksTheChildItsDescendantsAndItsNewAncestors) {
   const uint32_t e = world.Add3D(5);
   for (const bool insert : {false, true}) {
     world.At(e + 1).RemoveFromParent();
@@ -97,7 +97,7 @@ struct InsertCase {
   std::vector<uint32_t> after;
 };
 
-TEST_F(EntityTest, InsertChildAtCountsThePlacesWithoutTheChild) {
+TEST_F(EntityTest, InsertChildAtCountsPositionsWithoutTheChild) {
   const InsertCase cases[] = {
       {4, 0, {4, 1, 2, 3}},
       {4, 1, {1, 4, 2, 3}},
@@ -143,7 +143,7 @@ TEST_F(EntityTest, InsertChildAtCountsThePlacesWithoutTheChild) {
   }
 }
 
-TEST_F(EntityTest, InsertChildAtTakesAChildFromAnotherParent) {
+TEST_F(EntityTest, InsertChildAtRemovesAChildFromItsOldParent) {
   const uint32_t e = world.Add3D(5);
   world.At(e).AttachChild(&world.At(e + 2));
   world.At(e).AttachChild(&world.At(e + 3));
@@ -153,7 +153,7 @@ TEST_F(EntityTest, InsertChildAtTakesAChildFromAnotherParent) {
   EXPECT_EQ((Handles{e + 2, e + 4}), world.ChildrenOf(e + 1));
 }
 
-TEST_F(EntityTest, RemoveFromParentMarksNothingAndLeavesTheMatrices) {
+TEST_F(EntityTest, RemoveFromParentMarksNothingAndKeepsTheMatrices) {
   const uint32_t e = world.Add3D(2);
   world.MoveTo(e, 1, 0, 0);
   world.MoveTo(e + 1, 0, 1, 0);
@@ -169,7 +169,7 @@ TEST_F(EntityTest, RemoveFromParentMarksNothingAndLeavesTheMatrices) {
   EXPECT_EQ(0u, world.ParentOf(e + 1));
 }
 
-TEST_F(EntityTest, BoundEntitiesStandInTheOrderOfTheirAddresses) {
+TEST_F(EntityTest, BoundEntitiesAreSortedByAddress) {
   const uint32_t e = world.Add3D(5);
   for (const uint32_t bound : {e + 3, e + 1, e + 4, e + 2}) {
     world.At(bound).BindToBone(&world.At(e));
@@ -182,7 +182,7 @@ TEST_F(EntityTest, BoundEntitiesStandInTheOrderOfTheirAddresses) {
   EXPECT_EQ((Handles{e + 1, e + 2, e + 4}), world.BoundTo(e));
 }
 
-TEST_F(EntityTest, BindingMarksNothingAndIsApartFromLinks) {
+TEST_F(EntityTest, BindingMarksNothingAndIsIndependentOfLinks) {
   const uint32_t e = world.Add3D(3);
   world.At(e).AttachChild(&world.At(e + 1));
   SetMarks(e, {0, 0, 0});
@@ -194,7 +194,7 @@ TEST_F(EntityTest, BindingMarksNothingAndIsApartFromLinks) {
   EXPECT_EQ(e, world.ParentOf(e + 1));
 }
 
-TEST_F(EntityTest, RebindingLeavesTheOldBone) {
+TEST_F(EntityTest, RebindingRemovesTheOldBinding) {
   const uint32_t e = world.Add3D(3);
   world.At(e).BindToBone(&world.At(e + 1));
   world.At(e).BindToBone(&world.At(e + 1));
@@ -255,7 +255,7 @@ TEST_F(EntityTest, AnEntityCannotBeItsOwnBone) {
   EXPECT_EQ(Handles{}, world.BoundTo(e + 1));
 }
 
-TEST_F(EntityTest, ACycleThroughAParentLinkIsNotSeen) {
+TEST_F(EntityTest, ABindingCycleThroughAParentLinkIsNotDetected) {
   const uint32_t e = world.Add3D(2);
   world.At(e).AttachChild(&world.At(e + 1));
   OutputRecorder output;
@@ -264,7 +264,7 @@ TEST_F(EntityTest, ACycleThroughAParentLinkIsNotSeen) {
   EXPECT_EQ(e + 1, world.BoneOf(e));
 }
 
-TEST_F(EntityTest, KindsAreNotComparedByBindings) {
+TEST_F(EntityTest, EntitiesOfDifferentKindsCanBeBound) {
   const uint32_t flat = world.Add2D();
   const uint32_t solid = world.Add3D();
   world.At(flat).BindToBone(&world.At(solid));
@@ -278,7 +278,7 @@ TEST_F(EntityTest, KindsAreNotComparedByBindings) {
 //   |  |     `- 4               |  |     `- 0
 //   |  `- 5                     |  `- 0
 //   `- 6                        `- 0
-TEST_F(EntityTest, MarksGoUpAsWorkBelowAndDownOnlyIfAsked) {
+TEST_F(EntityTest, MarksAncestorsAsDirtyBelowAndDescendantsOnlyIfDeep) {
   const uint32_t e = world.Add3D(7);
   for (const auto& link :
        {std::pair<uint32_t, uint32_t>{0, 1}, {1, 2}, {2, 3}, {3, 4}, {1, 5}, {0, 6}}) {
@@ -310,7 +310,7 @@ TEST_F(EntityTest, MarksGoUpAsWorkBelowAndDownOnlyIfAsked) {
 //   |  |  `- 5                      |  |  `- 0           |  |  `- 0
 //   |  `- 6                         |  `- 0              |  `- 2
 //   `- 7                            `- 0                 `- 2
-TEST_F(EntityTest, MarkSubtreeDirtyPassesOverWhatIsMarkedWithAllBelowIt) {
+TEST_F(EntityTest, MarkSubtreeDirtySkipsMarkedSubtrees) {
   const uint32_t e = world.Add3D(8);
   for (const auto& link :
        {std::pair<uint32_t, uint32_t>{0, 1}, {1, 2}, {0, 3}, {3, 4}, {4, 5}, {3, 6}, {0, 7}}) {
@@ -321,7 +321,7 @@ TEST_F(EntityTest, MarkSubtreeDirtyPassesOverWhatIsMarkedWithAllBelowIt) {
   EXPECT_EQ((Marked{0, 2, 0, 2, 2, 0, 2, 2}), Marks(e, 8));
 }
 
-TEST_F(EntityTest, MarkSubtreeDirtyStaysBelowItsTop) {
+TEST_F(EntityTest, MarkSubtreeDirtyMarksOnlyDescendants) {
   // 0 -> 1 -> 2, and 3 beside 1
   const uint32_t e = world.Add3D(4);
   world.At(e).AttachChild(&world.At(e + 1));
@@ -333,7 +333,7 @@ TEST_F(EntityTest, MarkSubtreeDirtyStaysBelowItsTop) {
 }
 
 // 0 -> 1 -> 2 -> 0, with 3 below 1
-TEST_F(EntityTest, MarksOnAParentCycleEnd) {
+TEST_F(EntityTest, MarkingAParentCycleTerminates) {
   const uint32_t e = world.Add3D(4);
   world.At(e).AttachChild(&world.At(e + 1));
   world.At(e + 1).AttachChild(&world.At(e + 3));
@@ -350,7 +350,7 @@ TEST_F(EntityTest, MarksOnAParentCycleEnd) {
   EXPECT_EQ((Marked{1, 1, 1, 2}), Marks(e, 4));
 }
 
-TEST_F(EntityTest, ResetEndsLinksAndKeepsChildrenRootsAndNumbers) {
+TEST_F(EntityTest, ResetRemovesLinksAndKeepsChildrenRootsAndRecord) {
   const uint32_t e = world.Add3D(6);
   // 0 is parent of 1, and 1 of 2; 1 is bound to 3, and 4 and 5 to 1.
   world.AddRoot(e + 1);
@@ -394,7 +394,7 @@ TEST_F(EntityTest, ResetEndsLinksAndKeepsChildrenRootsAndNumbers) {
 //   |  |- 2
 //   |  `- 3
 //   `- 4
-TEST_F(EntityTest, ResetSubtreeLeavesEveryDescendantAloneAndItsRecordAsItWas) {
+TEST_F(EntityTest, ResetSubtreeUnlinksEveryDescendantAndKeepsItsRecord) {
   const uint32_t e = world.Add3D(6);
   world.Link(e, e + 1);
   world.Link(e + 1, e + 2);

@@ -58,7 +58,7 @@ void ExpectRotation(const Quaternion& actual, float x, float y, float z, float w
 
 }  // namespace
 
-TEST_F(EntityWorldAccessTest, WhatIsNo3DEntityReadsAsDefaults) {
+TEST_F(EntityWorldAccessTest, ReadsOfOtherThan3DEntitiesReturnDefaults) {
   const uint32_t solid = world.Add3D(2);
   const uint32_t flat = world.Add2D(2);
   world.Record2D(flat).position[0] = 7;
@@ -80,7 +80,7 @@ TEST_F(EntityWorldAccessTest, WhatIsNo3DEntityReadsAsDefaults) {
   }
 }
 
-TEST_F(EntityWorldAccessTest, SettersLeaveWhatIsNo3DEntityAlone) {
+TEST_F(EntityWorldAccessTest, SettersIgnoreOtherThan3DEntities) {
   const uint32_t flat = world.Add2D(2);
   world.AddRoot(flat);
   world.Settle({flat, flat + 1});
@@ -151,7 +151,7 @@ TEST_F(EntityWorldAccessTest, RotationIsThatOfTheWorldMatrixWithoutScale) {
   ExpectRotation(entities.getWorldRotation(e + 1), std::sin(angle / 2), 0, 0, std::cos(angle / 2));
 }
 
-TEST_F(EntityWorldAccessTest, RotationComesAsXYZW) {
+TEST_F(EntityWorldAccessTest, RotationIsReturnedAsXYZW) {
   const uint32_t e = world.Add3D();
   // No axis-aligned rotation, and different in all four.
   Turn(e, 0.1f, 0.3f, 0.5f, std::sqrt(1 - 0.01f - 0.09f - 0.25f));
@@ -160,7 +160,7 @@ TEST_F(EntityWorldAccessTest, RotationComesAsXYZW) {
   ExpectRotation(entities.getWorldRotation(e), 0.1f, 0.3f, 0.5f, std::sqrt(0.65f));
 }
 
-TEST_F(EntityWorldAccessTest, RotationTakesScriptsLatestScales) {
+TEST_F(EntityWorldAccessTest, RotationDividesByTheScalesInTheRecordsNow) {
   const uint32_t e = world.Add3D(2);
   TurnAbout(e + 1, 2, kHalfTurn / 2);
   world.Link(e, e + 1);
@@ -180,7 +180,7 @@ TEST_F(EntityWorldAccessTest, RotationTakesScriptsLatestScales) {
   EXPECT_NEAR(std::sqrt(1.25) / 2, rotation.w, 1e-6);
 }
 
-TEST_F(EntityWorldAccessTest, AScaleOf0IsNotCaught) {
+TEST_F(EntityWorldAccessTest, AScaleOf0IsNotGuarded) {
   const uint32_t e = world.Add3D();
   world.AddRoot(e);
   world.Settle({e});
@@ -189,7 +189,7 @@ TEST_F(EntityWorldAccessTest, AScaleOf0IsNotCaught) {
   EXPECT_FALSE(std::isfinite(rotation.x + rotation.y + rotation.z + rotation.w));
 }
 
-TEST_F(EntityWorldAccessTest, SetPositionWithoutAParentStoresItAsItStands) {
+TEST_F(EntityWorldAccessTest, SetPositionWithoutAParentStoresItUnchanged) {
   const uint32_t e = world.Add3D();
   world.AddRoot(e);
   world.Settle({e});
@@ -201,7 +201,7 @@ TEST_F(EntityWorldAccessTest, SetPositionWithoutAParentStoresItAsItStands) {
   EXPECT_EQ(std::vector<uint32_t>{}, world.DirtyList());
 }
 
-TEST_F(EntityWorldAccessTest, SetPositionTakesOffTheParentsTranslationAndNothingElse) {
+TEST_F(EntityWorldAccessTest, SetPositionSubtractsOnlyTheParentsTranslation) {
   const uint32_t e = world.Add3D(3);
   world.MoveTo(e, 10, 20, 30);
   world.ScaleTo(e, 2, 2, 2);
@@ -268,7 +268,7 @@ TEST_F(EntityWorldAccessTest, SetRotationWithAParentGivesThatRotationInTheWorld)
   ExpectRotation(entities.getWorldRotation(e + 1), 0.5f, -0.5f, 0.5f, 0.5f);
 }
 
-TEST_F(EntityWorldAccessTest, SetRotationTakesTheParentsMatrixScaleIncluded) {
+TEST_F(EntityWorldAccessTest, SetRotationUsesTheParentsMatrixIncludingScale) {
   const uint32_t e = world.Add3D(2);
   world.ScaleTo(e, 4, 4, 4);
   world.Link(e, e + 1);

@@ -165,7 +165,7 @@ void RunRandomScene(uint32_t seed, bool readOften) {
 //   |  |- 2
 //   |  `- 3
 //   `- 4
-TEST_F(LocalVersionsTest, ABumpRaisesTheEntityAndAllBelowIt) {
+TEST_F(LocalVersionsTest, ABumpRaisesTheEntityAndAllDescendants) {
   const uint32_t e = world.Add3D(5);
   LinkAll(e, {{0, 1}, {1, 2}, {1, 3}, {0, 4}});
   EXPECT_EQ((Versions{0, 0, 0, 0, 0}), VersionsOf(e, 5));
@@ -194,7 +194,7 @@ TEST_F(LocalVersionsTest, UnrootedAndInactiveSubtreesCountToo) {
   EXPECT_EQ(0u, world.At(e).worldVersion());
 }
 
-TEST_F(LocalVersionsTest, ABumpIsMeantForTheTreeAsItWas) {
+TEST_F(LocalVersionsTest, ABumpAppliesToTheTreeAtThatTime) {
   const uint32_t e = world.Add3D(4);
   LinkAll(e, {{0, 1}});
   world.At(e).BumpLocalVersion();
@@ -209,7 +209,7 @@ TEST_F(LocalVersionsTest, ABumpIsMeantForTheTreeAsItWas) {
   EXPECT_EQ((Versions{4, 2, 3, 1}), VersionsOf(e, 4));
 }
 
-TEST_F(LocalVersionsTest, ABumpAheadOfTheEndOfAParentReachesTheChild) {
+TEST_F(LocalVersionsTest, ABumpBeforeTheReleaseOfAParentReachesTheChild) {
   const uint32_t parent = world.Add3D();
   const uint32_t child = world.Add3D();
   world.At(parent).AttachChild(&world.At(child));
@@ -221,7 +221,7 @@ TEST_F(LocalVersionsTest, ABumpAheadOfTheEndOfAParentReachesTheChild) {
   EXPECT_EQ(0u, world.At(parent).localVersion());
 }
 
-TEST_F(LocalVersionsTest, ABumpOfAnEntityThatGoesIsForgotten) {
+TEST_F(LocalVersionsTest, ABumpOfAReleasedEntityIsDiscarded) {
   const uint32_t gone = world.Add3D();
   world.At(gone).BumpLocalVersion();
   world.Release(gone);
@@ -261,7 +261,7 @@ TEST_F(LocalVersionsTest, MoreBumpsThanAByteHoldsAllCount) {
   }
 }
 
-TEST_F(LocalVersionsTest, ManyBumpsWithoutALookBetweenAllCount) {
+TEST_F(LocalVersionsTest, ManyBumpsWithoutAReadBetweenAllCount) {
   const uint32_t e = world.Add3D(2);
   LinkAll(e, {{0, 1}});
   for (int i = 0; i < 100000; ++i) {
@@ -270,7 +270,7 @@ TEST_F(LocalVersionsTest, ManyBumpsWithoutALookBetweenAllCount) {
   EXPECT_EQ((Versions{10000, 100000}), VersionsOf(e, 2));
 }
 
-TEST_F(LocalVersionsTest, WorldVersionsAreAnotherMatter) {
+TEST_F(LocalVersionsTest, WorldVersionsAreIndependent) {
   const uint32_t e = world.Add3D(2);
   LinkAll(e, {{0, 1}});
   world.AddRoot(e);

@@ -69,7 +69,7 @@ class ShortListTest : public WorldTest {
 
 }  // namespace
 
-TEST_F(ShortListTest, AListedEntityTakesAlongAllBelowItOnceAndNothingElse) {
+TEST_F(ShortListTest, AListedEntityIsComputedOnceWithAllDescendantsOnly) {
   const std::vector<Handles> lists = {{3, 2}, {2, 3}, {2, 4, 2}, {4, 3, 2}};
   uint32_t version = 1;
   for (const Handles& list : lists) {
@@ -82,7 +82,7 @@ TEST_F(ShortListTest, AListedEntityTakesAlongAllBelowItOnceAndNothingElse) {
   EXPECT_EQ((Numbers{5, 30, 0}), world.WorldPosition(e + 4));
 }
 
-TEST_F(ShortListTest, EntitiesAsideOfEachOtherAndARootAreComputedFromAnyOrder) {
+TEST_F(ShortListTest, EntitiesInSeparateSubtreesAndARootAreComputedInAnyOrder) {
   for (const Handles& list : std::vector<Handles>{{6, 4}, {4, 6}}) {
     ChangeAll(list);
     world.Refresh();
@@ -95,7 +95,7 @@ TEST_F(ShortListTest, EntitiesAsideOfEachOtherAndARootAreComputedFromAnyOrder) {
   EXPECT_EQ((Numbers{4, 20, 0}), world.WorldPosition(e + 6));
 }
 
-TEST_F(ShortListTest, BelowAnInactiveEntityMarksStayUntilItIsActivated) {
+TEST_F(ShortListTest, MarksBelowAnInactiveEntityStayUntilItIsActivated) {
   world.Deactivate(e + 2);
   world.Refresh();
   for (int frame = 0; frame < 2; ++frame) {
@@ -125,7 +125,7 @@ TEST_F(ShortListTest, AListedInactiveEntityKeepsItsMark) {
   EXPECT_EQ((Handles{1, 2, 2, 1, 1, 2, 2}), WorldVersions());
 }
 
-TEST_F(ShortListTest, UnderAnInactiveRootNothingIsComputedUnderAnotherItIs) {
+TEST_F(ShortListTest, OnlyTreesUnderActiveRootsAreComputed) {
   const uint32_t other = e + 50;
   world.AddRoot(other);
   world.Dirty(other);
@@ -138,7 +138,7 @@ TEST_F(ShortListTest, UnderAnInactiveRootNothingIsComputedUnderAnotherItIs) {
   EXPECT_EQ(1u, world.At(e + 6).worldVersion());
 }
 
-TEST_F(ShortListTest, ATreeUnderNoRootIsComputedWhenItBecomesOne) {
+TEST_F(ShortListTest, ATreeWithoutARootIsComputedWhenItsTopBecomesOne) {
   world.Link(e + 60, e + 61);
   world.Refresh();
   ChangeAll({60, 61});
@@ -167,7 +167,7 @@ TEST_F(ShortListTest, ARootUnderAnInactiveParentIsWalkedFromItsOwnEntry) {
   }
 }
 
-TEST_F(ShortListTest, WhatIsMarkedBetweenFramesIsComputedToo) {
+TEST_F(ShortListTest, EntitiesMarkedBetweenFramesAreComputedToo) {
   Change(4);
   world.Refresh();
   world.MoveTo(e + 5, 1, 10, 0);
@@ -179,7 +179,7 @@ TEST_F(ShortListTest, WhatIsMarkedBetweenFramesIsComputedToo) {
   EXPECT_EQ((Numbers{4, 10, 0}), world.WorldPosition(e + 6));
 }
 
-TEST_F(ShortListTest, AListThatWasMarkedAheadOfTheFrameIsComputedInIt) {
+TEST_F(ShortListTest, AListMarkedBeforeTheFrameIsComputedInIt) {
   Change(4);
   world.System()->MarkDirtyEntities(false);
   ASSERT_EQ((Handles{1, 1, 1, 1, 2, 0, 0}), Marks());
@@ -189,7 +189,7 @@ TEST_F(ShortListTest, AListThatWasMarkedAheadOfTheFrameIsComputedInIt) {
   EXPECT_EQ(Handles(kTree, 0), Marks());
 }
 
-TEST_F(ShortListTest, AListThatWasMarkedAndEmptiedIsComputedInTheNextFrame) {
+TEST_F(ShortListTest, AListMarkedAndClearedIsComputedInTheNextFrame) {
   Change(4);
   world.System()->SyncLocalTransform();
   world.System()->MarkDirtyEntities(false);
@@ -201,7 +201,7 @@ TEST_F(ShortListTest, AListThatWasMarkedAndEmptiedIsComputedInTheNextFrame) {
   EXPECT_EQ((Numbers{5, 10, 0}), world.WorldPosition(e + 4));
 }
 
-TEST_F(ShortListTest, ARootThatWasResetIsComputedWithoutBeingListed) {
+TEST_F(ShortListTest, ARootThatIsResetIsComputedWithoutBeingListed) {
   Change(4);
   world.Refresh();
   world.ResetSubtree(e);
@@ -212,7 +212,7 @@ TEST_F(ShortListTest, ARootThatWasResetIsComputedWithoutBeingListed) {
   EXPECT_EQ((Handles{0, 2, 2, 2, 2, 2, 2}), Marks());
 }
 
-TEST_F(ShortListTest, MarksLeftUnderAnInactiveEntityAreMetByTheNextWalkThatComesThere) {
+TEST_F(ShortListTest, MarksBelowAnInactiveEntityAreFoundByTheNextWalkThatVisitsIt) {
   world.Deactivate(e + 2);
   Change(4);
   world.Refresh();
@@ -229,7 +229,7 @@ TEST_F(ShortListTest, MarksLeftUnderAnInactiveEntityAreMetByTheNextWalkThatComes
   EXPECT_EQ(Handles(kTree, 0), Marks());
 }
 
-TEST_F(ShortListTest, MarksBelowACleanEntityAreMetByTheNextWalkThatComesThere) {
+TEST_F(ShortListTest, MarksBelowACleanEntityAreFoundByTheNextWalkThatVisitsIt) {
   world.Link(e + 2, e + 70);
   world.Dirty(e + 70);
   world.Refresh();
@@ -245,7 +245,7 @@ TEST_F(ShortListTest, MarksBelowACleanEntityAreMetByTheNextWalkThatComesThere) {
   EXPECT_EQ((Handles{1, 1, 1, 2, 2, 1, 1}), WorldVersions());
 }
 
-TEST_F(ShortListTest, FollowersOfBonesAreListedInTheOrderOfTheTree) {
+TEST_F(ShortListTest, BoundEntitiesAreListedInPreorderOfTheirBones) {
   world.Bind(e + 80, e + 4);
   world.Bind(e + 90, e + 6);
   ChangeAll({4, 6});
@@ -258,7 +258,7 @@ TEST_F(ShortListTest, FollowersOfBonesAreListedInTheOrderOfTheTree) {
   }
 }
 
-TEST_F(ShortListTest, FollowersStopFollowingWhenTheyOrTheBoneAreReset) {
+TEST_F(ShortListTest, BoundEntitiesStopFollowingWhenTheyOrTheBoneAreReset) {
   world.Bind(e + 80, e + 4);
   world.Bind(e + 81, e + 4);
   world.Bind(e + 90, e + 6);

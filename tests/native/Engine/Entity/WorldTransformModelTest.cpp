@@ -529,7 +529,7 @@ TEST(WorldTransformModelTest, ScenesWithLongDirtyListsGiveTheBytesOfTheModel) {
   RunScenes(2000, Rounds(600), 12, kind);
 }
 
-TEST(WorldTransformModelTest, ScenesWithWildNumbersGiveTheBytesOfTheModel) {
+TEST(WorldTransformModelTest, ScenesWithNaNsAndExtremeNumbersGiveTheBytesOfTheModel) {
   SceneKind kind;
   kind.wildNumbers = true;
   RunScenes(3000, Rounds(300), 12, kind);
@@ -549,7 +549,7 @@ TEST(WorldTransformModelTest, LongScenesGiveTheBytesOfTheModel) {
   RunScenes(6000, Rounds(20), 150, kind);
 }
 
-TEST(WorldTransformModelTest, CalmScenesGiveTheBytesOfTheModel) {
+TEST(WorldTransformModelTest, ScenesWithFewChangesGiveTheBytesOfTheModel) {
   SceneKind kind;
   kind.calm = true;
   kind.bindings = false;
@@ -558,7 +558,7 @@ TEST(WorldTransformModelTest, CalmScenesGiveTheBytesOfTheModel) {
   RunScenes(8000, Rounds(100), 60, kind);
 }
 
-TEST(WorldTransformModelTest, CalmScenesWithBindingsGiveTheBytesOfTheModel) {
+TEST(WorldTransformModelTest, ScenesWithFewChangesAndBindingsGiveTheBytesOfTheModel) {
   SceneKind kind;
   kind.calm = true;
   RunScenes(9000, Rounds(200), 60, kind);

@@ -139,7 +139,7 @@ TEST_F(WorldTransformTest, LocalMatricesHaveTheBitsOfThePlainFormulas) {
   }
 }
 
-TEST_F(WorldTransformTest, AnyModeBut0IsAQuaternionAndTheBytesBehindItAreNobodys) {
+TEST_F(WorldTransformTest, AnyNonzeroModeIsAQuaternionAndThePaddingIsIgnored) {
   const uint32_t e = world.Add3D();
   Entity3DRecord& record = world.Record3D(e);
   world.AddRoot(e);
@@ -175,7 +175,7 @@ TEST_F(WorldTransformTest, QuaternionsAreNotNormalised) {
       SameFloats({1, 0, 0, 0, 0, -7, 12, 0, 0, -12, -7, 0, 0, 0, 0, 1}, record.worldMatrix));
 }
 
-TEST_F(WorldTransformTest, AnglesOf0AndScale1LeaveTheTranslation) {
+TEST_F(WorldTransformTest, AnglesOf0AndScale1LeaveOnlyTheTranslation) {
   const uint32_t e = world.Add3D();
   world.MoveTo(e, 3, -4, 5);
   world.AddRoot(e);
@@ -188,7 +188,7 @@ TEST_F(WorldTransformTest, AnglesOf0AndScale1LeaveTheTranslation) {
 }
 
 // About each axis alone a positive quarter turn maps the next axis to the one after it.
-TEST_F(WorldTransformTest, QuartersTurnEachAxisOntoTheNext) {
+TEST_F(WorldTransformTest, QuarterTurnsMapEachAxisToTheNext) {
   const Numbers quarters[3] = {
       {1, 0, 0, 0, 0, 0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1},  // x: y to z, z to -y
       {0, 0, -1, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 0, 1},  // y: z to x, x to -z
@@ -241,7 +241,7 @@ TEST_F(WorldTransformTest, ScalesMultiplyTheColumns) {
   EXPECT_EQ(1.0f, m[15]);
 }
 
-TEST_F(WorldTransformTest, ARotationInThePlaneTurnsFromYTowardsX) {
+TEST_F(WorldTransformTest, A2DRotationTurnsFromYTowardsX) {
   const uint32_t e = world.Add2D();
   Entity2DRecord& record = world.Record2D(e);
   record.rotation = kQuarterTurn;
@@ -260,7 +260,7 @@ TEST_F(WorldTransformTest, ARotationInThePlaneTurnsFromYTowardsX) {
   EXPECT_TRUE(SameFloats({0, 0, 0, 0, 1, 0, 5, 7, 0, 1}, m + 6));
 }
 
-TEST_F(WorldTransformTest, APlaneMatrixIsPublishedAsNineElements) {
+TEST_F(WorldTransformTest, A2DMatrixIsPublishedAsNineElements) {
   // Below a 3D entity with a translation along z and a turn about y, all elements differ.
   const uint32_t solid = world.Add3D();
   const uint32_t flat = world.Add2D();
@@ -285,7 +285,7 @@ TEST_F(WorldTransformTest, APlaneMatrixIsPublishedAsNineElements) {
 
 // --- The dirty list
 
-TEST_F(WorldTransformTest, AnEntityThatIsNeverListedKeepsTheLocalMatrixItHas) {
+TEST_F(WorldTransformTest, AnUnlistedEntityKeepsItsLocalMatrix) {
   const uint32_t e = world.Add3D(3);
   world.MoveTo(e, 1, 2, 3);
   world.MoveTo(e + 1, 4, 5, 6);
@@ -362,7 +362,7 @@ TEST_F(WorldTransformTest, EveryEntryIsBuiltWhateverTheLengthOfTheList) {
 }
 
 // A stopped pool runs nothing, so what is left to it shows.
-TEST_F(WorldTransformTest, ListsOf32EntriesAndMoreAreLeftToTheWorkers) {
+TEST_F(WorldTransformTest, ListsOf32EntriesAndMoreRunOnTheWorkers) {
   const uint32_t e = world.Add3D(35);
   world.System();
   world.Runtime()->StopPools();
@@ -399,7 +399,7 @@ TEST_F(WorldTransformTest, UnknownHandlesInTheListAreSkipped) {
   EXPECT_EQ(2u, world.At(e).localVersion());
 }
 
-TEST_F(WorldTransformTest, AFullListIsTakenWhole) {
+TEST_F(WorldTransformTest, AllEntriesOfAFullListAreProcessed) {
   const uint32_t first = world.Add3D(4095);
   const uint32_t second = world.Add3D(4095);
   const uint32_t third = world.Add2D(4095);
@@ -424,7 +424,7 @@ TEST_F(WorldTransformTest, AFullListIsTakenWhole) {
 }
 
 // The same entities in all four ranges of a long list, repeatedly: all tasks write the same memory.
-TEST_F(WorldTransformTest, OneEntityInSeveralRangesOfAListMayBeBuiltAtOnce) {
+TEST_F(WorldTransformTest, AnEntityListedInSeveralRangesMayBeBuiltConcurrently) {
   constexpr uint32_t kEntities = 3000;
   const uint32_t e = world.Add3D(kEntities / 2);
   const uint32_t f = world.Add2D(kEntities / 2);
@@ -455,7 +455,7 @@ TEST_F(WorldTransformTest, OneEntityInSeveralRangesOfAListMayBeBuiltAtOnce) {
 
 // --- The world pass
 
-TEST_F(WorldTransformTest, OnlyWhatIsMarkedIsComputed) {
+TEST_F(WorldTransformTest, OnlyMarkedEntitiesAreComputed) {
   //   0
   //   |- 1 - 2        2 is listed
   //   `- 3 - 4
@@ -477,7 +477,7 @@ TEST_F(WorldTransformTest, OnlyWhatIsMarkedIsComputed) {
   EXPECT_EQ((Handles{1, 1, 2, 2, 2}), WorldVersions(e, 5));
 }
 
-TEST_F(WorldTransformTest, AParentsMoveReachesAllBelow) {
+TEST_F(WorldTransformTest, MovingAParentMovesAllDescendants) {
   const uint32_t e = AddChain(4);
   EXPECT_EQ((Numbers{4, 0, 0}), world.WorldPosition(e + 3));
   world.MoveTo(e + 1, 1, 5, 0);
@@ -489,7 +489,7 @@ TEST_F(WorldTransformTest, AParentsMoveReachesAllBelow) {
   EXPECT_EQ((Numbers{6, 5, 0}), world.WorldPosition(e + 3));
 }
 
-TEST_F(WorldTransformTest, WhatHangsUnderNoRootIsNotReached) {
+TEST_F(WorldTransformTest, EntitiesUnderNoRootAreNotReached) {
   const uint32_t e = world.Add3D(2);
   world.Link(e, e + 1);
   world.MoveTo(e, 1, 0, 0);
@@ -569,7 +569,7 @@ TEST_F(WorldTransformTest, ARootBelowAnInactiveLaterRootIsComputedWithItsOldMatr
   EXPECT_EQ((Numbers{1, 1, 0}), world.WorldPosition(e + 1));
 }
 
-TEST_F(WorldTransformTest, ResetKeepsRootEntriesAndStartsTheWorldVersionAgain) {
+TEST_F(WorldTransformTest, ResetKeepsRootEntriesAndResetsTheWorldVersion) {
   const uint32_t e = AddChain(3);
   world.Settle({e, e + 1, e + 2});
   EXPECT_EQ((Handles{2, 2, 2}), WorldVersions(e, 3));
@@ -586,7 +586,7 @@ TEST_F(WorldTransformTest, ResetKeepsRootEntriesAndStartsTheWorldVersionAgain) {
   EXPECT_EQ((Handles{3, 1, 0}), WorldVersions(e, 3));
 }
 
-TEST_F(WorldTransformTest, ADirtyEntityBelowAnInactiveOneWaits) {
+TEST_F(WorldTransformTest, ADirtyEntityBelowAnInactiveOneStaysMarked) {
   const uint32_t e = AddChain(4);
   world.Deactivate(e + 1);
   world.MoveTo(e + 2, 9, 0, 0);
@@ -608,7 +608,7 @@ TEST_F(WorldTransformTest, ADirtyEntityBelowAnInactiveOneWaits) {
   EXPECT_EQ((Numbers{13, 0, 0}), world.WorldPosition(e + 3));
 }
 
-TEST_F(WorldTransformTest, ActivateComputesAllBelowThoughItMarksOneEntityOnly) {
+TEST_F(WorldTransformTest, ActivateMarksOneEntityAndComputesAllDescendants) {
   const uint32_t e = AddChain(4);
   world.Deactivate(e + 1);
   world.Refresh();
@@ -641,7 +641,7 @@ TEST_F(WorldTransformTest, AChildBelowAMarkedInactiveSiblingIsSkippedAndTheOther
   EXPECT_EQ((Handles{0, 2, 2, 0}), Marks(e, 4));
 }
 
-TEST_F(WorldTransformTest, UpdateWorldSubtreeDoesNotLookAtMarks) {
+TEST_F(WorldTransformTest, UpdateWorldSubtreeIgnoresMarks) {
   const uint32_t e = AddChain(3);
   world.At(e + 1).UpdateWorldSubtree();
   EXPECT_EQ((Handles{1, 2, 2}), WorldVersions(e, 3));
@@ -649,7 +649,7 @@ TEST_F(WorldTransformTest, UpdateWorldSubtreeDoesNotLookAtMarks) {
   EXPECT_EQ((Handles{1, 2, 2}), WorldVersions(e, 3));
 }
 
-TEST_F(WorldTransformTest, PublishCopiesTheWorldMatrixAndNothingElse) {
+TEST_F(WorldTransformTest, PublishCopiesOnlyTheWorldMatrix) {
   const uint32_t e = AddChain(2);
   Entity3DRecord before = world.Record3D(e + 1);
   std::memset(world.Record3D(e + 1).worldMatrix, kPoison, 64);
@@ -659,7 +659,7 @@ TEST_F(WorldTransformTest, PublishCopiesTheWorldMatrixAndNothingElse) {
 
 // Marks on ancestors that several threads share: no kDirtySelf is lost, and every ancestor is
 // marked.
-TEST_F(WorldTransformTest, SeveralThreadsMarkBelowOneAncestor) {
+TEST_F(WorldTransformTest, SeveralThreadsMarkBelowSharedAncestors) {
   //   0 - 1 - 2 - 3 - 4 - 5 above, and below 5 the entities 6 to 9
   const uint32_t e = AddChain(6);
   const uint32_t leaves = world.Add3D(4);
@@ -687,7 +687,7 @@ TEST_F(WorldTransformTest, SeveralThreadsMarkBelowOneAncestor) {
 }
 
 // One thread marks entities, the other marks their descendants, concurrently.
-TEST_F(WorldTransformTest, AMarkOf2OutlastsAMarkFromBelowAtTheSameTime) {
+TEST_F(WorldTransformTest, AConcurrentDirtyBelowDoesNotOverwriteDirtySelf) {
   constexpr uint32_t kPairs = 4000;
   const uint32_t parents = world.Add3D(kPairs);
   const uint32_t children = world.Add3D(kPairs);
@@ -804,7 +804,7 @@ TEST_F(WorldTransformTest, OnlyActive3DEntitiesFollow) {
   EXPECT_EQ(1.0f, world.Record3D(solid).position[0]);
 }
 
-TEST_F(WorldTransformTest, AFlatBoneIsNotFollowed) {
+TEST_F(WorldTransformTest, A2DBoneIsNotFollowed) {
   const uint32_t flat = world.Add2D();
   const uint32_t solid = world.Add3D();
   world.AddRoot(flat);
@@ -826,7 +826,7 @@ TEST_F(WorldTransformTest, AnUnboundEntityNoLongerFollows) {
   EXPECT_EQ(Handles{}, world.DirtyList());
 }
 
-TEST_F(WorldTransformTest, AChainOfBindingsMovesOnAFrameForEachLink) {
+TEST_F(WorldTransformTest, AChainOfBindingsLagsOneFramePerLink) {
   //   bone <- 0 <- 1, all roots
   const uint32_t bone = AddChain(1);
   const uint32_t e = world.Add3D(2);
@@ -873,7 +873,7 @@ TEST_F(WorldTransformTest, ABoneOfScale0WarnsOnceAndGivesTheIdentity) {
   EXPECT_EQ("", RefreshBone(bone, 1, -1, 1));
 }
 
-TEST_F(WorldTransformTest, ScalesUpTo1e7thAreTaken0) {
+TEST_F(WorldTransformTest, ScalesUpTo1eMinus7CountAsZero) {
   const uint32_t bone = AddChain(1);
   const uint32_t bound = world.Add3D();
   world.Bind(bound, bone);
@@ -886,7 +886,7 @@ TEST_F(WorldTransformTest, ScalesUpTo1e7thAreTaken0) {
   EXPECT_TRUE(std::isnan(world.Record3D(bound).scale[1]));
 }
 
-TEST_F(WorldTransformTest, ABoneOfScale0IsSilentWhenNobodyFollows) {
+TEST_F(WorldTransformTest, ABoneOfScale0IsSilentWithoutBoundEntities) {
   const uint32_t bone = AddChain(1);
   const uint32_t solid = world.Add3D();
   const uint32_t flat = world.Add2D();
@@ -933,7 +933,7 @@ TEST_F(WorldTransformTest, AFullListDropsBoundEntities) {
   EXPECT_EQ(0.0f, world.At(followers[12287]).localMatrix()[12]);
 }
 
-TEST_F(WorldTransformTest, ScriptAppendsBehindWhatTheWorldPassLeft) {
+TEST_F(WorldTransformTest, TheScriptAppendsAfterTheEntriesOfTheWorldPass) {
   const uint32_t bone = AddChain(1);
   const uint32_t bound = world.Add3D(2);
   world.AddRoot(bound);
@@ -951,7 +951,7 @@ TEST_F(WorldTransformTest, ScriptAppendsBehindWhatTheWorldPassLeft) {
 
 // --- One entity at once
 
-TEST_F(WorldTransformTest, RefreshEntityRunsTheCommandsAndTheListOfAll) {
+TEST_F(WorldTransformTest, RefreshEntityRunsAllCommandsAndTheWholeList) {
   const uint32_t e = world.Add3D(4);
   world.MoveTo(e, 1, 0, 0);
   world.MoveTo(e + 1, 0, 2, 0);
@@ -975,7 +975,7 @@ TEST_F(WorldTransformTest, RefreshEntityRunsTheCommandsAndTheListOfAll) {
   EXPECT_EQ((Numbers{1, 2, 0}), world.WorldPosition(e + 2));
 }
 
-TEST_F(WorldTransformTest, RefreshEntityOfAnUnknownHandleDoesNothingAtAll) {
+TEST_F(WorldTransformTest, RefreshEntityOfAnUnknownHandleDoesNothing) {
   const uint32_t e = world.Add3D(1);
   world.AddRoot(e);
   world.Dirty(e);
@@ -1032,7 +1032,7 @@ TEST_F(WorldTransformTest, RefreshChainStopsBelowTheFirstUnmarkedAncestor) {
   EXPECT_EQ((Handles{1, 1, 1, 3}), WorldVersions(e, 4));
 }
 
-TEST_F(WorldTransformTest, RefreshChainLeavesInactiveAndCleanEntitiesAlone) {
+TEST_F(WorldTransformTest, RefreshChainSkipsInactiveAndCleanEntities) {
   const uint32_t e = AddChain(3);
   world.At(e + 2).RefreshChain();
   EXPECT_EQ((Handles{1, 1, 1}), WorldVersions(e, 3));
@@ -1069,7 +1069,7 @@ TEST_F(WorldTransformTest, RefreshChainBelowAnInactiveAncestorDoesNothing) {
   EXPECT_EQ((Handles{1, 1, 2}), WorldVersions(e, 3));
 }
 
-TEST_F(WorldTransformTest, RefreshChainTakesBoundEntitiesAlong) {
+TEST_F(WorldTransformTest, RefreshChainUpdatesBoundEntities) {
   const uint32_t e = AddChain(2);
   const uint32_t bound = world.Add3D(2);
   world.Bind(bound, e);
@@ -1083,7 +1083,7 @@ TEST_F(WorldTransformTest, RefreshChainTakesBoundEntitiesAlong) {
 // --- Depth
 
 // All walks of a tree, over 100000 levels, on a stack that holds a small part of that.
-TEST(WorldTransformDepthTest, AChainOf100000EntitiesNeedsNoStack) {
+TEST(WorldTransformDepthTest, AChainOf100000EntitiesIsWalkedWithoutRecursion) {
   RunOnSmallStack([] {
     constexpr uint32_t kLevels = 100000;
     constexpr uint32_t kPerBatch = 4000;
@@ -1166,7 +1166,7 @@ TEST(WorldTransformDepthTest, ReleaseInTheMiddleOfADeepChain) {
   });
 }
 
-TEST(WorldTransformDepthTest, ACycleOf100000EntitiesNeedsNoStack) {
+TEST(WorldTransformDepthTest, ACycleOf100000EntitiesIsWalkedWithoutRecursion) {
   RunOnSmallStack([] {
     World world;
     Handles ring;
@@ -1245,7 +1245,7 @@ TEST_F(WorldTransformDeathTest, AMarkedCycleIsFatalForTheRefreshOfOneEntity) {
   EXPECT_PARENT_CYCLE(world.At(e + 1).RefreshChain());
 }
 
-TEST_F(WorldTransformDeathTest, ACycleWithoutAMarkOf2IsWalkedOnce) {
+TEST_F(WorldTransformDeathTest, ACycleMarkedAsDirtyBelowIsWalkedOnce) {
   SetMarks(1, 1, 1);
   world.At(e).UpdateTree();
   EXPECT_EQ((Handles{0, 0, 0}), Marks(e, 3));

@@ -67,7 +67,7 @@ class MatrixFlowInterpreterTest : public testing::Test {
 
 // Streams.
 
-TEST_F(MatrixFlowInterpreterTest, ANewBufferRunsToItsEndAtOnce) {
+TEST_F(MatrixFlowInterpreterTest, ANewBufferIsEmptyAndRuns) {
   EXPECT_EQ(0, Again());
   EXPECT_EQ("", scene.Log());
   EXPECT_EQ(kFirstCommand, Position());
@@ -107,7 +107,7 @@ TEST_F(MatrixFlowInterpreterTest, ATypeWithoutItsOperandsGives2) {
   EXPECT_EQ(kFirstCommand + 4, Position()) << "just behind the type";
 }
 
-TEST_F(MatrixFlowInterpreterTest, EveryCommandCutAnywhereInsideGives2AndNothingIsDone) {
+TEST_F(MatrixFlowInterpreterTest, EveryTruncatedCommandGives2AndHasNoEffect) {
   const uint32_t from = Pattern(64);
   const uint32_t to = Pattern(64);
   for (const ReferenceCommand& command : kReferenceCommands) {
@@ -185,7 +185,7 @@ TEST_F(MatrixFlowInterpreterTest, OneByteOfATypeIsEnoughForAllFourToBeRead) {
   }
 }
 
-TEST_F(MatrixFlowInterpreterTest, PartOfAWordBehindACommandIsReadWithTheBytesThatFollow) {
+TEST_F(MatrixFlowInterpreterTest, APartialWordAfterACommandIsReadWithTheBytesThatFollow) {
   const uint32_t block = scene.AddFloats({1, 2});
   for (uint32_t rest = 1; rest <= 3; ++rest) {
     scene.Write(buffer, {1000, block, 0, block, 4, 77, 88});
@@ -214,7 +214,7 @@ TEST_F(MatrixFlowInterpreterTest, AHeaderBeyondTheBlockReadsWhatFollows) {
 
 // Products prefetch operands of later commands. A header beyond the block's end must not make them
 // read there; the sanitizer checks large blocks.
-TEST_F(MatrixFlowInterpreterTest, ProductsNearTheEndOfABlockReadNothingBehindIt) {
+TEST_F(MatrixFlowInterpreterTest, PrefetchingProductsDoesNotReadPastTheBlock) {
   constexpr uint32_t kProducts = 30;
   constexpr uint32_t kBytes = 4 + 28 * kProducts + 4;
   const uint32_t a = scene.AddFloats({2, 0, 0, 0, 0, 3, 0, 0, 0, 0, 4, 0, 0, 0, 0, 5});
@@ -238,7 +238,7 @@ TEST_F(MatrixFlowInterpreterTest, ProductsNearTheEndOfABlockReadNothingBehindIt)
 
 // The block of each operand position is cached, hence: same block, another, an unknown one, and
 // that of the stream itself.
-TEST_F(MatrixFlowInterpreterTest, EachReferenceCountsWhateverBlockItsPlaceHadBefore) {
+TEST_F(MatrixFlowInterpreterTest, EachReferenceIsResolvedWhateverBlockIsCached) {
   const uint32_t a = scene.AddFloats({1, 2, 3, 4});
   const uint32_t b = scene.AddFloats({10, 20});
   const uint32_t own = scene.IDOf(buffer);
@@ -302,7 +302,7 @@ TEST_F(MatrixFlowInterpreterTest, TheHeaderIsReadAnewByEachRun) {
   EXPECT_EQ(4.0f, scene.Float(block, 0));
 }
 
-TEST_F(MatrixFlowInterpreterTest, WhatWasDoneAheadOfAFailureStaysDone) {
+TEST_F(MatrixFlowInterpreterTest, ResultsBeforeAFailureRemain) {
   const uint32_t block = scene.AddFloats({1, 2, 0});
   const std::vector<uint32_t> add = {1001, block, 0, block, 4, block, 0};
   const struct {
@@ -404,7 +404,7 @@ TEST_F(MatrixFlowInterpreterTest, AValueMayEndWhereItsBlockEndsAndNotOneByteBeyo
   }
 }
 
-TEST_F(MatrixFlowInterpreterTest, TheFirstReferenceAtFaultStopsTheReadingAndNothingIsWritten) {
+TEST_F(MatrixFlowInterpreterTest, TheFirstInvalidReferenceStopsReadingAndNothingIsWritten) {
   const uint32_t block = scene.AddFloats({1, 2, 3});
   const uint32_t position = kFirstCommand + 4;
   EXPECT_EQ(4, Run({1001, kNoBlock, 0, block, 0, block, 8}));
@@ -496,7 +496,7 @@ TEST_F(MatrixFlowInterpreterTest, ALaterCommandWrittenByItsOwnRunIsTheOneThatRun
   EXPECT_EQ(3.0f, scene.Float(block, 8));
 }
 
-TEST_F(MatrixFlowInterpreterTest, LaterOperandsWrittenByTheirOwnRunAreTheOnesThatCount) {
+TEST_F(MatrixFlowInterpreterTest, LaterOperandsWrittenByTheirOwnRunAreUsed) {
   const uint32_t own = scene.IDOf(buffer);
   const uint32_t block = scene.AddFloats({6, 3, 0, 0});
   const uint32_t offset = scene.AddBlock(4);
@@ -516,7 +516,7 @@ TEST_F(MatrixFlowInterpreterTest, ACommandThatOverwritesItsOwnOperandsHasReadThe
 
 // Calls.
 
-TEST_F(MatrixFlowInterpreterTest, ACallRunsTheOtherBufferAndGoesOn) {
+TEST_F(MatrixFlowInterpreterTest, ACallRunsTheOtherBufferAndReturns) {
   const uint32_t block = scene.AddFloats({1, 2, 0});
   const uint32_t callee = scene.AddBuffer(64);
   scene.Write(callee, {1001, block, 0, block, 4, block, 8});
@@ -536,7 +536,7 @@ TEST_F(MatrixFlowInterpreterTest, ACallOfABadHandleIsReportedOnce) {
   EXPECT_EQ(1.0f, scene.Float(block, 0));
 }
 
-TEST_F(MatrixFlowInterpreterTest, TheCodeOfACalledBufferEndsAllItsCallers) {
+TEST_F(MatrixFlowInterpreterTest, AFailingCalledBufferEndsAllItsCallers) {
   const uint32_t block = scene.AddFloats({1, 0});
   const uint32_t middle = scene.AddBuffer(64);
   const uint32_t inner = scene.AddBuffer(64);
@@ -573,7 +573,7 @@ TEST_F(MatrixFlowInterpreterTest, ADeepChainOfCallsRuns) {
   EXPECT_EQ(21.0f, scene.Float(block, 0));
 }
 
-TEST_F(MatrixFlowInterpreterTest, ACallOfItselfThatIsOverwrittenAheadOfItNeverHappens) {
+TEST_F(MatrixFlowInterpreterTest, ARecursiveCallOverwrittenBeforeItRunsIsNotMade) {
   //  4: bulk copy of 3 words to 28
   // 28: call of itself, and the rest of what becomes block[0] = block[0] + block[2]
   const uint32_t own = scene.IDOf(buffer);
@@ -588,7 +588,7 @@ TEST_F(MatrixFlowInterpreterTest, ACallOfItselfThatIsOverwrittenAheadOfItNeverHa
   EXPECT_EQ(0u, scene.Reference().reentries);
 }
 
-TEST_F(MatrixFlowInterpreterTest, ABufferThatCallsItselfSharesItsReaderWithTheRunInside) {
+TEST_F(MatrixFlowInterpreterTest, ABufferThatCallsItselfSharesItsReaderWithTheNestedRun) {
   // call of a helper, which chooses the next callee: first this buffer, then an empty one
   // 12: call of that
   // 20: block[0] = block[0] + block[1]
@@ -609,7 +609,7 @@ TEST_F(MatrixFlowInterpreterTest, ABufferThatCallsItselfSharesItsReaderWithTheRu
   EXPECT_EQ(1u, scene.Reference().reentries);
 }
 
-TEST_F(MatrixFlowInterpreterTest, ARunOutsideGoesOnWithTheLimitOfTheRunInside) {
+TEST_F(MatrixFlowInterpreterTest, AnOuterRunContinuesWithTheLimitOfTheNestedRun) {
   // 4: call helper, which makes the header longer and the next call one of an empty buffer
   // 12: call helper's choice: itself first
   // 20: add 1 to block[0]; within the longer limit only
@@ -631,7 +631,7 @@ TEST_F(MatrixFlowInterpreterTest, ARunOutsideGoesOnWithTheLimitOfTheRunInside) {
 }
 
 // Only the end of the stack stops it, which is made small.
-TEST(MatrixFlowInterpreterDeathTest, ABufferThatCallsItselfForeverEndsTheProcess) {
+TEST(MatrixFlowInterpreterDeathTest, EndlessRecursionOverflowsTheStack) {
   MatrixFlowScene scene;
   const uint32_t buffer = scene.AddBuffer(16);
   scene.Write(buffer, {1, buffer});
@@ -709,7 +709,7 @@ TEST_F(MatrixFlowInterpreterTest, AnyOtherDivisorDivides) {
   EXPECT_TRUE(std::isnan(scene.Float(block, 8)));
 }
 
-TEST_F(MatrixFlowInterpreterTest, ADivisionChecksAllReferencesAheadOfItsDivisor) {
+TEST_F(MatrixFlowInterpreterTest, ADivisionChecksAllReferencesBeforeItsDivisor) {
   const uint32_t block = scene.AddFloats({1, 0});
   EXPECT_EQ(4, Run({1004, block, 0, block, 4, kNoBlock, 0}));
   EXPECT_EQ(4, Run({1004, block, 0, block, 4, block, 5}));
@@ -719,7 +719,7 @@ TEST_F(MatrixFlowInterpreterTest, ADivisionChecksAllReferencesAheadOfItsDivisor)
 
 // Vectors and matrices by component.
 
-TEST_F(MatrixFlowInterpreterTest, FamiliesWorkByComponentAndTouchNothingElse) {
+TEST_F(MatrixFlowInterpreterTest, VectorCommandsWorkByComponentAndChangeNothingElse) {
   const struct {
     uint32_t family;
     uint32_t count;
@@ -760,7 +760,7 @@ TEST_F(MatrixFlowInterpreterTest, FamiliesWorkByComponentAndTouchNothingElse) {
   }
 }
 
-TEST_F(MatrixFlowInterpreterTest, DivisionsOfVectorsTestNothing) {
+TEST_F(MatrixFlowInterpreterTest, DivisionsOfVectorsDoNotCheckDivisors) {
   const uint32_t a = scene.AddFloats({1, -1, 0, 6});
   const uint32_t b = scene.AddFloats({0, 0, 0, -2});
   const uint32_t r = scene.AddBlock(16);
@@ -819,7 +819,7 @@ TEST_F(MatrixFlowInterpreterTest, CopiesTakeTheDestinationFirst) {
   }
 }
 
-TEST_F(MatrixFlowInterpreterTest, CopiesKeepTheBytesOfNotANumbers) {
+TEST_F(MatrixFlowInterpreterTest, CopiesKeepTheBytesOfNaNs) {
   const uint32_t from = scene.AddBlock(16);
   const uint32_t to = scene.AddBlock(16);
   const uint32_t payloads[] = {0x7F800001u, 0xFFC12345u, 0x7FFFFFFFu, 0xFF800001u};
@@ -832,7 +832,7 @@ TEST_F(MatrixFlowInterpreterTest, CopiesKeepTheBytesOfNotANumbers) {
   EXPECT_EQ(0x7F800001u, scene.Word(to, 4));
 }
 
-TEST_F(MatrixFlowInterpreterTest, ACopyOfTwoProves4BytesAndMoves8) {
+TEST_F(MatrixFlowInterpreterTest, ACopyOfTwoChecks4BytesAndMoves8) {
   // 12 bytes of a class of 16: there is room for a value at 8.
   const uint32_t from = Pattern(12);
   const uint32_t to = Pattern(12);
@@ -847,7 +847,7 @@ TEST_F(MatrixFlowInterpreterTest, ACopyOfTwoProves4BytesAndMoves8) {
   EXPECT_EQ(0, Run({2001, from, 0, from, 0, sum, 4}));
 }
 
-TEST_F(MatrixFlowInterpreterTest, ACopyOfThreeProves4BytesAndMoves12) {
+TEST_F(MatrixFlowInterpreterTest, ACopyOfThreeChecks4BytesAndMoves12) {
   // 8 bytes of a class of 16, 20 of 32.
   const uint32_t from = Pattern(8);
   const uint32_t to = Pattern(20);
@@ -862,7 +862,7 @@ TEST_F(MatrixFlowInterpreterTest, ACopyOfThreeProves4BytesAndMoves12) {
   EXPECT_EQ(4, Run({3001, to, 0, to, 0, to, 16}));
 }
 
-TEST_F(MatrixFlowInterpreterTest, ACopyOfFourProvesAll16) {
+TEST_F(MatrixFlowInterpreterTest, ACopyOfFourChecksAll16) {
   const uint32_t from = Pattern(20);
   const uint32_t to = Pattern(20);
   EXPECT_EQ(4, Run({4000, to, 5, from, 0}));
@@ -885,7 +885,7 @@ TEST_F(MatrixFlowInterpreterTest, BulkCopiesMoveWords) {
   EXPECT_EQ(4, Run({9000, 176, to, 0, from, 0}));
 }
 
-TEST_F(MatrixFlowInterpreterTest, ABulkCopyOfNothingStillNeedsItsBlocks) {
+TEST_F(MatrixFlowInterpreterTest, ABulkCopyOf0WordsStillNeedsItsBlocks) {
   const uint32_t block = Pattern(20);
   const uint32_t numbers = scene.AddFloats({1, 2});
   const std::vector<uint8_t> before = Bytes(block, 0, 32);
@@ -932,7 +932,7 @@ TEST_F(MatrixFlowInterpreterTest, MatricesOf3MultiplyByColumns) {
   EXPECT_THAT(scene.Floats(r, 0, 9), ElementsAre(49, 59, 69, 4, 5, 6, 8, 10, 12));
 }
 
-TEST_F(MatrixFlowInterpreterTest, TheIdentityOf3GivesAMatrixBack) {
+TEST_F(MatrixFlowInterpreterTest, MultiplyingByTheIdentityOf3ReturnsTheMatrix) {
   const std::vector<float> values = {1, 2, 3, -4, 0.5f, 6, 7.25f, 8, 9};
   const uint32_t a = scene.AddFloats(values);
   const uint32_t one = scene.AddFloats({1, 0, 0, 0, 1, 0, 0, 0, 1});
@@ -1004,7 +1004,7 @@ TEST_F(MatrixFlowInterpreterTest, AProductMayReplaceOrOverlapEitherInput) {
   EXPECT_THAT(scene.Floats(small, 0, 9), ElementsAre(30, 36, 42, 66, 81, 96, 102, 126, 150));
 }
 
-TEST_F(MatrixFlowInterpreterTest, AnInversionLeavesACopyAndTakesTheSourceFirst) {
+TEST_F(MatrixFlowInterpreterTest, AnInversionCopiesAndTakesTheSourceFirst) {
   const std::vector<float> values = {2, 0, 0, 0, 0, 4, 0, 0, 0, 0, 8, 0, 1, 2, 3, 1};
   const uint32_t from = scene.AddFloats(values);
   const uint32_t to = scene.AddBlock(64);

@@ -14,7 +14,7 @@
 namespace nq::engine {
 namespace {
 
-TEST(MatrixFlowRandomTest, RandomGamesGiveTheSameOnBothSides) {
+TEST(MatrixFlowRandomTest, RandomRunsMatchTheReference) {
   const uint32_t games = static_cast<uint32_t>(Rounds(24000));
   PlayTally tally;
   for (uint32_t seed = 1; seed <= games; ++seed) {
@@ -50,7 +50,7 @@ TEST(MatrixFlowRandomTest, ADifferenceIsNoticed) {
   EXPECT_EQ("block 0 of 13 bytes differs at 15: 5D for 5C (mark 0)", scene.Problem());
 }
 
-TEST(MatrixFlowRandomTest, TheSameBytesGiveTheSameGame) {
+TEST(MatrixFlowRandomTest, TheSameBytesGiveTheSameRun) {
   for (uint32_t seed = 1; seed <= 50; ++seed) {
     PlayTally first;
     Choices random(seed);
@@ -66,7 +66,7 @@ TEST(MatrixFlowRandomTest, TheSameBytesGiveTheSameGame) {
 
 // The fuzzer's corpus, and mutations of it, for compilers without a fuzzer. The path is relative to
 // the root, where the suites run.
-TEST(MatrixFlowRandomTest, TheCorpusAndMutationsOfItGiveTheSameOnBothSides) {
+TEST(MatrixFlowRandomTest, TheCorpusAndItsMutationsMatchTheReference) {
   std::vector<std::filesystem::path> files;
   for (const auto& entry : std::filesystem::directory_iterator("tests/fuzz/corpus/matrixflow")) {
     files.push_back(entry.path());

@@ -28,7 +28,7 @@ class MatrixFlowSystemTest : public testing::Test {
   MatrixFlowScene scene;
 };
 
-TEST_F(MatrixFlowSystemTest, HandlesComeInOrderAndBuffersZeroed) {
+TEST_F(MatrixFlowSystemTest, HandlesAreIssuedInOrderAndBuffersAreZeroed) {
   EngineCore* core = scene.Core();
   const MemoryBlock used = scene.Runtime()->Allocate(64);
   std::memset(used.pointer, 0xAB, 64);
@@ -49,14 +49,14 @@ TEST_F(MatrixFlowSystemTest, HandlesComeInOrderAndBuffersZeroed) {
   core->ReleaseCommandBuffer(second.handle);
 }
 
-TEST_F(MatrixFlowSystemTest, ABufferOfSize0IsNothingAndUsesNoHandle) {
+TEST_F(MatrixFlowSystemTest, ABufferOfSize0IsRefusedAndUsesNoHandle) {
   EXPECT_TRUE(IsNothing(scene.Core()->CreateCommandBuffer(0)));
   EXPECT_EQ(0x1000u, scene.AddBuffer(16));
 }
 
 // The last release through a view removes the first block's ID from the index. It then names
 // nothing, not even in a stream in that block.
-TEST_F(MatrixFlowSystemTest, ANumberThatHasLeftTheIndexGives4ToTheBufferThatItNamed) {
+TEST_F(MatrixFlowSystemTest, AMemoryIDRemovedFromTheIndexGives4EvenInItsOwnBuffer) {
   EngineCore* core = scene.Core();
   EngineRuntime* runtime = scene.Runtime();
   const NativeValueInfo buffer = core->CreateCommandBuffer(64);
@@ -92,7 +92,7 @@ TEST_F(MatrixFlowSystemTest, ANumberThatHasLeftTheIndexGives4ToTheBufferThatItNa
   core->ReleaseCommandBuffer(buffer.handle);
 }
 
-TEST_F(MatrixFlowSystemTest, AReaderStartsOverItsBlockWithoutLimits) {
+TEST_F(MatrixFlowSystemTest, ANewReaderCoversItsBlockAndHasNoLimits) {
   const uint32_t buffer = scene.AddBuffer(100);
   EXPECT_EQ(100u, scene.Reader(buffer).Capacity());
   EXPECT_EQ(0u, scene.Reader(buffer).Position());
@@ -111,7 +111,7 @@ TEST_F(MatrixFlowSystemTest, AReleasedHandleIsIssuedAgain) {
   EXPECT_EQ(0, Execute(first));
 }
 
-TEST_F(MatrixFlowSystemTest, AnyHandleOfItsKeyReleasesABufferAndUnknownOnesNothing) {
+TEST_F(MatrixFlowSystemTest, AnyHandleOfItsKeyReleasesABufferAndUnknownOnesAreIgnored) {
   EngineCore* core = scene.Core();
   const NativeValueInfo info = core->CreateCommandBuffer(64);
   core->ReleaseCommandBuffer(0);
@@ -170,7 +170,7 @@ TEST_F(MatrixFlowSystemTest, ABufferNeverShrinks) {
   EXPECT_EQ(1u, scene.Reader(buffer).LimitCount()) << "the same reader";
 }
 
-TEST_F(MatrixFlowSystemTest, ResizingAnUnknownBufferGivesNothing) {
+TEST_F(MatrixFlowSystemTest, ResizingAnUnknownBufferReturnsAllZero) {
   EXPECT_TRUE(IsNothing(scene.Core()->ResizeCommandBuffer(0x5000, 64)));
   EXPECT_TRUE(IsNothing(scene.Core()->ResizeCommandBuffer(0, 64)));
   const uint32_t buffer = scene.AddBuffer(64);

@@ -79,7 +79,7 @@ TEST_P(MatrixProductTest, SumsEachElementFromLeftToRight) {
   }
 }
 
-TEST_P(MatrixProductTest, TakesMatricesAtAnyAddress) {
+TEST_P(MatrixProductTest, AcceptsUnalignedMatrices) {
   for (size_t shift = 1; shift < 4; ++shift) {
     Compare(shift, kMatrixBytes + 20 + shift, 256 + shift, static_cast<uint32_t>(shift));
   }
@@ -94,7 +94,7 @@ TEST_P(MatrixProductTest, LoadsAllBeforeItStores) {
   Compare(128, 160, 148, 6);
 }
 
-TEST_P(MatrixProductTest, KeepsNumbersThatAreNone) {
+TEST_P(MatrixProductTest, PropagatesNaNsAndInfinities) {
   float left[16] = {};
   float right[16] = {};
   left[5] = std::nanf("");
