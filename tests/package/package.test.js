@@ -1,5 +1,5 @@
 'use strict';
-// The npm package: what it holds, that it installs with nothing at hand, and that it runs.
+// The npm package: its files, installation without network and compiler, and that it runs.
 const assert = require('assert');
 const childProcess = require('child_process');
 const fs = require('fs');
@@ -49,11 +49,11 @@ after(() => {
 });
 
 describe('package', () => {
-  it('holds exactly what it is meant to hold', () => {
+  it('contains exactly the expected files', () => {
     assert.deepStrictEqual(packedFiles(tarball), expectedFiles());
   });
 
-  it('holds nothing of the workshop', () => {
+  it('contains no development files', () => {
     const workshop = /^(\.|build|bench|tests|scripts|cmake|node_modules|out|Common|Engine)|test/;
     assert.deepStrictEqual(
       packedFiles(tarball).filter((file) => workshop.test(file)),
@@ -61,7 +61,7 @@ describe('package', () => {
     );
   });
 
-  it('names files that it holds, and asks for nothing', () => {
+  it('refers only to files that it contains, and has no dependencies', () => {
     const files = packedFiles(tarball);
     const installed = path.join(project, 'node_modules', 'nq_logic', 'package.json');
     const description = JSON.parse(fs.readFileSync(installed, 'utf8'));
@@ -81,7 +81,7 @@ describe('package', () => {
     );
   });
 
-  it('says in the registry what it is, whose, and where to report troubles', () => {
+  it('states licence, author, keywords, repository and issue tracker', () => {
     const description = require(path.join(project, 'node_modules', 'nq_logic', 'package.json'));
     const { author, bugs, homepage, keywords, license, repository } = description;
     assert.strictEqual(license, 'MIT');
@@ -95,7 +95,7 @@ describe('package', () => {
     assert.strictEqual(homepage, `${at}#readme`);
   });
 
-  it('brings nothing else along', () => {
+  it('installs no other package', () => {
     const names = fs.readdirSync(path.join(project, 'node_modules'));
     assert.deepStrictEqual(
       names.filter((name) => !name.startsWith('.')),
@@ -104,7 +104,7 @@ describe('package', () => {
   });
 
   for (const { file: built, name, on } of packedModules()) {
-    it(`has the release module for Node ${name} on ${on}, without symbols for debuggers`, () => {
+    it(`has the release module for Node ${name} on ${on}, without debug symbols`, () => {
       const file = path.join(project, 'node_modules', 'nq_logic', prebuildOf(name, on));
       assert(file.endsWith(path.join('prebuilds', on, `node.abi${abis[name]}.node`)));
       assert(symbolsOf(file, '-D').includes(`node_register_module_v${abis[name]}`));
@@ -113,7 +113,7 @@ describe('package', () => {
     });
   }
 
-  it('links to documents and examples that it holds', () => {
+  it('links only to documents and examples that it contains', () => {
     const files = packedFiles(tarball);
     const documents = files.filter((file) => file.endsWith('.md'));
     assert(documents.length > 10);
@@ -132,14 +132,14 @@ describe('package', () => {
 });
 
 describe('an installed package', () => {
-  /** Runs a script in the project, with no program within reach. */
+  /** Runs a script in the project, with an empty PATH. */
   function runInProject(program, ...args) {
     const options = { cwd: project, encoding: 'utf8', env: { PATH: '' } };
     return childProcess.spawnSync(program, args, options);
   }
 
   for (const { name, on } of packedModules()) {
-    it(`runs on Node ${name} on ${on} with no compiler`, () => {
+    it(`runs on Node ${name} on ${on} without a compiler`, () => {
       fs.copyFileSync(path.join(__dirname, 'smoke.js'), path.join(project, 'smoke.js'));
       const host = hostBinary(name, on);
       const command =
@@ -149,14 +149,14 @@ describe('an installed package', () => {
     });
   }
 
-  it('runs all examples that it has', () => {
+  it('runs all its examples', () => {
     const examples = path.join('node_modules', 'nq_logic', 'examples');
     const names = fs.readdirSync(path.join(project, examples)).filter((name) => /^\d/.test(name));
     assert(names.length > 6);
     for (const name of names.map((file) => path.basename(file, '.js'))) {
       const result = runInProject(hostBinary('12'), path.join(examples, `${name}.js`));
       if (name === '06-skinning') {
-        // It runs where the package that it names is there: see project.test.js.
+        // It needs another package: see project.test.js.
         assert(result.stderr.includes("'npm install @gltf-transform/core@3'"), result.stderr);
         continue;
       }
@@ -165,7 +165,7 @@ describe('an installed package', () => {
     }
   });
 
-  it('has typings that need nothing beside it', () => {
+  it('has typings without dependencies', () => {
     fs.copyFileSync(path.join(__dirname, 'use.ts'), path.join(project, 'use.ts'));
     const compiler = path.join(root, 'node_modules', 'typescript', 'bin', 'tsc');
     const options = ['--noEmit', '--strict', '--target', 'es2019', '--module', 'commonjs'];
@@ -175,7 +175,7 @@ describe('an installed package', () => {
 });
 
 describe('scripts/pack.js', () => {
-  it('refuses options that it does not know', () => {
+  it('refuses unknown options', () => {
     const script = path.join(root, 'scripts', 'pack.js');
     const result = childProcess.spawnSync(process.execPath, [script, '--fast'], {
       encoding: 'utf8',
@@ -188,7 +188,7 @@ describe('scripts/pack.js', () => {
 describe('placePrebuilds', () => {
   const [reference] = packedModules();
 
-  it('says that there is no build', () => {
+  it('reports a missing build', () => {
     const file = path.join(folder, 'none.node');
     const refuse = (on, cure) =>
       assert.throws(() => placePrebuilds([reference, { file, name: '24', on }], folder), {
@@ -209,14 +209,14 @@ describe('placePrebuilds', () => {
     for (const file of [process.execPath, __filename, of24[0].file]) {
       refuse(file, reference);
     }
-    // The entry of Node 24, but of the other platform.
+    // The entry point of Node 24, but for the other platform.
     assert.strictEqual(of24.length, 2);
     refuse(of24[0].file, of24[1]);
     refuse(of24[1].file, of24[0]);
     assert(fs.existsSync(path.join(target, 'prebuilds')));
   });
 
-  it('leaves no earlier binary beside the new ones', () => {
+  it('removes earlier binaries', () => {
     const target = path.join(folder, 'anew');
     const old = path.join(target, 'prebuilds', 'linux-x64', 'node.abi64.node');
     fs.mkdirSync(path.dirname(old), { recursive: true });

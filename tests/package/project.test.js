@@ -1,6 +1,6 @@
 'use strict';
-// A project set up as README.md says, beside packages of today from the registry: the host runs its game, and
-// compiler, formatter and linter run by the newer Node; any version of the importer's peer installs.
+// A project set up as in README.md, with current packages from the registry: the host runs its game, compiler,
+// formatter and linter run on the newer Node; any version of the importer's peer installs.
 const assert = require('assert');
 const childProcess = require('child_process');
 const fs = require('fs');
@@ -23,10 +23,10 @@ function succeed(result) {
   return result.stdout;
 }
 
-/** Runs a line of a terminal in the project. */
+/** Runs a command line in the project. */
 const runLine = (line) => runAtTerminal(game, 'sh', ['-ec', line]);
 
-/** The commands of README.md that make a project, and those that give it a host of its own, a line each. */
+/** The commands of README.md that create a project, and those that install a host in it, a line each. */
 function commandsOfReadme() {
   const text = fs.readFileSync(path.join(root, 'README.md'), 'utf8');
   const [, section] = /For a project of your own([^]*?)\n## /.exec(text);
@@ -53,15 +53,15 @@ after(() => {
   removeFolder(folder);
 });
 
-describe('a project set up as README.md says', () => {
-  it('runs its game by the Node of the terminal, and by the host in its folder', () => {
+describe('a project set up as in README.md', () => {
+  it('runs its game with the Node in PATH, and with the host in its folder', () => {
     fs.copyFileSync(path.join(__dirname, 'smoke.js'), path.join(game, 'game.js'));
     for (const commands of commandsOfReadme()) {
       assert.strictEqual(succeed(runLine(commands[commands.length - 1])), 'all well\n');
     }
   });
 
-  it('leaves the Node of the terminal to everything else', () => {
+  it('runs everything else with the Node in PATH', () => {
     const version = succeed(runLine('npx --no-install node -p process.versions.node')).trim();
     const own = succeed(runAtTerminal(game, newerNode(), ['-p', 'process.versions.node'])).trim();
     assert.strictEqual(version, own);
@@ -82,7 +82,7 @@ describe('a project set up as README.md says', () => {
     const config = "module.exports = [{ rules: { 'no-undef': 'error' } }];\n";
     fs.writeFileSync(path.join(game, 'eslint.config.js'), config);
     assert.strictEqual(succeed(runLine('npx tsc')), '');
-    // Each says what is wrong, too.
+    // Each also reports errors.
     fs.writeFileSync(path.join(game, 'wrong.js'), 'console .log( nothing )');
     const prettier = runLine('npx prettier --check wrong.js');
     assert.strictEqual(prettier.status, 1, prettier.stderr);
@@ -108,7 +108,7 @@ describe('a project set up as README.md says', () => {
       }
     });
 
-    /** Writes a project of both files with a way of resolving modules, and the kind of modules that goes with it. */
+    /** Writes a project of both files with a module resolution, and the module kind for it. */
     function configure(moduleResolution, module) {
       const strict = { strict: true, skipLibCheck: false, types: ['node'] };
       const compilerOptions = { outDir: 'out', target: 'es2019', module, moduleResolution };
@@ -118,7 +118,7 @@ describe('a project set up as README.md says', () => {
     }
 
     for (const resolution of ['node16', 'nodenext']) {
-      it(`compiles strictly by '${resolution}', and runs on the oldest and the newest host`, () => {
+      it(`compiles strictly with '${resolution}', and runs on the oldest and the newest host`, () => {
         configure(resolution, resolution);
         assert.strictEqual(succeed(runLine('npx tsc')), '');
         for (const file of ['use.cjs', 'use.mjs']) {
@@ -132,16 +132,16 @@ describe('a project set up as README.md says', () => {
       });
     }
 
-    it("compiles strictly by 'bundler'", () => {
+    it("compiles strictly with 'bundler'", () => {
       configure('bundler', 'preserve');
       assert.strictEqual(succeed(runLine('npx tsc --noEmit')), '');
     });
   });
 });
 
-describe('three.js of today', () => {
-  // Suites that have it as an oracle get it in place of the version that package.json pins: as an ES module, which
-  // hosts from Node 22 on can require.
+describe('the latest three.js', () => {
+  // Suites that use it as an oracle load it instead of the version that package.json pins: as an ES module, which
+  // Node 22 and later can require.
   const hook = `
     const Module = require('module');
     const { _resolveFilename } = Module;
@@ -172,7 +172,7 @@ describe('three.js of today', () => {
 });
 
 describe("the importer's peer", () => {
-  // What a model gives: by the version under test, and by the one that the sources have.
+  // The import of a model: with the version under test, and with the one of the sources.
   const script = `
     const bytes = (key, value) => value instanceof ArrayBuffer ? Buffer.from(value).toString('hex') : value;
     require('nq_logic/lib/gltf').importGltf('model.glb').then(
@@ -191,14 +191,14 @@ describe("the importer's peer", () => {
     assert(expected.length > 1000);
   });
 
-  /** Installs a version; without --force or the like, so that what doesn't go together is refused. */
+  /** Installs a version, without --force, so that npm refuses conflicts. */
   function install(wanted) {
     succeed(runLine(`npm install --no-audit --no-fund ${kPeer}@${wanted}`));
     const file = path.join(game, 'node_modules', kPeer, 'package.json');
     return JSON.parse(fs.readFileSync(file, 'utf8')).version;
   }
 
-  it('installs in its newest version, by which the importer runs or says what to do', () => {
+  it('installs in its newest version, with which the importer runs or names the cure', () => {
     const version = install('latest');
     assert(Number.parseInt(version, 10) >= 4, version);
     const printed = succeed(runAtTerminal(game, host, ['import.js'])).trim();
@@ -207,14 +207,14 @@ describe("the importer's peer", () => {
       assert(printed.startsWith(start), printed);
       assert(printed.endsWith(`by 'npm install ${kPeer}@3'.`), printed);
     }
-    // By a Node for which that version is made.
+    // On a Node that the version supports.
     assert.strictEqual(succeed(runAtTerminal(game, newerNode(), ['import.js'])).trim(), expected);
   });
 
-  // Those that the cure and the range of package.json name.
+  // The versions named by the cure and by the range of package.json.
   const { peerDependencies } = require('../../package.json');
   for (const wanted of [peerDependencies[kPeer].replace('>=', ''), '2', '3']) {
-    it(`imports the same by version ${wanted}, on the host too`, () => {
+    it(`gives the same import with version ${wanted}, also on the host`, () => {
       install(wanted);
       for (const node of [host, newerNode()]) {
         assert.strictEqual(succeed(runAtTerminal(game, node, ['import.js'])).trim(), expected);
@@ -222,7 +222,7 @@ describe("the importer's peer", () => {
     });
   }
 
-  it('is enough for the example of skinning', () => {
+  it('is all that the skinning example needs', () => {
     const example = path.join('node_modules', 'nq_logic', 'examples', '06-skinning.js');
     const file = path.join(root, 'examples', 'expected', '06-skinning.txt');
     const printed = succeed(runAtTerminal(game, host, [example]));

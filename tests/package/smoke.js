@@ -1,5 +1,5 @@
 'use strict';
-// Run in a project in which the package is installed, and nothing else: what a first own scene takes.
+// Run in a project in which only the package is installed: a first scene.
 const assert = require('assert');
 const nq = require('nq_logic');
 const { buildClip, sampleTypes } = require('nq_logic/lib/clip');
@@ -7,11 +7,11 @@ const { importGltf } = require('nq_logic/lib/gltf');
 
 assert.strictEqual(nq.getVersion().version, '138');
 const engine = nq.getEngine();
-// The build with command buffers is not what is packed.
+// The package does not contain the build with command buffers.
 assert.strictEqual(engine.createMatrixFlowCommandBuffer, undefined);
 assert.throws(() => nq.loadMatrixFlow(), { code: 'ERR_NQ_LOAD' });
 
-// A child 5 along x of a parent at 1, 2, 3 that a clip turns by a half about z in 60 frames.
+// A child at x = 5 of a parent at 1, 2, 3 that a clip rotates by half a turn about z in 60 frames.
 const entities = new nq.Entity3DView(engine.createEntity(true, 2));
 entities.setPosition(0, 1, 2, 3);
 entities.setScale(0, 1, 1, 1);
@@ -38,19 +38,19 @@ animator.setTarget(0, entities.handle(0));
 engine.updateAnimator(animator.id);
 engine.refreshWorldTransform();
 
-// Turned by a quarter: x goes to y.
+// After a quarter turn x is y.
 const matrix = entities.worldMatrix(1, new Float32Array(16));
 const wanted = [0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1, 0, 1, 7, 7, 1];
 wanted.forEach((value, i) => {
   assert(Math.abs(matrix[i] - value) < 1e-6, `element ${i} is ${matrix[i]}, not ${value}`);
 });
 
-// The checked engine does the same, and complains in words.
+// The checked engine does the same, and throws readable errors.
 const careful = nq.checked(nq.getEngine());
 assert.strictEqual(new nq.Entity3DView(careful.createEntity(true, 2)).count, 2);
 assert.throws(() => careful.createEntity(true, 4096), RangeError);
 
-// The importer says which package it lacks.
+// The importer names the missing package.
 const model = Buffer.from('{ "asset": { "version": "2.0" } }');
 importGltf(model).then(
   () => assert.fail('imported without the package for it'),

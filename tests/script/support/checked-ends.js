@@ -7,7 +7,7 @@ const { buildClip, sampleTypes } = require('../../../lib/clip');
 
 const none = 0xffffffff;
 
-/** Keeps what a case makes. */
+/** Keeps the objects of a case alive. */
 const kept = [];
 function keep(object) {
   kept.push(object);
@@ -22,7 +22,7 @@ function clip(engine) {
   );
 }
 
-/** A clip whose word `index` is wrong, in an animator. */
+/** A clip with an invalid word `index`, in an animator. */
 function brokenClip(index, word, cut = 0) {
   return (engine) => {
     const keys = [{ frame: 0, value: 1, inTangent: 0, outTangent: 0 }];
@@ -43,7 +43,7 @@ function cycle(engine) {
   const words = [1, id, 2, id, id + 1, 2, id + 1, id + 2];
   new Uint32Array(engine.entityCommands).set([4 * words.length, ...words]);
   engine.refreshWorldTransform();
-  // Below a root, in three steps: out, in below its own child, and a root again above it.
+  // Under a root, in three steps: removed, added to its own child, and made a root again.
   const top = keep(engine.createEntity(true)).id;
   const more = [2, id + 2, id + 1, 2, top, id + 2, 1, top, 2, id + 1, top];
   new Uint32Array(engine.entityCommands).set([4 * more.length, ...more]);
@@ -61,7 +61,7 @@ function skinning(words) {
   };
 }
 
-/** A controller whose states go round: the first names itself, or a second that names it. */
+/** A controller with a cycle of states: the first refers to itself, or to a second that refers to it. */
 function loop(count) {
   return (engine) => {
     const entity = keep(engine.createEntity(true));
@@ -89,7 +89,7 @@ function commandBuffer(write) {
   };
 }
 
-/** The same object, with properties of its own that hide those of its class. */
+/** The same object, with own properties that hide those of its class. */
 function claiming(object, properties) {
   Object.keys(properties).forEach((name) => {
     Object.defineProperty(object, name, { value: properties[name] });
@@ -373,7 +373,7 @@ function seen(engine, handle) {
 }
 
 /**
- * Calls that do nothing natively, or not what was meant: `native` is what `run` returns there.
+ * Calls that do nothing natively, or not what was intended: `native` is the native result of `run`.
  * @type {Object<string, {run: Function, native: *, type: Function, words: string[]}>}
  */
 const silences = {
@@ -431,7 +431,7 @@ const silences = {
   },
   targetTableTooShort: {
     run: (engine) => {
-      // The first clip is off, and the second one's entry lies behind the table.
+      // The first clip is off, and the second one's entry is beyond the table.
       const { entity, animator } = animated(engine, 2);
       new Float32Array(animator.buffer)[2] = 0;
       engine.updateAnimator(animator.id);
@@ -518,7 +518,7 @@ const silences = {
   commandOfNoNumber: {
     run: (engine) => {
       const batch = keep(engine.createEntity(true, 2));
-      // 12 is passed over, and its operand taken for a command: the 2 of AddChild.
+      // 12 is skipped, and its operand read as a command: the 2 of AddChild.
       return worldX(engine, batch, [1, batch.id, 12, 2, batch.id, batch.id + 1]);
     },
     native: 3,

@@ -8,7 +8,7 @@ const { frustum, none, ortho, targetLists } = require('./checked');
 const rate = 30;
 const frameCount = 20;
 
-/** A clip that moves each target along x and turns it. */
+/** A clip that moves each target along x and rotates it. */
 function clipOf(random, targets) {
   const { PositionX, QuaternionX, QuaternionY, QuaternionZ, QuaternionW } = sampleTypes;
   const curves = [];
@@ -26,7 +26,7 @@ function clipOf(random, targets) {
   return buildClip({ framesPerSecond: rate, frameCount, curves });
 }
 
-/** Result of a call as something to compare: buffers as text. */
+/** Result of a call in comparable form: buffers as text. */
 function plain(result) {
   if (result instanceof ArrayBuffer) {
     return Buffer.from(result.slice(0)).toString('hex');
@@ -43,13 +43,13 @@ function plain(result) {
 
 /**
  * @param {Object} engine checked or not
- * @returns {Array} results and bytes, in their order
+ * @returns {Array} results and bytes, in order
  */
 function playScene(engine) {
   const random = randomNumbers(4711);
   const log = [];
   const kept = [];
-  /** Notes what a call gave. */
+  /** Records the result of a call. */
   const note = (result) => {
     log.push(plain(result));
     return result;

@@ -29,14 +29,14 @@ function counted(...handles) {
   return Uint32Array.of(handles.length, ...handles).buffer;
 }
 
-/** Arguments of a camera that sees what stands around the origin. */
+/** Arguments of a camera that looks at the origin. */
 const frustum = [0xffffffff, 0, 0, 10, 0, 0, 0, 0, 1, 0, 1, 1, 0.1, 100];
 const ortho = [0xffffffff, 0, 0, 10, 0, 0, 0, 0, 1, 0, -5, 5, -5, 5, 0.1, 100];
 
 class Lab {
   /**
-   * @param {Object} module whose native engine is put under watch
-   * @param {boolean} [isPlain] the engine is the native one, to compare with
+   * @param {Object} module whose native engine is spied on
+   * @param {boolean} [isPlain] use the native engine, for comparison
    */
   constructor(module, isPlain = false) {
     this.nativeCalls = 0;
@@ -45,13 +45,13 @@ class Lab {
     for (const name of Object.keys(prototype)) {
       this._watch(this.native, name, (made) => this._watchMethods(made));
     }
-    /** What the engine has given hints of. */
+    /** Hints of the engine. */
     this.hints = [];
     const onHint = (hint) => this.hints.push(hint);
     this.engine = isPlain ? this.native : checked(this.native, { onHint });
     this.commands = new Uint32Array(this.engine.entityCommands);
     this.dirty = new Uint32Array(this.engine.dirtyEntities);
-    /** Keeps what a test makes. */
+    /** Keeps the objects of a test alive. */
     this.made = [];
   }
 
@@ -158,8 +158,8 @@ class Lab {
   }
 
   /**
-   * Asserts that a call throws an error of `type` whose message has all fragments, that ends in a cure,
-   * and that nothing has happened.
+   * Asserts that a call throws an error of `type` whose message has all fragments, that ends in a cure, and that
+   * nothing has changed.
    */
   refuses(call, type, ...fragments) {
     const before = this._snapshot();
@@ -169,7 +169,7 @@ class Lab {
     this._snapshot().forEach((bytes, i) => assert(bytes.equals(before[i]), `buffer ${i} changed`));
   }
 
-  /** Asserts that a call goes through to native code. */
+  /** Asserts that a call reaches native code. */
   passes(call) {
     const calls = this.nativeCalls;
     const result = call();
@@ -193,7 +193,7 @@ function assertWords(call, type, ...fragments) {
     for (const fragment of fragments) {
       assert(error.message.includes(String(fragment)), `'${fragment}' is not in: ${error.message}`);
     }
-    // What was found, and the cure behind a colon.
+    // What was found, and the cure after a colon.
     assert(/^[^:]+: .+: .+\.$/.test(error.message), error.message);
     return true;
   });

@@ -8,7 +8,7 @@ const { buildKind, differences, emulated } = require('./host');
 
 const timeout = emulated ? 1200000 : 120000;
 
-/** What an emulator adds when a signal ends the process. */
+/** Message of an emulator when a signal ends the process. */
 const emulatorLines = /^qemu: uncaught target signal .*\n/m;
 
 /**
@@ -32,7 +32,7 @@ function runScript(script, ...args) {
 }
 
 /**
- * Runs a script as `runScript` does, in a process that gets no more than about a gigabyte at once.
+ * Like `runScript`, in a process that can't allocate more than about a gigabyte at once.
  * @param {string} script file name
  * @param {string[]} args
  */
@@ -41,10 +41,10 @@ function runScriptWithLittleMemory(script, ...args) {
   const options = { encoding: 'utf8', timeout, killSignal: 'SIGKILL' };
   const node = [process.execPath, '--expose-gc', file, ...args];
   if (buildKind === 'plain') {
-    // In kilobytes of address space. The shell becomes the process.
+    // In kilobytes of address space. The shell is replaced by the process.
     return spawnSync('sh', ['-c', 'ulimit -v 1500000 && exec "$@"', 'sh', ...node], options);
   }
-  // A sanitizer needs the whole address space, and has a limit of its own, for a single block.
+  // A sanitizer needs the whole address space, and has its own limit, for a single block.
   const variable = buildKind === 'address' ? 'ASAN_OPTIONS' : 'TSAN_OPTIONS';
   const limits = 'allocator_may_return_null=1:max_allocation_size_mb=1000';
   const given = process.env[variable] || '';
@@ -56,17 +56,17 @@ function describe(result) {
   return `status ${result.status}, signal ${result.signal}\n${result.stdout}\n${result.stderr}`;
 }
 
-/** The process ended by itself, without complaint. */
+/** The process exited normally, without messages. */
 function assertCleanExit(result) {
   assert.strictEqual(result.status, 0, describe(result));
   assert.strictEqual(result.signal, null);
   assert.strictEqual(result.stderr, '');
 }
 
-/** The process touched memory that is not there. */
+/** The process accessed unmapped memory. */
 function assertFault(result) {
   if (buildKind === 'address') {
-    // The sanitizer reports, and ends the process by a status of its own.
+    // The sanitizer reports, and exits with its own status.
     assert.notStrictEqual(result.status, 0, describe(result));
     assert(
       /AddressSanitizer: SEGV|runtime error: .*null pointer/.test(result.stderr),
@@ -76,18 +76,18 @@ function assertFault(result) {
     assert.strictEqual(result.signal, 'SIGSEGV', describe(result));
     assert.strictEqual(result.stderr, '');
   }
-  // Each script prints this ahead of its last step, so that an earlier fault is not taken for it.
+  // Each script prints this before its last step, so that an earlier fault is not mistaken for it.
   assert(result.stdout.endsWith('about to end\n'), describe(result));
 }
 
-/** V8 ended the process, and said why. */
+/** V8 ended the process, with a message. */
 function assertHostFatal(result, text) {
   assert.strictEqual(result.signal, 'SIGABRT', describe(result));
   assert(result.stderr.includes(`FATAL ERROR: ${differences.fatalText(text)}`), describe(result));
   assert(result.stdout.endsWith('about to end\n'), describe(result));
 }
 
-/** The line that a source, named without its extension, has under a number; '' if there is none. */
+/** A line of a source, named without its extension, by number; '' if there is none. */
 function sourceLine(file, number) {
   const name = path.join(__dirname, '..', '..', '..', file);
   const source = ['.cpp', '.h'].map((end) => name + end).find((one) => fs.existsSync(one));
@@ -96,8 +96,8 @@ function sourceLine(file, number) {
 }
 
 /**
- * An assertion of ours failed with exactly these words, and nothing else was said on stderr. Its file and
- * line lead to it, unless the file has backslashes: then both are fixed texts.
+ * An assertion of the module failed with exactly this text, and stderr has nothing else. Its file and line lead to
+ * it, unless the file has backslashes: then both are fixed texts.
  */
 function assertFailedAssertion(result, expression, file) {
   assert.strictEqual(result.signal, 'SIGABRT', describe(result));

@@ -14,10 +14,10 @@ async function collect() {
 }
 
 /**
- * Collects until `done()` is true. Whether a thing is still on the stack is the compiler's business,
- * so one collection need not be enough.
+ * Collects until `done()` is true. The compiler decides whether an object is still on the stack, so one collection
+ * may not be enough.
  * @param {() => boolean} done
- * @return {Promise<boolean>} what `done` said at last
+ * @return {Promise<boolean>} the last result of `done`
  */
 async function collectUntil(done) {
   for (let i = 0; i < 20 && !done(); ++i) {

@@ -8,7 +8,7 @@ function revokedProxy(target) {
   return proxy;
 }
 
-/** An object whose class can't be asked for. */
+/** An object whose class can't be read. */
 function withThrowingTag() {
   return {
     get [Symbol.toStringTag]() {

@@ -17,7 +17,7 @@ function multiply(a, b) {
   return out;
 }
 
-/** |a| |b|, by magnitudes: what bounds of the errors of a product are made of. */
+/** |a| |b|, by magnitudes: for error bounds of a product. */
 function multiplyMagnitudes(a, b) {
   return multiply(a.map(Math.abs), b.map(Math.abs));
 }
@@ -31,19 +31,19 @@ function cross(a, b) {
   return [a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]];
 }
 
-/** `v` turned by the unit quaternion `q` (x, y, z, w). */
+/** `v` rotated by the unit quaternion `q` (x, y, z, w). */
 function rotate(q, v) {
   const first = cross(q, v);
   const second = cross(q, first);
   return v.map((value, i) => value + 2 * (q[3] * first[i] + second[i]));
 }
 
-/** The unit quaternion of a turn by `angle` around a unit axis. */
+/** The unit quaternion of a rotation by `angle` around a unit axis. */
 function axisAngle(axis, angle) {
   return [...axis.map((value) => value * Math.sin(angle / 2)), Math.cos(angle / 2)];
 }
 
-/** Right-handed turn around axis 0, 1 or 2. */
+/** Right-handed rotation around axis 0, 1 or 2. */
 function axisRotation(axis, angle) {
   const out = identity.slice();
   const [i, j] = [(axis + 1) % 3, (axis + 2) % 3];
@@ -73,7 +73,7 @@ function quaternionRotation(q) {
   return out;
 }
 
-/** Local matrix of a 3D entity. Euler angles turn around z first, then y, then x. */
+/** Local matrix of a 3D entity. Euler angles rotate around z first, then y, then x. */
 function local3D({ quaternion, euler = [0, 0, 0], position = [0, 0, 0], scale = [1, 1, 1] }) {
   const rotation = quaternion
     ? quaternionRotation(quaternion)
@@ -84,12 +84,12 @@ function local3D({ quaternion, euler = [0, 0, 0], position = [0, 0, 0], scale = 
   return multiply(multiply(translation(position), rotation), scaling(scale));
 }
 
-/** Local matrix of a 2D entity. A positive angle turns from y towards x. */
+/** Local matrix of a 2D entity. A positive angle rotates from y towards x. */
 function local2D({ angle = 0, position = [0, 0], scale = [1, 1] }) {
   return multiply(multiply(translation(position), axisRotation(2, -angle)), scaling(scale));
 }
 
-/** The nine elements that a 2D record shows. */
+/** The nine elements in a 2D record. */
 function matrix3(m) {
   return [0, 1, 3, 4, 5, 7, 12, 13, 15].map((i) => m[i]);
 }

@@ -1,5 +1,5 @@
 'use strict';
-// What typings declare, read by the compiler.
+// Declarations of typings, read by the compiler.
 const path = require('path');
 const ts = require('typescript');
 
@@ -14,12 +14,12 @@ const options = {
   noEmit: true,
   types: [],
   baseUrl: root,
-  // As package.json maps them for those who have installed it.
+  // As package.json maps them for users.
   paths: { nq_logic: ['types/index.d.ts'], 'nq_logic/lib/*': ['types/*'] },
 };
 
 /**
- * Compiles files of the tree, and texts that lie in none.
+ * Compiles files of the tree, and texts without a file.
  * @param {string[]} files paths from the root
  * @param {Object<string, string>} [texts] by path from the root
  * @param {Object} [changes] of the options
@@ -43,7 +43,7 @@ function compile(files, texts = {}, changes = {}) {
 }
 
 /**
- * What the compiler says against a program, a line each.
+ * Compiler errors of a program, a line each.
  * @param {ts.Program} program
  * @returns {string[]}
  */
@@ -58,7 +58,7 @@ function complaints(program) {
   });
 }
 
-/** The typings as the compiler understands them. */
+/** The typings as the compiler reads them. */
 class Typings {
   /** @param {string[]} modules names of files in types/ */
   constructor(modules) {
@@ -67,7 +67,7 @@ class Typings {
   }
 
   /**
-   * What a module exports, aliases followed.
+   * Exports of a module, with aliases resolved.
    * @param {string} name of a file in types/
    * @returns {Map<string, ts.Symbol>}
    */
@@ -83,7 +83,7 @@ class Typings {
   }
 
   /**
-   * Exports that are there at run time.
+   * Exports that exist at run time.
    * @param {string} name of a file in types/
    * @returns {Map<string, ts.Symbol>}
    */
@@ -96,7 +96,7 @@ class Typings {
   /**
    * Members of an interface, or of the instances of a class.
    * @param {ts.Symbol} symbol
-   * @returns {Map<string, Object>} none for what is neither
+   * @returns {Map<string, Object>} empty for any other symbol
    */
   membersOf(symbol) {
     const isOne = symbol.flags & (ts.SymbolFlags.Class | ts.SymbolFlags.Interface);
@@ -105,7 +105,7 @@ class Typings {
   }
 
   /**
-   * Whether there is a comment on it.
+   * Whether a symbol has a comment.
    * @param {ts.Symbol} symbol
    * @returns {boolean}
    */
@@ -124,7 +124,7 @@ class Typings {
   }
 
   /**
-   * Ways to call a function.
+   * Call signatures of a function.
    * @param {ts.Symbol} symbol
    * @returns {Object[]}
    */
@@ -174,9 +174,9 @@ class Typings {
   }
 
   /**
-   * What values of a type may be, in words: 'null', 'true', 'false', 'undefined', numbers, or 'object'.
+   * Kinds of values of a type: 'null', 'true', 'false', 'undefined', numbers, or 'object'.
    * @param {ts.Type} type
-   * @returns {string[]} in order
+   * @returns {string[]} sorted
    */
   kindsOf(type) {
     const { TypeFlags } = ts;

@@ -21,7 +21,7 @@ class Batch {
     return this.object.id + i;
   }
 
-  /** Writes what is given of a transform to element `i`, and scale 1 if no scale is. */
+  /** Writes the passed parts of a transform to element `i`; scale defaults to 1. */
   write(i, { quaternion, euler, angle, position, scale }) {
     const at = i * this.words;
     if (this.is3D) {
@@ -36,7 +36,7 @@ class Batch {
     }
   }
 
-  /** What element `i`'s record holds of a transform. 3D only. */
+  /** The transform in element `i`'s record. 3D only. */
   transform(i) {
     const at = i * this.words;
     return {
@@ -47,19 +47,19 @@ class Batch {
     };
   }
 
-  /** World matrix of element `i`: 16 floats in 3D, 9 in 2D; zeros without their sign. */
+  /** World matrix of element `i`: 16 floats in 3D, 9 in 2D; -0 as 0. */
   matrix(i = 0) {
     const at = i * this.words + (this.is3D ? 11 : 5);
     return Array.from(this.floats.subarray(at, at + (this.is3D ? 16 : 9)), (value) => value + 0);
   }
 
-  /** Overwrites element `i`'s world matrix, so that a test sees whether it is written again. */
+  /** Poisons element `i`'s world matrix, so that a test sees whether it is written again. */
   poisonMatrix(i = 0) {
     const at = i * this.words + (this.is3D ? 11 : 5);
     this.floats.fill(-777, at, at + (this.is3D ? 16 : 9));
   }
 
-  /** True if element `i`'s world matrix still holds the poison. */
+  /** True if element `i`'s world matrix is still poisoned. */
   isPoisoned(i = 0) {
     return this.matrix(i).every((value) => value === -777);
   }
@@ -121,7 +121,7 @@ class World {
     this.command(11, handle);
   }
 
-  /** Appends handles to the dirty list, behind what native code left there. */
+  /** Appends handles to the dirty list, after entries of native code. */
   list(...handles) {
     for (const handle of handles) {
       this.dirty[0] += 1;
