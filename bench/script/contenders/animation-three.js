@@ -1,8 +1,7 @@
 'use strict';
-// Animation by three.js: a mixer for each character over tracks of the same keys, bones in the scene
-// graph, a Skeleton for each character. Rotations go on arcs from key to key, which is the only way of
-// its quaternion tracks, positions straight. Automatic updates are off: what was animated, and nothing
-// else, gets its updateMatrix().
+// Animation by three.js: a mixer per character with tracks of the same keys, bones in the scene graph, a Skeleton per
+// character. Rotations use slerp between keys, the only interpolation of its quaternion tracks, positions are linear.
+// Automatic updates are off: only what was animated gets an updateMatrix().
 const {
   AnimationClip,
   AnimationMixer,
@@ -115,7 +114,7 @@ function createAnimationThree(scene) {
 
     skins(out) {
       people.forEach(({ skeleton }, c) => {
-        // The skeleton makes room for whole rows of a texture.
+        // The skeleton allocates whole rows of a texture.
         out.set(skeleton.boneMatrices.subarray(0, 16 * bones), 16 * bones * c);
       });
     },

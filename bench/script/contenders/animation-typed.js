@@ -1,11 +1,10 @@
 'use strict';
-// What a careful author gets out of plain script for animation: keys in flat arrays, both ends of a
-// segment side by side, one search and one set of weights for all channels of a clip, bones in an order
-// in which parents come first, and products that leave out the constant last row. Rotations go from
-// keys to local matrices in local variables, never through memory.
+// Hand-optimised animation in plain JavaScript: keys in flat arrays, both ends of a segment adjacent, one search and
+// one set of weights for all channels of a clip, bones ordered parents first, and products without the constant last
+// row. Rotations go from keys to local matrices in local variables, never through memory.
 //
-// Loops and products that other contenders of plain script have, too, stand in each on purpose: a function
-// shared between them would meet all their arrays, and be compiled worse for each.
+// Loops and products are duplicated in all contenders of plain JavaScript on purpose: a shared function would see all
+// their arrays, become polymorphic, and be optimised worse.
 const animation = require('../lib/animation-scene');
 const { createCullingTyped } = require('./culling-typed');
 
@@ -15,14 +14,14 @@ const { bones, channelCount, clipFrames, framesPerSecond, keyCount } = animation
 const segmentNumbers = 4;
 const segmentStride = segmentNumbers * channelCount;
 
-/** Numbers of an affine matrix without its last row, column by column. */
+/** Numbers of an affine matrix without its last row, column-major. */
 const affine = 12;
 const characterStride = affine * bones;
 
-/** Where the hips' position stands among the channels. */
+/** Index of the hips' position among the channels. */
 const hipsChannel = 4 * bones;
 
-/** Quaternions closer than this, as 1 minus their product, are blended in a straight line. */
+/** Quaternions closer than this, as 1 minus their dot product, are blended linearly. */
 const minSlerpDistance = 1e-6;
 
 /** The segments and the rows of a clip's keys. */
@@ -73,12 +72,12 @@ function createAnimationTyped(scene) {
   const hips = new Float32Array(16 * characters);
   const culling = createCullingTyped(scene, [hips]);
 
-  // Weights of a segment's four numbers at a moment, and where it starts; the search's results.
+  // Results of the search: weights of a segment's four numbers at a time, and its start.
   const found = new Float64Array(5);
 
   function findSegment({ frames }, moment) {
     const time = moment < clipFrames ? moment : moment % clipFrames;
-    // Keys mostly stand at even distances.
+    // Keys are mostly evenly spaced.
     let key = Math.ceil(time);
     if (!(key > 0 && key < keyCount && frames[key - 1] < time && frames[key] >= time)) {
       for (key = 1; key < keyCount - 1 && frames[key] < time; ++key);
@@ -96,7 +95,7 @@ function createAnimationTyped(scene) {
     found[4] = (key - 1) * segmentStride;
   }
 
-  // `m` is the matrix's place in `locals`, `t` the bone's in `scales`.
+  // `m` is the index of the matrix in `locals`, `t` of the bone in `scales`.
   function buildLocal(m, t, x, y, z, w) {
     const x2 = x + x;
     const y2 = y + y;
@@ -254,7 +253,7 @@ function createAnimationTyped(scene) {
     worlds[m + 11] += a[i + 11];
   }
 
-  /** World matrices alone; what is measured does without. */
+  /** World matrices only; not used by what is measured. */
   function refresh() {
     for (let c = 0; c < characters; ++c) {
       const first = c * characterStride;
@@ -265,8 +264,8 @@ function createAnimationTyped(scene) {
     }
   }
 
-  // The products are written out where they are needed: one function for them is too long to be taken
-  // into its callers, and calls take as long again as the products.
+  // The products are inlined by hand: a function for them is too long for the compiler to inline, and calls take as
+  // long as the products.
   function skin() {
     for (let c = 0, m = 0, o = 0; c < characters; ++c) {
       for (let k = 0; k < characterStride; k += affine, m += affine, o += 16) {
@@ -307,7 +306,7 @@ function createAnimationTyped(scene) {
     }
   }
 
-  // In one go, so that world matrices are not read again.
+  // In one pass, so that world matrices are not read again.
   function refreshAndSkin() {
     for (let c = 0, o = 0; c < characters; ++c) {
       const first = c * characterStride;

@@ -1,13 +1,13 @@
 'use strict';
-// Controllers of the module: for each character a binding, one controller of an override layer alone and
-// one with an additive layer above it. Times and weights are written into the shared blocks; then one
-// call for all characters, by a buffer of handles.
+// Controllers of the module: per character a binding, one controller with only an override layer and one with an
+// additive layer above it. Times and weights are written into the shared blocks; then one batch call for all
+// characters, with a buffer of handles.
 const { bones } = require('../lib/animation-scene');
 const { aim, clipCount, isMasked, run, walk } = require('../lib/controllers-scene');
 const { createCharacters, createClips, getEngine, handleList } = require('../lib/native-scene');
 const { addedModes, handles, layerBlendModes } = require('../../../lib/layout');
 
-// In words of a state's block of one clip, and of a controller's.
+// Word offsets in a state's block of one clip, and in a controller's.
 const state = { weight: 0, next: 2, clip: 3, time: 4, clipWeight: 5, reference: 6 };
 const layerAt = (layer) => 1 + 3 * layer;
 
@@ -116,11 +116,11 @@ function createControllersNative(scene) {
   return {
     name: 'nq',
 
-    /** Local matrices out of two states, and with an additive layer above. */
+    /** Local matrices from two states, and with an additive layer above. */
     crossfade,
     layers,
 
-    /** The batch call of `layers` alone, without the writes. */
+    /** Only the batch call of `layers`, without the writes. */
     call: () => engine.updateAnimatorControllers(layereds),
 
     /** World matrices of all bones. */
@@ -128,7 +128,7 @@ function createControllersNative(scene) {
 
     worlds: crowd.copyWorlds,
 
-    /** Kept, since a wrapper's end releases what it stands for. */
+    /** Kept alive, since a collected wrapper releases its native object. */
     owned: [crowd, clips, people],
   };
 }

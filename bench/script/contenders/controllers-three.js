@@ -1,7 +1,6 @@
 'use strict';
-// Layers by three.js: a mixer for each character, an action a clip; the additive one's tracks are
-// relative to their start, and those of masked bones are left out. Automatic updates are off: what was
-// animated, and nothing else, gets its updateMatrix().
+// Layers by three.js: a mixer per character, an action per clip; the additive one's tracks are relative to their
+// start, without those of masked bones. Automatic updates are off: only what was animated gets an updateMatrix().
 const {
   AnimationClip,
   AnimationMixer,

@@ -1,11 +1,11 @@
 'use strict';
-// What a careful author gets out of plain script for layers: keys in flat arrays with both ends of a
-// segment side by side, one search and one set of weights for all channels of a clip, the reference pose
-// taken off the additive clip's keys ahead of time, bones in an order in which parents come first.
-// Rotations go from keys to local matrices in local variables, never through memory.
+// Hand-optimised layers in plain JavaScript: keys in flat arrays with both ends of a segment adjacent, one search and
+// one set of weights for all channels of a clip, the reference pose subtracted from the additive clip's keys
+// beforehand, bones ordered parents first. Rotations go from keys to local matrices in local variables, never through
+// memory.
 //
-// Loops and products that other contenders of plain script have, too, stand in each on purpose: a function
-// shared between them would meet all their arrays, and be compiled worse for each.
+// Loops and products are duplicated in all contenders of plain JavaScript on purpose: a shared function would see all
+// their arrays, become polymorphic, and be optimised worse.
 const {
   bones,
   channelCount,
@@ -19,11 +19,11 @@ const { aim, isMasked, run, walk } = require('../lib/controllers-scene');
 const segmentNumbers = 4;
 const segmentStride = segmentNumbers * channelCount;
 
-/** Numbers of an affine matrix without its last row, column by column. */
+/** Numbers of an affine matrix without its last row, column-major. */
 const affine = 12;
 const characterStride = affine * bones;
 
-/** Where the hips' position stands in a segment. */
+/** Index of the hips' position in a segment. */
 const hipsAt = segmentNumbers * 4 * bones;
 
 /** The segments of a clip's keys. */
@@ -83,12 +83,12 @@ function createControllersTyped(scene) {
     }
   }
 
-  // Weights of a segment's four numbers at a moment, and where it starts; the search's results.
+  // Results of the search: weights of a segment's four numbers at a time, and its start.
   const found = new Float64Array(5);
 
   function findSegment(moment) {
     const time = moment < clipFrames ? moment : moment % clipFrames;
-    // Keys mostly stand at even distances.
+    // Keys are mostly evenly spaced.
     let key = Math.ceil(time);
     if (!(key > 0 && key < keyCount && frames[key - 1] < time && frames[key] >= time)) {
       for (key = 1; key < keyCount - 1 && frames[key] < time; ++key);
@@ -106,7 +106,7 @@ function createControllersTyped(scene) {
     found[4] = (key - 1) * segmentStride;
   }
 
-  // `m` is the matrix's place in `locals`, `t` the bone's in `scales`.
+  // `m` is the index of the matrix in `locals`, `t` of the bone in `scales`.
   function buildLocal(m, t, x, y, z, w) {
     const x2 = x + x;
     const y2 = y + y;
@@ -134,7 +134,7 @@ function createControllersTyped(scene) {
     locals[m + 8] = sz * (1 - (xx + yy));
   }
 
-  // The weights of the states are multiplied into those of the keys.
+  // Weights of states are multiplied into those of keys.
   function crossfade(set) {
     const { times, running } = sets[set];
     const a = walkSegments;

@@ -1,5 +1,5 @@
 'use strict';
-// Culling by the module: an entity and a culling object for each sphere, all entities below one root.
+// Culling by the module: an entity and a culling object per sphere, all entities under one root.
 const { rotationModes } = require('../../../lib/layout');
 const {
   batchCapacity,
@@ -58,7 +58,7 @@ function createCullingNative(scene) {
     }
   }
 
-  // Written out, as in `cullAll`, with the list behind.
+  // Explicit arguments, as in `cullAll`, followed by the list.
   function cullList({ eye, target, up, fov, aspect, near, far }) {
     const grown = engine.frustumCullingV2(
       1,
@@ -85,7 +85,7 @@ function createCullingNative(scene) {
   return {
     name: 'nq',
 
-    /** Moves all entities, by their root. */
+    /** Moves all entities by their root. */
     move(set) {
       root.set(scene.roots[set], positionAt);
       dirty[0] = 1;
@@ -113,7 +113,7 @@ function createCullingNative(scene) {
       return out;
     },
 
-    /** Kept, since a wrapper's end releases what it stands for. */
+    /** Kept alive, since a collected wrapper releases its native object. */
     owned: [entities, batches],
   };
 }

@@ -1,7 +1,6 @@
 'use strict';
-// Culling as the renderer of three.js does it: each object's bounding sphere through its world matrix
-// and against the frustum, then a list of reused items, sorted by a comparison of depths. The objects
-// hold no more than this needs.
+// Culling as in the renderer of three.js: each object's bounding sphere is transformed by its world matrix and tested
+// against the frustum; then a list of reused items is sorted with a depth comparator. The objects hold no other data.
 const { Frustum, Matrix4, PerspectiveCamera, Sphere, Vector3 } = require('three');
 
 const byDepth = (a, b) => (a.z !== b.z ? a.z - b.z : a.id - b.id);
@@ -9,7 +8,7 @@ const byDepth = (a, b) => (a.z !== b.z ? a.z - b.z : a.id - b.id);
 /**
  * The contender.
  * @param {import('../lib/culling-scene').CullingScene} scene
- * @param {Float32Array[]} sets world matrices, 16 numbers an object, for each place
+ * @param {Float32Array[]} sets world matrices, 16 numbers per object, for each place
  */
 function createCullingThree(scene, sets) {
   const objects = [];

@@ -1,19 +1,19 @@
 'use strict';
-// What a careful author gets out of plain script for culling: spheres and matrices in flat arrays, the
-// planes in local variables with an early way out, and a radix sort by the bits of the depths.
+// Hand-optimised culling in plain JavaScript: spheres and matrices in flat arrays, the planes in local variables with
+// an early exit, and a radix sort by the bits of the depths.
 
-/** Below this many, the host's sort of doubles beats the passes of a radix sort. */
+/** Below this count, the built-in sort of doubles is faster than a radix sort. */
 const minRadixSort = 256;
 
-/** Keys of 32 bits in three digits. */
+/** 32-bit keys in three digits. */
 const digitBits = 11;
 const buckets = 1 << digitBits;
 const digitMask = buckets - 1;
 
-/** Doubles hold whole numbers of 53 bits: a key of 32 above an index of 20. */
+/** Doubles represent 53-bit integers: a 32-bit key above a 20-bit index. */
 const indexRange = 1 << 20;
 
-/** Six planes of a camera: normal and distance each, inward. */
+/** Six planes of a camera: normal and distance each, pointing inwards. */
 function setPlanes(out, { eye, target, up, fov, aspect, near, far }) {
   let fx = eye[0] - target[0];
   let fy = eye[1] - target[1];
@@ -36,7 +36,7 @@ function setPlanes(out, { eye, target, up, fov, aspect, near, far }) {
   const eyeRight = eye[0] * rx + eye[1] * ry + eye[2] * rz;
   const eyeUp = eye[0] * ux + eye[1] * uy + eye[2] * uz;
   const slope = Math.tan(fov / 2);
-  // A side plane leans by the angle whose cosine belongs to the axis across, whose sine to the view.
+  // A side plane is tilted: the cosine of the angle applies to the lateral axis, the sine to the view direction.
   const cosV = 1 / Math.sqrt(1 + slope * slope);
   const sinV = slope * cosV;
   const cosH = 1 / Math.sqrt(1 + slope * slope * aspect * aspect);
@@ -57,7 +57,7 @@ function setPlanes(out, { eye, target, up, fov, aspect, near, far }) {
     out[4 * plane + 2] = along * fz + above * uz + across * rz;
     out[4 * plane + 3] = distance - along * eyeAlong - above * eyeUp - across * eyeRight;
   }
-  // Depth as a plane of its own.
+  // Depth as a separate plane.
   out[24] = -fx;
   out[25] = -fy;
   out[26] = -fz;
@@ -67,7 +67,7 @@ function setPlanes(out, { eye, target, up, fov, aspect, near, far }) {
 /**
  * The contender.
  * @param {import('../lib/culling-scene').CullingScene} scene
- * @param {Float32Array[]} sets world matrices, 16 numbers an object, for each place
+ * @param {Float32Array[]} sets world matrices, 16 numbers per object, for each place
  */
 function createCullingTyped(scene, sets) {
   const { count, spheres } = scene;
@@ -76,7 +76,7 @@ function createCullingTyped(scene, sets) {
   const planes = new Float64Array(28);
   let listed = new Int32Array(0);
 
-  // Visible objects, and the same again to sort between.
+  // Visible objects, and a second buffer for the sort.
   const depths = new Float32Array(count);
   const bits = new Uint32Array(depths.buffer);
   const indices = new Uint32Array(count);
@@ -91,8 +91,8 @@ function createCullingTyped(scene, sets) {
   const resultBits = new Uint32Array(resultDepths.buffer);
   let visible = 0;
 
-  // The three ways to go through the objects differ in the loop alone; one function with a choice
-  // inside would be slower, and so would a call for each object.
+  // The three traversals of the objects differ only in the loop; one function with a branch inside would be slower,
+  // and so would a call per object.
   function testAll() {
     const [a0, b0, c0, d0, a1, b1, c1, d1, a2, b2, c2, d2] = planes;
     const [a3, b3, c3, d3, a4, b4, c4, d4, a5, b5, c5, d5] = planes.subarray(12);
@@ -193,7 +193,7 @@ function createCullingTyped(scene, sets) {
     return n;
   }
 
-  // The bits of a float as a number that rises with it.
+  // The bits of a float as an integer in the same order.
   function keyOf(word) {
     return (word ^ ((word >> 31) | 0x80000000)) >>> 0;
   }
@@ -283,7 +283,7 @@ function createCullingTyped(scene, sets) {
       listed = Int32Array.from(list);
     },
 
-    /** Nothing moved: the world spheres of the last time hold. */
+    /** Nothing moved: the last world spheres are still valid. */
     cull(camera) {
       setPlanes(planes, camera);
       finish(testAll());

@@ -1,6 +1,6 @@
 'use strict';
-// gl-matrix: an object a node with vectors and matrices of its own, in an array with parents ahead of
-// children, and one forward pass.
+// gl-matrix: an object per node with its own vectors and matrices, in an array with parents before children, and one
+// forward pass.
 const { mat4, quat, vec3 } = require('gl-matrix');
 
 /**

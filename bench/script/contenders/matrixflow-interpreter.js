@@ -1,13 +1,13 @@
 'use strict';
-// The same streams, decoded and run in script: an interpreter of the commands that the streams hold, with
-// the checks that the module makes, over typed arrays. Offsets are multiples of 4 here.
+// The same streams, decoded and executed in JavaScript: an interpreter of their commands, with the checks of the
+// module, on typed arrays. Offsets are multiples of 4 here.
 const { multiply3, multiply4 } = require('./matrixflow-straight');
 const { matrixFlowCommands: types } = require('../../../lib/commands');
 
 /**
  * The contender.
  * @param {import('../lib/matrixflow-scene').Stream|import('../lib/matrixflow-scene').Mix} stream
- * @param {Uint32Array} words the stream as the module reads it
+ * @param {Uint32Array} words the stream of the module
  * @param {Object<string, number>} ids memoryID of each block
  */
 function createInterpreter(stream, words, ids) {
@@ -18,7 +18,7 @@ function createInterpreter(stream, words, ids) {
     blockOf[ids[name]] = blocks[name];
   }
 
-  /** Whether a value of `floats` is in its block. */
+  /** Whether a value of `floats` is within its block. */
   function fits(block, at, floats) {
     return block !== undefined && at + floats <= block.length;
   }

@@ -1,6 +1,6 @@
 'use strict';
-// Streams run by the module, in blocks that it shares. A stream is written once and run many times, or
-// written anew ahead of each run.
+// Streams executed by the module, on its shared blocks. A stream is written once and executed many times, or
+// rewritten before each run.
 const fs = require('fs');
 const path = require('path');
 const { MatrixFlowWriter } = require('../../../lib/commands');
@@ -11,10 +11,10 @@ const modulePath = path.resolve(
     path.join(__dirname, '..', '..', '..', 'build/Release/nq_logic_matrixflow.node')
 );
 
-/** Whether there is a module that lets script reach command buffers. */
+/** Whether there is a module with command buffers for JavaScript. */
 const isBuilt = fs.existsSync(modulePath);
 
-/** Bytes of a command, at most. */
+/** Maximum bytes of a command. */
 const commandBytes = 28;
 
 /**
@@ -23,7 +23,7 @@ const commandBytes = 28;
  */
 function createNative(stream) {
   const engine = require(modulePath).getEngine();
-  // Blocks of plain memory: command buffers that are never run.
+  // Plain memory blocks: command buffers that are never executed.
   const objects = {};
   for (const name of Object.keys(stream.blocks)) {
     objects[name] = engine.createMatrixFlowCommandBuffer(stream.blocks[name].byteLength);
@@ -78,7 +78,7 @@ function createNative(stream) {
 
   return {
     name: 'nq',
-    /** The stream, for others that read it. */
+    /** The stream, for other readers. */
     words: new Uint32Array(buffer.buffer),
     ids: Object.keys(objects).reduce((all, name) => Object.assign(all, { [name]: idOf(name) }), {}),
     run() {

@@ -1,9 +1,9 @@
 'use strict';
-// The work of a stream as one would write it by hand: a loop a kind of command, typed arrays, places in
-// index arrays, products written out.
+// The work of a stream, hand-written: a loop per kind of command, typed arrays, offsets in index arrays, unrolled
+// products.
 //
-// Loops and products that other contenders of plain script have, too, stand in each on purpose: a function
-// shared between them would meet all their arrays, and be compiled worse for each.
+// Loops and products are duplicated in all contenders of plain JavaScript on purpose: a shared function would see all
+// their arrays, become polymorphic, and be optimised worse.
 const { bulkWords, translationAt } = require('../lib/matrixflow-scene');
 
 /** r = a b, 4x4, column-major. */

@@ -1,6 +1,6 @@
 'use strict';
-// The module, used as its guide says: whole batches, transforms written straight into the shared
-// records, one list of what changed, one call a frame.
+// The module, used as documented: whole batches, transforms written directly into the shared records, one dirty list,
+// one call per frame.
 const { entityCommands, rotationModes } = require('../../../lib/layout');
 const {
   batchCapacity,
@@ -19,9 +19,9 @@ const {
 /**
  * The contender.
  * @param {import('../lib/scenes').Tree} tree
- * @param {{heldRoot: boolean}} options how a frame of more entries than the list can hold goes: with
- *   the root held inactive until the last of its passes, so that the world pass runs once; or
- *   plainly, with what lies deepest listed first and the root last
+ * @param {{heldRoot: boolean}} options for frames with more entries than the list can hold: keep the root inactive
+ *   until the last pass, so that the world pass runs once; or not, with the deepest nodes listed first and the root
+ *   last
  */
 function createNative(tree, options = { heldRoot: true }) {
   const engine = getEngine();
@@ -37,8 +37,8 @@ function createNative(tree, options = { heldRoot: true }) {
   const dirtyWords = new Uint32Array(engine.dirtyEntities);
   const commandWords = new Uint32Array(engine.entityCommands);
 
-  // What changes in a frame, in the order in which it is listed. Nodes of one batch follow each other,
-  // so a span names the batch once: its records, and its end in the arrays.
+  // The changes of a frame, in list order. Nodes of one batch are consecutive, so a span holds the batch once: its
+  // records, and its end in the arrays.
   let dirtyHandles = new Uint32Array(0);
   let offsets = new Uint32Array(0);
   let valueOffsets = new Uint32Array(0);
@@ -138,7 +138,7 @@ function createNative(tree, options = { heldRoot: true }) {
           }
         }
       }
-      // The mode is a byte of its own, written once.
+      // The mode is a separate byte, written once.
       setRotationModes(objects, rotationModes[mode]);
     },
 
@@ -146,7 +146,7 @@ function createNative(tree, options = { heldRoot: true }) {
       runPasses(values, true);
     },
 
-    /** The script side of a frame alone: everything but the calls. */
+    /** Only the JavaScript part of a frame: everything except the calls. */
     write(values) {
       runPasses(values, false);
       dirtyWords[0] = 0;

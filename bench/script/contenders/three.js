@@ -1,6 +1,6 @@
 'use strict';
-// three.js with its automatic updates off: changed objects get their transform and updateMatrix(), then
-// one updateMatrixWorld() from the root.
+// three.js with automatic updates off: sets transforms of changed objects and calls updateMatrix(), then one
+// updateMatrixWorld() on the root.
 const { Object3D } = require('three');
 
 /**

@@ -1,13 +1,13 @@
 'use strict';
-// What a careful author gets out of plain script: flat arrays of numbers, in an order in which a node is
-// followed by all that is below it, and one forward pass. The bar that the module has to clear.
+// Hand-optimised plain JavaScript: flat arrays in depth-first order, so that a node is followed by its descendants,
+// and one forward pass. The bar for the module.
 //
-// Local matrices keep 12 numbers and the product leaves out the constant last row, which is less work
-// than a general product and gives the same numbers. The order is laid down once: unlike the other
-// contenders, this one could not move a node to another parent without laying it down again.
+// Local matrices keep 12 numbers and products omit the constant last row, which is less work than a general product
+// and gives the same numbers. The order is fixed: unlike the other contenders, this one could not move a node to
+// another parent without rebuilding it.
 //
-// What is repeated between the ways to write transforms, and the product that other contenders of plain
-// script have, too, is so on purpose: a function with a choice inside, or shared, would be compiled worse.
+// Code is duplicated between the ways to write transforms, and the product between contenders of plain JavaScript, on
+// purpose: a function with a branch inside, or a shared one, would be optimised worse.
 
 const { preorder } = require('../lib/scenes');
 
@@ -199,8 +199,8 @@ function createTyped(tree) {
     }
   }
 
-  // A changed node takes all below it along: the range of slots up to its end. Where nothing changed
-  // the walk looks at four marks at once.
+  // A changed node changes all its descendants: the range of slots up to its end. Where nothing changed the pass
+  // tests four marks at once.
   function updateWorlds() {
     let slot = 0;
     if (marks[0] !== 0) {
@@ -257,7 +257,7 @@ function createTyped(tree) {
     },
 
     idle() {
-      // Nothing is listed, nothing is done.
+      // Nothing listed, nothing to do.
     },
 
     world(out) {

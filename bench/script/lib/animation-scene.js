@@ -1,13 +1,13 @@
 'use strict';
-// What is animated: characters of 50 bones, each at a place and at times of its own, in clips that all
-// share. Clips have a key on every frame, as exporters write them.
+// The animated scene: characters of 50 bones, each at its own place and times, with clips that all share. Clips have
+// a key on every frame, as exporters write them.
 const { createRandom } = require('./random');
 const { buildTree } = require('./scenes');
 
 /** Bones of a character. */
 const bones = 50;
 
-/** Clips last 4 seconds. Their last key stands on the frame where they start again. */
+/** Clips last 4 seconds. Their last key is on the frame where they wrap. */
 const framesPerSecond = 30;
 const clipFrames = 120;
 const keyCount = clipFrames + 1;
@@ -19,7 +19,7 @@ const channelCount = 4 * bones + 3;
 /** Half the length of the edges of the cube in which characters are placed. */
 const reach = 100;
 
-/** Sets of times and weights that frames go through: steps of half a frame, so 60 frames a second. */
+/** Sets of times and weights of consecutive frames: steps of half a clip frame, so 60 frames per second. */
 const setCount = 16;
 
 /**
@@ -32,7 +32,7 @@ const setCount = 16;
  * Two clips that a character plays: their numbers, and their times in frames. The second one's weight is
  * what the first one's leaves of 1.
  * @typedef {{fractional: Float32Array, whole: Float32Array, weights: Float32Array}} PlaySet `fractional`
- *   and `whole` hold two times a character, none and all of them on a key
+ * and `whole` hold two times per character, none and all of them on a key
  */
 
 /**
@@ -40,12 +40,12 @@ const setCount = 16;
  *   scales: Float32Array, inverseBinds: Float32Array, places: Float32Array, clips: SceneClip[],
  *   clipsOf: Uint8Array, sets: PlaySet[], spheres: Float32Array}} AnimationScene `parents`, `offsets`,
  *   `scales`, `inverseBinds` are of the bones, the same for all characters; the hips' parent is -1, and
- *   they stand at the character's place. `clipsOf` holds two clip numbers a character, `spheres` centre
+ * they are at the character's place. `clipsOf` holds two clip numbers per character, `spheres` centre
  *   and radius in the space of the hips. `count` is that of spheres
  */
 
 /**
- * A clip in which each bone swings about an axis of its own.
+ * A clip in which each bone swings about its own axis.
  * @param {number} number
  * @returns {SceneClip}
  */
@@ -145,22 +145,22 @@ function depthOf({ parents }) {
 }
 
 /**
- * How far contenders may differ: in the first three columns of a matrix, and in the fourth.
+ * Tolerance between contenders: in the first three columns of a matrix, and in the fourth.
  * @typedef {{linear: number, translation: number}} Tolerance
  */
 
 /**
- * For contenders of the same arithmetic that round at other places. Places of characters lie within some
- * hundred units.
+ * For contenders with the same arithmetic that round differently. Places of characters are within a few hundred
+ * units.
  * @type {Tolerance}
  */
 const rounding = { linear: 5e-6, translation: 5e-5 };
 
 /**
- * For a contender that goes straight from key to key, or on an arc, where the others follow a cubic. A
- * chord leaves a curve by an eighth of its second difference; for an arc and for the length that a
- * quaternion between keys lacks twice as much is allowed. A rotation matrix differs by at most twice as
- * much as its quaternion, and a bone by the sum of what those above it do.
+ * For a contender that interpolates linearly or by slerp where the others use a cubic. A chord deviates from a curve
+ * by an eighth of its second difference; for an arc and for the length that a quaternion between keys lacks, twice as
+ * much is allowed. A rotation matrix differs by at most twice as much as its quaternion, and a bone by the sum over
+ * its ancestors.
  * @param {AnimationScene} scene
  * @returns {Tolerance}
  */
@@ -186,7 +186,7 @@ function interpolationTolerance(scene) {
 }
 
 /**
- * What may come of that in products with the scene's inverse bind matrices, whose numbers are below 1.
+ * The resulting tolerance of products with the scene's inverse bind matrices, whose numbers are below 1.
  * @param {Tolerance} tolerance
  * @returns {Tolerance}
  */
@@ -196,8 +196,8 @@ function skinTolerance({ linear, translation }) {
 
 /**
  * Throws if two sets of affine matrices differ by more than is allowed.
- * @param {string} what said in the message
- * @param {Float32Array} expected 16 numbers a bone, column-major
+ * @param {string} what label for the message
+ * @param {Float32Array} expected 16 numbers per bone, column-major
  * @param {Float32Array} actual
  * @param {Tolerance} tolerance
  */
@@ -206,7 +206,7 @@ function assertSamePose(what, expected, actual, { linear, translation }) {
     throw new Error(`${what}: ${actual.length} numbers, expected ${expected.length}`);
   }
   for (let i = 0; i < expected.length; ++i) {
-    // Written so that a not-a-number on either side fails.
+    // Written so that NaN on either side fails.
     if (!(Math.abs(expected[i] - actual[i]) <= (i % 16 < 12 ? linear : translation))) {
       const place = `bone ${Math.floor(i / 16) % bones} of character ${Math.floor(i / 16 / bones)}`;
       throw new Error(
@@ -217,9 +217,8 @@ function assertSamePose(what, expected, actual, { linear, translation }) {
 }
 
 /**
- * Throws unless every bone's matrix differs from one set to the other: matrices that stand still would
- * agree whatever was computed.
- * @param {string} what said in the message
+ * Throws unless every bone's matrix differs between the sets: constant matrices would agree whatever was computed.
+ * @param {string} what label for the message
  * @param {Float32Array} before
  * @param {Float32Array} after
  */

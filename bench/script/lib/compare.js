@@ -1,13 +1,13 @@
 'use strict';
-// Contenders must agree on every world matrix, or their times mean nothing.
+// Contenders must agree on every world matrix, or their times are meaningless.
 
-/** Largest difference, in parts of the matrix's largest number (at least 1). */
+/** Largest difference, relative to the matrix's largest number (at least 1). */
 const tolerance = 1e-4;
 
 /**
  * Throws if two sets of matrices differ by more than rounding.
- * @param {string} what said in the message
- * @param {Float32Array} expected 16 numbers a node
+ * @param {string} what label for the message
+ * @param {Float32Array} expected 16 numbers per node
  * @param {Float32Array} actual
  */
 function assertSameMatrices(what, expected, actual) {
@@ -20,7 +20,7 @@ function assertSameMatrices(what, expected, actual) {
       largest = Math.abs(expected[i]) > largest ? Math.abs(expected[i]) : largest;
     }
     for (let i = at; i < at + 16; ++i) {
-      // Written so that a not-a-number on either side fails.
+      // Written so that NaN on either side fails.
       if (!(Math.abs(expected[i] - actual[i]) <= tolerance * largest)) {
         throw new Error(
           `${what}: node ${at / 16}, element ${i - at} is ${actual[i]}, expected ${expected[i]}`

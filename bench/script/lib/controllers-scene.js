@@ -1,7 +1,7 @@
 'use strict';
-// What controllers pose: the characters of the animation scene, with clips in which each bone turns
-// about a hinge of its own, the same one in all clips. Turns about one axis can be put together in any
-// order, so that contenders which differ in that agree.
+// The scene of controllers: the characters of the animation scene, with clips in which each bone rotates about its
+// own hinge, the same one in all clips. Rotations about one axis commute, so that contenders which combine them in
+// different orders agree.
 const animation = require('./animation-scene');
 const { createRandom } = require('./random');
 
@@ -14,21 +14,21 @@ const run = 1;
 const aim = 2;
 const clipCount = 3;
 
-/** Bones of the hips and the legs, which the additive layer is kept away from. */
+/** Bones of the hips and the legs, which are masked in the additive layer. */
 const legBones = 8;
 const isMasked = (bone) => bone === 0 || bone >= bones - legBones;
 
-/** Half of the largest angle that a bone turns from its middle. */
+/** Half of the largest angle of a bone from its middle. */
 const largestSwing = 0.2;
 
-/** Sets of times and weights that frames go through: steps of half a frame, so 60 frames a second. */
+/** Sets of times and weights of consecutive frames: steps of half a clip frame, so 60 frames per second. */
 const setCount = 16;
 
 /**
- * What a character plays: a time in frames of each clip; the weight of running, of which walking has the
- * rest to 1; and the weight of aiming, which is added on top.
+ * Playback of a character: a time in frames per clip; the weight of running, of which walking has the rest to 1; and
+ * the weight of aiming, which is added on top.
  * @typedef {{times: Float32Array, running: Float32Array, aiming: Float32Array}} ControllerSet `times`
- *   holds three a character
+ * holds three per character
  */
 
 /** @typedef {import('./animation-scene').AnimationScene & {sets: ControllerSet[]}} ControllerScene */
@@ -100,10 +100,9 @@ function createControllerScene(characters) {
 }
 
 /**
- * For a contender that walks arcs evenly, where the others walk chords, and that goes straight from key
- * to key. Two clips of a bone are apart by twice its largest swing at most; a turn that is scaled goes by
- * the tangent. A rotation matrix differs by at most twice as much as its quaternion, and a bone by the
- * sum of what those above it do.
+ * For a contender that uses slerp where the others blend linearly and normalise, and that interpolates linearly from
+ * key to key. Two clips of a bone differ by at most twice its largest swing; a scaled rotation follows the tangent. A
+ * rotation matrix differs by at most twice as much as its quaternion, and a bone by the sum over its ancestors.
  * @param {ControllerScene} scene
  * @returns {import('./animation-scene').Tolerance}
  */

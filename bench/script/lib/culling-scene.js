@@ -1,6 +1,6 @@
 'use strict';
-// What is culled: spheres scattered in a cube, on entities of random rotation and scale, and cameras
-// that see about half of them. Contenders must agree on what is seen and how far away it is.
+// The culled scene: spheres scattered in a cube, on entities of random rotation and scale, and cameras that see about
+// half of them. Contenders must agree on visible objects and their depths.
 const { createRandom } = require('./random');
 
 /** Half the length of the cube's edges. */
@@ -9,7 +9,7 @@ const reach = 100;
 /** Places of the root that scenes move between, and cameras that look at them in turn. */
 const placeCount = 3;
 
-/** Of distances: single precision against double, over coordinates up to some hundreds. */
+/** Tolerance of distances: single against double precision, for coordinates up to some hundreds. */
 const tolerance = 2e-3;
 
 /**
@@ -66,10 +66,10 @@ const cross = (a, b) => [
 ];
 
 /**
- * How far inside of a camera's view a sphere lies, in doubles: below 0 it is out.
+ * Distance of a sphere inside a camera's frustum, in doubles: below 0 it is outside.
  * @param {Camera} camera
- * @param {number[]} center in the world
- * @param {number} radius in the world
+ * @param {number[]} center in world space
+ * @param {number} radius in world space
  * @returns {{margin: number, depth: number}}
  */
 function measureSphere(camera, center, radius) {
@@ -91,7 +91,7 @@ function measureSphere(camera, center, radius) {
 /**
  * World sphere of an object under a world matrix, in doubles.
  * @param {CullingScene} scene
- * @param {Float32Array} matrices 16 numbers an object, column-major
+ * @param {Float32Array} matrices 16 numbers per object, column-major
  * @param {number} index
  * @returns {{center: number[], radius: number}}
  */
@@ -104,26 +104,25 @@ function worldSphere(scene, matrices, index) {
 }
 
 /**
- * Throws unless a contender sees what there is to see: every object whose sphere is inside and none
- * that is outside, each once, by rising depth. What touches the border within rounding may go either
- * way.
- * @param {string} what said in the message
+ * Throws unless a contender's result is correct: every object whose sphere is inside and none that is outside, each
+ * once, by ascending depth. Spheres that touch the border within rounding may go either way.
+ * @param {string} what label for the message
  * @param {CullingScene} scene
  * @param {Float32Array} matrices
  * @param {Camera} camera
- * @param {Int32Array} tested indices of the objects in play
+ * @param {Int32Array} tested indices of the tested objects
  * @param {{objects: ArrayLike<number>, depths: ArrayLike<number>}} view
- * @returns {number} how many are seen
+ * @returns {number} number of visible objects
  */
 function assertView(what, scene, matrices, camera, tested, view) {
   const { objects, depths } = view;
   const depthOf = new Map();
   for (let i = 0; i < objects.length; ++i) {
     if (depthOf.has(objects[i])) {
-      throw new Error(`${what}: object ${objects[i]} is seen twice`);
+      throw new Error(`${what}: object ${objects[i]} is in the result twice`);
     }
     if (i > 0 && !(depths[i] >= depths[i - 1])) {
-      throw new Error(`${what}: depth ${depths[i]} stands behind ${depths[i - 1]}`);
+      throw new Error(`${what}: depth ${depths[i]} follows ${depths[i - 1]}`);
     }
     depthOf.set(objects[i], depths[i]);
   }
@@ -133,16 +132,16 @@ function assertView(what, scene, matrices, camera, tested, view) {
     const seen = depthOf.get(index);
     if (seen === undefined ? margin > tolerance : margin < -tolerance) {
       const state = seen === undefined ? 'is not seen' : 'is seen';
-      throw new Error(`${what}: object ${index} ${state}, and lies ${margin} inside`);
+      throw new Error(`${what}: object ${index} ${state}, and is ${margin} inside`);
     }
-    // Written so that a not-a-number fails.
+    // Written so that NaN fails.
     if (seen !== undefined && !(Math.abs(seen - depth) <= tolerance)) {
       throw new Error(`${what}: object ${index} has a depth of ${seen}, expected ${depth}`);
     }
     depthOf.delete(index);
   }
   if (depthOf.size !== 0) {
-    throw new Error(`${what}: object ${Array.from(depthOf.keys())[0]} is not in play`);
+    throw new Error(`${what}: object ${Array.from(depthOf.keys())[0]} is not tested`);
   }
   return objects.length;
 }

@@ -4,11 +4,11 @@ const { assertSameMatrices } = require('./compare');
 const { interleave } = require('./measure');
 const { createValues, selectPercent } = require('./scenes');
 
-/** Different sets of transforms that frames go through. */
+/** Number of sets of transforms of consecutive frames. */
 const frameSets = 3;
 
 /**
- * Throws unless all contenders hold the matrices of the first.
+ * Throws unless all contenders have the matrices of the first.
  * @param {string} what
  * @param {object[]} contenders
  * @param {number} count nodes
@@ -28,16 +28,16 @@ function assertAgreement(what, contenders, count) {
 }
 
 /**
- * Measures one set of changed nodes. All contenders see the same transforms in the same order, and must
- * hold the same world matrices before and after.
+ * Measures one set of changed nodes. All contenders read the same transforms in the same order, and must have the
+ * same world matrices before and after.
  * @param {string} what
  * @param {import('./scenes').Tree} tree
  * @param {object[]} contenders
  * @param {Int32Array} dirty
  * @param {string} mode
  * @param {import('./measure').Budget} budget
- * @param {Array<function(Float32Array): void>} [others] to be timed in turn with the frames
- * @returns {number[]} nanoseconds of a frame of each contender, then of each of the others
+ * @param {Array<function(Float32Array): void>} [others] to time interleaved with the frames
+ * @returns {number[]} nanoseconds per frame of each contender, then of each of the others
  */
 function measureFrames(what, tree, contenders, dirty, mode, budget, others = []) {
   const all = selectPercent(tree, 100);

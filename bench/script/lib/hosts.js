@@ -8,7 +8,7 @@ const { budgets, median } = require('./measure');
 const { parseOptions } = require('./options');
 const { printTable } = require('./table');
 
-/** Workloads in which the module has a competitor, in the table's order. Each exports `largest`. */
+/** Workloads with a contender to the module, in table order. Each exports `largest`. */
 const compared = [
   'transform',
   'sweep',
@@ -20,19 +20,19 @@ const compared = [
   'matrixflow',
 ];
 
-/** Runs of each workload on each host; the order of hosts is reversed from one to the next. */
+/** Runs of each workload on each host, with the order of hosts reversed each time. */
 const turns = 2;
 
 const contenders = ['nq', 'typed', 'three'];
 
 /**
- * The largest case of a workload, as its `largest` gives it.
+ * The largest case of a workload, as its `largest` returns it.
  * @typedef {{work: string, unit: string, times: {nq: number, typed: (number|undefined),
  *   three: (number|undefined)}}} Case
  */
 
 /**
- * A host: the end of its columns' names, its binary, and the environment in which that finds its modules.
+ * A host: suffix of its column names, its binary, and the environment by which it finds its modules.
  * @typedef {{name: string, program: string, environment: Object<string, string>}} Host
  */
 
@@ -54,8 +54,8 @@ function runOn(host, workload, options, folder) {
 }
 
 /**
- * Makes one time of those that the turns gave, by the statistic that each was taken by.
- * @param {Case[][]} runs the same cases, as each turn measured them
+ * Merges the times of the rounds by the same statistic as within a round.
+ * @param {Case[][]} runs the same cases, as measured in each round
  * @param {string} statistic
  * @returns {Case[]}
  */
@@ -71,7 +71,7 @@ function mergeTurns(runs, statistic) {
 }
 
 /**
- * Measures on all hosts, in turns: workload by workload, and within each host by host.
+ * Measures on all hosts, interleaved: by workload, then by host.
  * @param {Host[]} hosts
  * @param {ReturnType<parseOptions>} options
  * @param {string} folder for reports
@@ -96,8 +96,7 @@ function measureHosts(hosts, options, folder) {
 }
 
 /**
- * Columns and rows of the table: the times of each contender, then how many times as long as the module the others
- * take, by host.
+ * Columns and rows of the table: the times of each contender, then the ratios to the module, by host.
  * @param {string[]} names of the hosts
  * @param {Case[][]} cases by host
  * @returns {{columns: string[], rows: Array<Array<string|number>>}}
@@ -120,8 +119,8 @@ function tableOf(names, cases) {
 /**
  * Measures on several hosts and prints one table.
  * @param {Host[]} hosts
- * @param {string[]} args options of the script benchmarks; `--json` gets what the table is made of
- * @throws {Error} saying what is wrong or has failed
+ * @param {string[]} args options of the JavaScript benchmarks; `--json` receives the data of the table
+ * @throws {Error} with what is wrong or has failed
  */
 function compareHosts(hosts, args) {
   const options = parseOptions(args, compared);

@@ -1,9 +1,9 @@
 'use strict';
-// Contenders of a scene of their own.
+// Loads a separate instance of a contender per scene.
 
 /**
- * Loads a contender anew: the compiler makes better code of functions that exist once, as they would in
- * a game, than of those that work on several scenes.
+ * Loads a new instance of a contender: the compiler optimises functions better that work on one scene, as in a game,
+ * than those that work on several scenes.
  * @param {string} name
  */
 function loadContender(name) {

@@ -1,12 +1,12 @@
 'use strict';
-// Streams of commands as index arrays: which values each one reads and writes. Contenders make of them
-// what they work on.
+// Streams of commands as index arrays: the values that each one reads and writes. Contenders convert them to their
+// own form.
 const { createRandom } = require('./random');
 
 /** Words that one bulk copy moves. */
 const bulkWords = 16;
 
-/** Streams of one command over and over: floats of a value, and inputs. */
+/** Streams that repeat one command: floats of a value, and inputs. */
 const kinds = {
   scalarAdd: { floats: 1, inputs: 2 },
   scalarDiv: { floats: 1, inputs: 2 },
@@ -31,12 +31,12 @@ const commandsPerObject = 5;
  */
 
 function randomBlock(random, floats) {
-  // Near 1, so that nothing grows out of hand and no divisor is small.
+  // Near 1, so that nothing overflows and no divisor is small.
   return Float32Array.from({ length: floats }, () => 0.5 + random());
 }
 
 /**
- * A stream of one command. Inputs are taken at random, results stand one behind the other.
+ * A stream of one command. Inputs are random, results contiguous.
  * @param {string} kind
  * @param {number} count
  * @returns {Stream}
@@ -62,9 +62,9 @@ function createStream(kind, count) {
 }
 
 /**
- * The mix, as in a frame of an engine. Of each object, the rest matrix is copied into its place, moved by
- * two vectors, put below its parent, and made a skinning matrix by an inverse: 1 bulk copy, 2 additions,
- * 2 products. `rest` and `inverse` are shared by several objects.
+ * A mix of commands as in a frame of an engine. Per object, the rest matrix is copied into place, moved by two
+ * vectors, multiplied by its parent's, and by an inverse to a skinning matrix: 1 bulk copy, 2 additions, 2 products.
+ * `rest` and `inverse` are shared by several objects.
  * @typedef {{kind: string, count: number, objects: number, blocks: {rest: Float32Array,
  *   moves: Float32Array, parents: Float32Array, inverses: Float32Array, local: Float32Array,
  *   world: Float32Array, skin: Float32Array}, rest: Uint32Array, move: Uint32Array, parent: Uint32Array,
@@ -101,11 +101,11 @@ function createMix(count) {
   };
 }
 
-/** Where the translation of a matrix begins. */
+/** Index of the translation of a matrix. */
 const translationAt = 12;
 
 /**
- * Throws if outputs differ by more than rounding: plain script sums in double precision.
+ * Throws if outputs differ by more than rounding: plain JavaScript sums in double precision.
  * @param {string} what
  * @param {Float32Array} expected
  * @param {Float32Array} actual
@@ -115,7 +115,7 @@ function assertSameOutput(what, expected, actual) {
     throw new Error(`${what}: ${actual.length} numbers, expected ${expected.length}`);
   }
   for (let i = 0; i < expected.length; ++i) {
-    // Written so that a not-a-number on either side fails. Nothing has been written where a 0 is left.
+    // Written so that NaN on either side fails. A 0 means that nothing was written.
     if (!(Math.abs(expected[i] - actual[i]) <= 1e-5 * Math.abs(expected[i])) || expected[i] === 0) {
       throw new Error(`${what}: number ${i} is ${actual[i]}, expected ${expected[i]}`);
     }

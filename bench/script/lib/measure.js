@@ -1,5 +1,5 @@
 'use strict';
-// Timing: monotonic clock, medians, and contenders taking turns in one process.
+// Timing: monotonic clock, medians, and interleaved contenders in one process.
 const v8 = require('v8');
 const vm = require('vm');
 
@@ -7,8 +7,8 @@ v8.setFlagsFromString('--expose-gc');
 const collectGarbage = vm.runInNewContext('gc');
 
 /**
- * What a budget spends on a measurement: turns of each contender, the least time of one, and the runs
- * that go ahead of it untimed, which is also the least count of runs that are timed.
+ * The budget of a measurement: rounds of each contender, the minimum time of one, and the untimed warm-up runs before
+ * it, whose number is also the minimum number of timed runs.
  * @typedef {{rounds: number, milliseconds: number, warmUps: number, sizes: number[], passSizes: number[],
  *   sweepSizes: number[], entities: number, singles: number, largestOnly: (boolean|undefined)}} Budget
  */
@@ -48,7 +48,7 @@ const budgets = {
 };
 
 /**
- * A budget for the largest case of each workload alone.
+ * A budget for only the largest case of each workload.
  * @param {Budget} budget
  * @returns {Budget}
  */
@@ -78,27 +78,26 @@ function median(values) {
   return sorted.length % 2 === 1 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
 }
 
-/** Whether the best of all looks at the clock is reported, not the median of the rounds. */
+/** Whether the shortest sample is reported, not the median of the rounds. */
 let reportsBest = false;
 
 /**
- * Chooses what is reported: the median of the rounds, or the shortest time that was seen at all, which
- * on a machine that is busy with other things says more.
+ * Sets the reported statistic: the median of the rounds, or the shortest sample, which is more meaningful on a busy
+ * machine.
  * @param {string} name 'median' or 'best'
  */
 function reportStatistic(name) {
   reportsBest = name === 'best';
 }
 
-/** Runs between two looks at the clock take about this many nanoseconds. */
+/** Approximate nanoseconds of the runs of one sample. */
 const batchNanoseconds = 1e5;
 
 /**
- * Runs contenders in turns, A B C A B C..., and returns the nanoseconds of one run of each, in their
- * order, by the statistic that is reported. Ahead of each turn garbage is collected and some runs go
- * untimed: the others have emptied the caches, and the collector's own threads are still at work. A
- * first round lets the compiler settle.
- * @param {Array<function(number): void>} contenders each is given a number that counts its runs
+ * Runs contenders interleaved, A B C A B C..., and returns the nanoseconds of one run of each, in order, by the
+ * reported statistic. Before each turn garbage is collected and some warm-up runs are untimed: the other contenders
+ * have evicted the caches, and threads of the collector may still run. A first round is for the compiler.
+ * @param {Array<function(number): void>} contenders each receives the number of the run
  * @param {Budget} budget
  * @returns {number[]}
  */
@@ -137,8 +136,8 @@ function interleave(contenders, budget) {
 }
 
 /**
- * As `interleave`, for runs that each need an untimed preparation, given the same number as the run. A
- * look at the clock then covers one run; a turn ends when its runs have taken the budget's time.
+ * As `interleave`, for runs that each need an untimed preparation, which receives the same number. A sample is then
+ * one run; a turn ends when its runs have taken the budget's time.
  * @param {Array<{prepare: function(number): void, run: function(number): void}>} contenders
  * @param {Budget} budget
  * @returns {number[]}
@@ -178,9 +177,9 @@ function interleavePrepared(contenders, budget) {
 }
 
 /**
- * Nanoseconds of `body` over the rounds of a budget, each with its own untimed preparation.
+ * Nanoseconds of `body` over the rounds of a budget, each with an untimed preparation.
  * @param {Budget} budget
- * @param {function(): *} prepare its result is given to `body`
+ * @param {function(): *} prepare its result is passed to `body`
  * @param {function(*): void} body
  * @returns {number}
  */

@@ -1,7 +1,7 @@
 'use strict';
-// What scenes of the module are made of: its engine, whole batches of entities, trees, characters, clips and
-// culling objects. All but the culling call is what a level costs when it is loaded; of that, linking alone is
-// measured. The frames of the contenders write into the records themselves.
+// Parts of scenes of the module: its engine, whole batches of entities, trees, characters, clips and culling objects.
+// All except the culling call is the cost of loading a level, of which only linking is measured. The frames of the
+// contenders write into the records themselves.
 const path = require('path');
 const { buildClip, sampleTypes } = require('../../../lib/clip');
 const {
@@ -20,20 +20,20 @@ const modulePath = path.resolve(
 );
 const { getEngine } = require(modulePath);
 
-/** Entities a batch can hold. */
+/** Maximum entities of a batch. */
 const batchCapacity = limits.batch;
 
-/** Entries the dirty list can hold. */
+/** Maximum entries of the dirty list. */
 const dirtyCapacity = limits.dirtyEntities;
 
-/** In 32-bit words: one entity's record, and where its fields start in it. */
+/** In 32-bit words: size of an entity's record, and offsets of its fields. */
 const recordWords = entity3D.size / 4;
 const rotationAt = entity3D.rotation / 4;
 const positionAt = entity3D.position / 4;
 const scaleAt = entity3D.scale / 4;
 const worldAt = entity3D.worldMatrix / 4;
 
-/** Words of the longest command that links. */
+/** Words of the longest linking command. */
 const linkWords = 3;
 
 /** Entities of a character: one at its place, and its bones. */
@@ -63,7 +63,7 @@ function createEntities(engine, count, batchSize = batchCapacity) {
 }
 
 /**
- * Says how the records of batches hold rotations.
+ * Sets the rotation mode of the records of batches.
  * @param {object[]} objects
  * @param {number} mode one of `rotationModes`
  */
@@ -77,9 +77,9 @@ function setRotationModes(objects, mode) {
 }
 
 /**
- * Links all nodes to their parents by the command stream, and makes node 0 a root at the end: the
- * passes in between, which make room in the stream, find nothing to walk. Writes the words itself, without the
- * checks of a writer: this is measured.
+ * Links all nodes to their parents by the command stream, and makes node 0 a root at the end, so that passes in
+ * between, which empty the stream, traverse nothing. Writes the words directly, without the checks of a writer: this
+ * is measured.
  * @param {object} engine
  * @param {Int32Array} parents
  * @param {Uint32Array} handles by node
@@ -109,7 +109,7 @@ function linkTree(engine, parents, handles) {
 }
 
 /**
- * Lists all entities as changed, in as many passes as the list takes.
+ * Lists all entities as changed, in as many passes as the list requires.
  * @param {object} engine
  * @param {Uint32Array} handles
  */
@@ -125,7 +125,7 @@ function refreshAll(engine, handles) {
 
 /**
  * Copies world matrices out of records.
- * @param {Float32Array[]} records by batch, full but for the last
+ * @param {Float32Array[]} records by batch, full except the last
  * @param {number} entity
  * @param {Float32Array} out
  * @param {number} at index of the first of 16 numbers
@@ -136,8 +136,7 @@ function copyWorld(records, entity, out, at) {
 }
 
 /**
- * Characters in the pose of their bones' rest. Entity 0 is the root of all; a character's are the one at
- * its place, then its bones.
+ * Characters in their rest pose. Entity 0 is the root of all; a character's are the one at its place, then its bones.
  * @param {object} engine
  * @param {import('./animation-scene').AnimationScene} scene
  */
@@ -169,7 +168,7 @@ function createCharacters(engine, scene) {
   refreshAll(engine, handles);
 
   return {
-    /** Kept, since a wrapper's end releases what it stands for. */
+    /** Kept alive, since a collected wrapper releases its native object. */
     objects,
 
     /** Handle of a bone's entity. */
@@ -260,8 +259,7 @@ function createCullingObjects(engine, spheres, entityOf) {
 }
 
 /**
- * Culls all objects of layer mask 1. The arguments are written out: an array to spread would be made in
- * each call.
+ * Culls all objects of layer mask 1. The arguments are explicit: an array to spread would be allocated in each call.
  * @param {object} engine
  * @param {import('./culling-scene').Camera} camera
  * @returns {boolean} whether there is a new result buffer
@@ -286,7 +284,7 @@ function cullAll(engine, { eye, target, up, fov, aspect, near, far }) {
 }
 
 /**
- * What a culling result holds.
+ * Objects and depths of a culling result.
  * @param {ArrayBuffer} result
  * @param {(handle: number) => number} indexOf
  * @returns {{objects: number[], depths: Float32Array}}
@@ -299,7 +297,7 @@ function readView(result, indexOf) {
   };
 }
 
-/** A count and that many handles, as the batch calls take them. */
+/** A count and that many handles, the argument of batch calls. */
 function handleList(objects) {
   return Uint32Array.from([objects.length].concat(objects.map(({ id }) => id))).buffer;
 }

@@ -1,13 +1,13 @@
 'use strict';
-// Options of the script benchmarks.
+// Options of the JavaScript benchmarks.
 const { budgets } = require('./measure');
 
 /**
- * Reads options, each with a value behind it.
+ * Reads options, each followed by a value.
  * @param {string[]} args
- * @param {string[]} workloads that `--only` may name
+ * @param {string[]} workloads valid values of `--only`
  * @returns {{budget: string, only: ?string, cases: string, json: ?string, statistic: string}}
- * @throws {Error} saying what is wrong
+ * @throws {Error} with what is wrong
  */
 function parseOptions(args, workloads) {
   const options = { budget: 'short', only: null, cases: 'all', json: null, statistic: 'median' };

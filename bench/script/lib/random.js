@@ -1,5 +1,5 @@
 'use strict';
-// A small generator of numbers that are the same on every run (mulberry32).
+// A small deterministic random number generator (mulberry32).
 
 /**
  * @param {number} seed

@@ -1,9 +1,9 @@
 'use strict';
-// The trees that all contenders work on, which of their nodes change, and to what.
+// The trees for all contenders, their changed nodes, and new transforms.
 const { createRandom } = require('./random');
 
 /**
- * A tree under one root. Parents stand ahead of their children, the root is node 0.
+ * A tree under one root. Parents come before their children, the root is node 0.
  * @typedef {{name: string, count: number, parents: Int32Array, scales: Float32Array}} Tree
  */
 
@@ -47,7 +47,7 @@ function createTree(name, parents, scaleSpread) {
 }
 
 const builders = {
-  /** Every node has 4 to 8 children; numbered breadth first, as a level loader would create it. */
+  /** Every node has 4 to 8 children; numbered breadth-first, as a level loader would create it. */
   large_tree(count) {
     const random = createRandom(1);
     const parents = new Int32Array(count).fill(-1);
@@ -61,7 +61,7 @@ const builders = {
     return createTree('large_tree', parents, 0.05);
   },
 
-  /** Characters of 50 bones under one root, one behind the other. */
+  /** Characters of 50 bones under one root, contiguous. */
   humanoids(count) {
     const characters = Math.max(1, Math.round(count / bonesPerCharacter));
     const parents = new Int32Array(1 + characters * bonesPerCharacter).fill(-1);
@@ -81,7 +81,7 @@ const builders = {
     return createTree('wide_tree', parents, 0.05);
   },
 
-  /** Every node has one child. Scales are 1: they would multiply up over the depth. */
+  /** Every node has one child. Scales are 1: they would multiply over the depth. */
   chain(count) {
     return createTree(
       'chain',
@@ -126,7 +126,7 @@ function selectPercent(tree, percent) {
 }
 
 /**
- * `count` nodes from all over the tree, the root not among them, ascending.
+ * `count` nodes from all over the tree, without the root, ascending.
  * @param {Tree} tree
  * @param {number} count
  * @returns {Int32Array}
@@ -149,7 +149,7 @@ function pick(limit, count) {
 }
 
 /**
- * How many world matrices change when `dirty` do: those nodes and all below them.
+ * Number of world matrices that change with `dirty`: those nodes and all descendants.
  * @param {Tree} tree
  * @param {Int32Array} dirty
  * @returns {number}
@@ -168,7 +168,7 @@ function countAffected(tree, dirty) {
 }
 
 /**
- * The place of each node in an order where whole subtrees are contiguous.
+ * The position of each node in depth-first order, where subtrees are contiguous.
  * @param {Tree} tree
  * @returns {Int32Array}
  */
@@ -189,16 +189,16 @@ function preorder(tree) {
   return slots;
 }
 
-/** Numbers a node's new transform takes: rotation (4 or 3), then position (3). */
+/** Numbers of a node's new transform: rotation (4 or 3), then position (3). */
 const valuesPerNode = { quaternion: 7, euler: 6 };
 
 /**
- * New transforms of `dirty` nodes, so many different ones that a frame never repeats the one before.
+ * New transforms of `dirty` nodes, enough different sets that a frame never repeats the previous one.
  * @param {Int32Array} dirty
  * @param {string} mode 'quaternion' or 'euler'
- * @param {number} frames how many sets
+ * @param {number} frames number of sets
  * @param {number} seed
- * @returns {Float32Array[]} per frame, `valuesPerNode[mode]` numbers for each node in turn
+ * @returns {Float32Array[]} per frame, `valuesPerNode[mode]` numbers per node
  */
 function createValues(dirty, mode, frames, seed) {
   const random = createRandom(seed);

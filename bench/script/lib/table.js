@@ -15,7 +15,7 @@ function short(value) {
 }
 
 /**
- * Prints rows under a heading. Numbers are shortened (whole ones stay) and stand to the right.
+ * Prints rows under a heading. Numbers are rounded (integers are not) and right-aligned.
  * @param {string} title
  * @param {string[]} columns
  * @param {Array<Array<string|number>>} rows
@@ -44,7 +44,7 @@ function printTable(title, columns, rows) {
 }
 
 /**
- * The last row of each kind, in the order in which kinds first appear: of rows that grow, the largest.
+ * The last row of each kind, by first appearance of kinds: the largest of ascending rows.
  * @template T
  * @param {T[]} rows
  * @param {function(T): string} kindOf

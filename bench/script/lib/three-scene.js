@@ -1,10 +1,9 @@
 'use strict';
-// Characters of three.js: bones in the scene graph, and numbers of clips as its tracks take them. Automatic
-// updates are off.
+// Characters of three.js: bones in the scene graph, and clip values for its tracks. Automatic updates are off.
 const { Bone, Object3D } = require('three');
 const { bones, channelCount, keyCount } = require('./animation-scene');
 
-/** The clip's numbers of some channels in a row, key by key. */
+/** The values of some consecutive channels of a clip, key by key. */
 function rowsOf(values, first, width) {
   const out = new Float32Array(keyCount * width);
   for (let key = 0; key < keyCount; ++key) {
@@ -15,7 +14,7 @@ function rowsOf(values, first, width) {
 }
 
 /**
- * A character below the root: its holder at its place, and its bones.
+ * A character under the root: its holder at its place, and its bones.
  * @param {Object3D} root
  * @param {import('./animation-scene').AnimationScene} scene
  * @param {number} c number of the character
@@ -41,7 +40,7 @@ function createCharacter(root, scene, c) {
 }
 
 /**
- * Starts as many of each character's actions, ahead of what is measured or once at its start.
+ * Starts that many of each character's actions, before the measurement or once at its start.
  * @param {{mixer: object, actions: object[]}[]} people
  * @returns {(count: number) => void} does nothing if as many are playing
  */

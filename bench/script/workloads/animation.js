@@ -1,5 +1,5 @@
 'use strict';
-// Crowds of characters: poses out of one clip and out of two, skinning, and whole frames.
+// Crowds of characters: poses from one clip and from two, skinning, and whole frames.
 const animation = require('../lib/animation-scene');
 const { assertView, cameras } = require('../lib/culling-scene');
 const { loadContender: load } = require('../lib/load-contender');
@@ -8,21 +8,21 @@ const { lastOfEach, printTable } = require('../lib/table');
 
 const { assertMoved, assertSamePose, bones, skinTolerance } = animation;
 
-/** Characters of a crowd that is animated, and of one that goes through whole frames. */
+/** Characters of a crowd for animation, and for whole frames. */
 const crowds = [10, 100, 1000];
 const frameCrowds = [10, 100, 500];
 
-/** What is computed of each bone before it is skinned; methods of the contenders. */
+/** Work per bone before skinning; methods of the contenders. */
 const poses = [
   { kind: 'one clip', method: 'clip' },
   { kind: 'one clip, whole frames', method: 'frames' },
   { kind: 'crossfade', method: 'crossfade' },
 ];
 
-/** Sets of times at which contenders are compared. */
+/** Sets of times for the comparison of contenders. */
 const comparedSets = [0, 5];
 
-/** A scene, and its contenders with what each may differ from the first. */
+/** A scene, and its contenders with their tolerances to the first. */
 function prepare(characters) {
   const scene = animation.createAnimationScene(characters);
   const contenders = [
@@ -35,7 +35,7 @@ function prepare(characters) {
 }
 
 /**
- * Throws unless all contenders hold the world matrices and skins of the first.
+ * Throws unless all contenders have the world matrices and skinning matrices of the first.
  * @param {string} what
  * @param {object} prepared
  * @returns {Float32Array} the world matrices
@@ -57,7 +57,7 @@ function assertSameBones(what, { scene, contenders, tolerances }) {
   return worlds;
 }
 
-/** Compares what comes out of a kind of pose. */
+/** Compares the results of a kind of pose. */
 function assertPose(what, prepared, method) {
   const [first, second] = comparedSets.map((set) => {
     for (const contender of prepared.contenders) {
@@ -70,7 +70,7 @@ function assertPose(what, prepared, method) {
   assertMoved(what, first, second);
 }
 
-/** Compares bones and views after whole frames. */
+/** Compares bones and visible objects after whole frames. */
 function assertFrame(what, prepared) {
   const { scene, contenders } = prepared;
   const all = Int32Array.from({ length: scene.characters }, (_, i) => i);
@@ -94,7 +94,7 @@ function rowOf(kind, characters, times) {
   return { kind, characters, nanosecondsPerBone: { nq, typed, three } };
 }
 
-/** Poses and skins of one crowd. */
+/** Poses and skinning of one crowd. */
 function measureCrowd(characters, budget) {
   const prepared = prepare(characters);
   const { contenders, scene } = prepared;
@@ -102,7 +102,7 @@ function measureCrowd(characters, budget) {
   const rows = poses.map(({ kind, method }) => {
     const what = `${characters} characters, ${kind}`;
     assertPose(`${what}, before`, prepared, method);
-    // World matrices are brought up to date in between, as they are in frames.
+    // World matrices are refreshed in between, as in frames.
     const runs = contenders.map((contender) => ({
       prepare: contender.refresh,
       run: (run) => contender[method](setOf(run)),

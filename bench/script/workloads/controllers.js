@@ -1,7 +1,7 @@
 'use strict';
-// Crowds of characters posed in layers: a crossfade from walking to running, alone and with an additive
-// layer above it that a mask keeps away from the legs. Measured is all from times and weights to local
-// matrices; world matrices are brought up to date in between, as they are in frames.
+// Crowds of characters posed in layers: a crossfade from walking to running, alone and with an additive layer above
+// it whose mask excludes the legs. Measured is everything from times and weights to local matrices; world matrices
+// are refreshed in between, as in frames.
 const { assertMoved, assertSamePose, bones, rounding } = require('../lib/animation-scene');
 const { createControllerScene, mixerTolerance } = require('../lib/controllers-scene');
 const { loadContender: load } = require('../lib/load-contender');
@@ -11,16 +11,16 @@ const { lastOfEach, printTable } = require('../lib/table');
 /** Characters of a crowd. */
 const crowds = [10, 100, 1000];
 
-/** What is posed; methods of the contenders. */
+/** Kinds of poses; methods of the contenders. */
 const poses = [
   { kind: 'crossfade', method: 'crossfade' },
   { kind: 'crossfade and masked additive layer', method: 'layers' },
 ];
 
-/** Sets of times at which contenders are compared. */
+/** Sets of times for the comparison of contenders. */
 const comparedSets = [0, 5];
 
-/** A scene, and its contenders with what each may differ from the first. */
+/** A scene, and its contenders with their tolerances to the first. */
 function prepare(characters) {
   const scene = createControllerScene(characters);
   const contenders = [
@@ -31,7 +31,7 @@ function prepare(characters) {
   return { scene, contenders, tolerances: [rounding, rounding, mixerTolerance(scene)] };
 }
 
-/** World matrices that a contender makes of a set. */
+/** World matrices of a contender for a set. */
 function worldsOf(contender, method, set, characters) {
   contender[method](set);
   contender.refresh();
@@ -41,7 +41,7 @@ function worldsOf(contender, method, set, characters) {
 }
 
 /**
- * Throws unless all contenders make the same of a kind of pose, and make it move.
+ * Throws unless all contenders give the same result for a kind of pose, and it moves.
  * @returns {Float32Array} the world matrices of the last set
  */
 function assertPose(what, { scene, contenders, tolerances }, method) {
@@ -76,7 +76,7 @@ function measureCrowd(characters, budget) {
     const [typed, nq, three] = times.map((time) => time / characters / bones);
     return { kind, characters, nanosecondsPerBone: { nq, typed, three } };
   });
-  // The additive layer shows.
+  // The additive layer has an effect.
   const [plain, layered] = shown;
   if (!layered.some((value, i) => Math.abs(value - plain[i]) > 0.01)) {
     throw new Error('the additive layer changes nothing');

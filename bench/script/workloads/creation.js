@@ -1,5 +1,5 @@
 'use strict';
-// Life of entities: creating them in batches and one by one, and the collection that ends them.
+// Lifetime of entities: creation in batches and one by one, and garbage collection.
 const { batchCapacity, getEngine } = require('../lib/native-scene');
 const { collectGarbage, interleave, now, once } = require('../lib/measure');
 const { printTable } = require('../lib/table');

@@ -1,6 +1,6 @@
 'use strict';
-// What a camera sees of many spheres, nearest first: of a scene at rest, of one in which everything has
-// moved since the last time, and of a short list of objects out of many.
+// Culling of many spheres, nearest first: of a scene at rest, of one in which everything has moved since the last
+// call, and of a short list of objects out of many.
 const { assertView, cameras, createCullingScene } = require('../lib/culling-scene');
 const { loadContender: load } = require('../lib/load-contender');
 const { interleave, interleavePrepared } = require('../lib/measure');
@@ -25,13 +25,13 @@ function prepare(count) {
 }
 
 /**
- * Throws unless all contenders see what there is to see, at each place and with each camera. Leaves
- * them all at the last place.
+ * Throws unless all contenders find the visible objects, at each place and with each camera. Leaves them all at the
+ * last place.
  * @param {string} what
  * @param {object} prepared
  * @param {Int32Array} tested
  * @param {string} method of the contenders
- * @returns {number} how many objects are seen, on the average
+ * @returns {number} average number of visible objects
  */
 function assertAgreement(what, { scene, sets, contenders }, tested, method) {
   let seen = 0;
@@ -51,9 +51,9 @@ function assertAgreement(what, { scene, sets, contenders }, tested, method) {
  * One row of the table.
  * @param {string} kind
  * @param {object} prepared
- * @param {Int32Array} tested the objects in play
+ * @param {Int32Array} tested the tested objects
  * @param {string} method of the contenders
- * @param {boolean} moves whether everything moves ahead of each call
+ * @param {boolean} moves whether everything moves before each call
  * @param {import('../lib/measure').Budget} budget
  */
 function measureCase(kind, prepared, tested, method, moves, budget) {

@@ -1,6 +1,6 @@
 'use strict';
-// What it costs to go beyond a limit: frames of several passes, several engines, engines in workers, and
-// entities in many batches.
+// The cost of going beyond a limit: frames of several passes, several engines, engines in workers, and entities in
+// many batches.
 const { spawnSync } = require('child_process');
 const { Worker, isMainThread, parentPort, workerData } = require('worker_threads');
 const { entityCommands, rotationModes } = require('../../../lib/layout');
@@ -22,7 +22,7 @@ const {
 const { buildTree, createValues, selectPercent, valuesPerNode } = require('../lib/scenes');
 const { printTable } = require('../lib/table');
 
-/** Different sets of transforms that frames go through. */
+/** Number of sets of transforms of consecutive frames. */
 const frameSets = 3;
 
 const passCounts = [1, 3, 8];
@@ -33,7 +33,7 @@ const batchSizes = [batchCapacity, 500, 50, 1];
 
 const stride = valuesPerNode.quaternion;
 
-/** A tree in an engine of its own, all or some of whose nodes change in a frame. */
+/** A tree in its own engine, all or some of whose nodes change in a frame. */
 class Scene {
   /**
    * @param {import('../lib/scenes').Tree} tree
@@ -103,7 +103,7 @@ class Scene {
     this.engine.refreshWorldTransform();
   }
 
-  /** A frame in which all nodes change, the root held inactive until the last pass. */
+  /** A frame in which all nodes change, with the root inactive until the last pass. */
   heldFrame(run, perPass) {
     const { count } = this.tree;
     const values = this.values[run % frameSets];
@@ -116,7 +116,7 @@ class Scene {
     }
   }
 
-  /** The same without holding it: each pass walks. What lies deepest is listed first, the root last. */
+  /** The same with an active root: each pass traverses the tree. The deepest nodes are listed first, the root last. */
   plainFrame(run, perPass) {
     const values = this.values[run % frameSets];
     for (let to = this.tree.count; to > 0; to -= perPass) {
@@ -125,7 +125,7 @@ class Scene {
     }
   }
 
-  /** Throws unless world matrices are those that plain script computes. */
+  /** Throws unless world matrices are those of plain JavaScript. */
   verify(what, frame) {
     const { count } = this.tree;
     const typed = createTyped(this.tree);
@@ -143,7 +143,7 @@ class Scene {
   }
 }
 
-/** Entries a pass: all that the list takes, or a few on a tiny budget. */
+/** Entries per pass: a full list, or a few on a tiny budget. */
 function passCapacity(budget) {
   return Math.min(dirtyCapacity, Math.floor(budget.entities / 8));
 }
@@ -163,7 +163,7 @@ function measurePasses(budget) {
   });
 }
 
-/** The same entries in more passes than they need: what a pass costs in itself. */
+/** The same entries in more passes than they need: the cost of a pass itself. */
 function measureSplits(budget) {
   const entries = passCapacity(budget);
   const scene = new Scene(buildTree('large_tree', entries));
@@ -181,7 +181,7 @@ function measureSplits(budget) {
   }));
 }
 
-/** The same characters in one engine, and spread over several that take turns. */
+/** The same characters in one engine, and spread over several that run one after the other. */
 function measureEngines(budget) {
   const sizes = budget.sizes.filter((size) => size < dirtyCapacity);
   return sizes.map((size) => {
@@ -227,15 +227,15 @@ function measureBatches(budget) {
   });
 }
 
-// --- Workers. Only one process with an event loop of its own can talk to them.
+// --- Workers. Only a process with its own event loop can communicate with them.
 
-/** What changes in the frames of workers: nodes of their tree. Node 0 is the root. */
+/** Changed nodes in the frames of workers. Node 0 is the root. */
 const loads = [
   { load: 'all change', nodes: (count) => [0, count] },
   { load: '31 change, on the script thread alone', nodes: (count) => [1, Math.min(32, count)] },
 ];
 
-/** In a worker: counts frames in so many milliseconds, as often as it is asked to. */
+/** In a worker: counts frames in a number of milliseconds, for each request. */
 function work() {
   const { count, gate } = workerData;
   const arrived = new Int32Array(gate);
@@ -246,7 +246,7 @@ function work() {
     for (let run = 0; run < warmUps; ++run) {
       scene.frame(run, from, end);
     }
-    // All of the team are at work before anyone's time counts.
+    // All workers of the team run before any time counts.
     Atomics.add(arrived, round, 1);
     Atomics.notify(arrived, round);
     for (let there = 0; there < team; there = Atomics.load(arrived, round)) {
@@ -264,7 +264,7 @@ function work() {
   parentPort.postMessage(scene.tree.count);
 }
 
-/** Sends all workers a message and waits for the answer of each. */
+/** Sends all workers a message and waits for all replies. */
 function ask(workers, message) {
   return Promise.all(
     workers.map(
@@ -280,7 +280,7 @@ function ask(workers, message) {
   );
 }
 
-/** In the child: prints entries a microsecond, by load, team and round. */
+/** In the child: prints entries per microsecond, by load, team and round. */
 async function measureInChild({ count, rounds, milliseconds, warmUps }) {
   const teams = loads.length * workerCounts.length * (rounds + 1);
   const gate = new SharedArrayBuffer(4 * teams);
@@ -314,7 +314,7 @@ function median(values) {
   return (sorted[(sorted.length - 1) >> 1] + sorted[sorted.length >> 1]) / 2;
 }
 
-/** Workers with an engine each: entries a microsecond, of all together. */
+/** Workers with an engine each: entries per microsecond, all together. */
 function measureWorkers(budget) {
   const task = {
     count: Math.floor(budget.entities / 20),
@@ -359,7 +359,7 @@ function run(budget) {
       return [entries, ...microseconds, four / one];
     })
   );
-  console.log(`\nMaking an engine takes ${Math.round(engine)} microseconds.`);
+  console.log(`\nCreating an engine takes ${Math.round(engine)} microseconds.`);
   const workers = measureWorkers(budget);
   printTable(
     'limits: an engine in each worker; entries a microsecond, all together, median',

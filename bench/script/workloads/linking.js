@@ -1,5 +1,5 @@
 'use strict';
-// Putting a tree together, by the command stream and by calls. What a level costs when it is loaded.
+// Linking a tree, by the command stream and by calls: the cost of loading a level.
 const { createEntities, getEngine, linkTree } = require('../lib/native-scene');
 const { once } = require('../lib/measure');
 const { printTable } = require('../lib/table');

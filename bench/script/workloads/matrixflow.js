@@ -1,7 +1,7 @@
 'use strict';
-// Streams of arithmetic: 10,000 commands of one kind, and a mix as of a frame. The module runs a stream
-// that stands, or one that is written anew each time; script does the same work in straight loops, or
-// interprets the same stream.
+// Streams of arithmetic: 10,000 commands of one kind, and a mix as in a frame. The module executes a stream that is
+// written once, or rewritten each time; JavaScript does the same work in hand-written loops, or interprets the same
+// stream.
 const { assertSameOutput, createMix, createStream, kinds } = require('../lib/matrixflow-scene');
 const { interleave } = require('../lib/measure');
 const { printTable } = require('../lib/table');
@@ -9,7 +9,7 @@ const { isBuilt, modulePath } = require('../contenders/matrixflow-native');
 
 const commandCount = 10000;
 
-/** Loads a contender anew, so that the compiler sees one stream only. */
+/** Loads a new instance of a contender, so that the compiler sees only one stream. */
 function load(name) {
   for (const file of Object.keys(require.cache)) {
     if (/[\\/](contenders[\\/]matrixflow-[a-z]+|lib[\\/]commands)\.js$/.test(file)) {
@@ -30,7 +30,7 @@ function measureStream(stream, budget) {
       for (const name of outputs) {
         const what = `${stream.kind}, ${contender.name}, block ${name}`;
         assertSameOutput(what, straight.block(name), contender.block(name));
-        // What is left of a run must not be taken for a result of the next.
+        // Results of a run must not be mistaken for those of the next.
         contender.block(name).fill(0);
       }
     }
@@ -101,7 +101,7 @@ function largest(rows) {
   if (rows === null) {
     return [];
   }
-  // The last is the mix; scripts in straight loops over typed arrays do the same.
+  // The last is the mix; the competitor is hand-written loops over typed arrays.
   const { stream, commands, nanosecondsPerCommand } = rows[rows.length - 1];
   return [
     {

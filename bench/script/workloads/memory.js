@@ -1,5 +1,5 @@
 'use strict';
-// Memory that a linked tree of 3D entities takes, each contender in a process of its own.
+// Memory of a linked tree of 3D entities, each contender in its own process.
 const { spawnSync } = require('child_process');
 const { collectGarbage } = require('../lib/measure');
 const { printTable } = require('../lib/table');
@@ -12,13 +12,13 @@ const contenders = {
   'gl-matrix': () => require('../contenders/glmatrix').createGlMatrix,
 };
 
-/** In the child: prints bytes of memory that the tree has added to the process. */
+/** In the child: prints the bytes that the tree adds to the process. */
 function measure(name, count) {
   const create = contenders[name]();
   const tree = buildTree('large_tree', count);
   const all = selectPercent(tree, 100);
   const values = createValues(all, 'quaternion', 1, 31)[0];
-  // A small tree first, so that code and working memory don't count.
+  // A small tree first, so that code and scratch memory don't count.
   const warm = create(buildTree('large_tree', 10));
   warm.setDirty(selectPercent(buildTree('large_tree', 10), 100), 'quaternion');
   warm.frame(values);

@@ -1,5 +1,5 @@
 'use strict';
-// Lists of growing length: where the hand-over to the worker threads costs more than it brings.
+// Dirty lists of increasing length: where posting to the worker threads costs more than it gains.
 const { createNative } = require('../contenders/native');
 const { createTyped } = require('../contenders/typed');
 const { measureFrames } = require('../lib/frames');
@@ -54,7 +54,7 @@ function run(budget) {
 function largest(rows) {
   const { nodes } = rows[rows.length - 1];
   const ofLargest = rows.filter((row) => row.nodes === nodes);
-  // The shortest list too: of it the call into the module is the largest part.
+  // The shortest list too: there the call into the module dominates.
   return [ofLargest[0], ofLargest[ofLargest.length - 1]].map(({ dirty, microseconds }) => ({
     work: `sweep: ${dirty} of ${nodes} nodes change`,
     unit: 'us per frame',

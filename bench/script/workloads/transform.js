@@ -8,7 +8,7 @@ const { measureFrames } = require('../lib/frames');
 const { lastOfEach, printTable } = require('../lib/table');
 const { buildTree, countAffected, selectPercent, treeNames } = require('../lib/scenes');
 
-/** Nodes of a chain: three.js walks it by recursion. */
+/** Nodes of a chain: three.js traverses it recursively. */
 const chainLimit = 1000;
 
 const creators = [createTyped, createNative, createThree, createGlMatrix];
@@ -34,7 +34,7 @@ function measureCase(tree, contenders, percent, mode, budget) {
 }
 
 /**
- * Frames of more entries than the list holds, done in the two ways that give the same outcome.
+ * Frames of more entries than the list holds, in the two ways that give the same result.
  * @returns {object}
  */
 function measurePasses(tree, budget) {
