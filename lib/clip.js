@@ -61,7 +61,7 @@ const stepTangent = Infinity;
  * @typedef {Object} Clip
  * @property {string} [name] For messages only; the bytes don't hold it.
  * @property {number} framesPerSecond A whole number, from 1: the engine would drop a fraction.
- * @property {number} frameCount Where sampling starts again from frame 0, from 1; keys may lie beyond.
+ * @property {number} frameCount Frame at which sampling wraps to frame 0, from 1; keys may be beyond it.
  * @property {Curve<Keys>[]} curves In any order; several of one target and type are taken as one.
  */
 

@@ -84,7 +84,7 @@ const interpolations = ['LINEAR', 'STEP', 'CUBICSPLINE'];
 /**
  * What {@link importGltf} gives. Indices are those of the result, but for `fileIndex` and `mesh`.
  * @typedef {Object} ImportedModel
- * @property {ImportedNode[]} nodes Parents ahead of their children, depth first, so that one pass creates the entities.
+ * @property {ImportedNode[]} nodes Parents before their children, depth-first, so that one pass creates the entities.
  * @property {number[]} roots Indices of the nodes without parents.
  * @property {ImportedScene[]} scenes What to show together.
  * @property {number} defaultScene Index of the scene to show, or -1 if the file names none.
@@ -100,7 +100,7 @@ const interpolations = ['LINEAR', 'STEP', 'CUBICSPLINE'];
  * @property {number} [framesPerSecond] Rate of all clips, a whole number from 1 to 1000; by default each gets the rate of
  *   its keys.
  * @property {boolean} [holdEnd] Adds a frame to each clip, so that its last key can be reached: for clips that stop at
- *   their ends. Without, a clip starts again where its last key stands.
+ *   their ends. Without it, a clip wraps at its last key.
  */
 
 /** The default transform of a node. */

@@ -24,7 +24,7 @@ export interface Clip<Keys = readonly Readonly<Key>[] | KeyColumns> {
   name?: string;
   /** A whole number, from 1: the engine would drop a fraction. */
   framesPerSecond: number;
-  /** Where sampling starts again from frame 0, from 1; keys may lie beyond. */
+  /** Frame at which sampling wraps to frame 0, from 1; keys may be beyond it. */
   frameCount: number;
   /** In any order; several of one target and type are taken as one. */
   curves: Curve<Keys>[];

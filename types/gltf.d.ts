@@ -25,15 +25,15 @@ export interface ImportOptions {
   /** Rate of all clips, a whole number from 1 to 1000; by default each gets the rate of its keys. */
   framesPerSecond?: number;
   /**
-   * Adds a frame to each clip, so that its last key can be reached: for clips that stop at their ends. Without, a clip
-   * starts again where its last key stands.
+   * Adds a frame to each clip, so that its last key can be reached: for clips that stop at their ends. Without it, a
+   * clip wraps at its last key.
    */
   holdEnd?: boolean;
 }
 
 /** What {@link importGltf} gives. Indices are those of the result, but for `fileIndex` and `mesh`. */
 export interface ImportedModel {
-  /** Parents ahead of their children, depth first, so that one pass creates the entities. */
+  /** Parents before their children, depth-first, so that one pass creates the entities. */
   nodes: ImportedNode[];
   /** Indices of the nodes without parents. */
   roots: number[];
