@@ -1,14 +1,14 @@
 'use strict';
-// Inspects built modules: required library versions, hardening, and reproducibility of builds.
+// System requirements of a built module, its hardening, and reproducible builds.
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
 const { fail, jobs, output, removeFolder, root, status } = require('./run');
 
-/** Families of symbol versions; docs/building.md names the newest one of each that the module needs. */
+/** Symbol version families; docs/building.md states the newest version of each that a module needs. */
 const families = ['GLIBC', 'GLIBCXX', 'CXXABI'];
 
-/** -1, 0 or 1: the order of two versions, as in 2.4 and 2.34. */
+/** Compares versions such as 2.4 and 2.34: -1, 0 or 1. */
 function compareVersions(a, b) {
   const [left, right] = [a, b].map((version) => version.split('.').map(Number));
   for (let i = 0; i < Math.max(left.length, right.length); ++i) {
@@ -40,9 +40,9 @@ function newestVersions(table) {
 }
 
 /**
- * The versions that a document states: 'glibc 2.34', 'GLIBCXX_3.4.29'.
+ * Versions that a document states, as 'glibc 2.34' or 'GLIBCXX_3.4.29'.
  * @param {string} text
- * @returns {Object<string, string[]>} all numbers by family
+ * @returns {Object<string, string[]>} all versions by family
  */
 function statedVersions(text) {
   const stated = {};
@@ -54,10 +54,10 @@ function statedVersions(text) {
 }
 
 /**
- * Wrong or missing statements of documents about the versions that a module needs, one line each.
+ * Wrong or missing statements of documents on the versions that a module needs, a line each.
  * @param {Object<string, string>} needed by family
- * @param {Object<string, string>} documents texts by their names
- * @param {Object<string, string[]>} wanted families that each document must name
+ * @param {Object<string, string>} documents texts by file name
+ * @param {Object<string, string[]>} wanted families that each must state
  * @returns {string[]}
  */
 function findWrongVersions(needed, documents, wanted) {
@@ -67,12 +67,12 @@ function findWrongVersions(needed, documents, wanted) {
     for (const family of wanted[file]) {
       const versions = stated[family] || [];
       if (versions.length === 0) {
-        wrong.push(`${file} names no ${family}; the module needs ${needed[family]}: add it.`);
+        wrong.push(`${file} states no ${family}; the module needs ${needed[family]}: add it.`);
       }
       for (const version of versions.filter((one) => one !== needed[family])) {
         wrong.push(
-          `${file} names ${family} ${version}; the module needs ${needed[family]}:` +
-            ' correct it, and the systems beside it.'
+          `${file} states ${family} ${version}; the module needs ${needed[family]}:` +
+            ' correct it, and the systems listed with it.'
         );
       }
     }
@@ -81,7 +81,7 @@ function findWrongVersions(needed, documents, wanted) {
 }
 
 /**
- * The newest versions that any of the modules needs, or null if one can't be read.
+ * The newest versions that any of these modules needs, or null if one can't be read.
  * @param {string[]} modules files
  * @returns {?Object<string, string>}
  */
@@ -91,14 +91,14 @@ function neededVersions(modules) {
 }
 
 const hardeningSigns = {
-  'read-only tables of addresses (-z relro)': /^\s*GNU_RELRO\s/m,
-  'binding of all symbols at loading (-z now)': /\(BIND_NOW\)|\(FLAGS_1\).*\bNOW\b/,
+  'read-only address tables (-z relro)': /^\s*GNU_RELRO\s/m,
+  'binding of all symbols on loading (-z now)': /\(BIND_NOW\)|\(FLAGS_1\).*\bNOW\b/,
   'stack protectors (-fstack-protector-strong)': /\s__stack_chk_fail\b/,
-  'checked calls of the C library (_FORTIFY_SOURCE)': /\s__\w*printf_chk\b/,
+  'bounds-checked C library calls (_FORTIFY_SOURCE)': /\s__\w*printf_chk\b/,
 };
 
 /**
- * The hardening features of release builds that a module lacks.
+ * Hardening of release builds that a module lacks.
  * @param {string} parts output of `readelf -W --program-headers --dynamic --dyn-syms`
  * @returns {string[]}
  */
@@ -107,7 +107,7 @@ function missingHardening(parts) {
 }
 
 /**
- * The same for a file, or null if it can't be read.
+ * The same of a file, or null if it can't be read.
  * @param {string} module file
  * @returns {?string[]}
  */
@@ -120,11 +120,11 @@ function findMissingHardening(module) {
 function copyTree(folder) {
   const list = output('git', ['ls-files', '-z']);
   if (list === null) {
-    fail('copying the tree requires git and a clone: run this check in one.');
+    fail('copying the tree needs git and a clone: run this check in a clone.');
   }
   for (const name of list.split('\0').filter((one) => one !== '')) {
     const from = path.join(root, name);
-    // Skips files that are deleted but not yet committed.
+    // Skip files whose deletion is not yet committed.
     if (fs.existsSync(from)) {
       fs.mkdirSync(path.dirname(path.join(folder, name)), { recursive: true });
       fs.copyFileSync(from, path.join(folder, name));
@@ -132,7 +132,7 @@ function copyTree(folder) {
   }
 }
 
-/** The second build compiles without a cache, which would return the objects of the first. */
+/** The second build must compile everything: a cache would return the output of the first one. */
 const noCache = { CCACHE_DISABLE: '1', CMAKE_CXX_COMPILER_LAUNCHER: '' };
 
 /** Bytes of a module, with its symbols and stripped. */
@@ -145,11 +145,11 @@ function formsOf(module, folder) {
 }
 
 /**
- * Builds the module of this tree in a second folder, with another name and length, and compares the two modules, with
+ * Builds the module of this tree in a second folder, whose path has another length, and compares the two, with
  * symbols and stripped.
- * @param {string} module the release build of this folder, up to date
+ * @param {string} module the up-to-date release build of this folder
  * @param {string} nodeDir folder of the host
- * @returns {string[]} the differences, one line each
+ * @returns {string[]} differences, a line each
  */
 function findBuildDifferences(module, nodeDir) {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'nq-reproducible-'));
@@ -172,7 +172,7 @@ function findBuildDifferences(module, nodeDir) {
         const bytes = first[name];
         const at = bytes.findIndex((byte, i) => byte !== second[name][i]);
         const sizes = `${bytes.length} and ${second[name].length} bytes`;
-        return `${name} built in two folders differs, first at byte ${at}; ${sizes}.`;
+        return `${name} differs between two folders, first at byte ${at}; ${sizes}.`;
       });
   } finally {
     removeFolder(folder);
