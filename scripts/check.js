@@ -51,7 +51,7 @@ const threadedScripts =
   'engine[.](module|process-end|frame|animation|controllers|lifetime)|binding[.]batch-update';
 
 // Script suites that run on arm64 here.
-const arm64Scripts = '[.]engine[.](module|frame|animation|controllers|matrixflow)$';
+const arm64Scripts = '[.](engine[.](module|frame|matrixflow)|programs[.]examples)$';
 
 // Undefined symbols that the portable build must not have.
 const linuxOnly = /\b(syscall|posix_memalign|sched_(?!yield)\w+|pthread_(set|get)affinity\w*)/g;
@@ -242,7 +242,7 @@ const checks = {
     run: () => checkHosts(['24', '26']).length === 0,
   },
 
-  // The frame and animation on arm64, in an emulator; `npm run arm64-check` runs all suites.
+  // The frame and the examples on arm64, in an emulator; `npm run arm64-check` runs all suites.
   arm64: {
     needs: ['build', 'cross', 'emulator'],
     run: () => checkScripts('24', ['-R', arm64Scripts]),
