@@ -29,7 +29,7 @@ const runLine = (line) => runAtTerminal(game, 'sh', ['-ec', line]);
 /** The commands of README.md that create a project, and those that install a host in it, a line each. */
 function commandsOfReadme() {
   const text = fs.readFileSync(path.join(root, 'README.md'), 'utf8');
-  const [, section] = /For a project of your own([^]*?)\n## /.exec(text);
+  const [, section] = /For your own project([^]*?)\n## /.exec(text);
   return Array.from(section.matchAll(/```\n([^]*?)```/g), ([, block]) => block.trim().split('\n'));
 }
 
