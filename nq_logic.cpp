@@ -32,7 +32,7 @@ void GetEngine(const v8::FunctionCallbackInfo<v8::Value>& info) {
   v8::Isolate* isolate = info.GetIsolate();
   nq::engine::MemoryAllocator* allocator = new nq::engine::MemoryAllocator();
   // Kept on purpose: the runtime's first reference is never dropped, so that memory and threads
-  // live until the process ends, even if JavaScript still holds buffers.
+  // live until the process ends: JavaScript may hold buffers that long.
   nq::engine::EngineRuntime* runtime = new nq::engine::EngineRuntime(allocator);
   BindingEngine* wrapper = new BindingEngine(runtime);
   nq::engine::RegisterClasses();

@@ -78,7 +78,7 @@ endfunction()
 # looks up: the entry, and on Node 12 (ABI 72) the static constructor _register_BASE_, where BASE is
 # the one in the sources. The host unloads an addon when the last worker thread that loaded it ends,
 # while pool threads still run in it, hence nodelete. All symbols are bound at load time, so that
-# the relocation tables are read-only from then on.
+# the tables of addresses are read-only from then on.
 function(nq_add_addon name base folder binding output)
   add_library(${name} MODULE ${ARGN})
   nq_configure(${name})

@@ -64,9 +64,9 @@ MemoryBlock MemoryAllocator::Allocate(uint32_t size) {
   void* pointer;
   uint32_t storedSize;
   if (size > kMaxSmallBlockBytes) {
-    // Aligned to a cache line, so that no matrix that JavaScript lays out in a large block
-    // straddles two cache lines. The result is not checked: if out of memory the pointer is null,
-    // and the write below faults.
+    // Aligned to a cache line, so that matrices of 64 bytes that JavaScript lays out from the start
+    // of a large block do not straddle two cache lines. The result is not checked: if out of memory
+    // the pointer is null, and the write below faults.
     pointer = CacheLineAlloc(size);
     storedSize = size;
   } else {

@@ -211,7 +211,8 @@ inline void WritePose(const TargetPose& pose, const EntityPoseWriter& writer) {
 
 }  // namespace
 
-// Not inlined: each access to a thread-local variable is a function call.
+// Called once per update, and not inlined: each access to a thread-local variable is a function
+// call.
 NQ_NO_INLINE ControllerEvaluation* ControllerEvaluation::OfThread() {
   thread_local ControllerEvaluation evaluation;
   return &evaluation;

@@ -2,7 +2,6 @@
 #include "Engine/Animation/StateEvaluation.h"
 
 #include <cmath>
-#include <cstring>
 
 #include "Common/Def/MathKernels.h"
 #include "Common/Def/Platform.h"

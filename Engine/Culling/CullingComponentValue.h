@@ -19,7 +19,7 @@ class EngineCore;
 struct CullingEntityCache {
   uint32_t seenEntityHandle;  // the record's handle at the last look-up; 0 at first
   uint32_t seenWorldVersion;  // the entity's world version for which the world sphere was computed
-  const uint32_t* worldVersion;  // the entity's; null unless a living 3D one was found
+  const uint32_t* worldVersion;  // the entity's; null unless a 3D one was found and lives
 };
 
 // The world spheres of a batch as a structure of arrays, so that four are tested at a time. Zeros

@@ -74,6 +74,15 @@ class EntitySystem {
   // before the world pass; what that pass appends is for the next frame.
   void RefreshWorldTransform();
 
+  // In order of addition; not unique: an entity that was added twice is walked twice.
+  const std::vector<Entity*>& rootEntities() const { return worldTransform.Roots(); }
+
+  WorldTransform& Passes() { return worldTransform; }
+
+  LocalVersions& Versions() { return versions; }
+
+  TransformTree& Tree() { return tree; }
+
   // --- For native callers only: no frame runs these, and JavaScript can't reach them. They are
   // made of the parts of a frame, see WorldTransform.
 
@@ -83,7 +92,7 @@ class EntitySystem {
 
   // SyncLocalTransform builds the local matrices of the dirty list, on the workers from 8 entries
   // per worker up, and raises local versions. SyncDirtyRange only builds the local matrices of the
-  // entries start + 1 to start + count.
+  // entries start + 1 to start + count; any thread.
   void SyncLocalTransform() { worldTransform.SyncLocalTransform(); }
   void SyncDirtyRange(uint32_t start, uint32_t count) {
     worldTransform.SyncDirtyRange(start, count);
@@ -95,15 +104,6 @@ class EntitySystem {
   // Clears the dirty list, and returns whether it holds anything.
   void ClearDirtyEntities() { dirtyEntities.Clear(); }
   bool HasDirtyEntities() const { return dirtyEntities.NotEmpty(); }
-
-  // In order of addition; not unique: an entity that was added twice is walked twice.
-  const std::vector<Entity*>& rootEntities() const { return worldTransform.Roots(); }
-
-  WorldTransform& Passes() { return worldTransform; }
-
-  LocalVersions& Versions() { return versions; }
-
-  TransformTree& Tree() { return tree; }
 
   EngineCore* const core;  // not reference-counted
 

@@ -25,7 +25,7 @@ enum DirtyState : uint8_t {
 // entities than they compute. A new entity is active, marked, and not a root.
 //
 // The fields that decide which entities a world pass computes are private: only TransformTree
-// writes them, and records with every write that there are marks (see there).
+// writes them, and records which marks do not come from the dirty list of a frame (see there).
 //
 // Thread safety: links and flags change on the script thread only. Worker tasks mark `dirtyState`
 // too, on ancestors that several tasks share, hence atomic; it publishes no other data, so relaxed
@@ -131,8 +131,9 @@ enum class CycleReport { kStart, kReached };
 //
 // Only this class writes marks. A frame with a short dirty list computes from the listed entities
 // only, provided that all marks below the roots come from that list; otherwise it walks from the
-// roots. So the tree tracks whether there may be other marks. Each operation that marks, or that
-// makes marked entities reachable by a walk, records that itself: callers need not.
+// roots. So the tree tracks whether there may be other marks. Each operation that marks between
+// frames, or that makes marked entities reachable by a walk, records that itself: callers need not.
+// Linking is outside this class: whoever links an entity must mark it (Entity::AttachChild).
 class TransformTree {
  public:
   void Enter(uint32_t key, const TransformBatch& batch) {

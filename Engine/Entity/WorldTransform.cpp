@@ -43,7 +43,8 @@ void BuildLocalMatrix(const TransformBatch& batch, uint32_t index) {
   }
 }
 
-// Computes one world matrix, and publishes it. `batches` is the tree's table.
+// Computes one world matrix, raises its version, publishes it, and updates the entities that are
+// bound to the entity as a bone. `batches` is the tree's table.
 inline void ComputeWorldMatrix(const TransformBatch* batches, uint32_t handle) {
   const TransformBatch& batch = batches[HandleSlot(handle)];
   const uint32_t index = HandleElement(handle);

@@ -54,8 +54,9 @@ class WorldTransform {
   // worker up. Meanwhile the script thread raises local versions and marks what is listed.
   void SyncAndMark();
 
-  // The second half: clears the list and computes all that is marked below the roots. Entries
-  // appended meanwhile are for the next frame.
+  // The second half, right after the first: nothing may be listed, linked or marked in between.
+  // Clears the list and computes all that is marked below the roots. Entries appended meanwhile are
+  // for the next frame.
   void ComputeMarked();
 
   // Builds the local matrices of the entries start + 1 to start + count. Any thread.
