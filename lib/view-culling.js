@@ -172,26 +172,30 @@ class CullingAnswerView {
   constructor(answer) {
     const missing = answer === null;
     const label = 'CullingAnswerView';
-    const objects = !missing && isObject(answer) ? bytesOf(label, answer.objects) : null;
-    if (!missing && objects === null) {
-      const found = isObject(answer)
-        ? `its objects are ${show(answer.objects)}`
-        : `got ${show(answer)}`;
-      const cure = 'give what frustumCulling or orthoCulling returned';
-      throw new TypeError(`${label}: ${found}, not an ArrayBuffer: ${cure}.`);
+    const cure = 'give what frustumCulling or orthoCulling returned';
+    if (!missing && !isObject(answer)) {
+      throw new TypeError(`${label}: got ${show(answer)}, not an ArrayBuffer: ${cure}.`);
     }
+    const blockOf = (name) => {
+      const bytes = bytesOf(label, answer[name]);
+      if (bytes === null) {
+        const found = `its ${name} are ${show(answer[name])}`;
+        throw new TypeError(`${label}: ${found}, not an ArrayBuffer: ${cure}.`);
+      }
+      return bytes;
+    };
     /**
      * Handles of the visible objects, nearest first.
      * @type {Uint32Array}
      * @readonly
      */
-    this.objects = missing ? new Uint32Array(0) : wordsOf(objects);
+    this.objects = missing ? new Uint32Array(0) : wordsOf(blockOf('objects'));
     /**
      * Depth of each object.
      * @type {Float32Array}
      * @readonly
      */
-    this.distances = missing ? new Float32Array(0) : floatsOf(bytesOf(label, answer.distances));
+    this.distances = missing ? new Float32Array(0) : floatsOf(blockOf('distances'));
     /**
      * Checksum of the handles in order.
      * @type {number}

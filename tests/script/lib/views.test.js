@@ -883,6 +883,21 @@ describe('views of culling, with the engine', () => {
     assert.deepStrictEqual([view.count, view.object(0), view.distance(0)], [1, 4096, 2.5]);
   });
 
+  it('refuse an answer without objects or without distances', () => {
+    const buffer = new ArrayBuffer(4);
+    const cure = 'not an ArrayBuffer: give what frustumCulling or orthoCulling returned';
+    assertRefused(
+      () => new CullingAnswerView({ objects: buffer, distances: undefined, hash: 0 }),
+      TypeError,
+      new RegExp(`^CullingAnswerView: its distances are undefined, ${cure}`)
+    );
+    assertRefused(
+      () => new CullingAnswerView({ objects: null, distances: buffer, hash: 0 }),
+      TypeError,
+      new RegExp(`^CullingAnswerView: its objects are null, ${cure}`)
+    );
+  });
+
   it('switch to the larger buffer of a grown result', () => {
     const { engine, entities, objects, scene } = makeRow(1001);
     const result = new CullingResultView(engine);
