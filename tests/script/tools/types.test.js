@@ -4,6 +4,7 @@
 const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
+const ts = require('typescript');
 const { modulePath } = require('../support/host');
 const { Typings, compile, complaints } = require('../support/typings');
 const { methods } = require('../support/surface');
@@ -104,6 +105,22 @@ describe('typings of lib/', () => {
       }
     }
     assert(told > 300);
+  });
+
+  // The compiler declares what a comment of lib/ does not describe, such as a misspelt parameter, as any.
+  it('declare no type as any', () => {
+    const found = [];
+    for (const module of modules) {
+      const file = typings.program.getSourceFile(path.join(root, 'types', `${module}.d.ts`));
+      const visit = (node) => {
+        if (node.kind === ts.SyntaxKind.AnyKeyword) {
+          found.push(`${module}: ${node.parent.getText()}`);
+        }
+        ts.forEachChild(node, visit);
+      };
+      visit(file);
+    }
+    assert.deepStrictEqual(found, []);
   });
 
   it('have the values of constants', () => {
