@@ -1,6 +1,7 @@
 'use strict';
-// Access to the bytes of a block. All views and writers get blocks through here, so that a block may be an
-// ArrayBuffer of its own, as native code creates them, or a range of a larger buffer that holds many.
+// Access to the bytes of a block. Views and writers of an engine's objects get blocks through here, so that a block may
+// be an ArrayBuffer of its own, as native code creates them, or a range of a larger buffer that holds many. Checked
+// mode wraps a native engine, whose blocks are always ArrayBuffers.
 const { isArrayBuffer, isObject, show } = require('./value-checks');
 
 const kWordBytes = 4;

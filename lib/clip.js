@@ -31,8 +31,8 @@ const stepTangent = Infinity;
  * @typedef {Object} Key
  * @property {number} frame A whole number, from 0.
  * @property {number} value Units, radians for Euler angles, parts of a quaternion; a finite float.
- * @property {number} inTangent Slope arriving at the key, in value units a second.
- * @property {number} outTangent Slope leaving it, in value units a second, or {@link stepTangent}.
+ * @property {number} inTangent Slope arriving at the key, in value units per second.
+ * @property {number} outTangent Slope leaving it, in value units per second, or {@link stepTangent}.
  */
 
 /**
@@ -41,8 +41,8 @@ const stepTangent = Infinity;
  * @typedef {Object} KeyColumns
  * @property {Uint32Array} frames Whole numbers, rising.
  * @property {Float32Array} values Units, radians for Euler angles, parts of a quaternion.
- * @property {Float32Array} inTangents Slopes arriving at the keys, in value units a second.
- * @property {Float32Array} outTangents Slopes leaving them, in value units a second, or {@link stepTangent}.
+ * @property {Float32Array} inTangents Slopes arriving at the keys, in value units per second.
+ * @property {Float32Array} outTangents Slopes leaving them, in value units per second, or {@link stepTangent}.
  */
 
 /**
@@ -50,7 +50,7 @@ const stepTangent = Infinity;
  * @template [Keys=ReadonlyArray<Readonly<Key>> | KeyColumns] how its keys are given
  * @typedef {Object} Curve
  * @property {number} target Index of what it moves; the targets of a clip run from 0 without gaps.
- * @property {SampleType} type What of it. A target turns either by its Euler angles or by its quaternion, which then
+ * @property {SampleType} type Channel of the target. A target turns either by its Euler angles or by its quaternion, which then
  *   has w.
  * @property {Keys} keys By rising frame; two may share a frame, where the value jumps. May be empty.
  */

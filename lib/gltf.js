@@ -1,7 +1,7 @@
 'use strict';
 /**
- * Importer of glTF 2.0 files, reached by `require('nq_logic/lib/gltf')` alone. It needs the package
- * `@gltf-transform/core`, and looks for it on first use.
+ * Importer of glTF 2.0 files: `require('nq_logic/lib/gltf')`. It needs the package
+ * `@gltf-transform/core`, and loads it on first use.
  *
  * @module nq_logic/lib/gltf
  */
@@ -59,7 +59,7 @@ const interpolations = ['LINEAR', 'STEP', 'CUBICSPLINE'];
  * @typedef {Object} ImportedSkin
  * @property {string} name '' if it has none.
  * @property {number[]} joints Indices of nodes in the result.
- * @property {ArrayBuffer} inverseBindMatrices 64 bytes a joint, for `engine.createDataModel(2, …)`; identities where the
+ * @property {ArrayBuffer} inverseBindMatrices 64 bytes per joint, for `engine.createDataModel(2, …)`; identities where the
  *   file has none.
  */
 
@@ -82,14 +82,14 @@ const interpolations = ['LINEAR', 'STEP', 'CUBICSPLINE'];
  */
 
 /**
- * What {@link importGltf} gives. Indices are those of the result, but for `fileIndex` and `mesh`.
+ * Result of {@link importGltf}. Indices refer to the result, except `fileIndex` and `mesh`.
  * @typedef {Object} ImportedModel
  * @property {ImportedNode[]} nodes Parents before their children, depth-first, so that one pass creates the entities.
  * @property {number[]} roots Indices of the nodes without parents.
  * @property {ImportedScene[]} scenes What to show together.
  * @property {number} defaultScene Index of the scene to show, or -1 if the file names none.
  * @property {ImportedSkin[]} skins Joints with their inverse bind matrices.
- * @property {ImportedAnimation[]} animations Clips, each of all that its animation moves.
+ * @property {ImportedAnimation[]} animations Animations as clips, each with all channels of its animation.
  * @property {string[]} warnings What was left out or resampled, a line each.
  */
 

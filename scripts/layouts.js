@@ -8,7 +8,7 @@ const description = require('./layouts/description');
 const { renderDocument, renderFacts, renderScript, renderTypes } = require('./layouts/render');
 const { renderTypings } = require('./layouts/typings');
 const { renderViews } = require('./layouts/views');
-const { root } = require('./lib/run');
+const { fail, root } = require('./lib/run');
 const { nodeModule } = require('./lib/sources');
 
 /** A source formatted by prettier with the project's options. */
@@ -62,6 +62,9 @@ function write({ file, text }) {
 }
 
 if (require.main === module) {
+  if (process.argv.length > 2) {
+    fail(`unknown argument ${process.argv[2]}; there are none: generated files are written.`, 2);
+  }
   generatedLayouts().forEach(write);
   // After the sources of lib/ that the typings come from.
   generatedTypings().forEach(write);

@@ -4,52 +4,52 @@ import type { Engine } from './engine';
 import type { EntityHandle } from './handles';
 
 /**
- * An engine with the same methods, properties and results, that throws a `TypeError` or `RangeError` in words for what
- * the native one answers by a fault, by the end of the process or by silence. When it throws, no native code has run and
- * no shared memory has changed. It gives hints of what is no error, but a mistake nearly always. For development: it
- * costs time.
+ * Wraps an engine in one with the same methods, properties and results. It throws a readable `TypeError` or `RangeError`
+ * for input that would make the native engine crash, end the process or silently do nothing. When it throws, no native
+ * code has run and no shared memory has changed. It reports hints of valid input that is nearly always a mistake. For
+ * development: it costs time.
  *
- * Wrap an engine ahead of its first use, and use the wrapped one alone. Its `cullingResult` is a copy, which is detached
- * when it is replaced by a larger one.
+ * Wrap an engine before its first use, and use only the wrapped one. Its `cullingResult` is a copy, which is detached
+ * when a larger one replaces it.
  *
  * @typeParam E with or without command buffers
  * @param engine what {@link getEngine} returned
- * @param options may also be given later, for an engine that is checked already
- * @returns the same one for the same engine, and a checked engine as it is
- * @throws TypeError for what is no engine, and for other options
+ * @param options may also be passed later, for an engine that is already checked
+ * @returns the same one for the same engine, and a checked engine itself
+ * @throws TypeError for anything but an engine, and for unknown options
  */
 export declare function checked<E extends Engine>(engine: E, options?: CheckedOptions): E;
 
 /** Options of {@link checked}. */
 export interface CheckedOptions {
   /**
-   * Where hints go, each once, when the call has been carried out; null for nowhere. Left out, it stays as it is:
-   * `console.warn` at first. What it throws, the call throws.
+   * Receives each hint once, after the call was executed; null switches hints off. If omitted, it is unchanged:
+   * `console.warn` at first. The call rethrows its exceptions.
    */
   onHint?: ((hint: Hint) => void) | null;
 }
 
-/** What a program does that is no error, but a mistake nearly always. */
+/** A report of valid input that is nearly always a mistake. */
 export interface Hint {
-  /** What it is about. */
+  /** Kind of mistake. */
   readonly code: HintCode;
   /** Method of the engine, or of a view. */
   readonly call: string;
   /** The entity, or null where there is none. */
   readonly entity: EntityHandle | null;
-  /** What in the entity, in an object, or in the arguments; empty for the last hint of a code. */
+  /** Field of the entity or object, or the argument; empty for the last hint of a code. */
   readonly place: string;
   /** The call, the place, what was found, and the cure. */
   readonly message: string;
-  /** True if there are more of this code, and no more are given. */
+  /** True if there are more of this code, and no more are reported. */
   readonly isLast: boolean;
 }
 
 /**
- * What a hint is about: `not-under-root`, an entity whose world matrix is used and never computed; `not-listed`, a record
- * that changed and is not in `dirtyEntities`; `degrees`, an angle that is no number of radians; `nan`, a number that is
- * none; `other-engine`, a handle in the buffers of an engine that it does not come from; `one-sided-channel`, a channel
- * that not all of the blended clips move.
+ * The mistake that a hint reports: `not-under-root`, an entity whose world matrix is used but never computed;
+ * `not-listed`, a record that changed but is not in `dirtyEntities`; `degrees`, an angle that looks like degrees instead
+ * of radians; `nan`, a NaN; `other-engine`, a handle of another engine in the buffers of this one; `one-sided-channel`,
+ * a channel that only some of the blended clips animate.
  */
 export type HintCode =
   | 'not-under-root'

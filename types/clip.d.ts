@@ -36,9 +36,9 @@ export interface Key {
   frame: number;
   /** Units, radians for Euler angles, parts of a quaternion; a finite float. */
   value: number;
-  /** Slope arriving at the key, in value units a second. */
+  /** Slope arriving at the key, in value units per second. */
   inTangent: number;
-  /** Slope leaving it, in value units a second, or {@link stepTangent}. */
+  /** Slope leaving it, in value units per second, or {@link stepTangent}. */
   outTangent: number;
 }
 
@@ -48,9 +48,9 @@ export interface KeyColumns {
   readonly frames: Uint32Array;
   /** Units, radians for Euler angles, parts of a quaternion. */
   readonly values: Float32Array;
-  /** Slopes arriving at the keys, in value units a second. */
+  /** Slopes arriving at the keys, in value units per second. */
   readonly inTangents: Float32Array;
-  /** Slopes leaving them, in value units a second, or {@link stepTangent}. */
+  /** Slopes leaving them, in value units per second, or {@link stepTangent}. */
   readonly outTangents: Float32Array;
 }
 
@@ -62,7 +62,7 @@ export interface KeyColumns {
 export interface Curve<Keys = readonly Readonly<Key>[] | KeyColumns> {
   /** Index of what it moves; the targets of a clip run from 0 without gaps. */
   target: number;
-  /** What of it. A target turns either by its Euler angles or by its quaternion, which then has w. */
+  /** Channel of the target. A target turns either by its Euler angles or by its quaternion, which then has w. */
   type: SampleType;
   /** By rising frame; two may share a frame, where the value jumps. May be empty. */
   keys: Keys;

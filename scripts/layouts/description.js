@@ -1016,8 +1016,8 @@ const kAllValues = Object.keys(flowValues);
 const kNoMatrices = ['scalar', 'vector2', 'vector3', 'vector4'];
 
 /**
- * * Operations: the value types they exist for, their number relative to the first of the type, operand names in
- * stream * order, and the formula of floats a and b, where it is the same for each float of a value.
+ * Operations: the value types they exist for, their number relative to the first of the type, operand names in stream
+ * order, and the formula of floats a and b, where it is the same for each float of a value.
  */
 const flowOperations = {
   Copy: { of: kAllValues, number: 0, operands: ['D', 'S'] },

@@ -54,14 +54,14 @@ function findBrokenLinks(folder) {
       const [target, anchor] = link.split('#').map(decodeURIComponent);
       const joined = path.posix.join(path.posix.dirname(page), target);
       const file = target === '' ? page : joined.replace(/(^|\/)(\.?\/)?$/, '$1index.html');
-      const tell = (reason) =>
+      const report = (reason) =>
         broken.push(`${page} (${sourceOf(page)}): the link '${link}' leads nowhere: ${reason}.`);
       if (target.startsWith('/') || file.startsWith('../')) {
-        tell('it is out of the site');
+        report('it is out of the site');
       } else if (!files.has(file)) {
-        tell(`there is no ${file}`);
+        report(`there is no ${file}`);
       } else if (anchor && anchors.has(file) && !anchors.get(file).has(anchor)) {
-        tell(`${file} has no heading '${anchor}'`);
+        report(`${file} has no heading '${anchor}'`);
       }
     }
   }

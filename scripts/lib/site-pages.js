@@ -93,7 +93,7 @@ function examplePage(name) {
   const parts = [
     `# ${name}\n`,
     `${lead}\n`,
-    `How to run it stands in [examples](../docs/examples.md).\n`,
+    `To run it, see [examples](../docs/examples.md).\n`,
     '## Source\n',
     fenced('js', source),
   ];
@@ -193,7 +193,7 @@ function writeApiIndex() {
   write('api/index.md', `${linked.join('')}\n## Modules\n\n${list.join('\n')}\n`);
 }
 
-/** Groups of documents: the tables of README's index, by what stands in their heads. */
+/** Groups of documents: the tables of README's index, by their head rows. */
 function documentGroups() {
   const [, section] = `${read('README.md')}\n## `.split(/^## Documents$/m);
   const lines = section.slice(0, section.indexOf('\n## ')).split('\n');

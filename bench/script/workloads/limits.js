@@ -232,7 +232,7 @@ function measureBatches(budget) {
 /** Changed nodes in the frames of workers. Node 0 is the root. */
 const loads = [
   { load: 'all change', nodes: (count) => [0, count] },
-  { load: '31 change, on the script thread alone', nodes: (count) => [1, Math.min(32, count)] },
+  { load: '31 change, on the calling thread alone', nodes: (count) => [1, Math.min(32, count)] },
 ];
 
 /** In a worker: counts frames in a number of milliseconds, for each request. */

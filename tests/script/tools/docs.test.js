@@ -303,6 +303,16 @@ describe('errors of the library in docs/errors.md', () => {
     'no such module': () => nq.load('no/such/file.node'),
     'a batch that is too large': () => new nq.Entity3DView(engine.createEntity(true, 4096)),
     'a view of another kind': () => new nq.Entity3DView(engine.createEntity(false, 1)),
+    'a range between two words': () =>
+      new nq.CullingObjectsView({
+        id: 1,
+        buffer: { buffer: new ArrayBuffer(64), byteOffset: 2, byteLength: 28 },
+      }),
+    'a range beyond its buffer': () =>
+      new nq.CullingObjectsView({
+        id: 1,
+        buffer: { buffer: new ArrayBuffer(64), byteOffset: 40, byteLength: 28 },
+      }),
     'an index past the end': () => view.setPosition(2, 0, 0, 0),
     'a missing number': () => view.setPosition(0, 0, 0),
     'a handle with a fraction': () => new nq.HandleList(2).append(0.5),
