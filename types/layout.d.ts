@@ -184,7 +184,7 @@ export declare const controllerClip: {
   readonly size: 20;
   /** `u32`: a clip. */
   readonly clipHandle: 0;
-  /** `f32`: frames. */
+  /** `f32`: frames; wraps at the clip's length. */
   readonly time: 4;
   /** `f32`: 0 skips the clip. */
   readonly weight: 8;

@@ -21,7 +21,8 @@
 // | argument, object, maker | constructor parameter, its type, and the call that creates such an object, for messages |
 // | count | doc of `count`, or of the parameter that is the number of records in a block |
 // | handle, handleAbout, element | batches: handle type of an element, doc of `handle()`, name of an element |
-// | setters | methods that set several fields: name, about, getters of these fields, parameter names |
+// | about | doc of the class |
+// | setters | methods that set several fields: name, about, getters of these fields, docs of parameters as `units` |
 //
 // | Of a field | |
 // |---|---|
@@ -44,6 +45,42 @@ function word(name, offset, about, more) {
 /** One or more floats. */
 function float(name, offset, about, more) {
   return Object.assign({ name, offset, type: kFloat, about }, more);
+}
+
+/** A clip that plays, of an animator or of a state: its handle, time and weight, at the start of a record. */
+function playedClipFields({ clip, weight, setWeight, weightUnits }) {
+  const wraps = "frames; wraps at the clip's length";
+  return [
+    word('clipHandle', 0, clip, {
+      view: {
+        at: 'the handle of clip i',
+        get: 'Handle of clip i.',
+        set: 'Sets the handle of clip i.',
+        values: ['handle'],
+        holds: 'ClipHandle',
+      },
+    }),
+    float('time', 4, wraps, {
+      view: {
+        name: 'clipTime',
+        at: 'its time',
+        get: 'Time of clip i in frames.',
+        set: 'Sets the time of clip i.',
+        values: ['time'],
+        units: { time: wraps },
+      },
+    }),
+    float('weight', 8, weight, {
+      view: {
+        name: 'clipWeight',
+        at: 'its weight',
+        get: 'Weight of clip i.',
+        set: setWeight,
+        values: ['weight'],
+        units: { weight: weightUnits },
+      },
+    }),
+  ];
 }
 
 const entityHeader = 'Engine/Entity/EntityRecord.h';
@@ -434,34 +471,11 @@ const groups = [
         header: animationHeader,
         size: 12,
         fields: [
-          word('clipHandle', 0, 'an existing clip, whatever its weight', {
-            view: {
-              at: 'the handle of clip i',
-              get: 'Handle of clip i.',
-              set: 'Sets the handle of clip i.',
-              values: ['handle'],
-              holds: 'ClipHandle',
-            },
-          }),
-          float('time', 4, "frames; wraps at the clip's length", {
-            view: {
-              name: 'clipTime',
-              at: 'its time',
-              get: 'Time of clip i in frames.',
-              set: 'Sets the time of clip i.',
-              values: ['time'],
-              units: { time: "frames; wraps at the clip's length" },
-            },
-          }),
-          float('weight', 8, 'the clip is blended if 0 < weight <= 1', {
-            view: {
-              name: 'clipWeight',
-              at: 'its weight',
-              get: 'Weight of clip i.',
-              set: 'Sets the blend weight of clip i.',
-              values: ['weight'],
-              units: { weight: 'the clip is blended if 0 < weight <= 1' },
-            },
+          ...playedClipFields({
+            clip: 'an existing clip, whatever its weight',
+            weight: 'the clip is blended if 0 < weight <= 1',
+            setWeight: 'Sets the blend weight of clip i.',
+            weightUnits: 'the clip is blended if 0 < weight <= 1',
           }),
         ],
       },
@@ -723,34 +737,11 @@ const groups = [
         header: animationHeader,
         size: 20,
         fields: [
-          word('clipHandle', 0, 'a clip', {
-            view: {
-              at: 'the handle of clip i',
-              get: 'Handle of clip i.',
-              set: 'Sets the handle of clip i.',
-              values: ['handle'],
-              holds: 'ClipHandle',
-            },
-          }),
-          float('time', 4, 'frames', {
-            view: {
-              name: 'clipTime',
-              at: 'its time',
-              get: 'Time of clip i in frames.',
-              set: 'Sets the time of clip i.',
-              values: ['time'],
-              units: { time: "frames; wraps at the clip's length" },
-            },
-          }),
-          float('weight', 8, '0 skips the clip', {
-            view: {
-              name: 'clipWeight',
-              at: 'its weight',
-              get: 'Weight of clip i.',
-              set: 'Sets the weight of clip i in the state.',
-              values: ['weight'],
-              units: { weight: '0 skips the clip; it is not clamped' },
-            },
+          ...playedClipFields({
+            clip: 'a clip',
+            weight: '0 skips the clip',
+            setWeight: 'Sets the weight of clip i in the state.',
+            weightUnits: '0 skips the clip; it is not clamped',
           }),
           word('referenceClip', 12, 'additive layers: the clip whose pose is subtracted', {
             view: {
