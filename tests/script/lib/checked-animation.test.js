@@ -46,7 +46,7 @@ describe('target lists of a checked engine', () => {
   for (const [method, call, modes] of methods) {
     const mode = new Array(modes).fill(1);
 
-    it(`are refused by ${method} in other things than an ArrayBuffer`, () => {
+    it(`are refused by ${method} if they are not in an ArrayBuffer`, () => {
       const [buffer, ...rest] = targetLists([[clip.id, [id]]]);
       const views = [new Uint32Array(buffer), new DataView(buffer)];
       for (const value of [undefined, null, 7, ...views, ...hostileObjects()]) {
@@ -59,7 +59,7 @@ describe('target lists of a checked engine', () => {
       }
     });
 
-    it(`are refused by ${method} for numbers that are none`, () => {
+    it(`are refused by ${method} for invalid numbers`, () => {
       const args = targetLists([[clip.id, [id]]]);
       const names = ['byteOffset', 'clipCount', 'targetWords'];
       names.forEach((name, i) => {
@@ -83,7 +83,7 @@ describe('target lists of a checked engine', () => {
       });
     });
 
-    it(`are refused by ${method} where the buffer ends ahead of them`, () => {
+    it(`are refused by ${method} if they extend beyond the buffer`, () => {
       const [buffer, , clips, words] = targetLists([[clip.id, [id]]]);
       const short = call(buffer, 4, clips, words, ...mode);
       lab.refuses(short, RangeError, method, 'end at 16', 'buffer has 12 bytes');
@@ -91,7 +91,7 @@ describe('target lists of a checked engine', () => {
       lab.refuses(wrapping, RangeError, method, 'end at 17179869184');
     });
 
-    it(`are refused by ${method} for clips and entities that there are not`, () => {
+    it(`are refused by ${method} for unknown clips and entities`, () => {
       const lists = (groups) => call(...targetLists(groups), ...mode);
       const noClip = lists([
         [clip.id, [id]],
@@ -112,7 +112,7 @@ describe('target lists of a checked engine', () => {
       lab.refuses(lists([[clip.id, [flat.id]]]), RangeError, found, '0xFFFFFFFF for nothing');
     });
 
-    it(`are refused by ${method} where a group runs too far`, () => {
+    it(`are refused by ${method} if a group extends too far`, () => {
       const words = Uint32Array.of(clip.id, 3, id, id + 1, id + 2).buffer;
       const far = call(words, 0, 1, 3, ...mode);
       lab.refuses(far, RangeError, 'list of clip 0 ends at word 4', 'targetWords is 3');
@@ -123,7 +123,7 @@ describe('target lists of a checked engine', () => {
       lab.refuses(call(huge, 0, 1, 2, ...mode), RangeError, `ends at word ${2 ** 32}`);
     });
 
-    it(`pass ${method} with holes, twice, empty, or at odd offsets`, () => {
+    it(`are accepted by ${method} with gaps, duplicates, empty, or at odd offsets`, () => {
       const [buffer, , clips, words] = targetLists([[clip.id, [none, id]]]);
       const moved = new Uint8Array(buffer.byteLength + 3);
       moved.set(new Uint8Array(buffer), 3);
@@ -138,7 +138,7 @@ describe('target lists of a checked engine', () => {
     });
   }
 
-  it('need a count at creation, and none at an update', () => {
+  it('require a count at creation, but not at an update', () => {
     const words = targetLists([[clip.id, [id]]]);
     const noClips = () => engine.createAnimationClipBinding(words[0], 0, 0, 1, 1);
     lab.refuses(noClips, RangeError, 'clipCount is 0', 'from 1');
@@ -151,7 +151,7 @@ describe('target lists of a checked engine', () => {
     lab.refuses(nowhere, RangeError, 'updateBinding', 'buffer has 0 bytes', 'at least one byte');
   });
 
-  it('may be refused natively, by false, beyond the words of creation', () => {
+  it('are refused natively with false if they exceed the words at creation', () => {
     const small = lab.binding([[clip.id, [id]]]);
     const longer = targetLists([[clip.id, [id, id + 1, id + 2]]]);
     assert.strictEqual(
@@ -182,7 +182,7 @@ describe('animators of a checked engine', () => {
     }
   });
 
-  it('are refused for a target table that is too short for what plays', () => {
+  it('are refused for a target table that is too short for the playing clips', () => {
     const short = lab.animator([[clip.id]], [id]);
     const words = ['its 2 targets end at entry 2', 'which has 1', 'sum over its clips'];
     lab.refuses(update(short), RangeError, `animator ${short.id}, clip 0`, ...words);
@@ -190,13 +190,13 @@ describe('animators of a checked engine', () => {
     lab.refuses(update(second), RangeError, 'clip 1', 'end at entry 4 of the target table');
   });
 
-  it('are refused for targets that name nothing', () => {
+  it('are refused for targets that name no entity', () => {
     const animator = lab.animator([[clip.id]], [id, id + 4]);
     const found = `entry 1 of the targets: ${id + 4} names no entity`;
     lab.refuses(update(animator), RangeError, `animator ${animator.id}, ${found}`);
   });
 
-  it('pass wherever they have a meaning', () => {
+  it('are accepted if they are valid', () => {
     for (const [records, table] of [
       [[[clip.id]], [id, id + 1]],
       [[[clip.id]], [id, id]],
@@ -235,7 +235,7 @@ describe('skinning components of a checked engine', () => {
     () =>
       engine.updateSkinningMatrix(handle);
 
-  it('are refused for what would end the process', () => {
+  it('are refused for input that would end the process', () => {
     for (const handle of [0, none, 99 * 4096]) {
       const skin = lab.skin(handle, [[0, id]]);
       const found = `skinning component ${skin.id}, model ${handle} names no model`;
@@ -248,7 +248,7 @@ describe('skinning components of a checked engine', () => {
     }
   });
 
-  it('are refused for bones without a result of their own', () => {
+  it('are refused for matrices beyond the model, and for 2D beside 3D bones', () => {
     const beyond = lab.skin(model.id, [
       [1, id],
       [2, id],
@@ -266,7 +266,7 @@ describe('skinning components of a checked engine', () => {
     );
   });
 
-  it('are refused twice in a batch, but share all they read', () => {
+  it('are refused twice in a batch, but may share all that they read', () => {
     const bones = [
       [0, id],
       [none, id + 1],
@@ -306,7 +306,7 @@ describe('controllers of a checked engine', () => {
   ];
 
   for (const [method, update] of ways) {
-    it(`are refused by ${method} for handles of nothing`, () => {
+    it(`are refused by ${method} for unknown handles`, () => {
       const gone = 99 * 4096;
       const unbound = lab.controller(gone, [[0, none]]);
       const label = `${method}: controller ${unbound.id}, binding ${gone} names no binding`;
@@ -390,7 +390,7 @@ describe('controllers of a checked engine', () => {
       }
     });
 
-    it(`pass ${method} wherever they have a meaning`, () => {
+    it(`are accepted by ${method} if they are valid`, () => {
       const gone = 99 * 4096;
       const skipped = lab.state([[clip.id], [gone, 0]], { next: 0 });
       const weightless = lab.state([[gone]], { weight: 0 });
@@ -434,7 +434,7 @@ describe('controllers of a checked engine', () => {
     }
   });
 
-  it('are refused masks that would be ignored', () => {
+  it('refuse masks that would be ignored', () => {
     const controller = lab.controller(binding.id, [
       [0, none],
       [0, none],
@@ -494,7 +494,7 @@ describe('batches of a checked engine', () => {
     return { lab, id, clip, animate, control };
   }
 
-  it('are refused where two animators move one entity', () => {
+  it('are refused if two animators move one entity', () => {
     const { lab, id, clip, animate } = fixture();
     const a = lab.animator([[clip.id]], [id + 1]);
     const b = lab.animator([[clip.id], [clip.id, 0]], [id + 2, id + 1]);
@@ -515,7 +515,7 @@ describe('batches of a checked engine', () => {
     lab.passes(animate(c));
   });
 
-  it('are refused where two players work on a tree under no root', () => {
+  it('are refused if two players write into a tree under no root', () => {
     const { lab, id, clip, animate } = fixture(false);
     lab.run([2, id, id + 1], [2, id, id + 2]);
     const a = lab.animator([[clip.id]], [id + 1]);
@@ -533,7 +533,7 @@ describe('batches of a checked engine', () => {
     lab.passes(animate(a, apart, b));
   });
 
-  it('are refused where controllers share a binding', () => {
+  it('are refused if controllers share a binding', () => {
     const { lab, id, clip, control } = fixture();
     const binding = lab.binding([[clip.id, [id + 1]]]);
     const a = lab.controller(binding.id, [[2, 0]]);
@@ -544,7 +544,7 @@ describe('batches of a checked engine', () => {
     lab.passes(control(a, lab.controller(none, [[0, 0]]), lab.controller(0, [[0, 0]])));
   });
 
-  it('are refused where controllers move one entity, and only then', () => {
+  it('are refused if controllers move one entity, and only then', () => {
     const { lab, id, clip, control } = fixture();
     const upper = lab.clip(2);
     const groups = [
@@ -579,7 +579,7 @@ describe('batches of a checked engine', () => {
     lab.refuses(control(b, d), RangeError, `both move entity ${id + 2}`);
   });
 
-  it('pass where the batch of an entity that two would move is gone', async () => {
+  it('are accepted if the batch of an entity that two would move was collected', async () => {
     const { lab, id, clip, control } = fixture();
     const gone = (() => lab.engine.createEntity(true).id)();
     const lists = [
@@ -602,7 +602,7 @@ describe('batches of a checked engine', () => {
     assert(await collectUntil(passes));
   });
 
-  it('pass with an entity that has the handle of one whose pose went with an update', async () => {
+  it('are accepted with a reused handle whose rest pose an update removed', async () => {
     const { lab, id, clip, control } = fixture();
     const { engine } = lab;
     const first = (() => engine.createEntity(true).id)();
@@ -619,7 +619,7 @@ describe('batches of a checked engine', () => {
     lab.passes(control(a, b));
   });
 
-  it('are refused with an entity that took the handle of one whose pose is kept', async () => {
+  it('are refused with a reused handle whose rest pose is kept', async () => {
     const { lab, id, clip, control } = fixture();
     const { engine } = lab;
     const first = (() => engine.createEntity(true).id)();
@@ -684,7 +684,7 @@ describe('batches of a checked engine', () => {
     lab.passes(control(a, b));
   });
 
-  it('are refused where the trees of two bindings meet under no root', () => {
+  it('are refused if the trees of two bindings meet under no root', () => {
     const { lab, id, clip, control } = fixture(false);
     lab.run([2, id, id + 1], [2, id, id + 2]);
     const state = lab.state([[clip.id]]);
@@ -746,7 +746,7 @@ describe('rest poses that blending enters by numbers, in a checked engine', () =
     'different batches',
   ];
 
-  it('are held against the batch that enters them', () => {
+  it('are compared with the other players of the batch that enters them', () => {
     // 0.5 x 16386 is 8193: element 1 of the second batch.
     const { lab, foreign, own, rival, control } = fixture({ [PositionX]: 16386 });
     assert.strictEqual(foreign, 8192);
@@ -810,7 +810,7 @@ describe('rest poses that blending enters by numbers, in a checked engine', () =
     lab.refuses(control(plays, rival(foreign + 1)), RangeError, ...words(plays, foreign + 1));
   });
 
-  it('stay for later updates, also of a handle that is given out later', () => {
+  it('stay for later updates, also of a handle that is assigned later', () => {
     const { lab, own, rival, control } = fixture({ [PositionX]: 2 * 40960 }, { filled: false });
     lab.passes(control(own));
     lab.passes(() => own.update(0, new ArrayBuffer(0)));
@@ -1025,7 +1025,7 @@ describe('a checked engine in the place of', () => {
   }
 });
 
-describe('a checked engine in the place of silence', () => {
+describe('a checked engine instead of a call that is silently ignored', () => {
   for (const name of Object.keys(silences)) {
     it(`about ${name}`, () => {
       const { run, native, type, words } = silences[name];
@@ -1056,7 +1056,7 @@ describe('a scene in a checked engine', () => {
 
 describe('a checked engine with random words in shared memory', () => {
   for (const seed of [1, 2, 3, 4, 5]) {
-    it(`refuses them or goes on, seed ${seed}`, () => {
+    it(`refuses them or continues, seed ${seed}`, () => {
       const script = path.join(__dirname, '..', 'process', 'checked-random.js');
       const options = { encoding: 'utf8', timeout: 60000, killSignal: 'SIGKILL' };
       const { status, signal, stderr } = spawnSync(process.execPath, [script, seed], options);

@@ -18,7 +18,7 @@ const suite = flow === null ? describe.skip : describe;
 const commandBytes = 49148;
 
 describe('commands of a checked engine', () => {
-  it('are refused where the length word is none', () => {
+  it('are refused if the length word is invalid', () => {
     const lab = new Lab(nq);
     const refresh = () => lab.engine.refreshWorldTransform();
     for (const length of [commandBytes + 4, 49152, none, 0x80000000]) {
@@ -37,7 +37,7 @@ describe('commands of a checked engine', () => {
     }
   });
 
-  it('are refused for numbers that there are not', () => {
+  it('are refused for unknown command numbers', () => {
     const lab = new Lab(nq);
     const { id } = lab.entities();
     for (const number of [0, 12, 999, none]) {
@@ -48,7 +48,7 @@ describe('commands of a checked engine', () => {
     assert.strictEqual(lab.run([1, id]), null);
   });
 
-  it('are refused where the stream cuts one off', () => {
+  it('are refused if the stream truncates one', () => {
     const lab = new Lab(nq);
     const { id } = lab.entities(4);
     for (const [command, name, taken] of [
@@ -72,7 +72,7 @@ describe('commands of a checked engine', () => {
     lab.refusesCommands([[9]], RangeError, 'UnbindFromBoneBatch', 'ends 1 words');
   });
 
-  it('are refused for handles of nothing', () => {
+  it('are refused for unknown handles', () => {
     const lab = new Lab(nq);
     const { id } = lab.entities(2);
     const clip = lab.clip();
@@ -103,7 +103,7 @@ describe('commands of a checked engine', () => {
     assert.strictEqual(clip.id, id);
   });
 
-  it('are refused where they do nothing', () => {
+  it('are refused if they have no effect', () => {
     const lab = new Lab(nq);
     const { id } = lab.entities(3);
     const flat = lab.entities(1, false);
@@ -146,7 +146,7 @@ describe('commands of a checked engine', () => {
     plain.forEach((bytes, i) => assert(bytes.equals(guarded[i]), `block ${i}`));
   });
 
-  it('are refused where they close a cycle of parents', () => {
+  it('are refused if they close a cycle of parents', () => {
     const lab = new Lab(nq);
     const { id } = lab.entities(5);
     const cycle = (parent, child) => `parent ${parent} is below child ${child}`;
@@ -178,7 +178,7 @@ describe('commands of a checked engine', () => {
     lab.refusesCommands([[2, id, id + 1]], RangeError, cycle(id, id + 1));
   });
 
-  it('are refused where they close a cycle of bindings', () => {
+  it('are refused if they close a cycle of bone bindings', () => {
     const lab = new Lab(nq);
     const { id } = lab.entities(4);
     lab.refusesCommands([[6, id, id]], RangeError, `bone ${id} is entity ${id} itself`);
@@ -190,7 +190,7 @@ describe('commands of a checked engine', () => {
     lab.run([5, id], [6, id + 1, id + 2]);
   });
 
-  it('pass wherever they have a meaning', () => {
+  it('are accepted if they are valid', () => {
     const lab = new Lab(nq);
     const { id } = lab.entities(6);
     const flat = lab.entities(2, false);
@@ -250,7 +250,7 @@ describe('commands of a checked engine', () => {
     lab.passes(() => lab.engine.refreshWorldTransform());
   });
 
-  it('see a deep chain built in one stream', () => {
+  it('are verified on a deep chain built in one stream', () => {
     const lab = new Lab(nq);
     const { id } = lab.entities(4000);
     const commands = [[1, id]];
@@ -274,7 +274,7 @@ describe('dirty list of a checked engine', () => {
     }
   });
 
-  it('is refused for handles of nothing', () => {
+  it('is refused for unknown handles', () => {
     const lab = new Lab(nq);
     const { id } = lab.entities(2);
     const refresh = () => lab.engine.refreshWorldTransform();
@@ -293,7 +293,7 @@ describe('dirty list of a checked engine', () => {
     lab.run([2, id + 1, id]);
   });
 
-  it('passes duplicates, entities under no root, and numbers of all sorts', () => {
+  it('accepts duplicates, entities under no root, and any transform values', () => {
     const lab = new Lab(nq);
     const { id, buffer } = lab.entities(2);
     new Float32Array(buffer).fill(NaN);
@@ -307,7 +307,7 @@ describe('dirty list of a checked engine', () => {
     lab.passes(() => lab.engine.refreshWorldTransform());
   });
 
-  it('passes what native code has appended, though it is gone since', async () => {
+  it('accepts entries that native code appended, even of collected entities', async () => {
     const lab = new Lab(nq);
     const { engine } = lab;
     const bone = lab.entities();
@@ -394,7 +394,7 @@ for (const [method, args, names] of [
       }
     });
 
-    it('refuses lists that do not count', () => {
+    it('refuses lists that native code would ignore', () => {
       const handles = Uint32Array.of(1, objects.id);
       for (const list of [handles, [1, objects.id], 7, {}, new SharedArrayBuffer(8)]) {
         lab.refuses(call(...args, list), TypeError, `${method}: list is`, 'only an ArrayBuffer');
@@ -403,7 +403,7 @@ for (const [method, args, names] of [
       lab.refuses(more, TypeError, `${args.length + 2} arguments`, 'list is ignored');
     });
 
-    it('refuses lists that are short, or name nothing', () => {
+    it('refuses lists that are too short, or name unknown objects', () => {
       for (const size of [0, 3]) {
         lab.refuses(call(...args, new ArrayBuffer(size)), RangeError, `list has ${size} bytes`);
       }
@@ -418,7 +418,7 @@ for (const [method, args, names] of [
       }
     });
 
-    it('refuses an object without an entity, if it would take part', () => {
+    it('refuses an object without an entity, if it would be tested', () => {
       const at = 28 + 24;
       const flat = lab.entities(1, false);
       view.setUint32(at, flat.id, true);
@@ -439,7 +439,7 @@ for (const [method, args, names] of [
       view.setUint32(at, entity.id, true);
     });
 
-    it('passes cameras of all numbers, and lists that repeat', () => {
+    it('accepts any camera numbers, and lists with duplicates', () => {
       for (const mask of [0, -1, -(2 ** 31), 0xffffffff]) {
         lab.passes(call(mask, ...args.slice(1)));
       }
@@ -461,7 +461,7 @@ for (const [method, args, names] of [
 }
 
 describe('"cullingResult" of a checked engine', () => {
-  it('has what script writes until a call sees something', () => {
+  it('keeps what JavaScript writes until a call finds visible objects', () => {
     const lab = new Lab(nq);
     const { engine } = lab;
     visible(lab, 2);
@@ -503,7 +503,7 @@ suite('command buffers of a checked engine', () => {
     return { lab, buffer, data, at, writer: new MatrixFlowWriter(buffer) };
   }
 
-  it('are not made of a size of nothing', () => {
+  it('are not created with a size of 0', () => {
     const { lab } = fixture();
     for (const size of [0, NaN, -1, 1.5, 2 ** 32]) {
       const call = () => lab.engine.createMatrixFlowCommandBuffer(size);
@@ -515,7 +515,7 @@ suite('command buffers of a checked engine', () => {
     assert.notStrictEqual(lab.engine.createMatrixFlowCommandBuffer(1).id, 0);
   });
 
-  it('are refused where the length word is none', () => {
+  it('are refused if the length word is invalid', () => {
     const { lab, buffer } = fixture();
     const words = new Uint32Array(buffer.buffer);
     const run = () => buffer.execute();
@@ -541,7 +541,7 @@ suite('command buffers of a checked engine', () => {
     );
   });
 
-  it('are refused where they call themselves', () => {
+  it('are refused if they call themselves', () => {
     const { lab, buffer, data, writer } = fixture();
     writer.call(buffer.id);
     const cycle = (...ids) => `in a cycle, ${ids.join(' > ')}`;
@@ -584,14 +584,14 @@ suite('command buffers of a checked engine', () => {
     }
   });
 
-  it('are refused where their chain is too long for the stack', () => {
+  it('are refused if their chain is too long for the stack', () => {
     const buffers = chain(checked(flow.getEngine()), 10001);
     const call = () => buffers[10000].execute();
     assertWords(call, RangeError, 'execute: command buffer 8192 at byte 4, call', '10000');
     assert.strictEqual(new Uint32Array(buffers[0].buffer)[6], 0);
   });
 
-  it('are refused where they call themselves in a long cycle, from within a chain', () => {
+  it('are refused if a chain leads into a long cycle of calls', () => {
     const { lab, buffer } = fixture();
     const buffers = chain(lab.engine, 200);
     const [{ id: first }, { id: second }] = buffers;
@@ -603,7 +603,7 @@ suite('command buffers of a checked engine', () => {
     lab.refuses(() => buffer.execute(), RangeError, 'in a cycle', ...words);
   });
 
-  it('are refused where a short vector runs past its block', () => {
+  it('are refused if a short vector extends past its block', () => {
     for (const [method, bytes] of [
       ['vector2Copy', 8],
       ['vector3Copy', 12],
@@ -624,7 +624,7 @@ suite('command buffers of a checked engine', () => {
     }
   });
 
-  it('are refused where an offset wraps', () => {
+  it('are refused if an offset overflows 32 bits', () => {
     const { lab, buffer, at, writer } = fixture();
     writer.scalarAdd(at(0), at(none - 3), at(0));
     lab.refuses(
@@ -639,7 +639,7 @@ suite('command buffers of a checked engine', () => {
     lab.refuses(() => buffer.execute(), RangeError, 'bulkCopy', 'N is 1073741825', 'wraps');
   });
 
-  it('are refused in the place of a buffer that another one calls', () => {
+  it('are refused if a buffer that they call is invalid', () => {
     const { lab, buffer, data, writer } = fixture();
     writer.call(data.id);
     new Uint32Array(data.buffer)[0] = 64;
@@ -647,7 +647,7 @@ suite('command buffers of a checked engine', () => {
     lab.refuses(() => buffer.execute(), RangeError, ...words);
   });
 
-  it('are refused for what commands themselves have written', () => {
+  it('are refused for invalid commands that other commands wrote', () => {
     const { lab, buffer, data, at, writer } = fixture();
     // Command 0 writes the type of command 1 over by that of a call, of the buffer itself.
     new Uint32Array(data.buffer).set([0, 1, buffer.id]);
@@ -658,7 +658,7 @@ suite('command buffers of a checked engine', () => {
     assert.strictEqual(new Uint32Array(buffer.buffer)[7], 1001);
   });
 
-  it('are refused for blocks whose object is gone', async () => {
+  it('are refused for blocks whose object was collected', async () => {
     const { lab, buffer, at, writer } = fixture();
     const memoryID = (() => lab.engine.createEntity(true).memoryID)();
     writer.scalarAdd(at(0), { memoryID, offset: 0 }, at(0));
@@ -673,7 +673,7 @@ suite('command buffers of a checked engine', () => {
     assert(await collectUntil(isGone));
   });
 
-  it('give the results of native code, where that has words of its own', () => {
+  it('return the result codes of native code for errors that it reports', () => {
     const results = (module) => {
       const engine = module === flow ? flow.getEngine() : new Lab(flow).engine;
       const make = (bytes) => engine.createMatrixFlowCommandBuffer(bytes);
@@ -717,7 +717,7 @@ suite('command buffers of a checked engine', () => {
     assert.deepStrictEqual(results(null), native);
   });
 
-  it('compute what they compute natively, also after rewriting themselves', () => {
+  it('compute the same as the native engine, also after modifying themselves', () => {
     const scene = (engine) => {
       const kept = [0, 1, 2].map((i) => engine.createMatrixFlowCommandBuffer(i === 0 ? 4096 : 320));
       const [buffer, data, callee] = kept;

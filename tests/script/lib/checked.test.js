@@ -38,7 +38,7 @@ const noNumbers = [
 /** Numbers that are no counts. */
 const noCounts = [NaN, Infinity, -1, 1.5, 2 ** 32];
 
-/** Takes the memory of a buffer away. */
+/** Detaches a buffer. */
 function detach(buffer) {
   const { port1 } = new MessageChannel();
   assert(port1 instanceof MessagePort);
@@ -47,7 +47,7 @@ function detach(buffer) {
 }
 
 describe('checked', () => {
-  it('takes engines alone', () => {
+  it('accepts only engines', () => {
     const engine = nq.getEngine();
     for (const [value, found] of [
       [undefined, 'undefined'],
@@ -64,7 +64,7 @@ describe('checked', () => {
     }
   });
 
-  it('refuses what looks like an engine but for its buffers', () => {
+  it('refuses objects without the buffers of an engine', () => {
     const tagged = (properties) => Object.assign({ [Symbol.toStringTag]: 'Engine' }, properties);
     const dirtyEntities = { [Symbol.toStringTag]: 'ArrayBuffer' };
     const lookalike = tagged({
@@ -83,7 +83,7 @@ describe('checked', () => {
     }
   });
 
-  it('gives one for an engine, and itself for itself', () => {
+  it('returns the same checked engine for an engine, and a checked engine itself', () => {
     const engine = nq.getEngine();
     assert.strictEqual(checked(engine), checked(engine));
     assert.strictEqual(checked(checked(engine)), checked(engine));
@@ -107,7 +107,7 @@ describe('checked', () => {
     }
   });
 
-  it('makes objects of the names and properties of native ones', () => {
+  it('creates objects with the class names and properties of native ones', () => {
     const native = nq.getEngine();
     const engine = checked(nq.getEngine());
     const make = (one) => {
@@ -194,14 +194,14 @@ describe('receivers of a checked engine', () => {
     });
   }
 
-  it('can not be made by new', () => {
+  it('cannot be constructed with new', () => {
     for (const object of [engine, entity, clip, binding, controller, lab.state([[0]])]) {
       const { name } = object.constructor;
       lab.refuses(() => new object.constructor(), TypeError, `new ${name}`, 'only');
     }
   });
 
-  it('may be checked engines of another graph', () => {
+  it('may be other checked engines', () => {
     const other = new Lab(flow || nq);
     assert.strictEqual(engine.createEntity.call(other.engine, true, 2).id, 4096);
     assert.strictEqual(engine.setEntityName.call(other.engine, 4097, 'a'), null);
@@ -212,7 +212,7 @@ describe('createEntity of a checked engine', () => {
   const lab = new Lab(nq);
   const { engine } = lab;
 
-  it('refuses counts that make no batch', () => {
+  it('refuses counts that are out of range', () => {
     for (const count of [4096, ...noCounts]) {
       const found = `count is ${count}`;
       lab.refuses(() => engine.createEntity(true, count), RangeError, 'createEntity', found, 4095);
@@ -222,7 +222,7 @@ describe('createEntity of a checked engine', () => {
     assert.strictEqual(nq.getEngine().createEntity(true, 1.5).buffer.byteLength, 108);
   });
 
-  it('refuses what is no number and no boolean', () => {
+  it('refuses arguments that are not numbers or booleans', () => {
     for (const [value, found] of noNumbers.slice(1)) {
       lab.refuses(() => engine.createEntity(true, value), TypeError, 'createEntity', found);
     }
@@ -231,7 +231,7 @@ describe('createEntity of a checked engine', () => {
     }
   });
 
-  it('passes whatever has a meaning', () => {
+  it('accepts all valid arguments', () => {
     for (const args of [[], [undefined, undefined], [false, 0], [0, 1], [true, 4095], [1, 1]]) {
       const made = lab.passes(() => engine.createEntity(...args));
       assert.strictEqual(made.buffer.byteLength, (args[0] ? 108 : 56) * (args[1] || 1));
@@ -247,7 +247,7 @@ describe('createComponent of a checked engine', () => {
     () =>
       engine.createComponent(...args);
 
-  it('refuses kinds that there are not', () => {
+  it('refuses unknown kinds', () => {
     for (const kind of [0, 4, NaN, 1.5, -1]) {
       lab.refuses(create(kind, 1, 1), RangeError, `kind is ${kind}`, '1 culling', '2 an animator');
     }
@@ -255,7 +255,7 @@ describe('createComponent of a checked engine', () => {
     assert.strictEqual(nq.getEngine().createComponent(4, 1, 1), null);
   });
 
-  it('refuses counts of nothing, and of more than a batch has', () => {
+  it('refuses counts of 0, and counts beyond the limit of a batch', () => {
     lab.refuses(create(1, 4096), RangeError, 'count is 4096', 4095);
     for (const [kind, name] of [
       [2, 'clipCount'],
@@ -278,7 +278,7 @@ describe('createComponent of a checked engine', () => {
     }
   });
 
-  it('refuses blocks whose size would wrap', () => {
+  it('refuses blocks whose size overflows 32 bits', () => {
     lab.refuses(create(2, 0x20000000, 1), RangeError, 'animator', 6442450948, 4294967295);
     lab.refuses(create(3, 0x10000000), RangeError, 'skinning', 19327352836);
     for (const method of ['createAnimatorControllerModel', 'createAnimatorControllerStateModel']) {
@@ -286,7 +286,7 @@ describe('createComponent of a checked engine', () => {
     }
   });
 
-  it('passes whatever has a meaning', () => {
+  it('accepts all valid arguments', () => {
     for (const args of [
       [1],
       [1, undefined],
@@ -307,7 +307,7 @@ describe('controllers and states of a checked engine', () => {
     ['createAnimatorControllerModel', 'layerCount'],
     ['createAnimatorControllerStateModel', 'clipCount'],
   ]) {
-    it(`are not made by ${method} of no count`, () => {
+    it(`are not created by ${method} with an invalid count`, () => {
       for (const count of [0, ...noCounts]) {
         lab.refuses(() => lab.engine[method](count), RangeError, method, `${name} is ${count}`);
       }
@@ -327,14 +327,14 @@ describe('createDataModel of a checked engine', () => {
     () =>
       engine.createDataModel(...args);
 
-  it('refuses kinds that there are not', () => {
+  it('refuses unknown kinds', () => {
     for (const kind of [0, 3, NaN, 1.5]) {
       lab.refuses(create(kind, clipBytes()), RangeError, `kind is ${kind}`, '1 a clip');
     }
     assert.strictEqual(nq.getEngine().createDataModel(3, clipBytes()).id, 0);
   });
 
-  it('refuses what is no buffer', () => {
+  it('refuses values that are not buffers', () => {
     const shared = new SharedArrayBuffer(64);
     for (const value of [undefined, null, 7, 'bytes', [1, 2], shared, ...hostileObjects()]) {
       lab.refuses(create(1, value), TypeError, 'createDataModel', 'data is', 'ArrayBuffer');
@@ -353,7 +353,7 @@ describe('createDataModel of a checked engine', () => {
     lab.refuses(create(2, view), RangeError, 'data', 'transferred');
   });
 
-  it('refuses clips that are none, in the words of readClip', () => {
+  it('refuses invalid clips with the message of readClip', () => {
     const cut = clipBytes().slice(0, -4);
     lab.refuses(create(1, cut), RangeError, 'createDataModel: data: clip, curve 0', 'keys end');
     lab.refuses(create(1, new ArrayBuffer(0)), RangeError, 'header of 16');
@@ -365,13 +365,13 @@ describe('createDataModel of a checked engine', () => {
     lab.refuses(create(1, type), RangeError, 'no sample type 14');
   });
 
-  it('refuses inverse bind matrices of other sizes than 64', () => {
+  it('refuses inverse bind matrices whose size is not a multiple of 64', () => {
     for (const size of [1, 63, 65]) {
       lab.refuses(create(2, new ArrayBuffer(size)), RangeError, `${size} bytes`, '16 floats');
     }
   });
 
-  it('passes buffers and views of all kinds', () => {
+  it('accepts buffers and all kinds of views', () => {
     const bytes = new Uint8Array(clipBytes());
     const shifted = new Uint8Array(bytes.length + 9);
     shifted.set(bytes, 5);
@@ -394,7 +394,7 @@ describe('setEntityName of a checked engine', () => {
     () =>
       engine.setEntityName(...args);
 
-  it('refuses what is ignored', () => {
+  it('refuses names and handles that the native engine ignores', () => {
     lab.refuses(name(id, ''), RangeError, "name is ''");
     lab.refuses(name(id), TypeError, 'name is undefined');
     for (const value of [7, null, {}, Symbol('s')]) {
@@ -408,7 +408,7 @@ describe('setEntityName of a checked engine', () => {
     }
   });
 
-  it('passes names of entities', () => {
+  it('accepts names of entities', () => {
     for (const value of ['a', 'ä\u{1f600}', '\ud800', ' ']) {
       assert.strictEqual(lab.passes(name(id + 1, value)), null);
     }
@@ -431,7 +431,7 @@ describe('update methods of a checked engine', () => {
   const { id } = lab.entities();
 
   for (const method of one) {
-    it(`refuses a handle of nothing in ${method}`, () => {
+    it(`refuses an unknown handle in ${method}`, () => {
       for (const [value, found] of noNumbers) {
         lab.refuses(() => engine[method](value), TypeError, method, `handle is ${found}`);
       }
@@ -443,7 +443,7 @@ describe('update methods of a checked engine', () => {
   }
 
   for (const method of many) {
-    it(`refuses what is no batch in ${method}`, () => {
+    it(`refuses values that are not a batch in ${method}`, () => {
       const call =
         (...args) =>
         () =>
@@ -464,7 +464,7 @@ describe('update methods of a checked engine', () => {
       lab.refuses(call(view), RangeError, method, 'transferred');
     });
 
-    it(`passes a batch of nothing to ${method}`, () => {
+    it(`accepts an empty batch in ${method}`, () => {
       for (const data of [new ArrayBuffer(4), new Uint32Array(3), new Uint8Array(7)]) {
         assert.strictEqual(
           lab.passes(() => engine[method](data)),
@@ -475,7 +475,7 @@ describe('update methods of a checked engine', () => {
   }
 });
 
-describe('buffers with properties of their own, in a checked engine', () => {
+describe('buffers with overridden properties, in a checked engine', () => {
   const lab = new Lab(flow || nq);
   const { engine } = lab;
   const { id } = lab.entities(3);
@@ -493,7 +493,7 @@ describe('buffers with properties of their own, in a checked engine', () => {
     length: words.length,
   });
 
-  it('count by the bytes that native code reads', () => {
+  it('are measured by the bytes that native code reads', () => {
     const short = () => Uint32Array.of(2, batch[0]);
     class Longer extends Uint32Array {
       get byteLength() {
@@ -529,7 +529,7 @@ describe('buffers with properties of their own, in a checked engine', () => {
     lab.refuses(cull, RangeError, 'count of list is 2, and its 8 bytes');
   });
 
-  it('pass where only the properties are wrong', () => {
+  it('are accepted if only the overridden properties are wrong', () => {
     const nothing = { buffer: null, byteOffset: -1, byteLength: 0, length: 0 };
     const handles = Uint32Array.of(2, ...batch);
     lab.passes(() => engine.updateAnimators(claiming(handles, nothing)));
@@ -546,7 +546,7 @@ describe('buffers with properties of their own, in a checked engine', () => {
     lab.refuses(() => engine.createDataModel(2, view), RangeError, 'data', 'transferred');
   });
 
-  it('may be those of the engine', () => {
+  it('may be buffers of the engine', () => {
     const own = checked((flow || nq).getEngine());
     const result = claiming(own.cullingResult, { byteLength: 7, slice: null });
     assert.strictEqual(own.frustumCullingV2(...frustum), false);
@@ -566,7 +566,7 @@ describe('buffers with properties of their own, in a checked engine', () => {
 });
 
 describe('objects of a checked engine', () => {
-  it('are let go when script keeps them no longer, and missed in words', async () => {
+  it('are released when JavaScript drops them, and their handles are then refused', async () => {
     const engine = checked(nq.getEngine());
     const dirty = new Uint32Array(engine.dirtyEntities);
     const kept = engine.createEntity(true, 2);
@@ -589,7 +589,7 @@ describe('objects of a checked engine', () => {
     assert.strictEqual(engine.refreshWorldTransform(), null);
   });
 
-  it('give their handles and memory back', async () => {
+  it('release their handles and memory', async () => {
     const engine = checked(nq.getEngine());
     const seen = new Set();
     const first = (() => engine.createComponent(1, 10).id)();
@@ -612,7 +612,7 @@ describe('objects of a checked engine', () => {
     assert.strictEqual(new Float32Array(entity.buffer)[5], 1);
   });
 
-  it('take their children along in the model of links', async () => {
+  it('unlink their children in the model of links', async () => {
     const lab = new Lab(nq);
     const { engine } = lab;
     const child = lab.entities();
@@ -634,7 +634,7 @@ describe('objects of a checked engine', () => {
     assert(await collectUntil(isFree));
   });
 
-  it('and their engines can all be collected', async () => {
+  it('and their engines are collected', async () => {
     const count = 20;
     let gone = 0;
     for (let i = 0; i < count; ++i) {
@@ -647,7 +647,7 @@ describe('objects of a checked engine', () => {
 });
 
 describe('arguments of a culling call', () => {
-  it('are told by their names', () => {
+  it('are named in error messages', () => {
     const lab = new Lab(nq);
     const args = frustum.slice(0, 6);
     const call = () => lab.engine.frustumCulling(...args);
