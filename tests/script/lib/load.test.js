@@ -252,6 +252,25 @@ describe('load', () => {
     assert.strictEqual(lines[4], 'Cure: run your script with Node 22, 24 or 26.');
   });
 
+  it('has the cures of arm64, where modules come with the package', () => {
+    const versions = '{ ...process.versions, node: "24.21.0", modules: "137" }';
+    const disguise =
+      `Object.defineProperty(process, 'versions', { value: ${versions} });` +
+      "Object.defineProperty(process, 'arch', { value: 'arm64' });";
+    const copy = copyLibrary({});
+    const cureOf = (call) => /\nCure: (.*)/.exec(refusal(copy, call, { disguise }).message)[1];
+    assert.strictEqual(
+      cureOf('load()'),
+      "build it by 'npm pack' in the sources of nq_logic on Linux on x86-64, and install it from that package."
+    );
+    const reason = "/lib/libc.so.6: version `GLIBC_2.34' not found (required by x.node)";
+    fs.writeFileSync(path.join(copy, 'old.js'), `throw new Error(${JSON.stringify(reason)});`);
+    assert.strictEqual(
+      cureOf("load('old.js')"),
+      "this system's libraries are too old for it: run your script on a newer one."
+    );
+  });
+
   it('reports a C library other than glibc if a file does not load', () => {
     const copy = copyLibrary({ [prebuilt]: 'not a library' });
     const report = '{ getReport: () => ({ header: {} }) }';
