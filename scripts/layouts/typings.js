@@ -306,6 +306,8 @@ class Module {
     this._chunks = [];
     this._done = new Set();
     this._reexported = [];
+    /** Types of other modules that it uses: name to module. */
+    this._foreign = new Map();
   }
 
   /** The file, unformatted. */
@@ -374,7 +376,11 @@ class Module {
     const found = this._library.declaration(name, file);
     if (found === undefined || isAlias(found.node)) {
       const source = script.imported.get(name) || aliasOf(found);
-      return source && isPart(source.module) ? this._find(name, source.module) : undefined;
+      if (source && !isPart(source.module) && source.module !== this._script.name) {
+        this._foreign.set(name, source.module);
+      }
+      const isInside = source && (isPart(source.module) || source.module === this._script.name);
+      return isInside ? this._find(name, source.module) : undefined;
     }
     return { name, file, node: found.node, comment: found.comment };
   }
@@ -451,22 +457,29 @@ class Module {
         base = { name: type.expression.getText(), text: plain(type.getText()), found };
       }
     }
+    // Setters are those of properties with getters, which have the comment.
+    const settable = new Set(
+      node.members.filter(ts.isSetAccessorDeclaration).map((member) => member.name.getText())
+    );
     for (const member of node.members) {
       const key = ts.isConstructorDeclaration(member) ? 'constructor' : member.name.getText();
-      if (key[0] !== '_') {
-        members.set(key, this._member(member, key, text, file));
+      if (key[0] !== '_' && !ts.isSetAccessorDeclaration(member)) {
+        members.set(key, this._member(member, key, text, file, settable.has(key)));
       }
     }
     return { members, base, files };
   }
 
-  _member(member, key, text, file) {
+  _member(member, key, text, file, isSettable) {
     const comment = commentOf(member, text);
     const about = typingsComment(comment);
     const isStatic = (ts.getCombinedModifierFlags(member) & ts.ModifierFlags.Static) !== 0;
     const head = `${isStatic ? 'static ' : ''}${key}`;
     if (ts.isPropertyDeclaration(member) || ts.isGetAccessorDeclaration(member)) {
-      return { isProperty: true, text: `${about}readonly ${head}: ${typeText(member.type)};\n` };
+      const isWritten =
+        isSettable || (ts.isPropertyDeclaration(member) && !/@readonly\b/.test(comment));
+      const access = isWritten ? '' : 'readonly ';
+      return { isProperty: true, text: `${about}${access}${head}: ${typeText(member.type)};\n` };
     }
     const [, type] = /@type \{(\w+)\}/.exec(comment) || [];
     const ways =
@@ -507,6 +520,12 @@ class Module {
       if (!isPart(module) && !isWhole && new RegExp(`\\btypeof ${name}\\b`).test(code)) {
         lines.push([module, [name]]);
       }
+    }
+    for (const module of new Set(this._foreign.values())) {
+      const types = Array.from(this._foreign.keys()).filter(
+        (name) => this._foreign.get(name) === module && new RegExp(`\\b${name}\\b`).test(code)
+      );
+      lines.push([module, types]);
     }
     return lines
       .filter(([, used]) => used.length > 0)

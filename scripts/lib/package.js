@@ -40,6 +40,7 @@ const always = [
   'README.md',
   'lib/index.js',
   'package.json',
+  'scene.js',
   ...[].concat(
     ...Object.keys(platforms).map((on) => platforms[on].map((name) => prebuildOf(name, on)))
   ),

@@ -22,6 +22,15 @@ function multiplyMagnitudes(a, b) {
   return multiply(a.map(Math.abs), b.map(Math.abs));
 }
 
+/** An upper bound of the elements of a transform for any rotation: each of an axis is as long as the axis. */
+function columnLengths(matrix) {
+  const out = Array.from(matrix, Math.abs);
+  for (let column = 0; column < 12; column += 4) {
+    out.fill(Math.hypot(...out.slice(column, column + 3)), column, column + 3);
+  }
+  return out;
+}
+
 /** |a| + |b|, by magnitudes. */
 function addMagnitudes(a, b) {
   return a.map((value, i) => Math.abs(value) + Math.abs(b[i]));
@@ -118,6 +127,7 @@ function randomNumbers(seed) {
 }
 
 module.exports = {
+  columnLengths,
   addMagnitudes,
   identity,
   multiply,

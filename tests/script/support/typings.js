@@ -15,7 +15,11 @@ const options = {
   types: [],
   baseUrl: root,
   // As package.json maps them for users.
-  paths: { nq_logic: ['types/index.d.ts'], 'nq_logic/lib/*': ['types/*'] },
+  paths: {
+    nq_logic: ['types/index.d.ts'],
+    'nq_logic/lib/*': ['types/*'],
+    'nq_logic/scene': ['types/scene.d.ts'],
+  },
 };
 
 /**

@@ -15,7 +15,17 @@ const flowPath = process.env.NQ_MATRIXFLOW_MODULE;
 const hasFlow = flowPath !== undefined && fs.existsSync(flowPath);
 
 /** Modules of lib/ with typings; files with a hyphen in their names are parts of others. */
-const modules = ['checked', 'clip', 'commands', 'gltf', 'index', 'layout', 'load', 'views'];
+const modules = [
+  'checked',
+  'clip',
+  'commands',
+  'gltf',
+  'index',
+  'layout',
+  'load',
+  'scene',
+  'views',
+];
 
 /** Typings without a module in lib/. */
 const typesOnly = ['engine', 'handles'];
@@ -40,8 +50,13 @@ const toldKind = ({ isMethod }) => (isMethod ? 'method' : 'property');
 /** Compares all members of an object with their declarations. */
 function assertMembers(object, declared, label) {
   const found = namesOf(object).map((name) => `${name}: ${readKind(object, name)}`);
-  const told = sorted(declared.keys()).map((name) => `${name}: ${toldKind(declared.get(name))}`);
-  assert.deepStrictEqual(found, told, label);
+  if (typeof object[Symbol.iterator] === 'function') {
+    found.push('[Symbol.iterator]: method');
+  }
+  // As the compiler names members of well-known symbols.
+  const shown = (name) => name.replace(/^__@(\w+)@\d+$/, '[Symbol.$1]');
+  const told = Array.from(declared, ([name, one]) => `${shown(name)}: ${toldKind(one)}`);
+  assert.deepStrictEqual(sorted(found), sorted(told), label);
 }
 
 describe('typings of lib/', () => {
@@ -94,6 +109,7 @@ describe('typings of lib/', () => {
       'gltf',
       'handles',
       'load',
+      'scene',
       'views',
     ]) {
       for (const [name, symbol] of typings.exportsOf(module)) {
@@ -160,9 +176,14 @@ describe('typings of lib/', () => {
 function instances() {
   const engine = nq.load(modulePath).getEngine();
   const { GltfError } = require('../../../lib/gltf');
+  const layer = require('../../../lib/scene');
   const matrixFlow = { buffer: new ArrayBuffer(64) };
+  const scene = new layer.Scene({ engine });
+  const model = layer.Model.from({ nodes: [], skins: [], animations: [] });
   return {
     AnimatorView: new nq.AnimatorView(engine.createComponent(2, 1, 1), 1),
+    Camera: new layer.Camera(),
+    Character: scene.instantiate(model)[0],
     ControllerStateView: new nq.ControllerStateView(engine.createAnimatorControllerStateModel(1)),
     ControllerView: new nq.ControllerView(engine.createAnimatorControllerModel(1)),
     CullingAnswerView: new nq.CullingAnswerView(null),
@@ -176,8 +197,13 @@ function instances() {
     HandleList: new nq.HandleList(1),
     MaskView: new nq.MaskView(1),
     MatrixFlowWriter: new nq.MatrixFlowWriter(matrixFlow),
+    Model: model,
+    Node: scene.node(),
+    Scene: scene,
+    SceneStats: scene.stats,
     SkinningView: new nq.SkinningView(engine.createComponent(3, 1)),
     TargetListsView: new nq.TargetListsView([1]),
+    VisibleList: new layer.Camera().visible,
   };
 }
 
@@ -195,6 +221,9 @@ function declaredClasses() {
   return classes;
 }
 
+/** Properties of scenes that programs set. */
+const settable = new Set(['layers', 'onEnd', 'onLoop', 'position', 'quaternion', 'scale']);
+
 describe('classes of lib/', () => {
   const classes = declaredClasses();
   const objects = instances();
@@ -211,9 +240,9 @@ describe('classes of lib/', () => {
         assertMembers(objects[name], typings.membersOf(symbol), name);
       });
 
-      it(`${name} has readonly properties`, () => {
+      it(`${name} has readonly properties, but for those that are set`, () => {
         for (const [member, { isMethod, isReadonly }] of typings.membersOf(symbol)) {
-          assert.strictEqual(isReadonly, !isMethod, member);
+          assert.strictEqual(isReadonly, !isMethod && !settable.has(member), member);
         }
       });
     }
@@ -568,6 +597,7 @@ describe('typings in use', () => {
         const text = fs.readFileSync(path.join(root, 'examples', file), 'utf8');
         texts[`examples/${file}`] = text
           .replace("require('../lib')", "require('nq_logic')")
+          .replace("require('../scene')", "require('nq_logic/scene')")
           .replace(/require\('\.\.\/lib\//g, "require('nq_logic/lib/");
       }
     }

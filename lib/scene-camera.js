@@ -1,0 +1,389 @@
+'use strict';
+// Cameras of scenes, and the lists of what they see.
+const { grown } = require('./scene-blocks');
+const { failWord, isObject, show } = require('./value-checks');
+const { failIndex, failNumbers } = require('./view-base');
+
+/**
+ * @typedef {import('./scene').Scene} Scene
+ */
+
+// Arguments of the culling methods: mask, eye, target, up, then the volume.
+const kEye = 1;
+const kTarget = 4;
+const kUp = 7;
+const kVolume = 10;
+
+/** Words of "cullingResult" before its handles. */
+const kHead = 2;
+
+const kAxes = ['x', 'y', 'z'];
+
+/**
+ * What a camera saw last, nearest first: nodes with spheres, and characters. The camera uses the same list again, so
+ * read it before the next culling by this camera. Iterating allocates nothing.
+ */
+class VisibleList {
+  /** Made by cameras. */
+  constructor() {
+    this._count = 0;
+    this._hash = 0;
+    this._objects = [];
+    this._distances = new Float32Array(64);
+    this._iterator = new VisibleIterator(this);
+  }
+
+  /**
+   * Number of visible objects.
+   * @type {number}
+   */
+  get count() {
+    return this._count;
+  }
+
+  /**
+   * Checksum of the objects in their order: while it is unchanged, so are they.
+   * @type {number}
+   */
+  get hash() {
+    return this._hash;
+  }
+
+  /**
+   * The i-th object, nearest first: a character, or a node with a sphere.
+   * @param {number} i
+   * @returns {any}
+   */
+  at(i) {
+    if (i >>> 0 !== i || i >= this._count) {
+      failIndex('VisibleList.at', 'i', i, this._count);
+    }
+    return this._objects[i];
+  }
+
+  /**
+   * Its depth: the distance from the eye along the view.
+   * @param {number} i
+   * @returns {number}
+   */
+  distance(i) {
+    if (i >>> 0 !== i || i >= this._count) {
+      failIndex('VisibleList.distance', 'i', i, this._count);
+    }
+    return this._distances[i];
+  }
+
+  /**
+   * Goes through the objects, nearest first.
+   * @returns {IterableIterator<any>}
+   */
+  [Symbol.iterator]() {
+    const iterator = this._iterator._isBusy ? new VisibleIterator(this) : this._iterator;
+    iterator._at = 0;
+    iterator._isBusy = true;
+    return iterator;
+  }
+
+  /** Takes the result of a culling call. */
+  _take(objects, words, floats) {
+    const found = words[1];
+    this._hash = words[0];
+    if (found > this._distances.length) {
+      this._distances = grown(this._distances, 2 * found);
+    }
+    const list = this._objects;
+    let count = 0;
+    for (let i = 0; i < found; ++i) {
+      const object = objects.ownerOf(words[kHead + i]);
+      // The program may have culling objects of its own in the engine.
+      if (object === undefined) {
+        continue;
+      }
+      if (count < list.length) {
+        list[count] = object;
+      } else {
+        list.push(object);
+      }
+      this._distances[count++] = floats[kHead + found + i];
+    }
+    // What is not seen any more is not kept alive.
+    for (let i = count; i < this._count; ++i) {
+      list[i] = null;
+    }
+    this._count = count;
+  }
+}
+
+/** Goes through a list. A list has one that it uses again, and makes others for loops within a loop. */
+class VisibleIterator {
+  constructor(list) {
+    this._list = list;
+    this._at = 0;
+    this._isBusy = false;
+    this._result = { value: undefined, done: false };
+  }
+
+  [Symbol.iterator]() {
+    return this;
+  }
+
+  next() {
+    const result = this._result;
+    if (this._at < this._list._count) {
+      result.value = this._list._objects[this._at++];
+      result.done = false;
+      return result;
+    }
+    return this.return();
+  }
+
+  return() {
+    this._isBusy = false;
+    this._result.value = undefined;
+    this._result.done = true;
+    return this._result;
+  }
+}
+
+/**
+ * Matrices of a camera of three.js.
+ * @typedef {Object} ThreeCamera
+ * @property {{ elements: ArrayLike<number> }} projectionMatrix 16 numbers.
+ * @property {{ elements: ArrayLike<number> }} matrixWorld 16 numbers.
+ */
+
+/**
+ * A view volume. Angles are from bottom to top; give one of both.
+ * @typedef {Object} PerspectiveOptions
+ * @property {number} [fovDegrees] Vertical angle of view, by default 50.
+ * @property {number} [fovRadians] The same in radians.
+ * @property {number} [aspect] Width over height, by default 1.
+ * @property {number} [near] By default 0.1.
+ * @property {number} [far] By default 2000.
+ */
+
+/**
+ * A view volume with parallel edges, as offsets from the camera's axis.
+ * @typedef {Object} OrthographicOptions
+ * @property {number} left Usually negative.
+ * @property {number} right Greater than left.
+ * @property {number} bottom Usually negative.
+ * @property {number} top Greater than bottom.
+ * @property {number} [near] By default 0.1.
+ * @property {number} [far] By default 2000.
+ */
+
+/** Numbers of options, with defaults; throws for what is no number. */
+function numbersOf(label, options, names, defaults) {
+  const values = names.map((name, i) =>
+    options[name] === undefined ? defaults[i] : options[name]
+  );
+  if (values.some((value) => typeof value !== 'number')) {
+    failNumbers(label, names, values);
+  }
+  return values;
+}
+
+/**
+ * A camera: it sees the nodes with spheres, and the characters, of a scene. It starts at the origin, looks along -z, and
+ * is perspective.
+ */
+class Camera {
+  /** @param {PerspectiveOptions} [options] as for `setPerspective` */
+  constructor(options = {}) {
+    /**
+     * What it saw last.
+     * @type {VisibleList}
+     * @readonly
+     */
+    this.visible = new VisibleList();
+    this._isPerspective = true;
+    // Arguments as they are passed. Beside null, numbers are kept as objects, so that no call has to make new ones.
+    this._perspective = [null, 0, 0, 0, 0, 0, -1, 0, 1, 0, 0, 0, 0, 0];
+    this._orthographic = [null, 0, 0, 0, 0, 0, -1, 0, 1, 0, 0, 0, 0, 0, 0, 0];
+    this._layers = 0xffffffff;
+    this._mask = -1;
+    this._write(0, this._layers);
+    this.setPerspective(options);
+  }
+
+  /**
+   * Layers that it sees, a bit each; by default all.
+   * @type {number}
+   */
+  get layers() {
+    return this._layers;
+  }
+
+  set layers(layers) {
+    if (layers >>> 0 !== layers) {
+      failWord('Camera.layers', 'it', layers);
+    }
+    this._layers = layers;
+  }
+
+  /**
+   * Makes it a perspective camera.
+   * @param {PerspectiveOptions} [options]
+   */
+  setPerspective(options = {}) {
+    const label = 'Camera.setPerspective';
+    if (!isObject(options)) {
+      throw new TypeError(`${label}: options is ${show(options)}: leave it out or give an object.`);
+    }
+    const { fovDegrees, fovRadians } = options;
+    if (fovDegrees !== undefined && fovRadians !== undefined) {
+      throw new TypeError(`${label}: fovDegrees and fovRadians are both given: give one of them.`);
+    }
+    const inRadians = fovRadians !== undefined;
+    const names = [inRadians ? 'fovRadians' : 'fovDegrees', 'aspect', 'near', 'far'];
+    const values = numbersOf(label, options, names, [50, 1, 0.1, 2000]);
+    const fov = inRadians ? values[0] : (values[0] * Math.PI) / 180;
+    if (!(fov > 0 && fov < Math.PI)) {
+      const cure = inRadians ? 'between 0 and pi' : 'between 0 and 180';
+      throw new RangeError(`${label}: ${names[0]} is ${values[0]}: give an angle ${cure}.`);
+    }
+    this._isPerspective = true;
+    [fov, values[1], values[2], values[3]].forEach((value, i) => {
+      this._perspective[kVolume + i] = value;
+    });
+  }
+
+  /**
+   * Makes it an orthographic camera.
+   * @param {OrthographicOptions} options
+   */
+  setOrthographic(options) {
+    const label = 'Camera.setOrthographic';
+    if (!isObject(options)) {
+      const cure = 'give left, right, bottom and top';
+      throw new TypeError(`${label}: options is ${show(options)}: ${cure}.`);
+    }
+    const names = ['left', 'right', 'bottom', 'top', 'near', 'far'];
+    const none = undefined;
+    const values = numbersOf(label, options, names, [none, none, none, none, 0.1, 2000]);
+    this._isPerspective = false;
+    values.forEach((value, i) => {
+      this._orthographic[kVolume + i] = value;
+    });
+  }
+
+  /**
+   * Moves it in the world; it keeps looking at the same place.
+   * @param {number} x
+   * @param {number} y
+   * @param {number} z
+   */
+  setPosition(x, y, z) {
+    this._writeVector('setPosition', kEye, x, y, z);
+  }
+
+  /**
+   * Lets it look at a place in the world, which is not its own position.
+   * @param {number} x
+   * @param {number} y
+   * @param {number} z
+   */
+  lookAt(x, y, z) {
+    this._writeVector('lookAt', kTarget, x, y, z);
+  }
+
+  /**
+   * Sets what is up, by default y; of any length, and not along the view.
+   * @param {number} x
+   * @param {number} y
+   * @param {number} z
+   */
+  setUp(x, y, z) {
+    this._writeVector('setUp', kUp, x, y, z);
+  }
+
+  /**
+   * Takes position, direction and view volume of a camera of three.js, whose matrices are up to date
+   * (`camera.updateMatrixWorld()`).
+   * @param {ThreeCamera} camera
+   */
+  setFromThree(camera) {
+    const label = 'Camera.setFromThree';
+    if (!isObject(camera) || !isObject(camera.projectionMatrix) || !isObject(camera.matrixWorld)) {
+      throw new TypeError(`${label}: camera is ${show(camera)}: give a camera of three.js.`);
+    }
+    const { elements: p } = camera.projectionMatrix;
+    const { elements: m } = camera.matrixWorld;
+    if (p[11] !== 0) {
+      if (p[8] !== 0 || p[9] !== 0) {
+        const cure = 'give one without view offset and film offset';
+        throw new RangeError(`${label}: its view is not symmetric: ${cure}.`);
+      }
+      this.setPerspective({
+        fovRadians: 2 * Math.atan(1 / p[5]),
+        aspect: p[5] / p[0],
+        near: p[14] / (p[10] - 1),
+        far: p[14] / (p[10] + 1),
+      });
+    } else {
+      this.setOrthographic({
+        left: (-1 - p[12]) / p[0],
+        right: (1 - p[12]) / p[0],
+        bottom: (-1 - p[13]) / p[5],
+        top: (1 - p[13]) / p[5],
+        near: (p[14] + 1) / p[10],
+        far: (p[14] - 1) / p[10],
+      });
+    }
+    this.setPosition(m[12], m[13], m[14]);
+    this.lookAt(m[12] - m[8], m[13] - m[9], m[14] - m[10]);
+    this.setUp(m[4], m[5], m[6]);
+  }
+
+  /**
+   * Finds what it sees, as of the last update of the scene.
+   * @param {Scene} scene
+   * @param {{ layers?: number }} [options] layers instead of the camera's own
+   * @returns {VisibleList} `visible` of the camera, nearest first
+   */
+  cull(scene, options) {
+    const label = 'Camera.cull';
+    if (!isObject(scene) || !isObject(scene._objects)) {
+      throw new TypeError(`${label}: scene is ${show(scene)}: give a scene.`);
+    }
+    scene._check(label);
+    let layers = this._layers;
+    if (options !== undefined && options.layers !== undefined) {
+      ({ layers } = options);
+      if (layers >>> 0 !== layers) {
+        failWord(label, 'layers', layers);
+      }
+    }
+    // Compared as a signed word: a larger number would be made into an object.
+    if ((layers | 0) !== this._mask) {
+      this._mask = layers | 0;
+      this._write(0, layers);
+    }
+    const { engine, _result: result } = scene;
+    result.clear();
+    if (this._isPerspective) {
+      engine.frustumCullingV2.apply(engine, this._perspective);
+    } else {
+      engine.orthoCullingV2.apply(engine, this._orthographic);
+    }
+    this.visible._take(scene._objects, result.u32, result.f32);
+    return this.visible;
+  }
+
+  _write(at, value) {
+    this._perspective[at] = value;
+    this._orthographic[at] = value;
+  }
+
+  _writeVector(method, at, x, y, z) {
+    if (typeof x !== 'number' || typeof y !== 'number' || typeof z !== 'number') {
+      failNumbers(`Camera.${method}`, kAxes, [x, y, z]);
+    }
+    this._write(at, x);
+    this._write(at + 1, y);
+    this._write(at + 2, z);
+  }
+}
+
+module.exports = { Camera, VisibleList };

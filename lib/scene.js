@@ -1,0 +1,517 @@
+'use strict';
+/**
+ * Scenes on top of the records: nodes, characters of models, playback in seconds, and cameras. Reached by
+ * `require('nq_logic/scene')`.
+ *
+ * @module nq_logic/lib/scene
+ */
+const { performance } = require('perf_hooks');
+const { dataModelKinds } = require('./layout');
+const { load } = require('./load');
+const { Batch, ComponentPool, EntityBlocks, ObjectBlocks } = require('./scene-blocks');
+const { Camera, VisibleList } = require('./scene-camera');
+const { Changes } = require('./scene-changes');
+const { Character } = require('./scene-character');
+const { Model } = require('./scene-model');
+const { Node } = require('./scene-node');
+const { Players } = require('./scene-playback');
+const { isObject, show } = require('./value-checks');
+const { CullingResultView } = require('./view-culling');
+
+/**
+ * @typedef {import('../types/engine').Engine} Engine
+ */
+
+/**
+ * How to make a scene.
+ * @typedef {Object} SceneOptions
+ * @property {Engine} [engine] By default a new one, which stays until the process ends.
+ * @property {'all' | 'visible'} [skin] Which characters are skinned: all, the default, or those that a camera of the
+ *   scene saw in the same update.
+ * @property {boolean} [isTimed] Whether `stats` has milliseconds, by default true. Reading the clock is all that an update
+ *   allocates: some 100 bytes.
+ */
+
+/**
+ * How to make a node.
+ * @typedef {Object} NodeOptions
+ * @property {string} [name] By default ''.
+ * @property {ArrayLike<number>} [position] x, y, z.
+ * @property {ArrayLike<number>} [quaternion] x, y, z, w, of length 1.
+ * @property {ArrayLike<number> | number} [scale] x, y, z, or one number for all.
+ * @property {Node | null} [parent] By default the root of the scene; null for none.
+ */
+
+// Stages, in order.
+const kAnimate = 0;
+const kTransform = 1;
+const kCull = 2;
+const kSkin = 3;
+const kStages = 4;
+
+const kOrigin = [0, 0, 0];
+const kNoRotation = [0, 0, 0, 1];
+const kNoScale = [1, 1, 1];
+
+/** What the last update of a scene took and did. */
+class SceneStats {
+  /** Made by scenes. */
+  constructor() {
+    this._milliseconds = new Float64Array(kStages);
+    /**
+     * Calls of `refreshWorldTransform`.
+     * @type {number}
+     * @readonly
+     */
+    this.passes = 0;
+    /**
+     * Characters whose clips were evaluated.
+     * @type {number}
+     * @readonly
+     */
+    this.playing = 0;
+    /**
+     * Skins that were computed.
+     * @type {number}
+     * @readonly
+     */
+    this.skinned = 0;
+  }
+
+  /**
+   * Milliseconds of clips, callbacks included.
+   * @type {number}
+   */
+  get animate() {
+    return this._milliseconds[kAnimate];
+  }
+
+  /**
+   * Milliseconds of changes of the tree, and of world matrices.
+   * @type {number}
+   */
+  get transform() {
+    return this._milliseconds[kTransform];
+  }
+
+  /**
+   * Milliseconds of the cameras of the scene.
+   * @type {number}
+   */
+  get cull() {
+    return this._milliseconds[kCull];
+  }
+
+  /**
+   * Milliseconds of skinning matrices.
+   * @type {number}
+   */
+  get skin() {
+    return this._milliseconds[kSkin];
+  }
+
+  /**
+   * Milliseconds of all.
+   * @type {number}
+   */
+  get total() {
+    const [animate, transform, cull, skin] = this._milliseconds;
+    return animate + transform + cull + skin;
+  }
+}
+
+/**
+ * A world of nodes and characters. It owns an engine, lists what changes, and runs the frame in its order. It keeps
+ * alive what its nodes and characters refer to.
+ */
+class Scene {
+  /** @param {SceneOptions} [options] */
+  constructor(options = {}) {
+    const label = 'Scene';
+    if (!isObject(options)) {
+      throw new TypeError(`${label}: options is ${show(options)}: leave it out or give an object.`);
+    }
+    const { engine = load().getEngine(), skin = 'all', isTimed = true } = options;
+    if (typeof isTimed !== 'boolean') {
+      const cure = 'give true or false';
+      throw new TypeError(`${label}: options.isTimed is ${show(isTimed)}: ${cure}.`);
+    }
+    if (!isObject(engine) || !isObject(engine.dirtyEntities)) {
+      const cure = 'leave it out or give what getEngine or checked returned';
+      throw new TypeError(`${label}: options.engine is ${show(engine)}: ${cure}.`);
+    }
+    if (skin !== 'all' && skin !== 'visible') {
+      const cure = "give 'all' or 'visible'";
+      throw new TypeError(`${label}: options.skin is ${show(skin)}: ${cure}.`);
+    }
+    /**
+     * The engine below, for what the scene does not offer. The scene lists its own changes only: list yours.
+     * @type {Engine}
+     * @readonly
+     */
+    this.engine = engine;
+    /**
+     * What the last update took and did.
+     * @type {SceneStats}
+     * @readonly
+     */
+    this.stats = new SceneStats();
+    this._blocks = new EntityBlocks(engine);
+    this._changes = new Changes(engine, this._blocks);
+    this._objects = new ObjectBlocks(engine);
+    this._pool = new ComponentPool(engine);
+    this._players = new Players(engine);
+    this._skins = new Batch();
+    this._seenSkins = skin === 'visible' ? new Batch() : null;
+    this._result = new CullingResultView(engine);
+    this._cameras = [];
+    /** What the engine has of each model. */
+    this._models = new Map();
+    this._frame = 0;
+    this._isTimed = isTimed;
+    this._isDisposed = false;
+    /**
+     * The root: the parent of nodes that are given no other.
+     * @type {Node}
+     * @readonly
+     */
+    this.root = this._makeNode('root');
+    this._changes.addRoot(this.root._index);
+  }
+
+  /**
+   * Number of nodes, those of characters included.
+   * @type {number}
+   */
+  get nodeCount() {
+    return this._blocks.used - 1;
+  }
+
+  /**
+   * Makes a node.
+   * @param {NodeOptions} [options]
+   * @returns {Node}
+   */
+  node(options = {}) {
+    const label = 'Scene.node';
+    this._check(label);
+    if (!isObject(options)) {
+      throw new TypeError(`${label}: options is ${show(options)}: leave it out or give an object.`);
+    }
+    const { name = '', position, quaternion, scale, parent = this.root } = options;
+    if (parent !== null && !(parent instanceof Node)) {
+      throw new TypeError(`${label}: parent is ${show(parent)}: give a node, or null for none.`);
+    }
+    const node = this._makeNode(name);
+    try {
+      if (position !== undefined) {
+        node.position = position;
+      }
+      if (quaternion !== undefined) {
+        node.quaternion = quaternion;
+      }
+      if (typeof scale === 'number') {
+        node.setScale(scale);
+      } else if (scale !== undefined) {
+        node.scale = scale;
+      }
+      if (parent !== null) {
+        parent.add(node);
+      }
+    } catch (error) {
+      node.dispose();
+      throw error;
+    }
+    return node;
+  }
+
+  /**
+   * Moves a node under another, as `parent.add(child)`.
+   * @param {Node} parent
+   * @param {Node} child
+   * @returns {Node} the child
+   */
+  add(parent, child) {
+    this._check('Scene.add');
+    if (!(parent instanceof Node)) {
+      throw new TypeError(`Scene.add: parent is ${show(parent)}: give a node.`);
+    }
+    return parent.add(child);
+  }
+
+  /**
+   * Takes a node out of the tree, as `node.remove()`.
+   * @param {Node} node
+   */
+  remove(node) {
+    this._check('Scene.remove');
+    if (!(node instanceof Node)) {
+      throw new TypeError(`Scene.remove: node is ${show(node)}: give a node.`);
+    }
+    node.remove();
+  }
+
+  /**
+   * Makes characters of a model, under the root of the scene.
+   * @param {Model} model
+   * @param {number} [count] default 1
+   * @returns {Character[]}
+   */
+  instantiate(model, count = 1) {
+    const label = 'Scene.instantiate';
+    this._check(label);
+    if (!(model instanceof Model)) {
+      const cure = 'give what Model.load resolved to';
+      throw new TypeError(`${label}: model is ${show(model)}: ${cure}.`);
+    }
+    if (model.isDisposed) {
+      throw new Error(`${label}: model '${model.name}' is disposed of: load it again.`);
+    }
+    if (count >>> 0 !== count) {
+      const Kind = typeof count === 'number' ? RangeError : TypeError;
+      throw new Kind(`${label}: count is ${show(count)}: give a whole number.`);
+    }
+    const known = this._know(model);
+    const characters = [];
+    for (let i = 0; i < count; ++i) {
+      characters.push(this._makeCharacter(model, known));
+    }
+    return characters;
+  }
+
+  /**
+   * Adds a camera, which each update then culls for: see its `visible`.
+   * @param {Camera} camera
+   * @returns {Camera}
+   */
+  addCamera(camera) {
+    this._check('Scene.addCamera');
+    if (!(camera instanceof Camera)) {
+      throw new TypeError(`Scene.addCamera: camera is ${show(camera)}: give a Camera.`);
+    }
+    if (!this._cameras.includes(camera)) {
+      this._cameras.push(camera);
+    }
+    return camera;
+  }
+
+  /**
+   * Removes a camera.
+   * @param {Camera} camera
+   */
+  removeCamera(camera) {
+    this._check('Scene.removeCamera');
+    this._cameras = this._cameras.filter((one) => one !== camera);
+  }
+
+  /**
+   * Runs a frame: clips and their callbacks, world matrices, cameras, skinning matrices.
+   * @param {number} [seconds] since the last one, default 0
+   */
+  update(seconds = 0) {
+    this._check('Scene.update');
+    if (typeof seconds !== 'number' || !(seconds >= 0 && seconds < Infinity)) {
+      const Kind = typeof seconds === 'number' ? RangeError : TypeError;
+      throw new Kind(`Scene.update: seconds is ${show(seconds)}: give a number from 0 up.`);
+    }
+    const { engine, stats, _players: players } = this;
+    const milliseconds = stats._milliseconds;
+    ++this._frame;
+    const isTimed = this._isTimed;
+    let start = isTimed ? performance.now() : 0;
+    players.update(seconds);
+    let end = isTimed ? performance.now() : 0;
+    milliseconds[kAnimate] = end - start;
+    start = end;
+    stats.passes = this._changes.flush(this.root._index);
+    end = isTimed ? performance.now() : 0;
+    milliseconds[kTransform] = end - start;
+    start = end;
+    const cameras = this._cameras;
+    for (let i = 0; i < cameras.length; ++i) {
+      cameras[i].cull(this);
+    }
+    end = isTimed ? performance.now() : 0;
+    milliseconds[kCull] = end - start;
+    start = end;
+    const skins = this._seenSkins === null ? this._skins : this._findSeenSkins();
+    if (skins.count > 0) {
+      engine.updateSkinningMatrices(skins.words.buffer);
+    }
+    milliseconds[kSkin] = isTimed ? performance.now() - start : 0;
+    stats.playing = players.count;
+    stats.skinned = skins.count;
+  }
+
+  /** Disposes of all nodes and characters. It can't be used any more; its engine can. */
+  dispose() {
+    if (this._isDisposed) {
+      return;
+    }
+    this.root._disposeChildren();
+    for (const model of Array.from(this._models.keys())) {
+      this._forget(model);
+    }
+    this._changes.flush(this.root._index);
+    this._cameras = [];
+    this._isDisposed = true;
+  }
+
+  _check(label) {
+    if (this._isDisposed) {
+      throw new Error(`${label}: the scene is disposed of: make a new one.`);
+    }
+  }
+
+  _makeNode(name) {
+    if (typeof name !== 'string') {
+      throw new TypeError(`Scene.node: name is ${show(name)}: give a string.`);
+    }
+    const index = this._blocks.take(1);
+    this._changes.fit();
+    this._blocks.write(index, kOrigin, kNoRotation, kNoScale);
+    this._blocks.parents[index] = -1;
+    this._changes.mark(index);
+    return new Node(this, index, name);
+  }
+
+  /** What the engine has of a model, which is made at first use. */
+  _know(model) {
+    let known = this._models.get(model);
+    if (known === undefined) {
+      const { engine } = this;
+      known = {
+        clips: model.clips.map(({ bytes }) => engine.createDataModel(dataModelKinds.clip, bytes)),
+        bones: model.skins.map(({ inverseBindMatrices }) =>
+          engine.createDataModel(dataModelKinds.bones, inverseBindMatrices)
+        ),
+        characters: new Set(),
+        free: [],
+      };
+      this._models.set(model, known);
+      model._scenes.add(this);
+    }
+    return known;
+  }
+
+  _makeCharacter(model, known) {
+    const body = known.free.length > 0 ? known.free.pop() : this._makeBody(model, known);
+    this._blocks.write(body.first, kOrigin, kNoRotation, kNoScale);
+    this._changes.mark(body.first);
+    this._writeRest(model, body);
+    const character = new Character(this, model, body);
+    if (body.player !== null) {
+      body.player.character = character;
+    }
+    body.skins.forEach((skin) => {
+      skin.character = character;
+      this._skins.add(skin, skin.view.id);
+    });
+    const { center, radius } = model.bounds;
+    character.setSphere(center[0], center[1], center[2], radius);
+    known.characters.add(character);
+    this.root.add(character);
+    return character;
+  }
+
+  /** Entities, animator and skins for a character, linked with each other. */
+  _makeBody(model, known) {
+    const { nodes, skins, clips, _targets: targets } = model;
+    const first = this._blocks.take(1 + nodes.length);
+    this._changes.fit();
+    this._blocks.parents[first] = -1;
+    nodes.forEach(({ parent }, i) => {
+      this._changes.addChild(first + 1 + parent, first + 1 + i);
+    });
+    const handleOf = (node) => this._blocks.handle(first + 1 + node);
+    let player = null;
+    if (clips.length > 0) {
+      const animator = this._pool.takeAnimator(targets.length);
+      const handles = targets.map(handleOf);
+      animator.setTargets(handles, 0);
+      animator.setTargets(handles, targets.length);
+      // An animator's clips have to exist even if they have no weight.
+      animator.setClip(0, known.clips[0].id, 0, 0);
+      animator.setClip(1, known.clips[0].id, 0, 0);
+      player = this._players.create(animator);
+    }
+    return {
+      first,
+      player,
+      clips: known.clips,
+      skins: skins.map(({ joints }, s) => {
+        const view = this._pool.takeSkin(joints.length);
+        view.setBonesModel(known.bones[s].id);
+        joints.forEach((joint, i) => view.setBone(i, i, handleOf(joint)));
+        return { view, character: null, place: 0 };
+      }),
+    };
+  }
+
+  /** Writes the transforms of a model at rest. */
+  _writeRest({ nodes }, { first }) {
+    for (let i = 0; i < nodes.length; ++i) {
+      const { translation, rotation, scale } = nodes[i];
+      this._blocks.write(first + 1 + i, translation, rotation, scale);
+    }
+    this._changes.markRange(first + 1, nodes.length);
+  }
+
+  /** Takes back what a character has. */
+  _takeBack(character) {
+    const { model, _body: body, _object: object } = character;
+    this._objects.give(object);
+    body.skins.forEach((skin) => {
+      this._skins.remove(skin);
+      skin.character = null;
+    });
+    if (body.player !== null) {
+      body.player.character = null;
+    }
+    this._changes.unmarkRange(body.first, 1 + model.nodes.length);
+    const known = this._models.get(model);
+    known.characters.delete(character);
+    known.free.push(body);
+  }
+
+  /** Disposes of all characters of a model, and takes apart what it has made for them. */
+  _forget(model) {
+    const known = this._models.get(model);
+    for (const character of Array.from(known.characters)) {
+      character.dispose();
+    }
+    for (const { first, player, skins } of known.free) {
+      model.nodes.forEach((_, i) => this._changes.remove(first + 1 + i));
+      this._blocks.give(first, 1 + model.nodes.length);
+      if (player !== null) {
+        this._pool.giveAnimator(player.animator);
+        this._players.release(player);
+      }
+      skins.forEach(({ view }) => this._pool.giveSkin(view));
+    }
+    this._models.delete(model);
+    model._scenes.delete(this);
+  }
+
+  /** The skins of the characters that a camera saw in this update. */
+  _findSeenSkins() {
+    const batch = this._seenSkins;
+    batch.words[0] = 0;
+    for (let c = 0; c < this._cameras.length; ++c) {
+      const { visible } = this._cameras[c];
+      for (let i = 0; i < visible.count; ++i) {
+        const object = visible.at(i);
+        if (object instanceof Character && object._seen !== this._frame) {
+          object._seen = this._frame;
+          const { skins } = object._body;
+          for (let s = 0; s < skins.length; ++s) {
+            batch.append(skins[s].view.id);
+          }
+        }
+      }
+    }
+    return batch;
+  }
+}
+
+module.exports = { Camera, Character, Model, Node, Scene, SceneStats, VisibleList };
