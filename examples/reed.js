@@ -39,9 +39,10 @@ class Accessors {
 
 /**
  * Generates the model.
+ * @param {string[]} [clips] names: of the clip that bends to the left, and of one that bends to the front
  * @returns {Buffer} a .gltf file with embedded bytes
  */
-function makeReed() {
+function makeReed(clips = ['bend']) {
   const data = new Accessors();
   const positions = [];
   const joints = [];
@@ -67,8 +68,11 @@ function makeReed() {
   const inverse = Float32Array.from([].concat(...[0, 1, 2].map(below)));
   const half = Math.SQRT1_2;
   const input = data.add('SCALAR', kFloat, Float32Array.of(0, 1, 2), { min: [0], max: [2] });
-  const turns = Float32Array.of(0, 0, 0, 1, 0, 0, half, half, 0, 0, 0, 1);
-  const output = data.add('VEC4', kFloat, turns);
+  const turns = [
+    Float32Array.of(0, 0, 0, 1, 0, 0, half, half, 0, 0, 0, 1), // about z
+    Float32Array.of(0, 0, 0, 1, half, 0, 0, half, 0, 0, 0, 1), // about x
+  ];
+  const outputs = clips.map((_, i) => data.add('VEC4', kFloat, turns[i]));
   const inverseBindMatrices = data.add('MAT4', kFloat, inverse);
   const bytes = Buffer.concat(data.parts);
   const uri = `data:application/octet-stream;base64,${bytes.toString('base64')}`;
@@ -84,13 +88,11 @@ function makeReed() {
     ],
     meshes: [{ primitives: [{ attributes, indices }] }],
     skins: [{ joints: [1, 2, 3], inverseBindMatrices }],
-    animations: [
-      {
-        name: 'bend',
-        samplers: [{ input, output }],
-        channels: [2, 3].map((node) => ({ sampler: 0, target: { node, path: 'rotation' } })),
-      },
-    ],
+    animations: clips.map((name, i) => ({
+      name,
+      samplers: [{ input, output: outputs[i] }],
+      channels: [2, 3].map((node) => ({ sampler: 0, target: { node, path: 'rotation' } })),
+    })),
     accessors: data.accessors,
     bufferViews: data.views,
     buffers: [{ byteLength: bytes.length, uri }],

@@ -374,7 +374,6 @@ describe('playback', () => {
 
   it('may be changed by events: play, dispose', () => {
     const [first, second] = scene.instantiate(model, 2);
-    const ended = [];
     first.onEnd = () => first.play('wave');
     second.onEnd = () => second.dispose();
     [first, second].forEach((one) => one.play('walk', { loop: false }));
@@ -385,7 +384,19 @@ describe('playback', () => {
     assert.strictEqual(scene.stats.playing, 1);
     scene.update(0.5);
     assert.strictEqual(first.timeOf('wave'), 0.5);
-    assert.deepStrictEqual(ended, []);
+  });
+
+  it('goes on after an error in an event', () => {
+    const [first, second] = scene.instantiate(model, 2);
+    first.onLoop = () => {
+      throw new Error('mine');
+    };
+    [first, second].forEach((one) => one.play('walk'));
+    assert.throws(() => scene.update(1.5), /^Error: mine$/);
+    first.onLoop = null;
+    scene.update(0.25);
+    assert.deepStrictEqual([first.timeOf('walk'), second.timeOf('walk')], [0.75, 0.75]);
+    assert.strictEqual(scene.stats.playing, 2);
   });
 
   it('plays two clips at most: a third replaces the lighter one', () => {

@@ -6,7 +6,9 @@ const fs = require('fs');
 const os = require('os');
 const path = require('path');
 const { spawnSync } = require('child_process');
+const three = require('three');
 const { importGltf } = require('../../../lib/gltf');
+const { Model } = require('../../../lib/scene');
 const { makeReed } = require('../../../examples/reed');
 const { realModel } = require('../../fixtures/models');
 const { assertCleanExit } = require('../support/child');
@@ -67,7 +69,7 @@ describe('examples', () => {
       names.map((name) => Number(name.slice(0, 2))),
       names.map((name, i) => i + 1)
     );
-    assert.strictEqual(names.length, 8);
+    assert.strictEqual(names.length, 9);
     const files = fs.readdirSync(path.join(folder, 'expected'));
     assert.deepStrictEqual(
       files.sort(),
@@ -272,6 +274,33 @@ describe('expected numbers', () => {
       assert.deepStrictEqual(numbersIn(lines[i]), wanted, lines[i]);
     });
     assert.strictEqual(lines.length, steps.length);
+  });
+
+  it('09: spheres of characters that a frustum of three.js meets, in the middle of a crossfade', async () => {
+    const lines = expectedLines('09-scene');
+    assert.strictEqual(lines[0], 'bend 0.50, sway 0.50; skins of 3 joints');
+    const { bounds } = await Model.load(makeReed(['bend', 'sway']));
+    const size = 2 * bounds.radius;
+    const camera = new three.PerspectiveCamera(45, 16 / 9, 0.1, 100 * size);
+    camera.position.set(4.5 * size, 2 * size, 3 * size);
+    camera.lookAt(4.5 * size, 0, -2 * size);
+    camera.updateMatrixWorld();
+    const product = new three.Matrix4().multiplyMatrices(
+      camera.projectionMatrix,
+      camera.matrixWorldInverse
+    );
+    const frustum = new three.Frustum().setFromProjectionMatrix(product);
+    const rows = [0, 1, 2, 3, 4].map((row) => {
+      const columns = [0, 1, 2, 3, 4, 5, 6, 7, 8, 9].filter((column) => {
+        const place = new three.Vector3(size * column, 0, -size * row);
+        const center = new three.Vector3(...bounds.center).add(place);
+        return frustum.intersectsSphere(new three.Sphere(center, bounds.radius));
+      });
+      return [row, ...columns];
+    });
+    assert.deepStrictEqual(lines.slice(2).map(numbersIn), rows);
+    const count = rows.reduce((sum, row) => sum + row.length - 1, 0);
+    assert.deepStrictEqual(numbersIn(lines[1]), [count, 50]);
   });
 
   it('08: throws of known speeds', () => {
