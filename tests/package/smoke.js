@@ -4,6 +4,7 @@ const assert = require('assert');
 const nq = require('nq_logic');
 const { buildClip, sampleTypes } = require('nq_logic/lib/clip');
 const { importGltf } = require('nq_logic/lib/gltf');
+const { Scene } = require('nq_logic/scene');
 
 assert.strictEqual(nq.getVersion().version, '138');
 const engine = nq.getEngine();
@@ -49,6 +50,12 @@ wanted.forEach((value, i) => {
 const careful = nq.checked(nq.getEngine());
 assert.strictEqual(new nq.Entity3DView(careful.createEntity(true, 2)).count, 2);
 assert.throws(() => careful.createEntity(true, 4096), RangeError);
+
+// The scene layer.
+const scene = new Scene();
+const node = scene.node({ position: [1, 2, 3] });
+scene.update();
+assert.deepStrictEqual(node.readWorldPosition([0, 0, 0]), [1, 2, 3]);
 
 // The importer names the missing package.
 const model = Buffer.from('{ "asset": { "version": "2.0" } }');

@@ -2,6 +2,7 @@
 import nq = require('nq_logic');
 import { sampleTypes } from 'nq_logic/lib/clip';
 import { importGltf } from 'nq_logic/lib/gltf';
+import { Camera, Character, Model, Scene } from 'nq_logic/scene';
 
 const engine = nq.getEngine();
 const entities = new nq.Entity3DView(engine.createEntity(true, 2));
@@ -24,3 +25,18 @@ entities.setPosition(0, 'left', 2, 3);
 engine.createMatrixFlowCommandBuffer(64);
 
 export { bytes, matrix, positionX, replaced };
+
+export async function crowd(): Promise<number> {
+  const scene = new Scene({ engine });
+  const characters: Character[] = scene.instantiate(await Model.load('fox.glb'), 50);
+  characters.forEach((character) => character.play('Walk', { fade: 0.5 }));
+  characters[0].position = [1, 2, 3];
+  characters[0].onEnd = (who, clip) => who.crossfade(clip, 1);
+  const camera = scene.addCamera(new Camera({ fovDegrees: 60 }));
+  scene.update(1 / 60);
+  // @ts-expect-error: seconds are a number
+  scene.update('1');
+  // @ts-expect-error: measured, not set
+  scene.stats.animate = 1;
+  return camera.visible.count;
+}
