@@ -29,9 +29,11 @@ async function main(file, first = 'bend', second = 'sway') {
   }
 
   // --- Print: weights, and who is in view, nearest first.
-  const [nearest] = camera.visible;
+  const [nearest] = camera.visible.characters();
   const weights = [first, second].map((clip) => `${clip} ${nearest.weightOf(clip).toFixed(2)}`);
-  const numbers = Array.from(camera.visible, (character) => characters.indexOf(character));
+  const numbers = Array.from(camera.visible.characters(), (character) =>
+    characters.indexOf(character)
+  );
   console.log(`${weights.join(', ')}; skins of ${nearest.skinMatrices().length / 16} joints`);
   console.log(`${numbers.length} of ${characters.length} in view, in rows of ten:`);
   for (let row = 0; row < 5; ++row) {

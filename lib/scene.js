@@ -8,13 +8,13 @@
 const { performance } = require('perf_hooks');
 const { dataModelKinds } = require('./layout');
 const { load } = require('./load');
-const { Batch, ComponentPool, EntityBlocks, ObjectBlocks } = require('./scene-blocks');
-const { Camera, VisibleList } = require('./scene-camera');
-const { Changes } = require('./scene-changes');
-const { Character } = require('./scene-character');
-const { Model } = require('./scene-model');
-const { Node } = require('./scene-node');
-const { Players } = require('./scene-playback');
+const { Batch, ComponentPool, EntityBlocks, ObjectBlocks } = require('./scene/blocks');
+const { Camera, VisibleList } = require('./scene/camera');
+const { Changes } = require('./scene/changes');
+const { Character } = require('./scene/character');
+const { Model } = require('./scene/model');
+const { Node } = require('./scene/node');
+const { Players } = require('./scene/playback');
 const { isObject, show } = require('./value-checks');
 const { CullingResultView } = require('./view-culling');
 

@@ -370,7 +370,7 @@ export interface ModelClip {
  */
 export declare class Character extends Node {
   /** @param body what it takes from the pools of its scene */
-  constructor(scene: Scene, model: Model, body: any);
+  constructor(scene: Scene, model: Model, body: Object);
 
   /** Its model. */
   readonly model: Model;
@@ -538,14 +538,17 @@ export declare class VisibleList {
   /** Checksum of the objects in their order: while it is unchanged, so are they. */
   readonly hash: number;
 
-  /** The i-th object, nearest first: a character, or a node with a sphere. */
-  at(i: number): any;
+  /** The i-th object, nearest first: a node with a sphere, or a character. */
+  at(i: number): Node;
 
   /** Its depth: the distance from the eye along the view. */
   distance(i: number): number;
 
+  /** Goes through the characters, nearest first, and leaves out other nodes. */
+  characters(): IterableIterator<Character>;
+
   /** Goes through the objects, nearest first. */
-  [Symbol.iterator](): IterableIterator<any>;
+  [Symbol.iterator](): IterableIterator<Node>;
 }
 
 /** A view volume with parallel edges, as offsets from the camera's axis. */

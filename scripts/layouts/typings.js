@@ -207,7 +207,7 @@ class Script {
     }
     if (ts.isVariableStatement(statement)) {
       const [{ name, initializer }] = statement.declarationList.declarations;
-      const module = requiredBy(initializer);
+      const module = requiredBy(this.name, initializer);
       if (module !== null) {
         const comment = commentOf(statement, this.text);
         const names = ts.isIdentifier(name) ? [name] : name.elements.map((one) => one.name);
@@ -217,7 +217,7 @@ class Script {
     } else if (/^module\.exports = \{/.test(statement.getText())) {
       for (const property of statement.expression.right.properties) {
         if (ts.isSpreadAssignment(property)) {
-          this.spread.push(requiredBy(property.expression));
+          this.spread.push(requiredBy(this.name, property.expression));
         } else {
           this.exported.push(property.name.text);
         }
@@ -226,11 +226,17 @@ class Script {
   }
 }
 
-/** The file of lib/ that an expression requires, or null. */
-function requiredBy(expression) {
+/** The file of lib/ that a relative path in a file of lib/ names; null outside of lib/, and for lib/checked/. */
+function nameOf(file, request) {
+  const name = path.posix.join(path.posix.dirname(file), request);
+  return /^\.\.|^checked\//.test(name) ? null : name;
+}
+
+/** The file of lib/ that an expression in a file of lib/ requires, or null. */
+function requiredBy(file, expression) {
   const match =
-    expression !== undefined && /^require\('\.\/([\w-]+)'\)$/.exec(expression.getText());
-  return match ? match[1] : null;
+    expression !== undefined && /^require\('(\.[\w./-]+)'\)$/.exec(expression.getText());
+  return match ? nameOf(file, match[1]) : null;
 }
 
 /** The compiler's declarations for a file of lib/, by name. */
@@ -293,7 +299,8 @@ class Library {
   }
 }
 
-const isPart = (name) => name.includes('-');
+/** Files with a hyphen in their names, and those of lib/scene/, are parts of other modules. */
+const isPart = (name) => name.includes('-') || name.includes('/');
 const isPrivate = (comment) => /@private\b/.test(comment);
 
 /** The typings of a module: a file of lib/ and those that are its parts. */
@@ -375,7 +382,7 @@ class Module {
     const script = this._library.script(file);
     const found = this._library.declaration(name, file);
     if (found === undefined || isAlias(found.node)) {
-      const source = script.imported.get(name) || aliasOf(found);
+      const source = script.imported.get(name) || aliasOf(file, found);
       if (source && !isPart(source.module) && source.module !== this._script.name) {
         this._foreign.set(name, source.module);
       }
@@ -542,10 +549,11 @@ function isAlias(node) {
   return ts.isImportTypeNode(type) && type.qualifier.getText() === node.name.text;
 }
 
-/** The file of lib/ of a type import. */
-function aliasOf(found) {
-  const match = found && /^import\(["']\.\/([\w-]+)["']\)/.exec(found.node.type.getText());
-  return match ? { module: match[1] } : undefined;
+/** The file of lib/ of a type import in a file of lib/. */
+function aliasOf(file, found) {
+  const match = found && /^import\(["'](\.[\w./-]+)["']\)/.exec(found.node.type.getText());
+  const module = match ? nameOf(file, match[1]) : null;
+  return module === null ? undefined : { module };
 }
 
 /** Names that hand-written typings export. */
@@ -554,7 +562,7 @@ function exportedTypes(module) {
   return Array.from(text.matchAll(/^export (?:interface|type) (\w+)/gm), ([, name]) => name);
 }
 
-/** Modules of lib/ with typings from JSDoc; files with a hyphen in their names are parts of others. */
+/** Modules of lib/ with typings from JSDoc. */
 function moduleNames() {
   return fs
     .readdirSync(path.join(root, 'lib'))

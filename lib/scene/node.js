@@ -1,14 +1,14 @@
 'use strict';
 // A node of a scene: an entity by its index, with its place in the tree.
-const { entity3D } = require('./layout');
-const { compose, multiply, quaternionTowards, removeRotation } = require('./scene-math');
-const { failWord, isObject, show } = require('./value-checks');
-const { copyOut, failNumbers, failOut, hasRoom } = require('./view-base');
+const { entity3D } = require('../layout');
+const { compose, multiply, quaternionTowards, removeRotation } = require('./math');
+const { failWord, isObject, show } = require('../value-checks');
+const { copyOut, failNumbers, failOut, hasRoom } = require('../view-base');
 
 /**
- * @typedef {import('../types/handles').Entity3DHandle} Entity3DHandle
- * @typedef {import('./scene').Scene} Scene
- * @typedef {import('./view-base').NumberArray} NumberArray
+ * @typedef {import('../../types/handles').Entity3DHandle} Entity3DHandle
+ * @typedef {import('../scene').Scene} Scene
+ * @typedef {import('../view-base').NumberArray} NumberArray
  */
 
 // Words of a record.

@@ -1,10 +1,10 @@
 'use strict';
 // Pools of a scene: entities and culling objects in blocks of equal size, which are kept for as long as the scene, and
 // components by their shape. What is given back is reused, so memory follows the largest number that lived at once.
-const { componentKinds, entity3D } = require('./layout');
-const { AnimatorView, SkinningView } = require('./view-animation');
-const { CullingObjectsView } = require('./view-culling');
-const { Entity3DView } = require('./view-entities');
+const { componentKinds, entity3D } = require('../layout');
+const { AnimatorView, SkinningView } = require('../view-animation');
+const { CullingObjectsView } = require('../view-culling');
+const { Entity3DView } = require('../view-entities');
 
 /** Elements of a block: a power of two, so that an index splits into block and element by its bits. */
 const kShift = 10;

@@ -1,8 +1,8 @@
 'use strict';
 // What a frame changes in the tree: entities whose records were written, each once, and structural commands in their
 // order. A flush gives them to the engine, in as many passes as its list and stream need.
-const { DirtyListWriter, EntityCommandWriter } = require('./commands');
-const { grown } = require('./scene-blocks');
+const { DirtyListWriter, EntityCommandWriter } = require('../commands');
+const { grown } = require('./blocks');
 
 const kAddRoot = 0;
 const kAddChild = 1;

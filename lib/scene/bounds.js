@@ -1,8 +1,8 @@
 'use strict';
 // Bounds of a model in all of its clips. A skinned vertex lies between the places that its joints would give it alone:
 // so a sphere for each joint, around the vertices that it moves, bounds the mesh in every pose.
-const { stepTangent } = require('./clip');
-const { compose, multiply } = require('./scene-math');
+const { stepTangent } = require('../clip');
+const { compose, multiply } = require('./math');
 
 /** Poses of a clip that are measured. */
 const kPoses = 32;

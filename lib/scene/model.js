@@ -1,15 +1,15 @@
 'use strict';
 // Models of scenes: nodes, skins, clips and vertices of a file, prepared so that any two clips can be blended.
-const { buildClip, readClip, sampleTypes } = require('./clip');
-const { importGltf } = require('./gltf');
-const { measureBounds } = require('./scene-bounds');
-const { readMeshes } = require('./scene-meshes');
-const { isObject, show } = require('./value-checks');
+const { buildClip, readClip, sampleTypes } = require('../clip');
+const { importGltf } = require('../gltf');
+const { measureBounds } = require('./bounds');
+const { readMeshes } = require('./meshes');
+const { isObject, show } = require('../value-checks');
 
 /**
- * @typedef {import('./gltf').ImportedModel} ImportedModel
- * @typedef {import('./gltf').ImportedNode} ImportedNode
- * @typedef {import('./scene-meshes').ModelMesh} ModelMesh
+ * @typedef {import('../gltf').ImportedModel} ImportedModel
+ * @typedef {import('../gltf').ImportedNode} ImportedNode
+ * @typedef {import('./meshes').ModelMesh} ModelMesh
  */
 
 /**

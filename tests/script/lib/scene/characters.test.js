@@ -4,13 +4,13 @@
 const assert = require('assert');
 const three = require('three');
 const { NodeIO } = require('@gltf-transform/core');
-const nq = require('../../../lib');
-const { importGltf } = require('../../../lib/gltf');
-const { Camera, Model, Scene } = require('../../../scene');
-const { ModelBuilder } = require('../../fixtures/animations');
-const { realModel } = require('../../fixtures/models');
-const { slow } = require('../support/host');
-const { columnLengths, multiplyMagnitudes } = require('../support/reference');
+const nq = require('../../../../lib');
+const { importGltf } = require('../../../../lib/gltf');
+const { Camera, Model, Scene } = require('../../../../scene');
+const { ModelBuilder } = require('../../../fixtures/animations');
+const { realModel } = require('../../../fixtures/models');
+const { slow } = require('../../support/host');
+const { columnLengths, multiplyMagnitudes } = require('../../support/reference');
 
 const engine = nq.getEngine();
 const properties = { translation: 'position', rotation: 'quaternion', scale: 'scale' };
@@ -595,6 +595,23 @@ describe('memory of characters', () => {
     scene.update();
     assert.strictEqual(handles.size, 300);
     assert.strictEqual(matrices.size, 300);
+    scene.dispose();
+  });
+
+  it('are listed without other nodes where only characters are asked for', async () => {
+    const model = await Model.load(buildFigure());
+    const scene = new Scene({ engine });
+    const camera = scene.addCamera(new Camera({ far: 100 }));
+    const [far, near] = scene.instantiate(model, 2);
+    far.setPosition(0, 0, -30);
+    near.setPosition(0, 0, -10);
+    const box = scene.node({ position: [0, 0, -20] });
+    box.setSphere(0, 0, 0, 1);
+    scene.update();
+    assert.deepStrictEqual(Array.from(camera.visible), [near, box, far]);
+    assert.deepStrictEqual(Array.from(camera.visible.characters()), [near, far]);
+    // The iterator is used again, for all.
+    assert.deepStrictEqual(Array.from(camera.visible), [near, box, far]);
     scene.dispose();
   });
 

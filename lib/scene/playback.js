@@ -1,8 +1,8 @@
 'use strict';
 // Playback of clips in seconds: times, speeds and fades of all characters of a scene, which are advanced together and
 // written into the blocks of their animators. A player has two places for clips, since an animator blends two exactly.
-const { animatorClip } = require('./layout');
-const { Batch, grown } = require('./scene-blocks');
+const { animatorClip } = require('../layout');
+const { Batch, grown } = require('./blocks');
 
 // Numbers of a place.
 const kTime = 0;

@@ -1,11 +1,13 @@
 'use strict';
 // Cameras of scenes, and the lists of what they see.
-const { grown } = require('./scene-blocks');
-const { failWord, isObject, show } = require('./value-checks');
-const { failIndex, failNumbers } = require('./view-base');
+const { grown } = require('./blocks');
+const { Character } = require('./character');
+const { failWord, isObject, show } = require('../value-checks');
+const { failIndex, failNumbers } = require('../view-base');
 
 /**
- * @typedef {import('./scene').Scene} Scene
+ * @typedef {import('../scene').Scene} Scene
+ * @typedef {import('./node').Node} Node
  */
 
 // Arguments of the culling methods: mask, eye, target, up, then the volume.
@@ -50,9 +52,9 @@ class VisibleList {
   }
 
   /**
-   * The i-th object, nearest first: a character, or a node with a sphere.
+   * The i-th object, nearest first: a node with a sphere, or a character.
    * @param {number} i
-   * @returns {any}
+   * @returns {Node}
    */
   at(i) {
     if (i >>> 0 !== i || i >= this._count) {
@@ -75,12 +77,25 @@ class VisibleList {
 
   /**
    * Goes through the objects, nearest first.
-   * @returns {IterableIterator<any>}
+   * @returns {IterableIterator<Node>}
    */
   [Symbol.iterator]() {
+    return this._iterate(false);
+  }
+
+  /**
+   * Goes through the characters, nearest first, and leaves out other nodes.
+   * @returns {IterableIterator<Character>}
+   */
+  characters() {
+    return this._iterate(true);
+  }
+
+  _iterate(charactersOnly) {
     const iterator = this._iterator._isBusy ? new VisibleIterator(this) : this._iterator;
     iterator._at = 0;
     iterator._isBusy = true;
+    iterator._charactersOnly = charactersOnly;
     return iterator;
   }
 
@@ -120,6 +135,7 @@ class VisibleIterator {
     this._list = list;
     this._at = 0;
     this._isBusy = false;
+    this._charactersOnly = false;
     this._result = { value: undefined, done: false };
   }
 
@@ -129,10 +145,14 @@ class VisibleIterator {
 
   next() {
     const result = this._result;
-    if (this._at < this._list._count) {
-      result.value = this._list._objects[this._at++];
-      result.done = false;
-      return result;
+    const { _count: count, _objects: objects } = this._list;
+    while (this._at < count) {
+      const object = objects[this._at++];
+      if (!this._charactersOnly || object instanceof Character) {
+        result.value = object;
+        result.done = false;
+        return result;
+      }
     }
     return this.return();
   }

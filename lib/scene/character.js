@@ -1,14 +1,14 @@
 'use strict';
 // Characters: instances of a model in a scene. A character is a node; the nodes of its model are below it, as a run of
 // entities that follows its own.
-const { Node } = require('./scene-node');
-const { isObject, show } = require('./value-checks');
-const { failIndex } = require('./view-base');
+const { Node } = require('./node');
+const { isObject, show } = require('../value-checks');
+const { failIndex } = require('../view-base');
 
 /**
- * @typedef {import('./scene').Scene} Scene
- * @typedef {import('./scene-model').Model} Model
- * @typedef {import('./scene-model').ModelClip} ModelClip
+ * @typedef {import('../scene').Scene} Scene
+ * @typedef {import('./model').Model} Model
+ * @typedef {import('./model').ModelClip} ModelClip
  */
 
 /**
@@ -56,7 +56,7 @@ class Character extends Node {
   /**
    * @param {Scene} scene
    * @param {Model} model
-   * @param {any} body what it takes from the pools of its scene
+   * @param {Object} body what it takes from the pools of its scene
    */
   constructor(scene, model, body) {
     super(scene, body.first, model.name);

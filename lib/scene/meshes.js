@@ -1,7 +1,7 @@
 'use strict';
 // Vertices of glTF files, for renderers and for the bounds of models.
-const { loadLibrary } = require('./gltf-library');
-const { isInstance } = require('./value-checks');
+const { loadLibrary } = require('../gltf-library');
+const { isInstance } = require('../value-checks');
 
 /**
  * A part of a mesh with one material.
@@ -63,7 +63,7 @@ async function readRoot(source) {
 /**
  * Reads the meshes of nodes.
  * @param {string | ArrayBuffer | SharedArrayBuffer | ArrayBufferView} source
- * @param {import('./gltf').ImportedNode[]} nodes
+ * @param {import('../gltf').ImportedNode[]} nodes
  * @param {string[]} warnings appended to where the vertices can't be read
  * @returns {Promise<ModelMesh[]>}
  */

@@ -3,11 +3,11 @@
 // and the messages for what is wrong.
 const assert = require('assert');
 const three = require('three');
-const nq = require('../../../lib');
-const { Camera, Model, Node, Scene } = require('../../../scene');
-const { createRandom } = require('../../fixtures/world');
-const { columnLengths, multiplyMagnitudes } = require('../support/reference');
-const { collect } = require('../support/collect');
+const nq = require('../../../../lib');
+const { Camera, Model, Node, Scene } = require('../../../../scene');
+const { createRandom } = require('../../../fixtures/world');
+const { columnLengths, multiplyMagnitudes } = require('../../support/reference');
+const { collect } = require('../../support/collect');
 
 const kUnit = Math.pow(2, -24);
 
