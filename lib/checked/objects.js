@@ -10,7 +10,7 @@ const { execute } = require('./matrixflow');
 const { worldRead } = require('../view-reads');
 
 /** State of the engine and entry in its registry, by object. */
-const behind = new WeakMap();
+const knownObjects = new WeakMap();
 
 function refuseNew(name, source) {
   throw new TypeError(`new ${name}: objects of this class come from ${source} only: call that.`);
@@ -18,7 +18,7 @@ function refuseNew(name, source) {
 
 /** State and entry of the receiver of a method. */
 function receiverOf(receiver, className, method) {
-  const found = behind.get(receiver);
+  const found = knownObjects.get(receiver);
   if (found === undefined || Object.getPrototypeOf(receiver) !== classes[className].prototype) {
     const trouble = `its receiver is ${show(receiver)}, not an ${className} of a checked engine`;
     throw new TypeError(`${method}: ${trouble}: call it as a method of such an object.`);
@@ -33,7 +33,7 @@ class EngineEntity {
 
   /** Views call it after JavaScript has read a world matrix. */
   [worldRead](method, element) {
-    const { state, entry } = behind.get(this);
+    const { state, entry } = knownObjects.get(this);
     state.hints.noteWorldRead(method, entry, element);
   }
 }
@@ -177,7 +177,7 @@ function adopt(state, kind, native, details) {
     return { object };
   }
   const entry = state.registry.add(kind, native, object, details);
-  behind.set(object, { state, entry });
+  knownObjects.set(object, { state, entry });
   return { object, entry };
 }
 

@@ -32,7 +32,7 @@ function run(budget) {
   }
   printTable(
     'sweep: large_tree, quaternions, microseconds a frame',
-    ['nodes', 'dirty', 'world matrices', 'nq', 'of it script', 'typed', 'typed/nq'],
+    ['nodes', 'dirty', 'world matrices', 'nq', 'JavaScript part', 'typed', 'typed/nq'],
     rows.map(({ nodes, dirty, affected, microseconds: { nq, nqScriptPart, typed } }) => [
       nodes,
       dirty,
