@@ -429,9 +429,9 @@ export declare class Character extends Node {
   stop(clip?: string | number | ModelClip, options?: { fade?: number | undefined }): void;
 
   /**
-   * Sets the weight of a clip that plays.
+   * Sets the weight of a clip that plays. At weight 0 it is not seen, and plays on.
    *
-   * @param weight over 0, up to 1
+   * @param weight from 0 to 1
    * @param options seconds that it takes, by default 0
    */
   setWeight(
@@ -439,6 +439,14 @@ export declare class Character extends Node {
     weight: number,
     options?: { fade?: number | undefined }
   ): void;
+
+  /**
+   * Sets the seconds in a clip that plays: those of its next pose are these and what the update adds, so nothing at
+   * speed 0. It allocates nothing.
+   *
+   * @param seconds from 0 on; the end of the clip at most
+   */
+  setTime(clip: string | number | ModelClip, seconds: number): void;
 
   /** Seconds in a clip that plays, or -1. */
   timeOf(clip: string | number | ModelClip): number;

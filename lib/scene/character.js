@@ -213,21 +213,36 @@ class Character extends Node {
   }
 
   /**
-   * Sets the weight of a clip that plays.
+   * Sets the weight of a clip that plays. At weight 0 it is not seen, and plays on.
    * @param {string | number | ModelClip} clip
-   * @param {number} weight over 0, up to 1
+   * @param {number} weight from 0 to 1
    * @param {{ fade?: number }} [options] seconds that it takes, by default 0
    */
   setWeight(clip, weight, options = kNoOptions) {
     const label = 'Character.setWeight';
-    const place = this._placeOf('setWeight', clip);
-    if (place < 0) {
-      const { name } = this.model.clip(clip);
-      throw new RangeError(`${label}: clip '${name}' does not play: play it first.`);
+    const place = this._playingPlaceOf('setWeight', clip);
+    if (typeof weight !== 'number' || !(weight >= 0 && weight <= 1)) {
+      const Kind = typeof weight === 'number' ? RangeError : TypeError;
+      throw new Kind(`${label}: weight is ${show(weight)}: give a weight from 0 to 1.`);
     }
-    numberOf(label, 'weight', weight, 1, kLeastWeight, 1, kWeight);
     const fade = numberOf(label, 'fade', options.fade, 0, 0, Number.MAX_VALUE, kFade);
     this.scene._players.setWeight(this._body.player, place, weight, fade);
+  }
+
+  /**
+   * Sets the seconds in a clip that plays: those of its next pose are these and what the update adds, so nothing at
+   * speed 0. It allocates nothing.
+   * @param {string | number | ModelClip} clip
+   * @param {number} seconds from 0 on; the end of the clip at most
+   */
+  setTime(clip, seconds) {
+    const place = this._playingPlaceOf('setTime', clip);
+    if (typeof seconds !== 'number' || !(seconds >= 0)) {
+      const Kind = typeof seconds === 'number' ? RangeError : TypeError;
+      const cure = 'give seconds from 0 up';
+      throw new Kind(`Character.setTime: seconds is ${show(seconds)}: ${cure}.`);
+    }
+    this.scene._players.setTime(this._body.player, place, seconds);
   }
 
   /**
@@ -283,6 +298,16 @@ class Character extends Node {
     this._object = -1;
     this._body = null;
     this._end();
+  }
+
+  /** The place where a clip plays; throws if it does not. */
+  _playingPlaceOf(method, clip) {
+    const place = this._placeOf(method, clip);
+    if (place < 0) {
+      const { name } = this.model.clip(clip);
+      throw new RangeError(`Character.${method}: clip '${name}' does not play: play it first.`);
+    }
+    return place;
   }
 
   _placeOf(method, clip) {

@@ -19,6 +19,8 @@ const kPlaces = 2;
 
 const kLoops = 1;
 const kEnded = 2;
+/** It is faded out, and ends when its weight is 0. */
+const kStops = 4;
 
 // Words of an animator's block.
 const kRecord = animatorClip.size / 4;
@@ -121,6 +123,7 @@ class Players {
   /** Fades a clip out, or ends it at once. */
   stop(player, place, fade) {
     if (player.clips[place] !== null) {
+      this._numbers[player.at + place * kPlace + kFlags] |= kStops;
       this._fade(player, place, 0, fade);
       if (fade === 0) {
         this._endPlace(player, place);
@@ -130,7 +133,17 @@ class Players {
   }
 
   setWeight(player, place, weight, fade) {
+    this._numbers[player.at + place * kPlace + kFlags] &= ~kStops;
     this._fade(player, place, weight, fade);
+  }
+
+  /** Sets the seconds in a clip; one that is held at its end goes on. */
+  setTime(player, place, seconds) {
+    const numbers = this._numbers;
+    const from = player.at + place * kPlace;
+    numbers[from + kTime] = Math.min(seconds, numbers[from + kDuration]);
+    numbers[from + kFlags] &= ~kEnded;
+    this._write(player, place);
   }
 
   timeOf(player, place) {
@@ -207,7 +220,7 @@ class Players {
         numbers[from + kRate] = 0;
       }
       numbers[from + kWeight] = weight;
-      if (weight === goal && goal === 0) {
+      if (weight === goal && (flags & kStops) !== 0) {
         this._endPlace(player, place);
         return;
       }

@@ -419,8 +419,57 @@ describe('playback', () => {
     assert.deepStrictEqual(character.node('hand').position, [0, Math.fround(1.02), 0]);
   });
 
-  it('says what is wrong with arguments', () => {
+  it('is set to seconds and weights in each frame, also to weight 0', () => {
     const [character] = scene.instantiate(model);
+    character.play('walk', { speed: 0 });
+    character.play('wave', { speed: 0, beside: true });
+    for (const [walk, wave, share] of [
+      [0.25, 1.5, 0.25],
+      [0.75, 0.5, 0],
+      [0.5, 1, 1],
+      [0.125, 2, 0.5],
+    ]) {
+      character.setTime('walk', walk);
+      character.setTime('wave', wave);
+      character.setWeight('walk', 1 - share);
+      character.setWeight('wave', share);
+      scene.update(0.5);
+      // A clip that loops starts again at its end.
+      assert.deepStrictEqual(
+        ['walk', 'wave'].map((name) => [character.timeOf(name), character.weightOf(name)]),
+        [
+          [walk, 1 - share],
+          [wave % 2, share],
+        ]
+      );
+      oracle.pose({
+        walk: { time: walk, weight: 1 - share },
+        wave: { time: wave % 2, weight: share },
+      });
+      assertSkins(character, oracle, `weight ${share}`);
+    }
+    // Faded to weight 0 it plays on; stopped, it ends.
+    character.setWeight('wave', 0, { fade: 0.25 });
+    scene.update(1);
+    assert.strictEqual(character.timeOf('wave'), 0);
+    assert.strictEqual(character.weightOf('wave'), 0);
+    character.setWeight('wave', 1);
+    character.stop('wave', { fade: 0.25 });
+    scene.update(1);
+    assert.strictEqual(character.timeOf('wave'), -1);
+    // One that was held at its end goes on from there.
+    character.play('walk', { loop: false, at: 1 });
+    scene.update(1);
+    character.setTime('walk', 0.25);
+    scene.update(0.25);
+    assert.strictEqual(character.timeOf('walk'), 0.5);
+    character.setTime('walk', 9);
+    assert.strictEqual(character.timeOf('walk'), 1);
+  });
+
+  it('says what is wrong with arguments', () => {
+    const [character, plays] = scene.instantiate(model, 2);
+    plays.play('walk');
     const cases = [
       [() => character.play('run'), /has no clip 'run': it has 'walk', 'wave', 'point'\.$/],
       [() => character.play('walk', 1), /^Character\.play: options is 1: leave it out/],
@@ -434,6 +483,13 @@ describe('playback', () => {
       [() => character.play('walk', { at: '1' }), /at is '1', not a number/],
       [() => character.crossfade('walk'), /^Character\.crossfade: seconds is undefined/],
       [() => character.setWeight('walk', 1), /clip 'walk' does not play: play it first\.$/],
+      [() => character.setTime('walk', 1), /^Character\.setTime: clip 'walk' does not play: play/],
+      [() => plays.setTime('walk', -1), /^Character\.setTime: seconds is -1: give seconds from/],
+      [
+        () => plays.setTime('walk'),
+        { name: 'TypeError', message: /seconds is undefined: give sec/ },
+      ],
+      [() => plays.setWeight('walk', 1.5), /weight is 1\.5: give a weight from 0 to 1\.$/],
       [() => character.node('tail'), /has no node 'tail'/],
       [() => character.node(4), /^Character\.node: index is 4, of 4/],
       [() => character.skinMatrices(1), /^Character\.skinMatrices: skin is 1, of 1/],
@@ -441,8 +497,8 @@ describe('playback', () => {
       [() => scene.root.add(character.node('arm')), /node 'arm' is part of a character/],
       [() => character.node('arm').add(character), /child is above this node/],
     ];
-    for (const [use, message] of cases) {
-      assert.throws(use, { message });
+    for (const [use, error] of cases) {
+      assert.throws(use, error instanceof RegExp ? { message: error } : error);
     }
     character.dispose();
     assert.throws(() => character.play('walk'), /^Error: Character\.play: the character is disp/);
