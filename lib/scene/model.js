@@ -272,6 +272,9 @@ class Model {
    */
   clip(clip) {
     let found;
+    if (typeof clip === 'number' && clip < this.clips.length && clip >>> 0 === clip) {
+      return this.clips[clip];
+    }
     if (typeof clip === 'string') {
       for (let i = 0; i < this.clips.length && found === undefined; ++i) {
         if (this.clips[i].name === clip) {

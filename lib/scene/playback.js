@@ -45,7 +45,8 @@ class Player {
 
   /** The place where a clip plays, or -1. */
   placeOf(clip) {
-    return this.clips.indexOf(clip);
+    const { clips } = this;
+    return clips[0] === clip ? 0 : clips[1] === clip ? 1 : -1;
   }
 }
 
@@ -192,10 +193,16 @@ class Players {
     }
     const numbers = this._numbers;
     const from = player.at + place * kPlace;
+    const speed = numbers[from + kSpeed];
+    const rate = numbers[from + kRate];
+    if (speed === 0 && rate === 0) {
+      // It is as it was written last: programs that set times and weights themselves pay nothing here.
+      return;
+    }
     const flags = numbers[from + kFlags];
     const duration = numbers[from + kDuration];
-    if ((flags & kEnded) === 0 && duration > 0) {
-      let time = numbers[from + kTime] + seconds * numbers[from + kSpeed];
+    if ((flags & kEnded) === 0 && duration > 0 && speed !== 0) {
+      let time = numbers[from + kTime] + seconds * speed;
       if ((flags & kLoops) !== 0) {
         if (time >= duration || time < 0) {
           time %= duration;
@@ -204,14 +211,13 @@ class Players {
           }
           this._note(player.character, clip, kLoopEvent);
         }
-      } else if (numbers[from + kSpeed] < 0 ? time <= 0 : time >= duration) {
-        time = numbers[from + kSpeed] < 0 ? 0 : duration;
+      } else if (speed < 0 ? time <= 0 : time >= duration) {
+        time = speed < 0 ? 0 : duration;
         numbers[from + kFlags] = flags | kEnded;
         this._note(player.character, clip, kEndEvent);
       }
       numbers[from + kTime] = time;
     }
-    const rate = numbers[from + kRate];
     if (rate !== 0) {
       const goal = numbers[from + kGoal];
       let weight = numbers[from + kWeight] + rate * seconds;

@@ -427,36 +427,41 @@ describe('playback', () => {
       [0.25, 1.5, 0.25],
       [0.75, 0.5, 0],
       [0.5, 1, 1],
-      [0.125, 2, 0.5],
+      [0.125, 1.75, 0.5],
     ]) {
       character.setTime('walk', walk);
       character.setTime('wave', wave);
       character.setWeight('walk', 1 - share);
       character.setWeight('wave', share);
       scene.update(0.5);
-      // A clip that loops starts again at its end.
       assert.deepStrictEqual(
         ['walk', 'wave'].map((name) => [character.timeOf(name), character.weightOf(name)]),
         [
           [walk, 1 - share],
-          [wave % 2, share],
+          [wave, share],
         ]
       );
       oracle.pose({
         walk: { time: walk, weight: 1 - share },
-        wave: { time: wave % 2, weight: share },
+        wave: { time: wave, weight: share },
       });
       assertSkins(character, oracle, `weight ${share}`);
     }
+    // At speed 0 the end is held, and is no event.
+    character.onLoop = character.onEnd = () => assert.fail('called');
+    character.setTime('wave', 2);
+    scene.update(1);
+    assert.strictEqual(character.timeOf('wave'), 2);
     // Faded to weight 0 it plays on; stopped, it ends.
     character.setWeight('wave', 0, { fade: 0.25 });
     scene.update(1);
-    assert.strictEqual(character.timeOf('wave'), 0);
+    assert.strictEqual(character.timeOf('wave'), 2);
     assert.strictEqual(character.weightOf('wave'), 0);
     character.setWeight('wave', 1);
     character.stop('wave', { fade: 0.25 });
     scene.update(1);
     assert.strictEqual(character.timeOf('wave'), -1);
+    character.onEnd = null;
     // One that was held at its end goes on from there.
     character.play('walk', { loop: false, at: 1 });
     scene.update(1);
