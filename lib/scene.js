@@ -272,6 +272,10 @@ class Scene {
       throw new Kind(`${label}: count is ${show(count)}: give a whole number.`);
     }
     const known = this._know(model);
+    const { _targets: targets, clips, skins } = model;
+    const missing = Math.max(0, count - known.free.length);
+    const jointCounts = skins.map(({ joints }) => joints.length);
+    this._pool.reserve(missing, clips.length > 0 ? targets.length : 0, jointCounts);
     const characters = [];
     for (let i = 0; i < count; ++i) {
       characters.push(this._makeCharacter(model, known));

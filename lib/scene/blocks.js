@@ -196,6 +196,25 @@ class ComponentPool {
     );
   }
 
+  /**
+   * Makes the components that `count` characters will take, kind by kind: a call for a kind then goes through memory in
+   * order. Mixed with skins, animators took 6 % longer.
+   */
+  reserve(count, targetCount, jointCounts) {
+    if (targetCount > 0) {
+      this._fill(count, () => this.takeAnimator(targetCount)).forEach((one) =>
+        this.giveAnimator(one)
+      );
+    }
+    const skins = this._fill(count, () => jointCounts.map((joints) => this.takeSkin(joints)));
+    skins.forEach((ofOne) => ofOne.reverse().forEach((one) => this.giveSkin(one)));
+  }
+
+  /** Takes from the pool; the first one last, so that it is taken first when they are given back. */
+  _fill(count, take) {
+    return Array.from({ length: count }, take).reverse();
+  }
+
   giveAnimator(view) {
     giveTo(this._animators, view.entityCount / 2, view);
   }
