@@ -15,11 +15,13 @@ const { Character } = require('./scene/character');
 const { Model } = require('./scene/model');
 const { Node } = require('./scene/node');
 const { Players } = require('./scene/playback');
+const { Recording } = require('./scene/trace');
 const { isObject, show } = require('./value-checks');
 const { CullingResultView } = require('./view-culling');
 
 /**
  * @typedef {import('../types/engine').Engine} Engine
+ * @typedef {import('./scene/trace').RecordOptions} RecordOptions
  */
 
 /**
@@ -76,6 +78,12 @@ class SceneStats {
      * @readonly
      */
     this.skinned = 0;
+    /**
+     * Nodes and characters that the cameras of the scene saw, each as often as cameras did.
+     * @type {number}
+     * @readonly
+     */
+    this.visible = 0;
   }
 
   /**
@@ -170,6 +178,9 @@ class Scene {
     this._frame = 0;
     this._isTimed = isTimed;
     this._isDisposed = false;
+    this._recording = null;
+    /** When the last update started: in an array, so that passing it makes no object. */
+    this._start = new Float64Array(1);
     /**
      * The root: the parent of nodes that are given no other.
      * @type {Node}
@@ -222,6 +233,7 @@ class Scene {
       node.dispose();
       throw error;
     }
+    this._note('make nodes', name, 1);
     return node;
   }
 
@@ -280,6 +292,7 @@ class Scene {
     for (let i = 0; i < count; ++i) {
       characters.push(this._makeCharacter(model, known));
     }
+    this._note('make characters', model.name, count);
     return characters;
   }
 
@@ -321,8 +334,9 @@ class Scene {
     const { engine, stats, _players: players } = this;
     const milliseconds = stats._milliseconds;
     ++this._frame;
-    const isTimed = this._isTimed;
+    const isTimed = this._isTimed || this._recording !== null;
     let start = isTimed ? performance.now() : 0;
+    this._start[0] = start;
     players.update(seconds);
     let end = isTimed ? performance.now() : 0;
     milliseconds[kAnimate] = end - start;
@@ -332,8 +346,9 @@ class Scene {
     milliseconds[kTransform] = end - start;
     start = end;
     const cameras = this._cameras;
+    let visible = 0;
     for (let i = 0; i < cameras.length; ++i) {
-      cameras[i].cull(this);
+      visible += cameras[i].cull(this).count;
     }
     end = isTimed ? performance.now() : 0;
     milliseconds[kCull] = end - start;
@@ -345,6 +360,28 @@ class Scene {
     milliseconds[kSkin] = isTimed ? performance.now() - start : 0;
     stats.playing = players.count;
     stats.skinned = skins.count;
+    stats.visible = visible;
+    // Not one that a callback started in this update, which has no start of it.
+    if (this._recording !== null && isTimed) {
+      this._recording._frame(this._start, milliseconds, this);
+    }
+  }
+
+  /**
+   * Starts a recording of what updates take and do, which Perfetto and chrome://tracing open:
+   * `recording.stop(); await recording.save('trace.json')`. It costs a few microseconds a frame; a scene records once at
+   * a time. Updates are timed while it records, also where `isTimed` is false.
+   * @param {RecordOptions} [options]
+   * @returns {Recording}
+   */
+  record(options = {}) {
+    const label = 'Scene.record';
+    this._check(label);
+    if (this._recording !== null) {
+      throw new Error(`${label}: a recording of the scene runs already: stop that first.`);
+    }
+    this._recording = new Recording(this, options);
+    return this._recording;
   }
 
   /** Disposes of all nodes and characters. It can't be used any more; its engine can. */
@@ -358,12 +395,22 @@ class Scene {
     }
     this._changes.flush(this.root._index);
     this._cameras = [];
+    if (this._recording !== null) {
+      this._recording.stop();
+    }
     this._isDisposed = true;
   }
 
   _check(label) {
     if (this._isDisposed) {
       throw new Error(`${label}: the scene is disposed of: make a new one.`);
+    }
+  }
+
+  /** Notes an event for a recording. */
+  _note(name, about, count) {
+    if (this._recording !== null) {
+      this._recording._note(performance.now(), name, about, count);
     }
   }
 
@@ -476,6 +523,7 @@ class Scene {
     const known = this._models.get(model);
     known.characters.delete(character);
     known.free.push(body);
+    this._note('dispose of characters', model.name, 1);
   }
 
   /** Disposes of all characters of a model, and takes apart what it has made for them. */
@@ -518,4 +566,4 @@ class Scene {
   }
 }
 
-module.exports = { Camera, Character, Model, Node, Scene, SceneStats, VisibleList };
+module.exports = { Camera, Character, Model, Node, Recording, Scene, SceneStats, VisibleList };

@@ -423,6 +423,7 @@ class Node {
     }
     this._changes.unmarkRange(this._index, 1);
     this.scene._blocks.give(this._index, 1);
+    this.scene._note('dispose of nodes', this.name, 1);
     this._end();
   }
 

@@ -199,6 +199,7 @@ function instances() {
     MatrixFlowWriter: new nq.MatrixFlowWriter(matrixFlow),
     Model: model,
     Node: scene.node(),
+    Recording: scene.record(),
     Scene: scene,
     SceneStats: scene.stats,
     SkinningView: new nq.SkinningView(engine.createComponent(3, 1)),
