@@ -26,7 +26,7 @@ const { BlockView, countElements } = require('./view-base');
 
 /**
  * @template {number} T
- * @typedef {import('../types/handles').HandleLike<T>} HandleLike
+ * @typedef {import('../types/handles').ObjectOrHandle<T>} ObjectOrHandle
  */
 
 /**
@@ -68,6 +68,7 @@ class AnimatorViewBase extends BlockView {
    */
   constructor(component) {
     super('AnimatorView', component, 'createComponent(2, clipCount, entityCount)');
+    this._keepReferences();
   }
 
   /**
@@ -121,16 +122,21 @@ class AnimatorViewBase extends BlockView {
   /**
    * Sets the handle of clip i.
    * @param {number} i
-   * @param {HandleLike<ClipHandle>} handle
+   * @param {ObjectOrHandle<ClipHandle>} handle
    */
   setClipHandle(i, handle) {
     if (i >>> 0 !== i || i >= this.clipCount) {
       this._failIndex('setClipHandle', 'i', i, this.clipCount);
     }
-    if (handle >>> 0 !== handle) {
-      this._failWord('setClipHandle', 'handle', handle);
+    const word =
+      typeof handle === 'number' ? handle : this._handleOf('setClipHandle', 'handle', handle);
+    if (word >>> 0 !== word) {
+      this._failWord('setClipHandle', 'handle', word);
     }
-    this.u32[i * kAnimatorClipStride + kAnimatorClipClipHandle] = handle;
+    this.u32[i * kAnimatorClipStride + kAnimatorClipClipHandle] = word;
+    if (word !== handle || this._references.count !== 0) {
+      this._refer(i * kAnimatorClipStride + kAnimatorClipClipHandle, handle, word);
+    }
   }
 
   /**
@@ -190,7 +196,7 @@ class AnimatorViewBase extends BlockView {
   /**
    * Sets clip i, its time and its weight.
    * @param {number} i
-   * @param {HandleLike<ClipHandle>} handle of the clip
+   * @param {ObjectOrHandle<ClipHandle>} handle of the clip
    * @param {number} time frames; wraps at the clip's length
    * @param {number} weight the clip is blended if 0 < weight <= 1
    */
@@ -198,16 +204,20 @@ class AnimatorViewBase extends BlockView {
     if (i >>> 0 !== i || i >= this.clipCount) {
       this._failIndex('setClip', 'i', i, this.clipCount);
     }
-    if (handle >>> 0 !== handle) {
-      this._failWord('setClip', 'handle', handle);
+    const word = typeof handle === 'number' ? handle : this._handleOf('setClip', 'handle', handle);
+    if (word >>> 0 !== word) {
+      this._failWord('setClip', 'handle', word);
     }
     if (typeof time !== 'number' || typeof weight !== 'number') {
       this._failNumbers('setClip', ['time', 'weight'], [time, weight]);
     }
     const from = i * kAnimatorClipStride;
-    this.u32[from + kAnimatorClipClipHandle] = handle;
+    this.u32[from + kAnimatorClipClipHandle] = word;
     this.f32[from + kAnimatorClipTime] = time;
     this.f32[from + kAnimatorClipWeight] = weight;
+    if (word !== handle || this._references.count !== 0) {
+      this._refer(from + kAnimatorClipClipHandle, handle, word);
+    }
   }
 
   /**
@@ -226,16 +236,21 @@ class AnimatorViewBase extends BlockView {
    * Sets entry k of the target table.
    * @param {number} k entry of the target table, which concatenates the targets of all clips in
    *   their order
-   * @param {HandleLike<EntityHandle>} handle
+   * @param {ObjectOrHandle<EntityHandle>} handle
    */
   setTarget(k, handle) {
     if (k >>> 0 !== k || k >= this.entityCount) {
       this._failIndex('setTarget', 'k', k, this.entityCount);
     }
-    if (handle >>> 0 !== handle) {
-      this._failWord('setTarget', 'handle', handle);
+    const word =
+      typeof handle === 'number' ? handle : this._handleOf('setTarget', 'handle', handle);
+    if (word >>> 0 !== word) {
+      this._failWord('setTarget', 'handle', word);
     }
-    this.u32[this._targets + k] = handle;
+    this.u32[this._targets + k] = word;
+    if (word !== handle || this._references.count !== 0) {
+      this._refer(this._targets + k, handle, word);
+    }
   }
 }
 
@@ -250,6 +265,7 @@ class SkinningViewBase extends BlockView {
    */
   constructor(component) {
     super('SkinningView', component, 'createComponent(3, count)');
+    this._keepReferences();
   }
 
   /**
@@ -280,13 +296,18 @@ class SkinningViewBase extends BlockView {
 
   /**
    * Sets the inverse bind matrices.
-   * @param {HandleLike<BonesHandle>} handle `id` of what `createDataModel(2, …)` returned
+   * @param {ObjectOrHandle<BonesHandle>} handle `id` of what `createDataModel(2, …)` returned
    */
   setBonesModel(handle) {
-    if (handle >>> 0 !== handle) {
-      this._failWord('setBonesModel', 'handle', handle);
+    const word =
+      typeof handle === 'number' ? handle : this._handleOf('setBonesModel', 'handle', handle);
+    if (word >>> 0 !== word) {
+      this._failWord('setBonesModel', 'handle', word);
     }
-    this.u32[kSkinningBonesModel] = handle;
+    this.u32[kSkinningBonesModel] = word;
+    if (word !== handle || this._references.count !== 0) {
+      this._refer(kSkinningBonesModel, handle, word);
+    }
   }
 
   /**
@@ -331,23 +352,28 @@ class SkinningViewBase extends BlockView {
   /**
    * Sets the entity of bone i.
    * @param {number} i
-   * @param {HandleLike<EntityHandle>} handle
+   * @param {ObjectOrHandle<EntityHandle>} handle
    */
   setEntity(i, handle) {
     if (i >>> 0 !== i || i >= this.count) {
       this._failIndex('setEntity', 'i', i, this.count);
     }
-    if (handle >>> 0 !== handle) {
-      this._failWord('setEntity', 'handle', handle);
+    const word =
+      typeof handle === 'number' ? handle : this._handleOf('setEntity', 'handle', handle);
+    if (word >>> 0 !== word) {
+      this._failWord('setEntity', 'handle', word);
     }
-    this.u32[this._entities + i] = handle;
+    this.u32[this._entities + i] = word;
+    if (word !== handle || this._references.count !== 0) {
+      this._refer(this._entities + i, handle, word);
+    }
   }
 
   /**
    * Sets the inverse bind matrix and the entity of bone i.
    * @param {number} i
    * @param {number} index of its inverse bind matrix
-   * @param {HandleLike<EntityHandle>} handle of its entity
+   * @param {ObjectOrHandle<EntityHandle>} handle of its entity
    */
   setBone(i, index, handle) {
     if (i >>> 0 !== i || i >= this.count) {
@@ -356,11 +382,15 @@ class SkinningViewBase extends BlockView {
     if (index >>> 0 !== index) {
       this._failWord('setBone', 'index', index);
     }
-    if (handle >>> 0 !== handle) {
-      this._failWord('setBone', 'handle', handle);
+    const word = typeof handle === 'number' ? handle : this._handleOf('setBone', 'handle', handle);
+    if (word >>> 0 !== word) {
+      this._failWord('setBone', 'handle', word);
     }
     this.u32[kSkinningIndices + i] = index;
-    this.u32[this._entities + i] = handle;
+    this.u32[this._entities + i] = word;
+    if (word !== handle || this._references.count !== 0) {
+      this._refer(this._entities + i, handle, word);
+    }
   }
 }
 
@@ -388,6 +418,7 @@ class ControllerView extends BlockView {
       controllerLayer.size,
       maker
     );
+    this._keepReferences();
   }
 
   /**
@@ -427,14 +458,19 @@ class ControllerView extends BlockView {
 
   /**
    * Sets the binding.
-   * @param {HandleLike<BindingHandle>} handle of a binding; with `layout.handles.none` nothing
+   * @param {ObjectOrHandle<BindingHandle>} handle of a binding; with `layout.handles.none` nothing
    *   plays
    */
   setBindingHandle(handle) {
-    if (handle >>> 0 !== handle) {
-      this._failWord('setBindingHandle', 'handle', handle);
+    const word =
+      typeof handle === 'number' ? handle : this._handleOf('setBindingHandle', 'handle', handle);
+    if (word >>> 0 !== word) {
+      this._failWord('setBindingHandle', 'handle', word);
     }
-    this.u32[kControllerBindingHandle] = handle;
+    this.u32[kControllerBindingHandle] = word;
+    if (word !== handle || this._references.count !== 0) {
+      this._refer(kControllerBindingHandle, handle, word);
+    }
   }
 
   /**
@@ -507,17 +543,22 @@ class ControllerView extends BlockView {
   /**
    * Sets the first state of the chain of layer i.
    * @param {number} i
-   * @param {HandleLike<StateHandle>} handle of a state; with `layout.handles.none` the layer is
+   * @param {ObjectOrHandle<StateHandle>} handle of a state; with `layout.handles.none` the layer is
    *   empty
    */
   setFirstState(i, handle) {
     if (i >>> 0 !== i || i >= this.layerCount) {
       this._failIndex('setFirstState', 'i', i, this.layerCount);
     }
-    if (handle >>> 0 !== handle) {
-      this._failWord('setFirstState', 'handle', handle);
+    const word =
+      typeof handle === 'number' ? handle : this._handleOf('setFirstState', 'handle', handle);
+    if (word >>> 0 !== word) {
+      this._failWord('setFirstState', 'handle', word);
     }
-    this.u32[i * kControllerLayerStride + kControllerLayerFirstState] = handle;
+    this.u32[i * kControllerLayerStride + kControllerLayerFirstState] = word;
+    if (word !== handle || this._references.count !== 0) {
+      this._refer(i * kControllerLayerStride + kControllerLayerFirstState, handle, word);
+    }
   }
 
   /**
@@ -525,7 +566,7 @@ class ControllerView extends BlockView {
    * @param {number} i
    * @param {number} mode one of `layout.layerBlendModes`
    * @param {number} weight of the layer
-   * @param {HandleLike<StateHandle>} firstState handle of a state, or `layout.handles.none`
+   * @param {ObjectOrHandle<StateHandle>} firstState handle of a state, or `layout.handles.none`
    */
   setLayer(i, mode, weight, firstState) {
     if (i >>> 0 !== i || i >= this.layerCount) {
@@ -537,13 +578,20 @@ class ControllerView extends BlockView {
     if (typeof weight !== 'number') {
       this._failNumbers('setLayer', ['weight'], [weight]);
     }
-    if (firstState >>> 0 !== firstState) {
-      this._failWord('setLayer', 'firstState', firstState);
+    const firstStateWord =
+      typeof firstState === 'number'
+        ? firstState
+        : this._handleOf('setLayer', 'firstState', firstState);
+    if (firstStateWord >>> 0 !== firstStateWord) {
+      this._failWord('setLayer', 'firstState', firstStateWord);
     }
     const from = i * kControllerLayerStride;
     this.u32[from + kControllerLayerBlendMode] = mode;
     this.f32[from + kControllerLayerWeight] = weight;
-    this.u32[from + kControllerLayerFirstState] = firstState;
+    this.u32[from + kControllerLayerFirstState] = firstStateWord;
+    if (firstStateWord !== firstState || this._references.count !== 0) {
+      this._refer(from + kControllerLayerFirstState, firstState, firstStateWord);
+    }
   }
 }
 
@@ -572,6 +620,7 @@ class ControllerStateView extends BlockView {
       controllerClip.size,
       maker
     );
+    this._keepReferences();
   }
 
   /**
@@ -664,13 +713,18 @@ class ControllerStateView extends BlockView {
 
   /**
    * Sets the next state of the layer.
-   * @param {HandleLike<StateHandle>} handle of a state; `layout.handles.none` ends the chain
+   * @param {ObjectOrHandle<StateHandle>} handle of a state; `layout.handles.none` ends the chain
    */
   setNextState(handle) {
-    if (handle >>> 0 !== handle) {
-      this._failWord('setNextState', 'handle', handle);
+    const word =
+      typeof handle === 'number' ? handle : this._handleOf('setNextState', 'handle', handle);
+    if (word >>> 0 !== word) {
+      this._failWord('setNextState', 'handle', word);
     }
-    this.u32[kControllerStateNextState] = handle;
+    this.u32[kControllerStateNextState] = word;
+    if (word !== handle || this._references.count !== 0) {
+      this._refer(kControllerStateNextState, handle, word);
+    }
   }
 
   /**
@@ -688,16 +742,21 @@ class ControllerStateView extends BlockView {
   /**
    * Sets the handle of clip i.
    * @param {number} i
-   * @param {HandleLike<ClipHandle>} handle
+   * @param {ObjectOrHandle<ClipHandle>} handle
    */
   setClipHandle(i, handle) {
     if (i >>> 0 !== i || i >= this.clipCount) {
       this._failIndex('setClipHandle', 'i', i, this.clipCount);
     }
-    if (handle >>> 0 !== handle) {
-      this._failWord('setClipHandle', 'handle', handle);
+    const word =
+      typeof handle === 'number' ? handle : this._handleOf('setClipHandle', 'handle', handle);
+    if (word >>> 0 !== word) {
+      this._failWord('setClipHandle', 'handle', word);
     }
-    this.u32[i * kControllerClipStride + kControllerClipClipHandle] = handle;
+    this.u32[i * kControllerClipStride + kControllerClipClipHandle] = word;
+    if (word !== handle || this._references.count !== 0) {
+      this._refer(i * kControllerClipStride + kControllerClipClipHandle, handle, word);
+    }
   }
 
   /**
@@ -757,7 +816,7 @@ class ControllerStateView extends BlockView {
   /**
    * Sets clip i, its time and its weight.
    * @param {number} i
-   * @param {HandleLike<ClipHandle>} handle of the clip
+   * @param {ObjectOrHandle<ClipHandle>} handle of the clip
    * @param {number} time frames; wraps at the clip's length
    * @param {number} weight 0 skips the clip; it is not clamped
    */
@@ -765,16 +824,20 @@ class ControllerStateView extends BlockView {
     if (i >>> 0 !== i || i >= this.clipCount) {
       this._failIndex('setClip', 'i', i, this.clipCount);
     }
-    if (handle >>> 0 !== handle) {
-      this._failWord('setClip', 'handle', handle);
+    const word = typeof handle === 'number' ? handle : this._handleOf('setClip', 'handle', handle);
+    if (word >>> 0 !== word) {
+      this._failWord('setClip', 'handle', word);
     }
     if (typeof time !== 'number' || typeof weight !== 'number') {
       this._failNumbers('setClip', ['time', 'weight'], [time, weight]);
     }
     const from = i * kControllerClipStride;
-    this.u32[from + kControllerClipClipHandle] = handle;
+    this.u32[from + kControllerClipClipHandle] = word;
     this.f32[from + kControllerClipTime] = time;
     this.f32[from + kControllerClipWeight] = weight;
+    if (word !== handle || this._references.count !== 0) {
+      this._refer(from + kControllerClipClipHandle, handle, word);
+    }
   }
 
   /**
@@ -804,22 +867,27 @@ class ControllerStateView extends BlockView {
   /**
    * Additive layers: sets the reference pose, which is subtracted.
    * @param {number} i
-   * @param {HandleLike<ClipHandle>} handle of the clip
+   * @param {ObjectOrHandle<ClipHandle>} handle of the clip
    * @param {number} time frames
    */
   setReference(i, handle, time) {
     if (i >>> 0 !== i || i >= this.clipCount) {
       this._failIndex('setReference', 'i', i, this.clipCount);
     }
-    if (handle >>> 0 !== handle) {
-      this._failWord('setReference', 'handle', handle);
+    const word =
+      typeof handle === 'number' ? handle : this._handleOf('setReference', 'handle', handle);
+    if (word >>> 0 !== word) {
+      this._failWord('setReference', 'handle', word);
     }
     if (typeof time !== 'number') {
       this._failNumbers('setReference', ['time'], [time]);
     }
     const from = i * kControllerClipStride;
-    this.u32[from + kControllerClipReferenceClip] = handle;
+    this.u32[from + kControllerClipReferenceClip] = word;
     this.f32[from + kControllerClipReferenceTime] = time;
+    if (word !== handle || this._references.count !== 0) {
+      this._refer(from + kControllerClipReferenceClip, handle, word);
+    }
   }
 }
 

@@ -1,9 +1,9 @@
 'use strict';
 // Views of animators, skinning components, controllers and states. See docs/layouts.md for the bytes and
-// docs/animation.md for their meaning. Blocks refer to clips, entities and other objects by handle and keep nothing
-// alive: keep the objects.
+// docs/animation.md for their meaning. Blocks refer to clips, entities and other objects by handle; setters that get the
+// objects keep them alive.
 const { animator, skinning } = require('./layout');
-const { checkHandles, keepShape, show } = require('./value-checks');
+const { keepShape, show } = require('./value-checks');
 const {
   AnimatorViewBase,
   ControllerStateView,
@@ -11,6 +11,7 @@ const {
   SkinningViewBase,
 } = require('./view-animation-records');
 const { copyOut, countElements, failIndex, hasRoom } = require('./view-base');
+const { handlesOf } = require('./view-references');
 
 /**
  * @typedef {import('../types/handles').AnimatorHandle} AnimatorHandle
@@ -21,7 +22,7 @@ const { copyOut, countElements, failIndex, hasRoom } = require('./view-base');
 
 /**
  * @template {number} T
- * @typedef {import('../types/handles').HandleArray<T>} HandleArray
+ * @typedef {import('../types/handles').ObjectOrHandleArray<T>} ObjectOrHandleArray
  */
 
 /**
@@ -33,7 +34,8 @@ const { copyOut, countElements, failIndex, hasRoom } = require('./view-base');
  * An animator: its clips with times and weights, and the entities that they move, see `layout.animator`. Before an
  * update every record must name an existing clip, whatever its weight, or the process ends.
  *
- * The block refers to clips and entities by handle and keeps nothing alive: keep the objects.
+ * The block refers to clips and entities by handle. Give the setters the objects, which are then kept alive, or keep
+ * them yourself.
  */
 class AnimatorView extends AnimatorViewBase {
   /**
@@ -65,15 +67,18 @@ class AnimatorView extends AnimatorViewBase {
 
   /**
    * Writes entries of the target table, from entry `from`.
-   * @param {HandleArray<EntityHandle>} handles of entities
+   * @param {ObjectOrHandleArray<EntityHandle>} handles of entities, or entities
    * @param {number} [from] entry, default 0
    */
   setTargets(handles, from = 0) {
-    checkHandles('AnimatorView.setTargets', 'handles', handles);
-    if (from >>> 0 !== from || from + handles.length > this.entityCount) {
-      this._failTargets(handles, from);
+    const words = handlesOf('AnimatorView.setTargets', 'handles', handles);
+    if (from >>> 0 !== from || from + words.length > this.entityCount) {
+      this._failTargets(words, from);
     }
-    this.u32.set(handles, this._targets + from);
+    this.u32.set(words, this._targets + from);
+    if (words !== handles || this._references.count !== 0) {
+      this._references.storeAll(this._firstWord + this._targets + from, handles, words);
+    }
   }
 
   _failTargets(handles, from) {

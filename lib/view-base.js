@@ -3,6 +3,7 @@
 // Checks are small, so that the compiler inlines them; messages are built only on failure.
 const { bytesOf, floatsOf, wordsOf } = require('./block-bytes');
 const { failWord, isObject, show } = require('./value-checks');
+const { handleOf, referencesOf } = require('./view-references');
 
 /**
  * An output array of getters of several numbers.
@@ -73,6 +74,9 @@ function copyOut(source, from, length, out, at) {
  * All others throw a TypeError for an argument that is not a number, and a RangeError for an index out of range, a
  * handle of more than 32 bits, and an output array that is too short. Nothing is allocated per access.
  *
+ * Setters of handles also take the object that has the handle, and keep it alive for as long as the block holds the
+ * handle, and lives. What is given by a handle, or written through the arrays, is not kept.
+ *
  * Constructors throw a TypeError for an object without a buffer, such as one whose `id` is 0, and a RangeError for a
  * buffer of the wrong size.
  *
@@ -123,6 +127,22 @@ class BlockView {
   _bytes() {
     const { buffer, byteOffset } = this.u32;
     return new Uint8Array(buffer, byteOffset, this._byteLength);
+  }
+
+  /** Prepares for setters of handles. */
+  _keepReferences() {
+    this._references = referencesOf(this.u32.buffer);
+    this._firstWord = this.u32.byteOffset / 4;
+  }
+
+  /** The handle of an object. Throws for any other value. */
+  _handleOf(method, name, value) {
+    return handleOf(`${this._label}.${method}`, name, value);
+  }
+
+  /** Keeps what word `at` of the block refers to, if it was given as an object. */
+  _refer(at, given, handle) {
+    this._references.store(this._firstWord + at, given, handle);
   }
 
   /** Throws for an index out of range. */

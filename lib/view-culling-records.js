@@ -13,7 +13,7 @@ const { BlockView, copyOut, countElements, hasRoom } = require('./view-base');
 
 /**
  * @template {number} T
- * @typedef {import('../types/handles').HandleLike<T>} HandleLike
+ * @typedef {import('../types/handles').ObjectOrHandle<T>} ObjectOrHandle
  */
 
 /**
@@ -54,6 +54,7 @@ class CullingObjectsView extends BlockView {
      * @readonly
      */
     this.u8 = this._bytes();
+    this._keepReferences();
   }
 
   /**
@@ -237,16 +238,21 @@ class CullingObjectsView extends BlockView {
   /**
    * Attaches object i to a 3D entity.
    * @param {number} i
-   * @param {HandleLike<Entity3DHandle>} handle
+   * @param {ObjectOrHandle<Entity3DHandle>} handle
    */
   setEntity(i, handle) {
     if (i >>> 0 !== i || i >= this.count) {
       this._failIndex('setEntity', 'i', i, this.count);
     }
-    if (handle >>> 0 !== handle) {
-      this._failWord('setEntity', 'handle', handle);
+    const word =
+      typeof handle === 'number' ? handle : this._handleOf('setEntity', 'handle', handle);
+    if (word >>> 0 !== word) {
+      this._failWord('setEntity', 'handle', word);
     }
-    this.u32[i * kCullingObjectStride + kCullingObjectEntity] = handle;
+    this.u32[i * kCullingObjectStride + kCullingObjectEntity] = word;
+    if (word !== handle || this._references.count !== 0) {
+      this._refer(i * kCullingObjectStride + kCullingObjectEntity, handle, word);
+    }
   }
 }
 

@@ -16,6 +16,20 @@ const { reportReads } = require('./view-reads');
  * @typedef {import('../types/engine').EngineEntity<T>} EngineEntity
  */
 
+/**
+ * An element of a batch, as setters of views take it: its handle, with the batch that they keep alive.
+ * @template {import('../types/handles').EntityHandle} T
+ * @readonly
+ * @typedef {Object} BatchElement
+ * @property {T} id Handle of the element.
+ * @property {EngineEntity<T>} object The batch.
+ */
+
+/** An element of the batch of a view. */
+function elementOf(view, i) {
+  return Object.freeze({ id: view.handle(i), object: view.object });
+}
+
 // Words of a record.
 const kStride = entity3D.size / 4;
 const kRotation = entity3D.rotation / 4;
@@ -31,6 +45,16 @@ class Entity3DView extends Entity3DViewBase {
   constructor(entity) {
     super(entity);
     reportReads(this, entity);
+  }
+
+  /**
+   * Entity i with its batch: a setter that takes it, such as `SkinningView.setBone`, keeps the batch alive, which it can't
+   * by the handle alone. An object of its own each time.
+   * @param {number} i
+   * @returns {BatchElement<Entity3DHandle>}
+   */
+  element(i) {
+    return elementOf(this, i);
   }
 
   /**
@@ -110,6 +134,16 @@ class Entity2DView extends Entity2DViewBase {
   constructor(entity) {
     super(entity);
     reportReads(this, entity);
+  }
+
+  /**
+   * Entity i with its batch: a setter that takes it, such as `SkinningView.setBone`, keeps the batch alive, which it can't
+   * by the handle alone. An object of its own each time.
+   * @param {number} i
+   * @returns {BatchElement<Entity2DHandle>}
+   */
+  element(i) {
+    return elementOf(this, i);
   }
 
   /**

@@ -2,16 +2,9 @@
 // Views of lists that JavaScript passes to a call: lists of handles, masks and target lists. Their buffers belong to
 // the caller, who may reuse them after the call. See docs/layouts.md for the bytes.
 const { batchList, controllerMask, handles, targetGroup, targetLists } = require('./layout');
-const {
-  checkHandles,
-  failWord,
-  isArray,
-  isArrayBuffer,
-  isObject,
-  keepShape,
-  show,
-} = require('./value-checks');
+const { failWord, isArray, isArrayBuffer, isObject, keepShape, show } = require('./value-checks');
 const { failIndex, failNumbers } = require('./view-base');
+const { handleOf, handlesOf, keepFor, referencesOf } = require('./view-references');
 
 /**
  * @typedef {import('../types/engine').Engine} Engine
@@ -25,12 +18,12 @@ const { failIndex, failNumbers } = require('./view-base');
 
 /**
  * @template {number} T
- * @typedef {import('../types/handles').HandleArray<T>} HandleArray
+ * @typedef {import('../types/handles').ObjectOrHandleArray<T>} ObjectOrHandleArray
  */
 
 /**
  * @template {number} T
- * @typedef {import('../types/handles').HandleLike<T>} HandleLike
+ * @typedef {import('../types/handles').ObjectOrHandle<T>} ObjectOrHandle
  */
 
 const kLargestBlock = 0xffffffff;
@@ -67,7 +60,7 @@ const kListHandles = batchList.handles / 4;
  * A count and that many handles, the argument of {@link Engine.updateAnimators},
  * {@link Engine.updateAnimatorControllers}, {@link Engine.updateSkinningMatrices} and culling calls: pass
  * `list.buffer`. A culling call refuses an empty list. The buffer belongs to the caller, who may reuse it after the
- * call.
+ * call. It keeps the objects alive that it is given as objects.
  * @template {number} [H=number] handle type, by default any
  */
 class HandleList {
@@ -95,19 +88,23 @@ class HandleList {
      * @readonly
      */
     this.capacity = capacity;
+    this._references = referencesOf(this.buffer);
   }
 
   /**
    * Creates a list of these handles, which is then full.
    * @template {number} [H=number]
-   * @param {HandleArray<H>} values
+   * @param {ObjectOrHandleArray<H>} values
    * @returns {HandleList<H>}
    */
   static from(values) {
-    checkHandles('HandleList.from', 'values', values);
-    const list = new HandleList(values.length);
-    list.u32.set(values, kListHandles);
-    list.u32[kListCount] = values.length;
+    const words = handlesOf('HandleList.from', 'values', values);
+    const list = new HandleList(words.length);
+    list.u32.set(words, kListHandles);
+    list.u32[kListCount] = words.length;
+    if (words !== values) {
+      list._references.storeAll(kListHandles, values, words);
+    }
     return list;
   }
 
@@ -133,11 +130,13 @@ class HandleList {
 
   /**
    * Appends a handle. Throws a RangeError if the list is full.
-   * @param {HandleLike<H>} handle
+   * @param {ObjectOrHandle<H>} handle
    */
   append(handle) {
-    if (handle >>> 0 !== handle) {
-      failWord('HandleList.append', 'handle', handle);
+    const word =
+      typeof handle === 'number' ? handle : handleOf('HandleList.append', 'handle', handle);
+    if (word >>> 0 !== word) {
+      failWord('HandleList.append', 'handle', word);
     }
     const { u32 } = this;
     const count = u32[kListCount];
@@ -145,13 +144,19 @@ class HandleList {
       const found = `the list is full, with ${count} handles`;
       throw new RangeError(`HandleList.append: ${found}: clear it, or make a larger one.`);
     }
-    u32[kListHandles + count] = handle;
+    u32[kListHandles + count] = word;
     u32[kListCount] = count + 1;
+    if (word !== handle || this._references.count !== 0) {
+      this._references.store(kListHandles + count, handle, word);
+    }
   }
 
   /** Empties the list. */
   clear() {
     this.u32[kListCount] = 0;
+    if (this._references.count !== 0) {
+      this._references.clear();
+    }
   }
 }
 
@@ -161,7 +166,8 @@ const kMaskWeight = controllerMask.weight / 4;
 
 /**
  * The mask of a controller's layer: weights of some entities; all others keep weight 1. 8 bytes per entry, see
- * `layout.controllerMask`. `apply` copies it, so one mask can serve many layers.
+ * `layout.controllerMask`. `apply` copies it, so one mask can serve many layers. The mask keeps entities alive that it is
+ * given as objects, and `apply` lets the controller keep them.
  */
 class MaskView {
   /** @param {number} count number of entries; a new entry has no entity and weight 0 */
@@ -193,26 +199,31 @@ class MaskView {
      * @readonly
      */
     this.f32 = new Float32Array(this.buffer);
+    this._references = referencesOf(this.buffer);
   }
 
   /**
    * Sets the entity and the weight of entry i.
    * @param {number} i
-   * @param {HandleLike<EntityHandle>} entity handle; the first of several entries for an entity applies
+   * @param {ObjectOrHandle<EntityHandle>} entity or its handle; the first of several entries for an entity applies
    * @param {number} weight 0: the layer does not affect the entity
    */
   set(i, entity, weight) {
     if (i >>> 0 !== i || i >= this.count) {
       failIndex('MaskView.set', 'i', i, this.count);
     }
-    if (entity >>> 0 !== entity) {
-      failWord('MaskView.set', 'entity', entity);
+    const word = typeof entity === 'number' ? entity : handleOf('MaskView.set', 'entity', entity);
+    if (word >>> 0 !== word) {
+      failWord('MaskView.set', 'entity', word);
     }
     if (typeof weight !== 'number') {
       failNumbers('MaskView.set', ['weight'], [weight]);
     }
-    this.u32[i * kMaskStride + kMaskEntity] = entity;
+    this.u32[i * kMaskStride + kMaskEntity] = word;
     this.f32[i * kMaskStride + kMaskWeight] = weight;
+    if (word !== entity || this._references.count !== 0) {
+      this._references.store(i * kMaskStride + kMaskEntity, entity, word);
+    }
   }
 
   /**
@@ -246,6 +257,7 @@ class MaskView {
    */
   apply(controller, layer) {
     controller.setMaskAtIndex(layer, this.buffer, 0, this.count);
+    keepFor(controller, `mask ${layer}`, this._references.objects());
   }
 }
 
@@ -275,8 +287,8 @@ function findGroups(words, clipCount, targetWords) {
  * The targets of a clip: target k moves the entity of entry k.
  * @readonly
  * @typedef {Object} TargetGroup
- * @property {HandleLike<ClipHandle>} clip Handle of a clip.
- * @property {HandleArray<Entity3DHandle>} entities Handles of 3D entities; `layout.handles.none` for a target that moves
+ * @property {ObjectOrHandle<ClipHandle>} clip Handle of a clip.
+ * @property {ObjectOrHandleArray<Entity3DHandle>} entities Handles of 3D entities; `layout.handles.none` for a target that moves
  *   nothing.
  */
 
@@ -286,6 +298,8 @@ function findGroups(words, clipCount, targetWords) {
  *
  * A binding keeps the `targetWords` of its creation: `updateBinding` refuses longer lists. For lists that will grow,
  * pass `spareWords`, and as many in later calls.
+ *
+ * The lists keep clips and entities alive that they are given as objects, and let their bindings keep them.
  */
 class TargetListsView {
   /**
@@ -346,6 +360,8 @@ class TargetListsView {
      */
     this.u32 = words;
     this._groups = findGroups(words, clipCount, targetWords);
+    this._references = referencesOf(buffer);
+    this._firstWord = 0;
   }
 
   /**
@@ -365,7 +381,9 @@ class TargetListsView {
     const u32 = new Uint32Array(buffer, byteOffset, clipCount + targetWords);
     const _groups = findGroups(u32, clipCount, targetWords);
     const lists = { buffer, byteOffset, clipCount, targetWords, u32, _groups };
-    return Object.assign(Object.create(TargetListsView.prototype), lists);
+    const _references = referencesOf(buffer);
+    const own = Object.assign(lists, { _references, _firstWord: byteOffset / 4 });
+    return Object.assign(Object.create(TargetListsView.prototype), own);
   }
 
   /**
@@ -380,14 +398,18 @@ class TargetListsView {
       const cure = 'give an array of { clip, entities }';
       throw new TypeError(`${label}: groups is ${show(groups)}: ${cure}.`);
     }
-    groups.forEach(({ entities }, i) => checkHandles(label, `groups[${i}].entities`, entities));
+    const words = groups.map(({ entities }, i) => {
+      return handlesOf(label, `groups[${i}].entities`, entities);
+    });
     const lists = new TargetListsView(
-      groups.map(({ entities }) => entities.length),
+      words.map(({ length }) => length),
       spareWords
     );
     groups.forEach(({ clip, entities }, i) => {
       lists.setClip(i, clip);
-      lists.u32.set(entities, lists._groups[i] + kGroupEntities);
+      const at = lists._groups[i] + kGroupEntities;
+      lists.u32.set(words[i], at);
+      lists._references.storeAll(at, entities, words[i]);
     });
     return lists;
   }
@@ -407,16 +429,13 @@ class TargetListsView {
   /**
    * Sets the handle of clip i.
    * @param {number} i
-   * @param {HandleLike<ClipHandle>} handle of an existing clip; if a clip is listed twice, the first list applies
+   * @param {ObjectOrHandle<ClipHandle>} handle of an existing clip; if a clip is listed twice, the first list applies
    */
   setClip(i, handle) {
     if (i >>> 0 !== i || i >= this.clipCount) {
       failIndex('TargetListsView.setClip', 'i', i, this.clipCount);
     }
-    if (handle >>> 0 !== handle) {
-      failWord('TargetListsView.setClip', 'handle', handle);
-    }
-    this.u32[i] = handle;
+    this._write('TargetListsView.setClip', i, handle);
   }
 
   /**
@@ -445,14 +464,22 @@ class TargetListsView {
    * Sets the entity that target k of clip i moves.
    * @param {number} i
    * @param {number} k
-   * @param {HandleLike<Entity3DHandle>} handle of a 3D entity, or `layout.handles.none`
+   * @param {ObjectOrHandle<Entity3DHandle>} handle of a 3D entity, or `layout.handles.none`
    */
   setTarget(i, k, handle) {
     const at = this._targetAt('setTarget', i, k);
-    if (handle >>> 0 !== handle) {
-      failWord('TargetListsView.setTarget', 'handle', handle);
+    this._write('TargetListsView.setTarget', at, handle);
+  }
+
+  _write(label, at, handle) {
+    const word = typeof handle === 'number' ? handle : handleOf(label, 'handle', handle);
+    if (word >>> 0 !== word) {
+      failWord(label, 'handle', word);
     }
-    this.u32[at] = handle;
+    this.u32[at] = word;
+    if (word !== handle || this._references.count !== 0) {
+      this._references.store(this._firstWord + at, handle, word);
+    }
   }
 
   _targetAt(method, i, k) {
@@ -474,7 +501,11 @@ class TargetListsView {
    */
   createBinding(engine, mode = 1) {
     const { buffer, byteOffset, clipCount, targetWords } = this;
-    return engine.createAnimationClipBinding(buffer, byteOffset, clipCount, targetWords, mode);
+    const binding = engine.createAnimationClipBinding(
+      ...[buffer, byteOffset, clipCount, targetWords, mode]
+    );
+    keepFor(binding, 'lists', this._references.objects());
+    return binding;
   }
 
   /**
@@ -487,10 +518,14 @@ class TargetListsView {
    */
   updateBinding(binding, removedMode, keptMode, addedMode) {
     const { buffer, byteOffset, clipCount, targetWords } = this;
-    return binding.updateBinding(
+    const isAccepted = binding.updateBinding(
       ...[buffer, byteOffset, clipCount, targetWords],
       ...[removedMode, keptMode, addedMode]
     );
+    if (isAccepted) {
+      keepFor(binding, 'lists', this._references.objects());
+    }
+    return isAccepted;
   }
 }
 

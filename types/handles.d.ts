@@ -33,6 +33,28 @@ export type HandleLike<H extends number> = H | PlainNumber;
  */
 export type HandleArray<H extends number> = Uint32Array | ReadonlyArray<HandleLike<H>>;
 
+/**
+ * An object that has a handle: one of the engine, a view of one, an element of a batch (`entities.element(i)`), or a
+ * node of a scene.
+ *
+ * @typeParam H the kind of handle
+ */
+export type HandleOwner<H extends number> = { readonly id: H } | { readonly handle: H };
+
+/**
+ * Parameter type of setters that refer to an object: the object, which is then kept alive, or its handle.
+ *
+ * @typeParam H the kind of handle
+ */
+export type ObjectOrHandle<H extends number> = HandleLike<H> | HandleOwner<H>;
+
+/**
+ * The same for several: a `Uint32Array`, whose words have no handle type, or an array of objects and handles.
+ *
+ * @typeParam H the kind of handle
+ */
+export type ObjectOrHandleArray<H extends number> = Uint32Array | ReadonlyArray<ObjectOrHandle<H>>;
+
 /** A 2D entity. Element i of a batch has the `id` of the batch + i. */
 export type Entity2DHandle = Handle<'2D entity'>;
 

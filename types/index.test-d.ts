@@ -94,6 +94,17 @@ expectNotAssignable<nq.HandleLike<nq.ClipHandle>>('4096');
 expectNotAssignable<nq.HandleLike<nq.ClipHandle>>(null);
 expectNotAssignable<nq.HandleLike<nq.EntityHandle>>(undefined);
 
+// Setters of views also take the object.
+expectAssignable<nq.ObjectOrHandle<nq.ClipHandle>>(clip);
+expectAssignable<nq.ObjectOrHandle<nq.ClipHandle>>(clip.id);
+expectAssignable<nq.ObjectOrHandle<nq.EntityHandle>>(entity3D);
+expectAssignable<nq.ObjectOrHandle<nq.EntityHandle>>({ handle: entity3D.id });
+expectAssignable<nq.ObjectOrHandleArray<nq.EntityHandle>>([entity3D, entity2D.id, 4096]);
+expectNotAssignable<nq.ObjectOrHandle<nq.ClipHandle>>(entity3D);
+expectNotAssignable<nq.ObjectOrHandle<nq.Entity3DHandle>>(entity2D);
+expectNotAssignable<nq.ObjectOrHandle<nq.ClipHandle>>({});
+expectNotAssignable<nq.HandleLike<nq.ClipHandle>>(clip);
+
 // --- What the engine makes.
 
 expectType<nq.EngineEntity<nq.Entity3DHandle>>(entity3D);
@@ -466,6 +477,8 @@ const skinning = new nq.SkinningView(skin);
 expectType<nq.BonesHandle>(skinning.bonesModel());
 expectType<void>(skinning.setBonesModel(bones.id));
 expectType<void>(skinning.setBone(0, 0, entity3D.id));
+expectType<void>(skinning.setBonesModel(bones));
+expectError(skinning.setBonesModel(clip));
 expectType<Float32Array>(skinning.results);
 expectType<Float32Array>(skinning.result(0, out));
 expectError(skinning.setBonesModel(clip.id));

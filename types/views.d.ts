@@ -12,8 +12,8 @@ import type {
   Engine,
 } from './engine';
 import type {
-  HandleLike,
-  HandleArray,
+  ObjectOrHandle,
+  ObjectOrHandleArray,
   Entity2DHandle,
   Entity3DHandle,
   EntityHandle,
@@ -106,6 +106,12 @@ export declare class Entity3DView {
    */
   worldPosition<Out extends NumberArray>(i: number, out: Out, at?: number): Out;
 
+  /**
+   * Entity i with its batch: a setter that takes it, such as `SkinningView.setBone`, keeps the batch alive, which it can't
+   * by the handle alone. An object of its own each time.
+   */
+  element(i: number): BatchElement<Entity3DHandle>;
+
   /** Sets the rotation of entity i to Euler angles in radians, Rx · Ry · Rz, and its rotation mode. */
   setEuler(i: number, x: number, y: number, z: number): void;
 
@@ -129,6 +135,9 @@ export declare class Entity3DView {
  * All others throw a TypeError for an argument that is not a number, and a RangeError for an index out of range, a
  * handle of more than 32 bits, and an output array that is too short. Nothing is allocated per access.
  *
+ * Setters of handles also take the object that has the handle, and keep it alive for as long as the block holds the
+ * handle, and lives. What is given by a handle, or written through the arrays, is not kept.
+ *
  * Constructors throw a TypeError for an object without a buffer, such as one whose `id` is 0, and a RangeError for a
  * buffer of the wrong size.
  *
@@ -150,6 +159,14 @@ export interface BlockView<T extends SharedBlock<number>> {
 
 /** An output array of getters of several numbers. */
 export type NumberArray = number[] | Float32Array | Float64Array;
+
+/** An element of a batch, as setters of views take it: its handle, with the batch that they keep alive. */
+export interface BatchElement<T extends EntityHandle> {
+  /** Handle of the element. */
+  readonly id: T;
+  /** The batch. */
+  readonly object: EngineEntity<T>;
+}
 
 export interface Entity2DView extends BlockView<EngineEntity<Entity2DHandle>> {}
 
@@ -224,6 +241,12 @@ export declare class Entity2DView {
    * @param out 2 numbers
    */
   worldPosition<Out extends NumberArray>(i: number, out: Out, at?: number): Out;
+
+  /**
+   * Entity i with its batch: a setter that takes it, such as `SkinningView.setBone`, keeps the batch alive, which it can't
+   * by the handle alone. An object of its own each time.
+   */
+  element(i: number): BatchElement<Entity2DHandle>;
 
   /** Sets the local transform of entity i to identity: position 0, no rotation, scale 1. */
   reset(i: number): void;
@@ -375,7 +398,7 @@ export declare class CullingObjectsView {
   entity(i: number): Entity3DHandle;
 
   /** Attaches object i to a 3D entity. */
-  setEntity(i: number, handle: HandleLike<Entity3DHandle>): void;
+  setEntity(i: number, handle: ObjectOrHandle<Entity3DHandle>): void;
 }
 
 export interface AnimatorView extends BlockView<EngineComponent<AnimatorHandle>> {}
@@ -384,7 +407,8 @@ export interface AnimatorView extends BlockView<EngineComponent<AnimatorHandle>>
  * An animator: its clips with times and weights, and the entities that they move, see `layout.animator`. Before an
  * update every record must name an existing clip, whatever its weight, or the process ends.
  *
- * The block refers to clips and entities by handle and keeps nothing alive: keep the objects.
+ * The block refers to clips and entities by handle. Give the setters the objects, which are then kept alive, or keep
+ * them yourself.
  */
 export declare class AnimatorView {
   /**
@@ -409,7 +433,7 @@ export declare class AnimatorView {
   clipHandle(i: number): ClipHandle;
 
   /** Sets the handle of clip i. */
-  setClipHandle(i: number, handle: HandleLike<ClipHandle>): void;
+  setClipHandle(i: number, handle: ObjectOrHandle<ClipHandle>): void;
 
   /** Time of clip i in frames. */
   clipTime(i: number): number;
@@ -438,7 +462,7 @@ export declare class AnimatorView {
    * @param time frames; wraps at the clip's length
    * @param weight the clip is blended if 0 < weight <= 1
    */
-  setClip(i: number, handle: HandleLike<ClipHandle>, time: number, weight: number): void;
+  setClip(i: number, handle: ObjectOrHandle<ClipHandle>, time: number, weight: number): void;
 
   /** Handle of the entity in entry k of the target table. */
   target(k: number): EntityHandle;
@@ -448,7 +472,7 @@ export declare class AnimatorView {
    *
    * @param k entry of the target table, which concatenates the targets of all clips in their order
    */
-  setTarget(k: number, handle: HandleLike<EntityHandle>): void;
+  setTarget(k: number, handle: ObjectOrHandle<EntityHandle>): void;
 
   /** Number of clips that can play at once. */
   readonly clipCount: number;
@@ -459,10 +483,10 @@ export declare class AnimatorView {
   /**
    * Writes entries of the target table, from entry `from`.
    *
-   * @param handles of entities
+   * @param handles of entities, or entities
    * @param from entry, default 0
    */
-  setTargets(handles: HandleArray<EntityHandle>, from?: number): void;
+  setTargets(handles: ObjectOrHandleArray<EntityHandle>, from?: number): void;
 }
 
 export interface SkinningView extends BlockView<EngineComponent<SkinningHandle>> {}
@@ -492,7 +516,7 @@ export declare class SkinningView {
    *
    * @param handle `id` of what `createDataModel(2, …)` returned
    */
-  setBonesModel(handle: HandleLike<BonesHandle>): void;
+  setBonesModel(handle: ObjectOrHandle<BonesHandle>): void;
 
   /** Index of the inverse bind matrix of bone i. */
   matrixIndex(i: number): number;
@@ -504,7 +528,7 @@ export declare class SkinningView {
   entity(i: number): EntityHandle;
 
   /** Sets the entity of bone i. */
-  setEntity(i: number, handle: HandleLike<EntityHandle>): void;
+  setEntity(i: number, handle: ObjectOrHandle<EntityHandle>): void;
 
   /**
    * Sets the inverse bind matrix and the entity of bone i.
@@ -512,7 +536,7 @@ export declare class SkinningView {
    * @param index of its inverse bind matrix
    * @param handle of its entity
    */
-  setBone(i: number, index: number, handle: HandleLike<EntityHandle>): void;
+  setBone(i: number, index: number, handle: ObjectOrHandle<EntityHandle>): void;
 
   /** Number of bones. */
   readonly count: number;
@@ -589,13 +613,13 @@ export declare class ControllerStateView {
    *
    * @param handle of a state; `layout.handles.none` ends the chain
    */
-  setNextState(handle: HandleLike<StateHandle>): void;
+  setNextState(handle: ObjectOrHandle<StateHandle>): void;
 
   /** Handle of clip i. */
   clipHandle(i: number): ClipHandle;
 
   /** Sets the handle of clip i. */
-  setClipHandle(i: number, handle: HandleLike<ClipHandle>): void;
+  setClipHandle(i: number, handle: ObjectOrHandle<ClipHandle>): void;
 
   /** Time of clip i in frames. */
   clipTime(i: number): number;
@@ -624,7 +648,7 @@ export declare class ControllerStateView {
    * @param time frames; wraps at the clip's length
    * @param weight 0 skips the clip; it is not clamped
    */
-  setClip(i: number, handle: HandleLike<ClipHandle>, time: number, weight: number): void;
+  setClip(i: number, handle: ObjectOrHandle<ClipHandle>, time: number, weight: number): void;
 
   /** Additive layers: handle of the reference clip, whose pose is subtracted. */
   referenceClip(i: number): ClipHandle;
@@ -638,7 +662,7 @@ export declare class ControllerStateView {
    * @param handle of the clip
    * @param time frames
    */
-  setReference(i: number, handle: HandleLike<ClipHandle>, time: number): void;
+  setReference(i: number, handle: ObjectOrHandle<ClipHandle>, time: number): void;
 }
 
 export interface ControllerView extends BlockView<EngineAnimatorControllerModel> {}
@@ -668,7 +692,7 @@ export declare class ControllerView {
    *
    * @param handle of a binding; with `layout.handles.none` nothing plays
    */
-  setBindingHandle(handle: HandleLike<BindingHandle>): void;
+  setBindingHandle(handle: ObjectOrHandle<BindingHandle>): void;
 
   /** One of `layout.layerBlendModes`; any larger number is off. */
   blendMode(i: number): number;
@@ -697,7 +721,7 @@ export declare class ControllerView {
    *
    * @param handle of a state; with `layout.handles.none` the layer is empty
    */
-  setFirstState(i: number, handle: HandleLike<StateHandle>): void;
+  setFirstState(i: number, handle: ObjectOrHandle<StateHandle>): void;
 
   /**
    * Sets blend mode, weight and first state of layer i.
@@ -706,14 +730,14 @@ export declare class ControllerView {
    * @param weight of the layer
    * @param firstState handle of a state, or `layout.handles.none`
    */
-  setLayer(i: number, mode: number, weight: number, firstState: HandleLike<StateHandle>): void;
+  setLayer(i: number, mode: number, weight: number, firstState: ObjectOrHandle<StateHandle>): void;
 }
 
 /**
  * A count and that many handles, the argument of {@link Engine.updateAnimators},
  * {@link Engine.updateAnimatorControllers}, {@link Engine.updateSkinningMatrices} and culling calls: pass
  * `list.buffer`. A culling call refuses an empty list. The buffer belongs to the caller, who may reuse it after the
- * call.
+ * call. It keeps the objects alive that it is given as objects.
  *
  * @typeParam H handle type, by default any
  */
@@ -725,7 +749,7 @@ export declare class HandleList<H extends number = number> {
   constructor(capacity: number);
 
   /** Creates a list of these handles, which is then full. */
-  static from<H extends number = number>(values: HandleArray<H>): HandleList<H>;
+  static from<H extends number = number>(values: ObjectOrHandleArray<H>): HandleList<H>;
 
   /** The argument of calls. */
   readonly buffer: ArrayBuffer;
@@ -743,7 +767,7 @@ export declare class HandleList<H extends number = number> {
   handle(i: number): H;
 
   /** Appends a handle. Throws a RangeError if the list is full. */
-  append(handle: HandleLike<H>): void;
+  append(handle: ObjectOrHandle<H>): void;
 
   /** Empties the list. */
   clear(): void;
@@ -751,7 +775,8 @@ export declare class HandleList<H extends number = number> {
 
 /**
  * The mask of a controller's layer: weights of some entities; all others keep weight 1. 8 bytes per entry, see
- * `layout.controllerMask`. `apply` copies it, so one mask can serve many layers.
+ * `layout.controllerMask`. `apply` copies it, so one mask can serve many layers. The mask keeps entities alive that it is
+ * given as objects, and `apply` lets the controller keep them.
  */
 export declare class MaskView {
   /** @param count number of entries; a new entry has no entity and weight 0 */
@@ -772,10 +797,10 @@ export declare class MaskView {
   /**
    * Sets the entity and the weight of entry i.
    *
-   * @param entity handle; the first of several entries for an entity applies
+   * @param entity or its handle; the first of several entries for an entity applies
    * @param weight 0: the layer does not affect the entity
    */
-  set(i: number, entity: HandleLike<EntityHandle>, weight: number): void;
+  set(i: number, entity: ObjectOrHandle<EntityHandle>, weight: number): void;
 
   /** Handle of the entity of entry i. */
   entity(i: number): EntityHandle;
@@ -793,6 +818,8 @@ export declare class MaskView {
  *
  * A binding keeps the `targetWords` of its creation: `updateBinding` refuses longer lists. For lists that will grow,
  * pass `spareWords`, and as many in later calls.
+ *
+ * The lists keep clips and entities alive that they are given as objects, and let their bindings keep them.
  */
 export declare class TargetListsView {
   /**
@@ -845,7 +872,7 @@ export declare class TargetListsView {
    *
    * @param handle of an existing clip; if a clip is listed twice, the first list applies
    */
-  setClip(i: number, handle: HandleLike<ClipHandle>): void;
+  setClip(i: number, handle: ObjectOrHandle<ClipHandle>): void;
 
   /** Number of targets of clip i. */
   targetCount(i: number): number;
@@ -858,7 +885,7 @@ export declare class TargetListsView {
    *
    * @param handle of a 3D entity, or `layout.handles.none`
    */
-  setTarget(i: number, k: number, handle: HandleLike<Entity3DHandle>): void;
+  setTarget(i: number, k: number, handle: ObjectOrHandle<Entity3DHandle>): void;
 
   /**
    * Creates a binding of these lists, by {@link Engine.createAnimationClipBinding}.
@@ -889,7 +916,7 @@ export declare class TargetListsView {
 /** The targets of a clip: target k moves the entity of entry k. */
 export interface TargetGroup {
   /** Handle of a clip. */
-  readonly clip: HandleLike<ClipHandle>;
+  readonly clip: ObjectOrHandle<ClipHandle>;
   /** Handles of 3D entities; `layout.handles.none` for a target that moves nothing. */
-  readonly entities: HandleArray<Entity3DHandle>;
+  readonly entities: ObjectOrHandleArray<Entity3DHandle>;
 }

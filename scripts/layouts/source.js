@@ -102,6 +102,8 @@ const types = {
   StateHandle: { from: handles },
   HandleArray: { from: handles, parameter: 'number' },
   HandleLike: { from: handles, parameter: 'number' },
+  ObjectOrHandle: { from: handles, parameter: 'number' },
+  ObjectOrHandleArray: { from: handles, parameter: 'number' },
   Engine: { from: engine },
   EngineAnimatorControllerModel: { from: engine },
   EngineAnimatorControllerStateModel: { from: engine },

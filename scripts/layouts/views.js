@@ -97,7 +97,12 @@ function isNumber({ array, field: { view } }) {
   return array === 'f32' && view.holds !== 'boolean';
 }
 
-/** JSDoc type of a value; a parameter also accepts plain numbers for handles. */
+/** True for a field that refers to an object by its handle. */
+function isHandle({ field: { view } }) {
+  return view.holds !== undefined && view.holds !== 'boolean' && view.holds !== 'bits';
+}
+
+/** JSDoc type of a value; a parameter also accepts plain numbers for handles, and the objects that have them. */
 function typeOf({ field: { view } }, isParameter) {
   if (view.holds === 'boolean') {
     return 'boolean';
@@ -105,7 +110,7 @@ function typeOf({ field: { view } }, isParameter) {
   if (view.holds === undefined || view.holds === 'bits') {
     return 'number';
   }
-  return isParameter ? `HandleLike<${view.holds}>` : view.holds;
+  return isParameter ? `ObjectOrHandle<${view.holds}>` : view.holds;
 }
 
 function parameter(type, name, units) {
@@ -187,6 +192,11 @@ function getMethods(accessor) {
   ]);
 }
 
+/** Name of the word that a handle is written as. */
+function wordOf(value) {
+  return value === 'handle' ? 'word' : `${value}Word`;
+}
+
 /** Code that throws for values of the wrong type; consecutive numbers share one check. */
 function checkValues(name, given) {
   const lines = [];
@@ -202,6 +212,14 @@ function checkValues(name, given) {
       lines.push(
         `if (${names.map((one) => `typeof ${one} !== 'number'`).join(' || ')}) {`,
         `this._failNumbers('${name}', [${list}], [${names.join(', ')}]);`,
+        '}'
+      );
+    } else if (isHandle(accessor)) {
+      lines.push(
+        `const ${wordOf(value)} = typeof ${value} === 'number' ? ${value} : ` +
+          `this._handleOf('${name}', '${value}', ${value});`,
+        `if (${wordOf(value)} >>> 0 !== ${wordOf(value)}) {`,
+        `this._failWord('${name}', '${value}', ${wordOf(value)});`,
         '}'
       );
     } else if (holds !== 'boolean') {
@@ -223,8 +241,12 @@ function checkValues(name, given) {
 
 /** Code that stores values: a vector, several words of an element, or single words. */
 function storeValues(accessors, given) {
-  const stored = ({ field }, value) =>
-    field.view.holds === 'boolean' ? `${value} ? 1 : 0` : value;
+  const stored = (accessor, value) => {
+    if (isHandle(accessor)) {
+      return wordOf(value);
+    }
+    return accessor.field.view.holds === 'boolean' ? `${value} ? 1 : 0` : value;
+  };
   const [first] = accessors;
   if (typeof first.field.count === 'number') {
     const [vector, others] = [given.slice(0, first.field.count), given.slice(first.field.count)];
@@ -236,12 +258,21 @@ function storeValues(accessors, given) {
     ];
   }
   const shared = accessors.length > 1 && accessors.every(({ stride }) => stride !== null);
+  const placeOf = ({ start, at }) => (shared ? `from + ${start}` : at);
   return [
     ...(shared ? [`const from = ${first.stride};`] : []),
     ...given.map(({ accessor, value }) => {
-      const at = shared ? `from + ${accessor.start}` : accessor.at;
-      return `this.${accessor.array}[${at}] = ${stored(accessor, value)};`;
+      return `this.${accessor.array}[${placeOf(accessor)}] = ${stored(accessor, value)};`;
     }),
+    ...[].concat(
+      ...given
+        .filter(({ accessor }) => isHandle(accessor))
+        .map(({ accessor, value }) => [
+          `if (${wordOf(value)} !== ${value} || this._references.count !== 0) {`,
+          `this._refer(${placeOf(accessor)}, ${value}, ${wordOf(value)});`,
+          '}',
+        ])
+    ),
   ];
 }
 
@@ -298,6 +329,9 @@ function beginning(record, records, accessors) {
       ...comment(about, ['@type {Uint8Array}', '@readonly'], 2),
       'this.u8 = this._bytes();'
     );
+  }
+  if (accessors.some((accessor) => isHandle(accessor) && accessor.field.view.set !== undefined)) {
+    lines.push('this._keepReferences();');
   }
   lines.push('}');
   if (isBatch) {
