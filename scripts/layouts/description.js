@@ -3,18 +3,44 @@
 // lib/layout.js, types/layout.d.ts, docs/layouts.md, views and writers from it, and the facts that
 // tests/native/Engine/LayoutsTest.cpp compares with the native headers.
 //
-// A record has a fixed `size`, or is a block whose length depends on counts, its `parameters`. An offset is a number,
-// or a base plus bytes per count: { base: 4, count: 8 } is 4 + 8 × count. A field is `count` elements (a number or a
-// parameter) of a type or another record, `each` values wide. Fields, and padding marked `gap`, cover a record
-// without holes.
+// | Of a group | |
+// |---|---|
+// | title, about | heading of docs/layouts.md, and the paragraph below it |
+// | unit | 'argument': offsets are positions of arguments instead of bytes |
+// | records | as follows |
 //
-// `native` names what corresponds in a native header, if it is no field of `struct`: a constant, or a function of the
-// parameters in the offset.
+// A record has a fixed `size`, or is a block whose length depends on counts, its `parameters`. Its fields, and padding
+// marked `gap`, cover it without holes.
+//
+// | Of a record | |
+// |---|---|
+// | name, title, about | its name in lib/layout.js; heading and paragraph in docs/layouts.md |
+// | struct, header | the native struct, whose members have the names and types of the fields; its header |
+// | size, sizeNative | bytes, or the number of mandatory arguments; the native constant, if there is no struct |
+// | parameters, bytesNative | names of counts; the native function of them that returns the size of a block |
+// | constants | further numbers, such as strides: name, value, about, native |
+// | fields, view | see below |
+//
+// An offset is a number, or a base plus bytes per count: { base: 4, count: 8 } is 4 + 8 × count. A field is `count`
+// elements of a type or of another record, `each` values wide.
+//
+// | Of a field | |
+// |---|---|
+// | name, about | its name in lib/layout.js; its meaning, in all generated documents |
+// | offset | as above |
+// | type, of | 'u8', 'u32', 'i32' or 'f32'; or the name of another record, of which it is an array |
+// | count, each | number of elements, a number or a parameter; values per element; 1 if left out |
+// | by | what writes it: 'native' code, or 'both' sides; JavaScript if left out |
+// | gap | padding that is neither read nor written |
+// | optional | the last argument of a call, which may be left out |
+// | native, nativeHeader | what corresponds in the native header, or in another one, if it is no member of `struct`: a constant, or a function of the parameters in the offset |
+// | countNative | the native constant of `count` |
+// | view | see below |
 //
 // `view` of a record describes its view class, `view` of a field the accessors that scripts/layouts/views.js
 // generates:
 //
-// | Of a record | |
+// | Of a record's view | |
 // |---|---|
 // | class, isBase | the class; with `isBase` it is generated as "…Base", and a hand-written subclass adds the rest |
 // | file | lib/view-<file>-records.js |
@@ -22,17 +48,21 @@
 // | count | doc of `count`, or of the parameter that is the number of records in a block |
 // | handle, handleAbout, element | batches: handle type of an element, doc of `handle()`, name of an element |
 // | about | doc of the class |
-// | setters | methods that set several fields: name, about, getters of these fields, docs of parameters as `units` |
+// | setters | methods that set several fields: `name`, `about`; `sets`, the getters of the fields; `values`, parameter names, if they are not those of the fields; `units`, docs of parameters, added to those of the fields |
 //
-// | Of a field | |
+// | Of a field's view | |
 // |---|---|
 // | name | of the getter, if it differs from the field's |
-// | at, get, set | docs of xAt(i), x(i), setX(i, …); without one there is no such method |
-// | values | parameter names of the setter: one, or one per element |
+// | at, get, set | docs of xAt(i), x(i), setX(i, …); there is no xAt or setX without one, and a field without `view` has no method |
+// | values | parameter names of the setter, or of `setters`: one, or one per element |
 // | units | docs of parameters, by name |
 // | holds | handle type, 'boolean', or 'bits': a mask, which may be negative |
 // | index | name of the index, if it isn't i |
-// | parts | getters of a range of its elements: name, from, count, get |
+// | parts | getters of a range of its elements: `name`, `from`, `count`, `get`, the doc |
+//
+// Enumerations, limits and parts of handles are lists of values: `name`, `value`, `about`, and what corresponds
+// natively: `native` and its `header`. `native` of an enumeration is a pattern, in which {} is the name of the value.
+// Commands are described where their functions are: `command`, `batchCommand`, `flowValues`, `flowOperations`.
 
 const kWord = 'u32';
 const kFloat = 'f32';

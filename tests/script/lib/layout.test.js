@@ -2,6 +2,7 @@
 // The layouts of lib/layout.js: generated files are up to date, and agree with the library's other parts and with the
 // engine's blocks and calls. Offsets are compared with the structs by the native suite LayoutsTest.
 const assert = require('assert');
+const fs = require('fs');
 const { modulePath } = require('../support/host');
 const clip = require('../../../lib/clip');
 const commands = require('../../../lib/commands');
@@ -158,6 +159,36 @@ describe('enumerations and argument positions of the engine', () => {
       args.pop();
       args[positions.mask] = 2;
       assert.strictEqual(engine[method](...args), null, `${method} of another layer`);
+    }
+  });
+});
+
+describe('layout description', () => {
+  it('documents all properties of its entries in its first comment', () => {
+    const file = require.resolve('../../../scripts/layouts/description');
+    const [comment] = fs.readFileSync(file, 'utf8').split('\nconst ');
+    /** Properties in the first column of the tables whose head has this word. */
+    const documented = (head) => {
+      const [, rows] = comment.split(`// | Of a ${head} | |\n// |---|---|\n`);
+      assert(rows, head);
+      const names = rows.split('\n//\n')[0].match(/^\/\/ \| [^|]+/gm);
+      return [].concat(...names.map((cell) => cell.slice('// | '.length).trim().split(', ')));
+    };
+    const used = (entries) => Array.from(new Set([].concat(...entries.map(Object.keys)))).sort();
+    const viewsOf = (entries) => entries.map(({ view }) => view).filter(Boolean);
+    const { groups } = description;
+    const records = [].concat(...groups.map((group) => group.records));
+    const fields = [].concat(...records.map((record) => record.fields));
+    const kinds = { group: groups, record: records, field: fields };
+    kinds["record's view"] = viewsOf(records);
+    kinds["field's view"] = viewsOf(fields);
+    for (const kind of Object.keys(kinds)) {
+      assert.deepStrictEqual(documented(kind).sort(), used(kinds[kind]), kind);
+    }
+    const setters = [].concat(...viewsOf(records).map((view) => view.setters || []));
+    const parts = [].concat(...viewsOf(fields).map((view) => view.parts || []));
+    for (const name of [...used(setters), ...used(parts)]) {
+      assert(comment.includes(`\`${name}\``), name);
     }
   });
 });
