@@ -1,7 +1,15 @@
 'use strict';
 // Views of lists that JavaScript passes to a call: lists of handles, masks and target lists. Their buffers belong to
 // the caller, who may reuse them after the call. See docs/layouts.md for the bytes.
-const { batchList, controllerMask, handles, targetGroup, targetLists } = require('./layout');
+const { wordsOf } = require('./block-bytes');
+const {
+  addedModes,
+  batchList,
+  controllerMask,
+  handles,
+  targetGroup,
+  targetLists,
+} = require('./layout');
 const { failWord, isArray, isArrayBuffer, isObject, keepShape, show } = require('./value-checks');
 const { failIndex, failNumbers } = require('./view-base');
 const { handleOf, handlesOf, keepFor, referencesOf } = require('./view-references');
@@ -377,8 +385,9 @@ class TargetListsView {
     const label = 'TargetListsView.over';
     checkCount(label, 'clipCount', clipCount, 1, (count) => targetLists.bytes(count, 0));
     checkCount(label, 'targetWords', targetWords, 1, (count) => targetLists.bytes(0, count));
-    checkBuffer(label, buffer, byteOffset, targetLists.bytes(clipCount, targetWords));
-    const u32 = new Uint32Array(buffer, byteOffset, clipCount + targetWords);
+    const byteLength = targetLists.bytes(clipCount, targetWords);
+    checkBuffer(label, buffer, byteOffset, byteLength);
+    const u32 = wordsOf({ buffer, byteOffset, byteLength });
     const _groups = findGroups(u32, clipCount, targetWords);
     const lists = { buffer, byteOffset, clipCount, targetWords, u32, _groups };
     const _references = referencesOf(buffer);
@@ -499,7 +508,7 @@ class TargetListsView {
    * @param {number} [mode] one of `layout.addedModes`, by default `take`
    * @returns {EngineAnimationClipBinding}
    */
-  createBinding(engine, mode = 1) {
+  createBinding(engine, mode = addedModes.take) {
     const { buffer, byteOffset, clipCount, targetWords } = this;
     const binding = engine.createAnimationClipBinding(
       ...[buffer, byteOffset, clipCount, targetWords, mode]
