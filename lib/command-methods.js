@@ -87,8 +87,8 @@ class EntityCommandWriterBase extends StreamWriter {
   }
 
   /**
-   * 5, handle; 8 bytes. Clears links, bone bindings, names and inactivity of the entity and all its
-   * descendants.
+   * 5, handle; 8 bytes. Resets links, bone bindings, names, activity and world versions of the
+   * entity and all its descendants.
    * @param {HandleLike<EntityHandle>} handle
    * @returns {number}
    */

@@ -44,12 +44,8 @@ const kLargestBulk = 0x3fffffff;
 
 /**
  * Writes structural changes into {@link Engine.entityCommands}; the next {@link Engine.refreshWorldTransform}
- * executes them in order and empties the stream. 49,152 bytes:
- *
- * | Offset | Type | |
- * |---|---|---|
- * | 0 | u32 | L, bytes of commands; at most 49,148 |
- * | 4 | L bytes | commands: a number and its operands, u32 each |
+ * executes them in order and empties the stream. A command is its number and its operands, one word each; see
+ * `layout.entityCommandStream`.
  *
  * Methods return the byte offset of their command in the buffer. They throw a TypeError for an argument that is not a
  * number, and a RangeError for an invalid 32-bit handle or a command that does not fit. They don't check that handles
@@ -70,12 +66,8 @@ class EntityCommandWriter extends EntityCommandWriterBase {
 }
 
 /**
- * Writes {@link Engine.dirtyEntities}, the handles of entities whose records JavaScript has changed. 49,152 bytes:
- *
- * | Offset | Type | |
- * |---|---|---|
- * | 0 | u32 | N, number of entries; at most 12,287 |
- * | 4 i, i from 1 to N | u32 | a handle; duplicates are allowed |
+ * Writes {@link Engine.dirtyEntities}, the handles of entities whose records JavaScript has changed. Duplicates are
+ * allowed. See `layout.dirtyEntityList`.
  *
  * Entries of native code stay in the list for the next refresh: append, and clear only to discard the list. Methods
  * throw a TypeError for an argument that is not a number, and a RangeError for an invalid 32-bit handle or entries
@@ -212,12 +204,8 @@ class DirtyListWriter {
  */
 
 /**
- * Writes the stream of a command buffer. Each `execute` reads it from the start; only `reset` empties it.
- *
- * | Offset | Type | |
- * |---|---|---|
- * | 0 | u32 | bytes of commands |
- * | 4 | | commands: a type (i32) and its operand words, back to back |
+ * Writes the stream of a command buffer, see `layout.matrixFlowStream`. Each `execute` reads it from the start; only
+ * `reset` empties it.
  *
  * An operand is two words, `memoryID` and offset. Methods take their operands in the order of the stream, each as one
  * object, `scalarAdd(a, b, r)`, or all as pairs of numbers, `scalarAdd(aID, aOffset, bID, bOffset, rID, rOffset)`.

@@ -31,8 +31,8 @@ const kCullingObjectRadius = cullingObject.radius / 4;
 const kCullingObjectEntity = cullingObject.entity / 4;
 
 /**
- * A batch of culling objects: 28 bytes each, see `layout.cullingObject`. Centre and radius take
- * effect when the entity's world matrix is next recomputed, all other fields immediately.
+ * A batch of culling objects, see `layout.cullingObject`. Centre and radius take effect when the
+ * entity's world matrix is next recomputed, all other fields immediately.
  * @extends {BlockView<EngineComponent<CullingObjectHandle>>}
  */
 class CullingObjectsView extends BlockView {

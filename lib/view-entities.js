@@ -35,7 +35,7 @@ const kStride = entity3D.size / 4;
 const kRotation = entity3D.rotation / 4;
 
 /**
- * A batch of 3D entities: 108 bytes each, see `layout.entity3D`. Writes take effect at the next refresh, if the
+ * A batch of 3D entities, see `layout.entity3D`. Writes take effect at the next refresh, if the
  * entity is in the dirty list (see {@link DirtyListWriter}); world matrices are those of the last refresh.
  *
  * Getters of several numbers fill `out` from index `at`, and return it.
@@ -124,7 +124,7 @@ class Entity3DView extends Entity3DViewBase {
 }
 
 /**
- * A batch of 2D entities: 56 bytes each, see `layout.entity2D`. Writes take effect at the next refresh, if the entity
+ * A batch of 2D entities, see `layout.entity2D`. Writes take effect at the next refresh, if the entity
  * is in the dirty list (see {@link DirtyListWriter}); world matrices are those of the last refresh.
  *
  * Getters of several numbers fill `out` from index `at`, and return it.

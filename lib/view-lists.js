@@ -173,9 +173,9 @@ const kMaskEntity = controllerMask.entity / 4;
 const kMaskWeight = controllerMask.weight / 4;
 
 /**
- * The mask of a controller's layer: weights of some entities; all others keep weight 1. 8 bytes per entry, see
- * `layout.controllerMask`. `apply` copies it, so one mask can serve many layers. The mask keeps entities alive that it is
- * given as objects, and `apply` lets the controller keep them.
+ * The mask of a controller's layer: weights of some entities; all others keep weight 1. See `layout.controllerMask`.
+ * `apply` copies it, so one mask can serve many layers. The mask keeps entities alive that it is given as objects, and
+ * `apply` lets the controller keep them.
  */
 class MaskView {
   /** @param {number} count number of entries; a new entry has no entity and weight 0 */
@@ -190,7 +190,7 @@ class MaskView {
     // An empty mask still needs a buffer of at least one byte, or the call is ignored.
     const bytes = Math.max(count, 1) * controllerMask.size;
     /**
-     * The entries, 8 bytes each; 8 bytes for an empty mask, too.
+     * The entries; for an empty mask, one that is not used.
      * @type {ArrayBuffer}
      * @readonly
      */

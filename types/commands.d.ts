@@ -14,12 +14,8 @@ export interface EntityCommandWriter extends StreamWriter<Pick<Engine, 'entityCo
 
 /**
  * Writes structural changes into {@link Engine.entityCommands}; the next {@link Engine.refreshWorldTransform}
- * executes them in order and empties the stream. 49,152 bytes:
- *
- * | Offset | Type | |
- * |---|---|---|
- * | 0 | u32 | L, bytes of commands; at most 49,148 |
- * | 4 | L bytes | commands: a number and its operands, u32 each |
+ * executes them in order and empties the stream. A command is its number and its operands, one word each; see
+ * `layout.entityCommandStream`.
  *
  * Methods return the byte offset of their command in the buffer. They throw a TypeError for an argument that is not a
  * number, and a RangeError for an invalid 32-bit handle or a command that does not fit. They don't check that handles
@@ -57,8 +53,8 @@ export declare class EntityCommandWriter {
   removeFromParent(handle: HandleLike<EntityHandle>): number;
 
   /**
-   * 5, handle; 8 bytes. Clears links, bone bindings, names and inactivity of the entity and all its
-   * descendants.
+   * 5, handle; 8 bytes. Resets links, bone bindings, names, activity and world versions of the
+   * entity and all its descendants.
    */
   resetSubtree(handle: HandleLike<EntityHandle>): number;
 
@@ -117,12 +113,8 @@ export interface StreamWriter<Owner> {
 }
 
 /**
- * Writes {@link Engine.dirtyEntities}, the handles of entities whose records JavaScript has changed. 49,152 bytes:
- *
- * | Offset | Type | |
- * |---|---|---|
- * | 0 | u32 | N, number of entries; at most 12,287 |
- * | 4 i, i from 1 to N | u32 | a handle; duplicates are allowed |
+ * Writes {@link Engine.dirtyEntities}, the handles of entities whose records JavaScript has changed. Duplicates are
+ * allowed. See `layout.dirtyEntityList`.
  *
  * Entries of native code stay in the list for the next refresh: append, and clear only to discard the list. Methods
  * throw a TypeError for an argument that is not a number, and a RangeError for an invalid 32-bit handle or entries
@@ -163,12 +155,8 @@ export interface MatrixFlowWriter
   extends StreamWriter<Pick<EngineMatrixFlowCommandBuffer, 'buffer'>> {}
 
 /**
- * Writes the stream of a command buffer. Each `execute` reads it from the start; only `reset` empties it.
- *
- * | Offset | Type | |
- * |---|---|---|
- * | 0 | u32 | bytes of commands |
- * | 4 | | commands: a type (i32) and its operand words, back to back |
+ * Writes the stream of a command buffer, see `layout.matrixFlowStream`. Each `execute` reads it from the start; only
+ * `reset` empties it.
  *
  * An operand is two words, `memoryID` and offset. Methods take their operands in the order of the stream, each as one
  * object, `scalarAdd(a, b, r)`, or all as pairs of numbers, `scalarAdd(aID, aOffset, bID, bOffset, rID, rOffset)`.

@@ -45,9 +45,8 @@ export interface SharedBlock<H extends number = number> {
 export type PlainBuffer = ArrayBuffer & { readonly buffer?: undefined };
 
 /**
- * A batch of entities, created by {@link Engine.createEntity}. Records are 108 bytes each in 3D (`layout.entity3D`)
- * and 56 in 2D (`layout.entity2D`), contiguous in `buffer`; entity i has the handle `id + i`. A new record is all
- * zeros, including its scale.
+ * A batch of entities, created by {@link Engine.createEntity}. Their records, `layout.entity3D` or `layout.entity2D`,
+ * are contiguous in `buffer`; entity i has the handle `id + i`. A new record is all zeros, including its scale.
  *
  * When the object is garbage-collected, its entities are released: their children survive without a parent.
  *
@@ -57,8 +56,7 @@ export interface EngineEntity<H extends EntityHandle = EntityHandle> extends Sha
 
 /**
  * Culling objects, an animator or a skinning component, created by {@link Engine.createComponent}. For the bytes of
- * `buffer` see `layout.cullingObject` (28 per object), `layout.animator` (12 per clip and 4 per entity) and
- * `layout.skinning` (4, and 72 per bone).
+ * `buffer` see `layout.cullingObject`, `layout.animator` and `layout.skinning`.
  *
  * @typeParam H type of its handle: which of the three it is
  */
@@ -208,14 +206,15 @@ export interface CullingAnswer {
  */
 export interface Engine {
   /**
-   * The list of entities whose records JavaScript wrote, 49,152 bytes: a u32 count N, at most 12,287, and N handles.
-   * See {@link DirtyListWriter}. Append to the existing entries: native code lists entities, too.
+   * The list of entities whose records JavaScript wrote: a count, and that many handles. See
+   * `layout.dirtyEntityList` and {@link DirtyListWriter}. Append to the existing entries: native code lists entities,
+   * too.
    */
   readonly dirtyEntities: ArrayBuffer;
 
   /**
-   * The stream of structural changes, 49,152 bytes: a u32 length of at most 49,148 bytes, and the commands. See
-   * {@link EntityCommandWriter}.
+   * The stream of structural changes: the length of all commands in bytes, and the commands. See
+   * `layout.entityCommandStream` and {@link EntityCommandWriter}.
    */
   readonly entityCommands: ArrayBuffer;
 

@@ -29,7 +29,7 @@ import type {
 export interface Entity3DView extends BlockView<EngineEntity<Entity3DHandle>> {}
 
 /**
- * A batch of 3D entities: 108 bytes each, see `layout.entity3D`. Writes take effect at the next refresh, if the
+ * A batch of 3D entities, see `layout.entity3D`. Writes take effect at the next refresh, if the
  * entity is in the dirty list (see {@link DirtyListWriter}); world matrices are those of the last refresh.
  *
  * Getters of several numbers fill `out` from index `at`, and return it.
@@ -171,7 +171,7 @@ export interface BatchElement<T extends EntityHandle> {
 export interface Entity2DView extends BlockView<EngineEntity<Entity2DHandle>> {}
 
 /**
- * A batch of 2D entities: 56 bytes each, see `layout.entity2D`. Writes take effect at the next refresh, if the entity
+ * A batch of 2D entities, see `layout.entity2D`. Writes take effect at the next refresh, if the entity
  * is in the dirty list (see {@link DirtyListWriter}); world matrices are those of the last refresh.
  *
  * Getters of several numbers fill `out` from index `at`, and return it.
@@ -334,8 +334,8 @@ export declare class CullingAnswerView {
 export interface CullingObjectsView extends BlockView<EngineComponent<CullingObjectHandle>> {}
 
 /**
- * A batch of culling objects: 28 bytes each, see `layout.cullingObject`. Centre and radius take
- * effect when the entity's world matrix is next recomputed, all other fields immediately.
+ * A batch of culling objects, see `layout.cullingObject`. Centre and radius take effect when the
+ * entity's world matrix is next recomputed, all other fields immediately.
  */
 export declare class CullingObjectsView {
   /** @param component returned by `createComponent(1, count)` */
@@ -774,9 +774,9 @@ export declare class HandleList<H extends number = number> {
 }
 
 /**
- * The mask of a controller's layer: weights of some entities; all others keep weight 1. 8 bytes per entry, see
- * `layout.controllerMask`. `apply` copies it, so one mask can serve many layers. The mask keeps entities alive that it is
- * given as objects, and `apply` lets the controller keep them.
+ * The mask of a controller's layer: weights of some entities; all others keep weight 1. See `layout.controllerMask`.
+ * `apply` copies it, so one mask can serve many layers. The mask keeps entities alive that it is given as objects, and
+ * `apply` lets the controller keep them.
  */
 export declare class MaskView {
   /** @param count number of entries; a new entry has no entity and weight 0 */
@@ -785,7 +785,7 @@ export declare class MaskView {
   /** Number of entries. */
   readonly count: number;
 
-  /** The entries, 8 bytes each; 8 bytes for an empty mask, too. */
+  /** The entries; for an empty mask, one that is not used. */
   readonly buffer: ArrayBuffer;
 
   /** The entries as words. */

@@ -329,7 +329,7 @@ const groups = [
           class: 'CullingObjectsView',
           file: 'culling',
           about:
-            "A batch of culling objects: 28 bytes each, see `layout.cullingObject`. Centre and radius take effect when the entity's world matrix is next recomputed, all other fields immediately.",
+            "A batch of culling objects, see `layout.cullingObject`. Centre and radius take effect when the entity's world matrix is next recomputed, all other fields immediately.",
           argument: 'component',
           object: 'EngineComponent<CullingObjectHandle>',
           handle: 'CullingObjectHandle',
@@ -1245,7 +1245,7 @@ const enums = [
         'resetSubtree',
         5,
         [['handle', 'EntityHandle']],
-        'Clears links, bone bindings, names and inactivity of the entity and all its descendants.'
+        'Resets links, bone bindings, names, activity and world versions of the entity and all its descendants.'
       ),
       command(
         'bindToBone',
@@ -1284,7 +1284,7 @@ const enums = [
   {
     name: 'matrixFlowCommands',
     title: 'commands of `matrixFlowStream`',
-    about: '[MatrixFlow](matrixflow.md) describes their operands.',
+    about: '[MatrixFlow](matrixflow.md) has the encoding of operands.',
     header: flowHeader,
     native: 'MatrixFlowCommand::k{}',
     values: [
@@ -1297,7 +1297,11 @@ const enums = [
       ),
       ...[].concat(...Object.keys(flowValues).map(flowFamily)),
       // Its method is in lib/commands.js: it is the only one with a count besides its operands.
-      { name: 'bulkCopy', value: 9000, command: { operands: ['D', 'S'], words: 5 } },
+      {
+        name: 'bulkCopy',
+        value: 9000,
+        command: { operands: ['D', 'S'], words: 5, about: 'N, D, S. Moves 4 N bytes from S to D.' },
+      },
     ],
   },
   {

@@ -223,12 +223,33 @@ function recordTable(group, record, extent) {
 /** Who writes a field. */
 const writers = { script: 'JavaScript', native: 'native', both: 'JavaScript, native' };
 
+/** Operands of a command: "parent, child, index (among the other children)". */
+function operandsOf({ operands, isBatch }) {
+  const names = operands.map((operand) => {
+    const [name, , note] = [].concat(operand);
+    return `${isBatch ? 'n ' : ''}${name}${note ? ` (${note})` : ''}`;
+  });
+  return [...(isBatch ? ['n'] : []), ...names].join(', ');
+}
+
+/** Description of a value; of a command its operands and its effect. */
+function describeValue({ about = '', command }) {
+  if (command === undefined) {
+    return about;
+  }
+  // The effects of commands on values begin with the operands.
+  const isOnValues = typeof command.operands[0] === 'string';
+  return [...(isOnValues ? [] : [operandsOf(command)]), command.about].filter(Boolean).join('. ');
+}
+
 function valueTable(values) {
-  const bare = values.every(({ about }) => about === undefined);
+  const bare = values.every((value) => describeValue(value) === '');
   const head = bare ? ['| Value | Name |', '|---|---|'] : ['| Value | Name | |', '|---|---|---|'];
   return head.concat(
-    values.map(({ name, value, about = '' }) =>
-      bare ? `| ${value} | \`${name}\` |` : `| ${value} | \`${name}\` | ${about} |`
+    values.map((value) =>
+      bare
+        ? `| ${value.value} | \`${value.name}\` |`
+        : `| ${value.value} | \`${value.name}\` | ${describeValue(value)} |`
     ),
     ''
   );
