@@ -16,6 +16,7 @@ const { Model } = require('./scene/model');
 const { Node } = require('./scene/node');
 const { Players } = require('./scene/playback');
 const { Recording } = require('./scene/trace');
+const { ThreeInstances, ThreeWorld, toThree } = require('./scene/three');
 const { isObject, show } = require('./value-checks');
 const { CullingResultView } = require('./view-culling');
 
@@ -566,4 +567,16 @@ class Scene {
   }
 }
 
-module.exports = { Camera, Character, Model, Node, Recording, Scene, SceneStats, VisibleList };
+module.exports = {
+  Camera,
+  Character,
+  Model,
+  Node,
+  Recording,
+  Scene,
+  SceneStats,
+  ThreeInstances,
+  ThreeWorld,
+  VisibleList,
+  toThree,
+};

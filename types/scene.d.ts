@@ -665,3 +665,165 @@ export interface TraceEvent {
   /** Values of a counter, and facts. */
   readonly args?: { [name: string]: string | number };
 }
+
+/** Nodes whose world matrices are those of an `InstancedMesh`; made by `world.instances`. */
+export declare class ThreeInstances {
+  constructor(world: ThreeWorld<ThreeGroup>, mesh: ThreeInstancedMesh);
+
+  /** Number of nodes, visible or not. */
+  readonly count: number;
+
+  /** Adds a node. One that is disposed of is removed by the next update. */
+  add<T extends Node>(node: T): T;
+
+  /** Removes a node. */
+  remove(node: Node): void;
+}
+
+/**
+ * A scene for three.js, made by `toThree`. After `scene.update(seconds)`, `update` brings its objects up to date: those
+ * that follow nodes, skinned meshes of characters, and instances. In steady state it allocates nothing.
+ */
+export declare class ThreeWorld<G extends ThreeGroup> {
+  constructor(three: ThreeLibrary<G>, scene: Scene);
+
+  /** Its scene. */
+  readonly scene: Scene;
+
+  /** The group of all objects, to be added to a scene of three.js. Don't move it: matrices are those of the world. */
+  readonly root: G;
+
+  /**
+   * Lets an object of three.js follow a node: a mesh, a light, a camera, a group. It becomes a child of `root`, and its
+   * `matrix` is the node's world matrix, in place. A mesh is not culled by three.js any more.
+   *
+   * @param node in a socket, too
+   * @returns the object
+   */
+  follow<T extends ThreeObject>(object: T, node: Node): T;
+
+  /**
+   * Lets a `SkinnedMesh` of three.js follow a character, with a skeleton whose matrices are the character's. Meshes that
+   * have the same character and skin share one.
+   *
+   * @param mesh its geometry has skinIndex and skinWeight
+   * @param skin index, default 0
+   * @returns the mesh
+   */
+  bind<T extends ThreeSkinnedMesh>(mesh: T, character: Character, skin?: number): T;
+
+  /**
+   * Draws nodes by an `InstancedMesh` of three.js, which becomes a child of `root`.
+   *
+   * @param mesh made with the number of nodes that it has room for
+   * @returns to add and remove nodes
+   */
+  instances(mesh: ThreeInstancedMesh, nodes?: Iterable<Node>): ThreeInstances;
+
+  /** Removes an object that follows a node, or an `InstancedMesh`. It stays where it was, and can be used again. */
+  remove(object: ThreeObject): void;
+
+  /**
+   * Brings all objects up to date, as of the last update of the scene; what follows disposed nodes is removed.
+   *
+   * @param camera of the scene: only what it saw is drawn, and instances nearest first. What has no sphere is always
+   *   drawn; without a camera, all is.
+   */
+  update(camera?: Camera): void;
+
+  /** Removes all objects, and frees the textures of skeletons. The scene stays as it is. */
+  dispose(): void;
+}
+
+/** What this needs of a `Group` of three.js. */
+export type ThreeGroup = ThreeObject & ThreeParent;
+
+/** What this needs of an `Object3D` of three.js. */
+export interface ThreeObject {
+  /** Its transform: that of the node. */
+  matrix: ThreeMatrix;
+  /** Set to false, since the node moves it. */
+  matrixAutoUpdate: boolean;
+  /** Set by each update in which it is visible. */
+  matrixWorldNeedsUpdate: boolean;
+  /** Set by updates for a camera. */
+  visible: boolean;
+  /** Set to false for meshes, which the scene culls. */
+  frustumCulled: boolean;
+}
+
+/** A matrix of three.js. */
+export interface ThreeMatrix {
+  /** 16 numbers, column-major. */
+  elements: ArrayLike<number>;
+}
+
+/** An object that has others below it. */
+export interface ThreeParent {
+  /** Adds an object. */
+  add(object: ThreeObject): unknown;
+  /** Removes one. */
+  remove(object: ThreeObject): unknown;
+}
+
+/** What this needs of three.js: `THREE`, from `require('three')` or `import * as THREE from 'three'`. */
+export interface ThreeLibrary<G extends ThreeGroup> {
+  /** A class. */
+  Group: new () => G;
+  /** A class. */
+  Matrix4: new () => ThreeMatrix;
+  /** A class. */
+  Bone: new () => { matrixWorld: ThreeMatrix };
+  /** A class. */
+  Skeleton: new (bones: never[], boneInverses: never[]) => ThreeSkeleton;
+  /** A class. */
+  DataTexture: new (data: Float32Array, width: number, height: number) => { dispose(): void };
+  /** A constant. */
+  RGBAFormat: number;
+  /** A constant. */
+  FloatType: number;
+}
+
+/** What this needs of a `Skeleton` of three.js. */
+export interface ThreeSkeleton {
+  /** Called by the renderer before it draws. */
+  update(): void;
+  /** Frees its texture. */
+  dispose(): void;
+}
+
+/** What this needs of a `SkinnedMesh` of three.js. */
+export type ThreeSkinnedMesh = ThreeObject & ThreeBindable;
+
+/** An object that takes a skeleton. */
+export interface ThreeBindable {
+  /** That of the character. */
+  skeleton: ThreeSkeleton;
+  /** Sets it. */
+  bind(skeleton: ThreeSkeleton, bindMatrix?: ThreeMatrix): void;
+}
+
+/** What this needs of an `InstancedMesh` of three.js. */
+export type ThreeInstancedMesh = ThreeObject & ThreeInstanced;
+
+/** An object with a matrix for each instance. */
+export interface ThreeInstanced {
+  /** Set to the number of instances that are drawn. */
+  count: number;
+  /** 16 floats each. */
+  instanceMatrix: {
+    array: ArrayLike<number>;
+    needsUpdate: boolean;
+  };
+}
+
+/**
+ * Makes objects of three.js show a scene: `toThree(THREE, scene)`. Matrices are those of shared memory, without copies;
+ * instances, and skeletons of early versions, need one copy. Tested with three.js 0.147 and the newest.
+ *
+ * @param three `require('three')`, or `import * as THREE from 'three'`
+ */
+export declare function toThree<G extends ThreeGroup>(
+  three: ThreeLibrary<G>,
+  scene: Scene
+): ThreeWorld<G>;

@@ -156,18 +156,36 @@ describe('the latest three.js', () => {
   it('agrees with the module on Node 24', () => {
     succeed(runLine('npm install --no-audit --no-fund three@latest'));
     fs.writeFileSync(path.join(game, 'three-of-today.js'), hook);
-    const folder = path.join(root, 'tests', 'script', 'engine');
+    const suites = path.join(root, 'tests', 'script');
+    const folder = path.join(suites, 'engine');
     const files = fs
       .readdirSync(folder)
       .filter((file) => file.endsWith('-against-three.test.js'))
       .map((file) => path.join(folder, file));
     assert.strictEqual(files.length, 4, files.join());
+    files.push(path.join(suites, 'lib', 'scene', 'three.test.js'));
     const args = ['--expose-gc', '-r', path.join(game, 'three-of-today.js')];
     args.push(path.join(root, 'tests', 'run-suites.js'), ...files);
     const env = Object.assign({}, process.env, { NQ_MODULE: builtFile('nq_logic.node', '24') });
     const result = childProcess.spawnSync(hostBinary('24'), args, { encoding: 'utf8', env });
     const [, revision] = /^three\.js (\d+)$/m.exec(succeed(result));
     assert(Number(revision) > 147, revision);
+  });
+
+  it('has typings that toThree takes', () => {
+    const packages = 'three@latest @types/three@latest typescript@5';
+    succeed(runLine(`npm install --no-audit --no-fund ${packages}`));
+    fs.copyFileSync(path.join(__dirname, 'use-three.ts'), path.join(game, 'use-three.ts'));
+    const options = '--noEmit --strict --skipLibCheck --target es2020';
+    for (const resolution of [
+      'commonjs --moduleResolution node',
+      'esnext --moduleResolution bundler',
+    ]) {
+      assert.strictEqual(
+        succeed(runLine(`npx tsc ${options} --module ${resolution} use-three.ts`)),
+        ''
+      );
+    }
   });
 });
 

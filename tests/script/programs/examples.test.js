@@ -303,6 +303,29 @@ describe('expected numbers', () => {
     assert.deepStrictEqual(numbersIn(lines[1]), [count, 50]);
   });
 
+  it('14: a reed that bends by 45 degrees, and the stones that a frustum of three.js meets', () => {
+    const lines = expectedLines('14-interop');
+    const angle = quarter / 2;
+    const second = turned([0, 1], angle, [2, 1]);
+    // A vertex or a lamp above the second joint, by both angles.
+    const above = (x, y) => [...turned([x, y], 2 * angle, second), 0];
+    assert.deepStrictEqual(
+      numbersIn(lines[0]),
+      [...above(0.25, 1), ...above(0, 1)].map((value) => rounded(value))
+    );
+    const camera = new three.PerspectiveCamera(60, 16 / 9, 0.1, 100);
+    camera.position.set(12, 1, 5);
+    camera.updateMatrixWorld();
+    const frustum = new three.Frustum().setFromProjectionMatrix(
+      camera.projectionMatrix.clone().multiply(camera.matrixWorldInverse)
+    );
+    const seen = Array.from({ length: 20 }, (_, i) => new three.Vector3(3 * i, 0, -i))
+      .filter((place) => frustum.intersectsSphere(new three.Sphere(place, 0.9)))
+      .map(({ x }) => x);
+    assert(seen.length > 5 && seen.length < 15);
+    assert.deepStrictEqual(numbersIn(lines[1]), seen);
+  });
+
   it('08: throws of known speeds', () => {
     // Speed falls by 1/8 per frame, before the move: after n frames of 1/64 s, a speed of s at first has
     // led to (s n - n (n + 1) / 16) / 64. All of it is exact in floats.

@@ -4,6 +4,7 @@
 const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
+const three = require('three');
 const ts = require('typescript');
 const { modulePath } = require('../support/host');
 const { Typings, compile, complaints } = require('../support/typings');
@@ -180,6 +181,7 @@ function instances() {
   const matrixFlow = { buffer: new ArrayBuffer(64) };
   const scene = new layer.Scene({ engine });
   const model = layer.Model.from({ nodes: [], skins: [], animations: [] });
+  const world = layer.toThree(three, scene);
   return {
     AnimatorView: new nq.AnimatorView(engine.createComponent(2, 1, 1), 1),
     Camera: new layer.Camera(),
@@ -203,6 +205,8 @@ function instances() {
     Scene: scene,
     SceneStats: scene.stats,
     SkinningView: new nq.SkinningView(engine.createComponent(3, 1)),
+    ThreeInstances: world.instances(new three.InstancedMesh(undefined, undefined, 1)),
+    ThreeWorld: world,
     TargetListsView: new nq.TargetListsView([1]),
     VisibleList: new layer.Camera().visible,
   };
