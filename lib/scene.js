@@ -8,7 +8,14 @@
 const { performance } = require('perf_hooks');
 const { dataModelKinds } = require('./layout');
 const { load } = require('./load');
-const { Batch, ComponentPool, EntityBlocks, ObjectBlocks } = require('./scene/blocks');
+const {
+  Batch,
+  ComponentPool,
+  EntityBlocks,
+  ObjectBlocks,
+  RecordTemplate,
+  Skin,
+} = require('./scene/blocks');
 const { Camera, VisibleList } = require('./scene/camera');
 const { Changes } = require('./scene/changes');
 const { Character } = require('./scene/character');
@@ -52,9 +59,9 @@ const kCull = 2;
 const kSkin = 3;
 const kStages = 4;
 
-const kOrigin = [0, 0, 0];
 const kNoRotation = [0, 0, 0, 1];
-const kNoScale = [1, 1, 1];
+/** The transform of the character above the nodes of its model. */
+const kTop = { translation: [0, 0, 0], rotation: kNoRotation, scale: [1, 1, 1] };
 
 /** What the last update of a scene took and did. */
 class SceneStats {
@@ -228,7 +235,10 @@ class Scene {
         node.scale = scale;
       }
       if (parent !== null) {
-        parent.add(node);
+        if (parent.scene !== this || parent.isDisposed) {
+          parent.add(node); // throws
+        }
+        parent._take(node);
       }
     } catch (error) {
       node.dispose();
@@ -421,7 +431,7 @@ class Scene {
     }
     const index = this._blocks.take(1);
     this._changes.fit();
-    this._blocks.write(index, kOrigin, kNoRotation, kNoScale);
+    this._blocks.reset(index);
     this._blocks.parents[index] = -1;
     this._changes.mark(index);
     return new Node(this, index, name);
@@ -432,11 +442,18 @@ class Scene {
     let known = this._models.get(model);
     if (known === undefined) {
       const { engine } = this;
+      const bones = model.skins.map(({ inverseBindMatrices }) =>
+        engine.createDataModel(dataModelKinds.bones, inverseBindMatrices)
+      );
       known = {
         clips: model.clips.map(({ bytes }) => engine.createDataModel(dataModelKinds.clip, bytes)),
-        bones: model.skins.map(({ inverseBindMatrices }) =>
-          engine.createDataModel(dataModelKinds.bones, inverseBindMatrices)
-        ),
+        bones,
+        skins: model.skins.map(({ joints }, s) => Skin.start(bones[s].id, joints.length)),
+        records: new RecordTemplate([kTop, ...model.nodes]),
+        // Those of the nodes by their place in the run of a character, which begins with itself.
+        parents: Int32Array.from(model.nodes, ({ parent }) => 1 + parent),
+        targets: Uint32Array.from(model._targets, (node) => 1 + node),
+        joints: model.skins.map(({ joints }) => Uint32Array.from(joints, (node) => 1 + node)),
         characters: new Set(),
         free: [],
       };
@@ -447,76 +464,64 @@ class Scene {
   }
 
   _makeCharacter(model, known) {
-    const body = known.free.length > 0 ? known.free.pop() : this._makeBody(model, known);
-    this._blocks.write(body.first, kOrigin, kNoRotation, kNoScale);
-    this._changes.mark(body.first);
-    this._writeRest(model, body);
+    const body = known.free.length > 0 ? known.free.pop() : this._makeBody(known);
+    this._blocks.fill(body.first, known.records);
+    this._changes.markRange(body.first, known.records.count);
     const character = new Character(this, model, body);
     if (body.player !== null) {
       body.player.character = character;
     }
-    body.skins.forEach((skin) => {
+    for (const skin of body.skins) {
       skin.character = character;
       this._skins.add(skin, skin.view.id);
-    });
+    }
     const { center, radius } = model.bounds;
     character.setSphere(center[0], center[1], center[2], radius);
     known.characters.add(character);
-    this.root.add(character);
+    this.root._take(character);
     return character;
   }
 
   /** Entities, animator and skins for a character, linked with each other. */
-  _makeBody(model, known) {
-    const { nodes, skins, clips, _targets: targets } = model;
-    const first = this._blocks.take(1 + nodes.length);
+  _makeBody({ clips, skins: starts, parents, targets, joints }) {
+    const first = this._blocks.take(1 + parents.length);
     this._changes.fit();
     this._blocks.parents[first] = -1;
-    nodes.forEach(({ parent }, i) => {
-      this._changes.addChild(first + 1 + parent, first + 1 + i);
-    });
-    const handleOf = (node) => this._blocks.handle(first + 1 + node);
+    this._changes.addChildren(first, parents);
     let player = null;
     if (clips.length > 0) {
       const animator = this._pool.takeAnimator(targets.length);
-      const handles = targets.map(handleOf);
-      animator.setTargets(handles, 0);
-      animator.setTargets(handles, targets.length);
+      const at = animator.targetAt(0);
+      this._blocks.writeHandles(animator.u32, at, first, targets);
+      this._blocks.writeHandles(animator.u32, at + targets.length, first, targets);
       // An animator's clips have to exist even if they have no weight.
-      animator.setClip(0, known.clips[0].id, 0, 0);
-      animator.setClip(1, known.clips[0].id, 0, 0);
+      animator.setClip(0, clips[0].id, 0, 0);
+      animator.setClip(1, clips[0].id, 0, 0);
       player = this._players.create(animator);
     }
-    return {
-      first,
-      player,
-      clips: known.clips,
-      skins: skins.map(({ joints }, s) => {
-        const view = this._pool.takeSkin(joints.length);
-        view.setBonesModel(known.bones[s].id);
-        joints.forEach((joint, i) => view.setBone(i, i, handleOf(joint)));
-        return { view, character: null, place: 0 };
-      }),
-    };
+    const skins = joints.map((own, s) => {
+      const view = this._pool.takeSkin(own.length);
+      view.write(starts[s], this._blocks, first, own);
+      return { view, character: null, place: 0 };
+    });
+    return { first, player, clips, skins };
   }
 
-  /** Writes the transforms of a model at rest. */
-  _writeRest({ nodes }, { first }) {
-    for (let i = 0; i < nodes.length; ++i) {
-      const { translation, rotation, scale } = nodes[i];
-      this._blocks.write(first + 1 + i, translation, rotation, scale);
-    }
-    this._changes.markRange(first + 1, nodes.length);
+  /** Writes the transforms of a model at rest below a character. */
+  _writeRest(model, { first }) {
+    const { records } = this._models.get(model);
+    this._blocks.fillLocals(first, records, 1);
+    this._changes.markRange(first + 1, records.count - 1);
   }
 
   /** Takes back what a character has. */
   _takeBack(character) {
     const { model, _body: body, _object: object } = character;
     this._objects.give(object);
-    body.skins.forEach((skin) => {
+    for (const skin of body.skins) {
       this._skins.remove(skin);
       skin.character = null;
-    });
+    }
     if (body.player !== null) {
       body.player.character = null;
     }

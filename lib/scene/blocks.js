@@ -1,7 +1,8 @@
 'use strict';
 // Pools of a scene: entities and culling objects in blocks of equal size, which are kept for as long as the scene, and
 // components by their shape. What is given back is reused, so memory follows the largest number that lived at once.
-const { componentKinds, entity3D } = require('../layout');
+const { bytesOf, wordsOf } = require('../block-bytes');
+const { componentKinds, entity3D, skinning } = require('../layout');
 const { AnimatorView, SkinningView } = require('../view-animation');
 const { CullingObjectsView } = require('../view-culling');
 const { Entity3DView } = require('../view-entities');
@@ -13,6 +14,10 @@ const kElement = kBlock - 1;
 
 /** Words of a record of an entity. */
 const kStride = entity3D.size / 4;
+const kWorldMatrix = entity3D.worldMatrix / 4;
+
+/** Free runs are joined when one of this many entities was given back since the last time. */
+const kJoinShare = 8;
 
 const owner = Symbol('owner');
 
@@ -28,27 +33,52 @@ function grown(array, length) {
   return larger;
 }
 
+/** Records of entities as words, in a block of their own: to be copied into those of a scene. */
+class RecordTemplate {
+  /** @param {Object[]} transforms translation, rotation, scale of each */
+  constructor(transforms) {
+    const buffer = new ArrayBuffer(transforms.length * entity3D.size);
+    const view = new Entity3DView({ id: 0, buffer });
+    transforms.forEach(({ translation, rotation, scale }, i) => {
+      view.setQuaternion(i, rotation[0], rotation[1], rotation[2], rotation[3]);
+      view.setPosition(i, translation[0], translation[1], translation[2]);
+      view.setScale(i, scale[0], scale[1], scale[2]);
+    });
+    this.count = transforms.length;
+    /** All records. World matrices are zero, as in new blocks. */
+    this.words = view.u32;
+    /** The parts before the world matrices, a record each. */
+    this.locals = transforms.map((_, i) => {
+      return view.u32.subarray(i * kStride, i * kStride + kWorldMatrix);
+    });
+  }
+}
+
+const kIdentity = { translation: [0, 0, 0], rotation: [0, 0, 0, 1], scale: [1, 1, 1] };
+const identity = new RecordTemplate([kIdentity]);
+
 /**
  * 3D entities by index. Runs of consecutive indices are taken and given back; a run may cross from one block into the
- * next.
+ * next. A run is taken from one that was given back if there is one of that length, or else a longer one.
  */
 class EntityBlocks {
   constructor(engine) {
     this._engine = engine;
     this.views = [];
     this._ids = [];
-    this._end = 0;
+    /** Number of entities that there are, used or not. */
+    this.capacity = 0;
     /** First indices of free runs, by length. */
     this._free = new Map();
+    /** The rest of a longer run, which shorter ones are taken from. */
+    this._rest = 0;
+    this._restCount = 0;
+    /** Number of entities that were given back since free runs were last joined. */
+    this._given = 0;
     /** Number of entities in use. */
     this.used = 0;
     /** Index of the parent of each entity, or -1. */
     this.parents = new Int32Array(0);
-  }
-
-  /** Number of entities that there are, used or not. */
-  get capacity() {
-    return this.views.length * kBlock;
   }
 
   /** First index of a run of `count` entities, whose records are as they were left. */
@@ -58,34 +88,97 @@ class EntityBlocks {
     if (exact !== undefined && exact.length > 0) {
       return exact.pop();
     }
+    if (this._restCount < count) {
+      this._refill(count);
+    }
+    const first = this._rest;
+    this._rest += count;
+    this._restCount -= count;
+    return first;
+  }
+
+  /** Finds a rest of at least `count` entities. */
+  _refill(count) {
+    if (this._findLonger(count)) {
+      return;
+    }
+    // Only where much was given back, so that its cost is spread over that.
+    if (this._given >= count && kJoinShare * this._given >= this.capacity) {
+      this._join();
+      if (this._findLonger(count)) {
+        return;
+      }
+    }
+    this._grow(count);
+  }
+
+  /** Makes the shortest free run of at least `count` the rest; false if there is none. */
+  _findLonger(count) {
     let best = Infinity;
     for (const [length, firsts] of this._free) {
-      if (length > count && length < best && firsts.length > 0) {
+      if (length >= count && length < best && firsts.length > 0) {
         best = length;
       }
     }
-    if (best < Infinity) {
-      const first = this._free.get(best).pop();
-      this._release(first + count, best - count);
-      return first;
+    if (best === Infinity) {
+      return false;
     }
-    const first = this._end;
-    this._end += count;
-    while (this._end > this.capacity) {
+    this._dropRest();
+    this._rest = this._free.get(best).pop();
+    this._restCount = best;
+    return true;
+  }
+
+  _dropRest() {
+    if (this._restCount > 0) {
+      this._release(this._rest, this._restCount);
+      this._restCount = 0;
+    }
+  }
+
+  /** Joins adjacent free runs. */
+  _join() {
+    this._dropRest();
+    const runs = [];
+    for (const [length, firsts] of this._free) {
+      firsts.forEach((first) => runs.push({ first, length }));
+    }
+    this._free.clear();
+    runs.sort((a, b) => a.first - b.first);
+    for (let i = 0; i < runs.length; ) {
+      const { first } = runs[i];
+      let end = first;
+      for (; i < runs.length && runs[i].first === end; ++i) {
+        end += runs[i].length;
+      }
+      this._release(first, end - first);
+    }
+    this._given = 0;
+  }
+
+  /** Makes blocks for `count` entities, which the rest begins with. */
+  _grow(count) {
+    if (this._rest + this._restCount !== this.capacity) {
+      this._dropRest();
+      this._rest = this.capacity;
+    }
+    while (this._restCount < count) {
       const view = new Entity3DView(this._engine.createEntity(true, kBlock));
       keepWith(view.f32, view.object);
       this.views.push(view);
       this._ids.push(view.id);
+      this.capacity += kBlock;
+      this._restCount += kBlock;
     }
     if (this.parents.length < this.capacity) {
-      this.parents = grown(this.parents, this.capacity);
+      this.parents = grown(this.parents, Math.max(this.capacity, 2 * this.parents.length));
     }
-    return first;
   }
 
   /** Takes back a run, or a part of one. */
   give(first, count) {
     this.used -= count;
+    this._given += count;
     this._release(first, count);
   }
 
@@ -102,6 +195,20 @@ class EntityBlocks {
     return this._ids[index >>> kShift] + (index & kElement);
   }
 
+  /** Writes the handles of some entities of a run: those at `offsets` from its first. */
+  writeHandles(out, at, first, offsets) {
+    const ids = this._ids;
+    const firstHandle = this.handle(first);
+    const count = offsets.length;
+    const inBlock = kBlock - (first & kElement);
+    for (let i = 0; i < count; ++i) {
+      const offset = offsets[i];
+      const index = first + offset;
+      out[at + i] =
+        offset < inBlock ? firstHandle + offset : ids[index >>> kShift] + (index & kElement);
+    }
+  }
+
   view(index) {
     return this.views[index >>> kShift];
   }
@@ -111,13 +218,31 @@ class EntityBlocks {
     return (index & kElement) * kStride;
   }
 
-  /** Writes position, rotation and scale. */
-  write(index, position, rotation, scale) {
-    const view = this.view(index);
-    const element = index & kElement;
-    view.setQuaternion(element, rotation[0], rotation[1], rotation[2], rotation[3]);
-    view.setPosition(element, position[0], position[1], position[2]);
-    view.setScale(element, scale[0], scale[1], scale[2]);
+  /** Gives an entity its transform at rest. */
+  reset(index) {
+    this.view(index).u32.set(identity.locals[0], this.word(index));
+  }
+
+  /** Writes the records of a run, world matrices included. */
+  fill(first, { words, count }) {
+    for (let done = 0; done < count; ) {
+      const element = (first + done) & kElement;
+      const some = Math.min(count - done, kBlock - element);
+      const { u32 } = this.view(first + done);
+      const isAll = some === count;
+      u32.set(
+        isAll ? words : words.subarray(done * kStride, (done + some) * kStride),
+        element * kStride
+      );
+      done += some;
+    }
+  }
+
+  /** Writes the transforms of a run, but for the first `skipped`, and leaves its world matrices. */
+  fillLocals(first, { locals }, skipped) {
+    for (let i = skipped; i < locals.length; ++i) {
+      this.view(first + i).u32.set(locals[i], this.word(first + i));
+    }
   }
 }
 
@@ -180,6 +305,42 @@ class ObjectBlocks {
   }
 }
 
+/** A skinning component. A view of it is made when its results are asked for: most are only computed and drawn later. */
+class Skin {
+  constructor(object, count) {
+    this.object = object;
+    this.id = object.id;
+    this.count = count;
+    this._view = null;
+  }
+
+  /** Writes what it computes: the start of its block, and the entities at `joints` from the first of a run. */
+  write(start, blocks, first, joints) {
+    const words = wordsOf(bytesOf('Skin', this.object.buffer));
+    words.set(start);
+    blocks.writeHandles(words, skinning.entities(this.count) / 4, first, joints);
+  }
+
+  /** The start of its block: inverse bind matrices, of which joint i has the i-th. */
+  static start(bonesModel, count) {
+    const words = new Uint32Array(skinning.entities(count) / 4);
+    words[skinning.bonesModel / 4] = bonesModel;
+    for (let i = 0; i < count; ++i) {
+      words[skinning.indices / 4 + i] = i;
+    }
+    return words;
+  }
+
+  /** All results. */
+  get results() {
+    if (this._view === null) {
+      this._view = new SkinningView(this.object);
+      keepWith(this._view.results, this.object);
+    }
+    return this._view.results;
+  }
+}
+
 /** Components that are not in use, by their shape. */
 class ComponentPool {
   constructor(engine) {
@@ -220,13 +381,10 @@ class ComponentPool {
   }
 
   takeSkin(count) {
-    const pooled = takeFrom(this._skins, count);
-    if (pooled !== null) {
-      return pooled;
-    }
-    const view = new SkinningView(this._engine.createComponent(componentKinds.skinning, count));
-    keepWith(view.results, view.object);
-    return view;
+    return (
+      takeFrom(this._skins, count) ||
+      new Skin(this._engine.createComponent(componentKinds.skinning, count), count)
+    );
   }
 
   giveSkin(view) {
@@ -290,4 +448,12 @@ class Batch {
   }
 }
 
-module.exports = { Batch, ComponentPool, EntityBlocks, ObjectBlocks, grown };
+module.exports = {
+  Batch,
+  ComponentPool,
+  EntityBlocks,
+  ObjectBlocks,
+  RecordTemplate,
+  Skin,
+  grown,
+};

@@ -1,24 +1,26 @@
 'use strict';
 // What a frame changes in the tree: entities whose records were written, each once, and structural commands in their
-// order. A flush gives them to the engine, in as many passes as its list and stream need.
+// order. Both are kept as the words that the engine reads, so that a flush copies them, in as many passes as its list
+// and stream need.
 const { DirtyListWriter, EntityCommandWriter } = require('../commands');
+const { entityCommands } = require('../layout');
+const { streamWords } = require('../stream-writer');
 const { grown } = require('./blocks');
 
-const kAddRoot = 0;
-const kAddChild = 1;
-const kRemove = 2;
+/** Words of a command of one handle, and of one of two. */
+const kOneHandle = 2;
+const kTwoHandles = 3;
 
-/** Words of a queued command: kind and operands. */
-const kWords = 3;
+/** Words that holding back the root takes. */
+const kHoldWords = 4;
 
-/** Bytes that the longest queued command takes in the stream, and those that holding back the root takes. */
-const kCommandBytes = 12;
-const kHoldBytes = 16;
-
-const kUnmarked = 0;
-const kMarked = 1;
+// Marks of an entity, on top of twice the number of the flush.
+const kMarked = 0;
 /** Listed, but released since. */
-const kDropped = 2;
+const kDropped = 1;
+
+/** Flushes until marks are counted from the start again. */
+const kFlushes = 0x1fffffff;
 
 /** Changes of a scene that its engine does not know yet. */
 class Changes {
@@ -27,11 +29,17 @@ class Changes {
     this._blocks = blocks;
     this._commands = new EntityCommandWriter(engine);
     this._dirty = new DirtyListWriter(engine);
-    /** By index: whether the entity is in `_indices`. */
-    this.marks = new Uint8Array(0);
+    this._stream = streamWords('Scene', engine, 'entityCommands', 'give an engine');
+    this._list = streamWords('Scene', engine, 'dirtyEntities', 'give an engine');
+    /** By index: a mark of this flush, if the entity is listed. */
+    this.marks = new Uint32Array(0);
+    this._flush = 1;
+    /** Listed entities: their indices, and their handles. */
     this._indices = new Uint32Array(0);
+    this._handles = new Uint32Array(0);
     this._count = 0;
-    this._queue = new Uint32Array(64 * kWords);
+    this._dropped = 0;
+    this._queue = new Uint32Array(64 * kTwoHandles);
     this._queued = 0;
   }
 
@@ -39,17 +47,25 @@ class Changes {
   fit() {
     const { capacity } = this._blocks;
     if (this.marks.length < capacity) {
-      this.marks = grown(this.marks, capacity);
-      this._indices = grown(this._indices, capacity);
+      const room = Math.max(capacity, 2 * this.marks.length);
+      this.marks = grown(this.marks, room);
+      this._indices = grown(this._indices, room);
+      this._handles = grown(this._handles, room);
     }
   }
 
   /** Lists an entity, once. */
   mark(index) {
-    if (this.marks[index] === kUnmarked) {
-      this._indices[this._count++] = index;
+    const mark = 2 * this._flush;
+    const { marks } = this;
+    if (marks[index] < mark) {
+      marks[index] = mark;
+      this._indices[this._count] = index;
+      this._handles[this._count++] = this._blocks.handle(index);
+    } else if (marks[index] !== mark) {
+      marks[index] = mark;
+      --this._dropped;
     }
-    this.marks[index] = kMarked;
   }
 
   /** The same for consecutive entities. */
@@ -61,37 +77,63 @@ class Changes {
 
   /** Takes entities off the list again. */
   unmarkRange(first, count) {
+    const mark = 2 * this._flush + kMarked;
     for (let i = first; i < first + count; ++i) {
-      if (this.marks[i] === kMarked) {
-        this.marks[i] = kDropped;
+      if (this.marks[i] === mark) {
+        this.marks[i] = mark - kMarked + kDropped;
+        ++this._dropped;
       }
     }
   }
 
   addRoot(index) {
     this._blocks.parents[index] = -1;
-    this._push(kAddRoot, index, 0);
+    this._push(entityCommands.addRoot, this._blocks.handle(index));
   }
 
   addChild(parent, child) {
     this._blocks.parents[child] = parent;
-    this._push(kAddChild, parent, child);
+    const at = this._claim(kTwoHandles);
+    this._queue[at] = entityCommands.addChild;
+    this._queue[at + 1] = this._blocks.handle(parent);
+    this._queue[at + 2] = this._blocks.handle(child);
+  }
+
+  /** Links all of a run but its first: `parents` are places in the run. */
+  addChildren(first, parents) {
+    const { _blocks: blocks } = this;
+    const count = parents.length;
+    let at = this._claim(count * kTwoHandles);
+    const { _queue: queue } = this;
+    for (let i = 0; i < count; ++i, at += kTwoHandles) {
+      const parent = first + parents[i];
+      const child = first + 1 + i;
+      blocks.parents[child] = parent;
+      queue[at] = entityCommands.addChild;
+      queue[at + 1] = blocks.handle(parent);
+      queue[at + 2] = blocks.handle(child);
+    }
   }
 
   remove(index) {
     this._blocks.parents[index] = -1;
-    this._push(kRemove, index, 0);
+    this._push(entityCommands.removeFromParent, this._blocks.handle(index));
   }
 
-  _push(kind, a, b) {
-    const at = this._queued * kWords;
-    if (at === this._queue.length) {
-      this._queue = grown(this._queue, 2 * at);
+  _push(number, handle) {
+    const at = this._claim(kOneHandle);
+    this._queue[at] = number;
+    this._queue[at + 1] = handle;
+  }
+
+  /** Index in the queue of further words. */
+  _claim(words) {
+    const at = this._queued;
+    this._queued += words;
+    if (this._queued > this._queue.length) {
+      this._queue = grown(this._queue, 2 * this._queued);
     }
-    this._queue[at] = kind;
-    this._queue[at + 1] = a;
-    this._queue[at + 2] = b;
-    ++this._queued;
+    return at;
   }
 
   /**
@@ -101,8 +143,7 @@ class Changes {
   flush(root) {
     const rootHandle = this._blocks.handle(root);
     const { _commands: commands, _dirty: dirty } = this;
-    const isMany =
-      this._count > dirty.room || this._queued * kCommandBytes + kHoldBytes > commands.room;
+    const isMany = this._count > dirty.room || 4 * (this._queued + kHoldWords) > commands.room;
     // Activating the root computes all below it, so hold it back only where most of that changes anyway.
     const isHeld = isMany && 2 * this._count > this._blocks.used;
     if (isHeld) {
@@ -113,17 +154,8 @@ class Changes {
     let passes = 0;
     let isLeft = true;
     while (isLeft) {
-      while (command < this._queued && commands.room >= kCommandBytes + kHoldBytes) {
-        this._write(command++);
-      }
-      for (let room = dirty.room; room > 0 && entity < this._count; ++entity) {
-        const index = this._indices[entity];
-        if (this.marks[index] === kMarked) {
-          dirty.append(this._blocks.handle(index));
-          --room;
-        }
-        this.marks[index] = kUnmarked;
-      }
+      command = this._writeCommands(command);
+      entity = this._writeEntities(entity);
       isLeft = command < this._queued || entity < this._count;
       if (isHeld && !isLeft) {
         commands.activate(rootHandle);
@@ -132,21 +164,65 @@ class Changes {
       ++passes;
     }
     this._count = 0;
+    this._dropped = 0;
     this._queued = 0;
+    if (++this._flush === kFlushes) {
+      this.marks.fill(0);
+      this._flush = 1;
+    }
     return passes;
   }
 
-  _write(i) {
-    const at = i * kWords;
-    const kind = this._queue[at];
-    const first = this._blocks.handle(this._queue[at + 1]);
-    if (kind === kAddChild) {
-      this._commands.addChild(first, this._blocks.handle(this._queue[at + 2]));
-    } else if (kind === kRemove) {
-      this._commands.removeFromParent(first);
-    } else {
-      this._commands.addRoot(first);
+  /** Copies commands from word `from` into the stream, as many as fit. Returns the first word of the others. */
+  _writeCommands(from) {
+    const { _queue: queue, _queued: queued, _stream: stream } = this;
+    const room = this._commands.room / 4 - kHoldWords;
+    let end = queued;
+    if (queued - from > room) {
+      end = from;
+      for (let next = end; next - from <= room; next += wordsOf(queue[next])) {
+        end = next;
+      }
     }
+    copy(stream, stream[0] / 4 + 1, queue, from, end);
+    stream[0] += 4 * (end - from);
+    return end;
+  }
+
+  /** The same for listed entities. */
+  _writeEntities(from) {
+    const { _list: list, _count: count } = this;
+    const room = Math.max(0, list.length - 1 - list[0]);
+    if (this._dropped === 0) {
+      const end = Math.min(count, from + room);
+      copy(list, list[0] + 1, this._handles, from, end);
+      list[0] += end - from;
+      return end;
+    }
+    const { _indices: indices, _handles: handles, marks } = this;
+    const mark = 2 * this._flush + kMarked;
+    const past = list.length;
+    let at = list[0] + 1;
+    let i = from;
+    for (; i < count && at < past; ++i) {
+      if (marks[indices[i]] === mark) {
+        list[at++] = handles[i];
+      }
+    }
+    list[0] = at - 1;
+    return i;
+  }
+}
+
+function wordsOf(number) {
+  return number === entityCommands.addChild ? kTwoHandles : kOneHandle;
+}
+
+/** Copies words from `from` until `end`. By a loop, since `set` needs a view of the range, which is garbage. */
+function copy(out, at, words, from, end) {
+  const shift = at - from;
+  for (let i = from; i < end; ++i) {
+    out[i + shift] = words[i];
   }
 }
 

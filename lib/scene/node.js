@@ -42,9 +42,10 @@ function checkNumbers(label, names, values) {
     const cure = `give ${names.length} numbers, ${names.join(', ')}`;
     throw new TypeError(`${label}: it is ${show(values)}: ${cure}.`);
   }
-  const numbers = Array.from(values);
-  if (numbers.some((value) => typeof value !== 'number')) {
-    failNumbers(label, names, numbers);
+  for (let i = 0; i < names.length; ++i) {
+    if (typeof values[i] !== 'number') {
+      failNumbers(label, names, Array.from(values));
+    }
   }
 }
 
@@ -340,12 +341,7 @@ class Node {
     }
     if (child._parent !== this) {
       child._leave();
-      if (this._children === null) {
-        this._children = new Set();
-      }
-      this._children.add(child);
-      child._parent = this;
-      this._changes.addChild(this._index, child._index);
+      this._take(child);
     }
     return child;
   }
@@ -446,6 +442,16 @@ class Node {
   /** The next node above: that of a part of a character is the character. */
   _above() {
     return this._parent;
+  }
+
+  /** Adds a node that has no parent. */
+  _take(child) {
+    if (this._children === null) {
+      this._children = new Set();
+    }
+    this._children.add(child);
+    child._parent = this;
+    this._changes.addChild(this._index, child._index);
   }
 
   _leave() {
