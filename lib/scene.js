@@ -203,7 +203,16 @@ class Scene {
    * @type {number}
    */
   get nodeCount() {
+    this._check('Scene.nodeCount');
     return this._blocks.used - 1;
+  }
+
+  /**
+   * Whether it was disposed of: it can no longer be used.
+   * @type {boolean}
+   */
+  get isDisposed() {
+    return this._isDisposed;
   }
 
   /**

@@ -58,6 +58,9 @@ export declare class Scene {
   /** Number of nodes, those of characters included. */
   readonly nodeCount: number;
 
+  /** Whether it was disposed of: it can no longer be used. */
+  readonly isDisposed: boolean;
+
   /** Makes a node. */
   node(options?: NodeOptions): Node;
 

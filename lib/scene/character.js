@@ -118,6 +118,7 @@ class Character extends Node {
    * @returns {T} the node
    */
   attach(node, to) {
+    this._check('attach');
     this.node(to).add(node);
     return node;
   }

@@ -271,6 +271,7 @@ class Model {
    * @returns {ModelClip}
    */
   clip(clip) {
+    this._check('clip');
     let found;
     if (typeof clip === 'number' && clip < this.clips.length && clip >>> 0 === clip) {
       return this.clips[clip];
@@ -302,6 +303,7 @@ class Model {
    * @returns {number}
    */
   nodeIndex(name) {
+    this._check('nodeIndex');
     const index = this.nodes.findIndex((node) => node.name === name);
     if (index < 0) {
       const names = this.nodes.map((node) => `'${node.name}'`).join(', ');
@@ -316,6 +318,12 @@ class Model {
     this._isDisposed = true;
     for (const scene of Array.from(this._scenes)) {
       scene._forget(this);
+    }
+  }
+
+  _check(method) {
+    if (this._isDisposed) {
+      throw new Error(`Model.${method}: model '${this.name}' is disposed of: load it again.`);
     }
   }
 }

@@ -36,17 +36,23 @@ function computeWorld(blocks, index) {
   }
 }
 
-/** Throws unless a value has `length` numbers. */
-function checkNumbers(label, names, values) {
+/** Throws unless a value has as many numbers as names. */
+function checkNumbers(node, property, names, values) {
+  let isRight = isObject(values) && values.length === names.length;
+  for (let i = 0; isRight && i < names.length; ++i) {
+    isRight = typeof values[i] === 'number';
+  }
+  if (!isRight) {
+    failValues(`${node._label}.${property}`, names, values);
+  }
+}
+
+function failValues(label, names, values) {
   if (!isObject(values) || values.length !== names.length) {
     const cure = `give ${names.length} numbers, ${names.join(', ')}`;
     throw new TypeError(`${label}: it is ${show(values)}: ${cure}.`);
   }
-  for (let i = 0; i < names.length; ++i) {
-    if (typeof values[i] !== 'number') {
-      failNumbers(label, names, Array.from(values));
-    }
-  }
+  failNumbers(label, names, Array.from(values));
 }
 
 const kAxes = ['x', 'y', 'z'];
@@ -181,6 +187,7 @@ class Node {
    * @param {number} z
    */
   setEuler(x, y, z) {
+    this._check('setEuler');
     if (typeof x !== 'number' || typeof y !== 'number' || typeof z !== 'number') {
       failNumbers(`${this._label}.setEuler`, kAxes, [x, y, z]);
     }
@@ -225,7 +232,7 @@ class Node {
 
   set position(values) {
     this._check('position');
-    checkNumbers(`${this._label}.position`, kAxes, values);
+    checkNumbers(this, 'position', kAxes, values);
     this.setPosition(values[0], values[1], values[2]);
   }
 
@@ -239,7 +246,7 @@ class Node {
 
   set quaternion(values) {
     this._check('quaternion');
-    checkNumbers(`${this._label}.quaternion`, kQuaternion, values);
+    checkNumbers(this, 'quaternion', kQuaternion, values);
     this.setQuaternion(values[0], values[1], values[2], values[3]);
   }
 
@@ -253,7 +260,7 @@ class Node {
 
   set scale(values) {
     this._check('scale');
-    checkNumbers(`${this._label}.scale`, kAxes, values);
+    checkNumbers(this, 'scale', kAxes, values);
     this.setScale(values[0], values[1], values[2]);
   }
 

@@ -222,6 +222,11 @@ function once(budget, prepare, body) {
     body(input);
     samples.push(now() - start);
   }
+  return reported(samples);
+}
+
+/** The reported statistic of samples. */
+function reported(samples) {
   return reportsBest ? Math.min(...samples) : median(samples);
 }
 
@@ -235,5 +240,6 @@ module.exports = {
   median,
   now,
   once,
+  reported,
   reportStatistic,
 };

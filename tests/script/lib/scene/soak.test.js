@@ -1,0 +1,163 @@
+'use strict';
+// Objects of scenes that come and go: memory over thousands of them, and the use of those that were disposed of.
+const assert = require('assert');
+const { Camera, Character, Model, Node, Scene } = require('../../../../scene');
+const nq = require('../../../../lib');
+const { makeFigure } = require('../../../../bench/script/lib/scene-figure');
+const { assertCleanExit, runScript } = require('../../support/child');
+const { sanitized } = require('../../support/host');
+
+const engine = nq.getEngine();
+const kBounds = { center: [0, 0, 0], radius: 1 };
+
+describe('a scene in which characters come and go', () => {
+  it('neither grows nor waits for collections', function () {
+    if (sanitized) {
+      this.skip();
+    }
+    const result = runScript('soak.js', '10');
+    assertCleanExit(result);
+    const samples = JSON.parse(result.stdout);
+    const warm = samples[Math.floor(samples.length * 0.4)];
+    const later = samples.filter(({ elapsed }) => elapsed > warm.elapsed);
+    const last = later[later.length - 1];
+    // Thousands a minute would be one every 6 ms at most.
+    assert(last.made - warm.made > 3000, `${last.made - warm.made} characters`);
+    assert(last.createDataModel > warm.createDataModel, 'no level has come and gone');
+    for (const { createEntity, createComponent, handles, nodes } of later) {
+      assert.strictEqual(createEntity, warm.createEntity);
+      assert.strictEqual(createComponent, warm.createComponent);
+      assert.strictEqual(handles, warm.handles);
+      assert.strictEqual(nodes, warm.nodes);
+    }
+    // The compiler, and the young generation, which V8 lets grow to 16 MB.
+    const kMegabyte = 1 << 20;
+    const rss = Math.max(...later.map((sample) => sample.rss)) - warm.rss;
+    assert(rss < 24 * kMegabyte, `${rss} bytes more`);
+    const external = Math.max(...later.map((sample) => sample.external)) - warm.external;
+    assert(external < 4 * kMegabyte, `${external} external bytes more`);
+  });
+
+  it('reuses entities for models of other sizes: free runs are joined', () => {
+    const scene = new Scene({ engine });
+    const models = [];
+    for (let joints = 3; joints < 40; ++joints) {
+      models.push(Model.from(makeFigure(1 + ((joints * 7) % 37)), { bounds: kBounds }));
+    }
+    const entities = () => scene._blocks.capacity;
+    let most = 0;
+    for (let round = 0; round < 4; ++round) {
+      for (const model of models) {
+        const kept = scene.node();
+        scene.instantiate(model, Math.ceil(3000 / model.nodes.length));
+        most = Math.max(most, scene.nodeCount);
+        scene.update();
+        model.dispose();
+        kept.dispose();
+        scene.update();
+        models[models.indexOf(model)] = Model.from(
+          { nodes: model.nodes, skins: [], animations: [], warnings: [] },
+          { bounds: kBounds }
+        );
+      }
+    }
+    assert.strictEqual(scene.nodeCount, 0);
+    assert(entities() < 2 * most, `${entities()} entities, of which ${most} lived at once`);
+    scene.dispose();
+  });
+});
+
+/** Public members of instances of a class, by name, with their descriptors. */
+function membersOf(Class) {
+  const members = new Map();
+  for (let at = Class.prototype; at !== Object.prototype; at = Object.getPrototypeOf(at)) {
+    for (const name of Object.getOwnPropertyNames(at)) {
+      if (name[0] !== '_' && name !== 'constructor' && !members.has(name)) {
+        members.set(name, Object.getOwnPropertyDescriptor(at, name));
+      }
+    }
+  }
+  return members;
+}
+
+/** What may be called on an object that is disposed of. */
+const allowed = ['dispose', 'isDisposed'];
+
+describe('an object that is disposed of', () => {
+  const makers = {
+    Node: () => new Scene({ engine }).node({ name: 'it' }),
+    Character: () =>
+      new Scene({ engine }).instantiate(Model.from(makeFigure(3), { name: 'it' }))[0],
+    Model: () => Model.from(makeFigure(3), { name: 'it' }),
+    Scene: () => new Scene({ engine }),
+  };
+  const classes = { Node, Character, Model, Scene };
+  const patterns = {
+    Node: (method) =>
+      new RegExp(`^Node\\.${method}: (the )?node 'it' is disposed of: make a new one\\.$`),
+    Character: (method) =>
+      new RegExp(`^Character\\.${method}: character 'it' is disposed of: make a new one\\.$`),
+    Model: (method) =>
+      new RegExp(`^Model\\.${method}: model 'it' is disposed of: load it again\\.$`),
+    Scene: (method) =>
+      new RegExp(`^Scene\\.${method}: the scene is disposed of: make a new one\\.$`),
+  };
+
+  for (const name of Object.keys(classes)) {
+    const members = membersOf(classes[name]);
+
+    it(`throws at each use of a ${name}`, () => {
+      const object = makers[name]();
+      object.dispose();
+      let checked = 0;
+      for (const [member, { get, set, value }] of members) {
+        if (allowed.includes(member)) {
+          continue;
+        }
+        const message = patterns[name](member);
+        if (typeof value === 'function') {
+          assert.throws(() => object[member](), { name: 'Error', message }, member);
+          ++checked;
+        }
+        if (get !== undefined) {
+          assert.throws(() => object[member], { name: 'Error', message }, member);
+          ++checked;
+        }
+        if (set !== undefined) {
+          assert.throws(() => (object[member] = undefined), { name: 'Error', message }, member);
+          ++checked;
+        }
+      }
+      assert(checked > 1, `${checked} uses`);
+    });
+
+    it(`can be disposed of again: a ${name}`, () => {
+      const object = makers[name]();
+      object.dispose();
+      object.dispose();
+      assert.strictEqual(object.isDisposed, true);
+    });
+  }
+
+  it('is refused as an argument', () => {
+    const scene = new Scene({ engine });
+    const gone = { node: scene.node(), scene: new Scene({ engine }), model: makers.Model() };
+    Object.keys(gone).forEach((kind) => gone[kind].dispose());
+    const node = scene.node();
+    const [character] = scene.instantiate(makers.Model());
+    const uses = [
+      () => node.add(gone.node),
+      () => scene.node({ parent: gone.node }),
+      () => scene.add(gone.node, node),
+      () => scene.add(node, gone.node),
+      () => scene.remove(gone.node),
+      () => character.attach(gone.node, 0),
+      () => scene.instantiate(gone.model),
+      () => new Camera().cull(gone.scene),
+    ];
+    for (const use of uses) {
+      assert.throws(use, { name: 'Error', message: / is disposed of: / });
+    }
+    scene.dispose();
+  });
+});
