@@ -19,7 +19,7 @@ const kChartFrames = 240;
 /** Colours of the written picture. */
 const kColors = 256;
 
-/** Bits of a channel by which colours are told apart. */
+/** Bits of a channel by which colours are distinguished. */
 const kBits = 6;
 
 /** Red, green and blue of the colour that a pixel is counted as. */
@@ -120,7 +120,7 @@ async function main() {
   const browser = await startBrowser();
   const viewer = await ViewerPage.open(browser, host.address, small);
   viewer.page.setDefaultTimeout(300000);
-  // Drawing by the processor takes it from the host, and the chart would show that.
+  // Software rendering competes with the host for the CPU, which would show in the chart.
   await viewer.page.evaluate(() => {
     self.nqViewer.picture.world.visible = false;
   });

@@ -10,12 +10,12 @@ const { filesBelow, findBrokenLinks } = require('../../scripts/lib/site-links');
 const { folders } = require('../../scripts/lib/site-pages');
 const { startBrowser } = require('./viewer-page');
 
-/** A folder that an address can't hold as it is. */
+/** A folder whose name must be escaped in an address. */
 const kBase = '/some%20folder/';
 const desktop = { width: 1280, height: 800 };
 const phone = { width: 360, height: 740 };
 
-/** Most bytes of the search index, which the first search of a visit fetches. */
+/** Maximum bytes of the search index, which the first search of a visit downloads. */
 const kMostIndexBytes = 3e6;
 
 let browser;
@@ -68,7 +68,7 @@ async function openPage(viewport) {
   return page;
 }
 
-/** Waits until a page's scripts run: its links are whole then, and clicks are theirs. */
+/** Waits until a page's scripts run: from then on its links are complete, and clicks are handled. */
 async function awaitScripts(page) {
   await page.waitForFunction(() => document.querySelector('#app').__vue_app__ !== undefined);
 }
@@ -91,7 +91,7 @@ function factsOf(page) {
       image.src,
       image.complete && image.naturalWidth > 0,
     ]),
-    // Bodies hide what sticks out, so each part is measured.
+    // The body clips what exceeds its width, so each element is measured.
     width: Math.max(
       document.documentElement.scrollWidth,
       ...Array.from(document.querySelectorAll('main h1, main p, main table, main div'), (part) =>

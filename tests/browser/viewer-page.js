@@ -9,7 +9,7 @@ const { which } = require('../../scripts/lib/run');
 
 const main = path.join(__dirname, '..', '..', 'viewer', 'main.js');
 
-/** Draws by the processor, as there may be no graphics card. */
+/** Software rendering, since there may be no GPU. */
 const browserArguments = [
   '--no-sandbox',
   '--use-angle=swiftshader',
@@ -119,7 +119,7 @@ class ViewerPage {
    * @param {*} [given]
    */
   async until(holds, given = null) {
-    // A function in one piece: the page lets no text become a program.
+    // As a function, not as text: the page's Content-Security-Policy forbids evaluating text.
     const body = `const { frame } = self.nqViewer.page;
       return frame !== null && (${holds})(frame, given);`;
     await this.page.waitForFunction(new Function('given', body), given);
@@ -150,7 +150,7 @@ class ViewerPage {
     });
   }
 
-  /** Lets the page draw little, so that another one has the CPU. */
+  /** Makes the page draw little, to leave the CPU to another one. */
   rest(isResting) {
     return this.page.evaluate((isVisible) => {
       self.nqViewer.picture.world.visible = isVisible;
@@ -187,7 +187,7 @@ class ViewerPage {
     return result;
   }
 
-  /** Sets a slider as a hand does. */
+  /** Sets a slider like a user. */
   async slide(name, value) {
     await this.page.locator(`#${name}`).fill(String(value));
   }

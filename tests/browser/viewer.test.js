@@ -1,5 +1,5 @@
 'use strict';
-// The viewer's page in a browser: it draws what the host streams, and does what its sliders say.
+// The viewer's page in a browser: it draws what the host streams, and its controls take effect.
 const assert = require('assert');
 const fs = require('fs');
 const os = require('os');
@@ -10,7 +10,7 @@ const { ViewerPage, endHosts, startBrowser, startHost } = require('./viewer-page
 const kCharacters = 40;
 const viewport = { width: 700, height: 360 };
 
-/** Difference of two colours from which on they are two. */
+/** Minimum difference of two colours that count as different. */
 const kOther = 24;
 
 /** How many pixels differ between two pictures of one size. */
@@ -66,7 +66,7 @@ describe('viewer page', () => {
 
   afterEach(() => viewer.rest(false));
 
-  it('is sent matrices, which change', async () => {
+  it('receives matrices that change', async () => {
     const first = await viewer.frame();
     await viewer.drawn(3);
     const later = await viewer.frame();
@@ -77,7 +77,7 @@ describe('viewer page', () => {
     assert.notDeepStrictEqual(first.matrices, later.matrices);
   });
 
-  it('draws, and what it draws moves', async () => {
+  it('draws a moving picture', async () => {
     const first = await viewer.pixels();
     await viewer.drawn(3);
     const later = await viewer.pixels();
@@ -86,7 +86,7 @@ describe('viewer page', () => {
     assert.ok(countOther(first, later) > all / 500, `${countOther(first, later)} of ${all} pixels`);
   });
 
-  it('stands still while paused, and says so', async () => {
+  it('stops while paused, and shows that', async () => {
     await viewer.click('pause');
     await viewer.until((frame) => (frame.flags & 1) === 1);
     assert.strictEqual(await viewer.text('pause'), 'Resume');
@@ -97,10 +97,10 @@ describe('viewer page', () => {
     assert.strictEqual(await viewer.text('status'), 'paused');
   });
 
-  it('draws characters where their matrices have them', async () => {
+  it('draws characters where their matrices place them', async () => {
     await viewer.click('camera-1');
     await viewer.until((frame) => frame.camera === 1);
-    // A flag may stand above a head, and a lamp outshine it.
+    // A flag may cover a head, and a lamp may be brighter.
     await viewer.showCarried(false);
     await viewer.drawn(2);
     const withBodies = await viewer.pixels();
@@ -136,7 +136,7 @@ describe('viewer page', () => {
       .map((place) => place.map(Math.floor))
       .filter(([x, y]) => x > 2 && y > 2 && x < without.width - 2 && y < without.height - 2);
     assert.ok(inside.length > 5, `${inside.length} heads in the picture`);
-    // Dark hair may be as dark as the floor: somewhere around the crown the two differ.
+    // Dark hair may be as dark as the floor: it differs from it somewhere around the top of the head.
     const around = [-2, 0, 2];
     const drawn = inside.filter(([x, y]) =>
       around.some((dy) =>
@@ -207,7 +207,7 @@ describe('viewer page', () => {
     await viewer.until((frame, given) => frame.crowd === given && frame.camera === 0, kCharacters);
   });
 
-  it('crossfades by hand, and by the plan', async () => {
+  it('crossfades by its slider, and by the plan', async () => {
     assert.ok(await viewer.isPressed('crossfade-auto'));
     for (const [value, text] of [
       [1, 'walk 0 %, run 100 %'],
@@ -230,7 +230,7 @@ describe('viewer page', () => {
     assert.ok(place > 0 && place < 1, `the thumb follows the plan: ${place}`);
   });
 
-  it('weighs layers', async () => {
+  it('sets the weights of layers', async () => {
     const height = async () => {
       const { carried } = await viewer.frame();
       return mean(carried.filter((_, i) => i % 16 === 13));
@@ -293,8 +293,8 @@ describe('viewer page', () => {
     assert.ok(facts.includes(`bones moved${(50 * kCharacters).toLocaleString('en')}`), facts);
   });
 
-  it('says how late the latest frames are, and keeps them in the chart', async () => {
-    // Of 240 frames 12 take 6 ms and 4 take 12; 2 to 3 ms is usual. In an order of their own.
+  it('labels late frames with their milliseconds, and keeps them in the chart', async () => {
+    // Of 240 frames 12 take 6 ms and 4 take 12; 2 to 3 ms is usual. They are not in ascending order.
     const costs = Array.from({ length: 240 }, (_, i) => (i * 77) % 240).map((i) =>
       i < 224 ? 2 + i / 224 : i < 236 ? 6 : 12
     );
@@ -348,7 +348,7 @@ describe('viewer page', () => {
     assert.ok(result.usual.scale > 12 && result.usual.scale < 14, JSON.stringify(result.usual));
     assert.ok(result.usual.top > 0.03 && result.usual.top < 0.2, JSON.stringify(result.usual));
     assert.strictEqual(result.usual.red, 0);
-    // One that would flatten the others is cut, and marked.
+    // A frame that would flatten the others is clipped, and marked.
     assert.ok(result.cut.scale < 30, JSON.stringify(result.cut));
     assert.ok(result.cut.red > 10, JSON.stringify(result.cut));
   });
@@ -359,7 +359,7 @@ describe('viewer page', () => {
     const [rows, wanted] = await viewer.page.evaluate(async () => {
       const { chart } = self.nqViewer;
       const rowsOf = (part) => document.querySelectorAll(`#stages ${part} tr`);
-      // At once when the table is renewed: the next frame changes what it is of.
+      // As soon as the table is updated: the next frame changes its data.
       await new Promise((resolve) => {
         new MutationObserver((_, observer) => {
           observer.disconnect();
@@ -384,7 +384,7 @@ describe('viewer page', () => {
     assert.ok(/milliseconds of each stage/i.test(label), label);
   });
 
-  it('names its pictures, and what its sliders are at', async () => {
+  it('has accessible names of its pictures, and values of its sliders', async () => {
     for (const id of ['picture', 'chart']) {
       const canvas = viewer.page.locator(`#${id}`);
       assert.strictEqual(await canvas.getAttribute('role'), 'img');
@@ -400,7 +400,7 @@ describe('viewer page', () => {
     await viewer.until((frame) => frame.sliders[0] === 0.25);
     await viewer.drawn(2);
     assert.strictEqual(await valueText('crossfade'), 'walk 75 %, run 25 %');
-    // Buttons are told apart by their names alone.
+    // Buttons are distinguished by their names only.
     const names = await viewer.page
       .locator('button')
       .evaluateAll((all) => all.map((one) => one.ariaLabel || one.textContent.trim()));
@@ -447,7 +447,7 @@ describe('viewer page', () => {
 
   const orbit = (page) => page.evaluate(() => Object.assign({}, self.nqViewer.picture.orbit));
 
-  it('turns and scales by keys, from outside alone', async () => {
+  it('rotates and zooms by keys in the view from outside only', async () => {
     const { page } = viewer;
     const canvas = page.locator('#picture');
     assert.strictEqual(await canvas.getAttribute('tabindex'), null);
@@ -490,7 +490,7 @@ describe('viewer page', () => {
     assert.deepStrictEqual(await press('ArrowRight', 1), [0, 0, 0]);
   });
 
-  it('takes a pinch of two fingers, and the turn of one', async function test() {
+  it('zooms by two fingers, and rotates by one', async function test() {
     this.timeout(180000);
     await viewer.rest(true);
     const touch = await ViewerPage.open(browser, host.address, viewport, { hasTouch: true });
@@ -538,7 +538,7 @@ describe('viewer page', () => {
         box.width / box.height
       );
     }
-    // And they stay so: the second page takes nothing from the first.
+    // The second page does not change the first, also later.
     const seen = [];
     for (const one of [viewer, tall]) {
       await one.drawn(3);
@@ -567,7 +567,7 @@ describe('viewer page', () => {
     await tall.page.close();
   });
 
-  it('keeps its picture still for those who want no motion, until something is changed', async function test() {
+  it('draws a new picture only after a change if reduced motion is preferred', async function test() {
     this.timeout(180000);
     await viewer.rest(true);
     const still = await ViewerPage.open(browser, host.address, viewport, {
@@ -586,7 +586,7 @@ describe('viewer page', () => {
     await still.arrived(20);
     assert.strictEqual(countOther(first, await still.pixels()), 0);
     assert.strictEqual((await still.frame()).flags, 0, 'and the crowd is not paused');
-    // What a hand changes is shown, in one new picture; in two where the host is slow to follow.
+    // A change by the user is shown in one new picture, or in two if the host is slow.
     const drawings = () => page.evaluate(() => self.nqViewer.page.drawings);
     const before = await drawings();
     await still.slide('crowd', 6);
@@ -630,7 +630,7 @@ describe('viewer page', () => {
     }
   });
 
-  it('asks nobody but its host, and has no troubles', () => {
+  it('sends requests to its host only, and logs no errors', () => {
     assert.ok(viewer.requests.length >= 7, viewer.requests.join());
     for (const url of viewer.requests.filter((one) => !one.startsWith('data:'))) {
       assert.ok(url.startsWith(host.address), url);
@@ -638,7 +638,7 @@ describe('viewer page', () => {
     assert.deepStrictEqual(viewer.troubles, []);
   });
 
-  it('waits for a host that is gone, and goes on with the next', async () => {
+  it('reconnects to the next host after its connection is lost', async () => {
     const { port } = new URL(host.address);
     assert.strictEqual(await host.stop(), 0);
     await viewer.page.waitForFunction(() => !document.getElementById('notice').hidden);
@@ -692,10 +692,10 @@ describe('viewer page with a model', () => {
     assert.strictEqual(await model.stop(), 0);
   }
 
-  it('draws sticks for one without meshes', () =>
+  it('draws sticks for a model without meshes', () =>
     assertShown(writeGlb(path.join(folder, 'sticks.glb'), skeleton()), ['everything']));
 
-  it('draws a real one', async function test() {
+  it('draws a real model', async function test() {
     await assertShown(realModel(this, 'Fox.glb'), ['Survey', 'Walk', 'Run']);
   });
 });

@@ -225,7 +225,7 @@ function assertSamePose(what, expected, actual, { linear, translation }) {
 function assertMoved(what, before, after) {
   for (let at = 0; at < before.length; at += 16) {
     if (!before.subarray(at, at + 16).some((value, i) => Math.abs(value - after[at + i]) > 1e-4)) {
-      throw new Error(`${what}: bone ${at / 16} stands still`);
+      throw new Error(`${what}: bone ${at / 16} does not move`);
     }
   }
 }

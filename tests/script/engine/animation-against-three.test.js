@@ -2,8 +2,8 @@
 // Whole models against three.js: their animations, imported, played by animators, refreshed and
 // skinned, against an AnimationMixer and Skeletons in double precision.
 //
-// Nothing is compared by a chosen tolerance: every value of the oracle carries a bound of what the
-// engine's may be off by. With u = 2^-24, the rounding error of one operation:
+// No tolerance is chosen: every value of the oracle has a bound on the error of the
+// engine's value. With u = 2^-24, the rounding error of one operation:
 //   - A clip's cubic is a sum of four terms. The weights are off by at most 14u for values and 7u for
 //     slopes, products and sums add 4u, the place within the span is off by 2u, which moves the
 //     outcome by at most 1.5 times that: 24u of the terms' magnitudes in all, values and slopes rounded
@@ -286,7 +286,7 @@ class Play {
         return new Channel(channel, node, framesPerSecond);
       });
       const tracks = channels.map((channel) => channel.track(`node${channel.node}`));
-      // Longer than it is played: wrapping is the engine's business, whose period is in frames.
+      // Longer than it is played: only the engine wraps, with a period in frames.
       const clip = new three.AnimationClip(
         animation.name,
         frameCount / framesPerSecond + 1,
@@ -469,7 +469,7 @@ class Play {
   }
 
   assertAgrees(plays) {
-    // Nothing of an earlier play can pass for a result: what moves, or hangs from what moves, is new.
+    // No result of an earlier play can be mistaken for a new one: all that moves, and its descendants, is new.
     const moves = new Set();
     plays.forEach(({ index }) => this.animations[index].targets.forEach((i) => moves.add(i)));
     this.imported.nodes.forEach(({ parent }, i) => {
@@ -499,7 +499,7 @@ class Play {
     return [...whole, ...between, ...beyond];
   }
 
-  /** How far the model reaches. */
+  /** The largest coordinate of the model. */
   reach() {
     return Math.max(
       ...this.objects.map(({ matrixWorld }) => Math.hypot(...matrixWorld.elements.slice(12, 15)))
@@ -515,7 +515,7 @@ async function openPlay(source) {
   return new Play(await importGltf(bytes), document);
 }
 
-/** Everything of a model: each animation by itself, and pairs of those that move the same. */
+/** Plays each animation of a model, and pairs of those that move the same nodes. */
 function assertAllAgree(play, seed) {
   const random = createRandom(seed);
   const expected = { sampled: 0, world: 0, skinned: 0 };
@@ -658,7 +658,7 @@ describe('oracle: animation by three.js', () => {
       assert.strictEqual(play.skins[0].joints.length, joints);
       const { sampled, world, skinned } = assertAllAgree(play, 3);
       assert(sampled > 10000 && world > 50000 && skinned > 50000);
-      // The bounds say something: they are far below what an eye could see. Those of blends are wide.
+      // The bounds are strict: far below visible differences. Those of blends are wider.
       const [single, blended] = play.largestBounds.map((bound) => bound / play.reach());
       assert(single < 5e-4 && blended < 2e-3, `${single}, ${blended}`);
       assert(play.worst > 0);

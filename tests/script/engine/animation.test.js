@@ -26,7 +26,7 @@ const addon = require(addonPath);
 
 const identity = [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1];
 
-/** An animator's block, in verbs. */
+/** Operations on an animator's block. */
 class Animator {
   constructor(world, clipCount, targetCount) {
     this.engine = world.engine;
@@ -60,7 +60,7 @@ class Animator {
   }
 }
 
-/** A skinning component's block, in verbs. */
+/** Operations on a skinning component's block. */
 class Skin {
   constructor(world, count) {
     this.engine = world.engine;
@@ -433,7 +433,7 @@ describe('createDataModel', () => {
     detach(buffer);
     for (const detached of [bytes, part, buffer]) {
       assert.strictEqual(playedFrom(detached), 0);
-      // Not a multiple of 64, were the old length used.
+      // The old length would be no multiple of 64.
       assert.notStrictEqual(nq.getEngine().createDataModel(2, detached).id, 0);
     }
   });
@@ -645,7 +645,7 @@ describe('clip', () => {
       [0, 1, 0, 0],
       [8, 2, 0, 0],
     ];
-    // Slopes of 0 over infinite time are no numbers, which write nothing.
+    // Slopes of 0 over infinite time are NaN, which writes nothing.
     assert.deepStrictEqual(xAt(still, [0, 4, 8], rest), [1, -777, 2]);
     const rising = [
       [0, 1, 0, 4],
@@ -879,7 +879,7 @@ describe('updateAnimator', () => {
     animator.update();
     assert.strictEqual(entity.bytes[0], 0);
     assert.deepStrictEqual(rotation(entity), [0.5, 0.25, 0.125, 0]);
-    // Taken for the components of a quaternion, since that is what the record holds.
+    // Used as components of a quaternion, since the record is in quaternion mode.
     entity.setTransform([0, 0, 0, 1], [0, 0, 0], [1, 1, 1]);
     animator.update();
     assert.strictEqual(entity.bytes[0], 1);
@@ -1116,7 +1116,7 @@ describe('blend of clips', () => {
 
   it('uses the rotation of the only clip that has one', () => {
     const still = holdClip({ 0: { PositionX: 1 } });
-    // As w = 1 of an absent rotation: the target must be one of a quaternion.
+    // An absent rotation counts as w = 1: the target must have a quaternion.
     const half = holdClip({ 0: { QuaternionW: 1 } });
     for (const [clips, mode] of [
       [[turnZ(1), still], 1],
@@ -1775,7 +1775,7 @@ describe('lifetime', () => {
     const bones = new ArrayBuffer(64 * 200);
     const rounds = sanitized ? 6 : 30;
     const ids = new Set();
-    // Ahead of the next line, since the host keeps the memory of its answer.
+    // Before the next line, since the host keeps the memory of its result.
     let highest = process.memoryUsage().rss;
     await collect();
     const external = addon.externalMemory();

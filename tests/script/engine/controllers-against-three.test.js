@@ -12,7 +12,7 @@ const additive = 1;
 const framesPerSecond = 30;
 const frameCount = 40;
 
-/** Half the distance of floats next to 1: what one operation may be off by, in parts of its result. */
+/** Half the distance of floats next to 1: the relative error of one operation. */
 const unit = 2 ** -24;
 
 /**
@@ -44,7 +44,7 @@ function randomAxis(random) {
   return axis.map((c) => c / length);
 }
 
-/** The distance of two rotations as points on the sphere; a point and its opposite are one. */
+/** The distance of two rotations as points on the sphere; opposite points are the same rotation. */
 function chord(a, b) {
   const apart = (sign) =>
     Math.hypot(a.x - sign * b.x, a.y - sign * b.y, a.z - sign * b.z, a.w - sign * b.w);
@@ -191,7 +191,7 @@ function pose(rest, layers) {
   };
 }
 
-/** Numbers that agree as sums of what is not larger than `largest`. */
+/** Asserts that numbers agree as sums of terms that are not larger than `largest`. */
 function assertSums(actual, expected, largest) {
   actual.forEach((value, i) => {
     const message = `[${i}]: ${actual} is not ${expected}`;
@@ -217,7 +217,7 @@ describe('crossfades against three.js', () => {
   it('agree in position and scale, for any number of states whose weights sum to 1', () => {
     const random = createRandom(3);
     for (let round = 0; round < rounds; ++round) {
-      // Parts of 64 add up without rounding.
+      // Fractions of 64 are added without rounding.
       const parts = [0, 64, ...[1, 2].map(() => 1 + random.below(63))].sort((a, b) => a - b);
       const states = parts.slice(1).map((part, i) => ({
         motion: randomMotion(random, randomAxis(random)),

@@ -45,7 +45,7 @@ function detach(buffer) {
   assert.strictEqual(buffer.byteLength, 0);
 }
 
-/** Each value as an object that notes in `order` when it is converted. */
+/** Each value as an object whose conversion is appended to `order`. */
 function noting(values, order) {
   return values.map((value, i) => ({
     valueOf() {
@@ -78,7 +78,7 @@ function turnZ(angle) {
   return [0, 0, Math.sin(angle / 2), Math.cos(angle / 2)];
 }
 
-/** A world of one entity with one clip, one state and one layer, to change from there. */
+/** A world of one entity with one clip, one state and one layer, which tests extend. */
 function playOne(channels, { mode = 1, rest = {}, state = {}, layer = {}, play = {} } = {}) {
   const world = new ControllerWorld();
   const [entity] = world.entities(1);
@@ -227,7 +227,7 @@ describe('createAnimationClipBinding', () => {
       [0, 4, 2, false],
       [20, 0, 0, true],
       [21, 0, 0, false],
-      // In 32 bits these would come to little.
+      // In 32 bits these sums would wrap to small numbers.
       [0xffffffff, 1, 2, false],
       [0xfffffff8, 1, 1, false],
       [0, 0x40000000, 2, false],
@@ -422,7 +422,7 @@ describe('createAnimationClipBinding', () => {
       assert.notStrictEqual(object.id, 0);
       world.controller(object, [{ states: [world.state([{ clip }], { fill: 1 })] }]).update();
       assert.strictEqual(entity.words[5], 0);
-      // Lists that can be read help it, and the entities count as come.
+      // After valid lists, the entities count as added.
       const sound = Uint32Array.of(clip, 1, entity.handle).buffer;
       assert.strictEqual(object.updateBinding(sound, 0, 1, 2, 0, 0, 1), true);
       world.controller(object, [{ states: [world.state([{ clip }])] }]).update();
@@ -562,7 +562,7 @@ describe('updateBinding', () => {
     );
     const records = all.map((entity) => {
       const x = entity.words[5];
-      // A record is whole the old or whole the new one.
+      // A record is entirely the old one or entirely the new one.
       assert.deepStrictEqual(scale(entity), x < 10 ? [2, 3, 4] : [5, 6, 7]);
       assert.strictEqual(entity.bytes[0], x < 10 ? 0 : 1);
       return x;
@@ -680,7 +680,7 @@ describe('writeDefaultValues', () => {
     assert.strictEqual(binding.object.writeDefaultValues(), null);
     assert.strictEqual(binding.object.writeDefaultValues(1, 2, 3), null);
     assert(bytesOf(entity.batch.buffer).equals(before));
-    // It holds a rest pose by which it could.
+    // It has a rest pose by which it could be moved.
     assert(binding.update(Array.from(binding.lists), 0, 2, 0));
     assert.deepStrictEqual(position(entity), [1, 2, 3]);
   });
@@ -885,7 +885,7 @@ describe('setMaskAtIndex', () => {
     object.setMaskAtIndex(0, records([handles[1], 0]), 0, 1);
     assert.deepStrictEqual(moved(), [8, -1, 8]);
     two.update();
-    // Where the second layer has its way, half of it is the rest pose.
+    // Where the second layer applies, half of the result is the rest pose.
     const shown = handles.map((handle) => world.byHandle.get(handle).words[5]);
     assert.deepStrictEqual(shown, [8, 4, 4]);
   });
@@ -1058,7 +1058,7 @@ describe('updateAnimatorControllers', () => {
     };
     assert.deepStrictEqual(updated([[clips[0], [first.handle]]]), [true, false]);
     assert.deepStrictEqual(updated([[clips[0], [none, first.handle]]]), [false, false]);
-    // An empty list is passed over; clips go by their handles, not by their order in the lists.
+    // An empty list is skipped; clips are in order of their handles, not in the order of the lists.
     assert.deepStrictEqual(
       updated([
         [clips[2], [first.handle]],
@@ -1095,7 +1095,7 @@ describe('blocks', () => {
     world.refresh();
     entity.matrix.fill(-777);
     update();
-    // The state now carries all that is bound along.
+    // The state now includes all bound entities.
     assert.notStrictEqual(entity.matrix[0], -777);
   });
 
@@ -1172,7 +1172,7 @@ describe('a state', () => {
     const before = bytesOf(entity.batch.buffer);
     controller.update();
     assert.deepStrictEqual(entity.words.subarray(1, 11), new Float32Array(10).fill(-777));
-    // With rest poses in use all that is bound is built and marked, and nothing is stored.
+    // With rest poses filled in, all bound entities are built and marked, and nothing is stored.
     new Uint8Array(entity.batch.buffer).set(before);
     entity.words.set([0, 0, 0, 1, 4, 5, 6, 1, 1, 1], 1);
     entity.bytes[0] = 1;

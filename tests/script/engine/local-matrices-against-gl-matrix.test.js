@@ -3,7 +3,7 @@
 // operation, and within a tolerance against gl-matrix, which works in double precision here.
 //
 // JavaScript and native code use different math libraries for sines and cosines, each accurate to about the last bit
-// of a double. What rests on them is therefore compared within a tolerance: 8 roundings of 2^-24,
+// of a double. Results that depend on them are therefore compared within a tolerance: 8 roundings of 2^-24,
 // times the column's scale (see the bounds of the other oracle).
 const assert = require('assert');
 const fc = require('fast-check');
@@ -63,7 +63,7 @@ function product(a, b) {
 const word = new Uint32Array(1);
 const float = new Float32Array(word.buffer);
 
-/** The bits of a float; all not-a-numbers are one. */
+/** The bits of a float; the same for all NaNs. */
 function bitsOf(value) {
   float[0] = value;
   return Number.isNaN(value) ? 'NaN' : word[0].toString(16).padStart(8, '0');

@@ -264,7 +264,7 @@ suite('command buffer', () => {
   });
 
   it('is found by any handle of its slot', () => {
-    // A buffer is no batch; the place in it is not looked at.
+    // A buffer is no batch: the element part of its handle is ignored.
     const { buffer, engine, block } = createScene();
     const { floats, at } = block(4);
     new MatrixFlowWriter(buffer).scalarAdd(at(0), at(0), at(0));
@@ -294,7 +294,7 @@ suite('command buffer', () => {
     const { buffer, writer, block } = createScene();
     const { floats, at } = block(8);
     floats.set([1, 1]);
-    // Puts a 0 on the length word, by which the next run is empty.
+    // Writes 0 to the length word, so that the next run is empty.
     writer.scalarCopy({ memoryID: buffer.memoryID, offset: 0 }, at(28));
     writer.scalarAdd(at(0), at(4), at(0));
     assert.strictEqual(buffer.execute(), 0);
@@ -445,7 +445,7 @@ function product(a, b, n) {
 
 const floatsOf = { scalar: 1, vector2: 2, vector3: 3, vector4: 4, matrix3: 9, matrix4: 16 };
 
-/** What a method takes: floats of a value, and how many operands. */
+/** Floats of a value, and number of operands, of each method. */
 const commandKinds = Object.keys(matrixFlowCommands)
   .filter((method) => method !== 'call' && method !== 'bulkCopy')
   .map((method) => {
@@ -460,7 +460,7 @@ const commandKinds = Object.keys(matrixFlowCommands)
   });
 
 /**
- * Does a command on bytes. `at` are its operands, [bytes, offset] in the order of the stream. Returns
+ * Executes a command on bytes. `at` are its operands, [bytes, offset] in the order of the stream. Returns
  * the result code.
  */
 function model({ family, operation, count }, at) {
@@ -487,7 +487,7 @@ function model({ family, operation, count }, at) {
   return 0;
 }
 
-/** Equal as bits, but for what is no number. */
+/** Asserts equal bits, or that both are NaN. */
 function assertSameFloats(actual, expected, said) {
   const [a, b] = [actual, expected].map(
     (one) => new Uint32Array(one.buffer, one.byteOffset, one.length)
@@ -516,7 +516,7 @@ const specials = [
   NaN,
 ];
 
-/** Ordinary numbers, and one out of eight that is not. */
+/** Random numbers, of which one in eight is a special value. */
 function createValues(random) {
   return () =>
     random() < 0.125
@@ -608,7 +608,7 @@ suite('commands, against plain script', () => {
     writer.matrix3Mul(at(0), at(36), at(72));
     assert.strictEqual(buffer.execute(), 0);
     assert.deepStrictEqual(Array.from(floats.subarray(18, 27)), [23, 34, 0, 31, 46, 0, 0, 0, 1]);
-    // A move by (1, 2, 3) of a scaling by 2: scaled first, then moved.
+    // A translation by (1, 2, 3) times a scaling by 2: scaled first, then translated.
     const move = [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 1, 2, 3, 1];
     const scale = [2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1];
     floats.set([...move, ...scale]);
@@ -619,7 +619,7 @@ suite('commands, against plain script', () => {
       Array.from(floats.subarray(32, 48)),
       [2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 2, 0, 1, 2, 3, 1]
     );
-    // The other way round, and on its own input: moved first.
+    // In the other order, and into its own input: translated first.
     writer.reset();
     writer.matrix4Mul(at(64), at(0), at(64));
     assert.strictEqual(buffer.execute(), 0);
@@ -678,7 +678,7 @@ suite('commands, against plain script', () => {
       for (let n = 0; n < 40; ++n) {
         const kind = commandKinds[below(commandKinds.length)];
         const places = Array.from({ length: kind.operands }, () => place(kind.count));
-        // Copies of ranges that overlap are nobody's promise.
+        // The result of copies of overlapping ranges is undefined.
         const overlap = places[0][0] === places[1][0] && places[0][1] !== places[1][1];
         if (kind.operands === 2 && overlap) {
           continue;

@@ -68,7 +68,7 @@ describe('receiver', () => {
     assert.strictEqual(addon.unwrapUnchecked(empty), false);
   });
 
-  // Guards that return ahead of the wrapper's use don't notice.
+  // Checks that return before the wrapper is used are not affected.
   for (const [label, receiver] of [
     ['an empty engine', empty],
     ['an entity', entity],

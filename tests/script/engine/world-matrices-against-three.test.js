@@ -1,8 +1,8 @@
 'use strict';
 // World matrices against three.js, which works in double precision, and 2D against complex numbers.
 //
-// The tolerance is derived, not chosen: every matrix of the oracle carries a bound of what single
-// precision may lose on the way to it. With u = 2^-24, the rounding error of one operation:
+// The tolerance is derived, not chosen: every matrix of the oracle has a bound on the rounding errors of
+// single precision. With u = 2^-24, the rounding error of one operation:
 //   - an element of a local matrix is off by at most 8u, times its column's scale and, for a
 //     quaternion q, max(1, |q|^2): the sums of products, the sine and cosine, the scale;
 //   - a sum of four products is off by at most 4u / (1 - 4u), times the sum of their magnitudes;
@@ -193,7 +193,7 @@ describe('oracle: three.js', () => {
     assert.notStrictEqual(mirror.findDifference(matrixOf), null);
   });
 
-  /** Random transforms on both sides; now and then mirrored, flat in no axis, seldom of length 1. */
+  /** Random transforms on both sides; some are mirrored, no scale is 0, few rotations are not of length 1. */
   function transform(random, entity, mirror, index) {
     const rotation = Array.from({ length: random.pick([3, 4]) }, () => random.real(-1, 1));
     if (rotation.length === 3) {
@@ -235,7 +235,7 @@ describe('oracle: three.js', () => {
       const entities = [...world.add3D(split), ...world.add3D(count - split)];
       const mirror = new Mirror(count);
       entities.forEach((entity, index) => transform(random, entity, mirror, index));
-      // Each hangs from one of the `spread` before it: the fewer, the deeper the tree.
+      // The parent of each is one of the `spread` before it: the fewer, the deeper the tree.
       entities.forEach((entity, index) => {
         if (index === 0) {
           world.command('addRoot', entity);

@@ -1,6 +1,6 @@
 'use strict';
-// The checked engine on bindings, players and batches; the ends of the process that it stands in for; and
-// a whole scene, which must come out as without it.
+// The checked engine on bindings, players and batches; calls that end the process without it; and a whole scene,
+// whose results must be the same as without it.
 const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
@@ -201,7 +201,7 @@ describe('animators of a checked engine', () => {
       [[[clip.id]], [id, id + 1]],
       [[[clip.id]], [id, id]],
       [[[clip.id]], [0, none]],
-      [[[clip.id]], [flat.id, id, 12345]], // entries behind the targets
+      [[[clip.id]], [flat.id, id, 12345]], // entries after the targets
       [
         [[clip.id], [clip.id, 0]],
         [id, id + 1],
@@ -331,7 +331,7 @@ describe('controllers of a checked engine', () => {
       ]);
       const words = [`controller ${controller.id}, layer 1`, `loops back to ${second.id}`];
       lab.refuses(update(controller), RangeError, method, ...words, '0xFFFFFFFF');
-      // A layer that is off follows no chain.
+      // The chain of a layer that is off is not read.
       new Uint32Array(controller.buffer)[4] = 2;
       lab.passes(update(controller));
     });
@@ -415,7 +415,7 @@ describe('controllers of a checked engine', () => {
         [binding.id, [[0, weightless.id]]],
         [binding.id, [[0, lab.state([[0], [none]]).id]]],
         [binding.id, [[0, lab.state([[other.id]]).id]]], // without a list in the binding
-        [binding.id, [[0, lab.state([[clip.id, 1, gone]]).id]]], // no reference is asked for
+        [binding.id, [[0, lab.state([[clip.id, 1, gone]]).id]]], // references are not used
         [binding.id, [[1, lab.state([[clip.id, NaN, other.id]], { weight: NaN }).id]]],
         [binding.id, [[0, lab.state([[clip.id]], { fillDefaults: NaN }).id]]],
       ]) {
@@ -765,10 +765,10 @@ describe('rest poses that blending enters by numbers, in a checked engine', () =
       [{ [PositionX]: 8190 }, { weight: -1 }, null],
       [{ [PositionX]: -8192 }, { weight: -1 }, 0],
       [{ [PositionX]: 16389.5 }, {}, 2],
-      [{ [PositionX]: 16390 }, {}, null], // 8195, one behind the batch
+      [{ [PositionX]: 16390 }, {}, null], // 8195, one past the batch
       [{ [ScaleZ]: 16384 }, {}, 0],
       [{ [ScaleZ]: 16383.5 }, {}, null], // 8191.75, without a rotation
-      // A rotation looks under the z scale that 0.5 x 1 has filled up: 8192.25.
+      // A rotation is looked up by the z scale, which 0.5 x 1 completes: 8192.25.
       [{ [ScaleZ]: 16383.5, [EulerX]: 0, [EulerY]: 0, [EulerZ]: 0 }, {}, 0],
       [{ [ScaleZ]: 16383.5, [EulerX]: 0, [EulerY]: 0 }, {}, null], // only a part of one
     ]) {
@@ -871,7 +871,7 @@ describe('rest poses that blending enters by numbers, in a checked engine', () =
   });
 
   /**
-   * Blends clips of random curves and fills defaults, then moves all foreign entities without a word and
+   * Blends clips of random curves and fills defaults, then moves all foreign entities without listing them and
    * refreshes: those whose matrices follow were marked, and so moved, by the controller.
    */
   function play(isPlain, seed) {
@@ -954,7 +954,7 @@ describe('rest poses that blending enters by numbers, in a checked engine', () =
             floats[27 * i + 5] = frame + 2;
           }
         });
-        // Local matrices of the plain engine were built ahead of that; the next update builds them anew.
+        // Local matrices of the plain engine were built before that; the next update builds them again.
         plain.lab.engine.updateAnimatorControllers(counted(plain.controller.id));
         plain.lab.engine.refreshWorldTransform();
         plain.foreign.forEach(({ id, buffer }) => {
@@ -1009,7 +1009,7 @@ describe('a checked engine in the place of', () => {
       const options = { encoding: 'utf8', timeout, killSignal: 'SIGKILL' };
       const result = spawnSync(process.execPath, [script, name], options);
       const told = `${result.error} ${result.signal} ${result.status} ${result.stderr}`;
-      // Log lines of the module may stand behind it.
+      // Log lines of the module may follow.
       assert(result.stdout.startsWith('about to end\n'), told);
       assert(!result.stdout.includes('went on'), told);
       if (way === 'hang') {

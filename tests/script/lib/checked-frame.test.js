@@ -1,5 +1,5 @@
 'use strict';
-// The checked engine on what script leaves in shared memory for a frame: commands, the dirty list, culling
+// The checked engine on what JavaScript writes into shared memory for a frame: commands, the dirty list, culling
 // records and results, and streams of command buffers.
 const assert = require('assert');
 const fs = require('fs');
@@ -44,7 +44,7 @@ describe('commands of a checked engine', () => {
       const words = ['entityCommands at byte 12', `no command ${number}`, '1 to 11'];
       lab.refusesCommands([[1, id], [number]], RangeError, ...words);
     }
-    // What has been verified ahead of it has not happened.
+    // Commands before it, which were verified, have not been executed.
     assert.strictEqual(lab.run([1, id]), null);
   });
 
@@ -133,7 +133,7 @@ describe('commands of a checked engine', () => {
         run(...[].concat(...Array.from({ length: size }, (_, k) => [2, top.id, batch.id + k])));
       }
       run(5, top.id);
-      // The top moves, and none of those that were its children is carried along.
+      // The top entity moves, and none of its former children does.
       const last = children[batches - 1];
       new Float32Array(top.buffer).set([9, 0, 0, 1, 1, 1], 5);
       new Uint32Array(engine.dirtyEntities).set([3, top.id, children[0].id, last.id + size - 1]);
@@ -172,7 +172,7 @@ describe('commands of a checked engine', () => {
       RangeError,
       'byte 24'
     );
-    // What is taken apart first may be joined the other way round.
+    // Links that are removed first may be made in the opposite direction.
     lab.run([4, id], [2, id, id + 3]);
     lab.run([5, id], [2, id + 1, id + 2], [2, id + 2, id + 3], [2, id + 3, id]);
     lab.refusesCommands([[2, id, id + 1]], RangeError, cycle(id, id + 1));
@@ -186,7 +186,7 @@ describe('commands of a checked engine', () => {
     lab.refusesCommands([[6, id + 2, id]], RangeError, `bone ${id} follows entity ${id + 2}`);
     lab.run([8, id + 1], [6, id + 2, id]);
     lab.refusesCommands([[6, id + 1, id + 2]], RangeError, `bone ${id + 2} follows`);
-    // A reset takes the bindings of both sides.
+    // A reset removes the bindings of both sides.
     lab.run([5, id], [6, id + 1, id + 2]);
   });
 
@@ -204,7 +204,7 @@ describe('commands of a checked engine', () => {
         [2, id, id + 1],
         [2, id, id + 1],
       ],
-      [[3, id, flat.id, 99]], // across kinds, behind the last
+      [[3, id, flat.id, 99]], // across kinds, past the last child
       [[3, id, id + 1, none]],
       [
         [4, id],
@@ -560,7 +560,7 @@ suite('command buffers of a checked engine', () => {
     );
   });
 
-  /** Buffers of which each calls the one made ahead of it; the first writes a word into itself. */
+  /** Buffers of which each calls the one created before it; the first writes a word into itself. */
   function chain(engine, length) {
     const buffers = [];
     for (let i = 0; i < length; ++i) {
@@ -649,7 +649,7 @@ suite('command buffers of a checked engine', () => {
 
   it('are refused for invalid commands that other commands wrote', () => {
     const { lab, buffer, data, at, writer } = fixture();
-    // Command 0 writes the type of command 1 over by that of a call, of the buffer itself.
+    // Command 0 overwrites command 1 with a call of the buffer itself.
     new Uint32Array(data.buffer).set([0, 1, buffer.id]);
     const place = writer.bulkCopy(2, { memoryID: buffer.memoryID, offset: 28 }, at(4)) + 24;
     assert.strictEqual(place, 28);

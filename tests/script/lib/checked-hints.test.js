@@ -22,7 +22,7 @@ const flow = flowPath !== undefined && fs.existsSync(flowPath) ? require(flowPat
 const kMostOfACode = 8;
 const kLongList = 6144;
 
-/** Entities with views and writers, and the hints since the last look. */
+/** Entities with views and writers, and the hints that were not taken yet. */
 class Scene extends Lab {
   constructor(count = 4, module = nq) {
     super(module);
@@ -222,14 +222,14 @@ describe('hint not-under-root', () => {
   it('does not report entities that are, will be, or were computed', () => {
     const scene = new Scene(6);
     const objects = [0, 1, 2, 3].map((i) => scene.object(scene.id + i));
-    scene.cull(); // ahead of the first refresh
+    scene.cull(); // before the first refresh
     scene.listAll();
     scene.writer.addRoot(scene.id);
     scene.writer.addChild(scene.id, scene.id + 1);
     scene.writer.addChild(scene.id + 1, scene.id + 2);
     scene.writer.addChild(scene.id + 4, scene.id + 3);
     scene.writer.addRoot(scene.id + 4);
-    scene.cull(); // the commands wait
+    scene.cull(); // the commands are not yet executed
     scene.refresh();
     scene.cull();
     scene.writer.removeFromParent(scene.id + 1); // stays where it was
@@ -339,7 +339,7 @@ describe('hint not-listed', () => {
     scene.view.setPosition(1, 1, 2, 3);
     scene.list.append(scene.id + 1);
     scene.refresh();
-    scene.list.append(scene.id + 1); // twice, and ahead of the change
+    scene.list.append(scene.id + 1); // twice, and before the change
     scene.list.append(scene.id + 1);
     scene.view.setPosition(1, 3, 2, 3);
     scene.refresh();
@@ -505,7 +505,7 @@ describe('hint not-listed', () => {
     const found = `entity ${scene.id}: it is read, but it was never in dirtyEntities`;
     const fields = { code, call: 'worldPosition', entity: scene.id, place: 'view' };
     scene.gives(fields, found, 'list each new entity once.');
-    // Of what hangs below it, it is the cause.
+    // For its descendants, it is the cause.
     const other = new Scene();
     other.writer.addRoot(other.id);
     other.writer.addChild(other.id, other.id + 1);
@@ -800,7 +800,7 @@ describe('hint one-sided-channel', () => {
       weigh(0, 1);
       scene.givesNone();
       weigh(...(order[0] === walk ? [0.1, 0.9] : [0.9, 0.1]));
-      // What the hint is about: a body that has sunk.
+      // The visible effect: the body has sunk.
       assert(Math.abs(scene.view.position(0, [0, 0, 0])[1] - 0.102) < 1e-6);
       const place = `animator ${animator.id}, position y`;
       const fields = { code, call: 'updateAnimator', entity: scene.id, place };
@@ -823,7 +823,7 @@ describe('hint one-sided-channel', () => {
     turn.push([0, 'QuaternionW', 1]);
     for (const [curves, height] of [
       [[walk, walk], 1.02],
-      [[walk, [...walk, ...turn]], 1.02], // a rotation of one alone stays whole
+      [[walk, [...walk, ...turn]], 1.02], // a rotation that only one has is unchanged
       [[walk, nod], 0], // the parent's origin is where it rests
       [[walk, nod], 1e-4],
       [[turn, turn], 1],
@@ -999,7 +999,7 @@ describe('hint one-sided-channel', () => {
 });
 
 describe('hints', () => {
-  /** Makes a mistake of which there is a hint. */
+  /** Makes a mistake that has a hint. */
   function mistake(scene, i = 0) {
     scene.view.setPosition(i, 1, 2, 3);
     scene.refresh();
@@ -1043,7 +1043,7 @@ describe('hints', () => {
     scene.view.setPosition(1, 5, 5, 5);
     scene.listAll();
     checked(scene.engine, { onHint: (hint) => scene.hints.push(hint) });
-    // What happened meanwhile is not known, and not held against anyone.
+    // What happened while hints were off is not reported.
     scene.refresh();
     scene.givesNone();
     scene.listAll();

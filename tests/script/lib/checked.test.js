@@ -1,5 +1,5 @@
 'use strict';
-// The checked engine: single arguments, receivers and creation; and that it is an engine otherwise.
+// The checked engine: single arguments, receivers and creation; otherwise it behaves like an engine.
 const assert = require('assert');
 const fs = require('fs');
 const { MessageChannel, MessagePort } = require('worker_threads');
@@ -22,7 +22,7 @@ const nq = require(modulePath);
 const flowPath = process.env.NQ_MATRIXFLOW_MODULE;
 const flow = flowPath !== undefined && fs.existsSync(flowPath) ? require(flowPath) : null;
 
-/** Values that are no numbers, with what messages call them. */
+/** Values that are no numbers, with their names in messages. */
 const noNumbers = [
   [undefined, 'undefined'],
   [null, 'null'],
@@ -341,7 +341,7 @@ describe('createDataModel of a checked engine', () => {
       lab.refuses(create(2, value), TypeError, 'createDataModel', 'data is', 'ArrayBuffer');
     }
     lab.refuses(create(1), TypeError, 'data is undefined');
-    // Natively a clip of nothing.
+    // Native code creates an empty clip.
     assert.strictEqual(nq.getEngine().createDataModel(1, [1, 2]).id, 4096);
   });
 
@@ -485,7 +485,7 @@ describe('buffers with overridden properties, in a checked engine', () => {
   const animators = [0, 1].map((i) => lab.animator([[clip.id]], [id + i]));
   const batch = animators.map((animator) => animator.id);
 
-  /** What hides the real place of a view: another buffer, longer and sound. */
+  /** Properties that hide the real range of a view: another buffer, longer and valid. */
   const elsewhere = (...words) => ({
     buffer: Uint32Array.from(words).buffer,
     byteOffset: 0,

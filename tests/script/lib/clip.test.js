@@ -11,7 +11,7 @@ function key(frame, value = 0, inTangent = 0, outTangent = 0) {
   return { frame, value, inTangent, outTangent };
 }
 
-/** A clip of one curve with one key, over which `changes` are laid. */
+/** A clip of one curve with one key, with `changes` to the clip. */
 function clipWith(changes) {
   const curve = { target: 0, type: sampleTypes.PositionX, keys: [key(0)] };
   return Object.assign(
@@ -20,12 +20,12 @@ function clipWith(changes) {
   );
 }
 
-/** The same with `changes` laid over its curve. */
+/** The same with `changes` to its curve. */
 function curveWith(changes) {
   return clipWith({ curves: [Object.assign({}, clipWith().curves[0], changes)] });
 }
 
-/** The same with `changes` laid over its key. */
+/** The same with `changes` to its key. */
 function keyWith(changes) {
   return curveWith({ keys: [Object.assign(key(0), changes)] });
 }

@@ -424,7 +424,7 @@ describe('entity commands and dirty list in the engine', () => {
   });
 
   it('inserts at an index: traversal order is the order of children', () => {
-    // Children 1, 2, 3 of root 0 carry 4, 5, 6; 3 is inserted between the other two.
+    // Children 1, 2, 3 of root 0 have the children 4, 5, 6; 3 is inserted between the other two.
     const s = createScene(0, 1, 2, 3, 0, 0, 0);
     s.commands.addRoot(s.h(0));
     s.commands.addChild(s.h(0), s.h(1));

@@ -26,7 +26,7 @@ const kSeed = 4117;
 /** Rounding of values and slopes to floats, for values up to 1. */
 const kFloatError = 3e-7;
 
-/** What a cubic with exact ends and slopes misses of an arc of at most 0.125: 0.125^4 / 384. */
+/** Error of a cubic with exact ends and slopes on an arc of at most 0.125: 0.125^4 / 384. */
 const kArcError = 6.4e-7;
 
 let folder;
@@ -536,7 +536,7 @@ describe('any animation', () => {
         assert.strictEqual(animation.framesPerSecond % 1, 0);
         assert.ok(animation.framesPerSecond <= Math.max(channel.rate, 24));
         const isStep = channel.interpolation === 'STEP';
-        // Key times are floats: the moment of a key is off by half a unit in its last place.
+        // Key times are floats: rounding moves a key by half a unit in its last place.
         const late = channel.times[channel.times.length - 1] * 2 ** -23;
         let speed = 0;
         for (const { keys } of curvesOf(clip, 0, channel.path)) {
@@ -544,7 +544,7 @@ describe('any animation', () => {
             speed = Math.max(speed, Math.abs(inTangent), Math.abs(outTangent));
           }
         }
-        // A cubic may run off between its keys, by its slopes over the longest gap.
+        // A cubic may deviate between its keys, by its slopes over the longest gap.
         const size = 20 + speed * 40 * 0.042 * 0.3;
         const bound =
           size * kFloatError +

@@ -19,14 +19,14 @@ const throwing = {
   },
 };
 
-/** What the process holds on to. */
+/** Objects that are kept alive. */
 const kept = [entity, component, dataModel];
 
 function about() {
   fs.writeSync(1, 'about to end\n');
 }
 
-/** A clip that puts its one target to x = 7. */
+/** A clip that moves its only target to x = 7. */
 const sound = { curves: [{ target: 0, type: types.PositionX, keys: [[0, 7]] }] };
 
 /**
@@ -83,7 +83,7 @@ const cases = {
     kept.push(engine.createComponent(2, 1, 1));
     update(kept[kept.length - 1]);
   },
-  /** A sound clip plays ahead of the missing one. */
+  /** A valid clip plays before the missing one. */
   missingSecondClip() {
     addon.writeOnAbort(new Uint8Array(entity.buffer, 20, 24));
     new Float32Array(entity.buffer).set([1, 2, 3, 4, 5, 6], 5);
@@ -122,7 +122,7 @@ const cases = {
     about();
     engine.updateAnimators(Uint32Array.of(2, ...handles));
   },
-  /** All of it is only seen when it is used. */
+  /** The defects are found at first use only. */
   unusedContent() {
     kept.push(engine.createDataModel(1, writeClip(Object.assign({ keyDataOffset: 1 }, sound))));
     kept.push(
@@ -148,7 +148,7 @@ const cases = {
     about();
     engine.updateSkinningMatrix(component.id);
   },
-  /** The first bone's result stands, the second's stays as it was. */
+  /** The first bone's result is written, the second's is unchanged. */
   missingEntity() {
     placeEntities();
     kept.push(engine.createDataModel(2, identity));
@@ -176,7 +176,7 @@ const cases = {
   skinningsOnEmptyByWorkers: () => (
     about(), engine.updateSkinningMatrices.call(empty, Uint32Array.of(2, 0x1000, 0x2000))
   ),
-  // The conversion alone says that the end is near.
+  // Printed by the conversion of the argument, the last step before the end.
   animatorOnEmptyConverts: () => engine.updateAnimator.call(empty, { valueOf: about }),
   skinningOnEntityConverts: () => engine.updateSkinningMatrix.call(entity, { valueOf: about }),
   dataModelOnEmpty: () => (about(), engine.createDataModel.call(empty, 1, new ArrayBuffer(4))),

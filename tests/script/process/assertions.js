@@ -5,7 +5,7 @@ const { modulePath, addonPath } = require('../support/host');
 
 const addon = require(addonPath);
 
-/** Collects until the process ends or patience does. */
+/** Collects garbage until the process ends, or for a limited number of rounds. */
 function collectForever(rounds = 50) {
   gc();
   if (rounds > 0) {
@@ -13,7 +13,7 @@ function collectForever(rounds = 50) {
   }
 }
 
-/** A probe that nothing holds, whose memory reports are off by `delta`. */
+/** A probe that nothing keeps alive, whose memory reports do not sum to zero but to `delta`. */
 function dropUnbalanced(delta) {
   addon.adjustMemory(addon.newProbe(4096), delta);
 }
@@ -42,7 +42,7 @@ const cases = {
   constructEntity: () => addon.construct('EngineEntity'),
 };
 
-// Loaded beside the addon, as it is in the suites.
+// The module is loaded too, as in the suites.
 require(modulePath);
 fs.writeSync(1, 'about to end\n');
 cases[process.argv[2]]();

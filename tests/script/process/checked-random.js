@@ -1,7 +1,7 @@
 'use strict';
 // Random words in the shared memory of a checked engine, and random calls: `checked-random.js SEED`. What
-// passes must not end the process, and what does not must be a complaint. Tells on stderr how many did;
-// the module's log goes to stdout.
+// is accepted must not end the process, and what is refused must throw a readable error. Prints on stderr how many
+// were accepted; the module's log goes to stdout.
 const assert = require('assert');
 const fs = require('fs');
 const { modulePath } = require('../support/host');
@@ -60,7 +60,7 @@ function play(seed, rounds) {
   const actions = [
     () => stream(engine.entityCommands, commandNumbers, 7),
     () => {
-      // Whole commands, so that many pass.
+      // Whole commands, so that many are accepted.
       const number = pick(commandNumbers.filter((n) => n !== 7 && n !== 9));
       const count = number === 3 ? 3 : [2, 6].includes(number) ? 2 : 1;
       const operands = Array.from({ length: count }, () => 4096 + below(4));
@@ -155,7 +155,7 @@ function play(seed, rounds) {
       pick(actions)();
       ++counts.passed;
     } catch (error) {
-      // Anything else than a complaint is a defect.
+      // Any other error is a defect.
       assert(/^[a-zA-Z0-9]+: .+: .+\.$/.test(error.message), `seed ${seed}: ${error.stack}`);
       ++counts.refused;
     }

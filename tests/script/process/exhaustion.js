@@ -6,7 +6,7 @@ const library = require('../../../lib');
 
 const engine = require(modulePath).getEngine();
 
-/** Three entities in a circle: 0 above 1 above 2 above 0. With a root the first is one from the beginning. */
+/** Three entities in a parent cycle: 0 above 1 above 2 above 0. With a root, entity 0 is made one first. */
 function refreshCircle(hasRoot) {
   const view = new library.Entity3DView(engine.createEntity(true, 3));
   const commands = new library.EntityCommandWriter(engine);

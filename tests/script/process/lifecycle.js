@@ -23,14 +23,14 @@ function useEngine(nq) {
   for (let i = 0; i < 100; ++i) {
     dirty[i + 1] = batch.id + i;
   }
-  // 100 entries go to the workers, so that all of them have run and wait.
+  // 100 entries are posted to the workers, so that all of them have run, and now wait.
   engine.refreshWorldTransform();
   return [engine, batch];
 }
 
 const work = `(${useEngine})(nq);`;
 
-/** Threads of an engine wait in the module's code, so that must not be unmapped with a Worker. */
+/** Threads of an engine wait in the module's code, which must not be unmapped when a Worker ends. */
 function assertMapped() {
   if (!fs.readFileSync('/proc/self/maps', 'utf8').includes(path.basename(modulePath))) {
     throw new Error('the module is gone');
@@ -50,7 +50,7 @@ const cases = {
     useEngine(require(modulePath));
     process.exitCode = 0;
   },
-  /** Loaded, and never used. */
+  /** The module is loaded and never used. */
   unused() {
     require(modulePath);
   },
@@ -69,7 +69,7 @@ const cases = {
       kept.push(useEngine(nq));
     }
   },
-  /** The module leaves with each Worker as far as the host knows; its threads go on. */
+  /** The host unloads the module with each Worker, but the engine's threads continue. */
   async workerAlone() {
     for (let i = 0; i < 6; ++i) {
       const code = await worker(work);
@@ -79,7 +79,7 @@ const cases = {
       assertMapped();
     }
   },
-  /** The same without an engine, where nothing but the module itself could hold it. */
+  /** The same without an engine: only the module itself can prevent its unmapping. */
   async workerUnused() {
     await worker('');
     assertMapped();
@@ -110,7 +110,7 @@ const cases = {
     await Promise.all(workers);
     useEngine(nq);
   },
-  /** The main thread loads it after a Worker that did has ended. */
+  /** The main thread loads the module after a Worker that loaded it has ended. */
   async workerThenMain() {
     await worker(work);
     useEngine(require(modulePath));

@@ -6,7 +6,7 @@ const { World } = require('../support/world');
 const { addonPath } = require('../support/host');
 
 const cases = {
-  /** a to b and then b to a; 8192 is b, 4096 is a. */
+  /** Binds a to b and then b to a; a is 4096, b is 8192. */
   bindingCycle() {
     const world = new World();
     const [a, b] = [world.add3D(), world.add3D()];
@@ -14,7 +14,7 @@ const cases = {
     world.bind(b.handle(), a.handle());
     world.refresh();
   },
-  /** Across three, and an entity to itself. */
+  /** A cycle of three entities, and an entity bound to itself. */
   longBindingCycle() {
     const world = new World();
     const batch = world.add3D(4);
@@ -25,7 +25,7 @@ const cases = {
     world.bind(h + 3, h + 3);
     world.refresh();
   },
-  /** A bone without extent, recomputed twice; one of its two bound entities is an active 3D one. */
+  /** A bone of scale 0, recomputed twice; one of its two bound entities is an active 3D one. */
   flatBone() {
     const world = new World();
     const bone = world.add3D();
@@ -45,7 +45,7 @@ const cases = {
       scale: [1, 1, 1],
     });
   },
-  /** The same with bound entities that are inactive or 2D: nothing to say. */
+  /** The same with bound entities that are inactive or 2D: no warning. */
   flatBoneOfNobody() {
     const world = new World();
     const bone = world.add3D();

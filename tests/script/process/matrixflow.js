@@ -24,7 +24,7 @@ function runWords(...words) {
 const empty = new buffer.constructor();
 const emptyEngine = new engine.constructor();
 
-/** The process is to end in the call. */
+/** The call must end the process. */
 function last(call) {
   return () => {
     fs.writeSync(1, 'about to end\n');
@@ -43,7 +43,7 @@ const cases = {
     assert.strictEqual(buffer.execute(1, 'ignored'), 0);
     assert.strictEqual(floats[2], 3);
   },
-  /** A buffer of size 0 has handle 0; a call passes the result on without a line of its own. */
+  /** A buffer of size 0 has handle 0; a call returns its result without logging a line of its own. */
   noBuffer() {
     assert.strictEqual(make(0).execute(), 1);
     writer.call(0x7000);
@@ -55,7 +55,7 @@ const cases = {
   async released() {
     const handle = (() => make().id)();
     writer.call(handle);
-    // A run that still finds it is silent.
+    // A run that still finds the buffer logs nothing.
     let code = 0;
     await collectUntil(() => {
       code = code || buffer.execute();
@@ -63,7 +63,7 @@ const cases = {
     });
     assert.strictEqual(code, 1);
   },
-  /** A block goes with the object that it came with. */
+  /** A block is released with its object. */
   async releasedBlock() {
     const id = (() => make(64).memoryID)();
     writer.bulkCopy(0, id, 0, id, 0);
@@ -103,7 +103,7 @@ const cases = {
       assert.strictEqual(buffer.execute(), 4);
     }
   },
-  /** Ends in the last byte, and one byte further, for each operand; what is done before stays done. */
+  /** Values that end at the last byte, and one byte past it, for each operand; effects of earlier commands remain. */
   lastByte() {
     const shapes = [
       ['scalarCopy', 4, 2],
@@ -123,7 +123,7 @@ const cases = {
       ['matrix4Mul', 64, 3],
       ['matrix4Invert', 64, 2],
     ];
-    // No size of the allocator's own: what was asked for counts.
+    // Not a block size of the allocator: the requested size is the bound.
     const size = 100;
     const room = make(size);
     const bytes = new Uint8Array(room.buffer);
@@ -132,7 +132,7 @@ const cases = {
     for (const [method, proven, count] of shapes) {
       for (let wrong = 0; wrong < count; ++wrong) {
         for (const excess of [0, 1]) {
-          // A copy of the short kind may only end here, or it would run past the block.
+          // A copy that is bounds-checked for fewer bytes than it copies would write past the block.
           if (excess === 0 && proven === 4 && method.startsWith('vector')) {
             continue;
           }
@@ -172,7 +172,7 @@ const cases = {
     // Kept on purpose: a count of bytes wraps, here to 0.
     assert.strictEqual(runWords(9000, 0x40000000, data.memoryID, 0, data.memoryID, 0), 0);
   },
-  /** Kept on purpose: sums wrap. A division by 0 stops behind the check of its result's place. */
+  /** Kept on purpose: sums wrap. A division by 0 stops after the bounds check of its result. */
   wrap() {
     floats.fill(0);
     writer.scalarDiv(at(0), at(4), at(0xfffffffc));
@@ -194,14 +194,14 @@ const cases = {
       assert.strictEqual(buffer.execute(), 5);
       assert.deepStrictEqual([floats[2], floats[3], floats[4]], [2, 77, 0], `${divisor}`);
     }
-    // A caller passes it on, and stops.
+    // The calling buffer stops with the same result.
     const outer = make();
     const calls = new MatrixFlowWriter(outer);
     calls.call(buffer.id);
     calls.scalarCopy(at(16), at(0));
     assert.strictEqual(outer.execute(), 5);
     assert.strictEqual(floats[4], 0);
-    // The smallest normal float divides, and so does what is no number.
+    // The smallest normal float is a valid divisor, and so is NaN.
     floats[1] = 2 ** -126;
     assert.strictEqual(buffer.execute(), 0);
     assert.strictEqual(floats[3], 2 ** 127);
@@ -218,7 +218,7 @@ const cases = {
   createOnBuffer: last(() => engine.createMatrixFlowCommandBuffer.call(buffer, 16)),
   sizeIsSymbol: last(() => make(Symbol('1'))),
   sizeIsBigInt: last(() => make(BigInt(1))),
-  /** Nothing guards against it. */
+  /** Recursion is not checked. */
   circle: last(() => {
     writer.call(buffer.id);
     buffer.execute();

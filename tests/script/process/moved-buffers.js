@@ -1,7 +1,7 @@
 'use strict';
 // Transfers buffers to other buffers, in each way that a host supports, while their memory is collected and reused.
 //   node --expose-gc moved-buffers.js CASE WAY
-// Prints "about to end" as its last line when all of it went well.
+// Prints "about to end" as its last line on success.
 const assert = require('assert');
 const { MessageChannel, receiveMessageOnPort, Worker } = require('worker_threads');
 const lib = require('../../../lib');
@@ -9,7 +9,7 @@ const { differences, modulePath } = require('../support/host');
 
 const nq = require(modulePath);
 
-/** Each moves a buffer and returns, at once or later, the buffer that has its memory from then on. */
+/** Each transfers a buffer and returns the new buffer over its memory, or a promise of it. */
 const ways = {
   postMessage(buffer) {
     const { port1, port2 } = new MessageChannel();
@@ -54,10 +54,10 @@ const ways = {
   },
 };
 
-/** A thread for each round takes its time. */
+/** Fewer rounds where each starts a thread. */
 const roundsOf = (way) => (way === 'worker' ? 20 : 200);
 
-/** Scenes that stay alive, as objects that are named must. */
+/** Scenes that are kept alive, since handles name their objects. */
 const scenes = [];
 
 /** An engine with spheres in front of a camera, and a call that finds them all. */
@@ -82,7 +82,7 @@ function scene(count) {
 }
 
 const cases = {
-  // Results of culling belong to script: they stay what they were in whatever buffer they are.
+  // Results of culling belong to JavaScript: they are unchanged in any buffer.
   async givenAway(way) {
     const count = 500;
     const { spheres, cull } = scene(count);
@@ -112,8 +112,8 @@ const cases = {
     }
   },
 
-  // Memory of the engine stays native: its buffers are copied, moved or kept, as the host has it, and the memory
-  // behind them is used on, given back and used again like any other.
+  // Memory of the engine stays native: depending on the host its buffers are copied, transferred or refused, and the
+  // memory behind them is still used, released and reused like any other.
   async ofEngine(way) {
     const engine = nq.getEngine();
     for (let round = 0; round < roundsOf(way); ++round) {
@@ -146,7 +146,7 @@ const cases = {
     }
   },
 
-  // So do the three buffers of the engine itself.
+  // The same for the three buffers of the engine.
   async engineItself(way) {
     const { engine, entities, cull } = scene(3);
     for (const name of ['dirtyEntities', 'entityCommands', 'cullingResult']) {
@@ -173,8 +173,8 @@ const cases = {
     engine.refreshWorldTransform();
   },
 
-  // Several live buffers over one block, which newer headers of V8 forbid in words: each engine object that is
-  // published anew has one.
+  // Several live buffers over one block, which comments in newer headers of V8 forbid: there is one for each engine
+  // object that is published again.
   async overOneBlock() {
     const addon = require(process.env.NQ_TEST_ADDON);
     const buffers = [];

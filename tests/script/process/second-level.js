@@ -10,7 +10,7 @@ const rounds = 20;
 const perRound = 5000;
 const bytes = 4 + 28 * perRound;
 
-/** What goes on in a level. Making and using stand in one function: only so the trouble shows. */
+/** A level. Creation and use are in one function: otherwise the slowdown does not occur. */
 const plays = {
   EntityCommandWriter() {
     const writer = new EntityCommandWriter({ entityCommands: new ArrayBuffer(bytes) });

@@ -345,7 +345,7 @@ function animated(engine, targets = 1) {
   return { entity, animator };
 }
 
-/** Runs entity commands, with element 0 of a batch at x = 3 and dirty, and tells x of its second. */
+/** Runs entity commands, with element 0 of a batch at x = 3 and dirty, and returns x of element 1. */
 function worldX(engine, batch, commands) {
   const floats = new Float32Array(batch.buffer);
   [0, 1].forEach((i) => floats.set([3 - 3 * i, 0, 0, 1, 1, 1], 27 * i + 5));

@@ -31,7 +31,7 @@ const { perspective, overview } = protocol.cameras;
 const toText = (bytes) => Buffer.from(bytes).toString('utf8');
 const toBytes = (text) => Buffer.from(text, 'utf8');
 
-/** A buffer of just so many bytes, full of poison. */
+/** A buffer of exactly this many bytes, filled with poison. */
 const takeBuffer = (bytes) => new Uint8Array(bytes).fill(0xab).buffer;
 
 let folder;
@@ -769,7 +769,7 @@ describe('viewer server', () => {
     const client = new Client(address);
     await client.until(() => client.scenes.length > 0, 'the scene');
     client.socket.send(`"${'x'.repeat(2000)}"`);
-    // Too big for what pages say.
+    // Larger than any message of a page.
     assert.strictEqual((await client.closed).code, 1009);
     assert.strictEqual(server.show.crowd, 30);
   });
@@ -862,7 +862,7 @@ function start(args, environment) {
   return { child, ended, address };
 }
 
-/** What a connection is asked for that is to become a stream. */
+/** The request that upgrades a connection to a stream. */
 function upgradeRequest(address, origin = address.replace(/\/$/, '')) {
   return [
     'GET /stream HTTP/1.1',
@@ -877,7 +877,7 @@ function upgradeRequest(address, origin = address.replace(/\/$/, '')) {
   ].join('\r\n');
 }
 
-/** A connection of bytes; what goes wrong with it is no trouble. */
+/** A raw connection; its errors are ignored. */
 function connect(address) {
   const { hostname, port } = new URL(address);
   const socket = net.connect({ host: hostname, port: Number(port), allowHalfOpen: true });
@@ -887,7 +887,7 @@ function connect(address) {
 
 const closed = (socket) => new Promise((resolve) => socket.once('close', resolve));
 
-/** So many pings of 125 bytes each, in one piece. A mask of zeros leaves them as they are. */
+/** A number of pings of 125 bytes each, in one buffer. A mask of zeros does not change them. */
 function manyPings(count) {
   const ping = Buffer.alloc(2 + 4 + 125, 'p');
   ping.set([0x89, 0x80 | 125, 0, 0, 0, 0]);
@@ -945,7 +945,7 @@ describe('viewer program against broken clients', () => {
     socket.write(upgradeRequest(address, 'http://example.com'));
     await ended;
     assert.ok(answer.startsWith('HTTP/1.1 403 Forbidden\r\n'), answer);
-    // The other side is gone: sooner or later, writing fails.
+    // The connection is lost: eventually, writing fails.
     const end = closed(socket);
     const timer = setInterval(() => socket.write('more'), 50);
     await end;
@@ -978,7 +978,7 @@ describe('viewer program against broken clients', () => {
     const start = peakMegabytes(program.child.pid);
     const socket = connect(address);
     const end = closed(socket);
-    // Nothing is read here: answers could only wait on the other side.
+    // Nothing is read here, so replies would be queued on the other side.
     socket.pause();
     socket.write(upgradeRequest(address));
     const pings = manyPings(1000);

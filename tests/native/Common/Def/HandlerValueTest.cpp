@@ -74,7 +74,7 @@ TEST_F(HandlerValueTest, ABlockValueAllocatesFromTheOwnersRuntimeAndReleasesTher
   EXPECT_EQ(info.memoryID, 1u);
   EXPECT_EQ(info.pointer, pointer);
 
-  EXPECT_EQ(Delete(value), "") << "only the runtime's own values tell of their end";
+  EXPECT_EQ(Delete(value), "") << "only the runtime's own values print a line";
   EXPECT_TRUE(IsNoBlock(runtime->FindBlock(1)));
   EXPECT_EQ(runtime->FindBlock(0).pointer, other.pointer);
   EXPECT_EQ(runtime->Allocate(33).pointer, pointer);

@@ -159,7 +159,7 @@ TEST(ClipSamplingTest, AnInfiniteOutTangentAtTheSegmentsEndMakesAStep) {
 TEST(ClipSamplingTest, AnInfiniteInTangentMakesNoStep) {
   EXPECT_EQ(-kInfinity, At({{0, 1, 0, 0}, {10, 2, kInfinity, 0}}, 5)) << "its weight is negative";
   EXPECT_EQ(kInfinity, At({{0, 1, 0, 0}, {10, 2, -kInfinity, 0}}, 5));
-  EXPECT_EQ(1.5f, At({{0, 1, kInfinity, 0}, {10, 2, 0, 0}}, 5)) << "ahead of the segment";
+  EXPECT_EQ(1.5f, At({{0, 1, kInfinity, 0}, {10, 2, 0, 0}}, 5)) << "before the segment";
 }
 
 TEST(ClipSamplingTest, OfTwoKeysOnAFrameTheFirstIsFound) {

@@ -420,7 +420,7 @@ TEST_F(CullingComponentValueTest, ALargeBatchOfEntitiesCanBeReleasedBetweenCalls
   for (uint32_t i = 0; i < 4095; i += 400) {
     scene.Refresh(entities + i);
   }
-  EXPECT_EQ(11u, scene.Seen().size()) << "the others stand at the origin, a point";
+  EXPECT_EQ(11u, scene.Seen().size()) << "the others are points at the origin";
   scene.ReleaseEntities(entities + 17);
   EXPECT_EQ(Handles{}, scene.Seen());
   scene.Add2D(4000);

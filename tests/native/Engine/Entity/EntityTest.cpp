@@ -223,7 +223,7 @@ TEST_F(EntityTest, ABindingCycleIsRefusedWithTwoWrites) {
 }
 
 TEST_F(EntityTest, ARefusedRebindLeavesTheEntityUnbound) {
-  //  2 -> 1 -> 0 -> 3 are bound; 0 asks for 2
+  //  2 -> 1 -> 0 -> 3 are bound; then 0 is bound to 2
   const uint32_t e = world.Add3D(4);
   world.At(e + 2).BindToBone(&world.At(e + 1));
   world.At(e + 1).BindToBone(&world.At(e));
