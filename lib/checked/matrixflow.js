@@ -178,14 +178,14 @@ class DryRun {
    * An operand, or null where native code ends with a result.
    * @param {string} name as in the table of commands
    */
-  _operand(label, name, memoryID, offset, bytes, proven) {
+  _operand(label, name, memoryID, offset, bytes, checkedBytes) {
     const view = this._block(label, memoryID);
     if (view === undefined) {
       return null;
     }
     const size = view.byteLength;
     // The sum wraps at 32 bits, as it does natively.
-    if ((offset + proven) >>> 0 > size) {
+    if ((offset + checkedBytes) >>> 0 > size) {
       return null;
     }
     if (offset + bytes > size) {
@@ -198,11 +198,11 @@ class DryRun {
   }
 
   /** All operands of a command, or null. */
-  _operands(label, names, word, bytes, proven) {
+  _operands(label, names, word, bytes, checkedBytes) {
     const operands = [];
     for (let i = 0; i < names.length; ++i) {
       const [memoryID, offset] = [word(2 * i), word(2 * i + 1)];
-      const operand = this._operand(label, names[i], memoryID, offset, bytes, proven);
+      const operand = this._operand(label, names[i], memoryID, offset, bytes, checkedBytes);
       if (operand === null) {
         return null;
       }
@@ -229,8 +229,8 @@ class DryRun {
     return operands !== null && this._move(label, operands[1], operands[0], bytes);
   }
 
-  _copy(label, { operands: names, bytes, proven }, word) {
-    const operands = this._operands(label, names, word, bytes, proven);
+  _copy(label, { operands: names, bytes, checkedBytes }, word) {
+    const operands = this._operands(label, names, word, bytes, checkedBytes);
     if (operands === null) {
       return false;
     }

@@ -188,14 +188,14 @@ function entityRow({ name, value, command: { operands, isBatch } }) {
 }
 
 function flowRow({ name, value, command }) {
-  const { family, operands, bytes, proven, compute, rows } = command;
+  const { family, operands, bytes, checkedBytes, compute, rows } = command;
   if (family === undefined) {
     const words = command.words === undefined ? operands.length : command.words;
     return `[${value}, { name: '${name}', words: ${words} }],`;
   }
   const names = operands.map((operand) => `'${operand}'`).join(', ');
   const own = [`words: ${2 * operands.length}`, `operands: [${names}]`, `bytes: ${bytes}`];
-  own.push(`proven: ${proven}`);
+  own.push(`checkedBytes: ${checkedBytes}`);
   if (compute !== undefined) {
     own.push(`compute: (a, b) => fround(${compute})`);
   }

@@ -1031,7 +1031,7 @@ const flowValues = {
 };
 
 /** Bytes that native code bounds-checks for a copy, where these are fewer than it copies. */
-const kProvenCopies = { vector2: 4, vector3: 4 };
+const kCheckedCopyBytes = { vector2: 4, vector3: 4 };
 
 const kAllValues = Object.keys(flowValues);
 const kNoMatrices = ['scalar', 'vector2', 'vector3', 'vector4'];
@@ -1068,9 +1068,9 @@ function describeFlow(name, family, operation) {
     return `${names}: the source first. D = S: a copy, not the inverse.`;
   }
   if (operation === 'Copy') {
-    const proven = kProvenCopies[family];
-    const note = `The engine bounds-checks ${proven} of them; \`blockSizes\` checks all ${bytes}.`;
-    return `${names}. D = S, ${bytes} bytes.${proven === undefined ? '' : ` ${note}`}`;
+    const checkedBytes = kCheckedCopyBytes[family];
+    const note = `The engine bounds-checks ${checkedBytes} of them; \`blockSizes\` checks all ${bytes}.`;
+    return `${names}. D = S, ${bytes} bytes.${checkedBytes === undefined ? '' : ` ${note}`}`;
   }
   const formula = flowOperations[operation].each.toUpperCase();
   const isProduct = operation === 'Mul' && rows !== undefined;
@@ -1088,7 +1088,7 @@ function flowFamily(family) {
     const name = `${family}${operation}`;
     const { number, operands, each } = flowOperations[operation];
     const isProduct = operation === 'Mul' && rows !== undefined;
-    const proven = operation === 'Copy' ? kProvenCopies[family] : undefined;
+    const checkedBytes = operation === 'Copy' ? kCheckedCopyBytes[family] : undefined;
     return {
       name,
       value: first + number,
@@ -1096,7 +1096,7 @@ function flowFamily(family) {
         family,
         operands,
         bytes,
-        proven: proven === undefined ? bytes : proven,
+        checkedBytes: checkedBytes === undefined ? bytes : checkedBytes,
         compute: isProduct ? undefined : each,
         rows: isProduct ? rows : undefined,
         about: describeFlow(name, family, operation),

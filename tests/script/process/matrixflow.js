@@ -129,16 +129,16 @@ const cases = {
     const bytes = new Uint8Array(room.buffer);
     assert.strictEqual(bytes.length, size);
     let failed = 0;
-    for (const [method, proven, count] of shapes) {
+    for (const [method, checkedBytes, count] of shapes) {
       for (let wrong = 0; wrong < count; ++wrong) {
         for (const excess of [0, 1]) {
           // A copy that is bounds-checked for fewer bytes than it copies would write past the block.
-          if (excess === 0 && proven === 4 && method.startsWith('vector')) {
+          if (excess === 0 && checkedBytes === 4 && method.startsWith('vector')) {
             continue;
           }
           const operands = Array.from({ length: count }, (_, i) => ({
             memoryID: room.memoryID,
-            offset: i === wrong ? size - proven + excess : 0,
+            offset: i === wrong ? size - checkedBytes + excess : 0,
           }));
           bytes.fill(63);
           const before = bytes.slice();
