@@ -184,7 +184,7 @@ function checkVersion(label, json) {
   for (const name of Array.isArray(json.extensionsRequired) ? json.extensionsRequired : []) {
     if (!harmlessExtension.test(name)) {
       const trouble = `it needs the extension ${shown(name)}, which is not supported`;
-      throw new GltfError(`${label}: ${trouble}: export it without.`);
+      throw new GltfError(`${label}: ${trouble}: export the file without it.`);
     }
   }
 }

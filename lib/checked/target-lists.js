@@ -125,7 +125,7 @@ function checkWriteBack(call, { registry }, entry, read, removedMode, keptMode) 
       const trouble = `blending has entered an identity under the number ${number}, which is an entity`;
       const found = `${name} is ${mode}, which writes rest poses back, and ${trouble}`;
       throw new RangeError(
-        `${call}: ${found}: give a ${name} without 2, and write poses yourself.`
+        `${call}: ${found}: give a ${name} of 0 or 1, and write the poses yourself.`
       );
     }
   });

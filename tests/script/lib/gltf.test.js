@@ -1048,7 +1048,7 @@ describe('messages about bad files', () => {
     [
       'an extension that it needs',
       (json) => (json.extensionsRequired = ['EXT_meshopt_compression']),
-      "it needs the extension 'EXT_meshopt_compression', which is not supported: export it without.",
+      "it needs the extension 'EXT_meshopt_compression', which is not supported: export the file without it.",
     ],
     ['nodes in an object', (json) => (json.nodes = {}), `its list of nodes is broken: ${again}`],
     [
