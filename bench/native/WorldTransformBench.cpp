@@ -92,8 +92,8 @@ void BM_RefreshWorldTransform(benchmark::State& state) {
   state.SetLabel(ShapeName(shape));
 }
 
-// The same in halves: `sync` is local matrices with posting them, version bumps and marks; `world`
-// is the world matrices.
+// The same frame, timed in two halves. `sync`: local matrices, including posting them, version
+// increments and marks. `world`: world matrices.
 void BM_FrameByHalves(benchmark::State& state) {
   const Shape shape = static_cast<Shape>(state.range(0));
   const uint32_t nodes = static_cast<uint32_t>(state.range(1));

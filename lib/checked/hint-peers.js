@@ -10,7 +10,7 @@ const peers = new Set();
 /** Refreshes of all engines so far. */
 let clock = 0;
 
-/** What others know of an engine; it must not refer to the engine, which it would keep alive. */
+/** State of an engine that others read; it must not refer to the engine, which it would keep alive. */
 class Peer {
   constructor() {
     /** Time of the last refresh. */

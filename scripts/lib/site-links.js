@@ -1,5 +1,6 @@
 'use strict';
-// Links within a built site: that each leads to a file, and to an anchor of it, that are there.
+// Verifies links within a built site: each must lead to an existing file and, if it names an anchor, to an existing
+// one.
 const fs = require('fs');
 const path = require('path');
 const { sourceOf } = require('./site-pages');

@@ -24,7 +24,7 @@ const {
 function createCullingNative(scene) {
   const engine = getEngine();
   const { count } = scene;
-  // Entity 0 is the root, entity i + 1 carries object i.
+  // Entity 0 is the root, object i is attached to entity i + 1.
   const { objects: entities, records, handles } = createEntities(engine, count + 1);
   const parents = new Int32Array(count + 1);
   parents[0] = -1;

@@ -29,8 +29,8 @@ const setCount = 16;
  */
 
 /**
- * Two clips that a character plays: their numbers, and their times in frames. The second one's weight is
- * what the first one's leaves of 1.
+ * Two clips that a character plays: their numbers, and their times in frames. The weight of the second one is
+ * 1 minus that of the first.
  * @typedef {{fractional: Float32Array, whole: Float32Array, weights: Float32Array}} PlaySet `fractional`
  * and `whole` hold two times per character, none and all of them on a key
  */

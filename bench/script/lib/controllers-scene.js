@@ -25,7 +25,7 @@ const largestSwing = 0.2;
 const setCount = 16;
 
 /**
- * Playback of a character: a time in frames per clip; the weight of running, of which walking has the rest to 1; and
+ * Playback of a character: a time in frames per clip; the weight of running, while that of walking is 1 minus it; and
  * the weight of aiming, which is added on top.
  * @typedef {{times: Float32Array, running: Float32Array, aiming: Float32Array}} ControllerSet `times`
  * holds three per character
