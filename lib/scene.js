@@ -216,6 +216,14 @@ class Scene {
   }
 
   /**
+   * Bytes of memory that it shares with its engine, those of its pools included.
+   * @type {number}
+   */
+  get sharedBytes() {
+    return this._blocks.bytes + this._objects.bytes + this._pool.bytes;
+  }
+
+  /**
    * Makes a node.
    * @param {NodeOptions} [options]
    * @returns {Node}

@@ -61,6 +61,9 @@ export declare class Scene {
   /** Whether it was disposed of: it can no longer be used. */
   readonly isDisposed: boolean;
 
+  /** Bytes of memory that it shares with its engine, those of its pools included. */
+  readonly sharedBytes: number;
+
   /** Makes a node. */
   node(options?: NodeOptions): Node;
 
@@ -263,7 +266,8 @@ export declare class Model {
   ): Promise<Model>;
 
   /**
-   * Makes a model of imported data, or of data of the same form.
+   * Makes a model of imported data, or of data of the same form. Targets of an animation may be -1, for what is left
+   * out.
    *
    * @param imported what `importGltf` resolved to
    */
@@ -339,6 +343,8 @@ export interface ModelMesh {
 
 /** A part of a mesh with one material. */
 export interface MeshPrimitive {
+  /** As in the file: 4 for triangles. */
+  readonly mode: number;
   /** 3 a vertex. */
   readonly positions: Float32Array;
   /** 3 a vertex. */

@@ -26,6 +26,11 @@ function keepWith(array, object) {
   array.buffer[owner] = object;
 }
 
+/** Bytes of the blocks of views. */
+function sizeOf(views) {
+  return views.reduce((sum, { u32 }) => sum + u32.buffer.byteLength, 0);
+}
+
 /** A larger copy of a typed array. */
 function grown(array, length) {
   const larger = new array.constructor(length);
@@ -79,6 +84,11 @@ class EntityBlocks {
     this.used = 0;
     /** Index of the parent of each entity, or -1. */
     this.parents = new Int32Array(0);
+  }
+
+  /** Bytes that are shared with the engine. */
+  get bytes() {
+    return sizeOf(this.views);
   }
 
   /** First index of a run of `count` entities, whose records are as they were left. */
@@ -256,6 +266,11 @@ class ObjectBlocks {
     this._owners = [];
   }
 
+  /** Bytes that are shared with the engine. */
+  get bytes() {
+    return sizeOf(this._views);
+  }
+
   /** An object around an entity. */
   take(of, entity) {
     if (this._free.length === 0) {
@@ -347,14 +362,20 @@ class ComponentPool {
     this._engine = engine;
     this._animators = new Map();
     this._skins = new Map();
+    /** Bytes that are shared with the engine, used or not. */
+    this.bytes = 0;
   }
 
   /** An animator of two clips on the same entities. Its block is as it was left. */
   takeAnimator(targetCount) {
-    return (
-      takeFrom(this._animators, targetCount) ||
-      new AnimatorView(this._engine.createComponent(componentKinds.animator, 2, 2 * targetCount), 2)
-    );
+    const pooled = takeFrom(this._animators, targetCount);
+    if (pooled !== null) {
+      return pooled;
+    }
+    const { animator } = componentKinds;
+    const view = new AnimatorView(this._engine.createComponent(animator, 2, 2 * targetCount), 2);
+    this.bytes += view.u32.buffer.byteLength;
+    return view;
   }
 
   /**
@@ -381,10 +402,12 @@ class ComponentPool {
   }
 
   takeSkin(count) {
-    return (
-      takeFrom(this._skins, count) ||
-      new Skin(this._engine.createComponent(componentKinds.skinning, count), count)
-    );
+    const pooled = takeFrom(this._skins, count);
+    if (pooled !== null) {
+      return pooled;
+    }
+    this.bytes += skinning.bytes(count);
+    return new Skin(this._engine.createComponent(componentKinds.skinning, count), count);
   }
 
   giveSkin(view) {

@@ -7,6 +7,7 @@ const { isInstance } = require('../value-checks');
  * A part of a mesh with one material.
  * @readonly
  * @typedef {Object} MeshPrimitive
+ * @property {number} mode As in the file: 4 for triangles.
  * @property {Float32Array} positions 3 a vertex.
  * @property {Float32Array | null} normals 3 a vertex.
  * @property {Float32Array | null} uvs 2 a vertex.
@@ -90,6 +91,7 @@ async function readMeshes(source, nodes, warnings) {
           primitives.map((primitive) => {
             const attribute = (name, Kind) => elementsOf(primitive.getAttribute(name), Kind);
             return Object.freeze({
+              mode: primitive.getMode(),
               positions: attribute('POSITION', Float32Array),
               normals: attribute('NORMAL', Float32Array),
               uvs: attribute('TEXCOORD_0', Float32Array),

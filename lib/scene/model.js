@@ -78,7 +78,7 @@ const groups = [
 function curvesByNode(label, { name, clip, targets }) {
   const nodes = new Map();
   for (const { target, type, keys } of readClip(clip, name).curves) {
-    if (keys.length === 0) {
+    if (keys.length === 0 || targets[target] < 0) {
       continue;
     }
     if (!channels.has(type)) {
@@ -248,7 +248,8 @@ class Model {
   }
 
   /**
-   * Makes a model of imported data, or of data of the same form.
+   * Makes a model of imported data, or of data of the same form. Targets of an animation may be -1, for what is left
+   * out.
    * @param {ImportedModel} imported what `importGltf` resolved to
    * @param {ModelOptions} [options]
    * @returns {Model}

@@ -202,6 +202,7 @@ describe('models of scenes', () => {
     assert.deepStrictEqual(model.skins[0].joints, [0, 1, 2]);
     const [{ node, skin, primitives }] = model.meshes;
     assert.deepStrictEqual([node, skin, primitives.length], [3, 0, 1]);
+    assert.strictEqual(primitives[0].mode, 4);
     assert.strictEqual(primitives[0].positions.length, 36);
     assert.deepStrictEqual(Array.from(primitives[0].joints.slice(0, 4)), [0, 1, 0, 0]);
     assert.strictEqual(primitives[0].indices, null);
@@ -255,6 +256,24 @@ describe('models of scenes', () => {
     }
     assert(farthest <= radius, `${farthest} of ${radius}`);
     assert(farthest > 0.7 * radius, `${farthest} of ${radius}`);
+  });
+
+  it('leave out targets of animations that are -1', async () => {
+    const imported = await importGltf(buildFigure());
+    imported.animations.forEach((animation) => {
+      animation.targets = animation.targets.map((node) => (node === 1 ? -1 : node));
+    });
+    const model = Model.from(imported);
+    const { curves } = nq.readClip(model.clips[0].bytes);
+    // Without the rotation of the arm: scale of the body, translation of the hand.
+    assert.strictEqual(curves.length, 3 + 3);
+    const scene = new Scene({ engine });
+    const [character] = scene.instantiate(model);
+    character.play('walk', { at: 0.5 });
+    scene.update();
+    assert.deepStrictEqual(character.node('arm').quaternion, [0, 0, 0, 1]);
+    assert.strictEqual(character.node('hand').position[0], 0.25);
+    scene.dispose();
   });
 
   it('take bounds from options, and need no vertices', async () => {
@@ -622,6 +641,23 @@ describe('cameras', () => {
 });
 
 describe('memory of characters', () => {
+  it('is counted: blocks of entities and culling objects, animators and skins', async () => {
+    const model = await Model.load(buildFigure());
+    const scene = new Scene({ engine });
+    const { layout } = nq;
+    const blocks = 1024 * layout.entity3D.size;
+    assert.strictEqual(scene.sharedBytes, blocks);
+    // An animator of two clips, which move three nodes; a skin of three joints.
+    const own = 2 * 12 + 2 * 3 * 4 + 4 + 3 * 72;
+    const characters = scene.instantiate(model, 5);
+    const bytes = blocks + 1024 * layout.cullingObject.size + 5 * own;
+    assert.strictEqual(scene.sharedBytes, bytes);
+    characters[0].dispose();
+    scene.instantiate(model, 1);
+    assert.strictEqual(scene.sharedBytes, bytes, 'of pools');
+    scene.dispose();
+  });
+
   it('is reused: generations of them take the room of one', async () => {
     const model = await Model.load(buildFigure());
     const scene = new Scene({ engine });
