@@ -86,6 +86,25 @@ function createOverviewCamera(bounds) {
   };
 }
 
+/**
+ * Lets a camera of a scene see what a camera of the demo sees.
+ * @param {import('../scene').Camera} camera
+ * @param {PerspectiveCamera | OrthographicCamera} pose
+ * @returns {import('../scene').Camera}
+ */
+function aim(camera, pose) {
+  const { eye, target, up, fov, ...volume } = pose;
+  if (fov === undefined) {
+    camera.setOrthographic(volume);
+  } else {
+    camera.setPerspective(Object.assign(volume, { fovRadians: fov }));
+  }
+  camera.setPosition(eye[0], eye[1], eye[2]);
+  camera.lookAt(target[0], target[1], target[2]);
+  camera.setUp(up[0], up[1], up[2]);
+  return camera;
+}
+
 function subtract(a, b) {
   return a.map((value, axis) => value - b[axis]);
 }
@@ -127,4 +146,4 @@ function viewCorners({ eye, target, up, fov, aspect, near, far }) {
   return corners;
 }
 
-module.exports = { createOverviewCamera, createPerspectiveCamera, kPictureYaw, viewCorners };
+module.exports = { aim, createOverviewCamera, createPerspectiveCamera, kPictureYaw, viewCorners };

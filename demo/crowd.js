@@ -1,277 +1,112 @@
 'use strict';
-// Many characters of one kind in the engine: entities, animators or controllers, skinning, props in hands, and the data
-// that JavaScript writes.
-const { CrowdAnimators } = require('./animators');
+// Many characters of one kind in a scene, with props in their hands.
 const { CrowdControllers } = require('./controllers');
 const { CrowdProps } = require('./props');
 
-/** Capacity of a batch of entities or culling objects. */
-const kBatchCapacity = 4095;
+/** Options of a clip whose time and weight the plan sets in each frame. */
+const kDriven = { speed: 0, beside: true };
 
-/** Capacity of the dirty list, in entries after its count. */
-const kDirtyListCapacity = 12287;
-
-/** Words of a 3D record: mode, rotation x y z w, position, scale, world matrix. */
-const kRecordWords = 27;
-const kRotationWord = 1;
-const kPositionWord = 5;
-const kScaleWord = 8;
-const kWorldMatrixWord = 11;
-
-/** Commands of the stream that builds a tree. */
-const kAddRoot = 1;
-const kAddChild = 2;
-
-/** Kinds of components and of data models. */
-const kSkinning = 3;
-const kClipModel = 1;
-const kBonesModel = 2;
-
-/**
- * @typedef {Object} KindNode
- * @property {string} name
- * @property {number} parent index of the parent, which comes earlier; -1 for the first node only
- * @property {number[]} position x, y, z, in the parent's space
- * @property {number[]} rotation quaternion x, y, z, w
- * @property {number[]} scale x, y, z
- */
-
-/**
- * @typedef {Object} KindClip
- * @property {string} name
- * @property {number} framesPerSecond
- * @property {number} frameCount
- * @property {number} stride metres per cycle, 0 for one that stays in place
- * @property {number[]} targets index of the node for each target of the clip
- * @property {ArrayBuffer} bytes
- */
-
-/**
- * @typedef {Object} Hand
- * @property {number} node index of the carrying node
- * @property {number[]} arm indices of the arm's nodes, from the shoulder on
- */
-
-/**
- * Layers of a kind on top of its clips.
- * @typedef {Object} Layers
- * @property {KindClip} wave for the arm that carries something
- * @property {KindClip} breath additive; lungs empty at its first frame
- * @property {Array<{node: number, rotation: number[]}>} hold pose of carrying arms
- * @property {Hand[]} hands left, right
- * @property {import('./props').Prop[]} props
- */
-
-/**
- * Data shared by all characters of a crowd.
- * @typedef {Object} Kind
- * @property {string} name
- * @property {KindNode[]} nodes parents before children; the first one is the position of the character,
- *     which JavaScript sets and no clip moves
- * @property {number[]} joints index of the node of each bone
- * @property {Float32Array} inverseBind 16 elements per bone
- * @property {KindClip[]} clips which all move the same properties of the same nodes; or none
- * @property {?Layers} layers null where plain animators blend the clips
- * @property {import('./mesh').Mesh} mesh
- * @property {string[]} notes parts that are not shown, one line each
- */
-
-/**
- * Owns the engine's objects of a crowd, and keeps them alive: the views use their memory. Node j of character i is
- * entity `i * nodes + j`.
- */
+/** Owns the characters of a crowd. */
 class Crowd {
   /**
-   * Creates, places and links all entities, and computes their matrices.
-   * @param {Object} engine of the native module
-   * @param {Kind} kind
+   * Creates the characters, and computes their matrices.
+   * @param {import('../scene').Scene} scene
+   * @param {import('./kind').Kind} kind
    * @param {number} count
    * @param {Array<?import('./props').Part>} [cast] what each carries, for kinds with layers
    */
-  constructor(engine, kind, count, cast = []) {
-    this.engine = engine;
+  constructor(scene, kind, count, cast = []) {
+    this.scene = scene;
     this.kind = kind;
-    this.count = count;
     this.cast = cast;
-    this.boneCount = count * kind.joints.length;
-    this.handles = new Uint32Array(count * kind.nodes.length);
-    /** Entity objects, and a view of each one's records. */
-    this.batches = [];
-    this.records = [];
-    this.dirtyList = new Uint32Array(engine.dirtyEntities);
-    this.commands = new Uint32Array(engine.entityCommands);
-    this.createEntities();
-    this.link();
-    /** Clips of the kind, then those of its layers. */
-    this.clipModels = [
-      ...kind.clips,
-      ...(kind.layers ? [kind.layers.wave, kind.layers.breath] : []),
-    ].map(({ bytes }) => engine.createDataModel(kClipModel, bytes));
-    this.players = kind.layers ? new CrowdControllers(this) : new CrowdAnimators(this);
-    this.createSkins();
-    this.refresh(this.handles);
-    // Created last: a bound entity needs the world matrix of the hand.
-    this.props = new CrowdProps(this);
-    this.refresh(Array.from({ length: count }, (none, i) => this.placeHandle(i)));
-    this.props.follow();
-  }
-
-  /** Creates entities in full batches, and writes their rest transforms. */
-  createEntities() {
-    const { nodes } = this.kind;
-    for (let first = 0; first < this.handles.length; first += kBatchCapacity) {
-      const size = Math.min(kBatchCapacity, this.handles.length - first);
-      const batch = this.engine.createEntity(true, size);
-      const records = new Float32Array(batch.buffer);
-      const bytes = new Uint8Array(batch.buffer);
-      for (let element = 0; element < size; ++element) {
-        const { rotation, position, scale } = nodes[(first + element) % nodes.length];
-        const word = element * kRecordWords;
-        bytes[4 * word] = 1; // its rotation is a quaternion
-        records.set(rotation, word + kRotationWord);
-        records.set(position, word + kPositionWord);
-        records.set(scale, word + kScaleWord);
-        this.handles[first + element] = batch.id + element;
-      }
-      this.batches.push(batch);
-      this.records.push(records);
-    }
-  }
-
-  /** Writes the links into the command stream, in as many passes as necessary. */
-  link() {
-    const { nodes } = this.kind;
-    let length = 0;
-    const run = () => {
-      this.commands[0] = length * 4;
-      this.engine.refreshWorldTransform();
-      length = 0;
-    };
-    this.handles.forEach((handle, entity) => {
-      const node = entity % nodes.length;
-      const { parent } = nodes[node];
-      const above = this.handles[entity - node + parent];
-      const command = parent < 0 ? [kAddRoot, handle] : [kAddChild, above, handle];
-      if (1 + length + command.length > this.commands.length) {
-        run();
-      }
-      this.commands.set(command, 1 + length);
-      length += command.length;
-    });
-    run();
-  }
-
-  /** Creates a skinning component per character; all share the inverse bind matrices. */
-  createSkins() {
-    const { joints, inverseBind, nodes } = this.kind;
-    this.bonesModel = this.engine.createDataModel(kBonesModel, inverseBind);
-    this.skins = [];
-    /** A view of each character's skinning matrices, which native code writes. */
+    /** @type {import('../scene').Character[]} */
+    this.characters = [];
+    /** The skinning matrices of each character, which native code writes. */
     this.matrices = [];
-    this.skinBatch = new Uint32Array(1 + this.count);
-    for (let i = 0; i < this.count; ++i) {
-      const skin = this.engine.createComponent(kSkinning, joints.length);
-      const words = new Uint32Array(skin.buffer);
-      words[0] = this.bonesModel.id;
-      joints.forEach((node, bone) => {
-        words[1 + bone] = bone;
-        words[1 + joints.length + bone] = this.handles[i * nodes.length + node];
-      });
-      const results = 4 * (1 + 2 * joints.length);
-      this.skins.push(skin);
-      this.matrices.push(new Float32Array(skin.buffer, results, 16 * joints.length));
-      this.skinBatch[++this.skinBatch[0]] = skin.id;
+    this.props = new CrowdProps(this);
+    this.controllers = kind.layers ? new CrowdControllers(this) : null;
+    this.enable(count);
+  }
+
+  get count() {
+    return this.characters.length;
+  }
+
+  get boneCount() {
+    return this.count * this.kind.joints.length;
+  }
+
+  /** Disposes of the last characters, or adds new ones. */
+  enable(count) {
+    const { scene, kind, characters, matrices } = this;
+    while (characters.length > count) {
+      characters.pop().dispose();
+      matrices.pop();
+    }
+    const first = characters.length;
+    characters.push(...scene.instantiate(kind.model, count - first));
+    for (let i = first; i < count; ++i) {
+      matrices.push(characters[i].skinMatrices());
+      kind.model.clips.slice(0, 2).forEach((clip) => characters[i].play(clip, kDriven));
+      this.props.give(i);
+    }
+    // Controllers need linked nodes.
+    scene.update();
+    if (this.controllers !== null) {
+      this.controllers.enable(count);
     }
   }
 
-  /** Handle of the entity for the position of a character. */
-  placeHandle(character) {
-    return this.handles[character * this.kind.nodes.length];
-  }
-
-  /** Sets position (0 to 1, as a fraction of its length) and weight of a character's clip. */
+  /**
+   * Sets position (0 to 1, as a fraction of its length) and weight of a character's clip; the weights of all must sum
+   * to 1.
+   */
   play(character, clip, moment, weight) {
-    this.players.play(character, clip, moment, weight);
+    if (this.controllers !== null) {
+      this.controllers.play(character, clip, moment, weight);
+      return;
+    }
+    const one = this.characters[character];
+    if (one.timeOf(clip) < 0) {
+      if (weight === 0) {
+        return;
+      }
+      // Instead of one of weight 0: two are blended at most.
+      one.play(clip, kDriven);
+    }
+    one.setTime(clip, moment * this.kind.model.clips[clip].duration);
+    one.setWeight(clip, weight);
   }
 
   /** Sets position and weight of the wave of a character with a prop; for kinds with layers. */
   wave(character, moment, weight) {
-    this.players.wave(character, moment, weight);
+    this.controllers.wave(character, moment, weight);
   }
 
   /** Sets position and weight of a character's breath; for kinds with layers. */
   breathe(character, moment, weight) {
-    this.players.breathe(character, moment, weight);
-  }
-
-  /** Writes the rotation of an entity without listing it as dirty. */
-  writeRotation(entity, rotation) {
-    const records = this.records[Math.floor(entity / kBatchCapacity)];
-    records.set(rotation, (entity % kBatchCapacity) * kRecordWords + kRotationWord);
+    this.controllers.breathe(character, moment, weight);
   }
 
   /** Moves a character on the ground and rotates it: at 0 it faces along z, at a quarter turn along x. */
   place(character, x, z, heading) {
-    const entity = character * this.kind.nodes.length;
-    const records = this.records[Math.floor(entity / kBatchCapacity)];
-    const word = (entity % kBatchCapacity) * kRecordWords;
-    records[word + kRotationWord + 1] = Math.sin(heading / 2);
-    records[word + kRotationWord + 3] = Math.cos(heading / 2);
-    records[word + kPositionWord] = x;
-    records[word + kPositionWord + 2] = z;
-    this.dirtyList[++this.dirtyList[0]] = this.handles[entity];
+    const one = this.characters[character];
+    one.setPosition(x, 0, z);
+    one.setQuaternion(0, Math.sin(heading / 2), 0, Math.cos(heading / 2));
   }
 
-  /** Restricts `animate` and `skin` to the first characters. */
-  enable(count) {
-    this.players.batch[0] = count;
-    this.skinBatch[0] = count;
-  }
-
-  /** Samples and blends the clips of all characters into their entities. */
+  /** Evaluates controllers; clips without layers are evaluated by the update of the scene. */
   animate() {
-    this.players.animate();
-  }
-
-  /** Computes the skinning matrices of all characters. */
-  skin() {
-    this.engine.updateSkinningMatrices(this.skinBatch.buffer);
-  }
-
-  /** Refreshes world matrices after `handles` were written, a full dirty list at a time. */
-  refresh(handles) {
-    let next = 0;
-    while (next < handles.length) {
-      let entries = this.dirtyList[0];
-      while (entries < kDirtyListCapacity && next < handles.length) {
-        this.dirtyList[++entries] = handles[next++];
-      }
-      this.dirtyList[0] = entries;
-      this.engine.refreshWorldTransform();
+    if (this.controllers !== null) {
+      this.controllers.animate();
     }
   }
 
-  /**
-   * A copy of an entity's world matrix from its shared record.
-   * @param {number} entity
-   * @returns {Float32Array} 16 elements, column-major
-   */
-  worldMatrix(entity) {
-    const records = this.records[Math.floor(entity / kBatchCapacity)];
-    const word = (entity % kBatchCapacity) * kRecordWords + kWorldMatrixWord;
-    return records.slice(word, word + 16);
-  }
-
-  /** Bytes of shared memory of this crowd. */
+  /** Bytes of memory that this crowd shares with the engine. */
   sharedBytes() {
-    const objects = [
-      ...this.batches,
-      ...this.players.objects,
-      ...this.skins,
-      ...this.props.objects,
-    ];
-    return objects.reduce((sum, { buffer }) => sum + buffer.byteLength, 0);
+    const controllers = this.controllers === null ? 0 : this.controllers.sharedBytes();
+    return this.scene.sharedBytes + controllers;
   }
 }
 
-module.exports = { Crowd, kBatchCapacity };
+module.exports = { Crowd };

@@ -1,36 +1,16 @@
 'use strict';
-// Culling for the demo's cameras: a culling object around each character, and two calls per frame.
-const { kBatchCapacity } = require('./crowd');
-
-/** Kind of component; its argument is the number of objects. */
-const kCulling = 1;
-
-/** Bytes of an object's record, and offsets of its fields. */
-const kRecordBytes = 28;
-const kMaskOffset = 4;
-const kCenterOffset = 8;
-const kRadiusOffset = 20;
-const kEntityOffset = 24;
-
-/** Words of "cullingResult": hash, count, then the handles, nearest first. */
-const kHashWord = 0;
-const kCountWord = 1;
-const kObjectsWord = 2;
-
-/** Bits of a handle for the object within its batch. */
-const kElementMask = 0xfff;
-
-/** Layer bits: all objects are in this layer, and both cameras see it. */
-const kLayer = 1;
+// Culling for the demo's cameras: a sphere around each character, and two cameras of the scene.
+const { Camera } = require('../scene');
+const { aim } = require('./cameras');
 
 /**
  * The last culling result of a camera.
  * @typedef {Object} View
- * @property {Uint32Array} handles of the visible objects, nearest first
- * @property {number} hash of the handles in their order
+ * @property {Uint32Array} handles of the visible characters, nearest first
+ * @property {number} hash of the culling objects in their order
  */
 
-/** Owns the culling objects of a crowd: object i is around character i. */
+/** Culls a crowd for two cameras. */
 class CrowdCulling {
   /**
    * @param {import('./crowd').Crowd} crowd
@@ -39,88 +19,56 @@ class CrowdCulling {
    * @param {import('./cameras').OrthographicCamera} overview
    */
   constructor(crowd, sphere, perspective, overview) {
-    this.engine = crowd.engine;
-    this.count = crowd.count;
+    this.crowd = crowd;
+    this.sphere = sphere;
     this.perspective = perspective;
     this.overview = overview;
-    /** Component objects; object i is element i % 4095 of batch i / 4095. */
-    this.batches = [];
-    this.firstOf = new Map();
-    for (let first = 0; first < crowd.count; first += kBatchCapacity) {
-      const size = Math.min(kBatchCapacity, crowd.count - first);
-      const batch = this.engine.createComponent(kCulling, size);
-      const records = new DataView(batch.buffer);
-      for (let element = 0; element < size; ++element) {
-        const at = element * kRecordBytes;
-        records.setUint8(at, 1);
-        records.setUint32(at + kMaskOffset, kLayer, true);
-        sphere.middle.forEach((value, axis) => {
-          records.setFloat32(at + kCenterOffset + 4 * axis, value, true);
-        });
-        records.setFloat32(at + kRadiusOffset, sphere.radius, true);
-        records.setUint32(at + kEntityOffset, crowd.placeHandle(first + element), true);
-      }
-      this.batches.push(batch);
-      this.firstOf.set(batch.id, first);
-    }
-    this.result = new Uint32Array(this.engine.cullingResult);
+    this.cameras = { perspective: new Camera(), overview: new Camera() };
+    /** The poses that they have. */
+    this.poses = { perspective: null, overview: null };
+    /** Numbers of characters by their handles. */
+    this.numbers = new Map();
     /** @type {{perspective: ?View, overview: ?View}} */
     this.views = { perspective: null, overview: null };
+    this.enable(crowd.count);
   }
 
   /** Culls by the perspective camera. */
   cullPerspective() {
-    const { eye, target, up, fov, aspect, near, far } = this.perspective;
-    this.begin();
-    const replaced = this.engine.frustumCullingV2(
-      ...[kLayer, ...eye, ...target, ...up],
-      ...[fov, aspect, near, far]
-    );
-    this.views.perspective = this.end(replaced);
+    this.cull('perspective');
   }
 
   /** Culls by the orthographic camera. */
   cullOverview() {
-    const { eye, target, up, left, right, bottom, top, near, far } = this.overview;
-    this.begin();
-    const replaced = this.engine.orthoCullingV2(
-      ...[kLayer, ...eye, ...target, ...up],
-      ...[left, right, bottom, top, near, far]
-    );
-    this.views.overview = this.end(replaced);
+    this.cull('overview');
   }
 
-  /** Clears the result: a call that finds nothing leaves it unchanged. */
-  begin() {
-    this.result[kHashWord] = 0;
-    this.result[kCountWord] = 0;
-  }
-
-  /** Copies the result of a call from "cullingResult". */
-  end(replaced) {
-    if (replaced) {
-      this.result = new Uint32Array(this.engine.cullingResult);
+  cull(name) {
+    const camera = this.cameras[name];
+    if (this.poses[name] !== this[name]) {
+      this.poses[name] = this[name];
+      aim(camera, this[name]);
     }
-    const end = kObjectsWord + this.result[kCountWord];
-    return { handles: this.result.slice(kObjectsWord, end), hash: this.result[kHashWord] };
+    const visible = camera.cull(this.crowd.scene);
+    const handles = new Uint32Array(visible.count);
+    for (let i = 0; i < handles.length; ++i) {
+      handles[i] = visible.at(i).handle;
+    }
+    this.views[name] = { handles, hash: visible.hash };
   }
 
-  /** The character of an object. */
+  /** The character of a handle. */
   characterOf(handle) {
-    const element = handle & kElementMask;
-    return this.firstOf.get(handle - element) + element;
+    return this.numbers.get(handle);
   }
 
-  /**
-   * Enables the first characters, and disables the others.
-   * @param {number} count
-   */
-  enable(count) {
-    this.batches.forEach((batch, index) => {
-      const bytes = new Uint8Array(batch.buffer);
-      for (let at = 0, i = index * kBatchCapacity; at < bytes.length; at += kRecordBytes, ++i) {
-        bytes[at] = i < count ? 1 : 0;
-      }
+  /** Gives spheres to the characters that the crowd has now. */
+  enable() {
+    const [x, y, z] = this.sphere.middle;
+    this.numbers.clear();
+    this.crowd.characters.forEach((character, i) => {
+      character.setSphere(x, y, z, this.sphere.radius);
+      this.numbers.set(character.handle, i);
     });
   }
 
@@ -130,7 +78,7 @@ class CrowdCulling {
    * @returns {Uint8Array} 1 where visible
    */
   visible(view) {
-    const marks = new Uint8Array(this.count);
+    const marks = new Uint8Array(this.crowd.count);
     for (const handle of view.handles) {
       marks[this.characterOf(handle)] = 1;
     }

@@ -41,7 +41,7 @@ function withoutLeaps(rotations) {
  * @param {number[]} targets indices in `nodes` of the bones that it moves
  * @param {Array<{name: string}>} nodes
  * @param {number} stride metres per cycle
- * @returns {import('./crowd').KindClip}
+ * @returns {import('./kind').KindClip}
  */
 function createCycleClip(name, poses, targets, nodes, stride) {
   const curves = [];

@@ -1,5 +1,6 @@
 'use strict';
 // The figure of the crowd: a skeleton of 50 bones in a bind pose with the arms held out, and a body.
+const { createKind } = require('./kind');
 const { MeshBuilder } = require('./mesh');
 const { createGaits } = require('./gait');
 const { createGestures } = require('./gestures');
@@ -212,7 +213,7 @@ class BodyBuilder {
 
 /**
  * The built-in kind of character.
- * @returns {import('./crowd').Kind}
+ * @returns {import('./kind').Kind}
  */
 function createFigure() {
   const skeleton = createSkeleton();
@@ -228,7 +229,7 @@ function createFigure() {
   places.forEach(([x, y, z], bone) => {
     inverseBind.set([1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, -x, -y, -z, 1], 16 * bone);
   });
-  return {
+  return createKind({
     name: 'figure',
     nodes,
     joints: places.map((place, bone) => bone + 1),
@@ -237,7 +238,7 @@ function createFigure() {
     clips: createGaits(nodes),
     layers: Object.assign(createGestures(nodes), { props: createProps() }),
     notes: [],
-  };
+  });
 }
 
 module.exports = { bodyParts, createFigure };

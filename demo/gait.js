@@ -234,7 +234,7 @@ function poseAt(gait, moment) {
  * The clip of a gait.
  * @param {Gait} gait
  * @param {Array<{name: string}>} nodes of the figure; all but the first are bones
- * @returns {import('./crowd').KindClip}
+ * @returns {import('./kind').KindClip}
  */
 function createGaitClip(gait, nodes) {
   const { name, frames } = gait;
@@ -246,7 +246,7 @@ function createGaitClip(gait, nodes) {
 /**
  * Walk and run of a figure.
  * @param {Array<{name: string}>} nodes of the figure
- * @returns {import('./crowd').KindClip[]}
+ * @returns {import('./kind').KindClip[]}
  */
 function createGaits(nodes) {
   return [walk, run].map((gait) => createGaitClip(gait, nodes));

@@ -66,9 +66,9 @@ function breathPose(moment) {
 
 /**
  * Gestures of a figure.
- * @param {import('./crowd').KindNode[]} nodes of the figure
- * @returns {{wave: import('./crowd').KindClip, breath: import('./crowd').KindClip,
- *     hold: Array<{node: number, rotation: number[]}>, hands: import('./crowd').Hand[]}}
+ * @param {import('./kind').KindNode[]} nodes of the figure
+ * @returns {{wave: import('./kind').KindClip, breath: import('./kind').KindClip,
+ *     hold: Array<{node: number, rotation: number[]}>, hands: import('./kind').Hand[]}}
  */
 function createGestures(nodes) {
   const nodeOf = (name) => nodes.findIndex((node) => node.name === name);

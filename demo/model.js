@@ -1,9 +1,9 @@
 'use strict';
 // Characters from glTF 2.0 files: nodes, skins, clips and meshes.
 const path = require('path');
-const { Logger, NodeIO } = require('@gltf-transform/core');
-const { buildClip, readClip, sampleTypes } = require('../lib/clip');
 const { GltfError, importGltf } = require('../lib/gltf');
+const { readMeshes } = require('../lib/scene/meshes');
+const { createKind } = require('./kind');
 const { MeshBuilder, kInfluences } = require('./mesh');
 const { UserError, oneLine } = require('./user-error');
 
@@ -14,13 +14,6 @@ const kTriangles = 4;
 const kMostBones = 65536;
 
 const identity = [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1];
-
-/** Properties of a node that clips move: their names, and the sample types of their curves in order. */
-const properties = [
-  ['position', ['PositionX', 'PositionY', 'PositionZ']],
-  ['scale', ['ScaleX', 'ScaleY', 'ScaleZ']],
-  ['rotation', ['QuaternionX', 'QuaternionY', 'QuaternionZ', 'QuaternionW']],
-].map(([name, types]) => ({ name, types: types.map((type) => sampleTypes[type]) }));
 
 /**
  * The nodes to show: the trees of the scene, and those that its skins need.
@@ -54,51 +47,15 @@ function kindNodes({ nodes }, places) {
   return result;
 }
 
-/**
- * The clips of a character. A channel that only some clips move gets curves of its rest value in the others: blending
- * would otherwise treat it as zero there.
- * @param {import('../lib/gltf').ImportedModel} model
- * @param {Map<number, number>} places of the file's nodes among the character's
- * @param {import('./crowd').KindNode[]} nodes
- * @returns {import('./crowd').KindClip[]}
- */
-function kindClips({ animations }, places, nodes) {
-  const clips = animations
-    .map((animation) => {
-      const { curves } = readClip(animation.clip);
-      const shown = curves
-        .map((curve) => ({ node: places.get(animation.targets[curve.target]), curve }))
-        .filter(({ node }) => node !== undefined);
-      return { animation, curves: shown };
+/** The clips that move nodes of a character; the model completes them, so that any two can be blended. */
+function kindClips({ animations }, places) {
+  const placeOf = (node) => (places.has(node) ? places.get(node) : -1);
+  return animations
+    .map(({ name, framesPerSecond, frameCount, targets, clip: bytes }) => {
+      const shown = targets.map(placeOf);
+      return { name, framesPerSecond, frameCount, stride: 0, targets: shown, bytes };
     })
-    .filter(({ curves }) => curves.length > 0);
-  const moved = new Map();
-  for (const { curves } of clips) {
-    for (const { node, curve } of curves) {
-      const property = properties.find(({ types }) => types.includes(curve.type));
-      moved.set(node, (moved.get(node) || new Set()).add(property));
-    }
-  }
-  const targets = Array.from(moved.keys()).sort((a, b) => a - b);
-  return clips.map(({ animation, curves }) => {
-    const { name, framesPerSecond, frameCount } = animation;
-    const all = curves.map(({ node, curve }) =>
-      Object.assign({}, curve, { target: targets.indexOf(node) })
-    );
-    const present = new Set(all.map(({ target, type }) => `${target} ${type}`));
-    targets.forEach((node, target) => {
-      for (const property of moved.get(node)) {
-        property.types.forEach((type, i) => {
-          if (!present.has(`${target} ${type}`)) {
-            const value = nodes[node][property.name][i];
-            all.push({ target, type, keys: [{ frame: 0, value, inTangent: 0, outTangent: 0 }] });
-          }
-        });
-      }
-    });
-    const bytes = buildClip({ name, framesPerSecond, frameCount, curves: all });
-    return { name, framesPerSecond, frameCount, stride: 0, targets, bytes };
-  });
+    .filter(({ targets }) => targets.some((node) => node >= 0));
 }
 
 /** Collects bones: the joints of skins, and nodes with a mesh without a skin. */
@@ -131,22 +88,19 @@ class BoneList {
   }
 }
 
-/** Reads and checks an element of a mesh attribute. */
-function elementOf(accessor, index, width) {
-  const element = accessor.getElement(index, []).slice(0, width);
-  if (element.length !== width || !element.every(Number.isFinite)) {
+/** Elements of an attribute, checked. */
+function elementOf(array, index, width) {
+  const element = Array.from(array.subarray(width * index, width * (index + 1)));
+  if (!element.every(Number.isFinite)) {
     throw new Error('a vertex of its meshes is not of finite numbers');
   }
   return element;
 }
 
 /** Adds the vertices of a primitive; returns the index of the first. */
-function addVertices(builder, primitive, firstBone, boneCount, isSkinned) {
-  const [positions, joints, weights] = ['POSITION', 'JOINTS_0', 'WEIGHTS_0'].map((semantic) =>
-    primitive.getAttribute(semantic)
-  );
+function addVertices(builder, { positions, joints, weights }, firstBone, boneCount, isSkinned) {
   const first = builder.positions.length / 3;
-  for (let vertex = 0; vertex < positions.getCount(); ++vertex) {
+  for (let vertex = 0; vertex < positions.length / 3; ++vertex) {
     let follows = [[firstBone, 1]];
     if (isSkinned) {
       const bones = elementOf(joints, vertex, kInfluences);
@@ -162,28 +116,24 @@ function addVertices(builder, primitive, firstBone, boneCount, isSkinned) {
   return first;
 }
 
-/** Adds the mesh of a node. */
-function addNodeMesh(builder, bones, { mesh, skin }, place, meshes) {
-  for (const primitive of meshes[mesh].listPrimitives()) {
-    const [positions, joints, weights] = ['POSITION', 'JOINTS_0', 'WEIGHTS_0'].map((semantic) =>
-      primitive.getAttribute(semantic)
-    );
-    if (primitive.getMode() !== kTriangles || positions === null) {
+/** Adds the triangles of a node's mesh. */
+function addNodeMesh(builder, bones, { skin, primitives }, place) {
+  for (const primitive of primitives) {
+    const { positions, joints, weights, indices } = primitive;
+    if (primitive.mode !== kTriangles) {
       continue;
     }
     const isSkinned = skin >= 0 && joints !== null && weights !== null;
-    const count = positions.getCount();
-    if (isSkinned && !(joints.getCount() === count && weights.getCount() === count)) {
+    const count = positions.length / 3;
+    if (isSkinned && (joints.length !== 4 * count || weights.length !== 4 * count)) {
       throw new Error('the attributes of its meshes differ in length');
     }
     const firstBone = isSkinned ? bones.ofSkin(skin) : bones.add(place, identity);
     const boneCount = isSkinned ? bones.skins[skin].joints.length : 1;
     const first = addVertices(builder, primitive, firstBone, boneCount, isSkinned);
-    const indices = primitive.getIndices();
-    const corners = indices === null ? count : indices.getCount();
-    const cornerAt = (i) => (indices === null ? i : indices.getScalar(i));
+    const corners = indices === null ? count : indices.length;
     for (let i = 0; i + 2 < corners; i += 3) {
-      const triangle = [cornerAt(i), cornerAt(i + 1), cornerAt(i + 2)];
+      const triangle = [i, i + 1, i + 2].map((k) => (indices === null ? k : indices[k]));
       if (!triangle.every((corner) => corner < count)) {
         throw new Error('a triangle of its meshes has a vertex that does not exist');
       }
@@ -208,17 +158,10 @@ function addSticks(builder, bones, nodes) {
   });
 }
 
-/** The meshes of a file, in its order. */
-async function readMeshes(file) {
-  const io = new NodeIO().setLogger(new Logger(Logger.Verbosity.SILENT));
-  const document = await io.readJSON(await io.readAsJSON(path.resolve(file)));
-  return document.getRoot().listMeshes();
-}
-
 /**
  * Loads a kind of character from a glTF file.
  * @param {string} file
- * @returns {Promise<import('./crowd').Kind>}
+ * @returns {Promise<import('./kind').Kind>}
  * @throws {UserError}
  */
 async function loadModel(file) {
@@ -237,13 +180,14 @@ async function loadModel(file) {
   }
   const places = new Map(shown.map((index, i) => [index, i + 1]));
   const nodes = kindNodes(model, places);
+  const notes = model.warnings.slice();
   let builder = new MeshBuilder();
   let bones = new BoneList(model.skins, places);
   try {
-    const withMesh = shown.filter((index) => model.nodes[index].mesh >= 0);
-    const meshes = withMesh.length > 0 ? await readMeshes(file) : [];
-    for (const index of withMesh) {
-      addNodeMesh(builder, bones, model.nodes[index], places.get(index), meshes);
+    for (const mesh of await readMeshes(file, model.nodes, notes)) {
+      if (places.has(mesh.node)) {
+        addNodeMesh(builder, bones, mesh, places.get(mesh.node));
+      }
     }
   } catch (error) {
     const trouble = oneLine(error.message).replace(/\.$/, '');
@@ -260,16 +204,16 @@ async function loadModel(file) {
     const trouble = `${bones.joints.length} bones are more than ${kMostBones}`;
     throw new UserError(`model '${file}': its ${trouble}: choose a smaller model.`);
   }
-  return {
+  return createKind({
     name: path.basename(file),
     nodes,
     joints: bones.joints,
     inverseBind: Float32Array.from(bones.inverseBind),
     mesh: builder.build(),
-    clips: kindClips(model, places, nodes),
+    clips: kindClips(model, places),
     layers: null,
-    notes: model.warnings,
-  };
+    notes,
+  });
 }
 
 module.exports = { loadModel };

@@ -65,15 +65,16 @@ class MomentRecorder {
     if (this.moments.length >= Math.floor((done * wanted) / this.frames)) {
       return;
     }
-    const { crowd, kind, plan } = this.stage;
-    const world = crowd.worldMatrix(this.star * kind.nodes.length);
+    const { crowd, plan } = this.stage;
+    const world = crowd.characters[this.star].worldMatrix;
+    const prop = crowd.props.worldMatrix(this.star);
     this.moments.push({
       matrices: crowd.matrices[this.star].slice(),
       position: Array.from(world.subarray(12, 15)),
       heading: Math.atan2(world[8], world[10]),
       weights: plan.weights(this.star),
       layerWeights: plan.layerWeights(this.star),
-      prop: crowd.props.worldMatrix(this.star),
+      prop: prop && prop.slice(),
     });
   }
 }

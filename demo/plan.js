@@ -58,7 +58,7 @@ function smooth(t) {
  */
 class LapPlan {
   /**
-   * @param {import('./crowd').KindClip[]} clips walk and run
+   * @param {import('./kind').KindClip[]} clips walk and run
    * @param {number} count
    * @param {number} seed
    * @param {Array<?import('./props').Part>} [cast] what each carries
@@ -202,7 +202,7 @@ class LapPlan {
  */
 class PlacePlan {
   /**
-   * @param {import('./crowd').KindClip[]} clips
+   * @param {import('./kind').KindClip[]} clips
    * @param {number} count
    * @param {number} radius of a character
    * @param {number} seed

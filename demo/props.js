@@ -1,5 +1,6 @@
 'use strict';
-// Props: which figure carries what in which hand, their meshes, and entities that follow the hands.
+// Props: which figure carries what in which hand, their meshes, and nodes that follow the hands.
+const { inModel } = require('./kind');
 const { MeshBuilder } = require('./mesh');
 const { createRandom } = require('./random');
 
@@ -10,16 +11,6 @@ const kWaving = 0.6;
 /** Minimum of seconds between the starts of two waves, and its random range. */
 const kWavePeriod = 5;
 const kWavePeriodRange = 3;
-
-/** Words of a 3D record, and offsets of its fields. */
-const kRecordWords = 27;
-const kRotationWWord = 4;
-const kScaleWord = 8;
-const kWorldMatrixWord = 11;
-
-/** Commands of the stream. */
-const kAddRoot = 1;
-const kBindToBoneBatch = 7;
 
 /** Grip of a stick in the space of the left hand, and direction of the stick, past the thumb. */
 const kGrip = [0.065, -0.03, 0];
@@ -166,57 +157,38 @@ function dealProps(props, count, seed) {
   });
 }
 
-/**
- * Owns the entities of props. Each is a root and bound to a hand: the world pass writes the hand's transform into its
- * record and lists it as dirty, and the next refresh computes its matrix.
- */
+/** Owns the nodes of props, which follow the hands. */
 class CrowdProps {
-  /** @param {import('./crowd').Crowd} crowd with at most as many characters as a batch holds */
-  constructor({ engine, kind, cast, handles }) {
-    this.engine = engine;
-    this.carriers = cast.map((part, i) => (part ? i : -1)).filter((i) => i >= 0);
-    /** Objects with blocks: one batch, or none. */
-    this.objects = [];
-    this.elementOf = new Map(this.carriers.map((character, element) => [character, element]));
-    if (this.carriers.length === 0) {
-      return;
-    }
-    const batch = engine.createEntity(true, this.carriers.length);
-    this.objects.push(batch);
-    this.records = new Float32Array(batch.buffer);
-    const ids = this.carriers.map((character, element) => batch.id + element);
-    ids.forEach((id, element) => {
-      const word = kRecordWords * element;
-      this.records[word + kRotationWWord] = 1;
-      this.records.fill(1, word + kScaleWord, word + kWorldMatrixWord);
-    });
-    const hands = this.carriers.map((character) => {
-      const { node } = kind.layers.hands[cast[character].hand];
-      return handles[character * kind.nodes.length + node];
-    });
-    const commands = [kBindToBoneBatch, ids.length, ...ids, ...hands];
-    ids.forEach((id) => commands.push(kAddRoot, id));
-    new Uint32Array(engine.entityCommands).set([4 * commands.length, ...commands]);
+  /** @param {import('./crowd').Crowd} crowd */
+  constructor(crowd) {
+    this.crowd = crowd;
+    /** By character; null for empty hands. */
+    this.nodes = [];
   }
 
-  /** Computes the world matrices of the props that the last refresh has moved with the hands. */
-  follow() {
-    if (this.carriers.length > 0) {
-      this.engine.refreshWorldTransform();
-    }
+  /** Characters that carry something. */
+  get carriers() {
+    return this.crowd.characters.map((_, i) => i).filter((i) => this.nodes[i] !== null);
+  }
+
+  /** Puts into a character's hand what it carries. */
+  give(character) {
+    const { cast, characters, kind, scene } = this.crowd;
+    const part = cast[character] || null;
+    this.nodes[character] =
+      part === null
+        ? null
+        : characters[character].attach(scene.node(), inModel(kind.layers.hands[part.hand].node));
   }
 
   /**
-   * A copy of the world matrix of a character's prop from its shared record.
+   * The world matrix of a character's prop, in place.
    * @param {number} character
    * @returns {?Float32Array} 16 elements, column-major; null for empty hands
    */
   worldMatrix(character) {
-    if (!this.elementOf.has(character)) {
-      return null;
-    }
-    const word = kRecordWords * this.elementOf.get(character) + kWorldMatrixWord;
-    return this.records.slice(word, word + 16);
+    const node = this.nodes[character];
+    return node === null ? null : node.worldMatrix;
   }
 }
 

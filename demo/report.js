@@ -15,7 +15,6 @@ const stageTitles = {
   script: 'JavaScript writes',
   animate: 'animate',
   transform: 'transform',
-  props: 'props follow hands',
   skin: 'skin',
   perspective: 'cull, perspective camera',
   overview: 'cull, orthographic overview',
@@ -102,7 +101,7 @@ function formatNames(names) {
 /** The row of props and the number of their carriers. */
 function propsRow({ kind, crowd }) {
   const names = formatNames(kind.layers.props.map(({ name }) => name));
-  return ['props bound to hands', names, grouped(crowd.props.carriers.length)];
+  return ['props in hands', names, grouped(crowd.props.carriers.length)];
 }
 
 /**
@@ -122,10 +121,8 @@ function formatTables(stage, timings) {
   const costs = createTable(['stage of a frame', 'ms, median', 'ns per bone']);
   const players = kind.layers ? 'controllers' : 'animators';
   for (const name of stages) {
-    if (name !== 'props' || kind.layers) {
-      const title = name === 'animate' ? `animate, ${players}` : stageTitles[name];
-      costs.push(row(title, timings.stages[name]));
-    }
+    const title = name === 'animate' ? `animate, ${players}` : stageTitles[name];
+    costs.push(row(title, timings.stages[name]));
   }
   costs.push(row('whole frame', timings.whole));
 
@@ -136,7 +133,7 @@ function formatTables(stage, timings) {
     ['characters', shortened(kind.name, kNameColumns), grouped(crowd.count)],
     ['clips', formatNames(clips.map(({ name }) => name)) || 'none', grouped(clips.length)],
     ['bones', `${grouped(kind.joints.length)} each`, grouped(crowd.boneCount)],
-    ['entities', `${grouped(kind.nodes.length)} each`, grouped(crowd.handles.length)],
+    ['entities', `${grouped(kind.nodes.length)} each`, grouped(crowd.count * kind.nodes.length)],
     ...(layers ? [propsRow(stage)] : []),
     ['frames', `seed ${stage.seed}`, grouped(timings.whole.length)],
     [
@@ -157,7 +154,7 @@ function formatTables(stage, timings) {
 
 /**
  * The legend of the picture, which has no room for words.
- * @param {import('./crowd').Kind} kind
+ * @param {import('./kind').Kind} kind
  * @returns {string}
  */
 function formatLegend(kind) {

@@ -1,6 +1,7 @@
 'use strict';
 // A crowd with its plan, culling and cameras: runs it frame by frame, and measures each stage.
 const { performance } = require('perf_hooks');
+const { Scene } = require('../scene');
 const { boundsOf } = require('./bounds');
 const { createOverviewCamera, createPerspectiveCamera } = require('./cameras');
 const { Crowd } = require('./crowd');
@@ -22,7 +23,7 @@ const kReachSlack = 1.08;
 const kRoom = 1e21;
 
 /** The stages of a frame, in order. */
-const stages = ['script', 'animate', 'transform', 'props', 'skin', 'perspective', 'overview'];
+const stages = ['script', 'animate', 'transform', 'skin', 'perspective', 'overview'];
 
 /** Every prop in either hand; a single empty entry if there are none. */
 function allParts({ layers }) {
@@ -39,13 +40,14 @@ function allParts({ layers }) {
 /**
  * Bounds of the vertices of a character and its props around its position, over all of its clips.
  * @param {Object} engine
- * @param {import('./crowd').Kind} kind
+ * @param {import('./kind').Kind} kind
  * @returns {import('./bounds').Bounds}
  * @throws {UserError}
  */
 function measureReach(engine, kind) {
   const cast = allParts(kind);
-  const crowd = new Crowd(engine, kind, cast.length, cast);
+  const scene = new Scene({ engine });
+  const crowd = new Crowd(scene, kind, cast.length, cast);
   const lowest = [Infinity, Infinity, Infinity];
   const highest = [-Infinity, -Infinity, -Infinity];
   const include = (mesh, matrices) => {
@@ -57,9 +59,7 @@ function measureReach(engine, kind) {
     });
   };
   const measure = () => {
-    crowd.refresh(cast.map((_, i) => crowd.placeHandle(i)));
-    crowd.props.follow();
-    crowd.skin();
+    scene.update();
     cast.forEach((part, i) => {
       include(kind.mesh, crowd.matrices[i]);
       if (part !== null) {
@@ -85,6 +85,7 @@ function measureReach(engine, kind) {
   if (kind.clips.length === 0) {
     measure();
   }
+  scene.dispose();
   const reach = boundsOf([...lowest, ...highest]);
   if (!Number.isFinite(Math.fround(kRoom * reach.radius))) {
     const trouble = `model '${kind.name}' reaches further than a float can tell`;
@@ -103,7 +104,7 @@ function measureReach(engine, kind) {
 class Stage {
   /**
    * @param {Object} engine of the native module
-   * @param {import('./crowd').Kind} kind
+   * @param {import('./kind').Kind} kind
    * @param {number} count
    * @param {number} seed
    */
@@ -115,7 +116,8 @@ class Stage {
     this.reach = measureReach(engine, kind);
     /** The prop of each character. */
     this.cast = kind.layers ? dealProps(kind.layers.props.length, count, seed) : [];
-    this.crowd = new Crowd(engine, kind, count, this.cast);
+    this.scene = new Scene({ engine });
+    this.crowd = new Crowd(this.scene, kind, count, this.cast);
     this.plan = this.createPlan();
     this.writePlaces();
     this.bounds = this.measureBounds();
@@ -138,8 +140,7 @@ class Stage {
   /** Places the characters by the plan. */
   writePlaces() {
     this.plan.writePlaces(this.crowd);
-    this.crowd.engine.refreshWorldTransform();
-    this.crowd.props.follow();
+    this.scene.update();
   }
 
   /** Bounds of the crowd, including the reach of characters at its edges. */
@@ -147,7 +148,7 @@ class Stage {
     const points = [];
     const { middle, radius } = this.reach;
     for (let i = 0; i < this.count; ++i) {
-      const matrix = this.crowd.worldMatrix(i * this.kind.nodes.length);
+      const matrix = this.crowd.characters[i].worldMatrix;
       for (const side of [-1, 1]) {
         points.push(
           matrix[12] + middle[0] + side * radius,
@@ -165,32 +166,25 @@ class Stage {
    * @param {number} [seconds] of scene time since the last one
    */
   frame(milliseconds, seconds = kFrameSeconds) {
-    const { crowd, plan, culling } = this;
+    const { scene, crowd, plan, culling } = this;
     const start = performance.now();
     plan.advance(seconds);
     plan.writeClips(crowd);
+    plan.writePlaces(crowd);
     const written = performance.now();
     crowd.animate();
     const animated = performance.now();
-    plan.writePlaces(crowd);
-    const placed = performance.now();
-    crowd.engine.refreshWorldTransform();
-    const transformed = performance.now();
-    // A second refresh computes the matrices of props in the same frame as those of the hands.
-    crowd.props.follow();
-    const followed = performance.now();
-    crowd.skin();
-    const skinned = performance.now();
+    scene.update(seconds);
+    const updated = performance.now();
     culling.cullPerspective();
     const culled = performance.now();
     culling.cullOverview();
     const end = performance.now();
-    milliseconds.script = written - start + (placed - animated);
-    milliseconds.animate = animated - written;
-    milliseconds.transform = transformed - placed;
-    milliseconds.props = followed - transformed;
-    milliseconds.skin = skinned - followed;
-    milliseconds.perspective = culled - skinned;
+    milliseconds.script = written - start;
+    milliseconds.animate = animated - written + scene.stats.animate;
+    milliseconds.transform = scene.stats.transform;
+    milliseconds.skin = scene.stats.skin;
+    milliseconds.perspective = culled - updated;
     milliseconds.overview = end - culled;
   }
 

@@ -1,7 +1,9 @@
 'use strict';
 // The crowd of the scene workload: that of the demo, its plan and its cameras, the same for all contenders.
 const { createFigure } = require('../../../demo/figure');
-const { LapPlan } = require('../../../demo/plan');
+const { createKind } = require('../../../demo/kind');
+const { LapPlan, PlacePlan } = require('../../../demo/plan');
+const { dealProps } = require('../../../demo/props');
 
 /** Seconds of a frame. */
 const frameSeconds = 1 / 60;
@@ -11,7 +13,7 @@ const seed = 1;
 /** Bounds of a figure in all of its clips, about its position. */
 const figureBounds = { middle: [0, 0.95, 0], radius: 1.25 };
 
-/** Metres from the middle of a crowd to its edge: rings of figures, 1.75 apart, on which each has 1.6 metres. */
+/** Metres from the middle of a crowd to its edge, about: rings 1.75 apart, on which each figure has 1.6 metres. */
 const edgeOf = (characters) => 4 + Math.sqrt((1.75 * 1.6 * characters) / Math.PI);
 
 /**
@@ -46,18 +48,25 @@ function createCameras(characters) {
 }
 
 /**
- * A crowd: figures that walk and run on rings, blended from two clips by animators.
+ * A crowd of figures that walk and run on rings, or blend the two in place.
+ * @param {boolean} isLayered whether they have controllers with layers, and props in their hands; else animators
  * @param {number} characters
  */
-function createCrowdScene(characters) {
-  const kind = Object.assign(createFigure(), { layers: null });
+function createCrowdScene(isLayered, characters) {
+  const figure = createFigure();
+  const kind = isLayered ? figure : createKind(Object.assign(figure, { layers: null }));
+  const cast = isLayered ? dealProps(kind.layers.props.length, characters, seed) : [];
   return {
     kind,
     characters,
+    cast,
     bounds: figureBounds,
     cameras: createCameras(characters),
     /** A plan in its initial state: each contender advances its own. */
-    createPlan: () => new LapPlan(kind.clips, characters, seed),
+    createPlan: () =>
+      isLayered
+        ? new LapPlan(kind.clips, characters, seed, cast)
+        : new PlacePlan(kind.clips, characters, figureBounds.radius, seed),
   };
 }
 

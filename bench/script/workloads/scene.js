@@ -1,6 +1,7 @@
 'use strict';
 // The frame of the demo's crowd by the records, and by lib/scene on top of them: plan, clips, world matrices, skinning
 // matrices, and culling for two cameras. Both give the same numbers.
+const { assertSameMatrices } = require('../lib/compare');
 const { createCrowdScene } = require('../lib/crowd-scene');
 const { loadContender: load } = require('../lib/load-contender');
 const { alternate } = require('../lib/measure');
@@ -8,6 +9,12 @@ const { printTable } = require('../lib/table');
 
 /** Characters of a crowd. */
 const crowds = [10, 100, 500];
+
+/** What poses them. */
+const kinds = [
+  { kind: 'animators, two clips', isLayered: false },
+  { kind: 'controllers, three layers', isLayered: true },
+];
 
 /** Frames before the first comparison. */
 const comparedFrames = 20;
@@ -25,8 +32,23 @@ function assertSameNumbers(what, expected, actual) {
   }
 }
 
+/**
+ * Throws unless all props are where the others have them, but for rounding: nodes below hands here, entities bound to
+ * hands there.
+ */
+function assertProps(what, cast, contenders) {
+  const carriers = cast.map((part, i) => (part === null ? -1 : i)).filter((i) => i >= 0);
+  if (carriers.length > 0) {
+    const [expected, actual] = contenders.map(({ propMatrix }) =>
+      Float32Array.from([].concat(...carriers.map((i) => Array.from(propMatrix(i)))))
+    );
+    assertSameMatrices(`${what}, props`, expected, actual);
+  }
+}
+
 /** Throws unless both contenders have the same matrices and the same characters in view, after the same frame. */
-function assertAgreement(what, { characters, kind, cameras }, [first, second]) {
+function assertAgreement(what, { characters, kind, cast, cameras }, contenders) {
+  const [first, second] = contenders;
   for (let character = 0; character < characters; ++character) {
     const who = `${what}, character ${character}`;
     assertSameNumbers(
@@ -42,6 +64,7 @@ function assertAgreement(what, { characters, kind, cameras }, [first, second]) {
       );
     }
   }
+  assertProps(what, cast, contenders);
   for (const camera of Object.keys(cameras)) {
     const [expected, actual] = [first, second].map((contender) => contender.visible(camera));
     if (expected.length === 0 || expected.join() !== actual.join()) {
@@ -51,8 +74,8 @@ function assertAgreement(what, { characters, kind, cameras }, [first, second]) {
 }
 
 /** One crowd. */
-function measureCrowd(characters, budget) {
-  const scene = createCrowdScene(characters);
+function measureCrowd({ kind, isLayered }, characters, budget) {
+  const scene = createCrowdScene(isLayered, characters);
   const contenders = [
     load('crowd-records').createCrowdRecords(scene),
     load('crowd-scene').createCrowdScene(scene),
@@ -70,7 +93,7 @@ function measureCrowd(characters, budget) {
     });
   };
   runUntil(comparedFrames);
-  const what = `${characters} characters`;
+  const what = `${kind}, ${characters} characters`;
   assertAgreement(`${what}, before`, scene, contenders);
   const times = alternate(
     contenders.map((_, c) => () => run(c)),
@@ -80,6 +103,7 @@ function measureCrowd(characters, budget) {
   assertAgreement(`${what}, after`, scene, contenders);
   const [records, layer] = times.map((time) => time / 1000);
   return {
+    kind,
     characters,
     nodes: characters * scene.kind.nodes.length,
     microsecondsPerFrame: { records, scene: layer },
@@ -92,11 +116,14 @@ function run(budget) {
   const limit = Math.floor(Math.max(...budget.sizes) / 50);
   const wanted = budget.largestOnly ? crowds.slice(-1) : crowds;
   const within = Array.from(new Set(wanted.map((count) => Math.min(count, limit))));
-  const rows = within.map((characters) => measureCrowd(characters, budget));
+  const rows = [].concat(
+    ...kinds.map((kind) => within.map((characters) => measureCrowd(kind, characters, budget)))
+  );
   printTable(
     'scene: microseconds per frame',
-    ['characters', 'nodes', 'records', 'scene', 'scene/records'],
-    rows.map(({ characters, nodes, microsecondsPerFrame: { records, scene }, ratio }) => [
+    ['posed by', 'characters', 'nodes', 'records', 'scene', 'scene/records'],
+    rows.map(({ kind, characters, nodes, microsecondsPerFrame: { records, scene }, ratio }) => [
+      kind,
       characters,
       nodes,
       records,

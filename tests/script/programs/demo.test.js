@@ -10,6 +10,7 @@ const { boundsOf, median } = require('../../../demo/bounds');
 const { viewCorners } = require('../../../demo/cameras');
 const { Crowd } = require('../../../demo/crowd');
 const { createFigure } = require('../../../demo/figure');
+const { createKind } = require('../../../demo/kind');
 const { MeshBuilder, skinVertices } = require('../../../demo/mesh');
 const { loadModel } = require('../../../demo/model');
 const { MomentRecorder, findStar } = require('../../../demo/moments');
@@ -21,6 +22,7 @@ const { Raster } = require('../../../demo/raster');
 const { createProgress, formatLegend } = require('../../../demo/report');
 const { Stage, kFrameSeconds, stages } = require('../../../demo/stage');
 const { UserError } = require('../../../demo/user-error');
+const { Scene } = require('../../../scene');
 const { realModel, skeleton, writeGlb, writeGltf } = require('../../fixtures/models');
 
 const { getEngine } = require(path.resolve(process.env.NQ_MODULE));
@@ -76,7 +78,6 @@ const stageTitles = [
   'JavaScript writes',
   'animate',
   'transform',
-  'props follow hands',
   'skin',
   'cull, perspective camera',
   'cull, orthographic overview',
@@ -94,11 +95,8 @@ function assertRun({ status, stdout, stderr }, out, characters, players = 'contr
   assert.strictEqual(bones, characters * countIn(rows.bones[0].replace(' each', '')));
   let largest = 0;
   const isCarrying = players === 'controllers';
-  assert.strictEqual('props bound to hands' in rows, isCarrying);
-  assert.strictEqual('props follow hands' in rows, isCarrying);
-  const titles = stageTitles
-    .filter((title) => isCarrying || title !== 'props follow hands')
-    .map((title) => (title === 'animate' ? `animate, ${players}` : title));
+  assert.strictEqual('props in hands' in rows, isCarrying);
+  const titles = stageTitles.map((title) => (title === 'animate' ? `animate, ${players}` : title));
   for (const title of [...titles, 'whole frame']) {
     const [milliseconds, perBone] = rows[title].map(Number);
     // Without clips there is next to nothing to take the time of.
@@ -166,7 +164,7 @@ describe('demo runs', () => {
     );
     assert.deepStrictEqual(rows.characters, ['figure', '60']);
     assert.deepStrictEqual(rows.clips, ['walk, run, wave, breath', '4']);
-    const carried = rows['props bound to hands'];
+    const carried = rows['props in hands'];
     assert.strictEqual(carried[0], 'torch, lantern, flag');
     const expected = dealProps(3, 60, 1).filter((part) => part !== null).length;
     assert.strictEqual(countIn(carried[1]), expected);
@@ -550,18 +548,16 @@ function reachIntoBox({ left, right, bottom, top, near, far, ...pose }, { center
   return Math.min(x - left, right - x, y - bottom, top - y, z - near, far - z) + radius;
 }
 
+/** A node of a kind in the scene: the first one is the character. */
+function nodeOf({ characters }, character, index) {
+  return index === 0 ? characters[character] : characters[character].node(index - 1);
+}
+
 /** The nodes of a character as its shared records have them. */
 function nodesOf(crowd, character) {
-  return crowd.kind.nodes.map(({ parent }, node) => {
-    const entity = character * crowd.kind.nodes.length + node;
-    const word = 27 * (entity % 4095);
-    const record = crowd.records[Math.floor(entity / 4095)].subarray(word, word + 11);
-    return {
-      parent,
-      rotation: Array.from(record.subarray(1, 5)),
-      position: Array.from(record.subarray(5, 8)),
-      scale: Array.from(record.subarray(8, 11)),
-    };
+  return crowd.kind.nodes.map(({ parent }, index) => {
+    const { quaternion, position, scale } = nodeOf(crowd, character, index);
+    return { parent, rotation: quaternion, position, scale };
   });
 }
 
@@ -645,13 +641,17 @@ describe('demo stage', () => {
       assert.deepStrictEqual(Array.from(culling.visible(culling.views[name])), expected);
 
       const { handles, hash } = culling.views[name];
-      const [{ id }] = culling.batches;
       const depths = Array.from(handles, (handle) => {
-        return inCamera(culling[name], spheres[handle - id].center)[2];
+        return inCamera(culling[name], spheres[culling.characterOf(handle)].center)[2];
       });
       depths.forEach((depth, i) => assert.ok(i === 0 || depth > depths[i - 1] - 1e-4));
+      // Of the handles of culling objects, which are consecutive here.
       const fold = (sum, handle) => (Math.imul(sum, 31) + handle) >>> 0;
-      assert.strictEqual(hash, handles.reduce(fold, 0));
+      const objects = Array.from(handles, (handle) => culling.characterOf(handle));
+      // The last call was that of the overview.
+      const [, , last] = new Uint32Array(stage.scene.engine.cullingResult);
+      const first = last - culling.characterOf(culling.views.overview.handles[0]);
+      assert.strictEqual(hash, objects.map((object) => first + object).reduce(fold, 0));
     });
   }
 
@@ -682,7 +682,10 @@ describe('demo stage', () => {
     const last = recorder.moments[11];
     assert.deepStrictEqual(Array.from(last.matrices), Array.from(recorded.crowd.matrices[star]));
     assert.deepStrictEqual(last.layerWeights, recorded.plan.layerWeights(star));
-    assert.deepStrictEqual(last.prop, recorded.crowd.props.worldMatrix(star));
+    assert.deepStrictEqual(
+      Array.from(last.prop),
+      Array.from(recorded.crowd.props.worldMatrix(star))
+    );
     recorder.moments.slice(1).forEach(({ matrices }, i) => {
       assert.notDeepStrictEqual(matrices, recorder.moments[i].matrices);
     });
@@ -712,7 +715,7 @@ describe('demo stage', () => {
     small.crowd.matrices.forEach((matrices) => matrices.fill(0));
     const [before, props] = [count(later), count(draw())];
     assert.ok(props > 1000 && props < before / 2, `${props} of ${before} samples are props`);
-    small.crowd.props.records.fill(0);
+    small.crowd.props.carriers.forEach((i) => small.crowd.props.worldMatrix(i).fill(0));
     const gone = count(draw());
     assert.ok(before > 5000 && gone < before / 20, `${before} and ${gone} samples`);
   });
@@ -806,7 +809,7 @@ describe('demo legend', () => {
 class Puppet {
   constructor(kind = createFigure(), part = null) {
     this.kind = kind;
-    this.crowd = new Crowd(getEngine(), kind, 1, [part]);
+    this.crowd = new Crowd(new Scene({ engine: getEngine() }), kind, 1, [part]);
   }
 
   /** Plays at a part of the cycle, with weights; returns places in the world and rotations by name. */
@@ -815,10 +818,10 @@ class Puppet {
       this.crowd.play(0, clip, moment, weight);
     });
     this.crowd.animate();
-    this.crowd.refresh([this.crowd.placeHandle(0)]);
+    this.crowd.scene.update();
     const result = {};
     nodesOf(this.crowd, 0).forEach(({ position, rotation }, node) => {
-      const place = Array.from(this.crowd.worldMatrix(node).subarray(12, 15));
+      const place = nodeOf(this.crowd, 0, node).readWorldPosition([0, 0, 0]);
       result[this.kind.nodes[node].name] = { place, position, rotation };
     });
     return result;
@@ -861,9 +864,8 @@ describe('demo figure', () => {
   });
 
   it('equals its mesh without a clip', () => {
-    const kind = Object.assign(createFigure(), { clips: [], layers: null });
-    const crowd = new Crowd(getEngine(), kind, 1);
-    crowd.skin();
+    const kind = createKind(Object.assign(createFigure(), { clips: [], layers: null }));
+    const crowd = new Crowd(new Scene({ engine: getEngine() }), kind, 1);
     const points = new Float32Array(kind.mesh.positions.length);
     skinVertices(kind.mesh, crowd.matrices[0], points);
     points.forEach((value, i) => {
@@ -975,13 +977,12 @@ describe('demo layers', () => {
       }
     }
     crowd.place(carriers[0], 100, 0, 0);
-    crowd.engine.refreshWorldTransform();
     const behind = () => {
       const actual = crowd.props.worldMatrix(carriers[0]);
       return largestDifference(actual, handMatrix(crowd, carriers[0]));
     };
-    assert.ok(behind() > 50, 'a refresh has moved the hand, not yet what it carries');
-    crowd.props.follow();
+    assert.ok(behind() > 50, 'what is set takes effect in the next update');
+    stage.scene.update();
     assert.ok(behind() < 1e-4);
   });
 
@@ -1269,12 +1270,11 @@ describe('demo models', () => {
   it('places skinned vertices by joints and inverse bind matrices', async () => {
     const kind = await loadModel(writeGlb(path.join(folder, 'skin.glb'), skinnedTriangle()));
     assert.deepStrictEqual(kind.joints, [2, 3]);
-    const crowd = new Crowd(getEngine(), kind, 2);
+    const crowd = new Crowd(new Scene({ engine: getEngine() }), kind, 2);
     crowd.place(1, 10, 0, 0);
     // The upper joint moves from 1 to 3 on the y axis: the third vertex goes half as far.
-    crowd.records[0][27 * 3 + 6] = 3;
-    crowd.refresh([crowd.handles[3]]);
-    crowd.skin();
+    crowd.characters[0].node('high').setPosition(0, 3, 0);
+    crowd.scene.update();
     const points = new Float32Array(9);
     skinVertices(kind.mesh, crowd.matrices[0], points);
     assert.deepStrictEqual(Array.from(points), [0, 0, 0, 0, 3, 0, 1, 2, 0]);
@@ -1288,8 +1288,7 @@ describe('demo models', () => {
     delete model.json.nodes[0].skin;
     const kind = await loadModel(writeGlb(path.join(folder, 'rigid.glb'), model));
     assert.deepStrictEqual(kind.joints, [1]);
-    const crowd = new Crowd(getEngine(), kind, 1);
-    crowd.skin();
+    const crowd = new Crowd(new Scene({ engine: getEngine() }), kind, 1);
     const points = new Float32Array(9);
     skinVertices(kind.mesh, crowd.matrices[0], points);
     assert.deepStrictEqual(Array.from(points), [0, 5, 0, 0, 7, 0, 2, 7, 0]);
@@ -1309,10 +1308,7 @@ describe('demo models', () => {
     const kind = await loadModel(writeGlb(path.join(folder, 'two.glb'), model));
     assert.deepStrictEqual(
       kind.clips.map(({ targets }) => targets),
-      [
-        [1, 5],
-        [1, 5],
-      ]
+      [[1], [5]]
     );
     const puppet = new Puppet(kind);
     const scaleOf = () => nodesOf(puppet.crowd, 0)[5].scale;
