@@ -220,6 +220,7 @@ class Scene {
    * @type {number}
    */
   get sharedBytes() {
+    this._check('Scene.sharedBytes');
     return this._blocks.bytes + this._objects.bytes + this._pool.bytes;
   }
 
