@@ -21,11 +21,13 @@ const { Changes } = require('./scene/changes');
 const { Character } = require('./scene/character');
 const { Model } = require('./scene/model');
 const { Node } = require('./scene/node');
-const { Players } = require('./scene/playback');
+const { AnimationLayer } = require('./scene/layers');
+const { Player, Players } = require('./scene/playback');
 const { Recording } = require('./scene/trace');
 const { ThreeInstances, ThreeWorld, toThree } = require('./scene/three');
 const { isObject, show } = require('./value-checks');
 const { CullingResultView } = require('./view-culling');
+const { TargetListsView } = require('./view-lists');
 
 /**
  * @typedef {import('../types/engine').Engine} Engine
@@ -62,6 +64,13 @@ const kStages = 4;
 const kNoRotation = [0, 0, 0, 1];
 /** The transform of the character above the nodes of its model. */
 const kTop = { translation: [0, 0, 0], rotation: kNoRotation, scale: [1, 1, 1] };
+
+/** Lists of a binding in which all clips move the same number of targets. */
+function makeLists(clips, targetCount) {
+  const lists = new TargetListsView(clips.map(() => targetCount));
+  clips.forEach(({ id }, i) => lists.setClip(i, id));
+  return lists;
+}
 
 /** What the last update of a scene took and did. */
 class SceneStats {
@@ -176,7 +185,7 @@ class Scene {
     this._changes = new Changes(engine, this._blocks);
     this._objects = new ObjectBlocks(engine);
     this._pool = new ComponentPool(engine);
-    this._players = new Players(engine);
+    this._players = new Players(engine, this._pool, this._blocks);
     this._skins = new Batch();
     this._seenSkins = skin === 'visible' ? new Batch() : null;
     this._result = new CullingResultView(engine);
@@ -316,7 +325,7 @@ class Scene {
     const { _targets: targets, clips, skins } = model;
     const missing = Math.max(0, count - known.free.length);
     const jointCounts = skins.map(({ joints }) => joints.length);
-    this._pool.reserve(missing, clips.length > 0 ? targets.length : 0, jointCounts);
+    this._pool.reserve(missing, clips.length > 0 ? Math.max(1, targets.length) : 0, jointCounts);
     const characters = [];
     for (let i = 0; i < count; ++i) {
       characters.push(this._makeCharacter(model, known));
@@ -371,6 +380,7 @@ class Scene {
     milliseconds[kAnimate] = end - start;
     start = end;
     stats.passes = this._changes.flush(this.root._index);
+    players.settleTree(this.root._index);
     end = isTimed ? performance.now() : 0;
     milliseconds[kTransform] = end - start;
     start = end;
@@ -472,9 +482,17 @@ class Scene {
         parents: Int32Array.from(model.nodes, ({ parent }) => 1 + parent),
         targets: Uint32Array.from(model._targets, (node) => 1 + node),
         joints: model.skins.map(({ joints }) => Uint32Array.from(joints, (node) => 1 + node)),
+        // What players need, see playback.js.
+        restClip: model._restClip,
+        rest: null,
+        lists: null,
         characters: new Set(),
         free: [],
       };
+      if (model.clips.length > 0) {
+        known.rest = engine.createDataModel(dataModelKinds.clip, model._restClip.bytes);
+        known.lists = makeLists([...known.clips, known.rest], model._targets.length);
+      }
       this._models.set(model, known);
       model._scenes.add(this);
     }
@@ -487,7 +505,7 @@ class Scene {
     this._changes.markRange(body.first, known.records.count);
     const character = new Character(this, model, body);
     if (body.player !== null) {
-      body.player.character = character;
+      body.player.base.owner = character;
     }
     for (const skin of body.skins) {
       skin.character = character;
@@ -501,21 +519,22 @@ class Scene {
   }
 
   /** Entities, animator and skins for a character, linked with each other. */
-  _makeBody({ clips, skins: starts, parents, targets, joints }) {
+  _makeBody(known) {
+    const { clips, skins: starts, parents, targets, joints } = known;
     const first = this._blocks.take(1 + parents.length);
     this._changes.fit();
     this._blocks.parents[first] = -1;
     this._changes.addChildren(first, parents);
     let player = null;
     if (clips.length > 0) {
-      const animator = this._pool.takeAnimator(targets.length);
+      const animator = this._pool.takeAnimator(Math.max(1, targets.length));
       const at = animator.targetAt(0);
       this._blocks.writeHandles(animator.u32, at, first, targets);
       this._blocks.writeHandles(animator.u32, at + targets.length, first, targets);
       // An animator's clips have to exist even if they have no weight.
       animator.setClip(0, clips[0].id, 0, 0);
       animator.setClip(1, clips[0].id, 0, 0);
-      player = this._players.create(animator);
+      player = new Player(animator, known, animator.u32.subarray(at, at + targets.length), first);
     }
     const skins = joints.map((own, s) => {
       const view = this._pool.takeSkin(own.length);
@@ -541,7 +560,7 @@ class Scene {
       skin.character = null;
     }
     if (body.player !== null) {
-      body.player.character = null;
+      this._players.release(body.player);
     }
     this._changes.unmarkRange(body.first, 1 + model.nodes.length);
     const known = this._models.get(model);
@@ -561,7 +580,6 @@ class Scene {
       this._blocks.give(first, 1 + model.nodes.length);
       if (player !== null) {
         this._pool.giveAnimator(player.animator);
-        this._players.release(player);
       }
       skins.forEach(({ view }) => this._pool.giveSkin(view));
     }
@@ -591,6 +609,7 @@ class Scene {
 }
 
 module.exports = {
+  AnimationLayer,
   Camera,
   Character,
   Model,

@@ -424,7 +424,7 @@ export declare class Character extends Node {
   skinMatrices(skin?: number): Float32Array;
 
   /**
-   * Plays a clip, instead of what plays. Two clips play at most: a third replaces the one with the smaller weight.
+   * Plays a clip, instead of what plays.
    *
    * @param clip its name, its index in the model, or itself
    */
@@ -440,10 +440,11 @@ export declare class Character extends Node {
   crossfade(clip: string | number | ModelClip, seconds: number, options?: PlayOptions): ModelClip;
 
   /**
-   * Ends a clip, or all. The pose stays as it is when none is left; see `rest`.
+   * Ends a clip, or all: those of layers play on. Without a fade the pose stays as it is when none is left; the next clip
+   * is faded in from there. With a fade it becomes the one at rest.
    *
    * @param clip by default all
-   * @param options seconds in which another clip takes over, by default 0
+   * @param options seconds in which its weight becomes 0, by default 0
    */
   stop(clip?: string | number | ModelClip, options?: { fade?: number | undefined }): void;
 
@@ -473,11 +474,21 @@ export declare class Character extends Node {
   /** Weight of a clip; 0 if it does not play. */
   weightOf(clip: string | number | ModelClip): number;
 
-  /** Ends all clips, and gives all nodes of the model their transforms at rest. */
+  /**
+   * Adds a layer: clips that play over those of the character, on all nodes or on those of a mask.
+   *
+   * @param name by which `layer` finds it
+   */
+  addLayer(name: string, options?: LayerOptions): AnimationLayer;
+
+  /** A layer that was added. */
+  layer(name: string): AnimationLayer;
+
+  /** Ends all clips, those of layers as well, and gives all nodes of the model their transforms at rest. */
   rest(): void;
 }
 
-/** What is called at the end of a clip. It may play, stop and dispose. */
+/** What is called for a clip of a character. It may play, stop, dispose, and add layers. */
 export type ClipListener = (character: Character, clip: ModelClip) => void;
 
 /** How to play a clip. */
@@ -488,13 +499,145 @@ export interface PlayOptions {
   speed?: number;
   /** Seconds until it has its weight, and what played before has none; by default 0. */
   fade?: number;
-  /** Over 0, up to 1, the default. It counts beside that of another clip: alone, a clip is played in full. */
+  /**
+   * Over 0, up to 1, the default. What the weights of all clips lack of 1 is the pose at rest, or that in which the
+   * character was stopped; in a layer, what is below. If they are more than 1, each counts as a share.
+   */
   weight?: number;
   /** Seconds in the clip at which it starts, by default 0; a clip that plays already goes on. */
   at?: number;
-  /** Whether the other clip plays on, for a blend of two; by default it is faded out. */
+  /** Whether other clips play on, for a blend; by default they are faded out. */
   beside?: boolean;
 }
+
+/** How to make a layer. */
+export interface LayerOptions {
+  /** Nodes that it moves, by default all. Names do not include the nodes below: see `subtree`. */
+  mask?: NodeSelection;
+  /** Nodes that it does not move, though the mask has them. */
+  exclude?: NodeSelection;
+  /**
+   * Whether its clips are added to what is below, as their difference from a reference pose. By default they replace
+   * it.
+   */
+  additive?: boolean;
+  /** Reference pose of an additive layer: 'rest' for the pose at rest; by default the first frame of each clip. */
+  reference?: 'rest' | ReferencePose;
+  /** From 0 to 1, the default. */
+  weight?: number;
+}
+
+/** Nodes of a model: one by its name or index, one with all below it as a `subtree`, or several of these. */
+export type NodeSelection =
+  | string
+  | number
+  | { subtree: string | number }
+  | Array<string | number | { subtree: string | number }>;
+
+/** The pose that an additive layer subtracts from its clips. */
+export interface ReferencePose {
+  /** By default each clip itself. */
+  clip?: string | number | ModelClip;
+  /** Seconds in it, by default 0. */
+  at?: number;
+}
+
+/**
+ * A layer of a character, made by `character.addLayer`. It plays clips as the character does, over those of the character
+ * and of the layers that were added before; additive layers come after all others. What it does not play on shows what is
+ * below. It is disposed of with its character.
+ */
+export declare class AnimationLayer {
+  constructor(character: Character, name: string, options: LayerOptions);
+
+  /** Its character. */
+  readonly character: Character;
+
+  /** Its name. */
+  readonly name: string;
+
+  /** Whether its clips are added to what is below. */
+  readonly isAdditive: boolean;
+
+  /** Called when a clip that loops starts again, before the poses of that update are computed. */
+  onLoop: LayerListener | null;
+
+  /** Called when a clip that does not loop has reached its end, where it is held. */
+  onEnd: LayerListener | null;
+
+  /** Whether it, or its character, was disposed of: it can no longer be used. */
+  readonly isDisposed: boolean;
+
+  /**
+   * Its weight, from 0 to 1: the share with which it replaces what is below, or the factor of what it adds. Setting it ends
+   * a fade.
+   */
+  weight: number;
+
+  /**
+   * Fades its weight.
+   *
+   * @param weight from 0 to 1
+   * @param seconds that it takes
+   */
+  fadeTo(weight: number, seconds: number): void;
+
+  /**
+   * Plays a clip, instead of what the layer plays.
+   *
+   * @param clip its name, its index in the model, or itself
+   */
+  play(clip: string | number | ModelClip, options?: PlayOptions): ModelClip;
+
+  /**
+   * Plays a clip, and fades from what the layer plays to it, or from what is below if it plays nothing.
+   *
+   * @param clip its name, its index in the model, or itself
+   * @param seconds that it takes
+   * @param options all but `fade`
+   */
+  crossfade(clip: string | number | ModelClip, seconds: number, options?: PlayOptions): ModelClip;
+
+  /**
+   * Ends a clip, or all: what is below shows again.
+   *
+   * @param clip by default all
+   * @param options seconds in which its weight becomes 0, by default 0
+   */
+  stop(clip?: string | number | ModelClip, options?: { fade?: number | undefined }): void;
+
+  /**
+   * Sets the weight of a clip that the layer plays. At weight 0 it is not seen, and plays on.
+   *
+   * @param weight from 0 to 1
+   * @param options seconds that it takes, by default 0
+   */
+  setWeight(
+    clip: string | number | ModelClip,
+    weight: number,
+    options?: { fade?: number | undefined }
+  ): void;
+
+  /**
+   * Sets the seconds in a clip that the layer plays: those of its next pose are these and what the update adds, so nothing at
+   * speed 0. It allocates nothing.
+   *
+   * @param seconds from 0 on; the end of the clip at most
+   */
+  setTime(clip: string | number | ModelClip, seconds: number): void;
+
+  /** Seconds in a clip that the layer plays, or -1. */
+  timeOf(clip: string | number | ModelClip): number;
+
+  /** Weight of a clip; 0 if the layer does not play it. */
+  weightOf(clip: string | number | ModelClip): number;
+
+  /** Ends all of its clips, and removes it from its character. */
+  dispose(): void;
+}
+
+/** What is called for a clip of a layer. It may play, stop, dispose, and add layers. */
+export type LayerListener = (layer: AnimationLayer, clip: ModelClip) => void;
 
 /**
  * A camera: it sees the nodes with spheres, and the characters, of a scene. It starts at the origin, looks along -z, and

@@ -2,8 +2,13 @@
 // Pools of a scene: entities and culling objects in blocks of equal size, which are kept for as long as the scene, and
 // components by their shape. What is given back is reused, so memory follows the largest number that lived at once.
 const { bytesOf, wordsOf } = require('../block-bytes');
-const { componentKinds, entity3D, skinning } = require('../layout');
-const { AnimatorView, SkinningView } = require('../view-animation');
+const { componentKinds, controller, controllerState, entity3D, skinning } = require('../layout');
+const {
+  AnimatorView,
+  ControllerStateView,
+  ControllerView,
+  SkinningView,
+} = require('../view-animation');
 const { CullingObjectsView } = require('../view-culling');
 const { Entity3DView } = require('../view-entities');
 
@@ -364,6 +369,9 @@ class ComponentPool {
     this._skins = new Map();
     /** Bytes that are shared with the engine, used or not. */
     this.bytes = 0;
+    this._controllers = new Map();
+    this._bindings = new Map();
+    this._states = [];
   }
 
   /** An animator of two clips on the same entities. Its block is as it was left. */
@@ -412,6 +420,42 @@ class ComponentPool {
 
   giveSkin(view) {
     giveTo(this._skins, view.count, view);
+  }
+
+  /** A controller without masks. Its block is as it was left. */
+  takeController(layerCount) {
+    const pooled = takeFrom(this._controllers, layerCount);
+    if (pooled !== null) {
+      return pooled;
+    }
+    this.bytes += controller.bytes(layerCount);
+    return new ControllerView(this._engine.createAnimatorControllerModel(layerCount));
+  }
+
+  giveController(view) {
+    giveTo(this._controllers, view.layerCount, view);
+  }
+
+  /** A state of one clip. Its block is as it was left. */
+  takeState() {
+    if (this._states.length > 0) {
+      return this._states.pop();
+    }
+    this.bytes += controllerState.bytes(1);
+    return new ControllerStateView(this._engine.createAnimatorControllerStateModel(1));
+  }
+
+  giveState(view) {
+    this._states.push(view);
+  }
+
+  /** A binding that was made for so many words of lists, or null. */
+  takeBinding(targetWords) {
+    return takeFrom(this._bindings, targetWords);
+  }
+
+  giveBinding(targetWords, binding) {
+    giveTo(this._bindings, targetWords, binding);
   }
 }
 

@@ -1,52 +1,26 @@
 'use strict';
 // Characters: instances of a model in a scene. A character is a node; the nodes of its model are below it, as a run of
 // entities that follows its own.
+const { AnimationLayer } = require('./layers');
 const { Node } = require('./node');
-const { isObject, show } = require('../value-checks');
+const { crossfadeOn, playOn, setTimeOn, setWeightOn, stopOn, timeOn, weightOn } = require('./play');
+const { show } = require('../value-checks');
 const { failIndex } = require('../view-base');
 
 /**
  * @typedef {import('../scene').Scene} Scene
+ * @typedef {import('./layers').LayerOptions} LayerOptions
  * @typedef {import('./model').Model} Model
  * @typedef {import('./model').ModelClip} ModelClip
+ * @typedef {import('./play').PlayOptions} PlayOptions
  */
 
 /**
- * How to play a clip.
- * @typedef {Object} PlayOptions
- * @property {boolean} [loop] Whether it starts again at its end, the default, or is held there.
- * @property {number} [speed] Factor, by default 1; negative ones play backwards.
- * @property {number} [fade] Seconds until it has its weight, and what played before has none; by default 0.
- * @property {number} [weight] Over 0, up to 1, the default. It counts beside that of another clip: alone, a clip is
- *   played in full.
- * @property {number} [at] Seconds in the clip at which it starts, by default 0; a clip that plays already goes on.
- * @property {boolean} [beside] Whether the other clip plays on, for a blend of two; by default it is faded out.
- */
-
-/**
- * What is called at the end of a clip. It may play, stop and dispose.
+ * What is called for a clip of a character. It may play, stop, dispose, and add layers.
  * @typedef {(character: Character, clip: ModelClip) => void} ClipListener
  */
 
 const kNoOptions = Object.freeze({});
-
-/** A checked number of options. */
-function numberOf(label, name, value, fallback, least, most, cure) {
-  if (value === undefined) {
-    return fallback;
-  }
-  if (typeof value !== 'number') {
-    throw new TypeError(`${label}: ${name} is ${show(value)}, not a number: ${cure}.`);
-  }
-  if (!(value >= least && value <= most)) {
-    throw new RangeError(`${label}: ${name} is ${value}: ${cure}.`);
-  }
-  return value;
-}
-
-const kFade = 'give seconds from 0 up';
-const kWeight = 'give a weight over 0, up to 1';
-const kLeastWeight = Number.MIN_VALUE;
 
 /**
  * An instance of a model, made by `scene.instantiate`. It is a node, which carries all nodes of its model; cameras see it
@@ -79,6 +53,7 @@ class Character extends Node {
     this.onEnd = null;
     this._body = body;
     this._parts = null;
+    this._layersByName = null;
     /** The frame in which a camera saw it last. */
     this._seen = -1;
   }
@@ -139,43 +114,14 @@ class Character extends Node {
   }
 
   /**
-   * Plays a clip, instead of what plays. Two clips play at most: a third replaces the one with the smaller weight.
+   * Plays a clip, instead of what plays.
    * @param {string | number | ModelClip} clip its name, its index in the model, or itself
    * @param {PlayOptions} [options]
    * @returns {ModelClip}
    */
   play(clip, options = kNoOptions) {
-    const label = 'Character.play';
     this._check('play');
-    const found = this.model.clip(clip);
-    if (!isObject(options)) {
-      const cure = 'leave it out or give an object';
-      throw new TypeError(`${label}: options is ${show(options)}: ${cure}.`);
-    }
-    const { loop = true, beside = false } = options;
-    if (typeof loop !== 'boolean' || typeof beside !== 'boolean') {
-      const [name, value] = typeof loop === 'boolean' ? ['beside', beside] : ['loop', loop];
-      throw new TypeError(`${label}: ${name} is ${show(value)}: give true or false.`);
-    }
-    const most = Number.MAX_VALUE;
-    const checked = {
-      loop,
-      speed: numberOf(label, 'speed', options.speed, 1, -most, most, 'give a finite factor'),
-      fade: numberOf(label, 'fade', options.fade, 0, 0, most, kFade),
-      weight: numberOf(label, 'weight', options.weight, 1, kLeastWeight, 1, kWeight),
-      at: numberOf(label, 'at', options.at, undefined, 0, most, 'give seconds from 0 up'),
-    };
-    const players = this.scene._players;
-    const { player, clips } = this._body;
-    const place = players.choose(player, found);
-    if (player.clips[place] !== found) {
-      player.animator.setClipHandle(place, clips[found.index].id);
-    }
-    players.start(player, place, found, checked);
-    if (!beside) {
-      players.stop(player, 1 - place, checked.fade);
-    }
-    return found;
+    return playOn('Character.play', this.model, this._trackOf(clip), clip, options);
   }
 
   /**
@@ -187,30 +133,26 @@ class Character extends Node {
    */
   crossfade(clip, seconds, options = kNoOptions) {
     this._check('crossfade');
-    if (seconds === undefined) {
-      throw new TypeError(`Character.crossfade: seconds is undefined: ${kFade}.`);
-    }
-    return this.play(clip, Object.assign({}, options, { fade: seconds }));
+    return crossfadeOn(
+      'Character.crossfade',
+      this.model,
+      this._trackOf(clip),
+      clip,
+      seconds,
+      options
+    );
   }
 
   /**
-   * Ends a clip, or all. The pose stays as it is when none is left; see `rest`.
+   * Ends a clip, or all: those of layers play on. Without a fade the pose stays as it is when none is left; the next clip
+   * is faded in from there. With a fade it becomes the one at rest.
    * @param {string | number | ModelClip} [clip] by default all
-   * @param {{ fade?: number }} [options] seconds in which another clip takes over, by default 0
+   * @param {{ fade?: number }} [options] seconds in which its weight becomes 0, by default 0
    */
   stop(clip, options = kNoOptions) {
     this._check('stop');
-    const fade = numberOf('Character.stop', 'fade', options.fade, 0, 0, Number.MAX_VALUE, kFade);
-    const { player } = this._body;
-    if (player === null) {
-      return;
-    }
-    const only = clip === undefined ? undefined : this.model.clip(clip);
-    for (let place = 0; place < 2; ++place) {
-      if (only === undefined || player.clips[place] === only) {
-        this.scene._players.stop(player, place, fade);
-      }
-    }
+    const track = this._body.player === null ? null : this._body.player.base;
+    stopOn('Character.stop', this.model, track, clip, options);
   }
 
   /**
@@ -220,14 +162,8 @@ class Character extends Node {
    * @param {{ fade?: number }} [options] seconds that it takes, by default 0
    */
   setWeight(clip, weight, options = kNoOptions) {
-    const label = 'Character.setWeight';
-    const place = this._playingPlaceOf('setWeight', clip);
-    if (typeof weight !== 'number' || !(weight >= 0 && weight <= 1)) {
-      const Kind = typeof weight === 'number' ? RangeError : TypeError;
-      throw new Kind(`${label}: weight is ${show(weight)}: give a weight from 0 to 1.`);
-    }
-    const fade = numberOf(label, 'fade', options.fade, 0, 0, Number.MAX_VALUE, kFade);
-    this.scene._players.setWeight(this._body.player, place, weight, fade);
+    this._check('setWeight');
+    setWeightOn('Character.setWeight', this.model, this._trackOf(clip), clip, weight, options);
   }
 
   /**
@@ -237,13 +173,8 @@ class Character extends Node {
    * @param {number} seconds from 0 on; the end of the clip at most
    */
   setTime(clip, seconds) {
-    const place = this._playingPlaceOf('setTime', clip);
-    if (typeof seconds !== 'number' || !(seconds >= 0)) {
-      const Kind = typeof seconds === 'number' ? RangeError : TypeError;
-      const cure = 'give seconds from 0 up';
-      throw new Kind(`Character.setTime: seconds is ${show(seconds)}: ${cure}.`);
-    }
-    this.scene._players.setTime(this._body.player, place, seconds);
+    this._check('setTime');
+    setTimeOn('Character.setTime', this.model, this._trackOf(clip), clip, seconds);
   }
 
   /**
@@ -252,8 +183,8 @@ class Character extends Node {
    * @returns {number}
    */
   timeOf(clip) {
-    const place = this._placeOf('timeOf', clip);
-    return place < 0 ? -1 : this.scene._players.timeOf(this._body.player, place);
+    this._check('timeOf');
+    return timeOn(this.model, this._trackOf(clip), clip);
   }
 
   /**
@@ -262,14 +193,61 @@ class Character extends Node {
    * @returns {number}
    */
   weightOf(clip) {
-    const place = this._placeOf('weightOf', clip);
-    return place < 0 ? 0 : this.scene._players.weightOf(this._body.player, place);
+    this._check('weightOf');
+    return weightOn(this.model, this._trackOf(clip), clip);
   }
 
-  /** Ends all clips, and gives all nodes of the model their transforms at rest. */
+  /**
+   * Adds a layer: clips that play over those of the character, on all nodes or on those of a mask.
+   * @param {string} name by which `layer` finds it
+   * @param {LayerOptions} [options]
+   * @returns {AnimationLayer}
+   */
+  addLayer(name, options = kNoOptions) {
+    const label = 'Character.addLayer';
+    this._check('addLayer');
+    if (typeof name !== 'string' || name === '') {
+      throw new TypeError(`${label}: name is ${show(name)}: give a string.`);
+    }
+    if (this._layersByName !== null && this._layersByName.has(name)) {
+      const cure = `dispose of it first, or use layer('${name}')`;
+      throw new RangeError(`${label}: there is a layer '${name}': ${cure}.`);
+    }
+    if (this._body.player === null) {
+      const trouble = `model '${this.model.name}' has no clips`;
+      throw new RangeError(`${label}: ${trouble}: give a model with clips.`);
+    }
+    const layer = new AnimationLayer(this, name, options);
+    if (this._layersByName === null) {
+      this._layersByName = new Map();
+    }
+    this._layersByName.set(name, layer);
+    return layer;
+  }
+
+  /**
+   * A layer that was added.
+   * @param {string} name
+   * @returns {AnimationLayer}
+   */
+  layer(name) {
+    this._check('layer');
+    const found = this._layersByName === null ? undefined : this._layersByName.get(name);
+    if (found === undefined) {
+      const names = Array.from(this._layersByName === null ? [] : this._layersByName.keys());
+      const list = names.map((one) => `'${one}'`).join(', ');
+      const cure = list === '' ? 'add it by addLayer' : `it has ${list}`;
+      throw new RangeError(`Character.layer: there is no layer ${show(name)}: ${cure}.`);
+    }
+    return found;
+  }
+
+  /** Ends all clips, those of layers as well, and gives all nodes of the model their transforms at rest. */
   rest() {
     this._check('rest');
-    this.stop();
+    if (this._body.player !== null) {
+      this.scene._players.clear(this._body.player);
+    }
     this.scene._writeRest(this.model, this._body);
   }
 
@@ -279,7 +257,10 @@ class Character extends Node {
       return;
     }
     this._checkMovable('Character.dispose');
-    this.stop();
+    if (this._layersByName !== null) {
+      this._layersByName.forEach((layer) => layer.dispose());
+      this._layersByName = null;
+    }
     this._disposeChildren();
     if (this._parts !== null) {
       for (const part of this._parts.values()) {
@@ -301,20 +282,10 @@ class Character extends Node {
     this._end();
   }
 
-  /** The place where a clip plays; throws if it does not. */
-  _playingPlaceOf(method, clip) {
-    const place = this._placeOf(method, clip);
-    if (place < 0) {
-      const { name } = this.model.clip(clip);
-      throw new RangeError(`Character.${method}: clip '${name}' does not play: play it first.`);
-    }
-    return place;
-  }
-
-  _placeOf(method, clip) {
-    this._check(method);
-    const found = this.model.clip(clip);
-    return this._body.player === null ? -1 : this._body.player.placeOf(found);
+  /** The track of its own clips. Throws if the model has no such clip. */
+  _trackOf(clip) {
+    this.model.clip(clip);
+    return this._body.player.base;
   }
 }
 

@@ -96,7 +96,8 @@ function curvesByNode(label, { name, clip, targets }) {
 
 /**
  * Clips that all move the same channels of the same nodes: one that lacks a channel gets the value at rest.
- * @returns {{ clips: ModelClip[], targets: number[], curves: Object[][] }} curves by clip, with nodes as targets
+ * @returns {{ clips: ModelClip[], targets: number[], curves: Object[][], restClip: ModelClip }} curves by clip, with
+ *   nodes as targets; a clip of the pose at rest
  */
 function completeClips(label, nodes, animations) {
   const read = animations.map((animation) => curvesByNode(label, animation));
@@ -138,7 +139,22 @@ function completeClips(label, nodes, animations) {
     const duration = last / framesPerSecond;
     return Object.freeze({ name, index, duration, framesPerSecond, bytes });
   });
-  return { clips, targets, curves: ofNodes };
+  const rest = [];
+  targets.forEach((node, target) => {
+    for (const type of Array.from(moved.get(node)).sort((a, b) => a - b)) {
+      const [property, place] = channels.get(type);
+      const value = nodes[node][property][place];
+      rest.push({ target, type, keys: [{ frame: 0, value, inTangent: 0, outTangent: 0 }] });
+    }
+  });
+  return { clips, targets, curves: ofNodes, restClip: makeRestClip(rest) };
+}
+
+/** A clip of the pose at rest, which is none of the model's own. */
+function makeRestClip(curves) {
+  const framesPerSecond = 1;
+  const bytes = buildClip({ name: 'rest', framesPerSecond, frameCount: 1, curves });
+  return Object.freeze({ name: 'rest', index: -1, duration: 0, framesPerSecond, bytes });
 }
 
 function checkBounds(label, bounds) {
@@ -193,7 +209,7 @@ class Model {
     this.skins = skins.map(({ name: skinName, joints, inverseBindMatrices }) =>
       Object.freeze({ name: skinName, joints, inverseBindMatrices })
     );
-    const { clips, targets, curves } = completeClips(label, nodes, animations);
+    const { clips, targets, curves, restClip } = completeClips(label, nodes, animations);
     /**
      * Its clips, in the order of the file.
      * @type {readonly ModelClip[]}
@@ -220,6 +236,7 @@ class Model {
     this.bounds = bounds === undefined ? measureBounds(this, curves) : checkBounds(label, bounds);
     /** Nodes that its clips move. */
     this._targets = targets;
+    this._restClip = restClip;
     /** Scenes that have made something for it. */
     this._scenes = new Set();
     this._isDisposed = false;

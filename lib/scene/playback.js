@@ -1,21 +1,25 @@
 'use strict';
-// Playback of clips in seconds: times, speeds and fades of all characters of a scene, which are advanced together and
-// written into the blocks of their animators. A player has two places for clips, since an animator blends two exactly.
+// Playback of clips in seconds: times, speeds and fades of all characters of a scene, which are advanced together. A
+// track is the clips of a character, or of one of its layers. A pose of at most two clips is blended by the animator of
+// the character; more clips, and layers, by a controller, see rig.js.
 const { animatorClip } = require('../layout');
 const { Batch, grown } = require('./blocks');
+const { Rig } = require('./rig');
+const { Slot, Track, slotNumbers } = require('./slots');
 
-// Numbers of a place.
-const kTime = 0;
-const kSpeed = 1;
-const kWeight = 2;
-const kGoal = 3;
-/** Change of the weight towards its goal, a second. */
-const kRate = 4;
-const kDuration = 5;
-const kFramesPerSecond = 6;
-const kFlags = 7;
-const kPlace = 8;
-const kPlaces = 2;
+const {
+  kTime,
+  kSpeed,
+  kWeight,
+  kGoal,
+  kRate,
+  kDuration,
+  kFramesPerSecond,
+  kFlags,
+  kSlot,
+  kSum,
+  kLayerWeight,
+} = slotNumbers;
 
 const kLoops = 1;
 const kEnded = 2;
@@ -24,247 +28,616 @@ const kStops = 4;
 
 // Words of an animator's block.
 const kRecord = animatorClip.size / 4;
+const kHandleWord = animatorClip.clipHandle / 4;
 const kTimeWord = animatorClip.time / 4;
 const kWeightWord = animatorClip.weight / 4;
+/** Clips that an animator blends. */
+const kRecords = 2;
 
 const kLoopEvent = 0;
 const kEndEvent = 1;
 
+/** Weights that add up to this count as full: fades add up with errors of rounding. */
+const kFull = 1 - 1e-6;
+
+// What evaluates a player. With both, the controller adds to the pose of the animator: a blend that the animator has
+// begun is ended by it, since controllers blend rotations in another way, and the pose would jump.
+const kByAnimator = 0;
+const kByBoth = 1;
+const kByController = 2;
+
+/**
+ * Up to these numbers of players are updated by single calls, on the calling thread: waking the workers takes longer
+ * than they save. Measured with 20 joints: see docs/scene.md.
+ */
+const kFewAnimators = 8;
+const kFewControllers = 4;
+
 /** What plays on a character. */
 class Player {
-  constructor(animator, at) {
+  /**
+   * @param {AnimatorView} animator
+   * @param {Object} known what the engine has of the model
+   * @param {Uint32Array} targets entities that its clips move
+   * @param {number} entity index of the entity of the character
+   */
+  constructor(animator, known, targets, entity) {
     this.animator = animator;
-    this.words = animator.f32;
-    /** Place in the numbers of all players. */
-    this.at = at;
-    this.character = null;
-    this.clips = [null, null];
-    /** Place in the batch, 0 if nothing plays. */
+    this.known = known;
+    this.targets = targets;
+    this.entity = entity;
+    this.base = new Track(this);
+    /** What is blended in where the clips weigh less than 1: where the last ones were stopped, or the pose at rest. */
+    this.held = [];
+    this.layers = [];
+    this.rig = null;
+    this.mode = kByAnimator;
+    /** Place in the list of those that play, from 1, or 0. */
     this.place = 0;
   }
 
-  /** The place where a clip plays, or -1. */
-  placeOf(clip) {
-    const { clips } = this;
-    return clips[0] === clip ? 0 : clips[1] === clip ? 1 : -1;
+  get isIdle() {
+    if (this.base.slots.length > 0) {
+      return false;
+    }
+    for (let i = 0; i < this.layers.length; ++i) {
+      if (this.layers[i]._track.slots.length > 0) {
+        return false;
+      }
+    }
+    return true;
   }
 }
 
 /** Players of a scene. */
 class Players {
-  constructor(engine) {
+  constructor(engine, pool, blocks) {
     this._engine = engine;
-    this._batch = new Batch();
-    this._numbers = new Float64Array(64 * kPlaces * kPlace);
+    this._pool = pool;
+    this._blocks = blocks;
+    this._playing = [];
+    /** Those that have ended, and have been evaluated for the last time. */
+    this._ended = [];
+    this._animators = new Batch();
+    this._controllers = new Batch();
+    this._single = new Uint32Array([1, 0]);
+    this.fewAnimators = kFewAnimators;
+    this.fewControllers = kFewControllers;
+    /** Players whose rest poses follow the animator in this update. */
+    this._followers = [];
+    this._followerCount = 0;
+    /** Players whose binding was made outside of the tree of the scene. */
+    this._unrooted = [];
+    this._numbers = new Float64Array(64 * kSlot);
     this._end = 0;
     this._free = [];
-    /** Events of this update: character, clip, kind. */
+    /** Events of this update: character or layer, clip, kind. */
     this._events = [];
     this._eventCount = 0;
+    /** Number of players that were evaluated. */
+    this.count = 0;
+    // The pose that is put together: slots and their weights.
+    this._pose = [];
+    this._weights = new Float64Array(8);
+    this._poseCount = 0;
   }
 
-  /** Number of players that play. */
-  get count() {
-    return this._batch.count;
-  }
-
-  create(animator) {
+  takeSlot(clip, handle) {
+    let slot;
     if (this._free.length > 0) {
-      return new Player(animator, this._free.pop());
+      slot = this._free.pop();
+    } else {
+      slot = new Slot(this._end);
+      this._end += kSlot;
+      if (this._end > this._numbers.length) {
+        this._numbers = grown(this._numbers, 2 * this._end);
+      }
     }
-    const at = this._end;
-    this._end += kPlaces * kPlace;
-    if (this._end > this._numbers.length) {
-      this._numbers = grown(this._numbers, 2 * this._end);
+    this._numbers.fill(0, slot.at, slot.at + kSlot);
+    slot.clip = clip;
+    slot.handle = handle;
+    if (clip !== null) {
+      this._numbers[slot.at + kDuration] = clip.duration;
+      this._numbers[slot.at + kFramesPerSecond] = clip.framesPerSecond;
     }
-    return new Player(animator, at);
+    return slot;
   }
 
-  /** Takes back the place of a player, which is stopped. */
-  release(player) {
-    this._free.push(player.at);
+  giveSlot(slot) {
+    slot.clip = null;
+    slot.isShown = false;
+    slot.isOnAnimator = false;
+    this._free.push(slot);
   }
 
-  /** The place for a clip: where it plays already, a free one, or that of the smaller weight. */
-  choose(player, clip) {
-    const { clips, at } = player;
-    const own = clips.indexOf(clip);
-    if (own >= 0) {
-      return own;
+  _giveSlots(slots) {
+    while (slots.length > 0) {
+      this.giveSlot(slots.pop());
     }
-    const free = clips.indexOf(null);
-    if (free >= 0) {
-      return free;
-    }
-    const numbers = this._numbers;
-    return numbers[at + kWeight] <= numbers[at + kPlace + kWeight] ? 0 : 1;
   }
 
-  start(player, place, clip, { at, speed, weight, fade, loop }) {
-    const numbers = this._numbers;
-    const from = player.at + place * kPlace;
-    const isNew = player.clips[place] !== clip;
+  start(track, clip, handle, { at, speed, weight, fade, loop }) {
+    let slot = track.slotOf(clip);
+    const isNew = slot === null;
     if (isNew) {
-      numbers[from + kWeight] = 0;
+      slot = this.takeSlot(clip, handle);
+      track.slots.push(slot);
     }
+    const numbers = this._numbers;
     if (isNew || at !== undefined) {
-      numbers[from + kTime] = Math.max(0, Math.min(clip.duration, at === undefined ? 0 : at));
+      numbers[slot.at + kTime] = Math.max(0, Math.min(clip.duration, at === undefined ? 0 : at));
     }
-    numbers[from + kSpeed] = speed;
-    numbers[from + kDuration] = clip.duration;
-    numbers[from + kFramesPerSecond] = clip.framesPerSecond;
-    numbers[from + kFlags] = loop ? kLoops : 0;
-    player.clips[place] = clip;
-    this._fade(player, place, weight, fade);
-    if (player.place === 0) {
-      this._batch.add(player, player.animator.id);
+    numbers[slot.at + kSpeed] = speed;
+    numbers[slot.at + kFlags] = loop ? kLoops : 0;
+    this.fade(slot, weight, fade);
+    this.wake(track.player);
+    return slot;
+  }
+
+  /** Fades all clips but one out, or ends them at once. */
+  stopOthers(track, slot, fade) {
+    for (let i = track.slots.length - 1; i >= 0; --i) {
+      if (track.slots[i] !== slot) {
+        this.stop(track, track.slots[i], fade);
+      }
     }
   }
 
   /** Fades a clip out, or ends it at once. */
-  stop(player, place, fade) {
-    if (player.clips[place] !== null) {
-      this._numbers[player.at + place * kPlace + kFlags] |= kStops;
-      this._fade(player, place, 0, fade);
-      if (fade === 0) {
-        this._endPlace(player, place);
-        this._removeIfIdle(player);
+  stop(track, slot, fade) {
+    if (fade > 0 && this._numbers[slot.at + kWeight] > 0) {
+      this.fade(slot, 0, fade);
+      this._numbers[slot.at + kFlags] |= kStops;
+    } else if (track.slots.length === 1) {
+      this.stopAll(track, 0);
+    } else {
+      this._remove(track, track.slots.indexOf(slot));
+    }
+  }
+
+  /** The same for all clips. If the character is then at rest, its pose stays. */
+  stopAll(track, fade) {
+    const { player } = track;
+    if (fade > 0) {
+      for (let i = track.slots.length - 1; i >= 0; --i) {
+        this.stop(track, track.slots[i], fade);
+      }
+      return;
+    }
+    if (track === player.base) {
+      this._hold(player);
+    }
+    this._giveSlots(track.slots);
+    // What layers have added to the pose has to be taken away by another evaluation.
+    if (player.place !== 0 && player.layers.length === 0) {
+      this._sleep(player);
+    }
+  }
+
+  /** Stops all at once, and forgets where. */
+  clear(player) {
+    this._giveSlots(player.base.slots);
+    this._giveSlots(player.held);
+    for (let i = 0; i < player.layers.length; ++i) {
+      this._giveSlots(player.layers[i]._track.slots);
+    }
+    player.mode = kByAnimator;
+    if (player.place !== 0) {
+      this._sleep(player);
+    }
+  }
+
+  /** Takes back all that a player has beyond its animator. */
+  release(player) {
+    this.clear(player);
+    player.base.owner = null;
+    this._dropRig(player);
+  }
+
+  /** Layers were added or removed. */
+  changeLayers(player) {
+    if (player.rig !== null) {
+      player.rig.isCurrent = false;
+    }
+  }
+
+  /** Takes back the slots of a layer. The next update evaluates the pose without it. */
+  removeLayer(player, layer) {
+    if (layer._track.slots.length > 0) {
+      this._giveSlots(layer._track.slots);
+    }
+    this.giveSlot(layer._fader);
+    player.layers.splice(player.layers.indexOf(layer), 1);
+    this.changeLayers(player);
+  }
+
+  _dropRig(player) {
+    if (player.rig !== null) {
+      player.rig.give(this._pool);
+      player.rig = null;
+      const at = this._unrooted.indexOf(player);
+      if (at >= 0) {
+        this._unrooted.splice(at, 1);
       }
     }
   }
 
-  setWeight(player, place, weight, fade) {
-    this._numbers[player.at + place * kPlace + kFlags] &= ~kStops;
-    this._fade(player, place, weight, fade);
+  _remove(track, i) {
+    const { slots } = track;
+    this.giveSlot(slots[i]);
+    for (; i + 1 < slots.length; ++i) {
+      slots[i] = slots[i + 1];
+    }
+    slots.pop();
+  }
+
+  /** Makes what the clips of a character show now what it holds. */
+  _hold(player) {
+    const { base, held } = player;
+    const numbers = this._numbers;
+    let shown = 0;
+    for (let i = 0; i < base.slots.length; ++i) {
+      shown += base.slots[i].isShown ? numbers[base.slots[i].at + kWeight] : 0;
+    }
+    if (shown === 0) {
+      return;
+    }
+    if (shown >= kFull) {
+      this._giveSlots(held);
+    }
+    let sum = shown;
+    for (let i = 0; i < held.length; ++i) {
+      numbers[held[i].at + kWeight] *= 1 - shown;
+      sum += numbers[held[i].at + kWeight];
+    }
+    // What was not shown is left, and ends.
+    let left = 0;
+    for (let i = 0; i < base.slots.length; ++i) {
+      const slot = base.slots[i];
+      if (slot.isShown) {
+        held.push(slot);
+      } else {
+        base.slots[left++] = slot;
+      }
+    }
+    base.slots.length = left;
+    for (let i = 0; i < held.length; ++i) {
+      numbers[held[i].at + kWeight] /= sum;
+    }
+  }
+
+  fade(slot, weight, seconds) {
+    const numbers = this._numbers;
+    const { at } = slot;
+    numbers[at + kGoal] = weight;
+    if (seconds === 0) {
+      numbers[at + kWeight] = weight;
+      numbers[at + kRate] = 0;
+    } else {
+      numbers[at + kRate] = (weight - numbers[at + kWeight]) / seconds;
+    }
+  }
+
+  setWeight(slot, weight, seconds) {
+    this._numbers[slot.at + kFlags] &= ~kStops;
+    this.fade(slot, weight, seconds);
   }
 
   /** Sets the seconds in a clip; one that is held at its end goes on. */
-  setTime(player, place, seconds) {
+  setTime(slot, seconds) {
     const numbers = this._numbers;
-    const from = player.at + place * kPlace;
-    numbers[from + kTime] = Math.min(seconds, numbers[from + kDuration]);
-    numbers[from + kFlags] &= ~kEnded;
-    this._write(player, place);
+    numbers[slot.at + kTime] = Math.min(seconds, numbers[slot.at + kDuration]);
+    numbers[slot.at + kFlags] &= ~kEnded;
   }
 
-  timeOf(player, place) {
-    return this._numbers[player.at + place * kPlace + kTime];
+  timeOf(slot) {
+    return this._numbers[slot.at + kTime];
   }
 
-  weightOf(player, place) {
-    return this._numbers[player.at + place * kPlace + kWeight];
+  weightOf(slot) {
+    return this._numbers[slot.at + kWeight];
   }
 
-  _fade(player, place, weight, fade) {
-    const numbers = this._numbers;
-    const from = player.at + place * kPlace;
-    numbers[from + kGoal] = weight;
-    if (fade === 0) {
-      numbers[from + kWeight] = weight;
-      numbers[from + kRate] = 0;
-    } else {
-      numbers[from + kRate] = (weight - numbers[from + kWeight]) / fade;
+  /** Adds up the weights of a track. */
+  _measure(track) {
+    const { slots } = track;
+    let sum = 0;
+    for (let i = 0; i < slots.length; ++i) {
+      sum += this._numbers[slots[i].at + kWeight];
     }
-    this._write(player, place);
+    track.now[kSum] = sum;
   }
 
-  /** Advances all by seconds, calls back, and evaluates the animators. */
+  /** Lists a player as one that plays. */
+  wake(player) {
+    if (player.place === 0) {
+      this._playing.push(player);
+      player.place = this._playing.length;
+    }
+  }
+
+  _sleep(player) {
+    const last = this._playing.pop();
+    if (last !== player) {
+      this._playing[player.place - 1] = last;
+      last.place = player.place;
+    }
+    player.place = 0;
+  }
+
+  /** Advances all by seconds, calls back, and evaluates animators and controllers. */
   update(seconds) {
-    const { entries } = this._batch;
-    // Backwards: one that ends is replaced by the last.
-    for (let i = entries.length - 1; i >= 0; --i) {
-      const player = entries[i];
-      this._advance(player, 0, seconds);
-      this._advance(player, 1, seconds);
-      this._removeIfIdle(player);
+    const playing = this._playing;
+    for (let i = 0; i < playing.length; ++i) {
+      const { base, layers } = playing[i];
+      this._advanceTrack(base, seconds);
+      for (let l = 0; l < layers.length; ++l) {
+        this._advanceWeight(layers[l]._fader.at, seconds);
+        this._advanceTrack(layers[l]._track, seconds);
+      }
     }
     if (this._eventCount > 0) {
       this._report();
     }
-    if (this._batch.count > 0) {
-      this._engine.updateAnimators(this._batch.words.buffer);
+    this._animators.words[0] = 0;
+    this._controllers.words[0] = 0;
+    this._followerCount = 0;
+    this.count = playing.length;
+    for (let i = 0; i < playing.length; ++i) {
+      this._compose(playing[i]);
+      if (playing[i].isIdle) {
+        // Evaluated once more, without what has ended.
+        this._ended.push(playing[i]);
+      }
+    }
+    this._evaluate();
+    while (this._ended.length > 0) {
+      const player = this._ended.pop();
+      if (player.place !== 0) {
+        this._sleep(player);
+      }
     }
   }
 
-  _advance(player, place, seconds) {
-    const clip = player.clips[place];
-    if (clip === null) {
-      return;
+  _evaluate() {
+    const { _engine: engine, _animators: animators, _controllers: controllers } = this;
+    if (animators.count > this.fewAnimators) {
+      engine.updateAnimators(animators.words.buffer);
+    } else {
+      for (let i = 1; i <= animators.count; ++i) {
+        engine.updateAnimator(animators.words[i]);
+      }
     }
+    for (let i = 0; i < this._followerCount; ++i) {
+      this._followers[i].rig.follow();
+    }
+    if (controllers.count > this.fewControllers) {
+      engine.updateAnimatorControllers(controllers.words.buffer);
+    } else {
+      const single = this._single;
+      for (let i = 1; i <= controllers.count; ++i) {
+        single[1] = controllers.words[i];
+        engine.updateAnimatorControllers(single.buffer);
+      }
+    }
+  }
+
+  /**
+   * To be called when the engine knows the tree of the scene. A binding keeps the top of the tree in which it was made: a
+   * tree under no root, which the engine computes at once.
+   */
+  settleTree(root) {
+    const unrooted = this._unrooted;
+    for (let i = unrooted.length - 1; i >= 0; --i) {
+      const player = unrooted[i];
+      if (this._topOf(player) === root) {
+        player.rig.bindAgain();
+        unrooted[i] = unrooted[unrooted.length - 1];
+        unrooted.pop();
+      }
+    }
+  }
+
+  _topOf(player) {
+    const { parents } = this._blocks;
+    let top = player.entity;
+    while (parents[top] >= 0) {
+      top = parents[top];
+    }
+    return top;
+  }
+
+  _advanceTrack(track, seconds) {
+    const { slots } = track;
     const numbers = this._numbers;
-    const from = player.at + place * kPlace;
-    const speed = numbers[from + kSpeed];
-    const rate = numbers[from + kRate];
-    if (speed === 0 && rate === 0) {
-      // It is as it was written last: programs that set times and weights themselves pay nothing here.
+    for (let i = 0; i < slots.length; ++i) {
+      const { at } = slots[i];
+      if (numbers[at + kSpeed] !== 0) {
+        this._advanceTime(track, slots[i], seconds);
+      }
+      if (this._advanceWeight(at, seconds) && (numbers[at + kFlags] & kStops) !== 0) {
+        this._remove(track, i--);
+      }
+    }
+  }
+
+  _advanceTime(track, slot, seconds) {
+    const numbers = this._numbers;
+    const { at } = slot;
+    const flags = numbers[at + kFlags];
+    const duration = numbers[at + kDuration];
+    if ((flags & kEnded) !== 0 || duration === 0) {
       return;
     }
-    const flags = numbers[from + kFlags];
-    const duration = numbers[from + kDuration];
-    if ((flags & kEnded) === 0 && duration > 0 && speed !== 0) {
-      let time = numbers[from + kTime] + seconds * speed;
-      if ((flags & kLoops) !== 0) {
-        if (time >= duration || time < 0) {
-          time %= duration;
-          if (time < 0) {
-            time += duration;
-          }
-          this._note(player.character, clip, kLoopEvent);
+    const speed = numbers[at + kSpeed];
+    let time = numbers[at + kTime] + seconds * speed;
+    if ((flags & kLoops) !== 0) {
+      if (time >= duration || time < 0) {
+        time %= duration;
+        if (time < 0) {
+          time += duration;
         }
-      } else if (speed < 0 ? time <= 0 : time >= duration) {
-        time = speed < 0 ? 0 : duration;
-        numbers[from + kFlags] = flags | kEnded;
-        this._note(player.character, clip, kEndEvent);
+        this._note(track.owner, slot.clip, kLoopEvent);
       }
-      numbers[from + kTime] = time;
+    } else if (speed < 0 ? time <= 0 : time >= duration) {
+      time = speed < 0 ? 0 : duration;
+      numbers[at + kFlags] = flags | kEnded;
+      this._note(track.owner, slot.clip, kEndEvent);
     }
-    if (rate !== 0) {
-      const goal = numbers[from + kGoal];
-      let weight = numbers[from + kWeight] + rate * seconds;
-      if (rate > 0 ? weight >= goal : weight <= goal) {
-        weight = goal;
-        numbers[from + kRate] = 0;
-      }
-      numbers[from + kWeight] = weight;
-      if (weight === goal && (flags & kStops) !== 0) {
-        this._endPlace(player, place);
-        return;
-      }
-    }
-    this._write(player, place);
+    numbers[at + kTime] = time;
   }
 
-  /** Writes a place into the block of the animator. */
-  _write(player, place) {
+  /** Returns whether a fade has ended. */
+  _advanceWeight(at, seconds) {
     const numbers = this._numbers;
-    const from = player.at + place * kPlace;
-    const { words } = player;
-    const record = place * kRecord;
-    words[record + kTimeWord] = numbers[from + kTime] * numbers[from + kFramesPerSecond];
-    words[record + kWeightWord] = numbers[from + kWeight];
+    const rate = numbers[at + kRate];
+    if (rate === 0) {
+      return false;
+    }
+    const goal = numbers[at + kGoal];
+    const weight = numbers[at + kWeight] + rate * seconds;
+    const isDone = rate > 0 ? weight >= goal : weight <= goal;
+    numbers[at + kWeight] = isDone ? goal : weight;
+    if (isDone) {
+      numbers[at + kRate] = 0;
+    }
+    return isDone;
   }
 
-  _endPlace(player, place) {
-    player.clips[place] = null;
-    player.words[place * kRecord + kWeightWord] = 0;
-  }
-
-  _removeIfIdle(player) {
-    if (player.place !== 0 && player.clips[0] === null && player.clips[1] === null) {
-      this._batch.remove(player);
+  /** Writes the pose of a player into its animator, its controller, or both, and lists them. */
+  _compose(player) {
+    this._collect(player);
+    const pose = this._pose;
+    const count = this._poseCount;
+    let onAnimator = 0;
+    for (let i = 0; i < count; ++i) {
+      pose[i].isShown = true;
+      onAnimator += pose[i].isOnAnimator ? 1 : 0;
+    }
+    const isLayered = this._measureLayers(player);
+    const isBeyond = isLayered || count > kRecords;
+    if (player.mode === kByAnimator && isBeyond) {
+      player.mode = onAnimator > 1 ? kByBoth : kByController;
+    } else if (player.mode === kByBoth && isBeyond) {
+      const isSame = onAnimator === 0 || (onAnimator === 1 && !player.rig.isMixed);
+      player.mode = isSame ? kByController : kByBoth;
+    } else if (player.mode === kByBoth && !isBeyond) {
+      player.mode = onAnimator === count ? kByAnimator : kByController;
+    }
+    if (player.mode === kByController && !isBeyond && count === 1) {
+      player.mode = kByAnimator;
+    }
+    if (player.mode !== kByController) {
+      this._writeAnimator(player, player.mode === kByAnimator);
+    } else {
+      for (let i = 0; i < count; ++i) {
+        pose[i].isOnAnimator = false;
+      }
+    }
+    if (player.mode !== kByAnimator) {
+      this._writeRig(player);
     }
   }
 
-  _note(character, clip, kind) {
-    // A character that nobody listens to has no events.
-    if ((kind === kLoopEvent ? character.onLoop : character.onEnd) === null) {
+  /** Collects the slots of the base and their weights, which then add up to 1. */
+  _collect(player) {
+    const { base, held } = player;
+    this._measure(base);
+    const sum = base.now[kSum];
+    if (sum >= kFull) {
+      this._giveSlots(held);
+    } else if (held.length === 0) {
+      const rest = this.takeSlot(player.known.restClip, player.known.rest.id);
+      this._numbers[rest.at + kWeight] = 1;
+      held.push(rest);
+    }
+    const numbers = this._numbers;
+    const factor = sum >= kFull ? 1 / sum : 1;
+    this._poseCount = 0;
+    for (let i = 0; i < base.slots.length; ++i) {
+      this._append(base.slots[i], factor * numbers[base.slots[i].at + kWeight]);
+    }
+    for (let i = 0; i < held.length; ++i) {
+      this._append(held[i], (1 - sum) * numbers[held[i].at + kWeight]);
+    }
+  }
+
+  _append(slot, weight) {
+    const at = this._poseCount++;
+    if (at === this._weights.length) {
+      this._weights = grown(this._weights, 2 * at);
+    }
+    if (at === this._pose.length) {
+      this._pose.push(slot);
+    } else {
+      this._pose[at] = slot;
+    }
+    this._weights[at] = weight;
+  }
+
+  /** Measures the layers of a player. Returns whether any changes the pose. */
+  _measureLayers({ layers }) {
+    let isAnyOn = false;
+    for (let i = 0; i < layers.length; ++i) {
+      const { _fader: fader, _track: track } = layers[i];
+      this._measure(track);
+      track.now[kLayerWeight] = this._numbers[fader.at + kWeight];
+      isAnyOn = isAnyOn || track.isOn;
+    }
+    return isAnyOn;
+  }
+
+  /** Writes the slots of the pose: all, or those that it blends already. */
+  _writeAnimator({ animator }, isAll) {
+    const { u32, f32 } = animator;
+    const numbers = this._numbers;
+    let record = 0;
+    for (let i = 0; i < this._poseCount; ++i) {
+      const slot = this._pose[i];
+      if (isAll || slot.isOnAnimator) {
+        slot.isOnAnimator = true;
+        u32[record + kHandleWord] = slot.handle;
+        f32[record + kTimeWord] = numbers[slot.at + kTime] * numbers[slot.at + kFramesPerSecond];
+        f32[record + kWeightWord] = this._weights[i];
+        record += kRecord;
+      }
+    }
+    if (record < kRecords * kRecord) {
+      f32[record + kWeightWord] = 0;
+    }
+    this._animators.append(animator.id);
+  }
+
+  _writeRig(player) {
+    if (player.rig === null || !player.rig.isCurrent) {
+      if (player.rig === null) {
+        player.rig = new Rig(this._engine, this._pool, player);
+        this._unrooted.push(player);
+      }
+      player.rig.build();
+    }
+    player.rig.write(this._numbers, this._pose, this._weights, this._poseCount);
+    this._controllers.append(player.rig.id);
+    if (player.mode === kByBoth) {
+      const at = this._followerCount++;
+      if (at === this._followers.length) {
+        this._followers.push(player);
+      } else {
+        this._followers[at] = player;
+      }
+    }
+  }
+
+  _note(owner, clip, kind) {
+    // An owner that nobody listens to has no events.
+    if ((kind === kLoopEvent ? owner.onLoop : owner.onEnd) === null) {
       return;
     }
     const at = 3 * this._eventCount++;
     if (at === this._events.length) {
-      this._events.push(character, clip, kind);
+      this._events.push(owner, clip, kind);
     } else {
-      this._events[at] = character;
+      this._events[at] = owner;
       this._events[at + 1] = clip;
       this._events[at + 2] = kind;
     }
@@ -275,13 +648,13 @@ class Players {
     this._eventCount = 0;
     const events = this._events;
     for (let i = 0; i < 3 * count; i += 3) {
-      const character = events[i];
+      const owner = events[i];
       const clip = events[i + 1];
-      const call = events[i + 2] === kLoopEvent ? character.onLoop : character.onEnd;
+      const call = events[i + 2] === kLoopEvent ? owner.onLoop : owner.onEnd;
       events[i] = null;
       events[i + 1] = null;
-      if (call !== null && !character.isDisposed) {
-        call(character, clip);
+      if (call !== null && !owner.isDisposed) {
+        call(owner, clip);
       }
     }
   }

@@ -173,6 +173,23 @@ describe('typings of lib/', () => {
   });
 });
 
+/** A model of one node, with a clip that moves it. */
+function movedModel() {
+  const keys = [{ frame: 0, value: 1, inTangent: 0, outTangent: 0 }];
+  const curves = [{ target: 0, type: nq.sampleTypes.PositionX, keys }];
+  const clip = nq.buildClip({ framesPerSecond: 30, frameCount: 1, curves });
+  const [translation, rotation, scale] = [
+    [0, 0, 0],
+    [0, 0, 0, 1],
+    [1, 1, 1],
+  ];
+  return {
+    nodes: [{ name: 'node', parent: -1, translation, rotation, scale }],
+    skins: [],
+    animations: [{ name: 'move', framesPerSecond: 30, clip, targets: [0] }],
+  };
+}
+
 /** An object of each class of the library. */
 function instances() {
   const engine = nq.load(modulePath).getEngine();
@@ -181,8 +198,13 @@ function instances() {
   const matrixFlow = { buffer: new ArrayBuffer(64) };
   const scene = new layer.Scene({ engine });
   const model = layer.Model.from({ nodes: [], skins: [], animations: [] });
+<<<<<<< HEAD
   const world = layer.toThree(three, scene);
+=======
+  const moved = layer.Model.from(movedModel());
+>>>>>>> 6773690 (Add layers to characters of scenes, and fade lone clips from the held pose)
   return {
+    AnimationLayer: scene.instantiate(moved)[0].addLayer('all'),
     AnimatorView: new nq.AnimatorView(engine.createComponent(2, 1, 1), 1),
     Camera: new layer.Camera(),
     Character: scene.instantiate(model)[0],
@@ -227,7 +249,15 @@ function declaredClasses() {
 }
 
 /** Properties of scenes that programs set. */
-const settable = new Set(['layers', 'onEnd', 'onLoop', 'position', 'quaternion', 'scale']);
+const settable = new Set([
+  'layers',
+  'onEnd',
+  'onLoop',
+  'position',
+  'quaternion',
+  'scale',
+  'weight',
+]);
 
 describe('classes of lib/', () => {
   const classes = declaredClasses();

@@ -418,24 +418,97 @@ describe('playback', () => {
     assert.strictEqual(scene.stats.playing, 2);
   });
 
-  it('plays two clips at most: a third replaces the lighter one', () => {
+  it('plays any number of clips, by their weights', () => {
     const [character] = scene.instantiate(model);
     character.play('walk', { weight: 0.75 });
     character.play('wave', { weight: 0.5, beside: true });
     character.play('point', { beside: true });
     const weights = () => ['walk', 'wave', 'point'].map((name) => character.weightOf(name));
-    assert.deepStrictEqual(weights(), [0.75, 0, 1]);
+    assert.deepStrictEqual(weights(), [0.75, 0.5, 1]);
     character.setWeight('walk', 0.25, { fade: 1 });
     scene.update(0.5);
-    assert.deepStrictEqual(weights(), [0.5, 0, 1]);
+    assert.deepStrictEqual(weights(), [0.5, 0.5, 1]);
+    // The hand is moved by the first alone, of weight 0.5 among 2: y from 1.02 to 1.5 within a second.
+    const [, y] = character.node('hand').position;
+    assert(Math.abs(y - (1.02 + (0.25 * 0.48) / 2)) < 1e-6, `${y}`);
     character.stop('point');
-    assert.deepStrictEqual(weights(), [0.5, 0, 0]);
+    assert.deepStrictEqual(weights(), [0.5, 0.5, 0]);
     character.stop();
     scene.update();
     assert.strictEqual(scene.stats.playing, 0);
     character.rest();
     scene.update();
     assert.deepStrictEqual(character.node('hand').position, [0, Math.fround(1.02), 0]);
+  });
+
+  it('fades a lone clip in from rest, and out to rest, as three.js does', () => {
+    const [character] = scene.instantiate(model);
+    character.play('wave', { fade: 1, at: 0.5 });
+    for (const t of [0.25, 0.5, 0.75, 1]) {
+      scene.update(0.25);
+      oracle.pose({ wave: { time: 0.5 + t, weight: t } });
+      assertSkins(character, oracle, `in, ${t}`);
+    }
+    character.stop('wave', { fade: 1 });
+    for (const t of [0.25, 0.75]) {
+      scene.update(t === 0.25 ? 0.25 : 0.5);
+      oracle.pose({ wave: { time: (1.5 + t) % 2, weight: 1 - t } });
+      assertSkins(character, oracle, `out, ${t}`);
+    }
+    scene.update(0.5);
+    assert.strictEqual(character.timeOf('wave'), -1);
+    oracle.pose({});
+    assertSkins(character, oracle, 'at rest');
+    scene.update(0.5);
+    assert.strictEqual(scene.stats.playing, 0);
+  });
+
+  it('blends a lone clip of a weight with the pose at rest, as three.js does', () => {
+    const [character] = scene.instantiate(model);
+    character.play('wave', { weight: 0.25, at: 1.5 });
+    scene.update(0.25);
+    oracle.pose({ wave: { time: 1.75, weight: 0.25 } });
+    assertSkins(character, oracle, 'a quarter');
+    character.setWeight('wave', 1);
+    scene.update();
+    oracle.pose({ wave: { time: 1.75, weight: 1 } });
+    assertSkins(character, oracle, 'in full');
+  });
+
+  it('fades in from where the last clip was stopped', () => {
+    const [character] = scene.instantiate(model);
+    character.play('wave', { at: 1 });
+    scene.update(0.25);
+    character.stop();
+    scene.update(5);
+    character.play('walk', { fade: 1 });
+    for (const t of [0, 0.25, 0.75, 1]) {
+      scene.update(t === 0.75 ? 0.5 : Math.min(t, 0.25));
+      oracle.pose({ wave: { time: 1.25, weight: 1 - t }, walk: { time: t % 1, weight: t } });
+      assertSkins(character, oracle, `${t}`);
+    }
+    // Once it has played in full, it ends at rest.
+    character.stop('walk', { fade: 0.5 });
+    scene.update(1);
+    oracle.pose({});
+    assertSkins(character, oracle, 'at rest');
+  });
+
+  it('fades in from a stopped blend, and not from a clip that was never shown', () => {
+    const [character] = scene.instantiate(model);
+    character.play('wave', { at: 1 });
+    character.play('walk', { beside: true, at: 0.5, weight: 0.5 });
+    scene.update();
+    const hand = character.node('hand');
+    const [, before] = hand.position;
+    character.stop();
+    character.play('point');
+    character.stop();
+    character.play('wave', { fade: 1 });
+    scene.update();
+    // The hand is where a third of walk had it at half of its time.
+    assert(Math.abs(hand.position[1] - before) < 1e-6, `${hand.position[1]}, ${before}`);
+    assert(Math.abs(before - (1.02 + (0.48 * 0.5) / 3)) < 1e-6, `${before}`);
   });
 
   it('is set to seconds and weights in each frame, also to weight 0', () => {

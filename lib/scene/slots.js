@@ -1,0 +1,66 @@
+'use strict';
+// Slots: clips that play, with times, speeds and weights, and tracks of them. The numbers of all slots of a scene are in
+// one array, in double precision.
+
+const slotNumbers = Object.freeze({
+  kTime: 0,
+  kSpeed: 1,
+  kWeight: 2,
+  kGoal: 3,
+  /** Change of the weight towards its goal, a second. */
+  kRate: 4,
+  kDuration: 5,
+  kFramesPerSecond: 6,
+  kFlags: 7,
+  /** Numbers of a slot. */
+  kSlot: 8,
+  // Numbers of a track.
+  /** Sum of the weights of its slots. */
+  kSum: 0,
+  /** Weight of the layer. */
+  kLayerWeight: 1,
+});
+
+/** A clip that plays. Its numbers are in those of all slots, from `at`. */
+class Slot {
+  constructor(at) {
+    this.at = at;
+    this.clip = null;
+    /** Handle of the clip. */
+    this.handle = 0;
+    /** Whether it was part of a pose. */
+    this.isShown = false;
+    /** Whether the animator blends it. */
+    this.isOnAnimator = false;
+  }
+}
+
+/** Clips that play together. */
+class Track {
+  constructor(player) {
+    this.player = player;
+    /** The character or layer, for events. */
+    this.owner = null;
+    this.slots = [];
+    /** In the update that runs. Numbers that are returned could allocate. */
+    this.now = new Float64Array(2);
+  }
+
+  /** Whether the layer changes the pose. */
+  get isOn() {
+    return this.now[slotNumbers.kSum] > 0 && this.now[slotNumbers.kLayerWeight] > 0;
+  }
+
+  /** The slot of a clip, or null. */
+  slotOf(clip) {
+    const { slots } = this;
+    for (let i = 0; i < slots.length; ++i) {
+      if (slots[i].clip === clip) {
+        return slots[i];
+      }
+    }
+    return null;
+  }
+}
+
+module.exports = { Slot, Track, slotNumbers };
