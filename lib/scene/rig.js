@@ -137,7 +137,7 @@ class Rig {
     this._overrides = layers.filter(({ isAdditive }) => !isAdditive);
     this._additives = layers.filter(({ isAdditive }) => isAdditive);
     const areas = findAreas(this._overrides, targets.length);
-    if (areas.length > 1) {
+    if (areas.length !== 1) {
       // All targets together, for as long as no override layer is on.
       areas.unshift(
         new Area(

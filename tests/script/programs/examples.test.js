@@ -69,7 +69,7 @@ describe('examples', () => {
       names.map((name) => Number(name.slice(0, 2))),
       names.map((name, i) => i + 1)
     );
-    assert.strictEqual(names.length, 9);
+    assert.strictEqual(names.length, 10);
     const files = fs.readdirSync(path.join(folder, 'expected'));
     assert.deepStrictEqual(
       files.sort(),
@@ -303,6 +303,7 @@ describe('expected numbers', () => {
     assert.deepStrictEqual(numbersIn(lines[1]), [count, 50]);
   });
 
+<<<<<<< HEAD
   it('14: a reed that bends by 45 degrees, and the stones that a frustum of three.js meets', () => {
     const lines = expectedLines('14-interop');
     const angle = quarter / 2;
@@ -324,6 +325,34 @@ describe('expected numbers', () => {
       .map(({ x }) => x);
     assert(seen.length > 5 && seen.length < 15);
     assert.deepStrictEqual(numbersIn(lines[1]), seen);
+=======
+  it('10: the tip of a reed, by rotations of three.js: shares of a mask, and of what is added', () => {
+    const lines = expectedLines('10-layers');
+    const about = (axis, angle) => {
+      return new three.Quaternion().setFromAxisAngle(new three.Vector3(...axis), angle);
+    };
+    const bend = about([0, 0, 1], quarter);
+    const sway = about([1, 0, 0], quarter);
+    // Half of each, as a sum: what is half of the way on the arc, too.
+    const half = bend.clone().slerp(sway, 0.5);
+    // x, y and z of what is added count by the weight, w in full.
+    const added = (weight) => about([0, 0, 1], 2 * Math.atan(weight * Math.tan(quarter / 2)));
+    const ended = about([0, 0, 1], quarter / 2);
+    const turns = [bend, sway, half, bend, added(0.5).multiply(bend), added(0.25).multiply(bend)];
+    // The joint that bends is one unit above the ground, the next one unit above it, and so is the tip.
+    const up = new three.Vector3(0, 1, 0);
+    const wanted = [...turns, ended].map((turn) => {
+      const tip = up.clone().applyQuaternion(turn).add(up).applyQuaternion(bend).add(up);
+      return tip.toArray().map((value) => rounded(value));
+    });
+    const shown = lines.filter((line) => line.includes('tip at'));
+    assert.deepStrictEqual(
+      shown.map((line) => numbersIn(line.slice(line.indexOf('tip at')))),
+      wanted
+    );
+    assert.strictEqual(lines.length, 8);
+    assert.strictEqual(lines[6], 'sway of layer upper has ended');
+>>>>>>> cb5b109 (Update a handful of players by single calls, and show layers in example 10)
   });
 
   it('08: throws of known speeds', () => {

@@ -494,6 +494,30 @@ describe('playback', () => {
     assertSkins(character, oracle, 'at rest');
   });
 
+  it('counts the seconds of a clip that moves nothing', () => {
+    const clip = nq.buildClip({ framesPerSecond: 30, frameCount: 1, curves: [] });
+    const [translation, rotation, scale] = [
+      [1, 2, 3],
+      [0, 0, 0, 1],
+      [1, 1, 1],
+    ];
+    const still = Model.from({
+      nodes: [{ name: 'still', parent: -1, translation, rotation, scale }],
+      skins: [],
+      animations: [{ name: 'nothing', framesPerSecond: 30, clip, targets: [] }],
+    });
+    const [character] = scene.instantiate(still);
+    character.play('nothing', { fade: 1 });
+    scene.update(0.5);
+    assert.strictEqual(character.weightOf('nothing'), 0.5);
+    assert.deepStrictEqual(character.node(0).position, translation);
+    assert.throws(() => character.addLayer('all', { mask: 'still' }), /no clip moves a node/);
+    character.addLayer('all').play('nothing');
+    scene.update(0.5);
+    assert.deepStrictEqual(character.node(0).position, translation);
+    still.dispose();
+  });
+
   it('fades in from a stopped blend, and not from a clip that was never shown', () => {
     const [character] = scene.instantiate(model);
     character.play('wave', { at: 1 });

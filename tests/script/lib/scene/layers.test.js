@@ -562,24 +562,29 @@ describe('layers of characters', () => {
   });
 
   describe('in frames', () => {
+    /** A scene whose calls of the engine are noted. */
+    function watched() {
+      const own = new Scene({ engine });
+      const calls = [];
+      const watchedCalls = ['updateAnimator', 'updateAnimators', 'updateAnimatorControllers'];
+      own._players._engine = new Proxy(engine, {
+        get(target, name) {
+          return (...values) => {
+            if (watchedCalls.includes(name)) {
+              calls.push(name);
+            }
+            return target[name](...values);
+          };
+        },
+      });
+      return { own, calls };
+    }
+
     it('give the same bytes by batches and by single calls', () => {
       const bytesOf = (few) => {
-        const own = new Scene({ engine });
-        own._players.fewAnimators = few;
-        own._players.fewControllers = few;
-        const calls = [];
-        const counted = new Set(['updateAnimator', 'updateAnimators', 'updateAnimatorControllers']);
-        own._players._engine = new Proxy(engine, {
-          get(target, name) {
-            if (!counted.has(name)) {
-              return target[name].bind(target);
-            }
-            return (argument) => {
-              calls.push(name);
-              return target[name](argument);
-            };
-          },
-        });
+        const { own, calls } = watched();
+        own._players._fewAnimatorTargets = few;
+        own._players._fewControllerTargets = few;
         const characters = own.instantiate(model, 12);
         characters.forEach((one, i) => {
           one.play('walk', { at: i / 12 });
@@ -594,23 +599,40 @@ describe('layers of characters', () => {
         for (let frame = 0; frame < 10; ++frame) {
           own.update(0.07);
         }
-        const bytes = Buffer.concat(
-          characters.map((one) => {
-            const matrices = names.map((name) => one.node(name).worldMatrix);
-            return Buffer.concat(
-              matrices.map((matrix) => {
-                return Buffer.from(matrix.buffer, matrix.byteOffset, matrix.byteLength).slice();
-              })
-            );
-          })
+        const matrices = [].concat(
+          ...characters.map((one) => names.map((name) => Array.from(one.node(name).worldMatrix)))
         );
         own.dispose();
-        return [Buffer.from(bytes), calls.length / 10];
+        return { bytes: Buffer.from(Float32Array.from([].concat(...matrices)).buffer), calls };
       };
-      const [single, singleCalls] = bytesOf(Infinity);
-      const [batch, batchCalls] = bytesOf(0);
-      assert(single.equals(batch));
-      assert.deepStrictEqual([singleCalls, batchCalls], [12, 2]);
+      const single = bytesOf(Infinity);
+      const batch = bytesOf(0);
+      assert(single.bytes.equals(batch.bytes));
+      assert.strictEqual(single.bytes.length, 12 * names.length * 64);
+      assert.deepStrictEqual([single.calls.length, batch.calls.length], [120, 20]);
+    });
+
+    it('use single calls for a handful, and batches for many', () => {
+      const { own, calls } = watched();
+      // Five nodes are moved: 64 characters of them are 320 targets, 32 are 160.
+      const characters = own.instantiate(model, 64);
+      characters.forEach((one) => one.play('walk'));
+      own.update(0.1);
+      assert.deepStrictEqual(calls.splice(0), Array(64).fill('updateAnimator'));
+      own.instantiate(model)[0].play('walk');
+      own.update(0.1);
+      assert.deepStrictEqual(calls.splice(0), ['updateAnimators']);
+      characters.slice(32).forEach((one) => one.dispose());
+      characters.slice(0, 32).forEach((one) => one.addLayer('arm').play('wave'));
+      own.update(0.1);
+      assert.deepStrictEqual(calls.splice(0), [
+        'updateAnimator',
+        ...Array(32).fill('updateAnimatorControllers'),
+      ]);
+      own.instantiate(model)[0].addLayer('arm').play('wave');
+      own.update(0.1);
+      assert.deepStrictEqual(calls.splice(0), ['updateAnimator', 'updateAnimatorControllers']);
+      own.dispose();
     });
 
     it('count the characters that were evaluated', () => {
