@@ -69,7 +69,7 @@ describe('examples', () => {
       names.map((name) => Number(name.slice(0, 2))),
       names.map((name, i) => i + 1)
     );
-    assert.strictEqual(names.length, 10);
+    assert.strictEqual(names.length, 11);
     const files = fs.readdirSync(path.join(folder, 'expected'));
     assert.deepStrictEqual(
       files.sort(),
@@ -303,29 +303,6 @@ describe('expected numbers', () => {
     assert.deepStrictEqual(numbersIn(lines[1]), [count, 50]);
   });
 
-<<<<<<< HEAD
-  it('14: a reed that bends by 45 degrees, and the stones that a frustum of three.js meets', () => {
-    const lines = expectedLines('14-interop');
-    const angle = quarter / 2;
-    const second = turned([0, 1], angle, [2, 1]);
-    // A vertex or a lamp above the second joint, by both angles.
-    const above = (x, y) => [...turned([x, y], 2 * angle, second), 0];
-    assert.deepStrictEqual(
-      numbersIn(lines[0]),
-      [...above(0.25, 1), ...above(0, 1)].map((value) => rounded(value))
-    );
-    const camera = new three.PerspectiveCamera(60, 16 / 9, 0.1, 100);
-    camera.position.set(12, 1, 5);
-    camera.updateMatrixWorld();
-    const frustum = new three.Frustum().setFromProjectionMatrix(
-      camera.projectionMatrix.clone().multiply(camera.matrixWorldInverse)
-    );
-    const seen = Array.from({ length: 20 }, (_, i) => new three.Vector3(3 * i, 0, -i))
-      .filter((place) => frustum.intersectsSphere(new three.Sphere(place, 0.9)))
-      .map(({ x }) => x);
-    assert(seen.length > 5 && seen.length < 15);
-    assert.deepStrictEqual(numbersIn(lines[1]), seen);
-=======
   it('10: the tip of a reed, by rotations of three.js: shares of a mask, and of what is added', () => {
     const lines = expectedLines('10-layers');
     const about = (axis, angle) => {
@@ -352,7 +329,59 @@ describe('expected numbers', () => {
     );
     assert.strictEqual(lines.length, 8);
     assert.strictEqual(lines[6], 'sway of layer upper has ended');
->>>>>>> cb5b109 (Update a handful of players by single calls, and show layers in example 10)
+  });
+
+  it('11: places of a lantern in a bending hand, and of its flame', () => {
+    const lines = expectedLines('11-sockets');
+    // Both joints are turned by the same angle, up to 90 degrees in a second and back: each turns what is above it.
+    const up = (angle, length) => [-length * Math.sin(angle), length * Math.cos(angle)];
+    const inHand = (seconds, x, length) => {
+      const angle = (Math.PI / 2) * (1 - Math.abs(1 - seconds));
+      const [hand, held] = [up(angle, 1), up(2 * angle, length)];
+      return [x + hand[0] + held[0], 1 + hand[1] + held[1], 0];
+    };
+    // Seconds in the clip, and the place of the reed.
+    const steps = [
+      [0.5, 0],
+      [0.75, 0],
+      [0.25, 4],
+      [0.75, 4],
+    ];
+    steps.forEach(([seconds, x], i) => {
+      const wanted = [...inHand(seconds, x, 0.5), ...inHand(seconds, x, 0.75)];
+      const numbers = numbersIn(lines[i]);
+      assert.strictEqual(numbers[0], seconds);
+      assert.deepStrictEqual(
+        numbers.slice(1),
+        wanted.map((value) => rounded(value))
+      );
+    });
+    const [x] = inHand(0.75, 4, 0.5);
+    const dropped = [x, 0, 0, x, 0.25, 0].map((value) => rounded(value));
+    assert.deepStrictEqual(lines.slice(4).map(numbersIn), [dropped, dropped]);
+  });
+
+  it('14: a reed that bends by 45 degrees, and the stones that a frustum of three.js meets', () => {
+    const lines = expectedLines('14-interop');
+    const angle = quarter / 2;
+    const second = turned([0, 1], angle, [2, 1]);
+    // A vertex or a lamp above the second joint, by both angles.
+    const above = (x, y) => [...turned([x, y], 2 * angle, second), 0];
+    assert.deepStrictEqual(
+      numbersIn(lines[0]),
+      [...above(0.25, 1), ...above(0, 1)].map((value) => rounded(value))
+    );
+    const camera = new three.PerspectiveCamera(60, 16 / 9, 0.1, 100);
+    camera.position.set(12, 1, 5);
+    camera.updateMatrixWorld();
+    const frustum = new three.Frustum().setFromProjectionMatrix(
+      camera.projectionMatrix.clone().multiply(camera.matrixWorldInverse)
+    );
+    const seen = Array.from({ length: 20 }, (_, i) => new three.Vector3(3 * i, 0, -i))
+      .filter((place) => frustum.intersectsSphere(new three.Sphere(place, 0.9)))
+      .map(({ x }) => x);
+    assert(seen.length > 5 && seen.length < 15);
+    assert.deepStrictEqual(numbersIn(lines[1]), seen);
   });
 
   it('08: throws of known speeds', () => {
