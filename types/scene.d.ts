@@ -315,6 +315,11 @@ export declare class Model {
 export interface ModelOptions {
   /** By default the path. */
   name?: string;
+  /**
+   * Name or index of the scene of the file whose nodes it has; by default that which the file names, or the first. A
+   * file without scenes is taken whole.
+   */
+  scene?: string | number;
   /** Rate of all clips; by default each gets that of its keys. */
   framesPerSecond?: number;
   /** By default those of the vertices in all clips. */

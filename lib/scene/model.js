@@ -4,6 +4,7 @@ const { buildClip, readClip, sampleTypes } = require('../clip');
 const { importGltf } = require('../gltf');
 const { measureBounds } = require('./bounds');
 const { readMeshes } = require('./meshes');
+const { selectScene } = require('./selection');
 const { isObject, show } = require('../value-checks');
 
 /**
@@ -43,6 +44,8 @@ const { isObject, show } = require('../value-checks');
  * How to load a model.
  * @typedef {Object} ModelOptions
  * @property {string} [name] By default the path.
+ * @property {string | number} [scene] Name or index of the scene of the file whose nodes it has; by default that which the
+ *   file names, or the first. A file without scenes is taken whole.
  * @property {number} [framesPerSecond] Rate of all clips; by default each gets that of its keys.
  * @property {Bounds} [bounds] By default those of the vertices in all clips.
  * @property {ModelMesh[]} [meshes] By default those of the file; none for imported data.
@@ -86,6 +89,9 @@ function curvesByNode(label, { name, clip, targets }) {
       throw new RangeError(`${label}: clip '${name}' has a curve of sample type ${type}: ${cure}.`);
     }
     const node = targets[target];
+    if (node < 0) {
+      continue;
+    }
     if (!nodes.has(node)) {
       nodes.set(node, new Map());
     }
@@ -188,7 +194,7 @@ class Model {
       throw new TypeError(`${label}: imported is ${show(imported)}: ${cure}.`);
     }
     const { name = '', meshes = [], bounds } = options;
-    const { nodes, skins, animations, warnings = [] } = imported;
+    const { nodes, skins, animations, warnings = [] } = selectScene(label, imported, options.scene);
     /**
      * Its name in messages.
      * @type {string}
@@ -255,12 +261,15 @@ class Model {
       throw new TypeError(`Model.load: options is ${show(options)}: ${cure}.`);
     }
     const { name, framesPerSecond } = options;
-    const imported = await importGltf(source, { name, framesPerSecond, holdEnd: true });
+    const whole = await importGltf(source, { name, framesPerSecond, holdEnd: true });
+    const imported = selectScene('Model.load', whole, options.scene);
     const own = { name: name === undefined && typeof source === 'string' ? source : name };
     const warnings = imported.warnings.slice();
     if (options.meshes === undefined) {
       own.meshes = await readMeshes(source, imported.nodes, warnings);
     }
+    // What is left has no other scene.
+    own.scene = undefined;
     return new Model(Object.assign({}, imported, { warnings }), Object.assign({}, options, own));
   }
 
