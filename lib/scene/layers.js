@@ -214,6 +214,7 @@ class AnimationLayer {
   }
 
   set weight(weight) {
+    this._check('weight');
     this.fadeTo(weight, 0);
   }
 

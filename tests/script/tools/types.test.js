@@ -198,11 +198,8 @@ function instances() {
   const matrixFlow = { buffer: new ArrayBuffer(64) };
   const scene = new layer.Scene({ engine });
   const model = layer.Model.from({ nodes: [], skins: [], animations: [] });
-<<<<<<< HEAD
   const world = layer.toThree(three, scene);
-=======
   const moved = layer.Model.from(movedModel());
->>>>>>> 6773690 (Add layers to characters of scenes, and fade lone clips from the held pose)
   return {
     AnimationLayer: scene.instantiate(moved)[0].addLayer('all'),
     AnimatorView: new nq.AnimatorView(engine.createComponent(2, 1, 1), 1),

@@ -1,7 +1,7 @@
 'use strict';
 // Objects of scenes that come and go: memory over thousands of them, and the use of those that were disposed of.
 const assert = require('assert');
-const { Camera, Character, Model, Node, Scene } = require('../../../../scene');
+const { AnimationLayer, Camera, Character, Model, Node, Scene } = require('../../../../scene');
 const nq = require('../../../../lib');
 const { makeFigure } = require('../../../../bench/script/lib/scene-figure');
 const { assertCleanExit, runScript } = require('../../support/child');
@@ -83,20 +83,25 @@ function membersOf(Class) {
 /** What may be called on an object that is disposed of. */
 const allowed = ['dispose', 'isDisposed'];
 
+const makeCharacter = () =>
+  new Scene({ engine }).instantiate(Model.from(makeFigure(3), { name: 'it' }))[0];
+
 describe('an object that is disposed of', () => {
   const makers = {
     Node: () => new Scene({ engine }).node({ name: 'it' }),
-    Character: () =>
-      new Scene({ engine }).instantiate(Model.from(makeFigure(3), { name: 'it' }))[0],
+    Character: makeCharacter,
+    AnimationLayer: () => makeCharacter().addLayer('it'),
     Model: () => Model.from(makeFigure(3), { name: 'it' }),
     Scene: () => new Scene({ engine }),
   };
-  const classes = { Node, Character, Model, Scene };
+  const classes = { AnimationLayer, Node, Character, Model, Scene };
   const patterns = {
     Node: (method) =>
       new RegExp(`^Node\\.${method}: (the )?node 'it' is disposed of: make a new one\\.$`),
     Character: (method) =>
       new RegExp(`^Character\\.${method}: character 'it' is disposed of: make a new one\\.$`),
+    AnimationLayer: (method) =>
+      new RegExp(`^AnimationLayer\\.${method}: layer 'it' .*is disposed of: .*\\.$`),
     Model: (method) =>
       new RegExp(`^Model\\.${method}: model 'it' is disposed of: load it again\\.$`),
     Scene: (method) =>
