@@ -23,16 +23,20 @@ async function main() {
   // --- Frame: each step in the middle of the clips, where both joints are turned by 90 degrees.
   const middle = { at: 1, speed: 0 };
   const steps = [
-    ['base alone', () => reed.play('bend', middle)],
-    ['upper half replaced', () => upper.play('sway', middle)],
-    ['half of that', () => upper.fadeTo(0.5, 0)],
-    ['upper layer stopped', () => upper.stop()],
-    ['half a bend added', () => lean.play('bend', middle)],
-    ['fading it out', () => lean.stop('bend', { fade: 1 }), 0.5],
-    ['a clip that ends', () => upper.play('sway', { loop: false, fade: 0.5 }), 2.5],
+    { label: 'base alone', change: () => reed.play('bend', middle), seconds: 0 },
+    { label: 'upper half replaced', change: () => upper.play('sway', middle), seconds: 0 },
+    { label: 'half of that', change: () => upper.fadeTo(0.5, 0), seconds: 0 },
+    { label: 'upper layer stopped', change: () => upper.stop(), seconds: 0 },
+    { label: 'half a bend added', change: () => lean.play('bend', middle), seconds: 0 },
+    { label: 'fading it out', change: () => lean.stop('bend', { fade: 1 }), seconds: 0.5 },
+    {
+      label: 'a clip that ends',
+      change: () => upper.play('sway', { loop: false, fade: 0.5 }),
+      seconds: 2.5,
+    },
   ];
   upper.onEnd = (layer, clip) => console.log(`${clip.name} of layer ${layer.name} has ended`);
-  for (const [label, change, seconds = 0] of steps) {
+  for (const { label, change, seconds } of steps) {
     change();
     scene.update(seconds);
 
