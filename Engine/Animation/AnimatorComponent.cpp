@@ -26,8 +26,8 @@ namespace nq::engine {
 
 namespace {
 
-// How many targets ahead of the current one entities are prefetched.
-constexpr uint32_t kFetchAhead = 4;
+// Prefetch distance in targets.
+constexpr uint32_t kPrefetchTargets = 4;
 
 inline void Replace(float* field, float value) {
   if (!std::isnan(value)) {
@@ -239,8 +239,8 @@ void AnimatorComponent::ApplyOne(const ActiveClip& clip, Scratch* scratch) {
   for (uint32_t i = 0; i < count; ++i) {
     const uint32_t entry = clip.base + samples.Target(i);
     if (entry < entityCount && writer.Seek(targets[entry])) {
-      if (entityCount - entry > kFetchAhead) {
-        writer.FetchAhead(targets[entry + kFetchAhead]);
+      if (entityCount - entry > kPrefetchTargets) {
+        writer.Prefetch(targets[entry + kPrefetchTargets]);
       }
       ApplyTo(writer, samples.Sample(i));
       if (first == nullptr) {

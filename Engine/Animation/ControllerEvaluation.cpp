@@ -90,9 +90,9 @@ bool IsPartial(const TargetPose& pose) {
   return below != 0;
 }
 
-// Completes what an override layer animates only partly. The rest pose that fills up is looked up
-// under the blended number itself, not under the entity, so it is mostly an identity that this
-// look-up inserts.
+// Completes what an override layer animates only partly. The rest pose for that is looked up by the
+// blended value itself, not by the entity's handle, so it is mostly an identity that this look-up
+// inserts.
 void CompleteOverride(TargetPose* pose, RestPoses* restPoses) {
   if (IsPartial(*pose)) {
     for (uint32_t channel = 0; channel < kPoseChannels; ++channel) {
@@ -115,7 +115,7 @@ void CompleteOverride(TargetPose* pose, RestPoses* restPoses) {
   NormaliseQuaternion(pose->rotation);
 }
 
-// The rotation of a pose scaled towards identity: x, y, z by the share, w left alone.
+// The rotation of a pose scaled towards identity: x, y, z by the share, w unchanged.
 void ScaledRotation(const float* rotation, float share, float* out) {
   for (int i = 0; i < 3; ++i) {
     out[i] = rotation[i] * share;

@@ -39,9 +39,9 @@ class EntityPoseWriter {
     return index < batch.count;
   }
 
-  // Prefetches a 3D entity that is written soon, if it is of the same batch. Only a hint: the
+  // Prefetches a 3D entity that is written later, if it is of the same batch. Only a hint: the
   // handle may be past the batch's end, so addresses are computed as integers, not as pointers.
-  void FetchAhead(uint32_t handle) const {
+  void Prefetch(uint32_t handle) const {
     if (HandleSlot(handle) == slot) {
       const uintptr_t ahead = HandleElement(handle);
       const uintptr_t record =

@@ -297,10 +297,10 @@ void WorldTransform::SyncDirtyRange(uint32_t start, uint32_t count) {
 // If few of many entities have changed, a walk from the roots spends most of its time skipping
 // clean siblings. It can be left out if all marks come from the list: then each marked path ends at
 // a listed entity, and computing from the topmost listed ones that are reached from a root, in any
-// order, gives the same results. Not so
+// order, gives the same results. It can't be left out
 // - while entities are bound, since they are appended to the dirty list in the order of the walk;
 // - if a root has a parent, since walks from two roots then meet.
-// And walks from inactive roots end at once.
+// If all roots are inactive, it costs nothing: walks from them end at once.
 bool WorldTransform::MayKeepToPaths() const {
   return dirtyEntities->Count() <= tree->EntityCount() / kEntitiesPerListed && rootsStandAlone &&
          boundCount == 0 && !tree->HasOtherMarks() &&

@@ -39,18 +39,18 @@ constexpr uint32_t kReferenceBytes = 8;
 constexpr uint32_t kTypeBytes = 4;
 
 // Prefetch distance in products.
-constexpr uint32_t kFetchAhead = 12;
+constexpr uint32_t kPrefetchProducts = 12;
 
 // The resolved operands of a command, in stream order.
 struct Operands {
   uint8_t* bytes[kMaxOperands];
 };
 
-// Force-inlined, so that a run's position stays in a register: otherwise each command would wait
-// for the previous one's store of it.
-
 // A run over one stream. Caches the reader's position and limit; Leave writes the position back,
 // Enter reads both again.
+//
+// Its functions are force-inlined, so that the position stays in a register: otherwise each command
+// would wait for the previous one's store of it.
 class Run {
  public:
   Run(const MemoryAllocator& memory, StreamReader* reader)
@@ -63,12 +63,12 @@ class Run {
     data = reader->currentPointer() - reader->Position();
     position = reader->Position();
     limit = static_cast<int32_t>(reader->Limit());
-    fetchEnd = std::min<int64_t>(limit, reader->Capacity());
+    prefetchEnd = std::min<int64_t>(limit, reader->Capacity());
   }
   NQ_FORCE_INLINE void Leave() { reader->SetPosition(position); }
 
   // True if no byte is left. A single byte is enough to start reading a command.
-  NQ_FORCE_INLINE bool AtEnd() const { return Proven(position, 1) < 1; }
+  NQ_FORCE_INLINE bool AtEnd() const { return EndOf(position, 1) < 1; }
 
   // Reads a word, at the next multiple of 4.
   NQ_FORCE_INLINE uint32_t ReadWord() {
@@ -79,8 +79,8 @@ class Run {
   }
 
   // Returns false and reports it, if the stream ends before `bytes` more.
-  NQ_FORCE_INLINE bool Prove(int32_t bytes) const {
-    if (Proven(AlignStreamPosition(position, 4), bytes) >= 0) {
+  NQ_FORCE_INLINE bool CheckBytes(int32_t bytes) const {
+    if (EndOf(AlignStreamPosition(position, 4), bytes) >= 0) {
       return true;
     }
     NQ_LOG("[NQ_WARN][MatrixFlow]: ", "Command buffer overflow\n");
@@ -106,7 +106,7 @@ class Run {
   template <uint32_t count>
   NQ_FORCE_INLINE int32_t Read(uint32_t length, Operands* operands) {
     constexpr int32_t kBytes = count == 2 ? kTwoOperandsBytes : kThreeOperandsBytes;
-    return Prove(kBytes) ? Resolve<count>(length, operands) : kMatrixFlowCutOff;
+    return CheckBytes(kBytes) ? Resolve<count>(length, operands) : kMatrixFlowCutOff;
   }
 
   // D, S. Copies `bytes`, having checked `length`.
@@ -193,7 +193,7 @@ class Run {
     if (code != kMatrixFlowDone) {
       return code;
     }
-    FetchAhead();
+    PrefetchLater();
     if (hasWideVectors) {
       MultiplyByTwoColumns(o.bytes[0], o.bytes[1], o.bytes[2]);
     } else {
@@ -216,7 +216,7 @@ class Run {
   }
 
   NQ_FORCE_INLINE int32_t CopyBulk() {
-    if (!Prove(kBulkBytes)) {
+    if (!CheckBytes(kBulkBytes)) {
       return kMatrixFlowCutOff;
     }
     // Kept on purpose: the product wraps in 32 bits; streams rely on the result codes.
@@ -262,11 +262,11 @@ class Run {
 
   // Prefetches the operands of a later command, assuming that it has the same shape and blocks.
   // Only a hint: the words need not be valid yet, and are decoded when the command runs.
-  NQ_FORCE_INLINE void FetchAhead() const {
+  NQ_FORCE_INLINE void PrefetchLater() const {
     constexpr uint32_t kCommandBytes = kTypeBytes + kThreeOperandsBytes;
     constexpr uint32_t kOffsetAt = kTypeBytes + sizeof(uint32_t);
-    const int64_t at = int64_t{position} + kFetchAhead * kCommandBytes;
-    if (at + kCommandBytes > fetchEnd) {
+    const int64_t at = int64_t{position} + kPrefetchProducts * kCommandBytes;
+    if (at + kCommandBytes > prefetchEnd) {
       return;
     }
     for (uint32_t place = 0; place < kMaxOperands; ++place) {
@@ -315,7 +315,7 @@ class Run {
 
   // The end of `bytes` at `start`, or -1 if it is beyond the limit. Like StreamReader::checkRange:
   // positions compare as signed numbers, and the sum wraps.
-  NQ_FORCE_INLINE int32_t Proven(uint32_t start, int32_t bytes) const {
+  NQ_FORCE_INLINE int32_t EndOf(uint32_t start, int32_t bytes) const {
     const int32_t end = static_cast<int32_t>(start + static_cast<uint32_t>(bytes));
     return end > limit ? -1 : end;
   }
@@ -332,7 +332,7 @@ class Run {
   const uint8_t* data;  // the segment
   uint32_t position;
   int32_t limit;
-  int64_t fetchEnd;  // end of the bytes that prefetching may read
+  int64_t prefetchEnd;  // end of the bytes that prefetching may read
 };
 
 const auto kAdd = [](__m128 a, __m128 b) { return _mm_add_ps(a, b); };
@@ -356,7 +356,7 @@ int32_t MatrixFlowSystem::ExecuteCommandBuffer(uint32_t handle) {
     switch (static_cast<MatrixFlowCommand>(type)) {
       case MatrixFlowCommand::kCall:
         code = kMatrixFlowCutOff;
-        if (run.Prove(kCallBytes)) {
+        if (run.CheckBytes(kCallBytes)) {
           const uint32_t callee = run.ReadWord();
           // A buffer that calls itself shares its reader with the nested run.
           run.Leave();

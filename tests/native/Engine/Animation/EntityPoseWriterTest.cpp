@@ -58,7 +58,7 @@ TEST_F(EntityPoseWriterTest, PrefetchingAcceptsAnyHandle) {
   for (const uint32_t current : {a, flat}) {
     ASSERT_TRUE(writer.Seek(current));
     for (const uint32_t handle : {0u, a, a + 1, a + 4095, flat, flat + 4095, 0xFFFFFFFFu}) {
-      writer.FetchAhead(handle);
+      writer.Prefetch(handle);
     }
     EXPECT_EQ(&scene.At(current), writer.Target());
   }

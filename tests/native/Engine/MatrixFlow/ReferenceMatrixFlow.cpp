@@ -92,7 +92,7 @@ int32_t ReferenceMatrixFlow::Run(uint32_t handle) {
   buffer->position = 4;
   buffer->limits.push_back(Word(buffer->memoryID, 0) + 4);
   int32_t code = 0;
-  while (code == 0 && !isOutside && IsProven(*buffer, 1)) {
+  while (code == 0 && !isOutside && HasBytes(*buffer, 1)) {
     const int32_t type = static_cast<int32_t>(ReadWord(buffer));
     if (++commandCount > kMostCommands) {
       isOutside = true;
@@ -127,7 +127,7 @@ int32_t ReferenceMatrixFlow::Perform(const ReferenceCommand& command, ReferenceB
   }
   const bool isCopy = command.operation == 'c' || command.operation == 'i';
   const int count = isCopy ? 2 : 3;
-  if (!IsProven(*buffer, isCopy ? 16 : 24)) {
+  if (!HasBytes(*buffer, isCopy ? 16 : 24)) {
     return CutOff();
   }
   Place places[3];
@@ -191,7 +191,7 @@ int32_t ReferenceMatrixFlow::MultiplyMatrices(const ReferenceCommand& command,
 }
 
 int32_t ReferenceMatrixFlow::Call(ReferenceBuffer* buffer) {
-  if (!IsProven(*buffer, 4)) {
+  if (!HasBytes(*buffer, 4)) {
     return CutOff();
   }
   const uint32_t callee = ReadWord(buffer);
@@ -199,7 +199,7 @@ int32_t ReferenceMatrixFlow::Call(ReferenceBuffer* buffer) {
 }
 
 int32_t ReferenceMatrixFlow::BulkCopy(ReferenceBuffer* buffer) {
-  if (!IsProven(*buffer, 20)) {
+  if (!HasBytes(*buffer, 20)) {
     return CutOff();
   }
   const uint32_t bytes = ReadWord(buffer) * 4;
@@ -237,7 +237,7 @@ uint32_t ReferenceMatrixFlow::ReadWord(ReferenceBuffer* buffer) {
   return word;
 }
 
-bool ReferenceMatrixFlow::IsProven(const ReferenceBuffer& buffer, uint32_t bytes) const {
+bool ReferenceMatrixFlow::HasBytes(const ReferenceBuffer& buffer, uint32_t bytes) const {
   return static_cast<int32_t>(buffer.position + bytes) <=
          static_cast<int32_t>(buffer.limits.back());
 }

@@ -77,7 +77,7 @@ class ReferenceMatrixFlow {
 
   uint32_t Word(uint32_t memoryID, uint32_t offset);
   uint32_t ReadWord(ReferenceBuffer* buffer);
-  bool IsProven(const ReferenceBuffer& buffer, uint32_t bytes) const;
+  bool HasBytes(const ReferenceBuffer& buffer, uint32_t bytes) const;
   int32_t Resolve(ReferenceBuffer* buffer, int count, uint32_t length, Place* places);
   bool HasRoom(const Place& place, uint32_t bytes);
   void CopyWhole(const Place& from, const Place& to, uint32_t bytes);
