@@ -11,7 +11,7 @@
 
 namespace nq::engine {
 
-// Free slots that a table keeps for reuse; slots released beyond that are lost for good.
+// Free slots that a table keeps for reuse; slots released beyond that are never reused.
 constexpr uint32_t kFreeStackCapacity = 4096;
 
 // Issues handles and owns the values behind them. `Value` derives from HandlerValue and is

@@ -7,7 +7,7 @@
 namespace nq::engine {
 
 // Base of objects shared by counted references. The creator holds the first one; dropping the last
-// one deletes the object within that call, after which nobody may use it.
+// one deletes the object within that call: do not use it afterwards.
 //
 // Thread safety: the count is not atomic. Only the script thread changes it; worker threads use
 // plain pointers to these objects while the script thread waits for them.

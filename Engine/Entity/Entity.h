@@ -57,8 +57,8 @@ class EntityChildren {
 };
 
 // Base of both kinds of entity. Records of a batch are contiguous and their addresses stable; the
-// batch constructs and cleans them, nobody deletes one. The data that per-frame passes use is in
-// the batch's arrays (TransformTree), and accessors here read it.
+// batch constructs and cleans them, and none is deleted by itself. The data that per-frame passes
+// use is in the batch's arrays (TransformTree), and accessors here read it.
 //
 // Invariants: an entity is among the children of its parent, exactly once, or has no parent.
 // `boundTo` is b exactly if the entity is in `boundEntities` of b. Parent link and bone binding are
@@ -137,9 +137,6 @@ class Entity {
   // descendants for recomputation.
   void PropagateMarkDirty(bool deep);
 
-  // Marks all descendants as kDirtySelf, skipping subtrees whose top is kDirtySelf already.
-  void MarkSubtreeDirty();
-
   // Marks nothing: marks set below while this entity was inactive are found when something else
   // makes a walk visit it.
   void SetActive(bool value);
@@ -147,11 +144,21 @@ class Entity {
   // Activates like a command: marks this entity too. For an inactive one.
   void Activate(bool deep);
 
-  // Raises localVersion of this entity and all descendants by 1.
-  void BumpLocalVersion();
-
   // Recomputes what is marked at or below this entity. Inactive entities are not entered.
   void UpdateTree();
+
+  // Called by the batch instead of a destructor: removes this entity's links, leaves its children
+  // without a parent, and frees the memory of name, bindings and children. The batch removes root
+  // entries.
+  void Clean();
+
+  // --- For native callers only: no frame runs these, and JavaScript can't reach them.
+
+  // Marks all descendants as kDirtySelf, skipping subtrees whose top is kDirtySelf already.
+  void MarkSubtreeDirty();
+
+  // Raises localVersion of this entity and all descendants by 1.
+  void BumpLocalVersion();
 
   // Recomputes this entity and all descendants, except inactive ones and their subtrees.
   void UpdateWorldSubtree();
@@ -159,11 +166,6 @@ class Entity {
   // Updates this one entity, with the chain of marked ancestors above it. Does nothing if the
   // entity, one of these ancestors, or the unmarked one that ends the chain is inactive.
   void RefreshChain();
-
-  // Called by the batch instead of a destructor: removes this entity's links, leaves its children
-  // without a parent, and frees the memory of name, bindings and children. The batch removes root
-  // entries.
-  void Clean();
 
  protected:
   TransformTree* const tree;
