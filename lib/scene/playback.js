@@ -604,7 +604,14 @@ class Players {
     const factor = sum >= kFull ? 1 / sum : 1;
     this._poseCount = 0;
     for (let i = 0; i < base.slots.length; ++i) {
-      this._append(base.slots[i], factor * numbers[base.slots[i].at + kWeight]);
+      const slot = base.slots[i];
+      const weight = numbers[slot.at + kWeight];
+      if (weight > 0) {
+        this._append(slot, factor * weight);
+      } else {
+        // It plays on, but is not part of the pose: two others are still blended by the animator.
+        slot.isOnAnimator = false;
+      }
     }
     for (let i = 0; i < held.length; ++i) {
       this._append(held[i], (1 - sum) * numbers[held[i].at + kWeight]);

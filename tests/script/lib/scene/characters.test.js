@@ -482,6 +482,37 @@ describe('playback', () => {
     assert.strictEqual(character.timeOf('walk'), 1);
   });
 
+  it('blends two of three clips by an arc while the third has weight 0', () => {
+    const [character] = scene.instantiate(model);
+    const names = ['walk', 'wave', 'point'];
+    names.forEach((name) => character.play(name, { speed: 0, beside: true }));
+    const pose = (weights) => {
+      names.forEach((name, i) => {
+        character.setTime(name, 0.25);
+        character.setWeight(name, weights[i]);
+      });
+      scene.update(0.5);
+      const playing = {};
+      names.forEach((name, i) => {
+        playing[name] = { time: name === 'point' ? 0 : 0.25, weight: weights[i] };
+      });
+      oracle.pose(playing);
+    };
+    for (const weights of [
+      [0.5, 0.5, 0],
+      [0, 0.5, 0.5],
+      [0.75, 0, 0.25],
+      [0, 0, 1],
+    ]) {
+      pose(weights);
+      assertSkins(character, oracle, `weights ${weights}`);
+    }
+    // All three are another kind of blend; one of them alone is as before.
+    pose([0.25, 0.25, 0.5]);
+    pose([1, 0, 0]);
+    assertSkins(character, oracle, 'one of three');
+  });
+
   it('says what is wrong with arguments', () => {
     const [character, plays] = scene.instantiate(model, 2);
     plays.play('walk');
