@@ -47,7 +47,10 @@ class Crowd {
     characters.push(...scene.instantiate(kind.model, count - first));
     for (let i = first; i < count; ++i) {
       matrices.push(characters[i].skinMatrices());
-      kind.model.clips.slice(0, 2).forEach((clip) => characters[i].play(clip, kDriven));
+      kind.model.clips.forEach((clip, k) => {
+        characters[i].play(clip, kDriven);
+        characters[i].setWeight(clip, k === 0 ? 1 : 0);
+      });
       this.props.give(i);
     }
     // Controllers need linked nodes.
@@ -67,13 +70,6 @@ class Crowd {
       return;
     }
     const one = this.characters[character];
-    if (one.timeOf(clip) < 0) {
-      if (weight === 0) {
-        return;
-      }
-      // Instead of one of weight 0: two are blended at most.
-      one.play(clip, kDriven);
-    }
     one.setTime(clip, moment * this.kind.model.clips[clip].duration);
     one.setWeight(clip, weight);
   }
