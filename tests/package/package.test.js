@@ -6,7 +6,7 @@ const fs = require('fs');
 const os = require('os');
 const path = require('path');
 const { packedModules } = require('../../scripts/lib/build');
-const { abis, arm64, hostBinary } = require('../../scripts/lib/hosts');
+const { abis, arm64, hostBinary, platform } = require('../../scripts/lib/hosts');
 const {
   expectedFiles,
   packedFiles,
@@ -150,6 +150,14 @@ describe('an installed package', () => {
     });
   }
 
+  for (const { name } of packedModules().filter(({ on }) => on === platform)) {
+    it(`has the same modules by require and import, with and without .js, on Node ${name}`, () => {
+      fs.copyFileSync(path.join(__dirname, 'paths.mjs'), path.join(project, 'paths.mjs'));
+      const { stdout } = succeed(runInProject(hostBinary(name), 'paths.mjs'));
+      assert.strictEqual(stdout, 'all well\n');
+    });
+  }
+
   it('runs all its examples', () => {
     const examples = path.join('node_modules', 'nq_logic', 'examples');
     const names = fs.readdirSync(path.join(project, examples)).filter((name) => /^\d/.test(name));
@@ -158,7 +166,11 @@ describe('an installed package', () => {
     const peers = new Map([
       ['06-skinning', importer],
       ['09-scene', importer],
+      ['10-layers', importer],
+      ['11-sockets', importer],
+      ['13-crowd', importer],
       ['14-interop', "Cannot find module 'three'"],
+      ['15-rooms', "Cannot find module 'piscina'"],
     ]);
     for (const name of names.map((file) => path.basename(file, '.js'))) {
       const result = runInProject(hostBinary('12'), path.join(examples, `${name}.js`));

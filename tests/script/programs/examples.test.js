@@ -69,7 +69,7 @@ describe('examples', () => {
       names.map((name) => Number(name.slice(0, 2))),
       names.map((name, i) => i + 1)
     );
-    assert.strictEqual(names.length, 11);
+    assert.strictEqual(names.length, 15);
     const files = fs.readdirSync(path.join(folder, 'expected'));
     assert.deepStrictEqual(
       files.sort(),
@@ -361,6 +361,105 @@ describe('expected numbers', () => {
     assert.deepStrictEqual(lines.slice(4).map(numbersIn), [dropped, dropped]);
   });
 
+  /** The frustum of a camera of three.js. */
+  function frustumOf(camera) {
+    camera.updateMatrixWorld();
+    const { projectionMatrix, matrixWorldInverse } = camera;
+    return new three.Frustum().setFromProjectionMatrix(
+      projectionMatrix.clone().multiply(matrixWorldInverse)
+    );
+  }
+
+  const meets = (frustum, [x, y, z], radius) =>
+    frustum.intersectsSphere(new three.Sphere(new three.Vector3(x, y, z), radius));
+
+  it('12: spheres that frustums of three.js meet', () => {
+    const lines = expectedLines('12-culling');
+    const frustums = [5, 75].map((x) => {
+      const camera = new three.PerspectiveCamera(60, 8 / 9, 0.1, 50);
+      camera.position.set(x, 3, 90);
+      camera.lookAt(40, 3, 40);
+      return frustumOf(camera);
+    });
+    const grid = Array.from({ length: 81 }, (_, i) => [10 * (i % 9), 2, 10 * Math.floor(i / 9)]);
+    let last = null;
+    const wanted = [0, 1, 2, 3, 4, 5].map((step) => {
+      const animals = [5, 25, 45].map((z) => [15 + 13 * step, 1, z]);
+      const count = (frustum, places, radius) =>
+        places.filter((place) => meets(frustum, place, radius)).length;
+      const trees = frustums.map((frustum) => count(frustum, grid, 2.5));
+      const seen = frustums.map((frustum, i) => trees[i] + count(frustum, animals, 1));
+      // The map shows x and z from 18 to 62.
+      const names = ['fox', 'owl', 'boar'].filter((_, i) => {
+        const [x, , z] = animals[i];
+        return [x, z].every((value) => Math.abs(value - 40) < 22 + 1);
+      });
+      const list = names.sort().join(' ') || 'nobody';
+      const change = list === last ? 'as before' : list;
+      last = list;
+      const counts = `${seen.join(' and ')} seen, ${trees.join(' and ')} of them trees`;
+      return `step ${step}: ${counts}; map: ${change}`;
+    });
+    assert.deepStrictEqual(lines, wanted);
+    const maps = lines.map((line) => line.split('map: ')[1]);
+    assert.deepStrictEqual(maps, [
+      'nobody',
+      'boar owl',
+      ...Array(2).fill('as before'),
+      'nobody',
+      'as before',
+    ]);
+  });
+
+  it('13: counts of nodes, passes and ends, and reeds that a frustum of three.js meets', async () => {
+    const lines = expectedLines('13-crowd');
+    const { bounds } = await Model.load(makeReed(['bend', 'sway']));
+    const camera = new three.PerspectiveCamera(40, 16 / 9, 0.1, 80);
+    camera.position.set(58, 5, 10);
+    camera.lookAt(58, 1, -50);
+    const frustum = frustumOf(camera);
+    /** Reeds in view, of 900 from a number on. */
+    const inView = (first) => {
+      return Array.from({ length: 900 }, (_, i) => first + i).filter((i) => {
+        const [x, y, z] = bounds.center;
+        const place = [x + 4 * (i % 30), y, z - 4 * Math.floor(i / 30)];
+        return meets(frustum, place, bounds.radius);
+      }).length;
+    };
+    // A reed has four nodes and itself. It takes a command of 12 bytes to link each, and there is room for 49,148.
+    const passes = Math.ceil((12 * 5 * 900) / 49148);
+    const rows = [
+      [0, passes, 0, 0],
+      [11, 1, 0, 450], // those that do not loop began in the middle of two seconds
+      [12, 1, 100, 450],
+      [13, 1, 200, 450],
+      [14, 1, 300, 450],
+    ];
+    assert.deepStrictEqual(
+      lines.slice(0, -1).map(numbersIn),
+      rows.map(([frame, count, first, ended]) => [
+        ...[frame, 5 * 900, count, 900],
+        ...[inView(first), ended],
+      ])
+    );
+    assert.deepStrictEqual(numbersIn(lines[5]), [1200, 900, inView(300)]);
+    assert.strictEqual(new Set(rows.map(([, , first]) => inView(first))).size, 4);
+  });
+
+  it('15: circles about y, and rooms that stay in their Worker', () => {
+    const lines = expectedLines('15-rooms');
+    assert.strictEqual(lines[0], 'rooms by Worker: 0 2 4, 1 3 5');
+    assert.deepStrictEqual(numbersIn(lines[1]), [0]); // what is transferred leaves nothing behind
+    assert.strictEqual(lines.length, 8);
+    lines.slice(2).forEach((line, id) => {
+      // 90 ticks of 1/60 second; the last player is as far away as there are players.
+      const [angle, players] = [0.25 * (1 + id) * 1.5, 2 + id];
+      const place = [players * Math.cos(angle), -players * Math.sin(angle)];
+      const wanted = [id, players, ...place.map((value) => rounded(value, 2))];
+      assert.deepStrictEqual(numbersIn(line), wanted);
+    });
+  });
+
   it('14: a reed that bends by 45 degrees, and the stones that a frustum of three.js meets', () => {
     const lines = expectedLines('14-interop');
     const angle = quarter / 2;
@@ -373,12 +472,9 @@ describe('expected numbers', () => {
     );
     const camera = new three.PerspectiveCamera(60, 16 / 9, 0.1, 100);
     camera.position.set(12, 1, 5);
-    camera.updateMatrixWorld();
-    const frustum = new three.Frustum().setFromProjectionMatrix(
-      camera.projectionMatrix.clone().multiply(camera.matrixWorldInverse)
-    );
+    const frustum = frustumOf(camera);
     const seen = Array.from({ length: 20 }, (_, i) => new three.Vector3(3 * i, 0, -i))
-      .filter((place) => frustum.intersectsSphere(new three.Sphere(place, 0.9)))
+      .filter((place) => meets(frustum, place.toArray(), 0.9))
       .map(({ x }) => x);
     assert(seen.length > 5 && seen.length < 15);
     assert.deepStrictEqual(numbersIn(lines[1]), seen);
@@ -397,6 +493,16 @@ describe('expected numbers', () => {
       `highest point of particle 0: ${Math.max(...all)}`,
       `last height kept: ${all[63]}`,
     ]);
+  });
+});
+
+describe('15-rooms', () => {
+  it('refuses rooms that are not in the Worker', () => {
+    const { tick, close } = require('../../../examples/rooms-worker');
+    const message = 'room 7 is not in this Worker: open it again from its last snapshot.';
+    for (const call of [tick, close]) {
+      assert.throws(() => call({ id: 7 }), { name: 'RangeError', message });
+    }
   });
 });
 
