@@ -1,19 +1,18 @@
 'use strict';
-// The rooms of example 15, in a Worker: a scene each. All rooms of a Worker share its engine: rooms come and go, but an
-// engine stays until the process ends.
+// The rooms of example 15, in a Worker: a scene and an engine each. Engines stay until the process ends, so those of
+// closed rooms are used again.
 const { threadId } = require('worker_threads');
 const { move } = require('piscina');
 const { getEngine } = require('../lib');
 const { Scene } = require('../scene');
 
-let engine = null;
 const rooms = new Map();
+const engines = [];
 
 /** A table that turns, with players around it at distances of 1, 2, 3 and so on. */
 class Room {
   constructor({ players, radiansPerSecond }) {
-    engine = engine || getEngine();
-    this.scene = new Scene({ engine });
+    this.scene = new Scene({ engine: engines.pop() || getEngine() });
     this.table = this.scene.node();
     this.players = Array.from({ length: players }, (_, i) =>
       this.scene.node({ position: [1 + i, 0, 0], parent: this.table })
@@ -49,7 +48,9 @@ module.exports = {
     return move(places); // its memory goes to the thread that asked
   },
   close({ id }) {
-    roomOf(id).scene.dispose();
+    const { scene } = roomOf(id);
     rooms.delete(id);
+    scene.dispose();
+    engines.push(scene.engine);
   },
 };

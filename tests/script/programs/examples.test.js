@@ -127,9 +127,9 @@ describe('examples', () => {
 });
 
 // The expected numbers, without the module: plane geometry, and the formulas of docs/animation-reference.md.
-describe('expected numbers', () => {
-  const quarter = Math.PI / 2;
+const quarter = Math.PI / 2;
 
+describe('expected numbers', () => {
   /** A vector rotated about z, then translated. */
   function turned([x, y], angle, [dx, dy] = [0, 0]) {
     const [sine, cosine] = [Math.sin(angle), Math.cos(angle)];
@@ -497,6 +497,28 @@ describe('expected numbers', () => {
 });
 
 describe('15-rooms', () => {
+  it('gives the engine of a closed room to the next one', () => {
+    const { open, tick, close } = require('../../../examples/rooms-worker');
+    const places = new Float32Array(6);
+    const threads = [];
+    [1, 2, 3].forEach((id) => {
+      open({ id, options: { players: 2, radiansPerSecond: id * quarter } });
+      threads.push(fs.readdirSync('/proc/self/task').length);
+      tick({ id, seconds: 1, places });
+      const around = (radius) => {
+        return [radius * Math.cos(id * quarter), 0, -radius * Math.sin(id * quarter)];
+      };
+      const wanted = [...around(1), ...around(2)].map((value) => rounded(value));
+      assert.deepStrictEqual(
+        Array.from(places, (value) => rounded(value)),
+        wanted
+      );
+      close({ id });
+    });
+    // An engine has threads of its own.
+    assert(threads[0] > 4 && threads[2] === threads[0], threads.join());
+  });
+
   it('refuses rooms that are not in the Worker', () => {
     const { tick, close } = require('../../../examples/rooms-worker');
     const message = 'room 7 is not in this Worker: open it again from its last snapshot.';
