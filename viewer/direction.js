@@ -1,7 +1,9 @@
 'use strict';
 // Plans whose crossfade and layer weights a user can override, and release, with smooth transitions.
 const { LapPlan, PlacePlan } = require('../demo/plan');
-const { sliders } = require('./protocol');
+
+/** Names of the values that a user can set. */
+const steered = Object.freeze(['crossfade', 'wave', 'breath']);
 
 /** Rate at which a value moves to the user's value, and back to the plan: fractions of its range per second. */
 const kRate = 2.5;
@@ -40,7 +42,7 @@ class Handle {
 /** A handle for each slider. */
 function createHandles() {
   const handles = {};
-  for (const name of sliders) {
+  for (const name of steered) {
     handles[name] = new Handle();
   }
   return handles;
@@ -48,7 +50,7 @@ function createHandles() {
 
 /** Advances the transitions, also while the plan is paused. */
 function steer(handles, seconds) {
-  sliders.forEach((name) => handles[name].advance(seconds));
+  steered.forEach((name) => handles[name].advance(seconds));
 }
 
 /**
@@ -127,4 +129,4 @@ class DirectedPlacePlan extends PlacePlan {
   }
 }
 
-module.exports = { DirectedLapPlan, DirectedPlacePlan, Handle, placeOf, weightsAt };
+module.exports = { DirectedLapPlan, DirectedPlacePlan, Handle, placeOf, steered, weightsAt };

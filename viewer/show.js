@@ -6,10 +6,14 @@ const { palettes } = require('../demo/picture');
 const { kGrip, kStick } = require('../demo/props');
 const { stageTitles } = require('../demo/report');
 const { Stage, stages } = require('../demo/stage');
-const { DirectedLapPlan, DirectedPlacePlan, placeOf } = require('./direction');
-const { displayMesh } = require('./display-mesh');
+const { Costs } = require('../lib/scene/inspect/costs');
+const { displayMesh } = require('../lib/scene/inspect/display-mesh');
+const protocol = require('../lib/scene/inspect/protocol');
+const { DirectedLapPlan, DirectedPlacePlan, placeOf, steered } = require('./direction');
 const { PageCulling } = require('./page-culling');
-const protocol = require('./protocol');
+
+/** Places of the cameras in messages. */
+const cameras = Object.freeze({ perspective: 0, overview: 1 });
 
 /** Rate of the exponential approach of cameras to their target: after a second, e^-4 of the way is left. */
 const kCameraRate = 4;
@@ -40,6 +44,31 @@ class DirectedStage extends Stage {
   }
 }
 
+/** Titles of the sliders that the plan sets as long as the user does not. */
+const sliderTitles = { crossfade: 'Crossfade', wave: 'Wave layer', breath: 'Breath layer' };
+
+/** Red, green, blue and fraction of the tint, of the parts of a body: clothes, trousers, skin, hair, eyes. */
+function bodyPalettes({ skins, hairs }) {
+  const all = [];
+  for (const skin of skins) {
+    for (const hair of hairs) {
+      all.push([
+        [0, 0, 0, 1],
+        [26, 27, 42, 0.225],
+        [...skin, 0],
+        [...hair, 0],
+        [224, 224, 232, 0],
+      ]);
+    }
+  }
+  return all;
+}
+
+/** The place in these of a character. */
+function variantOf({ skins, hairs }, character) {
+  return ((character * 7) % skins.length) * hairs.length + ((character * 5) % hairs.length);
+}
+
 /** Values of the sliders, averaged over the active characters. */
 function meansOf({ plan, cast }, crowd) {
   const sums = [0, 0, 0];
@@ -51,16 +80,20 @@ function meansOf({ plan, cast }, crowd) {
     sums[2] += breath;
     carriers += cast[i] ? 1 : 0;
   }
-  return [sums[0] / crowd, carriers > 0 ? sums[1] / carriers : 0, sums[2] / crowd];
+  return {
+    crossfade: sums[0] / crowd,
+    wave: carriers > 0 ? sums[1] / carriers : 0,
+    breath: sums[2] / crowd,
+  };
 }
 
 /** The cameras of a page, as encoded in its messages. */
 function poseOfPerspective({ perspective: { eye, target, up, fov, aspect, near, far } }) {
-  return [...eye, ...target, ...up, fov, aspect, near, far, 0, 0];
+  return [0, ...eye, ...target, ...up, fov, aspect, near, far, 0, 0];
 }
 
 function poseOfOverview({ overview: { eye, target, up, left, right, bottom, top, near, far } }) {
-  return [...eye, ...target, ...up, left, right, bottom, top, near, far];
+  return [protocol.kOrthographic, ...eye, ...target, ...up, left, right, bottom, top, near, far];
 }
 
 /** Owns the stage; all pages see the same crowd, each through cameras of its own aspect ratio. */
@@ -79,15 +112,40 @@ class Show {
     this.isPaused = false;
     /** Target of the bounds after a change of the crowd's size. */
     this.boundsAhead = this.stage.bounds;
-    this.frame = 0;
+    this.frameNumber = 0;
+    this.version = 1;
     this.times = Object.assign({ stream: 0 }, ...stages.map((name) => ({ [name]: 0 })));
     this.means = meansOf(this.stage, this.crowd);
     this.start = performance.now();
+    this.costs = new Costs(this.stageNames.length);
+    this.limits = { sliders: this.createSliders(), cameras: 2, canPause: true };
   }
 
-  /** Stages of a frame; without props, there is no stage for them. */
+  /** The sliders: the size of the crowd, and what kind and plan have. */
+  createSliders() {
+    const { kind, characters } = this;
+    const clips = kind.clips.map(({ name }) => name);
+    const isThere = {
+      crossfade: clips.length > 1,
+      wave: Boolean(kind.layers),
+      breath: Boolean(kind.layers),
+    };
+    const crowd = { name: 'crowd', title: 'Crowd', min: 1, max: characters, step: 1 };
+    return [
+      Object.assign(crowd, { isSteered: false, blends: null }),
+      ...steered
+        .filter((name) => isThere[name])
+        .map((name) => {
+          const range = { min: 0, max: 1, step: 0.01, isSteered: true };
+          const blends = name === 'crossfade' ? clips : null;
+          return Object.assign({ name, title: sliderTitles[name], blends }, range);
+        }),
+    ];
+  }
+
+  /** Stages of a frame, and sending it. */
   get stageNames() {
-    return [...stages.filter((name) => name !== 'props' || this.kind.layers), 'stream'];
+    return [...stages, 'stream'];
   }
 
   /**
@@ -96,9 +154,9 @@ class Show {
    */
   control(asked) {
     const { plan } = this.stage;
-    protocol.sliders.forEach((name, i) => {
+    steered.forEach((name) => {
       if (name in asked) {
-        plan.handles[name].set(asked[name], this.means[i]);
+        plan.handles[name].set(asked[name], this.means[name]);
       }
     });
     if ('paused' in asked) {
@@ -151,112 +209,164 @@ class Show {
     this.stage.plan.steer(step);
     this.stage.frame(this.times, this.isPaused ? 0 : step);
     this.means = meansOf(this.stage, this.crowd);
-    ++this.frame;
+    this.costs.push(this.stageNames.map((name) => this.times[name]));
+    ++this.frameNumber;
   }
 
   /** The scene message, which a page receives once. */
   describe() {
-    const { kind, stage } = this;
-    const arrays = {};
-    const addMesh = (name, mesh) => {
-      const shown = displayMesh(mesh);
-      Object.keys(shown).forEach((key) => {
-        arrays[`${name}.${key}`] = shown[key];
-      });
-    };
-    addMesh('body', kind.mesh);
+    const { kind, stage, characters } = this;
     const props = kind.layers ? kind.layers.props : [];
-    props.forEach(({ meshes }, prop) => {
-      meshes.forEach((mesh, hand) => addMesh(`prop${prop}.${hand}`, mesh));
+    const bones = kind.joints.length;
+    const meshes = [{ name: 'body', bones, palettes: bodyPalettes(palettes), glow: null }];
+    const shapes = [kind.mesh];
+    // In the order of `meshOf`.
+    props.forEach((prop) => {
+      prop.meshes.forEach((mesh, hand) => {
+        const colors = prop.palettes.map((parts) => parts.map((color) => [...color, 0]));
+        const glow = prop.glow && this.glowOf(prop.glow, hand);
+        meshes.push({ name: prop.name, bones: 1, palettes: colors, glow });
+        shapes.push(mesh);
+      });
     });
-    // 0: carries nothing; otherwise prop and hand.
-    arrays.cast = Uint8Array.from({ length: this.characters }, (none, i) => {
-      const part = stage.cast[i];
-      return part ? 1 + 2 * part.prop + part.hand : 0;
+    const arrays = {};
+    shapes.map(displayMesh).forEach((mesh, i) => {
+      Object.keys(mesh).forEach((part) => {
+        arrays[`${i}.${part}`] = mesh[part];
+      });
     });
     const facts = {
+      title: 'viewer',
       name: kind.name,
-      characters: this.characters,
-      bones: kind.joints.length,
-      nodes: kind.nodes.length,
-      clips: kind.clips.map(({ name }) => name),
-      layers: kind.layers ? ['wave', 'breath'] : [],
-      stages: this.stageNames.map((name) => [name, titles[name]]),
-      props: props.map(({ name, palettes: colors, glow }) => {
-        return { name, palettes: colors, glow: glow && this.glowOf(glow) };
-      }),
-      palettes,
-      height: 2 * stage.reach.radius,
+      subject: `${characters} × ${kind.name}, ${bones} bones each`,
       notes: kind.notes,
+      restart: 'npm run view',
+      unit: 2 * stage.reach.radius,
+      stages: this.stageNames.map((name) => [name, titles[name]]),
+      cameras: ['Perspective', 'Overview'],
+      counters: ['bones moved'],
+      sliders: this.limits.sliders,
+      canPause: true,
+      parts: [],
+      meshes,
     };
     const toBytes = (text) => Buffer.from(text, 'utf8');
     return protocol.encodeScene(facts, arrays, toBytes);
   }
 
-  /** Position of a light in the space of each hand, and its colour. */
-  glowOf({ distance, color }) {
+  /** Place of the mesh that a character carries, or 0. */
+  meshOf(character) {
+    const part = this.stage.cast[character];
+    return part ? 1 + 2 * part.prop + part.hand : 0;
+  }
+
+  /** Position of a light in the space of a hand, and its colour. */
+  glowOf({ distance, color }, hand) {
     const [x, y, z] = kGrip.map((value, axis) => value + distance * kStick[axis]);
-    return { color, places: [1, -1].map((side) => [x * side, y, z]) };
+    return { color, place: [hand === 0 ? x : -x, y, z] };
   }
 
   /**
    * The last frame as a page's camera saw it.
-   * @param {{camera: number, aspect: number}} page its aspect must be one of those of the last frame
+   * @param {{camera: number, aspect: number, costsAt: number}} page its aspect must be one of those of the last frame
    * @param {number} skipped frames that were dropped for the page
    * @param {function(number): ArrayBuffer} takeBuffer of at least so many bytes
    * @returns {Uint8Array} the message
    */
-  encode({ camera, aspect }, skipped, takeBuffer) {
-    const { stage, kind } = this;
-    const { culling, crowd, cast, plan } = stage;
-    const { cameras, views } = culling.shapes.get(aspect);
-    const isPerspective = camera === protocol.cameras.perspective;
-    const { handles } = isPerspective ? views.perspective : views.overview;
+  encode({ camera, aspect, costsAt }, skipped, takeBuffer) {
+    const { stage, kind, costs } = this;
+    const { culling, crowd } = stage;
+    const shape = culling.shapes.get(aspect);
+    const isPerspective = camera === cameras.perspective;
+    const { handles } = isPerspective ? shape.views.perspective : shape.views.overview;
     const characters = Array.from(handles, (handle) => culling.characterOf(handle));
-    const carriers = characters.filter((i) => cast[i]);
+    const meshes = 1 + (kind.layers ? 2 * kind.layers.props.length : 0);
+    /** Characters that carry each prop, in order; 0 is for all bodies. */
+    const carriers = Array.from({ length: meshes }, () => []);
+    characters.forEach((character) => carriers[this.meshOf(character)].push(character));
+    carriers[0] = [];
+    const carried = carriers.reduce((sum, { length }) => sum + length, 0);
     const counts = {
-      stages: this.stageNames.length,
-      characters: characters.length,
-      clips: kind.clips.length,
-      bones: kind.joints.length,
-      carriers: carriers.length,
+      stages: costs.stages,
+      rows: costs.countSince(costsAt),
+      cameras: 2,
+      sliders: this.limits.sliders.length,
+      counters: 1,
+      meshes,
+      instances: characters.length + carried,
+      matrices: characters.length * kind.joints.length + carried,
+      nodes: 0,
+      segments: 0,
+      spheres: 0,
     };
     const bytes = protocol.frameBytes(counts);
     const buffer = takeBuffer(bytes);
     const message = protocol.beginFrame(buffer, counts, {
       camera,
       flags: this.flags(),
-      frame: this.frame,
+      frame: this.frameNumber,
       time: performance.now() - this.start,
-      crowd: this.crowd,
+      total: this.crowd,
       skipped,
     });
-    message.visible[0] = views.perspective.handles.length;
-    message.visible[1] = views.overview.handles.length;
-    message.sliders.set(this.means);
-    message.pose.set(isPerspective ? poseOfPerspective(cameras) : poseOfOverview(cameras));
+    message.pose.set(
+      isPerspective ? poseOfPerspective(shape.cameras) : poseOfOverview(shape.cameras)
+    );
     message.bounds.set([...stage.bounds.middle, stage.bounds.radius, stage.bounds.floor]);
-    message.milliseconds.set(this.stageNames.map((name) => this.times[name]));
-    message.characters.set(characters);
-    message.carriers.set(carriers);
+    costs.copyLast(message.history, counts.rows);
+    message.visible[0] = shape.views.perspective.handles.length;
+    message.visible[1] = shape.views.overview.handles.length;
+    message.sliders.set(
+      this.limits.sliders.map(({ name }) => (name === 'crowd' ? this.crowd : this.means[name]))
+    );
+    message.counters[0] = this.crowd * kind.joints.length;
+    message.instanceCounts.set(carriers.map(({ length }) => length));
+    message.instanceCounts[0] = characters.length;
+    const floats = 16 * kind.joints.length;
     characters.forEach((character, i) => {
-      message.weights.set(plan.weights(character), i * counts.clips);
+      message.ids[i] = character;
+      message.variants[i] = variantOf(palettes, character);
+      message.tints.set(this.tintOf(character), 3 * i);
       // Copied unchanged from native memory.
-      message.matrices.set(crowd.matrices[character], i * 16 * counts.bones);
+      message.matrices.set(crowd.matrices[character], floats * i);
     });
-    carriers.forEach((character, i) => {
-      message.carried.set(crowd.props.worldMatrix(character), 16 * i);
+    let instance = characters.length;
+    let at = floats * characters.length;
+    carriers.forEach((some, mesh) => {
+      some.forEach((character) => {
+        message.ids[instance] = character;
+        const { prop } = stage.cast[character];
+        message.variants[instance] = character % kind.layers.props[prop].palettes.length;
+        message.tints.fill(0, 3 * instance, 3 * instance + 3);
+        message.matrices.set(crowd.props.worldMatrix(character), at);
+        ++instance;
+        at += 16;
+      });
     });
     return new Uint8Array(buffer, 0, bytes);
   }
 
+  /** Colour of a character, by the clips that it plays. */
+  tintOf(character) {
+    const weights = this.stage.plan.weights(character);
+    if (weights.length === 0) {
+      return palettes.plain.map((value) => value / 255);
+    }
+    const { clips } = palettes;
+    return [0, 1, 2].map(
+      (k) =>
+        weights.reduce((sum, weight, clip) => sum + weight * clips[clip % clips.length][k], 0) / 255
+    );
+  }
+
   flags() {
     const { handles } = this.stage.plan;
-    return protocol.sliders.reduce(
-      (bits, name) => bits | (handles[name].wanted === null ? 0 : protocol.flags[name]),
-      this.isPaused ? protocol.flags.paused : 0
+    return this.limits.sliders.reduce(
+      (bits, { name, isSteered }, i) =>
+        bits | (isSteered && handles[name].wanted !== null ? protocol.flagOf(i) : 0),
+      this.isPaused ? protocol.kPaused : 0
     );
   }
 }
 
-module.exports = { Show };
+module.exports = { Show, cameras };

@@ -29,7 +29,7 @@ const binaries = {
 const folders = {
   docs: /\.(md|png)$/,
   examples: /^(?!(expected\/)?08-matrixflow\.)(expected\/\d\d-[\w-]+\.txt|[\w-]+\.js)$/,
-  lib: /\.js$/,
+  lib: /\.(css|html|js)$/,
   types: /\.d\.ts$/,
 };
 

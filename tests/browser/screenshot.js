@@ -122,11 +122,11 @@ async function main() {
   viewer.page.setDefaultTimeout(300000);
   // Software rendering competes with the host for the CPU, which would show in the chart.
   await viewer.page.evaluate(() => {
-    self.nqViewer.picture.world.visible = false;
+    self.nqViewer.picture.isResting = true;
   });
   await viewer.page.waitForFunction((n) => self.nqViewer.chart.frames >= n, kChartFrames);
   await viewer.page.evaluate(() => {
-    self.nqViewer.picture.world.visible = true;
+    self.nqViewer.picture.isResting = false;
   });
   await viewer.page.setViewportSize(shown);
   await viewer.drawn(4);

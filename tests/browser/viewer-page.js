@@ -1,6 +1,6 @@
 'use strict';
 // The viewer's host and its page in a browser without a display, for tests and for the picture of the
-// docs. Runs on a newer Node than the host.
+// docs; and other programs whose scenes are inspected. Runs on a newer Node than the host.
 const childProcess = require('child_process');
 const path = require('path');
 const { chromium } = require('playwright-core');
@@ -26,14 +26,16 @@ function endHosts() {
 }
 
 /**
- * Starts the viewer's host.
+ * Starts the viewer's host, or another program on it, which prints 'at' and its address.
  * @param {string[]} args
- * @returns {Promise<{address: string, stop: function(): Promise<number>}>} `stop` gives its exit code
+ * @param {string} [program] path, by default that of the viewer
+ * @returns {Promise<{address: string, stop: function(): Promise<number>, say: function(string)}>} `stop` gives its exit
+ *   code, `say` writes a line to its input
  */
-function startHost(args) {
+function startHost(args, program = main) {
   const host = process.env.NQ_HOST;
-  const child = childProcess.spawn(host, [main, ...args], {
-    stdio: ['ignore', 'pipe', 'inherit'],
+  const child = childProcess.spawn(host, [program, ...args], {
+    stdio: ['pipe', 'pipe', 'inherit'],
   });
   running.add(child);
   const ended = new Promise((resolve) => {
@@ -55,7 +57,7 @@ function startHost(args) {
       output += text;
       const found = /at (http:\S+) /.exec(output);
       if (found) {
-        resolve({ address: found[1], stop });
+        resolve({ address: found[1], stop, say: (line) => child.stdin.write(`${line}\n`) });
       }
     });
   });
@@ -130,21 +132,23 @@ class ViewerPage {
     return this.page.evaluate(() => {
       const { page, picture, stream } = self.nqViewer;
       const { frame } = page;
+      const [bodies] = frame.instanceCounts;
+      const { bones } = page.scene.meshes[0];
       return {
         number: frame.frame,
-        crowd: frame.crowd,
+        total: frame.total,
         camera: frame.camera,
         flags: frame.flags,
         visible: Array.from(frame.visible),
         sliders: Array.from(frame.sliders),
-        characters: Array.from(frame.characters),
-        weights: Array.from(frame.weights),
+        characters: Array.from(frame.ids.subarray(0, bodies)),
+        tints: Array.from(frame.tints.subarray(0, 3 * bodies)),
         matrices: Array.from(frame.matrices.subarray(0, 4096)),
         finite: frame.matrices.every(Number.isFinite),
-        carried: Array.from(frame.carried),
-        carriers: Array.from(frame.carriers),
+        carried: Array.from(frame.matrices.subarray(16 * bodies * bones)),
         milliseconds: Array.from(frame.milliseconds),
-        instances: picture.bodies.geometry.instanceCount,
+        instances: picture.meshes[0].count,
+        shown: document.getElementById('shown').textContent,
         messages: stream.messages,
       };
     });
@@ -152,9 +156,9 @@ class ViewerPage {
 
   /** Makes the page draw little, to leave the CPU to another one. */
   rest(isResting) {
-    return this.page.evaluate((isVisible) => {
-      self.nqViewer.picture.world.visible = isVisible;
-    }, !isResting);
+    return this.page.evaluate((rests) => {
+      self.nqViewer.picture.isResting = rests;
+    }, isResting);
   }
 
   /** Pixels of the picture alone, without what lies over it. */
@@ -167,10 +171,12 @@ class ViewerPage {
   showCarried(isVisible) {
     return this.page.evaluate((visible) => {
       const { picture } = self.nqViewer;
-      picture.props.forEach(({ mesh }) => {
-        mesh.visible = visible;
+      picture.meshes.forEach((_, i) => {
+        if (i > 0) {
+          picture.hidden[visible ? 'delete' : 'add'](i);
+        }
       });
-      picture.glows.visible = visible;
+      picture.shown.lights = visible;
     }, isVisible);
   }
 
@@ -178,7 +184,7 @@ class ViewerPage {
   async pixelsWithoutBodies() {
     const show = (isVisible) =>
       this.page.evaluate((visible) => {
-        self.nqViewer.picture.bodies.visible = visible;
+        self.nqViewer.picture.hidden[visible ? 'delete' : 'add'](0);
       }, isVisible);
     await show(false);
     await this.drawn(2);

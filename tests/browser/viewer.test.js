@@ -4,6 +4,7 @@ const assert = require('assert');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
+const { palettes } = require('../../demo/picture');
 const { realModel, skeleton, writeGlb } = require('../fixtures/models');
 const { ViewerPage, endHosts, startBrowser, startHost } = require('./viewer-page');
 
@@ -108,20 +109,16 @@ describe('viewer page', () => {
       const { page, picture } = self.nqViewer;
       const { frame, scene } = page;
       // A vertex of the head, by its first bone's matrix, on the screen.
-      const { positions, bones } = {
-        positions: scene.arrays['body.positions'],
-        bones: scene.arrays['body.bones'],
-      };
+      const { '0.positions': positions, '0.bones': bones } = scene.arrays;
       let top = 0;
       for (let i = 0; i < positions.length / 3; ++i) {
         top = positions[3 * i + 1] > positions[3 * top + 1] ? i : top;
       }
       const [x, y, z] = positions.subarray(3 * top, 3 * top + 3);
-      const view = picture.overview.matrixWorldInverse.clone();
-      const m = view.premultiply(picture.overview.projectionMatrix).elements;
+      const m = picture.viewProjection;
       const { clientWidth, clientHeight } = picture.canvas;
-      return Array.from(frame.characters, (character, i) => {
-        const at = 16 * (i * scene.bones + bones[4 * top]);
+      return Array.from({ length: frame.instanceCounts[0] }, (_, i) => {
+        const at = 16 * (i * scene.meshes[0].bones + bones[4 * top]);
         const b = frame.matrices.subarray(at, at + 16);
         const world = [0, 1, 2].map((k) => b[k] * x + b[4 + k] * y + b[8 + k] * z + b[12 + k]);
         const [u, v] = [0, 1].map(
@@ -169,8 +166,8 @@ describe('viewer page', () => {
     await viewer.drawn(2);
     const picture = () =>
       viewer.page.evaluate(() => {
-        const { orbit, lines, outside } = self.nqViewer.picture;
-        return { yaw: orbit.yaw, visible: lines.visible, eye: outside.position.toArray() };
+        const { orbit, hasEdges, eye } = self.nqViewer.picture;
+        return { yaw: orbit.yaw, visible: hasEdges, eye };
       });
     const first = await picture();
     assert.ok(first.visible, 'edges of the view');
@@ -194,17 +191,17 @@ describe('viewer page', () => {
     const all = await viewer.frame();
     assert.ok(all.instances > 6, `${all.instances} drawn`);
     await viewer.slide('crowd', 6);
-    await viewer.until((frame) => frame.crowd === 6);
+    await viewer.until((frame) => frame.total === 6);
     await viewer.drawn(2);
     const few = await viewer.frame();
     assert.ok(few.instances > 0 && few.instances <= 6, `${few.instances} drawn`);
     assert.ok(Math.max(...few.characters) < 6);
-    assert.strictEqual(await viewer.text('crowd-now'), '6');
+    assert.strictEqual(await viewer.text('total'), '6');
     assert.strictEqual(await viewer.text('crowd-value'), `6 of ${kCharacters}`);
-    assert.strictEqual(await viewer.text('shown'), String(few.instances));
+    assert.strictEqual(few.shown, String(few.instances));
     await viewer.slide('crowd', kCharacters);
     await viewer.click('camera-0');
-    await viewer.until((frame, given) => frame.crowd === given && frame.camera === 0, kCharacters);
+    await viewer.until((frame, given) => frame.total === given && frame.camera === 0, kCharacters);
   });
 
   it('crossfades by its slider, and by the plan', async () => {
@@ -214,16 +211,21 @@ describe('viewer page', () => {
       [0, 'walk 100 %, run 0 %'],
     ]) {
       await viewer.slide('crossfade', value);
-      await viewer.until((frame, given) => frame.sliders[0] === given, value);
+      await viewer.until((frame, given) => frame.sliders[1] === given, value);
       await viewer.drawn(2);
       const frame = await viewer.frame();
-      frame.weights.forEach((weight, i) => assert.strictEqual(weight, i % 2 ? value : 1 - value));
-      assert.strictEqual(frame.flags, 2);
+      // All have the colour of the clip that plays alone.
+      const [r, g, b] = palettes.clips[value].map((part) => Math.fround(part / 255));
+      assert.ok(frame.characters.length > 0);
+      frame.characters.forEach((_, i) => {
+        assert.deepStrictEqual(frame.tints.slice(3 * i, 3 * i + 3), [r, g, b]);
+      });
+      assert.strictEqual(frame.flags, 4);
       assert.strictEqual(await viewer.text('crossfade-value'), text);
       assert.ok(!(await viewer.isPressed('crossfade-auto')));
     }
     await viewer.click('crossfade-auto');
-    await viewer.until((frame) => frame.flags === 0 && frame.sliders[0] > 0.05);
+    await viewer.until((frame) => frame.flags === 0 && frame.sliders[1] > 0.05);
     await viewer.drawn(2);
     assert.ok(await viewer.isPressed('crossfade-auto'));
     const place = Number(await viewer.page.locator('#crossfade').inputValue());
@@ -240,13 +242,13 @@ describe('viewer page', () => {
       await viewer.slide('wave', wave);
       await viewer.slide('breath', 1 - wave);
       await viewer.until(
-        (frame, given) => frame.sliders[1] === given && frame.sliders[2] === 1 - given,
+        (frame, given) => frame.sliders[2] === given && frame.sliders[3] === 1 - given,
         wave
       );
       await viewer.drawn(2);
       assert.strictEqual(await viewer.text('wave-value'), wave === 1 ? '100 %' : '0 %');
       assert.strictEqual(await viewer.text('breath-value'), wave === 1 ? '0 %' : '100 %');
-      assert.strictEqual((await viewer.frame()).flags, 4 | 8);
+      assert.strictEqual((await viewer.frame()).flags, 8 | 16);
       heights[wave] = await height();
     }
     // What hands carry is above the heads of those who wave.
@@ -265,7 +267,7 @@ describe('viewer page', () => {
       );
     assert.deepStrictEqual(
       stages.map(([name]) => name),
-      ['script', 'animate', 'transform', 'props', 'skin', 'perspective', 'overview', 'stream']
+      ['script', 'animate', 'transform', 'skin', 'perspective', 'overview', 'stream']
     );
     assert.ok(stages.every(([, title]) => title.length > 3));
     await viewer.page.waitForFunction(
@@ -397,7 +399,7 @@ describe('viewer page', () => {
     assert.strictEqual(await valueText('wave'), '37 %');
     await viewer.slide('crossfade', 0.25);
     assert.strictEqual(await valueText('crossfade'), 'walk 75 %, run 25 %');
-    await viewer.until((frame) => frame.sliders[0] === 0.25);
+    await viewer.until((frame) => frame.sliders[1] === 0.25);
     await viewer.drawn(2);
     assert.strictEqual(await valueText('crossfade'), 'walk 75 %, run 25 %');
     // Buttons are distinguished by their names only.
@@ -478,8 +480,8 @@ describe('viewer page', () => {
     // The view from outside is drawn from there.
     await viewer.drawn(1);
     const eye = await page.evaluate(() => {
-      const { outside, frame } = self.nqViewer.picture;
-      return outside.position.toArray().map((value, k) => value - frame.bounds[k]);
+      const { eye: from, frame } = self.nqViewer.picture;
+      return from.map((value, k) => value - frame.bounds[k]);
     });
     const at = await orbit(page);
     assert.ok(Math.abs(Math.atan2(eye[0], eye[2]) - at.yaw) < 1e-3, `${eye} at ${at.yaw}`);
@@ -534,7 +536,7 @@ describe('viewer page', () => {
     for (const one of [viewer, tall]) {
       const box = await one.page.locator('#picture').boundingBox();
       await one.until(
-        (frame, aspect) => Math.abs(frame.pose[10] - aspect) < 1e-3,
+        (frame, aspect) => Math.abs(frame.pose[11] - aspect) < 1e-3,
         box.width / box.height
       );
     }
@@ -547,8 +549,8 @@ describe('viewer page', () => {
           const { page, picture } = self.nqViewer;
           const { clientWidth, clientHeight } = picture.canvas;
           return {
-            ratio: page.frame.pose[10] / (clientWidth / clientHeight),
-            aspect: page.frame.pose[10],
+            ratio: page.frame.pose[11] / (clientWidth / clientHeight),
+            aspect: page.frame.pose[11],
             visible: page.frame.visible[0],
           };
         })
@@ -576,7 +578,7 @@ describe('viewer page', () => {
     const { page } = still;
     const box = await page.locator('#picture').boundingBox();
     await still.until(
-      (frame, aspect) => Math.abs(frame.pose[10] - aspect) < 1e-3,
+      (frame, aspect) => Math.abs(frame.pose[11] - aspect) < 1e-3,
       box.width / box.height
     );
     await still.arrived(3);
@@ -590,12 +592,12 @@ describe('viewer page', () => {
     const drawings = () => page.evaluate(() => self.nqViewer.page.drawings);
     const before = await drawings();
     await still.slide('crowd', 6);
-    await page.waitForFunction(() => self.nqViewer.picture.frame.crowd === 6);
+    await page.waitForFunction(() => self.nqViewer.picture.frame.total === 6);
     const after = await drawings();
     assert.ok(after - before <= 2, `${after - before} pictures`);
     await still.arrived(20);
     assert.strictEqual(await drawings(), after);
-    assert.strictEqual(await still.text('crowd-now'), '6');
+    assert.strictEqual(await still.text('total'), '6');
     const second = await still.pixels();
     assert.ok(countOther(first, second) > 200);
     // So is the view of another camera.
@@ -616,7 +618,7 @@ describe('viewer page', () => {
     );
     assert.deepStrictEqual(still.troubles, []);
     await page.close();
-    await viewer.until((frame, given) => frame.crowd === given, kCharacters);
+    await viewer.until((frame, given) => frame.total === given, kCharacters);
   });
 
   it('fits its picture into any window', async () => {
@@ -624,7 +626,7 @@ describe('viewer page', () => {
       await viewer.page.setViewportSize(size);
       const box = await viewer.page.locator('#picture').boundingBox();
       const aspect = box.width / box.height;
-      await viewer.until((frame, given) => Math.abs(frame.pose[10] - given) < 1e-3, aspect);
+      await viewer.until((frame, given) => Math.abs(frame.pose[11] - given) < 1e-3, aspect);
       await viewer.drawn(2);
       assert.ok(countStrong(await viewer.pixels()) > 50);
     }
@@ -645,7 +647,7 @@ describe('viewer page', () => {
     assert.ok(/npm run view/.test(await viewer.text('notice')));
     assert.strictEqual(await viewer.text('status'), 'disconnected');
     host = await startHost(['--port', port, '--characters', '7']);
-    await viewer.until((frame) => frame.crowd === 7);
+    await viewer.until((frame) => frame.total === 7);
     await viewer.drawn(2);
     assert.ok(await viewer.page.locator('#notice').isHidden());
     assert.strictEqual(await viewer.text('crowd-value'), '7 of 7');
@@ -670,7 +672,8 @@ describe('viewer page with a model', () => {
     await shown.drawn(3);
     const scene = await shown.page.evaluate(() => self.nqViewer.page.scene);
     assert.strictEqual(scene.name, path.basename(file));
-    assert.deepStrictEqual(scene.clips, clips);
+    const crossfade = scene.sliders.find(({ name }) => name === 'crossfade');
+    assert.deepStrictEqual(crossfade ? crossfade.blends : [], clips.length > 1 ? clips : []);
     assert.strictEqual(await shown.page.locator('#row-wave').isVisible(), false);
     assert.strictEqual(await shown.page.locator('#row-crossfade').isVisible(), clips.length > 1);
     const first = await shown.frame();
@@ -681,11 +684,10 @@ describe('viewer page with a model', () => {
     assert.notDeepStrictEqual((await shown.frame()).matrices, first.matrices);
     if (clips.length > 1) {
       await shown.slide('crossfade', 1);
-      await shown.until((frame) => frame.sliders[0] === 1);
-      const { weights } = await shown.frame();
-      weights.forEach((weight, i) => {
-        assert.strictEqual(weight, i % clips.length === clips.length - 1 ? 1 : 0);
-      });
+      await shown.until((frame) => frame.sliders[1] === 1);
+      const { tints } = await shown.frame();
+      const last = palettes.clips[(clips.length - 1) % palettes.clips.length];
+      tints.forEach((tint, i) => assert.strictEqual(tint, Math.fround(last[i % 3] / 255)));
     }
     assert.deepStrictEqual(shown.troubles, []);
     await shown.page.close();

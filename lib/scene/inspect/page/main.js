@@ -29,7 +29,7 @@ const page = {
   frame: null,
   drawn: 0,
   drawings: 0,
-  camera: protocol.cameras.perspective,
+  camera: 0,
   isOutside: false,
   isLost: false,
   /** Whether the picture is still; when it must be updated next, or 0. */
@@ -84,23 +84,21 @@ function percent(value) {
   return `${Math.round(100 * value)} %`;
 }
 
-/** Text for a position between clips. */
-function crossfadeText(value) {
-  const { clips } = page.scene;
-  if (clips.length === 2) {
-    return `${clips[0]} ${percent(1 - value)}, ${clips[1]} ${percent(value)}`;
+/** Text for a position between things that are blended. */
+function blendText(names, value) {
+  if (names.length === 2) {
+    return `${names[0]} ${percent(1 - value)}, ${names[1]} ${percent(value)}`;
   }
-  const at = value * (clips.length - 1);
-  const near = Math.min(clips.length - 1, Math.round(at));
-  return clips.length > 0 ? clips[near] : 'no clips';
+  const at = value * (names.length - 1);
+  return names[Math.min(names.length - 1, Math.round(at))];
 }
 
 /** Text for a slider's value. */
-function valueText(name, value) {
-  if (name === 'crowd') {
-    return `${value} of ${page.scene.characters}`;
+function valueText({ blends, step, max }, value) {
+  if (blends !== null) {
+    return blendText(blends, value);
   }
-  return name === 'crossfade' ? crossfadeText(value) : percent(value);
+  return Number.isInteger(step) ? `${value} of ${max}` : percent(value);
 }
 
 /** Whether the user drags a slider, or the server has not yet followed it. */
@@ -110,40 +108,41 @@ function isHeld(name) {
 
 /**
  * Shows a slider's value.
- * @param {string} name
+ * @param {import('../protocol').Slider} facts
  * @param {number} value of the frame
- * @param {boolean} isByHand set by the user; otherwise by the plan, and may change in every frame
+ * @param {boolean} isByHand set by the user; otherwise by the server, and may change in every frame
  * @param {boolean} isTime whether to update values that change in every frame
  */
-function showSlider(name, value, isByHand, isTime) {
+function showSlider(facts, value, isByHand, isTime) {
+  const { name, isSteered } = facts;
   const slider = element(name);
-  // The plan does not change a slider with focus: a screen reader would announce each value.
+  // The server does not change a slider with focus: a screen reader would announce each value.
   const isFollowed = isByHand || document.activeElement !== slider;
   if (!isHeld(name) && isFollowed && (isByHand || !page.isStill || isTime)) {
     slider.value = value;
   }
   if (isByHand || !page.isStill || isTime) {
-    setText(`${name}-value`, valueText(name, name === 'crowd' ? Number(slider.value) : value));
+    setText(`${name}-value`, valueText(facts, isSteered ? value : Number(slider.value)));
   }
   if (isByHand) {
-    setAttribute(name, 'aria-valuetext', valueText(name, Number(slider.value)));
+    setAttribute(name, 'aria-valuetext', valueText(facts, Number(slider.value)));
   } else if (isTime && isFollowed) {
-    setAttribute(name, 'aria-valuetext', `auto, ${valueText(name, Number(slider.value))}`);
+    setAttribute(name, 'aria-valuetext', `auto, ${valueText(facts, Number(slider.value))}`);
   }
 }
 
 /** Shows the values of a frame in the sliders. */
 function showValues(frame, isTime) {
-  showSlider('crowd', frame.crowd, true, isTime);
-  protocol.sliders.forEach((name, i) => {
-    const isByHand = (frame.flags & protocol.flags[name]) !== 0;
-    if (!held.has(name)) {
+  page.scene.sliders.forEach((facts, i) => {
+    const { name, isSteered } = facts;
+    const isByHand = !isSteered || (frame.flags & protocol.flagOf(i)) !== 0;
+    if (isSteered && !held.has(name)) {
       setPressed(`${name}-auto`, !isByHand);
       element(`row-${name}`).dataset.by = isByHand ? 'hand' : 'plan';
     }
-    showSlider(name, frame.sliders[i], isByHand, isTime);
+    showSlider(facts, frame.sliders[i], isByHand, isTime);
   });
-  const isPaused = (frame.flags & protocol.flags.paused) !== 0;
+  const isPaused = (frame.flags & protocol.kPaused) !== 0;
   setPressed('pause', isPaused);
   setText('pause', isPaused ? 'Resume' : 'Pause');
   setStatus(isPaused ? 'paused' : 'live', isPaused ? 'paused' : 'live');
@@ -189,14 +188,12 @@ function isTimeForNumbers() {
 
 function showNumbers(frame) {
   const { frames, drawings, megabytes } = rates.take(frame);
-  const bones = (count) => (count * page.scene.bones).toLocaleString('en');
   const facts = [
-    ['bones moved', bones(frame.crowd)],
-    ['in view, perspective', frame.visible[0]],
-    ['in view, overview', frame.visible[1]],
+    ...page.scene.counters.map((name, i) => [name, frame.counters[i].toLocaleString('en')]),
+    ...page.scene.cameras.map((name, i) => [`in view, ${name.toLowerCase()}`, frame.visible[i]]),
     ['frames computed', `${frames.toFixed(0)} per second`],
     ['frames drawn', `${drawings.toFixed(0)} per second`],
-    ['matrices received', `${megabytes.toFixed(1)} MB per second`],
+    ['data received', `${megabytes.toFixed(1)} MB per second`],
     ['frames dropped', frame.skipped.toLocaleString('en')],
   ];
   element('facts').replaceChildren(
@@ -227,29 +224,106 @@ function createRow(...title) {
   return row;
 }
 
+/** Makes elements for something of a scene, if it is not as before. */
+function renew(id, facts, create) {
+  const key = JSON.stringify(facts);
+  if (element(id).dataset.facts !== key) {
+    element(id).dataset.facts = key;
+    element(id).replaceChildren(...facts.map(create));
+  }
+}
+
+function createButton(id, text, isPressed) {
+  const button = Object.assign(document.createElement('button'), { type: 'button', id });
+  button.textContent = text;
+  button.setAttribute('aria-pressed', String(isPressed));
+  return button;
+}
+
+/** A button that selects a camera. */
+function createCamera(title, camera) {
+  const button = createButton(`camera-${camera}`, title, camera === page.camera);
+  button.addEventListener('click', () => {
+    page.camera = camera;
+    page.scene.cameras.forEach((_, other) => setPressed(`camera-${other}`, other === camera));
+    sendView();
+  });
+  return button;
+}
+
+/** A button that shows or hides a part of the scene. */
+function createPart(part) {
+  const title = part[0].toUpperCase() + part.slice(1);
+  const button = createButton(`part-${part}`, title, picture.shown[part]);
+  button.addEventListener('click', () => {
+    picture.shown[part] = !picture.shown[part];
+    setPressed(button.id, picture.shown[part]);
+  });
+  return button;
+}
+
+/** The row of a slider. */
+function createSlider(facts) {
+  const { name, title, min, max, step, isSteered } = facts;
+  const row = Object.assign(document.createElement('div'), { id: `row-${name}` });
+  row.className = 'slider';
+  const label = Object.assign(document.createElement('label'), { htmlFor: name });
+  label.textContent = title;
+  const value = Object.assign(document.createElement('span'), { id: `${name}-value` });
+  value.className = 'value';
+  const slider = Object.assign(document.createElement('input'), { type: 'range', id: name });
+  Object.assign(slider, { min, max, step, value: isSteered ? min : max });
+  row.append(label, value);
+  if (isSteered) {
+    const auto = createButton(`${name}-auto`, 'auto', true);
+    auto.className = 'auto';
+    auto.setAttribute('aria-label', `${title} auto`);
+    auto.addEventListener('click', () => {
+      const isByHand = auto.getAttribute('aria-pressed') === 'false';
+      leftAt.delete(name);
+      ask({ [name]: isByHand ? null : Number(slider.value) });
+    });
+    row.append(auto);
+  }
+  row.append(slider);
+  listenToSlider(facts, slider);
+  return row;
+}
+
+/** Shows a scene; the chart goes on if only other parts have changed. */
 function showScene(scene) {
+  const before = page.scene;
   page.scene = scene;
   page.frame = null;
   picture.setScene(scene);
-  chart = new Chart(element('chart'), scene.stages.length);
   rates = new Rates();
-  document.title = `${scene.name}: nq_logic viewer`;
-  element('subject').textContent = `${scene.characters} × ${scene.name}, ${scene.bones} bones each`;
+  document.title = `${scene.name}: nq_logic ${scene.title}`;
+  setText('title', scene.title);
+  setText('subject', scene.subject);
   element('subject').title = scene.notes.join('\n');
-  element('crowd').max = scene.characters;
-  const rows = scene.stages.map(([name, title], stage) => {
-    const swatch = document.createElement('i');
-    swatch.style.background = stageColors[stage % stageColors.length];
-    const row = createRow(swatch, title);
-    row.dataset.stage = name;
-    return row;
-  });
-  document.querySelector('#stages tbody').replaceChildren(...rows);
-  document.querySelector('#stages tfoot').replaceChildren(createRow('whole frame'));
-  element('row-crossfade').hidden = scene.clips.length < 2;
-  ['wave', 'breath'].forEach((name) => {
-    element(`row-${name}`).hidden = !scene.layers.includes(name);
-  });
+  if (before === null || JSON.stringify(before.stages) !== JSON.stringify(scene.stages)) {
+    chart = new Chart(element('chart'), scene.stages.length);
+    const rows = scene.stages.map(([name, title], stage) => {
+      const swatch = document.createElement('i');
+      swatch.style.background = stageColors[stage % stageColors.length];
+      const row = createRow(swatch, title);
+      row.dataset.stage = name;
+      return row;
+    });
+    document.querySelector('#stages tbody').replaceChildren(...rows);
+    document.querySelector('#stages tfoot').replaceChildren(createRow('whole frame'));
+  }
+  page.camera = Math.max(0, Math.min(page.camera, scene.cameras.length - 1));
+  renew('cameras', scene.cameras, createCamera);
+  renew('sliders', scene.sliders, createSlider);
+  renew('parts', scene.parts, createPart);
+  element('parts').hidden = scene.parts.length === 0;
+  element('views').hidden = scene.cameras.length === 0;
+  element('pause').hidden = !scene.canPause;
+  if (before === null || before.cameras.length === 0 || scene.cameras.length === 0) {
+    // One's own scene is looked at from outside at first.
+    look(scene.cameras.length === 0 || scene.parts.length > 0);
+  }
 }
 
 /** Sends the camera and the aspect ratio of this page to the server. */
@@ -280,7 +354,7 @@ function isPictureDue(frame) {
   if (Picture.aspectOf(shown) !== Picture.aspectOf(frame)) {
     return true;
   }
-  const isOther = shown.crowd !== frame.crowd || shown.flags !== frame.flags;
+  const isOther = shown.total !== frame.total || shown.flags !== frame.flags;
   if (page.renewAt === 0) {
     page.renewAt = isOther ? performance.now() + kSettleMilliseconds : 0;
     return false;
@@ -291,8 +365,8 @@ function isPictureDue(frame) {
 function drawFrame(frame) {
   if (isPictureDue(frame)) {
     picture.setFrame(frame);
-    setText('shown', frame.counts.characters);
-    setText('crowd-now', frame.crowd);
+    setText('shown', Picture.hasCamera(frame) ? frame.visible[frame.camera] : frame.total);
+    setText('total', frame.total);
     page.renewAt = 0;
     ++page.drawings;
   }
@@ -331,23 +405,28 @@ function connect() {
       page.isLost = true;
       page.drawn = 0;
       setStatus('lost', 'disconnected');
-      notify('Connection lost. Start the server again, and this page reconnects:', 'npm run view');
+      const restart = page.scene === null ? '' : page.scene.restart;
+      const cure = restart === '' ? 'Start the program again' : 'Start the server again';
+      notify(`Connection lost. ${cure}, and this page reconnects${restart && ':'}`, restart);
     },
     scene: showScene,
     frame(frame) {
       page.frame = frame;
-      chart.push(frame.milliseconds);
+      const { stages, rows } = frame.counts;
+      for (let row = 0; row < rows; ++row) {
+        chart.push(frame.history.subarray(row * stages, (row + 1) * stages));
+      }
     },
   });
 }
 
-function listenToSlider(name, valueOf) {
-  const slider = element(name);
+function listenToSlider(facts, slider) {
+  const { name, isSteered } = facts;
   slider.addEventListener('input', () => {
     held.add(name);
-    ask({ [name]: valueOf(slider.value) });
-    setAttribute(name, 'aria-valuetext', valueText(name, Number(slider.value)));
-    if (name !== 'crowd') {
+    ask({ [name]: Number(slider.value) });
+    setAttribute(name, 'aria-valuetext', valueText(facts, Number(slider.value)));
+    if (isSteered) {
       setPressed(`${name}-auto`, false);
       element(`row-${name}`).dataset.by = 'hand';
     }
@@ -358,34 +437,17 @@ function listenToSlider(name, valueOf) {
   });
 }
 
+/** Looks through the camera, or from outside. */
+function look(isOutside) {
+  page.isOutside = isOutside;
+  setPressed('look-through', !isOutside);
+  setPressed('look-outside', isOutside);
+  setTurns(isOutside);
+}
+
 function listen() {
-  listenToSlider('crowd', (text) => Number(text));
-  for (const name of protocol.sliders) {
-    listenToSlider(name, (text) => Number(text));
-    element(`${name}-auto`).addEventListener('click', () => {
-      const isByHand = element(`${name}-auto`).getAttribute('aria-pressed') === 'false';
-      leftAt.delete(name);
-      ask({ [name]: isByHand ? null : Number(element(name).value) });
-    });
-  }
-  [0, 1].forEach((camera) => {
-    element(`camera-${camera}`).addEventListener('click', () => {
-      page.camera = camera;
-      [0, 1].forEach((other) => setPressed(`camera-${other}`, other === camera));
-      sendView();
-    });
-  });
-  [
-    ['look-through', false],
-    ['look-outside', true],
-  ].forEach(([id, isOutside]) => {
-    element(id).addEventListener('click', () => {
-      page.isOutside = isOutside;
-      setPressed('look-through', !isOutside);
-      setPressed('look-outside', isOutside);
-      setTurns(isOutside);
-    });
-  });
+  element('look-through').addEventListener('click', () => look(false));
+  element('look-outside').addEventListener('click', () => look(true));
   element('pause').addEventListener('click', () => {
     ask({ paused: element('pause').getAttribute('aria-pressed') === 'false' });
   });
