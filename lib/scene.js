@@ -32,6 +32,7 @@ const { TargetListsView } = require('./view-lists');
 /**
  * @typedef {import('../types/engine').Engine} Engine
  * @typedef {import('./scene/trace').RecordOptions} RecordOptions
+ * @typedef {import('./scene/inspect/inspector').Inspector} Inspector
  */
 
 /**
@@ -196,6 +197,9 @@ class Scene {
     this._isTimed = isTimed;
     this._isDisposed = false;
     this._recording = null;
+    /** What `inspect` has made, and the part of it that takes frames, while a page is open. */
+    this._inspector = null;
+    this._frames = null;
     /** When the last update started: in an array, so that passing it makes no object. */
     this._start = new Float64Array(1);
     /**
@@ -372,7 +376,7 @@ class Scene {
     const { engine, stats, _players: players } = this;
     const milliseconds = stats._milliseconds;
     ++this._frame;
-    const isTimed = this._isTimed || this._recording !== null;
+    const isTimed = this._isTimed || this._recording !== null || this._frames !== null;
     let start = isTimed ? performance.now() : 0;
     this._start[0] = start;
     players.update(seconds);
@@ -404,6 +408,9 @@ class Scene {
     if (this._recording !== null && isTimed) {
       this._recording._frame(this._start, milliseconds, this);
     }
+    if (this._frames !== null && isTimed) {
+      this._frames.frame(milliseconds);
+    }
   }
 
   /**
@@ -423,6 +430,28 @@ class Scene {
     return this._recording;
   }
 
+  /**
+   * Shows the scene in a browser on this machine: nodes, spheres, skeletons, meshes, and a chart of what each stage takes.
+   * Resolves to the address of the page. It costs nothing while no page is open, and does not keep the process running.
+   * Pages are served between updates, so leave time for that: run frames by a timer, not in a loop.
+   * @param {number} [port] of 127.0.0.1, by default 8072; 0 for any that is free
+   * @returns {Promise<Inspector>} rejects if the port can't be opened
+   */
+  async inspect(port = 8072) {
+    const label = 'Scene.inspect';
+    this._check(label);
+    if (!Number.isInteger(port) || port < 0 || port > 65535) {
+      const Kind = typeof port === 'number' ? RangeError : TypeError;
+      throw new Kind(`${label}: port is ${show(port)}: give a whole number from 0 to 65535.`);
+    }
+    if (this._inspector !== null) {
+      throw new Error(`${label}: the scene is inspected already: close that inspector first.`);
+    }
+    // Loaded here: most programs need no server.
+    const { openInspector } = require('./scene/inspect/inspector');
+    return openInspector(this, port);
+  }
+
   /** Disposes of all nodes and characters. It can't be used any more; its engine can. */
   dispose() {
     if (this._isDisposed) {
@@ -436,6 +465,9 @@ class Scene {
     this._cameras = [];
     if (this._recording !== null) {
       this._recording.stop();
+    }
+    if (this._inspector !== null) {
+      this._inspector.close();
     }
     this._isDisposed = true;
   }

@@ -308,6 +308,17 @@ class ObjectBlocks {
     this._views[index >>> kShift].setSphere(index & kElement, x, y, z, radius);
   }
 
+  /** Copies center and radius, in the space of the entity. */
+  readSphere(index, out) {
+    const view = this._views[index >>> kShift];
+    const at = view.centerAt(index & kElement);
+    for (let i = 0; i < 3; ++i) {
+      out[i] = view.f32[at + i];
+    }
+    out[3] = view.f32[view.radiusAt(index & kElement)];
+    return out;
+  }
+
   /** Sets its layers; with none it is not tested. */
   setLayers(index, layers) {
     const view = this._views[index >>> kShift];

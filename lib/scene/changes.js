@@ -41,6 +41,8 @@ class Changes {
     this._dropped = 0;
     this._queue = new Uint32Array(64 * kTwoHandles);
     this._queued = 0;
+    /** Changes of the tree so far: while it is the same, so is the tree. */
+    this.version = 0;
   }
 
   /** Makes room for all entities of the blocks. */
@@ -133,6 +135,7 @@ class Changes {
     if (this._queued > this._queue.length) {
       this._queue = grown(this._queue, 2 * this._queued);
     }
+    ++this.version;
     return at;
   }
 

@@ -701,3 +701,137 @@ describe('viewer page with a model', () => {
     await assertShown(realModel(this, 'Fox.glb'), ['Survey', 'Walk', 'Run']);
   });
 });
+
+describe('inspector page', () => {
+  let scene;
+  let shown;
+
+  before(async () => {
+    scene = await startHost([], path.join(__dirname, 'inspected-scene.js'));
+    shown = await ViewerPage.open(browser, scene.address, viewport);
+  });
+
+  after(async () => {
+    await shown.page.close();
+    assert.strictEqual(await scene.stop(), 0);
+  });
+
+  /** Pixels with and without a part of the scene. */
+  async function withAndWithout(part) {
+    await shown.drawn(2);
+    const withIt = await shown.pixels();
+    await shown.click(`part-${part}`);
+    assert.ok(!(await shown.isPressed(`part-${part}`)));
+    await shown.drawn(2);
+    const without = await shown.pixels();
+    await shown.click(`part-${part}`);
+    await shown.drawn(1);
+    return countOther(withIt, without);
+  }
+
+  it('has the title and the parts of a scene, and no controls of the viewer', async () => {
+    assert.strictEqual(await shown.page.title(), 'stick: nq_logic inspector');
+    const buttons = await shown.page.locator('#parts button').allTextContents();
+    assert.deepStrictEqual(buttons, ['Meshes', 'Spheres', 'Skeletons', 'Nodes']);
+    assert.strictEqual(await shown.page.locator('input').count(), 0);
+    assert.ok(await shown.page.locator('#pause').isHidden());
+    assert.deepStrictEqual(await shown.page.locator('#cameras button').allTextContents(), [
+      'Camera 1',
+    ]);
+    assert.ok(await shown.isPressed('look-outside'), 'a scene is looked at from outside at first');
+  });
+
+  it('draws nodes, spheres and skeletons', async () => {
+    for (const part of ['spheres', 'skeletons', 'nodes']) {
+      const count = await withAndWithout(part);
+      assert.ok(count > 10, `${count} pixels of ${part}`);
+    }
+  });
+
+  it('draws them where the scene has them, through its camera', async () => {
+    await shown.click('look-through');
+    await shown.drawn(2);
+    // By hand: at distance 12, an angle of 60 degrees shows 2 * 12 * tan(30) units from top to bottom.
+    const { width, height } = await shown.pixels();
+    const unit = height / (24 * Math.tan(Math.PI / 6));
+    const at = (x, y) => [
+      Math.round(width / 2 + x * unit),
+      Math.round(height / 2 - (y - 2) * unit),
+    ];
+    const isLit = (picture, [x, y], color) => {
+      for (let dy = -2; dy <= 2; ++dy) {
+        for (let dx = -2; dx <= 2; ++dx) {
+          const i = 4 * ((y + dy) * width + x + dx);
+          if (color(picture.data[i], picture.data[i + 1], picture.data[i + 2])) {
+            return true;
+          }
+        }
+      }
+      return false;
+    };
+    const picture = await shown.pixels();
+    // A line between two columns of pixels has half of its colour in each.
+    const isBone = (r, g, b) => b > r + 40;
+    const isNode = (r, g, b) => r > 190 && g > 190 && b > 190;
+    const isSphere = (r, g, b) => r > b + 25;
+    assert.ok(isLit(picture, at(-4, 2), isBone), 'the bone in its middle');
+    assert.ok(!isLit(picture, at(-2, 3.5), isBone));
+    assert.ok(isLit(picture, at(4, 2), isNode), 'the node');
+    // The circle that faces the camera, at its top and its left.
+    assert.ok(isLit(picture, at(4, 3.5), isSphere) && isLit(picture, at(2.5, 2), isSphere));
+    await shown.click('look-outside');
+    await shown.drawn(1);
+  });
+
+  it('charts the stages of updates, and counts', async () => {
+    const stages = await shown.page
+      .locator('#stages tbody tr')
+      .evaluateAll((rows) => rows.map((row) => row.dataset.stage));
+    assert.deepStrictEqual(stages, ['animate', 'transform', 'cull', 'skin', 'inspect']);
+    const first = await shown.page.evaluate(() => self.nqViewer.chart.frames);
+    await shown.page.waitForFunction((n) => self.nqViewer.chart.frames > n + 10, first);
+    await shown.page.waitForFunction(
+      () => Number(document.querySelector('[data-stage=transform]').cells[2].textContent) > 0
+    );
+    const facts = await shown.text('facts');
+    // A ball, a character, and its two bones.
+    assert.ok(facts.includes('nodes4') && facts.includes('characters1'), facts);
+    assert.ok(facts.includes('in view, camera 12'), facts);
+    assert.strictEqual(await shown.text('shown'), '2');
+  });
+
+  it('lets what turns invisible vanish', async () => {
+    await shown.until((frame) => frame.counts.nodes === 2 && frame.counts.spheres === 2);
+    const look = async () => {
+      await shown.drawn(2);
+      return shown.pixels();
+    };
+    const before = await look();
+    scene.say('hide');
+    await shown.until((frame) => frame.counts.nodes === 1 && frame.counts.spheres === 1);
+    const hidden = await look();
+    assert.ok(countOther(before, hidden) > 30, 'the ball is gone');
+    assert.strictEqual(await shown.text('total'), '1');
+    scene.say('show');
+    await shown.until((frame) => frame.counts.spheres === 2);
+    assert.ok(countOther(before, await look()) < 30, 'it is back');
+    scene.say('remove');
+    await shown.until((frame) => frame.counts.segments === 0 && frame.counts.nodes === 1);
+    assert.ok(countOther(before, await look()) > 30);
+  });
+
+  it('asks nobody but its program, and has no troubles', () => {
+    for (const url of shown.requests.filter((one) => !one.startsWith('data:'))) {
+      assert.ok(url.startsWith(scene.address), url);
+    }
+    assert.deepStrictEqual(shown.troubles, []);
+  });
+
+  it('says that the program has ended', async () => {
+    assert.strictEqual(await scene.stop(), 0);
+    await shown.page.waitForFunction(() => !document.getElementById('notice').hidden);
+    assert.ok(/^Connection lost\. Start the program again/.test(await shown.text('notice')));
+    // The browser reports the attempts to connect, which fail from here on.
+    scene = await startHost([], path.join(__dirname, 'inspected-scene.js'));
+  });
+});

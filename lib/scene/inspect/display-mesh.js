@@ -1,6 +1,9 @@
 'use strict';
 // Meshes for the page: of the demo and of models, with normals, and with the colours of triangles as vertex attributes.
 
+/** Mode of primitives in files; lines, points and strips are not drawn. */
+const kTriangles = 4;
+
 /** Bones that a vertex can follow. */
 const kInfluences = 4;
 
@@ -99,7 +102,8 @@ function displayMesh(mesh) {
  * @param {number} bones of its skin; joints past them are taken for the first
  * @returns {DisplayMesh}
  */
-function modelMesh({ skin, primitives }, bones) {
+function modelMesh({ skin, primitives: all }, bones) {
+  const primitives = all.filter(({ mode }) => mode === kTriangles);
   const count = primitives.reduce((sum, { positions }) => sum + positions.length / 3, 0);
   const result = {
     positions: new Float32Array(3 * count),

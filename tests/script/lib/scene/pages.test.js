@@ -229,7 +229,7 @@ describe('costs of frames', () => {
 
 describe('meshes of models for pages', () => {
   const triangle = Float32Array.of(0, 0, 0, 1, 0, 0, 0, 1, 0);
-  const bare = { normals: null, uvs: null, joints: null, weights: null, indices: null };
+  const bare = { mode: 4, normals: null, uvs: null, joints: null, weights: null, indices: null };
 
   it('have primitives in one, with normals, and one bone without a skin', () => {
     const mesh = modelMesh(
@@ -238,6 +238,8 @@ describe('meshes of models for pages', () => {
         skin: -1,
         primitives: [
           Object.assign({}, bare, { positions: triangle }),
+          // Lines, which are left out.
+          Object.assign({}, bare, { positions: triangle, mode: 1 }),
           Object.assign({}, bare, {
             positions: triangle,
             normals: Float32Array.of(1, 0, 0, 1, 0, 0, 1, 0, 0),
