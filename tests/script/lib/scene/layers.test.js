@@ -361,6 +361,26 @@ describe('layers of characters', () => {
       assert.strictEqual(layer.timeOf('wave'), -1);
     });
 
+    it('are set to seconds and weights, and end where a fade begins at weight 0', () => {
+      const layer = character.addLayer('arm', { mask: 'arm' });
+      character.play('walk', { at: 0.5, speed: 0 });
+      layer.play('wave', { speed: 0 });
+      layer.setTime('wave', 0.5);
+      scene.update(1);
+      assert.strictEqual(layer.timeOf('wave'), 0.5);
+      oracle.play('walk', 0.5, 1, { nodes: [kHips, kLeg, kSpine, kHand] });
+      assertPose(character, oracle.play('wave', 0.5, 1, { nodes: [kArm] }).pose(), 'set');
+      layer.setWeight('wave', 0);
+      scene.update(1);
+      assert.strictEqual(layer.timeOf('wave'), 0.5);
+      assertPose(character, oracle.play('walk', 0.5, 1).pose(), 'unseen');
+      layer.stop('wave', { fade: 1 });
+      character.play('run', { fade: 1 });
+      character.stop('run', { fade: 1 });
+      scene.update(0.1);
+      assert.deepStrictEqual([layer.timeOf('wave'), character.timeOf('run')], [-1, -1]);
+    });
+
     const masks = [
       ['a name', { mask: 'spine' }, [kSpine]],
       ['an index', { mask: kArm }, [kArm]],
@@ -943,6 +963,7 @@ describe('layers of characters', () => {
       [() => layer.play('fly'), /has no clip 'fly'/],
       [() => layer.play('walk', { fade: -1 }), /^AnimationLayer\.play: fade is -1: give seconds/],
       [() => layer.crossfade('walk'), /^AnimationLayer\.crossfade: seconds is undefined/],
+      [() => layer.setTime('walk', 1), /^AnimationLayer\.setTime: clip 'walk' does not play: play/],
       [() => layer.setWeight('walk', 1), /^AnimationLayer\.setWeight: clip 'walk' does not play/],
       [() => layer.fadeTo(), /^AnimationLayer\.fadeTo: weight is undefined, not a number/],
       [() => layer.fadeTo(1, -1), /^AnimationLayer\.fadeTo: fade is -1: give seconds from 0 up/],
