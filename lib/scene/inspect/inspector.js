@@ -420,22 +420,20 @@ class SceneSource {
     });
   }
 
-  /** Mixes the colours of the clips that a character plays. */
+  /** Mixes the colours of the clips that a character plays, without those of its layers. */
   _writeTint(tints, at, player) {
     const players = this.scene._players;
-    const weights = [0, 1].map((place) =>
-      player === null || player.clips[place] === null ? 0 : players.weightOf(player, place)
-    );
-    const total = weights[0] + weights[1];
+    const slots = player === null ? [] : player.base.slots;
+    const total = slots.reduce((sum, slot) => sum + players.weightOf(slot), 0);
     for (let k = 0; k < 3; ++k) {
-      let value = total > 0 ? 0 : kPlain[k];
-      for (let place = 0; place < 2 && total > 0; ++place) {
-        if (weights[place] > 0) {
-          const { index } = player.clips[place];
-          value += (weights[place] / total) * clipColors[index % clipColors.length][k];
-        }
+      tints[at + k] = total > 0 ? 0 : kPlain[k];
+    }
+    for (const slot of total > 0 ? slots : []) {
+      const share = players.weightOf(slot) / total;
+      const color = clipColors[slot.clip.index % clipColors.length];
+      for (let k = 0; k < 3; ++k) {
+        tints[at + k] += share * color[k];
       }
-      tints[at + k] = value;
     }
   }
 }
