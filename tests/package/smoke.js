@@ -1,6 +1,7 @@
 'use strict';
 // Run in a project in which only the package is installed: a first scene.
 const assert = require('assert');
+const http = require('http');
 const nq = require('nq_logic');
 const { buildClip, sampleTypes } = require('nq_logic/lib/clip');
 const { importGltf } = require('nq_logic/lib/gltf');
@@ -57,12 +58,27 @@ const node = scene.node({ position: [1, 2, 3] });
 scene.update();
 assert.deepStrictEqual(node.readWorldPosition([0, 0, 0]), [1, 2, 3]);
 
+/** Whether the page of an inspector is complete: the status of each of its files. */
+async function inspectScene() {
+  const { url, close } = await scene.inspect(0);
+  for (const file of ['', 'main.js', 'picture.js', 'protocol.js', 'style.css']) {
+    const response = await new Promise((resolve, reject) =>
+      http.get(`${url}${file}`, { agent: false }, resolve).on('error', reject)
+    );
+    response.resume();
+    assert.strictEqual(response.statusCode, 200, file);
+  }
+  await close();
+}
+
 // The importer names the missing package.
 const model = Buffer.from('{ "asset": { "version": "2.0" } }');
-importGltf(model).then(
-  () => assert.fail('imported without the package for it'),
-  (error) => {
-    assert(/npm install @gltf-transform\/core@3/.test(error.message), error.message);
-    console.log('all well');
-  }
-);
+inspectScene()
+  .then(() => importGltf(model))
+  .then(
+    () => assert.fail('imported without the package for it'),
+    (error) => {
+      assert(/npm install @gltf-transform\/core@3/.test(error.message), error.message);
+      console.log('all well');
+    }
+  );
