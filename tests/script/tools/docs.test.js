@@ -543,10 +543,10 @@ function programsOf(file) {
 
 /** Runs a program as if it were in the folder of README.md. */
 function runProgram(program) {
-  assert(program.includes("require('./lib')"), program);
-  const library = JSON.stringify(path.join(root, 'lib'));
+  assert(/require\('\.\/(lib|scene)'\)/.test(program), program);
   const at = path.join(fs.mkdtempSync(path.join(os.tmpdir(), 'nq-docs-')), 'program.js');
-  fs.writeFileSync(at, program.replace("require('./lib')", `require(${library})`));
+  const inRoot = (_, name) => `require(${JSON.stringify(path.join(root, name))})`;
+  fs.writeFileSync(at, program.replace(/require\('\.\/(lib|scene)'\)/g, inRoot));
   const env = Object.assign({}, process.env, { NQ_MODULE: modulePath });
   const child = spawnSync(process.execPath, [at], { encoding: 'utf8', env });
   fs.unlinkSync(at);
