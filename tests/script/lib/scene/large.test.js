@@ -126,6 +126,23 @@ describe('a scene with a tree of many nodes', () => {
     trees.scene.dispose();
   });
 
+  it('gives neither errors nor hints in checked mode, in however many passes', () => {
+    const hints = [];
+    const checked = nq.checked(nq.getEngine(), { onHint: (hint) => hints.push(hint.message) });
+    const scene = new Scene({ engine: checked });
+    const nodes = Array.from({ length: 16000 }, (_, i) => scene.node({ position: [i, 0, 0] }));
+    scene.update();
+    assert(scene.stats.passes > 2, `${scene.stats.passes} passes`);
+    for (const count of [16000, 12500, 6000]) {
+      nodes.slice(0, count).forEach((node) => node.setPosition(count, 1, 2));
+      nodes.slice(count - 50, count).forEach((node) => nodes[0].add(node));
+      scene.update();
+      assert.strictEqual(scene.stats.passes, count > 12287 ? 2 : 1);
+    }
+    assert.deepStrictEqual(hints, []);
+    scene.dispose();
+  });
+
   it('is grouped into full batches: consecutive nodes share one until it is full', () => {
     let made = 0;
     const counted = nq.getEngine();
