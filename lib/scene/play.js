@@ -121,7 +121,7 @@ function setWeightOn(label, model, track, clip, weight, options) {
     throw new Kind(`${label}: weight is ${show(weight)}: give a weight from 0 to 1.`);
   }
   checkOptions(label, options);
-  playersOf(track).setWeight(slot, weight, fadeOf(label, options.fade));
+  playersOf(track).fadeTo(track, slot, weight, fadeOf(label, options.fade));
 }
 
 function setTimeOn(label, model, track, clip, seconds) {

@@ -64,11 +64,17 @@ class Player {
    * @param {number} entity index of the entity of the character
    */
   constructor(animator, known, targets, entity) {
-    this.animator = animator;
-    this.known = known;
-    this.targets = targets;
-    this.entity = entity;
     this.base = new Track(this);
+    // What each update reads of a character is here, next to each other: memory is what it costs.
+    this.slots = this.base.slots;
+    this.f32 = animator.f32;
+    this.id = animator.id;
+    this.targetCount = targets.length;
+    /** Handles of the clips that the records of the animator name, once they were written. */
+    this.first = 0;
+    this.second = 0;
+    /** Whether neither times nor weights change by themselves, since the last update. */
+    this.isStill = false;
     /** What is blended in where the clips weigh less than 1: where the last ones were stopped, or the pose at rest. */
     this.held = [];
     this.layers = [];
@@ -76,6 +82,10 @@ class Player {
     this.mode = kByAnimator;
     /** Place in the list of those that play, from 1, or 0. */
     this.place = 0;
+    this.animator = animator;
+    this.known = known;
+    this.targets = targets;
+    this.entity = entity;
   }
 
   get isIdle() {
@@ -142,6 +152,7 @@ class Players {
     slot.clip = clip;
     slot.handle = handle;
     if (clip !== null) {
+      slot.index = clip.index;
       this._numbers[slot.at + kDuration] = clip.duration;
       this._numbers[slot.at + kFramesPerSecond] = clip.framesPerSecond;
     }
@@ -150,6 +161,7 @@ class Players {
 
   giveSlot(slot) {
     slot.clip = null;
+    slot.index = -1;
     slot.isShown = false;
     slot.isOnAnimator = false;
     this._free.push(slot);
@@ -175,6 +187,7 @@ class Players {
     numbers[slot.at + kSpeed] = speed;
     numbers[slot.at + kFlags] = loop ? kLoops : 0;
     this.fade(slot, weight, fade);
+    track.player.isStill = false;
     this.wake(track.player);
     return slot;
   }
@@ -192,6 +205,7 @@ class Players {
   stop(track, slot, fade) {
     if (fade > 0 && this._numbers[slot.at + kWeight] > 0) {
       this.fade(slot, 0, fade);
+      track.player.isStill = false;
       this._numbers[slot.at + kFlags] |= kStops;
     } else if (track.slots.length === 1) {
       this.stopAll(track, 0);
@@ -241,6 +255,7 @@ class Players {
 
   /** Layers were added or removed. */
   changeLayers(player) {
+    player.isStill = false;
     if (player.rig !== null) {
       player.rig.isCurrent = false;
     }
@@ -323,16 +338,30 @@ class Players {
     }
   }
 
-  setWeight(slot, weight, seconds) {
+  /** Sets the weight of a clip at once, and ends its fade. */
+  setWeight(slot, weight) {
+    const numbers = this._numbers;
+    const { at } = slot;
+    numbers[at + kWeight] = weight;
+    numbers[at + kGoal] = weight;
+    numbers[at + kRate] = 0;
+    numbers[at + kFlags] &= ~kStops;
+  }
+
+  /** Fades the weight of a clip, which does not end by that. */
+  fadeTo(track, slot, weight, seconds) {
     this._numbers[slot.at + kFlags] &= ~kStops;
     this.fade(slot, weight, seconds);
+    track.player.isStill = false;
   }
 
   /** Sets the seconds in a clip; one that is held at its end goes on. */
   setTime(slot, seconds) {
     const numbers = this._numbers;
-    numbers[slot.at + kTime] = Math.min(seconds, numbers[slot.at + kDuration]);
-    numbers[slot.at + kFlags] &= ~kEnded;
+    const { at } = slot;
+    const duration = numbers[at + kDuration];
+    numbers[at + kTime] = seconds < duration ? seconds : duration;
+    numbers[at + kFlags] &= ~kEnded;
   }
 
   timeOf(slot) {
@@ -374,12 +403,18 @@ class Players {
   update(seconds) {
     const playing = this._playing;
     for (let i = 0; i < playing.length; ++i) {
-      const { base, layers } = playing[i];
-      this._advanceTrack(base, seconds);
+      const player = playing[i];
+      if (player.isStill) {
+        continue;
+      }
+      const { base, layers } = player;
+      let isStill = this._advanceTrack(base, seconds);
       for (let l = 0; l < layers.length; ++l) {
         this._advanceWeight(layers[l]._fader.at, seconds);
         this._advanceTrack(layers[l]._track, seconds);
+        isStill = false;
       }
+      player.isStill = isStill;
     }
     if (this._eventCount > 0) {
       this._report();
@@ -457,11 +492,14 @@ class Players {
     return top;
   }
 
+  /** Returns whether there was nothing to advance. */
   _advanceTrack(track, seconds) {
     const { slots } = track;
     const numbers = this._numbers;
+    let isStill = true;
     for (let i = 0; i < slots.length; ++i) {
       const { at } = slots[i];
+      isStill = isStill && numbers[at + kSpeed] === 0 && numbers[at + kRate] === 0;
       if (numbers[at + kSpeed] !== 0) {
         this._advanceTime(track, slots[i], seconds);
       }
@@ -469,6 +507,7 @@ class Players {
         this._remove(track, i--);
       }
     }
+    return isStill;
   }
 
   _advanceTime(track, slot, seconds) {
@@ -554,7 +593,7 @@ class Players {
    * @returns {boolean} whether it was that
    */
   _composePlain(player) {
-    const { slots } = player.base;
+    const { slots, f32 } = player;
     const count = slots.length;
     if (
       player.mode !== kByAnimator ||
@@ -566,25 +605,33 @@ class Players {
       return false;
     }
     const numbers = this._numbers;
-    const { u32, f32 } = player.animator;
-    const first = numbers[slots[0].at + kWeight];
-    if (first + (count > 1 ? numbers[slots[1].at + kWeight] : 0) < kFull) {
+    const first = slots[0];
+    const second = count > 1 ? slots[1] : null;
+    const weight = numbers[first.at + kWeight];
+    const secondWeight = second === null ? 0 : numbers[second.at + kWeight];
+    if (weight + secondWeight < kFull) {
       return false;
     }
-    for (let i = 0; i < count; ++i) {
-      const slot = slots[i];
-      const record = i * kRecord;
-      slot.isShown = true;
-      slot.isOnAnimator = true;
-      u32[record + kHandleWord] = slot.handle;
-      f32[record + kTimeWord] = numbers[slot.at + kTime] * numbers[slot.at + kFramesPerSecond];
-      f32[record + kWeightWord] = numbers[slot.at + kWeight];
+    first.isShown = true;
+    first.isOnAnimator = true;
+    if (player.first !== first.handle) {
+      player.first = first.handle;
+      player.animator.u32[kHandleWord] = first.handle;
     }
-    if (count < kRecords) {
-      f32[kRecord + kWeightWord] = 0;
+    f32[kTimeWord] = numbers[first.at + kTime] * numbers[first.at + kFramesPerSecond];
+    f32[kWeightWord] = weight;
+    f32[kRecord + kWeightWord] = secondWeight;
+    if (second !== null) {
+      second.isShown = true;
+      second.isOnAnimator = true;
+      if (player.second !== second.handle) {
+        player.second = second.handle;
+        player.animator.u32[kRecord + kHandleWord] = second.handle;
+      }
+      f32[kRecord + kTimeWord] = numbers[second.at + kTime] * numbers[second.at + kFramesPerSecond];
     }
-    this._animators.append(player.animator.id);
-    this._animatorTargets += player.targets.length;
+    this._animators.append(player.id);
+    this._animatorTargets += player.targetCount;
     return true;
   }
 
@@ -644,9 +691,11 @@ class Players {
   }
 
   /** Writes the slots of the pose: all, or those that it blends already. */
-  _writeAnimator({ animator, targets }, isAll) {
-    const { u32, f32 } = animator;
+  _writeAnimator(player, isAll) {
+    const { u32, f32 } = player.animator;
     const numbers = this._numbers;
+    player.first = 0;
+    player.second = 0;
     let record = 0;
     for (let i = 0; i < this._poseCount; ++i) {
       const slot = this._pose[i];
@@ -661,8 +710,8 @@ class Players {
     if (record < kRecords * kRecord) {
       f32[record + kWeightWord] = 0;
     }
-    this._animators.append(animator.id);
-    this._animatorTargets += targets.length;
+    this._animators.append(player.id);
+    this._animatorTargets += player.targetCount;
   }
 
   _writeRig(player) {
@@ -675,7 +724,7 @@ class Players {
     }
     player.rig.write(this._numbers, this._pose, this._weights, this._poseCount);
     this._controllers.append(player.rig.id);
-    this._controllerTargets += player.targets.length;
+    this._controllerTargets += player.targetCount;
     if (player.mode === kByBoth) {
       const at = this._followerCount++;
       if (at === this._followers.length) {

@@ -25,6 +25,8 @@ const slotNumbers = Object.freeze({
 class Slot {
   constructor(at) {
     this.at = at;
+    /** Of the clip in its model. */
+    this.index = -1;
     this.clip = null;
     /** Handle of the clip. */
     this.handle = 0;
@@ -35,12 +37,23 @@ class Slot {
   }
 }
 
+/** The slot of a clip that is given by its index, or null. */
+function slotAt(slots, index) {
+  for (let i = 0; i < slots.length; ++i) {
+    if (slots[i].index === index) {
+      return slots[i];
+    }
+  }
+  return null;
+}
+
 /** Clips that play together. */
 class Track {
   constructor(player) {
     this.player = player;
     /** The character or layer, for events. */
     this.owner = null;
+    /** Always the same array: characters and players refer to it as well. */
     this.slots = [];
     /** In the update that runs. Numbers that are returned could allocate. */
     this.now = new Float64Array(2);
@@ -63,4 +76,4 @@ class Track {
   }
 }
 
-module.exports = { Slot, Track, slotNumbers };
+module.exports = { Slot, Track, slotAt, slotNumbers };

@@ -482,6 +482,68 @@ describe('playback', () => {
     assert.strictEqual(character.timeOf('walk'), 1);
   });
 
+  it('goes on where it stood still: by speeds, fades, stops, layers, and other clips', () => {
+    const [character] = scene.instantiate(model);
+    const assertOracle = (playing, label) => {
+      oracle.pose(playing);
+      assertSkins(character, oracle, label);
+    };
+    const still = () => {
+      character.rest();
+      character.play(0, { speed: 0, at: 0.25 });
+      scene.update(0.5);
+      scene.update(0.5);
+      assert.strictEqual(character.timeOf(0), 0.25);
+    };
+    still();
+    character.play(0, { speed: 0.5 });
+    scene.update(0.25);
+    assertOracle({ walk: { time: 0.375, weight: 1 } }, 'speed');
+    still();
+    character.play('wave', { speed: 0, at: 0.5, fade: 1 });
+    scene.update(0.25);
+    assertOracle(
+      { walk: { time: 0.25, weight: 0.75 }, wave: { time: 0.5, weight: 0.25 } },
+      'crossfade'
+    );
+    scene.update(0.75);
+    assert.strictEqual(character.timeOf('walk'), -1);
+    assertOracle({ wave: { time: 0.5, weight: 1 } }, 'the second clip of a blend, alone');
+    still();
+    character.play('wave', { speed: 0, at: 0.5, beside: true, weight: 0.5 });
+    character.setWeight('walk', 0.5);
+    scene.update(0.5);
+    character.setWeight('walk', 1, { fade: 1 });
+    character.setWeight('wave', 0, { fade: 1 });
+    scene.update(0.5);
+    assertOracle({ walk: { time: 0.25, weight: 0.75 }, wave: { time: 0.5, weight: 0.25 } }, 'fade');
+    still();
+    character.stop(0, { fade: 1 });
+    scene.update(0.5);
+    assert.strictEqual(character.weightOf(0), 0.5);
+    scene.update(0.5);
+    assert.strictEqual(character.timeOf(0), -1);
+    still();
+    const layer = character.addLayer('all', { weight: 0 });
+    layer.fadeTo(1, 0.5);
+    scene.update(0.125);
+    assert.strictEqual(layer.weight, 0.25);
+    layer.play('wave', { at: 0.125 });
+    scene.update(0.125);
+    assert.deepStrictEqual([layer.weight, layer.timeOf('wave')], [0.5, 0.25]);
+    scene.update(0.25);
+    assertOracle({ wave: { time: 0.5, weight: 1 } }, 'layer');
+    layer.dispose();
+    still();
+    assertOracle({ walk: { time: 0.25, weight: 1 } }, 'after the layer');
+    character.play('point');
+    scene.update();
+    assertOracle({ point: { time: 0, weight: 1 } }, 'another clip');
+    character.play(0, { speed: 0, at: 0.5 });
+    scene.update();
+    assertOracle({ walk: { time: 0.5, weight: 1 } }, 'the clip from before');
+  });
+
   it('blends two of three clips by an arc while the third has weight 0', () => {
     const [character] = scene.instantiate(model);
     const names = ['walk', 'wave', 'point'];
@@ -535,6 +597,13 @@ describe('playback', () => {
         () => plays.setTime('walk'),
         { name: 'TypeError', message: /seconds is undefined: give sec/ },
       ],
+      [() => plays.setTime(0, NaN), /^Character\.setTime: seconds is NaN: give seconds from/],
+      [() => plays.setTime(0, '1'), { name: 'TypeError', message: /seconds is '1': give sec/ }],
+      [() => plays.setTime(1, 0), /^Character\.setTime: clip 'wave' does not play: play/],
+      [() => plays.setTime(-1, 0), /has no clip -1: it has 'walk'/],
+      [() => plays.setWeight(0, -1), /weight is -1: give a weight from 0 to 1\.$/],
+      [() => plays.setWeight(0, '1'), { name: 'TypeError', message: /weight is '1': give a we/ }],
+      [() => plays.setWeight(0, 1, 2), /^Character\.setWeight: options is 2: leave it out/],
       [() => plays.setWeight('walk', 1.5), /weight is 1\.5: give a weight from 0 to 1\.$/],
       [() => character.node('tail'), /has no node 'tail'/],
       [() => character.node(4), /^Character\.node: index is 4, of 4/],
@@ -548,6 +617,11 @@ describe('playback', () => {
     }
     character.dispose();
     assert.throws(() => character.play('walk'), /^Error: Character\.play: the character is disp/);
+    plays.dispose();
+    // Those that have its memory now are not changed by it.
+    scene.instantiate(model, 2).forEach((next) => next.play(0));
+    assert.throws(() => plays.setTime(0, 0), /^Error: Character\.setTime: the character is disp/);
+    assert.throws(() => plays.setWeight(0, 1), /^Error: Character\.setWeight: the character is/);
   });
 });
 
