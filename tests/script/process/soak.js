@@ -1,10 +1,10 @@
 'use strict';
-// Spawns and removes characters and nodes of a scene for some seconds, and prints what they took, as JSON:
-// soak.js SECONDS. Levels of models of changing sizes come and go in between. Runs without collections on demand.
+// Makes and removes characters and nodes of a scene, and prints what they took, twenty samples as JSON:
+// soak.js CHARACTERS. Levels of models of changing sizes come and go in between. Runs without collections on demand.
 const { Model, Scene } = require('../../../lib/scene');
 const { makeFigure } = require('../../../bench/script/lib/scene-figure');
 
-const seconds = Number(process.argv[2]);
+const characters = Number(process.argv[2]);
 
 const kCharacters = 40;
 const kLevelSizes = [5, 9, 14];
@@ -67,11 +67,11 @@ function run() {
   for (let i = 0; i < 20; ++i) {
     turn();
   }
-  if (turns % 200 === 0) {
+  if (turns % 100 === 0) {
     level();
   }
-  const elapsed = (Date.now() - start) / 1000;
-  if (elapsed >= next) {
+  if (made >= next) {
+    const elapsed = (Date.now() - start) / 1000;
     const { rss, external, heapUsed } = process.memoryUsage();
     const handles = living.reduce((most, { handle }) => Math.max(most, handle), 0);
     samples.push(
@@ -80,9 +80,9 @@ function run() {
         calls
       )
     );
-    next += seconds / 20;
+    next += characters / 20;
   }
-  if (elapsed < seconds) {
+  if (made < characters) {
     setImmediate(run);
   } else {
     console.log(JSON.stringify(samples));

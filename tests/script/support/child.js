@@ -18,8 +18,18 @@ const emulatorLines = /^qemu: uncaught target signal .*\n/m;
  * @return {{status: ?number, signal: ?string, stdout: string, stderr: string}}
  */
 function runScript(script, ...args) {
+  return runScriptWithFlags([], script, ...args);
+}
+
+/**
+ * Like `runScript`, with options of the host.
+ * @param {string[]} flags
+ * @param {string} script file name
+ * @param {string[]} args
+ */
+function runScriptWithFlags(flags, script, ...args) {
   const file = path.join(__dirname, '..', 'process', script);
-  const result = spawnSync(process.execPath, ['--expose-gc', file, ...args], {
+  const result = spawnSync(process.execPath, ['--expose-gc', ...flags, file, ...args], {
     encoding: 'utf8',
     timeout,
     killSignal: 'SIGKILL',
@@ -115,6 +125,7 @@ function assertFailedAssertion(result, expression, file) {
 
 module.exports = {
   runScript,
+  runScriptWithFlags,
   runScriptWithLittleMemory,
   assertCleanExit,
   assertFault,
