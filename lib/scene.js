@@ -364,7 +364,7 @@ class Scene {
   }
 
   /**
-   * Runs a frame: clips and their callbacks, world matrices, cameras, skinning matrices.
+   * Runs a frame: clips and their callbacks, world matrices, cameras, skinning matrices. Throws in a callback.
    * @param {number} [seconds] since the last one, default 0
    */
   update(seconds = 0) {
@@ -374,6 +374,10 @@ class Scene {
       throw new Kind(`Scene.update: seconds is ${show(seconds)}: give a number from 0 up.`);
     }
     const { engine, stats, _players: players } = this;
+    if (players.isReporting) {
+      const cure = 'call it after that, not in a callback';
+      throw new Error(`Scene.update: an update of the scene runs: ${cure}.`);
+    }
     const milliseconds = stats._milliseconds;
     ++this._frame;
     const isTimed = this._isTimed || this._recording !== null || this._frames !== null;

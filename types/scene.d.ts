@@ -91,7 +91,7 @@ export declare class Scene {
   removeCamera(camera: Camera): void;
 
   /**
-   * Runs a frame: clips and their callbacks, world matrices, cameras, skinning matrices.
+   * Runs a frame: clips and their callbacks, world matrices, cameras, skinning matrices. Throws in a callback.
    *
    * @param seconds since the last one, default 0
    */

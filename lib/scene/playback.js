@@ -3,6 +3,7 @@
 // track is the clips of a character, or of one of its layers. A pose of at most two clips is blended by the animator of
 // the character; more clips, and layers, by a controller, see rig.js.
 const { animatorClip } = require('../layout');
+const { show } = require('../value-checks');
 const { Batch, grown } = require('./blocks');
 const { Rig } = require('./rig');
 const { Slot, Track, slotNumbers } = require('./slots');
@@ -101,6 +102,11 @@ class Player {
   }
 }
 
+function failListener({ constructor }, kind, value) {
+  const label = `${constructor.name}.${kind === kLoopEvent ? 'onLoop' : 'onEnd'}`;
+  throw new TypeError(`${label}: it is ${show(value)}: give a function, or null for none.`);
+}
+
 /** Players of a scene. */
 class Players {
   constructor(engine, pool, blocks) {
@@ -129,6 +135,8 @@ class Players {
     /** Events of this update: character or layer, clip, kind. */
     this._events = [];
     this._eventCount = 0;
+    /** Whether callbacks run. */
+    this.isReporting = false;
     /** Number of players that were evaluated. */
     this.count = 0;
     // The pose that is put together: slots and their weights.
@@ -737,7 +745,8 @@ class Players {
 
   _note(owner, clip, kind) {
     // An owner that nobody listens to has no events.
-    if ((kind === kLoopEvent ? owner.onLoop : owner.onEnd) === null) {
+    const call = kind === kLoopEvent ? owner.onLoop : owner.onEnd;
+    if (call === null || call === undefined) {
       return;
     }
     const at = 3 * this._eventCount++;
@@ -751,6 +760,15 @@ class Players {
   }
 
   _report() {
+    this.isReporting = true;
+    try {
+      this._callListeners();
+    } finally {
+      this.isReporting = false;
+    }
+  }
+
+  _callListeners() {
     const count = this._eventCount;
     this._eventCount = 0;
     const events = this._events;
@@ -760,7 +778,10 @@ class Players {
       const call = events[i + 2] === kLoopEvent ? owner.onLoop : owner.onEnd;
       events[i] = null;
       events[i + 1] = null;
-      if (call !== null && !owner.isDisposed) {
+      if (call !== null && call !== undefined && !owner.isDisposed) {
+        if (typeof call !== 'function') {
+          failListener(owner, events[i + 2], call);
+        }
         call(owner, clip);
       }
     }
