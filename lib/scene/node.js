@@ -433,7 +433,8 @@ class Node {
   /** Disposes of the nodes below; those nearest to the leaves first, without recursion. */
   _disposeChildren() {
     const all = [];
-    const collect = (node) => node._children !== null && all.push(...node._children);
+    const push = (node) => all.push(node);
+    const collect = (node) => node._children !== null && node._children.forEach(push);
     collect(this);
     for (let i = 0; i < all.length; ++i) {
       // A character disposes of what is below it.

@@ -80,3 +80,14 @@ describe('callbacks of scenes', () => {
     scene.update(2);
   });
 });
+
+describe('nodes of scenes', () => {
+  it('are disposed of with any number of children', () => {
+    const top = scene.node();
+    for (let i = 0; i < 150000; ++i) {
+      scene.node({ parent: top });
+    }
+    top.dispose();
+    assert.strictEqual(scene.nodeCount, 0);
+  });
+});
