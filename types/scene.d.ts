@@ -519,7 +519,10 @@ export interface PlayOptions {
    * character was stopped; in a layer, what is below. If they are more than 1, each counts as a share.
    */
   weight?: number;
-  /** Seconds in the clip at which it starts, by default 0; a clip that plays already goes on. */
+  /**
+   * Seconds in the clip at which it starts, by default 0; a clip that plays already goes on. One that is held at its
+   * end starts again, or leads back if it is played the other way.
+   */
   at?: number;
   /** Whether other clips play on, for a blend; by default they are faded out. */
   beside?: boolean;

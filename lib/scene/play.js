@@ -14,7 +14,8 @@ const { isObject, show } = require('../value-checks');
  * @property {number} [fade] Seconds until it has its weight, and what played before has none; by default 0.
  * @property {number} [weight] Over 0, up to 1, the default. What the weights of all clips lack of 1 is the pose at rest,
  *   or that in which the character was stopped; in a layer, what is below. If they are more than 1, each counts as a share.
- * @property {number} [at] Seconds in the clip at which it starts, by default 0; a clip that plays already goes on.
+ * @property {number} [at] Seconds in the clip at which it starts, by default 0; a clip that plays already goes on. One that is
+ *   held at its end starts again, or leads back if it is played the other way.
  * @property {boolean} [beside] Whether other clips play on, for a blend; by default they are faded out.
  */
 

@@ -191,6 +191,8 @@ class Players {
     const numbers = this._numbers;
     if (isNew || at !== undefined) {
       numbers[slot.at + kTime] = Math.max(0, Math.min(clip.duration, at === undefined ? 0 : at));
+    } else if ((numbers[slot.at + kFlags] & kEnded) !== 0) {
+      this._startAgain(slot, clip, speed);
     }
     numbers[slot.at + kSpeed] = speed;
     numbers[slot.at + kFlags] = loop ? kLoops : 0;
@@ -198,6 +200,15 @@ class Players {
     track.player.isStill = false;
     this.wake(track.player);
     return slot;
+  }
+
+  /** Moves a clip that is held at its end to its other one, unless it is to be played from there. */
+  _startAgain(slot, { duration }, speed) {
+    const numbers = this._numbers;
+    const isAtStart = numbers[slot.at + kTime] === 0;
+    if (speed < 0 ? isAtStart : !isAtStart) {
+      numbers[slot.at + kTime] = duration - numbers[slot.at + kTime];
+    }
   }
 
   /** Fades all clips but one out, or ends them at once. */
@@ -342,7 +353,9 @@ class Players {
       numbers[at + kWeight] = weight;
       numbers[at + kRate] = 0;
     } else {
-      numbers[at + kRate] = (weight - numbers[at + kWeight]) / seconds;
+      // Finite, since an update of 0 seconds multiplies it by 0.
+      const rate = (weight - numbers[at + kWeight]) / seconds;
+      numbers[at + kRate] = Math.max(-Number.MAX_VALUE, Math.min(Number.MAX_VALUE, rate));
     }
   }
 
@@ -523,14 +536,17 @@ class Players {
     const { at } = slot;
     const flags = numbers[at + kFlags];
     const duration = numbers[at + kDuration];
-    if ((flags & kEnded) !== 0 || duration === 0) {
+    const isLooping = (flags & kLoops) !== 0;
+    // One without length has no loops, but an end.
+    if ((flags & kEnded) !== 0 || (duration === 0 && isLooping)) {
       return;
     }
     const speed = numbers[at + kSpeed];
     let time = numbers[at + kTime] + seconds * speed;
-    if ((flags & kLoops) !== 0) {
+    if (isLooping) {
       if (time >= duration || time < 0) {
-        time %= duration;
+        // What is beyond all numbers has no remainder.
+        time = Number.isFinite(time) ? time % duration : 0;
         if (time < 0) {
           time += duration;
         }

@@ -81,6 +81,66 @@ describe('callbacks of scenes', () => {
   });
 });
 
+describe('clips of scenes', () => {
+  it('without length end at once, and once', () => {
+    const character = play('point', { loop: false });
+    let ended = 0;
+    character.onEnd = () => ++ended;
+    scene.update(0.25);
+    assert.strictEqual(ended, 1);
+    scene.update(0.25);
+    assert.strictEqual(ended, 1);
+    assert.deepStrictEqual(character.node('bone').position, [0, 1, 0]);
+    // One that loops has no end.
+    character.onLoop = () => assert.fail('called');
+    character.play('point');
+    scene.update(0.25);
+    assert.strictEqual(ended, 1);
+  });
+
+  it('start again when they are played at their end, and go on before', () => {
+    const character = play('step', { loop: false });
+    let ended = 0;
+    character.onEnd = () => {
+      ++ended;
+      character.play('step', { loop: false });
+    };
+    scene.update(0.5);
+    character.play('step', { loop: false });
+    assert.strictEqual(character.timeOf('step'), 0.5);
+    scene.update(1);
+    assert.deepStrictEqual([ended, character.timeOf('step')], [1, 0]);
+    scene.update(0.75);
+    assert.deepStrictEqual([ended, character.timeOf('step')], [1, 0.75]);
+    scene.update(0.75);
+    assert.deepStrictEqual([ended, character.timeOf('step')], [2, 0]);
+    // The other way, it leads back from the end; and then starts at the end again.
+    character.onEnd = null;
+    scene.update(2);
+    assert.strictEqual(character.timeOf('step'), 1);
+    character.play('step', { loop: false, speed: -1 });
+    scene.update(0.25);
+    assert.strictEqual(character.timeOf('step'), 0.75);
+    scene.update(2);
+    assert.strictEqual(character.timeOf('step'), 0);
+    character.play('step', { loop: false, speed: -1 });
+    assert.strictEqual(character.timeOf('step'), 1);
+  });
+
+  it('have a time and a weight after steps of any length', () => {
+    const most = Number.MAX_VALUE;
+    const character = play('step', { speed: -most, fade: Number.MIN_VALUE });
+    scene.update(0);
+    scene.update(most);
+    const time = character.timeOf('step');
+    assert(time >= 0 && time < 1, `${time}`);
+    assert.strictEqual(character.weightOf('step'), 1);
+    character.stop('step', { fade: Number.MIN_VALUE });
+    scene.update(1);
+    assert.strictEqual(character.timeOf('step'), -1);
+  });
+});
+
 describe('nodes of scenes', () => {
   it('are disposed of with any number of children', () => {
     const top = scene.node();
