@@ -547,10 +547,10 @@ class Scene {
       skin.character = character;
       this._skins.add(skin, skin.view.id);
     }
-    const { center, radius } = model.bounds;
-    character.setSphere(center[0], center[1], center[2], radius);
     known.characters.add(character);
     this.root._take(character);
+    const { center, radius } = model.bounds;
+    character.setSphere(center[0], center[1], center[2], radius);
     return character;
   }
 

@@ -222,13 +222,17 @@ export declare class Node {
    */
   add(child: Node): Node;
 
-  /** Takes it, with all below it, out of the tree: its world matrix stays as it is until it is added again. */
+  /**
+   * Takes it, with all below it, out of the tree: no camera sees them, and its world matrix stays as it is, until it is
+   * added again.
+   */
   remove(): void;
 
   /**
    * Gives it a bounding sphere, in its own space, by which cameras see it.
    *
    * @param x center
+   * @param radius from 0 up; Infinity lets it be seen from everywhere
    */
   setSphere(x: number, y: number, z: number, radius: number): void;
 

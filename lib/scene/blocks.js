@@ -319,11 +319,11 @@ class ObjectBlocks {
     return out;
   }
 
-  /** Sets its layers; with none it is not tested. */
-  setLayers(index, layers) {
+  /** Sets its layers; with none, or out of the tree, it is not tested. */
+  setLayers(index, layers, isInTree) {
     const view = this._views[index >>> kShift];
     view.setMask(index & kElement, layers);
-    view.setEnabled(index & kElement, layers !== 0);
+    view.setEnabled(index & kElement, layers !== 0 && isInTree);
   }
 
   setOwner(index, of) {

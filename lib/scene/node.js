@@ -36,6 +36,21 @@ function computeWorld(blocks, index) {
   }
 }
 
+/** Computes the rotation of an entity in the world from its quaternion, and from those above. */
+function computeTurn(blocks, index) {
+  turn.fill(0);
+  turn[3] = 1;
+  for (let at = index; at >= 0; at = blocks.parents[at]) {
+    turnBy(turn, blocks.view(at).f32, blocks.word(at) + kRotation);
+  }
+}
+
+function failSphere(label, center, radius) {
+  const axis = center.findIndex((value) => !Number.isFinite(value));
+  const found = axis < 0 ? `radius is ${radius}` : `${kAxes[axis]} is ${center[axis]}`;
+  throw new RangeError(`${label}: ${found}: give finite numbers, and a radius from 0 up.`);
+}
+
 /** Throws unless a value has as many numbers as names. */
 function checkNumbers(node, property, names, values) {
   let isRight = isObject(values) && values.length === names.length;
@@ -347,19 +362,30 @@ class Node {
       }
     }
     if (child._parent !== this) {
+      const wasInTree = child._isInTree();
       child._leave();
       this._take(child);
+      if (this._isInTree() !== wasInTree) {
+        child._showSpheres(!wasInTree);
+      }
     }
     return child;
   }
 
-  /** Takes it, with all below it, out of the tree: its world matrix stays as it is until it is added again. */
+  /**
+   * Takes it, with all below it, out of the tree: no camera sees them, and its world matrix stays as it is, until it is
+   * added again.
+   */
   remove() {
     this._check('remove');
     this._checkMovable(`${this._label}.remove`);
     if (this._parent !== null) {
+      const wasInTree = this._isInTree();
       this._leave();
       this._changes.remove(this._index);
+      if (wasInTree) {
+        this._showSpheres(false);
+      }
     }
   }
 
@@ -368,7 +394,7 @@ class Node {
    * @param {number} x center
    * @param {number} y
    * @param {number} z
-   * @param {number} radius
+   * @param {number} radius from 0 up; Infinity lets it be seen from everywhere
    */
   setSphere(x, y, z, radius) {
     this._check('setSphere');
@@ -380,10 +406,13 @@ class Node {
     ) {
       failNumbers(`${this._label}.setSphere`, ['x', 'y', 'z', 'radius'], [x, y, z, radius]);
     }
+    if (!(Number.isFinite(x) && Number.isFinite(y) && Number.isFinite(z) && radius >= 0)) {
+      failSphere(`${this._label}.setSphere`, [x, y, z], radius);
+    }
     const objects = this.scene._objects;
     if (this._object < 0) {
       this._object = objects.take(this, this.scene._blocks.handle(this._index));
-      objects.setLayers(this._object, this._layers);
+      objects.setLayers(this._object, this._layers, this._isInTree());
     }
     objects.setSphere(this._object, x, y, z, radius);
     this._changes.mark(this._index);
@@ -405,7 +434,7 @@ class Node {
     }
     this._layers = layers;
     if (this._object >= 0) {
-      this.scene._objects.setLayers(this._object, layers);
+      this.scene._objects.setLayers(this._object, layers, this._isInTree());
     }
   }
 
@@ -444,6 +473,35 @@ class Node {
     }
     for (let i = all.length - 1; i >= 0; --i) {
       all[i].dispose();
+    }
+  }
+
+  /** Whether the root is above it. */
+  _isInTree() {
+    const { root } = this.scene;
+    let node = this;
+    while (node !== root && node !== null) {
+      node = node._above();
+    }
+    return node !== null;
+  }
+
+  /** Lets cameras see the spheres of it and of all below it, or hides them. */
+  _showSpheres(isInTree) {
+    const objects = this.scene._objects;
+    const left = [this];
+    const push = (node) => left.push(node);
+    while (left.length > 0) {
+      const node = left.pop();
+      if (node._object >= 0) {
+        objects.setLayers(node._object, node._layers, isInTree);
+      }
+      if (node._children !== null) {
+        node._children.forEach(push);
+      }
+      if (node._label === 'Character' && node._parts !== null) {
+        node._parts.forEach(push);
+      }
     }
   }
 

@@ -3,7 +3,7 @@
 // the tree, and values that no camera, sphere or model can have.
 const assert = require('assert');
 const nq = require('../../../../lib');
-const { Model, Scene } = require('../../../../scene');
+const { Camera, Model, Scene } = require('../../../../scene');
 const { ModelBuilder } = require('../../../fixtures/animations');
 
 const engine = nq.getEngine();
@@ -149,5 +149,64 @@ describe('nodes of scenes', () => {
     }
     top.dispose();
     assert.strictEqual(scene.nodeCount, 0);
+  });
+
+  it('are not seen while they are out of the tree, nor is what is below them', () => {
+    const camera = new Camera();
+    const seen = () => Array.from(camera.cull(scene), ({ name }) => name).sort();
+    const holder = scene.node({ position: [0, 0, -5] });
+    const ball = scene.node({ name: 'ball', parent: holder });
+    ball.setSphere(0, 0, 0, 1);
+    const [character] = scene.instantiate(model);
+    holder.add(character);
+    const tool = character.attach(scene.node({ name: 'tool', position: [0, 0, -1] }), 'bone');
+    tool.setSphere(0, 0, 0, 1);
+    scene.update();
+    assert.deepStrictEqual(seen(), ['ball', 'bone.glb', 'tool']);
+    holder.remove();
+    assert.deepStrictEqual(seen(), []);
+    scene.update();
+    assert.deepStrictEqual(seen(), []);
+    // Neither layers nor spheres show them, nor a parent that is not in the tree either.
+    ball.layers = 2;
+    tool.setSphere(0, 0, 0, 2);
+    const late = scene.node({ name: 'late', parent: holder });
+    late.setSphere(0, 0, 0, 1);
+    scene.node({ parent: null }).add(holder);
+    scene.update();
+    assert.deepStrictEqual(seen(), []);
+    // What is moved into the tree is seen, and what is moved out of it is not.
+    scene.root.add(character);
+    character.setPosition(0, 0, -5);
+    scene.update();
+    assert.deepStrictEqual(seen(), ['bone.glb', 'tool']);
+    holder.add(character);
+    character.setPosition(0, 0, 0);
+    scene.update();
+    assert.deepStrictEqual(seen(), []);
+    // With the layers that were set meanwhile.
+    tool.layers = 0;
+    scene.root.add(holder);
+    scene.update();
+    assert.deepStrictEqual(seen(), ['ball', 'bone.glb', 'late']);
+    assert.strictEqual(camera.cull(scene, { layers: 2 }).count, 1);
+    tool.layers = 1;
+    assert.deepStrictEqual(seen(), ['ball', 'bone.glb', 'late', 'tool']);
+  });
+
+  it('have spheres with a center and a radius', () => {
+    const node = scene.node();
+    assert.throws(() => node.setSphere(0, NaN, 0, 1), {
+      name: 'RangeError',
+      message: 'Node.setSphere: y is NaN: give finite numbers, and a radius from 0 up.',
+    });
+    assert.throws(() => node.setSphere(0, 0, 0, -1), {
+      name: 'RangeError',
+      message: 'Node.setSphere: radius is -1: give finite numbers, and a radius from 0 up.',
+    });
+    assert.throws(() => node.setSphere(0, 0, 0, NaN), /radius is NaN: give/);
+    node.setSphere(0, 0, 0, Infinity);
+    scene.update();
+    assert.strictEqual(new Camera().cull(scene).count, 1);
   });
 });
