@@ -98,6 +98,38 @@ function quaternionTowards(out, dx, dy, dz, ux, uy, uz) {
   quaternionOfAxes(out, xx, xy, xz, yx, yy, yz, zx, zy, zz);
 }
 
+/** Determinant of the linear part of a matrix: negative if it mirrors, 0 if it has no inverse. */
+function determinant(m) {
+  return (
+    m[0] * (m[5] * m[10] - m[6] * m[9]) +
+    m[4] * (m[9] * m[2] - m[10] * m[1]) +
+    m[8] * (m[1] * m[6] - m[2] * m[5])
+  );
+}
+
+/** Writes the direction in the space of a matrix that mirrors of a direction outside of it; of another length. */
+function vectorInside(out, m, x, y, z) {
+  out[0] = -(m[5] * m[10] - m[6] * m[9]) * x;
+  out[0] -= (m[6] * m[8] - m[4] * m[10]) * y + (m[4] * m[9] - m[5] * m[8]) * z;
+  out[1] = -(m[9] * m[2] - m[10] * m[1]) * x;
+  out[1] -= (m[10] * m[0] - m[8] * m[2]) * y + (m[8] * m[1] - m[9] * m[0]) * z;
+  out[2] = -(m[1] * m[6] - m[2] * m[5]) * x;
+  out[2] -= (m[2] * m[4] - m[0] * m[6]) * y + (m[0] * m[5] - m[1] * m[4]) * z;
+}
+
+/** Writes the quaternion at an index of an array, times q, into q. */
+function turnBy(q, array, at) {
+  const ax = array[at];
+  const ay = array[at + 1];
+  const az = array[at + 2];
+  const aw = array[at + 3];
+  const [bx, by, bz, bw] = q;
+  q[0] = aw * bx + ax * bw + ay * bz - az * by;
+  q[1] = aw * by - ax * bz + ay * bw + az * bx;
+  q[2] = aw * bz + ax * by - ay * bx + az * bw;
+  q[3] = aw * bw - ax * bx - ay * by - az * bz;
+}
+
 const turn = new Float64Array(4);
 
 /** Writes conj(of the rotation of a matrix) · q into q. */
@@ -117,10 +149,15 @@ function removeRotation(q, m) {
     m[9] / lz,
     m[10] / lz
   );
-  const ax = -turn[0];
-  const ay = -turn[1];
-  const az = -turn[2];
-  const aw = turn[3];
+  removeTurn(q, turn);
+}
+
+/** Writes conj(a) · q into q. */
+function removeTurn(q, a) {
+  const ax = -a[0];
+  const ay = -a[1];
+  const az = -a[2];
+  const aw = a[3];
   const bx = q[0];
   const by = q[1];
   const bz = q[2];
@@ -131,4 +168,13 @@ function removeRotation(q, m) {
   q[3] = aw * bw - ax * bx - ay * by - az * bz;
 }
 
-module.exports = { compose, multiply, quaternionTowards, removeRotation };
+module.exports = {
+  compose,
+  determinant,
+  multiply,
+  quaternionTowards,
+  removeRotation,
+  removeTurn,
+  turnBy,
+  vectorInside,
+};

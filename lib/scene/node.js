@@ -1,7 +1,16 @@
 'use strict';
 // A node of a scene: an entity by its index, with its place in the tree.
 const { entity3D } = require('../layout');
-const { compose, multiply, quaternionTowards, removeRotation } = require('./math');
+const {
+  compose,
+  determinant,
+  multiply,
+  quaternionTowards,
+  removeRotation,
+  removeTurn,
+  turnBy,
+  vectorInside,
+} = require('./math');
 const { failWord, isObject, show } = require('../value-checks');
 const { copyOut, failNumbers, failOut, hasRoom } = require('../view-base');
 
@@ -22,6 +31,9 @@ const world = new Float64Array(kMatrixFloats);
 const local = new Float64Array(kMatrixFloats);
 const product = new Float64Array(kMatrixFloats);
 const rotation = [0, 0, 0, 1];
+const turn = [0, 0, 0, 1];
+const inside = [0, 0, 0];
+const insideUp = [0, 0, 0];
 
 /** Computes the world matrix of an entity from the records as they are now. */
 function computeWorld(blocks, index) {
@@ -299,9 +311,25 @@ class Node {
     }
     const blocks = this.scene._blocks;
     computeWorld(blocks, this._index);
-    quaternionTowards(rotation, x - world[12], y - world[13], z - world[14], upX, upY, upZ);
-    computeWorld(blocks, blocks.parents[this._index]);
-    removeRotation(rotation, world);
+    const [dx, dy, dz] = [x - world[12], y - world[13], z - world[14]];
+    const parent = blocks.parents[this._index];
+    computeWorld(blocks, parent);
+    const volume = determinant(world);
+    if (volume < 0) {
+      // A mirrored space has no rotation to be removed: look from within it.
+      vectorInside(inside, world, dx, dy, dz);
+      vectorInside(insideUp, world, upX, upY, upZ);
+      quaternionTowards(rotation, ...inside, ...insideUp);
+    } else {
+      quaternionTowards(rotation, dx, dy, dz, upX, upY, upZ);
+      if (volume > 0) {
+        removeRotation(rotation, world);
+      } else {
+        // A scale of 0 leaves no axes.
+        computeTurn(blocks, parent);
+        removeTurn(rotation, turn);
+      }
+    }
     this.setQuaternion(rotation[0], rotation[1], rotation[2], rotation[3]);
   }
 

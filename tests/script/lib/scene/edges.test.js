@@ -194,6 +194,30 @@ describe('nodes of scenes', () => {
     assert.deepStrictEqual(seen(), ['ball', 'bone.glb', 'late', 'tool']);
   });
 
+  it('look at places also below nodes of scale 0 and mirrored ones', () => {
+    const turned = [0, Math.SQRT1_2, 0, Math.SQRT1_2];
+    const hidden = scene.node({ scale: 0, quaternion: turned });
+    const below = scene.node({ parent: hidden });
+    below.lookAt(0, 0, 5);
+    hidden.setScale(1);
+    const mirrored = scene.node({ scale: [-2, 2, 2], quaternion: turned });
+    const other = scene.node({ parent: mirrored });
+    other.lookAt(5, 2, 3);
+    scene.update();
+    const axis = ({ worldMatrix: m }) => {
+      const length = Math.hypot(m[8], m[9], m[10]);
+      return [m[8] / length, m[9] / length, m[10] / length];
+    };
+    const isNear = (actual, expected) =>
+      actual.forEach((value, i) => {
+        assert(Math.abs(value - expected[i]) < 1e-6, `${actual}, not ${expected}`);
+      });
+    isNear(axis(below), [0, 0, 1]);
+    const length = Math.sqrt(38);
+    isNear(axis(other), [5 / length, 2 / length, 3 / length]);
+    assert(Math.abs(Math.hypot(...other.quaternion) - 1) < 1e-6);
+  });
+
   it('have spheres with a center and a radius', () => {
     const node = scene.node();
     assert.throws(() => node.setSphere(0, NaN, 0, 1), {
