@@ -473,6 +473,7 @@ class Scene {
     if (this._inspector !== null) {
       this._inspector.close();
     }
+    this.root._end();
     this._isDisposed = true;
   }
 

@@ -233,4 +233,15 @@ describe('nodes of scenes', () => {
     scene.update();
     assert.strictEqual(new Camera().cull(scene).count, 1);
   });
+
+  it("can't be used after their scene, nor can its root", () => {
+    const other = new Scene({ engine });
+    const { root } = other;
+    other.dispose();
+    assert(root.isDisposed);
+    assert.throws(() => root.setPosition(1, 2, 3), {
+      name: 'Error',
+      message: "Node.setPosition: node 'root' is disposed of: make a new one.",
+    });
+  });
 });
