@@ -715,7 +715,7 @@ export interface PerspectiveOptions {
   aspect?: number;
   /** By default 0.1. */
   near?: number;
-  /** By default 2000. */
+  /** By default 2000; Infinity for no end. */
   far?: number;
 }
 

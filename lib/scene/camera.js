@@ -179,7 +179,7 @@ class VisibleIterator {
  * @property {number} [fovRadians] The same in radians.
  * @property {number} [aspect] Width over height, by default 1.
  * @property {number} [near] By default 0.1.
- * @property {number} [far] By default 2000.
+ * @property {number} [far] By default 2000; Infinity for no end.
  */
 
 /**
@@ -204,6 +204,24 @@ function numbersOf(label, options, names, defaults) {
   return values;
 }
 
+/** Whether both are matrices as those of three.js. */
+function hasElements(...matrices) {
+  return matrices.every((matrix) => isObject(matrix) && isObject(matrix.elements));
+}
+
+/** Throws unless the first of two numbers is below the second. */
+function checkOrder(label, least, from, most, to) {
+  if (Number.isFinite(from) && Number.isFinite(to) && from < to) {
+    return;
+  }
+  const trouble = [
+    [least, from],
+    [most, to],
+  ].filter(([, value]) => !Number.isFinite(value) || (Number.isFinite(from) && from >= to));
+  const found = trouble.map(([name, value]) => `${name} is ${value}`).join(', ');
+  throw new RangeError(`${label}: ${found}: give finite numbers, ${least} below ${most}.`);
+}
+
 /**
  * A camera: it sees the nodes with spheres, and the characters, of a scene. It starts at the origin, looks along -z, and
  * is perspective.
@@ -222,6 +240,8 @@ class Camera {
     this._perspective = [null, 0, 0, 0, 0, 0, -1, 0, 1, 0, 0, 0, 0, 0];
     this._orthographic = [null, 0, 0, 0, 0, 0, -1, 0, 1, 0, 0, 0, 0, 0, 0, 0];
     this._layers = 0xffffffff;
+    this._layersMask = -1;
+    /** That of the arguments. */
     this._mask = -1;
     this._write(0, this._layers);
     this.setPerspective(options);
@@ -240,6 +260,7 @@ class Camera {
       failWord('Camera.layers', 'it', layers);
     }
     this._layers = layers;
+    this._layersMask = layers | 0;
   }
 
   /**
@@ -263,8 +284,14 @@ class Camera {
       const cure = inRadians ? 'between 0 and pi' : 'between 0 and 180';
       throw new RangeError(`${label}: ${names[0]} is ${values[0]}: give an angle ${cure}.`);
     }
+    const [, aspect, near, far] = values;
+    if (!(aspect > 0 && aspect < Infinity)) {
+      throw new RangeError(`${label}: aspect is ${aspect}: give a number over 0.`);
+    }
+    // No far plane is fine.
+    checkOrder(label, 'near', near, 'far', far === Infinity ? Number.MAX_VALUE : far);
     this._isPerspective = true;
-    [fov, values[1], values[2], values[3]].forEach((value, i) => {
+    [fov, aspect, near, far].forEach((value, i) => {
       this._perspective[kVolume + i] = value;
     });
   }
@@ -282,6 +309,10 @@ class Camera {
     const names = ['left', 'right', 'bottom', 'top', 'near', 'far'];
     const none = undefined;
     const values = numbersOf(label, options, names, [none, none, none, none, 0.1, 2000]);
+    const [left, right, bottom, top, near, far] = values;
+    checkOrder(label, 'left', left, 'right', right);
+    checkOrder(label, 'bottom', bottom, 'top', top);
+    checkOrder(label, 'near', near, 'far', far);
     this._isPerspective = false;
     values.forEach((value, i) => {
       this._orthographic[kVolume + i] = value;
@@ -325,7 +356,7 @@ class Camera {
    */
   setFromThree(camera) {
     const label = 'Camera.setFromThree';
-    if (!isObject(camera) || !isObject(camera.projectionMatrix) || !isObject(camera.matrixWorld)) {
+    if (!isObject(camera) || !hasElements(camera.projectionMatrix, camera.matrixWorld)) {
       throw new TypeError(`${label}: camera is ${show(camera)}: give a camera of three.js.`);
     }
     const { elements: p } = camera.projectionMatrix;
@@ -339,14 +370,16 @@ class Camera {
         fovRadians: 2 * Math.atan(1 / p[5]),
         aspect: p[5] / p[0],
         near: p[14] / (p[10] - 1),
-        far: p[14] / (p[10] + 1),
+        far: Math.abs(p[14] / (p[10] + 1)),
       });
     } else {
+      // Cameras whose y axis points down have their top below: they see the same volume.
+      const [x, y] = [0, 5].map((i) => [-1, 1].map((side) => (side - p[12 + i / 5]) / p[i]));
       this.setOrthographic({
-        left: (-1 - p[12]) / p[0],
-        right: (1 - p[12]) / p[0],
-        bottom: (-1 - p[13]) / p[5],
-        top: (1 - p[13]) / p[5],
+        left: Math.min(...x),
+        right: Math.max(...x),
+        bottom: Math.min(...y),
+        top: Math.max(...y),
         near: (p[14] + 1) / p[10],
         far: (p[14] - 1) / p[10],
       });
@@ -368,17 +401,21 @@ class Camera {
       throw new TypeError(`${label}: scene is ${show(scene)}: give a scene.`);
     }
     scene._check(label);
-    let layers = this._layers;
-    if (options !== undefined && options.layers !== undefined) {
-      ({ layers } = options);
-      if (layers >>> 0 !== layers) {
-        failWord(label, 'layers', layers);
-      }
-    }
     // Compared as a signed word: a larger number would be made into an object.
-    if ((layers | 0) !== this._mask) {
-      this._mask = layers | 0;
-      this._write(0, layers);
+    let mask = this._layersMask;
+    if (options !== undefined && !isObject(options)) {
+      const cure = 'leave it out or give an object';
+      throw new TypeError(`${label}: options is ${show(options)}: ${cure}.`);
+    }
+    if (options !== undefined && options.layers !== undefined) {
+      if (options.layers >>> 0 !== options.layers) {
+        failWord(label, 'layers', options.layers);
+      }
+      mask = options.layers | 0;
+    }
+    if (mask !== this._mask) {
+      this._mask = mask;
+      this._write(0, mask >>> 0);
     }
     const { engine, _result: result } = scene;
     result.clear();

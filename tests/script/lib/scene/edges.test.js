@@ -2,6 +2,7 @@
 // Scenes at the edges of what programs do: callbacks that update, clips without length, very long steps, nodes that leave
 // the tree, and values that no camera, sphere or model can have.
 const assert = require('assert');
+const three = require('three');
 const nq = require('../../../../lib');
 const { Camera, Model, Scene } = require('../../../../scene');
 const { ModelBuilder } = require('../../../fixtures/animations');
@@ -242,6 +243,77 @@ describe('nodes of scenes', () => {
     assert.throws(() => root.setPosition(1, 2, 3), {
       name: 'Error',
       message: "Node.setPosition: node 'root' is disposed of: make a new one.",
+    });
+  });
+});
+
+describe('cameras of scenes', () => {
+  it('have view volumes with an inside', () => {
+    const camera = new Camera();
+    const box = { left: -1, right: 1, bottom: -1, top: 1, near: 1, far: 10 };
+    for (const [options, message] of [
+      [{ aspect: NaN }, 'aspect is NaN: give a number over 0'],
+      [{ aspect: 0 }, 'aspect is 0: give a number over 0'],
+      [{ near: NaN }, 'near is NaN: give finite numbers, near below far'],
+      [{ near: 10, far: 1 }, 'near is 10, far is 1: give finite numbers, near below far'],
+    ]) {
+      assert.throws(() => camera.setPerspective(options), {
+        name: 'RangeError',
+        message: `Camera.setPerspective: ${message}.`,
+      });
+    }
+    for (const [options, message] of [
+      [{ left: 1, right: -1 }, 'left is 1, right is -1: give finite numbers, left below right'],
+      [{ top: NaN }, 'top is NaN: give finite numbers, bottom below top'],
+      [{ near: 10, far: 1 }, 'near is 10, far is 1: give finite numbers, near below far'],
+    ]) {
+      assert.throws(() => camera.setOrthographic(Object.assign({}, box, options)), {
+        name: 'RangeError',
+        message: `Camera.setOrthographic: ${message}.`,
+      });
+    }
+    // It is as it was before.
+    const node = scene.node({ position: [0, 0, -5] });
+    node.setSphere(0, 0, 0, 1);
+    scene.update();
+    assert.strictEqual(camera.cull(scene).count, 1);
+    camera.setOrthographic(box);
+    assert.strictEqual(camera.cull(scene).count, 1);
+  });
+
+  it('may see without an end, and with an axis that points down', () => {
+    const far = scene.node({ name: 'far', position: [0, 0, -1e6] });
+    far.setSphere(0, 0, 0, 1);
+    const behind = scene.node({ position: [0, 0, 5] });
+    behind.setSphere(0, 0, 0, 1);
+    scene.update();
+    const camera = new Camera({ far: Infinity });
+    assert.deepStrictEqual(
+      Array.from(camera.cull(scene), ({ name }) => name),
+      ['far']
+    );
+    // That of new THREE.OrthographicCamera(0, 8, 0, 6, 1, 11): its top is 0, its bottom 6.
+    const elements = [1 / 4, 0, 0, 0, 0, -1 / 3, 0, 0, 0, 0, -1 / 5, 0, -1, 1, -6 / 5, 1];
+    const matrixWorld = { elements: [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1] };
+    camera.setFromThree({ projectionMatrix: { elements }, matrixWorld });
+    far.setPosition(7, 5, -10);
+    behind.setPosition(7, -2, -10);
+    scene.update();
+    assert.deepStrictEqual(
+      Array.from(camera.cull(scene), ({ name }) => name),
+      ['far']
+    );
+  });
+
+  it('refuse options and matrices of other kinds', () => {
+    const camera = new Camera();
+    assert.throws(() => camera.cull(scene, null), {
+      name: 'TypeError',
+      message: 'Camera.cull: options is null: leave it out or give an object.',
+    });
+    assert.throws(() => camera.setFromThree({ projectionMatrix: {}, matrixWorld: {} }), {
+      name: 'TypeError',
+      message: 'Camera.setFromThree: camera is an object: give a camera of three.js.',
     });
   });
 });
