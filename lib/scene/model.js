@@ -193,6 +193,15 @@ class Model {
       const cure = 'give what importGltf resolved to';
       throw new TypeError(`${label}: imported is ${show(imported)}: ${cure}.`);
     }
+    for (const part of ['skins', 'animations']) {
+      if (!Array.isArray(imported[part])) {
+        const found = `imported.${part} is ${show(imported[part])}`;
+        throw new TypeError(`${label}: ${found}: give an array, as importGltf does.`);
+      }
+    }
+    if (!isObject(options)) {
+      throw new TypeError(`${label}: options is ${show(options)}: leave it out or give an object.`);
+    }
     const { name = '', meshes = [], bounds } = options;
     const { nodes, skins, animations, warnings = [] } = selectScene(label, imported, options.scene);
     /**

@@ -317,3 +317,21 @@ describe('cameras of scenes', () => {
     });
   });
 });
+
+describe('models of data', () => {
+  it('have nodes, skins and animations', () => {
+    const nodes = [];
+    assert.throws(() => Model.from({ nodes, animations: [] }), {
+      name: 'TypeError',
+      message: 'Model: imported.skins is undefined: give an array, as importGltf does.',
+    });
+    assert.throws(() => Model.from({ nodes, skins: [] }), {
+      name: 'TypeError',
+      message: 'Model: imported.animations is undefined: give an array, as importGltf does.',
+    });
+    assert.throws(() => Model.from({ nodes, skins: [], animations: [] }, null), {
+      name: 'TypeError',
+      message: 'Model: options is null: leave it out or give an object.',
+    });
+  });
+});
