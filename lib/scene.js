@@ -22,12 +22,12 @@ const { Character } = require('./scene/character');
 const { Model } = require('./scene/model');
 const { Node } = require('./scene/node');
 const { AnimationLayer } = require('./scene/layers');
+const { ClipParts } = require('./scene/parts');
 const { Player, Players } = require('./scene/playback');
 const { Recording } = require('./scene/trace');
 const { ThreeInstances, ThreeWorld, toThree } = require('./scene/three');
 const { isObject, show } = require('./value-checks');
 const { CullingResultView } = require('./view-culling');
-const { TargetListsView } = require('./view-lists');
 
 /**
  * @typedef {import('../types/engine').Engine} Engine
@@ -65,13 +65,6 @@ const kStages = 4;
 const kNoRotation = [0, 0, 0, 1];
 /** The transform of the character above the nodes of its model. */
 const kTop = { translation: [0, 0, 0], rotation: kNoRotation, scale: [1, 1, 1] };
-
-/** Lists of a binding in which all clips move the same number of targets. */
-function makeLists(clips, targetCount) {
-  const lists = new TargetListsView(clips.map(() => targetCount));
-  clips.forEach(({ id }, i) => lists.setClip(i, id));
-  return lists;
-}
 
 /** What the last update of a scene took and did. */
 class SceneStats {
@@ -522,13 +515,18 @@ class Scene {
         // What players need, see playback.js.
         restClip: model._restClip,
         rest: null,
-        lists: null,
+        parts: null,
         characters: new Set(),
         free: [],
       };
       if (model.clips.length > 0) {
         known.rest = engine.createDataModel(dataModelKinds.clip, model._restClip.bytes);
-        known.lists = makeLists([...known.clips, known.rest], model._targets.length);
+        known.parts = new ClipParts(
+          engine,
+          [model._restClip, ...model.clips],
+          [known.rest, ...known.clips],
+          model._targets.length
+        );
       }
       this._models.set(model, known);
       model._scenes.add(this);

@@ -382,7 +382,7 @@ class ComponentPool {
     this.bytes = 0;
     this._controllers = new Map();
     this._bindings = new Map();
-    this._states = [];
+    this._states = new Map();
   }
 
   /** An animator of two clips on the same entities. Its block is as it was left. */
@@ -447,17 +447,18 @@ class ComponentPool {
     giveTo(this._controllers, view.layerCount, view);
   }
 
-  /** A state of one clip. Its block is as it was left. */
-  takeState() {
-    if (this._states.length > 0) {
-      return this._states.pop();
+  /** A state of so many clips. Its block is as it was left. */
+  takeState(clipCount) {
+    const pooled = takeFrom(this._states, clipCount);
+    if (pooled !== null) {
+      return pooled;
     }
-    this.bytes += controllerState.bytes(1);
-    return new ControllerStateView(this._engine.createAnimatorControllerStateModel(1));
+    this.bytes += controllerState.bytes(clipCount);
+    return new ControllerStateView(this._engine.createAnimatorControllerStateModel(clipCount));
   }
 
   giveState(view) {
-    this._states.push(view);
+    giveTo(this._states, view.clipCount, view);
   }
 
   /** A binding that was made for so many words of lists, or null. */

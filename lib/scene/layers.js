@@ -105,18 +105,21 @@ function makeMask(model, { mask, exclude }) {
   return members;
 }
 
-/** Handle, seconds and frames per second of a reference pose; a handle of 0 is that of each clip. */
-function makeReference({ model, _body: { player } }, { additive, reference }) {
+/**
+ * The reference pose of a layer: the index of its clip, -1 for that at rest, seconds in it and its frames per second; or
+ * `isOwn` for that of each clip.
+ */
+function makeReference({ model }, { additive, reference }) {
   const label = 'Character.addLayer';
   if (reference === undefined) {
-    return { handle: 0, seconds: 0, rate: 0 };
+    return { isOwn: true, index: -1, seconds: 0, rate: 0 };
   }
   if (additive !== true) {
     const cure = 'leave it out, or give additive: true';
     throw new RangeError(`${label}: reference is for additive layers: ${cure}.`);
   }
   if (reference === 'rest') {
-    return { handle: player.known.rest.id, seconds: 0, rate: 1 };
+    return { isOwn: false, index: -1, seconds: 0, rate: 1 };
   }
   if (!isObject(reference)) {
     const cure = "give 'rest', or { clip, at }";
@@ -125,14 +128,10 @@ function makeReference({ model, _body: { player } }, { additive, reference }) {
   const cure = 'give seconds from 0 up';
   const seconds = numberOf(label, 'reference.at', reference.at, 0, 0, Number.MAX_VALUE, cure);
   if (reference.clip === undefined) {
-    return { handle: 0, seconds, rate: 0 };
+    return { isOwn: true, index: -1, seconds, rate: 0 };
   }
   const { index, duration, framesPerSecond } = model.clip(reference.clip);
-  return {
-    handle: player.known.clips[index].id,
-    seconds: Math.min(seconds, duration),
-    rate: framesPerSecond,
-  };
+  return { isOwn: false, index, seconds: Math.min(seconds, duration), rate: framesPerSecond };
 }
 
 /**

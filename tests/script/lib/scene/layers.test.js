@@ -831,6 +831,50 @@ describe('layers of characters', () => {
       assertPose(character, oracle.play('lean', 0.5, 1, { additive: true }).pose(), 'all nodes');
     });
 
+    it('of parts of clips is shared by the characters of a scene, and bound', () => {
+      const made = [];
+      const own = new Scene({ engine });
+      const { parts } = own._know(model);
+      parts.engine = {
+        createDataModel(kind, bytes) {
+          made.push(nq.readClip(bytes, ''));
+          return engine.createDataModel(kind, bytes);
+        },
+      };
+      const targetsOf = ({ curves }) => new Set(curves.map(({ target }) => target)).size;
+      const characters = own.instantiate(model, 3);
+      characters.forEach((one) => {
+        one.play('walk');
+        one.addLayer('arm', { mask: { subtree: 'arm' } }).play('wave', { weight: 0.5 });
+        one.addLayer('more', { additive: true }).play('lean');
+      });
+      own.update();
+      // Hips, leg and spine of walk; arm and hand of walk and of wave; hips and spine of lean.
+      assert.deepStrictEqual(made.map(targetsOf), [3, 2, 2, 2]);
+      for (let i = 0; i < 4; ++i) {
+        own.update(0.1);
+      }
+      assert.strictEqual(made.length, 4);
+      // Beside another clip, all that it is added to has to be in both.
+      characters[0].layer('more').play('wave', { beside: true });
+      own.update();
+      assert.strictEqual(made.length, 4);
+      // Sets that none uses are kept, up to a number.
+      const { _sets: sets } = parts;
+      for (let round = 0; round < 100; ++round) {
+        const [one] = own.instantiate(model);
+        one.play('walk');
+        const bits = names.slice(0, 5).filter((_, i) => (((round % 31) + 1) & (1 << i)) !== 0);
+        one.addLayer('some', { mask: bits }).play('run');
+        own.update();
+        one.dispose();
+      }
+      assert(sets.size <= 36, `${sets.size}`);
+      characters.forEach((one) => one.dispose());
+      assert.deepStrictEqual(Array.from(sets.values(), ({ users }) => users).filter(Boolean), []);
+      own.dispose();
+    });
+
     it('of slots is given back by fades, stops, layers and characters', () => {
       const sizes = new Set();
       for (let round = 0; round < 30; ++round) {
