@@ -9,10 +9,9 @@
 // An override layer blends with the rest pose, not with the layers below. So the model has its arms at rest in the
 // carrying pose: at weight 0 the wave layer still holds its arm, without a jump.
 //
-// On the records below the scene: a layer here has one state, which samples only the nodes that its clip moves. Layers of
-// `character.addLayer` give the same poses but for rounding (and hold the arm by a clip of their own), and took 1.7 times
-// as long to evaluate for 500 figures: they replace what is below, so that it is sampled for each area, and their clips
-// are completed to all nodes of the model.
+// On the records below the scene: layers of `character.addLayer` give the same poses but for rounding (and hold the arm by
+// a clip of their own). The engine evaluates them as fast, but the scene puts them together anew in each frame, and a
+// frame of 500 figures takes 1.3 to 1.6 times as long.
 const {
   ControllerStateView,
   ControllerView,

@@ -4,7 +4,7 @@
 const { AnimationLayer } = require('./layers');
 const { Node } = require('./node');
 const { crossfadeOn, playOn, setTimeOn, setWeightOn, stopOn, timeOn, weightOn } = require('./play');
-const { slotAt } = require('./slots');
+const { kNoSlots, slotAt } = require('./slots');
 const { show } = require('../value-checks');
 const { failIndex } = require('../view-base');
 
@@ -22,9 +22,6 @@ const { failIndex } = require('../view-base');
  */
 
 const kNoOptions = Object.freeze({});
-
-/** The slots of a character that is disposed of, or whose model has no clips. */
-const kNoSlots = Object.freeze([]);
 
 /**
  * An instance of a model, made by `scene.instantiate`. It is a node, which carries all nodes of its model; cameras see it

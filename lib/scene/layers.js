@@ -13,7 +13,7 @@ const {
   timeOn,
   weightOn,
 } = require('./play');
-const { Track } = require('./slots');
+const { Track, kNoSlots, slotAt } = require('./slots');
 
 /**
  * @typedef {import('./character').Character} Character
@@ -187,6 +187,7 @@ class AnimationLayer {
     this._players = character.scene._players;
     this._track = new Track(player);
     this._track.owner = this;
+    this._slots = this._track.slots;
     /** Its weight, and the fade of it. */
     this._fader = this._players.takeSlot(null, 0);
     this._players.fade(this._fader, weight, 0);
@@ -213,6 +214,10 @@ class AnimationLayer {
   }
 
   set weight(weight) {
+    if (this._fader !== null && typeof weight === 'number' && weight >= 0 && weight <= 1) {
+      this._players.setWeight(this._fader, weight);
+      return;
+    }
     this._check('weight');
     this.fadeTo(weight, 0);
   }
@@ -285,6 +290,11 @@ class AnimationLayer {
    * @param {number} seconds from 0 on; the end of the clip at most
    */
   setTime(clip, seconds) {
+    const slot = slotAt(this._slots, clip);
+    if (slot !== null && typeof seconds === 'number' && seconds >= 0) {
+      this._players.setTime(slot, seconds);
+      return;
+    }
     this._check('setTime');
     setTimeOn('AnimationLayer.setTime', this.character.model, this._track, clip, seconds);
   }
@@ -318,6 +328,7 @@ class AnimationLayer {
     this._players.removeLayer(player, this);
     this.character._layersByName.delete(this.name);
     this._track = null;
+    this._slots = kNoSlots;
     this._fader = null;
   }
 

@@ -8,19 +8,8 @@ const { Batch, grown } = require('./blocks');
 const { Rig } = require('./rig');
 const { Slot, Track, slotNumbers } = require('./slots');
 
-const {
-  kTime,
-  kSpeed,
-  kWeight,
-  kGoal,
-  kRate,
-  kDuration,
-  kFramesPerSecond,
-  kFlags,
-  kSlot,
-  kSum,
-  kLayerWeight,
-} = slotNumbers;
+const { kTime, kSpeed, kWeight, kGoal, kRate, kDuration, kFramesPerSecond, kFlags, kSlot } =
+  slotNumbers;
 
 const kLoops = 1;
 const kEnded = 2;
@@ -400,7 +389,7 @@ class Players {
     for (let i = 0; i < slots.length; ++i) {
       sum += this._numbers[slots[i].at + kWeight];
     }
-    track.now[kSum] = sum;
+    track.sum = sum;
   }
 
   /** Lists a player as one that plays. */
@@ -663,7 +652,7 @@ class Players {
   _collect(player) {
     const { base, held } = player;
     this._measure(base);
-    const sum = base.now[kSum];
+    const { sum } = base;
     if (sum >= kFull) {
       this._giveSlots(held);
     } else if (held.length === 0) {
@@ -708,7 +697,7 @@ class Players {
     for (let i = 0; i < layers.length; ++i) {
       const { _fader: fader, _track: track } = layers[i];
       this._measure(track);
-      track.now[kLayerWeight] = this._numbers[fader.at + kWeight];
+      track.layerWeight = this._numbers[fader.at + kWeight];
       isAnyOn = isAnyOn || track.isOn;
     }
     return isAnyOn;

@@ -20,7 +20,7 @@ const {
 const { grown } = require('./blocks');
 const { slotNumbers } = require('./slots');
 
-const { kTime, kWeight, kFramesPerSecond, kSum, kLayerWeight: kTrackWeight } = slotNumbers;
+const { kTime, kWeight, kFramesPerSecond } = slotNumbers;
 
 // Words of a controller's block.
 const kLayer = controllerLayer.size / 4;
@@ -323,12 +323,12 @@ class Rig {
     const { _overrides: overrides } = this;
     for (let l = 0; l < overrides.length; ++l) {
       if (includes[l] && overrides[l]._track.isOn) {
-        const { slots, now } = overrides[l]._track;
-        const below = 1 - now[kTrackWeight] * Math.min(1, now[kSum]);
+        const { slots, sum, layerWeight } = overrides[l]._track;
+        const below = 1 - layerWeight * Math.min(1, sum);
         for (let i = 0; i < blended; ++i) {
           shares[i] *= below;
         }
-        const factor = now[kTrackWeight] / Math.max(1, now[kSum]);
+        const factor = layerWeight / Math.max(1, sum);
         for (let i = 0; i < slots.length; ++i) {
           const at = append(slots[i]);
           shares[at] = factor * numbers[slots[i].at + kWeight];
@@ -386,7 +386,7 @@ class Rig {
   _writeAdditive(numbers, i, layer) {
     const additive = this._additives[i];
     const { _reference: reference } = additive;
-    const { slots, now } = additive._track;
+    const { slots } = additive._track;
     const isOn = additive._track.isOn;
     if (isOn) {
       this._chooseTargets(i, layer);
@@ -406,7 +406,7 @@ class Rig {
       u32[kReferenceClip] = this._handleOf(layer, reference.isOwn ? slot.index : reference.index);
     }
     this._words[layer * kLayer + kBlendMode] = layerBlendModes.additive;
-    this._floats[layer * kLayer + kLayerWeight] = now[kTrackWeight];
+    this._floats[layer * kLayer + kLayerWeight] = additive._track.layerWeight;
     this._link(layer, slots.length);
   }
 

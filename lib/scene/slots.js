@@ -14,11 +14,6 @@ const slotNumbers = Object.freeze({
   kFlags: 7,
   /** Numbers of a slot. */
   kSlot: 8,
-  // Numbers of a track.
-  /** Sum of the weights of its slots. */
-  kSum: 0,
-  /** Weight of the layer. */
-  kLayerWeight: 1,
 });
 
 /** A clip that plays. Its numbers are in those of all slots, from `at`. */
@@ -47,6 +42,9 @@ function slotAt(slots, index) {
   return null;
 }
 
+/** The slots of what is disposed of, or has no clips. */
+const kNoSlots = Object.freeze([]);
+
 /** Clips that play together. */
 class Track {
   constructor(player) {
@@ -55,13 +53,16 @@ class Track {
     this.owner = null;
     /** Always the same array: characters and players refer to it as well. */
     this.slots = [];
-    /** In the update that runs. Numbers that are returned could allocate. */
-    this.now = new Float64Array(2);
+    // In the update that runs. They begin as doubles, so that writing them does not allocate.
+    /** Sum of the weights of its slots. */
+    this.sum = 0.5;
+    /** Weight of the layer. */
+    this.layerWeight = 0.5;
   }
 
   /** Whether the layer changes the pose. */
   get isOn() {
-    return this.now[slotNumbers.kSum] > 0 && this.now[slotNumbers.kLayerWeight] > 0;
+    return this.sum > 0 && this.layerWeight > 0;
   }
 
   /** The slot of a clip, or null. */
@@ -76,4 +77,4 @@ class Track {
   }
 }
 
-module.exports = { Slot, Track, slotAt, slotNumbers };
+module.exports = { Slot, Track, kNoSlots, slotAt, slotNumbers };

@@ -365,9 +365,11 @@ describe('layers of characters', () => {
       const layer = character.addLayer('arm', { mask: 'arm' });
       character.play('walk', { at: 0.5, speed: 0 });
       layer.play('wave', { speed: 0 });
-      layer.setTime('wave', 0.5);
+      layer.setTime(2, 0.5);
+      layer.fadeTo(0, 1);
+      layer.weight = 1;
       scene.update(1);
-      assert.strictEqual(layer.timeOf('wave'), 0.5);
+      assert.deepStrictEqual([layer.timeOf('wave'), layer.weight], [0.5, 1]);
       oracle.play('walk', 0.5, 1, { nodes: [kHips, kLeg, kSpine, kHand] });
       assertPose(character, oracle.play('wave', 0.5, 1, { nodes: [kArm] }).pose(), 'set');
       layer.setWeight('wave', 0);
@@ -1011,9 +1013,12 @@ describe('layers of characters', () => {
       [() => layer.setWeight('walk', 1), /^AnimationLayer\.setWeight: clip 'walk' does not play/],
       [() => layer.fadeTo(), /^AnimationLayer\.fadeTo: weight is undefined, not a number/],
       [() => layer.fadeTo(1, -1), /^AnimationLayer\.fadeTo: fade is -1: give seconds from 0 up/],
+      [() => (layer.weight = '1'), /weight is '1', not a number: give a weight from 0 to 1\.$/],
       [() => (layer.weight = 1.5), /weight is 1\.5: give a weight from 0 to 1\.$/],
       [() => layer.stop('walk', 1), /^AnimationLayer\.stop: options is 1: leave it out/],
       [() => gone.play('walk'), /^AnimationLayer\.play: layer 'gone' is disposed of: add a new/],
+      [() => (gone.weight = 1), /^AnimationLayer\.weight: layer 'gone' is disposed of/],
+      [() => gone.setTime(0, 0), /^AnimationLayer\.setTime: layer 'gone' is disposed of/],
       [() => gone.weight, /^AnimationLayer\.weight: layer 'gone' is disposed of/],
     ];
     for (const [use, message] of cases) {
