@@ -5,7 +5,7 @@
 const { clip, clipCurve, clipHeader, clipKey, dataModelKinds } = require('../layout');
 
 /** Sets that are kept for the next character though none uses them. */
-const kKeptSets = 32;
+const kKeptSets = 16;
 
 /** Bytes of a clip with the curves of some targets. `places`: by target, its number in the part, or -1. */
 function cutClip(bytes, places) {

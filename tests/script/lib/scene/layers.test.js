@@ -871,7 +871,7 @@ describe('layers of characters', () => {
         own.update();
         one.dispose();
       }
-      assert(sets.size <= 36, `${sets.size}`);
+      assert(sets.size <= 20, `${sets.size}`);
       characters.forEach((one) => one.dispose());
       assert.deepStrictEqual(Array.from(sets.values(), ({ users }) => users).filter(Boolean), []);
       own.dispose();
