@@ -197,6 +197,7 @@ class ThreeInstances {
     this._anchors = [];
     this._places = new Map();
     this._written = 0;
+    this._isRemoved = false;
     this._range = { start: 0, count: 0 };
   }
 
@@ -216,6 +217,10 @@ class ThreeInstances {
    */
   add(node) {
     const label = 'ThreeInstances.add';
+    if (this._isRemoved) {
+      const cure = 'call instances of the world again';
+      throw new Error(`${label}: the mesh was removed from the world: ${cure}.`);
+    }
     const anchor = this._world._anchorOf(label, node);
     if (!this._places.has(anchor)) {
       const capacity = this._mesh.instanceMatrix.array.length / kMatrixFloats;
@@ -415,8 +420,13 @@ class ThreeWorld {
     }
     this.remove(mesh);
     const set = new ThreeInstances(this, mesh);
-    for (const node of nodes) {
-      set.add(node);
+    try {
+      for (const node of nodes) {
+        set.add(node);
+      }
+    } catch (error) {
+      this._clearSet(set);
+      throw error;
     }
     mesh.frustumCulled = false;
     this._sets.push(set);
@@ -585,11 +595,16 @@ class ThreeWorld {
 
   _removeSet(at) {
     const [set] = this._sets.splice(at, 1);
+    this._clearSet(set);
+    this.root.remove(set._mesh);
+  }
+
+  _clearSet(set) {
     for (const anchor of set._anchors.slice()) {
       set._drop(anchor);
       this._release(anchor);
     }
-    this.root.remove(set._mesh);
+    set._isRemoved = true;
   }
 
   /** Inverse bind matrices of a skin of a model, in place. */

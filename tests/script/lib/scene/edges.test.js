@@ -4,7 +4,7 @@
 const assert = require('assert');
 const three = require('three');
 const nq = require('../../../../lib');
-const { Camera, Model, Scene } = require('../../../../scene');
+const { Camera, Model, Scene, toThree } = require('../../../../scene');
 const { ModelBuilder } = require('../../../fixtures/animations');
 
 const engine = nq.getEngine();
@@ -333,5 +333,33 @@ describe('models of data', () => {
       name: 'TypeError',
       message: 'Model: options is null: leave it out or give an object.',
     });
+  });
+});
+
+describe('instances without a place', () => {
+  it('leave a world as it was', () => {
+    const camera = scene.addCamera(new Camera());
+    const nodes = [-5, -6].map((z) => scene.node({ position: [0, 0, z] }));
+    nodes.forEach((node) => node.setSphere(0, 0, 0, 1));
+    const world = toThree(three, scene);
+    const meshes = [1, 1].map(
+      (count) =>
+        new three.InstancedMesh(new three.BoxGeometry(), new three.MeshBasicMaterial(), count)
+    );
+    assert.throws(() => world.instances(meshes[0], nodes), /room for 1 instances/);
+    const set = world.instances(meshes[1], [nodes[0]]);
+    world.remove(meshes[1]);
+    assert.throws(() => set.add(nodes[1]), {
+      name: 'Error',
+      message:
+        'ThreeInstances.add: the mesh was removed from the world: call instances of the world again.',
+    });
+    for (let i = 0; i < 3; ++i) {
+      scene.update();
+      world.update(camera);
+    }
+    world.instances(meshes[0], [nodes[1]]);
+    world.update(camera);
+    assert.deepStrictEqual([meshes[0].count, meshes[0].instanceMatrix.array[14]], [1, -6]);
   });
 });
