@@ -83,11 +83,33 @@ function fileError(error, file) {
   return Object.assign(result, { code: error.code });
 }
 
+/** The file to be replaced: a link stays, and what it leads to is. Null for a device or pipe, which can't be. */
+async function findFile(file) {
+  try {
+    const stats = await fs.promises.stat(file);
+    if (!stats.isFile() && !stats.isDirectory()) {
+      return null;
+    }
+    return await fs.promises.realpath(file);
+  } catch (error) {
+    // There is none yet, or what is wrong with it shows when it is written.
+    return file;
+  }
+}
+
 /** Writes a file whole, or leaves it as it was. */
 async function writeWhole(file, text) {
+  const replaced = await findFile(file);
+  if (replaced === null) {
+    await fs.promises.writeFile(file, text).catch((error) => {
+      throw fileError(error, file);
+    });
+    return;
+  }
+  // Not after the file, whose name may have all the length that there is.
   const temporary = path.join(
-    path.dirname(file),
-    `.${path.basename(file)}.${process.pid}.${threadId}.${++files}.tmp`
+    path.dirname(replaced),
+    `.nq-trace.${process.pid}.${threadId}.${++files}.tmp`
   );
   let handle = null;
   try {
@@ -96,7 +118,7 @@ async function writeWhole(file, text) {
     await handle.sync();
     await handle.close();
     handle = null;
-    await fs.promises.rename(temporary, file);
+    await fs.promises.rename(temporary, replaced);
   } catch (error) {
     if (handle !== null) {
       await handle.close().catch(() => {});

@@ -2,10 +2,14 @@
 // Scenes at the edges of what programs do: callbacks that update, clips without length, very long steps, nodes that leave
 // the tree, and values that no camera, sphere or model can have.
 const assert = require('assert');
+const fs = require('fs');
+const os = require('os');
+const path = require('path');
 const three = require('three');
 const nq = require('../../../../lib');
 const { Camera, Model, Scene, toThree } = require('../../../../scene');
 const { ModelBuilder } = require('../../../fixtures/animations');
+const { removeFolder } = require('../../../../scripts/lib/run');
 
 const engine = nq.getEngine();
 
@@ -361,5 +365,40 @@ describe('instances without a place', () => {
     world.instances(meshes[0], [nodes[1]]);
     world.update(camera);
     assert.deepStrictEqual([meshes[0].count, meshes[0].instanceMatrix.array[14]], [1, -6]);
+  });
+});
+
+describe('files of recordings', () => {
+  let folder;
+  before(() => {
+    folder = fs.mkdtempSync(path.join(os.tmpdir(), 'nq-edges-'));
+  });
+  after(() => removeFolder(folder));
+
+  it('may be links, devices, and have long names', async function () {
+    const recording = scene.record();
+    scene.update();
+    const events = (file) => JSON.parse(fs.readFileSync(file, 'utf8')).traceEvents.length;
+    const long = path.join(folder, `${'a'.repeat(250)}.json`);
+    await recording.save(long);
+    assert(events(long) > 5);
+    const link = path.join(folder, 'link.json');
+    const real = path.join(folder, 'real.json');
+    fs.writeFileSync(real, 'old');
+    try {
+      fs.symlinkSync(real, link);
+    } catch (error) {
+      this.skip(); // not for users of Windows
+    }
+    await recording.save(link);
+    assert(fs.lstatSync(link).isSymbolicLink());
+    assert(events(real) > 5);
+    // To be replaced, a device would be removed.
+    const device = path.join(folder, 'device');
+    fs.symlinkSync(os.devNull || '/dev/null', device);
+    await recording.save(device);
+    assert(fs.lstatSync(device).isSymbolicLink());
+    assert(fs.statSync(device).isCharacterDevice());
+    assert.strictEqual(fs.readdirSync(folder).length, 4);
   });
 });
