@@ -597,7 +597,7 @@ export declare class AnimationLayer {
   weight: number;
 
   /**
-   * Fades its weight.
+   * Fades its weight, while its character or one of its layers plays.
    *
    * @param weight from 0 to 1
    * @param seconds that it takes

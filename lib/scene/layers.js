@@ -223,7 +223,7 @@ class AnimationLayer {
   }
 
   /**
-   * Fades its weight.
+   * Fades its weight, while its character or one of its layers plays.
    * @param {number} weight from 0 to 1
    * @param {number} seconds that it takes
    */
