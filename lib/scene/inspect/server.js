@@ -303,6 +303,8 @@ class PageServer {
       this.server.once('close', () => reject(new Error('the server was closed')));
       this.server.listen(port, kAddress, () => {
         this.server.removeListener('error', reject);
+        // A connection that can't be accepted, as when the process has too many open files, ends nothing else.
+        this.server.on('error', () => {});
         if (!this.isHolding) {
           this.server.unref();
         }

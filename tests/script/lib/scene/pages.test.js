@@ -554,6 +554,12 @@ describe('the server of WebSockets', () => {
     }
   });
 
+  it('survives connections that the system can not accept', async () => {
+    server.server.emit('error', Object.assign(new Error('accept EMFILE'), { code: 'EMFILE' }));
+    const { socket } = await openStream();
+    socket.destroy();
+  });
+
   it('survives random bytes', async () => {
     let seed = 12345;
     const random = () => {
