@@ -494,6 +494,9 @@ async function openInspector(scene, port) {
     inspector.url = await server.listen(port);
   } catch (error) {
     scene._inspector = null;
+    if (closed !== null) {
+      throw new Error('Scene.inspect: the scene is disposed of: make a new one.');
+    }
     throw listenError(error, port);
   }
   return inspector;

@@ -497,7 +497,10 @@ describe('inspectors of scenes', () => {
     await own.close();
     const opening = other.inspect(0);
     other.dispose();
-    await assert.rejects(opening, /the server was closed/);
+    await assert.rejects(
+      opening,
+      /^Error: Scene\.inspect: the scene is disposed of: make a new one\.$/
+    );
   });
 
   it('do not keep the process running, also with a page open', async () => {
