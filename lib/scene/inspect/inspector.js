@@ -465,9 +465,13 @@ function listenError(error, port) {
  */
 async function openInspector(scene, port) {
   const source = new SceneSource(scene);
+  let inspector = null;
   const server = new PageServer(source, {
     isHolding: false,
     changed(pages) {
+      if (scene._inspector !== inspector) {
+        return; // pages that close after it: frames are those of the next one
+      }
       scene._frames = pages > 0 ? source : null;
       if (pages > 0) {
         // A program that updates its scene seldom is shown, too.
@@ -477,7 +481,7 @@ async function openInspector(scene, port) {
   });
   source.server = server;
   let closed = null;
-  const inspector = {
+  inspector = {
     url: '',
     close() {
       if (closed === null) {

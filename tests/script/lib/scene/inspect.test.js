@@ -469,6 +469,20 @@ describe('inspectors of scenes', () => {
     await assert.rejects(scene.inspect(0), /the scene is disposed of/);
   });
 
+  it('can be opened again while pages of the last one have not yet left', async () => {
+    const late = await open();
+    late.socket._socket.pause();
+    const closing = inspector.close();
+    inspector = await scene.inspect(0);
+    const page = await open();
+    late.socket._socket.resume();
+    await Promise.all([closing, late.closed]);
+    await new Promise((resolve) => setTimeout(resolve, 20));
+    scene.node({ position: [3, 0, 0] });
+    const frame = await frameOf(page, ({ counts }) => counts.nodes > 0);
+    assert.deepStrictEqual(triples(frame.nodes), [[3, 0, 0]]);
+  });
+
   it('name what is wrong, and the cure', async () => {
     const other = new Scene({ engine });
     for (const [port, Kind] of [
