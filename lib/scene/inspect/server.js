@@ -302,6 +302,11 @@ class PageServer {
       this.server.once('error', reject);
       this.server.once('close', () => reject(new Error('the server was closed')));
       this.server.listen(port, kAddress, () => {
+        if (this.isClosing) {
+          // It was closed while the address was looked up, when there was nothing to close yet.
+          this.server.close();
+          return;
+        }
         this.server.removeListener('error', reject);
         // A connection that can't be accepted, as when the process has too many open files, ends nothing else.
         this.server.on('error', () => {});

@@ -483,6 +483,19 @@ describe('inspectors of scenes', () => {
     assert.deepStrictEqual(triples(frame.nodes), [[3, 0, 0]]);
   });
 
+  it('free the port if their scene is disposed of while it is opened', async () => {
+    const { port } = new URL(inspector.url);
+    await inspector.close();
+    const other = new Scene({ engine });
+    const opening = other.inspect(Number(port));
+    other.dispose();
+    await assert.rejects(opening, /the server was closed/);
+    // The address is looked up in the background, and the port may be opened only then.
+    await new Promise((resolve) => setTimeout(resolve, 100));
+    inspector = await scene.inspect(Number(port));
+    assert.strictEqual(new URL(inspector.url).port, port);
+  });
+
   it('name what is wrong, and the cure', async () => {
     const other = new Scene({ engine });
     for (const [port, Kind] of [
