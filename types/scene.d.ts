@@ -902,7 +902,10 @@ export declare class ThreeWorld<G extends ThreeGroup> {
    */
   instances(mesh: ThreeInstancedMesh, nodes?: Iterable<Node>): ThreeInstances;
 
-  /** Removes an object that follows a node, or an `InstancedMesh`. It stays where it was, and can be used again. */
+  /**
+   * Removes an object that follows a node, or an `InstancedMesh`. It stays where it was, with the visibility that it had
+   * before, and can be used again.
+   */
   remove(object: ThreeObject): void;
 
   /**

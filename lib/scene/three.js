@@ -198,6 +198,7 @@ class ThreeInstances {
     this._places = new Map();
     this._written = 0;
     this._isRemoved = false;
+    this._frustumCulled = true;
     this._range = { start: 0, count: 0 };
   }
 
@@ -301,6 +302,18 @@ class ThreeInstances {
     }
     forgetBounds(mesh);
     this._written = 0;
+  }
+
+  /** Leaves the mesh to three.js: it is culled as before, and uploaded whole. */
+  _restore() {
+    const mesh = this._mesh;
+    const { updateRange, updateRanges } = mesh.instanceMatrix;
+    mesh.frustumCulled = this._frustumCulled;
+    if (updateRanges === undefined) {
+      updateRange.count = -1;
+    } else if (updateRanges[0] === this._range) {
+      updateRanges.shift();
+    }
   }
 }
 
@@ -418,7 +431,6 @@ class ThreeWorld {
     if (!isObject(mesh.instanceMatrix)) {
       throw new TypeError(`${label}: mesh is ${show(mesh)}: give an InstancedMesh of three.js.`);
     }
-    this.remove(mesh);
     const set = new ThreeInstances(this, mesh);
     try {
       for (const node of nodes) {
@@ -428,6 +440,8 @@ class ThreeWorld {
       this._clearSet(set);
       throw error;
     }
+    this.remove(mesh);
+    set._frustumCulled = mesh.frustumCulled;
     mesh.frustumCulled = false;
     this._sets.push(set);
     this.root.add(mesh);
@@ -435,7 +449,8 @@ class ThreeWorld {
   }
 
   /**
-   * Removes an object that follows a node, or an `InstancedMesh`. It stays where it was, and can be used again.
+   * Removes an object that follows a node, or an `InstancedMesh`. It stays where it was, with the visibility that it had
+   * before, and can be used again.
    * @param {ThreeObject} object
    */
   remove(object) {
@@ -525,7 +540,7 @@ class ThreeWorld {
     }
   }
 
-  _anchorOf(label, node) {
+  _checkNode(label, node) {
     this._check(label);
     if (!(node instanceof Node)) {
       throw new TypeError(`${label}: node is ${show(node)}: give a node of the scene.`);
@@ -536,6 +551,10 @@ class ThreeWorld {
     if (node.scene !== this.scene) {
       throw new RangeError(`${label}: node '${node.name}' is in another scene: give one of this.`);
     }
+  }
+
+  _anchorOf(label, node) {
+    this._checkNode(label, node);
     let anchor = this._anchors.get(node);
     if (anchor === undefined) {
       anchor = new Anchor(node);
@@ -557,12 +576,12 @@ class ThreeWorld {
 
   _link(label, object, node) {
     this._checkObject(label, object);
-    if (this._places.has(object)) {
-      this.remove(object);
-    }
+    this._checkNode(label, node);
+    this.remove(object);
     const anchor = this._anchorOf(label, node);
-    const { matrix, matrixAutoUpdate } = object;
-    const link = { object, anchor, elements: matrix.elements, matrixAutoUpdate };
+    const { matrix, matrixAutoUpdate, frustumCulled, visible } = object;
+    const own = { elements: matrix.elements, matrixAutoUpdate, frustumCulled, visible };
+    const link = { object, anchor, own };
     matrix.elements = node.worldMatrix;
     object.matrixAutoUpdate = false;
     object.frustumCulled = false;
@@ -575,7 +594,8 @@ class ThreeWorld {
 
   _unlink(place) {
     const links = this._links;
-    const { object, anchor, elements, matrixAutoUpdate } = links[place];
+    const { object, anchor, own } = links[place];
+    const { elements } = own;
     const last = links.pop();
     if (place < links.length) {
       links[place] = last;
@@ -587,7 +607,9 @@ class ThreeWorld {
       elements[i] = object.matrix.elements[i];
     }
     object.matrix.elements = elements;
-    object.matrixAutoUpdate = matrixAutoUpdate;
+    object.matrixAutoUpdate = own.matrixAutoUpdate;
+    object.frustumCulled = own.frustumCulled;
+    object.visible = own.visible;
     this.root.remove(object);
     --anchor.links;
     this._release(anchor);
@@ -596,6 +618,7 @@ class ThreeWorld {
   _removeSet(at) {
     const [set] = this._sets.splice(at, 1);
     this._clearSet(set);
+    set._restore();
     this.root.remove(set._mesh);
   }
 

@@ -322,6 +322,38 @@ describe('objects of three.js that follow nodes', () => {
     scene.dispose();
   });
 
+  it('are visible and culled as before when they are removed', () => {
+    const { scene, world } = setUp();
+    const camera = scene.addCamera(new Camera());
+    const node = scene.node({ position: [0, 0, 5] });
+    node.setSphere(0, 0, 0, 1);
+    const shown = world.follow(new three.Group(), node);
+    const hidden = Object.assign(new three.Group(), { visible: false, frustumCulled: false });
+    world.follow(hidden, node);
+    scene.update();
+    world.update(camera);
+    assert.deepStrictEqual([shown.visible, shown.frustumCulled], [false, false]);
+    world.update();
+    assert.strictEqual(hidden.visible, true);
+    world.update(camera);
+    [shown, hidden].forEach((object) => world.remove(object));
+    assert.deepStrictEqual([shown.visible, shown.frustumCulled], [true, true]);
+    assert.deepStrictEqual([hidden.visible, hidden.frustumCulled], [false, false]);
+    scene.dispose();
+  });
+
+  it('go on to follow their node if another can not be followed', () => {
+    const { scene, world } = setUp();
+    const node = scene.node({ position: [2, 0, 0] });
+    const object = world.follow(new three.Group(), node);
+    assert.throws(() => world.follow(object, {}), /give a node of the scene/);
+    scene.update();
+    world.update();
+    assert.deepStrictEqual(world.root.children, [object]);
+    assert.strictEqual(object.matrix.elements[12], 2);
+    scene.dispose();
+  });
+
   it('leave when their node is disposed of, and have their own matrix again', () => {
     const { scene, world, scene3 } = setUp();
     const [node, other] = [1, 2].map((x) => scene.node({ position: [x, 0, 0] }));
@@ -454,6 +486,42 @@ describe('instances of three.js', () => {
     assert.deepStrictEqual(world.root.children, []);
     scene.update();
     world.update(camera);
+    scene.dispose();
+  });
+
+  it('stay as they are if others can not take their place', () => {
+    const { scene, world } = setUp();
+    const [node, other] = [1, 2].map((x) => scene.node({ position: [x, 0, 0] }));
+    const mesh = boxMesh(4);
+    const set = world.instances(mesh, [node]);
+    assert.throws(() => world.instances(mesh, [other, 4]), /give a node of the scene/);
+    set.add(other);
+    scene.update();
+    world.update();
+    assert.deepStrictEqual(placesOf(mesh).sort(), [1, 2]);
+    world.instances(mesh, [other]);
+    world.update();
+    assert.deepStrictEqual(placesOf(mesh), [2]);
+    assert.deepStrictEqual(world.root.children, [mesh]);
+    scene.dispose();
+  });
+
+  it('end where their mesh follows a node, and leave it to three.js', () => {
+    const { scene, world } = setUp();
+    const node = scene.node();
+    const mesh = Object.assign(boxMesh(4), { frustumCulled: true });
+    const set = world.instances(mesh, [node]);
+    scene.update();
+    world.update();
+    world.follow(mesh, node);
+    assert.strictEqual(set.count, 0);
+    assert.throws(() => set.add(node), /the mesh was removed from the world/);
+    world.remove(mesh);
+    assert.deepStrictEqual(world.root.children, []);
+    assert.strictEqual(mesh.frustumCulled, true);
+    // All matrices are uploaded again, not only those that were written here.
+    const { updateRange, updateRanges } = mesh.instanceMatrix;
+    assert.deepStrictEqual(updateRanges || updateRange.count, updateRanges ? [] : -1);
     scene.dispose();
   });
 
