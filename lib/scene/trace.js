@@ -217,14 +217,15 @@ class Recording {
    */
   toJSON() {
     const metadata = (name, value) => this._event('M', name, 0, { args: { name: value } });
-    const events = [...this._frameEvents(), ...this._noteEvents()];
+    const notes = this._noteEvents();
+    const events = [...this._frameEvents(), ...notes];
     // Stable: a slice stays before those that start with it.
     const order = events.map((_, i) => i);
     order.sort((a, b) => events[a].ts - events[b].ts || a - b);
     const otherData = {
       frames: this.frames,
       droppedFrames: this.droppedFrames,
-      droppedEvents: this._noted - this._events.length,
+      droppedEvents: this._noted - notes.length,
     };
     if (otherData.droppedFrames > 0) {
       const cure = `record({ frames: ${Math.min(kMostFrames, this._recorded)} }) keeps more`;

@@ -224,6 +224,20 @@ describe('recordings of scenes', () => {
     scene.dispose();
   });
 
+  it('count events that were dropped with their frames', () => {
+    const scene = createScene();
+    const recording = scene.record({ frames: 2 });
+    for (let frame = 0; frame < 5; ++frame) {
+      scene.update();
+      scene.node();
+    }
+    const trace = recording.toJSON();
+    // Nodes were made after each of five frames; the last two frames are kept.
+    assert.strictEqual(assertFormat(trace).i.length, 2);
+    assert.strictEqual(trace.otherData.droppedFrames, 3);
+    assert.strictEqual(trace.otherData.droppedEvents, 3);
+  });
+
   it('bound the number of events, and count those of a kind together', () => {
     const scene = createScene();
     const recording = scene.record();
