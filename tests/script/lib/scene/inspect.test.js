@@ -489,7 +489,7 @@ describe('inspectors of scenes', () => {
     const other = new Scene({ engine });
     const opening = other.inspect(Number(port));
     other.dispose();
-    await assert.rejects(opening, /the server was closed/);
+    await assert.rejects(opening, /the scene is disposed of: make a new one/);
     // The address is looked up in the background, and the port may be opened only then.
     await new Promise((resolve) => setTimeout(resolve, 100));
     inspector = await scene.inspect(Number(port));
