@@ -8,6 +8,7 @@ const { importGltf } = require('../../../../lib/gltf');
 const { Camera, Model, Scene } = require('../../../../scene');
 const { ModelBuilder } = require('../../../fixtures/animations');
 const { realModel } = require('../../../fixtures/models');
+const { bytesPerRun } = require('../../support/heap');
 const { slow } = require('../../support/host');
 const { assertSkins, load } = require('../../support/three-model');
 
@@ -850,23 +851,13 @@ describe('memory of characters', () => {
         seen += character.layers;
       }
     };
-    const frames = (count) => {
-      for (let i = 0; i < count; ++i) {
-        frame(i % 7);
-      }
-    };
-    frames(3000);
-    const kRounds = 20;
-    const kFrames = 500;
-    let bytes = 0;
-    for (let round = 0; round < kRounds; ++round) {
-      const before = process.memoryUsage().heapUsed;
-      frames(kFrames);
-      bytes += Math.max(0, process.memoryUsage().heapUsed - before);
-    }
-    // The least object takes 16 bytes; a round itself takes some.
-    const each = bytes / (kRounds * kFrames);
-    assert(each < 8, `${each} bytes a frame`);
+    assert.strictEqual(
+      bytesPerRun((i) => frame(i % 7)),
+      0
+    );
+    // The measurement detects an object a frame.
+    let kept = null;
+    assert(bytesPerRun((i) => (kept = { i })) >= 16, `${kept.i}`);
     assert(loops > 1000 && seen > 100000, `${loops} loops, ${seen} seen`);
     scene.dispose();
   });

@@ -6,6 +6,7 @@ const three = require('three');
 const nq = require('../../../../lib');
 const { Camera, Model, Scene, ThreeInstances, ThreeWorld, toThree } = require('../../../../scene');
 const { makeReed } = require('../../../../examples/reed');
+const { bytesPerRun } = require('../../support/heap');
 const { slow } = require('../../support/host');
 
 const engine = nq.getEngine();
@@ -606,29 +607,16 @@ describe('toThree', () => {
     const camera = scene.addCamera(new Camera({ fovDegrees: 60 }));
     meshes.forEach(({ skeleton }) => skeleton.computeBoneTexture());
     let drawn = 0;
-    const frames = (count) => {
-      for (let i = 0; i < count; ++i) {
-        camera.lookAt((i % 7) - 3, 0, -20);
-        scene.update(1 / 64);
-        world.update(camera);
-        for (let k = 0; k < meshes.length; ++k) {
-          meshes[k].skeleton.update();
-        }
-        drawn += mesh.count;
+    const frame = (i) => {
+      camera.lookAt((i % 7) - 3, 0, -20);
+      scene.update(1 / 64);
+      world.update(camera);
+      for (let k = 0; k < meshes.length; ++k) {
+        meshes[k].skeleton.update();
       }
+      drawn += mesh.count;
     };
-    frames(3000);
-    const kRounds = 21;
-    const kFrames = 500;
-    const grown = [];
-    for (let round = 0; round < kRounds; ++round) {
-      const before = process.memoryUsage().heapUsed;
-      frames(kFrames);
-      grown.push(process.memoryUsage().heapUsed - before);
-    }
-    // The median, since some rounds have garbage of the compiler, and some a collection. The least object takes 16 bytes.
-    const each = grown.sort((a, b) => a - b)[(kRounds - 1) / 2] / kFrames;
-    assert(each >= 0 && each < 8, `${each} bytes a frame`);
+    assert.strictEqual(bytesPerRun(frame), 0);
     assert(drawn > 10000 && mesh.count < 50, `${drawn}`);
     scene.dispose();
   });
