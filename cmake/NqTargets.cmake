@@ -14,13 +14,14 @@ function(nq_configure target)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(${target} PRIVATE -Wthread-safety)
   endif()
+  # Sanitizers report lines of code, and need no more debug information than that.
   if(NQ_SANITIZE STREQUAL "address")
     target_compile_options(${target} PRIVATE -fsanitize=address,undefined
-        -fno-sanitize-recover=undefined -fno-omit-frame-pointer -g -O1)
+        -fno-sanitize-recover=undefined -fno-omit-frame-pointer -g1 -O1)
     target_link_options(${target} PUBLIC -fsanitize=address,undefined)
   elseif(NQ_SANITIZE STREQUAL "thread")
     # Not as builtins: calls to the three memory functions reach VisibleMemoryFunctions.cpp.
-    target_compile_options(${target} PRIVATE -fsanitize=thread -fno-omit-frame-pointer -g -O1
+    target_compile_options(${target} PRIVATE -fsanitize=thread -fno-omit-frame-pointer -g1 -O1
         -fno-builtin-memcpy -fno-builtin-memmove -fno-builtin-memset)
     target_link_options(${target} PUBLIC -fsanitize=thread)
   endif()

@@ -32,11 +32,21 @@ set(NQ_TSAN_OPTIONS "detect_deadlocks=0")
 
 file(GLOB_RECURSE NQ_TEST_SOURCES CONFIGURE_DEPENDS tests/native/*.cpp)
 if(NQ_TEST_SOURCES)
-  add_executable(nq_tests ${NQ_TEST_SOURCES})
-  nq_configure(nq_tests)
-  target_link_libraries(nq_tests PRIVATE nq_core GTest::gmock GTest::gtest GTest::gtest_main)
-  # GoogleTest's headers take a quarter of the compile time of each test file.
-  target_precompile_headers(nq_tests PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+  # Optimising most tests takes longer than it saves; reference models, and tests that compare with
+  # them over many random inputs, are optimised.
+  set(NQ_LONG_TEST_SOURCES ${NQ_TEST_SOURCES})
+  list(FILTER NQ_LONG_TEST_SOURCES INCLUDE REGEX
+       "/(Reference|[A-Za-z0-9]*(Random|Model|Scene|Play|Stage|World|Sampling|Timelines|Trigonometry|Kernels|Batch|Threads|Fused|System|Culler|Versions))[A-Za-z0-9]*\\.cpp$")
+  list(REMOVE_ITEM NQ_TEST_SOURCES ${NQ_LONG_TEST_SOURCES})
+  add_library(nq_long_tests OBJECT ${NQ_LONG_TEST_SOURCES})
+  add_executable(nq_tests ${NQ_TEST_SOURCES} $<TARGET_OBJECTS:nq_long_tests>)
+  foreach(target nq_long_tests nq_tests)
+    nq_configure(${target})
+    target_link_libraries(${target} PRIVATE nq_core GTest::gmock GTest::gtest GTest::gtest_main)
+    # GoogleTest's headers take a quarter of the compile time of each test file.
+    target_precompile_headers(${target} PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+  endforeach()
+  target_compile_options(nq_tests PRIVATE -O0)
   # One variable: a list would be split at semicolons on its way to the tests.
   if(NQ_SANITIZE STREQUAL "thread")
     set(nativeEnvironment "TSAN_OPTIONS=${NQ_TSAN_OPTIONS}")
@@ -123,6 +133,8 @@ if(NQ_BUILD_MODULE)
   # run by the command NODE. Suites of command buffers need the module that exposes them to
   # JavaScript.
   file(GLOB_RECURSE NQ_SCRIPT_TESTS CONFIGURE_DEPENDS tests/script/*.test.js)
+  # The longest ones start first, so that none runs alone at the end.
+  set(longSuites programs.demo tools.bench lib.checked-animation tools.viewer lib.layout)
   function(nq_add_script_tests prefix output)
     set(environment
         "NQ_MODULE=${output}/nq_logic.node"
@@ -138,6 +150,9 @@ if(NQ_BUILD_MODULE)
                WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}")
       set_tests_properties(${prefix}.${name} PROPERTIES
           LABELS "${prefix}" TIMEOUT ${timeout} ENVIRONMENT "${environment}")
+      if(name IN_LIST longSuites)
+        set_tests_properties(${prefix}.${name} PROPERTIES COST 100)
+      endif()
     endforeach()
   endfunction()
 
