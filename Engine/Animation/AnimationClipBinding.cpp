@@ -2,6 +2,7 @@
 #include "Engine/Animation/AnimationClipBinding.h"
 
 #include "Common/Def/Unaligned.h"
+#include "Engine/Animation/AnimationClipModel.h"
 #include "Engine/Animation/AnimationRecord.h"
 #include "Engine/Animation/AnimationSystem.h"
 #include "Engine/Entity/EngineCore.h"
@@ -15,6 +16,32 @@ namespace {
 Entity* FindEntity3D(EngineCore* core, uint32_t handle) {
   Entity* entity = core->Entities()->FindEntity(handle);
   return entity != nullptr && entity->isThreeD() ? entity : nullptr;
+}
+
+// `indices` are the target indices of a clip's samples.
+SlotSamples MakeSlotSamples(const std::vector<AnimationClipBinding::Target>& targets,
+                            const std::vector<uint32_t>& indices) {
+  SlotSamples result;
+  result.isUsable = true;
+  result.isInOrder = true;
+  for (uint32_t i = 0; i < indices.size() && indices[i] < targets.size(); ++i) {
+    const uint32_t slot = targets[indices[i]].slot;
+    if (slot == RestPoses::kNoSlot) {
+      result.isInOrder = result.isInOrder && i + 1 == indices.size();
+      continue;
+    }
+    if (slot >= result.positions.size()) {
+      result.positions.resize(slot + 1, SlotSamples::kNoSample);
+    }
+    result.isUsable = result.isUsable && result.positions[slot] == SlotSamples::kNoSample;
+    result.isInOrder = result.isInOrder && slot == i;
+    result.positions[slot] = i;
+  }
+  result.end = static_cast<uint32_t>(result.positions.size());
+  if (result.isInOrder) {
+    result.positions = std::vector<uint32_t>();
+  }
+  return result;
 }
 
 }  // namespace
@@ -32,7 +59,7 @@ void AnimationClipBinding::Create(const uint8_t* bytes, uint32_t byteOffset, uin
 bool AnimationClipBinding::ParseTargets(const uint8_t* bytes, uint32_t byteOffset, uint32_t clips,
                                         uint32_t /*words*/, std::map<uint32_t, Entity*>* resolved) {
   const uint8_t* words = bytes + byteOffset;
-  std::map<uint32_t, std::vector<Target>> lists;
+  std::map<uint32_t, TargetList> lists;
   uint64_t cursor = 0;  // in words after the clip handles
   for (uint32_t c = 0; c < clips; ++c) {
     const uint32_t clipHandle = ReadWord(words, c);
@@ -60,7 +87,7 @@ bool AnimationClipBinding::ParseTargets(const uint8_t* bytes, uint32_t byteOffse
       }
     }
     // If a clip is listed twice, its first list is kept.
-    lists.emplace(clipHandle, std::move(list));
+    lists.emplace(clipHandle, TargetList{std::move(list), {}});
   }
   clipTargets.swap(lists);
   slotsVersion = 0;
@@ -70,7 +97,8 @@ bool AnimationClipBinding::ParseTargets(const uint8_t* bytes, uint32_t byteOffse
 
 void AnimationClipBinding::FindRoot() {
   root = 0;
-  for (const auto& [clipHandle, list] : clipTargets) {
+  for (const auto& [clipHandle, entry] : clipTargets) {
+    const std::vector<Target>& list = entry.targets;
     if (list.empty()) {
       continue;
     }
@@ -91,25 +119,46 @@ Entity* AnimationClipBinding::rootEntity() const {
 
 Entity* AnimationClipBinding::FindTarget(uint32_t clipHandle, uint32_t targetIndex) const {
   const auto found = clipTargets.find(clipHandle);
-  if (found == clipTargets.end() || targetIndex >= found->second.size() ||
+  if (found == clipTargets.end() || targetIndex >= found->second.targets.size() ||
       core->Animation()->FindAnimationClipModel(clipHandle) == nullptr) {
     return nullptr;
   }
-  return FindEntity3D(core, found->second[targetIndex].handle);
+  return FindEntity3D(core, found->second.targets[targetIndex].handle);
+}
+
+void AnimationClipBinding::LookUpSlots() {
+  if (slotsVersion == defaults.Version()) {
+    return;
+  }
+  slotsVersion = defaults.Version();
+  for (auto& [handle, list] : clipTargets) {
+    for (Target& target : list.targets) {
+      target.slot = defaults.Find(target.handle);
+    }
+    list.bySlot.serial = 0;
+  }
 }
 
 const std::vector<AnimationClipBinding::Target>* AnimationClipBinding::SlotsOf(
     uint32_t clipHandle) {
-  if (slotsVersion != defaults.Version()) {
-    slotsVersion = defaults.Version();
-    for (auto& [handle, list] : clipTargets) {
-      for (Target& target : list) {
-        target.slot = defaults.Find(target.handle);
-      }
-    }
-  }
+  LookUpSlots();
   const auto found = clipTargets.find(clipHandle);
-  return found == clipTargets.end() ? nullptr : &found->second;
+  return found == clipTargets.end() ? nullptr : &found->second.targets;
+}
+
+const SlotSamples* AnimationClipBinding::SamplesBySlot(uint32_t clipHandle,
+                                                       AnimationClipModel* clip) {
+  LookUpSlots();
+  const auto found = clipTargets.find(clipHandle);
+  if (found == clipTargets.end()) {
+    return nullptr;
+  }
+  SlotSamples* bySlot = &found->second.bySlot;
+  if (bySlot->serial != clip->serial) {
+    *bySlot = MakeSlotSamples(found->second.targets, clip->Targets());
+    bySlot->serial = clip->serial;
+  }
+  return bySlot;
 }
 
 bool AnimationClipBinding::Update(const uint8_t* bytes, uint32_t byteOffset, uint32_t clips,

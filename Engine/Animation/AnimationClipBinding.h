@@ -11,8 +11,27 @@
 
 namespace nq::engine {
 
+class AnimationClipModel;
 class EngineCore;
 class Entity;
+
+// Which sample of a clip poses each slot of a binding's rest poses.
+class SlotSamples {
+ public:
+  static constexpr uint32_t kNoSample = 0xFFFFFFFFu;
+
+  // The position of a slot's sample, or kNoSample.
+  uint32_t At(uint32_t slot) const {
+    return slot >= end ? kNoSample : isInOrder ? slot : positions[slot];
+  }
+
+  bool isUsable = false;   // no two samples pose the same slot
+  bool isInOrder = false;  // sample i poses slot i, up to `end`: `positions` is empty
+  uint32_t end = 0;        // above the last slot that has a sample
+  std::vector<uint32_t> positions;
+
+  uint64_t serial = 0;  // of the clip that it was made for; 0 for none
+};
 
 // Holds, for each clip, the entities of its target indices, and for each bound entity the rest pose
 // that blending falls back on. Only 3D entities are bound.
@@ -67,6 +86,10 @@ class AnimationClipBinding {
 
   // The list of a clip with its slots brought up to date, or null.
   const std::vector<Target>* SlotsOf(uint32_t clipHandle);
+
+  // The same by slot, for the clip that the handle names; null without a list.
+  const SlotSamples* SamplesBySlot(uint32_t clipHandle, AnimationClipModel* clip);
+
   bool HasList(uint32_t clipHandle) const { return clipTargets.count(clipHandle) != 0; }
 
   // The topmost 3D ancestor of the first entity that the lists name, in ascending order of clips;
@@ -79,12 +102,19 @@ class AnimationClipBinding {
   RestPoses defaults;
 
  private:
+  // The targets of a clip, and what was derived from them.
+  struct TargetList {
+    std::vector<Target> targets;
+    SlotSamples bySlot;
+  };
+
   void FindRoot();
+  void LookUpSlots();
   void Snapshot(const Entity* entity);
 
-  std::map<uint32_t, std::vector<Target>> clipTargets;  // by clip handle
-  uint64_t slotsVersion = 0;  // version of `defaults` at the last slot look-up
-  uint32_t root = 0;          // handle, 0 for none
+  std::map<uint32_t, TargetList> clipTargets;  // by clip handle
+  uint64_t slotsVersion = 0;                   // version of `defaults` at the last slot look-up
+  uint32_t root = 0;                           // handle, 0 for none
   uint32_t rootGeneration = 0;
 };
 

@@ -1,6 +1,8 @@
 // Parsing of clips, and sampling of all their tracks.
 #include "Engine/Animation/AnimationClipModel.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <map>
@@ -56,10 +58,28 @@ void StoreKey(const ClipKey& key, uint32_t sampleType, ClipTrack* track) {
   track->channels[channel].push_back(key);
 }
 
+uint64_t NextSerial() {
+  static std::atomic<uint64_t> lastSerial{0};
+  return ++lastSerial;
+}
+
+ClipShape ShapeOf(const std::vector<ClipTrack>& tracks) {
+  ClipShape shape;
+  const auto hasKeys = [](const std::vector<ClipKey>& keys) { return !keys.empty(); };
+  for (const ClipTrack& track : tracks) {
+    const auto first = track.channels.begin();
+    const auto rotation = first + kRotationChannel;
+    const bool rotates = std::any_of(rotation, first + kRotationWChannel, hasKeys);
+    shape.moves.push_back(std::any_of(first, rotation, hasKeys) ? 1 : 0);
+    shape.hasAngles = shape.hasAngles || (rotates && !track.isQuaternion);
+  }
+  return shape;
+}
+
 }  // namespace
 
 AnimationClipModel::AnimationClipModel(const uint8_t* data, uint32_t size)
-    : parsed(size <= sizeof(ClipHeader)) {
+    : serial(NextSerial()), parsed(size <= sizeof(ClipHeader)) {
   if (size > sizeof(ClipHeader)) {
     raw = std::make_unique<uint8_t[]>(size);
     std::memcpy(raw.get(), data, size);
@@ -111,6 +131,7 @@ void AnimationClipModel::Parse() {
     ordered.push_back(std::move(track));
   }
   timelines.Build(ordered);
+  shape = ShapeOf(ordered);
   raw.reset();
   parsed.store(true, std::memory_order_release);
 }

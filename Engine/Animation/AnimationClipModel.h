@@ -14,6 +14,12 @@
 
 namespace nq::engine {
 
+// Which channels the tracks of a clip have keys for.
+struct ClipShape {
+  bool hasAngles = false;      // some track has keys of Euler angles
+  std::vector<uint8_t> moves;  // by track: 1 if it has keys of position or scale, else 0
+};
+
 // Keeps a copy of the bytes (ClipFormat.h) and parses it lazily, on the first thread that uses it.
 // Knows nothing of entities: curves name small target indices.
 //
@@ -43,6 +49,16 @@ class AnimationClipModel {
     return static_cast<uint32_t>(targets.size());
   }
 
+  // The target indices, ascending: one per track, in the order of the samples.
+  const std::vector<uint32_t>& Targets() {
+    EnsureParsed();
+    return targets;
+  }
+  const ClipShape& Shape() {
+    EnsureParsed();
+    return shape;
+  }
+
   // The samples at a whole frame, modulo the clip's length. Computed once and cached; the result
   // stays valid and unchanged for the life of the model.
   const SampleMap& SampleAtFrame(uint32_t frame);
@@ -51,6 +67,10 @@ class AnimationClipModel {
   // samples the first keys. The second overload reuses the memory of `samples`.
   SampleMap SampleAtTime(float time);
   void SampleAtTime(float time, SampleMap* samples);
+
+  // From 1, unique across all models ever created: unlike an address, never that of a model which
+  // was released before.
+  const uint64_t serial;
 
   // For inspecting a parsed model while no task uses it.
   uint32_t frameCount() const NQ_NO_THREAD_SAFETY_ANALYSIS { return frames; }
@@ -69,6 +89,7 @@ class AnimationClipModel {
   // Written by the parse only, which precedes every read.
   std::vector<uint32_t> targets;  // target indices, ascending
   ClipTimelines timelines;        // the tracks, in that order
+  ClipShape shape;
 
   uint32_t frames NQ_GUARDED_BY(lock) = 0;
   uint32_t rate NQ_GUARDED_BY(lock) = 0;  // frames per second

@@ -30,7 +30,7 @@ void ControllerMask::Set(const uint8_t* records, uint32_t count) {
 const float* ControllerMask::WeightsBySlot(const RestPoses& restPoses) {
   if (seenVersion != restPoses.Version()) {
     seenVersion = restPoses.Version();
-    weights.assign(restPoses.SlotCount(), 1.0f);
+    weights.assign((size_t{restPoses.SlotCount()} + 3) / 4 * 4, 1.0f);
     for (const ControllerMaskRecord& entry : entries) {
       const uint32_t slot = restPoses.Find(entry.entity);
       if (slot != RestPoses::kNoSlot) {

@@ -20,7 +20,8 @@ class ControllerMask {
   // Replaces the mask by `count` records, at least 1; the first of several for an entity counts.
   void Set(const uint8_t* records, uint32_t count);
 
-  // Weights by slot of a binding's rest poses; 1 for entities not in the mask.
+  // Weights by slot of a binding's rest poses; 1 for entities not in the mask, and in up to three
+  // more slots, so that four at a time can be read.
   const float* WeightsBySlot(const RestPoses& restPoses);
 
  private:

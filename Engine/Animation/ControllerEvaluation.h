@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "Engine/Animation/AnimatorControllerModel.h"
+#include "Engine/Animation/FusedEvaluation.h"
 #include "Engine/Animation/StateEvaluation.h"
 #include "Engine/Animation/TargetPose.h"
 
@@ -15,6 +16,8 @@ class TransformTree;
 // Holds a thread's working memory, which is reused by its evaluations. In the order of the work:
 //
 //   each state -> statePose -> layerPose, for each layer -> finalPose -> records of entities
+//
+// That is the general way, bones state by state and layer by layer. FusedEvaluation is tried first.
 //
 // Thread safety: one evaluation per thread. Evaluations of controllers with different bindings and
 // entities may run concurrently.
@@ -27,6 +30,9 @@ class ControllerEvaluation {
   // local matrix of each posed entity and marks it, even if nothing was stored.
   void Run(AnimatorControllerModel* controller);
 
+  // The same without trying FusedEvaluation, for a controller with a binding.
+  void RunInFull(AnimatorControllerModel* controller, AnimationClipBinding* binding);
+
  private:
   // Evaluates the states of a layer into `layerPose`; empty for a layer that is off.
   void EvaluateLayer(AnimatorControllerModel* controller, uint32_t index, RestPoses* restPoses);
@@ -37,6 +43,7 @@ class ControllerEvaluation {
   // Stores `finalPose` in the entities.
   void WritePoses(TransformTree* tree, const RestPoses& restPoses);
 
+  FusedEvaluation fused;
   StateScratch stateScratch;
   PoseSet statePose;
   PoseSet layerPose;

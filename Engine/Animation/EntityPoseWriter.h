@@ -92,6 +92,15 @@ class EntityPoseWriter {
     StoreOwnLocalMatrix(LocalMatrix(), m.c0, m.c1, m.c2, m.c3);
   }
 
+  // Selects `count` entities by the handles from `handle` up. False unless all are 3D entities of
+  // one batch; then nothing else may be called.
+  bool SeekRun3D(uint32_t handle, uint32_t count) {
+    return Seek(handle) && batch.isThreeD && batch.count - index >= count;
+  }
+
+  // Selects the next entity of a run.
+  void Next() { ++index; }
+
   // Marks the entity as dirty, as TransformTree does.
   void Mark() const { marker.Mark(batch, slot, index); }
 

@@ -37,6 +37,12 @@ class RestPoses {
     return recent.number == number && recent.slot != kNoSlot ? recent.slot : EnsureSlow(number);
   }
 
+  // The same as Find, faster for recent numbers.
+  uint32_t FindRecent(uint32_t number) const {
+    const Key& recent = recentKeys[number % kRecentKeys];
+    return recent.number == number && recent.slot != kNoSlot ? recent.slot : Find(number);
+  }
+
   TransformValue& Value(uint32_t slot) { return values[slot]; }
   const TransformValue& Value(uint32_t slot) const { return values[slot]; }
   uint32_t Number(uint32_t slot) const { return numbers[slot]; }

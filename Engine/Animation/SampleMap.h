@@ -19,6 +19,7 @@ class SampleMap {
   // The target index and the sample at a position.
   uint32_t Target(uint32_t i) const { return targets[i]; }
   const ClipSample& Sample(uint32_t i) const { return samples[i]; }
+  const ClipSample* Data() const { return samples.data(); }
 
   // The sample of a target index, or null.
   const ClipSample* Find(uint32_t target) const {

@@ -9,6 +9,7 @@
 #include "Engine/Animation/AnimationSystem.h"
 #include "Engine/Animation/AnimatorControllerModel.h"
 #include "Engine/Animation/AnimatorControllerStateModel.h"
+#include "Engine/Animation/PoseRows.h"
 #include "Engine/Animation/QuaternionMath.h"
 #include "Engine/Entity/EngineCore.h"
 #include "Engine/Entity/EntitySystem.h"
@@ -60,38 +61,19 @@ void FindReferences(const ControllerClipRecord& entry, AnimationClipBinding* bin
   }
 }
 
-// Adds the first four, or the last two, channels of a sample to a sum.
-inline void AddFour(__m128 value, __m128 w, bool isFresh, float* sumValue, float* sumWeight) {
-  const __m128 isNumber = _mm_cmpord_ps(value, value);
-  const __m128 oldWeight = PoseWeights(sumWeight, isFresh);
-  const __m128 touched = _mm_and_ps(oldWeight, _mm_cmpord_ps(oldWeight, oldWeight));
-  const __m128 oldValue = PoseValues(sumValue, isFresh);
-  const __m128 newValue = _mm_add_ps(oldValue, _mm_mul_ps(value, w));
-  const __m128 newWeight = _mm_add_ps(touched, w);
-  _mm_store_ps(sumValue,
-               _mm_or_ps(_mm_and_ps(isNumber, newValue), _mm_andnot_ps(isNumber, oldValue)));
-  _mm_store_ps(sumWeight,
-               _mm_or_ps(_mm_and_ps(isNumber, newWeight), _mm_andnot_ps(isNumber, oldWeight)));
-}
-
 // Subtracts the reference where neither side is NaN.
 void SubtractReference(const ClipSample& reference, ClipSample* sample) {
-  for (uint32_t channel = 0; channel < kPoseChannels; ++channel) {
-    if (!std::isnan(sample->channel[channel]) && !std::isnan(reference.channel[channel])) {
-      sample->channel[channel] -= reference.channel[channel];
-    }
-  }
+  const __m128 second = WithoutReference(SecondRow(*sample), SecondRow(reference));
+  _mm_store_ps(sample->channel, WithoutReference(FirstRow(*sample), FirstRow(reference)));
+  _mm_storel_pi(reinterpret_cast<__m64*>(sample->channel + 4), second);
 }
 
 // `isFresh`: `sum` is still uninitialised.
 void AddSample(const ClipSample& sample, const float* rotation, float w, bool isFresh,
                TargetPose* sum) {
   const __m128 weight = _mm_set1_ps(w);
-  AddFour(_mm_load_ps(sample.channel), weight, isFresh, sum->value, sum->weight);
-  // The upper two lanes are unused.
-  const __m128 lastTwo =
-      _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(sample.channel + 4));
-  AddFour(lastTwo, weight, isFresh, sum->value + 4, sum->weight + 4);
+  sum->SetFirst(AddSampleRow(FirstRow(sample), weight, sum->FirstOrEmpty(isFresh)));
+  sum->SetSecond(AddSampleRow(SecondRow(sample), weight, sum->SecondOrEmpty(isFresh)));
   AddRotation(rotation, w, isFresh, sum);
 }
 

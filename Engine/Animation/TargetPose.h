@@ -8,12 +8,10 @@
 #include <vector>
 
 #include "Common/Def/Vectors.h"
+#include "Engine/Animation/PoseRows.h"
 #include "Engine/Animation/QuaternionMath.h"
 
 namespace nq::engine {
-
-// Position and scale are six channels, in the order of ClipSample.
-constexpr uint32_t kPoseChannels = 6;
 
 // Sums of weighted values. A NaN weight means that the channel is not animated; the first
 // contribution sets it to 0 before it adds. Two lanes of each row are unused.
@@ -28,15 +26,21 @@ struct alignas(16) TargetPose {
     constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
     *this = TargetPose{{}, {kNaN, kNaN, kNaN, kNaN, kNaN, kNaN, kNaN, kNaN}, {}, kNaN};
   }
-};
 
-// Four lanes of a pose's rows as stored; those of an empty pose if it is still uninitialised.
-inline __m128 PoseValues(const float* values, bool isFresh) {
-  return isFresh ? _mm_setzero_ps() : _mm_load_ps(values);
-}
-inline __m128 PoseWeights(const float* weights, bool isFresh) {
-  return isFresh ? _mm_set1_ps(std::numeric_limits<float>::quiet_NaN()) : _mm_load_ps(weights);
-}
+  // The halves of the channels as stored; those of an empty pose if this one is uninitialised.
+  PoseRow First() const { return PoseRow{_mm_load_ps(value), _mm_load_ps(weight)}; }
+  PoseRow Second() const { return PoseRow{_mm_load_ps(value + 4), _mm_load_ps(weight + 4)}; }
+  PoseRow FirstOrEmpty(bool isFresh) const { return isFresh ? PoseRow() : First(); }
+  PoseRow SecondOrEmpty(bool isFresh) const { return isFresh ? PoseRow() : Second(); }
+  void SetFirst(const PoseRow& row) {
+    _mm_store_ps(value, row.value);
+    _mm_store_ps(weight, row.weight);
+  }
+  void SetSecond(const PoseRow& row) {
+    _mm_store_ps(value + 4, row.value);
+    _mm_store_ps(weight + 4, row.weight);
+  }
+};
 
 // Adds a rotation with weight `w`, if there is one.
 inline void AddRotation(const float* rotation, float w, bool isFresh, TargetPose* sum) {

@@ -122,6 +122,12 @@ static_assert(offsetof(Entity3DRecord, scale) ==
                   offsetof(Entity3DRecord, position) + sizeof(Entity3DRecord::position),
               "six in a row");
 
+// The fourth column of a local matrix.
+inline __m128 PositionColumn(__m128 positionScaleX) {
+  const __m128 firstThree = _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0));
+  return _mm_or_ps(_mm_and_ps(positionScaleX, firstThree), _mm_setr_ps(0.0f, 0.0f, 0.0f, 1.0f));
+}
+
 // A local matrix: rotation with scaled columns, and position. The fourth row is 0, 0, 0, 1 whatever
 // the scale is.
 struct LocalColumns {
@@ -136,7 +142,7 @@ struct LocalColumns {
     c0 = _mm_and_ps(_mm_mul_ps(scaleX, rotation.c0), firstThree);
     c1 = _mm_and_ps(_mm_mul_ps(scaleY, rotation.c1), firstThree);
     c2 = _mm_and_ps(_mm_mul_ps(scaleZ, rotation.c2), firstThree);
-    c3 = _mm_or_ps(_mm_and_ps(four, firstThree), _mm_setr_ps(0.0f, 0.0f, 0.0f, 1.0f));
+    c3 = PositionColumn(four);
   }
 };
 

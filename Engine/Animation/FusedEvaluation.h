@@ -1,0 +1,115 @@
+// The evaluation of common controllers in one pass over the bones, four bones at a time.
+#ifndef NQ_ENGINE_ANIMATION_FUSEDEVALUATION_H_
+#define NQ_ENGINE_ANIMATION_FUSEDEVALUATION_H_
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "Engine/Animation/AnimationClipBinding.h"
+#include "Engine/Animation/AnimationRecord.h"
+#include "Engine/Animation/PoseRows.h"
+#include "Engine/Animation/SampleMap.h"
+
+namespace nq::engine {
+
+class AnimationClipModel;
+class AnimatorControllerModel;
+class EntityPoseWriter;
+struct AnimatorControllerStateModel;
+template <bool kMoves>
+struct FourPoses;
+
+// Where ControllerEvaluation makes a pass over all bones for each state and layer, this class keeps
+// the poses of four bones (slots of the binding's rest poses) in registers through all states and
+// layers, up to the entities' records. The bits of the results are those of ControllerEvaluation,
+// which evaluates what this class refuses:
+//
+//   - a state that fills up with rest poses
+//   - clips with Euler angles, or with several targets for one entity
+//   - more than kMaxClips clips at once, or references to more than kMaxReferences poses
+//   - a channel or rotation that becomes NaN (whose payload would depend on the order of operands)
+//   - rest poses that completing a layer would insert
+//
+// The last two are found on the way. What was written until then is what the general evaluation
+// writes again.
+//
+// Thread safety: as ControllerEvaluation.
+class FusedEvaluation {
+ public:
+  // Evaluates a controller with a binding. False if it refuses: the caller evaluates in full.
+  bool Run(AnimatorControllerModel* controller, AnimationClipBinding* binding);
+
+ private:
+  static constexpr uint32_t kMaxClips = 16;
+  static constexpr uint32_t kMaxReferences = 8;
+
+  // Samples of a clip, found by slot.
+  struct Samples {
+    Samples() = default;
+    Samples(const SlotSamples* bySlot, const SampleMap& map);
+
+    const SlotSamples* bySlot = nullptr;
+    const ClipSample* samples = nullptr;
+    uint32_t count = 0;
+    uint32_t orderEnd = 0;  // each slot below this one has the sample of the same number
+  };
+
+  struct Clip {
+    Samples own;
+    Samples reference;  // of additive layers
+    const uint8_t* moves;
+    float weight;
+  };
+
+  struct State {
+    float weight;
+    uint32_t clipEnd;  // index above its last clip
+  };
+
+  struct Layer {
+    Merge merge;
+    bool additive;
+    float share;
+    const float* mask;  // by slot; null for a layer that is not masked
+    uint32_t stateEnd;  // index above its last state
+  };
+
+  // A pose that is subtracted. Characters of a crowd mostly share them, and they mostly stay from
+  // frame to frame.
+  struct Reference {
+    uint64_t serial = 0;  // of the clip; 0 for none
+    float time = 0.0f;
+    uint64_t run = 0;  // the last one that used it
+    SampleMap samples;
+  };
+
+  // Lists what is evaluated, in order, and samples it.
+  bool Gather(AnimatorControllerModel* controller, AnimationClipBinding* binding);
+  bool GatherLayer(const AnimatorControllerModel& controller, const ControllerLayerRecord& record,
+                   AnimationClipBinding* binding);
+  bool GatherState(const AnimatorControllerStateModel& state, bool additive,
+                   AnimationClipBinding* binding);
+  bool GatherClip(const ControllerClipRecord& entry, bool additive, AnimationClipBinding* binding);
+  bool FindReference(const ControllerClipRecord& entry, AnimationClipBinding* binding, Clip* clip);
+  const SampleMap* SampleReference(AnimationClipModel* model, float time);
+
+  // Poses the bones of four slots, from `slot` up.
+  template <bool kMoves>
+  bool PoseFour(uint32_t slot, RestPoses* restPoses, EntityPoseWriter* writer);
+  bool AnyMoves(uint32_t slot) const;
+  template <bool kMoves>
+  static void AddClip(const Clip& clip, const Layer& layer, uint32_t slot, FourPoses<kMoves>* pose);
+
+  uint64_t run = 0;  // counts calls of Run
+  uint32_t slotEnd = 0;
+  std::vector<Clip> clips;
+  std::vector<State> states;
+  std::vector<Layer> layers;
+  std::array<SampleMap, kMaxClips> samples;  // of `clips`
+  std::array<Reference, kMaxReferences> references;
+};
+
+}  // namespace nq::engine
+
+#endif  // NQ_ENGINE_ANIMATION_FUSEDEVALUATION_H_
