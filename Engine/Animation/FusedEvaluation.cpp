@@ -70,30 +70,25 @@ TransformValue* FindRest(RestPoses* restPoses, uint32_t number) {
   return slot == RestPoses::kNoSlot ? nullptr : &restPoses->Value(slot);
 }
 
-// Completes the channels of an override layer, and copies scale z of each bone. False without a
-// rest pose.
-NQ_NO_INLINE bool CompleteRows(RestPoses* restPoses, PoseRow (*rows)[2], float* scaleZ) {
-  for (uint32_t i = 0; i < kLanes; ++i) {
-    float value[8];
-    float weight[8];
-    for (uint32_t half = 0; half < 2; ++half) {
-      _mm_storeu_ps(value + 4 * half, rows[i][half].value);
-      _mm_storeu_ps(weight + 4 * half, rows[i][half].weight);
-    }
-    const auto find = [restPoses](uint32_t number) { return FindRest(restPoses, number); };
-    if (IsPartial(rows[i][0].weight, rows[i][1].weight) && !CompleteChannels(value, weight, find)) {
-      return false;
-    }
-    for (uint32_t half = 0; half < 2; ++half) {
-      rows[i][half].value = _mm_loadu_ps(value + 4 * half);
-    }
-    scaleZ[i] = value[kScaleZChannel];
+// Completes the channels of a bone in an override layer. False without a rest pose.
+NQ_NO_INLINE bool CompleteRows(RestPoses* restPoses, PoseRow* rows) {
+  float value[8];
+  float weight[8];
+  for (uint32_t half = 0; half < 2; ++half) {
+    _mm_storeu_ps(value + 4 * half, rows[half].value);
+    _mm_storeu_ps(weight + 4 * half, rows[half].weight);
   }
+  const auto find = [restPoses](uint32_t number) { return FindRest(restPoses, number); };
+  if (!CompleteChannels(value, weight, find)) {
+    return false;
+  }
+  rows[0].value = _mm_loadu_ps(value);
+  rows[1].value = _mm_loadu_ps(value + 4);
   return true;
 }
 
-// The rotations by which the rotations of `lanes` are completed: those of the rest poses of number
-// scale z. False without one.
+// The rotations by which those of `lanes` are completed: of the rest poses of number scale z. False
+// without one.
 NQ_NO_INLINE bool FindRestRotations(RestPoses* restPoses, const float* scaleZ, int lanes,
                                     FourQuaternions* out) {
   __m128 resting[kLanes];
@@ -109,6 +104,23 @@ NQ_NO_INLINE bool FindRestRotations(RestPoses* restPoses, const float* scaleZ, i
   }
   *out = TransposeFour(resting[0], resting[1], resting[2], resting[3]);
   return true;
+}
+
+// True if the numbers of four slots follow each other.
+inline bool AreConsecutive(const RestPoses& restPoses, uint32_t slot) {
+  const uint32_t first = restPoses.Number(slot);
+  return restPoses.Number(slot + 1) == first + 1 && restPoses.Number(slot + 2) == first + 2 &&
+         restPoses.Number(slot + 3) == first + 3;
+}
+
+// True if an animated channel is NaN.
+inline bool HasNaN(const PoseRow& row) {
+  return Any(_mm_andnot_ps(IsNumber(row.value), IsNumber(row.weight)));
+}
+
+// The second of four lanes.
+inline float SecondLane(__m128 lanes) {
+  return _mm_cvtss_f32(_mm_shuffle_ps(lanes, lanes, _MM_SHUFFLE(1, 1, 1, 1)));
 }
 
 }  // namespace
@@ -145,69 +157,36 @@ struct FourSamples {
   }
 };
 
-// Positions and scales of four bones; none unless `kMoves`.
-template <bool kMoves>
-struct FourRows {
-  PoseRow of[kLanes][2];
-};
-template <>
-struct FourRows<false> {};
+// The rotations of four bones, of a state or of a layer: TargetPose side by side.
+struct FourTurns {
+  __m128 present;  // bones that have a pose at all
+  __m128 weight;   // NaN: not rotated
+  FourQuaternions rotation;
 
-// The poses of four bones, of a state or of a layer: TargetPose side by side, but positions and
-// scales are bone by bone. Most bones only rotate: `kMoves` is false if all four do.
-template <bool kMoves>
-struct FourPoses {
-  __m128 present = NoLane();  // bones that have a pose at all
-  __m128 rotationWeight = PoseRow().weight;
-  FourQuaternions rotation = ZeroFour();
-  FourRows<kMoves> rows;
-  bool isEmpty = true;  // no rotation was added
+  static FourTurns None() { return FourTurns{NoLane(), PoseRow().weight, ZeroFour()}; }
 
-  // Adds rotations with weights `w` in the lanes of `mask`.
-  NQ_FORCE_INLINE void AddRotations(const FourQuaternions& q, __m128 w, __m128 mask) {
-    rotationWeight = Select(mask, _mm_add_ps(Touched(rotationWeight), w), rotationWeight);
-    rotation = isEmpty ? FirstFour(q, w, mask) : AddFour(rotation, q, w, mask);
-    isEmpty = false;
+  // Adds rotations with weights `w` in the lanes of `mask`. `isFirst`: nothing was added yet.
+  NQ_FORCE_INLINE void Add(const FourQuaternions& q, __m128 w, __m128 mask, bool isFirst) {
+    weight = Select(mask, _mm_add_ps(Touched(weight), w), weight);
+    rotation = isFirst ? FirstFour(q, w, mask) : AddFour(rotation, q, w, mask);
   }
 
-  // Adds a state's poses to those of its layer.
-  NQ_FORCE_INLINE void AddState(const FourPoses& pose, float weight) {
-    const __m128 s = _mm_set1_ps(weight);
-    const __m128 w = pose.rotationWeight;
-    present = _mm_or_ps(present, pose.present);
-    // The rotation was already weighted when it was added to the state's pose, and is weighted
-    // again.
-    AddRotations(pose.rotation, _mm_mul_ps(w, s),
-                 _mm_and_ps(IsNumber(w), _mm_cmpneq_ps(w, _mm_setzero_ps())));
-    if constexpr (kMoves) {
-      for (uint32_t i = 0; i < kLanes; ++i) {
-        rows.of[i][0] = AddStateRow(pose.rows.of[i][0], s, rows.of[i][0]);
-        rows.of[i][1] = AddStateRow(pose.rows.of[i][1], s, rows.of[i][1]);
-      }
-    }
-  }
-
-  // Completes an override layer. False if a rest pose would have to be inserted.
-  NQ_FORCE_INLINE bool CompleteOverride(RestPoses* restPoses) {
-    float scaleZ[kLanes] = {};
-    if constexpr (kMoves) {
-      if (!CompleteRows(restPoses, rows.of, scaleZ)) {
-        return false;
-      }
-    }
-    const __m128 partial = _mm_cmplt_ps(rotationWeight, _mm_set1_ps(1.0f));
+  // Completes an override layer, where the values of scale z are `scaleZ`. False if a rest pose
+  // would have to be inserted.
+  NQ_FORCE_INLINE bool CompleteOverride(RestPoses* restPoses, const float* scaleZ) {
+    const __m128 partial = _mm_cmplt_ps(weight, _mm_set1_ps(1.0f));
     if (Any(partial)) {
       FourQuaternions rest;
       if (!FindRestRotations(restPoses, scaleZ, _mm_movemask_ps(partial), &rest)) {
         return false;
       }
-      rotation = AddFour(rotation, rest, _mm_sub_ps(_mm_set1_ps(1.0f), rotationWeight), partial);
+      rotation = AddFour(rotation, rest, _mm_sub_ps(_mm_set1_ps(1.0f), weight), partial);
     }
     rotation = NormaliseFour(rotation);
     return true;
   }
 
-  void CompleteAdditive() { rotation = ScaledFour(rotation, rotationWeight); }
+  void CompleteAdditive() { rotation = ScaledFour(rotation, weight); }
 };
 
 FusedEvaluation::Samples::Samples(const SlotSamples* bySlot, const SampleMap& map)
@@ -220,12 +199,9 @@ bool FusedEvaluation::Run(AnimatorControllerModel* controller, AnimationClipBind
   if (!Gather(controller, binding)) {
     return false;
   }
-  RestPoses* restPoses = &binding->defaults;
   EntityPoseWriter writer(&controller->core->Entities()->Tree());
-  for (uint32_t slot = 0; slot < slotEnd; slot += kLanes) {
-    const bool isPosed = AnyMoves(slot) ? PoseFour<true>(slot, restPoses, &writer)
-                                        : PoseFour<false>(slot, restPoses, &writer);
-    if (!isPosed) {
+  for (uint32_t slot = 0; slot < slotEnd; slot += kBlock) {
+    if (!PoseBlock(slot, std::min(kBlock, slotEnd - slot), &binding->defaults, &writer)) {
       return false;
     }
   }
@@ -243,6 +219,7 @@ bool FusedEvaluation::Gather(AnimatorControllerModel* controller, AnimationClipB
     if (record.blendMode > kAdditiveLayer || record.firstState == kNoHandle) {
       continue;
     }
+    const uint32_t stateBegin = static_cast<uint32_t>(states.size());
     if (!GatherLayer(*controller, record, binding)) {
       return false;
     }
@@ -250,7 +227,7 @@ bool FusedEvaluation::Gather(AnimatorControllerModel* controller, AnimationClipB
     ControllerMask* mask = controller->masks.Find(index);
     layers.push_back(Layer{MergeOf(index, additive, record.weight), additive, record.weight,
                            mask == nullptr ? nullptr : mask->WeightsBySlot(binding->defaults),
-                           static_cast<uint32_t>(states.size())});
+                           Range{stateBegin, static_cast<uint32_t>(states.size())}});
   }
   return true;
 }
@@ -278,13 +255,15 @@ bool FusedEvaluation::GatherState(const AnimatorControllerStateModel& state, boo
   if (state.Record().fillDefaults != 0.0f) {
     return false;
   }
+  const uint32_t clipBegin = static_cast<uint32_t>(clips.size());
   for (uint32_t k = 0; k < state.clipCount; ++k) {
     const ControllerClipRecord& entry = state.Clip(k);
     if (entry.weight != 0.0f && !GatherClip(entry, additive, binding)) {
       return false;
     }
   }
-  states.push_back(State{state.Record().weight, static_cast<uint32_t>(clips.size())});
+  states.push_back(
+      State{state.Record().weight, Range{clipBegin, static_cast<uint32_t>(clips.size())}});
   return true;
 }
 
@@ -350,29 +329,72 @@ const SampleMap* FusedEvaluation::SampleReference(AnimationClipModel* model, flo
   return &oldest->samples;
 }
 
-// True if a clip may have positions or scales for one of four slots.
-bool FusedEvaluation::AnyMoves(uint32_t slot) const {
+// Bits of the lanes for which a clip may have positions or scales.
+uint32_t FusedEvaluation::MovingLanes(uint32_t slot) const {
+  uint32_t lanes = 0;
   for (const Clip& clip : clips) {
-    if (slot + kLanes <= clip.own.orderEnd) {
-      if (ReadUnaligned<uint32_t>(clip.moves + slot) != 0) {
-        return true;
-      }
+    if (slot + kLanes <= clip.own.orderEnd && ReadUnaligned<uint32_t>(clip.moves + slot) == 0) {
       continue;
     }
     for (uint32_t i = 0; i < kLanes; ++i) {
       const uint32_t position = clip.own.bySlot->At(slot + i);
-      if (position < clip.own.count && clip.moves[position] != 0) {
-        return true;
-      }
+      lanes |= (position < clip.own.count && clip.moves[position] != 0 ? 1u : 0u) << i;
     }
   }
-  return false;
+  return lanes;
 }
 
-// Adds the samples of a clip to the poses of its state.
-template <bool kMoves>
-NQ_FORCE_INLINE void FusedEvaluation::AddClip(const Clip& clip, const Layer& layer, uint32_t slot,
-                                              FourPoses<kMoves>* pose) {
+// Positions and scales of one bone, through all layers. `scales` receives scale z of each
+// layer, kBlock apart.
+bool FusedEvaluation::MoveBone(uint32_t slot, RestPoses* restPoses, float* scales,
+                               PoseRow* rows) const {
+  rows[0] = PoseRow();
+  rows[1] = PoseRow();
+  for (const Layer& layer : layers) {
+    PoseRow sum[2];
+    const float m = layer.mask == nullptr ? 1.0f : layer.mask[slot];
+    for (uint32_t k = layer.states.begin; k < layer.states.end && m != 0.0f; ++k) {
+      PoseRow pose[2];
+      for (uint32_t c = states[k].clips.begin; c < states[k].clips.end; ++c) {
+        AddChannels(clips[c], slot, m * clips[c].weight, layer.additive, pose);
+      }
+      const __m128 s = _mm_set1_ps(states[k].weight);
+      sum[0] = AddStateRow(pose[0], s, sum[0]);
+      sum[1] = AddStateRow(pose[1], s, sum[1]);
+    }
+    if (!layer.additive && IsPartial(sum[0].weight, sum[1].weight) &&
+        !CompleteRows(restPoses, sum)) {
+      return false;
+    }
+    *scales = SecondLane(sum[1].value);
+    scales += kBlock;
+    MergeRows(layer.merge, sum, layer.share, restPoses->Value(slot), rows);
+  }
+  return !HasNaN(rows[0]) && !HasNaN(rows[1]);
+}
+
+// Adds the channels of a clip's sample to the pose of its state.
+void FusedEvaluation::AddChannels(const Clip& clip, uint32_t slot, float w, bool additive,
+                                  PoseRow* pose) {
+  const ClipSample* own = clip.own.Find(slot);
+  const ClipSample* reference = additive ? clip.reference.Find(slot) : nullptr;
+  if (own == nullptr || (additive && reference == nullptr)) {
+    return;
+  }
+  __m128 first = FirstRow(*own);
+  __m128 second = SecondRow(*own);
+  if (additive) {
+    first = WithoutReference(first, FirstRow(*reference));
+    second = WithoutReference(second, SecondRow(*reference));
+  }
+  pose[0] = AddSampleRow(first, _mm_set1_ps(w), pose[0]);
+  pose[1] = AddSampleRow(second, _mm_set1_ps(w), pose[1]);
+}
+
+// Adds the rotations of a clip to those of its state. `isFirst`: those are still uninitialised.
+NQ_FORCE_INLINE void FusedEvaluation::AddTurns(const Clip& clip, const Layer& layer, uint32_t slot,
+                                               bool isFirst, FourTurns* turns) {
+  FourTurns sum = isFirst ? FourTurns::None() : *turns;
   const FourSamples own(clip.own, slot);
   __m128 present = own.present;
   __m128 w = _mm_set1_ps(clip.weight);
@@ -381,43 +403,29 @@ NQ_FORCE_INLINE void FusedEvaluation::AddClip(const Clip& clip, const Layer& lay
     present = _mm_and_ps(present, _mm_cmpneq_ps(m, _mm_setzero_ps()));
     w = _mm_mul_ps(m, w);
   }
-  if (!Any(present)) {
-    return;
-  }
   FourQuaternions q = own.Rotations();
   const __m128 rotates = AreNumbers(q);
-  __m128 rows[kLanes][2];
-  if (kMoves) {
-    for (uint32_t i = 0; i < kLanes; ++i) {
-      rows[i][0] = FirstRow(*own.of[i]);
-      rows[i][1] = SecondRow(*own.of[i]);
-    }
-  }
   if (layer.additive) {
     const FourSamples reference(clip.reference, slot);
-    present = _mm_and_ps(present, reference.present);
     const FourQuaternions r = reference.Rotations();
+    present = _mm_and_ps(present, reference.present);
     q = Select(AreNumbers(r), MultiplyFour(q, Conjugate(r)), q);
-    if (kMoves) {
-      for (uint32_t i = 0; i < kLanes; ++i) {
-        rows[i][0] = WithoutReference(rows[i][0], FirstRow(*reference.of[i]));
-        rows[i][1] = WithoutReference(rows[i][1], SecondRow(*reference.of[i]));
-      }
-    }
   }
-  pose->present = _mm_or_ps(pose->present, present);
-  pose->AddRotations(q, w, _mm_and_ps(present, rotates));
-  if constexpr (kMoves) {
-    float weights[kLanes];
-    _mm_storeu_ps(weights, w);
-    for (uint32_t i = 0; i < kLanes; ++i) {
-      if ((_mm_movemask_ps(present) >> i & 1) != 0) {
-        const __m128 weight = _mm_set1_ps(weights[i]);
-        pose->rows.of[i][0] = AddSampleRow(rows[i][0], weight, pose->rows.of[i][0]);
-        pose->rows.of[i][1] = AddSampleRow(rows[i][1], weight, pose->rows.of[i][1]);
-      }
-    }
-  }
+  sum.present = _mm_or_ps(sum.present, present);
+  sum.Add(q, w, _mm_and_ps(present, rotates), isFirst);
+  *turns = sum;
+}
+
+// Adds the rotations of a state to those of its layer, of which it has the share `s`. They were
+// already weighted when they were added to the state's, and are weighted again.
+NQ_FORCE_INLINE void FusedEvaluation::AddState(const FourTurns& state, __m128 s, bool isFirst,
+                                               FourTurns* turns) {
+  FourTurns sum = isFirst ? FourTurns::None() : *turns;
+  const __m128 w = state.weight;
+  sum.present = _mm_or_ps(sum.present, state.present);
+  sum.Add(state.rotation, _mm_mul_ps(w, s),
+          _mm_and_ps(IsNumber(w), _mm_cmpneq_ps(w, _mm_setzero_ps())), isFirst);
+  *turns = sum;
 }
 
 namespace {
@@ -450,87 +458,135 @@ NQ_FORCE_INLINE FourQuaternions MergeRotations(Merge merge, const FourQuaternion
   return MultiplyFour(delta, Select(keeps, sum, RestRotations(restPoses, slot)));
 }
 
-// True if the numbers of four slots follow each other.
-inline bool AreConsecutive(const RestPoses& restPoses, uint32_t slot) {
-  const uint32_t first = restPoses.Number(slot);
-  return restPoses.Number(slot + 1) == first + 1 && restPoses.Number(slot + 2) == first + 2 &&
-         restPoses.Number(slot + 3) == first + 3;
-}
-
-// True if an animated channel of a pose is NaN.
-inline bool HasNaN(const PoseRow& row) {
-  return Any(_mm_andnot_ps(IsNumber(row.value), IsNumber(row.weight)));
-}
-
 }  // namespace
 
-template <bool kMoves>
-bool FusedEvaluation::PoseFour(uint32_t slot, RestPoses* restPoses, EntityPoseWriter* writer) {
-  __m128 present = NoLane();
-  __m128 rotates = NoLane();
-  FourQuaternions rotation = ZeroFour();
-  FourRows<kMoves> rows;
-  const Clip* clip = clips.data();
-  const State* state = states.data();
-  for (const Layer& layer : layers) {
-    FourPoses<kMoves> sum;
-    for (const State* end = states.data() + layer.stateEnd; state != end; ++state) {
-      FourPoses<kMoves> pose;
-      for (const Clip* clipEnd = clips.data() + state->clipEnd; clip != clipEnd; ++clip) {
-        AddClip<kMoves>(*clip, layer, slot, &pose);
-      }
-      sum.AddState(pose, state->weight);
-    }
-    if (!Any(sum.present)) {
+// The rotations of a block: of the current state and layer, and final ones.
+struct FusedEvaluation::Turns {
+  FourTurns state[kGroups];
+  FourTurns layer[kGroups];
+  FourTurns merged[kGroups];
+};
+
+void FusedEvaluation::TurnLayer(const Layer& layer, uint32_t slot, uint32_t groups,
+                                Turns* turns) const {
+  bool isFirstState = true;
+  for (uint32_t k = layer.states.begin; k < layer.states.end; ++k) {
+    const Range range = states[k].clips;
+    if (range.begin == range.end) {
       continue;
     }
+    for (uint32_t c = range.begin; c < range.end; ++c) {
+      for (uint32_t g = 0; g < groups; ++g) {
+        AddTurns(clips[c], layer, slot + g * kLanes, c == range.begin, &turns->state[g]);
+      }
+    }
+    const __m128 s = _mm_set1_ps(states[k].weight);
+    for (uint32_t g = 0; g < groups; ++g) {
+      AddState(turns->state[g], s, isFirstState, &turns->layer[g]);
+    }
+    isFirstState = false;
+  }
+  if (isFirstState) {
+    std::fill(turns->layer, turns->layer + groups, FourTurns::None());
+  }
+}
+
+bool FusedEvaluation::CompleteTurns(const Layer& layer, uint32_t groups, const float* scales,
+                                    RestPoses* restPoses, FourTurns* turns) {
+  for (uint32_t g = 0; g < groups; ++g) {
     if (layer.additive) {
-      sum.CompleteAdditive();
-    } else if (!sum.CompleteOverride(restPoses)) {
+      turns[g].CompleteAdditive();
+    } else if (!turns[g].CompleteOverride(restPoses, scales + g * kLanes)) {
       return false;
     }
-    const __m128 turned = IsNumber(sum.rotationWeight);
-    const FourQuaternions merged =
-        MergeRotations(layer.merge, sum.rotation, layer.share, slot, rotates, restPoses, rotation);
-    rotation = AreAll(turned) ? merged : Select(turned, merged, rotation);
-    rotates = _mm_or_ps(rotates, turned);
-    present = _mm_or_ps(present, sum.present);
-    if constexpr (kMoves) {
-      for (uint32_t i = 0; i < kLanes; ++i) {
-        if ((_mm_movemask_ps(sum.present) >> i & 1) != 0) {
-          MergeRows(layer.merge, sum.rows.of[i], layer.share, restPoses->Value(slot + i),
-                    rows.of[i]);
-        }
-      }
-    }
   }
+  return true;
+}
 
-  if (Any(_mm_andnot_ps(AreNumbers(rotation), rotates))) {
-    return false;
-  }
-  if (!kMoves && AreAll(present) && AreAll(rotates) && AreConsecutive(*restPoses, slot) &&
-      writer->SeekRun3D(restPoses->Number(slot), kLanes)) {
-    WriteFourRotations(rotation, writer);
-    return true;
-  }
-  __m128 rotations[kLanes];
-  StoreTransposed(rotation, rotations);
-  for (uint32_t i = 0; i < kLanes; ++i) {
-    if ((_mm_movemask_ps(present) >> i & 1) == 0) {
+void FusedEvaluation::MergeTurns(const Layer& layer, uint32_t slot, uint32_t groups,
+                                 RestPoses* restPoses, Turns* turns) {
+  for (uint32_t g = 0; g < groups; ++g) {
+    const FourTurns& own = turns->layer[g];
+    FourTurns* sum = &turns->merged[g];
+    sum->present = _mm_or_ps(sum->present, own.present);
+    const __m128 rotates = IsNumber(own.weight);
+    if (!Any(rotates)) {
       continue;
     }
-    PoseRow channels[2];
-    if constexpr (kMoves) {
-      channels[0] = rows.of[i][0];
-      channels[1] = rows.of[i][1];
-      if (HasNaN(channels[0]) || HasNaN(channels[1])) {
+    const FourQuaternions merged =
+        MergeRotations(layer.merge, own.rotation, layer.share, slot + g * kLanes,
+                       IsNumber(sum->weight), restPoses, sum->rotation);
+    sum->rotation = AreAll(rotates) ? merged : Select(rotates, merged, sum->rotation);
+    sum->weight = Select(rotates, _mm_setzero_ps(), sum->weight);
+  }
+}
+
+bool FusedEvaluation::MoveBlock(uint32_t slot, uint32_t groups, RestPoses* restPoses) {
+  scaleZ.assign(layers.size() * kBlock, 0.0f);
+  for (uint32_t g = 0; g < groups; ++g) {
+    moving[g] = MovingLanes(slot + g * kLanes);
+    for (uint32_t i = 0; i < kLanes && moving[g] >> i != 0; ++i) {
+      const uint32_t bone = g * kLanes + i;
+      const bool moves = (moving[g] >> i & 1) != 0;
+      if (moves && !MoveBone(slot + bone, restPoses, &scaleZ[bone], rows[bone])) {
         return false;
       }
     }
+  }
+  return true;
+}
+
+bool FusedEvaluation::TurnBlock(uint32_t slot, uint32_t groups, RestPoses* restPoses,
+                                Turns* turns) const {
+  std::fill(turns->merged, turns->merged + groups, FourTurns::None());
+  const float* scales = scaleZ.data();
+  for (const Layer& layer : layers) {
+    TurnLayer(layer, slot, groups, turns);
+    if (!CompleteTurns(layer, groups, scales, restPoses, turns->layer)) {
+      return false;
+    }
+    MergeTurns(layer, slot, groups, restPoses, turns);
+    scales += kBlock;
+  }
+  return true;
+}
+
+bool FusedEvaluation::PoseBlock(uint32_t slot, uint32_t slots, RestPoses* restPoses,
+                                EntityPoseWriter* writer) {
+  const uint32_t groups = (slots + kLanes - 1) / kLanes;
+  Turns turns;
+  if (!MoveBlock(slot, groups, restPoses) || !TurnBlock(slot, groups, restPoses, &turns)) {
+    return false;
+  }
+  for (uint32_t g = 0; g < groups; ++g) {
+    if (!WriteGroup(turns.merged[g], g, slot + g * kLanes, *restPoses, writer)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool FusedEvaluation::WriteGroup(const FourTurns& turns, uint32_t group, uint32_t slot,
+                                 const RestPoses& restPoses, EntityPoseWriter* writer) const {
+  const __m128 rotates = IsNumber(turns.weight);
+  if (Any(_mm_andnot_ps(AreNumbers(turns.rotation), rotates))) {
+    return false;
+  }
+  if (moving[group] == 0 && AreAll(turns.present) && AreAll(rotates) &&
+      AreConsecutive(restPoses, slot) && writer->SeekRun3D(restPoses.Number(slot), kLanes)) {
+    WriteFourRotations(turns.rotation, writer);
+    return true;
+  }
+  __m128 rotations[kLanes];
+  StoreTransposed(turns.rotation, rotations);
+  for (uint32_t i = 0; i < kLanes; ++i) {
     // Some numbers may be those of entities that are gone.
-    if (writer->Seek(restPoses->Number(slot + i)) && writer->isThreeD()) {
-      const bool hasRotation = (_mm_movemask_ps(rotates) >> i & 1) != 0;
-      WritePose(channels[0], channels[1], hasRotation, rotations[i], *writer);
+    const bool isPresent = (_mm_movemask_ps(turns.present) >> i & 1) != 0;
+    if (isPresent && writer->Seek(restPoses.Number(slot + i)) && writer->isThreeD()) {
+      const bool moves = (moving[group] >> i & 1) != 0;
+      const PoseRow* own = rows[group * kLanes + i];
+      WritePose(moves ? own[0] : PoseRow(), moves ? own[1] : PoseRow(),
+                (_mm_movemask_ps(rotates) >> i & 1) != 0, rotations[i], *writer);
     }
   }
   return true;

@@ -17,8 +17,7 @@ class AnimationClipModel;
 class AnimatorControllerModel;
 class EntityPoseWriter;
 struct AnimatorControllerStateModel;
-template <bool kMoves>
-struct FourPoses;
+struct FourTurns;
 
 // Where ControllerEvaluation makes a pass over all bones for each state and layer, this class keeps
 // the poses of four bones (slots of the binding's rest poses) in registers through all states and
@@ -43,11 +42,21 @@ class FusedEvaluation {
  private:
   static constexpr uint32_t kMaxClips = 16;
   static constexpr uint32_t kMaxReferences = 8;
+  static constexpr uint32_t kGroups = 16;  // of four slots, in a block
+  static constexpr uint32_t kBlock = 4 * kGroups;
+
+  struct Turns;
 
   // Samples of a clip, found by slot.
   struct Samples {
     Samples() = default;
     Samples(const SlotSamples* bySlot, const SampleMap& map);
+
+    // The sample of a slot, or null.
+    const ClipSample* Find(uint32_t slot) const {
+      const uint32_t position = bySlot->At(slot);
+      return position < count ? samples + position : nullptr;
+    }
 
     const SlotSamples* bySlot = nullptr;
     const ClipSample* samples = nullptr;
@@ -62,9 +71,15 @@ class FusedEvaluation {
     float weight;
   };
 
+  // Indices of consecutive elements.
+  struct Range {
+    uint32_t begin;
+    uint32_t end;
+  };
+
   struct State {
     float weight;
-    uint32_t clipEnd;  // index above its last clip
+    Range clips;
   };
 
   struct Layer {
@@ -72,7 +87,7 @@ class FusedEvaluation {
     bool additive;
     float share;
     const float* mask;  // by slot; null for a layer that is not masked
-    uint32_t stateEnd;  // index above its last state
+    Range states;
   };
 
   // A pose that is subtracted. Characters of a crowd mostly share them, and they mostly stay from
@@ -94,12 +109,25 @@ class FusedEvaluation {
   bool FindReference(const ControllerClipRecord& entry, AnimationClipBinding* binding, Clip* clip);
   const SampleMap* SampleReference(AnimationClipModel* model, float time);
 
-  // Poses the bones of four slots, from `slot` up.
-  template <bool kMoves>
-  bool PoseFour(uint32_t slot, RestPoses* restPoses, EntityPoseWriter* writer);
-  bool AnyMoves(uint32_t slot) const;
-  template <bool kMoves>
-  static void AddClip(const Clip& clip, const Layer& layer, uint32_t slot, FourPoses<kMoves>* pose);
+  // The pass over a block of slots: first positions and scales of the bones that have some, then
+  // the rotations of groups of four. Each step of these goes over all groups, since the groups are
+  // independent of each other: while one waits for a square root or a division, the next proceeds.
+  bool PoseBlock(uint32_t slot, uint32_t slots, RestPoses* restPoses, EntityPoseWriter* writer);
+  uint32_t MovingLanes(uint32_t slot) const;
+  bool MoveBone(uint32_t slot, RestPoses* restPoses, float* scales, PoseRow* rows) const;
+  static void AddChannels(const Clip& clip, uint32_t slot, float w, bool additive, PoseRow* pose);
+  bool MoveBlock(uint32_t slot, uint32_t groups, RestPoses* restPoses);
+  bool TurnBlock(uint32_t slot, uint32_t groups, RestPoses* restPoses, Turns* turns) const;
+  void TurnLayer(const Layer& layer, uint32_t slot, uint32_t groups, Turns* turns) const;
+  static void AddTurns(const Clip& clip, const Layer& layer, uint32_t slot, bool isFirst,
+                       FourTurns* turns);
+  static void AddState(const FourTurns& state, __m128 s, bool isFirst, FourTurns* turns);
+  static bool CompleteTurns(const Layer& layer, uint32_t groups, const float* scales,
+                            RestPoses* restPoses, FourTurns* turns);
+  static void MergeTurns(const Layer& layer, uint32_t slot, uint32_t groups, RestPoses* restPoses,
+                         Turns* turns);
+  bool WriteGroup(const FourTurns& turns, uint32_t group, uint32_t slot, const RestPoses& restPoses,
+                  EntityPoseWriter* writer) const;
 
   uint64_t run = 0;  // counts calls of Run
   uint32_t slotEnd = 0;
@@ -108,6 +136,11 @@ class FusedEvaluation {
   std::vector<Layer> layers;
   std::array<SampleMap, kMaxClips> samples;  // of `clips`
   std::array<Reference, kMaxReferences> references;
+
+  // Of the block's bones that move.
+  uint32_t moving[kGroups];   // bits of the lanes of each group
+  PoseRow rows[kBlock][2];    // final positions and scales
+  std::vector<float> scaleZ;  // scale z in each layer, kBlock apart; 0 for the other bones
 };
 
 }  // namespace nq::engine

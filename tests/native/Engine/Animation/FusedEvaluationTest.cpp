@@ -92,7 +92,8 @@ struct Encounters {
 class RandomCharacter : public Character {
  public:
   RandomCharacter(uint32_t seed, Encounters* met) : random(seed), met(met) {
-    AddBones(1 + static_cast<int32_t>(random.Below(11)));
+    // Sometimes more than a block of 64.
+    AddBones(1 + static_cast<int32_t>(random.Below(11) + (random.Chance(4) ? 60 : 0)));
     if (random.Chance(20)) {
       AddBones(1 + static_cast<int32_t>(random.Below(5)));
     }
