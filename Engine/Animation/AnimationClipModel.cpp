@@ -137,8 +137,13 @@ void AnimationClipModel::Parse() {
 }
 
 void AnimationClipModel::SampleAllAt(float time, SampleMap* samples) const {
-  ClipSample* room = samples->Reset(targets.data(), static_cast<uint32_t>(targets.size()));
-  timelines.Sample(time, rate, room);
+  // Samples of this clip are without numbers in the same channels.
+  const bool isOther = samples->Serial() != serial;
+  ClipSample* room = samples->Reset(targets.data(), static_cast<uint32_t>(targets.size()), serial);
+  if (isOther) {
+    timelines.Clear(room);
+  }
+  timelines.SampleKeyed(time, rate, room);
 }
 
 const SampleMap& AnimationClipModel::SampleAtFrame(uint32_t frame) {
@@ -159,7 +164,7 @@ void AnimationClipModel::SampleAtTime(float time, SampleMap* samples) {
   EnsureParsed();
   MutexLock held(lock);
   if (frames == 0) {
-    samples->Reset(nullptr, 0);
+    samples->Reset(nullptr, 0, 0);
     return;
   }
   const float period = static_cast<float>(frames);

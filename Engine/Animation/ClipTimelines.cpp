@@ -221,9 +221,17 @@ void ClipTimelines::SampleTimeline(const Timeline& timeline, float time, uint32_
 }
 
 void ClipTimelines::Sample(float time, uint32_t framesPerSecond, ClipSample* samples) const {
+  Clear(samples);
+  SampleKeyed(time, framesPerSecond, samples);
+}
+
+void ClipTimelines::Clear(ClipSample* samples) const {
   if (!blank.empty()) {
     std::memcpy(static_cast<void*>(samples), blank.data(), blank.size() * sizeof(ClipSample));
   }
+}
+
+void ClipTimelines::SampleKeyed(float time, uint32_t framesPerSecond, ClipSample* samples) const {
   for (const Timeline& timeline : timelines) {
     SampleTimeline(timeline, time, framesPerSecond, samples);
   }

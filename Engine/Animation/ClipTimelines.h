@@ -45,6 +45,11 @@ class ClipTimelines {
   // sampled like any four numbers: no slerp, no sign change and no normalising happens here.
   void Sample(float time, uint32_t framesPerSecond, ClipSample* samples) const;
 
+  // The two halves of Sample: the first writes samples without any keys, the second all channels
+  // with keys, into samples of these timelines at any time.
+  void Clear(ClipSample* samples) const;
+  void SampleKeyed(float time, uint32_t framesPerSecond, ClipSample* samples) const;
+
   uint32_t TrackCount() const { return static_cast<uint32_t>(blank.size()); }
 
  private:

@@ -27,9 +27,11 @@ class SampleMap {
     return found != targets + count && *found == target ? &samples[found - targets] : nullptr;
   }
 
-  // Makes room for `count` samples, which the caller fills. Reuses its memory.
-  ClipSample* Reset(const uint32_t* targetIndices, uint32_t targetCount) {
+  // Makes room for `count` samples of the clip with this serial number (0: of no clip), which the
+  // caller fills. Reuses its memory.
+  ClipSample* Reset(const uint32_t* targetIndices, uint32_t targetCount, uint64_t clipSerial) {
     targets = targetIndices;
+    serial = clipSerial;
     count = targetCount;
     if (samples.size() < count) {
       samples.resize(count);
@@ -37,7 +39,11 @@ class SampleMap {
     return samples.data();
   }
 
+  // The serial number that the last Reset was given; 0 before the first.
+  uint64_t Serial() const { return serial; }
+
  private:
+  uint64_t serial = 0;
   const uint32_t* targets = nullptr;
   uint32_t count = 0;
   std::vector<ClipSample> samples;

@@ -15,7 +15,7 @@ TEST(SampleMapTest, IsEmptyAtFirst) {
 TEST(SampleMapTest, FindsEachSampleByItsTarget) {
   const uint32_t targets[] = {0, 3, 4, 0xFFFFFFFFu};
   SampleMap map;
-  ClipSample* samples = map.Reset(targets, 4);
+  ClipSample* samples = map.Reset(targets, 4, 1);
   for (int i = 0; i < 4; ++i) {
     samples[i].channel[0] = static_cast<float>(i);
   }
@@ -34,13 +34,13 @@ TEST(SampleMapTest, ResetReusesMemoryAndDropsFurtherSamples) {
   const uint32_t many[] = {0, 1, 2};
   const uint32_t one[] = {2};
   SampleMap map;
-  ClipSample* room = map.Reset(many, 3);
-  EXPECT_EQ(room, map.Reset(one, 1));
+  ClipSample* room = map.Reset(many, 3, 1);
+  EXPECT_EQ(room, map.Reset(one, 1, 2));
   EXPECT_EQ(1u, map.Size());
   EXPECT_EQ(2u, map.Target(0));
   EXPECT_EQ(nullptr, map.Find(0));
   EXPECT_EQ(room, map.Find(2));
-  EXPECT_EQ(room, map.Reset(many, 3));
+  EXPECT_EQ(room, map.Reset(many, 3, 1));
   EXPECT_EQ(3u, map.Size());
 }
 
