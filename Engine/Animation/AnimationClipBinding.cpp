@@ -1,6 +1,8 @@
 // Target lists and rest poses.
 #include "Engine/Animation/AnimationClipBinding.h"
 
+#include <algorithm>
+
 #include "Common/Def/Unaligned.h"
 #include "Engine/Animation/AnimationClipModel.h"
 #include "Engine/Animation/AnimationRecord.h"
@@ -16,6 +18,22 @@ namespace {
 Entity* FindEntity3D(EngineCore* core, uint32_t handle) {
   Entity* entity = core->Entities()->FindEntity(handle);
   return entity != nullptr && entity->isThreeD() ? entity : nullptr;
+}
+
+// The index of a list among `lists`; adds it unless it is there already.
+size_t IndexOf(const std::vector<AnimationClipBinding::Target>& list,
+               std::vector<std::vector<AnimationClipBinding::Target>>* lists) {
+  const auto isSame = [&list](const std::vector<AnimationClipBinding::Target>& other) {
+    return std::equal(list.begin(), list.end(), other.begin(), other.end(),
+                      [](const AnimationClipBinding::Target& a,
+                         const AnimationClipBinding::Target& b) { return a.handle == b.handle; });
+  };
+  const auto found = std::find_if(lists->begin(), lists->end(), isSame);
+  const size_t index = static_cast<size_t>(found - lists->begin());
+  if (found == lists->end()) {
+    lists->push_back(list);  // a copy has no spare capacity
+  }
+  return index;
 }
 
 // `indices` are the target indices of a clip's samples.
@@ -50,6 +68,7 @@ void AnimationClipBinding::Create(const uint8_t* bytes, uint32_t byteOffset, uin
                                   uint32_t words, uint32_t mode) {
   std::map<uint32_t, Entity*> resolved;
   if (ParseTargets(bytes, byteOffset, clips, words, &resolved) && mode == kSnapshotPose) {
+    defaults.Reserve(resolved.size());
     for (const auto& [handle, entity] : resolved) {
       Snapshot(entity);
     }
@@ -59,7 +78,8 @@ void AnimationClipBinding::Create(const uint8_t* bytes, uint32_t byteOffset, uin
 bool AnimationClipBinding::ParseTargets(const uint8_t* bytes, uint32_t byteOffset, uint32_t clips,
                                         uint32_t /*words*/, std::map<uint32_t, Entity*>* resolved) {
   const uint8_t* words = bytes + byteOffset;
-  std::map<uint32_t, TargetList> lists;
+  std::map<uint32_t, ClipTargets> clipLists;
+  std::vector<std::vector<Target>> lists;
   uint64_t cursor = 0;  // in words after the clip handles
   for (uint32_t c = 0; c < clips; ++c) {
     const uint32_t clipHandle = ReadWord(words, c);
@@ -87,9 +107,12 @@ bool AnimationClipBinding::ParseTargets(const uint8_t* bytes, uint32_t byteOffse
       }
     }
     // If a clip is listed twice, its first list is kept.
-    lists.emplace(clipHandle, TargetList{std::move(list), {}});
+    if (clipLists.count(clipHandle) == 0) {
+      clipLists.emplace(clipHandle, ClipTargets{IndexOf(list, &lists), {}});
+    }
   }
-  clipTargets.swap(lists);
+  clipTargets.swap(clipLists);
+  targetLists.swap(lists);
   slotsVersion = 0;
   FindRoot();
   return true;
@@ -98,7 +121,7 @@ bool AnimationClipBinding::ParseTargets(const uint8_t* bytes, uint32_t byteOffse
 void AnimationClipBinding::FindRoot() {
   root = 0;
   for (const auto& [clipHandle, entry] : clipTargets) {
-    const std::vector<Target>& list = entry.targets;
+    const std::vector<Target>& list = targetLists[entry.list];
     if (list.empty()) {
       continue;
     }
@@ -119,11 +142,14 @@ Entity* AnimationClipBinding::rootEntity() const {
 
 Entity* AnimationClipBinding::FindTarget(uint32_t clipHandle, uint32_t targetIndex) const {
   const auto found = clipTargets.find(clipHandle);
-  if (found == clipTargets.end() || targetIndex >= found->second.targets.size() ||
-      core->Animation()->FindAnimationClipModel(clipHandle) == nullptr) {
+  if (found == clipTargets.end()) {
     return nullptr;
   }
-  return FindEntity3D(core, found->second.targets[targetIndex].handle);
+  const std::vector<Target>& list = targetLists[found->second.list];
+  return targetIndex >= list.size() ||
+                 core->Animation()->FindAnimationClipModel(clipHandle) == nullptr
+             ? nullptr
+             : FindEntity3D(core, list[targetIndex].handle);
 }
 
 void AnimationClipBinding::LookUpSlots() {
@@ -131,11 +157,13 @@ void AnimationClipBinding::LookUpSlots() {
     return;
   }
   slotsVersion = defaults.Version();
-  for (auto& [handle, list] : clipTargets) {
-    for (Target& target : list.targets) {
+  for (std::vector<Target>& list : targetLists) {
+    for (Target& target : list) {
       target.slot = defaults.Find(target.handle);
     }
-    list.bySlot.serial = 0;
+  }
+  for (auto& [handle, targets] : clipTargets) {
+    targets.bySlot.serial = 0;
   }
 }
 
@@ -143,7 +171,7 @@ const std::vector<AnimationClipBinding::Target>* AnimationClipBinding::SlotsOf(
     uint32_t clipHandle) {
   LookUpSlots();
   const auto found = clipTargets.find(clipHandle);
-  return found == clipTargets.end() ? nullptr : &found->second.targets;
+  return found == clipTargets.end() ? nullptr : &targetLists[found->second.list];
 }
 
 const SlotSamples* AnimationClipBinding::SamplesBySlot(uint32_t clipHandle,
@@ -155,7 +183,7 @@ const SlotSamples* AnimationClipBinding::SamplesBySlot(uint32_t clipHandle,
   }
   SlotSamples* bySlot = &found->second.bySlot;
   if (bySlot->serial != clip->serial) {
-    *bySlot = MakeSlotSamples(found->second.targets, clip->Targets());
+    *bySlot = MakeSlotSamples(targetLists[found->second.list], clip->Targets());
     bySlot->serial = clip->serial;
   }
   return bySlot;

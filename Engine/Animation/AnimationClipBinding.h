@@ -102,9 +102,9 @@ class AnimationClipBinding {
   RestPoses defaults;
 
  private:
-  // The targets of a clip, and what was derived from them.
-  struct TargetList {
-    std::vector<Target> targets;
+  // A clip's targets, as an index into `targetLists`, and what was derived from them.
+  struct ClipTargets {
+    size_t list;
     SlotSamples bySlot;
   };
 
@@ -112,9 +112,10 @@ class AnimationClipBinding {
   void LookUpSlots();
   void Snapshot(const Entity* entity);
 
-  std::map<uint32_t, TargetList> clipTargets;  // by clip handle
-  uint64_t slotsVersion = 0;                   // version of `defaults` at the last slot look-up
-  uint32_t root = 0;                           // handle, 0 for none
+  std::map<uint32_t, ClipTargets> clipTargets;   // by clip handle
+  std::vector<std::vector<Target>> targetLists;  // clips with the same targets share one
+  uint64_t slotsVersion = 0;                     // version of `defaults` at the last slot look-up
+  uint32_t root = 0;                             // handle, 0 for none
   uint32_t rootGeneration = 0;
 };
 

@@ -47,6 +47,13 @@ void RestPoses::Clear() {
   KeysChanged();
 }
 
+void RestPoses::Reserve(size_t count) {
+  constexpr size_t kSpareKeys = 4;
+  keys.reserve(count + kSpareKeys);
+  numbers.reserve(count + kSpareKeys);
+  values.reserve(count + kSpareKeys);
+}
+
 void RestPoses::KeysChanged() {
   // Worker tasks insert keys into other maps at the same time.
   static std::atomic<uint64_t> lastVersion{0};

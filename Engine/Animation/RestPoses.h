@@ -2,6 +2,7 @@
 #ifndef NQ_ENGINE_ANIMATION_RESTPOSES_H_
 #define NQ_ENGINE_ANIMATION_RESTPOSES_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -50,12 +51,15 @@ class RestPoses {
   void Set(uint32_t number, const TransformValue& value) { values[Ensure(number)] = value; }
   void Clear();
 
+  // Reserves memory for `count` keys and the few that blending mostly inserts.
+  void Reserve(size_t count);
+
   // A new number, unique across all maps, whenever a key is added or removed.
   uint64_t Version() const { return version; }
 
  private:
   // A cache: blending looks up the same few small numbers again and again.
-  static constexpr uint32_t kRecentKeys = 64;
+  static constexpr uint32_t kRecentKeys = 16;
 
   uint32_t EnsureSlow(uint32_t number);
   void KeysChanged();

@@ -163,6 +163,15 @@ TEST_F(AnimationBindingTargetsTest, AClipListedTwiceUsesItsFirstListAndBindsTheE
   EXPECT_EQ((std::vector<uint32_t>{entities, entities + 1}), scene.KeysOf(binding));
 }
 
+TEST_F(AnimationBindingTargetsTest, ClipsWithTheSameTargetsShareTheirMemory) {
+  const uint32_t third = scene.AddClip(10, {Constant(0, 1, 1)});
+  AnimationClipBinding* binding = scene.BindingOf(scene.Bind(
+      Groups{{clip, {entities, kHole}}, {otherClip, {entities}}, {third, {entities, kHole}}}));
+  EXPECT_EQ(binding->SlotsOf(clip), binding->SlotsOf(third));
+  EXPECT_NE(binding->SlotsOf(clip), binding->SlotsOf(otherClip));
+  EXPECT_EQ(2u, binding->SlotsOf(clip)->size());
+}
+
 TEST_F(AnimationBindingTargetsTest, ATargetNeedsListIndexEntityAndClip) {
   const uint32_t other = scene.Add3D();
   const uint32_t binding =
