@@ -104,6 +104,19 @@ void MergeRotation(Merge merge, const TargetPose& pose, float share, TransformVa
   MultiplyQuaternion(delta, sum->rotation, sum->rotation);
 }
 
+// Stores a pose in a 3D entity, builds its local matrix and marks it.
+inline void WritePose(const TargetPose& pose, const EntityPoseWriter& writer) {
+  const PositionScale values =
+      writer.Replace(_mm_load_ps(pose.value), IsNumber(_mm_load_ps(pose.weight)),
+                     _mm_load_ps(pose.value + 4), IsNumber(_mm_load_ps(pose.weight + 4)));
+  if (!std::isnan(pose.rotationWeight)) {
+    writer.WriteQuaternion(_mm_load_ps(pose.rotation), values);
+  } else {
+    Entity3D::BuildOwnLocalMatrix(writer.Record(), writer.LocalMatrix());
+  }
+  writer.Mark();
+}
+
 }  // namespace
 
 // Called once per update, and not inlined: each access to a thread-local variable is a function
@@ -193,9 +206,7 @@ void ControllerEvaluation::WritePoses(TransformTree* tree, const RestPoses& rest
   EntityPoseWriter writer(tree);
   for (const uint32_t slot : finalPose.Slots()) {
     if (writer.Seek(restPoses.Number(slot)) && writer.isThreeD()) {
-      const TargetPose& pose = finalPose.At(slot);
-      WritePose(pose.First(), pose.Second(), !std::isnan(pose.rotationWeight),
-                _mm_load_ps(pose.rotation), writer);
+      WritePose(finalPose.At(slot), writer);
     }
   }
 }

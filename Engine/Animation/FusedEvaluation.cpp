@@ -430,6 +430,22 @@ NQ_FORCE_INLINE void FusedEvaluation::AddState(const FourTurns& state, __m128 s,
 
 namespace {
 
+// Stores what is not null in the entity that `writer` has selected, positions and scales where they
+// are animated, builds its local matrix and marks it.
+NQ_FORCE_INLINE void WriteBone(const PoseRow* rows, const __m128* rotation,
+                               const EntityPoseWriter& writer) {
+  const PoseRow first = rows == nullptr ? PoseRow() : rows[0];
+  const PoseRow second = rows == nullptr ? PoseRow() : rows[1];
+  const PositionScale values =
+      writer.Replace(first.value, IsNumber(first.weight), second.value, IsNumber(second.weight));
+  if (rotation != nullptr) {
+    writer.WriteQuaternion(*rotation, values);
+  } else {
+    Entity3D::BuildOwnLocalMatrix(writer.Record(), writer.LocalMatrix());
+  }
+  writer.Mark();
+}
+
 // Merges the rotations of a layer. `hadRotation`: the lanes that have one already.
 NQ_FORCE_INLINE FourQuaternions MergeRotations(Merge merge, const FourQuaternions& rotation,
                                                float weight, uint32_t slot, __m128 hadRotation,
@@ -584,9 +600,9 @@ bool FusedEvaluation::WriteGroup(const FourTurns& turns, uint32_t group, uint32_
     const bool isPresent = (_mm_movemask_ps(turns.present) >> i & 1) != 0;
     if (isPresent && writer->Seek(restPoses.Number(slot + i)) && writer->isThreeD()) {
       const bool moves = (moving[group] >> i & 1) != 0;
-      const PoseRow* own = rows[group * kLanes + i];
-      WritePose(moves ? own[0] : PoseRow(), moves ? own[1] : PoseRow(),
-                (_mm_movemask_ps(rotates) >> i & 1) != 0, rotations[i], *writer);
+      const bool hasRotation = (_mm_movemask_ps(rotates) >> i & 1) != 0;
+      WriteBone(moves ? rows[group * kLanes + i] : nullptr, hasRotation ? &rotations[i] : nullptr,
+                *writer);
     }
   }
   return true;

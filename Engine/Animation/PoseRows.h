@@ -102,6 +102,12 @@ bool CompleteChannels(float* value, const float* weight, Find find) {
   return true;
 }
 
+// a * b. If both are NaN, the result has the payload of `a`; that of _mm_mul_ps is whichever
+// operand the compiler puts first.
+inline __m128 ProductByFirst(__m128 a, __m128 b) {
+  return Select(IsNumber(a), _mm_mul_ps(a, b), _mm_add_ps(a, a));
+}
+
 // How a layer's pose is merged into the final one.
 enum class Merge {
   kOverridePart,   // override, weight below 1: blended with the rest pose
@@ -132,7 +138,7 @@ struct RestRows {
 // marks lanes of scale.
 inline PoseRow MergeRow(Merge merge, const PoseRow& pose, float share, __m128 rest, __m128 isScale,
                         const PoseRow& sum) {
-  const __m128 own = _mm_mul_ps(pose.value, _mm_set1_ps(share));
+  const __m128 own = ProductByFirst(_mm_set1_ps(share), pose.value);
   __m128 merged = own;
   switch (merge) {
     case Merge::kOverridePart:
@@ -160,21 +166,6 @@ inline void MergeRows(Merge merge, const PoseRow* pose, float share, const Trans
   const RestRows rows(rest);
   sum[0] = MergeRow(merge, pose[0], share, rows.first, scaleX, sum[0]);
   sum[1] = MergeRow(merge, pose[1], share, rows.second, scaleYZ, sum[1]);
-}
-
-// Stores the animated channels of a pose in the 3D entity that `writer` has selected, and its
-// rotation x, y, z, w if it has one; builds the local matrix and marks the entity. Force-inlined,
-// so that the writer's fields stay in registers for a whole character.
-NQ_FORCE_INLINE void WritePose(const PoseRow& first, const PoseRow& second, bool hasRotation,
-                               __m128 rotation, const EntityPoseWriter& writer) {
-  const PositionScale values =
-      writer.Replace(first.value, IsNumber(first.weight), second.value, IsNumber(second.weight));
-  if (hasRotation) {
-    writer.WriteQuaternion(rotation, values);
-  } else {
-    Entity3D::BuildOwnLocalMatrix(writer.Record(), writer.LocalMatrix());
-  }
-  writer.Mark();
 }
 
 }  // namespace nq::engine
