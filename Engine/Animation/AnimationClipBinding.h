@@ -74,15 +74,9 @@ class AnimationClipBinding {
   bool ParseTargets(const uint8_t* bytes, uint32_t byteOffset, uint32_t clips, uint32_t words,
                     std::map<uint32_t, Entity*>* resolved);
 
-  // The entity of a clip's target index, or null.
-  Entity* FindTarget(uint32_t clipHandle, uint32_t targetIndex) const;
-
   // Replaces the lists; see Mode. Returns false and changes nothing if the new ones can't be read.
   bool Update(const uint8_t* bytes, uint32_t byteOffset, uint32_t clips, uint32_t words,
               uint32_t removedMode, uint32_t keptMode, uint32_t addedMode);
-
-  // Writes all rest poses to their entities.
-  void WriteDefaults() const;
 
   // The list of a clip with its slots brought up to date, or null.
   const std::vector<Target>* SlotsOf(uint32_t clipHandle);
@@ -90,6 +84,7 @@ class AnimationClipBinding {
   // The same by slot, for the clip that the handle names; null without a list.
   const SlotSamples* SamplesBySlot(uint32_t clipHandle, AnimationClipModel* clip);
 
+  // True if the binding has a list for the clip, even an empty one.
   bool HasList(uint32_t clipHandle) const { return clipTargets.count(clipHandle) != 0; }
 
   // The topmost 3D ancestor of the first entity that the lists name, in ascending order of clips;
@@ -100,6 +95,14 @@ class AnimationClipBinding {
   const uint32_t clipCount;
   const uint32_t targetWords;
   RestPoses defaults;
+
+  // --- For native callers only: no frame runs these, and JavaScript can't reach them.
+
+  // The entity of a clip's target index, or null.
+  Entity* FindTarget(uint32_t clipHandle, uint32_t targetIndex) const;
+
+  // Writes all rest poses to their entities.
+  void WriteDefaults() const;
 
  private:
   // A clip's targets, as an index into `targetLists`, and what was derived from them.
