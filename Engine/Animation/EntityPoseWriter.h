@@ -92,8 +92,8 @@ class EntityPoseWriter {
     StoreOwnLocalMatrix(LocalMatrix(), m.c0, m.c1, m.c2, m.c3);
   }
 
-  // Selects `count` entities by the handles from `handle` up. False unless all are 3D entities of
-  // one batch; then nothing else may be called.
+  // Selects the first of `count` entities with consecutive handles, from `handle` up. False unless
+  // all of them are 3D entities of one batch; then nothing else may be called before another Seek.
   bool SeekRun3D(uint32_t handle, uint32_t count) {
     return Seek(handle) && batch.isThreeD && batch.count - index >= count;
   }

@@ -126,11 +126,10 @@ inline float SecondLane(__m128 lanes) {
 }  // namespace
 
 // The samples of four slots.
-struct FourSamples {
+struct FusedEvaluation::FourSamples {
   const ClipSample* of[kLanes];
   __m128 present;  // lanes that have one
 
-  template <typename Samples>
   NQ_FORCE_INLINE FourSamples(const Samples& from, uint32_t slot) {
     if (slot + kLanes <= from.orderEnd) {
       for (uint32_t i = 0; i < kLanes; ++i) {
@@ -158,12 +157,12 @@ struct FourSamples {
 };
 
 // The rotations of four bones, of a state or of a layer: TargetPose side by side.
-struct FourTurns {
+struct FusedEvaluation::FourRotations {
   __m128 present;  // bones that have a pose at all
   __m128 weight;   // NaN: not rotated
   FourQuaternions rotation;
 
-  static FourTurns None() { return FourTurns{NoLane(), PoseRow().weight, ZeroFour()}; }
+  static FourRotations None() { return FourRotations{NoLane(), PoseRow().weight, ZeroFour()}; }
 
   // Adds rotations with weights `w` in the lanes of `mask`. `isFirst`: nothing was added yet.
   NQ_FORCE_INLINE void Add(const FourQuaternions& q, __m128 w, __m128 mask, bool isFirst) {
@@ -346,8 +345,8 @@ uint32_t FusedEvaluation::MovingLanes(uint32_t slot) const {
 
 // Positions and scales of one bone, through all layers. `scales` receives scale z of each
 // layer, kBlock apart.
-bool FusedEvaluation::MoveBone(uint32_t slot, RestPoses* restPoses, float* scales,
-                               PoseRow* rows) const {
+bool FusedEvaluation::BlendMovingBone(uint32_t slot, RestPoses* restPoses, float* scales,
+                                      PoseRow* rows) const {
   rows[0] = PoseRow();
   rows[1] = PoseRow();
   for (const Layer& layer : layers) {
@@ -392,9 +391,10 @@ void FusedEvaluation::AddChannels(const Clip& clip, uint32_t slot, float w, bool
 }
 
 // Adds the rotations of a clip to those of its state. `isFirst`: those are still uninitialised.
-NQ_FORCE_INLINE void FusedEvaluation::AddTurns(const Clip& clip, const Layer& layer, uint32_t slot,
-                                               bool isFirst, FourTurns* turns) {
-  FourTurns sum = isFirst ? FourTurns::None() : *turns;
+NQ_FORCE_INLINE void FusedEvaluation::AddClipRotations(const Clip& clip, const Layer& layer,
+                                                       uint32_t slot, bool isFirst,
+                                                       FourRotations* rotations) {
+  FourRotations sum = isFirst ? FourRotations::None() : *rotations;
   const FourSamples own(clip.own, slot);
   __m128 present = own.present;
   __m128 w = _mm_set1_ps(clip.weight);
@@ -413,19 +413,19 @@ NQ_FORCE_INLINE void FusedEvaluation::AddTurns(const Clip& clip, const Layer& la
   }
   sum.present = _mm_or_ps(sum.present, present);
   sum.Add(q, w, _mm_and_ps(present, rotates), isFirst);
-  *turns = sum;
+  *rotations = sum;
 }
 
 // Adds the rotations of a state to those of its layer, of which it has the share `s`. They were
 // already weighted when they were added to the state's, and are weighted again.
-NQ_FORCE_INLINE void FusedEvaluation::AddState(const FourTurns& state, __m128 s, bool isFirst,
-                                               FourTurns* turns) {
-  FourTurns sum = isFirst ? FourTurns::None() : *turns;
+NQ_FORCE_INLINE void FusedEvaluation::AddStateRotations(const FourRotations& state, __m128 s,
+                                                        bool isFirst, FourRotations* rotations) {
+  FourRotations sum = isFirst ? FourRotations::None() : *rotations;
   const __m128 w = state.weight;
   sum.present = _mm_or_ps(sum.present, state.present);
   sum.Add(state.rotation, _mm_mul_ps(w, s),
           _mm_and_ps(IsNumber(w), _mm_cmpneq_ps(w, _mm_setzero_ps())), isFirst);
-  *turns = sum;
+  *rotations = sum;
 }
 
 namespace {
@@ -447,9 +447,9 @@ NQ_FORCE_INLINE void WriteBone(const PoseRow* rows, const __m128* rotation,
 }
 
 // Merges the rotations of a layer. `hadRotation`: the lanes that have one already.
-NQ_FORCE_INLINE FourQuaternions MergeRotations(Merge merge, const FourQuaternions& rotation,
-                                               float weight, uint32_t slot, __m128 hadRotation,
-                                               RestPoses* restPoses, const FourQuaternions& sum) {
+NQ_FORCE_INLINE FourQuaternions MergedRotations(Merge merge, const FourQuaternions& rotation,
+                                                float weight, uint32_t slot, __m128 hadRotation,
+                                                RestPoses* restPoses, const FourQuaternions& sum) {
   const __m128 share = _mm_set1_ps(weight);
   if (merge == Merge::kOverridePart) {
     const FourQuaternions rest = RestRotations(restPoses, slot);
@@ -477,14 +477,14 @@ NQ_FORCE_INLINE FourQuaternions MergeRotations(Merge merge, const FourQuaternion
 }  // namespace
 
 // The rotations of a block: of the current state and layer, and final ones.
-struct FusedEvaluation::Turns {
-  FourTurns state[kGroups];
-  FourTurns layer[kGroups];
-  FourTurns merged[kGroups];
+struct FusedEvaluation::BlockRotations {
+  FourRotations state[kGroups];
+  FourRotations layer[kGroups];
+  FourRotations merged[kGroups];
 };
 
-void FusedEvaluation::TurnLayer(const Layer& layer, uint32_t slot, uint32_t groups,
-                                Turns* turns) const {
+void FusedEvaluation::SumLayerRotations(const Layer& layer, uint32_t slot, uint32_t groups,
+                                        BlockRotations* rotations) const {
   bool isFirstState = true;
   for (uint32_t k = layer.states.begin; k < layer.states.end; ++k) {
     const Range range = states[k].clips;
@@ -493,58 +493,59 @@ void FusedEvaluation::TurnLayer(const Layer& layer, uint32_t slot, uint32_t grou
     }
     for (uint32_t c = range.begin; c < range.end; ++c) {
       for (uint32_t g = 0; g < groups; ++g) {
-        AddTurns(clips[c], layer, slot + g * kLanes, c == range.begin, &turns->state[g]);
+        AddClipRotations(clips[c], layer, slot + g * kLanes, c == range.begin,
+                         &rotations->state[g]);
       }
     }
     const __m128 s = _mm_set1_ps(states[k].weight);
     for (uint32_t g = 0; g < groups; ++g) {
-      AddState(turns->state[g], s, isFirstState, &turns->layer[g]);
+      AddStateRotations(rotations->state[g], s, isFirstState, &rotations->layer[g]);
     }
     isFirstState = false;
   }
   if (isFirstState) {
-    std::fill(turns->layer, turns->layer + groups, FourTurns::None());
+    std::fill(rotations->layer, rotations->layer + groups, FourRotations::None());
   }
 }
 
-bool FusedEvaluation::CompleteTurns(const Layer& layer, uint32_t groups, const float* scales,
-                                    RestPoses* restPoses, FourTurns* turns) {
+bool FusedEvaluation::CompleteRotations(const Layer& layer, uint32_t groups, const float* scales,
+                                        RestPoses* restPoses, FourRotations* rotations) {
   for (uint32_t g = 0; g < groups; ++g) {
     if (layer.additive) {
-      turns[g].CompleteAdditive();
-    } else if (!turns[g].CompleteOverride(restPoses, scales + g * kLanes)) {
+      rotations[g].CompleteAdditive();
+    } else if (!rotations[g].CompleteOverride(restPoses, scales + g * kLanes)) {
       return false;
     }
   }
   return true;
 }
 
-void FusedEvaluation::MergeTurns(const Layer& layer, uint32_t slot, uint32_t groups,
-                                 RestPoses* restPoses, Turns* turns) {
+void FusedEvaluation::MergeLayerRotations(const Layer& layer, uint32_t slot, uint32_t groups,
+                                          RestPoses* restPoses, BlockRotations* rotations) {
   for (uint32_t g = 0; g < groups; ++g) {
-    const FourTurns& own = turns->layer[g];
-    FourTurns* sum = &turns->merged[g];
+    const FourRotations& own = rotations->layer[g];
+    FourRotations* sum = &rotations->merged[g];
     sum->present = _mm_or_ps(sum->present, own.present);
     const __m128 rotates = IsNumber(own.weight);
     if (!Any(rotates)) {
       continue;
     }
     const FourQuaternions merged =
-        MergeRotations(layer.merge, own.rotation, layer.share, slot + g * kLanes,
-                       IsNumber(sum->weight), restPoses, sum->rotation);
+        MergedRotations(layer.merge, own.rotation, layer.share, slot + g * kLanes,
+                        IsNumber(sum->weight), restPoses, sum->rotation);
     sum->rotation = AreAll(rotates) ? merged : Select(rotates, merged, sum->rotation);
     sum->weight = Select(rotates, _mm_setzero_ps(), sum->weight);
   }
 }
 
-bool FusedEvaluation::MoveBlock(uint32_t slot, uint32_t groups, RestPoses* restPoses) {
+bool FusedEvaluation::BlendMovingBones(uint32_t slot, uint32_t groups, RestPoses* restPoses) {
   scaleZ.assign(layers.size() * kBlock, 0.0f);
   for (uint32_t g = 0; g < groups; ++g) {
     moving[g] = MovingLanes(slot + g * kLanes);
     for (uint32_t i = 0; i < kLanes && moving[g] >> i != 0; ++i) {
       const uint32_t bone = g * kLanes + i;
       const bool moves = (moving[g] >> i & 1) != 0;
-      if (moves && !MoveBone(slot + bone, restPoses, &scaleZ[bone], rows[bone])) {
+      if (moves && !BlendMovingBone(slot + bone, restPoses, &scaleZ[bone], rows[bone])) {
         return false;
       }
     }
@@ -552,16 +553,16 @@ bool FusedEvaluation::MoveBlock(uint32_t slot, uint32_t groups, RestPoses* restP
   return true;
 }
 
-bool FusedEvaluation::TurnBlock(uint32_t slot, uint32_t groups, RestPoses* restPoses,
-                                Turns* turns) const {
-  std::fill(turns->merged, turns->merged + groups, FourTurns::None());
+bool FusedEvaluation::BlendRotations(uint32_t slot, uint32_t groups, RestPoses* restPoses,
+                                     BlockRotations* rotations) const {
+  std::fill(rotations->merged, rotations->merged + groups, FourRotations::None());
   const float* scales = scaleZ.data();
   for (const Layer& layer : layers) {
-    TurnLayer(layer, slot, groups, turns);
-    if (!CompleteTurns(layer, groups, scales, restPoses, turns->layer)) {
+    SumLayerRotations(layer, slot, groups, rotations);
+    if (!CompleteRotations(layer, groups, scales, restPoses, rotations->layer)) {
       return false;
     }
-    MergeTurns(layer, slot, groups, restPoses, turns);
+    MergeLayerRotations(layer, slot, groups, restPoses, rotations);
     scales += kBlock;
   }
   return true;
@@ -570,38 +571,39 @@ bool FusedEvaluation::TurnBlock(uint32_t slot, uint32_t groups, RestPoses* restP
 bool FusedEvaluation::PoseBlock(uint32_t slot, uint32_t slots, RestPoses* restPoses,
                                 EntityPoseWriter* writer) {
   const uint32_t groups = (slots + kLanes - 1) / kLanes;
-  Turns turns;
-  if (!MoveBlock(slot, groups, restPoses) || !TurnBlock(slot, groups, restPoses, &turns)) {
+  BlockRotations rotations;
+  if (!BlendMovingBones(slot, groups, restPoses) ||
+      !BlendRotations(slot, groups, restPoses, &rotations)) {
     return false;
   }
   for (uint32_t g = 0; g < groups; ++g) {
-    if (!WriteGroup(turns.merged[g], g, slot + g * kLanes, *restPoses, writer)) {
+    if (!WriteGroup(rotations.merged[g], g, slot + g * kLanes, *restPoses, writer)) {
       return false;
     }
   }
   return true;
 }
 
-bool FusedEvaluation::WriteGroup(const FourTurns& turns, uint32_t group, uint32_t slot,
+bool FusedEvaluation::WriteGroup(const FourRotations& rotations, uint32_t group, uint32_t slot,
                                  const RestPoses& restPoses, EntityPoseWriter* writer) const {
-  const __m128 rotates = IsNumber(turns.weight);
-  if (Any(_mm_andnot_ps(AreNumbers(turns.rotation), rotates))) {
+  const __m128 rotates = IsNumber(rotations.weight);
+  if (Any(_mm_andnot_ps(AreNumbers(rotations.rotation), rotates))) {
     return false;
   }
-  if (moving[group] == 0 && AreAll(turns.present) && AreAll(rotates) &&
+  if (moving[group] == 0 && AreAll(rotations.present) && AreAll(rotates) &&
       AreConsecutive(restPoses, slot) && writer->SeekRun3D(restPoses.Number(slot), kLanes)) {
-    WriteFourRotations(turns.rotation, writer);
+    WriteFourRotations(rotations.rotation, writer);
     return true;
   }
-  __m128 rotations[kLanes];
-  StoreTransposed(turns.rotation, rotations);
+  __m128 quaternions[kLanes];
+  StoreTransposed(rotations.rotation, quaternions);
   for (uint32_t i = 0; i < kLanes; ++i) {
     // Some numbers may be those of entities that are gone.
-    const bool isPresent = (_mm_movemask_ps(turns.present) >> i & 1) != 0;
+    const bool isPresent = (_mm_movemask_ps(rotations.present) >> i & 1) != 0;
     if (isPresent && writer->Seek(restPoses.Number(slot + i)) && writer->isThreeD()) {
       const bool moves = (moving[group] >> i & 1) != 0;
       const bool hasRotation = (_mm_movemask_ps(rotates) >> i & 1) != 0;
-      WriteBone(moves ? rows[group * kLanes + i] : nullptr, hasRotation ? &rotations[i] : nullptr,
+      WriteBone(moves ? rows[group * kLanes + i] : nullptr, hasRotation ? &quaternions[i] : nullptr,
                 *writer);
     }
   }

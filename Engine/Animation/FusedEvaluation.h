@@ -17,7 +17,6 @@ class AnimationClipModel;
 class AnimatorControllerModel;
 class EntityPoseWriter;
 struct AnimatorControllerStateModel;
-struct FourTurns;
 
 // Where ControllerEvaluation makes a pass over all bones for each state and layer, this class keeps
 // the poses of four bones (slots of the binding's rest poses) in registers through all states and
@@ -45,7 +44,9 @@ class FusedEvaluation {
   static constexpr uint32_t kGroups = 16;  // of four slots, in a block
   static constexpr uint32_t kBlock = 4 * kGroups;
 
-  struct Turns;
+  struct FourSamples;
+  struct FourRotations;
+  struct BlockRotations;
 
   // Samples of a clip, found by slot.
   struct Samples {
@@ -114,20 +115,23 @@ class FusedEvaluation {
   // independent of each other: while one waits for a square root or a division, the next proceeds.
   bool PoseBlock(uint32_t slot, uint32_t slots, RestPoses* restPoses, EntityPoseWriter* writer);
   uint32_t MovingLanes(uint32_t slot) const;
-  bool MoveBone(uint32_t slot, RestPoses* restPoses, float* scales, PoseRow* rows) const;
+  bool BlendMovingBone(uint32_t slot, RestPoses* restPoses, float* scales, PoseRow* rows) const;
   static void AddChannels(const Clip& clip, uint32_t slot, float w, bool additive, PoseRow* pose);
-  bool MoveBlock(uint32_t slot, uint32_t groups, RestPoses* restPoses);
-  bool TurnBlock(uint32_t slot, uint32_t groups, RestPoses* restPoses, Turns* turns) const;
-  void TurnLayer(const Layer& layer, uint32_t slot, uint32_t groups, Turns* turns) const;
-  static void AddTurns(const Clip& clip, const Layer& layer, uint32_t slot, bool isFirst,
-                       FourTurns* turns);
-  static void AddState(const FourTurns& state, __m128 s, bool isFirst, FourTurns* turns);
-  static bool CompleteTurns(const Layer& layer, uint32_t groups, const float* scales,
-                            RestPoses* restPoses, FourTurns* turns);
-  static void MergeTurns(const Layer& layer, uint32_t slot, uint32_t groups, RestPoses* restPoses,
-                         Turns* turns);
-  bool WriteGroup(const FourTurns& turns, uint32_t group, uint32_t slot, const RestPoses& restPoses,
-                  EntityPoseWriter* writer) const;
+  bool BlendMovingBones(uint32_t slot, uint32_t groups, RestPoses* restPoses);
+  bool BlendRotations(uint32_t slot, uint32_t groups, RestPoses* restPoses,
+                      BlockRotations* rotations) const;
+  void SumLayerRotations(const Layer& layer, uint32_t slot, uint32_t groups,
+                         BlockRotations* rotations) const;
+  static void AddClipRotations(const Clip& clip, const Layer& layer, uint32_t slot, bool isFirst,
+                               FourRotations* rotations);
+  static void AddStateRotations(const FourRotations& state, __m128 s, bool isFirst,
+                                FourRotations* rotations);
+  static bool CompleteRotations(const Layer& layer, uint32_t groups, const float* scales,
+                                RestPoses* restPoses, FourRotations* rotations);
+  static void MergeLayerRotations(const Layer& layer, uint32_t slot, uint32_t groups,
+                                  RestPoses* restPoses, BlockRotations* rotations);
+  bool WriteGroup(const FourRotations& rotations, uint32_t group, uint32_t slot,
+                  const RestPoses& restPoses, EntityPoseWriter* writer) const;
 
   uint64_t run = 0;  // counts calls of Run
   uint32_t slotEnd = 0;
