@@ -2,7 +2,6 @@
 #include "Engine/Animation/FusedEvaluation.h"
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
 
 #include "Common/Def/Platform.h"
@@ -308,11 +307,11 @@ bool FusedEvaluation::FindReference(const ControllerClipRecord& entry,
 }
 
 const SampleMap* FusedEvaluation::SampleReference(AnimationClipModel* model, float time) {
+  // Compared by bits: a time may be NaN.
+  const uint32_t timeBits = ReadUnaligned<uint32_t>(&time);
   Reference* oldest = &references[0];
   for (Reference& reference : references) {
-    // The bits: a time may be NaN.
-    if (reference.serial == model->serial &&
-        std::memcmp(&reference.time, &time, sizeof(time)) == 0) {
+    if (reference.serial == model->serial && reference.timeBits == timeBits) {
       reference.run = run;
       return &reference.samples;
     }
@@ -323,7 +322,7 @@ const SampleMap* FusedEvaluation::SampleReference(AnimationClipModel* model, flo
   }
   model->SampleAtTime(time, &oldest->samples);
   oldest->serial = model->serial;
-  oldest->time = time;
+  oldest->timeBits = timeBits;
   oldest->run = run;
   return &oldest->samples;
 }

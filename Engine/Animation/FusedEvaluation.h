@@ -94,9 +94,9 @@ class FusedEvaluation {
   // A pose that is subtracted. Characters of a crowd mostly share them, and they mostly stay from
   // frame to frame.
   struct Reference {
-    uint64_t serial = 0;  // of the clip; 0 for none
-    float time = 0.0f;
-    uint64_t run = 0;  // the last one that used it
+    uint64_t serial = 0;    // of the clip; 0 for none
+    uint32_t timeBits = 0;  // of the sampled time, a float
+    uint64_t run = 0;       // the last one that used it
     SampleMap samples;
   };
 
