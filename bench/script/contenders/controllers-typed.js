@@ -1,8 +1,12 @@
 'use strict';
-// Hand-optimised layers in plain JavaScript: keys in flat arrays with both ends of a segment adjacent, one search and
-// one set of weights for all channels of a clip, the reference pose subtracted from the additive clip's keys
-// beforehand, bones ordered parents first. Rotations go from keys to local matrices in local variables, never through
-// memory.
+// Hand-optimised layers in plain JavaScript, fused: one loop goes from the keys of all layers to local matrices, in
+// local variables. A key's values and tangents of all channels form a row of doubles, one search and one set of weights
+// serve all channels of a clip, the reference pose is subtracted from the additive clip's keys beforehand, and bones
+// are ordered parents first.
+//
+// Indices are sums of multiples of loop counters and of a 16-bit row number: the compiler knows their ranges, and
+// omits the checks for overflow, and most of those for the length. Nothing is looked up in the loops over bones.
+// Quaternions are not normalised; the matrix is divided by their squared length instead, which needs no square root.
 //
 // Loops and products are duplicated in all contenders of plain JavaScript on purpose: a shared function would see all
 // their arrays, become polymorphic, and be optimised worse.
@@ -15,28 +19,24 @@ const {
 } = require('../lib/animation-scene');
 const { aim, isMasked, run, walk } = require('../lib/controllers-scene');
 
-/** Numbers of a channel's segment: value and tangent at its start, value and tangent at its end. */
-const segmentNumbers = 4;
-const segmentStride = segmentNumbers * channelCount;
+/** Numbers of a row of keys: value and tangent of each channel, so that a bone's rotation fills a cache line. */
+const rowStride = 2 * channelCount;
 
 /** Numbers of an affine matrix without its last row, column-major. */
 const affine = 12;
 const characterStride = affine * bones;
 
-/** Index of the hips' position in a segment. */
-const hipsAt = segmentNumbers * 4 * bones;
+/** Index of the hips' position in a row. */
+const hipsAt = 2 * 4 * bones;
 
-/** The segments of a clip's keys. */
-function createSegments({ values, tangents }) {
-  const segments = new Float32Array((keyCount - 1) * segmentStride);
-  for (let key = 0; key + 1 < keyCount; ++key) {
-    for (let channel = 0; channel < channelCount; ++channel) {
-      const from = key * channelCount + channel;
-      const to = from + channelCount;
-      segments.set([values[from], tangents[from], values[to], tangents[to]], segmentNumbers * from);
-    }
+/** The rows of a clip's keys. */
+function createRows({ values, tangents }) {
+  const rows = new Float64Array(keyCount * rowStride);
+  for (let i = 0; i < keyCount * channelCount; ++i) {
+    rows[2 * i] = values[i];
+    rows[2 * i + 1] = tangents[i];
   }
-  return segments;
+  return rows;
 }
 
 /** Rotations relative to those at the start, q conj(r): the product is linear in keys and tangents. */
@@ -64,13 +64,13 @@ function relativeClip({ values, tangents }) {
  */
 function createControllersTyped(scene) {
   const { characters, sets } = scene;
-  const walkSegments = createSegments(scene.clips[walk]);
-  const runSegments = createSegments(scene.clips[run]);
-  const aimSegments = createSegments(relativeClip(scene.clips[aim]));
+  const a = createRows(scene.clips[walk]);
+  const b = createRows(scene.clips[run]);
+  const d = createRows(relativeClip(scene.clips[aim]));
   const frames = Float64Array.from({ length: keyCount }, (_, key) => key);
   const reached = Uint8Array.from({ length: bones }, (_, bone) => (isMasked(bone) ? 0 : 1));
   const parents = Int32Array.from(scene.parents, (parent) => affine * parent);
-  const scales = scene.scales.slice();
+  const scales = Float64Array.from(scene.scales);
   const holders = new Float32Array(affine * characters);
   const locals = new Float32Array(characterStride * characters);
   const worlds = new Float32Array(characterStride * characters);
@@ -83,10 +83,11 @@ function createControllersTyped(scene) {
     }
   }
 
-  // Results of the search: weights of a segment's four numbers at a time, and its start.
-  const found = new Float64Array(5);
+  // Results of the search: weights of the values and tangents of two rows, and the number of the first.
+  const found = new Float64Array(4);
+  const foundRow = new Uint16Array(1);
 
-  function findSegment(moment) {
+  function findRows(moment) {
     const time = moment < clipFrames ? moment : moment % clipFrames;
     // Keys are mostly evenly spaced.
     let key = Math.ceil(time);
@@ -103,14 +104,14 @@ function createControllersTyped(scene) {
     found[1] = (s3 - 2 * s2 + s) * seconds;
     found[2] = 3 * s2 - 2 * s3;
     found[3] = (s3 - s2) * seconds;
-    found[4] = (key - 1) * segmentStride;
+    foundRow[0] = key - 1;
   }
 
-  // `m` is the index of the matrix in `locals`, `t` of the bone in `scales`.
-  function buildLocal(m, t, x, y, z, w) {
-    const x2 = x + x;
-    const y2 = y + y;
-    const z2 = z + z;
+  // `m` is the index of the matrix in `locals`, `t` of the bone in `scales`, and `f` 2 / the quaternion's length squared.
+  function buildLocal(m, t, x, y, z, w, f) {
+    const x2 = x * f;
+    const y2 = y * f;
+    const z2 = z * f;
     const xx = x * x2;
     const xy = x * y2;
     const xz = x * z2;
@@ -137,41 +138,45 @@ function createControllersTyped(scene) {
   // Weights of states are multiplied into those of keys.
   function crossfade(set) {
     const { times, running } = sets[set];
-    const a = walkSegments;
-    const b = runSegments;
     for (let c = 0; c < characters; ++c) {
       const share = running[c];
       const rest = 1 - share;
-      findSegment(times[3 * c]);
+      findRows(times[3 * c]);
       const v0 = rest * found[0];
       const v1 = rest * found[1];
       const v2 = rest * found[2];
       const v3 = rest * found[3];
-      let p = found[4];
-      findSegment(times[3 * c + 1]);
+      const first = foundRow[0] * rowStride;
+      findRows(times[3 * c + 1]);
       const w0 = share * found[0];
       const w1 = share * found[1];
       const w2 = share * found[2];
       const w3 = share * found[3];
-      let q = found[4];
-      let m = c * characterStride;
-      for (let i = 0, k = p + hipsAt, l = q + hipsAt; i < 3; ++i, k += 4, l += 4) {
-        locals[m + 9 + i] =
+      const second = foundRow[0] * rowStride;
+      const own = c * characterStride;
+      for (let i = 0; i < 3; ++i) {
+        const k = first + hipsAt + 2 * i;
+        const l = second + hipsAt + 2 * i;
+        locals[own + 9 + i] =
           a[k] * v0 +
           a[k + 1] * v1 +
-          a[k + 2] * v2 +
-          a[k + 3] * v3 +
-          (b[l] * w0 + b[l + 1] * w1 + b[l + 2] * w2 + b[l + 3] * w3);
+          a[k + rowStride] * v2 +
+          a[k + rowStride + 1] * v3 +
+          (b[l] * w0 + b[l + 1] * w1 + b[l + rowStride] * w2 + b[l + rowStride + 1] * w3);
       }
-      for (let t = 0; t < 3 * bones; t += 3, p += 16, q += 16, m += affine) {
-        let x = a[p] * v0 + a[p + 1] * v1 + a[p + 2] * v2 + a[p + 3] * v3;
-        let y = a[p + 4] * v0 + a[p + 5] * v1 + a[p + 6] * v2 + a[p + 7] * v3;
-        let z = a[p + 8] * v0 + a[p + 9] * v1 + a[p + 10] * v2 + a[p + 11] * v3;
-        let w = a[p + 12] * v0 + a[p + 13] * v1 + a[p + 14] * v2 + a[p + 15] * v3;
-        const bx = b[q] * w0 + b[q + 1] * w1 + b[q + 2] * w2 + b[q + 3] * w3;
-        const by = b[q + 4] * w0 + b[q + 5] * w1 + b[q + 6] * w2 + b[q + 7] * w3;
-        const bz = b[q + 8] * w0 + b[q + 9] * w1 + b[q + 10] * w2 + b[q + 11] * w3;
-        const bw = b[q + 12] * w0 + b[q + 13] * w1 + b[q + 14] * w2 + b[q + 15] * w3;
+      for (let bone = 0; bone < bones; ++bone) {
+        const p = first + 8 * bone;
+        const q = second + 8 * bone;
+        const p1 = p + rowStride;
+        const q1 = q + rowStride;
+        let x = a[p] * v0 + a[p + 1] * v1 + a[p1] * v2 + a[p1 + 1] * v3;
+        let y = a[p + 2] * v0 + a[p + 3] * v1 + a[p1 + 2] * v2 + a[p1 + 3] * v3;
+        let z = a[p + 4] * v0 + a[p + 5] * v1 + a[p1 + 4] * v2 + a[p1 + 5] * v3;
+        let w = a[p + 6] * v0 + a[p + 7] * v1 + a[p1 + 6] * v2 + a[p1 + 7] * v3;
+        const bx = b[q] * w0 + b[q + 1] * w1 + b[q1] * w2 + b[q1 + 1] * w3;
+        const by = b[q + 2] * w0 + b[q + 3] * w1 + b[q1 + 2] * w2 + b[q1 + 3] * w3;
+        const bz = b[q + 4] * w0 + b[q + 5] * w1 + b[q1 + 4] * w2 + b[q1 + 5] * w3;
+        const bw = b[q + 6] * w0 + b[q + 7] * w1 + b[q1 + 6] * w2 + b[q1 + 7] * w3;
         if (x * bx + y * by + z * bz + w * bw < 0) {
           x -= bx;
           y -= by;
@@ -183,57 +188,59 @@ function createControllersTyped(scene) {
           z += bz;
           w += bw;
         }
-        const r = 1 / Math.sqrt(x * x + y * y + z * z + w * w);
-        buildLocal(m, t, x * r, y * r, z * r, w * r);
+        buildLocal(own + affine * bone, 3 * bone, x, y, z, w, 2 / (x * x + y * y + z * z + w * w));
       }
     }
   }
 
   function layers(set) {
     const { times, running, aiming } = sets[set];
-    const a = walkSegments;
-    const b = runSegments;
-    const d = aimSegments;
     for (let c = 0; c < characters; ++c) {
       const share = running[c];
       const rest = 1 - share;
       const added = aiming[c];
-      findSegment(times[3 * c]);
+      findRows(times[3 * c]);
       const v0 = rest * found[0];
       const v1 = rest * found[1];
       const v2 = rest * found[2];
       const v3 = rest * found[3];
-      let p = found[4];
-      findSegment(times[3 * c + 1]);
+      const first = foundRow[0] * rowStride;
+      findRows(times[3 * c + 1]);
       const w0 = share * found[0];
       const w1 = share * found[1];
       const w2 = share * found[2];
       const w3 = share * found[3];
-      let q = found[4];
-      findSegment(times[3 * c + 2]);
+      const second = foundRow[0] * rowStride;
+      findRows(times[3 * c + 2]);
       const u0 = found[0];
       const u1 = found[1];
       const u2 = found[2];
       const u3 = found[3];
-      let o = found[4];
-      let m = c * characterStride;
-      for (let i = 0, k = p + hipsAt, l = q + hipsAt; i < 3; ++i, k += 4, l += 4) {
-        locals[m + 9 + i] =
+      const third = foundRow[0] * rowStride;
+      const own = c * characterStride;
+      for (let i = 0; i < 3; ++i) {
+        const k = first + hipsAt + 2 * i;
+        const l = second + hipsAt + 2 * i;
+        locals[own + 9 + i] =
           a[k] * v0 +
           a[k + 1] * v1 +
-          a[k + 2] * v2 +
-          a[k + 3] * v3 +
-          (b[l] * w0 + b[l + 1] * w1 + b[l + 2] * w2 + b[l + 3] * w3);
+          a[k + rowStride] * v2 +
+          a[k + rowStride + 1] * v3 +
+          (b[l] * w0 + b[l + 1] * w1 + b[l + rowStride] * w2 + b[l + rowStride + 1] * w3);
       }
-      for (let bone = 0; bone < bones; ++bone, p += 16, q += 16, o += 16, m += affine) {
-        let x = a[p] * v0 + a[p + 1] * v1 + a[p + 2] * v2 + a[p + 3] * v3;
-        let y = a[p + 4] * v0 + a[p + 5] * v1 + a[p + 6] * v2 + a[p + 7] * v3;
-        let z = a[p + 8] * v0 + a[p + 9] * v1 + a[p + 10] * v2 + a[p + 11] * v3;
-        let w = a[p + 12] * v0 + a[p + 13] * v1 + a[p + 14] * v2 + a[p + 15] * v3;
-        const bx = b[q] * w0 + b[q + 1] * w1 + b[q + 2] * w2 + b[q + 3] * w3;
-        const by = b[q + 4] * w0 + b[q + 5] * w1 + b[q + 6] * w2 + b[q + 7] * w3;
-        const bz = b[q + 8] * w0 + b[q + 9] * w1 + b[q + 10] * w2 + b[q + 11] * w3;
-        const bw = b[q + 12] * w0 + b[q + 13] * w1 + b[q + 14] * w2 + b[q + 15] * w3;
+      for (let bone = 0; bone < bones; ++bone) {
+        const p = first + 8 * bone;
+        const q = second + 8 * bone;
+        const p1 = p + rowStride;
+        const q1 = q + rowStride;
+        let x = a[p] * v0 + a[p + 1] * v1 + a[p1] * v2 + a[p1 + 1] * v3;
+        let y = a[p + 2] * v0 + a[p + 3] * v1 + a[p1 + 2] * v2 + a[p1 + 3] * v3;
+        let z = a[p + 4] * v0 + a[p + 5] * v1 + a[p1 + 4] * v2 + a[p1 + 5] * v3;
+        let w = a[p + 6] * v0 + a[p + 7] * v1 + a[p1 + 6] * v2 + a[p1 + 7] * v3;
+        const bx = b[q] * w0 + b[q + 1] * w1 + b[q1] * w2 + b[q1 + 1] * w3;
+        const by = b[q + 2] * w0 + b[q + 3] * w1 + b[q1 + 2] * w2 + b[q1 + 3] * w3;
+        const bz = b[q + 4] * w0 + b[q + 5] * w1 + b[q1 + 4] * w2 + b[q1 + 5] * w3;
+        const bw = b[q + 6] * w0 + b[q + 7] * w1 + b[q1 + 6] * w2 + b[q1 + 7] * w3;
         if (x * bx + y * by + z * bz + w * bw < 0) {
           x -= bx;
           y -= by;
@@ -245,12 +252,13 @@ function createControllersTyped(scene) {
           z += bz;
           w += bw;
         }
-        let squares = x * x + y * y + z * z + w * w;
         if (reached[bone] !== 0) {
-          const dx = added * (d[o] * u0 + d[o + 1] * u1 + d[o + 2] * u2 + d[o + 3] * u3);
-          const dy = added * (d[o + 4] * u0 + d[o + 5] * u1 + d[o + 6] * u2 + d[o + 7] * u3);
-          const dz = added * (d[o + 8] * u0 + d[o + 9] * u1 + d[o + 10] * u2 + d[o + 11] * u3);
-          const dw = d[o + 12] * u0 + d[o + 13] * u1 + d[o + 14] * u2 + d[o + 15] * u3;
+          const o = third + 8 * bone;
+          const o1 = o + rowStride;
+          const dx = added * (d[o] * u0 + d[o + 1] * u1 + d[o1] * u2 + d[o1 + 1] * u3);
+          const dy = added * (d[o + 2] * u0 + d[o + 3] * u1 + d[o1 + 2] * u2 + d[o1 + 3] * u3);
+          const dz = added * (d[o + 4] * u0 + d[o + 5] * u1 + d[o1 + 4] * u2 + d[o1 + 5] * u3);
+          const dw = d[o + 6] * u0 + d[o + 7] * u1 + d[o1 + 6] * u2 + d[o1 + 7] * u3;
           const bxw = x;
           const byw = y;
           const bzw = z;
@@ -258,11 +266,8 @@ function createControllersTyped(scene) {
           y = dw * byw + dy * w + dz * bxw - dx * bzw;
           z = dw * bzw + dz * w + dx * byw - dy * bxw;
           w = dw * w - dx * bxw - dy * byw - dz * bzw;
-          // One length for both factors.
-          squares *= dx * dx + dy * dy + dz * dz + dw * dw;
         }
-        const r = 1 / Math.sqrt(squares);
-        buildLocal(m, 3 * bone, x * r, y * r, z * r, w * r);
+        buildLocal(own + affine * bone, 3 * bone, x, y, z, w, 2 / (x * x + y * y + z * z + w * w));
       }
     }
   }
