@@ -1,8 +1,8 @@
 'use strict';
 // Dirty lists of increasing length: where posting to the worker threads costs more than it gains.
 const { createNative } = require('../contenders/native');
-const { createTyped } = require('../contenders/typed');
 const { measureFrames } = require('../lib/frames');
+const { loadContender: load } = require('../lib/load-contender');
 const { printTable } = require('../lib/table');
 const { buildTree, countAffected, selectCount } = require('../lib/scenes');
 
@@ -13,7 +13,7 @@ function run(budget) {
   const rows = [];
   for (const size of budget.sweepSizes) {
     const tree = buildTree('large_tree', size);
-    const typed = createTyped(tree);
+    const typed = load('typed').createTyped(tree);
     const native = createNative(tree);
     for (const count of dirtyCounts.filter((one) => one < size)) {
       const dirty = selectCount(tree, count);

@@ -3,15 +3,19 @@
 const { createGlMatrix } = require('../contenders/glmatrix');
 const { createNative } = require('../contenders/native');
 const { createThree } = require('../contenders/three');
-const { createTyped } = require('../contenders/typed');
 const { measureFrames } = require('../lib/frames');
+const { loadContender: load } = require('../lib/load-contender');
 const { lastOfEach, printTable } = require('../lib/table');
 const { buildTree, countAffected, selectPercent, treeNames } = require('../lib/scenes');
 
 /** Nodes of a chain: three.js traverses it recursively. */
 const chainLimit = 1000;
 
-const creators = [createTyped, createNative, createThree, createGlMatrix];
+/** The contenders for a tree. */
+function createContenders(tree) {
+  const others = [createNative, createThree, createGlMatrix].map((create) => create(tree));
+  return [load('typed').createTyped(tree), ...others];
+}
 
 /**
  * One row of the table.
@@ -75,7 +79,7 @@ function measureTree(name, budget) {
   const frames = [];
   for (const size of budget.sizes.filter((one) => name !== 'chain' || one <= chainLimit)) {
     const tree = buildTree(name, size);
-    const contenders = creators.map((create) => create(tree));
+    const contenders = createContenders(tree);
     for (const mode of modes) {
       for (const percent of percents) {
         frames.push(measureCase(tree, contenders, percent, mode, budget));
