@@ -1,6 +1,7 @@
 'use strict';
-// Hand-optimised culling in plain JavaScript: spheres and matrices in flat arrays, the planes in local variables with
-// an early exit, and a radix sort by the bits of the depths.
+// Hand-optimised culling in plain JavaScript: spheres and matrices in flat arrays, three products per sphere, tests
+// without a branch, which would be mispredicted for every other sphere, and a sort by intervals of depth, or by the
+// bits of the depths where they are too uneven.
 
 /** Below this count, the built-in sort of doubles is faster than a radix sort. */
 const minRadixSort = 256;
@@ -10,58 +11,51 @@ const digitBits = 11;
 const buckets = 1 << digitBits;
 const digitMask = buckets - 1;
 
+/** Objects for each interval of depth, and at most as many in one if those of an interval are sorted by insertion. */
+const perInterval = 4;
+const maxOfInterval = 64;
+
 /** Doubles represent 53-bit integers: a 32-bit key above a 20-bit index. */
 const indexRange = 1 << 20;
 
-/** Six planes of a camera: normal and distance each, pointing inwards. */
-function setPlanes(out, { eye, target, up, fov, aspect, near, far }) {
-  let fx = eye[0] - target[0];
-  let fy = eye[1] - target[1];
-  let fz = eye[2] - target[2];
+/**
+ * Axes and slopes of a camera. A symmetric frustum needs three products per sphere: along the view direction, upwards
+ * and to the right; both side planes of an axis differ only in a sign.
+ */
+function setFrustum(out, { eye, target, up, fov, aspect, near, far }) {
+  let fx = target[0] - eye[0];
+  let fy = target[1] - eye[1];
+  let fz = target[2] - eye[2];
   let length = Math.sqrt(fx * fx + fy * fy + fz * fz);
   fx /= length;
   fy /= length;
   fz /= length;
-  let rx = up[1] * fz - up[2] * fy;
-  let ry = up[2] * fx - up[0] * fz;
-  let rz = up[0] * fy - up[1] * fx;
+  let rx = up[2] * fy - up[1] * fz;
+  let ry = up[0] * fz - up[2] * fx;
+  let rz = up[1] * fx - up[0] * fy;
   length = Math.sqrt(rx * rx + ry * ry + rz * rz);
   rx /= length;
   ry /= length;
   rz /= length;
-  const ux = fy * rz - fz * ry;
-  const uy = fz * rx - fx * rz;
-  const uz = fx * ry - fy * rx;
-  const eyeAlong = eye[0] * fx + eye[1] * fy + eye[2] * fz;
-  const eyeRight = eye[0] * rx + eye[1] * ry + eye[2] * rz;
-  const eyeUp = eye[0] * ux + eye[1] * uy + eye[2] * uz;
+  const ux = ry * fz - rz * fy;
+  const uy = rz * fx - rx * fz;
+  const uz = rx * fy - ry * fx;
   const slope = Math.tan(fov / 2);
-  // A side plane is tilted: the cosine of the angle applies to the lateral axis, the sine to the view direction.
   const cosV = 1 / Math.sqrt(1 + slope * slope);
-  const sinV = slope * cosV;
   const cosH = 1 / Math.sqrt(1 + slope * slope * aspect * aspect);
-  const sinH = slope * aspect * cosH;
-  const rows = [
-    [-1, 0, 0, -near],
-    [1, 0, 0, far],
-    [-sinV, -cosV, 0, 0],
-    [-sinV, cosV, 0, 0],
-    [-sinH, 0, 1, 0],
-    [-sinH, 0, -1, 0],
-  ];
-  for (let plane = 0; plane < 6; ++plane) {
-    const [along, above, side, distance] = rows[plane];
-    const across = side * cosH;
-    out[4 * plane] = along * fx + above * ux + across * rx;
-    out[4 * plane + 1] = along * fy + above * uy + across * ry;
-    out[4 * plane + 2] = along * fz + above * uz + across * rz;
-    out[4 * plane + 3] = distance - along * eyeAlong - above * eyeUp - across * eyeRight;
-  }
-  // Depth as a separate plane.
-  out[24] = -fx;
-  out[25] = -fy;
-  out[26] = -fz;
-  out[27] = eyeAlong;
+  const axes = [fx, fy, fz, ux, uy, uz, rx, ry, rz];
+  // A side plane is tilted: the cosine of the angle applies to the lateral axis, the sine to the view direction.
+  [1, cosV, cosH].forEach((scale, axis) => {
+    const [x, y, z] = axes.slice(3 * axis);
+    out[4 * axis] = scale * x;
+    out[4 * axis + 1] = scale * y;
+    out[4 * axis + 2] = scale * z;
+    out[4 * axis + 3] = -scale * (x * eye[0] + y * eye[1] + z * eye[2]);
+  });
+  out[12] = slope * cosV;
+  out[13] = slope * aspect * cosH;
+  out[14] = near;
+  out[15] = far;
 }
 
 /**
@@ -70,10 +64,11 @@ function setPlanes(out, { eye, target, up, fov, aspect, near, far }) {
  * @param {Float32Array[]} sets world matrices, 16 numbers per object, for each place
  */
 function createCullingTyped(scene, sets) {
-  const { count, spheres } = scene;
+  const { count } = scene;
+  const spheres = Float64Array.from(scene.spheres);
   const matrices = new Float32Array(16 * count);
-  const worlds = new Float32Array(4 * count); // x, y, z, radius
-  const planes = new Float64Array(28);
+  const worlds = new Float64Array(4 * count); // x, y, z, radius
+  const frustum = new Float64Array(16);
   let listed = new Int32Array(0);
 
   // Visible objects, and a second buffer for the sort.
@@ -84,6 +79,9 @@ function createCullingTyped(scene, sets) {
     keys: new Uint32Array(count),
     indices: new Uint32Array(count),
   }));
+  const intervals = 1 << Math.ceil(Math.log2(count / perInterval + 1));
+  const intervalMask = intervals - 1;
+  const counts = new Uint32Array(intervals);
   const packed = new Float64Array(minRadixSort);
   const starts = [0, 1, 2].map(() => new Uint32Array(buckets));
   const resultIndices = new Uint32Array(count);
@@ -94,37 +92,34 @@ function createCullingTyped(scene, sets) {
   // The three traversals of the objects differ only in the loop; one function with a branch inside would be slower,
   // and so would a call per object.
   function testAll() {
-    const [a0, b0, c0, d0, a1, b1, c1, d1, a2, b2, c2, d2] = planes;
-    const [a3, b3, c3, d3, a4, b4, c4, d4, a5, b5, c5, d5] = planes.subarray(12);
-    const [fx, fy, fz, fd] = planes.subarray(24);
+    const [fx, fy, fz, fd, ux, uy, uz, ud, rx, ry, rz, rd] = frustum;
+    const [sinV, sinH, near, far] = frustum.subarray(12);
     let n = 0;
-    for (let i = 0, s = 0; i < count; ++i, s += 4) {
+    for (let i = 0; i < count; ++i) {
+      const s = 4 * i;
       const x = worlds[s];
       const y = worlds[s + 1];
       const z = worlds[s + 2];
-      const r = -worlds[s + 3];
-      if (
-        a0 * x + b0 * y + c0 * z + d0 < r ||
-        a1 * x + b1 * y + c1 * z + d1 < r ||
-        a2 * x + b2 * y + c2 * z + d2 < r ||
-        a3 * x + b3 * y + c3 * z + d3 < r ||
-        a4 * x + b4 * y + c4 * z + d4 < r ||
-        a5 * x + b5 * y + c5 * z + d5 < r
-      ) {
-        continue;
-      }
-      depths[n] = fx * x + fy * y + fz * z + fd;
-      indices[n++] = i;
+      const r = worlds[s + 3];
+      const depth = fx * x + fy * y + fz * z + fd;
+      depths[n] = depth;
+      indices[n] = i;
+      n +=
+        (depth + r >= near) &
+        (depth - r <= far) &
+        (Math.abs(ux * x + uy * y + uz * z + ud) - sinV * depth <= r) &
+        (Math.abs(rx * x + ry * y + rz * z + rd) - sinH * depth <= r);
     }
     return n;
   }
 
   function testMoved() {
-    const [a0, b0, c0, d0, a1, b1, c1, d1, a2, b2, c2, d2] = planes;
-    const [a3, b3, c3, d3, a4, b4, c4, d4, a5, b5, c5, d5] = planes.subarray(12);
-    const [fx, fy, fz, fd] = planes.subarray(24);
+    const [fx, fy, fz, fd, ux, uy, uz, ud, rx, ry, rz, rd] = frustum;
+    const [sinV, sinH, near, far] = frustum.subarray(12);
     let n = 0;
-    for (let i = 0, s = 0, m = 0; i < count; ++i, s += 4, m += 16) {
+    for (let i = 0; i < count; ++i) {
+      const s = 4 * i;
+      const m = 16 * i;
       const sx = spheres[s];
       const sy = spheres[s + 1];
       const sz = spheres[s + 2];
@@ -145,50 +140,41 @@ function createCullingTyped(scene, sets) {
       const third = m8 * m8 + m9 * m9 + m10 * m10;
       longest = second > longest ? second : longest;
       longest = third > longest ? third : longest;
-      const r = -spheres[s + 3] * Math.sqrt(longest);
+      const r = spheres[s + 3] * Math.sqrt(longest);
       worlds[s] = x;
       worlds[s + 1] = y;
       worlds[s + 2] = z;
-      worlds[s + 3] = -r;
-      if (
-        a0 * x + b0 * y + c0 * z + d0 < r ||
-        a1 * x + b1 * y + c1 * z + d1 < r ||
-        a2 * x + b2 * y + c2 * z + d2 < r ||
-        a3 * x + b3 * y + c3 * z + d3 < r ||
-        a4 * x + b4 * y + c4 * z + d4 < r ||
-        a5 * x + b5 * y + c5 * z + d5 < r
-      ) {
-        continue;
-      }
-      depths[n] = fx * x + fy * y + fz * z + fd;
-      indices[n++] = i;
+      worlds[s + 3] = r;
+      const depth = fx * x + fy * y + fz * z + fd;
+      depths[n] = depth;
+      indices[n] = i;
+      n +=
+        (depth + r >= near) &
+        (depth - r <= far) &
+        (Math.abs(ux * x + uy * y + uz * z + ud) - sinV * depth <= r) &
+        (Math.abs(rx * x + ry * y + rz * z + rd) - sinH * depth <= r);
     }
     return n;
   }
 
   function testList() {
-    const [a0, b0, c0, d0, a1, b1, c1, d1, a2, b2, c2, d2] = planes;
-    const [a3, b3, c3, d3, a4, b4, c4, d4, a5, b5, c5, d5] = planes.subarray(12);
-    const [fx, fy, fz, fd] = planes.subarray(24);
+    const [fx, fy, fz, fd, ux, uy, uz, ud, rx, ry, rz, rd] = frustum;
+    const [sinV, sinH, near, far] = frustum.subarray(12);
     let n = 0;
     for (let k = 0; k < listed.length; ++k) {
       const s = 4 * listed[k];
       const x = worlds[s];
       const y = worlds[s + 1];
       const z = worlds[s + 2];
-      const r = -worlds[s + 3];
-      if (
-        a0 * x + b0 * y + c0 * z + d0 < r ||
-        a1 * x + b1 * y + c1 * z + d1 < r ||
-        a2 * x + b2 * y + c2 * z + d2 < r ||
-        a3 * x + b3 * y + c3 * z + d3 < r ||
-        a4 * x + b4 * y + c4 * z + d4 < r ||
-        a5 * x + b5 * y + c5 * z + d5 < r
-      ) {
-        continue;
-      }
-      depths[n] = fx * x + fy * y + fz * z + fd;
-      indices[n++] = listed[k];
+      const r = worlds[s + 3];
+      const depth = fx * x + fy * y + fz * z + fd;
+      depths[n] = depth;
+      indices[n] = listed[k];
+      n +=
+        (depth + r >= near) &
+        (depth - r <= far) &
+        (Math.abs(ux * x + uy * y + uz * z + ud) - sinV * depth <= r) &
+        (Math.abs(rx * x + ry * y + rz * z + rd) - sinH * depth <= r);
     }
     return n;
   }
@@ -212,6 +198,55 @@ function createCullingTyped(scene, sets) {
       resultIndices[i] = packed[i] - key * indexRange;
       resultBits[i] = bitsOf(key);
     }
+  }
+
+  /**
+   * Sorts into intervals of depth, then within them by insertion.
+   * @returns {boolean} false, and nothing is done, if too many objects share an interval
+   */
+  function sortByIntervals() {
+    let least = depths[0];
+    let most = least;
+    for (let i = 1; i < visible; ++i) {
+      const depth = depths[i];
+      least = depth < least ? depth : least;
+      most = depth > most ? depth : most;
+    }
+    const scale = (intervals - 1) / (most - least || 1);
+    counts.fill(0);
+    for (let i = 0; i < visible; ++i) {
+      ++counts[((depths[i] - least) * scale) & intervalMask];
+    }
+    let next = 0;
+    for (let i = 0; i < intervals; ++i) {
+      const size = counts[i];
+      if (size > maxOfInterval) {
+        return false;
+      }
+      counts[i] = next;
+      next += size;
+    }
+    for (let i = 0; i < visible; ++i) {
+      const depth = depths[i];
+      const at = counts[((depth - least) * scale) & intervalMask]++;
+      resultDepths[at] = depth;
+      resultIndices[at] = indices[i];
+    }
+    for (let i = 1; i < visible; ++i) {
+      const depth = resultDepths[i];
+      let at = i - 1;
+      if (resultDepths[at] > depth) {
+        const index = resultIndices[i];
+        do {
+          resultDepths[at + 1] = resultDepths[at];
+          resultIndices[at + 1] = resultIndices[at];
+          --at;
+        } while (at >= 0 && resultDepths[at] > depth);
+        resultDepths[at + 1] = depth;
+        resultIndices[at + 1] = index;
+      }
+    }
+    return true;
   }
 
   function scatter(fromKeys, fromIndices, to, digit) {
@@ -267,7 +302,7 @@ function createCullingTyped(scene, sets) {
     visible = n;
     if (n < minRadixSort) {
       sortFew();
-    } else {
+    } else if (!sortByIntervals()) {
       sortMany();
     }
   }
@@ -285,17 +320,17 @@ function createCullingTyped(scene, sets) {
 
     /** Nothing moved: the last world spheres are still valid. */
     cull(camera) {
-      setPlanes(planes, camera);
+      setFrustum(frustum, camera);
       finish(testAll());
     },
 
     cullMoved(camera) {
-      setPlanes(planes, camera);
+      setFrustum(frustum, camera);
       finish(testMoved());
     },
 
     cullList(camera) {
-      setPlanes(planes, camera);
+      setFrustum(frustum, camera);
       finish(testList());
     },
 
