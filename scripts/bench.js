@@ -2,13 +2,22 @@
 // npm run bench: native benchmarks, then JavaScript benchmarks on Node 12, or on another host by `--host NAME`. Other
 // arguments that begin with --benchmark_ go to the native ones, the rest to bench/script/run.js; --smoke runs
 // everything once on a tiny budget. `--hosts NAME,NAME...` instead runs JavaScript benchmarks interleaved on several
-// hosts, and prints one table.
+// hosts, and prints one table. --help lists all options.
 const path = require('path');
 const { setup } = require('./setup');
 const { compareHosts } = require('../bench/script/lib/hosts');
+const { usage: scriptUsage } = require('../bench/script/lib/options');
 const { root, fail, run } = require('./lib/run');
 const { build, builtFile, everything, folders, targetOf } = require('./lib/build');
 const { hostBinary, reference, takeHostOption, takeHostsOption } = require('./lib/hosts');
+
+/** What `--help` prints. */
+const usage = `npm run bench -- [OPTION]...
+  --host NAME                on another host
+  --hosts NAME,NAME...       the largest cases of JavaScript benchmarks on several hosts, in one table
+  --smoke                    runs everything once on a tiny budget
+  --benchmark_...            options of the native benchmarks
+${scriptUsage}`;
 
 /** The addons that JavaScript benchmarks load. */
 const addons = ['nq_logic', 'nq_logic_matrixflow'];
@@ -50,6 +59,10 @@ function benchSeveral(names, scriptArguments) {
   }
 }
 
+if (process.argv.includes('--help')) {
+  console.log(usage);
+  process.exit(0);
+}
 const { rest: given, named: several } = takeHostsOption(process.argv.slice(2));
 const { rest, named } = takeHostOption(given);
 const smoke = rest.includes('--smoke');

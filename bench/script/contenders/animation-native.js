@@ -115,7 +115,13 @@ function createAnimationNative(scene) {
     refresh,
     skin,
 
-    /** A whole frame. */
+    /** A whole frame, of one clip and of two. */
+    clipFrame(set, camera) {
+      animateOne(sets[set].fractional);
+      refresh();
+      skin();
+      cull(camera);
+    },
     frame(set, camera) {
       animateTwo(sets[set]);
       refresh();

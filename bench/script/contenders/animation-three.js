@@ -103,6 +103,13 @@ function createAnimationThree(scene) {
     refresh,
     skin,
 
+    clipFrame(set, camera) {
+      animateOne(scene.sets[set].fractional);
+      refresh();
+      skin();
+      cull(camera);
+    },
+
     frame(set, camera) {
       animateTwo(scene.sets[set]);
       refresh();

@@ -129,34 +129,38 @@ function createAnimationTyped(scene) {
     locals[m + 8] = sz * (1 - (xx + yy));
   }
 
+  function clipOne(c, times) {
+    findRows(clipsOf[2 * c], times[2 * c]);
+    const w0 = found[0];
+    const w1 = found[1];
+    const w2 = found[2];
+    const w3 = found[3];
+    const first = foundRow[0] * rowStride;
+    const own = c * characterStride + affine;
+    for (let i = 0; i < 3; ++i) {
+      const p = first + hipsAt + 2 * i;
+      const q = p + rowStride;
+      locals[own + 9 + i] = rows[p] * w0 + rows[p + 1] * w1 + rows[q] * w2 + rows[q + 1] * w3;
+    }
+    for (let bone = 0; bone < bones; ++bone) {
+      const p = first + 8 * bone;
+      const q = p + rowStride;
+      buildLocal(
+        own + affine * bone,
+        3 * bone,
+        rows[p] * w0 + rows[p + 1] * w1 + rows[q] * w2 + rows[q + 1] * w3,
+        rows[p + 2] * w0 + rows[p + 3] * w1 + rows[q + 2] * w2 + rows[q + 3] * w3,
+        rows[p + 4] * w0 + rows[p + 5] * w1 + rows[q + 4] * w2 + rows[q + 5] * w3,
+        rows[p + 6] * w0 + rows[p + 7] * w1 + rows[q + 6] * w2 + rows[q + 7] * w3,
+        2
+      );
+    }
+  }
+
   function clip(set) {
-    const times = sets[set].fractional;
+    const { fractional } = sets[set];
     for (let c = 0; c < characters; ++c) {
-      findRows(clipsOf[2 * c], times[2 * c]);
-      const w0 = found[0];
-      const w1 = found[1];
-      const w2 = found[2];
-      const w3 = found[3];
-      const first = foundRow[0] * rowStride;
-      const own = c * characterStride + affine;
-      for (let i = 0; i < 3; ++i) {
-        const p = first + hipsAt + 2 * i;
-        const q = p + rowStride;
-        locals[own + 9 + i] = rows[p] * w0 + rows[p + 1] * w1 + rows[q] * w2 + rows[q + 1] * w3;
-      }
-      for (let bone = 0; bone < bones; ++bone) {
-        const p = first + 8 * bone;
-        const q = p + rowStride;
-        buildLocal(
-          own + affine * bone,
-          3 * bone,
-          rows[p] * w0 + rows[p + 1] * w1 + rows[q] * w2 + rows[q + 1] * w3,
-          rows[p + 2] * w0 + rows[p + 3] * w1 + rows[q + 2] * w2 + rows[q + 3] * w3,
-          rows[p + 4] * w0 + rows[p + 5] * w1 + rows[q + 4] * w2 + rows[q + 5] * w3,
-          rows[p + 6] * w0 + rows[p + 7] * w1 + rows[q + 6] * w2 + rows[q + 7] * w3,
-          2
-        );
-      }
+      clipOne(c, fractional);
     }
   }
 
@@ -409,6 +413,16 @@ function createAnimationTyped(scene) {
     crossfade,
     refresh,
     skin,
+
+    clipFrame(set, camera) {
+      const { fractional } = sets[set];
+      for (let c = 0; c < characters; ++c) {
+        clipOne(c, fractional);
+        refreshOne(c);
+        skinOne(c);
+      }
+      cull(camera);
+    },
 
     frame(set, camera) {
       const { fractional, weights } = sets[set];

@@ -41,6 +41,10 @@ function runOn(host, workload, options, folder) {
   const report = path.join(folder, 'report.json');
   const args = [path.join(__dirname, '..', 'run.js'), '--only', workload, '--json', report];
   args.push('--cases', 'largest', '--budget', options.budget, '--statistic', options.statistic);
+  args.push('--caches', options.caches);
+  if (options.cores !== null) {
+    args.push('--cores', String(options.cores));
+  }
   console.error(`== ${workload} on Node ${host.name}`);
   const { status, error } = childProcess.spawnSync(host.program, args, {
     env: Object.assign({}, process.env, host.environment),

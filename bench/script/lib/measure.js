@@ -78,6 +78,9 @@ function median(values) {
   return sorted.length % 2 === 1 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
 }
 
+/** What is reported of the rounds. */
+const statistics = ['median', 'best'];
+
 /** Whether the shortest sample is reported, not the median of the rounds. */
 let reportsBest = false;
 
@@ -90,6 +93,64 @@ function reportStatistic(name) {
   reportsBest = name === 'best';
 }
 
+/** States of the caches before a run. */
+const cacheStates = ['warm', 'cold'];
+
+/** Bytes that are read to evict the caches: twice the largest third-level cache of a core complex. */
+const evictedBytes = 64 * 1024 * 1024;
+const cacheLine = 64;
+
+/** Timed runs of a turn with cold caches at most, since walking takes much longer than most runs. */
+const maxColdRuns = 8;
+
+/** The walked memory, or null if caches stay warm. */
+let walked = null;
+
+/** The sum of a walk, kept so that the compiler cannot omit it. */
+let walkedSum = 0;
+
+/**
+ * Sets whether memory larger than the caches is walked before each run, outside the measured time: the same for all
+ * contenders.
+ * @param {boolean} cold
+ */
+function evictCaches(cold) {
+  walked = cold ? new Uint32Array(evictedBytes / 4).fill(1) : null;
+}
+
+function walk() {
+  let sum = 0;
+  for (let at = 0; at < walked.length; at += cacheLine / 4) {
+    sum += walked[at];
+  }
+  walkedSum = sum;
+  return walkedSum;
+}
+
+/**
+ * Times of a run of each contender in nanoseconds, in order; and `cpu`, the CPU time of all threads of the process
+ * for it, also in nanoseconds, always an average over the runs of a round.
+ * @typedef {number[] & {cpu: number[]}} Times
+ */
+
+/** CPU time of all threads of the process so far, in nanoseconds; it is counted in microseconds. */
+function cpuNow() {
+  const { user, system } = process.cpuUsage();
+  return 1e3 * (user + system);
+}
+
+/**
+ * The reported statistic of each contender.
+ * @param {number[][]} samples of each contender
+ * @param {number[]} shortest run of each
+ * @param {number[][]} cpu samples of each
+ * @returns {Times}
+ */
+function timesOf(samples, shortest, cpu) {
+  const times = reportsBest ? shortest : samples.map(median);
+  return Object.assign(times, { cpu: cpu.map(reported) });
+}
+
 /** Approximate nanoseconds of the runs of one sample. */
 const batchNanoseconds = 1e5;
 
@@ -97,12 +158,21 @@ const batchNanoseconds = 1e5;
  * Runs contenders interleaved, A B C A B C..., and returns the nanoseconds of one run of each, in order, by the
  * reported statistic. Before each turn garbage is collected and some warm-up runs are untimed: the other contenders
  * have evicted the caches, and threads of the collector may still run. A first round is for the compiler.
+ * With cold caches a sample is one run.
  * @param {Array<function(number): void>} contenders each receives the number of the run
  * @param {Budget} budget
- * @returns {number[]}
+ * @returns {Times}
  */
 function interleave(contenders, budget) {
+  if (walked !== null) {
+    const prepare = () => {};
+    return interleavePrepared(
+      contenders.map((run) => ({ prepare, run })),
+      budget
+    );
+  }
   const samples = contenders.map(() => []);
+  const cpu = contenders.map(() => []);
   const shortest = contenders.map(() => Infinity);
   const runs = contenders.map(() => 0);
   const batches = contenders.map(() => 1);
@@ -114,6 +184,7 @@ function interleave(contenders, budget) {
         run(runs[c]++);
       }
       const limit = budget.milliseconds * 1e6;
+      const cpuStart = cpuNow();
       const start = now();
       let count = 0;
       let elapsed = 0;
@@ -128,11 +199,12 @@ function interleave(contenders, budget) {
       } while (elapsed < limit || count < budget.warmUps);
       if (round >= 0) {
         samples[c].push(elapsed / count);
+        cpu[c].push((cpuNow() - cpuStart) / count);
       }
       batches[c] = Math.max(1, Math.floor((batchNanoseconds * count) / elapsed));
     }
   }
-  return reportsBest ? shortest : samples.map(median);
+  return timesOf(samples, shortest, cpu);
 }
 
 /** Runs of each contender in a round of `alternate`. */
@@ -153,6 +225,9 @@ function alternate(contenders, budget) {
       for (let k = 0; k < contenders.length; ++k) {
         // Each is as often the first of a turn.
         const c = i % 2 === 0 ? k : contenders.length - 1 - k;
+        if (walked !== null) {
+          walk();
+        }
         const start = now();
         contenders[c]();
         const elapsed = now() - start;
@@ -170,21 +245,29 @@ function alternate(contenders, budget) {
  * one run; a turn ends when its runs have taken the budget's time.
  * @param {Array<{prepare: function(number): void, run: function(number): void}>} contenders
  * @param {Budget} budget
- * @returns {number[]}
+ * @returns {Times}
  */
 function interleavePrepared(contenders, budget) {
   const samples = contenders.map(() => []);
+  const cpu = contenders.map(() => []);
   const shortest = contenders.map(() => Infinity);
   const runs = contenders.map(() => 0);
   for (let round = -1; round < budget.rounds; ++round) {
     for (let c = 0; c < contenders.length; ++c) {
       const { prepare, run } = contenders[c];
+      let used = 0;
       const timed = () => {
         const number = runs[c]++;
         prepare(number);
+        if (walked !== null) {
+          walk();
+        }
+        const cpuStart = cpuNow();
         const start = now();
         run(number);
-        return now() - start;
+        const time = now() - start;
+        used += cpuNow() - cpuStart;
+        return time;
       };
       collectGarbage();
       for (let i = 0; i < budget.warmUps; ++i) {
@@ -192,18 +275,20 @@ function interleavePrepared(contenders, budget) {
       }
       let count = 0;
       let elapsed = 0;
+      used = 0;
       do {
         const time = timed();
         shortest[c] = Math.min(shortest[c], time);
         elapsed += time;
         ++count;
-      } while (elapsed < budget.milliseconds * 1e6);
+      } while (elapsed < budget.milliseconds * 1e6 && !(walked !== null && count >= maxColdRuns));
       if (round >= 0) {
         samples[c].push(elapsed / count);
+        cpu[c].push(used / count);
       }
     }
   }
-  return reportsBest ? shortest : samples.map(median);
+  return timesOf(samples, shortest, cpu);
 }
 
 /**
@@ -233,7 +318,9 @@ function reported(samples) {
 module.exports = {
   alternate,
   budgets,
+  cacheStates,
   collectGarbage,
+  evictCaches,
   interleave,
   interleavePrepared,
   largestOnly,
@@ -242,4 +329,5 @@ module.exports = {
   once,
   reported,
   reportStatistic,
+  statistics,
 };

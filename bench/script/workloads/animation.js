@@ -19,6 +19,12 @@ const poses = [
   { kind: 'crossfade', method: 'crossfade' },
 ];
 
+/** Whole frames; methods of the contenders. */
+const frames = [
+  { kind: 'whole frame, one clip', method: 'clipFrame' },
+  { kind: 'whole frame', method: 'frame' },
+];
+
 /** Sets of times for the comparison of contenders. */
 const comparedSets = [0, 5];
 
@@ -71,12 +77,12 @@ function assertPose(what, prepared, method) {
 }
 
 /** Compares bones and visible objects after whole frames. */
-function assertFrame(what, prepared) {
+function assertFrame(what, prepared, method) {
   const { scene, contenders } = prepared;
   const all = Int32Array.from({ length: scene.characters }, (_, i) => i);
   for (const set of comparedSets) {
     const camera = cameras[set % cameras.length];
-    contenders.forEach((contender) => contender.frame(set, camera));
+    contenders.forEach((contender) => contender[method](set, camera));
     assertSameBones(`${what}, set ${set}`, prepared);
     for (const contender of contenders) {
       const worlds = new Float32Array(16 * bones * scene.characters);
@@ -90,8 +96,17 @@ function assertFrame(what, prepared) {
 
 /** A row of the table, from nanoseconds of a run of each contender. */
 function rowOf(kind, characters, times) {
-  const [typed, nq, three] = times.map((time) => time / characters / bones);
-  return { kind, characters, nanosecondsPerBone: { nq, typed, three } };
+  const perBone = ([typed, nq, three]) => ({
+    nq: nq / characters / bones,
+    typed: typed / characters / bones,
+    three: three / characters / bones,
+  });
+  return {
+    kind,
+    characters,
+    nanosecondsPerBone: perBone(times),
+    cpuNanosecondsPerBone: perBone(times.cpu),
+  };
 }
 
 /** Poses and skinning of one crowd. */
@@ -123,17 +138,19 @@ function measureCrowd(characters, budget) {
 function measureFrames(characters, budget) {
   const prepared = prepare(characters);
   const { contenders, scene } = prepared;
-  const what = `${characters} characters, whole frame`;
-  assertFrame(`${what}, before`, prepared);
-  const times = interleave(
-    contenders.map(
-      (contender) => (run) =>
-        contender.frame(run % scene.sets.length, cameras[run % cameras.length])
-    ),
-    budget
-  );
-  assertFrame(`${what}, after`, prepared);
-  return rowOf('whole frame', characters, times);
+  return frames.map(({ kind, method }) => {
+    const what = `${characters} characters, ${kind}`;
+    assertFrame(`${what}, before`, prepared, method);
+    const times = interleave(
+      contenders.map(
+        (contender) => (run) =>
+          contender[method](run % scene.sets.length, cameras[run % cameras.length])
+      ),
+      budget
+    );
+    assertFrame(`${what}, after`, prepared, method);
+    return rowOf(kind, characters, times);
+  });
 }
 
 function run(budget) {
@@ -145,20 +162,15 @@ function run(budget) {
   };
   const rows = [].concat(
     ...within(crowds).map((characters) => measureCrowd(characters, budget)),
-    within(frameCrowds).map((characters) => measureFrames(characters, budget))
+    ...within(frameCrowds).map((characters) => measureFrames(characters, budget))
   );
   printTable(
     'animation: ns per bone',
-    ['work', 'characters', 'nq', 'typed', 'three', 'typed/nq', 'three/nq'],
-    rows.map(({ kind, characters, nanosecondsPerBone: { nq, typed, three } }) => [
-      kind,
-      characters,
-      nq,
-      typed,
-      three,
-      typed / nq,
-      three / nq,
-    ])
+    ['work', 'characters', 'nq', 'nq, CPU', 'typed', 'three', 'typed/nq', 'three/nq'],
+    rows.map(({ kind, characters, nanosecondsPerBone, cpuNanosecondsPerBone: cpu }) => {
+      const { nq, typed, three } = nanosecondsPerBone;
+      return [kind, characters, nq, cpu.nq, typed, three, typed / nq, three / nq];
+    })
   );
   return rows;
 }

@@ -13,7 +13,9 @@ const animation = require(path.join(folder, 'lib', 'animation-scene.js'));
 const matrixFlow = require(path.join(folder, 'lib', 'matrixflow-scene.js'));
 const { isBuilt } = require(path.join(folder, 'contenders', 'matrixflow-native.js'));
 const controllers = require(path.join(folder, 'lib', 'controllers-scene.js'));
+const cores = require(path.join(folder, 'lib', 'cores.js'));
 const hosts = require(path.join(folder, 'lib', 'hosts.js'));
+const { parseOptions } = require(path.join(folder, 'lib', 'options.js'));
 
 /** Runs the benchmarks' entry in a child process and returns its result. */
 function runBenchmarks(args) {
@@ -101,11 +103,53 @@ describe('JavaScript benchmarks', () => {
     assert.ok(child.stderr.includes('--only is one of'), child.stderr);
   });
 
-  it('state the version of Node, the CPU and its cores', () => {
+  it('state the version of Node, the CPU and the cores that they may use', () => {
     const { stdout } = runBenchmarks(['--budget', 'tiny', '--only', 'idle']);
-    const cpus = os.cpus();
-    const machine = `${cpus[0].model}, ${cpus.length} cores, Node ${process.version}; `;
+    const count = cores.allowedCpus().length;
+    const used = `${count} ${count === 1 ? 'core' : 'cores'}`;
+    const machine = `${os.cpus()[0].model}, ${used}, Node ${process.version}; `;
     assert.strictEqual(stdout.split('\n')[0], `${machine}median of 1 rounds`);
+  });
+
+  it('run on one core and with cold caches, and report the CPU time of all threads', () => {
+    const report = path.join(fs.mkdtempSync(path.join(os.tmpdir(), 'nq-bench-')), 'report.json');
+    const args = ['--budget', 'tiny', '--only', 'controllers', '--cores', '1', '--caches', 'cold'];
+    const { status, stdout, stderr } = runBenchmarks([...args, '--json', report]);
+    assert.strictEqual(status, 0, stderr);
+    const [machine] = stdout.split('\n');
+    assert.ok(machine.includes(`, 1 core, Node ${process.version}; `), machine);
+    assert.ok(machine.endsWith(', caches cold'), machine);
+    const { machine: used, results } = JSON.parse(fs.readFileSync(report, 'utf8'));
+    fs.unlinkSync(report);
+    fs.rmdirSync(path.dirname(report));
+    assert.strictEqual(used.cpus, 1);
+    for (const { nanosecondsPerBone: wall, cpuNanosecondsPerBone: cpu } of results.controllers) {
+      // Counted in microseconds; on one core it is below the wall time.
+      assert.ok(cpu.three > 0 && cpu.three < 1.1 * wall.three, `${cpu.three} of ${wall.three}`);
+    }
+  });
+
+  it('refuse values that an option does not have, and list the options', () => {
+    const given = [
+      [['--caches', 'tepid'], 'Error: --caches is one of warm, cold, not "tepid"'],
+      [['--statistic', 'mean'], 'Error: --statistic is one of median, best, not "mean"'],
+      [['--cores', '0'], 'Error: --cores is a whole number from 1 up, not "0"'],
+      [['--cores', '4096'], 'Error: --cores is 4096, but this process may run on '],
+    ];
+    for (const [args, message] of given) {
+      const { status, stderr } = runBenchmarks(args);
+      assert.strictEqual(status, 1);
+      assert.ok(stderr.startsWith(message), stderr);
+    }
+    const { status, stdout } = runBenchmarks(['--help']);
+    assert.strictEqual(status, 0);
+    const listed = stdout.match(/^ {2}--\w+/gm).map((name) => name.slice(4));
+    assert.deepStrictEqual(listed, Object.keys(parseOptions([], [])));
+  });
+
+  it('read lists of CPUs in the form of the kernel', () => {
+    assert.deepStrictEqual(cores.parseCpuList('3'), [3]);
+    assert.deepStrictEqual(cores.parseCpuList('0-2,5,8-9'), [0, 1, 2, 5, 8, 9]);
   });
 
   it('measure only the largest cases', () => {
