@@ -67,14 +67,18 @@ function createAnimationNative(scene) {
   );
   let result = engine.cullingResult;
 
-  function animateOne(times) {
-    const { views, list } = single;
+  function writeOne(times) {
+    const { views } = single;
     for (let c = 0; c < characters; ++c) {
       const view = views[c];
       view[timeAt] = times[2 * c];
       view[weightAt] = 1;
     }
-    engine.updateAnimators(list);
+  }
+
+  function animateOne(times) {
+    writeOne(times);
+    engine.updateAnimators(single.list);
   }
 
   function writeTwo({ fractional, weights }) {
@@ -94,6 +98,12 @@ function createAnimationNative(scene) {
     engine.updateAnimators(pair.list);
   }
 
+  function updateSingly(objects) {
+    for (let c = 0; c < characters; ++c) {
+      engine.updateAnimator(objects[c].id);
+    }
+  }
+
   const refresh = () => engine.refreshWorldTransform();
   const skin = () => engine.updateSkinningMatrices(skinList);
 
@@ -110,6 +120,22 @@ function createAnimationNative(scene) {
     clip: (set) => animateOne(sets[set].fractional),
     frames: (set) => animateOne(sets[set].whole),
     crossfade: (set) => animateTwo(sets[set]),
+
+    /** The same by a call for each character, on the calling thread. */
+    singly: {
+      clip(set) {
+        writeOne(sets[set].fractional);
+        updateSingly(single.objects);
+      },
+      frames(set) {
+        writeOne(sets[set].whole);
+        updateSingly(single.objects);
+      },
+      crossfade(set) {
+        writeTwo(sets[set]);
+        updateSingly(pair.objects);
+      },
+    },
 
     /** World matrices of all bones, and their products with the inverse bind matrices. */
     refresh,
@@ -132,9 +158,7 @@ function createAnimationNative(scene) {
     /** The same on the calling thread only. */
     frameAlone(set, camera) {
       writeTwo(sets[set]);
-      for (const { id } of pair.objects) {
-        engine.updateAnimator(id);
-      }
+      updateSingly(pair.objects);
       refresh();
       for (const { id } of skins) {
         engine.updateSkinningMatrix(id);

@@ -87,7 +87,7 @@ function createControllersNative(scene) {
   const singles = handleList(people.map(({ single }) => single.object));
   const layereds = handleList(people.map(({ layered }) => layered.object));
 
-  function crossfade(set) {
+  function writeCrossfade(set) {
     const { times, running } = sets[set];
     for (let c = 0; c < characters; ++c) {
       const { floats } = people[c];
@@ -96,10 +96,9 @@ function createControllersNative(scene) {
       floats[run][state.time] = times[3 * c + 1];
       floats[run][state.weight] = running[c];
     }
-    engine.updateAnimatorControllers(singles);
   }
 
-  function layers(set) {
+  function writeLayers(set) {
     const { times, running, aiming } = sets[set];
     for (let c = 0; c < characters; ++c) {
       const { floats, layered } = people[c];
@@ -110,15 +109,39 @@ function createControllersNative(scene) {
       floats[aim][state.time] = times[3 * c + 2];
       layered.floats[layerAt(1) + 1] = aiming[c];
     }
-    engine.updateAnimatorControllers(layereds);
   }
+
+  // The argument is not read, but must be there.
+  const argument = new ArrayBuffer(0);
 
   return {
     name: 'nq',
 
     /** Local matrices from two states, and with an additive layer above. */
-    crossfade,
-    layers,
+    crossfade(set) {
+      writeCrossfade(set);
+      engine.updateAnimatorControllers(singles);
+    },
+    layers(set) {
+      writeLayers(set);
+      engine.updateAnimatorControllers(layereds);
+    },
+
+    /** The same by a call for each character, on the calling thread. */
+    singly: {
+      crossfade(set) {
+        writeCrossfade(set);
+        for (let c = 0; c < characters; ++c) {
+          people[c].single.object.update(null, argument);
+        }
+      },
+      layers(set) {
+        writeLayers(set);
+        for (let c = 0; c < characters; ++c) {
+          people[c].layered.object.update(null, argument);
+        }
+      },
+    },
 
     /** Only the batch call of `layers`, without the writes. */
     call: () => engine.updateAnimatorControllers(layereds),

@@ -2,6 +2,7 @@
 // Crowds of characters: poses from one clip and from two, skinning, and whole frames.
 const animation = require('../lib/animation-scene');
 const { assertView, cameras } = require('../lib/culling-scene');
+const { measureFew } = require('../lib/few');
 const { loadContender: load } = require('../lib/load-contender');
 const { interleave, interleavePrepared } = require('../lib/measure');
 const { lastOfEach, printTable } = require('../lib/table');
@@ -172,15 +173,16 @@ function run(budget) {
       return [kind, characters, nq, cpu.nq, typed, three, typed / nq, three / nq];
     })
   );
-  return rows;
+  const few = budget.largestOnly ? [] : measureFew('animation', poses, prepare, budget);
+  return { crowds: rows, few };
 }
 
 /**
  * The largest cases, for a comparison of hosts.
- * @param {ReturnType<run>} rows
+ * @param {ReturnType<run>} results
  * @returns {import('../lib/hosts').Case[]}
  */
-function largest(rows) {
+function largest({ crowds: rows }) {
   return lastOfEach(rows, ({ kind }) => kind).map(({ kind, characters, nanosecondsPerBone }) => ({
     work: `animation: ${kind}, ${characters} characters`,
     unit: 'ns per bone',

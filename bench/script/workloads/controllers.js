@@ -4,6 +4,7 @@
 // are refreshed in between, as in frames.
 const { assertMoved, assertSamePose, bones, rounding } = require('../lib/animation-scene');
 const { createControllerScene, mixerTolerance } = require('../lib/controllers-scene');
+const { measureFew } = require('../lib/few');
 const { loadContender: load } = require('../lib/load-contender');
 const { interleavePrepared } = require('../lib/measure');
 const { lastOfEach, printTable } = require('../lib/table');
@@ -107,15 +108,16 @@ function run(budget) {
       return [kind, characters, nq, cpu.nq, typed, three, typed / nq, three / nq];
     })
   );
-  return rows;
+  const few = budget.largestOnly ? [] : measureFew('controllers', poses, prepare, budget);
+  return { crowds: rows, few };
 }
 
 /**
  * The largest cases, for a comparison of hosts.
- * @param {ReturnType<run>} rows
+ * @param {ReturnType<run>} results
  * @returns {import('../lib/hosts').Case[]}
  */
-function largest(rows) {
+function largest({ crowds: rows }) {
   return lastOfEach(rows, ({ kind }) => kind).map(({ kind, characters, nanosecondsPerBone }) => ({
     work: `controllers: ${kind}, ${characters} characters`,
     unit: 'ns per bone',
