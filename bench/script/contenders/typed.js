@@ -16,6 +16,7 @@ const { preorder, valuesPerNode } = require('../lib/scenes');
 /** Slots and indices of values are below. */
 const slotMask = 0xfffff;
 const valueMask = 0xffffff;
+const valueRange = 1 + valueMask;
 
 /** Numbers of an affine matrix without its last row, column-major. */
 const affine = 12;
@@ -285,11 +286,12 @@ function createTyped(tree) {
 
     setDirty(nodes, rotationMode) {
       mode = rotationMode;
-      const order = Array.from(nodes, (node, k) => [slots[node], valuesPerNode[mode] * k]);
-      order.sort((a, b) => a[0] - b[0]);
-      order.forEach(([slot, at], k) => {
-        dirty[k] = slot;
-        valueAt[k] = at;
+      // Slots, and positions in the list below them.
+      const order = Float64Array.from(nodes, (node, k) => slots[node] * valueRange + k).sort();
+      order.forEach((entry, i) => {
+        const slot = Math.floor(entry / valueRange);
+        dirty[i] = slot;
+        valueAt[i] = valuesPerNode[mode] * (entry - slot * valueRange);
       });
       dirtyCount = order.length;
     },
