@@ -25,12 +25,16 @@ const {
  */
 function createNative(tree, options = { heldRoot: true }) {
   const engine = getEngine();
-  const { objects, records, handles } = createEntities(engine, tree.count);
+  const created = createEntities(engine, tree.count);
+  const { objects, records } = created;
+  const placeOf = (node) => (tree.places === undefined ? node : tree.places[node]);
+  const handles = Uint32Array.from({ length: tree.count }, (_, i) => created.handles[placeOf(i)]);
   for (let node = 0; node < tree.count; ++node) {
-    const record = records[Math.floor(node / batchCapacity)];
+    const place = placeOf(node);
+    const record = records[Math.floor(place / batchCapacity)];
     record.set(
       tree.scales.subarray(3 * node, 3 * node + 3),
-      (node % batchCapacity) * recordWords + scaleAt
+      (place % batchCapacity) * recordWords + scaleAt
     );
   }
   linkTree(engine, tree.parents, handles);
@@ -118,12 +122,15 @@ function createNative(tree, options = { heldRoot: true }) {
       spans = [];
       passEnds = [];
       let span = null;
+      // In the order of the records.
+      const order = Float64Array.from(dirty, (node, k) => placeOf(node) * count + k).sort();
       for (let k = 0; k < count; ++k) {
-        const source = options.heldRoot ? k : count - 1 - k;
+        const source = order[options.heldRoot ? k : count - 1 - k] % count;
         const node = dirty[source];
-        const batch = Math.floor(node / batchCapacity);
+        const place = placeOf(node);
+        const batch = Math.floor(place / batchCapacity);
         dirtyHandles[k] = handles[node];
-        offsets[k] = (node % batchCapacity) * recordWords;
+        offsets[k] = (place % batchCapacity) * recordWords;
         valueOffsets[k] = source * stride;
         const newPass = k % dirtyCapacity === 0;
         if (newPass || span.batch !== batch) {
@@ -159,7 +166,7 @@ function createNative(tree, options = { heldRoot: true }) {
 
     world(out) {
       for (let node = 0; node < tree.count; ++node) {
-        copyWorld(records, node, out, 16 * node);
+        copyWorld(records, placeOf(node), out, 16 * node);
       }
     },
   };

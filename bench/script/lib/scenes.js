@@ -3,8 +3,10 @@
 const { createRandom } = require('./random');
 
 /**
- * A tree under one root. Parents come before their children, the root is node 0.
- * @typedef {{name: string, count: number, parents: Int32Array, scales: Float32Array}} Tree
+ * A tree under one root. Parents come before their children, the root is node 0. `places`, if any, are the positions of
+ * the nodes in the batches of the module, which are the same as their numbers otherwise.
+ * @typedef {{name: string, count: number, parents: Int32Array, scales: Float32Array,
+ *   places: (Int32Array|undefined)}} Tree
  */
 
 /** Bones by parent: hips; spine, neck, head; face; two arms with four fingers; two legs. */
@@ -99,6 +101,44 @@ const builders = {
  */
 function buildTree(name, count) {
   return builders[name](count);
+}
+
+/** Limb of a bone: trunk and head, arms, legs. */
+const limbEnds = [10, 26, 42, 46, bonesPerCharacter];
+const limbOf = (bone) => limbEnds.findIndex((end) => bone < end);
+
+/** Ways to number the humanoids within a batch; each returns the sort key of a node. */
+const numberings = {
+  'depth first': () => (node) => node,
+  'limb by limb': () => (node) => node === 0 ? 0 : limbOf((node - 1) % bonesPerCharacter),
+  random: () => {
+    const random = createRandom(3);
+    return () => random();
+  },
+};
+
+/**
+ * The same humanoids, with their nodes at other places within each batch. The depth-first one is as without places.
+ * @param {Tree} tree
+ * @param {string} numbering one of `numberingNames`
+ * @param {number} batchSize
+ * @returns {Tree}
+ */
+function renumber(tree, numbering, batchSize) {
+  const keyOf = numberings[numbering]();
+  const places = new Int32Array(tree.count);
+  for (let first = 0; first < tree.count; first += batchSize) {
+    const size = Math.min(batchSize, tree.count - first);
+    const keys = Array.from({ length: size }, (_, i) => ({
+      node: first + i,
+      key: keyOf(first + i),
+    }));
+    keys.sort((a, b) => a.key - b.key || a.node - b.node);
+    keys.forEach(({ node }, i) => {
+      places[node] = first + i;
+    });
+  }
+  return Object.assign({}, tree, { places });
 }
 
 /**
@@ -225,12 +265,15 @@ function createValues(dirty, mode, frames, seed) {
 }
 
 const treeNames = Object.keys(builders);
+const numberingNames = Object.keys(numberings);
 
 module.exports = {
   buildTree,
   countAffected,
   createValues,
+  numberingNames,
   preorder,
+  renumber,
   selectCount,
   selectPercent,
   treeNames,

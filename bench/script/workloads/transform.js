@@ -6,7 +6,16 @@ const { createThree } = require('../contenders/three');
 const { measureFrames } = require('../lib/frames');
 const { loadContender: load } = require('../lib/load-contender');
 const { lastOfEach, printTable } = require('../lib/table');
-const { buildTree, countAffected, selectPercent, treeNames } = require('../lib/scenes');
+const { batchCapacity } = require('../lib/native-scene');
+const {
+  buildTree,
+  countAffected,
+  numberingNames,
+  renumber,
+  selectCount,
+  selectPercent,
+  treeNames,
+} = require('../lib/scenes');
 
 /** Nodes of a chain: three.js traverses it recursively. */
 const chainLimit = 1000;
@@ -25,7 +34,12 @@ function measureCase(tree, contenders, percent, mode, budget) {
   const dirty = selectPercent(tree, percent);
   const what = `${tree.name} ${tree.count} ${percent} % ${mode}`;
   const times = measureFrames(what, tree, contenders, dirty, mode, budget);
-  const [typed, nq, three, glMatrix] = times.map((time) => time / dirty.length);
+  const perNode = ([typed, nq, three, glMatrix]) => ({
+    nq: nq / dirty.length,
+    typed: typed / dirty.length,
+    three: three / dirty.length,
+    glMatrix: glMatrix / dirty.length,
+  });
   return {
     tree: tree.name,
     nodes: tree.count,
@@ -33,8 +47,54 @@ function measureCase(tree, contenders, percent, mode, budget) {
     mode,
     dirty: dirty.length,
     affected: countAffected(tree, dirty),
-    nanosecondsPerDirtyNode: { nq, typed, three, glMatrix },
+    nanosecondsPerDirtyNode: perNode(times),
+    cpuNanosecondsPerDirtyNode: perNode(times.cpu),
   };
+}
+
+/**
+ * Frames of humanoids whose nodes are numbered in several ways; single nodes from all over the tree change.
+ * @returns {object[]}
+ */
+function measureNumberings(count, budget) {
+  const rows = [];
+  const plain = buildTree('humanoids', count);
+  for (const numbering of numberingNames) {
+    const tree = renumber(plain, numbering, batchCapacity);
+    const contenders = [load('typed').createTyped(tree), createNative(tree)];
+    for (const percent of [100, 10, 1]) {
+      const dirty =
+        percent === 100
+          ? selectPercent(tree, 100)
+          : selectCount(tree, Math.max(1, Math.round((tree.count * percent) / 100)));
+      const what = `${numbering}, ${tree.count} nodes, ${percent} %`;
+      const times = measureFrames(what, tree, contenders, dirty, 'quaternion', budget);
+      const [typed, nq] = times.map((time) => time / dirty.length);
+      rows.push({
+        numbering,
+        nodes: tree.count,
+        percent,
+        dirty: dirty.length,
+        affected: countAffected(tree, dirty),
+        nanosecondsPerDirtyNode: { nq, typed },
+        cpuNanosecondsPerDirtyNode: { nq: times.cpu[1] / dirty.length },
+      });
+    }
+  }
+  printTable(
+    'transform: humanoids by numbering within batches, scattered nodes, ns per changed node',
+    ['numbering', 'nodes', '% dirty', 'dirty', 'world matrices', 'nq', 'nq, CPU'].concat([
+      'typed',
+      'typed/nq',
+    ]),
+    rows.map((row) => {
+      const { nq, typed } = row.nanosecondsPerDirtyNode;
+      const { nq: cpu } = row.cpuNanosecondsPerDirtyNode;
+      const numbers = [row.nodes, row.percent, row.dirty, row.affected];
+      return [row.numbering, ...numbers, nq, cpu, typed, typed / nq];
+    })
+  );
+  return rows;
 }
 
 /**
@@ -53,7 +113,7 @@ function measurePasses(tree, budget) {
 function printFrames(name, frames) {
   printTable(
     `transform: ${name}, ns per changed node and frame`,
-    ['nodes', '% dirty', 'mode', 'dirty', 'world matrices', 'nq'].concat([
+    ['nodes', '% dirty', 'mode', 'dirty', 'world matrices', 'nq', 'nq, CPU'].concat([
       'typed',
       'three',
       'gl-matrix',
@@ -62,7 +122,8 @@ function printFrames(name, frames) {
     ]),
     frames.map((row) => {
       const { nq, typed, three, glMatrix } = row.nanosecondsPerDirtyNode;
-      return [row.nodes, row.percent, row.mode, row.dirty, row.affected, nq].concat([
+      const { nq: cpu } = row.cpuNanosecondsPerDirtyNode;
+      return [row.nodes, row.percent, row.mode, row.dirty, row.affected, nq, cpu].concat([
         typed,
         three,
         glMatrix,
@@ -94,8 +155,9 @@ function run(budget) {
   // A chain stays short.
   const measured = treeNames.filter((name) => !budget.largestOnly || name !== 'chain');
   const frames = [].concat(...measured.map((name) => measureTree(name, budget)));
+  const numbered = measureNumberings(Math.max(...budget.sizes), budget);
   if (budget.largestOnly) {
-    return { frames, passes: [] };
+    return { frames, numbered, passes: [] };
   }
   const passes = [];
   for (const name of treeNames.filter((one) => one !== 'chain')) {
@@ -108,7 +170,7 @@ function run(budget) {
     ['tree', 'nodes', 'root held inactive', 'plain, deepest first', 'plain/held'],
     passes.map((row) => [row.tree, row.nodes, row.held, row.plain, row.plain / row.held])
   );
-  return { frames, passes };
+  return { frames, numbered, passes };
 }
 
 /**

@@ -15,6 +15,7 @@ const { isBuilt } = require(path.join(folder, 'contenders', 'matrixflow-native.j
 const controllers = require(path.join(folder, 'lib', 'controllers-scene.js'));
 const cores = require(path.join(folder, 'lib', 'cores.js'));
 const hosts = require(path.join(folder, 'lib', 'hosts.js'));
+const scenes = require(path.join(folder, 'lib', 'scenes.js'));
 const { parseOptions } = require(path.join(folder, 'lib', 'options.js'));
 
 /** Runs the benchmarks' entry in a child process and returns its result. */
@@ -310,6 +311,38 @@ describe('comparison of animated bones', () => {
     const ofDepth = (parents) => interpolationTolerance({ clips: [{ values }], parents }).linear;
     assert.ok(Math.abs(ofDepth([-1]) - 1) < 1e-4);
     assert.ok(Math.abs(ofDepth([-1, 0, 0]) - 2) < 1e-4);
+  });
+});
+
+describe('numberings of trees', () => {
+  const { buildTree, numberingNames, renumber } = scenes;
+
+  it('keep nodes in their batch, each at a place of its own', () => {
+    const tree = buildTree('humanoids', 300);
+    for (const numbering of numberingNames) {
+      const { places, parents } = renumber(tree, numbering, 100);
+      assert.strictEqual(parents, tree.parents);
+      assert.deepStrictEqual(
+        Array.from(places).sort((a, b) => a - b),
+        Array.from(places.keys())
+      );
+      places.forEach((place, node) => {
+        assert.strictEqual(Math.floor(place / 100), Math.floor(node / 100), `${numbering} ${node}`);
+      });
+    }
+  });
+
+  it('are depth first, limb by limb, and random', () => {
+    const tree = buildTree('humanoids', 100);
+    const [plain, limbs, random] = numberingNames.map((name) => renumber(tree, name, 200).places);
+    assert.deepStrictEqual(Array.from(plain), Array.from(plain.keys()));
+    // The root, then the trunks and heads of both characters, 10 bones each, then the first arms, 16 each.
+    assert.deepStrictEqual(
+      [0, 1, 10, 51, 60, 11, 26, 61].map((node) => limbs[node]),
+      [0, 1, 10, 11, 20, 21, 36, 37]
+    );
+    const kept = random.filter((place, node) => place === node);
+    assert.ok(kept.length < 20, `${kept.length} nodes are where they were`);
   });
 });
 
