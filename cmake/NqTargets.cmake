@@ -74,18 +74,18 @@ function(nq_add_binding name folder)
   nq_use_host(${name} "${folder}")
 endfunction()
 
-# nq_add_addon(name base folder binding output sources...): target NAME, the file BASE.node in
-# folder OUTPUT, for the host in FOLDER, with the wrappers of BINDING. It exports only what the host
+# nq_add_addon(name base folder bindings output sources...): target NAME, the file BASE.node in
+# folder OUTPUT, for the host in FOLDER, with the objects of the targets BINDINGS. It exports only what the host
 # looks up: the entry, and on Node 12 (ABI 72) the static constructor _register_BASE_, where BASE is
 # the one in the sources. The host unloads an addon when the last worker thread that loaded it ends,
 # while pool threads still run in it, hence nodelete. All symbols are bound at load time, so that
 # the tables of addresses are read-only from then on.
-function(nq_add_addon name base folder binding output)
+function(nq_add_addon name base folder bindings output)
   add_library(${name} MODULE ${ARGN})
   nq_configure(${name})
   nq_harden(${name})
   nq_use_host(${name} "${folder}")
-  target_link_libraries(${name} PRIVATE ${binding} nq_core)
+  target_link_libraries(${name} PRIVATE ${bindings} nq_core)
   nq_read_host("${folder}")
   set(NQ_EXPORTS "node_register_module_v${NQ_HOST_ABI};")
   if(NQ_HOST_ABI EQUAL 72)
@@ -105,18 +105,24 @@ endfunction()
 # the module, its variant that exposes command buffers to JavaScript, and the test addon. Target
 # names end in SUFFIX.
 function(nq_add_host suffix folder output)
-  file(GLOB_RECURSE bindingSources CONFIGURE_DEPENDS BindingTemp/*.cpp)
-  nq_add_binding(nq_binding${suffix} "${folder}" ${bindingSources})
-  nq_add_addon(nq_logic${suffix} nq_logic "${folder}" nq_binding${suffix} "${output}" nq_logic.cpp)
+  file(GLOB_RECURSE wrapperSources CONFIGURE_DEPENDS BindingTemp/*.cpp)
+  # What JavaScript can reach differs between the two modules; the other wrappers are the same.
+  set(surfaceSources "${CMAKE_SOURCE_DIR}/BindingTemp/BindingEngine.cpp"
+                     "${CMAKE_SOURCE_DIR}/BindingTemp/RegisterClasses.cpp")
+  list(REMOVE_ITEM wrapperSources ${surfaceSources})
+  nq_add_binding(nq_wrappers${suffix} "${folder}" ${wrapperSources})
+  nq_add_binding(nq_surface${suffix} "${folder}" ${surfaceSources})
+  set(bindings nq_wrappers${suffix} nq_surface${suffix})
+  nq_add_addon(nq_logic${suffix} nq_logic "${folder}" "${bindings}" "${output}" nq_logic.cpp)
   if(NQ_SCRIPT_MATRIXFLOW)
-    nq_add_binding(nq_binding_matrixflow${suffix} "${folder}" ${bindingSources})
-    target_compile_definitions(nq_binding_matrixflow${suffix} PRIVATE NQ_SCRIPT_MATRIXFLOW)
+    nq_add_binding(nq_surface_matrixflow${suffix} "${folder}" ${surfaceSources})
+    target_compile_definitions(nq_surface_matrixflow${suffix} PRIVATE NQ_SCRIPT_MATRIXFLOW)
     nq_add_addon(nq_logic_matrixflow${suffix} nq_logic_matrixflow "${folder}"
-                 nq_binding_matrixflow${suffix} "${output}" nq_logic.cpp)
+                 "nq_wrappers${suffix};nq_surface_matrixflow${suffix}" "${output}" nq_logic.cpp)
   endif()
   if(NQ_BUILD_TESTS)
     file(GLOB_RECURSE addonSources CONFIGURE_DEPENDS tests/addon/*.cpp)
-    nq_add_addon(nq_test_addon${suffix} nq_test_addon "${folder}" nq_binding${suffix} "${output}"
+    nq_add_addon(nq_test_addon${suffix} nq_test_addon "${folder}" "${bindings}" "${output}"
                  ${addonSources})
   endif()
 endfunction()
