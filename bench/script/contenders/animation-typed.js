@@ -42,6 +42,13 @@ function createRows(clips) {
   return rows;
 }
 
+/** Their values only, for whole frames. */
+function createWholeRows(clips) {
+  const rows = new Float64Array(clips.length * keyCount * channelCount);
+  clips.forEach(({ values }, number) => rows.set(values, number * values.length));
+  return rows;
+}
+
 /**
  * The contender.
  * @param {import('../lib/animation-scene').AnimationScene} scene
@@ -49,6 +56,7 @@ function createRows(clips) {
 function createAnimationTyped(scene) {
   const { characters, clipsOf, sets } = scene;
   const rows = createRows(scene.clips);
+  const wholeRows = createWholeRows(scene.clips);
   const frames = Float64Array.from({ length: keyCount }, (_, key) => key);
   // Of the bones; the hips' parent is matrix 0.
   const parents = Uint8Array.from(scene.parents, (parent) => 1 + parent);
@@ -168,20 +176,20 @@ function createAnimationTyped(scene) {
     const times = sets[set].whole;
     for (let c = 0; c < characters; ++c) {
       foundRow[0] = clipsOf[2 * c] * keyCount + (times[2 * c] % clipFrames);
-      const first = foundRow[0] * rowStride;
+      const first = foundRow[0] * channelCount;
       const own = c * characterStride + affine;
-      locals[own + 9] = rows[first + hipsAt];
-      locals[own + 10] = rows[first + hipsAt + 2];
-      locals[own + 11] = rows[first + hipsAt + 4];
+      locals[own + 9] = wholeRows[first + 4 * bones];
+      locals[own + 10] = wholeRows[first + 4 * bones + 1];
+      locals[own + 11] = wholeRows[first + 4 * bones + 2];
       for (let bone = 0; bone < bones; ++bone) {
-        const p = first + 8 * bone;
+        const p = first + 4 * bone;
         buildLocal(
           own + affine * bone,
           3 * bone,
-          rows[p],
-          rows[p + 2],
-          rows[p + 4],
-          rows[p + 6],
+          wholeRows[p],
+          wholeRows[p + 1],
+          wholeRows[p + 2],
+          wholeRows[p + 3],
           2
         );
       }
