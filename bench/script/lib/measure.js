@@ -128,9 +128,10 @@ function walk() {
 }
 
 /**
- * Times of a run of each contender in nanoseconds, in order; and `cpu`, the CPU time of all threads of the process
- * for it, also in nanoseconds, always an average over the runs of a round.
- * @typedef {number[] & {cpu: number[]}} Times
+ * Times of a run of each contender in nanoseconds, in order, by the reported statistic; `best` and `median` by each; and
+ * `cpu`, the CPU time of all threads of the process for it, also in nanoseconds, always an average over the runs of a
+ * round.
+ * @typedef {number[] & {best: number[], median: number[], cpu: number[]}} Times
  */
 
 /** CPU time of all threads of the process so far, in nanoseconds; it is counted in microseconds. */
@@ -147,8 +148,12 @@ function cpuNow() {
  * @returns {Times}
  */
 function timesOf(samples, shortest, cpu) {
-  const times = reportsBest ? shortest : samples.map(median);
-  return Object.assign(times, { cpu: cpu.map(reported) });
+  const medians = samples.map(median);
+  return Object.assign(reportsBest ? shortest.slice() : medians.slice(), {
+    best: shortest,
+    median: medians,
+    cpu: cpu.map(reported),
+  });
 }
 
 /** Approximate nanoseconds of the runs of one sample. */

@@ -2,6 +2,7 @@
 // Crowds of characters: poses from one clip and from two, skinning, and whole frames.
 const animation = require('../lib/animation-scene');
 const { assertView, cameras } = require('../lib/culling-scene');
+const { figuresOf, namesOf } = require('../lib/figures');
 const { measureFew } = require('../lib/few');
 const { loadContender: load } = require('../lib/load-contender');
 const { interleave, interleavePrepared } = require('../lib/measure');
@@ -29,13 +30,13 @@ const frames = [
 /** Sets of times for the comparison of contenders. */
 const comparedSets = [0, 5];
 
-/** A scene, and its contenders with their tolerances to the first. */
-function prepare(characters) {
+/** A scene, and its contenders with their tolerances to the first; three.js is the last, if wanted. */
+function prepare(characters, withThree = true) {
   const scene = animation.createAnimationScene(characters);
   const contenders = [
     load('animation-typed').createAnimationTyped(scene),
     load('animation-native').createAnimationNative(scene),
-    load('animation-three').createAnimationThree(scene),
+    ...(withThree ? [load('animation-three').createAnimationThree(scene)] : []),
   ];
   const { rounding, interpolationTolerance } = animation;
   return { scene, contenders, tolerances: [rounding, rounding, interpolationTolerance(scene)] };
@@ -96,23 +97,21 @@ function assertFrame(what, prepared, method) {
 }
 
 /** A row of the table, from nanoseconds of a run of each contender. */
-function rowOf(kind, characters, times) {
-  const perBone = ([typed, nq, three]) => ({
-    nq: nq / characters / bones,
-    typed: typed / characters / bones,
-    three: three / characters / bones,
-  });
+function rowOf(kind, { contenders, scene: { characters } }, times) {
+  const figures = figuresOf(namesOf(contenders), times, characters * bones);
+  const { reported, cpu, best, median } = figures;
   return {
     kind,
     characters,
-    nanosecondsPerBone: perBone(times),
-    cpuNanosecondsPerBone: perBone(times.cpu),
+    nanosecondsPerBone: reported,
+    cpuNanosecondsPerBone: cpu,
+    statistics: { best, median },
   };
 }
 
-/** Poses and skinning of one crowd. */
-function measureCrowd(characters, budget) {
-  const prepared = prepare(characters);
+/** Poses and skinning of one crowd, as rows. */
+function measureCrowd(characters, budget, withThree = true) {
+  const prepared = prepare(characters, withThree);
   const { contenders, scene } = prepared;
   const setOf = (run) => run % scene.sets.length;
   const rows = poses.map(({ kind, method }) => {
@@ -125,19 +124,19 @@ function measureCrowd(characters, budget) {
     }));
     const times = interleavePrepared(runs, budget);
     assertPose(`${what}, after`, prepared, method);
-    return rowOf(kind, characters, times);
+    return rowOf(kind, prepared, times);
   });
   const skins = interleave(
     contenders.map((contender) => contender.skin),
     budget
   );
   assertPose(`${characters} characters, after skinning`, prepared, 'crossfade');
-  return rows.concat(rowOf('skinning', characters, skins));
+  return rows.concat(rowOf('skinning', prepared, skins));
 }
 
-/** Whole frames of one crowd. */
-function measureFrames(characters, budget) {
-  const prepared = prepare(characters);
+/** Whole frames of one crowd, as rows. */
+function measureFrames(characters, budget, withThree = true) {
+  const prepared = prepare(characters, withThree);
   const { contenders, scene } = prepared;
   return frames.map(({ kind, method }) => {
     const what = `${characters} characters, ${kind}`;
@@ -150,7 +149,7 @@ function measureFrames(characters, budget) {
       budget
     );
     assertFrame(`${what}, after`, prepared, method);
-    return rowOf(kind, characters, times);
+    return rowOf(kind, prepared, times);
   });
 }
 
@@ -190,4 +189,4 @@ function largest({ crowds: rows }) {
   }));
 }
 
-module.exports = { largest, run };
+module.exports = { largest, measureCrowd, measureFrames, run };

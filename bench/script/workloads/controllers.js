@@ -4,6 +4,7 @@
 // are refreshed in between, as in frames.
 const { assertMoved, assertSamePose, bones, rounding } = require('../lib/animation-scene');
 const { createControllerScene, mixerTolerance } = require('../lib/controllers-scene');
+const { figuresOf, namesOf } = require('../lib/figures');
 const { measureFew } = require('../lib/few');
 const { loadContender: load } = require('../lib/load-contender');
 const { interleavePrepared } = require('../lib/measure');
@@ -21,13 +22,13 @@ const poses = [
 /** Sets of times for the comparison of contenders. */
 const comparedSets = [0, 5];
 
-/** A scene, and its contenders with their tolerances to the first. */
-function prepare(characters) {
+/** A scene, and its contenders with their tolerances to the first; three.js is the last, if wanted. */
+function prepare(characters, withThree = true) {
   const scene = createControllerScene(characters);
   const contenders = [
     load('controllers-typed').createControllersTyped(scene),
     load('controllers-native').createControllersNative(scene),
-    load('controllers-three').createControllersThree(scene),
+    ...(withThree ? [load('controllers-three').createControllersThree(scene)] : []),
   ];
   return { scene, contenders, tolerances: [rounding, rounding, mixerTolerance(scene)] };
 }
@@ -60,9 +61,9 @@ function assertPose(what, { scene, contenders, tolerances }, method) {
   return second;
 }
 
-/** All kinds of poses of one crowd. */
-function measureCrowd(characters, budget) {
-  const prepared = prepare(characters);
+/** All kinds of poses of one crowd, as rows. */
+function measureCrowd(characters, budget, withThree = true) {
+  const prepared = prepare(characters, withThree);
   const { contenders, scene } = prepared;
   const shown = [];
   const rows = poses.map(({ kind, method }) => {
@@ -74,16 +75,13 @@ function measureCrowd(characters, budget) {
     }));
     const times = interleavePrepared(runs, budget);
     assertPose(`${what}, after`, prepared, method);
-    const perBone = ([typed, nq, three]) => ({
-      nq: nq / characters / bones,
-      typed: typed / characters / bones,
-      three: three / characters / bones,
-    });
+    const figures = figuresOf(namesOf(contenders), times, characters * bones);
     return {
       kind,
       characters,
-      nanosecondsPerBone: perBone(times),
-      cpuNanosecondsPerBone: perBone(times.cpu),
+      nanosecondsPerBone: figures.reported,
+      cpuNanosecondsPerBone: figures.cpu,
+      statistics: { best: figures.best, median: figures.median },
     };
   });
   // The additive layer has an effect.
@@ -125,4 +123,4 @@ function largest({ crowds: rows }) {
   }));
 }
 
-module.exports = { largest, run };
+module.exports = { largest, measureCrowd, run };

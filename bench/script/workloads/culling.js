@@ -2,6 +2,7 @@
 // Culling of many spheres, nearest first: of a scene at rest, of one in which everything has moved since the last
 // call, and of a short list of objects out of many.
 const { assertView, cameras, createCullingScene } = require('../lib/culling-scene');
+const { figuresOf, namesOf } = require('../lib/figures');
 const { loadContender: load } = require('../lib/load-contender');
 const { interleave, interleavePrepared } = require('../lib/measure');
 const { selectCount } = require('../lib/scenes');
@@ -10,8 +11,8 @@ const { lastOfEach, printTable } = require('../lib/table');
 /** Objects of a list. */
 const listLengths = [100, 1000];
 
-/** A scene, its world matrices at each place, and the contenders. */
-function prepare(count) {
+/** A scene, its world matrices at each place, and the contenders; three.js is the last, if wanted. */
+function prepare(count, withThree = true) {
   const scene = createCullingScene(count);
   const native = load('culling-native').createCullingNative(scene);
   const sets = scene.roots.map((_, set) => {
@@ -19,8 +20,8 @@ function prepare(count) {
     return native.matrices();
   });
   const typed = load('culling-typed').createCullingTyped(scene, sets);
-  const three = load('culling-three').createCullingThree(scene, sets);
-  const contenders = [native, typed, three];
+  const three = withThree ? [load('culling-three').createCullingThree(scene, sets)] : [];
+  const contenders = [native, typed, ...three];
   return { scene, sets, contenders };
 }
 
@@ -71,28 +72,32 @@ function measureCase(kind, prepared, tested, method, moves, budget) {
       )
     : interleave(bodies, budget);
   const visible = assertAgreement(`${what}, after`, prepared, tested, method);
-  const perObject = ([nq, typed, three]) => ({
-    nq: nq / tested.length,
-    typed: typed / tested.length,
-    three: three / tested.length,
-  });
+  const figures = figuresOf(namesOf(contenders), times, tested.length);
   return {
     kind,
     objects: scene.count,
     tested: tested.length,
     visible,
-    nanosecondsPerObject: perObject(times),
-    cpuNanosecondsPerObject: perObject(times.cpu),
+    nanosecondsPerObject: figures.reported,
+    cpuNanosecondsPerObject: figures.cpu,
+    statistics: { best: figures.best, median: figures.median },
   };
+}
+
+/** All objects of a scene, at rest and moved. */
+function measureAll(prepared, budget) {
+  const all = Int32Array.from({ length: prepared.scene.count }, (_, i) => i);
+  return [
+    measureCase('at rest', prepared, all, 'cull', false, budget),
+    measureCase('moved', prepared, all, 'cullMoved', true, budget),
+  ];
 }
 
 function run(budget) {
   const rows = [];
   for (const size of budget.sizes) {
     const prepared = prepare(size);
-    const all = Int32Array.from({ length: size }, (_, i) => i);
-    rows.push(measureCase('at rest', prepared, all, 'cull', false, budget));
-    rows.push(measureCase('moved', prepared, all, 'cullMoved', true, budget));
+    rows.push(...measureAll(prepared, budget));
     if (size === Math.max(...budget.sizes)) {
       for (const length of listLengths.filter((one) => one < size)) {
         const list = selectCount(prepared.scene, length);
@@ -138,4 +143,4 @@ function largest(rows) {
   );
 }
 
-module.exports = { largest, run };
+module.exports = { largest, measureAll, prepare, run };

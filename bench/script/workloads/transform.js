@@ -4,6 +4,7 @@ const { createGlMatrix } = require('../contenders/glmatrix');
 const { createNative } = require('../contenders/native');
 const { createThree } = require('../contenders/three');
 const { measureFrames } = require('../lib/frames');
+const { figuresOf, namesOf } = require('../lib/figures');
 const { loadContender: load } = require('../lib/load-contender');
 const { lastOfEach, printTable } = require('../lib/table');
 const { batchCapacity } = require('../lib/native-scene');
@@ -54,7 +55,7 @@ function measureCase(tree, contenders, percent, mode, budget) {
 
 /**
  * Frames of humanoids whose nodes are numbered in several ways; single nodes from all over the tree change.
- * @returns {object[]}
+ * @returns {object[]} rows
  */
 function measureNumberings(count, budget) {
   const rows = [];
@@ -69,18 +70,23 @@ function measureNumberings(count, budget) {
           : selectCount(tree, Math.max(1, Math.round((tree.count * percent) / 100)));
       const what = `${numbering}, ${tree.count} nodes, ${percent} %`;
       const times = measureFrames(what, tree, contenders, dirty, 'quaternion', budget);
-      const [typed, nq] = times.map((time) => time / dirty.length);
+      const figures = figuresOf(namesOf(contenders), times, dirty.length);
       rows.push({
         numbering,
         nodes: tree.count,
         percent,
         dirty: dirty.length,
         affected: countAffected(tree, dirty),
-        nanosecondsPerDirtyNode: { nq, typed },
-        cpuNanosecondsPerDirtyNode: { nq: times.cpu[1] / dirty.length },
+        nanosecondsPerDirtyNode: figures.reported,
+        cpuNanosecondsPerDirtyNode: figures.cpu,
+        statistics: { best: figures.best, median: figures.median },
       });
     }
   }
+  return rows;
+}
+
+function printNumberings(rows) {
   printTable(
     'transform: humanoids by numbering within batches, scattered nodes, ns per changed node',
     ['numbering', 'nodes', '% dirty', 'dirty', 'world matrices', 'nq', 'nq, CPU'].concat([
@@ -94,7 +100,6 @@ function measureNumberings(count, budget) {
       return [row.numbering, ...numbers, nq, cpu, typed, typed / nq];
     })
   );
-  return rows;
 }
 
 /**
@@ -155,10 +160,11 @@ function run(budget) {
   // A chain stays short.
   const measured = treeNames.filter((name) => !budget.largestOnly || name !== 'chain');
   const frames = [].concat(...measured.map((name) => measureTree(name, budget)));
-  const numbered = measureNumberings(Math.max(...budget.sizes), budget);
   if (budget.largestOnly) {
-    return { frames, numbered, passes: [] };
+    return { frames, numbered: [], passes: [] };
   }
+  const numbered = measureNumberings(Math.max(...budget.sizes), budget);
+  printNumberings(numbered);
   const passes = [];
   for (const name of treeNames.filter((one) => one !== 'chain')) {
     for (const size of budget.passSizes) {
@@ -191,4 +197,4 @@ function largest({ frames }) {
   );
 }
 
-module.exports = { largest, run };
+module.exports = { largest, measureNumberings, run };
