@@ -391,6 +391,86 @@ function createAnimationTyped(scene) {
     }
   }
 
+  // Both in one pass, so that world matrices are not read again.
+  function refreshAndSkinOne(c) {
+    const first = c * characterStride;
+    for (let bone = 0; bone < bones; ++bone) {
+      const i = first + affine * parents[bone];
+      const m = first + affine + affine * bone;
+      const a0 = worlds[i];
+      const a1 = worlds[i + 1];
+      const a2 = worlds[i + 2];
+      const a3 = worlds[i + 3];
+      const a4 = worlds[i + 4];
+      const a5 = worlds[i + 5];
+      const a6 = worlds[i + 6];
+      const a7 = worlds[i + 7];
+      const a8 = worlds[i + 8];
+      let x = locals[m];
+      let y = locals[m + 1];
+      let z = locals[m + 2];
+      const w0 = a0 * x + a3 * y + a6 * z;
+      const w1 = a1 * x + a4 * y + a7 * z;
+      const w2 = a2 * x + a5 * y + a8 * z;
+      x = locals[m + 3];
+      y = locals[m + 4];
+      z = locals[m + 5];
+      const w3 = a0 * x + a3 * y + a6 * z;
+      const w4 = a1 * x + a4 * y + a7 * z;
+      const w5 = a2 * x + a5 * y + a8 * z;
+      x = locals[m + 6];
+      y = locals[m + 7];
+      z = locals[m + 8];
+      const w6 = a0 * x + a3 * y + a6 * z;
+      const w7 = a1 * x + a4 * y + a7 * z;
+      const w8 = a2 * x + a5 * y + a8 * z;
+      x = locals[m + 9];
+      y = locals[m + 10];
+      z = locals[m + 11];
+      const w9 = a0 * x + a3 * y + a6 * z + worlds[i + 9];
+      const w10 = a1 * x + a4 * y + a7 * z + worlds[i + 10];
+      const w11 = a2 * x + a5 * y + a8 * z + worlds[i + 11];
+      worlds[m] = w0;
+      worlds[m + 1] = w1;
+      worlds[m + 2] = w2;
+      worlds[m + 3] = w3;
+      worlds[m + 4] = w4;
+      worlds[m + 5] = w5;
+      worlds[m + 6] = w6;
+      worlds[m + 7] = w7;
+      worlds[m + 8] = w8;
+      worlds[m + 9] = w9;
+      worlds[m + 10] = w10;
+      worlds[m + 11] = w11;
+      const k = affine * bone;
+      const o = 16 * (c * bones + bone);
+      x = inverses[k];
+      y = inverses[k + 1];
+      z = inverses[k + 2];
+      skins[o] = w0 * x + w3 * y + w6 * z;
+      skins[o + 1] = w1 * x + w4 * y + w7 * z;
+      skins[o + 2] = w2 * x + w5 * y + w8 * z;
+      x = inverses[k + 3];
+      y = inverses[k + 4];
+      z = inverses[k + 5];
+      skins[o + 4] = w0 * x + w3 * y + w6 * z;
+      skins[o + 5] = w1 * x + w4 * y + w7 * z;
+      skins[o + 6] = w2 * x + w5 * y + w8 * z;
+      x = inverses[k + 6];
+      y = inverses[k + 7];
+      z = inverses[k + 8];
+      skins[o + 8] = w0 * x + w3 * y + w6 * z;
+      skins[o + 9] = w1 * x + w4 * y + w7 * z;
+      skins[o + 10] = w2 * x + w5 * y + w8 * z;
+      x = inverses[k + 9];
+      y = inverses[k + 10];
+      z = inverses[k + 11];
+      skins[o + 12] = w0 * x + w3 * y + w6 * z + w9;
+      skins[o + 13] = w1 * x + w4 * y + w7 * z + w10;
+      skins[o + 14] = w2 * x + w5 * y + w8 * z + w11;
+    }
+  }
+
   function skin() {
     for (let c = 0; c < characters; ++c) {
       skinOne(c);
@@ -426,8 +506,7 @@ function createAnimationTyped(scene) {
       const { fractional } = sets[set];
       for (let c = 0; c < characters; ++c) {
         clipOne(c, fractional);
-        refreshOne(c);
-        skinOne(c);
+        refreshAndSkinOne(c);
       }
       cull(camera);
     },
@@ -436,8 +515,7 @@ function createAnimationTyped(scene) {
       const { fractional, weights } = sets[set];
       for (let c = 0; c < characters; ++c) {
         crossfadeOne(c, fractional, weights[c]);
-        refreshOne(c);
-        skinOne(c);
+        refreshAndSkinOne(c);
       }
       cull(camera);
     },
