@@ -15,6 +15,7 @@ const { isBuilt } = require(path.join(folder, 'contenders', 'matrixflow-native.j
 const controllers = require(path.join(folder, 'lib', 'controllers-scene.js'));
 const cores = require(path.join(folder, 'lib', 'cores.js'));
 const hosts = require(path.join(folder, 'lib', 'hosts.js'));
+const measure = require(path.join(folder, 'lib', 'measure.js'));
 const scenes = require(path.join(folder, 'lib', 'scenes.js'));
 const { parseOptions } = require(path.join(folder, 'lib', 'options.js'));
 
@@ -170,6 +171,53 @@ describe('JavaScript benchmarks', () => {
     assert.deepStrictEqual(few.works, all.works);
     assert.strictEqual(few.measured, 6);
     assert.strictEqual(all.measured, 24);
+  });
+});
+
+describe('measurement', () => {
+  const budget = { rounds: 3, milliseconds: 0, warmUps: 1 };
+  after(() => measure.evictCaches(false));
+
+  it('reports the shortest run and the median of the rounds, whichever is chosen', () => {
+    let sum = 0;
+    const work = (count) => () => {
+      for (let i = 0; i < count; ++i) {
+        sum += Math.sqrt(i);
+      }
+    };
+    for (const prepared of [false, true]) {
+      const runs = [work(2e3), work(2e5)];
+      const times = prepared
+        ? measure.interleavePrepared(
+            runs.map((run) => ({ prepare() {}, run })),
+            budget
+          )
+        : measure.interleave(runs, budget);
+      assert.deepStrictEqual(Array.from(times), times.median);
+      times.best.forEach((best, c) => {
+        assert.ok(best > 0 && best <= times.median[c], `${best}, ${times.median[c]}`);
+      });
+      // A hundred times the work, and the CPU time to show for it.
+      assert.ok(times.best[1] > 5 * times.best[0], times.best.join());
+      assert.ok(times.cpu[1] > 1e5 && times.cpu[1] > 5 * times.cpu[0], times.cpu.join());
+    }
+    assert.ok(sum > 0);
+  });
+
+  it('times one run after each eviction of the caches, and few of them', () => {
+    measure.evictCaches(true);
+    const numbers = [];
+    measure.interleave([(run) => numbers.push(run)], {
+      rounds: 1,
+      milliseconds: 1000,
+      warmUps: 1,
+    });
+    measure.evictCaches(false);
+    // A round for the compiler and a timed one, of a warm-up and eight runs each.
+    assert.deepStrictEqual(
+      numbers,
+      Array.from({ length: 18 }, (_, i) => i)
+    );
   });
 });
 
