@@ -33,17 +33,39 @@ inline __m128d Linear(double c0, double c1, __m128d z) {
   return _mm_add_pd(BothLanes(c0), _mm_mul_pd(BothLanes(c1), z));
 }
 
-// Taylor series to x^17, its terms in pairs to shorten the dependency chain (Estrin's scheme).
+// Taylor series of the sine to x^17, without its first term: (sin(x) - x) / x^3 by powers of x^2.
+inline constexpr double kSineTailTerms[] = {
+    -1.0 / 6.0,        1.0 / 120.0,        -1.0 / 5040.0,          1.0 / 362880.0,
+    -1.0 / 39916800.0, 1.0 / 6227020800.0, -1.0 / 1307674368000.0, 1.0 / 355687428096000.0};
+
+// Terms in pairs, to shorten the dependency chain (Estrin's scheme).
 inline __m128d SineSeries(__m128d x) {
+  const double(&terms)[8] = kSineTailTerms;
   const __m128d z = _mm_mul_pd(x, x);
   const __m128d z2 = _mm_mul_pd(z, z);
-  const __m128d low = _mm_add_pd(Linear(-1.0 / 6.0, 1.0 / 120.0, z),
-                                 _mm_mul_pd(Linear(-1.0 / 5040.0, 1.0 / 362880.0, z), z2));
+  const __m128d low =
+      _mm_add_pd(Linear(terms[0], terms[1], z), _mm_mul_pd(Linear(terms[2], terms[3], z), z2));
   const __m128d high =
-      _mm_add_pd(Linear(-1.0 / 39916800.0, 1.0 / 6227020800.0, z),
-                 _mm_mul_pd(Linear(-1.0 / 1307674368000.0, 1.0 / 355687428096000.0, z), z2));
+      _mm_add_pd(Linear(terms[4], terms[5], z), _mm_mul_pd(Linear(terms[6], terms[7], z), z2));
   const __m128d sum = _mm_add_pd(low, _mm_mul_pd(high, _mm_mul_pd(z2, z2)));
   return _mm_add_pd(x, _mm_mul_pd(_mm_mul_pd(x, z), sum));
+}
+
+NQ_FORCE_INLINE NQ_TARGET_AVX2 __m256d LinearOfFour(double c0, double c1, __m256d z) {
+  return _mm256_add_pd(_mm256_set1_pd(c0), _mm256_mul_pd(_mm256_set1_pd(c1), z));
+}
+
+// The same for four numbers, in the same order of operations.
+NQ_FORCE_INLINE NQ_TARGET_AVX2 __m256d SineSeriesOfFour(__m256d x) {
+  const double(&terms)[8] = kSineTailTerms;
+  const __m256d z = _mm256_mul_pd(x, x);
+  const __m256d z2 = _mm256_mul_pd(z, z);
+  const __m256d low = _mm256_add_pd(LinearOfFour(terms[0], terms[1], z),
+                                    _mm256_mul_pd(LinearOfFour(terms[2], terms[3], z), z2));
+  const __m256d high = _mm256_add_pd(LinearOfFour(terms[4], terms[5], z),
+                                     _mm256_mul_pd(LinearOfFour(terms[6], terms[7], z), z2));
+  const __m256d sum = _mm256_add_pd(low, _mm256_mul_pd(high, _mm256_mul_pd(z2, z2)));
+  return _mm256_add_pd(x, _mm256_mul_pd(_mm256_mul_pd(x, z), sum));
 }
 
 // Range reduction: angles up to here are reduced by multiples of a quarter turn. The quarter turn
@@ -82,14 +104,10 @@ inline __m128d SevenTerms(const double (&terms)[7], __m128d z) {
 // The same for four numbers, in the same order of operations.
 NQ_FORCE_INLINE NQ_TARGET_AVX2 __m256d SevenTermsOfFour(const double (&terms)[7], __m256d z) {
   const __m256d z2 = _mm256_mul_pd(z, z);
-  const __m256d c01 =
-      _mm256_add_pd(_mm256_set1_pd(terms[0]), _mm256_mul_pd(_mm256_set1_pd(terms[1]), z));
-  const __m256d c23 =
-      _mm256_add_pd(_mm256_set1_pd(terms[2]), _mm256_mul_pd(_mm256_set1_pd(terms[3]), z));
-  const __m256d c45 =
-      _mm256_add_pd(_mm256_set1_pd(terms[4]), _mm256_mul_pd(_mm256_set1_pd(terms[5]), z));
-  const __m256d low = _mm256_add_pd(c01, _mm256_mul_pd(c23, z2));
-  const __m256d high = _mm256_add_pd(c45, _mm256_mul_pd(_mm256_set1_pd(terms[6]), z2));
+  const __m256d low = _mm256_add_pd(LinearOfFour(terms[0], terms[1], z),
+                                    _mm256_mul_pd(LinearOfFour(terms[2], terms[3], z), z2));
+  const __m256d high = _mm256_add_pd(LinearOfFour(terms[4], terms[5], z),
+                                     _mm256_mul_pd(_mm256_set1_pd(terms[6]), z2));
   return _mm256_add_pd(low, _mm256_mul_pd(high, _mm256_mul_pd(z2, z2)));
 }
 
@@ -97,16 +115,51 @@ inline __m128d SelectLanes(__m128d mask, __m128d yes, __m128d no) {
   return _mm_or_pd(_mm_and_pd(mask, yes), _mm_andnot_pd(mask, no));
 }
 
-// (asin(s) / s - 1) / s^2 at z = s^2, for z up to 0.25: Chebyshev approximation of degree 9.
+// (asin(s) / s - 1) / s^2 at z = s^2, for z up to 0.25: Chebyshev approximation of degree 9, by
+// powers of z.
+inline constexpr double kArcSineTailTerms[] = {
+    0.1666666666666216,     0.07500000003599422,  0.044642852420329455, 0.030382183571536783,
+    0.022366048091739782,   0.017441719105456513, 0.013186282871554133, 0.015682585691969324,
+    -0.0029555479088451027, 0.027921912047656466};
+
 inline double ArcSineTail(double z) {
+  const double(&terms)[10] = kArcSineTailTerms;
   const double z2 = z * z;
   const double z4 = z2 * z2;
-  const double low = (0.1666666666666216 + 0.07500000003599422 * z) +
-                     (0.044642852420329455 + 0.030382183571536783 * z) * z2;
-  const double middle = (0.022366048091739782 + 0.017441719105456513 * z) +
-                        (0.013186282871554133 + 0.015682585691969324 * z) * z2;
-  const double high = -0.0029555479088451027 + 0.027921912047656466 * z;
+  const double low = (terms[0] + terms[1] * z) + (terms[2] + terms[3] * z) * z2;
+  const double middle = (terms[4] + terms[5] * z) + (terms[6] + terms[7] * z) * z2;
+  const double high = terms[8] + terms[9] * z;
   return low + z4 * (middle + z4 * high);
+}
+
+// The same for four numbers, in the same order of operations.
+NQ_FORCE_INLINE NQ_TARGET_AVX2 __m256d ArcSineTailOfFour(__m256d z) {
+  const double(&terms)[10] = kArcSineTailTerms;
+  const __m256d z2 = _mm256_mul_pd(z, z);
+  const __m256d z4 = _mm256_mul_pd(z2, z2);
+  const __m256d low = _mm256_add_pd(LinearOfFour(terms[0], terms[1], z),
+                                    _mm256_mul_pd(LinearOfFour(terms[2], terms[3], z), z2));
+  const __m256d middle = _mm256_add_pd(LinearOfFour(terms[4], terms[5], z),
+                                       _mm256_mul_pd(LinearOfFour(terms[6], terms[7], z), z2));
+  const __m256d high = LinearOfFour(terms[8], terms[9], z);
+  return _mm256_add_pd(low, _mm256_mul_pd(z4, _mm256_add_pd(middle, _mm256_mul_pd(z4, high))));
+}
+
+constexpr double kHalfPi = 1.5707963267948966;
+
+// Arc cosines of four numbers from 0 to below 1, before rounding to float: the formulas of
+// acosNearF.
+NQ_FORCE_INLINE NQ_TARGET_AVX2 __m256d ArcCosinesOfFour(__m256d x) {
+  const __m256d one = _mm256_set1_pd(1.0);
+  const __m256d half = _mm256_set1_pd(0.5);
+  const __m256d isNear = _mm256_cmp_pd(x, half, _CMP_GT_OQ);
+  const __m256d z =
+      _mm256_blendv_pd(_mm256_mul_pd(x, x), _mm256_mul_pd(half, _mm256_sub_pd(one, x)), isNear);
+  const __m256d s = _mm256_blendv_pd(x, _mm256_sqrt_pd(z), isNear);
+  const __m256d arcSine =
+      _mm256_add_pd(s, _mm256_mul_pd(_mm256_mul_pd(s, z), ArcSineTailOfFour(z)));
+  return _mm256_blendv_pd(_mm256_sub_pd(_mm256_set1_pd(kHalfPi), arcSine),
+                          _mm256_add_pd(arcSine, arcSine), isNear);
 }
 
 // True if the whole error interval of `value` rounds to one float, which is then in `out`.
@@ -250,7 +303,6 @@ NQ_FORCE_INLINE NQ_TARGET_AVX2 bool sinCosFourF(__m128 angles, __m128* sines, __
 // acosF, faster for 0 to 1.
 inline float acosNearF(float x) {
   if (x >= 0.0f && x < 1.0f) {
-    constexpr double kHalfPi = 1.5707963267948966;
     const double d = x;
     double angle;
     if (d > 0.5) {
@@ -260,7 +312,7 @@ inline float acosNearF(float x) {
       angle = 2.0 * (s + s * z * internal::ArcSineTail(z));
     } else {
       const double z = d * d;
-      angle = kHalfPi - (d + d * z * internal::ArcSineTail(z));
+      angle = internal::kHalfPi - (d + d * z * internal::ArcSineTail(z));
     }
     float rounded;
     if (internal::RoundsSurely(angle, &rounded)) {
@@ -268,6 +320,31 @@ inline float acosNearF(float x) {
     }
   }
   return acosF(x);
+}
+
+// Factors of a slerp by the share t, of two rotations at some angle: each rotation is multiplied by
+// the sine of its part of the angle and divided by that of the whole.
+struct SlerpSines {
+  __m128 from;   // of (1 - t) times the angle
+  __m128 to;     // of t times the angle
+  __m128 whole;  // of the angle
+};
+
+// sinF of three parts of four angles, which are acosF(cosines), by the series of acosNearF and
+// sinTwoF. Only if HasWideIntegers, for cosines from 0 to below 1 and t from 0 to 1. False, with
+// the results undefined, if a number needs the math library.
+NQ_FORCE_INLINE NQ_TARGET_AVX2 bool slerpSinesFourF(__m128 cosines, float t, SlerpSines* sines) {
+  const __m256d exact = internal::ArcCosinesOfFour(_mm256_cvtps_pd(cosines));
+  const __m128 angles = _mm256_cvtpd_ps(exact);
+  const __m128 fromAngles = _mm_mul_ps(_mm_set1_ps(1.0f - t), angles);
+  const __m128 toAngles = _mm_mul_ps(_mm_set1_ps(t), angles);
+  const __m256d whole = internal::SineSeriesOfFour(_mm256_cvtps_pd(angles));
+  const __m256d from = internal::SineSeriesOfFour(_mm256_cvtps_pd(fromAngles));
+  const __m256d to = internal::SineSeriesOfFour(_mm256_cvtps_pd(toAngles));
+  *sines = SlerpSines{_mm256_cvtpd_ps(from), _mm256_cvtpd_ps(to), _mm256_cvtpd_ps(whole)};
+  const __m256 unsure =
+      _mm256_or_ps(internal::RoundUnsurely(exact, whole), internal::RoundUnsurely(from, to));
+  return _mm256_movemask_ps(unsure) == 0;
 }
 
 }  // namespace nq::engine

@@ -30,6 +30,11 @@ inline bool HasWideIntegers() {
   return NQ_CPU_HAS("avx2");
 }
 
+// `yes` in lanes of `mask`, `no` in the others.
+inline __m128 Select(__m128 mask, __m128 yes, __m128 no) {
+  return _mm_or_ps(_mm_and_ps(mask, yes), _mm_andnot_ps(mask, no));
+}
+
 // Two numbers rounded to the nearest integers, ties to even, in the lower two lanes; the others are
 // 0. For magnitudes below 2^31. By additions only: adding 1.5 * 2^52 leaves no bits for a fraction,
 // and puts the integer in the lower word.

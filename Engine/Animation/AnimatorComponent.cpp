@@ -1,8 +1,10 @@
 // Evaluation of animators.
 #include "Engine/Animation/AnimatorComponent.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 #include <vector>
 
 #include "Common/Def/Assert.h"
@@ -15,6 +17,9 @@
 #include "Engine/Animation/AnimationRecord.h"
 #include "Engine/Animation/AnimationSystem.h"
 #include "Engine/Animation/EntityPoseWriter.h"
+#include "Engine/Animation/FourLocalMatrices.h"
+#include "Engine/Animation/FourQuaternions.h"
+#include "Engine/Animation/PoseRows.h"
 #include "Engine/Entity/EngineCore.h"
 #include "Engine/Entity/Entity.h"
 #include "Engine/Entity/Entity2D.h"
@@ -76,11 +81,9 @@ NQ_FORCE_INLINE void ApplyTo(const EntityPoseWriter& writer, const ClipSample& s
   if (!writer.isThreeD()) {
     WriteUncommon(sample, false, writer.Record(), writer.LocalMatrix());
   } else {
-    const __m128 first = _mm_load_ps(channel);
-    const __m128 second =
-        _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(channel + kScaleChannel + 1));
-    const PositionScale values =
-        writer.Replace(first, _mm_cmpord_ps(first, first), second, _mm_cmpord_ps(second, second));
+    const __m128 first = FirstRow(sample);
+    const __m128 second = SecondRow(sample);
+    const PositionScale values = writer.Replace(first, IsNumber(first), second, IsNumber(second));
     if (hasRotation && sample.isQuaternion) {
       writer.WriteQuaternion(rotation, values);
     } else {
@@ -96,6 +99,126 @@ void NormaliseRotation(ClipSample* sample) {
   float* q = sample->channel + kRotationChannel;
   const float length = sqrtF(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3]);
   _mm_storeu_ps(q, _mm_mul_ps(_mm_loadu_ps(q), _mm_set1_ps(1.0f / length)));
+}
+
+// Two clips that pose the same entities in the same order: their samples are blended four bones
+// side by side and written at once, with the bits of BlendSample and NormaliseRotation.
+class Crossfade {
+ public:
+  // `handles` of the samples' entities, ascending. `share` is that of `to`, from 0 to 1.
+  Crossfade(const SampleMap& from, const SampleMap& to, float share, const uint32_t* handles)
+      : from(from.Data()), to(to.Data()), count(from.Size()), share(share), handles(handles) {}
+
+  void Write(EntityPoseWriter* writer) const {
+    for (uint32_t i = 0; i + kLanes <= count; i += kLanes) {
+      Prefetch(i + kLanes, *writer);
+      WriteFour(i, writer);
+    }
+    // The last four overlap those before: what is written twice is the same.
+    const uint32_t rest = count % kLanes;
+    if (rest != 0 && count > kLanes) {
+      WriteFour(count - kLanes, writer);
+    } else if (rest != 0) {
+      WriteSingly(0, rest, writer);
+    }
+  }
+
+ private:
+  static constexpr uint32_t kLanes = 4;
+
+  void Prefetch(uint32_t begin, const EntityPoseWriter& writer) const {
+    for (uint32_t i = begin; i < begin + kLanes && i < count; ++i) {
+      writer.Prefetch(handles[i]);
+    }
+  }
+
+  void WriteFour(uint32_t begin, EntityPoseWriter* writer) const {
+    FourQuaternions q;
+    if (!BlendRotations(begin, &q)) {
+      WriteSingly(begin, kLanes, writer);
+    } else if (handles[begin + kLanes - 1] - handles[begin] == kLanes - 1 &&
+               writer->SeekRun3D(handles[begin], kLanes)) {
+      // Handles ascend, so these are consecutive.
+      const auto values = [=](uint32_t i) {
+        writer->Seek(handles[begin + i]);
+        return WriteValues(begin + i, *writer);
+      };
+      const PositionScale four[kLanes] = {values(0), values(1), values(2), values(3)};
+      writer->Seek(handles[begin]);
+      WriteFourRotations(q, four, writer);
+    } else {
+      WriteScattered(begin, q, writer);
+    }
+  }
+
+  // False if rotations are missing, are no quaternions, or have to be blended one by one.
+  bool BlendRotations(uint32_t begin, FourQuaternions* q) const {
+    const ClipSample* a = from + begin;
+    const bool areQuaternions =
+        a[0].isQuaternion && a[1].isQuaternion && a[2].isQuaternion && a[3].isQuaternion;
+    const FourQuaternions first = Rotations(a);
+    const FourQuaternions second = Rotations(to + begin);
+    if (!areQuaternions || !AreAll(_mm_and_ps(AreNumbers(first), AreNumbers(second))) ||
+        !SlerpFour(first, second, share, q)) {
+      return false;
+    }
+    *q = NormaliseFour(*q);
+    return AreAll(AreNumbers(*q));
+  }
+
+  static FourQuaternions Rotations(const ClipSample* samples) {
+    const auto of = [samples](uint32_t i) {
+      return _mm_loadu_ps(samples[i].channel + kRotationChannel);
+    };
+    return TransposeFour(of(0), of(1), of(2), of(3));
+  }
+
+  // Writes the position and scale of the selected 3D entity.
+  PositionScale WriteValues(uint32_t i, const EntityPoseWriter& writer) const {
+    const __m128 first = LerpFour(FirstRow(from[i]), FirstRow(to[i]), share);
+    const __m128 second = LerpFour(SecondRow(from[i]), SecondRow(to[i]), share);
+    return writer.Replace(first, IsNumber(first), second, IsNumber(second));
+  }
+
+  NQ_NO_INLINE void WriteScattered(uint32_t begin, const FourQuaternions& q,
+                                   EntityPoseWriter* writer) const {
+    __m128 quaternions[kLanes];
+    StoreTransposed(q, quaternions);
+    for (uint32_t i = 0; i < kLanes; ++i) {
+      if (writer->Seek(handles[begin + i]) && writer->isThreeD()) {
+        writer->WriteQuaternion(quaternions[i], WriteValues(begin + i, *writer));
+        writer->Mark();
+      } else {
+        WriteSingly(begin + i, 1, writer);
+      }
+    }
+  }
+
+  NQ_NO_INLINE void WriteSingly(uint32_t begin, uint32_t length, EntityPoseWriter* writer) const {
+    for (uint32_t i = begin; i < begin + length; ++i) {
+      if (writer->Seek(handles[i])) {
+        ClipSample blended = from[i];
+        BlendSample(&blended, to[i], share, false);
+        NormaliseRotation(&blended);
+        ApplyTo(*writer, blended);
+      }
+    }
+  }
+
+  const ClipSample* const from;
+  const ClipSample* const to;
+  const uint32_t count;
+  const float share;
+  const uint32_t* const handles;
+};
+
+// True if each number is above the one before it.
+bool Ascends(const uint32_t* numbers, uint32_t count) {
+  bool ascends = true;
+  for (uint32_t i = 1; i < count; ++i) {
+    ascends = ascends && numbers[i - 1] < numbers[i];
+  }
+  return ascends;
 }
 
 }  // namespace
@@ -125,6 +248,7 @@ struct AnimatorComponent::Scratch {
 
   std::vector<ActiveClip> active;
   SampleMap samples;
+  SampleMap otherSamples;
   std::vector<BlendEntry> entries;
 
   // Empty until a handle is neither at its expected position nor above all others. Then the slots
@@ -133,13 +257,13 @@ struct AnimatorComponent::Scratch {
   std::vector<uint32_t> slots;
   bool usesSlots = false;
 
-  // Whole frames come from the clip's cache.
-  const SampleMap& SampleOf(const ActiveClip& clip) {
+  // Whole frames come from the clip's cache, others go to `room`.
+  static const SampleMap& SampleOf(const ActiveClip& clip, SampleMap* room) {
     if (IsWhole(clip.time)) {
       return clip.model->SampleAtFrame(TruncateToU32(clip.time));
     }
-    clip.model->SampleAtTime(clip.time, &samples);
-    return samples;
+    clip.model->SampleAtTime(clip.time, room);
+    return *room;
   }
 
   void Clear() {
@@ -223,7 +347,7 @@ void AnimatorComponent::Update() {
   }
   if (scratch->active.size() == 1) {
     ApplyOne(scratch->active[0], scratch);
-  } else if (!scratch->active.empty()) {
+  } else if (!scratch->active.empty() && !ApplyCrossfade(scratch)) {
     ApplyBlend(scratch);
   }
 }
@@ -232,7 +356,7 @@ void AnimatorComponent::ApplyOne(const ActiveClip& clip, Scratch* scratch) {
   const uint32_t* targets =
       reinterpret_cast<const uint32_t*>(data + AnimatorTargetsOffset(clipCount));
   EntityPoseWriter writer(&core->Entities()->Tree());
-  const SampleMap& samples = scratch->SampleOf(clip);
+  const SampleMap& samples = Scratch::SampleOf(clip, &scratch->samples);
   const uint32_t count = samples.Size();
   Entity* first = nullptr;
   uint32_t firstHandle = 0;
@@ -253,6 +377,44 @@ void AnimatorComponent::ApplyOne(const ActiveClip& clip, Scratch* scratch) {
   firstTargetHandle = firstHandle;
 }
 
+// Two clips with the same targets, each of them once. False for all others.
+bool AnimatorComponent::ApplyCrossfade(Scratch* scratch) {
+  if (scratch->active.size() != 2) {
+    return false;
+  }
+  const ActiveClip& from = scratch->active[0];
+  const ActiveClip& to = scratch->active[1];
+  const uint32_t count = from.model->TrackCount();
+  // The tables of targets are in order of target indices, which ascend.
+  const auto hasTable = [this, count](const ActiveClip& clip) {
+    return clip.model->TrackCount() == count && clip.model->Targets().back() == count - 1 &&
+           count <= entityCount && clip.base <= entityCount - count;
+  };
+  const uint32_t* targets =
+      reinterpret_cast<const uint32_t*>(data + AnimatorTargetsOffset(clipCount));
+  if (count == 0 || !hasTable(from) || !hasTable(to) ||
+      std::memcmp(targets + from.base, targets + to.base, count * sizeof(*targets)) != 0 ||
+      !Ascends(targets + from.base, count)) {
+    return false;
+  }
+  const SampleMap& fromSamples = Scratch::SampleOf(from, &scratch->samples);
+  const SampleMap& toSamples = Scratch::SampleOf(to, &scratch->otherSamples);
+  if (fromSamples.Size() != count || toSamples.Size() != count) {
+    return false;  // a clip without frames
+  }
+  EntityPoseWriter writer(&core->Entities()->Tree());
+  const uint32_t* handles = targets + from.base;
+  const uint32_t* first =
+      std::find_if(handles, handles + count, [&writer](uint32_t h) { return writer.Seek(h); });
+  if (first != handles + count) {
+    firstTarget = writer.Target();
+    firstTargetHandle = *first;
+  }
+  const float share = to.weight / (from.weight + to.weight);
+  Crossfade(fromSamples, toSamples, share, handles).Write(&writer);
+  return true;
+}
+
 // The share of each further contribution is its weight divided by the sum so far. So the result is
 // the weighted mean, whatever the weights sum up to.
 void AnimatorComponent::ApplyBlend(Scratch* scratch) {
@@ -262,7 +424,7 @@ void AnimatorComponent::ApplyBlend(Scratch* scratch) {
   scratch->Clear();
   std::vector<Scratch::BlendEntry>& entries = scratch->entries;
   for (const ActiveClip& clip : scratch->active) {
-    const SampleMap& samples = scratch->SampleOf(clip);
+    const SampleMap& samples = Scratch::SampleOf(clip, &scratch->samples);
     size_t expected = 0;
     for (uint32_t i = 0; i < samples.Size(); ++i) {
       const uint32_t entry = clip.base + samples.Target(i);

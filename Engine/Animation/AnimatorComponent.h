@@ -48,6 +48,7 @@ class AnimatorComponent {
   static NQ_NO_INLINE Scratch* ThreadScratch();
   void ApplyOne(const ActiveClip& clip, Scratch* scratch);
   void ApplyBlend(Scratch* scratch);
+  bool ApplyCrossfade(Scratch* scratch);
 };
 
 // Writes a sample to an entity's shared record, builds its local matrix and marks it. A NaN channel

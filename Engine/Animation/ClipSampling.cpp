@@ -24,17 +24,6 @@ bool AnyNaN4(__m128 v) {
   return _mm_movemask_ps(_mm_cmpunord_ps(v, v)) != 0;
 }
 
-// LerpChannel on four channels at once.
-__m128 Lerp4(__m128 a, __m128 b, float t) {
-  const __m128 ofB = _mm_mul_ps(b, _mm_set1_ps(t));
-  const __m128 ofA = _mm_mul_ps(_mm_set1_ps(1.0f - t), a);
-  const __m128 sum = _mm_add_ps(ofB, ofA);
-  const __m128 noA = _mm_cmpunord_ps(a, a);
-  const __m128 noB = _mm_cmpunord_ps(b, b);
-  const __m128 withA = _mm_or_ps(_mm_and_ps(noB, ofA), _mm_andnot_ps(noB, sum));
-  return _mm_or_ps(_mm_and_ps(noA, ofB), _mm_andnot_ps(noA, withA));
-}
-
 // Slerps two clips' rotations along the shorter arc.
 void Slerp(float* a, const float* other, float t) {
   __m128 b = _mm_loadu_ps(other);
@@ -58,6 +47,35 @@ void Slerp(float* a, const float* other, float t) {
     _mm_storeu_ps(
         a, _mm_add_ps(_mm_mul_ps(from, _mm_set1_ps(1.0f - t)), _mm_mul_ps(b, _mm_set1_ps(t))));
   }
+}
+
+// The greatest dot product of two quaternions that are slerped.
+constexpr float kMaxSlerpDot = 1.0f - 17.0f / 16777216.0f;
+static_assert(1.0 - static_cast<double>(kMaxSlerpDot) > kMinSlerpDistance &&
+                  1.0 - (static_cast<double>(kMaxSlerpDot) + 1.0 / 16777216.0) <= kMinSlerpDistance,
+              "the next float is too close");
+
+// SlerpFour, only if HasWideIntegers.
+NQ_TARGET_AVX2 bool SlerpByFour(const FourQuaternions& a, const FourQuaternions& b, float t,
+                                FourQuaternions* blended) {
+  const __m128 dot = DotFour(a, b);
+  const __m128 sign = _mm_and_ps(_mm_cmplt_ps(dot, _mm_setzero_ps()), _mm_set1_ps(-0.0f));
+  const __m128 cosine = _mm_xor_ps(dot, sign);
+  // Not those with an infinite or NaN dot product either.
+  const __m128 isSlerp = _mm_cmple_ps(cosine, _mm_set1_ps(kMaxSlerpDot));
+  SlerpSines sines;
+  if (!slerpSinesFourF(Select(isSlerp, cosine, _mm_set1_ps(0.5f)), t, &sines)) {
+    return false;
+  }
+  // Dividing by 1 changes nothing.
+  const __m128 whole = Select(isSlerp, sines.whole, _mm_set1_ps(1.0f));
+  const __m128 from = Select(isSlerp, sines.from, _mm_set1_ps(1.0f - t));
+  const __m128 to = _mm_xor_ps(Select(isSlerp, sines.to, _mm_set1_ps(t)), sign);
+  const auto blend = [=](__m128 p, __m128 q) NQ_TARGET_AVX2 {
+    return _mm_add_ps(_mm_div_ps(_mm_mul_ps(p, from), whole), _mm_div_ps(_mm_mul_ps(q, to), whole));
+  };
+  *blended = FourQuaternions{blend(a.x, b.x), blend(a.y, b.y), blend(a.z, b.z), blend(a.w, b.w)};
+  return true;
 }
 
 // Adds the rotation `other`, scaled by t, to the sum `a`. Kept on purpose: an identity rotation has
@@ -103,10 +121,15 @@ float LerpChannel(float a, float b, float t) {
   return std::isnan(b) ? (1.0f - t) * a : b * t + (1.0f - t) * a;
 }
 
+bool SlerpFour(const FourQuaternions& a, const FourQuaternions& b, float t,
+               FourQuaternions* blended) {
+  return HasWideIntegers() && SlerpByFour(a, b, t, blended);
+}
+
 void BlendSample(ClipSample* blended, const ClipSample& other, float t, bool many) {
   float* a = blended->channel;
   const float* b = other.channel;
-  _mm_store_ps(a, Lerp4(_mm_load_ps(a), _mm_load_ps(b), t));
+  _mm_store_ps(a, LerpFour(_mm_load_ps(a), _mm_load_ps(b), t));
   a[4] = LerpChannel(a[4], b[4], t);
   a[5] = LerpChannel(a[5], b[5], t);
   float* rotation = a + kRotationChannel;

@@ -11,7 +11,9 @@
 #include <vector>
 
 #include "Common/Def/Truncate.h"
+#include "Common/Def/Vectors.h"
 #include "Engine/Animation/ClipFormat.h"
+#include "Engine/Animation/FourQuaternions.h"
 
 namespace nq::engine {
 
@@ -67,10 +69,23 @@ CurvePosition PositionAt(float time, size_t first, size_t count, FrameOf frameOf
 // b t + (1 - t) a. A NaN side contributes nothing, while the other keeps its own weight.
 float LerpChannel(float a, float b, float t);
 
+// The same for four channels at once.
+inline __m128 LerpFour(__m128 a, __m128 b, float t) {
+  const __m128 ofB = _mm_mul_ps(b, _mm_set1_ps(t));
+  const __m128 ofA = _mm_mul_ps(_mm_set1_ps(1.0f - t), a);
+  const __m128 withA = Select(_mm_cmpunord_ps(b, b), ofA, _mm_add_ps(ofB, ofA));
+  return Select(_mm_cmpunord_ps(a, a), ofB, withA);
+}
+
 // Blends `other` into `blended` with the share t. `many`: more than two clips are blended. Two
 // quaternions are slerped (Shoemake, "Animating rotation with quaternion curves", 1985); of more,
 // each is added as a rotation scaled by its share. In both cases the caller normalises at the end.
 void BlendSample(ClipSample* blended, const ClipSample& other, float t, bool many);
+
+// The slerps of BlendSample for four pairs of quaternions, with t from 0 to 1. False if they have
+// to be computed one by one: where a number needs the math library, and without AVX2.
+bool SlerpFour(const FourQuaternions& a, const FourQuaternions& b, float t,
+               FourQuaternions* blended);
 
 }  // namespace nq::engine
 

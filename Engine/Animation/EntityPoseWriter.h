@@ -15,11 +15,6 @@
 
 namespace nq::engine {
 
-// `yes` in lanes of `mask`, `no` in the others.
-inline __m128 Select(__m128 mask, __m128 yes, __m128 no) {
-  return _mm_or_ps(_mm_and_ps(mask, yes), _mm_andnot_ps(mask, no));
-}
-
 // Writes to the entities of a character. Consecutive entities are mostly of one batch, so the batch
 // is looked up only when it changes. What is written to a record goes into the local matrix
 // straight from registers, without a round trip through memory.

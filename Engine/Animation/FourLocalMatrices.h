@@ -22,11 +22,11 @@ inline void ScaledColumns(__m128 scale, __m128 e0, __m128 e1, __m128 e2, __m128*
 
 // Sets the rotations of the four consecutive entities that `writer` has selected, builds their
 // local matrices and marks them, with the bits that EntityPoseWriter::WriteQuaternion gives one by
-// one; see QuaternionColumns and LocalColumns for the formulas.
-NQ_FORCE_INLINE void WriteFourRotations(const FourQuaternions& q, EntityPoseWriter* writer) {
+// one; see QuaternionColumns and LocalColumns for the formulas. `v` are their positions and scales,
+// which are in the records already.
+NQ_FORCE_INLINE void WriteFourRotations(const FourQuaternions& q, const PositionScale* v,
+                                        EntityPoseWriter* writer) {
   Entity3DRecord* const records = writer->Record3D();
-  const PositionScale v[4] = {PositionScale(records[0]), PositionScale(records[1]),
-                              PositionScale(records[2]), PositionScale(records[3])};
   const FourQuaternions firsts = TransposeFour(v[0].positionScaleX, v[1].positionScaleX,
                                                v[2].positionScaleX, v[3].positionScaleX);
   const FourQuaternions seconds =

@@ -4,7 +4,6 @@
 #define NQ_ENGINE_ANIMATION_FOURQUATERNIONS_H_
 
 #include "Common/Def/Vectors.h"
-#include "Engine/Animation/EntityPoseWriter.h"
 
 namespace nq::engine {
 
@@ -32,6 +31,11 @@ inline void StoreTransposed(const FourQuaternions& q, __m128* out) {
   out[1] = rows.y;
   out[2] = rows.z;
   out[3] = rows.w;
+}
+
+// The mask of all four lanes.
+inline bool AreAll(__m128 mask) {
+  return _mm_movemask_ps(mask) == 15;
 }
 
 // Mask of the lanes without any NaN.

@@ -35,10 +35,6 @@ inline bool Any(__m128 mask) {
   return _mm_movemask_ps(mask) != 0;
 }
 
-inline bool AreAll(__m128 mask) {
-  return _mm_movemask_ps(mask) == (1 << kLanes) - 1;
-}
-
 // The mask whose lane i is bit i.
 inline __m128 LanesOf(uint32_t bits) {
   const __m128i lane = _mm_setr_epi32(1, 2, 4, 8);
@@ -591,7 +587,10 @@ bool FusedEvaluation::WriteGroup(const FourRotations& rotations, uint32_t group,
   }
   if (moving[group] == 0 && AreAll(rotations.present) && AreAll(rotates) &&
       AreConsecutive(restPoses, slot) && writer->SeekRun3D(restPoses.Number(slot), kLanes)) {
-    WriteFourRotations(rotations.rotation, writer);
+    const Entity3DRecord* records = writer->Record3D();
+    const PositionScale values[kLanes] = {PositionScale(records[0]), PositionScale(records[1]),
+                                          PositionScale(records[2]), PositionScale(records[3])};
+    WriteFourRotations(rotations.rotation, values, writer);
     return true;
   }
   __m128 quaternions[kLanes];

@@ -306,5 +306,83 @@ TEST(FastTrigonometry, ArcCosineFromAHalfToOneMatchesTheLibrary) {
   }
 }
 
+NQ_TARGET_AVX2 bool SinesOfSlerp(const float (&cosines)[4], float t, float (*sines)[4]) {
+  SlerpSines four;
+  const bool sure = slerpSinesFourF(_mm_loadu_ps(cosines), t, &four);
+  _mm_storeu_ps(sines[0], four.from);
+  _mm_storeu_ps(sines[1], four.to);
+  _mm_storeu_ps(sines[2], four.whole);
+  return sure;
+}
+
+class SlerpSinesTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!HasWideIntegers()) {
+      GTEST_SKIP() << "there is no AVX2";
+    }
+  }
+
+  // Compares the results that are certain, and counts all.
+  void Compare(const float (&cosines)[4], float t) {
+    float sines[3][4];
+    ++computed;
+    if (!SinesOfSlerp(cosines, t, sines)) {
+      ++unsure;
+      return;
+    }
+    for (int i = 0; i < 4; ++i) {
+      const float angle = acosF(cosines[i]);
+      ExpectSame(sinF((1.0f - t) * angle), sines[0][i], cosines[i]);
+      ExpectSame(sinF(t * angle), sines[1][i], cosines[i]);
+      ExpectSame(sinF(angle), sines[2][i], cosines[i]);
+    }
+  }
+
+  // Every `step`-th float between two cosines.
+  void CompareAll(float from, float to, uint32_t step) {
+    std::mt19937 random(20261122);
+    std::uniform_real_distribution<float> shares(0.0f, 1.0f);
+    for (uint32_t bits = Bits(from); bits + 3 * step < Bits(to) && !HasFatalFailure();
+         bits += 4 * step) {
+      Compare({FromBits(bits), FromBits(bits + step), FromBits(bits + 2 * step),
+               FromBits(bits + 3 * step)},
+              shares(random));
+    }
+    EXPECT_LT(unsure, computed / 500);
+  }
+
+  int computed = 0;
+  int unsure = 0;
+};
+
+TEST_F(SlerpSinesTest, CosinesFromAHalfToOneMatchTheLibrary) {
+  CompareAll(0.5f, 1.0f, 3);
+}
+
+TEST_F(SlerpSinesTest, CosinesFromZeroToAHalfMatchTheLibrary) {
+  CompareAll(0.0f, 0.5f, 997);
+}
+
+// The two formulas of the arc cosine are used in different lanes.
+TEST_F(SlerpSinesTest, RandomCosinesInAnyLaneMatchTheLibrary) {
+  std::mt19937 random(20261123);
+  std::uniform_real_distribution<float> numbers(0.0f, 0.999999f);
+  for (int round = 0; round < 300000 && !HasFatalFailure(); ++round) {
+    Compare({numbers(random), numbers(random), numbers(random), numbers(random)}, numbers(random));
+  }
+  EXPECT_LT(unsure, computed / 500);
+  EXPECT_GT(unsure, 0) << "some of so many numbers are next to rounding ties";
+}
+
+TEST_F(SlerpSinesTest, TheEndsOfSharesAndCosinesAreComputed) {
+  const float largest = FromBits(Bits(1.0f) - 1);
+  for (const float t : {0.0f, 1e-45f, 1e-38f, 1e-20f, 0.5f, FromBits(Bits(1.0f) - 1), 1.0f}) {
+    Compare({0.0f, largest, 1e-45f, 0.5f}, t);
+    Compare({-0.0f, FromBits(Bits(0.5f) + 1), FromBits(Bits(0.5f) - 1), 0.75f}, t);
+  }
+  EXPECT_EQ(0, unsure);
+}
+
 }  // namespace
 }  // namespace nq::engine

@@ -435,5 +435,85 @@ TEST(ClipSamplingTest, RandomBlendsMatchTheModelBitForBit) {
   EXPECT_GT(slerped, Rounds(60000) / 5);
 }
 
+// Four slerps at once, compared with the model.
+TEST(SlerpFourTest, RandomPairsMatchTheModelBitForBit) {
+  if (!HasWideIntegers()) {
+    GTEST_SKIP() << "there is no AVX2";
+  }
+  AnimationRandom random(13);
+  int computed = 0;
+  int linear = 0;
+  for (int round = 0; round < Rounds(60000); ++round) {
+    ReferenceSample a[4];
+    ReferenceSample b[4];
+    const auto gather = [](const ReferenceSample(&samples)[4]) {
+      return TransposeFour(
+          _mm_loadu_ps(samples[0].channel + kTurnX), _mm_loadu_ps(samples[1].channel + kTurnX),
+          _mm_loadu_ps(samples[2].channel + kTurnX), _mm_loadu_ps(samples[3].channel + kTurnX));
+    };
+    for (int lane = 0; lane < 4; ++lane) {
+      a[lane] = Pose(true, {});
+      b[lane] = Pose(true, {});
+      // Equal, nearly equal, opposite, perpendicular, long and any.
+      const uint32_t kind = random.Below(10);
+      for (int c = 6; c < kReferenceChannels; ++c) {
+        a[lane].channel[c] = random.Real(-0.7f, 0.7f);
+        b[lane].channel[c] = kind == 0   ? a[lane].channel[c]
+                             : kind == 1 ? a[lane].channel[c] + random.Real(-2e-3f, 2e-3f)
+                             : kind == 2 ? -a[lane].channel[c]
+                             : kind == 3 ? random.OneOf({0.0f, -0.0f, kInfinity})
+                             : kind == 4 ? random.Real(-2, 2)
+                                         : random.Real(-0.7f, 0.7f);
+      }
+    }
+    const float t = random.Chance(90) ? random.Real(0, 1) : random.OneOf({0.0f, 0.5f, 1.0f, 1e-9f});
+    FourQuaternions blended;
+    if (!SlerpFour(gather(a), gather(b), t, &blended)) {
+      continue;
+    }
+    ++computed;
+    __m128 rotations[4];
+    StoreTransposed(blended, rotations);
+    for (int lane = 0; lane < 4; ++lane) {
+      ReferenceSample expected = a[lane];
+      ReferenceBlend(&expected, b[lane], t, false);
+      float actual[4];
+      _mm_storeu_ps(actual, rotations[lane]);
+      ASSERT_TRUE(SameFloats(expected.channel + kTurnX, actual, 4)) << "round " << round;
+      linear += a[lane].channel[kTurnX] == b[lane].channel[kTurnX] ? 1 : 0;
+    }
+  }
+  EXPECT_GT(computed, Rounds(60000) * 99 / 100);
+  EXPECT_GT(linear, 0);
+}
+
+// On both sides of the distance from which rotations are blended linearly.
+TEST(SlerpFourTest, TheLinearThresholdIsThatOfSingleSlerps) {
+  if (!HasWideIntegers()) {
+    GTEST_SKIP() << "there is no AVX2";
+  }
+  const FourQuaternions a = {_mm_set1_ps(1), _mm_setzero_ps(), _mm_setzero_ps(), _mm_setzero_ps()};
+  int unsure = 0;
+  for (int below = 0; below < 40; ++below) {
+    const float cosine = 1.0f - static_cast<float>(below) / 16777216.0f;
+    const FourQuaternions b = {_mm_set1_ps(cosine), _mm_set1_ps(0.25f), _mm_set1_ps(-1),
+                               _mm_set1_ps(2)};
+    FourQuaternions blended;
+    if (!SlerpFour(a, b, 0.3f, &blended)) {
+      ++unsure;
+      continue;
+    }
+    __m128 rotations[4];
+    StoreTransposed(blended, rotations);
+    float actual[4];
+    _mm_storeu_ps(actual, rotations[2]);
+    const ClipSample expected =
+        Blended(Pose(true, {1, 0, 0, 0}), Pose(true, {cosine, 0.25f, -1, 2}), 0.3f, false);
+    ASSERT_TRUE(SameFloats(expected.channel + kTurnX, actual, 4)) << below;
+  }
+  // At 18 the angle's sine is next to a rounding tie.
+  EXPECT_EQ(1, unsure);
+}
+
 }  // namespace
 }  // namespace nq::engine
