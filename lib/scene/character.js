@@ -4,7 +4,7 @@
 const { AnimationLayer } = require('./layers');
 const { Node } = require('./node');
 const { crossfadeOn, playOn, setTimeOn, setWeightOn, stopOn, timeOn, weightOn } = require('./play');
-const { kNoSlots, slotAt } = require('./slots');
+const { kNoSlots, noteClips, numberAt } = require('./slots');
 const { show } = require('../value-checks');
 const { failIndex } = require('../view-base');
 
@@ -55,6 +55,7 @@ class Character extends Node {
     this._body = body;
     /** What plays: those of its track. */
     this._slots = body.player === null ? kNoSlots : body.player.slots;
+    noteClips(this, kNoSlots);
     this._parts = null;
     this._layersByName = null;
     /** The frame in which a camera saw it last. */
@@ -166,15 +167,15 @@ class Character extends Node {
    */
   setWeight(clip, weight, options = kNoOptions) {
     // A clip by its index, at once, in each frame of many characters: with as little memory to read as possible.
-    const slot = slotAt(this._slots, clip);
+    const at = numberAt(this, clip);
     if (
-      slot !== null &&
+      at >= 0 &&
       options === kNoOptions &&
       typeof weight === 'number' &&
       weight >= 0 &&
       weight <= 1
     ) {
-      this.scene._players.setWeight(slot, weight);
+      this.scene._players.setWeight(at, weight);
       return;
     }
     this._check('setWeight');
@@ -188,9 +189,9 @@ class Character extends Node {
    * @param {number} seconds from 0 on; the end of the clip at most
    */
   setTime(clip, seconds) {
-    const slot = slotAt(this._slots, clip);
-    if (slot !== null && typeof seconds === 'number' && seconds >= 0) {
-      this.scene._players.setTime(slot, seconds);
+    const at = numberAt(this, clip);
+    if (at >= 0 && typeof seconds === 'number' && seconds >= 0) {
+      this.scene._players.setTime(at, seconds);
       return;
     }
     this._check('setTime');
@@ -300,6 +301,7 @@ class Character extends Node {
     this._object = -1;
     this._body = null;
     this._slots = kNoSlots;
+    noteClips(this, kNoSlots);
     this._end();
   }
 

@@ -13,7 +13,7 @@ const {
   timeOn,
   weightOn,
 } = require('./play');
-const { Track, kNoSlots, slotAt } = require('./slots');
+const { Track, kNoSlots, noteClips, numberAt } = require('./slots');
 
 /**
  * @typedef {import('./character').Character} Character
@@ -188,8 +188,10 @@ class AnimationLayer {
     this._track = new Track(player);
     this._track.owner = this;
     this._slots = this._track.slots;
+    noteClips(this, kNoSlots);
     /** Its weight, and the fade of it. */
     this._fader = this._players.takeSlot(null, 0);
+    this._faderAt = this._fader.at;
     this._players.fade(this._fader, weight, 0);
     player.layers.push(this);
     this._players.changeLayers(player);
@@ -210,12 +212,13 @@ class AnimationLayer {
    */
   get weight() {
     this._check('weight');
-    return this._players.weightOf(this._fader);
+    return this._players.weightOf(this._faderAt);
   }
 
   set weight(weight) {
-    if (this._fader !== null && typeof weight === 'number' && weight >= 0 && weight <= 1) {
-      this._players.setWeight(this._fader, weight);
+    const at = this._faderAt;
+    if (at >= 0 && typeof weight === 'number' && weight >= 0 && weight <= 1) {
+      this._players.setWeight(at, weight);
       return;
     }
     this._check('weight');
@@ -234,7 +237,7 @@ class AnimationLayer {
       throw new TypeError(`${label}: weight is undefined, not a number: ${kWeight}.`);
     }
     numberOf(label, 'weight', weight, 1, 0, 1, kWeight);
-    this._players.fade(this._fader, weight, fadeOf(label, seconds));
+    this._players.fadeLayer(this, weight, fadeOf(label, seconds));
   }
 
   /**
@@ -290,9 +293,9 @@ class AnimationLayer {
    * @param {number} seconds from 0 on; the end of the clip at most
    */
   setTime(clip, seconds) {
-    const slot = slotAt(this._slots, clip);
-    if (slot !== null && typeof seconds === 'number' && seconds >= 0) {
-      this._players.setTime(slot, seconds);
+    const at = numberAt(this, clip);
+    if (at >= 0 && typeof seconds === 'number' && seconds >= 0) {
+      this._players.setTime(at, seconds);
       return;
     }
     this._check('setTime');
@@ -329,7 +332,9 @@ class AnimationLayer {
     this.character._layersByName.delete(this.name);
     this._track = null;
     this._slots = kNoSlots;
+    noteClips(this, kNoSlots);
     this._fader = null;
+    this._faderAt = -1;
   }
 
   _check(method) {

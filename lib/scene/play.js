@@ -131,17 +131,17 @@ function setTimeOn(label, model, track, clip, seconds) {
     const Kind = typeof seconds === 'number' ? RangeError : TypeError;
     throw new Kind(`${label}: seconds is ${show(seconds)}: give seconds from 0 up.`);
   }
-  playersOf(track).setTime(slot, seconds);
+  playersOf(track).setTime(slot.at, seconds);
 }
 
 function timeOn(model, track, clip) {
   const slot = track.slotOf(model.clip(clip));
-  return slot === null ? -1 : playersOf(track).timeOf(slot);
+  return slot === null ? -1 : playersOf(track).timeOf(slot.at);
 }
 
 function weightOn(model, track, clip) {
   const slot = track.slotOf(model.clip(clip));
-  return slot === null ? 0 : playersOf(track).weightOf(slot);
+  return slot === null ? 0 : playersOf(track).weightOf(slot.at);
 }
 
 module.exports = {

@@ -5,8 +5,9 @@
 const { animatorClip } = require('../layout');
 const { show } = require('../value-checks');
 const { Batch, grown } = require('./blocks');
+const { Programs, kAdvancedAt, kEnd, kFull } = require('./programs');
 const { Rig } = require('./rig');
-const { Slot, Track, slotNumbers } = require('./slots');
+const { Slot, Track, noteClips, slotNumbers } = require('./slots');
 
 const { kTime, kSpeed, kWeight, kGoal, kRate, kDuration, kFramesPerSecond, kFlags, kSlot } =
   slotNumbers;
@@ -24,11 +25,9 @@ const kWeightWord = animatorClip.weight / 4;
 /** Clips that an animator blends. */
 const kRecords = 2;
 
+const kNoEvent = -1;
 const kLoopEvent = 0;
 const kEndEvent = 1;
-
-/** Weights that add up to this count as full: fades add up with errors of rounding. */
-const kFull = 1 - 1e-6;
 
 // What evaluates a player. With both, the controller adds to the pose of the animator: a blend that the animator has
 // begun is ended by it, since controllers blend rotations in another way, and the pose would jump.
@@ -96,6 +95,21 @@ function failListener({ constructor }, kind, value) {
   throw new TypeError(`${label}: it is ${show(value)}: give a function, or null for none.`);
 }
 
+/** The program of the rig of a player is not that of what plays any more. */
+function dropProgram({ rig }) {
+  if (rig !== null) {
+    rig.program.isCompiled = false;
+  }
+}
+
+/** Clips of a track have come or gone. */
+function changeClips({ player, owner, slots }) {
+  dropProgram(player);
+  if (owner !== null) {
+    noteClips(owner, slots);
+  }
+}
+
 /** Players of a scene. */
 class Players {
   constructor(engine, pool, blocks) {
@@ -119,8 +133,10 @@ class Players {
     /** Players whose binding was made outside of the tree of the scene. */
     this._unrooted = [];
     this._numbers = new Float64Array(64 * kSlot);
-    this._end = 0;
+    /** All slots by their numbers, used or not, and those that are not used. */
+    this._slots = [];
     this._free = [];
+    this._programs = new Programs(this._slots);
     /** Events of this update: character or layer, clip, kind. */
     this._events = [];
     this._eventCount = 0;
@@ -139,10 +155,10 @@ class Players {
     if (this._free.length > 0) {
       slot = this._free.pop();
     } else {
-      slot = new Slot(this._end);
-      this._end += kSlot;
-      if (this._end > this._numbers.length) {
-        this._numbers = grown(this._numbers, 2 * this._end);
+      slot = new Slot(this._slots.length * kSlot);
+      this._slots.push(slot);
+      if (slot.at === this._numbers.length) {
+        this._numbers = grown(this._numbers, 2 * slot.at);
       }
     }
     this._numbers.fill(0, slot.at, slot.at + kSlot);
@@ -158,6 +174,7 @@ class Players {
 
   giveSlot(slot) {
     slot.clip = null;
+    slot.track = null;
     slot.index = -1;
     slot.isShown = false;
     slot.isOnAnimator = false;
@@ -175,7 +192,9 @@ class Players {
     const isNew = slot === null;
     if (isNew) {
       slot = this.takeSlot(clip, handle);
+      slot.track = track;
       track.slots.push(slot);
+      changeClips(track);
     }
     const numbers = this._numbers;
     if (isNew || at !== undefined) {
@@ -235,6 +254,7 @@ class Players {
       this._hold(player);
     }
     this._giveSlots(track.slots);
+    changeClips(track);
     // What layers have added to the pose has to be taken away by another evaluation.
     if (player.place !== 0 && player.layers.length === 0) {
       this._sleep(player);
@@ -245,8 +265,10 @@ class Players {
   clear(player) {
     this._giveSlots(player.base.slots);
     this._giveSlots(player.held);
+    changeClips(player.base);
     for (let i = 0; i < player.layers.length; ++i) {
       this._giveSlots(player.layers[i]._track.slots);
+      changeClips(player.layers[i]._track);
     }
     player.mode = kByAnimator;
     if (player.place !== 0) {
@@ -266,6 +288,7 @@ class Players {
     player.isStill = false;
     if (player.rig !== null) {
       player.rig.isCurrent = false;
+      dropProgram(player);
     }
   }
 
@@ -297,6 +320,7 @@ class Players {
       slots[i] = slots[i + 1];
     }
     slots.pop();
+    changeClips(track);
   }
 
   /** Makes what the clips of a character show now what it holds. */
@@ -329,6 +353,7 @@ class Players {
       }
     }
     base.slots.length = left;
+    changeClips(base);
     for (let i = 0; i < held.length; ++i) {
       numbers[held[i].at + kWeight] /= sum;
     }
@@ -349,9 +374,8 @@ class Players {
   }
 
   /** Sets the weight of a clip at once, and ends its fade. */
-  setWeight(slot, weight) {
+  setWeight(at, weight) {
     const numbers = this._numbers;
-    const { at } = slot;
     numbers[at + kWeight] = weight;
     numbers[at + kGoal] = weight;
     numbers[at + kRate] = 0;
@@ -365,21 +389,26 @@ class Players {
     track.player.isStill = false;
   }
 
+  /** Fades the weight of a layer. */
+  fadeLayer(layer, weight, seconds) {
+    this.fade(layer._fader, weight, seconds);
+    layer._track.player.isStill = false;
+  }
+
   /** Sets the seconds in a clip; one that is held at its end goes on. */
-  setTime(slot, seconds) {
+  setTime(at, seconds) {
     const numbers = this._numbers;
-    const { at } = slot;
     const duration = numbers[at + kDuration];
     numbers[at + kTime] = seconds < duration ? seconds : duration;
     numbers[at + kFlags] &= ~kEnded;
   }
 
-  timeOf(slot) {
-    return this._numbers[slot.at + kTime];
+  timeOf(at) {
+    return this._numbers[at + kTime];
   }
 
-  weightOf(slot) {
-    return this._numbers[slot.at + kWeight];
+  weightOf(at) {
+    return this._numbers[at + kWeight];
   }
 
   /** Adds up the weights of a track. */
@@ -414,17 +443,12 @@ class Players {
     const playing = this._playing;
     for (let i = 0; i < playing.length; ++i) {
       const player = playing[i];
-      if (player.isStill) {
-        continue;
+      if (!player.isStill) {
+        player.isStill =
+          player.rig !== null && player.rig.program.isCompiled
+            ? this._advanceProgram(player, seconds)
+            : this._advancePlayer(player, seconds);
       }
-      const { base, layers } = player;
-      let isStill = this._advanceTrack(base, seconds);
-      for (let l = 0; l < layers.length; ++l) {
-        this._advanceWeight(layers[l]._fader.at, seconds);
-        this._advanceTrack(layers[l]._track, seconds);
-        isStill = false;
-      }
-      player.isStill = isStill;
     }
     if (this._eventCount > 0) {
       this._report();
@@ -436,7 +460,7 @@ class Players {
     this._followerCount = 0;
     this.count = playing.length;
     for (let i = 0; i < playing.length; ++i) {
-      if (this._composePlain(playing[i])) {
+      if (this._composePlain(playing[i]) || this._composeProgram(playing[i])) {
         continue;
       }
       this._compose(playing[i]);
@@ -502,16 +526,28 @@ class Players {
     return top;
   }
 
-  /** Returns whether there was nothing to advance. */
+  /** Returns whether there is nothing to advance. */
+  _advancePlayer({ base, layers }, seconds) {
+    let isStill = this._advanceTrack(base, seconds);
+    for (let l = 0; l < layers.length; ++l) {
+      const { at } = layers[l]._fader;
+      isStill = isStill && this._numbers[at + kRate] === 0;
+      this._advanceWeight(at, seconds);
+      isStill = this._advanceTrack(layers[l]._track, seconds) && isStill;
+    }
+    return isStill;
+  }
+
   _advanceTrack(track, seconds) {
     const { slots } = track;
     const numbers = this._numbers;
     let isStill = true;
     for (let i = 0; i < slots.length; ++i) {
-      const { at } = slots[i];
+      const { at, clip } = slots[i];
       isStill = isStill && numbers[at + kSpeed] === 0 && numbers[at + kRate] === 0;
-      if (numbers[at + kSpeed] !== 0) {
-        this._advanceTime(track, slots[i], seconds);
+      const event = numbers[at + kSpeed] === 0 ? kNoEvent : this._advanceTime(at, seconds);
+      if (event !== kNoEvent) {
+        this._note(track.owner, clip, event);
       }
       if (this._advanceWeight(at, seconds) && (numbers[at + kFlags] & kStops) !== 0) {
         this._remove(track, i--);
@@ -520,18 +556,64 @@ class Players {
     return isStill;
   }
 
-  _advanceTime(track, slot, seconds) {
+  /** The same by the program of its rig, which has the numbers of its slots and faders in the same order. */
+  _advanceProgram(player, seconds) {
+    const { code } = this._programs;
     const numbers = this._numbers;
-    const { at } = slot;
+    const { at: first } = player.rig.program;
+    const end = code[first + kEnd];
+    let isStill = true;
+    let isEnding = false;
+    for (let p = code[first + kAdvancedAt]; p < end; ++p) {
+      const at = code[p];
+      if (numbers[at + kSpeed] !== 0) {
+        isStill = false;
+        const event = this._advanceTime(at, seconds);
+        if (event !== kNoEvent) {
+          const { track, clip } = this._slots[at / kSlot];
+          this._note(track.owner, clip, event);
+        }
+      }
+      if (numbers[at + kRate] !== 0) {
+        isStill = false;
+        const isDone = this._advanceWeight(at, seconds);
+        isEnding = isEnding || (isDone && (numbers[at + kFlags] & kStops) !== 0);
+      }
+    }
+    if (isEnding) {
+      this._removeEnded(player);
+    }
+    return isStill;
+  }
+
+  /** Removes clips that were faded out. */
+  _removeEnded({ base, layers }) {
+    const numbers = this._numbers;
+    for (let l = -1; l < layers.length; ++l) {
+      const track = l < 0 ? base : layers[l]._track;
+      for (let i = track.slots.length - 1; i >= 0; --i) {
+        const { at } = track.slots[i];
+        const isStopped = (numbers[at + kFlags] & kStops) !== 0;
+        if (isStopped && numbers[at + kRate] === 0 && numbers[at + kWeight] === 0) {
+          this._remove(track, i);
+        }
+      }
+    }
+  }
+
+  /** Returns an event of the clip. */
+  _advanceTime(at, seconds) {
+    const numbers = this._numbers;
     const flags = numbers[at + kFlags];
     const duration = numbers[at + kDuration];
     const isLooping = (flags & kLoops) !== 0;
     // One without length has no loops, but an end.
     if ((flags & kEnded) !== 0 || (duration === 0 && isLooping)) {
-      return;
+      return kNoEvent;
     }
     const speed = numbers[at + kSpeed];
     let time = numbers[at + kTime] + seconds * speed;
+    let event = kNoEvent;
     if (isLooping) {
       if (time >= duration || time < 0) {
         // What is beyond all numbers has no remainder.
@@ -539,14 +621,15 @@ class Players {
         if (time < 0) {
           time += duration;
         }
-        this._note(track.owner, slot.clip, kLoopEvent);
+        event = kLoopEvent;
       }
     } else if (speed < 0 ? time <= 0 : time >= duration) {
       time = speed < 0 ? 0 : duration;
       numbers[at + kFlags] = flags | kEnded;
-      this._note(track.owner, slot.clip, kEndEvent);
+      event = kEndEvent;
     }
     numbers[at + kTime] = time;
+    return event;
   }
 
   /** Returns whether a fade has ended. */
@@ -654,8 +737,12 @@ class Players {
     this._measure(base);
     const { sum } = base;
     if (sum >= kFull) {
-      this._giveSlots(held);
+      if (held.length > 0) {
+        dropProgram(player);
+        this._giveSlots(held);
+      }
     } else if (held.length === 0) {
+      dropProgram(player);
       const rest = this.takeSlot(player.known.restClip, player.known.rest.id);
       this._numbers[rest.at + kWeight] = 1;
       held.push(rest);
@@ -727,16 +814,38 @@ class Players {
     this._animatorTargets += player.targetCount;
   }
 
-  _writeRig(player) {
-    if (player.rig === null || !player.rig.isCurrent) {
-      if (player.rig === null) {
-        player.rig = new Rig(this._engine, this._pool, player);
-        this._unrooted.push(player);
-      }
-      player.rig.build();
+  /** The same for a player whose controller blends what it has blended in the last update. Returns whether it does. */
+  _composeProgram(player) {
+    if (player.mode !== kByController) {
+      return false;
     }
-    player.rig.write(this._numbers, this._pose, this._weights, this._poseCount);
-    this._controllers.append(player.rig.id);
+    const { program, id } = player.rig;
+    if (!program.isCompiled || !this._programs.check(this._numbers, player, program.at)) {
+      return false;
+    }
+    this._programs.write(this._numbers, player, program.at);
+    this._controllers.append(id);
+    this._controllerTargets += player.targetCount;
+    return true;
+  }
+
+  _writeRig(player) {
+    if (player.rig === null) {
+      player.rig = new Rig(this._engine, this._pool, this._programs, player);
+      this._unrooted.push(player);
+    }
+    const { rig } = player;
+    if (!rig.isCurrent) {
+      rig.build();
+    }
+    if (rig.program.isCompiled) {
+      rig.updateFollowers();
+    } else {
+      rig.compile();
+    }
+    this._programs.check(this._numbers, player, rig.program.at);
+    rig.isMixed = this._programs.write(this._numbers, player, rig.program.at);
+    this._controllers.append(rig.id);
     this._controllerTargets += player.targetCount;
     if (player.mode === kByBoth) {
       const at = this._followerCount++;

@@ -9,64 +9,26 @@
 const {
   addedModes,
   controller,
-  controllerClip,
   controllerLayer,
-  controllerState,
   handles,
   keptModes,
-  layerBlendModes,
   removedModes,
 } = require('../layout');
-const { grown } = require('./blocks');
-const { slotNumbers } = require('./slots');
-
-const { kTime, kWeight, kFramesPerSecond } = slotNumbers;
+const { stateWords } = require('./programs');
 
 // Words of a controller's block.
 const kLayer = controllerLayer.size / 4;
 const kBlendMode = (controller.layers + controllerLayer.blendMode) / 4;
-const kLayerWeight = (controller.layers + controllerLayer.weight) / 4;
 const kFirstState = (controller.layers + controllerLayer.firstState) / 4;
 
-// Words of a state, and of its first clip.
-const kClipWords = controllerClip.size / 4;
-const kClip = controllerState.clips / 4;
-const kStateWeight = controllerState.weight / 4;
-const kNextState = controllerState.nextState / 4;
-const kClipHandle = kClip + controllerClip.clipHandle / 4;
-const kClipTime = kClip + controllerClip.time / 4;
-const kClipWeight = kClip + controllerClip.weight / 4;
-const kReferenceClip = kClip + controllerClip.referenceClip / 4;
-const kReferenceTime = kClip + controllerClip.referenceTime / 4;
+const { kClipWords, kClipHandle, kClipWeight, kReferenceClip, kReferenceTime } = stateWords;
+const { kStateWeight, kNextState } = stateWords;
 
 /** Clips of the smallest state. */
 const kLeastClips = 2;
 
 /** Words of the lists of the smallest binding. */
 const kLeastWords = 64;
-
-/** Shares below do not show in a float. */
-const kLeastShare = 1e-8;
-const kFullShare = 1 - 1e-6;
-const kOff = layerBlendModes.off;
-
-// The blend that is put together: slots and their shares.
-const blend = [];
-let shares = new Float64Array(16);
-let blended = 0;
-
-/** Returns the place of the share, for the caller to write: numbers as arguments could allocate. */
-function append(slot) {
-  if (blended === blend.length) {
-    blend.push(slot);
-  } else {
-    blend[blended] = slot;
-  }
-  if (blended === shares.length) {
-    shares = grown(shares, 2 * blended);
-  }
-  return blended++;
-}
 
 /** Nodes that the same override layers move. */
 class Area {
@@ -94,8 +56,9 @@ function findAreas(overrides, targetCount) {
 
 /** A controller for the layers of a player. */
 class Rig {
-  constructor(engine, pool, player) {
+  constructor(engine, pool, programs, player) {
     this._engine = engine;
+    this._programs = programs;
     this._player = player;
     this._pool = pool;
     this._parts = player.known.parts;
@@ -109,7 +72,8 @@ class Rig {
     this._isBound = false;
     this._controller = null;
     this._words = null;
-    this._floats = null;
+    /** Where the program and its floats begin, how much they may take, and whether they are those of the clips that play. */
+    this.program = programs.take();
     /** By layer of the controller. */
     this._states = [];
     this._sets = [];
@@ -128,10 +92,8 @@ class Rig {
     this.isMixed = false;
     /** Whether it has been built for the layers that the player has. */
     this.isCurrent = false;
-  }
-
-  get id() {
-    return this._controller.id;
+    /** Handle of the controller. */
+    this.id = 0;
   }
 
   /** Finds the areas, and takes a controller with a layer for each, and for each additive layer. */
@@ -155,8 +117,8 @@ class Rig {
     this._areas = areas;
     const count = areas.length + this._additives.length;
     this._controller = this._pool.takeController(count);
+    this.id = this._controller.id;
     this._words = this._controller.u32;
-    this._floats = this._controller.f32;
     this._states = Array.from({ length: count }, () => []);
     this._bound = [];
     this._isBound = false;
@@ -170,6 +132,7 @@ class Rig {
     }
     before.forEach((set) => this._parts.give(set));
     this.isCurrent = true;
+    this.program.isCompiled = false;
   }
 
   /** Lets a layer move some targets alone. */
@@ -196,6 +159,7 @@ class Rig {
   /** Gives all back. */
   give(pool) {
     this._giveController();
+    this._programs.give(this.program);
     this._taken.forEach((set) => this._parts.give(set));
     this._taken.clear();
     if (this._binding !== null) {
@@ -283,131 +247,85 @@ class Rig {
     this._readLists(keptModes.retake);
   }
 
-  /**
-   * Writes layers and states for a pose, and for the layers of the player on top of it.
-   * @param {Float64Array} numbers of slots
-   * @param {Slot[]} pose
-   * @param {Float64Array} weights of the pose, which add up to 1
-   * @param {number} count
-   */
-  write(numbers, pose, weights, count) {
+  /** Compiles the program for the clips that play now, and those that are held. */
+  compile() {
     const { _areas: areas, _overrides: overrides, _additives: additives } = this;
-    this.isMixed = false;
-    let isOverridden = false;
-    for (let i = 0; i < overrides.length; ++i) {
-      isOverridden = isOverridden || overrides[i]._track.isOn;
-    }
+    this._programs.compile(this._player, this.program, areas, overrides, additives);
+    this._programs.setController(this.program, this._controller);
     for (let i = 0; i < areas.length; ++i) {
-      if (areas.length === 1 || (i === 0) !== isOverridden) {
-        this._blendArea(numbers, areas[i], pose, weights, count);
-        this._writeArea(numbers, i);
-      } else {
-        this._words[i * kLayer + kBlendMode] = kOff;
-      }
-    }
-    for (let i = 0; i < additives.length; ++i) {
-      this._writeAdditive(numbers, i, areas.length + i);
-    }
-    if (!this._isBound) {
-      this._updateBinding();
+      this.openState(i, 1);
     }
   }
 
-  /** Puts together the clips of an area, from the base up. */
-  _blendArea(numbers, { includes }, pose, weights, count) {
-    blended = 0;
-    for (let i = 0; i < count; ++i) {
-      const at = append(pose[i]);
-      shares[at] = weights[i];
-    }
-    const { _overrides: overrides } = this;
-    for (let l = 0; l < overrides.length; ++l) {
-      if (includes[l] && overrides[l]._track.isOn) {
-        const { slots, sum, layerWeight } = overrides[l]._track;
-        const below = 1 - layerWeight * Math.min(1, sum);
-        for (let i = 0; i < blended; ++i) {
-          shares[i] *= below;
-        }
-        const factor = layerWeight / Math.max(1, sum);
-        for (let i = 0; i < slots.length; ++i) {
-          const at = append(slots[i]);
-          shares[at] = factor * numbers[slots[i].at + kWeight];
-        }
-      }
-    }
+  /** Takes over which clips of the pose the animator blends. */
+  updateFollowers() {
+    this._programs.writePose(this._player, this.program);
   }
 
-  /**
-   * Writes the state of an area. What the animator blends is the rest pose, with which the layer blends by its weight;
-   * all else are clips of the state.
-   */
-  _writeArea(numbers, layer) {
-    let total = 0;
-    let count = 0;
-    let last = -1;
-    let isFollower = false;
-    for (let i = 0; i < blended; ++i) {
-      if (blend[i].isOnAnimator) {
-        isFollower = true;
-      } else if (shares[i] > kLeastShare) {
-        total += shares[i];
-        ++count;
-        last = last < 0 || shares[i] > shares[last] ? i : last;
-      }
+  /** Lets an area have a state of so many clips at least, none of which weighs. */
+  openState(area, count) {
+    const states = this._states[area];
+    let room = states.length > 0 ? states[0].clipCount : kLeastClips;
+    while (room < count) {
+      room *= 2;
     }
-    this._words[layer * kLayer + kBlendMode] = layerBlendModes.override;
-    this._floats[layer * kLayer + kLayerWeight] = isFollower ? Math.min(1, total) : 1;
-    const state = this._stateOf(layer, Math.max(1, count));
-    const { f32, clipCount } = state;
+    if (states.length > 0 && states[0].clipCount < room) {
+      this._pool.giveState(states.pop());
+    }
+    if (states.length === 0) {
+      states.push(this._pool.takeState(room));
+    }
+    const [{ f32 }] = states;
     f32[kStateWeight] = 1;
-    // The largest is the last one: it makes the sum 1 exactly, as it is added in single precision. Less would be
-    // completed with an identity.
-    let clips = 0;
-    let sum = 0;
-    for (let i = 0; i < blended; ++i) {
-      if (i !== last && !blend[i].isOnAnimator && shares[i] > kLeastShare) {
-        const at = clips++ * kClipWords;
-        this._writeClip(numbers, layer, state, at, blend[i]);
-        f32[at + kClipWeight] = shares[i] / total;
-        sum = Math.fround(sum + f32[at + kClipWeight]);
-      }
-    }
-    // Nothing but the rest pose, by any clip, where there is no last one: an additive layer needs something to add to.
-    const at = clips++ * kClipWords;
-    this._writeClip(numbers, layer, state, at, blend[Math.max(0, last)]);
-    f32[at + kClipWeight] = 1 - sum;
-    this.isMixed = this.isMixed || (clips > 1 && isFollower && total < kFullShare);
-    for (let i = clips; i < clipCount; ++i) {
+    for (let i = 0; i < room; ++i) {
       f32[i * kClipWords + kClipWeight] = 0;
     }
-    this._link(layer, 1);
+    this._link(area, 1);
+    this._programs.setState(this.program, area, f32, room);
   }
 
-  _writeAdditive(numbers, i, layer) {
-    const additive = this._additives[i];
-    const { _reference: reference } = additive;
-    const { slots } = additive._track;
-    const isOn = additive._track.isOn;
-    if (isOn) {
-      this._chooseTargets(i, layer);
+  /** Sets the blend mode of a layer of the controller. */
+  setMode(layer, mode) {
+    this._words[layer * kLayer + kBlendMode] = mode;
+  }
+
+  /** Sets a clip of the state of an area to that of a slot. */
+  setClip(area, clip, slot) {
+    this._states[area][0].u32[clip * kClipWords + kClipHandle] = this._handleOf(area, slot.index);
+  }
+
+  /**
+   * Writes what does not change of the states of an additive layer, one for each of its clips. Returns whether it has
+   * anything to move.
+   */
+  openAdditive(i) {
+    const layer = this._areas.length + i;
+    const { _reference: reference, _track: track } = this._additives[i];
+    this._chooseTargets(i, layer);
+    if (this._sets[layer].targets.length === 0) {
+      return false;
     }
-    if (!isOn || this._sets[layer].targets.length === 0) {
-      this._words[layer * kLayer + kBlendMode] = kOff;
-      return;
-    }
-    for (let k = 0; k < slots.length; ++k) {
-      const slot = slots[k];
-      const state = this._addedState(layer, k);
-      this._writeClip(numbers, layer, state, 0, slot);
-      const { u32, f32 } = state;
-      f32[kStateWeight] = numbers[slot.at + kWeight];
+    const states = this._states[layer];
+    track.slots.forEach((slot, k) => {
+      if (k === states.length) {
+        states.push(this._pool.takeState(1));
+      }
+      const { u32, f32 } = states[k];
+      u32[kClipHandle] = this._handleOf(layer, slot.index);
       f32[kClipWeight] = 1;
       f32[kReferenceTime] = reference.seconds * (reference.rate || slot.clip.framesPerSecond);
       u32[kReferenceClip] = this._handleOf(layer, reference.isOwn ? slot.index : reference.index);
+      this._programs.setAddedState(this.program, i, k, f32);
+    });
+    this._link(layer, track.slots.length);
+    return true;
+  }
+
+  /** Binds what is not bound yet. */
+  settle() {
+    if (!this._isBound) {
+      this._updateBinding();
     }
-    this._words[layer * kLayer + kBlendMode] = layerBlendModes.additive;
-    this._floats[layer * kLayer + kLayerWeight] = additive._track.layerWeight;
-    this._link(layer, slots.length);
   }
 
   /**
@@ -428,38 +346,6 @@ class Rig {
       members[target] = isMasked && (moved === null || moved[target] === 1) ? 1 : 0;
     }
     this._setTargets(layer, members);
-  }
-
-  /** Writes clip and time into a state. */
-  _writeClip(numbers, layer, { u32, f32 }, at, slot) {
-    u32[at + kClipHandle] = this._handleOf(layer, slot.index);
-    f32[at + kClipTime] = numbers[slot.at + kTime] * numbers[slot.at + kFramesPerSecond];
-  }
-
-  /** The only state of a layer, for so many clips. */
-  _stateOf(layer, count) {
-    const states = this._states[layer];
-    if (states.length > 0 && states[0].clipCount >= count) {
-      return states[0];
-    }
-    if (states.length > 0) {
-      this._pool.giveState(states.pop());
-    }
-    let room = kLeastClips;
-    while (room < count) {
-      room *= 2;
-    }
-    states.push(this._pool.takeState(room));
-    return states[0];
-  }
-
-  /** State k of an additive layer, of one clip. */
-  _addedState(layer, k) {
-    const states = this._states[layer];
-    if (k === states.length) {
-      states.push(this._pool.takeState(1));
-    }
-    return states[k];
   }
 
   /** Links the first states of a layer. */

@@ -23,6 +23,8 @@ class Slot {
     /** Of the clip in its model. */
     this.index = -1;
     this.clip = null;
+    /** The track in which it plays, or null. */
+    this.track = null;
     /** Handle of the clip. */
     this.handle = 0;
     /** Whether it was part of a pose. */
@@ -32,14 +34,32 @@ class Slot {
   }
 }
 
-/** The slot of a clip that is given by its index, or null. */
-function slotAt(slots, index) {
-  for (let i = 0; i < slots.length; ++i) {
+/**
+ * Where the numbers of a clip begin that an owner of a track plays, by the index of the clip; or -1. Of two clips, the owner
+ * has them itself: setters of many characters in each frame read little else.
+ */
+function numberAt(owner, index) {
+  if (index === owner._firstClip) {
+    return owner._firstAt;
+  }
+  if (index === owner._secondClip) {
+    return owner._secondAt;
+  }
+  const slots = owner._slots;
+  for (let i = 2; i < slots.length; ++i) {
     if (slots[i].index === index) {
-      return slots[i];
+      return slots[i].at;
     }
   }
-  return null;
+  return -1;
+}
+
+/** Lets the owner of a track have the first two of its clips. */
+function noteClips(owner, slots) {
+  owner._firstClip = slots.length > 0 ? slots[0].index : -1;
+  owner._firstAt = slots.length > 0 ? slots[0].at : -1;
+  owner._secondClip = slots.length > 1 ? slots[1].index : -1;
+  owner._secondAt = slots.length > 1 ? slots[1].at : -1;
 }
 
 /** The slots of what is disposed of, or has no clips. */
@@ -77,4 +97,4 @@ class Track {
   }
 }
 
-module.exports = { Slot, Track, kNoSlots, slotAt, slotNumbers };
+module.exports = { Slot, Track, kNoSlots, noteClips, numberAt, slotNumbers };

@@ -424,12 +424,12 @@ class SceneSource {
   _writeTint(tints, at, player) {
     const players = this.scene._players;
     const slots = player === null ? [] : player.base.slots;
-    const total = slots.reduce((sum, slot) => sum + players.weightOf(slot), 0);
+    const total = slots.reduce((sum, slot) => sum + players.weightOf(slot.at), 0);
     for (let k = 0; k < 3; ++k) {
       tints[at + k] = total > 0 ? 0 : kPlain[k];
     }
     for (const slot of total > 0 ? slots : []) {
-      const share = players.weightOf(slot) / total;
+      const share = players.weightOf(slot.at) / total;
       const color = clipColors[slot.clip.index % clipColors.length];
       for (let k = 0; k < 3; ++k) {
         tints[at + k] += share * color[k];
