@@ -5,7 +5,15 @@
 const { animatorClip } = require('../layout');
 const { show } = require('../value-checks');
 const { Batch, grown } = require('./blocks');
-const { Programs, kAdvancedAt, kEnd, kFull } = require('./programs');
+const {
+  Programs,
+  kAdvancedAt,
+  kController,
+  kEnd,
+  kFull,
+  kNoProgram,
+  kTargets,
+} = require('./programs');
 const { Rig } = require('./rig');
 const { Slot, Track, noteClips, slotNumbers } = require('./slots');
 
@@ -53,8 +61,13 @@ class Player {
    * @param {number} entity index of the entity of the character
    */
   constructor(animator, known, targets, entity) {
-    this.base = new Track(this);
     // What each update reads of a character is here, next to each other: memory is what it costs.
+    /** Whether neither times nor weights change by themselves, since the last update. */
+    this.isStill = false;
+    this.mode = kByAnimator;
+    /** Where the program of its rig begins, or -1: it has none, or another one than that of the clips that play. */
+    this.program = kNoProgram;
+    this.base = new Track(this);
     this.slots = this.base.slots;
     this.f32 = animator.f32;
     this.id = animator.id;
@@ -62,13 +75,10 @@ class Player {
     /** Handles of the clips that the records of the animator name, once they were written. */
     this.first = 0;
     this.second = 0;
-    /** Whether neither times nor weights change by themselves, since the last update. */
-    this.isStill = false;
     /** What is blended in where the clips weigh less than 1: where the last ones were stopped, or the pose at rest. */
     this.held = [];
     this.layers = [];
     this.rig = null;
-    this.mode = kByAnimator;
     /** Place in the list of those that play, from 1, or 0. */
     this.place = 0;
     this.animator = animator;
@@ -95,16 +105,9 @@ function failListener({ constructor }, kind, value) {
   throw new TypeError(`${label}: it is ${show(value)}: give a function, or null for none.`);
 }
 
-/** The program of the rig of a player is not that of what plays any more. */
-function dropProgram({ rig }) {
-  if (rig !== null) {
-    rig.program.isCompiled = false;
-  }
-}
-
 /** Clips of a track have come or gone. */
 function changeClips({ player, owner, slots }) {
-  dropProgram(player);
+  player.program = kNoProgram;
   if (owner !== null) {
     noteClips(owner, slots);
   }
@@ -286,9 +289,9 @@ class Players {
   /** Layers were added or removed. */
   changeLayers(player) {
     player.isStill = false;
+    player.program = kNoProgram;
     if (player.rig !== null) {
       player.rig.isCurrent = false;
-      dropProgram(player);
     }
   }
 
@@ -305,6 +308,7 @@ class Players {
   _dropRig(player) {
     if (player.rig !== null) {
       player.rig.give(this._pool);
+      player.program = kNoProgram;
       player.rig = null;
       const at = this._unrooted.indexOf(player);
       if (at >= 0) {
@@ -445,7 +449,7 @@ class Players {
       const player = playing[i];
       if (!player.isStill) {
         player.isStill =
-          player.rig !== null && player.rig.program.isCompiled
+          player.program !== kNoProgram
             ? this._advanceProgram(player, seconds)
             : this._advancePlayer(player, seconds);
       }
@@ -560,7 +564,7 @@ class Players {
   _advanceProgram(player, seconds) {
     const { code } = this._programs;
     const numbers = this._numbers;
-    const { at: first } = player.rig.program;
+    const first = player.program;
     const end = code[first + kEnd];
     let isStill = true;
     let isEnding = false;
@@ -738,11 +742,11 @@ class Players {
     const { sum } = base;
     if (sum >= kFull) {
       if (held.length > 0) {
-        dropProgram(player);
+        player.program = kNoProgram;
         this._giveSlots(held);
       }
     } else if (held.length === 0) {
-      dropProgram(player);
+      player.program = kNoProgram;
       const rest = this.takeSlot(player.known.restClip, player.known.rest.id);
       this._numbers[rest.at + kWeight] = 1;
       held.push(rest);
@@ -816,16 +820,14 @@ class Players {
 
   /** The same for a player whose controller blends what it has blended in the last update. Returns whether it does. */
   _composeProgram(player) {
-    if (player.mode !== kByController) {
+    const { program } = player;
+    const isIt = player.mode === kByController && program !== kNoProgram;
+    if (!isIt || !this._programs.check(this._numbers, player)) {
       return false;
     }
-    const { program, id } = player.rig;
-    if (!program.isCompiled || !this._programs.check(this._numbers, player, program.at)) {
-      return false;
-    }
-    this._programs.write(this._numbers, player, program.at);
-    this._controllers.append(id);
-    this._controllerTargets += player.targetCount;
+    this._programs.write(this._numbers, player);
+    this._controllers.append(this._programs.code[program + kController]);
+    this._controllerTargets += this._programs.code[program + kTargets];
     return true;
   }
 
@@ -838,13 +840,13 @@ class Players {
     if (!rig.isCurrent) {
       rig.build();
     }
-    if (rig.program.isCompiled) {
-      rig.updateFollowers();
+    if (player.program === kNoProgram) {
+      rig.compile(this._numbers);
     } else {
-      rig.compile();
+      this._programs.writePose(player);
     }
-    this._programs.check(this._numbers, player, rig.program.at);
-    rig.isMixed = this._programs.write(this._numbers, player, rig.program.at);
+    this._programs.check(this._numbers, player);
+    rig.isMixed = this._programs.write(this._numbers, player);
     this._controllers.append(rig.id);
     this._controllerTargets += player.targetCount;
     if (player.mode === kByBoth) {

@@ -24,6 +24,9 @@ const { slotNumbers } = require('./slots');
 
 const { kTime, kWeight, kFramesPerSecond } = slotNumbers;
 
+/** Of the fader of an additive layer: the weight that the controller has, or -1. A fader has no time. */
+const kWritten = kTime;
+
 // Words of a state, and of its first clip.
 const kClip = controllerState.clips / 4;
 const kStateWeight = controllerState.weight / 4;
@@ -68,7 +71,10 @@ const kAreasAt = 8;
 const kAdvancedAt = 9;
 const kEnd = 10;
 const kViews = 11;
-const kPose = 12;
+/** Handle of the controller, and how many entities it moves. */
+const kController = 12;
+const kTargets = 13;
+const kPose = 14;
 
 // A clip of the pose.
 const kAt = 0;
@@ -108,19 +114,20 @@ const kIncludedWords = 2;
 
 const kUnknown = -1;
 
+/** Instead of where a program begins. */
+const kNoProgram = -1;
+
 // The smallest runs of words and of views.
 const kLeastWords = 64;
 const kLeastViews = 4;
 
-/** A run of words and views in those of all programs. */
-class Program {
+/** The words and views of a program among those of all. */
+class ProgramRun {
   constructor() {
     this.at = 0;
     this.room = 0;
     this.views = 0;
     this.viewRoom = 0;
-    /** Whether it is that of the clips that play. */
-    this.isCompiled = false;
   }
 }
 
@@ -191,31 +198,28 @@ class Programs {
   }
 
   take() {
-    return new Program();
+    return new ProgramRun();
   }
 
-  give(program) {
-    if (program.room > 0) {
-      this._codeRuns.give(program.at, program.room);
-      this._giveViews(program);
+  give(run) {
+    const { at, room, views, viewRoom } = run;
+    if (room > 0) {
+      this._codeRuns.give(at, room);
+      this._views.fill(null, views, views + viewRoom);
+      this._viewRuns.give(views, viewRoom);
     }
-    program.room = 0;
-    program.isCompiled = false;
+    run.room = 0;
+    run.viewRoom = 0;
   }
 
-  _giveViews({ views, viewRoom }) {
-    this._views.fill(null, views, views + viewRoom);
-    this._viewRuns.give(views, viewRoom);
-  }
-
-  /** Gives a program room for so many words and views. */
-  _fit(program, words, views) {
-    if (words > program.room || views > program.viewRoom) {
-      this.give(program);
-      program.room = this._codeRuns.roomOf(words);
-      program.at = this._codeRuns.take(program.room);
-      program.viewRoom = this._viewRuns.roomOf(views);
-      program.views = this._viewRuns.take(program.viewRoom);
+  /** Gives a run room for so many words and views. */
+  _fit(run, words, views) {
+    if (words > run.room || views > run.viewRoom) {
+      this.give(run);
+      run.room = this._codeRuns.roomOf(words);
+      run.at = this._codeRuns.take(run.room);
+      run.viewRoom = this._viewRuns.roomOf(views);
+      run.views = this._viewRuns.take(run.viewRoom);
     }
     if (this._codeRuns.end > this.code.length) {
       this.code = grown(this.code, 2 * this._codeRuns.end);
@@ -240,7 +244,7 @@ class Programs {
   }
 
   /** Compiles a program for the clips that play now, and those that are held. Nothing of it is written yet. */
-  compile(player, program, areas, overrides, additives) {
+  compile(numbers, player, run, areas, overrides, additives) {
     const { base, held, layers } = player;
     let clips = base.slots.length + held.length;
     let views = 1 + areas.length;
@@ -252,25 +256,28 @@ class Programs {
     }
     const ofAreas = areas.length * (kIncluded + kIncludedWords * overrides.length + clips);
     const ofLayers = (kFirstAdded + 1) * layers.length;
-    this._fit(program, kPose + (kPoseWords + 2) * clips + ofLayers + ofAreas, views);
+    this._fit(run, kPose + (kPoseWords + 2) * clips + ofLayers + ofAreas, views);
     this._reserve(layers.length, clips);
     const { code } = this;
-    const { at } = program;
+    const { at } = run;
+    player.program = at;
+    code[at + kTargets] = player.targetCount;
     code[at + kBases] = base.slots.length;
     code[at + kHelds] = held.length;
     code[at + kOverrides] = overrides.length;
     code[at + kAdditives] = additives.length;
     code[at + kAreas] = areas.length;
     code[at + kPlaying] = clips - held.length;
-    code[at + kViews] = program.views;
-    let p = this.writePose(player, program);
+    code[at + kViews] = run.views;
+    let p = this.writePose(player);
     code[at + kOverridesAt] = p;
     for (let i = 0; i < overrides.length; ++i) {
       p = this._compileLayer(overrides[i], p, kFirstClip);
     }
     code[at + kAdditivesAt] = p;
-    let view = program.views + 1 + areas.length;
+    let view = run.views + 1 + areas.length;
     for (let i = 0; i < additives.length; ++i) {
+      numbers[additives[i]._fader.at + kWritten] = -1;
       code[p + kAddedMode] = kUnknown;
       code[p + kReadiness] = kUnready;
       code[p + kAddedView] = view;
@@ -288,11 +295,10 @@ class Programs {
       p = appendNumbers(code, p, layers[l]._track.slots);
     }
     code[at + kEnd] = p;
-    program.isCompiled = true;
   }
 
   /** Writes which clips the pose has, and which of them the animator blends. Returns where it ends. */
-  writePose({ base, held }, { at }) {
+  writePose({ base, held, program: at }) {
     const { code } = this;
     const bases = base.slots.length;
     let p = at + kPose;
@@ -331,7 +337,8 @@ class Programs {
     return q + room;
   }
 
-  setController({ views }, { f32 }) {
+  setController({ at, views }, { id, f32 }) {
+    this.code[at + kController] = id;
     this._views[views] = f32;
   }
 
@@ -362,10 +369,10 @@ class Programs {
    * Adds up weights, and finds out which layers are on.
    * @param {Float64Array} numbers of slots
    * @param {Player} player
-   * @param {number} at where its program begins
    * @returns {boolean} whether it is still a controller that blends the pose, with what is held as before
    */
-  check(numbers, player, at) {
+  check(numbers, player) {
+    const { program: at } = player;
     const { code, _isOn: isOn, _sums: sums, _weights: weights } = this;
     const bases = code[at + kBases];
     const helds = code[at + kHelds];
@@ -410,11 +417,11 @@ class Programs {
    * Writes layers and states for the pose, and for the layers of the player on top of it, as the last check found them.
    * @param {Float64Array} numbers of slots
    * @param {Player} player
-   * @param {number} at where its program begins
    * @returns {boolean} whether several clips were blended with the pose of the animator: their sum is normalised before
    *   that, so that it is not the same as a sum of all
    */
-  write(numbers, player, at) {
+  write(numbers, player) {
+    const { program: at } = player;
     const { code, _isOn: isOn } = this;
     const areas = code[at + kAreas];
     const overrides = code[at + kOverrides];
@@ -568,7 +575,11 @@ class Programs {
       }
       const end = p + kFirstAdded + code[p + kClips];
       if (isAdded) {
-        this._views[code[at + kViews]][layer * kLayer + kLayerWeight] = weights[l];
+        const fader = code[p + kFader];
+        if (numbers[fader + kWritten] !== weights[l]) {
+          numbers[fader + kWritten] = weights[l];
+          this._views[code[at + kViews]][layer * kLayer + kLayerWeight] = weights[l];
+        }
         for (let q = p + kFirstAdded, view = code[p + kAddedView]; q < end; ++q, ++view) {
           const slot = code[q];
           const f32 = this._views[view];
@@ -581,4 +592,13 @@ class Programs {
   }
 }
 
-module.exports = { Programs, kAdvancedAt, kEnd, kFull, stateWords };
+module.exports = {
+  Programs,
+  kAdvancedAt,
+  kController,
+  kEnd,
+  kFull,
+  kNoProgram,
+  kTargets,
+  stateWords,
+};

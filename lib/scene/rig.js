@@ -72,8 +72,8 @@ class Rig {
     this._isBound = false;
     this._controller = null;
     this._words = null;
-    /** Where the program and its floats begin, how much they may take, and whether they are those of the clips that play. */
-    this.program = programs.take();
+    /** Its run in the programs. */
+    this._run = programs.take();
     /** By layer of the controller. */
     this._states = [];
     this._sets = [];
@@ -132,7 +132,6 @@ class Rig {
     }
     before.forEach((set) => this._parts.give(set));
     this.isCurrent = true;
-    this.program.isCompiled = false;
   }
 
   /** Lets a layer move some targets alone. */
@@ -159,7 +158,7 @@ class Rig {
   /** Gives all back. */
   give(pool) {
     this._giveController();
-    this._programs.give(this.program);
+    this._programs.give(this._run);
     this._taken.forEach((set) => this._parts.give(set));
     this._taken.clear();
     if (this._binding !== null) {
@@ -248,18 +247,13 @@ class Rig {
   }
 
   /** Compiles the program for the clips that play now, and those that are held. */
-  compile() {
+  compile(numbers) {
     const { _areas: areas, _overrides: overrides, _additives: additives } = this;
-    this._programs.compile(this._player, this.program, areas, overrides, additives);
-    this._programs.setController(this.program, this._controller);
+    this._programs.compile(numbers, this._player, this._run, areas, overrides, additives);
+    this._programs.setController(this._run, this._controller);
     for (let i = 0; i < areas.length; ++i) {
       this.openState(i, 1);
     }
-  }
-
-  /** Takes over which clips of the pose the animator blends. */
-  updateFollowers() {
-    this._programs.writePose(this._player, this.program);
   }
 
   /** Lets an area have a state of so many clips at least, none of which weighs. */
@@ -281,7 +275,7 @@ class Rig {
       f32[i * kClipWords + kClipWeight] = 0;
     }
     this._link(area, 1);
-    this._programs.setState(this.program, area, f32, room);
+    this._programs.setState(this._run, area, f32, room);
   }
 
   /** Sets the blend mode of a layer of the controller. */
@@ -315,7 +309,7 @@ class Rig {
       f32[kClipWeight] = 1;
       f32[kReferenceTime] = reference.seconds * (reference.rate || slot.clip.framesPerSecond);
       u32[kReferenceClip] = this._handleOf(layer, reference.isOwn ? slot.index : reference.index);
-      this._programs.setAddedState(this.program, i, k, f32);
+      this._programs.setAddedState(this._run, i, k, f32);
     });
     this._link(layer, track.slots.length);
     return true;

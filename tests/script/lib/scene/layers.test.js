@@ -824,10 +824,8 @@ describe('layers of characters', () => {
           act();
         }
         for (const { _body: body } of crowds[1]) {
-          if (body.player.rig !== null) {
-            reused += body.player.rig.program.isCompiled ? 1 : 0;
-            body.player.rig.program.isCompiled = false;
-          }
+          reused += body.player.program >= 0 ? 1 : 0;
+          body.player.program = -1;
         }
         scenes.forEach((one) => one.update(1 / 32));
         crowds[0].forEach((one, i) => {
