@@ -24,6 +24,9 @@ const kWorldMatrix = entity3D.worldMatrix / 4;
 /** Free runs are joined when one of this many entities was given back since the last time. */
 const kJoinShare = 8;
 
+/** The bits of a handle that are the element of its batch. */
+const kHandleElement = 0xfff;
+
 const owner = Symbol('owner');
 
 /** Lets a typed array keep the object alive whose memory it shows: through its buffer. */
@@ -266,7 +269,10 @@ class ObjectBlocks {
   constructor(engine) {
     this._engine = engine;
     this._views = [];
+    /** First indices of blocks by their handles; and those of the block of which an owner was asked for last. */
     this._blocks = new Map();
+    this._lastBlock = -1;
+    this._lastFirst = -1;
     this._free = [];
     this._owners = [];
   }
@@ -282,6 +288,7 @@ class ObjectBlocks {
       const view = new CullingObjectsView(
         this._engine.createComponent(componentKinds.culling, kBlock)
       );
+      this._lastBlock = -1;
       const first = this._views.length * kBlock;
       this._blocks.set(view.id, first);
       this._views.push(view);
@@ -331,8 +338,14 @@ class ObjectBlocks {
   }
 
   ownerOf(handle) {
-    const element = handle & 0xfff;
-    return this._owners[this._blocks.get(handle - element) + element];
+    const element = handle & kHandleElement;
+    const block = handle - element;
+    // Most results are of one block after the other.
+    if (block !== this._lastBlock) {
+      this._lastBlock = block;
+      this._lastFirst = this._blocks.has(block) ? this._blocks.get(block) : -1;
+    }
+    return this._lastFirst < 0 ? undefined : this._owners[this._lastFirst + element];
   }
 }
 

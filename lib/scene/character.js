@@ -35,6 +35,9 @@ class Character extends Node {
    */
   constructor(scene, model, body) {
     super(scene, body.first, model.name);
+    noteClips(this, kNoSlots);
+    /** What plays: those of its track. */
+    this._slots = body.player === null ? kNoSlots : body.player.slots;
     this._label = 'Character';
     /**
      * Its model.
@@ -53,9 +56,6 @@ class Character extends Node {
      */
     this.onEnd = null;
     this._body = body;
-    /** What plays: those of its track. */
-    this._slots = body.player === null ? kNoSlots : body.player.slots;
-    noteClips(this, kNoSlots);
     this._parts = null;
     this._layersByName = null;
     /** The frame in which a camera saw it last. */

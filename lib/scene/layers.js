@@ -153,6 +153,12 @@ class AnimationLayer {
       throw new TypeError(`${label}: additive is ${show(additive)}: give true or false.`);
     }
     const weight = numberOf(label, 'weight', options.weight, 1, 0, 1, kWeight);
+    // What setters read is next to each other, as in nodes.
+    this._players = character.scene._players;
+    /** Where its weight is, and the fade of it, among the numbers of slots. */
+    this._faderAt = -1;
+    noteClips(this, kNoSlots);
+    this._slots = kNoSlots;
     /**
      * Its character.
      * @type {Character}
@@ -184,12 +190,9 @@ class AnimationLayer {
     const { player } = character._body;
     this._mask = makeMask(character.model, options);
     this._reference = makeReference(character, options);
-    this._players = character.scene._players;
     this._track = new Track(player);
     this._track.owner = this;
     this._slots = this._track.slots;
-    noteClips(this, kNoSlots);
-    /** Its weight, and the fade of it. */
     this._fader = this._players.takeSlot(null, 0);
     this._faderAt = this._fader.at;
     this._players.fade(this._fader, weight, 0);

@@ -102,6 +102,11 @@ class Node {
      * @readonly
      */
     this.scene = scene;
+    // What setters read is next to each other: of many nodes, memory is what they cost.
+    this._changes = scene._changes;
+    this._index = index;
+    this._f32 = scene._blocks.view(index).f32;
+    this._word = scene._blocks.word(index);
     /**
      * '' if it has none.
      * @type {string}
@@ -109,10 +114,6 @@ class Node {
      */
     this.name = name;
     this._label = 'Node';
-    this._changes = scene._changes;
-    this._index = index;
-    this._f32 = scene._blocks.view(index).f32;
-    this._word = scene._blocks.word(index);
     this._parent = null;
     this._children = null;
     this._matrix = null;
