@@ -464,7 +464,7 @@ class Players {
     this._followerCount = 0;
     this.count = playing.length;
     for (let i = 0; i < playing.length; ++i) {
-      if (this._composePlain(playing[i]) || this._composeProgram(playing[i])) {
+      if (this._composeProgram(playing[i]) || this._composePlain(playing[i])) {
         continue;
       }
       this._compose(playing[i]);
@@ -693,15 +693,12 @@ class Players {
    * @returns {boolean} whether it was that
    */
   _composePlain(player) {
+    if (player.mode !== kByAnimator || player.layers.length > 0 || player.held.length > 0) {
+      return false;
+    }
     const { slots, f32 } = player;
     const count = slots.length;
-    if (
-      player.mode !== kByAnimator ||
-      player.layers.length > 0 ||
-      player.held.length > 0 ||
-      count === 0 ||
-      count > kRecords
-    ) {
+    if (count === 0 || count > kRecords) {
       return false;
     }
     const numbers = this._numbers;
@@ -820,9 +817,11 @@ class Players {
 
   /** The same for a player whose controller blends what it has blended in the last update. Returns whether it does. */
   _composeProgram(player) {
-    const { program } = player;
-    const isIt = player.mode === kByController && program !== kNoProgram;
-    if (!isIt || !this._programs.check(this._numbers, player)) {
+    const { program, mode } = player;
+    if (mode !== kByController || program === kNoProgram) {
+      return false;
+    }
+    if (!this._programs.check(this._numbers, player)) {
       return false;
     }
     this._programs.write(this._numbers, player);

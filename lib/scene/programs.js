@@ -188,11 +188,9 @@ class Programs {
     this._weights = new Float64Array(8);
     /** Of the pose: factors of clips that play, and of those that are held. */
     this._factors = new Float64Array(2);
-    // The blend that is put together: slots by their numbers, their shares, and whether the animator blends them.
+    // The blend that is put together: slots by their numbers, and their shares.
     this._blend = new Int32Array(16);
     this._shares = new Float64Array(16);
-    this._follows = new Uint8Array(16);
-    this._blended = 0;
     /** Whether the rig has written what may have to be bound. */
     this._isChanged = false;
   }
@@ -239,7 +237,6 @@ class Programs {
     if (clips > this._blend.length) {
       this._blend = grown(this._blend, 2 * clips);
       this._shares = grown(this._shares, 2 * clips);
-      this._follows = grown(this._follows, 2 * clips);
     }
   }
 
@@ -436,7 +433,6 @@ class Programs {
           code[p + kMode] = kOverride;
           player.rig.setMode(i, kOverride);
         }
-        this._blendArea(numbers, at, p);
         isMixed = this._writeArea(numbers, player, at, p, i) || isMixed;
       } else if (code[p + kMode] !== kOff) {
         code[p + kMode] = kOff;
@@ -451,41 +447,54 @@ class Programs {
     return isMixed;
   }
 
-  /** Puts together the clips of an area, from the base up. */
+  /**
+   * Puts together the clips of an area, from the base up. Returns how many; those that the animator blends have the
+   * complements of their numbers.
+   */
   _blendArea(numbers, at, p) {
-    const { code, _blend: blend, _shares: shares, _follows: follows } = this;
-    const { _isOn: isOn, _sums: sums, _weights: weights, _factors: factors } = this;
+    const { code, _blend: blend, _shares: shares, _factors: factors } = this;
     const bases = code[at + kBases];
-    const count = bases + code[at + kHelds];
+    const pastPose = at + kPose + kPoseWords * (bases + code[at + kHelds]);
+    const pastBases = at + kPose + kPoseWords * bases;
     let blended = 0;
-    for (let i = 0, q = at + kPose; i < count; ++i, q += kPoseWords) {
-      const slot = code[q + kAt];
+    let factor = factors[0];
+    let isFollowed = false;
+    for (let q = at + kPose; q < pastPose; q += kPoseWords) {
+      const slot = code[q];
       const weight = numbers[slot + kWeight];
-      if (i >= bases || weight > 0) {
-        blend[blended] = slot;
-        follows[blended] = code[q + kFollows];
-        shares[blended++] = factors[i < bases ? 0 : 1] * weight;
+      if (q >= pastBases) {
+        factor = factors[1];
+      } else if (weight === 0) {
+        continue;
       }
+      const follows = code[q + kFollows] === 1;
+      isFollowed = isFollowed || follows;
+      blend[blended] = follows ? ~slot : slot;
+      shares[blended++] = factor * weight;
     }
+    const { _isOn: isOn, _sums: sums, _weights: weights } = this;
     const end = p + kIncluded + kIncludedWords * code[p + kIncludedCount];
     for (let q = p + kIncluded; q < end; q += kIncludedWords) {
       const l = code[q];
       if (isOn[l] === 1) {
-        const below = 1 - weights[l] * Math.min(1, sums[l]);
+        const sum = sums[l];
+        const below = sum < 1 ? 1 - weights[l] * sum : 1 - weights[l];
+        if (below === 0 && !isFollowed) {
+          blended = 0;
+        }
         for (let i = 0; i < blended; ++i) {
           shares[i] *= below;
         }
-        const factor = weights[l] / Math.max(1, sums[l]);
+        const over = sum > 1 ? weights[l] / sum : weights[l];
         const first = code[q + 1] + kFirstClip;
         const past = first + code[code[q + 1] + kClips];
         for (let r = first; r < past; ++r) {
           blend[blended] = code[r];
-          follows[blended] = 0;
-          shares[blended++] = factor * numbers[code[r] + kWeight];
+          shares[blended++] = over * numbers[code[r] + kWeight];
         }
       }
     }
-    this._blended = blended;
+    return blended;
   }
 
   /**
@@ -493,19 +502,25 @@ class Programs {
    * all else are clips of the state.
    */
   _writeArea(numbers, player, at, p, area) {
-    const { code, _blend: blend, _shares: shares, _follows: follows, _blended: blended } = this;
+    const blended = this._blendArea(numbers, at, p);
+    const { code, _blend: blend, _shares: shares } = this;
     const views = code[at + kViews];
     let total = 0;
     let count = 0;
     let last = -1;
+    let largest = 0;
     let isFollower = false;
     for (let i = 0; i < blended; ++i) {
-      if (follows[i] === 1) {
+      const share = shares[i];
+      if (blend[i] < 0) {
         isFollower = true;
-      } else if (shares[i] > kLeastShare) {
-        total += shares[i];
+      } else if (share > kLeastShare) {
+        total += share;
         ++count;
-        last = last < 0 || shares[i] > shares[last] ? i : last;
+        if (share > largest) {
+          largest = share;
+          last = i;
+        }
       }
     }
     if (isFollower || code[p + kIsFull] === 0) {
@@ -521,32 +536,38 @@ class Programs {
     // The largest is the last one: it makes the sum 1 exactly, as it is added in single precision. Less would be
     // completed with an identity.
     let clips = 0;
+    let record = 0;
     let sum = 0;
     for (let i = 0; i < blended; ++i) {
-      if (i !== last && follows[i] === 0 && shares[i] > kLeastShare) {
-        const slot = blend[i];
+      const slot = blend[i];
+      if (i !== last && slot >= 0 && shares[i] > kLeastShare) {
         if (code[order + clips] !== slot) {
           this._setClip(player, order, area, clips, slot);
         }
-        const record = clips++ * kClipWords;
         const weight = Math.fround(shares[i] / total);
         f32[record + kClipTime] = numbers[slot + kTime] * numbers[slot + kFramesPerSecond];
         f32[record + kClipWeight] = weight;
         sum = Math.fround(sum + weight);
+        record += kClipWords;
+        ++clips;
       }
     }
     // Nothing but the rest pose, by any clip, where there is no last one: an additive layer needs something to add to.
-    const slot = blend[Math.max(0, last)];
+    const any = last < 0 ? blend[0] : blend[last];
+    const slot = any < 0 ? ~any : any;
     if (code[order + clips] !== slot) {
       this._setClip(player, order, area, clips, slot);
     }
-    const record = clips++ * kClipWords;
     f32[record + kClipTime] = numbers[slot + kTime] * numbers[slot + kFramesPerSecond];
     f32[record + kClipWeight] = 1 - sum;
-    for (let i = clips; i < code[p + kUsed]; ++i) {
-      f32[i * kClipWords + kClipWeight] = 0;
+    ++clips;
+    const used = code[p + kUsed];
+    if (used !== clips) {
+      for (let i = clips; i < used; ++i) {
+        f32[i * kClipWords + kClipWeight] = 0;
+      }
+      code[p + kUsed] = clips;
     }
-    code[p + kUsed] = clips;
     return clips > 1 && isFollower && total < kFullShare;
   }
 
