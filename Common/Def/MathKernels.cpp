@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "Common/Def/FastTrigonometry.h"
+#include "Common/Def/MatrixProduct.h"
 #include "Common/Def/Platform.h"
 #include "Common/Def/Trigonometry.h"
 #include "Common/Def/Vectors.h"
@@ -11,14 +12,6 @@
 namespace nq::engine {
 
 namespace {
-
-// One column of a product: the four rows in the lanes of a vector, each summed from left to right.
-inline __m128 TransformColumn(__m128 a0, __m128 a1, __m128 a2, __m128 a3, const float* column) {
-  __m128 sum = _mm_mul_ps(a0, _mm_set1_ps(column[0]));
-  sum = _mm_add_ps(sum, _mm_mul_ps(a1, _mm_set1_ps(column[1])));
-  sum = _mm_add_ps(sum, _mm_mul_ps(a2, _mm_set1_ps(column[2])));
-  return _mm_add_ps(sum, _mm_mul_ps(a3, _mm_set1_ps(column[3])));
-}
 
 // The nine elements of a rotation matrix for its conversion to a quaternion, named by row and
 // column.
@@ -85,14 +78,9 @@ NQ_TARGET_AVX2 bool EulerToQuaternionByFour(__m128 halves, float* out) {
 }  // namespace
 
 void multiplyMatrix4(const float* a, const float* b, float* out) {
-  const __m128 a0 = _mm_loadu_ps(a);
-  const __m128 a1 = _mm_loadu_ps(a + 4);
-  const __m128 a2 = _mm_loadu_ps(a + 8);
-  const __m128 a3 = _mm_loadu_ps(a + 12);
-  _mm_storeu_ps(out, TransformColumn(a0, a1, a2, a3, b));
-  _mm_storeu_ps(out + 4, TransformColumn(a0, a1, a2, a3, b + 4));
-  _mm_storeu_ps(out + 8, TransformColumn(a0, a1, a2, a3, b + 8));
-  _mm_storeu_ps(out + 12, TransformColumn(a0, a1, a2, a3, b + 12));
+  const auto multiply = HasWideVectors() ? MultiplyByTwoColumns : MultiplyByColumns;
+  multiply(reinterpret_cast<const uint8_t*>(a), reinterpret_cast<const uint8_t*>(b),
+           reinterpret_cast<uint8_t*>(out));
 }
 
 bool invertMatrix4(const float* source, float* out, uint32_t /*unused*/) {

@@ -6,13 +6,13 @@
 #include "Common/Def/EngineRuntime.h"
 #include "Common/Def/Log.h"
 #include "Common/Def/MathKernels.h"
+#include "Common/Def/MatrixProduct.h"
 #include "Common/Def/Platform.h"
 #include "Common/Def/Unaligned.h"
 #include "Common/Def/Vectors.h"
 #include "Engine/Entity/EngineCore.h"
 #include "Engine/MatrixFlow/MatrixFlowCommand.h"
 #include "Engine/MatrixFlow/MatrixFlowSystem.h"
-#include "Engine/MatrixFlow/MatrixProduct.h"
 
 namespace nq::engine {
 

@@ -1,5 +1,5 @@
 // 4x4 products by SSE, one column of four floats at a time, and by AVX, two columns at a time.
-#include "Engine/MatrixFlow/MatrixProduct.h"
+#include "Common/Def/MatrixProduct.h"
 
 #include "Common/Def/Platform.h"
 #include "Common/Def/Vectors.h"

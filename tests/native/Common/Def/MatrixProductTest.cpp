@@ -1,5 +1,5 @@
 // Both products against sums written out, of matrices at any address that may overlap.
-#include "Engine/MatrixFlow/MatrixProduct.h"
+#include "Common/Def/MatrixProduct.h"
 
 #include <gtest/gtest.h>
 
