@@ -43,6 +43,9 @@ const kByAnimator = 0;
 const kByBoth = 1;
 const kByController = 2;
 
+/** Instead of where a program begins: the animator blends one or two clips in full. */
+const kPlain = -2;
+
 /**
  * Up to so many targets together, players are updated by single calls, on the calling thread: waking the workers costs
  * 10 to 25 microseconds, more than they save. Measured with 1 to 32 players of 20 targets, on one core and on two, the
@@ -65,16 +68,19 @@ class Player {
     /** Whether neither times nor weights change by themselves, since the last update. */
     this.isStill = false;
     this.mode = kByAnimator;
-    /** Where the program of its rig begins, or -1: it has none, or another one than that of the clips that play. */
+    /**
+     * Where the program of its rig begins. Or that the animator blends the same one or two clips as before, and nothing
+     * else is; or neither, as clips or layers have come or gone.
+     */
     this.program = kNoProgram;
-    this.base = new Track(this);
-    this.slots = this.base.slots;
+    /** Numbers of the slots of these clips; -1 for no second one. */
+    this.firstAt = -1;
+    this.secondAt = -1;
     this.f32 = animator.f32;
     this.id = animator.id;
     this.targetCount = targets.length;
-    /** Handles of the clips that the records of the animator name, once they were written. */
-    this.first = 0;
-    this.second = 0;
+    this.base = new Track(this);
+    this.slots = this.base.slots;
     /** What is blended in where the clips weigh less than 1: where the last ones were stopped, or the pose at rest. */
     this.held = [];
     this.layers = [];
@@ -449,7 +455,7 @@ class Players {
       const player = playing[i];
       if (!player.isStill) {
         player.isStill =
-          player.program !== kNoProgram
+          player.program >= 0
             ? this._advanceProgram(player, seconds)
             : this._advancePlayer(player, seconds);
       }
@@ -464,7 +470,7 @@ class Players {
     this._followerCount = 0;
     this.count = playing.length;
     for (let i = 0; i < playing.length; ++i) {
-      if (this._composeProgram(playing[i]) || this._composePlain(playing[i])) {
+      if (this._composeAgain(playing[i]) || this._composePlain(playing[i])) {
         continue;
       }
       this._compose(playing[i]);
@@ -696,36 +702,39 @@ class Players {
     if (player.mode !== kByAnimator || player.layers.length > 0 || player.held.length > 0) {
       return false;
     }
-    const { slots, f32 } = player;
+    const { slots, animator } = player;
     const count = slots.length;
     if (count === 0 || count > kRecords) {
       return false;
     }
+    player.firstAt = slots[0].at;
+    player.secondAt = count > 1 ? slots[1].at : -1;
+    if (!this._writePlain(player)) {
+      return false;
+    }
+    for (let i = 0; i < count; ++i) {
+      slots[i].isShown = true;
+      slots[i].isOnAnimator = true;
+      animator.u32[i * kRecord + kHandleWord] = slots[i].handle;
+    }
+    player.program = kPlain;
+    return true;
+  }
+
+  /** Writes and lists a player whose animator has the handles of its clips. Returns whether these weigh enough for that. */
+  _writePlain(player) {
+    const { firstAt, secondAt, f32 } = player;
     const numbers = this._numbers;
-    const first = slots[0];
-    const second = count > 1 ? slots[1] : null;
-    const weight = numbers[first.at + kWeight];
-    const secondWeight = second === null ? 0 : numbers[second.at + kWeight];
+    const weight = numbers[firstAt + kWeight];
+    const secondWeight = secondAt < 0 ? 0 : numbers[secondAt + kWeight];
     if (weight + secondWeight < kFull) {
       return false;
     }
-    first.isShown = true;
-    first.isOnAnimator = true;
-    if (player.first !== first.handle) {
-      player.first = first.handle;
-      player.animator.u32[kHandleWord] = first.handle;
-    }
-    f32[kTimeWord] = numbers[first.at + kTime] * numbers[first.at + kFramesPerSecond];
+    f32[kTimeWord] = numbers[firstAt + kTime] * numbers[firstAt + kFramesPerSecond];
     f32[kWeightWord] = weight;
     f32[kRecord + kWeightWord] = secondWeight;
-    if (second !== null) {
-      second.isShown = true;
-      second.isOnAnimator = true;
-      if (player.second !== second.handle) {
-        player.second = second.handle;
-        player.animator.u32[kRecord + kHandleWord] = second.handle;
-      }
-      f32[kRecord + kTimeWord] = numbers[second.at + kTime] * numbers[second.at + kFramesPerSecond];
+    if (secondAt >= 0) {
+      f32[kRecord + kTimeWord] = numbers[secondAt + kTime] * numbers[secondAt + kFramesPerSecond];
     }
     this._animators.append(player.id);
     this._animatorTargets += player.targetCount;
@@ -795,8 +804,6 @@ class Players {
   _writeAnimator(player, isAll) {
     const { u32, f32 } = player.animator;
     const numbers = this._numbers;
-    player.first = 0;
-    player.second = 0;
     let record = 0;
     for (let i = 0; i < this._poseCount; ++i) {
       const slot = this._pose[i];
@@ -815,10 +822,17 @@ class Players {
     this._animatorTargets += player.targetCount;
   }
 
-  /** The same for a player whose controller blends what it has blended in the last update. Returns whether it does. */
-  _composeProgram(player) {
-    const { program, mode } = player;
-    if (mode !== kByController || program === kNoProgram) {
+  /** Writes and lists a player of which the same clips are blended as in the last update. Returns whether they are. */
+  _composeAgain(player) {
+    const { program } = player;
+    if (program === kPlain) {
+      if (!this._writePlain(player)) {
+        player.program = kNoProgram;
+        return false;
+      }
+      return true;
+    }
+    if (player.mode !== kByController || program === kNoProgram) {
       return false;
     }
     if (!this._programs.check(this._numbers, player)) {

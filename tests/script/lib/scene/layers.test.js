@@ -767,7 +767,7 @@ describe('layers of characters', () => {
 
     it('pose the same by programs of earlier updates as by new ones, to the bit', () => {
       const scenes = [scene, new Scene({ engine })];
-      const crowds = scenes.map((one) => one.instantiate(model, 6));
+      const crowds = scenes.map((one) => one.instantiate(model, 8));
       const random = createRandom(7);
       const pick = (values) => values[random.below(values.length)];
       const clips = ['walk', 'run', 'wave', 'lean'];
@@ -777,10 +777,10 @@ describe('layers of characters', () => {
           one.onLoop = ({ name }, clip) => events[s].push(`${name} ${i} ${clip.name}`);
         });
       });
-      /** The same for a character, or a layer of it, of each scene. */
+      /** The same for a character, or a layer of it, of each scene. The last two have no layers. */
       const act = () => {
-        const i = random.below(6);
-        const layer = pick([null, null, null, 'upper', 'arm', 'more', 'breath']);
+        const i = random.below(8);
+        const layer = i < 6 ? pick([null, null, null, 'upper', 'arm', 'more', 'breath']) : null;
         const options = {
           at: random.real(0, 1),
           fade: pick([0, 0, 0.1]),
@@ -811,7 +811,7 @@ describe('layers of characters', () => {
         }
       };
       crowds.forEach((crowd) =>
-        crowd.forEach((one) => {
+        crowd.slice(0, 6).forEach((one) => {
           one.addLayer('upper', { mask: { subtree: 'spine' } });
           one.addLayer('arm', { mask: ['arm', 'leg'], weight: 0.5 });
           one.addLayer('more', { additive: true });
@@ -824,7 +824,7 @@ describe('layers of characters', () => {
           act();
         }
         for (const { _body: body } of crowds[1]) {
-          reused += body.player.program >= 0 ? 1 : 0;
+          reused += body.player.program !== -1 ? 1 : 0;
           body.player.program = -1;
         }
         scenes.forEach((one) => one.update(1 / 32));
