@@ -1,6 +1,6 @@
 'use strict';
 // Many characters of one kind in a scene, with props in their hands.
-const { CrowdControllers } = require('./controllers');
+const { inModel } = require('./kind');
 const { CrowdProps } = require('./props');
 
 /** Options of a clip whose time and weight the plan sets in each frame. */
@@ -24,7 +24,11 @@ class Crowd {
     /** The skinning matrices of each character, which native code writes. */
     this.matrices = [];
     this.props = new CrowdProps(this);
-    this.controllers = kind.layers ? new CrowdControllers(this) : null;
+    /** Seconds of each clip of the model: those of the kind, then those of its layers. */
+    this.durations = kind.model.clips.map(({ duration }) => duration);
+    /** By character: layers of its wave and its breath; null for none. */
+    this.waves = [];
+    this.breaths = [];
     this.enable(count);
   }
 
@@ -41,23 +45,41 @@ class Crowd {
     const { scene, kind, characters, matrices } = this;
     while (characters.length > count) {
       characters.pop().dispose();
-      matrices.pop();
+      [matrices, this.waves, this.breaths].forEach((list) => list.pop());
     }
     const first = characters.length;
     characters.push(...scene.instantiate(kind.model, count - first));
     for (let i = first; i < count; ++i) {
       matrices.push(characters[i].skinMatrices());
-      kind.model.clips.forEach((clip, k) => {
-        characters[i].play(clip, kDriven);
-        characters[i].setWeight(clip, k === 0 ? 1 : 0);
+      kind.clips.forEach((_, k) => {
+        characters[i].play(k, kDriven);
+        characters[i].setWeight(k, k === 0 ? 1 : 0);
       });
+      this.waves.push(this.addWave(i));
+      this.breaths.push(kind.layers ? this.addBreath(i) : null);
       this.props.give(i);
     }
-    // Controllers need linked nodes.
     scene.update();
-    if (this.controllers !== null) {
-      this.controllers.enable(count);
+  }
+
+  /** Lets the arm of what a character carries hold it, whatever the others do, with a layer above that waves. */
+  addWave(character) {
+    const { cast, kind, characters } = this;
+    const part = cast[character] || null;
+    if (part === null) {
+      return null;
     }
+    const mask = kind.layers.hands[part.hand].arm.map(inModel);
+    characters[character].addLayer('carry', { mask }).play('carry', kDriven);
+    const wave = characters[character].addLayer('wave', { mask, weight: 0 });
+    wave.play('wave', kDriven);
+    return wave;
+  }
+
+  addBreath(character) {
+    const breath = this.characters[character].addLayer('breath', { additive: true, weight: 0 });
+    breath.play('breath', kDriven);
+    return breath;
   }
 
   /**
@@ -65,23 +87,26 @@ class Crowd {
    * to 1.
    */
   play(character, clip, moment, weight) {
-    if (this.controllers !== null) {
-      this.controllers.play(character, clip, moment, weight);
-      return;
-    }
     const one = this.characters[character];
-    one.setTime(clip, moment * this.kind.model.clips[clip].duration);
+    one.setTime(clip, moment * this.durations[clip]);
     one.setWeight(clip, weight);
   }
 
   /** Sets position and weight of the wave of a character with a prop; for kinds with layers. */
   wave(character, moment, weight) {
-    this.controllers.wave(character, moment, weight);
+    const { clips } = this.kind;
+    this.setLayer(this.waves[character], clips.length, moment, weight);
   }
 
   /** Sets position and weight of a character's breath; for kinds with layers. */
   breathe(character, moment, weight) {
-    this.controllers.breathe(character, moment, weight);
+    const { clips } = this.kind;
+    this.setLayer(this.breaths[character], clips.length + 1, moment, weight);
+  }
+
+  setLayer(layer, clip, moment, weight) {
+    layer.setTime(clip, moment * this.durations[clip]);
+    layer.weight = weight;
   }
 
   /** Moves a character on the ground and rotates it: at 0 it faces along z, at a quarter turn along x. */
@@ -91,17 +116,9 @@ class Crowd {
     one.setQuaternion(0, Math.sin(heading / 2), 0, Math.cos(heading / 2));
   }
 
-  /** Evaluates controllers; clips without layers are evaluated by the update of the scene. */
-  animate() {
-    if (this.controllers !== null) {
-      this.controllers.animate();
-    }
-  }
-
   /** Bytes of memory that this crowd shares with the engine. */
   sharedBytes() {
-    const controllers = this.controllers === null ? 0 : this.controllers.sharedBytes();
-    return this.scene.sharedBytes + controllers;
+    return this.scene.sharedBytes;
   }
 }
 

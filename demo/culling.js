@@ -3,12 +3,23 @@
 const { Camera } = require('../scene');
 const { aim } = require('./cameras');
 
-/**
- * The last culling result of a camera.
- * @typedef {Object} View
- * @property {Uint32Array} handles of the visible characters, nearest first
- * @property {number} hash of the culling objects in their order
- */
+/** The last culling result of a camera. */
+class View {
+  /** @param {import('../scene').VisibleList} visible */
+  constructor(visible) {
+    this.characters = new Array(visible.count);
+    for (let i = 0; i < visible.count; ++i) {
+      this.characters[i] = visible.at(i);
+    }
+    /** Of the culling objects in their order. */
+    this.hash = visible.hash;
+  }
+
+  /** Handles of the visible characters, nearest first. */
+  get handles() {
+    return Uint32Array.from(this.characters, ({ handle }) => handle);
+  }
+}
 
 /** Culls a crowd for two cameras. */
 class CrowdCulling {
@@ -49,12 +60,7 @@ class CrowdCulling {
       this.poses[name] = this[name];
       aim(camera, this[name]);
     }
-    const visible = camera.cull(this.crowd.scene);
-    const handles = new Uint32Array(visible.count);
-    for (let i = 0; i < handles.length; ++i) {
-      handles[i] = visible.at(i).handle;
-    }
-    this.views[name] = { handles, hash: visible.hash };
+    this.views[name] = new View(camera.cull(this.crowd.scene));
   }
 
   /** The character of a handle. */

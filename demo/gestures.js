@@ -67,7 +67,7 @@ function breathPose(moment) {
 /**
  * Gestures of a figure.
  * @param {import('./kind').KindNode[]} nodes of the figure
- * @returns {{wave: import('./kind').KindClip, breath: import('./kind').KindClip,
+ * @returns {{wave: import('./kind').KindClip, breath: import('./kind').KindClip, carry: import('./kind').KindClip,
  *     hold: Array<{node: number, rotation: number[]}>, hands: import('./kind').Hand[]}}
  */
 function createGestures(nodes) {
@@ -81,6 +81,7 @@ function createGestures(nodes) {
   return {
     wave: cycle('wave', kWaveFrames, wavePose),
     breath: cycle('breath', kBreathFrames, breathPose),
+    carry: cycle('carry', 1, () => ({ rotations: Object.assign({}, ...arms) })),
     hold: [].concat(
       ...arms.map((arm) =>
         Object.keys(arm).map((name) => ({ node: nodeOf(name), rotation: arm[name] }))

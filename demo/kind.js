@@ -32,7 +32,8 @@ const { Model } = require('../scene');
  * @typedef {Object} Layers
  * @property {KindClip} wave for the arm that carries something
  * @property {KindClip} breath additive; lungs empty at its first frame
- * @property {Array<{node: number, rotation: number[]}>} hold pose of carrying arms
+ * @property {KindClip} carry of one pose, for the arm that carries something
+ * @property {Array<{node: number, rotation: number[]}>} hold the same pose of both arms, node by node
  * @property {Hand[]} hands left, right
  * @property {import('./props').Prop[]} props
  */
@@ -59,16 +60,9 @@ function inModel(node) {
   return node - 1;
 }
 
-/** The nodes of a model, at rest: arms are held as if they carried something, where there are layers, see controllers.js. */
-function modelNodes({ nodes, layers }) {
-  const held = new Map(layers ? layers.hold.map(({ node, rotation }) => [node, rotation]) : []);
-  return nodes.slice(1).map(({ name, parent, position, rotation, scale }, i) => ({
-    name,
-    parent: inModel(parent),
-    translation: position,
-    rotation: held.get(i + 1) || rotation,
-    scale,
-  }));
+/** All clips of the model of a kind: those of its layers are last. */
+function allClips({ clips, layers }) {
+  return layers ? [...clips, layers.wave, layers.breath, layers.carry] : clips;
 }
 
 /**
@@ -77,15 +71,20 @@ function modelNodes({ nodes, layers }) {
  * @returns {Kind}
  */
 function createKind(data) {
-  const { name, joints, inverseBind, clips, layers } = data;
+  const { name, nodes, joints, inverseBind } = data;
   const imported = {
-    nodes: modelNodes(data),
+    nodes: nodes.slice(1).map((node) => ({
+      name: node.name,
+      parent: inModel(node.parent),
+      translation: node.position,
+      rotation: node.rotation,
+      scale: node.scale,
+    })),
     skins: [{ name, joints: joints.map(inModel), inverseBindMatrices: inverseBind.buffer }],
-    // Controllers have the clips where there are layers.
-    animations: (layers ? [] : clips).map((clip) => {
+    animations: allClips(data).map((clip) => {
       const { framesPerSecond, targets, bytes } = clip;
-      const nodes = targets.map((node) => Math.max(-1, inModel(node)));
-      return { name: clip.name, framesPerSecond, targets: nodes, clip: bytes };
+      const moved = targets.map((node) => Math.max(-1, inModel(node)));
+      return { name: clip.name, framesPerSecond, targets: moved, clip: bytes };
     }),
   };
   return Object.assign({}, data, { model: Model.from(imported, { name, bounds }) });

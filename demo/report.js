@@ -139,12 +139,12 @@ function formatTables(stage, timings) {
     [
       'visible, perspective camera',
       `hash ${formatHash(perspective.hash)}`,
-      grouped(perspective.handles.length),
+      grouped(perspective.characters.length),
     ],
     [
       'visible, orthographic overview',
       `hash ${formatHash(overview.hash)}`,
-      grouped(overview.handles.length),
+      grouped(overview.characters.length),
     ],
     ['memory', 'shared with JavaScript', megabytes(crowd.sharedBytes())],
     ['', 'whole process', megabytes(process.memoryUsage().rss)]

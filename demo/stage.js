@@ -77,7 +77,6 @@ function measureReach(engine, kind) {
             crowd.wave(i, moment, wave);
           }
         });
-        crowd.animate();
         measure();
       }
     }
@@ -172,8 +171,6 @@ class Stage {
     plan.writeClips(crowd);
     plan.writePlaces(crowd);
     const written = performance.now();
-    crowd.animate();
-    const animated = performance.now();
     scene.update(seconds);
     const updated = performance.now();
     culling.cullPerspective();
@@ -181,7 +178,7 @@ class Stage {
     culling.cullOverview();
     const end = performance.now();
     milliseconds.script = written - start;
-    milliseconds.animate = animated - written + scene.stats.animate;
+    milliseconds.animate = scene.stats.animate;
     milliseconds.transform = scene.stats.transform;
     milliseconds.skin = scene.stats.skin;
     milliseconds.perspective = culled - updated;

@@ -50,7 +50,7 @@ const kPlain = -2;
  * Up to so many targets together, players are updated by single calls, on the calling thread: waking the workers costs
  * 10 to 25 microseconds, more than they save. Measured with 1 to 32 players of 20 targets, on one core and on two, the
  * medians of 400 rounds each way: single calls cost less up to 16 animators of two clips, and up to 8 controllers with a
- * mask and an additive layer. See docs/scene.md.
+ * mask and an additive layer; on cores that other work keeps busy, up to 32 of either. See docs/scene.md.
  */
 const kFewAnimatorTargets = 320;
 const kFewControllerTargets = 160;

@@ -22,7 +22,6 @@ function createCrowdScene({ kind, characters, cast, bounds, cameras, createPlan 
       plan.advance(frameSeconds);
       plan.writeClips(crowd);
       plan.writePlaces(crowd);
-      crowd.animate();
       scene.update(frameSeconds);
       culling.cullPerspective();
       culling.cullOverview();

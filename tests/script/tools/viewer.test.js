@@ -159,14 +159,11 @@ describe('viewer user control', () => {
       const frame = frameOf(show);
       assert.deepStrictEqual(Array.from(frame.sliders.subarray(2)), [wave, breath]);
       assert.strictEqual(frame.flags, flags.wave | flags.breath);
-      // What native code reads: weights of layers 1 and 2.
-      show.stage.crowd.controllers.controllers.forEach((controller, i) => {
-        assert.strictEqual(
-          controller.layerWeight(1),
-          carriers.includes(i) ? wave : 0,
-          `wave of ${i}`
-        );
-        assert.strictEqual(controller.layerWeight(2), breath, `breath of ${i}`);
+      const { waves, breaths } = show.stage.crowd;
+      waves.forEach((layer, i) => {
+        assert.strictEqual(layer !== null, carriers.includes(i), `layer of ${i}`);
+        assert.strictEqual(layer === null ? wave : layer.weight, wave, `wave of ${i}`);
+        assert.strictEqual(breaths[i].weight, breath, `breath of ${i}`);
       });
     }
   });
