@@ -133,7 +133,7 @@ export interface SceneOptions {
 
 /**
  * A node of a scene, with position, rotation and scale in its parent's space; made by `scene.node()`. What is set takes
- * effect in the next `scene.update`. Setters of single numbers allocate nothing.
+ * effect in the next `scene.update`. Setters of single numbers allocate nothing; they refuse numbers that are not finite.
  */
 export declare class Node {
   /** @param index of its entity */

@@ -57,6 +57,14 @@ function computeTurn(blocks, index) {
   }
 }
 
+/** Throws for a number that is not finite. Called where a sum is not, which may be of finite ones. */
+function checkFinite(label, names, values) {
+  const at = values.findIndex((value) => !Number.isFinite(value));
+  if (at >= 0) {
+    throw new RangeError(`${label}: ${names[at]} is ${values[at]}: give finite numbers.`);
+  }
+}
+
 function failSphere(label, center, radius) {
   const axis = center.findIndex((value) => !Number.isFinite(value));
   const found = axis < 0 ? `radius is ${radius}` : `${kAxes[axis]} is ${center[axis]}`;
@@ -87,7 +95,7 @@ const kQuaternion = ['x', 'y', 'z', 'w'];
 
 /**
  * A node of a scene, with position, rotation and scale in its parent's space; made by `scene.node()`. What is set takes
- * effect in the next `scene.update`. Setters of single numbers allocate nothing.
+ * effect in the next `scene.update`. Setters of single numbers allocate nothing; they refuse numbers that are not finite.
  */
 class Node {
   /**
@@ -173,6 +181,10 @@ class Node {
     if (typeof x !== 'number' || typeof y !== 'number' || typeof z !== 'number') {
       failNumbers(`${this._label}.setPosition`, kAxes, [x, y, z]);
     }
+    const sum = x + y + z;
+    if (sum - sum !== 0) {
+      checkFinite(`${this._label}.setPosition`, kAxes, [x, y, z]);
+    }
     const at = this._word + kPosition;
     f32[at] = x;
     f32[at + 1] = y;
@@ -200,6 +212,10 @@ class Node {
     ) {
       failNumbers(`${this._label}.setQuaternion`, kQuaternion, [x, y, z, w]);
     }
+    const sum = x + y + z + w;
+    if (sum - sum !== 0) {
+      checkFinite(`${this._label}.setQuaternion`, kQuaternion, [x, y, z, w]);
+    }
     const at = this._word + kRotation;
     f32[at] = x;
     f32[at + 1] = y;
@@ -219,6 +235,7 @@ class Node {
     if (typeof x !== 'number' || typeof y !== 'number' || typeof z !== 'number') {
       failNumbers(`${this._label}.setEuler`, kAxes, [x, y, z]);
     }
+    checkFinite(`${this._label}.setEuler`, kAxes, [x, y, z]);
     const [cx, cy, cz] = [Math.cos(x / 2), Math.cos(y / 2), Math.cos(z / 2)];
     const [sx, sy, sz] = [Math.sin(x / 2), Math.sin(y / 2), Math.sin(z / 2)];
     this.setQuaternion(
@@ -242,6 +259,10 @@ class Node {
     }
     if (typeof x !== 'number' || typeof y !== 'number' || typeof z !== 'number') {
       failNumbers(`${this._label}.setScale`, kAxes, [x, y, z]);
+    }
+    const sum = x + y + z;
+    if (sum - sum !== 0) {
+      checkFinite(`${this._label}.setScale`, kAxes, [x, y, z]);
     }
     const at = this._word + kScale;
     f32[at] = x;
@@ -310,6 +331,8 @@ class Node {
     if (typeof upX !== 'number' || typeof upY !== 'number' || typeof upZ !== 'number') {
       failNumbers(`${this._label}.lookAt`, ['upX', 'upY', 'upZ'], [upX, upY, upZ]);
     }
+    checkFinite(`${this._label}.lookAt`, kAxes, [x, y, z]);
+    checkFinite(`${this._label}.lookAt`, ['upX', 'upY', 'upZ'], [upX, upY, upZ]);
     const blocks = this.scene._blocks;
     computeWorld(blocks, this._index);
     const [dx, dy, dz] = [x - world[12], y - world[13], z - world[14]];

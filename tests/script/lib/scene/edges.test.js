@@ -251,6 +251,36 @@ describe('nodes of scenes', () => {
   });
 });
 
+describe('setters of scenes', () => {
+  it('refuse numbers that are not finite, and take all that are', () => {
+    const node = scene.node({ position: [1, 2, 3], scale: 2 });
+    const largest = 3e38;
+    for (const bad of [NaN, Infinity, -Infinity]) {
+      const error = (label) => ({
+        name: 'RangeError',
+        message: `Node.${label} is ${bad}: give finite numbers.`,
+      });
+      assert.throws(() => node.setPosition(bad, 0, 0), error('setPosition: x'));
+      assert.throws(() => node.setPosition(0, 0, bad), error('setPosition: z'));
+      assert.throws(() => node.setQuaternion(0, bad, 0, 1), error('setQuaternion: y'));
+      assert.throws(() => node.setQuaternion(0, 0, 0, bad), error('setQuaternion: w'));
+      assert.throws(() => node.setScale(bad), error('setScale: x'));
+      assert.throws(() => node.setScale(1, 1, bad), error('setScale: z'));
+      assert.throws(() => node.setEuler(0, bad, 0), error('setEuler: y'));
+      assert.throws(() => node.lookAt(0, 0, bad), error('lookAt: z'));
+      assert.throws(() => node.lookAt(0, 0, 1, 0, bad, 0), error('lookAt: upY'));
+      assert.throws(() => (node.position = [0, bad, 0]), error('setPosition: y'));
+    }
+    assert.deepStrictEqual(Array.from(node.position), [1, 2, 3]);
+    assert.deepStrictEqual(Array.from(node.scale), [2, 2, 2]);
+    assert.deepStrictEqual(Array.from(node.quaternion), [0, 0, 0, 1]);
+    // Their sum is not finite.
+    node.setPosition(Number.MAX_VALUE, Number.MAX_VALUE, 0);
+    node.setScale(largest, largest, largest);
+    assert.deepStrictEqual(Array.from(node.scale), new Array(3).fill(Math.fround(largest)));
+  });
+});
+
 describe('cameras of scenes', () => {
   it('have view volumes with an inside', () => {
     const camera = new Camera();
