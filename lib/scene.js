@@ -15,6 +15,7 @@ const {
   ObjectBlocks,
   RecordTemplate,
   Skin,
+  withHandle,
 } = require('./scene/blocks');
 const { Camera, VisibleList } = require('./scene/camera');
 const { Changes } = require('./scene/changes');
@@ -22,7 +23,7 @@ const { Character } = require('./scene/character');
 const { Model } = require('./scene/model');
 const { Node } = require('./scene/node');
 const { AnimationLayer } = require('./scene/layers');
-const { ClipParts } = require('./scene/parts');
+const { ClipParts, makeClip } = require('./scene/parts');
 const { Player, Players } = require('./scene/playback');
 const { Recording } = require('./scene/trace');
 const { ThreeInstances, ThreeWorld, toThree } = require('./scene/three');
@@ -501,10 +502,10 @@ class Scene {
     if (known === undefined) {
       const { engine } = this;
       const bones = model.skins.map(({ inverseBindMatrices }) =>
-        engine.createDataModel(dataModelKinds.bones, inverseBindMatrices)
+        withHandle(engine.createDataModel(dataModelKinds.bones, inverseBindMatrices), 'a skin')
       );
       known = {
-        clips: model.clips.map(({ bytes }) => engine.createDataModel(dataModelKinds.clip, bytes)),
+        clips: model.clips.map(({ bytes }) => makeClip(engine, bytes)),
         bones,
         skins: model.skins.map(({ joints }, s) => Skin.start(bones[s].id, joints.length)),
         records: new RecordTemplate([kTop, ...model.nodes]),
@@ -520,7 +521,7 @@ class Scene {
         free: [],
       };
       if (model.clips.length > 0) {
-        known.rest = engine.createDataModel(dataModelKinds.clip, model._restClip.bytes);
+        known.rest = makeClip(engine, model._restClip.bytes);
         known.parts = new ClipParts(
           engine,
           [model._restClip, ...model.clips],

@@ -2,7 +2,14 @@
 // Pools of a scene: entities and culling objects in blocks of equal size, which are kept for as long as the scene, and
 // components by their shape. What is given back is reused, so memory follows the largest number that lived at once.
 const { bytesOf, wordsOf } = require('../block-bytes');
-const { componentKinds, controller, controllerState, entity3D, skinning } = require('../layout');
+const {
+  componentKinds,
+  controller,
+  controllerState,
+  entity3D,
+  limits,
+  skinning,
+} = require('../layout');
 const {
   AnimatorView,
   ControllerStateView,
@@ -37,6 +44,23 @@ function keepWith(array, object) {
 /** Bytes of the blocks of views. */
 function sizeOf(views) {
   return views.reduce((sum, { u32 }) => sum + u32.buffer.byteLength, 0);
+}
+
+/**
+ * What an engine made, unless it has no handle left for it: then what it returns has none.
+ * @template {{ id: number }} T
+ * @param {T} object
+ * @param {string} what for the message
+ * @returns {T}
+ */
+function withHandle(object, what) {
+  if (object.id === 0) {
+    const found = `the engine has no handle left for ${what}: it has ${limits.slots} of a kind`;
+    const cure =
+      "dispose of what is not used, since scenes reuse it, or give a scene 'engine: getEngine()'";
+    throw new RangeError(`Scene: ${found}: ${cure}.`);
+  }
+  return object;
 }
 
 /** A larger copy of a typed array. */
@@ -181,7 +205,9 @@ class EntityBlocks {
       this._rest = this.capacity;
     }
     while (this._restCount < count) {
-      const view = new Entity3DView(this._engine.createEntity(true, kBlock));
+      const view = new Entity3DView(
+        withHandle(this._engine.createEntity(true, kBlock), 'a block of nodes')
+      );
       keepWith(view.f32, view.object);
       this.views.push(view);
       this._ids.push(view.id);
@@ -286,7 +312,10 @@ class ObjectBlocks {
   take(of, entity) {
     if (this._free.length === 0) {
       const view = new CullingObjectsView(
-        this._engine.createComponent(componentKinds.culling, kBlock)
+        withHandle(
+          this._engine.createComponent(componentKinds.culling, kBlock),
+          'a block of spheres'
+        )
       );
       this._lastBlock = -1;
       const first = this._views.length * kBlock;
@@ -405,7 +434,8 @@ class ComponentPool {
       return pooled;
     }
     const { animator } = componentKinds;
-    const view = new AnimatorView(this._engine.createComponent(animator, 2, 2 * targetCount), 2);
+    const component = this._engine.createComponent(animator, 2, 2 * targetCount);
+    const view = new AnimatorView(withHandle(component, 'an animator'), 2);
     this.bytes += view.u32.buffer.byteLength;
     return view;
   }
@@ -438,8 +468,10 @@ class ComponentPool {
     if (pooled !== null) {
       return pooled;
     }
+    const component = this._engine.createComponent(componentKinds.skinning, count);
+    const skin = new Skin(withHandle(component, 'a skin'), count);
     this.bytes += skinning.bytes(count);
-    return new Skin(this._engine.createComponent(componentKinds.skinning, count), count);
+    return skin;
   }
 
   giveSkin(view) {
@@ -452,8 +484,10 @@ class ComponentPool {
     if (pooled !== null) {
       return pooled;
     }
+    const model = this._engine.createAnimatorControllerModel(layerCount);
+    const view = new ControllerView(withHandle(model, 'a controller'));
     this.bytes += controller.bytes(layerCount);
-    return new ControllerView(this._engine.createAnimatorControllerModel(layerCount));
+    return view;
   }
 
   giveController(view) {
@@ -466,8 +500,10 @@ class ComponentPool {
     if (pooled !== null) {
       return pooled;
     }
+    const model = this._engine.createAnimatorControllerStateModel(clipCount);
+    const view = new ControllerStateView(withHandle(model, 'a state of a controller'));
     this.bytes += controllerState.bytes(clipCount);
-    return new ControllerStateView(this._engine.createAnimatorControllerStateModel(clipCount));
+    return view;
   }
 
   giveState(view) {
@@ -548,4 +584,5 @@ module.exports = {
   RecordTemplate,
   Skin,
   grown,
+  withHandle,
 };

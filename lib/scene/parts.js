@@ -3,9 +3,15 @@
 // clip, whatever their masks, so that it is parts that make a layer cost only as much as what it moves. Parts of a model
 // are made at first use, once for all characters in a scene.
 const { clip, clipCurve, clipHeader, clipKey, dataModelKinds } = require('../layout');
+const { withHandle } = require('./blocks');
 
 /** Sets that are kept for the next character though none uses them. */
 const kKeptSets = 16;
+
+/** A clip of an engine. */
+function makeClip(engine, bytes) {
+  return withHandle(engine.createDataModel(dataModelKinds.clip, bytes), 'a clip');
+}
 
 /** Bytes of a clip with the curves of some targets. `places`: by target, its number in the part, or -1. */
 function cutClip(bytes, places) {
@@ -97,7 +103,7 @@ class TargetSet {
       const isWhole = this.targets.length === this._places.length;
       const object = isWhole
         ? wholes[at]
-        : engine.createDataModel(dataModelKinds.clip, cutClip(clips[at].bytes, this._places));
+        : makeClip(engine, cutClip(clips[at].bytes, this._places));
       this._clips[at] = new ClipPart(this, object);
     }
     return this._clips[at];
@@ -148,4 +154,4 @@ class ClipParts {
   }
 }
 
-module.exports = { ClipParts };
+module.exports = { ClipParts, makeClip };

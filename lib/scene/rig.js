@@ -14,6 +14,7 @@ const {
   keptModes,
   removedModes,
 } = require('../layout');
+const { withHandle } = require('./blocks');
 const { stateWords } = require('./programs');
 
 // Words of a controller's block.
@@ -210,13 +211,14 @@ class Rig {
       }
     });
     if (this._binding === null) {
-      this._binding = this._engine.createAnimationClipBinding(
+      const binding = this._engine.createAnimationClipBinding(
         lists.buffer,
         0,
         bound.length,
         this._room,
         addedModes.take
       );
+      this._binding = withHandle(binding, 'a binding');
     } else {
       this._readLists(isPooled ? keptModes.retake : keptModes.keep);
     }

@@ -281,6 +281,61 @@ describe('setters of scenes', () => {
   });
 });
 
+describe('engines without handles', () => {
+  it('are reported with their limit', () => {
+    const calls = [
+      ['createEntity', 'a block of nodes'],
+      ['createComponent', 'a block of spheres'],
+      ['createComponent', 'an animator'],
+      ['createComponent', 'a skin'],
+      ['createDataModel', 'a clip'],
+      ['createAnimatorControllerModel', 'a controller'],
+      ['createAnimatorControllerStateModel', 'a state of a controller'],
+      ['createAnimationClipBinding', 'a binding'],
+    ];
+    for (const [call, what] of calls) {
+      let isFull = false;
+      const full = new Proxy(engine, {
+        get(target, name) {
+          const value = target[name];
+          if (typeof value !== 'function') {
+            return value;
+          }
+          return (...args) => {
+            const made = value.apply(target, args);
+            if (isFull && name === call) {
+              Object.defineProperty(made, 'id', { value: 0 });
+            }
+            return made;
+          };
+        },
+      });
+      const own = new Scene({ engine: full });
+      const kinds = {
+        'a block of nodes': () => own.instantiate(model, 600),
+        'a block of spheres': () => own.node().setSphere(0, 0, 0, 1),
+        'a clip': () => own.instantiate(model),
+        'an animator': () => own._pool.takeAnimator(1),
+        'a skin': () => own._pool.takeSkin(1),
+      };
+      const layered = () => {
+        const [one] = own.instantiate(model);
+        one.play(0);
+        one.addLayer('more', { additive: true }).play(0);
+        isFull = true;
+        own.update();
+      };
+      isFull = what in kinds;
+      assert.throws(kinds[what] || layered, {
+        name: 'RangeError',
+        message:
+          `Scene: the engine has no handle left for ${what}: it has 1048575 of a kind: dispose of what is not used, ` +
+          "since scenes reuse it, or give a scene 'engine: getEngine()'.",
+      });
+    }
+  });
+});
+
 describe('cameras of scenes', () => {
   it('have view volumes with an inside', () => {
     const camera = new Camera();
