@@ -243,6 +243,8 @@ class Camera {
     this._layersMask = -1;
     /** That of the arguments. */
     this._mask = -1;
+    /** The scene that it has culled last. */
+    this._scene = null;
     this._write(0, this._layers);
     this.setPerspective(options);
   }
@@ -417,6 +419,7 @@ class Camera {
       this._mask = mask;
       this._write(0, mask >>> 0);
     }
+    this._scene = scene;
     const { engine, _result: result } = scene;
     result.clear();
     if (this._isPerspective) {

@@ -477,6 +477,10 @@ class ThreeWorld {
       const cure = 'leave it out or give a camera of the scene';
       throw new TypeError(`${label}: camera is ${show(camera)}: ${cure}.`);
     }
+    if (camera !== undefined && camera._scene !== null && camera._scene !== this.scene) {
+      const cure = 'give a camera of the scene, or cull it for that before';
+      throw new RangeError(`${label}: camera has culled another scene: ${cure}.`);
+    }
     const isCulled = camera !== undefined;
     const frame = ++this._frame;
     if (isCulled) {

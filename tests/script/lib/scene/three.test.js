@@ -572,6 +572,15 @@ describe('toThree', () => {
         'TypeError',
         'camera is an object: leave it out or give a camera of',
       ],
+      [
+        () => {
+          const camera = new Camera();
+          camera.cull(elsewhere);
+          world.update(camera);
+        },
+        'RangeError',
+        'camera has culled another scene: give a camera of the scene, or cull it for that before.',
+      ],
     ];
     for (const [call, name, part] of cases) {
       assert.throws(call, (error) => {
