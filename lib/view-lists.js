@@ -36,6 +36,17 @@ const { handleOf, handlesOf, keepFor, referencesOf } = require('./view-reference
 
 const kLargestBlock = 0xffffffff;
 
+const kEngine = 'what getEngine or checked returned';
+const kController = 'what createAnimatorControllerModel returned, which a view has as its "object"';
+const kBinding = 'what createAnimationClipBinding or createBinding returned';
+
+/** Throws unless an argument is an object of the engine with a method. */
+function checkMethod(label, name, value, method, wanted) {
+  if (!isObject(value) || typeof value[method] !== 'function') {
+    throw new TypeError(`${label}: ${name} is ${show(value)} without ${method}: give ${wanted}.`);
+  }
+}
+
 /** Throws unless `value` is a whole number from `least`, for which `bytes` returns at most 2^32 - 1. */
 function checkCount(label, name, value, least, bytes) {
   if (typeof value !== 'number') {
@@ -264,6 +275,7 @@ class MaskView {
    * @param {number} layer
    */
   apply(controller, layer) {
+    checkMethod('MaskView.apply', 'controller', controller, 'setMaskAtIndex', kController);
     controller.setMaskAtIndex(layer, this.buffer, 0, this.count);
     keepFor(controller, `mask ${layer}`, this._references.objects());
   }
@@ -509,6 +521,8 @@ class TargetListsView {
    * @returns {EngineAnimationClipBinding}
    */
   createBinding(engine, mode = addedModes.take) {
+    const label = 'TargetListsView.createBinding';
+    checkMethod(label, 'engine', engine, 'createAnimationClipBinding', kEngine);
     const { buffer, byteOffset, clipCount, targetWords } = this;
     const binding = engine.createAnimationClipBinding(
       ...[buffer, byteOffset, clipCount, targetWords, mode]
@@ -526,6 +540,7 @@ class TargetListsView {
    * @returns {boolean} whether they were accepted
    */
   updateBinding(binding, removedMode, keptMode, addedMode) {
+    checkMethod('TargetListsView.updateBinding', 'binding', binding, 'updateBinding', kBinding);
     const { buffer, byteOffset, clipCount, targetWords } = this;
     const isAccepted = binding.updateBinding(
       ...[buffer, byteOffset, clipCount, targetWords],

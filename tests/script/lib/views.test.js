@@ -1233,6 +1233,42 @@ describe('views of controllers, with the engine', () => {
   });
 });
 
+describe('lists for calls of objects', () => {
+  it('name what is not such an object, and the cure', () => {
+    const controller = new ControllerView(nq.getEngine().createAnimatorControllerModel(1));
+    const lists = new TargetListsView([0]);
+    const of =
+      'give what createAnimatorControllerModel returned, which a view has as its "object".';
+    const bound = 'give what createAnimationClipBinding or createBinding returned.';
+    const cases = [
+      [
+        () => new MaskView(1).apply(controller, 0),
+        `MaskView.apply: controller is an object without setMaskAtIndex: ${of}`,
+      ],
+      [
+        () => new MaskView(1).apply(undefined, 0),
+        `MaskView.apply: controller is undefined without setMaskAtIndex: ${of}`,
+      ],
+      [
+        () => lists.createBinding(controller),
+        'TargetListsView.createBinding: engine is an object without createAnimationClipBinding: give what ' +
+          'getEngine or checked returned.',
+      ],
+      [
+        () => lists.updateBinding(controller, 0, 0, 0),
+        `TargetListsView.updateBinding: binding is an object without updateBinding: ${bound}`,
+      ],
+      [
+        () => lists.updateBinding(4, 0, 0, 0),
+        `TargetListsView.updateBinding: binding is 4 without updateBinding: ${bound}`,
+      ],
+    ];
+    for (const [call, message] of cases) {
+      assert.throws(call, { name: 'TypeError', message });
+    }
+  });
+});
+
 describe('TargetListsView', () => {
   it('writes handles, counts and targets', () => {
     const lists = new TargetListsView([2, 0, 1], 3);
