@@ -1598,6 +1598,6 @@ describe('memory of views', () => {
       });
     }
     const ratio = best[1] / best[0];
-assert(ratio > 2, `${ratio} times as fast as a new array for each access`);
+    assert(ratio > 2, `${ratio} times as fast as a new array for each access`);
   });
 });
