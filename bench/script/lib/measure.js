@@ -129,8 +129,8 @@ function walk() {
 
 /**
  * Times of a run of each contender in nanoseconds, in order, by the reported statistic; `best` and `median` by each; and
- * `cpu`, the CPU time of all threads of the process for it, also in nanoseconds, always an average over the runs of a
- * round.
+ * `cpu`, the CPU time of all threads of the process for it, also in nanoseconds: the least average of a round, since
+ * other programs can only lengthen it.
  * @typedef {number[] & {best: number[], median: number[], cpu: number[]}} Times
  */
 
@@ -152,7 +152,7 @@ function timesOf(samples, shortest, cpu) {
   return Object.assign(reportsBest ? shortest.slice() : medians.slice(), {
     best: shortest,
     median: medians,
-    cpu: cpu.map(reported),
+    cpu: cpu.map((times) => Math.min(...times)),
   });
 }
 
