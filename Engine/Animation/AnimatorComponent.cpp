@@ -139,11 +139,9 @@ class Crossfade {
     } else if (handles[begin + kLanes - 1] - handles[begin] == kLanes - 1 &&
                writer->SeekRun3D(handles[begin], kLanes)) {
       // Handles ascend, so these are consecutive.
-      const auto values = [=](uint32_t i) {
-        writer->Seek(handles[begin + i]);
-        return WriteValues(begin + i, *writer);
-      };
-      const PositionScale four[kLanes] = {values(0), values(1), values(2), values(3)};
+      const PositionScale four[kLanes] = {
+          SeekAndWriteValues(begin, writer), SeekAndWriteValues(begin + 1, writer),
+          SeekAndWriteValues(begin + 2, writer), SeekAndWriteValues(begin + 3, writer)};
       writer->Seek(handles[begin]);
       WriteFourRotations(q, four, writer);
     } else {
@@ -173,11 +171,17 @@ class Crossfade {
     return TransposeFour(of(0), of(1), of(2), of(3));
   }
 
-  // Writes the position and scale of the selected 3D entity.
-  PositionScale WriteValues(uint32_t i, const EntityPoseWriter& writer) const {
+  // Writes the position and scale of the selected 3D entity. Force-inlined: a call would return the
+  // values through memory.
+  NQ_FORCE_INLINE PositionScale WriteValues(uint32_t i, const EntityPoseWriter& writer) const {
     const __m128 first = LerpFour(FirstRow(from[i]), FirstRow(to[i]), share);
     const __m128 second = LerpFour(SecondRow(from[i]), SecondRow(to[i]), share);
     return writer.Replace(first, IsNumber(first), second, IsNumber(second));
+  }
+
+  NQ_FORCE_INLINE PositionScale SeekAndWriteValues(uint32_t i, EntityPoseWriter* writer) const {
+    writer->Seek(handles[i]);
+    return WriteValues(i, *writer);
   }
 
   NQ_NO_INLINE void WriteScattered(uint32_t begin, const FourQuaternions& q,
