@@ -136,8 +136,8 @@ export interface SceneOptions {
  * effect in the next `scene.update`. Setters of single numbers allocate nothing; they refuse numbers that are not finite.
  */
 export declare class Node {
-  /** @param index of its entity */
-  constructor(scene: Scene, index: number, name: string);
+  /** Made by scenes. */
+  protected constructor();
 
   /** Its scene. */
   readonly scene: Scene;
@@ -407,8 +407,8 @@ export interface ModelClip {
  * by the bounds of the model.
  */
 export declare class Character extends Node {
-  /** @param body what it takes from the pools of its scene */
-  constructor(scene: Scene, model: Model, body: Object);
+  /** Made by scenes. */
+  protected constructor();
 
   /** Its model. */
   readonly model: Model;
@@ -570,7 +570,8 @@ export interface ReferencePose {
  * below. It is disposed of with its character.
  */
 export declare class AnimationLayer {
-  constructor(character: Character, name: string, options: LayerOptions);
+  /** Made by characters. */
+  protected constructor();
 
   /** Its character. */
   readonly character: Character;
@@ -782,7 +783,8 @@ export interface RecordOptions {
  * chrome://tracing open its file.
  */
 export declare class Recording {
-  constructor(scene: Scene, options?: RecordOptions);
+  /** Made by scenes. */
+  protected constructor();
 
   /** Whether it still records. */
   readonly isRecording: boolean;

@@ -29,11 +29,14 @@ const kNoOptions = Object.freeze({});
  */
 class Character extends Node {
   /**
+   * Made by scenes.
+   * @protected
    * @param {Scene} scene
    * @param {Model} model
-   * @param {Object} body what it takes from the pools of its scene
+   * @param {Object} body
    */
   constructor(scene, model, body) {
+    // `body` is what it takes from the pools of its scene.
     super(scene, body.first, model.name);
     noteClips(this, kNoSlots);
     /** What plays: those of its track. */

@@ -141,6 +141,8 @@ function makeReference({ model }, { additive, reference }) {
  */
 class AnimationLayer {
   /**
+   * Made by characters.
+   * @protected
    * @param {Character} character
    * @param {string} name
    * @param {LayerOptions} options

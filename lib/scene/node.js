@@ -99,11 +99,14 @@ const kQuaternion = ['x', 'y', 'z', 'w'];
  */
 class Node {
   /**
+   * Made by scenes.
+   * @protected
    * @param {Scene} scene
-   * @param {number} index of its entity
+   * @param {number} index
    * @param {string} name
    */
   constructor(scene, index, name) {
+    // `index` is that of its entity.
     /**
      * Its scene.
      * @type {Scene}

@@ -135,6 +135,8 @@ async function writeWhole(file, text) {
  */
 class Recording {
   /**
+   * Made by scenes.
+   * @protected
    * @param {Scene} scene
    * @param {RecordOptions} [options]
    */

@@ -6,6 +6,7 @@
 //   a private base class are moved to its subclasses.
 // - a base class that the module does not export becomes an interface.
 // - @type of a method names a type with several call signatures: overloads, which JSDoc can't express otherwise.
+// - constructors marked @protected are: what only the library makes can be named, but not made.
 // - @readonly and @extends of an object type make its properties readonly, and set its base interface.
 //
 // The typings of lib/layout.js come from scripts/layouts/render.js.
@@ -23,7 +24,7 @@ const kCommentWidth = 117;
 const byHand = ['engine', 'handles'];
 
 /** Tags that only the compiler reads. */
-const silentTags = /^@(type|readonly|private|extends|typedef|property)\b/;
+const silentTags = /^@(type|readonly|private|protected|extends|typedef|property)\b/;
 
 const settings = {
   allowJs: true,
@@ -480,8 +481,10 @@ class Module {
   _member(member, key, text, file, isSettable) {
     const comment = commentOf(member, text);
     const about = typingsComment(comment);
-    const isStatic = (ts.getCombinedModifierFlags(member) & ts.ModifierFlags.Static) !== 0;
-    const head = `${isStatic ? 'static ' : ''}${key}`;
+    const flags = ts.getCombinedModifierFlags(member);
+    const isProtected = (flags & ts.ModifierFlags.Protected) !== 0;
+    const isStatic = (flags & ts.ModifierFlags.Static) !== 0;
+    const head = `${isProtected ? 'protected ' : ''}${isStatic ? 'static ' : ''}${key}`;
     if (ts.isPropertyDeclaration(member) || ts.isGetAccessorDeclaration(member)) {
       const isWritten =
         isSettable || (ts.isPropertyDeclaration(member) && !/@readonly\b/.test(comment));

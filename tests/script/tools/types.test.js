@@ -659,6 +659,25 @@ describe('typings in use', () => {
     );
   });
 
+  it('let nodes and what else scenes make be named, but not made', () => {
+    const text = `
+import { AnimationLayer, Character, Node, Recording, Scene } from 'nq_logic/scene';
+const scene = new Scene();
+const node: Node = scene.node();
+const found: Character | null = node instanceof Character ? node : null;
+const recording: Recording = scene.record();
+new Node();
+new Character();
+new AnimationLayer();
+new Recording();
+export { found, recording };`.trim();
+    const found = complaints(compile([], { 'examples/made.ts': text }));
+    assert.deepStrictEqual(
+      found.map((line) => /made\.ts:(\d+).*is protected/.exec(line)[1]),
+      ['6', '7', '8', '9']
+    );
+  });
+
   it('accept the programs of docs/typescript.md, and reject its errors', () => {
     const text = fs.readFileSync(path.join(root, 'docs', 'typescript.md'), 'utf8');
     const texts = {};
