@@ -36,7 +36,7 @@ if(NQ_TEST_SOURCES)
   # them over many random inputs, are optimised.
   set(NQ_LONG_TEST_SOURCES ${NQ_TEST_SOURCES})
   list(FILTER NQ_LONG_TEST_SOURCES INCLUDE REGEX
-       "/(Reference|[A-Za-z0-9]*(Random|Model|Scene|Play|Stage|World|Sampling|Timelines|Trigonometry|Kernels|Batch|Threads|Fused|System|Culler|Versions))[A-Za-z0-9]*\\.cpp$")
+       "/(World|ComponentSystemTest|[A-Za-z0-9]*(Reference|Random|Model|Scene|Play|Stage|Sampling|Timelines|Trigonometry|Kernels|Batch|Fused|Crossfade|Culler|Versions)[A-Za-z0-9]*)\\.cpp$")
   list(REMOVE_ITEM NQ_TEST_SOURCES ${NQ_LONG_TEST_SOURCES})
   add_library(nq_long_tests OBJECT ${NQ_LONG_TEST_SOURCES})
   add_executable(nq_tests ${NQ_TEST_SOURCES} $<TARGET_OBJECTS:nq_long_tests>)

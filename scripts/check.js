@@ -19,7 +19,6 @@ const {
   nodeDir,
   packedModules,
   test,
-  toolSuites,
 } = require('./lib/build');
 const {
   findBuildDifferences,
@@ -49,6 +48,9 @@ const threadedSuites =
 // The same among the script suites.
 const threadedScripts =
   'engine[.](module|process-end|frame|animation|controllers|lifetime)|binding[.]batch-update';
+
+// Script suites of the JavaScript library, programs and tools, which run no native code that others don't.
+const libraryScripts = '^script[.](lib|programs|tools)[.]';
 
 // Script suites that run on arm64 here.
 const arm64Scripts = '[.](engine[.](module|frame|matrixflow)|programs[.]examples)$';
@@ -189,12 +191,12 @@ const checks = {
     },
   },
 
-  // A second compiler, its thread safety analysis, and the tests of its code; suites of tools don't run any of it.
+  // A second compiler, its thread safety analysis, and the tests of its code.
   clang: {
     needs: ['build', 'test', 'check'],
     run() {
       build('clang', Object.assign({ NQ_BUILD_TESTS: 'ON' }, everything));
-      return test('clang', ['-E', toolSuites]);
+      return test('clang', ['-E', libraryScripts]);
     },
   },
 
