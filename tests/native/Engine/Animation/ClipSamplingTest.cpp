@@ -435,11 +435,8 @@ TEST(ClipSamplingTest, RandomBlendsMatchTheModelBitForBit) {
   EXPECT_GT(slerped, Rounds(60000) / 5);
 }
 
-// Four slerps at once, compared with the model.
+// Four slerps at once, compared with the model. Without AVX2 they are all left to single slerps.
 TEST(SlerpFourTest, RandomPairsMatchTheModelBitForBit) {
-  if (!HasWideIntegers()) {
-    GTEST_SKIP() << "there is no AVX2";
-  }
   AnimationRandom random(13);
   int computed = 0;
   int linear = 0;
@@ -483,15 +480,16 @@ TEST(SlerpFourTest, RandomPairsMatchTheModelBitForBit) {
       linear += a[lane].channel[kTurnX] == b[lane].channel[kTurnX] ? 1 : 0;
     }
   }
-  EXPECT_GT(computed, Rounds(60000) * 99 / 100);
-  EXPECT_GT(linear, 0);
+  if (HasWideIntegers()) {
+    EXPECT_GT(computed, Rounds(60000) * 99 / 100);
+    EXPECT_GT(linear, 0);
+  } else {
+    EXPECT_EQ(0, computed);
+  }
 }
 
 // On both sides of the distance from which rotations are blended linearly.
 TEST(SlerpFourTest, TheLinearThresholdIsThatOfSingleSlerps) {
-  if (!HasWideIntegers()) {
-    GTEST_SKIP() << "there is no AVX2";
-  }
   const FourQuaternions a = {_mm_set1_ps(1), _mm_setzero_ps(), _mm_setzero_ps(), _mm_setzero_ps()};
   int unsure = 0;
   for (int below = 0; below < 40; ++below) {
@@ -512,7 +510,7 @@ TEST(SlerpFourTest, TheLinearThresholdIsThatOfSingleSlerps) {
     ASSERT_TRUE(SameFloats(expected.channel + kTurnX, actual, 4)) << below;
   }
   // At 18 the angle's sine is next to a rounding tie.
-  EXPECT_EQ(1, unsure);
+  EXPECT_EQ(HasWideIntegers() ? 1 : 40, unsure);
 }
 
 }  // namespace
