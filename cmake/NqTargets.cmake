@@ -30,7 +30,7 @@ endfunction()
 # Stack protection and _FORTIFY_SOURCE checks of C library calls, in release builds: sanitizers have
 # their own, and the second needs an optimising compiler. Some compilers predefine its macro.
 function(nq_harden target)
-  if(NOT NQ_SANITIZE)
+  if(NOT NQ_SANITIZE AND NOT NQ_WASM)
     target_compile_options(${target} PRIVATE
         $<$<CONFIG:Release>:-fstack-protector-strong>
         $<$<CONFIG:Release>:-U_FORTIFY_SOURCE>

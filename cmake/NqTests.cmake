@@ -96,6 +96,42 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT NQ_SANITIZE)
                 "${CMAKE_BINARY_DIR}/fuzz-matrixflow" tests/fuzz/corpus/matrixflow
         WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}")
     set_tests_properties(fuzz.matrixflow PROPERTIES TIMEOUT 300)
+
+    # Clips, target lists and entity streams against the reference models: the animation and entity
+    # sources are built again, with coverage instrumentation, once for all three.
+    file(GLOB NQ_FUZZED_SOURCES CONFIGURE_DEPENDS Engine/Animation/*.cpp Engine/Entity/*.cpp)
+    add_library(nq_fuzzed OBJECT ${NQ_FUZZED_SOURCES}
+        tests/native/Engine/Fuzz/FuzzPlays.cpp
+        tests/native/Engine/Animation/AnimationScene.cpp
+        tests/native/Engine/Animation/ControllerScene.cpp
+        tests/native/Engine/Animation/ReferenceAnimation.cpp
+        tests/native/Engine/Animation/ReferenceController.cpp
+        tests/native/Engine/Entity/ReferenceScene.cpp
+        tests/native/Engine/Entity/World.cpp
+        ${NQ_GAME_SOURCES})
+    nq_configure(nq_fuzzed)
+    target_compile_options(nq_fuzzed PRIVATE -fsanitize=fuzzer-no-link,address,undefined
+        -fno-sanitize-recover=undefined -fno-omit-frame-pointer -g -O1)
+    foreach(play clip=PlayClip targets=PlayTargetLists commands=PlayEntityStreams)
+      string(REPLACE "=" ";" play "${play}")
+      list(GET play 0 name)
+      list(GET play 1 function)
+      set(target nq_fuzz_${name})
+      add_executable(${target} tests/fuzz/PlayFuzzer.cpp $<TARGET_OBJECTS:nq_fuzzed>)
+      nq_configure(${target})
+      target_compile_definitions(${target} PRIVATE NQ_FUZZ_PLAY=${function})
+      target_compile_options(${target} PRIVATE -fsanitize=fuzzer,address,undefined -g -O1)
+      target_link_options(${target} PRIVATE -fsanitize=fuzzer,address,undefined)
+      target_link_libraries(${target} PRIVATE nq_core GTest::gmock GTest::gtest)
+      file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/fuzz-${name}")
+      add_test(NAME fuzz.${name}
+          COMMAND ${target} -seed=1 -max_total_time=4 -max_len=1000 -verbosity=0
+                  -close_fd_mask=1 -print_final_stats=1
+                  "-artifact_prefix=${CMAKE_BINARY_DIR}/fuzz-${name}-"
+                  "${CMAKE_BINARY_DIR}/fuzz-${name}" tests/fuzz/corpus/${name}
+          WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}")
+      set_tests_properties(fuzz.${name} PROPERTIES TIMEOUT 300)
+    endforeach()
   endif()
 endif()
 

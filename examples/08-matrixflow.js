@@ -5,7 +5,14 @@
 //   node examples/08-matrixflow.js
 //
 // Needs a build with NQ_SCRIPT_MATRIXFLOW, see docs/matrixflow.md.
-const { MatrixFlowWriter, loadMatrixFlow, matrixFlowResults } = require('../lib');
+const {
+  MatrixFlowWriter,
+  blockBytes,
+  blockFloats,
+  blockWords,
+  loadMatrixFlow,
+  matrixFlowResults,
+} = require('../lib');
 
 const particles = 4;
 const frames = 64;
@@ -24,13 +31,13 @@ const positions = engine.createMatrixFlowCommandBuffer(particles * vectorBytes);
 const velocities = engine.createMatrixFlowCommandBuffer(particles * vectorBytes);
 const heights = engine.createMatrixFlowCommandBuffer(frames * 4);
 const constants = engine.createMatrixFlowCommandBuffer(3 * vectorBytes);
-const position = new Float32Array(positions.buffer);
-const velocity = new Float32Array(velocities.buffer);
+const position = blockFloats(positions);
+const velocity = blockFloats(velocities);
 for (let i = 0; i < particles; ++i) {
   velocity.set([1, 4 + i, 0], 3 * i);
 }
 // Gravity in one frame, the length of a frame, and room for the displacement in a frame.
-new Float32Array(constants.buffer).set([
+blockFloats(constants).set([
   ...[0, gravity * frameSeconds, 0],
   ...[frameSeconds, frameSeconds, frameSeconds],
 ]);
@@ -44,7 +51,7 @@ const way = at(constants, 2 * vectorBytes);
 const blockSizes = new Map(
   [positions, velocities, heights, constants].map((object) => [
     object.memoryID,
-    object.buffer.byteLength,
+    blockBytes(object).byteLength,
   ])
 );
 const step = engine.createMatrixFlowCommandBuffer(1024);
@@ -63,7 +70,7 @@ const frame = engine.createMatrixFlowCommandBuffer(64);
 const frameWriter = new MatrixFlowWriter(frame, { blockSizes });
 frameWriter.call(step.id);
 const copy = frameWriter.scalarCopy(at(heights, 0), at(positions, 4));
-const frameWords = new Uint32Array(frame.buffer);
+const frameWords = blockWords(frame);
 const copyTarget = copy / 4 + 2; // after the type and the memoryID
 
 // --- Frame: one word of the stream, and one call.
@@ -82,6 +89,6 @@ for (let i = 0; i < particles; ++i) {
   const [x, y] = position.subarray(3 * i);
   console.log(`particle ${i}: x ${x}, height ${y}, speed ${velocity[3 * i + 1]}`);
 }
-const curve = new Float32Array(heights.buffer);
+const curve = blockFloats(heights);
 console.log(`highest point of particle 0: ${Math.max(...curve)}`);
 console.log(`last height kept: ${curve[frames - 1]}`);

@@ -1,8 +1,8 @@
 'use strict';
-// Access to the bytes of a block. Views and writers of an engine's objects get blocks through here, so that a block may
-// be an ArrayBuffer of its own, as native code creates them, or a range of a larger buffer that holds many. Checked
-// mode wraps a native engine, whose blocks are always ArrayBuffers.
-const { isArrayBuffer, isObject, show } = require('./value-checks');
+// Access to the bytes of a block. All of the library gets blocks through here, so that a block may be an ArrayBuffer of
+// its own, as native code creates them, or a range of a larger buffer that holds many, as in WebAssembly.
+const { isArrayBuffer, isInstance, isObject, lengthOfBuffer, show } = require('./value-checks');
+const { Block } = require('./wasm/block');
 
 const kWordBytes = 4;
 
@@ -15,6 +15,26 @@ const kWordBytes = 4;
  */
 
 /**
+ * The block of an object of an engine.
+ * @param {Object} object
+ * @returns {*} an ArrayBuffer, or a {@link Block} where the engine runs in WebAssembly; undefined if it has none
+ */
+function blockOf(object) {
+  const { block } = object;
+  return isInstance(block, Block) ? block : object.buffer;
+}
+
+/**
+ * What lives as long as the memory of a block: its buffer, or the block itself where the buffer holds many.
+ * @param {*} block
+ * @param {BlockBytes} bytes of it
+ * @returns {Object}
+ */
+function keyOf(block, bytes) {
+  return isInstance(block, Block) ? block : bytes.buffer;
+}
+
+/**
  * The bytes of a block.
  * @param {string} label for messages
  * @param {*} block an ArrayBuffer, or a range of a larger one that starts at a multiple of 4
@@ -22,7 +42,10 @@ const kWordBytes = 4;
  */
 function bytesOf(label, block) {
   if (isArrayBuffer(block)) {
-    return { buffer: block, byteOffset: 0, byteLength: block.byteLength };
+    return { buffer: block, byteOffset: 0, byteLength: lengthOfBuffer(block) };
+  }
+  if (isInstance(block, Block)) {
+    return block;
   }
   let bytes = null;
   try {
@@ -64,4 +87,76 @@ function floatsOf({ buffer, byteOffset, byteLength }) {
   return new Float32Array(buffer, byteOffset, Math.floor(byteLength / kWordBytes));
 }
 
-module.exports = { bytesOf, floatsOf, wordsOf };
+/** The bytes of what a program passes: a block, or the object that has one. */
+function givenBytes(label, given) {
+  const isRange = isObject(given) && typeof given.byteLength === 'number';
+  const found = isObject(given) ? bytesOf(label, isRange ? given : blockOf(given)) : null;
+  if (found === null) {
+    const cure = "give an object of an engine with a block, or one of the engine's buffers";
+    throw new TypeError(`${label}: got ${show(given)}, without memory: ${cure}.`);
+  }
+  return found;
+}
+
+/**
+ * What has a block: an object of an engine, or one of the engine's own buffers, such as `engine.dirtyEntities`.
+ * @typedef {import('../types/engine').SharedBlock | ArrayBuffer | BlockBytes} BlockOwner
+ */
+
+/**
+ * A new typed array over a block, for programs that work on bytes of their own. It works on the native module, where
+ * a block is an ArrayBuffer, and in WebAssembly, where it is a range of the engine's memory. It does not keep the
+ * object alive.
+ * @param {BlockOwner} owner
+ * @returns {Uint8Array}
+ */
+function blockBytes(owner) {
+  const { buffer, byteOffset, byteLength } = givenBytes('blockBytes', owner);
+  return new Uint8Array(buffer, byteOffset, byteLength);
+}
+
+/**
+ * The same as 32-bit words, without an incomplete last one.
+ * @param {BlockOwner} owner
+ * @returns {Uint32Array}
+ */
+function blockWords(owner) {
+  return wordsOf(givenBytes('blockWords', owner));
+}
+
+/**
+ * The same as floats.
+ * @param {BlockOwner} owner
+ * @returns {Float32Array}
+ */
+function blockFloats(owner) {
+  return floatsOf(givenBytes('blockFloats', owner));
+}
+
+/**
+ * All bytes of an object's block, for reading fields of any size.
+ * @param {Object} object
+ * @returns {DataView}
+ */
+function dataViewOf(object) {
+  const { buffer, byteOffset, byteLength } = bytesOf('dataViewOf', blockOf(object));
+  return new DataView(buffer, byteOffset, byteLength);
+}
+
+/** True for what native code takes as an ArrayBuffer: one, or a block of an engine in WebAssembly. */
+function isBlock(value) {
+  return isInstance(value, Block) || isArrayBuffer(value);
+}
+
+module.exports = {
+  blockBytes,
+  blockFloats,
+  blockOf,
+  blockWords,
+  bytesOf,
+  dataViewOf,
+  floatsOf,
+  isBlock,
+  keyOf,
+  wordsOf,
+};

@@ -3,6 +3,7 @@
 // reads, is verified first. What would cause a segmentation fault, end the process or be ignored silently throws a
 // TypeError or RangeError with a readable message; then no native code has run and nothing was written.
 // docs/checked.md has what is verified, what is not, and how long objects live.
+const { isBlock } = require('./block-bytes');
 const { types } = require('util');
 const { readClip } = require('./clip');
 const layout = require('./layout');
@@ -279,8 +280,7 @@ function isEngine(value) {
       !types.isProxy(value) &&
       Object.getPrototypeOf(value).constructor.name === 'Engine' &&
       ['dirtyEntities', 'entityCommands', 'cullingResult'].every(
-        (name) =>
-          Object.prototype.hasOwnProperty.call(value, name) && types.isArrayBuffer(value[name])
+        (name) => Object.prototype.hasOwnProperty.call(value, name) && isBlock(value[name])
       )
     );
   } catch (error) {
@@ -354,7 +354,7 @@ function makeChecked(engine) {
  *
  * Wrap an engine before its first use, and use only the wrapped one. Its `cullingResult` is a copy, which is detached
  * when a larger one replaces it.
- * @template {import('../types/engine').Engine} E with or without command buffers
+ * @template {import('../types/engine').AnyEngine} E with or without command buffers
  * @param {E} engine what {@link getEngine} returned
  * @param {CheckedOptions} [options] may also be passed later, for an engine that is already checked
  * @returns {E} the same one for the same engine, and a checked engine itself

@@ -1,6 +1,7 @@
 'use strict';
 // Animation clips as bytes: writes and reads the argument of createDataModel(1, bytes). docs/layouts.md describes
 // the format.
+const { isSharedBuffer } = require('./file-bytes');
 const { sampleTypes } = require('./layout');
 const { isArray, isInstance, isObject, kLargestU32, show } = require('./value-checks');
 
@@ -292,7 +293,7 @@ function viewOf(label, bytes) {
   if (ArrayBuffer.isView(bytes)) {
     return new DataView(bytes.buffer, bytes.byteOffset, bytes.byteLength);
   }
-  if (isInstance(bytes, ArrayBuffer) || isInstance(bytes, SharedArrayBuffer)) {
+  if (isInstance(bytes, ArrayBuffer) || isSharedBuffer(bytes)) {
     return new DataView(bytes);
   }
   const cure = 'give an ArrayBuffer or a view of one';

@@ -20,7 +20,7 @@ const {
 } = require('./value-checks');
 
 /**
- * @typedef {import('../types/engine').Engine} Engine
+ * @typedef {import('../types/engine').AnyEngine} AnyEngine
  * @typedef {import('../types/engine').EngineMatrixFlowCommandBuffer} EngineMatrixFlowCommandBuffer
  * @typedef {import('../types/handles').EntityHandle} EntityHandle
  * @typedef {import('../types/handles').MemoryID} MemoryID
@@ -52,7 +52,7 @@ const kLargestBulk = 0x3fffffff;
  * exist: native code skips commands with unknown ones.
  */
 class EntityCommandWriter extends EntityCommandWriterBase {
-  /** @param {Pick<Engine, 'entityCommands'>} engine kept alive by the writer */
+  /** @param {Pick<AnyEngine, 'entityCommands'>} engine kept alive by the writer */
   constructor(engine) {
     const label = 'EntityCommandWriter';
     const words = streamWords(label, engine, 'entityCommands', 'give an engine');
@@ -74,11 +74,11 @@ class EntityCommandWriter extends EntityCommandWriterBase {
  * that do not fit.
  */
 class DirtyListWriter {
-  /** @param {Pick<Engine, 'dirtyEntities'>} engine kept alive by the writer */
+  /** @param {Pick<AnyEngine, 'dirtyEntities'>} engine kept alive by the writer */
   constructor(engine) {
     /**
      * The object that owns the buffer; kept alive by the writer.
-     * @type {Pick<Engine, 'dirtyEntities'>}
+     * @type {Pick<AnyEngine, 'dirtyEntities'>}
      * @readonly
      */
     this.owner = engine;

@@ -1,6 +1,8 @@
 'use strict';
 // Validates the parts of a glTF file that the importer reads: container, trees, accessors.
 
+const { textOf, wordAt } = require('./file-bytes');
+
 const kGlbMagic = 0x46546c67; // "glTF"
 const kGlbHeaderBytes = 12;
 const kChunkHeaderBytes = 8;
@@ -100,11 +102,7 @@ function listOf(label, json, property) {
 function parseJson(label, bytes) {
   let json;
   try {
-    json = JSON.parse(
-      Buffer.from(bytes)
-        .toString('utf8')
-        .replace(/^\ufeff/, '')
-    );
+    json = JSON.parse(textOf(bytes));
   } catch (error) {
     throw new GltfError(
       `${label}: its JSON is broken, ${oneLine(error.message)}: ${kExportAgain}.`
@@ -119,7 +117,7 @@ function parseJson(label, bytes) {
 /**
  * Opens a binary file, and checks the bounds of its chunks.
  * @param {string} label
- * @param {Buffer} bytes
+ * @param {Uint8Array} bytes
  */
 function openBinary(label, bytes) {
   const truncated = (size) =>
@@ -129,23 +127,23 @@ function openBinary(label, bytes) {
   if (bytes.length < kGlbHeaderBytes) {
     throw truncated(kGlbHeaderBytes);
   }
-  const version = bytes.readUInt32LE(4);
+  const version = wordAt(bytes, 4);
   if (version !== 2) {
     throw new GltfError(`${label}: it is a binary glTF of version ${version}: ${kExportAgain}.`);
   }
-  const size = bytes.readUInt32LE(8);
+  const size = wordAt(bytes, 8);
   if (bytes.length < size) {
     throw truncated(size);
   }
   const chunks = [];
   for (let at = kGlbHeaderBytes; at < size; ) {
     const start = at + kChunkHeaderBytes;
-    const end = start + (start <= size ? bytes.readUInt32LE(at) : 0);
+    const end = start + (start <= size ? wordAt(bytes, at) : 0);
     if (end > size) {
       const trouble = `a chunk of it ends at byte ${end} of ${size}`;
       throw new GltfError(`${label}: ${trouble}: copy or export it again.`);
     }
-    chunks.push({ type: bytes.readUInt32LE(at + 4), content: bytes.slice(start, end) });
+    chunks.push({ type: wordAt(bytes, at + 4), content: bytes.subarray(start, end) });
     at = end;
   }
   if (chunks.length === 0 || chunks[0].type !== kJsonChunk) {
@@ -161,15 +159,15 @@ function openBinary(label, bytes) {
 /**
  * Opens a file of either form.
  * @param {string} label
- * @param {Buffer} bytes
- * @returns {{json: Object, binary: ?Buffer}}
+ * @param {Uint8Array} bytes
+ * @returns {{json: Object, binary: ?Uint8Array}}
  * @throws {GltfError}
  */
 function openContainer(label, bytes) {
-  if (bytes.length >= 4 && bytes.readUInt32LE(0) === kGlbMagic) {
+  if (bytes.length >= 4 && wordAt(bytes, 0) === kGlbMagic) {
     return openBinary(label, bytes);
   }
-  if (!/^(\xef\xbb\xbf)?\s*\{/.test(bytes.toString('latin1', 0, 64))) {
+  if (!/^(\xef\xbb\xbf)?\s*\{/.test(String.fromCharCode(...bytes.subarray(0, 64)))) {
     throw new GltfError(`${label}: it is not a glTF file: give a .glb or .gltf file.`);
   }
   return { json: parseJson(label, bytes), binary: null };
@@ -343,6 +341,7 @@ module.exports = {
   isIndex,
   isObject,
   kExportAgain,
+  kGlbMagic,
   labelOf,
   listOf,
   oneLine,

@@ -9,6 +9,7 @@
 // How a file maps to the result is described in docs/content.md.
 const fs = require('fs');
 const path = require('path');
+const { bytesOf, bytesOfBase64, isSharedBuffer } = require('./file-bytes');
 const {
   GltfError,
   checkAccessor,
@@ -142,7 +143,9 @@ function checkOptions(options) {
 /** The bytes to import, their name in messages, and the folder of files that they refer to. */
 async function readSource(source, name) {
   if (typeof source === 'string') {
-    const label = `model '${name === undefined ? source : name}'`;
+    // Data in an address is no part of its name.
+    const shownSource = source.replace(/^(data:[^,]{0,60})[^]*$/, '$1,…');
+    const label = `model '${name === undefined ? shownSource : name}'`;
     try {
       return { label, bytes: await fs.promises.readFile(source), folder: path.dirname(source) };
     } catch (error) {
@@ -152,11 +155,10 @@ async function readSource(source, name) {
   }
   const label = name === undefined ? 'model' : `model '${name}'`;
   if (ArrayBuffer.isView(source)) {
-    const bytes = Buffer.from(source.buffer, source.byteOffset, source.byteLength);
-    return { label, bytes, folder: null };
+    return { label, bytes: bytesOf(source), folder: null };
   }
-  if (isInstance(source, ArrayBuffer) || isInstance(source, SharedArrayBuffer)) {
-    return { label, bytes: Buffer.from(source), folder: null };
+  if (isInstance(source, ArrayBuffer) || isSharedBuffer(source)) {
+    return { label, bytes: bytesOf(source), folder: null };
   }
   throw new TypeError('importGltf: the source is neither a path nor bytes: give one of them.');
 }
@@ -177,7 +179,7 @@ async function readBuffer(label, buffer, index, { binary, folder }) {
     if (encoding === undefined) {
       throw new GltfError(`${bufferLabel}: its data URI is not in base64: ${kExportAgain}.`);
     }
-    bytes = Buffer.from(data, 'base64');
+    bytes = bytesOfBase64(data);
   } else if (folder === null || /^\w\w+:/.test(uri)) {
     const cure =
       folder === null ? 'import it by its path, or export it as one .glb' : 'export it as one .glb';

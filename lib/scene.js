@@ -21,17 +21,17 @@ const { Camera, VisibleList } = require('./scene/camera');
 const { Changes } = require('./scene/changes');
 const { Character } = require('./scene/character');
 const { Model } = require('./scene/model');
-const { Node } = require('./scene/node');
+const { Node, checkTransform } = require('./scene/node');
 const { AnimationLayer } = require('./scene/layers');
 const { ClipParts, makeClip } = require('./scene/parts');
 const { Player, Players } = require('./scene/playback');
 const { Recording } = require('./scene/trace');
 const { ThreeInstances, ThreeWorld, toThree } = require('./scene/three');
-const { isObject, show } = require('./value-checks');
+const { isInstance, isObject, show } = require('./value-checks');
 const { CullingResultView } = require('./view-culling');
 
 /**
- * @typedef {import('../types/engine').Engine} Engine
+ * @typedef {import('../types/engine').AnyEngine} AnyEngine
  * @typedef {import('./scene/trace').RecordOptions} RecordOptions
  * @typedef {import('./scene/inspect/inspector').Inspector} Inspector
  */
@@ -39,7 +39,7 @@ const { CullingResultView } = require('./view-culling');
 /**
  * How to make a scene.
  * @typedef {Object} SceneOptions
- * @property {Engine} [engine] By default a new one, which stays until the process ends.
+ * @property {AnyEngine} [engine] By default a new one, which stays until the process ends.
  * @property {'all' | 'visible'} [skin] Which characters are skinned: all, the default, or those that a camera of the
  *   scene saw in the same update.
  * @property {boolean} [isTimed] Whether `stats` has milliseconds, by default true. Reading the clock is all that an update
@@ -166,7 +166,7 @@ class Scene {
     }
     /**
      * The engine below, for what the scene does not offer. The scene lists its own changes only: list yours.
-     * @type {Engine}
+     * @type {AnyEngine}
      * @readonly
      */
     this.engine = engine;
@@ -243,31 +243,30 @@ class Scene {
       throw new TypeError(`${label}: options is ${show(options)}: leave it out or give an object.`);
     }
     const { name = '', position, quaternion, scale, parent = this.root } = options;
-    if (parent !== null && !(parent instanceof Node)) {
+    if (parent !== null && !isInstance(parent, Node)) {
       throw new TypeError(`${label}: parent is ${show(parent)}: give a node, or null for none.`);
     }
+    if (parent !== null) {
+      parent._check('add');
+      if (parent.scene !== this) {
+        throw new RangeError(`${label}: parent is in another scene: give a node of this scene.`);
+      }
+    }
+    checkTransform(position, quaternion, scale);
     const node = this._makeNode(name);
-    try {
-      if (position !== undefined) {
-        node.position = position;
-      }
-      if (quaternion !== undefined) {
-        node.quaternion = quaternion;
-      }
-      if (typeof scale === 'number') {
-        node.setScale(scale);
-      } else if (scale !== undefined) {
-        node.scale = scale;
-      }
-      if (parent !== null) {
-        if (parent.scene !== this || parent.isDisposed) {
-          parent.add(node); // throws
-        }
-        parent._take(node);
-      }
-    } catch (error) {
-      node.dispose();
-      throw error;
+    if (position !== undefined) {
+      node.position = position;
+    }
+    if (quaternion !== undefined) {
+      node.quaternion = quaternion;
+    }
+    if (typeof scale === 'number') {
+      node.setScale(scale);
+    } else if (scale !== undefined) {
+      node.scale = scale;
+    }
+    if (parent !== null) {
+      parent._take(node);
     }
     this._note('make nodes', name, 1);
     return node;
@@ -281,7 +280,7 @@ class Scene {
    */
   add(parent, child) {
     this._check('Scene.add');
-    if (!(parent instanceof Node)) {
+    if (!isInstance(parent, Node)) {
       throw new TypeError(`Scene.add: parent is ${show(parent)}: give a node.`);
     }
     return parent.add(child);
@@ -293,7 +292,7 @@ class Scene {
    */
   remove(node) {
     this._check('Scene.remove');
-    if (!(node instanceof Node)) {
+    if (!isInstance(node, Node)) {
       throw new TypeError(`Scene.remove: node is ${show(node)}: give a node.`);
     }
     node.remove();
@@ -308,14 +307,14 @@ class Scene {
   instantiate(model, count = 1) {
     const label = 'Scene.instantiate';
     this._check(label);
-    if (!(model instanceof Model)) {
+    if (!isInstance(model, Model)) {
       const cure = 'give what Model.load resolved to';
       throw new TypeError(`${label}: model is ${show(model)}: ${cure}.`);
     }
     if (model.isDisposed) {
       throw new Error(`${label}: model '${model.name}' is disposed of: load it again.`);
     }
-    if (count >>> 0 !== count) {
+    if (typeof count !== 'number' || count >>> 0 !== count) {
       const Kind = typeof count === 'number' ? RangeError : TypeError;
       throw new Kind(`${label}: count is ${show(count)}: give a whole number.`);
     }
@@ -339,7 +338,7 @@ class Scene {
    */
   addCamera(camera) {
     this._check('Scene.addCamera');
-    if (!(camera instanceof Camera)) {
+    if (!isInstance(camera, Camera)) {
       throw new TypeError(`Scene.addCamera: camera is ${show(camera)}: give a Camera.`);
     }
     if (!this._cameras.includes(camera)) {
@@ -354,6 +353,9 @@ class Scene {
    */
   removeCamera(camera) {
     this._check('Scene.removeCamera');
+    if (!isInstance(camera, Camera)) {
+      throw new TypeError(`Scene.removeCamera: camera is ${show(camera)}: give a Camera.`);
+    }
     this._cameras = this._cameras.filter((one) => one !== camera);
   }
 
@@ -381,7 +383,7 @@ class Scene {
     let end = isTimed ? performance.now() : 0;
     milliseconds[kAnimate] = end - start;
     start = end;
-    stats.passes = this._changes.flush(this.root._index);
+    stats.passes = this._changes.flush(this.root._index, players.count === 0);
     players.settleTree(this.root._index);
     end = isTimed ? performance.now() : 0;
     milliseconds[kTransform] = end - start;
@@ -459,7 +461,7 @@ class Scene {
     for (const model of Array.from(this._models.keys())) {
       this._forget(model);
     }
-    this._changes.flush(this.root._index);
+    this._changes.flush(this.root._index, false);
     this._cameras = [];
     if (this._recording !== null) {
       this._recording.stop();

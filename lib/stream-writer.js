@@ -1,6 +1,6 @@
 'use strict';
 // Base classes of command writers: the stream, its free space, and operands in their two forms.
-const { bytesOf, wordsOf } = require('./block-bytes');
+const { blockOf, bytesOf, wordsOf } = require('./block-bytes');
 const { failWord, isObject, show } = require('./value-checks');
 
 /**
@@ -21,7 +21,8 @@ const invertNames = ['S', 'D'];
 
 /** The words of a shared buffer. Throws if there is none. */
 function streamWords(label, owner, property, cure) {
-  const buffer = isObject(owner) ? owner[property] : undefined;
+  const blockIn = (object) => (property === 'buffer' ? blockOf(object) : object[property]);
+  const buffer = isObject(owner) ? blockIn(owner) : undefined;
   const bytes = bytesOf(label, buffer);
   if (bytes === null) {
     const found = isObject(owner) ? `its ${property} is ${show(buffer)}` : `got ${show(owner)}`;

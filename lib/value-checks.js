@@ -92,12 +92,18 @@ function keepShape(object) {
   kept.push(object);
 }
 
+/** Bytes of an ArrayBuffer, whatever its own properties. */
+function lengthOfBuffer(buffer) {
+  return byteLengthOf.call(buffer);
+}
+
 module.exports = {
   checkHandles,
   failWord,
   isArray,
   isArrayBuffer,
   isInstance,
+  lengthOfBuffer,
   isObject,
   kLargestU32,
   keepShape,

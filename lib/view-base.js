@@ -1,7 +1,7 @@
 'use strict';
 // Base class and helpers of the typed views over shared records: the arrays over a buffer, and readable errors.
 // Checks are small, so that the compiler inlines them; messages are built only on failure.
-const { bytesOf, floatsOf, wordsOf } = require('./block-bytes');
+const { blockOf, bytesOf, floatsOf, keyOf, wordsOf } = require('./block-bytes');
 const { failWord, isObject, show } = require('./value-checks');
 const { handleOf, referencesOf } = require('./view-references');
 
@@ -89,7 +89,7 @@ class BlockView {
    * @param {string} maker call that creates such an object, for messages
    */
   constructor(label, object, maker) {
-    const block = isObject(object) ? object.buffer : undefined;
+    const block = isObject(object) ? blockOf(object) : undefined;
     const bytes = bytesOf(label, block);
     if (bytes === null) {
       const found = isObject(object) ? `its buffer is ${show(block)}` : `got ${show(object)}`;
@@ -121,6 +121,7 @@ class BlockView {
     this.f32 = floatsOf(bytes);
     this._label = label;
     this._byteLength = bytes.byteLength;
+    this._key = keyOf(block, bytes);
   }
 
   /** The block as bytes. */
@@ -131,7 +132,7 @@ class BlockView {
 
   /** Prepares for setters of handles. */
   _keepReferences() {
-    this._references = referencesOf(this.u32.buffer);
+    this._references = referencesOf(this._key);
     this._firstWord = this.u32.byteOffset / 4;
   }
 

@@ -9,7 +9,7 @@ const { CullingObjectsView } = require('./view-culling-records');
 
 /**
  * @typedef {import('../types/engine').CullingAnswer} CullingAnswer
- * @typedef {import('../types/engine').Engine} Engine
+ * @typedef {import('../types/engine').AnyEngine} AnyEngine
  * @typedef {import('../types/handles').CullingObjectHandle} CullingObjectHandle
  */
 
@@ -26,7 +26,7 @@ const kObjects = cullingResult.objects / 4;
  * for that and switches to the new buffer, so keep this view, but none of its arrays across calls.
  */
 class CullingResultView {
-  /** @param {Pick<Engine, 'cullingResult'>} engine kept alive by the view */
+  /** @param {Pick<AnyEngine, 'cullingResult'>} engine kept alive by the view */
   constructor(engine) {
     const buffer = isObject(engine) ? engine.cullingResult : undefined;
     if (bytesOf('CullingResultView', buffer) === null) {
@@ -37,7 +37,7 @@ class CullingResultView {
     }
     /**
      * The engine.
-     * @type {Pick<Engine, 'cullingResult'>}
+     * @type {Pick<AnyEngine, 'cullingResult'>}
      * @readonly
      */
     this.engine = engine;

@@ -15,7 +15,7 @@ const { failIndex, failNumbers } = require('./view-base');
 const { handleOf, handlesOf, keepFor, referencesOf } = require('./view-references');
 
 /**
- * @typedef {import('../types/engine').Engine} Engine
+ * @typedef {import('../types/engine').AnyEngine} AnyEngine
  * @typedef {import('../types/engine').EngineAnimationClipBinding} EngineAnimationClipBinding
  * @typedef {import('../types/engine').EngineAnimatorControllerModel} EngineAnimatorControllerModel
  * @typedef {import('../types/engine').PlainBuffer} PlainBuffer
@@ -516,7 +516,7 @@ class TargetListsView {
 
   /**
    * Creates a binding of these lists, by {@link Engine.createAnimationClipBinding}.
-   * @param {Pick<Engine, 'createAnimationClipBinding'>} engine
+   * @param {Pick<AnyEngine, 'createAnimationClipBinding'>} engine
    * @param {number} [mode] one of `layout.addedModes`, by default `take`
    * @returns {EngineAnimationClipBinding}
    */

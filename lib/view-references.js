@@ -120,12 +120,12 @@ class References {
   }
 }
 
-/** References of buffers that have views. */
+/** References of blocks that have views. */
 const ofBuffers = new WeakMap();
 
 /**
- * The references of a buffer.
- * @param {ArrayBuffer} buffer
+ * The references of a block.
+ * @param {Object} buffer what lives as long as its memory; see `keyOf`
  * @returns {References}
  */
 function referencesOf(buffer) {

@@ -7,7 +7,12 @@
 // nothing.
 //
 // Written as literal spreads so that ES modules can import the names: Node.js finds them in the source text.
+const { blockBytes, blockFloats, blockWords } = require('./block-bytes');
+
 module.exports = {
+  blockBytes,
+  blockFloats,
+  blockWords,
   ...require('./view-entities'),
   ...require('./view-culling'),
   ...require('./view-animation'),

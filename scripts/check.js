@@ -5,12 +5,16 @@ const os = require('os');
 const path = require('path');
 const { writeApi } = require('./api');
 const { checkScripts } = require('./arm64-check');
+const { checkDeterminism } = require('./determinism');
+const { fuzzAll } = require('./fuzz');
 const { checkHosts } = require('./hosts-check');
 const { setup } = require('./setup');
 const { buildSite } = require('./site');
+const { checkWasm } = require('./wasm-check');
 const {
   build,
   buildPackedModules,
+  buildWasm,
   everything,
   folders,
   host,
@@ -47,7 +51,7 @@ const threadedSuites =
 
 // The same among the script suites.
 const threadedScripts =
-  'engine[.](module|process-end|frame|animation|controllers|lifetime)|binding[.]batch-update';
+  'engine[.](module|process-end|frame|animation|controllers|lifetime|stress)|binding[.]batch-update';
 
 // Script suites of the JavaScript library, programs and tools, which run no native code that others don't.
 const libraryScripts = '^script[.](lib|programs|tools)[.]';
@@ -230,9 +234,10 @@ const checks = {
 
   // The npm package: it has exactly the expected files, and runs after installation, on arm64 in an emulator.
   package: {
-    needs: ['build', 'cross', 'emulator'],
+    needs: ['build', 'cross', 'emulator', 'wasm'],
     run() {
       buildPackedModules();
+      buildWasm();
       const mocha = nodeModule('mocha/bin/mocha');
       return status(host, [mocha, '--timeout=300000', 'tests/package/*.test.js']) === 0;
     },
@@ -248,6 +253,28 @@ const checks = {
   arm64: {
     needs: ['build', 'cross', 'emulator'],
     run: () => checkScripts('24', ['-R', arm64Scripts]),
+  },
+
+  // The engine in WebAssembly: native suites, its own, script suites and examples on it, and pages in a browser.
+  wasm: {
+    needs: ['build', 'test', 'wasm', 'browser'],
+    run: () => checkWasm(),
+  },
+
+  // The same bytes by single and batch calls, on all hosts, and in the portable build and WebAssembly if they are built.
+  determinism: {
+    needs: ['build'],
+    run() {
+      build('release', everything, ['nq_logic', 'nq_logic_matrixflow']);
+      const presets = ['release', 'portable', 'wasm'];
+      return checkDeterminism({ seed: 1, programs: 4, steps: 30, presets });
+    },
+  },
+
+  // Random programs and mutated files, the same in each run: `npm run fuzz` runs more of them.
+  fuzz: {
+    needs: ['build'],
+    run: () => fuzzAll(['checked', 'scene', 'glb'], { seconds: 0, seed: 1 }),
   },
 
   // The viewer in a headless browser, which a newer Node.js controls.
@@ -283,7 +310,10 @@ const checks = {
   // Every benchmark once, on a tiny budget, so that none breaks unnoticed.
   bench: {
     needs: ['build', 'bench'],
-    run: () => status(process.execPath, ['scripts/bench.js', '--smoke']) === 0,
+    run() {
+      const peer = 'bench/native/peer/PlainPeer.cpp';
+      return status(process.execPath, ['scripts/bench.js', '--smoke', '--peer', peer]) === 0;
+    },
   },
 
   // The multithreaded suites under the thread sanitizer.

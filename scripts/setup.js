@@ -8,6 +8,8 @@ const program = (name) => () => which(name) !== null;
 const header = (name) => () =>
   ['/usr/include', '/usr/local/include'].some((folder) => fs.existsSync(path.join(folder, name)));
 
+const file = (name) => () => fs.existsSync(name);
+
 /** Whether clang's fuzzer library is installed. */
 function hasFuzzer() {
   const folder = output('clang++', ['-print-resource-dir']);
@@ -26,6 +28,7 @@ const packages = {
     ['libgtest-dev', header('gtest/gtest.h')],
     ['libgmock-dev', header('gmock/gmock.h')],
   ],
+  coverage: [['gcovr', program('gcovr')]],
   bench: [['libbenchmark-dev', header('benchmark/benchmark.h')]],
   check: [
     ['clang', program('clang++')],
@@ -43,6 +46,20 @@ const packages = {
     ['googletest', () => fs.existsSync('/usr/src/googletest/CMakeLists.txt')],
   ],
   browser: [['chromium', program('chromium')]],
+  // Compiling to WebAssembly; the suites are compiled, too.
+  wasm: [
+    ['clang-19', program('clang++-19')],
+    ['lld-19', program('wasm-ld-19')],
+    ['libc++-19-dev-wasm32', file('/usr/lib/llvm-19/lib/wasm32-wasi/libc++.a')],
+    ['libc++abi-19-dev-wasm32', file('/usr/lib/llvm-19/lib/wasm32-wasi/libc++abi.a')],
+    [
+      'libclang-rt-19-dev-wasm32',
+      file('/usr/lib/llvm-19/lib/clang/19/lib/wasi/libclang_rt.builtins-wasm32.a'),
+    ],
+    ['wasi-libc', file('/usr/include/wasm32-wasi/stdlib.h')],
+    ['libsimde-dev', header('simde/x86/avx2.h')],
+    ['googletest', file('/usr/src/googletest/CMakeLists.txt')],
+  ],
 };
 
 function installPackages(kinds) {
@@ -105,7 +122,7 @@ function installModules(folder = '.') {
 
 /**
  * Installs the requirements of the given kinds of work.
- * @param {...string} kinds any of build, test, bench, check, cross, emulator, browser
+ * @param {...string} kinds any of build, test, coverage, bench, check, cross, emulator, browser, wasm
  */
 function setup(...kinds) {
   if (process.platform !== 'linux' || process.arch !== 'x64') {

@@ -39,6 +39,39 @@ export interface SharedBlock<H extends number = number> {
 }
 
 /**
+ * A block of an engine in WebAssembly: a range of the memory that holds all blocks. Pass it where the native module
+ * takes an `ArrayBuffer`. It is no `ArrayBuffer` itself: `new Float32Array(block)` throws.
+ *
+ * Use the typed arrays as long as the block's object: when that is garbage-collected or disposed of, the memory is
+ * used for something else. The block keeps its object alive; the typed arrays do not.
+ */
+export interface WasmBlock {
+  /** The memory of the whole engine. */
+  readonly buffer: ArrayBuffer;
+  /** Where the block starts in it. */
+  readonly byteOffset: number;
+  /** Bytes of the block. */
+  readonly byteLength: number;
+  /** The block as bytes. */
+  readonly u8: Uint8Array;
+  /** The block as words, without an incomplete last one. */
+  readonly u32: Uint32Array;
+  /** The same as floats. */
+  readonly f32: Float32Array;
+}
+
+/** An object of an engine in WebAssembly. */
+export type WasmObject<T> = T & {
+  /** Its block, instead of `buffer`, which throws. Missing if `id` is 0, and on objects without memory of their own. */
+  readonly block?: WasmBlock;
+  /**
+   * Releases the object at once, instead of when it is garbage-collected. Its handle and its block must not be used
+   * any more. A second call does nothing.
+   */
+  dispose(): void;
+};
+
+/**
  * Parameter type of calls that accept an `ArrayBuffer` but no typed array, whose bytes they would not read. Without
  * it the compiler accepts a typed array as an `ArrayBuffer`.
  */
@@ -547,3 +580,79 @@ export interface EngineWithMatrixFlow extends Engine {
    */
   createMatrixFlowCommandBuffer(size: number): EngineMatrixFlowCommandBuffer;
 }
+
+/**
+ * An engine in WebAssembly, created by `load` of `nq_logic/wasm`: the same methods and results as natively, on the
+ * calling thread. Its objects have `block` instead of `buffer`.
+ *
+ * Where a call ends the process natively, it throws here, and so does every later call of the engine. Calls that
+ * create objects throw a `RangeError` when the memory is full.
+ */
+export interface WasmEngine
+  extends Omit<
+    EngineWithMatrixFlow,
+    | 'dirtyEntities'
+    | 'entityCommands'
+    | 'cullingResult'
+    | 'createEntity'
+    | 'createComponent'
+    | 'createDataModel'
+    | 'createAnimationClipBinding'
+    | 'createAnimatorControllerModel'
+    | 'createAnimatorControllerStateModel'
+    | 'createMatrixFlowCommandBuffer'
+  > {
+  /** See {@link Engine.dirtyEntities}. */
+  readonly dirtyEntities: WasmBlock;
+  /** See {@link Engine.entityCommands}. */
+  readonly entityCommands: WasmBlock;
+  /** See {@link Engine.cullingResult}. */
+  readonly cullingResult: WasmBlock;
+  /** See {@link Engine.createEntity}. */
+  createEntity(is3D: true, count?: number): WasmObject<EngineEntity<Entity3DHandle>>;
+  /** See {@link Engine.createEntity}. */
+  createEntity(is3D?: false, count?: number): WasmObject<EngineEntity<Entity2DHandle>>;
+  /** See {@link Engine.createEntity}. */
+  createEntity(is3D: boolean, count?: number): WasmObject<EngineEntity>;
+  /** See {@link Engine.createComponent}. */
+  createComponent(kind: 1, count?: number): WasmObject<EngineComponent<CullingObjectHandle>>;
+  /** See {@link Engine.createComponent}. */
+  createComponent(
+    kind: 2,
+    clipCount: number,
+    entityCount: number
+  ): WasmObject<EngineComponent<AnimatorHandle>>;
+  /** See {@link Engine.createComponent}. */
+  createComponent(kind: 3, count: number): WasmObject<EngineComponent<SkinningHandle>>;
+  /** See {@link Engine.createDataModel}. */
+  createDataModel(
+    kind: 1,
+    data: ArrayBuffer | ArrayBufferView
+  ): WasmObject<EngineDataModel<ClipHandle>>;
+  /** See {@link Engine.createDataModel}. */
+  createDataModel(
+    kind: 2,
+    data: ArrayBuffer | ArrayBufferView
+  ): WasmObject<EngineDataModel<BonesHandle>>;
+  /** See {@link Engine.createAnimationClipBinding}. */
+  createAnimationClipBinding(
+    buffer: PlainBuffer,
+    byteOffset: number,
+    clipCount: number,
+    targetWords: number,
+    mode: number
+  ): WasmObject<EngineAnimationClipBinding> | null;
+  /** See {@link Engine.createAnimatorControllerModel}. */
+  createAnimatorControllerModel(layerCount: number): WasmObject<EngineAnimatorControllerModel>;
+  /** See {@link Engine.createAnimatorControllerStateModel}. */
+  createAnimatorControllerStateModel(
+    clipCount: number
+  ): WasmObject<EngineAnimatorControllerStateModel>;
+  /** See {@link EngineWithMatrixFlow.createMatrixFlowCommandBuffer}. */
+  createMatrixFlowCommandBuffer(size: number): WasmObject<EngineMatrixFlowCommandBuffer>;
+  /** Drops the engine with all its objects and its memory. Later calls throw. */
+  dispose(): void;
+}
+
+/** An engine of the native module, or in WebAssembly. */
+export type AnyEngine = Engine | WasmEngine;

@@ -5,7 +5,7 @@
  *
  * @module nq_logic/lib/scene
  */
-import type { Engine } from './engine';
+import type { AnyEngine } from './engine';
 import type { Entity3DHandle } from './handles';
 import type { ImportedModel, ImportedNode } from './gltf';
 
@@ -47,7 +47,7 @@ export declare class Scene {
   constructor(options?: SceneOptions);
 
   /** The engine below, for what the scene does not offer. The scene lists its own changes only: list yours. */
-  readonly engine: Engine;
+  readonly engine: AnyEngine;
 
   /** What the last update took and did. */
   readonly stats: SceneStats;
@@ -121,7 +121,7 @@ export declare class Scene {
 /** How to make a scene. */
 export interface SceneOptions {
   /** By default a new one, which stays until the process ends. */
-  engine?: Engine;
+  engine?: AnyEngine;
   /** Which characters are skinned: all, the default, or those that a camera of the scene saw in the same update. */
   skin?: 'all' | 'visible';
   /**
@@ -305,7 +305,10 @@ export declare class Model {
   /** What was left out or resampled, a line each. */
   readonly warnings: readonly string[];
 
-  /** A sphere around it in all of its clips. */
+  /**
+   * A sphere around it in all of its clips. Its radius is Infinity, so that every camera sees it, where it has values that
+   * are not finite.
+   */
   readonly bounds: Bounds;
 
   /** Whether it was disposed of. */

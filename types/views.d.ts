@@ -9,7 +9,7 @@ import type {
   EngineAnimatorControllerModel,
   EngineAnimatorControllerStateModel,
   CullingAnswer,
-  Engine,
+  AnyEngine,
 } from './engine';
 import type {
   ObjectOrHandle,
@@ -25,6 +25,32 @@ import type {
   BindingHandle,
   StateHandle,
 } from './handles';
+
+/**
+ * A new typed array over a block, for programs that work on bytes of their own. It works on the native module, where
+ * a block is an ArrayBuffer, and in WebAssembly, where it is a range of the engine's memory. It does not keep the
+ * object alive.
+ */
+export declare function blockBytes(owner: BlockOwner): Uint8Array;
+
+/** What has a block: an object of an engine, or one of the engine's own buffers, such as `engine.dirtyEntities`. */
+export type BlockOwner = SharedBlock | ArrayBuffer | BlockBytes;
+
+/** A range of a buffer. Every typed array is such an object. */
+export interface BlockBytes {
+  /** the whole buffer */
+  buffer: ArrayBuffer;
+  /** start of the block in it */
+  byteOffset: number;
+  /** size of the block */
+  byteLength: number;
+}
+
+/** The same as floats. */
+export declare function blockFloats(owner: BlockOwner): Float32Array;
+
+/** The same as 32-bit words, without an incomplete last one. */
+export declare function blockWords(owner: BlockOwner): Uint32Array;
 
 export interface Entity3DView extends BlockView<EngineEntity<Entity3DHandle>> {}
 
@@ -261,10 +287,10 @@ export declare class Entity2DView {
  */
 export declare class CullingResultView {
   /** @param engine kept alive by the view */
-  constructor(engine: Pick<Engine, 'cullingResult'>);
+  constructor(engine: Pick<AnyEngine, 'cullingResult'>);
 
   /** The engine. */
-  readonly engine: Pick<Engine, 'cullingResult'>;
+  readonly engine: Pick<AnyEngine, 'cullingResult'>;
 
   /** The result as words: hash, count, then the handles from index 2. Valid until the next culling call. */
   readonly u32: Uint32Array;
@@ -893,7 +919,7 @@ export declare class TargetListsView {
    * @param mode one of `layout.addedModes`, by default `take`
    */
   createBinding(
-    engine: Pick<Engine, 'createAnimationClipBinding'>,
+    engine: Pick<AnyEngine, 'createAnimationClipBinding'>,
     mode?: number
   ): EngineAnimationClipBinding;
 

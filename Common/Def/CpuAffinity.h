@@ -3,9 +3,9 @@
 #define NQ_COMMON_DEF_CPUAFFINITY_H_
 
 #include <cstdint>
-#include <thread>
 
 #include "Common/Def/Platform.h"
+#include "Common/Def/Thread.h"
 
 #if NQ_HAS_CPU_AFFINITY
 #include <pthread.h>
@@ -39,7 +39,7 @@ inline int CurrentCpu() {
 
 // Pins `thread` to `cpu`, a result of CurrentCpu other than -1. If the system refuses, the thread
 // runs on any CPU, as before.
-inline void PinToCpu(std::thread* thread, int cpu) {
+inline void PinToCpu(Thread* thread, int cpu) {
   cpu_set_t cpus;
   CPU_ZERO(&cpus);
   CPU_SET(cpu, &cpus);
@@ -49,12 +49,12 @@ inline void PinToCpu(std::thread* thread, int cpu) {
 #else
 
 inline uint32_t AllowedCpus() {
-  return std::thread::hardware_concurrency();
+  return MachineCpus();
 }
 inline int CurrentCpu() {
   return -1;
 }
-inline void PinToCpu(std::thread* /*thread*/, int /*cpu*/) {}
+inline void PinToCpu(Thread* /*thread*/, int /*cpu*/) {}
 
 #endif
 

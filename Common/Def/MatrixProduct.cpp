@@ -12,15 +12,6 @@ const float* FloatsAt(const uint8_t* bytes) {
   return reinterpret_cast<const float*>(bytes);
 }
 
-// Two columns of a product; `a` holds each of its columns in both halves.
-NQ_FORCE_INLINE NQ_TARGET_AVX __m256 TwoColumns(const __m256* a, const uint8_t* right) {
-  const __m256 b = _mm256_loadu_ps(FloatsAt(right));
-  __m256 sum = _mm256_mul_ps(a[0], _mm256_permute_ps(b, _MM_SHUFFLE(0, 0, 0, 0)));
-  sum = _mm256_add_ps(sum, _mm256_mul_ps(a[1], _mm256_permute_ps(b, _MM_SHUFFLE(1, 1, 1, 1))));
-  sum = _mm256_add_ps(sum, _mm256_mul_ps(a[2], _mm256_permute_ps(b, _MM_SHUFFLE(2, 2, 2, 2))));
-  return _mm256_add_ps(sum, _mm256_mul_ps(a[3], _mm256_permute_ps(b, _MM_SHUFFLE(3, 3, 3, 3))));
-}
-
 }  // namespace
 
 void MultiplyByColumns(const uint8_t* left, const uint8_t* right, uint8_t* out) {
@@ -42,14 +33,9 @@ void MultiplyByColumns(const uint8_t* left, const uint8_t* right, uint8_t* out) 
 }
 
 NQ_TARGET_AVX void MultiplyByTwoColumns(const uint8_t* left, const uint8_t* right, uint8_t* out) {
-  __m256 a[4];
-  for (int c = 0; c < 4; ++c) {
-    a[c] = _mm256_broadcast_ps(reinterpret_cast<const __m128*>(left + 16 * c));
-  }
-  const __m256 first = TwoColumns(a, right);
-  const __m256 second = TwoColumns(a, right + 32);
-  _mm256_storeu_ps(reinterpret_cast<float*>(out), first);
-  _mm256_storeu_ps(reinterpret_cast<float*>(out + 32), second);
+  const TwoByTwoColumns product = ProductByTwoColumns(left, right);
+  _mm256_storeu_ps(reinterpret_cast<float*>(out), product.first);
+  _mm256_storeu_ps(reinterpret_cast<float*>(out + 32), product.second);
 }
 
 }  // namespace nq::engine

@@ -1,15 +1,18 @@
-// Mutex, scoped lock and condition variable with clang's thread-safety attributes.
+// Mutex, scoped lock and condition variable with clang's thread-safety attributes. Without threads
+// they do nothing.
 #ifndef NQ_COMMON_DEF_MUTEX_H_
 #define NQ_COMMON_DEF_MUTEX_H_
 
 #include <atomic>
 #include <climits>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 
 #include "Common/Def/Platform.h"
 
+#if NQ_HAS_THREADS
+#include <condition_variable>
+#include <mutex>
+#endif
 #if NQ_HAS_FUTEX
 #include <linux/futex.h>
 #include <sys/syscall.h>
@@ -31,6 +34,8 @@
 #define NQ_NO_THREAD_SAFETY_ANALYSIS NQ_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 
 namespace nq::engine {
+
+#if NQ_HAS_THREADS
 
 // A non-recursive mutex. Errors of the platform are thrown as std::system_error by the standard
 // mutex below, and end the process, since nothing catches them.
@@ -60,6 +65,20 @@ class NQ_CAPABILITY("mutex") Mutex {
   std::mutex mutex_;
 };
 
+#else
+
+class NQ_CAPABILITY("mutex") Mutex {
+ public:
+  Mutex() = default;
+  Mutex(const Mutex&) = delete;
+  Mutex& operator=(const Mutex&) = delete;
+
+  void Lock() NQ_ACQUIRE() {}
+  void Unlock() NQ_RELEASE() {}
+};
+
+#endif
+
 // Holds a mutex for a scope.
 class NQ_SCOPED_CAPABILITY MutexLock {
  public:
@@ -72,7 +91,23 @@ class NQ_SCOPED_CAPABILITY MutexLock {
   Mutex& mutex_;
 };
 
-#if NQ_HAS_FUTEX
+#if !NQ_HAS_THREADS
+
+class ConditionVariable {
+ public:
+  ConditionVariable() = default;
+  ConditionVariable(const ConditionVariable&) = delete;
+  ConditionVariable& operator=(const ConditionVariable&) = delete;
+
+  // Never called: no other thread could end the wait.
+  template <typename AnyMutex>
+  void Wait(AnyMutex& /*mutex*/) {
+    NQ_TRAP();
+  }
+  void Broadcast() {}
+};
+
+#elif NQ_HAS_FUTEX
 
 // Wakes all waiting threads, by the system's futex. The standard one delays a broadcast until all
 // threads woken by the previous one have run, which takes as long as a CPU needs to wake up;

@@ -15,10 +15,16 @@
 
 // Linux features that other systems lack. The build option NQ_PORTABLE turns them off, so that the
 // code for other systems is built and tested on Linux.
+//   NQ_HAS_THREADS          threads, which WebAssembly lacks (Thread.h)
 //   NQ_HAS_FUTEX            futexes: threads sleep on a word of memory (Mutex.h)
 //   NQ_HAS_ADAPTIVE_MUTEX   mutexes that spin for a moment before sleeping (Mutex.h)
 //   NQ_HAS_CPU_AFFINITY     threads can be pinned, and their affinity mask read (CpuAffinity.h)
 //   NQ_HAS_POSIX_MEMALIGN   aligned memory that free() accepts (AlignedAlloc.h)
+#if defined(__wasm__)
+#define NQ_HAS_THREADS 0
+#else
+#define NQ_HAS_THREADS 1
+#endif
 #if defined(__linux__) && !defined(NQ_PORTABLE)
 #define NQ_HAS_FUTEX 1
 #define NQ_HAS_CPU_AFFINITY 1

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "Common/Def/CpuAffinity.h"
 #include "Common/Def/TaskQueue.h"
@@ -98,6 +99,9 @@ WorkerPool::WorkerPool(uint32_t threadCount, uint32_t allowedCpus)
       // With one CPU there is nothing to choose.
       pinsOneWorker(kHasCpuAffinity && allowedCpus > 1 && allowedCpus <= threadCount &&
                     PinningAllowed()) {
+  if (!kHasThreads) {
+    return;
+  }
   threads.reserve(threadCount);
   for (uint32_t i = 0; i < threadCount; ++i) {
     threads.emplace_back([shared = state] { shared->Work(); });
@@ -109,6 +113,10 @@ WorkerPool::~WorkerPool() {
 }
 
 void WorkerPool::PostAll(Task* tasks, size_t count) {
+  if (!kHasThreads) {
+    RunAll(tasks, count);
+    return;
+  }
   {
     MutexLock lock(state->mutex);
     if (state->stopped) {
@@ -126,6 +134,18 @@ void WorkerPool::PostAll(Task* tasks, size_t count) {
   state->taskAvailable.Broadcast();
 }
 
+void WorkerPool::RunAll(Task* tasks, size_t count) {
+  for (size_t i = 0; i < count && !IsStopped(); ++i) {
+    Task task(std::move(tasks[i]));
+    task();
+  }
+}
+
+bool WorkerPool::IsStopped() const {
+  MutexLock lock(state->mutex);
+  return state->stopped;
+}
+
 void WorkerPool::PinOneWorkerHere() {
   const int cpu = CurrentCpu();
   if (cpu == pinnedCpu || cpu < 0) {
@@ -136,6 +156,9 @@ void WorkerPool::PinOneWorkerHere() {
 }
 
 void WorkerPool::WaitIdle() {
+  if (!kHasThreads) {
+    return;
+  }
   state->mutex.Lock();
   state->waitMutex.Lock();
   if (!state->queue.Empty() || state->busyCount != 0) {
@@ -144,7 +167,7 @@ void WorkerPool::WaitIdle() {
     state->mutex.Unlock();
     const auto latest = std::chrono::steady_clock::now() + kYieldBeforeSleep;
     while (state->idleBroadcasts == seen && std::chrono::steady_clock::now() < latest) {
-      std::this_thread::yield();
+      YieldCpu();
     }
     state->mutex.Lock();
     while (state->idleBroadcasts == seen && !state->stopped) {
@@ -167,7 +190,7 @@ void WorkerPool::Stop() {
   }
   state->taskAvailable.Broadcast();
   state->allIdle.Broadcast();
-  for (std::thread& thread : threads) {
+  for (Thread& thread : threads) {
     if (thread.joinable()) {
       thread.join();
     }

@@ -5,11 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <thread>
 #include <vector>
 
 #include "Common/Def/Mutex.h"
 #include "Common/Def/Task.h"
+#include "Common/Def/Thread.h"
 
 namespace nq::engine {
 
@@ -22,6 +22,9 @@ struct WorkerPoolState;
 // The queue is first in, first out; which worker takes which task, and so the order of completion,
 // is undefined. A pool goes from running to stopped and never back. Tasks must not throw: nothing
 // catches exceptions, so the process ends.
+//
+// On a system without threads the pool starts none, and runs the tasks in order where they are
+// posted.
 class WorkerPool {
  public:
   // Starts `threadCount` threads. Reads the calling thread's CPU affinity and NQ_WORKER_PINNING,
@@ -54,6 +57,10 @@ class WorkerPool {
  private:
   WorkerPool(uint32_t threadCount, uint32_t allowedCpus);
 
+  // Runs the tasks on the calling thread: PostAll without threads.
+  void RunAll(Task* tasks, size_t count);
+  bool IsStopped() const;
+
   // If the threads need all allowed CPUs, the posting thread's CPU must run its share of a batch,
   // and is free to, since that thread waits. But the scheduler sees it busy when the workers wake
   // up, queues them all on the other CPUs, and would migrate one back only long after a batch of
@@ -61,7 +68,7 @@ class WorkerPool {
   // stopped pool. Never on a system without CPU affinity.
   void PinOneWorkerHere();
 
-  std::vector<std::thread> threads;
+  std::vector<Thread> threads;
   std::shared_ptr<WorkerPoolState> state;  // shared with each thread
   const uint32_t threadCount;
   const uint32_t parallelism;

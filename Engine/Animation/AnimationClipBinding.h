@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <vector>
 
 #include "Common/Def/HandlerValue.h"
@@ -126,9 +127,11 @@ class AnimationClipBinding {
 class AnimationClipBindingValue final : public BlockValue {
  public:
   using BlockValue::BlockValue;
-  ~AnimationClipBindingValue() override { delete component; }
 
   AnimationClipBinding* component = nullptr;
+
+  // `component`, once it is created: part of the value, so that a look-up leads to memory nearby.
+  std::optional<AnimationClipBinding> binding;
 };
 
 }  // namespace nq::engine

@@ -81,7 +81,7 @@ uint32_t AnimationSystem::CreateBinding(const uint8_t* bytes, uint32_t byteOffse
   if (value == nullptr) {
     return 0;
   }
-  value->component = new AnimationClipBinding(core, clipCount, targetWords);
+  value->component = &value->binding.emplace(core, clipCount, targetWords);
   value->component->Create(bytes, byteOffset, clipCount, targetWords, mode);
   return value->handle;
 }

@@ -16,8 +16,8 @@
 #include "Engine/Animation/AnimationClipModel.h"
 #include "Engine/Animation/AnimationRecord.h"
 #include "Engine/Animation/AnimationSystem.h"
+#include "Engine/Animation/BoneRun.h"
 #include "Engine/Animation/EntityPoseWriter.h"
-#include "Engine/Animation/FourLocalMatrices.h"
 #include "Engine/Animation/FourQuaternions.h"
 #include "Engine/Animation/PoseRows.h"
 #include "Engine/Entity/EngineCore.h"
@@ -93,6 +93,37 @@ NQ_FORCE_INLINE void ApplyTo(const EntityPoseWriter& writer, const ClipSample& s
   writer.Mark();
 }
 
+// How many of `count` samples, from the first on, have a complete quaternion. Of samples with
+// angles the fourth number is never one.
+uint32_t CountCompleteRotations(const ClipSample* samples, uint32_t count) {
+  const auto rotation = [samples](uint32_t i) {
+    return _mm_loadu_ps(samples[i].channel + kRotationChannel);
+  };
+  uint32_t i = 0;
+  while (i + 4 <= count && AreAll(_mm_and_ps(_mm_cmpord_ps(rotation(i), rotation(i + 1)),
+                                             _mm_cmpord_ps(rotation(i + 2), rotation(i + 3))))) {
+    i += 4;
+  }
+  while (i < count && AreAll(_mm_cmpord_ps(rotation(i), rotation(i)))) {
+    ++i;
+  }
+  return i;
+}
+
+// ApplyTo for entities whose samples have complete quaternions, but for the marks. `moves` are of
+// their tracks, as in ClipShape.
+void ApplyRun(const ClipSample* samples, const uint8_t* moves, const BoneRun& run) {
+  const uint8_t* const end = moves + run.count;
+  for (const uint8_t* moving = std::find(moves, end, 1); moving != end;
+       moving = std::find(moving + 1, end, 1)) {
+    const size_t i = static_cast<size_t>(moving - moves);
+    const __m128 first = FirstRow(samples[i]);
+    const __m128 second = SecondRow(samples[i]);
+    ReplaceLanes(&run.records[i], first, IsNumber(first), second, IsNumber(second));
+  }
+  WriteRotations(run, samples->channel + kRotationChannel, sizeof(ClipSample) / sizeof(float));
+}
+
 // Normalises the four rotation channels as a quaternion. With Euler angles the fourth is NaN, so
 // all become NaN and no rotation is written to the entity.
 void NormaliseRotation(ClipSample* sample) {
@@ -102,50 +133,43 @@ void NormaliseRotation(ClipSample* sample) {
 }
 
 // Two clips that pose the same entities in the same order: their samples are blended four bones
-// side by side and written at once, with the bits of BlendSample and NormaliseRotation.
+// side by side, with the bits of BlendSample and NormaliseRotation.
 class Crossfade {
  public:
-  // `handles` of the samples' entities, ascending. `share` is that of `to`, from 0 to 1.
-  Crossfade(const SampleMap& from, const SampleMap& to, float share, const uint32_t* handles)
-      : from(from.Data()), to(to.Data()), count(from.Size()), share(share), handles(handles) {}
+  // `share` is that of `to`, from 0 to 1. `moves`: of which bones either clip has positions or
+  // scales.
+  Crossfade(const ClipSample* from, const ClipSample* to, float share, const uint8_t* moves,
+            ClipSample* blended)
+      : from(from), to(to), share(share), moves(moves), blended(blended) {}
 
-  void Write(EntityPoseWriter* writer) const {
+  void Blend(uint32_t count) const {
     for (uint32_t i = 0; i + kLanes <= count; i += kLanes) {
-      Prefetch(i + kLanes, *writer);
-      WriteFour(i, writer);
+      BlendFour(i);
     }
-    // The last four overlap those before: what is written twice is the same.
+    // The last four overlap those before: what is blended twice is the same.
     const uint32_t rest = count % kLanes;
     if (rest != 0 && count > kLanes) {
-      WriteFour(count - kLanes, writer);
+      BlendFour(count - kLanes);
     } else if (rest != 0) {
-      WriteSingly(0, rest, writer);
+      BlendSingly(0, rest);
     }
   }
 
  private:
   static constexpr uint32_t kLanes = 4;
 
-  void Prefetch(uint32_t begin, const EntityPoseWriter& writer) const {
-    for (uint32_t i = begin; i < begin + kLanes && i < count; ++i) {
-      writer.Prefetch(handles[i]);
-    }
-  }
-
-  void WriteFour(uint32_t begin, EntityPoseWriter* writer) const {
+  void BlendFour(uint32_t begin) const {
     FourQuaternions q;
     if (!BlendRotations(begin, &q)) {
-      WriteSingly(begin, kLanes, writer);
-    } else if (handles[begin + kLanes - 1] - handles[begin] == kLanes - 1 &&
-               writer->SeekRun3D(handles[begin], kLanes)) {
-      // Handles ascend, so these are consecutive.
-      const PositionScale four[kLanes] = {
-          SeekAndWriteValues(begin, writer), SeekAndWriteValues(begin + 1, writer),
-          SeekAndWriteValues(begin + 2, writer), SeekAndWriteValues(begin + 3, writer)};
-      writer->Seek(handles[begin]);
-      WriteFourRotations(q, four, writer);
-    } else {
-      WriteScattered(begin, q, writer);
+      BlendSingly(begin, kLanes);
+      return;
+    }
+    __m128 rotations[kLanes];
+    StoreTransposed(q, rotations);
+    for (uint32_t i = 0; i < kLanes; ++i) {
+      BlendValues(begin + i);
+      _mm_storeu_ps(blended[begin + i].channel + kRotationChannel, rotations[i]);
+      blended[begin + i].isQuaternion = true;
     }
   }
 
@@ -171,49 +195,31 @@ class Crossfade {
     return TransposeFour(of(0), of(1), of(2), of(3));
   }
 
-  // Writes the position and scale of the selected 3D entity. Force-inlined: a call would return the
-  // values through memory.
-  NQ_FORCE_INLINE PositionScale WriteValues(uint32_t i, const EntityPoseWriter& writer) const {
-    const __m128 first = LerpFour(FirstRow(from[i]), FirstRow(to[i]), share);
-    const __m128 second = LerpFour(SecondRow(from[i]), SecondRow(to[i]), share);
-    return writer.Replace(first, IsNumber(first), second, IsNumber(second));
-  }
-
-  NQ_FORCE_INLINE PositionScale SeekAndWriteValues(uint32_t i, EntityPoseWriter* writer) const {
-    writer->Seek(handles[i]);
-    return WriteValues(i, *writer);
-  }
-
-  NQ_NO_INLINE void WriteScattered(uint32_t begin, const FourQuaternions& q,
-                                   EntityPoseWriter* writer) const {
-    __m128 quaternions[kLanes];
-    StoreTransposed(q, quaternions);
-    for (uint32_t i = 0; i < kLanes; ++i) {
-      if (writer->Seek(handles[begin + i]) && writer->isThreeD()) {
-        writer->WriteQuaternion(quaternions[i], WriteValues(begin + i, *writer));
-        writer->Mark();
-      } else {
-        WriteSingly(begin + i, 1, writer);
-      }
+  // Position and scale. Where neither clip has any, all are NaN, as in `from`.
+  void BlendValues(uint32_t i) const {
+    __m128 first = FirstRow(from[i]);
+    __m128 second = SecondRow(from[i]);
+    if (moves[i] != 0) {
+      first = LerpFour(first, FirstRow(to[i]), share);
+      second = LerpFour(second, SecondRow(to[i]), share);
     }
+    _mm_store_ps(blended[i].channel, first);
+    _mm_storel_pi(reinterpret_cast<__m64*>(blended[i].channel + 4), second);
   }
 
-  NQ_NO_INLINE void WriteSingly(uint32_t begin, uint32_t length, EntityPoseWriter* writer) const {
+  NQ_NO_INLINE void BlendSingly(uint32_t begin, uint32_t length) const {
     for (uint32_t i = begin; i < begin + length; ++i) {
-      if (writer->Seek(handles[i])) {
-        ClipSample blended = from[i];
-        BlendSample(&blended, to[i], share, false);
-        NormaliseRotation(&blended);
-        ApplyTo(*writer, blended);
-      }
+      blended[i] = from[i];
+      BlendSample(&blended[i], to[i], share, false);
+      NormaliseRotation(&blended[i]);
     }
   }
 
   const ClipSample* const from;
   const ClipSample* const to;
-  const uint32_t count;
   const float share;
-  const uint32_t* const handles;
+  const uint8_t* const moves;
+  ClipSample* const blended;
 };
 
 // True if each number is above the one before it.
@@ -253,6 +259,8 @@ struct AnimatorComponent::Scratch {
   std::vector<ActiveClip> active;
   SampleMap samples;
   SampleMap otherSamples;
+  std::vector<ClipSample> blended;  // of two clips
+  std::vector<uint8_t> moves;       // of `blended`
   std::vector<BlendEntry> entries;
 
   // Empty until a handle is neither at its expected position nor above all others. Then the slots
@@ -357,28 +365,56 @@ void AnimatorComponent::Update() {
 }
 
 void AnimatorComponent::ApplyOne(const ActiveClip& clip, Scratch* scratch) {
+  const SampleMap& samples = Scratch::SampleOf(clip, &scratch->samples);
+  if (samples.Size() == 0) {
+    return;
+  }
   const uint32_t* targets =
       reinterpret_cast<const uint32_t*>(data + AnimatorTargetsOffset(clipCount));
+  const uint8_t* moves = clip.model->Shape().moves.data();
   EntityPoseWriter writer(&core->Entities()->Tree());
-  const SampleMap& samples = Scratch::SampleOf(clip, &scratch->samples);
-  const uint32_t count = samples.Size();
-  Entity* first = nullptr;
-  uint32_t firstHandle = 0;
-  for (uint32_t i = 0; i < count; ++i) {
+  const uint32_t first = clip.base + samples.Target(0);
+  if (samples.IsDense() && first < entityCount) {
+    const uint32_t count = std::min(samples.Size(), entityCount - first);
+    Apply(samples.Data(), moves, targets + first, count, &writer);
+    return;
+  }
+  for (uint32_t i = 0; i < samples.Size(); ++i) {
     const uint32_t entry = clip.base + samples.Target(i);
-    if (entry < entityCount && writer.Seek(targets[entry])) {
-      if (entityCount - entry > kPrefetchTargets) {
-        writer.Prefetch(targets[entry + kPrefetchTargets]);
-      }
-      ApplyTo(writer, samples.Sample(i));
-      if (first == nullptr) {
-        first = writer.Target();
-        firstHandle = targets[entry];
-      }
+    if (entry < entityCount) {
+      Apply(samples.Data() + i, moves + i, targets + entry, 1, &writer);
     }
   }
-  firstTarget = first;
-  firstTargetHandle = firstHandle;
+}
+
+// Writes `count` samples to the entities of `handles`, as far as they exist. `moves` are those of
+// their tracks, see ClipShape.
+void AnimatorComponent::Apply(const ClipSample* samples, const uint8_t* moves,
+                              const uint32_t* handles, uint32_t count, EntityPoseWriter* writer) {
+  uint32_t complete = 0;  // up to which sample rotations are complete
+  for (uint32_t i = 0; i < count;) {
+    if (i >= complete) {
+      complete = i + CountCompleteRotations(samples + i, count - i);
+    }
+    const uint32_t run = writer->SeekRun3D(handles + i, complete - i);
+    if (run > 1) {
+      ApplyRun(samples + i, moves + i, writer->Run(run));
+      writer->MarkRun(run);
+    } else if (writer->Seek(handles[i])) {
+      if (count - i > kPrefetchTargets) {
+        writer->Prefetch(handles[i + kPrefetchTargets]);
+      }
+      ApplyTo(*writer, samples[i]);
+    } else {
+      ++i;
+      continue;
+    }
+    if (firstTarget == nullptr) {
+      firstTarget = writer->Target();
+      firstTargetHandle = handles[i];
+    }
+    i += std::max(run, 1u);
+  }
 }
 
 // Two clips with the same targets, each of them once. False for all others.
@@ -406,16 +442,20 @@ bool AnimatorComponent::ApplyCrossfade(Scratch* scratch) {
   if (fromSamples.Size() != count || toSamples.Size() != count) {
     return false;  // a clip without frames
   }
-  EntityPoseWriter writer(&core->Entities()->Tree());
-  const uint32_t* handles = targets + from.base;
-  const uint32_t* first =
-      std::find_if(handles, handles + count, [&writer](uint32_t h) { return writer.Seek(h); });
-  if (first != handles + count) {
-    firstTarget = writer.Target();
-    firstTargetHandle = *first;
+  const std::vector<uint8_t>& fromMoves = from.model->Shape().moves;
+  const std::vector<uint8_t>& toMoves = to.model->Shape().moves;
+  scratch->moves.resize(count);
+  std::transform(fromMoves.begin(), fromMoves.end(), toMoves.begin(), scratch->moves.begin(),
+                 [](uint8_t a, uint8_t b) { return static_cast<uint8_t>(a | b); });
+  if (scratch->blended.size() < count) {
+    scratch->blended.resize(count);
   }
+  const uint8_t* moves = scratch->moves.data();
+  ClipSample* blended = scratch->blended.data();
   const float share = to.weight / (from.weight + to.weight);
-  Crossfade(fromSamples, toSamples, share, handles).Write(&writer);
+  Crossfade(fromSamples.Data(), toSamples.Data(), share, moves, blended).Blend(count);
+  EntityPoseWriter writer(&core->Entities()->Tree());
+  Apply(blended, moves, targets + from.base, count, &writer);
   return true;
 }
 

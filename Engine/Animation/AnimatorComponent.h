@@ -12,6 +12,7 @@ namespace nq::engine {
 
 class EngineCore;
 class Entity;
+class EntityPoseWriter;
 
 // Reads times, weights and targets from its shared block (AnimationRecord.h) and writes transforms
 // into entities' shared records. Keeps no time of its own: the script sets it.
@@ -47,6 +48,8 @@ class AnimatorComponent {
 
   static NQ_NO_INLINE Scratch* ThreadScratch();
   void ApplyOne(const ActiveClip& clip, Scratch* scratch);
+  void Apply(const ClipSample* samples, const uint8_t* moves, const uint32_t* handles,
+             uint32_t count, EntityPoseWriter* writer);
   void ApplyBlend(Scratch* scratch);
   bool ApplyCrossfade(Scratch* scratch);
 };

@@ -74,15 +74,19 @@ AnimationClipBinding* AnimatorControllerModel::Binding() const {
 
 void* AnimatorControllerModelValue::Allocate(uint32_t count) {
   void* memory = BlockValue::Allocate(ControllerBlockBytes(count));
-  component = new AnimatorControllerModel(static_cast<EngineCore*>(owner),
-                                          static_cast<uint8_t*>(memory), count);
+  EngineCore* const core = static_cast<EngineCore*>(owner);
+  uint8_t* const data = static_cast<uint8_t*>(memory);
+  component = first.has_value() ? new AnimatorControllerModel(core, data, count)
+                                : &first.emplace(core, data, count);
   return memory;
 }
 
 void* AnimatorControllerStateModelValue::Allocate(uint32_t count) {
   void* memory = BlockValue::Allocate(ControllerStateBlockBytes(count));
-  component = new AnimatorControllerStateModel{static_cast<EngineCore*>(owner),
-                                               static_cast<uint8_t*>(memory), count};
+  const bool isFirst = component == nullptr;
+  component = isFirst ? &first : new AnimatorControllerStateModel;
+  *component = AnimatorControllerStateModel{static_cast<EngineCore*>(owner),
+                                            static_cast<uint8_t*>(memory), count};
   return memory;
 }
 

@@ -4,11 +4,13 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <vector>
 
 #include "Common/Def/HandlerValue.h"
 #include "Engine/Animation/AnimationClipBinding.h"
 #include "Engine/Animation/AnimationRecord.h"
+#include "Engine/Animation/PrefetchList.h"
 
 namespace nq::engine {
 
@@ -23,6 +25,12 @@ class ControllerMask {
   // Weights by slot of a binding's rest poses; 1 for entities not in the mask, and in up to three
   // more slots, so that four at a time can be read.
   const float* WeightsBySlot(const RestPoses& restPoses);
+
+  // Notes what WeightsBySlot read and returned.
+  void NoteTouched(PrefetchList* touched) const {
+    touched->Note(this);
+    touched->Note(weights.data(), weights.size() * sizeof(weights[0]));
+  }
 
  private:
   std::vector<ControllerMaskRecord> entries;  // in ascending order of entities
@@ -77,19 +85,28 @@ class AnimatorControllerModel {
   uint8_t* const data;     // not owned
   const uint32_t layerCount;
   ControllerMasks masks;
+  PrefetchList touched;  // by the last update
 };
 
 // The value behind a controller's handle.
 class AnimatorControllerModelValue final : public BlockValue {
  public:
   using BlockValue::BlockValue;
-  ~AnimatorControllerModelValue() override { delete component; }
+  ~AnimatorControllerModelValue() override {
+    if (!first.has_value() || component != &*first) {
+      delete component;
+    }
+  }
 
   // Allocates a zeroed block for `count` layers, and creates the controller on it. Kept on purpose:
   // a second call does not delete the first controller; the native surface is fixed.
   void* Allocate(uint32_t count) override;
 
   AnimatorControllerModel* component = nullptr;
+
+ private:
+  // The first one is part of the value, so that a look-up leads to memory nearby.
+  std::optional<AnimatorControllerModel> first;
 };
 
 }  // namespace nq::engine

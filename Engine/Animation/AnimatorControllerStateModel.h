@@ -29,13 +29,21 @@ struct AnimatorControllerStateModel {
 class AnimatorControllerStateModelValue final : public BlockValue {
  public:
   using BlockValue::BlockValue;
-  ~AnimatorControllerStateModelValue() override { delete component; }
+  ~AnimatorControllerStateModelValue() override {
+    if (component != &first) {
+      delete component;
+    }
+  }
 
   // Allocates a zeroed block for `count` clips, and creates the state on it. Kept on purpose: a
   // second call does not delete the first state; the native surface is fixed.
   void* Allocate(uint32_t count) override;
 
   AnimatorControllerStateModel* component = nullptr;
+
+ private:
+  // The first one is part of the value, so that a look-up leads to memory nearby.
+  AnimatorControllerStateModel first = {};
 };
 
 }  // namespace nq::engine

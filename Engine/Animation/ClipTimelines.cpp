@@ -127,6 +127,19 @@ ClipTimelines::Timeline::Timeline(const std::vector<uint32_t>& keyFrames)
 }
 
 void ClipTimelines::Timeline::LayOutKeys(const std::vector<ClipTrack>& tracks) {
+  // A group's fourth lane may be the first channel of the track's next kind, which overwrites it.
+  std::stable_sort(groups.begin(), groups.end(),
+                   [](const Group& a, const Group& b) { return a.firstChannel < b.firstChannel; });
+  for (uint32_t g = 0; g < groups.size(); ++g) {
+    const bool continues = g != 0 && groups[g].writesFour && runs.back().writesFour &&
+                           groups[g].firstChannel == groups[g - 1].firstChannel &&
+                           groups[g].track == groups[g - 1].track + 1;
+    if (continues) {
+      ++runs.back().count;
+    } else {
+      runs.push_back(Run{g, 1, groups[g].writesFour});
+    }
+  }
   keys.resize(frames.size() * groups.size());
   Keys* cell = keys.data();
   for (size_t row = 0; row < frames.size(); ++row) {
@@ -163,6 +176,28 @@ size_t ClipTimelines::Timeline::FirstAtOrAfter(float time) const {
   return std::partition_point(times.begin(), times.end(), isBefore) - times.begin();
 }
 
+template <typename ValueOf>
+NQ_FORCE_INLINE void ClipTimelines::StoreGroups(const Timeline& timeline, ClipSample* samples,
+                                                ValueOf valueOf) {
+  for (const Run& run : timeline.runs) {
+    const Group& first = timeline.groups[run.group];
+    ClipSample* sample = samples + first.track;
+    if (run.writesFour) {
+      for (uint32_t i = 0; i < run.count; ++i) {
+        _mm_storeu_ps(sample[i].channel + first.firstChannel, valueOf(run.group + i));
+      }
+      continue;
+    }
+    float lanes[4];
+    _mm_storeu_ps(lanes, valueOf(run.group));
+    for (uint32_t lane = 0; lane < 4; ++lane) {
+      if ((first.present >> lane & 1u) != 0) {
+        sample->channel[first.firstChannel + lane] = lanes[lane];
+      }
+    }
+  }
+}
+
 void ClipTimelines::SampleTimeline(const Timeline& timeline, float time, uint32_t framesPerSecond,
                                    ClipSample* samples) {
   const uint32_t* frames = timeline.frames.data();
@@ -171,24 +206,8 @@ void ClipTimelines::SampleTimeline(const Timeline& timeline, float time, uint32_
                  [frames](size_t i) { return frames[i]; });
   const size_t groupCount = timeline.groups.size();
   const Keys* next = timeline.keys.data() + position.key * groupCount;
-  const auto store = [samples](const Group& group, __m128 value) {
-    float* channel = samples[group.track].channel + group.firstChannel;
-    if (group.writesFour) {
-      _mm_storeu_ps(channel, value);
-      return;
-    }
-    float lanes[4];
-    _mm_storeu_ps(lanes, value);
-    for (uint32_t lane = 0; lane < 4; ++lane) {
-      if ((group.present >> lane & 1u) != 0) {
-        channel[lane] = lanes[lane];
-      }
-    }
-  };
   if (position.holds) {
-    for (size_t g = 0; g < groupCount; ++g) {
-      store(timeline.groups[g], _mm_load_ps(next[g].value));
-    }
+    StoreGroups(timeline, samples, [next](size_t g) { return _mm_load_ps(next[g].value); });
     return;
   }
   const Keys* previous = next - groupCount;
@@ -200,24 +219,26 @@ void ClipTimelines::SampleTimeline(const Timeline& timeline, float time, uint32_
   const __m128 previousTangentWeight = _mm_set1_ps(w.previousTangent);
   const __m128 nextTangentWeight = _mm_set1_ps(w.nextTangent);
   const __m128 seconds = _mm_set1_ps(w.seconds);
-  for (size_t g = 0; g < groupCount; ++g) {
-    const __m128 value = _mm_load_ps(previous[g].value);
-    const __m128 outTangent = _mm_load_ps(previous[g].outTangent);
-    const __m128 fromPrevious = _mm_mul_ps(value, previousWeight);
+  const auto smooth = [=](size_t g) {
+    const __m128 fromPrevious = _mm_mul_ps(_mm_load_ps(previous[g].value), previousWeight);
     const __m128 fromNext = _mm_mul_ps(_mm_load_ps(next[g].value), nextWeight);
-    const __m128 leaving = _mm_mul_ps(_mm_mul_ps(outTangent, previousTangentWeight), seconds);
+    const __m128 leaving =
+        _mm_mul_ps(_mm_mul_ps(_mm_load_ps(previous[g].outTangent), previousTangentWeight), seconds);
     const __m128 arriving =
         _mm_mul_ps(_mm_mul_ps(_mm_load_ps(next[g].inTangent), nextTangentWeight), seconds);
-    __m128 result = _mm_add_ps(_mm_add_ps(_mm_add_ps(fromPrevious, fromNext), leaving), arriving);
-    // Kept on purpose: only out tangents decide whether a segment steps, not the in tangent at the
-    // next key. Authored clips rely on it.
-    if (timeline.steps) {
-      const __m128 step =
-          _mm_or_ps(IsInfinite(outTangent), IsInfinite(_mm_load_ps(next[g].outTangent)));
-      result = _mm_or_ps(_mm_and_ps(step, value), _mm_andnot_ps(step, result));
-    }
-    store(timeline.groups[g], result);
+    return _mm_add_ps(_mm_add_ps(_mm_add_ps(fromPrevious, fromNext), leaving), arriving);
+  };
+  if (!timeline.steps) {
+    StoreGroups(timeline, samples, smooth);
+    return;
   }
+  // Kept on purpose: only out tangents decide whether a segment steps, not the in tangent at the
+  // next key. Authored clips rely on it.
+  StoreGroups(timeline, samples, [=](size_t g) {
+    const __m128 step = _mm_or_ps(IsInfinite(_mm_load_ps(previous[g].outTangent)),
+                                  IsInfinite(_mm_load_ps(next[g].outTangent)));
+    return Select(step, _mm_load_ps(previous[g].value), smooth(g));
+  });
 }
 
 void ClipTimelines::Sample(float time, uint32_t framesPerSecond, ClipSample* samples) const {

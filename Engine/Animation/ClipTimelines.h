@@ -18,13 +18,13 @@ namespace nq::engine {
 // group of up to four channels of a track: position, scale or rotation. The rows are contiguous in
 // memory, so the two rows before and after a time are adjacent, and are read from left to right:
 //
-//                 groups:   track 0    track 0    track 3
-//                           position   rotation   scale
+//                 groups:   track 0    track 3    track 0
+//                           position   scale      rotation
 //     frames   times
 //                         +----------+----------+----------+
-//        0      0.0       | x y z -  | x y z w  | - y - -  |   keys[0]  keys[1]  keys[2]
-//        5      5.0       | x y z -  | x y z w  | - y - -  |   keys[3]  keys[4]  keys[5]
-//       12     12.0       | x y z -  | x y z w  | - y - -  |   ...
+//        0      0.0       | x y z -  | - y - -  | x y z w  |   keys[0]  keys[1]  keys[2]
+//        5      5.0       | x y z -  | - y - -  | x y z w  |   keys[3]  keys[4]  keys[5]
+//       12     12.0       | x y z -  | - y - -  | x y z w  |   ...
 //                         +----------+----------+----------+
 //
 // A cell (Keys) is the values of the four lanes, then their in tangents, then their out tangents. A
@@ -64,6 +64,15 @@ class ClipTimelines {
     bool writesFour;       // what absent channels write is overwritten later, or already correct
   };
 
+  // Consecutive groups of consecutive tracks, with the same first channel. Where groups may write
+  // all four channels, as those of whole characters do, their samples are written without looking
+  // at each group.
+  struct Run {
+    uint32_t group;  // the first
+    uint32_t count;  // 1 if it does not write four
+    bool writesFour;
+  };
+
   // The keys of a group on one frame.
   struct alignas(16) Keys {
     float value[4];
@@ -75,18 +84,19 @@ class ClipTimelines {
     // From the frames of a channel, at least one.
     explicit Timeline(const std::vector<uint32_t>& keyFrames);
 
-    // Copies the keys of the groups; no group may be added afterwards.
+    // Orders the groups and copies their keys; no group may be added afterwards.
     void LayOutKeys(const std::vector<ClipTrack>& tracks);
 
     size_t FirstAtOrAfter(float time) const;
 
     std::vector<uint32_t> frames;
-    std::vector<float> times;  // the frames as floats
-    bool ascends;              // every frame is at or above the one before it
-    bool steps = false;        // an out tangent is infinite
-    float keysPerFrame;        // on average; for the first guess in a key search
-    std::vector<Group> groups;
-    std::vector<Keys> keys;  // of all groups on the first frame, then on the second...
+    std::vector<float> times;   // the frames as floats
+    bool ascends;               // every frame is at or above the one before it
+    bool steps = false;         // an out tangent is infinite
+    float keysPerFrame;         // on average; for the first guess in a key search
+    std::vector<Group> groups;  // in the end all positions, then all scales, then all rotations
+    std::vector<Run> runs;      // all groups, in order
+    std::vector<Keys> keys;     // of all groups on the first frame, then on the second...
   };
 
   // Indices of timelines during Build: by frames, and by channel of a track; a channel without keys
@@ -106,6 +116,10 @@ class ClipTimelines {
 
   static void SampleTimeline(const Timeline& timeline, float time, uint32_t framesPerSecond,
                              ClipSample* samples);
+
+  // Calls `valueOf` with the number of each group, and stores the four values it returns.
+  template <typename ValueOf>
+  static void StoreGroups(const Timeline& timeline, ClipSample* samples, ValueOf valueOf);
 
   std::vector<Timeline> timelines;
   std::vector<ClipSample> blank;  // the sample without any keys: all NaN

@@ -2,11 +2,13 @@
 #ifndef NQ_ENGINE_ANIMATION_ENTITYPOSEWRITER_H_
 #define NQ_ENGINE_ANIMATION_ENTITYPOSEWRITER_H_
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
 #include "Common/Def/Platform.h"
 #include "Common/Def/Vectors.h"
+#include "Engine/Animation/BoneRun.h"
 #include "Engine/Entity/Entity3D.h"
 #include "Engine/Entity/EntityRecord.h"
 #include "Engine/Entity/LocalMatrix3D.h"
@@ -14,6 +16,22 @@
 #include "Engine/Entity/TransformTree.h"
 
 namespace nq::engine {
+
+// Position and scale in a 3D entity's record, after the lanes in `mask` are replaced. Only two
+// lanes of the second row are used.
+inline PositionScale ReplaceLanes(Entity3DRecord* record, __m128 positionScaleX, __m128 mask,
+                                  __m128 scaleYZ, __m128 maskYZ) {
+  PositionScale values(*record);
+  if (_mm_movemask_ps(mask) != 0) {
+    values.positionScaleX = Select(mask, positionScaleX, values.positionScaleX);
+    _mm_storeu_ps(PositionScale::First(record), values.positionScaleX);
+  }
+  if ((_mm_movemask_ps(maskYZ) & 3) != 0) {
+    values.scaleYZ = Select(maskYZ, scaleYZ, values.scaleYZ);
+    _mm_storel_pi(reinterpret_cast<__m64*>(&record->scale[1]), values.scaleYZ);
+  }
+  return values;
+}
 
 // Writes to the entities of a character. Consecutive entities are mostly of one batch, so the batch
 // is looked up only when it changes. What is written to a record goes into the local matrix
@@ -61,20 +79,9 @@ class EntityPoseWriter {
                                              size_t{index} * sizeof(Entity3DRecord));
   }
 
-  // Position and scale of a 3D entity, after the lanes in `mask` are replaced. Only two lanes of
-  // the second row are used.
+  // ReplaceLanes for the selected entity.
   PositionScale Replace(__m128 positionScaleX, __m128 mask, __m128 scaleYZ, __m128 maskYZ) const {
-    Entity3DRecord* record = Record3D();
-    PositionScale values(*record);
-    if (_mm_movemask_ps(mask) != 0) {
-      values.positionScaleX = Select(mask, positionScaleX, values.positionScaleX);
-      _mm_storeu_ps(PositionScale::First(record), values.positionScaleX);
-    }
-    if ((_mm_movemask_ps(maskYZ) & 3) != 0) {
-      values.scaleYZ = Select(maskYZ, scaleYZ, values.scaleYZ);
-      _mm_storel_pi(reinterpret_cast<__m64*>(&record->scale[1]), values.scaleYZ);
-    }
-    return values;
+    return ReplaceLanes(Record3D(), positionScaleX, mask, scaleYZ, maskYZ);
   }
 
   // Sets the rotation of a 3D entity to `xyzw`, and builds the local matrix. `values` are in the
@@ -87,19 +94,46 @@ class EntityPoseWriter {
     StoreOwnLocalMatrix(LocalMatrix(), m.c0, m.c1, m.c2, m.c3);
   }
 
-  // Selects the first of `count` entities with consecutive handles, from `handle` up. False unless
-  // all of them are 3D entities of one batch; then nothing else may be called before another Seek.
-  bool SeekRun3D(uint32_t handle, uint32_t count) {
-    return Seek(handle) && batch.isThreeD && batch.count - index >= count;
+  // Selects the first of some 3D entities. Returns how many of the `count` handles, from the first
+  // on, ascend one by one and name 3D entities of one batch; 0 if the first doesn't, and then
+  // nothing else may be called before another Seek.
+  uint32_t SeekRun3D(const uint32_t* handles, uint32_t count) {
+    if (count == 0 || !Seek(handles[0]) || !batch.isThreeD) {
+      return 0;
+    }
+    return ConsecutiveCount(handles, std::min(count, batch.count - index));
   }
 
-  // Selects the next entity of a run.
-  void Next() { ++index; }
+  // The selected 3D entity and those after it, `count` in all, as SeekRun3D found.
+  BoneRun Run(uint32_t count) const {
+    return BoneRun{Record3D(), batch.localMatrices + index, count};
+  }
+
+  // Marks the same.
+  void MarkRun(uint32_t count) const { marker.MarkRun(batch, slot, index, count); }
 
   // Marks the entity as dirty, as TransformTree does.
   void Mark() const { marker.Mark(batch, slot, index); }
 
  private:
+  // How many of `count` numbers, at least 1, each follow the one before.
+  static uint32_t ConsecutiveCount(const uint32_t* numbers, uint32_t count) {
+    const __m128i first = _mm_set1_epi32(static_cast<int32_t>(numbers[0]));
+    __m128i expected = _mm_add_epi32(first, _mm_setr_epi32(0, 1, 2, 3));
+    uint32_t i = 0;
+    for (; i + 4 <= count; i += 4) {
+      const __m128i four = _mm_loadu_si128(reinterpret_cast<const __m128i*>(numbers + i));
+      if (_mm_movemask_epi8(_mm_cmpeq_epi32(four, expected)) != 0xFFFF) {
+        break;
+      }
+      expected = _mm_add_epi32(expected, _mm_set1_epi32(4));
+    }
+    while (i < count && numbers[i] == numbers[0] + i) {
+      ++i;
+    }
+    return i;
+  }
+
   const TransformTree& tree;
   const TransformTree::Marker marker;
   TransformBatch batch;

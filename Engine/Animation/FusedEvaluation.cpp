@@ -11,8 +11,8 @@
 #include "Engine/Animation/AnimationSystem.h"
 #include "Engine/Animation/AnimatorControllerModel.h"
 #include "Engine/Animation/AnimatorControllerStateModel.h"
+#include "Engine/Animation/BoneRun.h"
 #include "Engine/Animation/EntityPoseWriter.h"
-#include "Engine/Animation/FourLocalMatrices.h"
 #include "Engine/Animation/FourQuaternions.h"
 #include "Engine/Entity/EngineCore.h"
 #include "Engine/Entity/EntitySystem.h"
@@ -99,13 +99,6 @@ NQ_NO_INLINE bool FindRestRotations(RestPoses* restPoses, const float* scaleZ, i
   }
   *out = TransposeFour(resting[0], resting[1], resting[2], resting[3]);
   return true;
-}
-
-// True if the numbers of four slots follow each other.
-inline bool AreConsecutive(const RestPoses& restPoses, uint32_t slot) {
-  const uint32_t first = restPoses.Number(slot);
-  return restPoses.Number(slot + 1) == first + 1 && restPoses.Number(slot + 2) == first + 2 &&
-         restPoses.Number(slot + 3) == first + 3;
 }
 
 // True if an animated channel is NaN.
@@ -204,6 +197,10 @@ bool FusedEvaluation::Run(AnimatorControllerModel* controller, AnimationClipBind
 
 bool FusedEvaluation::Gather(AnimatorControllerModel* controller, AnimationClipBinding* binding) {
   ++run;
+  touched = &controller->touched;
+  touched->Begin();
+  touched->Note(binding);
+  binding->defaults.NoteTouched(touched);
   slotEnd = 0;
   clips.clear();
   states.clear();
@@ -218,10 +215,13 @@ bool FusedEvaluation::Gather(AnimatorControllerModel* controller, AnimationClipB
       return false;
     }
     const bool additive = record.blendMode == kAdditiveLayer;
-    ControllerMask* mask = controller->masks.Find(index);
+    const float* weights = nullptr;
+    if (ControllerMask* mask = controller->masks.Find(index)) {
+      weights = mask->WeightsBySlot(binding->defaults);
+      mask->NoteTouched(touched);
+    }
     layers.push_back(Layer{MergeOf(index, additive, record.weight), additive, record.weight,
-                           mask == nullptr ? nullptr : mask->WeightsBySlot(binding->defaults),
-                           Range{stateBegin, static_cast<uint32_t>(states.size())}});
+                           weights, Range{stateBegin, static_cast<uint32_t>(states.size())}});
   }
   return true;
 }
@@ -235,6 +235,8 @@ bool FusedEvaluation::GatherLayer(const AnimatorControllerModel& controller,
       system->FindAnimatorControllerStateModel(record.firstState);
   // The general evaluation follows a chain that loops, for ever.
   for (uint32_t visited = 0; state != nullptr; ++visited) {
+    touched->Note(state);
+    touched->Note(state->data, ControllerStateBlockBytes(state->clipCount));
     const bool counts = state->Record().weight != 0.0f;
     if (visited == kMaxClips || (counts && !GatherState(*state, additive, binding))) {
       return false;
@@ -272,6 +274,7 @@ bool FusedEvaluation::GatherClip(const ControllerClipRecord& entry, bool additiv
   if (clips.size() == kMaxClips || shape.hasAngles || !bySlot->isUsable) {
     return false;
   }
+  touched->Note(bySlot);
   SampleMap* map = &samples[clips.size()];
   model->SampleAtTime(entry.time, map);
   Clip clip;
@@ -478,6 +481,36 @@ struct FusedEvaluation::BlockRotations {
   FourRotations merged[kGroups];
 };
 
+// The final rotations of a block, bone by bone.
+struct FusedEvaluation::BlockPoses {
+  __m128 rotations[kBlock];
+  uint64_t present = 0;  // bits of the bones that have a pose at all
+  uint64_t rotates = 0;  // and of those whose rotation is animated
+  static_assert(kBlock == 64, "a bit for each bone");
+
+  // Adds a group. False if an animated rotation is NaN.
+  bool Add(const FourRotations& four, uint32_t group) {
+    const __m128 isRotated = IsNumber(four.weight);
+    StoreTransposed(four.rotation, rotations + group * kLanes);
+    present |= uint64_t{static_cast<uint32_t>(_mm_movemask_ps(four.present))} << group * kLanes;
+    rotates |= uint64_t{static_cast<uint32_t>(_mm_movemask_ps(isRotated))} << group * kLanes;
+    return !Any(_mm_andnot_ps(AreNumbers(four.rotation), isRotated));
+  }
+
+  bool IsPresent(uint32_t bone) const { return (present >> bone & 1) != 0; }
+  bool Rotates(uint32_t bone) const { return (rotates >> bone & 1) != 0; }
+
+  // How many bones from one on, and before `end`, have a pose and are rotated.
+  uint32_t RotatingCount(uint32_t bone, uint32_t end) const {
+    uint64_t bits = (present & rotates) >> bone;
+    uint32_t count = 0;
+    for (; (bits & 1) != 0 && bone + count < end; bits >>= 1) {
+      ++count;
+    }
+    return count;
+  }
+};
+
 void FusedEvaluation::SumLayerRotations(const Layer& layer, uint32_t slot, uint32_t groups,
                                         BlockRotations* rotations) const {
   bool isFirstState = true;
@@ -571,41 +604,45 @@ bool FusedEvaluation::PoseBlock(uint32_t slot, uint32_t slots, RestPoses* restPo
       !BlendRotations(slot, groups, restPoses, &rotations)) {
     return false;
   }
+  BlockPoses poses;
   for (uint32_t g = 0; g < groups; ++g) {
-    if (!WriteGroup(rotations.merged[g], g, slot + g * kLanes, *restPoses, writer)) {
+    if (!poses.Add(rotations.merged[g], g)) {
       return false;
     }
   }
+  WriteBlock(poses, restPoses->Numbers() + slot, kLanes * groups, writer);
   return true;
 }
 
-bool FusedEvaluation::WriteGroup(const FourRotations& rotations, uint32_t group, uint32_t slot,
-                                 const RestPoses& restPoses, EntityPoseWriter* writer) const {
-  const __m128 rotates = IsNumber(rotations.weight);
-  if (Any(_mm_andnot_ps(AreNumbers(rotations.rotation), rotates))) {
-    return false;
-  }
-  if (moving[group] == 0 && AreAll(rotations.present) && AreAll(rotates) &&
-      AreConsecutive(restPoses, slot) && writer->SeekRun3D(restPoses.Number(slot), kLanes)) {
-    const Entity3DRecord* records = writer->Record3D();
-    const PositionScale values[kLanes] = {PositionScale(records[0]), PositionScale(records[1]),
-                                          PositionScale(records[2]), PositionScale(records[3])};
-    WriteFourRotations(rotations.rotation, values, writer);
-    return true;
-  }
-  __m128 quaternions[kLanes];
-  StoreTransposed(rotations.rotation, quaternions);
-  for (uint32_t i = 0; i < kLanes; ++i) {
+void FusedEvaluation::WriteBlock(const BlockPoses& poses, const uint32_t* numbers, uint32_t bones,
+                                 EntityPoseWriter* writer) const {
+  // There may be fewer numbers than bones: lanes beyond the last slot have no pose.
+  for (uint32_t i = 0; i < bones;) {
+    const uint32_t run = writer->SeekRun3D(numbers + i, poses.RotatingCount(i, bones));
+    if (run > 1) {
+      WriteRun(poses, i, writer->Run(run));
+      writer->MarkRun(run);
+      i += run;
+      continue;
+    }
     // Some numbers may be those of entities that are gone.
-    const bool isPresent = (_mm_movemask_ps(rotations.present) >> i & 1) != 0;
-    if (isPresent && writer->Seek(restPoses.Number(slot + i)) && writer->isThreeD()) {
-      const bool moves = (moving[group] >> i & 1) != 0;
-      const bool hasRotation = (_mm_movemask_ps(rotates) >> i & 1) != 0;
-      WriteBone(moves ? rows[group * kLanes + i] : nullptr, hasRotation ? &quaternions[i] : nullptr,
+    if (poses.IsPresent(i) && writer->Seek(numbers[i]) && writer->isThreeD()) {
+      WriteBone(Moves(i) ? rows[i] : nullptr, poses.Rotates(i) ? &poses.rotations[i] : nullptr,
                 *writer);
     }
+    ++i;
   }
-  return true;
+}
+
+void FusedEvaluation::WriteRun(const BlockPoses& poses, uint32_t begin, const BoneRun& run) const {
+  for (uint32_t i = 0; i < run.count; ++i) {
+    if (Moves(begin + i)) {
+      const PoseRow* pose = rows[begin + i];
+      ReplaceLanes(&run.records[i], pose[0].value, IsNumber(pose[0].weight), pose[1].value,
+                   IsNumber(pose[1].weight));
+    }
+  }
+  WriteRotations(run, reinterpret_cast<const float*>(&poses.rotations[begin]), kLanes);
 }
 
 }  // namespace nq::engine

@@ -16,6 +16,7 @@ namespace nq::engine {
 class AnimationClipModel;
 class AnimatorControllerModel;
 class EntityPoseWriter;
+struct BoneRun;
 struct AnimatorControllerStateModel;
 
 // Where ControllerEvaluation makes a pass over all bones for each state and layer, this class keeps
@@ -47,6 +48,7 @@ class FusedEvaluation {
   struct FourSamples;
   struct FourRotations;
   struct BlockRotations;
+  struct BlockPoses;
 
   // Samples of a clip, found by slot.
   struct Samples {
@@ -130,10 +132,13 @@ class FusedEvaluation {
                                 RestPoses* restPoses, FourRotations* rotations);
   static void MergeLayerRotations(const Layer& layer, uint32_t slot, uint32_t groups,
                                   RestPoses* restPoses, BlockRotations* rotations);
-  bool WriteGroup(const FourRotations& rotations, uint32_t group, uint32_t slot,
-                  const RestPoses& restPoses, EntityPoseWriter* writer) const;
+  bool Moves(uint32_t bone) const { return (moving[bone / 4] >> bone % 4 & 1) != 0; }
+  void WriteBlock(const BlockPoses& poses, const uint32_t* numbers, uint32_t bones,
+                  EntityPoseWriter* writer) const;
+  void WriteRun(const BlockPoses& poses, uint32_t begin, const BoneRun& run) const;
 
-  uint64_t run = 0;  // counts calls of Run
+  uint64_t run = 0;                 // counts calls of Run
+  PrefetchList* touched = nullptr;  // of the controller that is evaluated
   uint32_t slotEnd = 0;
   std::vector<Clip> clips;
   std::vector<State> states;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "Engine/Animation/PrefetchList.h"
 #include "Engine/Animation/TransformValue.h"
 
 namespace nq::engine {
@@ -47,6 +48,17 @@ class RestPoses {
   TransformValue& Value(uint32_t slot) { return values[slot]; }
   const TransformValue& Value(uint32_t slot) const { return values[slot]; }
   uint32_t Number(uint32_t slot) const { return numbers[slot]; }
+
+  // The numbers of all slots.
+  const uint32_t* Numbers() const { return numbers.data(); }
+
+  // Notes what evaluations mostly read.
+  void NoteTouched(PrefetchList* touched) const {
+    if (!values.empty()) {
+      touched->Note(numbers.data(), numbers.size() * sizeof(numbers[0]));
+      touched->Note(values.data());
+    }
+  }
 
   void Set(uint32_t number, const TransformValue& value) { values[Ensure(number)] = value; }
   void Clear();

@@ -21,6 +21,9 @@ class SampleMap {
   const ClipSample& Sample(uint32_t i) const { return samples[i]; }
   const ClipSample* Data() const { return samples.data(); }
 
+  // True if the target indices, at least one, have no gaps: they are distinct and ascend.
+  bool IsDense() const { return targets[count - 1] - targets[0] == count - 1; }
+
   // The sample of a target index, or null.
   const ClipSample* Find(uint32_t target) const {
     const uint32_t* found = std::lower_bound(targets, targets + count, target);

@@ -8,7 +8,7 @@ namespace nq::engine {
 
 namespace {
 
-// Four objects of a list, for one SIMD test.
+// Objects of a list, for one SIMD test.
 struct ListGroup {
   float x[Culler::kGroup];
   float y[Culler::kGroup];

@@ -17,11 +17,19 @@ constexpr size_t kMinRadixSort = 256;
 
 constexpr size_t kMinVisibleCapacity = 1024;
 
-// The 32 bits of the key are sorted in three digits.
-constexpr int kDigits = 3;
+// A radix sort takes the upper bits of the keys, above the lowest key, in two digits; mostly few
+// keys that differ share all of these.
+constexpr int kDigits = 2;
 constexpr int kDigitBits = 11;
 constexpr uint32_t kBuckets = 1u << kDigitBits;
 constexpr int kKeyShift = 32;  // position of the key within a Visible
+
+// The moves for each key by which SortNeighbours may finish the sort.
+constexpr size_t kMovesPerKey = 8;
+
+uint32_t KeyOf(uint64_t visible) {
+  return static_cast<uint32_t>(visible >> kKeyShift);
+}
 
 float DepthOfKey(uint32_t key) {
   const uint32_t bits = (key & kSignBit) != 0 ? key & ~kSignBit : ~key;
@@ -45,31 +53,37 @@ void Culler::Begin(const ViewVolume& view) {
 
 void Culler::TestGroup(const float* x, const float* y, const float* z, const float* radius,
                        uint32_t candidates, const uint32_t* handles, float* depths) {
+  if (HasWideIntegers()) {
+    TestWhole(x, y, z, radius, candidates, handles, depths);
+    return;
+  }
+  constexpr uint32_t kHalfMask = (1u << kHalf) - 1;
+  TestHalf(x, y, z, radius, candidates & kHalfMask, handles, depths);
+  TestHalf(x + kHalf, y + kHalf, z + kHalf, radius + kHalf, candidates >> kHalf, handles + kHalf,
+           depths + kHalf);
+}
+
+void Culler::TestHalf(const float* x, const float* y, const float* z, const float* radius,
+                      uint32_t candidates, const uint32_t* handles, float* depths) {
+  const auto load = [](const Lanes& lanes) { return _mm_load_ps(lanes.lane); };
   const __m128 cx = _mm_loadu_ps(x);
   const __m128 cy = _mm_loadu_ps(y);
   const __m128 cz = _mm_loadu_ps(z);
   const __m128 minusRadius = _mm_xor_ps(_mm_loadu_ps(radius), _mm_set1_ps(-0.0f));
-  uint32_t inside = candidates;
+  __m128 outside = _mm_setzero_ps();
   for (const PlaneLanes& plane : planes) {
-    __m128 s = _mm_mul_ps(plane.x.Load(), cx);
-    s = _mm_add_ps(s, _mm_mul_ps(plane.y.Load(), cy));
-    s = _mm_add_ps(s, _mm_mul_ps(plane.z.Load(), cz));
-    s = _mm_add_ps(s, plane.d.Load());
-    inside &= ~static_cast<uint32_t>(_mm_movemask_ps(_mm_cmpgt_ps(minusRadius, s)));
-    if (inside == 0) {
-      return;
-    }
+    __m128 s = _mm_mul_ps(load(plane.x), cx);
+    s = _mm_add_ps(s, _mm_mul_ps(load(plane.y), cy));
+    s = _mm_add_ps(s, _mm_mul_ps(load(plane.z), cz));
+    s = _mm_add_ps(s, load(plane.d));
+    outside = _mm_or_ps(outside, _mm_cmpgt_ps(minusRadius, s));
   }
 
-  __m128 depth = _mm_mul_ps(_mm_sub_ps(cy, eye.y.Load()), backward.y.Load());
+  __m128 depth = _mm_mul_ps(_mm_sub_ps(cy, load(eye.y)), load(backward.y));
   depth = _mm_xor_ps(depth, _mm_set1_ps(-0.0f));
-  depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cx, eye.x.Load()), backward.x.Load()));
-  depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cz, eye.z.Load()), backward.z.Load()));
+  depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cx, load(eye.x)), load(backward.x)));
+  depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cz, load(eye.z)), load(backward.z)));
   _mm_storeu_ps(depths, depth);
-  // Branchless: every lane is stored, and only visible ones advance the count.
-  if (visible.size() < used + kGroup) {
-    visible.resize(2 * visible.size() + kMinVisibleCapacity);
-  }
   // Keys sort as depths do: all bits of negative depths are flipped, of others only the sign bit.
   // NaNs of either sign get all bits set and so come last.
   const __m128i bits = _mm_castps_si128(depth);
@@ -78,12 +92,62 @@ void Culler::TestGroup(const float* x, const float* y, const float* z, const flo
   const __m128i nan = _mm_castps_si128(_mm_cmpunord_ps(depth, depth));
   const __m128i keys = _mm_or_si128(_mm_xor_si128(bits, flip), nan);
   const __m128i ids = _mm_loadu_si128(reinterpret_cast<const __m128i*>(handles));
-  Visible group[kGroup];
+  Visible group[kHalf];
   _mm_storeu_si128(reinterpret_cast<__m128i*>(group), _mm_unpacklo_epi32(ids, keys));
   _mm_storeu_si128(reinterpret_cast<__m128i*>(group + 2), _mm_unpackhi_epi32(ids, keys));
-  Visible* out = visible.data();
+  Append(group, kHalf, candidates & ~static_cast<uint32_t>(_mm_movemask_ps(outside)));
+}
+
+// The same operations in the same order.
+NQ_TARGET_AVX2 void Culler::TestWhole(const float* x, const float* y, const float* z,
+                                      const float* radius, uint32_t candidates,
+                                      const uint32_t* handles, float* depths) {
+  const __m256 minusZero = _mm256_set1_ps(-0.0f);
+  const __m256 cx = _mm256_loadu_ps(x);
+  const __m256 cy = _mm256_loadu_ps(y);
+  const __m256 cz = _mm256_loadu_ps(z);
+  const __m256 minusRadius = _mm256_xor_ps(_mm256_loadu_ps(radius), minusZero);
+  __m256 outside = _mm256_setzero_ps();
+  for (const PlaneLanes& plane : planes) {
+    __m256 s = _mm256_mul_ps(_mm256_load_ps(plane.x.lane), cx);
+    s = _mm256_add_ps(s, _mm256_mul_ps(_mm256_load_ps(plane.y.lane), cy));
+    s = _mm256_add_ps(s, _mm256_mul_ps(_mm256_load_ps(plane.z.lane), cz));
+    s = _mm256_add_ps(s, _mm256_load_ps(plane.d.lane));
+    outside = _mm256_or_ps(outside, _mm256_cmp_ps(minusRadius, s, _CMP_GT_OQ));
+  }
+
+  __m256 depth =
+      _mm256_mul_ps(_mm256_sub_ps(cy, _mm256_load_ps(eye.y.lane)), _mm256_load_ps(backward.y.lane));
+  depth = _mm256_xor_ps(depth, minusZero);
+  depth = _mm256_sub_ps(depth, _mm256_mul_ps(_mm256_sub_ps(cx, _mm256_load_ps(eye.x.lane)),
+                                             _mm256_load_ps(backward.x.lane)));
+  depth = _mm256_sub_ps(depth, _mm256_mul_ps(_mm256_sub_ps(cz, _mm256_load_ps(eye.z.lane)),
+                                             _mm256_load_ps(backward.z.lane)));
+  _mm256_storeu_ps(depths, depth);
+  const __m256i bits = _mm256_castps_si256(depth);
+  const __m256i flip =
+      _mm256_or_si256(_mm256_srai_epi32(bits, 31), _mm256_set1_epi32(static_cast<int>(kSignBit)));
+  const __m256i nan = _mm256_castps_si256(_mm256_cmp_ps(depth, depth, _CMP_UNORD_Q));
+  const __m256i keys = _mm256_or_si256(_mm256_xor_si256(bits, flip), nan);
+  const __m256i ids = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(handles));
+  const __m256i evenPairs = _mm256_unpacklo_epi32(ids, keys);  // 0 1, 4 5
+  const __m256i oddPairs = _mm256_unpackhi_epi32(ids, keys);   // 2 3, 6 7
+  Visible group[kGroup];
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(group),
+                      _mm256_permute2x128_si256(evenPairs, oddPairs, 0x20));
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(group + kHalf),
+                      _mm256_permute2x128_si256(evenPairs, oddPairs, 0x31));
+  Append(group, kGroup, candidates & ~static_cast<uint32_t>(_mm256_movemask_ps(outside)));
+}
+
+// Branchless: every lane is stored, and only visible ones advance the count.
+inline void Culler::Append(const Visible* group, uint32_t size, uint32_t inside) {
+  if (visible.size() < used + size) {
+    visible.resize(2 * visible.size() + kMinVisibleCapacity);
+  }
+  Visible* const out = visible.data();
   size_t at = used;
-  for (uint32_t lane = 0; lane < kGroup; ++lane) {
+  for (uint32_t lane = 0; lane < size; ++lane) {
     out[at] = group[lane];
     at += inside >> lane & 1u;
   }
@@ -98,12 +162,25 @@ void Culler::Sort() {
   }
 }
 
-// LSD radix sort: counting sort by each digit, least significant first.
+// LSD radix sort: counting sort by each digit, least significant first. Then only neighbours with
+// equal digits are out of order.
 void Culler::RadixSort() {
-  uint32_t starts[kDigits][kBuckets] = {};
-  const auto digit = [](Visible entry, int d) {
-    return static_cast<uint32_t>(entry >> (kKeyShift + d * kDigitBits)) & (kBuckets - 1);
+  uint32_t least = KeyOf(visible[0]);
+  uint32_t most = least;
+  for (const Visible entry : visible) {
+    const uint32_t key = KeyOf(entry);
+    least = key < least ? key : least;
+    most = key > most ? key : most;
+  }
+  int ignoredBits = 0;
+  while ((most - least) >> ignoredBits >> (kDigits * kDigitBits) != 0) {
+    ++ignoredBits;
+  }
+  const auto digit = [least, ignoredBits](Visible entry, int d) {
+    return (KeyOf(entry) - least) >> ignoredBits >> (d * kDigitBits) & (kBuckets - 1);
   };
+
+  uint32_t starts[kDigits][kBuckets] = {};
   for (const Visible entry : visible) {
     for (int d = 0; d < kDigits; ++d) {
       ++starts[d][digit(entry, d)];
@@ -111,10 +188,6 @@ void Culler::RadixSort() {
   }
   spare.resize(visible.size());
   for (int d = 0; d < kDigits; ++d) {
-    // The pass is a no-op if all keys share the digit, as the top bits of depths often do.
-    if (starts[d][digit(visible[0], d)] == visible.size()) {
-      continue;
-    }
     uint32_t next = 0;
     for (uint32_t& start : starts[d]) {
       const uint32_t count = start;
@@ -126,6 +199,30 @@ void Culler::RadixSort() {
     }
     visible.swap(spare);
   }
+  if (ignoredBits != 0 && !SortNeighbours()) {
+    // Stable as well, so that the order of equal depths does not depend on the others.
+    std::stable_sort(visible.begin(), visible.end(),
+                     [](Visible a, Visible b) { return KeyOf(a) < KeyOf(b); });
+  }
+}
+
+// Insertion sort of what is nearly sorted. False, with entries out of order, if it takes too many
+// moves, as where all depths but one are close to each other.
+bool Culler::SortNeighbours() {
+  size_t movesLeft = kMovesPerKey * visible.size();
+  for (size_t i = 1; i < visible.size(); ++i) {
+    const Visible entry = visible[i];
+    size_t at = i;
+    for (; at != 0 && KeyOf(visible[at - 1]) > KeyOf(entry); --at) {
+      visible[at] = visible[at - 1];
+    }
+    visible[at] = entry;
+    if (i - at > movesLeft) {
+      return false;
+    }
+    movesLeft -= i - at;
+  }
+  return true;
 }
 
 void Culler::Finish(CullResult* result) {
@@ -138,7 +235,7 @@ void Culler::Finish(CullResult* result) {
   for (size_t i = 0; i < count; ++i) {
     const uint32_t handle = static_cast<uint32_t>(visible[i]);
     result->objects[i] = handle;
-    result->distances[i] = DepthOfKey(static_cast<uint32_t>(visible[i] >> kKeyShift));
+    result->distances[i] = DepthOfKey(KeyOf(visible[i]));
     hash = hash * 31 + handle;
   }
   result->hash = hash;

@@ -11,18 +11,19 @@
 
 namespace nq::engine {
 
-// Takes spheres four at a time and collects the visible ones; Finish sorts them. Reuses its working
-// memory between calls. Script thread only.
+// Takes spheres eight at a time and collects the visible ones; Finish sorts them. Reuses its
+// working memory between calls. Script thread only.
 class Culler {
  public:
-  static constexpr uint32_t kGroup = 4;
+  static constexpr uint32_t kGroup = 8;
 
   void Begin(const ViewVolume& view);
 
-  // Tests four spheres, those whose bit is set in `candidates`, against the planes in order: a
-  // sphere is outside if -radius is greater than normal . centre + d. A sphere that touches a plane
-  // from outside is inside, and a plane of NaNs rejects nothing. `handles` and `depths` are of the
-  // same four; the depths are written for all of them.
+  // Tests eight spheres, those whose bit is set in `candidates`, against the planes: a sphere is
+  // outside if -radius is greater than normal . centre + d. A sphere that touches a plane from
+  // outside is inside, and a plane of NaNs rejects nothing. `handles` and `depths` are of the same
+  // eight; the depths are written for all of them. Branchless: where half of the spheres are
+  // visible, leaving at the first plane that rejects all would be mispredicted too often.
   void TestGroup(const float* x, const float* y, const float* z, const float* radius,
                  uint32_t candidates, const uint32_t* handles, float* depths);
 
@@ -34,15 +35,30 @@ class Culler {
   // Upper half: the depth as an integer that sorts like the float; lower half: the handle.
   typedef uint64_t Visible;
 
+  static constexpr uint32_t kHalf = kGroup / 2;
+
+  // TestGroup by SSE, for half a group each time, and by AVX2, only if HasWideIntegers.
+  void TestHalf(const float* x, const float* y, const float* z, const float* radius,
+                uint32_t candidates, const uint32_t* handles, float* depths);
+  void TestWhole(const float* x, const float* y, const float* z, const float* radius,
+                 uint32_t candidates, const uint32_t* handles, float* depths);
+
+  // Appends those of `group` whose bit is set in `inside`.
+  void Append(const Visible* group, uint32_t size, uint32_t inside);
+
   void Sort();
   void RadixSort();
+  bool SortNeighbours();
 
-  // A number of the view volume broadcast to four lanes: broadcasting it again for each group would
+  // A number of the view volume broadcast to all lanes: broadcasting it again for each group would
   // take longer than the test.
-  struct alignas(16) Lanes {
+  struct alignas(32) Lanes {
     Lanes() = default;
-    explicit Lanes(float value) : lane{value, value, value, value} {}
-    __m128 Load() const { return _mm_load_ps(lane); }
+    explicit Lanes(float value) {
+      for (float& one : lane) {
+        one = value;
+      }
+    }
 
     float lane[kGroup];
   };

@@ -3,6 +3,7 @@
 
 #include "Common/Def/Platform.h"
 #include "Common/Def/Vectors.h"
+#include "Engine/Culling/Culler.h"
 
 namespace nq::engine {
 
@@ -11,9 +12,9 @@ namespace {
 // Prefetch distance in objects: in a scene that moves, every sphere needs its entity's matrix.
 constexpr uint32_t kPrefetchObjects = 8;
 
-// The array size that lets groups of four be read at the end.
-uint32_t PaddedToFour(uint32_t count) {
-  return (count + 3) / 4 * 4;
+// The array size that lets whole groups be read at the end.
+uint32_t PaddedToGroups(uint32_t count) {
+  return (count + Culler::kGroup - 1) / Culler::kGroup * Culler::kGroup;
 }
 
 // The length of the longest of the first three columns of a matrix, over all four of their
@@ -44,7 +45,7 @@ float LongestColumn(const float* m) {
 
 void* CullingComponentValue::Allocate(uint32_t objectCount) {
   count = objectCount;
-  const uint32_t padded = PaddedToFour(count);
+  const uint32_t padded = PaddedToGroups(count);
   caches.Allocate(padded);
   spheres.x.Allocate(padded);
   spheres.y.Allocate(padded);

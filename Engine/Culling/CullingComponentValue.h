@@ -22,7 +22,7 @@ struct CullingEntityCache {
   const uint32_t* worldVersion;  // the entity's; null unless a 3D one was found and lives
 };
 
-// The world spheres of a batch as a structure of arrays, so that four are tested at a time. Zeros
+// The world spheres of a batch as a structure of arrays, so that a group is tested at a time. Zeros
 // until first computed.
 struct WorldSpheres {
   AlignedArray<float> x;

@@ -23,8 +23,11 @@ class LocalVersions {
   explicit LocalVersions(const TransformTree* tree) : tree(tree) {}
 
   // Raises the version of `handle`'s entity and of all its descendants by 1.
-  void Bump(uint32_t handle) {
-    uint8_t& recent = tree->Links(handle).recentBumps;
+  void Bump(uint32_t handle) { Bump(handle, &tree->Links(handle)); }
+
+  // The same for a caller that has the entity's links.
+  void Bump(uint32_t handle, TransformLinks* links) {
+    uint8_t& recent = links->recentBumps;
     if (recent == 0 && tree->Version(handle).pending == 0) {
       bumped.push_back(handle);
     }

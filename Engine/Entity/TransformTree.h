@@ -171,6 +171,24 @@ class TransformTree {
   // The batches by slot. Valid until a batch is added.
   const TransformBatch* Table() const { return batches.data(); }
 
+  // Contains and Batch for loops over many handles, in which stores would otherwise make the
+  // compiler reload the table's address. Valid until a batch is added.
+  class Lookup {
+   public:
+    explicit Lookup(const TransformTree& tree)
+        : batches(tree.batches.data()), slots(tree.batches.size()) {}
+
+    // The batch of the entity that `handle` names; null if it names none.
+    const TransformBatch* BatchOf(uint32_t handle) const {
+      const uint32_t slot = HandleSlot(handle);
+      return slot < slots && HandleElement(handle) < batches[slot].count ? batches + slot : nullptr;
+    }
+
+   private:
+    const TransformBatch* const batches;
+    const size_t slots;
+  };
+
   // The batch of a handle's slot; an empty one if there is none.
   TransformBatch BatchOrEmpty(uint32_t handle) const {
     const uint32_t slot = HandleSlot(handle);
@@ -290,21 +308,36 @@ class TransformTree {
           [](TransformLinks* ancestor, uint32_t) { return ancestor->MarkBelow(); });
     }
 
+    // Marks `count` entities from `index` up, with the same result. Where the parent is one of
+    // them, it is marked too, and its own climb reaches the ancestors.
+    void MarkRun(const TransformBatch& batch, uint32_t slot, uint32_t index, uint32_t count) const {
+      TransformLinks* const links = batch.links + index;
+      const uint32_t first = slot << kHandleElementBits | index;
+      for (uint32_t i = 0; i < count; ++i) {
+        links[i].SetDirtyState(kDirtySelf);
+        const uint32_t parent = links[i].parent;
+        if (parent - first >= count && parent != 0) {
+          Mark(batch, slot, index + i);
+        }
+      }
+    }
+
    private:
     TransformTree* tree;
   };
 
   // --- Marks of a frame's own passes, on the script thread while no other thread marks.
 
-  // Like MarkDirty, for an entity of the dirty list, but not recorded as another mark. Appends the
-  // ancestors that it marks to `path`, from the lowest to the highest.
-  void MarkListed(uint32_t handle, std::vector<uint32_t>* path) {
+  // Like MarkDirty, for an entity of the dirty list by its links, but not recorded as another mark.
+  // Calls `onMarked` for the ancestors that it marks, from the lowest to the highest.
+  template <typename OnMarked>
+  void MarkListed(TransformLinks* entityLinks, OnMarked onMarked) {
     MarkAndClimb(
-        &Links(handle), [this](uint32_t parent) { return &Links(parent); },
-        [path](TransformLinks* links, uint32_t parent) {
+        entityLinks, [this](uint32_t parent) { return &Links(parent); },
+        [onMarked](TransformLinks* links, uint32_t parent) {
           const bool marked = links->MarkBelowAlone();
           if (marked) {
-            path->push_back(parent);
+            onMarked(parent);
           }
           return marked;
         });

@@ -7,18 +7,17 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
 #include <vector>
 
 #include "Common/Def/Assert.h"
 #include "Common/Def/EngineRuntime.h"
 #include "Common/Def/Log.h"
-#include "Common/Def/MathKernels.h"
 #include "Common/Def/Platform.h"
 #include "Common/Def/WorkerPool.h"
 #include "Engine/Entity/Entity.h"
 #include "Engine/Entity/Entity2D.h"
 #include "Engine/Entity/Entity3D.h"
+#include "Engine/Entity/WorldMatrixQueue.h"
 
 namespace nq::engine {
 
@@ -27,9 +26,6 @@ namespace {
 // Prefetch distance in entries of the dirty list: the records, links and matrices of a large scene
 // are not in any cache, and a list names them in any order.
 constexpr uint32_t kPrefetchEntries = 24;
-
-// The same for world matrices, of which each entry takes more memory.
-constexpr uint32_t kPrefetchPaths = 8;
 
 // If there are fewer entities than this per listed one, a frame walks from the roots.
 constexpr uint32_t kEntitiesPerListed = 8;
@@ -43,105 +39,116 @@ void BuildLocalMatrix(const TransformBatch& batch, uint32_t index) {
   }
 }
 
-// Computes one world matrix, raises its version, publishes it, and updates the entities that are
-// bound to the entity as a bone. `batches` is the tree's table.
-inline void ComputeWorldMatrix(const TransformBatch* batches, uint32_t handle) {
-  const TransformBatch& batch = batches[HandleSlot(handle)];
-  const uint32_t index = HandleElement(handle);
-  const TransformLinks& links = batch.links[index];
-  const float* local = batch.localMatrices[index].m;
-  float* world = batch.worldMatrices[index].m;
-  if (links.parent != 0) {
-    const TransformBatch& parentBatch = batches[HandleSlot(links.parent)];
-    multiplyMatrix4(parentBatch.worldMatrices[HandleElement(links.parent)].m, local, world);
-  } else {
-    std::memcpy(world, local, sizeof(TransformMatrix));
-  }
-  ++batch.worldVersions[index];
-  uint8_t* record = batch.SharedRecord(index);
-  if (batch.isThreeD) {
-    Entity3D::PublishWorldMatrix(world, record);
-  } else {
-    Entity2D::PublishWorldMatrix(world, record);
-  }
-  if (links.hasBoundEntities != 0) {
-    batch.EntityAt(index)->UpdateBoundEntities();
-  }
-}
+// The siblings that a walk has passed on its way down and has yet to visit, with their depths, so
+// that it need not climb back to them through links. Only the lowest few are remembered.
+class PassedSiblings {
+ public:
+  struct Sibling {
+    uint32_t handle;
+    uint32_t depth;
+  };
 
-// Prefetches the memory that ComputeWorldMatrix uses.
-void PrefetchWorldMatrix(const TransformTree& tree, uint32_t handle) {
-  const TransformBatch& batch = tree.Batch(handle);
-  const uint32_t index = HandleElement(handle);
-  const uint32_t parent = batch.links[index].parent;
-  if (parent != 0) {
-    NQ_PREFETCH(tree.WorldMatrix(parent));
+  void Push(Sibling sibling) {
+    siblings[end % kCapacity] = sibling;
+    ++end;
+    if (end - begin > kCapacity) {
+      ++begin;
+    }
   }
-  NQ_PREFETCH(batch.localMatrices[index].m);
-  NQ_PREFETCH_FOR_WRITE(batch.worldMatrices[index].m);
-  NQ_PREFETCH_FOR_WRITE(batch.worldVersions + index);
-  // Approximately both ends of the published matrix, which is the second half of a record.
-  const uint8_t* record = batch.SharedRecord(index);
-  NQ_PREFETCH_FOR_WRITE(record + batch.sharedStride / 2);
-  NQ_PREFETCH_FOR_WRITE(record + batch.sharedStride - 1);
-}
+
+  bool Empty() const { return begin == end; }
+  Sibling Pop() {
+    --end;
+    return siblings[end % kCapacity];
+  }
+
+  // True if there have been more than are remembered: the walk must climb to those.
+  bool ForgotAny() const { return begin != 0; }
+
+ private:
+  static constexpr uint32_t kCapacity = 32;
+
+  Sibling siblings[kCapacity];
+  uint32_t begin = 0;  // number of siblings that were forgotten
+  uint32_t end = 0;
+};
 
 // Walks `top` and all its descendants in preorder. `visit` returns whether to descend to the
-// children. A walk deeper than the number of entities is on a parent cycle.
+// children. A walk deeper than the number of entities is on a parent cycle; what it has queued by
+// then is computed before the report.
 template <typename Visit>
-inline void WalkSubtree(const TransformTree& tree, uint32_t top, Visit visit) {
+inline void WalkSubtree(const TransformTree& tree, uint32_t top, WorldMatrixQueue* queue,
+                        Visit visit) {
   const TransformBatch* const batches = tree.Table();
   const auto linksOf = [batches](uint32_t handle) {
     return &batches[HandleSlot(handle)].links[HandleElement(handle)];
   };
   const size_t maxDepth = tree.EntityCount();
-  size_t depth = 0;
+  uint32_t depth = 0;
   uint32_t handle = top;
   TransformLinks* links = linksOf(handle);
-  for (;;) {
-    if (visit(batches, handle, links) && links->firstChild != 0) {
-      handle = links->firstChild;
-      links = linksOf(handle);
-      if (++depth > maxDepth) {
-        FailOnParentCycle(handle);
-      }
-      continue;
-    }
-    while (depth != 0 && links->nextSibling == 0) {
-      handle = links->parent;
-      links = linksOf(handle);
-      --depth;
-    }
-    if (depth == 0) {
-      return;
-    }
-    // Siblings are mostly adjacent. As a separate branch, that case is predicted, so loading the
-    // next links does not wait for these.
-    const uint32_t next = links->nextSibling;
+  // Children and siblings are mostly adjacent. As a separate branch, that case is predicted, so
+  // loading the next links does not wait for these.
+  const auto moveTo = [&](uint32_t next) {
     links = next == handle + 1 ? links + 1 : linksOf(next);
     handle = next;
+  };
+  PassedSiblings passed;
+  for (;;) {
+    const uint32_t child = links->firstChild;
+    const uint32_t sibling = depth != 0 ? links->nextSibling : 0;
+    if (visit(handle, links) && child != 0) {
+      if (sibling != 0) {
+        NQ_PREFETCH(linksOf(sibling));
+        passed.Push({sibling, depth});
+      }
+      moveTo(child);
+      if (++depth > maxDepth) {
+        queue->Flush();
+        FailOnParentCycle(handle);
+      }
+    } else if (sibling != 0) {
+      moveTo(sibling);
+    } else if (!passed.Empty()) {
+      const PassedSiblings::Sibling next = passed.Pop();
+      depth = next.depth;
+      moveTo(next.handle);
+    } else if (passed.ForgotAny()) {
+      while (depth != 0 && links->nextSibling == 0) {
+        moveTo(links->parent);
+        --depth;
+      }
+      if (depth == 0) {
+        return;
+      }
+      moveTo(links->nextSibling);
+    } else {
+      return;
+    }
   }
 }
 
-void UpdateWorldSubtreeOf(const TransformTree& tree, uint32_t top) {
-  WalkSubtree(tree, top, [](const TransformBatch* batches, uint32_t handle, TransformLinks* links) {
+// Queues the world matrices of `top` and of all its descendants that a walk enters.
+void UpdateWorldSubtreeOf(const TransformTree& tree, uint32_t top, WorldMatrixQueue* queue) {
+  WalkSubtree(tree, top, queue, [queue](uint32_t handle, TransformLinks* links) {
     if (!links->IsActive()) {
       return false;
     }
     TransformTree::Clean(links);
-    ComputeWorldMatrix(batches, handle);
+    queue->Add(handle, *links);
     return true;
   });
 }
 
-void UpdateTreeOf(const TransformTree& tree, uint32_t top) {
-  WalkSubtree(tree, top, [&tree](const TransformBatch*, uint32_t handle, TransformLinks* links) {
+// The same for all that is marked at or below `top`.
+void UpdateTreeOf(const TransformTree& tree, uint32_t top, WorldMatrixQueue* queue) {
+  WalkSubtree(tree, top, queue, [&tree, queue](uint32_t handle, TransformLinks* links) {
     const uint8_t state = links->DirtyState();
     if (state == kDirtyClean || !links->IsActive()) {
       return false;
     }
     if (state == kDirtySelf) {
-      UpdateWorldSubtreeOf(tree, handle);
+      UpdateWorldSubtreeOf(tree, handle, queue);
       return false;
     }
     TransformTree::Clean(links);
@@ -157,11 +164,13 @@ void FailOnParentCycle(uint32_t handle) {
 }
 
 void Entity::UpdateTree() {
-  UpdateTreeOf(*tree, handle);
+  WorldMatrixQueue queue(*tree);
+  UpdateTreeOf(*tree, handle, &queue);
 }
 
 void Entity::UpdateWorldSubtree() {
-  UpdateWorldSubtreeOf(*tree, handle);
+  WorldMatrixQueue queue(*tree);
+  UpdateWorldSubtreeOf(*tree, handle, &queue);
 }
 
 void Entity::RefreshChain() {
@@ -182,13 +191,15 @@ void Entity::RefreshChain() {
   if (!allActive) {
     return;
   }
+  WorldMatrixQueue queue(*tree);
   while (!chain.empty()) {
     Entity* next = chain.back();
     chain.pop_back();
     next->UpdateLocalMatrix();
     // Children are not computed here; the next world pass still has to visit them.
     TransformTree::LeaveMarkBelow(&next->links());
-    ComputeWorldMatrix(tree->Table(), next->handle);
+    queue.Add(next->handle, next->links());
+    queue.Flush();  // the next entity may be bound to this one, which then writes its record
   }
 }
 
@@ -216,7 +227,11 @@ void WorldTransform::FreeRoots() {
 void WorldTransform::SyncAndMark() {
   keepsToPaths = MayKeepToPaths();
   paths.clear();
-  SyncAnd([this](uint32_t handle) { MarkPath(handle); });
+  if (keepsToPaths) {
+    SyncAnd([this](uint32_t, TransformLinks* links) { MarkPath(links); });
+  } else {
+    SyncAnd([this](uint32_t, TransformLinks* links) { tree->MarkListed(links, [](uint32_t) {}); });
+  }
 }
 
 void WorldTransform::ComputeMarked() {
@@ -247,49 +262,54 @@ void WorldTransform::SyncAnd(Mark mark) {
   } else {
     SyncDirtyRange(0, n);
   }
-  ForEachListed([this, mark](uint32_t handle) {
-    versions->Bump(handle);
-    mark(handle);
+  ForEachListed([this, mark](uint32_t handle, TransformLinks* links) {
+    versions->Bump(handle, links);
+    mark(handle, links);
   });
   if (onWorkers) {
     workerPool->WaitIdle();
   }
 }
 
-// Calls `visit(handle)` for each entry of the dirty list that names an entity, in order.
+// Calls `visit(handle, links)` for each entry of the dirty list that names an entity, in order.
 template <typename Visit>
 void WorldTransform::ForEachListed(Visit visit) const {
+  const TransformTree::Lookup lookup(*tree);
   const uint32_t n = dirtyEntities->Count();
   for (uint32_t i = 1; i <= n; ++i) {
     if (i + kPrefetchEntries <= n) {
       const uint32_t ahead = dirtyEntities->Entry(i + kPrefetchEntries);
-      if (tree->Contains(ahead)) {
-        NQ_PREFETCH_FOR_WRITE(&tree->Links(ahead));
+      const TransformBatch* const batch = lookup.BatchOf(ahead);
+      if (batch != nullptr) {
+        NQ_PREFETCH_FOR_WRITE(batch->links + HandleElement(ahead));
       }
     }
     const uint32_t handle = dirtyEntities->Entry(i);
-    if (tree->Contains(handle)) {
-      visit(handle);
+    const TransformBatch* const batch = lookup.BatchOf(handle);
+    if (batch != nullptr) {
+      visit(handle, batch->links + HandleElement(handle));
     }
   }
 }
 
 void WorldTransform::SyncDirtyRange(uint32_t start, uint32_t count) {
+  const TransformTree::Lookup lookup(*tree);
   const uint32_t last = start + count;
   for (uint32_t i = start + 1; i <= last; ++i) {
     if (i + kPrefetchEntries <= last) {
       const uint32_t ahead = dirtyEntities->Entry(i + kPrefetchEntries);
-      if (tree->Contains(ahead)) {
-        const TransformBatch& batch = tree->Batch(ahead);
+      const TransformBatch* const batch = lookup.BatchOf(ahead);
+      if (batch != nullptr) {
         const uint32_t index = HandleElement(ahead);
-        NQ_PREFETCH_FOR_WRITE(batch.localMatrices[index].m);
-        NQ_PREFETCH(batch.SharedRecord(index));
-        NQ_PREFETCH(batch.SharedRecord(index) + offsetof(Entity3DRecord, worldMatrix) - 1);
+        NQ_PREFETCH_FOR_WRITE(batch->localMatrices[index].m);
+        NQ_PREFETCH(batch->SharedRecord(index));
+        NQ_PREFETCH(batch->SharedRecord(index) + offsetof(Entity3DRecord, worldMatrix) - 1);
       }
     }
     const uint32_t handle = dirtyEntities->Entry(i);
-    if (tree->Contains(handle)) {
-      BuildLocalMatrix(tree->Batch(handle), HandleElement(handle));
+    const TransformBatch* const batch = lookup.BatchOf(handle);
+    if (batch != nullptr) {
+      BuildLocalMatrix(*batch, HandleElement(handle));
     }
   }
 }
@@ -308,17 +328,18 @@ bool WorldTransform::MayKeepToPaths() const {
 }
 
 // Records the ancestors that it marks, each after those above it, except for those marked before.
-void WorldTransform::MarkPath(uint32_t handle) {
+void WorldTransform::MarkPath(TransformLinks* links) {
   const auto lowest = static_cast<std::ptrdiff_t>(paths.size());
-  tree->MarkListed(handle, &paths);
+  tree->MarkListed(links, [this](uint32_t ancestor) { paths.push_back(ancestor); });
   std::reverse(paths.begin() + lowest, paths.end());
 }
 
 void WorldTransform::UpdateRoots() {
+  WorldMatrixQueue queue(*tree);
   rootsStandAlone = true;
   for (Entity* root : roots) {
     rootsStandAlone = rootsStandAlone && root->links().parent == 0;
-    UpdateTreeOf(*tree, root->handle);
+    UpdateTreeOf(*tree, root->handle, &queue);
   }
   tree->ForgetOtherMarks();
 }
@@ -340,13 +361,11 @@ void WorldTransform::UpdatePaths(uint32_t listed) {
       TransformTree::Clean(&links);
     }
   }
+  WorldMatrixQueue queue(*tree);
   for (uint32_t i = 1; i <= listed; ++i) {
-    if (i + kPrefetchPaths <= listed && isTop(dirtyEntities->Entry(i + kPrefetchPaths))) {
-      PrefetchWorldMatrix(*tree, dirtyEntities->Entry(i + kPrefetchPaths));
-    }
     const uint32_t handle = dirtyEntities->Entry(i);
     if (isTop(handle)) {
-      UpdateWorldSubtreeOf(*tree, handle);
+      UpdateWorldSubtreeOf(*tree, handle, &queue);
     }
   }
 }
@@ -354,17 +373,17 @@ void WorldTransform::UpdatePaths(uint32_t listed) {
 // --- Run by native callers only
 
 void WorldTransform::RefreshEntity(Entity* entity) {
-  SyncAnd([this](uint32_t handle) { tree->MarkDirty(handle, true); });
+  SyncAnd([this](uint32_t handle, TransformLinks*) { tree->MarkDirty(handle, true); });
   dirtyEntities->Clear();
   entity->RefreshChain();
 }
 
 void WorldTransform::SyncLocalTransform() {
-  SyncAnd([](uint32_t) {});
+  SyncAnd([](uint32_t, TransformLinks*) {});
 }
 
 void WorldTransform::MarkDirtyEntities(bool deep) {
-  ForEachListed([this, deep](uint32_t handle) { tree->MarkDirty(handle, deep); });
+  ForEachListed([this, deep](uint32_t handle, TransformLinks*) { tree->MarkDirty(handle, deep); });
 }
 
 }  // namespace nq::engine

@@ -80,7 +80,7 @@ class WorldTransform {
   template <typename Visit>
   void ForEachListed(Visit visit) const;
 
-  void MarkPath(uint32_t handle);
+  void MarkPath(TransformLinks* links);
   bool MayKeepToPaths() const;
 
   // The world pass: over all that is marked below the roots, or over what the first `listed`

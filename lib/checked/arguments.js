@@ -1,5 +1,6 @@
 'use strict';
 // Checks of single arguments. Error messages name the call, the argument, its value, and what to pass instead.
+const { blockBytes, dataViewOf, isBlock } = require('../block-bytes');
 const { types } = require('util');
 
 const kLargestU32 = 0xffffffff;
@@ -110,12 +111,15 @@ function viewOf(call, name, getRange) {
  * @returns {DataView}
  */
 function bytesOfBuffer(call, name, value) {
-  if (!types.isArrayBuffer(value)) {
+  if (!isBlock(value)) {
     const cure = ArrayBuffer.isView(value)
       ? 'give an ArrayBuffer: the "buffer" of the view, if the view covers all of it'
       : 'give an ArrayBuffer';
     const trouble = `${name} is ${show(value)}, and only an ArrayBuffer is accepted`;
     throw new TypeError(`${call}: ${trouble}: ${cure}.`);
+  }
+  if (!types.isArrayBuffer(value)) {
+    return dataViewOf({ block: value });
   }
   return viewOf(call, name, () => [value]);
 }
@@ -126,7 +130,7 @@ function bytesOfBuffer(call, name, value) {
  */
 function bytesOfData(call, name, value) {
   if (!ArrayBuffer.isView(value)) {
-    if (!types.isArrayBuffer(value)) {
+    if (!isBlock(value)) {
       const trouble = `${name} is ${show(value)}, which holds no bytes for native code`;
       throw new TypeError(`${call}: ${trouble}: give an ArrayBuffer or a view of one.`);
     }
@@ -136,11 +140,16 @@ function bytesOfData(call, name, value) {
   return viewOf(call, name, () => getters.map((get) => get(value)));
 }
 
-/** Copies an ArrayBuffer. `slice` would read the buffer's constructor, which JavaScript can replace. */
-function copyOfBuffer(buffer) {
-  const copy = new Uint8Array(byteLengthOf(buffer));
-  copy.set(new Uint8Array(buffer));
+/** Copies bytes. `slice` would read the array's constructor, which JavaScript can replace. */
+function copyOfBytes(bytes) {
+  const copy = new Uint8Array(bytes.length);
+  copy.set(bytes);
   return copy.buffer;
+}
+
+/** Copies a block. */
+function copyOfBuffer(buffer) {
+  return copyOfBytes(blockBytes(buffer));
 }
 
 /**
@@ -179,6 +188,7 @@ module.exports = {
   checkNumber,
   checkWhole,
   copyOfBuffer,
+  copyOfBytes,
   readCounted,
   show,
 };

@@ -1,5 +1,6 @@
 'use strict';
 // The culling calls: their arguments, the records that they read, and the buffer of the V2 methods.
+const { blockBytes, dataViewOf } = require('../block-bytes');
 const { MessageChannel } = require('worker_threads');
 const layout = require('../layout');
 const {
@@ -82,7 +83,7 @@ function checkObject(call, registry, entry, view, index, mask) {
 function checkObjects(call, registry, list, mask) {
   if (list === null) {
     for (const entry of registry.live('culling')) {
-      const view = new DataView(entry.native.buffer);
+      const view = dataViewOf(entry.native);
       for (let i = 0; i < entry.count; ++i) {
         checkObject(call, registry, entry, view, i, mask);
       }
@@ -91,7 +92,7 @@ function checkObjects(call, registry, list, mask) {
   }
   list.forEach((handle, i) => {
     const entry = registry.require('culling', `${call}: list, entry ${i}:`, handle);
-    const view = new DataView(entry.native.buffer);
+    const view = dataViewOf(entry.native);
     checkObject(call, registry, entry, view, handle & kHandles.elementMask, mask);
   });
 }
@@ -117,14 +118,14 @@ class ResultBuffer {
   /** Runs a V2 method. It sees what JavaScript wrote into the buffer, as without checked mode. */
   run(method, args) {
     const size = byteLengthOf(this.buffer);
-    const fits = size === byteLengthOf(this._engine.cullingResult);
+    const fits = size === blockBytes(this._engine.cullingResult).length;
     if (fits) {
-      new Uint8Array(this._engine.cullingResult).set(new Uint8Array(this.buffer));
+      blockBytes(this._engine.cullingResult).set(new Uint8Array(this.buffer));
     }
     const replaced = method.apply(this._engine, args);
     const result = this._engine.cullingResult;
     if (!replaced && fits) {
-      new Uint8Array(this.buffer).set(new Uint8Array(result));
+      new Uint8Array(this.buffer).set(blockBytes(result));
       return replaced;
     }
     // JavaScript may have transferred its copy.

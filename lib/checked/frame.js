@@ -1,5 +1,6 @@
 'use strict';
 // What refreshWorldTransform reads: the stream of entity commands and the list of dirty entities.
+const { blockWords } = require('../block-bytes');
 const { entityCommandTable } = require('../command-tables');
 const { limits } = require('../layout');
 
@@ -143,7 +144,7 @@ function lengthOf({ operands, perElement }, words, at, end) {
 
 /** Executes the stream on the model of links. If it throws, the caller must roll the model back. */
 function runCommands(state) {
-  const words = new Uint32Array(state.engine.entityCommands);
+  const words = blockWords(state.engine.entityCommands);
   const length = words[0];
   if (length > limits.commandBytes || length % kWordBytes !== 0) {
     const trouble =
@@ -176,7 +177,7 @@ function runCommands(state) {
 
 /** Throws for unknown handles, except those that native code appended and whose entity was released since. */
 function checkDirtyList({ engine, registry, appended }) {
-  const words = new Uint32Array(engine.dirtyEntities);
+  const words = blockWords(engine.dirtyEntities);
   const count = words[0];
   if (count > limits.dirtyEntities) {
     const trouble = `the count of dirtyEntities is ${count}, and ${limits.dirtyEntities} fit`;
@@ -202,7 +203,7 @@ function refresh(state) {
   state.tree.commit();
   state.hints.beforeRefresh(kCall);
   const result = state.engine.refreshWorldTransform();
-  const words = new Uint32Array(state.engine.dirtyEntities);
+  const words = blockWords(state.engine.dirtyEntities);
   state.appended = words.slice(1, 1 + words[0]);
   state.hints.report();
   return result;

@@ -1,6 +1,7 @@
 'use strict';
 // Hints about blending: clips of which only some move a channel of an entity, so that the weights of the others
 // are missing from its mean, and times that are NaN.
+const { dataViewOf } = require('../block-bytes');
 const layout = require('../layout');
 const { isDegrees } = require('./hint-records');
 const { isNone } = require('./registry');
@@ -118,7 +119,7 @@ class Blends {
   }
 
   animator(call, entry) {
-    const view = new DataView(entry.native.buffer);
+    const view = dataViewOf(entry.native);
     const playing = [];
     let base = 0;
     let key = 0;
@@ -199,7 +200,7 @@ class Blends {
     if (binding === undefined) {
       return;
     }
-    const view = new DataView(entry.native.buffer);
+    const view = dataViewOf(entry.native);
     const layers = [];
     let key = binding.id;
     for (let i = 0; i < entry.layerCount; ++i) {
@@ -254,7 +255,7 @@ class Blends {
     const playing = [];
     for (let handle = first; !isNone(handle); ) {
       const state = this._registry.find('state', handle);
-      const view = new DataView(state.native.buffer);
+      const view = dataViewOf(state.native);
       const share = view.getFloat32(controllerState.weight, true);
       for (let k = 0; k < state.clipCount && share !== 0; ++k) {
         const at = controllerState.clips + controllerClip.size * k;

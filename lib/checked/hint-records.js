@@ -1,6 +1,7 @@
 'use strict';
 // Copies of the records from which local matrices were built: native code reads a record when its entity is
 // listed, or when a player or a binding writes it. Comparing it with the copy shows what has changed since.
+const { blockFloats, blockWords } = require('../block-bytes');
 const { entity2D, entity3D, handles } = require('../layout');
 
 const kByteMask = 0xff;
@@ -79,8 +80,8 @@ class RecordTrack {
     this._size = words;
     this._corner = corner;
     this._names = names;
-    this._words = new Uint32Array(native.buffer);
-    this._floats = new Float32Array(native.buffer);
+    this._words = blockWords(native);
+    this._floats = blockFloats(native);
     this._read = new Uint32Array(count * words);
     this._readFloats = new Float32Array(this._read.buffer);
     this._rest = null;

@@ -2,6 +2,7 @@
 // Hints: code that throws nowhere and is valid for native code, but is nearly always a mistake. They are found
 // before or after a verified call, and reported after it has been executed; they change nothing. docs/checked.md
 // has the rules, and what they don't detect.
+const { blockWords, dataViewOf } = require('../block-bytes');
 const layout = require('../layout');
 const { Blends } = require('./hint-blends');
 const { makePeer } = require('./hint-peers');
@@ -27,8 +28,8 @@ class Hints {
     const { engine, registry, tree } = state;
     this._registry = registry;
     this._tree = tree;
-    this._dirty = new Uint32Array(engine.dirtyEntities);
-    this._commands = new Uint32Array(engine.entityCommands);
+    this._dirty = blockWords(engine.dirtyEntities);
+    this._commands = blockWords(engine.entityCommands);
     this._report = new HintReport();
     this._peer = makePeer(state);
     this._forgetAll();
@@ -293,12 +294,12 @@ class Hints {
     if (list !== null) {
       for (const handle of list) {
         const entry = this._registry.find('culling', handle);
-        const view = new DataView(entry.native.buffer);
+        const view = dataViewOf(entry.native);
         this._cull(call, entry, view, handle & layout.handles.elementMask, mask);
       }
     } else {
       this._registry.each('culling', (entry) => {
-        const view = new DataView(entry.native.buffer);
+        const view = dataViewOf(entry.native);
         for (let i = 0; i < entry.count; ++i) {
           this._cull(call, entry, view, i, mask);
         }
@@ -414,7 +415,7 @@ class Hints {
   }
 
   _noteBones(call, { id, boneCount, native }) {
-    const words = new Uint32Array(native.buffer);
+    const words = blockWords(native);
     const first = skinning.entities(boneCount) / 4;
     for (let i = 0; i < boneCount; ++i) {
       const track = this._records.find(words[first + i]);

@@ -3,9 +3,10 @@
 // dry run executes all of them on copies of the blocks that they write, and throws for those that native code
 // would let access memory past a block. Where native code stops with a result code, it stops, too, and leaves
 // the report to that code.
+const { blockBytes, dataViewOf } = require('../block-bytes');
 const { matrixFlowTable } = require('../command-tables');
 const { matrixFlowCommands: types } = require('../layout');
-const { copyOfBuffer } = require('./arguments');
+const { copyOfBytes } = require('./arguments');
 
 const kCall = 'execute';
 const kWordBytes = 4;
@@ -59,7 +60,8 @@ class DryRun {
       return copy;
     }
     if (memoryID < this._shared.length) {
-      return new DataView(this._shared[memoryID]);
+      const { buffer, byteOffset, byteLength } = blockBytes(this._shared[memoryID]);
+      return new DataView(buffer, byteOffset, byteLength);
     }
     const owner = this._registry.ownerOf(memoryID);
     if (owner === undefined) {
@@ -69,14 +71,15 @@ class DryRun {
       const trouble = `the object of block ${memoryID} was collected`;
       throw new RangeError(`${label}: ${trouble}: keep it as long as commands name its memoryID.`);
     }
-    return new DataView(owner.native.buffer);
+    return dataViewOf(owner.native);
   }
 
   /** The copy of a block to write into. */
   _copyOf(label, memoryID) {
     if (!this._copies.has(memoryID)) {
-      const { buffer } = this._block(label, memoryID);
-      this._copies.set(memoryID, new DataView(copyOfBuffer(buffer)));
+      const { buffer, byteOffset, byteLength } = this._block(label, memoryID);
+      const bytes = new Uint8Array(buffer, byteOffset, byteLength);
+      this._copies.set(memoryID, new DataView(copyOfBytes(bytes)));
     }
     return this._copies.get(memoryID);
   }
@@ -212,7 +215,8 @@ class DryRun {
   }
 
   _move(label, from, to, bytes) {
-    const source = new Uint8Array(from.view.buffer, from.offset, bytes).slice();
+    const { buffer, byteOffset } = from.view;
+    const source = new Uint8Array(buffer, byteOffset + from.offset, bytes).slice();
     const target = this._copyOf(label, to.memoryID);
     new Uint8Array(target.buffer, to.offset, bytes).set(source);
     return true;

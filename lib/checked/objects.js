@@ -173,6 +173,10 @@ for (const name of Object.keys(classes)) {
 function adopt(state, kind, native, details) {
   const prototype = classes[native.constructor.name].prototype;
   const object = Object.assign(Object.create(prototype), native);
+  if ('block' in native) {
+    // Throws, and says what to use instead.
+    Object.defineProperty(object, 'buffer', { get: () => native.buffer });
+  }
   if (native.id === 0) {
     return { object };
   }

@@ -1,6 +1,7 @@
 'use strict';
 // The blocks of animators, controllers, states and skinning components, as an update reads them, and
 // which entities an update writes.
+const { dataViewOf } = require('../block-bytes');
 const layout = require('../layout');
 const { isNone, keyOf } = require('./registry');
 const { findNumbers } = require('./rest-poses');
@@ -21,7 +22,7 @@ const { controllerState, controllerClip, skinning, layerBlendModes } = layout;
 const kUnmasked = new Map();
 
 function viewOf(entry) {
-  return new DataView(entry.native.buffer);
+  return dataViewOf(entry.native);
 }
 
 /** The tree that an animator computes: that of its first target, unless it is under a root. */

@@ -1,5 +1,6 @@
 'use strict';
 // Target lists and rest poses of bindings: both determine which entities a controller moves.
+const { dataViewOf } = require('../block-bytes');
 const { addedModes, entity3D } = require('../layout');
 const { bytesOfBuffer, checkWhole } = require('./arguments');
 const { kNone } = require('./registry');
@@ -15,7 +16,7 @@ const kScaleZ = entity3D.scale + 8;
 /** z scale in the record of an entity. */
 function scaleZOf(batch, handle) {
   const at = entity3D.size * (handle - batch.id) + kScaleZ;
-  return new DataView(batch.native.buffer).getFloat32(at, true);
+  return dataViewOf(batch.native).getFloat32(at, true);
 }
 
 /**

@@ -1,7 +1,7 @@
 'use strict';
 // Pools of a scene: entities and culling objects in blocks of equal size, which are kept for as long as the scene, and
 // components by their shape. What is given back is reused, so memory follows the largest number that lived at once.
-const { bytesOf, wordsOf } = require('../block-bytes');
+const { blockOf, bytesOf, keyOf, wordsOf } = require('../block-bytes');
 const {
   componentKinds,
   controller,
@@ -36,14 +36,16 @@ const kHandleElement = 0xfff;
 
 const owner = Symbol('owner');
 
-/** Lets a typed array keep the object alive whose memory it shows: through its buffer. */
+/** Lets a typed array keep the object alive whose memory it shows: through its buffer, if that has one block only. */
 function keepWith(array, object) {
-  array.buffer[owner] = object;
+  const block = blockOf(object);
+  const holder = keyOf(block, array) === array.buffer ? array.buffer : array;
+  holder[owner] = object;
 }
 
 /** Bytes of the blocks of views. */
 function sizeOf(views) {
-  return views.reduce((sum, { u32 }) => sum + u32.buffer.byteLength, 0);
+  return views.reduce((sum, { u32 }) => sum + u32.byteLength, 0);
 }
 
 /**
@@ -389,7 +391,7 @@ class Skin {
 
   /** Writes what it computes: the start of its block, and the entities at `joints` from the first of a run. */
   write(start, blocks, first, joints) {
-    const words = wordsOf(bytesOf('Skin', this.object.buffer));
+    const words = wordsOf(bytesOf('Skin', blockOf(this.object)));
     words.set(start);
     blocks.writeHandles(words, skinning.entities(this.count) / 4, first, joints);
   }
@@ -436,7 +438,7 @@ class ComponentPool {
     const { animator } = componentKinds;
     const component = this._engine.createComponent(animator, 2, 2 * targetCount);
     const view = new AnimatorView(withHandle(component, 'an animator'), 2);
-    this.bytes += view.u32.buffer.byteLength;
+    this.bytes += view.u32.byteLength;
     return view;
   }
 

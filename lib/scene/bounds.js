@@ -191,7 +191,10 @@ function measureBounds(model, curves) {
     const away = Math.hypot(spheres[i] - box[0], spheres[i + 1] - box[1], spheres[i + 2] - box[2]);
     radius = Math.max(radius, away + spheres[i + 3]);
   }
-  return { center: box, radius: radius * slack * (clips.length > 0 ? kSlack : 1) };
+  const bounds = { center: box, radius: radius * slack * (clips.length > 0 ? kSlack : 1) };
+  // Clips and vertices may have values that are not finite, or too large for records.
+  const isFinite = [...box, bounds.radius].every((value) => Number.isFinite(Math.fround(value)));
+  return isFinite ? bounds : { center: [0, 0, 0], radius: Infinity };
 }
 
 module.exports = { measureBounds };

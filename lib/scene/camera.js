@@ -2,6 +2,7 @@
 // Cameras of scenes, and the lists of what they see.
 const { grown } = require('./blocks');
 const { Character } = require('./character');
+const { checkFinite } = require('./node');
 const { failWord, isObject, show } = require('../value-checks');
 const { failIndex, failNumbers } = require('../view-base');
 
@@ -57,7 +58,7 @@ class VisibleList {
    * @returns {Node}
    */
   at(i) {
-    if (i >>> 0 !== i || i >= this._count) {
+    if (typeof i !== 'number' || i >>> 0 !== i || i >= this._count) {
       failIndex('VisibleList.at', 'i', i, this._count);
     }
     return this._objects[i];
@@ -69,7 +70,7 @@ class VisibleList {
    * @returns {number}
    */
   distance(i) {
-    if (i >>> 0 !== i || i >= this._count) {
+    if (typeof i !== 'number' || i >>> 0 !== i || i >= this._count) {
       failIndex('VisibleList.distance', 'i', i, this._count);
     }
     return this._distances[i];
@@ -258,7 +259,7 @@ class Camera {
   }
 
   set layers(layers) {
-    if (layers >>> 0 !== layers) {
+    if (typeof layers !== 'number' || layers >>> 0 !== layers) {
       failWord('Camera.layers', 'it', layers);
     }
     this._layers = layers;
@@ -363,6 +364,11 @@ class Camera {
     }
     const { elements: p } = camera.projectionMatrix;
     const { elements: m } = camera.matrixWorld;
+    const numbers = Array.from({ length: 16 }, (_, i) => m[i]);
+    if (!numbers.every(Number.isFinite)) {
+      const cure = 'give a camera of three.js, up to date';
+      throw new RangeError(`${label}: its matrixWorld is not 16 finite numbers: ${cure}.`);
+    }
     if (p[11] !== 0) {
       if (p[8] !== 0 || p[9] !== 0) {
         const cure = 'give one without view offset and film offset';
@@ -410,7 +416,7 @@ class Camera {
       throw new TypeError(`${label}: options is ${show(options)}: ${cure}.`);
     }
     if (options !== undefined && options.layers !== undefined) {
-      if (options.layers >>> 0 !== options.layers) {
+      if (typeof options.layers !== 'number' || options.layers >>> 0 !== options.layers) {
         failWord(label, 'layers', options.layers);
       }
       mask = options.layers | 0;
@@ -439,6 +445,10 @@ class Camera {
   _writeVector(method, at, x, y, z) {
     if (typeof x !== 'number' || typeof y !== 'number' || typeof z !== 'number') {
       failNumbers(`Camera.${method}`, kAxes, [x, y, z]);
+    }
+    const sum = x + y + z;
+    if (sum - sum !== 0) {
+      checkFinite(`Camera.${method}`, kAxes, [x, y, z]);
     }
     this._write(at, x);
     this._write(at + 1, y);

@@ -5,7 +5,7 @@ const { AnimationLayer } = require('./layers');
 const { Node } = require('./node');
 const { crossfadeOn, playOn, setTimeOn, setWeightOn, stopOn, timeOn, weightOn } = require('./play');
 const { kNoSlots, noteClips, numberAt } = require('./slots');
-const { show } = require('../value-checks');
+const { isObject, show } = require('../value-checks');
 const { failIndex } = require('../view-base');
 
 /**
@@ -37,6 +37,10 @@ class Character extends Node {
    */
   constructor(scene, model, body) {
     // `body` is what it takes from the pools of its scene.
+    if (!isObject(scene) || !isObject(model) || !isObject(body)) {
+      const cure = 'call that';
+      throw new TypeError(`new Character: characters come from scene.instantiate only: ${cure}.`);
+    }
     super(scene, body.first, model.name);
     noteClips(this, kNoSlots);
     /** What plays: those of its track. */
@@ -75,7 +79,7 @@ class Character extends Node {
     this._check('node');
     const { model, scene, _body: body } = this;
     const index = typeof which === 'string' ? model.nodeIndex(which) : which;
-    if (index >>> 0 !== index || index >= model.nodes.length) {
+    if (typeof index !== 'number' || index >>> 0 !== index || index >= model.nodes.length) {
       failIndex('Character.node', 'index', index, model.nodes.length);
     }
     if (this._parts === null) {
@@ -114,7 +118,7 @@ class Character extends Node {
   skinMatrices(skin = 0) {
     this._check('skinMatrices');
     const { skins } = this._body;
-    if (skin >>> 0 !== skin || skin >= skins.length) {
+    if (typeof skin !== 'number' || skin >>> 0 !== skin || skin >= skins.length) {
       failIndex('Character.skinMatrices', 'skin', skin, skins.length);
     }
     return skins[skin].view.results;

@@ -60,7 +60,7 @@ function select(label, model, selection, value, nodes) {
     const isSubtree = isObject(part);
     const which = isSubtree ? part.subtree : part;
     const index = typeof which === 'string' ? model.nodeIndex(which) : which;
-    if (index >>> 0 !== index || index >= model.nodes.length) {
+    if (typeof index !== 'number' || index >>> 0 !== index || index >= model.nodes.length) {
       const cure = `give a name, an index below ${model.nodes.length}, or { subtree }, or several`;
       throw new TypeError(`${label} has ${show(which)}: ${cure}.`);
     }

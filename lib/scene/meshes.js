@@ -1,7 +1,8 @@
 'use strict';
 // Vertices of glTF files, for renderers and for the bounds of models.
+const { bytesOf, isSharedBuffer, textOf, wordAt } = require('../file-bytes');
+const { kGlbMagic } = require('../gltf-check');
 const { loadLibrary } = require('../gltf-library');
-const { isInstance } = require('../value-checks');
 
 /**
  * A part of a mesh with one material.
@@ -49,15 +50,12 @@ async function readRoot(source) {
   if (typeof source === 'string') {
     return (await io.read(source)).getRoot();
   }
-  const isView = ArrayBuffer.isView(source);
-  const bytes = isView
-    ? new Uint8Array(source.buffer, source.byteOffset, source.byteLength)
-    : new Uint8Array(source);
-  if (Buffer.from(bytes.buffer, bytes.byteOffset, 4).toString('latin1') === 'glTF') {
-    const isShared = isInstance(bytes.buffer, SharedArrayBuffer);
+  const bytes = bytesOf(source);
+  if (wordAt(bytes, 0) === kGlbMagic) {
+    const isShared = isSharedBuffer(bytes.buffer);
     return (await io.readBinary(isShared ? Uint8Array.from(bytes) : bytes)).getRoot();
   }
-  const json = JSON.parse(Buffer.from(bytes).toString('utf8'));
+  const json = JSON.parse(textOf(bytes));
   return (await io.readJSON({ json, resources: {} })).getRoot();
 }
 

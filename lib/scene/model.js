@@ -89,9 +89,6 @@ function curvesByNode(label, { name, clip, targets }) {
       throw new RangeError(`${label}: clip '${name}' has a curve of sample type ${type}: ${cure}.`);
     }
     const node = targets[target];
-    if (node < 0) {
-      continue;
-    }
     if (!nodes.has(node)) {
       nodes.set(node, new Map());
     }
@@ -244,7 +241,8 @@ class Model {
      */
     this.warnings = warnings.slice();
     /**
-     * A sphere around it in all of its clips.
+     * A sphere around it in all of its clips. Its radius is Infinity, so that every camera sees it, where it has values that
+     * are not finite.
      * @type {Bounds}
      * @readonly
      */

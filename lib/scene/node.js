@@ -11,7 +11,7 @@ const {
   turnBy,
   vectorInside,
 } = require('./math');
-const { failWord, isObject, show } = require('../value-checks');
+const { failWord, isInstance, isObject, show } = require('../value-checks');
 const { copyOut, failNumbers, failOut, hasRoom } = require('../view-base');
 
 /**
@@ -72,13 +72,38 @@ function failSphere(label, center, radius) {
 }
 
 /** Throws unless a value has as many numbers as names. */
-function checkNumbers(node, property, names, values) {
+function checkNumbers(label, names, values) {
   let isRight = isObject(values) && values.length === names.length;
   for (let i = 0; isRight && i < names.length; ++i) {
     isRight = typeof values[i] === 'number';
   }
   if (!isRight) {
-    failValues(`${node._label}.${property}`, names, values);
+    failValues(label, names, values);
+  }
+}
+
+/** Throws unless a value has as many finite numbers as names. */
+function checkFiniteNumbers(property, setter, names, values) {
+  checkNumbers(`Node.${property}`, names, values);
+  for (let i = 0; i < names.length; ++i) {
+    if (!Number.isFinite(values[i])) {
+      checkFinite(`Node.${setter}`, names, Array.from(values));
+    }
+  }
+}
+
+/** Throws for what the properties of a new node can't be set to, before anything is written. */
+function checkTransform(position, quaternion, scale) {
+  if (position !== undefined) {
+    checkFiniteNumbers('position', 'setPosition', kAxes, position);
+  }
+  if (quaternion !== undefined) {
+    checkFiniteNumbers('quaternion', 'setQuaternion', kQuaternion, quaternion);
+  }
+  if (typeof scale === 'number') {
+    checkFinite('Node.setScale', kAxes, [scale]);
+  } else if (scale !== undefined) {
+    checkFiniteNumbers('scale', 'setScale', kAxes, scale);
   }
 }
 
@@ -107,6 +132,9 @@ class Node {
    */
   constructor(scene, index, name) {
     // `index` is that of its entity.
+    if (!isObject(scene) || !isObject(scene._blocks)) {
+      throw new TypeError('new Node: nodes come from scene.node only: call that.');
+    }
     /**
      * Its scene.
      * @type {Scene}
@@ -284,7 +312,7 @@ class Node {
 
   set position(values) {
     this._check('position');
-    checkNumbers(this, 'position', kAxes, values);
+    checkNumbers(`${this._label}.position`, kAxes, values);
     this.setPosition(values[0], values[1], values[2]);
   }
 
@@ -298,7 +326,7 @@ class Node {
 
   set quaternion(values) {
     this._check('quaternion');
-    checkNumbers(this, 'quaternion', kQuaternion, values);
+    checkNumbers(`${this._label}.quaternion`, kQuaternion, values);
     this.setQuaternion(values[0], values[1], values[2], values[3]);
   }
 
@@ -312,7 +340,7 @@ class Node {
 
   set scale(values) {
     this._check('scale');
-    checkNumbers(this, 'scale', kAxes, values);
+    checkNumbers(`${this._label}.scale`, kAxes, values);
     this.setScale(values[0], values[1], values[2]);
   }
 
@@ -404,7 +432,7 @@ class Node {
   add(child) {
     this._check('add');
     const label = `${this._label}.add`;
-    if (!(child instanceof Node)) {
+    if (!isInstance(child, Node)) {
       throw new TypeError(`${label}: child is ${show(child)}: give a node of the scene.`);
     }
     child._checkMovable(label);
@@ -484,7 +512,7 @@ class Node {
 
   set layers(layers) {
     this._check('layers');
-    if (layers >>> 0 !== layers) {
+    if (typeof layers !== 'number' || layers >>> 0 !== layers) {
       failWord(`${this._label}.layers`, 'it', layers);
     }
     this._layers = layers;
@@ -629,4 +657,4 @@ class Node {
   }
 }
 
-module.exports = { Node };
+module.exports = { Node, checkFinite, checkTransform };

@@ -82,6 +82,7 @@ function crossfadeOn(label, model, track, clip, seconds, options) {
   if (seconds === undefined) {
     throw new TypeError(`${label}: seconds is undefined: ${kFade}.`);
   }
+  checkOptions(label, options);
   return playOn(label, model, track, clip, Object.assign({}, options, { fade: seconds }));
 }
 

@@ -764,18 +764,21 @@ class Players {
       const slot = base.slots[i];
       const weight = numbers[slot.at + kWeight];
       if (weight > 0) {
-        this._append(slot, factor * weight);
+        const place = this._append(slot);
+        this._weights[place] = factor * weight;
       } else {
         // It plays on, but is not part of the pose: two others are still blended by the animator.
         slot.isOnAnimator = false;
       }
     }
     for (let i = 0; i < held.length; ++i) {
-      this._append(held[i], (1 - sum) * numbers[held[i].at + kWeight]);
+      const place = this._append(held[i]);
+      this._weights[place] = (1 - sum) * numbers[held[i].at + kWeight];
     }
   }
 
-  _append(slot, weight) {
+  /** Returns its place in the pose, where its weight is to be written: as an argument the number could be allocated. */
+  _append(slot) {
     const at = this._poseCount++;
     if (at === this._weights.length) {
       this._weights = grown(this._weights, 2 * at);
@@ -785,7 +788,7 @@ class Players {
     } else {
       this._pose[at] = slot;
     }
-    this._weights[at] = weight;
+    return at;
   }
 
   /** Measures the layers of a player. Returns whether any changes the pose. */

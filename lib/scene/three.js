@@ -406,7 +406,7 @@ class ThreeWorld {
       throw new TypeError(`${label}: character is ${show(character)}: give a character.`);
     }
     const { skins } = character.model;
-    if (skin >>> 0 !== skin || skin >= skins.length) {
+    if (typeof skin !== 'number' || skin >>> 0 !== skin || skin >= skins.length) {
       failIndex(label, 'skin', skin, skins.length);
     }
     this._link(label, mesh, character);

@@ -1,10 +1,8 @@
 'use strict';
 // Recordings of a scene: what its updates took and did, as a Chrome trace. Numbers of a frame go into a ring of fixed
 // size, so a recording allocates when it is made, and when it is written.
-const fs = require('fs');
-const path = require('path');
-const { threadId } = require('worker_threads');
 const { isObject, show } = require('../value-checks');
+const { processId, threadId, writeWhole } = require('./trace-file');
 
 /**
  * @typedef {import('../scene').Scene} Scene
@@ -58,75 +56,12 @@ const kNumbers = kCounters + counters.length;
 
 const kNanoseconds = 1e6;
 
-/** Makes a name for temporary files that no other recording has. */
-let files = 0;
-
 /** Milliseconds as whole nanoseconds, in which slices nest exactly. */
 function nanosecondsOf(milliseconds) {
   return Math.round(milliseconds * kNanoseconds);
 }
 
 const microsecondsOf = (nanoseconds) => nanoseconds / 1000;
-
-/** An error of the file system with a cure. */
-function fileError(error, file) {
-  const known = {
-    ENOENT: ['there is no such folder', 'make the folder, or give another path'],
-    ENOTDIR: ['a part of its path is no folder', 'give another path'],
-    EISDIR: ['it is a folder', 'give the path of a file'],
-    EACCES: ['permission is denied', 'give a path in a folder of yours'],
-    EROFS: ['the file system is read-only', 'give a path in another one'],
-    ENOSPC: ['the disk is full', 'make room, or record fewer frames'],
-  };
-  const [trouble, cure] = known[error.code] || [error.message, 'give another path'];
-  const result = new Error(`Recording.save: '${file}' can't be written, ${trouble}: ${cure}.`);
-  return Object.assign(result, { code: error.code });
-}
-
-/** The file to be replaced: a link stays, and what it leads to is. Null for a device or pipe, which can't be. */
-async function findFile(file) {
-  try {
-    const stats = await fs.promises.stat(file);
-    if (!stats.isFile() && !stats.isDirectory()) {
-      return null;
-    }
-    return await fs.promises.realpath(file);
-  } catch (error) {
-    // There is none yet, or what is wrong with it shows when it is written.
-    return file;
-  }
-}
-
-/** Writes a file whole, or leaves it as it was. */
-async function writeWhole(file, text) {
-  const replaced = await findFile(file);
-  if (replaced === null) {
-    await fs.promises.writeFile(file, text).catch((error) => {
-      throw fileError(error, file);
-    });
-    return;
-  }
-  // Not after the file, whose name may have all the length that there is.
-  const temporary = path.join(
-    path.dirname(replaced),
-    `.nq-trace.${process.pid}.${threadId}.${++files}.tmp`
-  );
-  let handle = null;
-  try {
-    handle = await fs.promises.open(temporary, 'wx');
-    await handle.writeFile(text);
-    await handle.sync();
-    await handle.close();
-    handle = null;
-    await fs.promises.rename(temporary, replaced);
-  } catch (error) {
-    if (handle !== null) {
-      await handle.close().catch(() => {});
-    }
-    await fs.promises.unlink(temporary).catch(() => {});
-    throw fileError(error, file);
-  }
-}
 
 /**
  * A recording of a scene, made by `scene.record()`: a slice for each update with one for each of its stages, counters,
@@ -294,7 +229,7 @@ class Recording {
 
   _event(ph, name, nanoseconds, more) {
     const ts = microsecondsOf(nanoseconds);
-    return Object.assign({ name, ph, ts, pid: process.pid, tid: threadId + 1 }, more);
+    return Object.assign({ name, ph, ts, pid: processId, tid: threadId + 1 }, more);
   }
 
   /** Takes what the update that ends has written into the statistics. */

@@ -13,7 +13,7 @@ const {
   platforms,
   reference,
 } = require('./hosts');
-const { root, jobs, fail, run, status } = require('./run');
+const { root, jobs, fail, output, run, status } = require('./run');
 
 /** Build folder of each preset of CMakePresets.json. */
 const folders = {
@@ -25,6 +25,7 @@ const folders = {
   clang: 'build/Clang',
   portable: 'build/Portable',
   arm64: 'build/Arm64',
+  wasm: 'build/Wasm',
 };
 
 /** Platform that a preset builds for. */
@@ -50,6 +51,27 @@ function builtFile(file, name = reference, preset = 'release') {
   return path.join(root, folders[preset], outputOf(name), file);
 }
 
+/** Sanitizer runtimes by preset. */
+const sanitizers = { asan: 'libasan.so', tsan: 'libtsan.so' };
+
+/**
+ * Environment of a host that loads a preset's modules: the host is built without sanitizers, so that their runtime has
+ * to be loaded first. Empty for presets without.
+ * @param {string} preset
+ * @returns {Object<string, string>}
+ */
+function sanitizerEnvironment(preset) {
+  if (!(preset in sanitizers)) {
+    return {};
+  }
+  return {
+    LD_PRELOAD: output('g++', [`-print-file-name=${sanitizers[preset]}`]).trim(),
+    ASAN_OPTIONS: 'detect_leaks=0:allocator_may_return_null=1',
+    UBSAN_OPTIONS: 'print_stacktrace=1:halt_on_error=1',
+    TSAN_OPTIONS: 'ignore_noninstrumented_modules=1:detect_deadlocks=0',
+  };
+}
+
 /** Name of a target for a host. */
 function targetOf(target, name) {
   return `${target}${suffixOf(name)}`;
@@ -57,6 +79,9 @@ function targetOf(target, name) {
 
 /** The module of the release build for the reference host. */
 const modulePath = builtFile('nq_logic.node');
+
+/** The module in WebAssembly. */
+const wasmModulePath = path.join(root, folders.wasm, 'nq_logic.wasm');
 
 /** The module with command buffers for JavaScript, of the release build. */
 const matrixFlowModulePath = builtFile('nq_logic_matrixflow.node');
@@ -138,6 +163,17 @@ function buildPackedModules() {
 }
 
 /**
+ * Builds the module in WebAssembly.
+ * @param {string[]} [options] further arguments of the configuration
+ * @param {string[]} [targets] default: the module
+ */
+function buildWasm(options = [], targets = ['nq_logic_wasm']) {
+  run('configure wasm', 'cmake', ['--preset', 'wasm', ...options]);
+  const args = ['--build', folders.wasm, '--parallel', jobs, '--target', ...targets];
+  run('build wasm', 'cmake', args);
+}
+
+/**
  * Builds the release module for the named host, or for the default one.
  * @param {?string} named
  * @returns {{program: string, modulePath: string}} the host's binary, and the module that it loads
@@ -178,9 +214,12 @@ module.exports = {
   build,
   buildModule,
   buildPackedModules,
+  buildWasm,
   builtFile,
   packedModules,
+  sanitizerEnvironment,
   targetOf,
   test,
   toolSuites,
+  wasmModulePath,
 };

@@ -198,4 +198,5 @@ module.exports = {
   requireHosts,
   takeHostOption,
   takeHostsOption,
+  takeOption,
 };

@@ -1,9 +1,9 @@
 'use strict';
 // Rules for includes between folders: arrows point down only.
 //
-//   nq_logic.cpp  ->  BindingTemp  ->  js-binding (vx, on V8)
-//                         |
-//                         v   V8 stops here
+//   nq_logic.cpp  ->  BindingTemp  ->  js-binding (vx, on V8)      wasm (WebAssembly)
+//                         |                                          |
+//                         v   V8 stops here                          v
 //                     Engine/Culling, Engine/Animation, Engine/MatrixFlow   never each other
 //                         |
 //                         v
@@ -32,6 +32,7 @@ const rules = [
   { files: 'js-binding/', may: ['jsbinding/'], host: true },
   { files: 'BindingTemp/', may: binding, host: true },
   { files: 'nq_logic.cpp', may: binding, host: true },
+  { files: 'wasm/', may: ['Common/', 'Engine/', 'wasm/'], host: false },
   // Tests and benchmarks reach everything, but native ones are programs without a host.
   { files: 'tests/addon/', may: [...binding, 'tests/addon/'], host: true },
   { files: 'tests/', may: [...entity, 'Engine/', 'tests/'], host: false },

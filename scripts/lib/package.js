@@ -2,15 +2,31 @@
 // The npm package: paths of its binaries, and the list of its files.
 const fs = require('fs');
 const path = require('path');
+const { typingsText, writeBundle } = require('./bundle');
 const { abis, platform, platforms } = require('./hosts');
 const { output, removeFolder, root } = require('./run');
+const { bundlePlatform, noticesFile, sbomFile, wasmPlatform } = require('./sbom');
+
+/** Folder of the files for browsers in the package; lib/wasm/files.js looks for the module there. */
+const browserFolder = 'prebuilds/wasm';
+
+/** The module in WebAssembly, the bundles by their format, and the typings of the ES module. */
+const wasmName = 'nq_logic.wasm';
+const bundles = { 'nq_logic.mjs': 'esm', 'nq_logic.js': 'iife' };
+const typingsName = 'nq_logic.d.mts';
+
+/** The first bytes of a module in WebAssembly: its signature, and version 1. */
+const wasmHeader = Buffer.from('\0asm\x01\0\0\0', 'latin1');
 
 /**
- * Path of a host's module in the package, where lib/load.js looks for it.
- * @param {string} name of the host
+ * Path of a host's module in the package, where lib/load.js looks for it, or of a file for browsers.
+ * @param {string} name of the host, or of the file
  * @param {string} [on] platform
  */
 function prebuildOf(name, on = platform) {
+  if (on === wasmPlatform || on === bundlePlatform) {
+    return `${browserFolder}/${name}`;
+  }
   return `prebuilds/${on}/node.abi${abis[name]}.node`;
 }
 
@@ -38,9 +54,13 @@ const always = [
   'CHANGELOG.md',
   'LICENSE',
   'README.md',
+  noticesFile,
   'lib/index.js',
   'package.json',
+  sbomFile,
   'scene.js',
+  'wasm.js',
+  ...[wasmName, ...Object.keys(bundles), typingsName].map((name) => `${browserFolder}/${name}`),
   ...[].concat(
     ...Object.keys(platforms).map((on) => platforms[on].map((name) => prebuildOf(name, on)))
   ),
@@ -73,10 +93,10 @@ function checkModule({ file, name, on }) {
 }
 
 /**
- * A module to pack.
+ * A module to pack, or another binary or bundle.
  * @typedef {Object} PackedModule
  * @property {string} file
- * @property {string} name of the host
+ * @property {string} name of the host, or of the file
  * @property {string} on platform
  */
 
@@ -100,6 +120,46 @@ function placePrebuilds(modules, folder = root) {
     }
     return prebuildOf(name, on);
   });
+}
+
+/** Throws unless a file is the module in WebAssembly. */
+function checkWasmModule(file) {
+  const cure = "build it by 'cmake --preset wasm && cmake --build build/Wasm', see docs/wasm.md";
+  if (!fs.existsSync(file)) {
+    throw new Error(`there is no module ${file}: ${cure}.`);
+  }
+  // Node 12 knows no vector instructions, so it can't validate the whole.
+  if (!fs.readFileSync(file).slice(0, 8).equals(wasmHeader)) {
+    throw new Error(`${file} is not a WebAssembly module: ${cure}.`);
+  }
+}
+
+/**
+ * Writes the module in WebAssembly, bundles of the library for browsers, and their typings into the package.
+ * @param {string} file the module, as built
+ * @param {string} [folder] of the package
+ * @returns {PackedModule[]} those that contain parts of others
+ * @throws {Error} with what is missing, and the cure
+ */
+function placeBrowserFiles(file, folder = root) {
+  checkWasmModule(file);
+  const target = path.join(folder, browserFolder);
+  removeFolder(target);
+  fs.mkdirSync(target, { recursive: true });
+  fs.copyFileSync(file, path.join(target, wasmName));
+  fs.chmodSync(path.join(target, wasmName), 0o644);
+  for (const name of Object.keys(bundles)) {
+    writeBundle(path.join(target, name), { format: bundles[name] });
+  }
+  fs.writeFileSync(path.join(target, typingsName), typingsText('../../types'));
+  return [
+    { file, name: wasmName, on: wasmPlatform },
+    ...Object.keys(bundles).map((name) => ({
+      file: path.join(target, name),
+      name,
+      on: bundlePlatform,
+    })),
+  ];
 }
 
 function filesBelow(folder, prefix = '') {
@@ -152,4 +212,12 @@ function packedFiles(tarball) {
         .sort();
 }
 
-module.exports = { expectedFiles, packedFiles, placePrebuilds, prebuildOf };
+module.exports = {
+  browserFolder,
+  checkWasmModule,
+  expectedFiles,
+  packedFiles,
+  placeBrowserFiles,
+  placePrebuilds,
+  prebuildOf,
+};

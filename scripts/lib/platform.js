@@ -13,6 +13,7 @@ const homes = {
   'Common/Def/AlignedAlloc.h': 'aligned memory',
   'Common/Def/CpuAffinity.h': 'affinity',
   'Common/Def/Mutex.h': 'futex, kinds of mutexes',
+  'Common/Def/Thread.h': 'threads',
   'Common/Def/Vectors.h': 'vector instructions',
 };
 

@@ -86,10 +86,10 @@ function run(step, program, args, extra) {
  * @param {string[]} args
  * @returns {?string}
  */
-function output(program, args) {
+function output(program, args, extra) {
   const result = childProcess.spawnSync(program, args, {
     cwd: root,
-    env: environment(),
+    env: environment(extra),
     encoding: 'utf8',
     maxBuffer: 1 << 28,
   });

@@ -5,7 +5,16 @@ const path = require('path');
 const { root } = require('./run');
 
 /** Folders that hold C++, from the lowest layer up. */
-const nativeFolders = ['Common', 'Engine', 'js-binding', 'BindingTemp', 'cmake', 'tests', 'bench'];
+const nativeFolders = [
+  'Common',
+  'Engine',
+  'js-binding',
+  'BindingTemp',
+  'wasm',
+  'cmake',
+  'tests',
+  'bench',
+];
 
 /**
  * C++ files below a folder; none if there is no such folder.

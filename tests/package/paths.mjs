@@ -28,6 +28,8 @@ const paths = new Map([
   ['nq_logic/lib', 'lib/index.js'],
   ['nq_logic/scene', 'scene.js'],
   ['nq_logic/scene.js', 'scene.js'],
+  ['nq_logic/wasm', 'wasm.js'],
+  ['nq_logic/wasm.js', 'wasm.js'],
 ]);
 for (const file of modules) {
   paths.set(`nq_logic/${file}`, file);
@@ -57,6 +59,8 @@ async function main() {
   for (const file of files.filter((one) => !one.startsWith('lib/'))) {
     assert.strictEqual(require.resolve(`nq_logic/${file}`), path.resolve(folder, file), file);
   }
+  const module = path.resolve(folder, 'prebuilds/wasm/nq_logic.wasm');
+  assert.strictEqual(require.resolve('nq_logic/nq_logic.wasm'), module);
   console.log('all well');
 }
 

@@ -3,6 +3,7 @@ import nq = require('nq_logic');
 import { sampleTypes } from 'nq_logic/lib/clip';
 import { importGltf } from 'nq_logic/lib/gltf';
 import { Camera, Character, Model, Scene } from 'nq_logic/scene';
+import { load } from 'nq_logic/wasm';
 
 const engine = nq.getEngine();
 const entities = new nq.Entity3DView(engine.createEntity(true, 2));
@@ -25,6 +26,15 @@ entities.setPosition(0, 'left', 2, 3);
 engine.createMatrixFlowCommandBuffer(64);
 
 export { bytes, matrix, positionX, replaced };
+
+export async function crowdInWasm(): Promise<Float32Array> {
+  const engine = await load({ memory: 1 << 26 });
+  new Scene({ engine }).update();
+  // @ts-expect-error: objects have blocks there
+  engine.createEntity(true).buffer.byteLength.toFixed();
+  const { block } = engine.createEntity(true);
+  return block === undefined ? new Float32Array(0) : block.f32;
+}
 
 export async function crowd(): Promise<number> {
   const scene = new Scene({ engine });

@@ -1,6 +1,7 @@
 'use strict';
 // Animation by the module: an animator and a skinning component per character. Times and weights are written into the
 // animators' buffers; then one batch call per kind, with a buffer of handles.
+const { over } = require('../../../tests/script/support/blocks');
 const { animatorClip, componentKinds, dataModelKinds } = require('../../../lib/layout');
 const { bones } = require('../lib/animation-scene');
 const {
@@ -36,13 +37,13 @@ function createAnimationNative(scene) {
     const views = [];
     for (let c = 0; c < characters; ++c) {
       const object = engine.createComponent(componentKinds.animator, played, played * bones);
-      const words = new Uint32Array(object.buffer);
+      const words = over(Uint32Array, object);
       for (let k = 0; k < played; ++k) {
         words[clipRecordWords * k] = clips[scene.clipsOf[2 * c + k]].id;
         words.set(crowd.handlesOf(c), clipRecordWords * played + bones * k);
       }
       objects.push(object);
-      views.push(new Float32Array(object.buffer, 0, clipRecordWords * played));
+      views.push(over(Float32Array, object).subarray(0, clipRecordWords * played));
     }
     return { objects, views, list: handleList(objects) };
   }
@@ -52,7 +53,7 @@ function createAnimationNative(scene) {
 
   const skins = Array.from({ length: characters }, (_, c) => {
     const object = engine.createComponent(componentKinds.skinning, bones);
-    const words = new Uint32Array(object.buffer);
+    const words = over(Uint32Array, object);
     words[0] = inverseBinds.id;
     for (let bone = 0; bone < bones; ++bone) {
       words[1 + bone] = bone;
@@ -169,8 +170,11 @@ function createAnimationNative(scene) {
     worlds: crowd.copyWorlds,
 
     skins(out) {
-      skins.forEach(({ buffer }, c) => {
-        out.set(new Float32Array(buffer, 4 + 8 * bones, 16 * bones), 16 * bones * c);
+      skins.forEach((skin, c) => {
+        out.set(
+          over(Float32Array, skin).subarray((4 + 8 * bones) / 4, (4 + 8 * bones) / 4 + 16 * bones),
+          16 * bones * c
+        );
       });
     },
 

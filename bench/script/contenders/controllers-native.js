@@ -2,6 +2,7 @@
 // Controllers of the module: per character a binding, one controller with only an override layer and one with an
 // additive layer above it. Times and weights are written into the shared blocks; then one batch call for all
 // characters, with a buffer of handles.
+const { over } = require('../../../tests/script/support/blocks');
 const { bones } = require('../lib/animation-scene');
 const { aim, clipCount, isMasked, run, walk } = require('../lib/controllers-scene');
 const { createCharacters, createClips, getEngine, handleList } = require('../lib/native-scene');
@@ -31,8 +32,8 @@ function createControllersNative(scene) {
   /** A state of one clip for a character: its object, and its floats. */
   function createState(number) {
     const object = engine.createAnimatorControllerStateModel(1);
-    const words = new Uint32Array(object.buffer);
-    const floats = new Float32Array(object.buffer);
+    const words = over(Uint32Array, object);
+    const floats = over(Float32Array, object);
     floats[state.weight] = 1;
     words[state.next] = handles.none;
     words[state.clip] = clips[number].id;
@@ -43,8 +44,8 @@ function createControllersNative(scene) {
 
   function createController(binding, layers) {
     const object = engine.createAnimatorControllerModel(layers.length);
-    const words = new Uint32Array(object.buffer);
-    const floats = new Float32Array(object.buffer);
+    const words = over(Uint32Array, object);
+    const floats = over(Float32Array, object);
     words[0] = binding.id;
     layers.forEach(({ blendMode, first }, i) => {
       words[layerAt(i)] = blendMode;

@@ -1,5 +1,6 @@
 'use strict';
 // Culling by the module: an entity and a culling object per sphere, all entities under one root.
+const { over } = require('../../../tests/script/support/blocks');
 const { rotationModes } = require('../../../lib/layout');
 const {
   batchCapacity,
@@ -28,7 +29,7 @@ function createCullingNative(scene) {
   const { objects: entities, records, handles } = createEntities(engine, count + 1);
   const parents = new Int32Array(count + 1);
   parents[0] = -1;
-  const dirty = new Uint32Array(engine.dirtyEntities);
+  const dirty = over(Uint32Array, engine.dirtyEntities);
   const root = records[0];
 
   function place(entity, transform) {

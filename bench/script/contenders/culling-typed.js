@@ -2,6 +2,7 @@
 // Hand-optimised culling in plain JavaScript: spheres and matrices in flat arrays, three products per sphere, tests
 // without a branch, which would be mispredicted for every other sphere, and a sort by intervals of depth, or by the
 // bits of the depths where they are too uneven.
+const { over } = require('../../../tests/script/support/blocks');
 
 /** Below this count, the built-in sort of doubles is faster than a radix sort. */
 const minRadixSort = 256;
@@ -73,7 +74,7 @@ function createCullingTyped(scene, sets) {
 
   // Visible objects, and a second buffer for the sort.
   const depths = new Float32Array(count);
-  const bits = new Uint32Array(depths.buffer);
+  const bits = over(Uint32Array, depths);
   const indices = new Uint32Array(count);
   const sorted = [0, 1].map(() => ({
     keys: new Uint32Array(count),
@@ -86,7 +87,7 @@ function createCullingTyped(scene, sets) {
   const starts = [0, 1, 2].map(() => new Uint32Array(buckets));
   const resultIndices = new Uint32Array(count);
   const resultDepths = new Float32Array(count);
-  const resultBits = new Uint32Array(resultDepths.buffer);
+  const resultBits = over(Uint32Array, resultDepths);
   let visible = 0;
 
   // The three traversals of the objects differ only in the loop; one function with a branch inside would be slower,

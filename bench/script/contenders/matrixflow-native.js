@@ -1,6 +1,7 @@
 'use strict';
 // Streams executed by the module, on its shared blocks. A stream is written once and executed many times, or
 // rewritten before each run.
+const { over } = require('../../../tests/script/support/blocks');
 const fs = require('fs');
 const path = require('path');
 const { MatrixFlowWriter } = require('../../../lib/commands');
@@ -27,7 +28,7 @@ function createNative(stream) {
   const objects = {};
   for (const name of Object.keys(stream.blocks)) {
     objects[name] = engine.createMatrixFlowCommandBuffer(stream.blocks[name].byteLength);
-    new Float32Array(objects[name].buffer).set(stream.blocks[name]);
+    over(Float32Array, objects[name]).set(stream.blocks[name]);
   }
   const buffer = engine.createMatrixFlowCommandBuffer(4 + commandBytes * stream.count);
   const writer = new MatrixFlowWriter(buffer);
@@ -79,7 +80,7 @@ function createNative(stream) {
   return {
     name: 'nq',
     /** The stream, for other readers. */
-    words: new Uint32Array(buffer.buffer),
+    words: over(Uint32Array, buffer),
     ids: Object.keys(objects).reduce((all, name) => Object.assign(all, { [name]: idOf(name) }), {}),
     run() {
       if (buffer.execute() !== 0) {
@@ -91,7 +92,7 @@ function createNative(stream) {
       write();
       this.run();
     },
-    block: (name) => new Float32Array(objects[name].buffer),
+    block: (name) => over(Float32Array, objects[name]),
   };
 }
 

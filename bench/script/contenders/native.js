@@ -1,6 +1,7 @@
 'use strict';
 // The module, used as documented: whole batches, transforms written directly into the shared records, one dirty list,
 // one call per frame.
+const { over } = require('../../../tests/script/support/blocks');
 const { entityCommands, rotationModes } = require('../../../lib/layout');
 const {
   batchCapacity,
@@ -38,8 +39,8 @@ function createNative(tree, options = { heldRoot: true }) {
     );
   }
   linkTree(engine, tree.parents, handles);
-  const dirtyWords = new Uint32Array(engine.dirtyEntities);
-  const commandWords = new Uint32Array(engine.entityCommands);
+  const dirtyWords = over(Uint32Array, engine.dirtyEntities);
+  const commandWords = over(Uint32Array, engine.entityCommands);
 
   // The changes of a frame, in list order. Nodes of one batch are consecutive, so a span holds the batch once: its
   // records, and its end in the arrays.

@@ -1,5 +1,5 @@
 'use strict';
-// The largest case of each workload on several hosts, side by side.
+// The largest case of each workload on several hosts, or of several builds on one, side by side.
 const childProcess = require('child_process');
 const fs = require('fs');
 const os = require('os');
@@ -32,7 +32,8 @@ const contenders = ['nq', 'typed', 'three'];
  */
 
 /**
- * A host: suffix of its column names, its binary, and the environment by which it finds its modules.
+ * A host, or a build for one: suffix of its column names, the host's binary, and the environment by which it finds its
+ * modules.
  * @typedef {{name: string, program: string, environment: Object<string, string>}} Host
  */
 
@@ -45,14 +46,14 @@ function runOn(host, workload, options, folder) {
   if (options.cores !== null) {
     args.push('--cores', String(options.cores));
   }
-  console.error(`== ${workload} on Node ${host.name}`);
+  console.error(`== ${workload}, ${host.name}`);
   const { status, error } = childProcess.spawnSync(host.program, args, {
     env: Object.assign({}, process.env, host.environment),
     stdio: ['ignore', 'ignore', 'inherit'],
   });
   if (status !== 0) {
     const reason = error ? `: ${error.message}` : ` (exit code ${status})`;
-    throw new Error(`${workload} failed on Node ${host.name}${reason}.`);
+    throw new Error(`${workload} failed, ${host.name}${reason}.`);
   }
   return JSON.parse(fs.readFileSync(report, 'utf8'));
 }
@@ -100,7 +101,8 @@ function measureHosts(hosts, options, folder) {
 }
 
 /**
- * Columns and rows of the table: the times of each contender, then the ratios to the module, by host.
+ * Columns and rows of the table: the times of each contender, then the ratios to the module, by host, then the module's
+ * times as multiples of those on the first host.
  * @param {string[]} names of the hosts
  * @param {Case[][]} cases by host
  * @returns {{columns: string[], rows: Array<Array<string|number>>}}
@@ -114,8 +116,12 @@ function tableOf(names, cases) {
   for (const [title] of values) {
     columns.push(...names.map((name) => `${title} ${name}`));
   }
-  const rows = cases[0].map(({ work, unit }, i) =>
-    [work, unit].concat(...values.map(([, value]) => cases.map((one) => value(one[i]))))
+  columns.push(...names.slice(1).map((name) => `nq ${name}/${names[0]}`));
+  const rows = cases[0].map(({ work, unit, times }, i) =>
+    [work, unit].concat(
+      ...values.map(([, value]) => cases.map((one) => value(one[i]))),
+      cases.slice(1).map((one) => one[i].times.nq / times.nq)
+    )
   );
   return { columns, rows };
 }

@@ -2,6 +2,7 @@
 // Parts of scenes of the module: its engine, whole batches of entities, trees, characters, clips and culling objects.
 // All except the culling call is the cost of loading a level, of which only linking is measured. The frames of the
 // contenders write into the records themselves.
+const { over } = require('../../../tests/script/support/blocks');
 const path = require('path');
 const { buildClip, sampleTypes } = require('../../../lib/clip');
 const {
@@ -54,7 +55,7 @@ function createEntities(engine, count, batchSize = batchCapacity) {
     const size = Math.min(batchSize, count - first);
     const object = engine.createEntity(true, size);
     objects.push(object);
-    records.push(new Float32Array(object.buffer));
+    records.push(over(Float32Array, object));
     for (let i = 0; i < size; ++i) {
       handles[first + i] = object.id + i;
     }
@@ -68,8 +69,8 @@ function createEntities(engine, count, batchSize = batchCapacity) {
  * @param {number} mode one of `rotationModes`
  */
 function setRotationModes(objects, mode) {
-  for (const { buffer } of objects) {
-    const bytes = new Uint8Array(buffer);
+  for (const object of objects) {
+    const bytes = over(Uint8Array, object);
     for (let at = entity3D.rotationMode; at < bytes.length; at += entity3D.size) {
       bytes[at] = mode;
     }
@@ -85,7 +86,7 @@ function setRotationModes(objects, mode) {
  * @param {Uint32Array} handles by node
  */
 function linkTree(engine, parents, handles) {
-  const words = new Uint32Array(engine.entityCommands);
+  const words = over(Uint32Array, engine.entityCommands);
   let next = 1;
   const run = () => {
     words[0] = 4 * (next - 1);
@@ -114,7 +115,7 @@ function linkTree(engine, parents, handles) {
  * @param {Uint32Array} handles
  */
 function refreshAll(engine, handles) {
-  const dirty = new Uint32Array(engine.dirtyEntities);
+  const dirty = over(Uint32Array, engine.dirtyEntities);
   for (let first = 0; first < handles.length; first += dirtyCapacity) {
     const part = handles.subarray(first, Math.min(first + dirtyCapacity, handles.length));
     dirty[0] = part.length;
@@ -238,7 +239,7 @@ function createCullingObjects(engine, spheres, entityOf) {
   for (let first = 0; first < count; first += batchCapacity) {
     const size = Math.min(batchCapacity, count - first);
     const batch = engine.createComponent(componentKinds.culling, size);
-    const view = new DataView(batch.buffer);
+    const view = over(DataView, batch);
     for (let i = 0; i < size; ++i) {
       const at = i * cullingObject.size;
       view.setUint8(at + cullingObject.enabled, 1);
@@ -290,10 +291,11 @@ function cullAll(engine, { eye, target, up, fov, aspect, near, far }) {
  * @returns {{objects: number[], depths: Float32Array}}
  */
 function readView(result, indexOf) {
-  const [, visible] = new Uint32Array(result, 0, 2);
+  const words = over(Uint32Array, result);
+  const visible = words[1];
   return {
-    objects: Array.from(new Uint32Array(result, 8, visible), indexOf),
-    depths: new Float32Array(result, 8 + 4 * visible, visible),
+    objects: Array.from(words.subarray(2, 2 + visible), indexOf),
+    depths: over(Float32Array, result).subarray(2 + visible, 2 + 2 * visible),
   };
 }
 

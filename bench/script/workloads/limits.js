@@ -1,6 +1,7 @@
 'use strict';
 // The cost of going beyond a limit: frames of several passes, several engines, engines in workers, and entities in
 // many batches.
+const { over } = require('../../../tests/script/support/blocks');
 const { spawnSync } = require('child_process');
 const { Worker, isMainThread, parentPort, workerData } = require('worker_threads');
 const { entityCommands, rotationModes } = require('../../../lib/layout');
@@ -47,8 +48,8 @@ class Scene {
     this.objects = objects; // keeps the memory of the records
     this.records = records;
     this.handles = handles;
-    this.list = new Uint32Array(this.engine.dirtyEntities);
-    this.commands = new Uint32Array(this.engine.entityCommands);
+    this.list = over(Uint32Array, this.engine.dirtyEntities);
+    this.commands = over(Uint32Array, this.engine.entityCommands);
     this.values = createValues(selectPercent(tree, 100), 'quaternion', frameSets, 41);
     for (let node = 0; node < tree.count; ++node) {
       const scale = tree.scales.subarray(3 * node, 3 * node + 3);

@@ -18,6 +18,7 @@
 //     q, max(1, |q|^2); a sum of four products by 4u / (1 - 4u) of their magnitudes; errors of factors
 //     pass through products by the magnitudes.
 const assert = require('assert');
+const { over } = require('../support/blocks');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
@@ -231,13 +232,13 @@ class Play {
     this.models = skins.map((skin) => engine.createDataModel(2, skin.inverseBindMatrices));
     this.skins = skins.map(({ joints }, s) => {
       const component = engine.createComponent(3, joints.length);
-      const words = new Uint32Array(component.buffer);
+      const words = over(Uint32Array, component);
       words[0] = this.models[s].id;
       joints.forEach((joint, i) => {
         words[1 + i] = i;
         words[1 + joints.length + i] = this.entities[joint].handle;
       });
-      const results = new Float32Array(component.buffer, 4 + 8 * joints.length);
+      const results = over(Float32Array, component).subarray(1 + 2 * joints.length);
       return { component, joints, results };
     });
     this.clips = this.imported.animations.map(({ clip }) => engine.createDataModel(1, clip));
@@ -309,13 +310,13 @@ class Play {
       0
     );
     const component = engine.createComponent(2, plays.length, entityCount);
-    const words = new Uint32Array(component.buffer);
+    const words = over(Uint32Array, component);
     let at = 3 * plays.length;
     this.mixer.stopAllAction();
     plays.forEach(({ index, frame, weight }, i) => {
       const { clip, targets, framesPerSecond, frameCount } = this.animations[index];
       words[3 * i] = this.clips[index].id;
-      new Float32Array(component.buffer).set([frame, weight], 3 * i + 1);
+      over(Float32Array, component).set([frame, weight], 3 * i + 1);
       for (const target of targets) {
         words[at++] = this.entities[target].handle;
       }

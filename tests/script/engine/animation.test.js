@@ -1,6 +1,7 @@
 'use strict';
 // Data models, animators and skinning components, as JavaScript sees them.
 const assert = require('assert');
+const { over } = require('../support/blocks');
 const { MessageChannel } = require('worker_threads');
 const { modulePath, addonPath, sanitized } = require('../support/host');
 const { collect, collectUntil } = require('../support/collect');
@@ -32,8 +33,8 @@ class Animator {
     this.engine = world.engine;
     this.component = world.keep(this.engine.createComponent(2, clipCount, targetCount));
     this.id = this.component.id;
-    this.words = new Uint32Array(this.component.buffer);
-    this.floats = new Float32Array(this.component.buffer);
+    this.words = over(Uint32Array, this.component);
+    this.floats = over(Float32Array, this.component);
     this.clipCount = clipCount;
   }
 
@@ -66,8 +67,8 @@ class Skin {
     this.engine = world.engine;
     this.component = world.keep(this.engine.createComponent(3, count));
     this.id = this.component.id;
-    this.words = new Uint32Array(this.component.buffer);
-    this.floats = new Float32Array(this.component.buffer);
+    this.words = over(Uint32Array, this.component);
+    this.floats = over(Float32Array, this.component);
     this.count = count;
     this.results = this.floats.subarray(1 + 2 * count);
   }
@@ -216,7 +217,7 @@ describe('createComponent of animators', () => {
       assert.deepStrictEqual(Reflect.ownKeys(animator), ['id', 'buffer', 'memoryID']);
       assert(animator.buffer instanceof ArrayBuffer);
       assert.strictEqual(animator.buffer.byteLength, bytes);
-      assert(new Uint8Array(animator.buffer).every((byte) => byte === 0));
+      assert(over(Uint8Array, animator).every((byte) => byte === 0));
     }
   });
 
@@ -260,7 +261,7 @@ describe('createComponent of skinning components', () => {
       assert.strictEqual(skin.constructor.name, 'EngineComponent');
       assert.deepStrictEqual(Reflect.ownKeys(skin), ['id', 'buffer', 'memoryID']);
       assert.strictEqual(skin.buffer.byteLength, 72 * count + 4);
-      assert(new Uint8Array(skin.buffer).every((byte) => byte === 0));
+      assert(over(Uint8Array, skin).every((byte) => byte === 0));
     }
   });
 
@@ -864,7 +865,7 @@ describe('updateAnimator', () => {
       }[name.slice(0, -1)];
       expected['XYZW'.indexOf(name.slice(-1)) + place] = 9;
       if (name === 'QuaternionW') {
-        new Uint8Array(expected.buffer)[0] = 1;
+        over(Uint8Array, expected)[0] = 1;
       }
       assert.deepStrictEqual(entities[1].words.slice(0, 11), expected, name);
     }
@@ -1446,7 +1447,7 @@ describe('batch methods', () => {
         assert.deepStrictEqual(run(words.subarray(1)), [1, 0, 1]);
         assert.deepStrictEqual(run(new DataView(words.buffer, 4)), [1, 0, 1]);
         const bytes = new Uint8Array(words.byteLength + 1);
-        bytes.set(new Uint8Array(words.buffer), 1);
+        bytes.set(over(Uint8Array, words), 1);
         assert.deepStrictEqual(run(bytes.subarray(5)), [1, 0, 1]);
       });
 
@@ -1624,7 +1625,7 @@ describe('random animators', () => {
         for (const [handle, words] of expected) {
           const entity = byHandle.get(handle);
           const length = entity.is3D ? 11 : 5;
-          const bytes = new Uint8Array(words.buffer);
+          const bytes = over(Uint8Array, words);
           assert.deepStrictEqual(entity.bytes[0], bytes[0]);
           for (let i = 0; i < length; ++i) {
             const message = `frame ${frame}, entity ${handle}, word ${i}: ${entity.words[i]}, not ${words[i]}`;
@@ -1671,7 +1672,7 @@ describe('lifetime', () => {
       assert.strictEqual(addon.hasBlock(runtime, 2), true);
       const again = create(engine);
       assert.deepStrictEqual([again.id, again.memoryID], [0x2000, 5]);
-      assert(new Uint8Array(again.buffer).every((byte) => byte === 0));
+      assert(over(Uint8Array, again).every((byte) => byte === 0));
       assert.strictEqual(first.memoryID, 2);
     }
   });
@@ -1749,7 +1750,7 @@ describe('lifetime', () => {
     const clip = world.clip(holdClip({ 0: { PositionX: 3 } }));
     const [id, memoryID] = (() => {
       const component = world.engine.createComponent(2, 1, 1);
-      new Uint32Array(component.buffer).set([clip, 0, 0x3f800000, entity.handle]);
+      over(Uint32Array, component).set([clip, 0, 0x3f800000, entity.handle]);
       world.engine.updateAnimator(component.id);
       return [component.id, component.memoryID];
     })();
@@ -1786,13 +1787,13 @@ describe('lifetime', () => {
       const model = engine.createDataModel(2, bones);
       const animator = engine.createComponent(2, 1, 20);
       const skin = engine.createComponent(3, 200);
-      const words = new Uint32Array(animator.buffer);
+      const words = over(Uint32Array, animator);
       words[0] = clip.id;
-      new Float32Array(animator.buffer).set([i % 60, 1], 1);
+      over(Float32Array, animator).set([i % 60, 1], 1);
       words.fill(entity.handle, 3);
       engine.updateAnimator(animator.id);
       assert.strictEqual(entity.words[5], i % 60);
-      const block = new Uint32Array(skin.buffer);
+      const block = over(Uint32Array, skin);
       block[0] = model.id;
       block.fill(entity.handle, 201, 401);
       engine.updateSkinningMatrix(skin.id);

@@ -1,10 +1,16 @@
 'use strict';
 // Bindings, animator controllers and their states, as JavaScript sees them.
 const assert = require('assert');
+const { over } = require('../support/blocks');
 const { MessageChannel } = require('worker_threads');
 const { modulePath, addonPath, sanitized } = require('../support/host');
 const { collect, collectUntil } = require('../support/collect');
-const { runScript, assertFailedAssertion, assertFault } = require('../support/child');
+const {
+  runScript,
+  runScriptForAMoment,
+  assertFailedAssertion,
+  assertFault,
+} = require('../support/child');
 const { holdClip, randomClip } = require('../../fixtures/clips');
 const { createRandom } = require('../../fixtures/world');
 const {
@@ -192,8 +198,8 @@ describe('createAnimationClipBinding', () => {
     new Uint32Array(shared).set(words);
     for (const other of [
       words,
-      new Uint8Array(words.buffer),
-      new DataView(words.buffer),
+      over(Uint8Array, words),
+      over(DataView, words),
       Buffer.from(words.buffer),
       shared,
       null,
@@ -455,7 +461,7 @@ describe('updateBinding', () => {
     const { binding, clip, first } = fixture();
     const words = Uint32Array.of(clip, 1, first.handle);
     const { object } = binding;
-    for (const other of [words, new DataView(words.buffer), null, undefined, false, true, 7, {}]) {
+    for (const other of [words, over(DataView, words), null, undefined, false, true, 7, {}]) {
       assert.strictEqual(object.updateBinding(other, 0, 1, 2, 0, 0, 0), false);
     }
     assert.strictEqual(object.updateBinding(words.buffer, 1, 1, 2, 0, 0, 0), false);
@@ -660,7 +666,7 @@ describe('updateBinding', () => {
     const runtime = addon.runtimeOf(world.engine);
     const handle = (() => {
       const batch = world.engine.createEntity(true, 1);
-      new Float32Array(batch.buffer).fill(1, 8, 11);
+      over(Float32Array, batch).fill(1, 8, 11);
       const lists = Uint32Array.of(clip, 2, first.handle, batch.id).buffer;
       assert(binding.object.updateBinding(lists, 0, 1, 3, 0, 0, 1));
       return [batch.id, batch.memoryID];
@@ -707,7 +713,7 @@ for (const [method, className, bytesFor] of [
         assert.strictEqual(made.memoryID, 2 + i);
         assert(made.buffer instanceof ArrayBuffer);
         assert.strictEqual(made.buffer.byteLength, bytesFor(count));
-        assert(new Uint8Array(made.buffer).every((byte) => byte === 0));
+        assert(over(Uint8Array, made).every((byte) => byte === 0));
       });
     });
 
@@ -1083,15 +1089,15 @@ describe('blocks', () => {
     const controller = world.engine.createAnimatorControllerModel(2);
     const update = () => world.engine.updateAnimatorControllers(Uint32Array.of(1, controller.id));
     update();
-    new Uint32Array(controller.buffer)[0] = binding.id;
+    over(Uint32Array, controller)[0] = binding.id;
     update();
     const state = world.engine.createAnimatorControllerStateModel(1);
-    new Uint32Array(controller.buffer)[3] = state.id;
+    over(Uint32Array, controller)[3] = state.id;
     update();
-    new Float32Array(state.buffer)[0] = 1;
+    over(Float32Array, state)[0] = 1;
     update();
     assert.strictEqual(entity.words[5], 0);
-    new Float32Array(state.buffer)[1] = 1;
+    over(Float32Array, state)[1] = 1;
     world.refresh();
     entity.matrix.fill(-777);
     update();
@@ -1164,6 +1170,14 @@ describe('blocks', () => {
   });
 });
 
+describe('a chain of states', () => {
+  it('that loops is followed without an end', async () => {
+    const { signal, stdout } = await runScriptForAMoment('controllers.js', 'statesInALoop');
+    assert.strictEqual(stdout, 'about to end\n');
+    assert.strictEqual(signal, 'SIGKILL');
+  });
+});
+
 describe('a state', () => {
   it('whose clips all have weight 0 has no effect', () => {
     const { world, entity, state, controller } = playOne({ PositionX: 5 }, { play: { weight: 0 } });
@@ -1173,7 +1187,7 @@ describe('a state', () => {
     controller.update();
     assert.deepStrictEqual(entity.words.subarray(1, 11), new Float32Array(10).fill(-777));
     // With rest poses filled in, all bound entities are built and marked, and nothing is stored.
-    new Uint8Array(entity.batch.buffer).set(before);
+    over(Uint8Array, entity.batch).set(before);
     entity.words.set([0, 0, 0, 1, 4, 5, 6, 1, 1, 1], 1);
     entity.bytes[0] = 1;
     state.set({ fill: 1 });
@@ -1824,7 +1838,7 @@ describe('random controllers', () => {
         controller.update();
         for (const entity of own) {
           const words = expected.get(entity.handle);
-          assert.strictEqual(entity.bytes[0], new Uint8Array(words.buffer)[0]);
+          assert.strictEqual(entity.bytes[0], over(Uint8Array, words)[0]);
           for (let word = 1; word < 11; ++word) {
             // Not-a-numbers are equal here, zeros of different sign are not.
             assert(
@@ -1868,7 +1882,7 @@ describe('lifetime of bindings, controllers and states', () => {
     const runtime = addon.runtimeOf(engine);
     const references = addon.coreReferences(engine);
     const entity = engine.createEntity(true, 1);
-    const floats = new Float32Array(entity.buffer);
+    const floats = over(Float32Array, entity);
     floats.set([1, 1, 1], 8);
     const bytes = new DataView(new ArrayBuffer(44));
     [28, 0, 10, 1, 0, 1, 1].forEach((word, i) => bytes.setUint32(4 * i, word, true));
@@ -1879,16 +1893,16 @@ describe('lifetime of bindings, controllers and states', () => {
     held.binding = engine.createAnimationClipBinding(lists, 0, 1, 2, 1);
     held.states = [0.5, 0.5].map((weight) => {
       const state = engine.createAnimatorControllerStateModel(1);
-      new Float32Array(state.buffer)[0] = weight;
-      new Uint32Array(state.buffer)[3] = held.clip.id;
-      new Float32Array(state.buffer)[5] = 1;
+      over(Float32Array, state)[0] = weight;
+      over(Uint32Array, state)[3] = held.clip.id;
+      over(Float32Array, state)[5] = 1;
       return state;
     });
     new Uint32Array(held.states[0].buffer)[2] = held.states[1].id;
     const controller = engine.createAnimatorControllerModel(1);
-    const words = new Uint32Array(controller.buffer);
+    const words = over(Uint32Array, controller);
     words.set([held.binding.id, 0, 0, held.states[0].id]);
-    new Float32Array(controller.buffer)[2] = 1;
+    over(Float32Array, controller)[2] = 1;
     const shown = () => {
       floats[5] = -1;
       engine.updateAnimatorControllers(Uint32Array.of(1, controller.id));

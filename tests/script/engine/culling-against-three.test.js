@@ -2,6 +2,7 @@
 // Culling against three.js, which derives its planes from a projection matrix and computes in double precision.
 // Spheres within a band of rounding errors around a plane are skipped, and counted.
 const assert = require('assert');
+const { over } = require('../support/blocks');
 const three = require('three');
 const { getEngine } = require(process.env.NQ_MODULE);
 
@@ -37,11 +38,11 @@ class Scene {
     this.engine = getEngine();
     this.entities = this.engine.createEntity(true, objectCount);
     this.objects = this.engine.createComponent(1, objectCount);
-    const floats = new Float32Array(this.entities.buffer);
-    const bytes = new Uint8Array(this.entities.buffer);
-    const record = new DataView(this.objects.buffer);
-    const commands = new Uint32Array(this.engine.entityCommands);
-    const dirty = new Uint32Array(this.engine.dirtyEntities);
+    const floats = over(Float32Array, this.entities);
+    const bytes = over(Uint8Array, this.entities);
+    const record = over(DataView, this.objects);
+    const commands = over(Uint32Array, this.engine.entityCommands);
+    const dirty = over(Uint32Array, this.engine.dirtyEntities);
     this.spheres = [];
     for (let i = 0; i < objectCount; ++i) {
       const position = randomPoint(random, 60);

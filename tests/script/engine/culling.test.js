@@ -1,6 +1,7 @@
 'use strict';
 // Culling objects and the five culling methods of "Engine", as JavaScript sees them.
 const assert = require('assert');
+const { over } = require('../support/blocks');
 const { spawnSync } = require('child_process');
 
 const modulePath = process.env.NQ_MODULE;
@@ -15,15 +16,15 @@ const every = 0xffffffff;
 class Scene {
   constructor() {
     this.engine = getEngine();
-    this.dirty = new Uint32Array(this.engine.dirtyEntities);
-    this.commands = new Uint32Array(this.engine.entityCommands);
+    this.dirty = over(Uint32Array, this.engine.dirtyEntities);
+    this.commands = over(Uint32Array, this.engine.entityCommands);
     this.kept = [];
   }
 
   /** A batch of entities of scale 1, as roots. */
   addEntities(count = 1, is3D = true) {
     const batch = this.engine.createEntity(is3D, count);
-    const floats = new Float32Array(batch.buffer);
+    const floats = over(Float32Array, batch);
     for (let i = 0; i < count; ++i) {
       if (is3D) {
         floats.set([1, 1, 1], i * entityWords + 8);
@@ -45,7 +46,7 @@ class Scene {
 
   /** Moves element `i` of a 3D batch, to take effect with the next refresh. */
   place(batch, i, x, y, z) {
-    new Float32Array(batch.buffer).set([x, y, z], i * entityWords + 5);
+    over(Float32Array, batch).set([x, y, z], i * entityWords + 5);
     this.dirty[0] += 1;
     this.dirty[this.dirty[0]] = batch.id + i;
   }
@@ -102,7 +103,7 @@ class Scene {
 
   /** Enables the first `count` objects of a batch, disables the others. */
   enable(batch, count) {
-    const bytes = new Uint8Array(batch.buffer);
+    const bytes = over(Uint8Array, batch);
     for (let i = 0; i * recordBytes < bytes.length; ++i) {
       bytes[i * recordBytes] = i < count ? 1 : 0;
     }
@@ -204,7 +205,7 @@ describe('createComponent', () => {
       assert.deepStrictEqual(Object.keys(objects), ['id', 'buffer', 'memoryID']);
       assert(objects.buffer instanceof ArrayBuffer);
       assert.strictEqual(objects.buffer.byteLength, bytes);
-      assert(new Uint8Array(objects.buffer).every((byte) => byte === 0));
+      assert(over(Uint8Array, objects).every((byte) => byte === 0));
     }
   });
 
@@ -283,11 +284,11 @@ describe('createComponent', () => {
     const runtime = addon.runtimeOf(engine);
     component = engine.createComponent(1, 5);
     const { memoryID } = component;
-    new Uint8Array(component.buffer).fill(1);
+    over(Uint8Array, component).fill(1);
     engine = null;
     await collectUntil(() => false);
     assert(addon.hasBlock(runtime, memoryID), 'kept by the component');
-    assert(new Uint8Array(component.buffer).every((byte) => byte === 1));
+    assert(over(Uint8Array, component).every((byte) => byte === 1));
     component = null;
     assert(await collectUntil(() => !addon.hasBlock(runtime, memoryID)));
   });
@@ -303,7 +304,7 @@ describe('culling methods', () => {
 
   it('without a batch return null, or false with an unchanged buffer', () => {
     const { engine } = new Scene();
-    new Uint8Array(engine.cullingResult).fill(0x5a);
+    over(Uint8Array, engine.cullingResult).fill(0x5a);
     const before = engine.cullingResult;
     for (const [name, { camera, v2 }] of Object.entries(methods)) {
       assert.strictEqual(engine[name](...camera()), v2 ? false : null, name);
@@ -709,7 +710,7 @@ describe('results in new objects', () => {
     scene.engine.frustumCullingV2(...frustum());
     new Uint8Array(second.objects).fill(0xff);
     new Uint8Array(second.distances).fill(0xff);
-    new Uint8Array(scene.engine.cullingResult).fill(0xff);
+    over(Uint8Array, scene.engine.cullingResult).fill(0xff);
     scene.enable(scene.kept[1], 2);
     scene.engine.frustumCulling(...frustum());
     assert.deepStrictEqual(readObject(first), expected);
@@ -720,7 +721,7 @@ describe('results in new objects', () => {
     scene.addRow(4);
     scene.engine.frustumCulling(...frustum());
     scene.engine.orthoCulling(...box());
-    assert(new Uint8Array(scene.engine.cullingResult).every((byte) => byte === 0));
+    assert(over(Uint8Array, scene.engine.cullingResult).every((byte) => byte === 0));
   });
 
   it('live as long as their buffers', async () => {
@@ -770,7 +771,7 @@ describe('"cullingResult"', () => {
     const { engine } = new Scene();
     assert(engine.cullingResult instanceof ArrayBuffer);
     assert.strictEqual(engine.cullingResult.byteLength, 8008);
-    assert(new Uint8Array(engine.cullingResult).every((byte) => byte === 0));
+    assert(over(Uint8Array, engine.cullingResult).every((byte) => byte === 0));
   });
 
   it('keeps the last result that was not empty', () => {
@@ -784,9 +785,9 @@ describe('"cullingResult"', () => {
       ['orthoCullingV2', box],
     ]) {
       assert.strictEqual(scene.engine[name](...camera()), false);
-      assert.deepStrictEqual(new Uint8Array(scene.engine.cullingResult), before);
+      assert.deepStrictEqual(over(Uint8Array, scene.engine.cullingResult), before);
     }
-    const words = new Uint32Array(scene.engine.cullingResult);
+    const words = over(Uint32Array, scene.engine.cullingResult);
     assert.deepStrictEqual([words[0], words[1]], [hashOf(handles), 3]);
   });
 
@@ -794,10 +795,10 @@ describe('"cullingResult"', () => {
     const scene = new Scene();
     const handles = scene.addRow(3, 1);
     const { engine } = scene;
-    new Uint32Array(engine.cullingResult).fill(0xabcdef01);
+    over(Uint32Array, engine.cullingResult).fill(0xabcdef01);
     engine.frustumCullingV2(...frustum());
-    const words = new Uint32Array(engine.cullingResult);
-    const floats = new Float32Array(engine.cullingResult);
+    const words = over(Uint32Array, engine.cullingResult);
+    const floats = over(Float32Array, engine.cullingResult);
     assert.deepStrictEqual(Array.from(words.subarray(0, 5)), [hashOf(handles), 3, ...handles]);
     assert.deepStrictEqual(Array.from(floats.subarray(5, 8)), [2, 3, 4]);
     assert(words.subarray(8).every((word) => word === 0xabcdef01));
@@ -855,7 +856,7 @@ describe('"cullingResult"', () => {
     const scene = new Scene();
     scene.addRow(1000);
     scene.engine.frustumCullingV2(...frustum());
-    const floats = new Float32Array(scene.engine.cullingResult);
+    const floats = over(Float32Array, scene.engine.cullingResult);
     assert.strictEqual(floats.length, 2002);
     assert.strictEqual(floats[2001], Math.fround(2 + Math.fround(9.99)));
   });

@@ -1,6 +1,7 @@
 'use strict';
 // createEntity and setEntityName: arguments, refusals, handles.
 const assert = require('assert');
+const { over } = require('../support/blocks');
 const { differences, modulePath, addonPath } = require('../support/host');
 
 const nq = require(modulePath);
@@ -29,7 +30,7 @@ describe('createEntity', () => {
   it('creates zeroed records', () => {
     const batch = engine.createEntity(true, 4095);
     assert.strictEqual(
-      new Uint8Array(batch.buffer).findIndex((byte) => byte !== 0),
+      over(Uint8Array, batch).findIndex((byte) => byte !== 0),
       -1
     );
   });
@@ -127,8 +128,8 @@ describe('createEntity', () => {
     const b = second.createEntity(true, 2);
     assert.deepStrictEqual([a.id, a.memoryID], [0x1000, 2]);
     assert.deepStrictEqual([b.id, b.memoryID], [0x1000, 2]);
-    new Uint8Array(a.buffer).fill(0x5a);
-    assert(new Uint8Array(b.buffer).every((byte) => byte === 0));
+    over(Uint8Array, a).fill(0x5a);
+    assert(over(Uint8Array, b).every((byte) => byte === 0));
     first.setEntityName(0x1001, 'of the first');
     assert.strictEqual(addon.entityName(first, 0x1001), 'of the first');
     assert.strictEqual(addon.entityName(second, 0x1001), '');

@@ -1,6 +1,7 @@
 'use strict';
 // Object lifetime and garbage collection: engines, batches, handles, memory.
 const assert = require('assert');
+const { over } = require('../support/blocks');
 const { modulePath, addonPath, sanitized } = require('../support/host');
 const { collect, collectUntil } = require('../support/collect');
 
@@ -51,7 +52,7 @@ describe('engine', () => {
       assert.strictEqual(addon.hasBlock(runtime, id), true);
     }
     // The batch still works: its memory and its entities exist.
-    new Float32Array(batch.buffer).fill(1);
+    over(Float32Array, batch).fill(1);
     addon.setWorldPosition(batch, batch.id + 2, 4, 5, 6, true);
     assert.deepStrictEqual(Array.from(new Float32Array(batch.buffer, 2 * 108 + 20, 3)), [4, 5, 6]);
     batch = null;
@@ -127,14 +128,14 @@ describe('batch', () => {
   it('removes the parent of children in other batches', async () => {
     const engine = nq.getEngine();
     const runtime = addon.runtimeOf(engine);
-    const commands = new Uint32Array(engine.entityCommands);
-    const dirty = new Uint32Array(engine.dirtyEntities);
+    const commands = over(Uint32Array, engine.entityCommands);
+    const dirty = over(Uint32Array, engine.dirtyEntities);
     const child = engine.createEntity(true);
-    const floats = new Float32Array(child.buffer);
+    const floats = over(Float32Array, child);
     floats.set([1, 0, 0, 1, 1, 1], 5);
     (() => {
       const parent = engine.createEntity(true);
-      new Float32Array(parent.buffer).set([10, 0, 0, 1, 1, 1], 5);
+      over(Float32Array, parent).set([10, 0, 0, 1, 1, 1], 5);
       commands.set([20, 1, parent.id, 2, parent.id, child.id]);
       dirty.set([2, parent.id, child.id]);
       engine.refreshWorldTransform();
@@ -194,7 +195,7 @@ describe('memory', () => {
     for (let round = 0; round < rounds; ++round) {
       for (let i = 0; i < perRound; ++i) {
         const batch = engine.createEntity(i % 2 === 0, 1 + ((i * 97) % 2000));
-        new Uint8Array(batch.buffer).fill(i);
+        over(Uint8Array, batch).fill(i);
         ids.add(batch.id);
       }
       await collect();

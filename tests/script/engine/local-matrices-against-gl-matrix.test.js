@@ -6,6 +6,7 @@
 // of a double. Results that depend on them are therefore compared within a tolerance: 8 roundings of 2^-24,
 // times the column's scale (see the bounds of the other oracle).
 const assert = require('assert');
+const { over } = require('../support/blocks');
 const fc = require('fast-check');
 const glMatrix = require('gl-matrix');
 const { TestWorld, createRandom } = require('../../fixtures/world');
@@ -61,7 +62,7 @@ function product(a, b) {
 }
 
 const word = new Uint32Array(1);
-const float = new Float32Array(word.buffer);
+const float = over(Float32Array, word);
 
 /** The bits of a float; the same for all NaNs. */
 function bitsOf(value) {

@@ -1,6 +1,7 @@
 'use strict';
 // Command buffers of arithmetic, in the module that exposes them to JavaScript.
 const assert = require('assert');
+const { over } = require('../support/blocks');
 const fs = require('fs');
 const { differences, modulePath } = require('../support/host');
 const { methods } = require('../support/surface');
@@ -229,8 +230,8 @@ function createScene(size = 65536) {
       return {
         object,
         id: object.memoryID,
-        floats: new Float32Array(object.buffer),
-        bytes: new Uint8Array(object.buffer),
+        floats: over(Float32Array, object),
+        bytes: over(Uint8Array, object),
         at: (offset) => ({ memoryID: object.memoryID, offset }),
       };
     },
@@ -278,7 +279,7 @@ suite('command buffer', () => {
   it('may overwrite its own later commands, which take effect at once', () => {
     const { buffer, writer, block } = createScene();
     const { floats, at } = block(8);
-    const words = new Uint32Array(floats.buffer);
+    const words = over(Uint32Array, floats);
     floats.set([5, 7]);
     words[2] = matrixFlowCommands.scalarMul;
     const own = (offset) => ({ memoryID: buffer.memoryID, offset });
@@ -312,7 +313,7 @@ suite('command buffer', () => {
     buffer.execute();
     assert.strictEqual(floats[7], 3);
     // Word 4 of a command is the offset of B.
-    new Uint32Array(buffer.buffer)[command / 4 + 4] = 8;
+    over(Uint32Array, buffer)[command / 4 + 4] = 8;
     buffer.execute();
     assert.strictEqual(floats[7], 5);
   });
@@ -322,7 +323,7 @@ suite('command buffer', () => {
     const { floats, at } = block(3);
     floats.set([0.5, -1, 2]);
     const entities = engine.createEntity(true, 3);
-    const records = new Float32Array(entities.buffer);
+    const records = over(Float32Array, entities);
     for (let i = 0; i < 3; ++i) {
       records.set([10 * i, 20 * i, 30 * i], 27 * i + 5);
       const position = { memoryID: entities.memoryID, offset: 108 * i + 20 };
@@ -374,8 +375,8 @@ suite('command buffer', () => {
     const addition = [matrixFlowCommands.scalarAdd, at(0), at(4), at(8)].map((one) =>
       typeof one === 'number' ? one : [one.memoryID, one.offset]
     );
-    new Uint32Array(next.buffer).set([].concat(...addition));
-    new Uint32Array(short.buffer)[0] = 60 + 28;
+    over(Uint32Array, next).set([].concat(...addition));
+    over(Uint32Array, short)[0] = 60 + 28;
     assert.strictEqual(short.execute(), 0);
     assert.strictEqual(floats[2], 42);
   });
@@ -410,7 +411,7 @@ suite('command buffer', () => {
     for (let i = 0; i < 3; ++i) {
       await collect();
     }
-    const floats = new Float32Array(data.buffer);
+    const floats = over(Float32Array, data);
     floats.set([20, 22]);
     const { memoryID } = data;
     new MatrixFlowWriter(buffer).scalarAdd(memoryID, 0, memoryID, 4, memoryID, 8);
@@ -466,7 +467,7 @@ const commandKinds = Object.keys(matrixFlowCommands)
 function model({ family, operation, count }, at) {
   const bytesAt = ([bytes, offset], n) => bytes.slice(offset, offset + n);
   const read = (operand) => new Float32Array(bytesAt(operand, 4 * count).buffer);
-  const write = ([bytes, offset], values) => bytes.set(new Uint8Array(values.buffer), offset);
+  const write = ([bytes, offset], values) => bytes.set(over(Uint8Array, values), offset);
   if (operation === 'Copy') {
     at[0][0].set(bytesAt(at[1], 4 * count), at[0][1]);
   } else if (operation === 'Invert') {
@@ -539,7 +540,7 @@ suite('commands, against plain script', () => {
         blocks.forEach(({ bytes }, i) => {
           bytes.fill(0xa5);
           const values = Float32Array.from({ length: count }, value);
-          bytes.set(new Uint8Array(values.buffer), offsets[i]);
+          bytes.set(over(Uint8Array, values), offsets[i]);
         });
         const expected = blocks.map(({ bytes }) => bytes.slice());
         const code = model(

@@ -2,6 +2,7 @@
 // The checked engine on bindings, players and batches; calls that end the process without it; and a whole scene,
 // whose results must be the same as without it.
 const assert = require('assert');
+const { over } = require('../support/blocks');
 const fs = require('fs');
 const path = require('path');
 const { spawnSync } = require('child_process');
@@ -218,7 +219,7 @@ describe('animators of a checked engine', () => {
       ],
     ]) {
       const animator = lab.animator(records, table);
-      new DataView(animator.buffer).setFloat32(4, NaN, true);
+      over(DataView, animator).setFloat32(4, NaN, true);
       assert.strictEqual(lab.passes(update(animator)), null);
     }
   });
@@ -324,7 +325,7 @@ describe('controllers of a checked engine', () => {
     it(`are refused by ${method} for states that loop`, () => {
       const first = lab.state([[clip.id]], { weight: 0 });
       const second = lab.state([[clip.id]], { next: first.id });
-      new Uint32Array(first.buffer)[2] = second.id;
+      over(Uint32Array, first)[2] = second.id;
       const controller = lab.controller(binding.id, [
         [0, state.id],
         [1, second.id],
@@ -332,7 +333,7 @@ describe('controllers of a checked engine', () => {
       const words = [`controller ${controller.id}, layer 1`, `loops back to ${second.id}`];
       lab.refuses(update(controller), RangeError, method, ...words, '0xFFFFFFFF');
       // The chain of a layer that is off is not read.
-      new Uint32Array(controller.buffer)[4] = 2;
+      over(Uint32Array, controller)[4] = 2;
       lab.passes(update(controller));
     });
 
@@ -420,7 +421,7 @@ describe('controllers of a checked engine', () => {
         [binding.id, [[0, lab.state([[clip.id]], { fillDefaults: NaN }).id]]],
       ]) {
         const controller = lab.controller(handle, layers);
-        new DataView(controller.buffer).setFloat32(8, NaN, true);
+        over(DataView, controller).setFloat32(8, NaN, true);
         assert.strictEqual(lab.passes(update(controller)), null);
       }
     });
@@ -570,6 +571,9 @@ describe('batches of a checked engine', () => {
     lab.refuses(control(b, c), RangeError, `both move entity ${id + 2}`);
     c.setMaskAtIndex(0, new ArrayBuffer(8), 0, 0);
     lab.refuses(control(a, c), RangeError, shared);
+    // Nor does a clip of weight 0 move it.
+    const still = lab.state([[clip.id, 0]]);
+    lab.passes(control(a, lab.controller(lab.binding(groups).id, [[0, still.id]])));
     // Without a rest pose nothing moves.
     const restless = lab.controller(lab.binding(groups, 0).id, [[0, state.id]]);
     lab.passes(control(a, restless));
@@ -797,7 +801,7 @@ describe('rest poses that blending enters by numbers, in a checked engine', () =
     const bytes = buildClip({ framesPerSecond: 30, frameCount: 10, curves });
     const steep = lab.keep(lab.engine.createDataModel(1, bytes));
     const state = lab.state([[steep.id]], { weight: 0.5 });
-    new DataView(state.buffer).setFloat32(16, 3, true);
+    over(DataView, state).setFloat32(16, 3, true);
     const groups = [
       [clip.id, [none]],
       [steep.id, [foreign]],
@@ -822,13 +826,13 @@ describe('rest poses that blending enters by numbers, in a checked engine', () =
     const moved = rival(made[7].id);
     lab.passes(control(own, moved));
     // The second layer begins to fill defaults.
-    new DataView(own.buffer).setUint32(4 + 12, 0, true);
+    over(DataView, own).setUint32(4 + 12, 0, true);
     lab.refuses(control(own, moved), RangeError, ...words(own, made[7].id));
   });
 
   it('are not noted by a batch that is refused', () => {
     const { lab, foreign, own, rival, control } = fixture({ [PositionX]: 16386 });
-    const blend = new DataView(own.buffer);
+    const blend = over(DataView, own);
     lab.refuses(control(own, rival(foreign + 1)), RangeError, ...words(own, foreign + 1));
     blend.setUint32(4, 2, true); // the layer is off
     lab.passes(control(own, rival(foreign + 1)));
@@ -854,7 +858,7 @@ describe('rest poses that blending enters by numbers, in a checked engine', () =
     lab.refuses(control(own, rival(foreign + 1)), RangeError, ...words(own, foreign + 1));
     // The pose is dropped, and the layer that enters it is off.
     lab.passes(update(id, 1, 0, 0));
-    new DataView(own.buffer).setUint32(4, 2, true);
+    over(DataView, own).setUint32(4, 2, true);
     lab.passes(control(own, rival(foreign + 1)));
     lab.passes(update(id, 3, 3, 0));
   });
@@ -884,7 +888,7 @@ describe('rest poses that blending enters by numbers, in a checked engine', () =
     foreign.forEach(({ id }) => {
       lab.run(...Array.from({ length: 4095 }, (_, i) => [1, id + i]));
     });
-    const scales = new Float32Array(own.buffer);
+    const scales = over(Float32Array, own);
     for (let i = 0; i < kTargets; ++i) {
       scales[27 * i + 10] = 4 * random();
     }

@@ -2,8 +2,9 @@
 // The checked engine on what JavaScript writes into shared memory for a frame: commands, the dirty list, culling
 // records and results, and streams of command buffers.
 const assert = require('assert');
+const { over } = require('../support/blocks');
 const fs = require('fs');
-const { modulePath, sanitized } = require('../support/host');
+const { modulePath, inWasm, sanitized } = require('../support/host');
 const { collectUntil } = require('../support/collect');
 const { Lab, assertWords, counted, frustum, none, ortho } = require('../support/checked');
 const { checked } = require('../../../lib/checked');
@@ -119,7 +120,7 @@ describe('commands of a checked engine', () => {
   it('may reset a subtree of any width, as in a plain engine', () => {
     const [batches, size] = [33, 4000];
     const results = [nq.getEngine(), checked(nq.getEngine())].map((engine) => {
-      const commands = new Uint32Array(engine.entityCommands);
+      const commands = over(Uint32Array, engine.entityCommands);
       const run = (...words) => {
         commands.set([4 * words.length, ...words]);
         engine.refreshWorldTransform();
@@ -135,10 +136,10 @@ describe('commands of a checked engine', () => {
       run(5, top.id);
       // The top entity moves, and none of its former children does.
       const last = children[batches - 1];
-      new Float32Array(top.buffer).set([9, 0, 0, 1, 1, 1], 5);
-      new Uint32Array(engine.dirtyEntities).set([3, top.id, children[0].id, last.id + size - 1]);
+      over(Float32Array, top).set([9, 0, 0, 1, 1, 1], 5);
+      over(Uint32Array, engine.dirtyEntities).set([3, top.id, children[0].id, last.id + size - 1]);
       run(1, children[0].id, 1, last.id + size - 1);
-      return [top, children[0], last].map(({ buffer }) => Buffer.from(buffer.slice(0)));
+      return [top, children[0], last].map((batch) => Buffer.from(over(Uint8Array, batch)));
     });
     const [plain, guarded] = results;
     assert.strictEqual(plain[0].readFloatLE(entity3D.worldMatrix + 4 * 12), 9);
@@ -295,9 +296,10 @@ describe('dirty list of a checked engine', () => {
 
   it('accepts duplicates, entities under no root, and any transform values', () => {
     const lab = new Lab(nq);
-    const { id, buffer } = lab.entities(2);
-    new Float32Array(buffer).fill(NaN);
-    new Float32Array(buffer)[30] = Infinity;
+    const entities = lab.entities(2);
+    const { id } = entities;
+    over(Float32Array, entities).fill(NaN);
+    over(Float32Array, entities)[30] = Infinity;
     lab.dirty.set([4, id, id, id + 1, id]);
     assert.strictEqual(
       lab.passes(() => lab.run([1, id])),
@@ -311,7 +313,7 @@ describe('dirty list of a checked engine', () => {
     const lab = new Lab(nq);
     const { engine } = lab;
     const bone = lab.entities();
-    new Float32Array(bone.buffer).set([1, 1, 1], 8);
+    over(Float32Array, bone).set([1, 1, 1], 8);
     const id = (() => {
       const follower = engine.createEntity(true);
       lab.dirty.set([1, bone.id]);
@@ -343,12 +345,12 @@ describe('dirty list of a checked engine', () => {
 /** Objects of which each is seen. */
 function visible(lab, count) {
   const entity = lab.entities();
-  const floats = new Float32Array(entity.buffer);
+  const floats = over(Float32Array, entity);
   floats.set([1, 1, 1], 8);
   lab.dirty.set([1, entity.id]);
   lab.run([1, entity.id]);
   const objects = lab.keep(lab.engine.createComponent(1, count));
-  const view = new DataView(objects.buffer);
+  const view = over(DataView, objects);
   for (let i = 0; i < count; ++i) {
     view.setUint8(28 * i, 1);
     view.setUint32(28 * i + 4, 1, true);
@@ -465,7 +467,7 @@ describe('"cullingResult" of a checked engine', () => {
     const lab = new Lab(nq);
     const { engine } = lab;
     visible(lab, 2);
-    const words = new Uint32Array(engine.cullingResult);
+    const words = over(Uint32Array, engine.cullingResult);
     assert.strictEqual(engine.frustumCullingV2(...frustum), false);
     assert.strictEqual(words[1], 2);
     words[1] = 0;
@@ -486,7 +488,7 @@ describe('"cullingResult" of a checked engine', () => {
     assert.strictEqual(engine.frustumCullingV2(...frustum), true);
     assert.notStrictEqual(engine.cullingResult, old);
     assert.strictEqual(engine.cullingResult.byteLength, 8 + 8 * (1001 + 480));
-    assert.strictEqual(new Uint32Array(engine.cullingResult)[1], 1001);
+    assert.strictEqual(over(Uint32Array, engine.cullingResult)[1], 1001);
     assert.deepStrictEqual([old.byteLength, words.length, words[1]], [0, 0, undefined]);
     assert.throws(() => new Uint32Array(old), TypeError);
     assert.strictEqual(engine.frustumCullingV2(...frustum), false);
@@ -517,7 +519,7 @@ suite('command buffers of a checked engine', () => {
 
   it('are refused if the length word is invalid', () => {
     const { lab, buffer } = fixture();
-    const words = new Uint32Array(buffer.buffer);
+    const words = over(Uint32Array, buffer);
     const run = () => buffer.execute();
     for (const length of [253, 256, 0x7ffffffc, none]) {
       words[0] = length;
@@ -567,19 +569,19 @@ suite('command buffers of a checked engine', () => {
       const buffer = engine.createMatrixFlowCommandBuffer(i === 0 ? 28 : 12);
       const { memoryID } = buffer;
       const first = [20, 1000, memoryID, 24, memoryID, 0];
-      new Uint32Array(buffer.buffer).set(i === 0 ? first : [8, 1, buffers[i - 1].id]);
+      over(Uint32Array, buffer).set(i === 0 ? first : [8, 1, buffers[i - 1].id]);
       buffers.push(buffer);
     }
     return buffers;
   }
 
   it('may call each other in a long chain, as in a plain one', () => {
-    // A sanitizer's frames are many times as large, and exhaust the stack earlier.
-    for (const length of sanitized ? [500] : [3000, 10000]) {
+    // Frames of a sanitizer are many times as large, and WebAssembly has a smaller stack.
+    for (const length of sanitized || inWasm ? [500] : [3000, 10000]) {
       for (const engine of [flow.getEngine(), checked(flow.getEngine())]) {
         const buffers = chain(engine, length);
         assert.strictEqual(buffers[length - 1].execute(), matrixFlowResults.done);
-        assert.strictEqual(new Uint32Array(buffers[0].buffer)[6], 20);
+        assert.strictEqual(over(Uint32Array, buffers[0])[6], 20);
       }
     }
   });
@@ -588,7 +590,7 @@ suite('command buffers of a checked engine', () => {
     const buffers = chain(checked(flow.getEngine()), 10001);
     const call = () => buffers[10000].execute();
     assertWords(call, RangeError, 'execute: command buffer 8192 at byte 4, call', '10000');
-    assert.strictEqual(new Uint32Array(buffers[0].buffer)[6], 0);
+    assert.strictEqual(over(Uint32Array, buffers[0])[6], 0);
   });
 
   it('are refused if a chain leads into a long cycle of calls', () => {
@@ -596,7 +598,7 @@ suite('command buffers of a checked engine', () => {
     const buffers = chain(lab.engine, 200);
     const [{ id: first }, { id: second }] = buffers;
     const { id: last } = buffers[99];
-    new Uint32Array(buffers[0].buffer).set([8, 1, last]);
+    over(Uint32Array, buffers[0]).set([8, 1, last]);
     new MatrixFlowWriter(buffer).call(buffers[199].id);
     const cycle = [0, 1, 2, 3].map((i) => first - 4096 * i + 99 * 4096).join(' > ');
     const words = [`${cycle} > … > `, ` > ${second} > ${first} > ${last}`];
@@ -634,7 +636,7 @@ suite('command buffers of a checked engine', () => {
       'scalarAdd'
     );
     writer.reset();
-    const words = new Uint32Array(buffer.buffer);
+    const words = over(Uint32Array, buffer);
     words.set([24, 9000, 0x40000001, at(0).memoryID, 0, at(0).memoryID, 0]);
     lab.refuses(() => buffer.execute(), RangeError, 'bulkCopy', 'N is 1073741825', 'wraps');
   });
@@ -642,7 +644,7 @@ suite('command buffers of a checked engine', () => {
   it('are refused if a buffer that they call is invalid', () => {
     const { lab, buffer, data, writer } = fixture();
     writer.call(data.id);
-    new Uint32Array(data.buffer)[0] = 64;
+    over(Uint32Array, data)[0] = 64;
     const words = [`command buffer ${buffer.id} at byte 4, call`, `${data.id} of 64`, 'is 64'];
     lab.refuses(() => buffer.execute(), RangeError, ...words);
   });
@@ -650,12 +652,12 @@ suite('command buffers of a checked engine', () => {
   it('are refused for invalid commands that other commands wrote', () => {
     const { lab, buffer, data, at, writer } = fixture();
     // Command 0 overwrites command 1 with a call of the buffer itself.
-    new Uint32Array(data.buffer).set([0, 1, buffer.id]);
+    over(Uint32Array, data).set([0, 1, buffer.id]);
     const place = writer.bulkCopy(2, { memoryID: buffer.memoryID, offset: 28 }, at(4)) + 24;
     assert.strictEqual(place, 28);
     writer.scalarAdd(at(0), at(0), at(0));
     lab.refuses(() => buffer.execute(), RangeError, 'byte 28, call', 'in a cycle');
-    assert.strictEqual(new Uint32Array(buffer.buffer)[7], 1001);
+    assert.strictEqual(over(Uint32Array, buffer)[7], 1001);
   });
 
   it('are refused for blocks whose object was collected', async () => {
@@ -681,8 +683,8 @@ suite('command buffers of a checked engine', () => {
       const [buffer, data, callee] = kept;
       const writer = new MatrixFlowWriter(buffer);
       const at = (offset) => ({ memoryID: data.memoryID, offset });
-      const words = new Uint32Array(buffer.buffer);
-      const floats = new Float32Array(data.buffer);
+      const words = over(Uint32Array, buffer);
+      const floats = over(Float32Array, data);
       const log = [];
       const note = () => {
         log.push(buffer.execute(), Array.from(floats));
@@ -722,7 +724,7 @@ suite('command buffers of a checked engine', () => {
       const kept = [0, 1, 2].map((i) => engine.createMatrixFlowCommandBuffer(i === 0 ? 4096 : 320));
       const [buffer, data, callee] = kept;
       const writer = new MatrixFlowWriter(buffer);
-      const floats = new Float32Array(data.buffer);
+      const floats = over(Float32Array, data);
       for (let i = 0; i < floats.length; ++i) {
         floats[i] = Math.fround(((i * 37) % 23) / 3 + 0.1);
       }
@@ -743,12 +745,15 @@ suite('command buffers of a checked engine', () => {
       new MatrixFlowWriter(callee).vector4Add(at(0), at(16), at(32));
       writer.call(callee.id);
       // The next command becomes another addition: of the two words from byte 300 of the data.
-      new Uint32Array(data.buffer).set([at(0).memoryID, 4], 75);
+      over(Uint32Array, data).set([at(0).memoryID, 4], 75);
       const place = writer.bulkCopy(2, own(0), at(300));
       writer.scalarAdd(at(0), at(0), at(8));
-      new Uint32Array(buffer.buffer)[place / 4 + 3] = place + 24 + 4;
+      over(Uint32Array, buffer)[place / 4 + 3] = place + 24 + 4;
       const results = [buffer.execute(), buffer.execute()];
-      return { results, bytes: kept.map((one) => Buffer.from(one.buffer).toString('hex')) };
+      return {
+        results,
+        bytes: kept.map((one) => Buffer.from(over(Uint8Array, one)).toString('hex')),
+      };
     };
     const native = scene(flow.getEngine());
     assert.deepStrictEqual(native.results, [0, 0]);

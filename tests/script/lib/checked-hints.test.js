@@ -2,6 +2,7 @@
 // Hints of a checked engine: each fires once for its mistake, with entity, place and cure, and not for the
 // same program without it. Programs that are correct get none.
 const assert = require('assert');
+const { over } = require('../support/blocks');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
@@ -64,7 +65,7 @@ class Scene extends Lab {
   /** A culling object around an entity. */
   object(entity) {
     const object = this.keep(this.engine.createComponent(1, 1));
-    const view = new DataView(object.buffer);
+    const view = over(DataView, object);
     view.setUint8(0, 1);
     view.setUint32(4, 1, true);
     view.setFloat32(20, 1, true);
@@ -161,8 +162,8 @@ describe('hint not-under-root', () => {
   it('reports objects of a list, and only those that are tested', () => {
     const scene = new Scene().listAll();
     const objects = [0, 1, 2].map((i) => scene.object(scene.id + i));
-    new Uint8Array(objects[0].buffer)[0] = 0;
-    new Uint32Array(objects[1].buffer)[1] = 2;
+    over(Uint8Array, objects[0])[0] = 0;
+    over(Uint32Array, objects[1])[1] = 2;
     const mask = 1;
     scene.engine.frustumCulling(mask, ...frustum.slice(1), counted(objects[0].id, objects[1].id));
     scene.givesNone();
@@ -482,7 +483,7 @@ describe('hint not-listed', () => {
     const buffer = scene.keep(scene.engine.createMatrixFlowCommandBuffer(64));
     const { memoryID } = scene.view.object;
     const add = (offset) => [memoryID, offset];
-    new Uint32Array(buffer.buffer).set([28, 1001, ...add(32), ...add(32), ...add(20)]);
+    over(Uint32Array, buffer).set([28, 1001, ...add(32), ...add(32), ...add(20)]);
     scene.list.append(scene.id);
     assert.strictEqual(buffer.execute(), 0);
     scene.refresh();
@@ -643,11 +644,11 @@ describe('hint nan', () => {
     const call = 'frustumCulling';
     [8, 12, 16, 20].forEach((offset, i) => {
       const object = scene.object(scene.id);
-      new Float32Array(object.buffer)[offset / 4] = NaN;
-      new Uint8Array(object.buffer)[0] = 0;
+      over(Float32Array, object)[offset / 4] = NaN;
+      over(Uint8Array, object)[0] = 0;
       scene.cull();
       scene.givesNone();
-      new Uint8Array(object.buffer)[0] = 1;
+      over(Uint8Array, object)[0] = 1;
       scene.cull();
       const field = ['center x', 'center y', 'center z', 'radius'][i];
       const place = `culling object ${object.id}, ${field}`;
@@ -659,7 +660,7 @@ describe('hint nan', () => {
     const scene = new Scene().root();
     const clip = scene.clip();
     const animator = scene.animator([[clip.id], [clip.id, 0]], [scene.id, scene.id]);
-    const view = new DataView(animator.buffer);
+    const view = over(DataView, animator);
     view.setFloat32(12 + 4, NaN, true);
     scene.engine.updateAnimator(animator.id); // of weight 0
     scene.givesNone();
@@ -671,7 +672,7 @@ describe('hint nan', () => {
     const binding = scene.binding([[clip.id, [scene.id]]]);
     const state = scene.state([[clip.id]]);
     const controller = scene.controller(binding.id, [[1, state.id]]);
-    new Float32Array(state.buffer)[4] = NaN;
+    over(Float32Array, state)[4] = NaN;
     scene.engine.updateAnimatorControllers(counted(controller.id));
     const where = `controller ${controller.id}, layer 0, state ${state.id}, clip 0, time`;
     scene.gives({ code, call: 'updateAnimatorControllers', entity: null, place: where });
@@ -682,7 +683,7 @@ describe('hint nan', () => {
     const clip = scene.clip();
     const binding = scene.binding([[clip.id, [scene.id + 1]]]);
     const controller = scene.controller(binding.id, [[0, scene.state([[clip.id]]).id]]);
-    new Float32Array(controller.buffer)[2] = NaN; // weight of the layer
+    over(Float32Array, controller)[2] = NaN; // weight of the layer
     controller.update(null, new ArrayBuffer(0));
     const fields = { code, call: 'update', entity: scene.id + 1, place: 'position x' };
     scene.gives(
@@ -776,7 +777,7 @@ describe('hint one-sided-channel', () => {
     );
     const weigh = (...weights) => {
       weights.forEach((weight, i) => {
-        new DataView(animator.buffer).setFloat32(12 * i + 8, weight, true);
+        over(DataView, animator).setFloat32(12 * i + 8, weight, true);
       });
       scene.engine.updateAnimator(animator.id);
     };
@@ -1154,7 +1155,7 @@ describe('hints', () => {
     const list = counted(99 * 4096);
     scene.refuses(() => scene.engine.frustumCulling(...args, list), RangeError, 'list, entry 0');
     const animator = scene.animator([[scene.clip().id]], [scene.id + 9]);
-    new DataView(animator.buffer).setFloat32(4, NaN, true);
+    over(DataView, animator).setFloat32(4, NaN, true);
     const update = () => scene.engine.updateAnimator(animator.id);
     scene.refuses(update, RangeError, 'entry 0 of the targets');
     scene.givesNone();
@@ -1186,9 +1187,9 @@ describe('hints', () => {
       for (let frame = 0; frame < 3; ++frame) {
         view.setPosition(0, frame, 0, 0);
         log.push(engine.refreshWorldTransform());
-        log.push(Buffer.from(view.object.buffer.slice(0)).toString('hex'));
+        log.push(Buffer.from(over(Uint8Array, view.object)).toString('hex'));
         log.push(Array.from(view.worldMatrix(2, new Float32Array(16))));
-        log.push(new Uint32Array(engine.dirtyEntities).slice(0, 3).join());
+        log.push(over(Uint32Array, engine.dirtyEntities).slice(0, 3).join());
       }
       return log;
     };

@@ -1,6 +1,7 @@
 'use strict';
 // The checked engine: single arguments, receivers and creation; otherwise it behaves like an engine.
 const assert = require('assert');
+const { over } = require('../support/blocks');
 const fs = require('fs');
 const { MessageChannel, MessagePort } = require('worker_threads');
 const { modulePath } = require('../support/host');
@@ -195,7 +196,9 @@ describe('receivers of a checked engine', () => {
   }
 
   it('cannot be constructed with new', () => {
-    for (const object of [engine, entity, clip, binding, controller, lab.state([[0]])]) {
+    const component = lab.keep(engine.createComponent(1));
+    const others = buffer === null ? [component] : [component, buffer];
+    for (const object of [engine, entity, clip, binding, controller, lab.state([[0]]), ...others]) {
       const { name } = object.constructor;
       lab.refuses(() => new object.constructor(), TypeError, `new ${name}`, 'only');
     }
@@ -219,7 +222,7 @@ describe('createEntity of a checked engine', () => {
     }
     // Natively an object without entities, or one of another count.
     assert.strictEqual(nq.getEngine().createEntity(true, 4096).id, 0);
-    assert.strictEqual(nq.getEngine().createEntity(true, 1.5).buffer.byteLength, 108);
+    assert.strictEqual(over(Uint8Array, nq.getEngine().createEntity(true, 1.5)).byteLength, 108);
   });
 
   it('refuses arguments that are not numbers or booleans', () => {
@@ -234,7 +237,7 @@ describe('createEntity of a checked engine', () => {
   it('accepts all valid arguments', () => {
     for (const args of [[], [undefined, undefined], [false, 0], [0, 1], [true, 4095], [1, 1]]) {
       const made = lab.passes(() => engine.createEntity(...args));
-      assert.strictEqual(made.buffer.byteLength, (args[0] ? 108 : 56) * (args[1] || 1));
+      assert.strictEqual(over(Uint8Array, made).byteLength, (args[0] ? 108 : 56) * (args[1] || 1));
     }
   });
 });
@@ -376,7 +379,7 @@ describe('createDataModel of a checked engine', () => {
     const shifted = new Uint8Array(bytes.length + 9);
     shifted.set(bytes, 5);
     const views = [bytes.buffer, bytes, Buffer.from(bytes), shifted.subarray(5, -4)];
-    for (const data of [...views, new DataView(bytes.buffer)]) {
+    for (const data of [...views, over(DataView, bytes)]) {
       assert.notStrictEqual(lab.passes(create(1, data)).id, 0);
     }
     for (const data of [new ArrayBuffer(0), new Float32Array(16), new ArrayBuffer(640)]) {
@@ -557,7 +560,7 @@ describe('buffers with overridden properties, in a checked engine', () => {
     if (flow !== null) {
       const buffer = own.createMatrixFlowCommandBuffer(64);
       claiming(buffer.buffer, { byteLength: 7, slice: null, constructor: null });
-      const words = new Uint32Array(buffer.buffer);
+      const words = over(Uint32Array, buffer);
       words.set([20, 1000, buffer.memoryID, 40, buffer.memoryID, 0]);
       assert.strictEqual(buffer.execute(), 0);
       assert.strictEqual(words[10], 20);
@@ -568,7 +571,7 @@ describe('buffers with overridden properties, in a checked engine', () => {
 describe('objects of a checked engine', () => {
   it('are released when JavaScript drops them, and their handles are then refused', async () => {
     const engine = checked(nq.getEngine());
-    const dirty = new Uint32Array(engine.dirtyEntities);
+    const dirty = over(Uint32Array, engine.dirtyEntities);
     const kept = engine.createEntity(true, 2);
     const id = (() => engine.createEntity(true, 3).id)();
     dirty.set([2, kept.id, id]);
@@ -609,7 +612,7 @@ describe('objects of a checked engine', () => {
     const animator = lab.animator([[clip.id]], [entity.id]);
     await collect();
     lab.passes(() => lab.engine.updateAnimator(animator.id));
-    assert.strictEqual(new Float32Array(entity.buffer)[5], 1);
+    assert.strictEqual(over(Float32Array, entity)[5], 1);
   });
 
   it('unlink their children in the model of links', async () => {

@@ -289,6 +289,21 @@ describe('clips of any content', () => {
   });
 });
 
+describe('a clip without the last bytes of its last key', () => {
+  it('is refused with the bytes that it should have, for any number of them', () => {
+    const bytes = buildClip(clipWith({ curves: [{ target: 0, type: 1, keys: [key(0), key(1)] }] }));
+    assert.strictEqual(bytes.byteLength, 60);
+    for (let missing = 1; missing <= 16; ++missing) {
+      assert.throws(() => readClip(bytes.slice(0, 60 - missing)), {
+        name: 'RangeError',
+        message: new RegExp(
+          `: its keys end at byte 60 of ${60 - missing}: give the whole clip\\.$`
+        ),
+      });
+    }
+  });
+});
+
 describe('mistakes in a clip', () => {
   const one = "clip 'walk', curve 0 (target 0, PositionX)";
   const whole = 'give a whole number from';

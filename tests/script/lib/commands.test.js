@@ -2,6 +2,7 @@
 // The writers of lib/commands.js: the words that they write, what they refuse, and the effect of entity commands and
 // dirty lists in the engine.
 const assert = require('assert');
+const { over } = require('../support/blocks');
 const { assertCleanExit, runScript } = require('../support/child');
 const { hostileObjects } = require('../support/hostile');
 const { modulePath } = require('../support/host');
@@ -342,7 +343,7 @@ describe('entity commands and dirty list in the engine', () => {
   function createScene(...xs) {
     const engine = nq.getEngine();
     const batch = engine.createEntity(true, xs.length);
-    const floats = new Float32Array(batch.buffer);
+    const floats = over(Float32Array, batch);
     xs.forEach((x, i) => {
       floats[i * recordWords + positionAt] = x;
       floats.fill(1, i * recordWords + scaleAt, i * recordWords + scaleAt + 3);
@@ -433,7 +434,7 @@ describe('entity commands and dirty list in the engine', () => {
     s.commands.bindToBoneBatch([s.h(4), s.h(5), s.h(6)], [s.h(1), s.h(2), s.h(3)]);
     s.dirty.appendRange(s.h(0), 4);
     s.refresh();
-    const listed = new Uint32Array(s.engine.dirtyEntities);
+    const listed = over(Uint32Array, s.engine.dirtyEntities);
     assert.deepStrictEqual(Array.from(listed.subarray(0, 4)), [3, s.h(4), s.h(6), s.h(5)]);
     assert.deepStrictEqual([4, 5, 6].map(s.localX), [1, 2, 3]);
   });
@@ -449,7 +450,7 @@ describe('entity commands and dirty list in the engine', () => {
     assert.strictEqual(s.dirty.count, 1);
     s.setX(2, 5);
     s.dirty.append(s.h(2));
-    const listed = new Uint32Array(s.engine.dirtyEntities);
+    const listed = over(Uint32Array, s.engine.dirtyEntities);
     assert.deepStrictEqual(Array.from(listed.subarray(0, 3)), [2, s.h(1), s.h(2)]);
     s.refresh();
     assert.deepStrictEqual([0, 1, 2].map(s.worldX), [7, 7, 5]);

@@ -1424,6 +1424,10 @@ describe('messages about bad files', () => {
       damaged(16, 0x004e4942),
       `model: it does not begin with a JSON chunk: ${again}`
     );
+    const list = Buffer.alloc(24);
+    [0x46546c67, 2, 24, 4, 0x4e4f534a].forEach((word, i) => list.writeUInt32LE(word, 4 * i));
+    list.write('[]  ', 20);
+    await assertTrouble(importGltf(list), `model: its JSON is not an object: ${again}`);
     await assert.rejects(
       importGltf(Buffer.from('{"asset":')),
       /^GltfError: model: its JSON is broken, Unexpected end of JSON input: export it again as glTF 2\.0\.$/

@@ -2,6 +2,7 @@
 // The layouts of lib/layout.js: generated files are up to date, and agree with the library's other parts and with the
 // engine's blocks and calls. Offsets are compared with the structs by the native suite LayoutsTest.
 const assert = require('assert');
+const { over } = require('../support/blocks');
 const fs = require('fs');
 const { modulePath } = require('../support/host');
 const clip = require('../../../lib/clip');
@@ -114,13 +115,13 @@ describe('enumerations and argument positions of the engine', () => {
   it('are correct for culling calls', () => {
     const { cullingList, cullingObject, frustumCullingArguments, orthoCullingArguments } = layout;
     const carrier = engine.createEntity(true, 1);
-    const record = new DataView(carrier.buffer);
+    const record = over(DataView, carrier);
     [0, 4, 8].forEach((at) => record.setFloat32(layout.entity3D.scale + at, 1, true));
-    new Uint32Array(engine.entityCommands).set([8, layout.entityCommands.addRoot, carrier.id]);
-    new Uint32Array(engine.dirtyEntities).set([1, carrier.id]);
+    over(Uint32Array, engine.entityCommands).set([8, layout.entityCommands.addRoot, carrier.id]);
+    over(Uint32Array, engine.dirtyEntities).set([1, carrier.id]);
     engine.refreshWorldTransform();
     const object = engine.createComponent(layout.componentKinds.culling, 1);
-    const sphere = new DataView(object.buffer);
+    const sphere = over(DataView, object);
     sphere.setUint8(cullingObject.enabled, 1);
     sphere.setUint32(cullingObject.mask, 4, true);
     sphere.setFloat32(cullingObject.radius, 1, true);

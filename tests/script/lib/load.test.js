@@ -111,6 +111,12 @@ describe('load', () => {
     assert.strictEqual(load(path.relative('', plainModule)), require(plainModule));
   });
 
+  it('takes an empty name for none, and not for NQ_MODULE', () => {
+    const copy = copyLibrary({ [built]: '', [prebuilt]: '' });
+    const { files } = refusal(copy, "load('')");
+    assert.deepStrictEqual(files, [path.join(copy, built), path.join(copy, prebuilt)]);
+  });
+
   it('prefers the build to the prebuilt module', () => {
     const copy = copyLibrary({ [built]: '', [prebuilt]: '' });
     const { files, original } = refusal(copy, 'load()');

@@ -57,6 +57,14 @@ const cases = {
   batchOfEmptyBuffer: () => engine.updateAnimatorControllers(new ArrayBuffer(0)),
   batchOfDetachedView: () => engine.updateAnimatorControllers(detached),
 
+  // A state of weight 0 that is its own next state: nothing is collected on the way around.
+  statesInALoop() {
+    new Uint32Array(state.buffer)[2] = state.id;
+    new Uint32Array(controller.buffer).set([binding.id, 0, 0, state.id]);
+    engine.updateAnimatorControllers(Uint32Array.of(1, controller.id));
+    fs.writeSync(1, 'returned\n');
+  },
+
   constructBinding: () => addon.construct('EngineAnimationClipBinding'),
   constructController: () => addon.construct('EngineAnimatorControllerModel'),
   constructState: () => addon.construct('EngineAnimatorControllerStateModel'),

@@ -4,6 +4,7 @@
 // 'abort', or 'hang' for a call that never returns. `stage` 'prepare' is for what is refused earlier than
 // it ends natively.
 const { buildClip, sampleTypes } = require('../../../lib/clip');
+const { over } = require('./blocks');
 
 const none = 0xffffffff;
 
@@ -31,7 +32,7 @@ function brokenClip(index, word, cut = 0) {
     new Uint32Array(bytes)[index] = word;
     const model = keep(engine.createDataModel(1, bytes.slice(0, bytes.byteLength - cut)));
     const animator = keep(engine.createComponent(2, 1, 1));
-    const view = new DataView(animator.buffer);
+    const view = over(DataView, animator);
     view.setUint32(0, model.id, true);
     view.setFloat32(8, 1, true);
     return () => engine.updateAnimator(animator.id);
@@ -41,13 +42,13 @@ function brokenClip(index, word, cut = 0) {
 function cycle(engine) {
   const { id } = keep(engine.createEntity(true, 3));
   const words = [1, id, 2, id, id + 1, 2, id + 1, id + 2];
-  new Uint32Array(engine.entityCommands).set([4 * words.length, ...words]);
+  over(Uint32Array, engine.entityCommands).set([4 * words.length, ...words]);
   engine.refreshWorldTransform();
   // Under a root, in three steps: removed, added to its own child, and made a root again.
   const top = keep(engine.createEntity(true)).id;
   const more = [2, id + 2, id + 1, 2, top, id + 2, 1, top, 2, id + 1, top];
-  new Uint32Array(engine.entityCommands).set([4 * more.length, ...more]);
-  new Uint32Array(engine.dirtyEntities).set([1, top]);
+  over(Uint32Array, engine.entityCommands).set([4 * more.length, ...more]);
+  over(Uint32Array, engine.dirtyEntities).set([1, top]);
   return () => engine.refreshWorldTransform();
 }
 
@@ -56,7 +57,7 @@ function skinning(words) {
     const entity = keep(engine.createEntity(true));
     const model = keep(engine.createDataModel(2, new ArrayBuffer(64)));
     const skin = keep(engine.createComponent(3, 1));
-    new Uint32Array(skin.buffer).set(words(model.id, entity.id));
+    over(Uint32Array, skin).set(words(model.id, entity.id));
     return () => engine.updateSkinningMatrix(skin.id);
   };
 }
@@ -72,10 +73,10 @@ function loop(count) {
       keep(engine.createAnimatorControllerStateModel(1))
     );
     states.forEach((state, i) => {
-      new Uint32Array(state.buffer)[2] = states[(i + 1) % count].id;
+      over(Uint32Array, state)[2] = states[(i + 1) % count].id;
     });
     const controller = keep(engine.createAnimatorControllerModel(1));
-    new Uint32Array(controller.buffer).set([binding.id, 0, 0, states[0].id]);
+    over(Uint32Array, controller).set([binding.id, 0, 0, states[0].id]);
     return () => engine.updateAnimatorControllers(Uint32Array.of(1, controller.id));
   };
 }
@@ -84,7 +85,7 @@ function commandBuffer(write) {
   return (engine) => {
     const buffer = keep(engine.createMatrixFlowCommandBuffer(64));
     const other = keep(engine.createMatrixFlowCommandBuffer(64));
-    write(new Uint32Array(buffer.buffer), new Uint32Array(other.buffer), buffer, other);
+    write(over(Uint32Array, buffer), over(Uint32Array, other), buffer, other);
     return () => buffer.execute();
   };
 }
@@ -157,7 +158,7 @@ const cases = {
     type: RangeError,
     words: ['length word of entityCommands is 2147483640'],
     prepare: (engine) => {
-      new Uint32Array(engine.entityCommands)[0] = 0x7ffffff8;
+      over(Uint32Array, engine.entityCommands)[0] = 0x7ffffff8;
       return () => engine.refreshWorldTransform();
     },
   },
@@ -166,7 +167,7 @@ const cases = {
     type: RangeError,
     words: ['count of dirtyEntities is 4294967295'],
     prepare: (engine) => {
-      new Uint32Array(engine.dirtyEntities)[0] = none;
+      over(Uint32Array, engine.dirtyEntities)[0] = none;
       return () => engine.refreshWorldTransform();
     },
   },
@@ -304,7 +305,7 @@ for (const method of batches) {
 
 /** x of a 3D entity's position, written by all clips here as 1. */
 function xOf(entity, i = 0) {
-  return new Float32Array(entity.buffer)[27 * i + 5];
+  return over(Float32Array, entity)[27 * i + 5];
 }
 
 /** An entity that a binding with one clip moves, and a controller that plays it. */
@@ -314,9 +315,9 @@ function player(engine, makeBinding) {
   const lists = Uint32Array.of(model.id, 1, entity.id).buffer;
   const make = makeBinding || (() => engine.createAnimationClipBinding(lists, 0, 1, 2, 1));
   const state = keep(engine.createAnimatorControllerStateModel(1));
-  new Float32Array(state.buffer)[0] = 1;
-  new Uint32Array(state.buffer)[3] = model.id;
-  new Float32Array(state.buffer)[5] = 1;
+  over(Float32Array, state)[0] = 1;
+  over(Uint32Array, state)[3] = model.id;
+  over(Float32Array, state)[5] = 1;
   const controller = keep(engine.createAnimatorControllerModel(1));
   return {
     entity,
@@ -324,8 +325,8 @@ function player(engine, makeBinding) {
     state,
     controller,
     play(binding = keep(make(entity, model))) {
-      new Uint32Array(controller.buffer).set([binding.id, 0, 0, state.id]);
-      new Float32Array(controller.buffer)[2] = 1;
+      over(Uint32Array, controller).set([binding.id, 0, 0, state.id]);
+      over(Float32Array, controller)[2] = 1;
       controller.update(0, new ArrayBuffer(0));
       return xOf(entity);
     },
@@ -336,7 +337,7 @@ function player(engine, makeBinding) {
 function animated(engine, targets = 1) {
   const entity = keep(engine.createEntity(true, 2));
   const animator = keep(engine.createComponent(2, targets, 1));
-  const view = new DataView(animator.buffer);
+  const view = over(DataView, animator);
   for (let i = 0; i < targets; ++i) {
     view.setUint32(12 * i, clip(engine).id, true);
     view.setFloat32(12 * i + 8, 0.5, true);
@@ -347,10 +348,10 @@ function animated(engine, targets = 1) {
 
 /** Runs entity commands, with element 0 of a batch at x = 3 and dirty, and returns x of element 1. */
 function worldX(engine, batch, commands) {
-  const floats = new Float32Array(batch.buffer);
+  const floats = over(Float32Array, batch);
   [0, 1].forEach((i) => floats.set([3 - 3 * i, 0, 0, 1, 1, 1], 27 * i + 5));
-  new Uint32Array(engine.entityCommands).set([4 * commands.length, ...commands]);
-  new Uint32Array(engine.dirtyEntities).set([2, batch.id, batch.id + 1]);
+  over(Uint32Array, engine.entityCommands).set([4 * commands.length, ...commands]);
+  over(Uint32Array, engine.dirtyEntities).set([2, batch.id, batch.id + 1]);
   engine.refreshWorldTransform();
   return floats[27 + 11 + 12];
 }
@@ -360,9 +361,9 @@ const camera = [1, 0, 0, 10, 0, 0, 0, 0, 1, 0, 1, 1, 0.1, 100];
 /** Two objects at the origin. */
 function seen(engine, handle) {
   const entity = keep(engine.createEntity(true));
-  new Float32Array(entity.buffer).set([1, 1, 1], 8);
-  new Uint32Array(engine.dirtyEntities).set([1, entity.id]);
-  new Uint32Array(engine.entityCommands).set([8, 1, entity.id]);
+  over(Float32Array, entity).set([1, 1, 1], 8);
+  over(Uint32Array, engine.dirtyEntities).set([1, entity.id]);
+  over(Uint32Array, engine.entityCommands).set([8, 1, entity.id]);
   engine.refreshWorldTransform();
   const objects = keep(engine.createComponent(1, 2));
   [0, 1].forEach((i) => {
@@ -433,7 +434,7 @@ const silences = {
     run: (engine) => {
       // The first clip is off, and the second one's entry is beyond the table.
       const { entity, animator } = animated(engine, 2);
-      new Float32Array(animator.buffer)[2] = 0;
+      over(Float32Array, animator)[2] = 0;
       engine.updateAnimator(animator.id);
       return xOf(entity);
     },
@@ -488,7 +489,7 @@ const silences = {
     run: (engine) => {
       const { controller, play, entity } = player(engine);
       play();
-      new Float32Array(entity.buffer)[5] = 9;
+      over(Float32Array, entity)[5] = 9;
       controller.update(0);
       return xOf(entity);
     },

@@ -1,6 +1,7 @@
 'use strict';
 // A scene that calls every method of an engine, and returns all effects: results and bytes.
 const { DirtyListWriter, EntityCommandWriter, MatrixFlowWriter } = require('../../../lib/commands');
+const { over } = require('./blocks');
 const { buildClip, sampleTypes } = require('../../../lib/clip');
 const { randomNumbers } = require('./reference');
 const { frustum, none, ortho, targetLists } = require('./checked');
@@ -68,7 +69,7 @@ function playScene(engine) {
   const dirty = new DirtyListWriter(engine);
 
   const write = (entity, is3D, count) => {
-    const floats = new Float32Array(entity.buffer);
+    const floats = over(Float32Array, entity);
     for (let i = 0; i < count; ++i) {
       const at = i * (is3D ? 27 : 14);
       const values = is3D
@@ -76,7 +77,7 @@ function playScene(engine) {
         : [random(), random(), random(), 1, 1];
       floats.set(values, is3D ? at + 1 : at);
       if (is3D) {
-        new Uint8Array(entity.buffer)[4 * at] = i % 3;
+        over(Uint8Array, entity)[4 * at] = i % 3;
       }
       dirty.append(entity.id + i);
     }
@@ -103,7 +104,7 @@ function playScene(engine) {
   const animators = [0, 1].map((i) => {
     const table = [0, 1, 2, 3, 4, 5, 6].map((k) => tree.id + 20 + 8 * i + (k % 4));
     const animator = keep(engine.createComponent(2, 2, table.length));
-    const view = new DataView(animator.buffer);
+    const view = over(DataView, animator);
     [0, 1].forEach((c) => {
       view.setUint32(12 * c, clips[c].id, true);
       view.setFloat32(12 * c + 4, 3.25 * c + i, true);
@@ -113,13 +114,13 @@ function playScene(engine) {
     return animator;
   });
   const single = keep(engine.createComponent(2, 1, 3));
-  new Uint32Array(single.buffer).set([clips[0].id, 0, 0, loose.id, none, loose.id + 1]);
-  new Float32Array(single.buffer).set([4.5, 1], 1);
+  over(Uint32Array, single).set([clips[0].id, 0, 0, loose.id, none, loose.id + 1]);
+  over(Float32Array, single).set([4.5, 1], 1);
 
   const skin = keep(engine.createComponent(3, 3));
-  new Uint32Array(skin.buffer).set([bones.id, 0, 1, 2, ...hands]);
+  over(Uint32Array, skin).set([bones.id, 0, 1, 2, ...hands]);
   const flatSkin = keep(engine.createComponent(3, 2));
-  new Uint32Array(flatSkin.buffer).set([bones.id, 1, none, flat.id, flat.id + 1]);
+  over(Uint32Array, flatSkin).set([bones.id, 1, none, flat.id, flat.id + 1]);
 
   const players = [0, 1].map((i) => {
     const list = [0, 1, 2, 3, 4].map((k) => tree.id + 40 + 8 * i + k);
@@ -128,7 +129,7 @@ function playScene(engine) {
     const binding = keep(engine.createAnimationClipBinding(...targetLists(groups), 1));
     const states = clips.map(() => keep(engine.createAnimatorControllerStateModel(1)));
     states.forEach((state, k) => {
-      const view = new DataView(state.buffer);
+      const view = over(DataView, state);
       view.setFloat32(0, k === 2 ? 1 : 0.5, true);
       view.setFloat32(4, k, true);
       view.setUint32(8, k === 0 ? states[1].id : none, true);
@@ -137,7 +138,7 @@ function playScene(engine) {
       view.setFloat32(20, 1, true);
     });
     const controller = keep(engine.createAnimatorControllerModel(3));
-    const view = new DataView(controller.buffer);
+    const view = over(DataView, controller);
     view.setUint32(0, binding.id, true);
     [0, 1, 7].forEach((mode, layer) => {
       view.setUint32(4 + 12 * layer, mode, true);
@@ -151,7 +152,7 @@ function playScene(engine) {
   });
 
   const objects = keep(engine.createComponent(1, 1200));
-  const records = new DataView(objects.buffer);
+  const records = over(DataView, objects);
   for (let i = 0; i < 1200; ++i) {
     records.setUint8(28 * i, i % 7 === 0 ? 0 : 1);
     records.setUint32(28 * i + 4, 1 << i % 5, true);
@@ -182,7 +183,7 @@ function playScene(engine) {
     note(engine.updateAnimatorControllers(Uint32Array.of(2, ...ids)));
     note(players[0].controller.update(null, new ArrayBuffer(0)));
     players.forEach(({ controller }) => {
-      const view = new DataView(controller.buffer);
+      const view = over(DataView, controller);
       view.setFloat32(8, frame / 8, true);
     });
     if (frame === 2) {

@@ -2,6 +2,7 @@
 // A checked engine whose refusals are verified: each must name what is wrong, before any native call, and leave all
 // shared memory unchanged.
 const assert = require('assert');
+const { over } = require('./blocks');
 const { checked } = require('../../../lib/checked');
 const { buildClip, sampleTypes } = require('../../../lib/clip');
 
@@ -49,8 +50,8 @@ class Lab {
     this.hints = [];
     const onHint = (hint) => this.hints.push(hint);
     this.engine = isPlain ? this.native : checked(this.native, { onHint });
-    this.commands = new Uint32Array(this.engine.entityCommands);
-    this.dirty = new Uint32Array(this.engine.dirtyEntities);
+    this.commands = over(Uint32Array, this.engine.entityCommands);
+    this.dirty = over(Uint32Array, this.engine.dirtyEntities);
     /** Keeps the objects of a test alive. */
     this.made = [];
   }
@@ -91,12 +92,12 @@ class Lab {
   /** An animator, its records as [clip, weight], and its target table. */
   animator(records, table) {
     const object = this.keep(this.engine.createComponent(2, records.length, table.length));
-    const view = new DataView(object.buffer);
+    const view = over(DataView, object);
     records.forEach(([clip, weight = 1], i) => {
       view.setUint32(12 * i, clip, true);
       view.setFloat32(12 * i + 8, weight, true);
     });
-    new Uint32Array(object.buffer, 12 * records.length).set(table);
+    over(Uint32Array, object).set(table, 3 * records.length);
     return object;
   }
 
@@ -107,7 +108,7 @@ class Lab {
   /** A state, its entries as [clip, weight, reference]. */
   state(entries, { next = none, weight = 1, fillDefaults = 0 } = {}) {
     const object = this.keep(this.engine.createAnimatorControllerStateModel(entries.length));
-    const view = new DataView(object.buffer);
+    const view = over(DataView, object);
     view.setFloat32(0, weight, true);
     view.setFloat32(4, fillDefaults, true);
     view.setUint32(8, next, true);
@@ -122,7 +123,7 @@ class Lab {
   /** A controller, its layers as [mode, first state]. */
   controller(binding, layers) {
     const object = this.keep(this.engine.createAnimatorControllerModel(layers.length));
-    const view = new DataView(object.buffer);
+    const view = over(DataView, object);
     view.setUint32(0, binding, true);
     layers.forEach(([mode, first], i) => {
       view.setUint32(4 + 12 * i, mode, true);
@@ -134,7 +135,7 @@ class Lab {
 
   skin(model, bones) {
     const object = this.keep(this.engine.createComponent(3, bones.length));
-    const words = new Uint32Array(object.buffer);
+    const words = over(Uint32Array, object);
     words[0] = model;
     bones.forEach(([index, entity], i) => {
       words[1 + i] = index;
@@ -152,9 +153,9 @@ class Lab {
 
   _snapshot() {
     const { dirtyEntities, entityCommands, cullingResult } = this.engine;
-    const buffers = [dirtyEntities, entityCommands, cullingResult];
-    this.made.forEach(({ buffer }) => buffer !== undefined && buffers.push(buffer));
-    return buffers.map((buffer) => Buffer.from(buffer.slice(0)));
+    const hasBlock = (object) => 'block' in object || object.buffer !== undefined;
+    const owners = [dirtyEntities, entityCommands, cullingResult, ...this.made.filter(hasBlock)];
+    return owners.map((owner) => Buffer.from(over(Uint8Array, owner)));
   }
 
   /**

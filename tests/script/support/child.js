@@ -3,7 +3,7 @@
 const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
-const { spawnSync } = require('child_process');
+const { spawn, spawnSync } = require('child_process');
 const { buildKind, differences, emulated } = require('./host');
 
 const timeout = emulated ? 1200000 : 120000;
@@ -60,6 +60,28 @@ function runScriptWithLittleMemory(script, ...args) {
   const given = process.env[variable] || '';
   const env = Object.assign({}, process.env, { [variable]: `${given}:${limits}` });
   return spawnSync(node[0], node.slice(1), Object.assign(options, { env }));
+}
+
+/**
+ * Runs a script like `runScript`, and ends its process half a second after it has written something.
+ * @param {string} script file name
+ * @param {string[]} args
+ * @return {Promise<{status: ?number, signal: ?string, stdout: string}>} signal SIGKILL if it was still running
+ */
+function runScriptForAMoment(script, ...args) {
+  const file = path.join(__dirname, '..', 'process', script);
+  return new Promise((resolve, reject) => {
+    const child = spawn(process.execPath, ['--expose-gc', file, ...args]);
+    let stdout = '';
+    child.stdout.on('data', (data) => {
+      if (stdout === '') {
+        setTimeout(() => child.kill('SIGKILL'), 500);
+      }
+      stdout += data;
+    });
+    child.on('error', reject);
+    child.on('close', (status, signal) => resolve({ status, signal, stdout }));
+  });
 }
 
 function describe(result) {
@@ -127,6 +149,7 @@ module.exports = {
   runScript,
   runScriptWithFlags,
   runScriptWithLittleMemory,
+  runScriptForAMoment,
   assertCleanExit,
   assertFault,
   assertHostFatal,

@@ -7,6 +7,9 @@ exports.modulePath = process.env.NQ_MODULE;
 /** Path of the test addon, for code that JavaScript can't reach otherwise. */
 exports.addonPath = process.env.NQ_TEST_ADDON;
 
+/** True where the module is the engine in WebAssembly, in the form of the native one. */
+exports.inWasm = /\bwasm-module\.js$/.test(exports.modulePath || '');
+
 const kind = process.env.NQ_BUILD_KIND || 'plain';
 
 /** True where an emulator of another CPU runs the host. */

@@ -1,6 +1,7 @@
 'use strict';
 // A scene in one engine, with verbs for what JavaScript does in a frame.
 const nq = require(require('./host').modulePath);
+const { over } = require('./blocks');
 
 /** Entries that the dirty list has room for. */
 const dirtyListCapacity = 12287;
@@ -12,8 +13,8 @@ class Batch {
     this.is3D = is3D;
     this.count = count;
     this.words = is3D ? 27 : 14;
-    this.floats = new Float32Array(object.buffer);
-    this.bytes = new Uint8Array(object.buffer);
+    this.floats = over(Float32Array, object);
+    this.bytes = over(Uint8Array, object);
   }
 
   /** Handle of element `i`. */
@@ -68,8 +69,8 @@ class Batch {
 class World {
   constructor() {
     this.engine = nq.getEngine();
-    this.dirty = new Uint32Array(this.engine.dirtyEntities);
-    this.commands = new Uint32Array(this.engine.entityCommands);
+    this.dirty = over(Uint32Array, this.engine.dirtyEntities);
+    this.commands = over(Uint32Array, this.engine.entityCommands);
   }
 
   add3D(count = 1) {

@@ -62,7 +62,8 @@ function runBenchScript(...args) {
     });
     put('setup.js', { setup() {} });
     put('lib/build.js', {
-      build: (preset, options, targets, hosts) => say('build', targets, hosts),
+      build: (preset, options, targets, hosts) =>
+        say('build', targets, hosts, options.NQ_BENCH_PEER),
     });
     put('../bench/script/lib/hosts.js', {
       compareHosts: (hosts, args) => say('compare', hosts, args),
@@ -87,7 +88,7 @@ describe('npm run bench', () => {
       assert.strictEqual(status, 0);
       const [built, native, script] = lines;
       const targets = ['nq_bench', `nq_logic${suffix}`, `nq_logic_matrixflow${suffix}`];
-      assert.deepStrictEqual(built, ['build', targets, [name]]);
+      assert.deepStrictEqual(built, ['build', targets, [name], '']);
       const [, , program, nativeArgs] = native;
       assert.deepStrictEqual([program, nativeArgs], [path.join(builds, 'nq_bench'), []]);
       const [, step, host, [entry, ...rest], module] = script;
@@ -109,11 +110,18 @@ describe('npm run bench', () => {
     assert.deepStrictEqual(lines[2][3].slice(1), ['--budget', 'tiny']);
   });
 
+  it('builds the adapter of another runtime in', () => {
+    const { status, lines } = runBenchScript('--peer', `${__filename},${scripts}`);
+    assert.strictEqual(status, 0);
+    assert.strictEqual(lines[0][3], `${__filename};${scripts}`);
+    assert.deepStrictEqual(lines[1][3], []);
+  });
+
   it('compares hosts without native benchmarks', () => {
     const { lines } = runBenchScript('--hosts', '12,24', '--statistic', 'best');
     const addons = ['nq_logic', 'nq_logic_matrixflow'];
     const targets = [...addons, ...addons.map((addon) => `${addon}_abi137`)];
-    assert.deepStrictEqual(lines[0], ['build', targets, ['12', '24']]);
+    assert.deepStrictEqual(lines[0], ['build', targets, ['12', '24'], '']);
     const [, hosts, args] = lines[1];
     assert.strictEqual(lines.length, 2);
     assert.deepStrictEqual(args, ['--statistic', 'best']);
@@ -126,6 +134,30 @@ describe('npm run bench', () => {
     );
   });
 
+  it('compares the native module with WebAssembly, on one core unless told otherwise', () => {
+    const { lines, stderr } = runBenchScript('--target', 'wasm', '--statistic', 'best');
+    assert.strictEqual(stderr, '');
+    const targets = ['nq_logic_abi137', 'nq_logic_matrixflow_abi137'];
+    assert.deepStrictEqual(lines[0], ['build', targets, ['24'], '']);
+    assert.deepStrictEqual(
+      lines.slice(1, 3).map(([, step]) => step),
+      ['configure wasm', 'build wasm']
+    );
+    const [, hosts, args] = lines[3];
+    assert.strictEqual(lines.length, 4);
+    assert.deepStrictEqual(args, ['--cores', '1', '--statistic', 'best']);
+    assert.deepStrictEqual(
+      hosts.map(({ name, environment }) => [name, path.basename(environment.NQ_MODULE)]),
+      [
+        ['native', 'nq_logic.node'],
+        ['wasm', 'wasm-module.js'],
+      ]
+    );
+    const { lines: onTwo } = runBenchScript('--target', 'wasm', '--host', '22', '--cores', '2');
+    assert.deepStrictEqual(onTwo[0][2], ['22']);
+    assert.deepStrictEqual(onTwo[3][2], ['--cores', '2']);
+  });
+
   it('refuses unknown hosts, and options that exclude each other', () => {
     const list = 'there are: 12, 18, 20, 22, 24, 26.';
     const refusals = [
@@ -134,12 +166,21 @@ describe('npm run bench', () => {
       [['--hosts', '12,13'], `there is no host '13'; ${list}`],
       [['--hosts', '24,24'], '--hosts names only 24: name two hosts or more, as --hosts 12,24.'],
       [
+        ['--peer', 'absent.cpp'],
+        '--peer names absent.cpp, which does not exist: give the files of an adapter, see --help.',
+      ],
+      [
         ['--hosts', '12,24', '--host', '12'],
         "--hosts and --host don't go together: leave one of them out.",
       ],
       [
         ['--hosts', '12,24', '--benchmark_filter=X'],
         "--hosts and --benchmark_filter=X don't go together: leave one of them out.",
+      ],
+      [['--target', 'x'], "--target is 'x'; known: native, wasm."],
+      [
+        ['--target', 'wasm', '--hosts', '12,24'],
+        "--hosts and --target don't go together: leave one of them out.",
       ],
     ];
     for (const [args, message] of refusals) {
@@ -206,5 +247,24 @@ describe('npm run hosts-check', () => {
       stderr,
       "nq_logic: there is no host '13'; there are: 12, 18, 20, 22, 24, 26.\n"
     );
+  });
+});
+
+describe('npm run soak and npm run stress', () => {
+  it('refuse unknown options and counts', () => {
+    const known = (option) => `known: ${option} N, --host NAME.`;
+    const refusals = [
+      ['soak', ['--x'], `unknown option --x; ${known('--objects')}`],
+      ['stress', ['1'], `unknown option 1; ${known('--seconds')}`],
+      ['soak', ['--objects', '0'], "--objects is '0': give a whole number from 1."],
+      ['stress', ['--seconds'], "--seconds is '': give a whole number from 1."],
+      ['stress', ['--seconds', '5', '--host', '13'], "there is no host '13'; there are: "],
+    ];
+    for (const [name, args, message] of refusals) {
+      const command = [path.join(scripts, `${name}.js`), ...args];
+      const { status, stdout, stderr } = spawnSync(process.execPath, command, { encoding: 'utf8' });
+      assert(stderr.startsWith(`nq_logic: ${message}`), stderr);
+      assert.deepStrictEqual([status, stdout], [2, '']);
+    }
   });
 });

@@ -26,6 +26,7 @@ const modules = [
   'load',
   'scene',
   'views',
+  'wasm',
 ];
 
 /** Typings without a module in lib/. */

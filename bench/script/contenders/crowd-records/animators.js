@@ -1,5 +1,6 @@
 'use strict';
 // Animators for a crowd: they blend each character's clips by weight and write its nodes.
+const { over } = require('../../../../tests/script/support/blocks');
 
 /** Kind of component. */
 const kAnimator = 2;
@@ -23,7 +24,7 @@ class CrowdAnimators {
     const targets = [].concat(...clips.map((clip) => clip.targets));
     for (let i = 0; i < count && targets.length > 0; ++i) {
       const animator = engine.createComponent(kAnimator, clips.length, targets.length);
-      const words = new Uint32Array(animator.buffer);
+      const words = over(Uint32Array, animator);
       clipModels.forEach(({ id }, clip) => {
         words[kClipWords * clip] = id;
       });
@@ -31,7 +32,7 @@ class CrowdAnimators {
         words[kClipWords * clips.length + entry] = handles[i * nodes.length + node];
       });
       this.objects.push(animator);
-      this.blocks.push(new Float32Array(animator.buffer));
+      this.blocks.push(over(Float32Array, animator));
       this.batch[++this.batch[0]] = animator.id;
     }
   }

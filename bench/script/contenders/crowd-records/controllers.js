@@ -7,6 +7,7 @@
 //
 // An override layer blends with the rest pose, not with the layers below. So rest poses are taken with arms in the
 // carrying pose: at weight 0 the wave layer still holds its arm, without a jump.
+const { over } = require('../../../../tests/script/support/blocks');
 
 /** Words of a controller: its binding, then three per layer. */
 const kLayerWords = 3;
@@ -44,8 +45,8 @@ const kWithRestPoses = 1;
 const kMaskWords = 2;
 
 /** Views of a shared block as integers and as floats. */
-function viewsOf({ buffer }) {
-  return { words: new Uint32Array(buffer), floats: new Float32Array(buffer) };
+function viewsOf(object) {
+  return { words: over(Uint32Array, object), floats: over(Float32Array, object) };
 }
 
 /** Owns bindings, states and controllers of a crowd whose kind has layers. */
@@ -145,7 +146,7 @@ class CrowdControllers {
   maskArm(controller, character, { arm }) {
     const { targets } = this.crowd.kind.layers.wave;
     const words = new Uint32Array(kMaskWords * targets.length);
-    const floats = new Float32Array(words.buffer);
+    const floats = over(Float32Array, words);
     targets.forEach((node, k) => {
       words[kMaskWords * k] = this.handleOf(character, node);
       floats[kMaskWords * k + 1] = arm.includes(node) ? 1 : 0;

@@ -1,6 +1,7 @@
 'use strict';
 // Many characters of one kind in the engine: entities, animators or controllers, skinning, props in hands, and the data
 // that JavaScript writes.
+const { over } = require('../../../../tests/script/support/blocks');
 const { CrowdAnimators } = require('./animators');
 const { CrowdControllers } = require('./controllers');
 const { CrowdProps } = require('./props');
@@ -49,8 +50,8 @@ class Crowd {
     /** Entity objects, and a view of each one's records. */
     this.batches = [];
     this.records = [];
-    this.dirtyList = new Uint32Array(engine.dirtyEntities);
-    this.commands = new Uint32Array(engine.entityCommands);
+    this.dirtyList = over(Uint32Array, engine.dirtyEntities);
+    this.commands = over(Uint32Array, engine.entityCommands);
     this.createEntities();
     this.link();
     /** Clips of the kind, then those of its layers. */
@@ -73,8 +74,8 @@ class Crowd {
     for (let first = 0; first < this.handles.length; first += kBatchCapacity) {
       const size = Math.min(kBatchCapacity, this.handles.length - first);
       const batch = this.engine.createEntity(true, size);
-      const records = new Float32Array(batch.buffer);
-      const bytes = new Uint8Array(batch.buffer);
+      const records = over(Float32Array, batch);
+      const bytes = over(Uint8Array, batch);
       for (let element = 0; element < size; ++element) {
         const { rotation, position, scale } = nodes[(first + element) % nodes.length];
         const word = element * kRecordWords;
@@ -122,7 +123,7 @@ class Crowd {
     this.skinBatch = new Uint32Array(1 + this.count);
     for (let i = 0; i < this.count; ++i) {
       const skin = this.engine.createComponent(kSkinning, joints.length);
-      const words = new Uint32Array(skin.buffer);
+      const words = over(Uint32Array, skin);
       words[0] = this.bonesModel.id;
       joints.forEach((node, bone) => {
         words[1 + bone] = bone;
@@ -130,7 +131,9 @@ class Crowd {
       });
       const results = 4 * (1 + 2 * joints.length);
       this.skins.push(skin);
-      this.matrices.push(new Float32Array(skin.buffer, results, 16 * joints.length));
+      this.matrices.push(
+        over(Float32Array, skin).subarray(results / 4, results / 4 + 16 * joints.length)
+      );
       this.skinBatch[++this.skinBatch[0]] = skin.id;
     }
   }
@@ -221,7 +224,7 @@ class Crowd {
       ...this.skins,
       ...this.props.objects,
     ];
-    return objects.reduce((sum, { buffer }) => sum + buffer.byteLength, 0);
+    return objects.reduce((sum, object) => sum + over(Uint8Array, object).length, 0);
   }
 }
 

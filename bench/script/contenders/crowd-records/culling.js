@@ -1,5 +1,6 @@
 'use strict';
 // Culling for the demo's cameras: a culling object around each character, and two calls per frame.
+const { over } = require('../../../../tests/script/support/blocks');
 const { kBatchCapacity } = require('./crowd');
 
 /** Kind of component; its argument is the number of objects. */
@@ -49,7 +50,7 @@ class CrowdCulling {
     for (let first = 0; first < crowd.count; first += kBatchCapacity) {
       const size = Math.min(kBatchCapacity, crowd.count - first);
       const batch = this.engine.createComponent(kCulling, size);
-      const records = new DataView(batch.buffer);
+      const records = over(DataView, batch);
       for (let element = 0; element < size; ++element) {
         const at = element * kRecordBytes;
         records.setUint8(at, 1);
@@ -63,7 +64,7 @@ class CrowdCulling {
       this.batches.push(batch);
       this.firstOf.set(batch.id, first);
     }
-    this.result = new Uint32Array(this.engine.cullingResult);
+    this.result = over(Uint32Array, this.engine.cullingResult);
     /** @type {{perspective: ?View, overview: ?View}} */
     this.views = { perspective: null, overview: null };
   }
@@ -99,7 +100,7 @@ class CrowdCulling {
   /** Copies the result of a call from "cullingResult". */
   end(replaced) {
     if (replaced) {
-      this.result = new Uint32Array(this.engine.cullingResult);
+      this.result = over(Uint32Array, this.engine.cullingResult);
     }
     const end = kObjectsWord + this.result[kCountWord];
     return { handles: this.result.slice(kObjectsWord, end), hash: this.result[kHashWord] };
@@ -117,7 +118,7 @@ class CrowdCulling {
    */
   enable(count) {
     this.batches.forEach((batch, index) => {
-      const bytes = new Uint8Array(batch.buffer);
+      const bytes = over(Uint8Array, batch);
       for (let at = 0, i = index * kBatchCapacity; at < bytes.length; at += kRecordBytes, ++i) {
         bytes[at] = i < count ? 1 : 0;
       }

@@ -1,5 +1,6 @@
 'use strict';
 // Props of a crowd: entities that follow the hands.
+const { over } = require('../../../../tests/script/support/blocks');
 
 /** Words of a 3D record, and offsets of its fields. */
 const kRecordWords = 27;
@@ -28,7 +29,7 @@ class CrowdProps {
     }
     const batch = engine.createEntity(true, this.carriers.length);
     this.objects.push(batch);
-    this.records = new Float32Array(batch.buffer);
+    this.records = over(Float32Array, batch);
     const ids = this.carriers.map((character, element) => batch.id + element);
     ids.forEach((id, element) => {
       const word = kRecordWords * element;
@@ -41,7 +42,7 @@ class CrowdProps {
     });
     const commands = [kBindToBoneBatch, ids.length, ...ids, ...hands];
     ids.forEach((id) => commands.push(kAddRoot, id));
-    new Uint32Array(engine.entityCommands).set([4 * commands.length, ...commands]);
+    over(Uint32Array, engine.entityCommands).set([4 * commands.length, ...commands]);
   }
 
   /** Computes the world matrices of the props that the last refresh has moved with the hands. */

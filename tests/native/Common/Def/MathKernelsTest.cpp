@@ -483,6 +483,67 @@ TEST(InvertMatrix4Test, WellConditionedMatricesAgreeWithDoublePrecision) {
   EXPECT_GT(tried, 5000);
 }
 
+// The inverse by the steps of the kernel in loops: pivot, Schur complement, cofactors, sums from
+// left to right, all in single precision.
+Matrix InverseByLoops(const Matrix& m) {
+  int p = 0;
+  for (int row = 1; row < 4; ++row) {
+    p = std::fabs(m[p]) > std::fabs(m[row]) ? p : row;
+  }
+  const float d = -1.0f / m[p];
+  float s[3][3];
+  float a[3];
+  float e[3];
+  const auto rowOf = [p](int i) { return i < p ? i : i + 1; };
+  for (int i = 0; i < 3; ++i) {
+    e[i] = m[rowOf(i)] * d;
+    for (int j = 0; j < 3; ++j) {
+      a[j] = m[4 * (j + 1) + p] * d;
+      s[i][j] = m[4 * (j + 1) + rowOf(i)] + m[rowOf(i)] * a[j];
+    }
+  }
+  const auto cofactor = [&s](int i, int j) {
+    const int i1 = (i + 1) % 3;
+    const int i2 = (i + 2) % 3;
+    const int j1 = (j + 1) % 3;
+    const int j2 = (j + 2) % 3;
+    return s[i1][j1] * s[i2][j2] - s[i1][j2] * s[i2][j1];
+  };
+  const float determinant =
+      (s[0][0] * cofactor(0, 0) + s[0][1] * cofactor(0, 1)) + s[0][2] * cofactor(0, 2);
+  const float r = 1.0f / determinant;
+  Matrix out;
+  float corner = 0.0f;
+  for (int i = 0; i < 3; ++i) {
+    float row = 0.0f;
+    float column = 0.0f;
+    for (int k = 0; k < 3; ++k) {
+      const float byRow = a[k] * (cofactor(i, k) * r);
+      const float byColumn = cofactor(k, i) * r * e[k];
+      row = k == 0 ? byRow : row + byRow;
+      column = k == 0 ? byColumn : column + byColumn;
+      out[4 * rowOf(i) + k + 1] = cofactor(i, k) * r;
+    }
+    out[4 * rowOf(i)] = row;
+    out[4 * p + i + 1] = column;
+    corner = i == 0 ? row * e[i] : corner + row * e[i];
+  }
+  out[4 * p] = corner - d;
+  return out;
+}
+
+TEST(InvertMatrix4Test, EveryStepRoundsInTheOrderOfTheFormulas) {
+  const uint32_t seed = 24;
+  SCOPED_TRACE(seed);
+  RandomFloats random(seed);
+  for (int i = 0; i < 20000; ++i) {
+    const Matrix m = random.MatrixWithin(i % 2 == 0 ? 1.0f : 50.0f);
+    const Matrix expected = InverseByLoops(m);
+    const Matrix actual = Invert(m);
+    ASSERT_EQ(0, std::memcmp(expected.data(), actual.data(), sizeof(Matrix))) << i;
+  }
+}
+
 TEST(InvertMatrix4Test, TransformsOfPositionRotationAndScaleInvert) {
   const uint32_t seed = 23;
   SCOPED_TRACE(seed);

@@ -256,6 +256,15 @@ TEST_F(AnimationControllerBlendingTest, ADotProductOfZeroCountsAsTheSameHemisphe
   ExpectNear({half, 0, 0.5f, 0.5f}, scene.Rotation(entity));
 }
 
+// Clips with angles are blended entity by entity, in other code.
+TEST_F(AnimationControllerBlendingTest, ADotProductOfZeroCountsTheSameBesideAngles) {
+  const float half = std::sqrt(0.5f);
+  const uint32_t clip = scene.AddClip(
+      10, Constants(0, 11, {1, 0, 0}) + Constants(0, 10, {0}) + Constants(1, kEulerX, {0}));
+  Play(Bind({clip}), {{kOverride, 0.5f, AddState(clip)}});
+  ExpectNear({half, 0, 0.5f, 0.5f}, scene.Rotation(entity));
+}
+
 // The product of 0 and infinity is NaN. An infinite length leaves only the signs of zeros: z is 0 +
 // (-0.6 - 0) x -0.75, and would be below zero in the same hemisphere.
 TEST_F(AnimationControllerBlendingTest, ADotProductOfNaNCountsAsTheOppositeHemisphere) {

@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "Common/Def/WorkerPool.h"
@@ -23,6 +25,14 @@ class EntityPoseWriterTest : public AnimationSceneTest {
   }
 
   uint32_t StateOf(uint32_t handle) { return scene.At(handle).dirtyState(); }
+
+  std::vector<uint32_t> StatesOf(const std::vector<uint32_t>& handles) {
+    std::vector<uint32_t> states;
+    for (const uint32_t handle : handles) {
+      states.push_back(StateOf(handle));
+    }
+    return states;
+  }
 };
 
 TEST_F(EntityPoseWriterTest, SeekFindsEntitiesOfAnyBatchInAnyOrder) {
@@ -49,6 +59,36 @@ TEST_F(EntityPoseWriterTest, SeekRefusesInvalidHandlesAndStaysUsable) {
     ASSERT_TRUE(writer.Seek(a + 1)) << handle;
     EXPECT_EQ(&scene.At(a + 1), writer.Target());
   }
+}
+
+// The run ends where handles do not follow each other, and at the end of the batch.
+TEST_F(EntityPoseWriterTest, SeekRun3DCountsConsecutive3DEntitiesOfABatch) {
+  const uint32_t a = scene.Add3D(11);
+  const uint32_t flat = scene.Add2D(4);
+  EntityPoseWriter writer(&scene.System()->Tree());
+  const auto runOf = [&writer](const std::vector<uint32_t>& handles) {
+    return writer.SeekRun3D(handles.data(), static_cast<uint32_t>(handles.size()));
+  };
+  std::vector<uint32_t> ascending;
+  for (uint32_t count = 1; count <= 11; ++count) {
+    ascending.push_back(a + count - 1);
+    EXPECT_EQ(count, runOf(ascending));
+    EXPECT_EQ(&scene.At(a), writer.Target());
+    std::vector<uint32_t> broken = ascending;
+    broken.push_back(a);
+    broken.push_back(a + count + 1);
+    EXPECT_EQ(count, runOf(broken));
+  }
+  ascending.push_back(a + 11);
+  EXPECT_EQ(11u, runOf(ascending)) << "past the end of the batch";
+  EXPECT_EQ(2u, runOf({a + 9, a + 10, a + 11, a + 12}));
+  EXPECT_EQ(&scene.At(a + 9), writer.Target());
+  EXPECT_EQ(writer.Record3D(), writer.Run(2).records);
+  EXPECT_EQ(writer.LocalMatrix(), writer.Run(2).locals->m);
+  EXPECT_EQ(0u, runOf({}));
+  EXPECT_EQ(0u, runOf({a + 11}));
+  EXPECT_EQ(0u, runOf({0xFFFFFFFFu, 0u}));
+  EXPECT_EQ(0u, runOf({flat, flat + 1}));
 }
 
 TEST_F(EntityPoseWriterTest, PrefetchingAcceptsAnyHandle) {
@@ -184,6 +224,55 @@ TEST_F(EntityPoseWriterTest, AMarkStopsAtAnAncestorMarkedAsDirtyBelow) {
     scene.Refresh();
     EXPECT_EQ(version + 1, scene.At(leaf).worldVersion()) << "the mark was not lost";
     EXPECT_EQ(0u, StateOf(top) + StateOf(middle) + StateOf(leaf));
+  }
+}
+
+// Random trees over two batches, with marks and inactive entities that earlier frames left: a run
+// is marked as its entities one by one.
+TEST_F(EntityPoseWriterTest, ARunIsMarkedAsItsEntitiesAre) {
+  std::mt19937 random(5);
+  constexpr uint32_t kCount = 24;
+  for (int tree = 0; tree < 60; ++tree) {
+    const uint32_t batches[2] = {scene.Add3D(kCount), scene.Add3D(kCount)};
+    std::vector<uint32_t> all;
+    for (uint32_t i = 0; i < 2 * kCount; ++i) {
+      all.push_back(batches[i / kCount] + i % kCount);
+    }
+    std::shuffle(all.begin(), all.end(), random);
+    scene.AddRoot(all[0]);
+    for (uint32_t i = 1; i < all.size(); ++i) {
+      if (random() % 8 != 0) {
+        scene.Link(all[random() % i], all[i]);
+      }
+    }
+    for (const uint32_t handle : all) {
+      scene.Settle({handle});
+    }
+    for (int round = 0; round < 8; ++round) {
+      const uint32_t begin = static_cast<uint32_t>(random() % kCount);
+      const uint32_t count = 1 + static_cast<uint32_t>(random() % (kCount - begin));
+      const std::vector<uint32_t> before = StatesOf(all);
+      for (uint32_t i = 0; i < count; ++i) {
+        Mark(batches[0] + begin + i);
+      }
+      const std::vector<uint32_t> singly = StatesOf(all);
+      for (size_t i = 0; i < all.size(); ++i) {
+        scene.SetMark(all[i], static_cast<uint8_t>(before[i]));
+      }
+      EntityPoseWriter writer(&scene.System()->Tree());
+      ASSERT_TRUE(writer.Seek(batches[0] + begin));
+      writer.MarkRun(count);
+      ASSERT_EQ(singly, StatesOf(all)) << "tree " << tree << ", round " << round;
+      const uint32_t toggled = all[random() % all.size()];
+      if (random() % 2 == 0) {
+        scene.Deactivate(toggled);
+      } else {
+        scene.Activate(toggled);
+      }
+      if (random() % 3 != 0) {
+        scene.Refresh();
+      }
+    }
   }
 }
 

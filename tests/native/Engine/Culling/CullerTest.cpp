@@ -1,4 +1,4 @@
-// Sphere tests four at a time, the sort by depth, and the hash.
+// Sphere tests eight at a time, the sort by depth, and the hash.
 #include "Engine/Culling/Culler.h"
 
 #include <gtest/gtest.h>
@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
 #include <set>
 
 #include "tests/native/Engine/Culling/ReferenceCulling.h"
@@ -34,7 +35,7 @@ ViewVolume Box() {
 
 class CullerTest : public ::testing::Test {
  protected:
-  // Tests any number of spheres, four at a time; the last group is padded with spheres that are
+  // Tests any number of spheres, a group at a time; the last group is padded with spheres that are
   // visible but no candidates. Handles are 100, 101, ...
   void Test(const std::vector<ReferenceSphere>& spheres) {
     for (size_t start = 0; start < spheres.size(); start += Culler::kGroup) {
@@ -81,12 +82,18 @@ class CullerTest : public ::testing::Test {
   }
 
   struct Group {
-    float x[4] = {0, 0, 0, 0};
-    float y[4] = {0, 0, 0, 0};
-    float z[4] = {0, 0, 0, 0};
-    float radius[4] = {1, 1, 1, 1};
-    uint32_t handles[4] = {1, 2, 3, 4};
-    float depths[4] = {kPoison, kPoison, kPoison, kPoison};
+    Group() {
+      std::fill(radius, radius + Culler::kGroup, 1.0f);
+      std::fill(depths, depths + Culler::kGroup, kPoison);
+      std::iota(handles, handles + Culler::kGroup, 1);
+    }
+
+    float x[Culler::kGroup] = {};
+    float y[Culler::kGroup] = {};
+    float z[Culler::kGroup] = {};
+    float radius[Culler::kGroup];
+    uint32_t handles[Culler::kGroup];
+    float depths[Culler::kGroup];
     uint32_t candidates = 0;
 
     void Set(uint32_t lane, const ReferenceSphere& sphere, uint32_t handle) {
@@ -159,16 +166,16 @@ TEST_F(CullerTest, AnInfiniteRadiusIsNeverRejected) {
 }
 
 TEST_F(CullerTest, LanesThatAreNoCandidatesAreSkipped) {
-  for (uint32_t candidates = 0; candidates < 16; ++candidates) {
+  for (uint32_t candidates = 0; candidates < 1u << Culler::kGroup; ++candidates) {
     culler.Begin(Box());
     Group group;
-    for (uint32_t lane = 0; lane < 4; ++lane) {
+    for (uint32_t lane = 0; lane < Culler::kGroup; ++lane) {
       group.Set(lane, ReferenceSphere{0, 0, -1.0f - static_cast<float>(lane), 1}, 50 + lane);
     }
     group.candidates = candidates;
     group.Run(&culler);
     std::vector<uint32_t> expected;
-    for (uint32_t lane = 0; lane < 4; ++lane) {
+    for (uint32_t lane = 0; lane < Culler::kGroup; ++lane) {
       if ((candidates >> lane & 1u) != 0) {
         expected.push_back(50 + lane);
       }
@@ -178,11 +185,11 @@ TEST_F(CullerTest, LanesThatAreNoCandidatesAreSkipped) {
 }
 
 TEST_F(CullerTest, LanesAreRejectedIndependently) {
-  for (uint32_t out = 0; out < 16; ++out) {
+  for (uint32_t out = 0; out < 1u << Culler::kGroup; ++out) {
     culler.Begin(Box());
     Group group;
     std::vector<uint32_t> expected;
-    for (uint32_t lane = 0; lane < 4; ++lane) {
+    for (uint32_t lane = 0; lane < Culler::kGroup; ++lane) {
       const bool isOut = (out >> lane & 1u) != 0;
       group.Set(lane, ReferenceSphere{isOut ? 50.0f : 0.0f, 0, -1.0f - static_cast<float>(lane), 1},
                 50 + lane);
@@ -335,6 +342,48 @@ TEST_F(CullerTest, ListsOfEveryLengthAreSorted) {
       ASSERT_TRUE(HoldsExactly(SortDepths(depths), Hits(depths)))
           << "seed " << kSeed << ", count " << count << ", kind " << kind;
     }
+  }
+}
+
+// With and without one that is far beyond the others: two ways to sort.
+TEST_F(CullerTest, ManyEqualDepthsKeepTheirOrder) {
+  constexpr uint32_t kCount = 3000;
+  for (const float last : {1.0f, 1e30f}) {
+    ViewVolume open = {};  // planes of zeros reject nothing
+    open.backward = Vector3{0, 0, -1};
+    culler.Begin(open);
+    for (uint32_t start = 0; start < kCount; start += Culler::kGroup) {
+      Group group;
+      for (uint32_t lane = 0; lane < Culler::kGroup; ++lane) {
+        const uint32_t i = start + lane;
+        // Three depths that differ in their lowest bits, the greatest first; handles descend.
+        const float depth = 1.0f + static_cast<float>(2 - i % 3) * 1.1920929e-7f;
+        group.Set(lane, ReferenceSphere{0, 0, i + 1 < kCount ? depth : last, 0}, kCount - i);
+      }
+      group.Run(&culler);
+    }
+    const CullResult& sorted = Finish();
+    for (uint32_t i = 1; i < kCount; ++i) {
+      if (sorted.distances[i - 1] == sorted.distances[i]) {
+        ASSERT_GT(sorted.objects[i - 1], sorted.objects[i]) << "last " << last << ", place " << i;
+      }
+    }
+  }
+}
+
+// One depth far beyond the others, which differ in their lowest bits only and come in reverse.
+TEST_F(CullerTest, ManyCloseDepthsAndAFarOneAreSorted) {
+  constexpr uint32_t kCount = 3000;
+  std::vector<float> depths = {1e30f};
+  float depth = 1.0f;
+  for (uint32_t i = 0; i < kCount; ++i) {
+    depth = std::nextafter(depth, 0.0f);
+    depths.push_back(depth);
+  }
+  const CullResult& sorted = SortDepths(depths);
+  ASSERT_TRUE(HoldsExactly(sorted, Hits(depths)));
+  for (uint32_t i = 0; i <= kCount; ++i) {
+    EXPECT_EQ(100 + kCount - i, sorted.objects[i]) << i;
   }
 }
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <functional>
 
 #include "Common/Def/WorkerPool.h"
 #include "tests/native/Engine/Entity/World.h"
@@ -38,6 +39,26 @@ void ExpectNothing(const NativeValueInfo& info) {
   EXPECT_EQ(0u, info.size);
   EXPECT_EQ(0u, info.memoryID);
   EXPECT_EQ(nullptr, info.pointer);
+}
+
+// Takes all handles of a table and expects the next creation to be refused with a log line and
+// nothing else; then `check`, while none is left. Releases all.
+void ExpectRefusalWithoutHandles(
+    const std::function<uint32_t()>& create, const std::function<void(uint32_t)>& release,
+    const std::function<void()>& check = [] {}) {
+  for (uint32_t slot = 1; slot < kHandleSlotLimit; ++slot) {
+    ASSERT_EQ(slot << kHandleElementBits, create());
+  }
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(0u, create());
+  EXPECT_EQ("[NQ_WARN][HandlerAllocator]: Handler overflow",
+            testing::internal::GetCapturedStdout());
+  check();
+  testing::internal::CaptureStdout();  // a line for each
+  for (uint32_t slot = 1; slot < kHandleSlotLimit; ++slot) {
+    release(slot << kHandleElementBits);
+  }
+  testing::internal::GetCapturedStdout();
 }
 
 }  // namespace
@@ -174,6 +195,73 @@ TEST_F(EngineCoreTest, TablesOfTheRuntimeAndOfTwoCoresIssueHandlesIndependently)
 }
 
 // The next three destroy the core inside a release; AddressSanitizer checks later accesses.
+#if !defined(NQ_TEST_UNDER_ADDRESS_SANITIZER) && !defined(NQ_TEST_UNDER_THREAD_SANITIZER)
+// A million batches take a gigabyte, under a sanitizer several.
+TEST_F(EngineCoreTest, WithoutHandlesNoBatchOfEntitiesIsCreated) {
+  EngineCore* core = world.Core();
+  ExpectRefusalWithoutHandles([=] { return core->CreateEntities2D(1).handle; },
+                              [=](uint32_t handle) { core->ReleaseEntities(handle); },
+                              [=] {
+                                const uint32_t next = NextMemoryID(world.Runtime());
+                                testing::internal::CaptureStdout();
+                                ExpectNothing(core->CreateEntities3D(1));
+                                testing::internal::GetCapturedStdout();
+                                EXPECT_EQ(next + 1, NextMemoryID(world.Runtime()))
+                                    << "no block was taken";
+                              });
+}
+
+TEST_F(EngineCoreTest, WithoutHandlesNoBatchOfCullingObjectsIsCreated) {
+  EngineCore* core = world.Core();
+  ExpectRefusalWithoutHandles([=] { return core->CreateCullingComponent(1).handle; },
+                              [=](uint32_t handle) { core->ReleaseCullingComponent(handle); },
+                              [=] {
+                                testing::internal::CaptureStdout();
+                                ExpectNothing(core->CreateCullingComponent(1));
+                                testing::internal::GetCapturedStdout();
+                              });
+}
+#endif
+
+TEST_F(EngineCoreTest, WithoutHandlesNoAnimatorIsCreated) {
+  EngineCore* core = world.Core();
+  ExpectRefusalWithoutHandles([=] { return core->CreateAnimatorComponent(1, 1).handle; },
+                              [=](uint32_t handle) { core->ReleaseAnimatorComponent(handle); },
+                              [=] {
+                                testing::internal::CaptureStdout();
+                                ExpectNothing(core->CreateAnimatorComponent(1, 1));
+                                testing::internal::GetCapturedStdout();
+                              });
+}
+
+TEST_F(EngineCoreTest, WithoutHandlesNoSkinningComponentIsCreated) {
+  EngineCore* core = world.Core();
+  ExpectRefusalWithoutHandles(
+      [=] { return core->CreateSkinningMatrixComponent(1).handle; },
+      [=](uint32_t handle) { core->ReleaseSkinningMatrixComponent(handle); });
+}
+
+TEST_F(EngineCoreTest, WithoutHandlesNoBindingIsCreated) {
+  EngineCore* core = world.Core();
+  const uint32_t lists[] = {1, 0};
+  const auto* bytes = reinterpret_cast<const uint8_t*>(lists);
+  ExpectRefusalWithoutHandles([=] { return core->CreateAnimationClipBinding(bytes, 0, 1, 1, 0); },
+                              [=](uint32_t handle) { core->ReleaseAnimationClipBinding(handle); });
+}
+
+TEST_F(EngineCoreTest, WithoutHandlesNoClipIsCreated) {
+  EngineCore* core = world.Core();
+  ExpectRefusalWithoutHandles([=] { return core->CreateAnimationClipModel(nullptr, 0); },
+                              [=](uint32_t handle) { core->ReleaseAnimationClipModel(handle); });
+}
+
+TEST_F(EngineCoreTest, WithoutHandlesNoBonesModelIsCreated) {
+  EngineCore* core = world.Core();
+  ExpectRefusalWithoutHandles(
+      [=] { return core->CreateSkeletonBonesInverseModel(nullptr, 0); },
+      [=](uint32_t handle) { core->ReleaseSkeletonBonesInverseModel(handle); });
+}
+
 TEST(EngineCoreEndTest, ReleaseOfTheLastBatchDeletesTheCoreInsideTheCall) {
   EngineRuntime* runtime = new EngineRuntime(new MemoryAllocator);
   EngineCore* core = new EngineCore(runtime);

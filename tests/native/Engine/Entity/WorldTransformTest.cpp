@@ -281,6 +281,10 @@ TEST_F(WorldTransformTest, A2DMatrixIsPublishedAsNineElements) {
   ReferenceProduct(world.At(solid).worldMatrix(), world.At(flat).localMatrix(), product);
   EXPECT_TRUE(SameFloats(product, m, 16));
   EXPECT_NE(0.0f, m[2]);
+  // The entity's own operation does the same.
+  std::memset(world.Record2D(flat).worldMatrix, kPoison, 36);
+  world.At(flat).PublishWorldMatrix();
+  EXPECT_TRUE(SameFloats({m[0], m[1], m[3], m[4], m[5], m[7], m[12], m[13], m[15]}, published));
 }
 
 // --- The dirty list
@@ -777,6 +781,39 @@ TEST_F(WorldTransformTest, BoundEntitiesAreListedInTheOrderOfBonesAndAddresses) 
             world.DirtyList());
 }
 
+// A path of 100 entities, each with a second child beside the path: on the way down all of these
+// are passed, and the lowest is the next after the path. Every entity is a bone.
+TEST_F(WorldTransformTest, SiblingsOfALongPathAreComputedFromTheLowestToTheHighest) {
+  constexpr uint32_t kLevels = 100;
+  const uint32_t path = world.Add3D(kLevels);
+  const uint32_t beside = world.Add3D(kLevels);
+  const uint32_t bound = world.Add3D(2 * kLevels);
+  world.AddRoot(path);
+  Handles expected;
+  for (uint32_t i = 0; i < kLevels; ++i) {
+    world.MoveTo(path + i, 1, 0, 0);
+    world.MoveTo(beside + i, 0, static_cast<float>(i), 0);
+    world.DirtyAll({path + i, beside + i});
+    if (i + 1 < kLevels) {
+      world.Link(path + i, path + i + 1);
+      world.Link(path + i, beside + i);
+    }
+    world.Bind(bound + i, path + i);
+    world.Bind(bound + kLevels + i, beside + i);
+    expected.push_back(bound + i);
+  }
+  for (uint32_t i = kLevels - 1; i-- != 0;) {
+    expected.push_back(bound + kLevels + i);
+  }
+  world.Refresh();
+  EXPECT_EQ(expected, world.DirtyList());
+  EXPECT_EQ((Numbers{kLevels, 0, 0}), world.WorldPosition(path + kLevels - 1));
+  for (uint32_t i = 0; i + 1 < kLevels; ++i) {
+    EXPECT_EQ((Numbers{i + 1.0f, static_cast<float>(i), 0}), world.WorldPosition(beside + i));
+    EXPECT_EQ(1u, world.At(beside + i).worldVersion());
+  }
+}
+
 TEST_F(WorldTransformTest, ABoneThatIsComputedTwiceListsItsBoundEntitiesTwice) {
   const uint32_t e = world.Add3D(3);
   world.AddRoot(e + 1);
@@ -1080,6 +1117,18 @@ TEST_F(WorldTransformTest, RefreshChainUpdatesBoundEntities) {
   EXPECT_EQ(2.0f, world.Record3D(bound + 1).position[0]);
 }
 
+TEST_F(WorldTransformTest, RefreshChainBuildsAnEntityFromWhatTheBoneAboveItWrote) {
+  const uint32_t e = AddChain(2);
+  world.Bind(e + 1, e);
+  world.RunCommands();
+  world.MoveTo(e, 10, 0, 0);
+  world.DirtyAll({e, e + 1});
+  world.Core()->RefreshEntity(e + 1);
+  // The child takes over the world position of its parent, 10, as its own, before it is built.
+  EXPECT_EQ(10.0f, world.At(e + 1).localMatrix()[12]);
+  EXPECT_EQ((Numbers{20, 0, 0}), world.WorldPosition(e + 1));
+}
+
 // --- Depth
 
 // All walks of a tree, over 100000 levels, on a stack that holds a small part of that.
@@ -1232,6 +1281,24 @@ class WorldTransformDeathTest : public WorldTransformTest {
 
 TEST_F(WorldTransformDeathTest, AMarkedCycleUnderARootIsFatal) {
   EXPECT_PARENT_CYCLE(world.Refresh());
+}
+
+// The walk gives up 5 levels below the root, one more than there are entities: by then it has
+// passed the bone, which is the root, twice.
+TEST_F(WorldTransformDeathTest, WhatAWalkHasReachedOnACycleIsComputedBeforeTheReport) {
+  const uint32_t bound = world.Add3D(1);
+  world.Bind(bound, e);
+  world.RunCommands();
+  world.ScaleTo(e, 0, 1, 1);
+  world.Dirty(e);
+  EXPECT_EXIT(
+      {
+        SendLogToStandardError();
+        world.Refresh();
+      },
+      testing::KilledBySignal(SIGABRT),
+      "^(\\[NQ_WARN\\]\\[Engine\\]: Entity3D world transform extract failed. \n){2}"
+      "\\[NQ_FATAL\\]\\[Engine\\]: Parent cycle detected, entity: 4098\n");
 }
 
 TEST_F(WorldTransformDeathTest, AMarkedEntityOnACycleIsFatalForTheWorldPass) {

@@ -1004,6 +1004,36 @@ TEST_F(MatrixFlowInterpreterTest, AProductMayReplaceOrOverlapEitherInput) {
   EXPECT_THAT(scene.Floats(small, 0, 9), ElementsAre(30, 36, 42, 66, 81, 96, 102, 126, 150));
 }
 
+// All distances of the result from either operand, in bytes. A compiler that moves loads of an
+// operand behind stores of the result fails here: vectorisers of some do, for other targets.
+TEST_F(MatrixFlowInterpreterTest, AProductOf3x3MatricesMayOverlapEitherOperandAtAnyDistance) {
+  constexpr int32_t kBytes = 36;
+  constexpr uint32_t kOperand = 64;
+  const uint32_t a = scene.AddFloats({1, 2, 3, 4, 5, 6, 7, 8, 9});
+  // a x b, computed by hand: column j of the product is the columns of a, weighted by column j of
+  // b.
+  const std::vector<float> b = {2, 0, 1, 1, 3, 0, 0, 1, 2};
+  const std::vector<float> product = {9, 12, 15, 13, 17, 21, 18, 21, 24};
+  // b x a.
+  const std::vector<float> reverse = {4, 9, 7, 13, 21, 16, 22, 33, 25};
+  for (int32_t distance = -kBytes - 4; distance <= kBytes + 4; ++distance) {
+    const uint32_t r = static_cast<uint32_t>(static_cast<int32_t>(kOperand) + distance);
+    for (const bool overlapsSecond : {false, true}) {
+      const uint32_t block = scene.AddBlock(160);
+      for (uint32_t i = 0; i < 9; ++i) {
+        scene.SetFloat(block, kOperand + 4 * i, b[i]);
+      }
+      if (overlapsSecond) {
+        ASSERT_EQ(0, Run({5003, a, 0, block, kOperand, block, r}));
+      } else {
+        ASSERT_EQ(0, Run({5003, block, kOperand, a, 0, block, r}));
+      }
+      EXPECT_THAT(scene.Floats(block, r, 9), ElementsAreArray(overlapsSecond ? product : reverse))
+          << (overlapsSecond ? "second" : "first") << " operand, distance " << distance;
+    }
+  }
+}
+
 TEST_F(MatrixFlowInterpreterTest, AnInversionCopiesAndTakesTheSourceFirst) {
   const std::vector<float> values = {2, 0, 0, 0, 0, 4, 0, 0, 0, 0, 8, 0, 1, 2, 3, 1};
   const uint32_t from = scene.AddFloats(values);

@@ -2,9 +2,11 @@
 // Large changes of scenes: trees of many nodes whose world matrices are those of three.js, however many passes of the
 // engine a frame takes.
 const assert = require('assert');
+const { over } = require('../../support/blocks');
 const three = require('three');
 const nq = require('../../../../lib');
-const { Scene } = require('../../../../scene');
+const { Model, Scene } = require('../../../../scene');
+const { ModelBuilder } = require('../../../fixtures/animations');
 const { createRandom } = require('../../../fixtures/world');
 
 const engine = nq.getEngine();
@@ -126,6 +128,65 @@ describe('a scene with a tree of many nodes', () => {
     trees.scene.dispose();
   });
 
+  it('give up to 300 changed nodes to the engine in lists of 31, which it computes at once', () => {
+    const scene = new Scene({ engine });
+    const parents = Array.from({ length: 301 }, (_, i) => scene.node({ position: [i, 0, 0] }));
+    const children = parents.map((parent) => scene.node({ parent, position: [0, 1, 0] }));
+    scene.update();
+    const passesOf = (nodes, y) => {
+      nodes.forEach((node) => node.setPosition(node.position[0], y, 0));
+      scene.update();
+      parents.forEach((parent, i) => {
+        assert.strictEqual(parent.worldMatrix[13], parent.position[1]);
+        const { position } = children[i];
+        assert.deepStrictEqual(Array.from(children[i].worldMatrix.slice(12, 14)), [
+          i,
+          parent.position[1] + position[1],
+        ]);
+      });
+      return scene.stats.passes;
+    };
+    assert.strictEqual(passesOf(parents.slice(0, 31), 2), 1);
+    assert.strictEqual(passesOf(parents.slice(0, 32), 3), 2);
+    assert.strictEqual(passesOf(parents.slice(0, 300), 4), 10);
+    assert.strictEqual(passesOf(parents, 5), 1);
+    assert.strictEqual(passesOf(children.slice(100, 200), 6), 4);
+    // Below a node that changes as well, matrices would be computed twice.
+    assert.strictEqual(passesOf(parents.slice(0, 40).concat(children[39]), 7), 1);
+    // Nodes that were disposed of do not count as changes.
+    parents.slice(0, 40).forEach((node) => node.setPosition(1, 2, 3));
+    parents[20].dispose();
+    scene.update();
+    assert.deepStrictEqual(Array.from(parents[39].worldMatrix.slice(12, 15)), [1, 2, 3]);
+    scene.dispose();
+  });
+
+  it('are computed together with the poses of characters that play', async () => {
+    const builder = new ModelBuilder();
+    builder.json.scenes = [{ nodes: [0] }];
+    builder.node({ name: 'bone' });
+    const [times, values] = [
+      [0, 1],
+      [0, 0, 0, 0, 2, 0],
+    ];
+    builder.animation('rise', [{ node: 0, path: 'translation', times, values }]);
+    const scene = new Scene({ engine });
+    const [character] = scene.instantiate(await Model.load(builder.glb()));
+    character.play('rise');
+    const nodes = Array.from({ length: 100 }, () => scene.node());
+    scene.update();
+    nodes.forEach((node) => node.setPosition(1, 2, 3));
+    scene.update(0.5);
+    assert.deepStrictEqual([scene.stats.playing, scene.stats.passes], [1, 1]);
+    assert.strictEqual(character.node('bone').worldMatrix[13], 1);
+    character.stop();
+    scene.update();
+    nodes.forEach((node) => node.setPosition(4, 5, 6));
+    scene.update();
+    assert.deepStrictEqual([scene.stats.playing, scene.stats.passes], [0, 4]);
+    scene.dispose();
+  });
+
   it('gives neither errors nor hints in checked mode, in however many passes', () => {
     const hints = [];
     const checked = nq.checked(nq.getEngine(), { onHint: (hint) => hints.push(hint.message) });
@@ -167,7 +228,7 @@ describe('a scene with a tree of many nodes', () => {
     const refresh = wrapped.refreshWorldTransform;
     const numbers = [];
     wrapped.refreshWorldTransform = () => {
-      const words = new Uint32Array(wrapped.entityCommands);
+      const words = over(Uint32Array, wrapped.entityCommands);
       for (let at = 1; at <= words[0] / 4; at += words[at] === addChild ? 3 : 2) {
         numbers.push(words[at]);
       }
@@ -194,6 +255,27 @@ describe('a scene with a tree of many nodes', () => {
     nodes.slice(0, 12000).forEach((node) => node.setPosition(0, 0, 0));
     scene.update();
     assert.deepStrictEqual([numbers.length, scene.stats.passes], [0, 1]);
+    scene.dispose();
+  });
+});
+
+describe('a character of more nodes than a batch of the scene has', () => {
+  it('has all of them at their places', async () => {
+    const kNodes = 2500;
+    const builder = new ModelBuilder();
+    const children = Array.from({ length: kNodes }, (_, i) =>
+      builder.node({ name: `n${i}`, translation: [i, 2, 3] })
+    );
+    builder.json.scenes = [{ nodes: [builder.node({ name: 'top', children })] }];
+    const bounds = { center: [0, 0, 0], radius: 1 };
+    const model = await Model.load(builder.glb(), { name: 'many.glb', bounds });
+    const scene = new Scene({ engine });
+    const [character] = scene.instantiate(model);
+    scene.update();
+    for (const i of [0, 1000, 1022, 1023, 1024, 2047, 2048, kNodes - 1]) {
+      const matrix = Array.from(character.node(`n${i}`).worldMatrix);
+      assert.deepStrictEqual(matrix, [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, i, 2, 3, 1], `${i}`);
+    }
     scene.dispose();
   });
 });

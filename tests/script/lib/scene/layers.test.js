@@ -531,6 +531,18 @@ describe('layers of characters', () => {
       wanted.forEach((value, i) => assert(Math.abs(value - quaternion[i]) < kError));
     });
 
+    it('leave the pose below its share, however large the weights of their clips are', () => {
+      const layer = character.addLayer('hips', { mask: ['hips'] });
+      character.play('walk', { at: 0.5, speed: 0 });
+      layer.play('run', { at: 0.3, speed: 0 });
+      layer.play('lean', { at: 0.5, speed: 0, beside: true });
+      layer.weight = 0.5;
+      scene.update();
+      // Heights 1.2, 1.4 and 0.9: half below, a quarter each of the two clips.
+      const { position } = character.node('hips');
+      assert(Math.abs(position[1] - (1.2 / 2 + 1.4 / 4 + 0.9 / 4)) < kError);
+    });
+
     it('do not jump where animator and controller take turns', () => {
       // Fixed seed.
       let seed = 7;

@@ -2,6 +2,7 @@
 // Nodes of scenes: their places in the tree against three.js, more changes than the engine takes at once, reuse of memory,
 // and the messages for what is wrong.
 const assert = require('assert');
+const { over } = require('../../support/blocks');
 const three = require('three');
 const nq = require('../../../../lib');
 const { Camera, Model, Node, Scene } = require('../../../../scene');
@@ -225,7 +226,7 @@ describe('limits of the engine', () => {
     scene.update();
     assert.strictEqual(scene.stats.passes, 1);
     scene.dispose();
-    assert.strictEqual(new Uint32Array(engine.dirtyEntities)[0], 0);
+    assert.strictEqual(over(Uint32Array, engine.dirtyEntities)[0], 0);
   });
 
   it('are not used up by one node that is set often', () => {
@@ -414,7 +415,7 @@ describe('a scene', () => {
     await collect();
     // Would take the memory of collected entities.
     const others = Array.from({ length: 4 }, () => engine.createEntity(true, 1024));
-    others.forEach(({ buffer }) => new Uint8Array(buffer).fill(0xff));
+    others.forEach((other) => over(Uint8Array, other).fill(0xff));
     matrices.forEach((matrix, i) => assert.strictEqual(matrix[12], i));
     matrices = null;
   });

@@ -16,26 +16,13 @@ describe('a scene in which characters come and go', () => {
       this.skip();
     }
     // A young generation of 2 MB: newer versions of V8 let it grow to 100 MB while there is room.
-    const result = runScriptWithFlags(['--max-semi-space-size=2'], 'soak.js', '60000');
+    const flags = ['--max-semi-space-size=2'];
+    const result = runScriptWithFlags(flags, 'soak-scene.js', '60000');
     assertCleanExit(result);
-    const samples = JSON.parse(result.stdout);
-    const warm = samples[Math.floor(samples.length * 0.4)];
-    const later = samples.filter(({ made }) => made > warm.made);
-    const last = later[later.length - 1];
-    assert(last.made - warm.made > 30000, `${last.made - warm.made} characters`);
-    assert(last.createDataModel > warm.createDataModel, 'no level has come and gone');
-    for (const { createEntity, createComponent, handles, nodes } of later) {
-      assert.strictEqual(createEntity, warm.createEntity);
-      assert.strictEqual(createComponent, warm.createComponent);
-      assert.strictEqual(handles, warm.handles);
-      assert.strictEqual(nodes, warm.nodes);
-    }
-    // The compiler, and the old generation between collections.
-    const kMegabyte = 1 << 20;
-    const rss = Math.max(...later.map((sample) => sample.rss)) - warm.rss;
-    assert(rss < 24 * kMegabyte, `${rss} bytes more`);
-    const external = Math.max(...later.map((sample) => sample.external)) - warm.external;
-    assert(external < 4 * kMegabyte, `${external} external bytes more`);
+    const { afterWarmUp, levels, problems } = JSON.parse(result.stdout);
+    assert.deepStrictEqual(problems, []);
+    assert(afterWarmUp > 30000, `${afterWarmUp} characters`);
+    assert(levels > 0, 'no level has come and gone');
   });
 
   it('reuses entities for models of other sizes: free runs are joined', () => {

@@ -1,6 +1,7 @@
 'use strict';
-// Makes and removes characters and nodes of a scene, and prints what they took, twenty samples as JSON:
-// soak.js CHARACTERS. Levels of models of changing sizes come and go in between. Runs without collections on demand.
+// Makes and removes characters and nodes of a scene, and tests that neither what the engine has nor memory grows:
+// soak-scene.js CHARACTERS. Levels of models of changing sizes come and go in between. Runs without collections on demand.
+// Prints JSON, with what is wrong.
 const { Model, Scene } = require('../../../lib/scene');
 const { makeFigure } = require('../../../bench/script/lib/scene-figure');
 
@@ -62,6 +63,35 @@ const samples = [];
 const start = Date.now();
 let next = 0;
 
+/** What may grow, in bytes: the compiler, and the old generation between collections. */
+const kMostGrowth = { rss: 24 << 20, external: 4 << 20 };
+/** What must not. */
+const kConstant = ['createEntity', 'createComponent', 'handles', 'nodes'];
+
+function report() {
+  const warm = samples[Math.floor(samples.length * 0.4)];
+  const later = samples.filter((sample) => sample.made > warm.made);
+  const problems = [];
+  for (const name of kConstant) {
+    const most = Math.max(...later.map((sample) => sample[name]));
+    if (most !== warm[name]) {
+      problems.push(`${name} rises from ${warm[name]} to ${most}`);
+    }
+  }
+  const growth = {};
+  for (const name of Object.keys(kMostGrowth)) {
+    growth[name] = Math.max(...later.map((sample) => sample[name])) - warm[name];
+    if (growth[name] > kMostGrowth[name]) {
+      problems.push(`${name} grows by ${growth[name]} bytes`);
+    }
+  }
+  const levels = calls.createDataModel - warm.createDataModel;
+  const seconds = (Date.now() - start) / 1000;
+  const result = { kind: 'characters', made, seconds, afterWarmUp: made - warm.made, levels };
+  console.log(JSON.stringify(Object.assign(result, { growth, problems })));
+  process.exitCode = problems.length === 0 ? 0 : 1;
+}
+
 /** Timers of turns let V8 collect in between, as in a program. */
 function run() {
   for (let i = 0; i < 20; ++i) {
@@ -71,21 +101,15 @@ function run() {
     level();
   }
   if (made >= next) {
-    const elapsed = (Date.now() - start) / 1000;
-    const { rss, external, heapUsed } = process.memoryUsage();
+    const { rss, external } = process.memoryUsage();
     const handles = living.reduce((most, { handle }) => Math.max(most, handle), 0);
-    samples.push(
-      Object.assign(
-        { elapsed, made, rss, external, heapUsed, handles, nodes: scene.nodeCount },
-        calls
-      )
-    );
+    samples.push(Object.assign({ made, rss, external, handles, nodes: scene.nodeCount }, calls));
     next += characters / 20;
   }
   if (made < characters) {
     setImmediate(run);
   } else {
-    console.log(JSON.stringify(samples));
+    report();
   }
 }
 

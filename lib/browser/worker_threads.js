@@ -1,0 +1,3 @@
+'use strict';
+// Instead of Node.js's.
+module.exports = { MessageChannel: globalThis.MessageChannel };

@@ -1,0 +1,188 @@
+'use strict';
+// npm run coverage: the suites on the preset `coverage`, lines and branches of native code (gcovr) and of lib/ (c8), and
+// whether they reach the bars. Lines that no test reaches must be listed in scripts/lib/coverage-exceptions.js.
+// `-- --report` only reports on the last run.
+const fs = require('fs');
+const path = require('path');
+const { setup } = require('./setup');
+const { build, everything, folders, host } = require('./lib/build');
+const { exceptionOf, staleExceptions } = require('./lib/coverage-exceptions');
+const { fail, jobs, output, removeFolder, root, status } = require('./lib/run');
+const { nodeModule } = require('./lib/sources');
+
+/** Percent that must be reached. */
+const bars = { lines: 95, branches: 90 };
+
+const folder = path.join(root, folders.coverage);
+const countsOfScripts = path.join(folder, 'v8-coverage');
+const outOfScripts = path.join(folder, 'lib-coverage');
+const nativeReport = path.join(folder, 'native-coverage.json');
+
+// Suites that run JavaScript of lib/. Its counts are taken in these only: they slow every process.
+const libraryScripts = '^script[.](lib|programs)[.]';
+
+/**
+ * Runs suites.
+ * @param {string[]} args of ctest
+ * @param {string} stack limit in kilobytes, or 'unchanged'
+ * @param {Object<string, string>} [extra] variables of the environment
+ */
+function runSuites(args, stack, extra) {
+  const limit = stack === 'unchanged' ? '' : `ulimit -s ${stack} && `;
+  const common = ['--test-dir', folders.coverage, '--output-on-failure', '--no-tests=error'];
+  common.push('--label-exclude', '^abi', '--timeout', '1800', '--parallel', jobs);
+  return status('sh', ['-c', `${limit}exec ctest "$@"`, 'ctest', ...common, ...args], extra) === 0;
+}
+
+/** Removes counts of earlier runs. */
+function removeCounts(directory) {
+  for (const item of fs.readdirSync(directory, { withFileTypes: true })) {
+    const file = path.join(directory, item.name);
+    if (item.isDirectory()) {
+      removeCounts(file);
+    } else if (file.endsWith('.gcda')) {
+      fs.unlinkSync(file);
+    }
+  }
+}
+
+/**
+ * What a report says: covered and all lines and branches, and the lines that no test reaches.
+ * @typedef {Object} Coverage
+ * @property {{covered: number, total: number}} lines
+ * @property {{covered: number, total: number}} branches
+ * @property {{file: string, line: number}[]} missing
+ */
+
+/** @returns {Coverage} of native sources */
+function nativeCoverage() {
+  const sources = ['Common/', 'Engine/', 'BindingTemp/', 'js-binding/', 'nq_logic.cpp'];
+  const args = ['--root=.', `--object-directory=${folders.coverage}`, `-j${jobs}`];
+  // Branches that the compiler adds for exceptions, of which the sources have none.
+  args.push('--exclude-throw-branches', '--exclude-unreachable-branches');
+  args.push(...sources.map((source) => `--filter=${source}`), `--json=${nativeReport}`);
+  if (output('gcovr', [...args, folders.coverage]) === null) {
+    fail('gcovr failed: run the coverage build again.');
+  }
+  const lines = { covered: 0, total: 0 };
+  const branches = { covered: 0, total: 0 };
+  const missing = [];
+  for (const { file, lines: all } of JSON.parse(fs.readFileSync(nativeReport, 'utf8')).files) {
+    for (const line of all.filter((one) => !one['gcovr/noncode'])) {
+      lines.total += 1;
+      lines.covered += line.count > 0 ? 1 : 0;
+      if (line.count === 0) {
+        missing.push({ file, line: line.line_number });
+      }
+      branches.total += line.branches.length;
+      branches.covered += line.branches.filter((branch) => branch.count > 0).length;
+    }
+  }
+  return { lines, branches, missing };
+}
+
+/** @returns {Coverage} of lib/ */
+function libraryCoverage() {
+  const args = [nodeModule('c8/bin/c8.js'), 'report', `--temp-directory=${countsOfScripts}`];
+  // Scripts of the inspector's page run in a browser: the checks viewer and site open it.
+  args.push(
+    '--all',
+    '--include=lib/**/*.js',
+    '--include=scene.js',
+    '--exclude=lib/scene/inspect/page/**'
+  );
+  args.push('--reporter=json', `--reports-dir=${outOfScripts}`);
+  if (status(host, args) !== 0) {
+    fail('c8 failed: run the suites again, without --report.');
+  }
+  const lines = { covered: 0, total: 0 };
+  const branches = { covered: 0, total: 0 };
+  const missing = [];
+  const report = path.join(outOfScripts, 'coverage-final.json');
+  const files = JSON.parse(fs.readFileSync(report, 'utf8'));
+  for (const name of Object.keys(files).sort()) {
+    const { statementMap, s: counts, b: branchCounts } = files[name];
+    const file = path.relative(root, name);
+    const source = fs.readFileSync(name, 'utf8').split('\n');
+    let inComment = false;
+    // A statement of c8 is a line.
+    for (const key of Object.keys(statementMap)) {
+      const line = statementMap[key].start.line;
+      const text = source[line - 1].trim();
+      inComment = inComment || text.startsWith('/*');
+      const isCode = !inComment && text !== '' && !text.startsWith('//');
+      inComment = inComment && !text.endsWith('*/');
+      if (isCode) {
+        lines.total += 1;
+        lines.covered += counts[key] > 0 ? 1 : 0;
+        if (counts[key] === 0) {
+          missing.push({ file, line });
+        }
+      }
+    }
+    for (const [count] of Object.values(branchCounts)) {
+      branches.total += 1;
+      branches.covered += count > 0 ? 1 : 0;
+    }
+  }
+  return { lines, branches, missing };
+}
+
+/** Prints a coverage, and returns what is wrong with it, a line each. */
+function judge(name, coverage) {
+  const wrong = [];
+  for (const what of Object.keys(bars)) {
+    const { covered, total } = coverage[what];
+    const percent = (100 * covered) / total;
+    console.log(`${name}: ${what} ${percent.toFixed(1)} % (${covered} of ${total})`);
+    if (!(percent >= bars[what])) {
+      wrong.push(`${name}: ${what} are below ${bars[what]} %.`);
+    }
+  }
+  const reasons = new Map();
+  for (const { file, line } of coverage.missing) {
+    const text = fs.readFileSync(path.join(root, file), 'utf8').split('\n')[line - 1].trim();
+    const reason = exceptionOf(file, text);
+    if (/^[)}\];,]*$/.test(text)) {
+      // The end of a block: its lines are listed.
+      continue;
+    }
+    if (reason === null) {
+      wrong.push(`${file}:${line}: no test reaches '${text}': write one, or list its reason.`);
+    } else {
+      reasons.set(reason, (reasons.get(reason) || 0) + 1);
+    }
+  }
+  for (const [reason, count] of reasons) {
+    console.log(`${name}: ${count} lines without a test: ${reason}`);
+  }
+  return wrong;
+}
+
+const options = process.argv.slice(2);
+const unknown = options.find((option) => option !== '--report');
+if (unknown !== undefined) {
+  fail(`unknown option ${unknown}; known: --report.`, 2);
+}
+setup('build', 'test', 'coverage');
+const failed = [];
+if (options.length === 0) {
+  build('coverage', Object.assign({ NQ_BUILD_TESTS: 'ON' }, everything));
+  removeCounts(folder);
+  removeFolder(countsOfScripts);
+  if (!runSuites(['-E', `${libraryScripts}|[.]tools[.]`], 'unchanged')) {
+    failed.push('suites failed.');
+  }
+  // Command buffers call each other in chains of 10,000: frames of code that is not optimised are larger.
+  const counts = { NODE_V8_COVERAGE: countsOfScripts };
+  if (!runSuites(['-R', libraryScripts], '1000000', counts)) {
+    failed.push('suites of lib/ failed.');
+  }
+}
+failed.push(...judge('native', nativeCoverage()), ...judge('lib', libraryCoverage()));
+failed.push(...staleExceptions(root));
+if (failed.length > 0) {
+  failed.forEach((line) => console.error(line));
+  fail('coverage failed.');
+}
+console.log('== coverage passed');

@@ -1,0 +1,170 @@
+'use strict';
+// Lines that no test of `npm run coverage` reaches, with the reason.
+const fs = require('fs');
+const path = require('path');
+
+/**
+ * @typedef {Object} Exception
+ * @property {RegExp} files paths from the root
+ * @property {RegExp} lines texts, trimmed
+ * @property {string} reason
+ */
+
+const kEndsProcess = 'ends the process, which then writes no counts: tested in child processes';
+const kOutOfMemory = 'needs a heap that is exhausted or a system that fails at this call';
+const kOtherProcess = 'tested in processes whose environment takes no counts';
+const kGrowth = 'arrays that grow beyond their first size: not tested at that size';
+const kUnusual = 'guard of a state that tests do not produce: not tested';
+const kCollected = 'depends on when V8 collects: reached in some runs';
+
+/** @type {Exception[]} */
+const exceptions = [
+  {
+    files: /^(Common|Engine|BindingTemp)\//,
+    lines: /\b(FailAssertion|FailOnParentCycle|failContent)\(/,
+    reason: kEndsProcess,
+  },
+  {
+    files: /^Engine\//,
+    lines:
+      /^NQ_LOG\("\[NQ_FATAL\]\[Engine\]|^const auto failContent = |^NQ_TRAP\(\);|^Entity::~Entity\(\)/,
+    reason: kEndsProcess,
+  },
+  {
+    files: /AnimationClipModel\.cpp$/,
+    lines: /^(default:|return kNoChannel;)$/,
+    reason: kEndsProcess,
+  },
+  {
+    files: /\/(Assert\.cpp|assert\.h)$/,
+    lines: /FailAssertion|fflush|fprintf|abort/,
+    reason: kEndsProcess,
+  },
+  {
+    files: /BindingEngine\.cpp$/,
+    lines:
+      /vx::CallbackInfo& \/\*info\*\/|^NQ_ASSERT\(0 && |^BindingEngine\w+::BindingEngine\w+\($/,
+    reason: kEndsProcess,
+  },
+  {
+    files: /BindingEngineBase\.h$/,
+    lines: /^BindingEngineBase\(\) : core\(nullptr\)/,
+    reason: kEndsProcess,
+  },
+  {
+    files: /\/class\.h$/,
+    lines: /^host::SetFieldPointer\(object, kWrapperField, nullptr\);/,
+    reason: kEndsProcess,
+  },
+  {
+    files: /\/class\.h$/,
+    lines: /^thisObject_\.Reset\(\);/,
+    reason: 'a wrapper that is deleted before its object was collected: V8 never does that',
+  },
+  {
+    files: /\/(BindingEngineCulling|PublishSegment)\.cpp$/,
+    lines: /^std::abort\(\);/,
+    reason: kOutOfMemory,
+  },
+  { files: /CpuAffinity\.h$/, lines: /^return 0;/, reason: kOutOfMemory },
+  {
+    files: /WorkerPool\.cpp$/,
+    lines: /^MutexLock waitLock\(/,
+    reason: 'a post during a wait of another thread, which callers must not do',
+  },
+  {
+    files: /MatrixFlowInterpreter\.cpp$/,
+    lines: /^MultiplyByColumns\(/,
+    reason: 'needs a CPU without AVX: tested by the check portable',
+  },
+  {
+    files: /TargetPose\.h$/,
+    lines: /^(rounds\.assign\(|round = 1;)/,
+    reason: 'needs 4,294,967,296 evaluations on one thread',
+  },
+  { files: /AnimationClipBinding\.cpp$/, lines: /^return nullptr;/, reason: kUnusual },
+
+  { files: /^lib\/(load|gltf-library)\.js$/, lines: /./, reason: kOtherProcess },
+  {
+    files: /^lib\/scene\/inspect\/(server|websocket)\.js$/,
+    lines: /./,
+    reason: 'depends on the timing of sockets, or on pages that misbehave',
+  },
+  {
+    files: /^lib\/scene\/inspect\/protocol\.js$/,
+    lines: /nqProtocol|little-endian/,
+    reason: 'runs in a browser, or on a big-endian machine',
+  },
+  {
+    files: /^lib\/scene\/(playback|programs|inspect\/inspector)\.js$/,
+    lines: /\bgrown\(|larger/,
+    reason: kGrowth,
+  },
+  {
+    files: /^lib\/scene\/changes\.js$/,
+    lines: /marks\.fill\(0\)|_flush = 1/,
+    reason: 'needs 4,294,967,295 updates of a scene',
+  },
+  {
+    files: /^lib\/checked\/(registry|matrixflow|objects)\.js$|^lib\/view-references\.js$/,
+    lines: /\bcollected\b|memoryID|^this\._forget|^return\b|^throw error;/,
+    reason: kCollected,
+  },
+  {
+    files: /^lib\/(checked|checked\/(hint-\w+|hints|rest-poses))\.js$/,
+    lines: /^return\b/,
+    reason: kUnusual,
+  },
+  {
+    files: /^lib\/scene\/three\.js$/,
+    lines: /updateRanges|mesh\.bounding(Sphere|Box) = null/,
+    reason: 'for newer versions of three.js: tested by the check package',
+  },
+  { files: /^lib\/scene\/three\.js$/, lines: /^this\._removeSet\(s\);/, reason: kUnusual },
+  {
+    files: /^lib\/scene\/meshes\.js$/,
+    lines: /error\.message|warnings\.push|^return \[\];/,
+    reason: 'the reader of files refuses such meshes before: not tested',
+  },
+  {
+    files: /^lib\/scene\/model\.js$/,
+    lines: /rotations as quaternions|has a curve of sample type/,
+    reason: 'clips of the importer have none; of data that is written by hand: not tested',
+  },
+  {
+    files: /^lib\/scene\/(blocks|bounds|camera|character|play|playback|rig|trace)\.js$/,
+    lines:
+      /_owners\[index\] = of|^return a\.value;|^continue;|_objects\.give|part\._object = -1|^return;|_unrooted\.splice|^return false;|throw fileError/,
+    reason: kUnusual,
+  },
+];
+
+/** The reason why no test reaches a line, or null if it is not listed. */
+function exceptionOf(file, text) {
+  const found = exceptions.find(({ files, lines }) => files.test(file) && lines.test(text));
+  return found === undefined ? null : found.reason;
+}
+
+/** Exceptions that match no line of any source, a message each. */
+function staleExceptions(root) {
+  const sources = [];
+  const read = (folder) => {
+    for (const item of fs.readdirSync(path.join(root, folder), { withFileTypes: true })) {
+      const file = `${folder}/${item.name}`;
+      if (item.isDirectory()) {
+        read(file);
+      } else {
+        const text = fs.readFileSync(path.join(root, file), 'utf8');
+        sources.push({ file, lines: text.split('\n').map((line) => line.trim()) });
+      }
+    }
+  };
+  ['BindingTemp', 'Common', 'Engine', 'js-binding', 'lib'].forEach(read);
+  const isUsed = ({ files, lines }) =>
+    sources.some(({ file, lines: texts }) => files.test(file) && texts.some((t) => lines.test(t)));
+  return exceptions
+    .filter((exception) => !isUsed(exception))
+    .map(({ files, lines }) => `${files} has no line ${lines}: remove the exception.`);
+}
+
+module.exports = { exceptionOf, staleExceptions };

@@ -1,0 +1,103 @@
+'use strict';
+// The check wasm: builds the engine in WebAssembly, and runs on it, on Node 24, the native suites, its own suites, script
+// suites and the examples, and pages in a headless browser. A program of the native module runs on it by NQ_MODULE.
+const fs = require('fs');
+const path = require('path');
+const zlib = require('zlib');
+const {
+  build,
+  buildWasm,
+  builtFile,
+  everything,
+  folders,
+  targetOf,
+  wasmModulePath: moduleFile,
+} = require('./lib/build');
+const { fetchHost, hostBinary } = require('./lib/hosts');
+const { fail, output, root, status } = require('./lib/run');
+const { wasmEnvironment, wasmHost } = require('./lib/target');
+
+/** Bytes of the module that pages download, compressed. */
+const kMostBytes = 80 * 1000;
+
+/** Script suites that reach engines through the library, and run on both targets. */
+const suites = [
+  'engine/animation-against-three',
+  'engine/culling-against-three',
+  'engine/frame',
+  'engine/local-matrices-against-gl-matrix',
+  'engine/world-matrices-against-three',
+  'lib/checked-frame',
+  'lib/clip',
+  'lib/commands',
+  'lib/scene/arguments',
+  'lib/scene/characters',
+  'lib/scene/edges',
+  'lib/scene/large',
+  'lib/scene/layers',
+  'lib/scene/models',
+  'lib/scene/program',
+  'lib/scene/scene',
+  'lib/scene/soak',
+  'lib/scene/three',
+  'lib/scene/trace',
+];
+
+/** Settings of programs that run on the engine in WebAssembly, and of suites that compare it with the native one. */
+function environment() {
+  const native = { NQ_NATIVE_MATRIXFLOW: builtFile('nq_logic_matrixflow.node', wasmHost) };
+  return Object.assign(wasmEnvironment(), native);
+}
+
+/** Whether the compressed module is small enough. */
+function isSmall() {
+  const bytes = zlib.gzipSync(fs.readFileSync(moduleFile), { level: 9 }).length;
+  console.log(`== ${moduleFile}: ${bytes} bytes compressed`);
+  if (bytes > kMostBytes) {
+    console.error(`nq_logic: the module takes ${bytes} bytes compressed, more than ${kMostBytes}.`);
+  }
+  return bytes <= kMostBytes;
+}
+
+/** Whether all examples print on this target what they print natively. */
+function checkExamples(host) {
+  const folder = path.join(root, 'examples');
+  const names = fs.readdirSync(folder).filter((name) => /^\d\d-.*\.js$/.test(name));
+  const wrong = names.filter((name) => {
+    const expected = path.join(folder, 'expected', name.replace(/\.js$/, '.txt'));
+    const printed = output(host, [path.join(folder, name)], environment());
+    return printed !== fs.readFileSync(expected, 'utf8');
+  });
+  wrong.forEach((name) => console.error(`examples/${name} prints something else in WebAssembly.`));
+  return names.length > 0 && wrong.length === 0;
+}
+
+/**
+ * Builds, and runs everything.
+ * @returns {boolean} whether all passed
+ */
+function checkWasm() {
+  buildWasm(['-DNQ_BUILD_TESTS=ON'], ['all']);
+  const targets = [targetOf('nq_logic_matrixflow', wasmHost)];
+  try {
+    fetchHost(wasmHost);
+  } catch (error) {
+    fail(error.message);
+  }
+  build('release', Object.assign({ NQ_BUILD_TESTS: 'ON' }, everything), targets, [wasmHost]);
+  const host = hostBinary(wasmHost);
+  const file = (name) => path.join(root, name);
+  const runSuites = (files) =>
+    status(host, ['--expose-gc', file('tests/run-suites.js'), ...files], environment()) === 0;
+  const native = [file('tests/wasm/run.js'), path.join(root, folders.wasm, 'nq_tests.wasm')];
+  return [
+    isSmall(),
+    status(host, [...native, '--gtest_brief=1']) === 0,
+    runSuites(['bundle', 'engine', 'equality'].map((name) => file(`tests/wasm/${name}.test.js`))),
+    runSuites([file('tests/browser/wasm.test.js')]),
+    ...suites.map((name) => runSuites([file(`tests/script/${name}.test.js`)])),
+    checkExamples(host),
+  ].every((passed) => passed);
+}
+
+module.exports = { checkWasm };
