@@ -25,6 +25,27 @@ const kScratchBytes = 4096;
 /** Numbers of a call of culling. */
 const kCameraNumbers = 15;
 
+/** Releases what a collected object held, unless its instance was collected with it. */
+function releaseCollected({ weak, kind, handle }) {
+  const instance = weak.deref();
+  if (instance === undefined) {
+    return;
+  }
+  // An error here would be nobody's: the next call reports it.
+  try {
+    instance.release(kind, handle);
+  } catch (error) {
+    instance.end = instance.end || error.message;
+  }
+}
+
+/**
+ * One for all instances, which is never collected: V8 stops calling back for all registries of the process when one is
+ * collected whose callbacks are due. Null on hosts without registries.
+ */
+const registry =
+  typeof FinalizationRegistry === 'function' ? new FinalizationRegistry(releaseCollected) : null;
+
 /** Decodes text of native code, which is UTF-8. */
 const decoder = new TextDecoder();
 
@@ -51,7 +72,8 @@ class Instance {
     this._lastLine = '';
     this._scratch = 0;
     this._scratchBytes = 0;
-    this._registry = null;
+    /** For held values of the registry. */
+    this._weak = registry === null ? null : new WeakRef(this);
   }
 
   /** What the module imports. */
@@ -90,16 +112,6 @@ class Instance {
     /** Numbers of a camera, for culling. */
     this.camera = new Float32Array(this.buffer, camera, kCameraNumbers);
     this._growScratch(kScratchBytes);
-    if (typeof FinalizationRegistry === 'function') {
-      this._registry = new FinalizationRegistry(({ kind, handle }) => {
-        // An error here would be nobody's: the next call reports it.
-        try {
-          this.release(kind, handle);
-        } catch (error) {
-          this.end = this.end || error.message;
-        }
-      });
-    }
   }
 
   /** The word at `index` of the record that starts at word `record`. */
@@ -193,14 +205,14 @@ class Instance {
 
   /** Lets `object` release `handle` when it is garbage-collected. */
   track(object, kind, handle) {
-    if (this._registry !== null) {
-      this._registry.register(object, { kind, handle }, object);
+    if (registry !== null) {
+      registry.register(object, { weak: this._weak, kind, handle }, object);
     }
   }
 
   untrack(object) {
-    if (this._registry !== null) {
-      this._registry.unregister(object);
+    if (registry !== null) {
+      registry.unregister(object);
     }
   }
 

@@ -146,6 +146,26 @@ describe('the engine in WebAssembly', () => {
     assert(await collectUntil(reused), `${ids}`);
   });
 
+  it('releases what is collected after another engine was collected with its objects', async () => {
+    const engine = loadSync({ memory: kLeast });
+    let other = { engine: loadSync({ memory: kLeast }) };
+    (() => other.engine.createEntity(true, 1))();
+    await new Promise(setImmediate);
+    // The object is found first, and the engine before anything can be released.
+    gc();
+    other = null;
+    gc();
+    gc();
+    await new Promise(setImmediate);
+    (() => assert.strictEqual(engine.createEntity(true, 1).id, 0x1000))();
+    const reused = () => {
+      const made = engine.createEntity(true, 1);
+      made.dispose();
+      return made.id === 0x1000;
+    };
+    assert(await collectUntil(reused));
+  });
+
   it('creates and drops a million objects in fixed memory', async function () {
     this.timeout(240000);
     const engine = loadSync({ memory: kLeast });
