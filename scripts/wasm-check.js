@@ -14,7 +14,7 @@ const {
   wasmModulePath: moduleFile,
 } = require('./lib/build');
 const { fetchHost, hostBinary } = require('./lib/hosts');
-const { fail, output, root, status } = require('./lib/run');
+const { eachAtOnce, fail, output, quietStatus, root } = require('./lib/run');
 const { wasmEnvironment, wasmHost } = require('./lib/target');
 
 /** Bytes of the module that pages download, compressed. */
@@ -74,9 +74,9 @@ function checkExamples(host) {
 
 /**
  * Builds, and runs everything.
- * @returns {boolean} whether all passed
+ * @returns {Promise<boolean>} whether all passed
  */
-function checkWasm() {
+async function checkWasm() {
   buildWasm(['-DNQ_BUILD_TESTS=ON'], ['all']);
   const targets = [targetOf('nq_logic_matrixflow', wasmHost)];
   try {
@@ -87,17 +87,18 @@ function checkWasm() {
   build('release', Object.assign({ NQ_BUILD_TESTS: 'ON' }, everything), targets, [wasmHost]);
   const host = hostBinary(wasmHost);
   const file = (name) => path.join(root, name);
-  const runSuites = (files) =>
-    status(host, ['--expose-gc', file('tests/run-suites.js'), ...files], environment()) === 0;
-  const native = [file('tests/wasm/run.js'), path.join(root, folders.wasm, 'nq_tests.wasm')];
-  return [
-    isSmall(),
-    status(host, [...native, '--gtest_brief=1']) === 0,
-    runSuites(['bundle', 'engine', 'equality'].map((name) => file(`tests/wasm/${name}.test.js`))),
-    runSuites([file('tests/browser/wasm.test.js')]),
-    ...suites.map((name) => runSuites([file(`tests/script/${name}.test.js`)])),
-    checkExamples(host),
-  ].every((passed) => passed);
+  const suite = (name) => [
+    '--expose-gc',
+    file('tests/run-suites.js'),
+    file(`tests/${name}.test.js`),
+  ];
+  const runs = [
+    [file('tests/wasm/run.js'), '--gtest_brief=1', path.join(root, folders.wasm, 'nq_tests.wasm')],
+    ...['wasm/bundle', 'wasm/engine', 'wasm/equality', 'browser/wasm'].map(suite),
+    ...suites.map((name) => suite(`script/${name}`)),
+  ];
+  const ran = await eachAtOnce(runs, (args) => quietStatus(host, args, environment()));
+  return [ran, isSmall(), checkExamples(host)].every((passed) => passed);
 }
 
 module.exports = { checkWasm };

@@ -96,18 +96,23 @@ function output(program, args, extra) {
   return result.status === 0 ? result.stdout : null;
 }
 
+/** Characters of a failed program's output that are printed: the end, where the failures are. */
+const kMostPrinted = 60000;
+
 /**
  * Runs a program asynchronously, and prints its output after it has ended if it failed.
  * @param {string} program
  * @param {string[]} args
+ * @param {Object<string, string>} [extra]
  * @returns {Promise<boolean>} whether it succeeded
  */
-function quietStatus(program, args) {
+function quietStatus(program, args, extra) {
   return new Promise((resolve) => {
-    const options = { cwd: root, env: environment(), maxBuffer: 1 << 28 };
+    const options = { cwd: root, env: environment(extra), maxBuffer: 1 << 28 };
     childProcess.execFile(program, args, options, (error, stdout, stderr) => {
       if (error) {
-        console.error(`${stdout}${stderr}nq_logic: ${program} failed on ${args[args.length - 1]}`);
+        const text = `${stderr}${stdout}`.slice(-kMostPrinted);
+        console.error(`${text}nq_logic: ${program} failed on ${args[args.length - 1]}`);
       }
       resolve(!error);
     });

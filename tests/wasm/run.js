@@ -5,7 +5,10 @@ const fs = require('fs');
 const path = require('path');
 const { WASI } = require('wasi');
 
-const [file, ...options] = process.argv.slice(2);
+const words = process.argv.slice(2);
+const isOption = (word) => word.startsWith('--');
+const file = words.find((word) => !isOption(word));
+const options = words.filter(isOption);
 const leftOut = fs
   .readFileSync(path.join(__dirname, 'left-out.txt'), 'utf8')
   .split('\n')
