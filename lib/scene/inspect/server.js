@@ -42,7 +42,7 @@ const files = new Map([
   ['/', [path.join(pageFolder, 'index.html'), html]],
   ['/protocol.js', [path.join(__dirname, 'protocol.js'), script]],
   ['/style.css', [path.join(pageFolder, 'style.css'), 'text/css; charset=utf-8']],
-  ...['chart', 'main', 'matrices', 'picture', 'shaders', 'stream'].map((name) => [
+  ...['chart', 'main', 'matrices', 'picture', 'shaders', 'stream', 'turns'].map((name) => [
     `/${name}.js`,
     [path.join(pageFolder, `${name}.js`), script],
   ]),

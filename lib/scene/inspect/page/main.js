@@ -2,6 +2,7 @@
 import { Chart, kPercentiles, stageColors } from './chart.js';
 import { Picture } from './picture.js';
 import { Stream } from './stream.js';
+import { listenToTurns } from './turns.js';
 
 const protocol = self.nqProtocol;
 const element = (id) => document.getElementById(id);
@@ -12,14 +13,6 @@ const kStillMilliseconds = 1000;
 
 /** Milliseconds after which values and cameras have reached the target of a control. */
 const kSettleMilliseconds = 1200;
-
-/** Steps of keys in the view from outside: radians, and factor of the distance. */
-const kKeyTurn = Math.PI / 36;
-const kKeyNearer = 1.1;
-
-/** Pixels per line, for wheels that report lines; factor of a touchpad's pinch relative to a wheel. */
-const kLinePixels = 16;
-const kPinchFactor = 10;
 
 const reducedMotion = matchMedia('(prefers-reduced-motion: reduce)');
 
@@ -478,76 +471,13 @@ function setTurns(turns) {
   }
 }
 
-/** Actions of keys in the view from outside. */
-const keys = {
-  ArrowLeft: () => picture.turn(-kKeyTurn, 0),
-  ArrowRight: () => picture.turn(kKeyTurn, 0),
-  ArrowUp: () => picture.turn(0, kKeyTurn),
-  ArrowDown: () => picture.turn(0, -kKeyTurn),
-  '+': () => picture.turn(0, 0, 1 / kKeyNearer),
-  '=': () => picture.turn(0, 0, 1 / kKeyNearer),
-  '-': () => picture.turn(0, 0, kKeyNearer),
-  Home: () => picture.turnBack(),
-};
-
-/** One finger or the mouse rotates the view from outside; two fingers zoom. */
-function listenToPointers(canvas) {
-  /** Position of each finger. */
-  const fingers = new Map();
-  const apart = () => {
-    const [a, b] = Array.from(fingers.values());
-    return Math.max(1, Math.hypot(a.x - b.x, a.y - b.y));
-  };
-  canvas.addEventListener('pointerdown', (event) => {
-    canvas.setPointerCapture(event.pointerId);
-    fingers.set(event.pointerId, { x: event.clientX, y: event.clientY });
-  });
-  canvas.addEventListener('pointermove', (event) => {
-    const last = fingers.get(event.pointerId);
-    if (last === undefined) {
-      return;
-    }
-    const before = fingers.size === 2 ? apart() : 1;
-    const [x, y] = [event.clientX - last.x, event.clientY - last.y];
-    Object.assign(last, { x: event.clientX, y: event.clientY });
-    if (!page.isOutside) {
-      return;
-    }
-    if (fingers.size === 1) {
-      const radians = Math.PI / canvas.clientHeight;
-      picture.turn(-x * radians, y * radians);
-    } else if (fingers.size === 2) {
-      picture.turn(0, 0, before / apart());
-    }
-  });
-  for (const type of ['pointerup', 'pointercancel', 'lostpointercapture']) {
-    canvas.addEventListener(type, (event) => fingers.delete(event.pointerId));
-  }
-}
-
 /** In the view from outside, dragging and arrows rotate, and the wheel, two fingers and keys zoom. */
 function listenToPicture(canvas) {
-  listenToPointers(canvas);
-  canvas.addEventListener('keydown', (event) => {
-    const act = Object.prototype.hasOwnProperty.call(keys, event.key) ? keys[event.key] : null;
-    if (page.isOutside && act !== null && !event.ctrlKey && !event.metaKey && !event.altKey) {
-      event.preventDefault();
-      act();
-    }
+  listenToTurns(canvas, {
+    isTurning: () => page.isOutside,
+    turn: (...given) => picture.turn(...given),
+    turnBack: () => picture.turnBack(),
   });
-  canvas.addEventListener(
-    'wheel',
-    (event) => {
-      if (page.isOutside) {
-        event.preventDefault();
-        const lines = event.deltaMode === WheelEvent.DOM_DELTA_LINE ? kLinePixels : 1;
-        // Browsers report a touchpad's pinch as a wheel event with Ctrl.
-        const pinch = event.ctrlKey ? kPinchFactor : 1;
-        picture.turn(0, 0, Math.exp(event.deltaY * lines * pinch * 0.001));
-      }
-    },
-    { passive: false }
-  );
   new ResizeObserver(() => {
     picture.fit();
     if (stream !== null) {
