@@ -297,13 +297,16 @@ const checks = {
 
   // The site of documents builds, and its pages work in a browser.
   site: {
-    needs: ['browser'],
+    needs: ['build', 'wasm', 'browser'],
     run() {
       const mocha = nodeModule('mocha/bin/mocha');
-      return (
-        buildSite() &&
-        status(newerNode(), [mocha, '--timeout=300000', 'tests/browser/site.test.js']) === 0
-      );
+      if (!buildSite()) {
+        return false;
+      }
+      build('release', {}, ['nq_logic']);
+      const suites = ['site', 'live'].map((name) => `tests/browser/${name}.test.js`);
+      const environment = { NQ_HOST: host, NQ_MODULE: modulePath };
+      return status(newerNode(), [mocha, '--timeout=300000', ...suites], environment) === 0;
     },
   },
 

@@ -2,9 +2,10 @@
 // npm run site: builds the site of documents, reference and examples into out/site.
 const fs = require('fs');
 const path = require('path');
-const { installModules } = require('./setup');
+const { installModules, setup } = require('./setup');
 const { fail, newerNode, removeFolder, root, status } = require('./lib/run');
 const { findBrokenLinks } = require('./lib/site-links');
+const { writeLive } = require('./lib/site-live');
 const { folders, gatherPages, writeApiIndex, writeMenu } = require('./lib/site-pages');
 
 const tool = (file) => path.join('site', 'node_modules', file);
@@ -47,6 +48,7 @@ function buildSite() {
   if (status(node, [tool('vitepress/bin/vitepress.js'), 'build', 'site']) !== 0) {
     return false;
   }
+  writeLive(path.join(folders.site, 'live'));
   const broken = findBrokenLinks(folders.site);
   broken.forEach((message) => console.error(message));
   return broken.length === 0;
@@ -54,6 +56,7 @@ function buildSite() {
 
 if (require.main === module) {
   try {
+    setup('build', 'wasm');
     if (!buildSite()) {
       fail('the site is not built: see above.');
     }

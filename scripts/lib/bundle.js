@@ -24,6 +24,11 @@ function licenceText(name) {
   return `/*! ${name}\n\n${fs.readFileSync(path.join(folder, file), 'utf8').trim()}\n*/`;
 }
 
+/** The argument of esbuild that ends a bundle with the licences of the library and of what it contains. */
+function licenceFooter() {
+  return `--footer:js=${['nq_logic', ...packages].map(licenceText).join('\n')}`;
+}
+
 /** The module that exports each name. */
 function ownersOfNames() {
   const owners = new Map();
@@ -76,7 +81,7 @@ function writeBundle(outfile, { format }) {
     '--charset=utf8',
     '--legal-comments=eof',
     '--log-level=warning',
-    `--footer:js=${['nq_logic', ...packages].map(licenceText).join('\n')}`,
+    licenceFooter(),
     `--outfile=${outfile}`
   );
   if (format === 'iife') {
@@ -96,4 +101,4 @@ function writeBundle(outfile, { format }) {
   }
 }
 
-module.exports = { esbuildProgram, globalName, packages, typingsText, writeBundle };
+module.exports = { esbuildProgram, globalName, licenceFooter, packages, typingsText, writeBundle };

@@ -50,7 +50,9 @@ function sourceOf(page) {
   if (file === 'index.md') {
     return 'README.md';
   }
-  return file.startsWith('api/') ? 'types/' : file.replace(/^(examples\/.*)\.md$/, '$1.js');
+  return file.startsWith('api/')
+    ? 'types/'
+    : file.replace(/^((examples|site\/live)\/.*)\.md$/, '$1.js');
 }
 
 /** Anchor of a heading, as code hosts make it. */
@@ -103,6 +105,29 @@ function examplePage(name) {
   return parts.join('\n');
 }
 
+/** Examples that run in their pages, in the order of the menu. */
+const liveExamples = ['crowd', 'layers', 'culling', 'sockets'];
+
+/** The page of a live example: what its first comment says, itself, and its source. */
+function livePage(name) {
+  const source = read(`site/live/${name}.js`);
+  const [lead, ...more] = /^'use strict';\n((?:\/\/.*\n)+)/
+    .exec(source)[1]
+    .replace(/^\/\/ ?/gm, '')
+    .trim()
+    .split(/\n\n/)
+    .map((text) => text.replace(/\n/g, ' '));
+  const text = lead.replace(/^What it shows: /, '');
+  return [
+    `# Live example: ${name}\n`,
+    `${text[0].toUpperCase()}${text.slice(1)} ${more.join(' ')}\n`,
+    fenced('live', name),
+    'It runs in this page, by the engine in [WebAssembly](../../docs/wasm.md).\n',
+    '## Source\n',
+    fenced('js', source),
+  ].join('\n');
+}
+
 /** Gathers all pages but those of the reference. */
 function gatherPages() {
   removeFolder(folders.pages);
@@ -118,6 +143,7 @@ function gatherPages() {
     const name = file.replace(/\.js$/, '');
     write(`examples/${name}.md`, examplePage(name));
   });
+  liveExamples.forEach((name) => write(`site/live/${name}.md`, livePage(name)));
 }
 
 /** Pages below a folder of pages, in order. */
@@ -237,6 +263,10 @@ function writeMenu() {
   }));
   const sidebar = [
     ...documents,
+    {
+      text: 'Live examples',
+      items: liveExamples.map((name) => itemOf(`site/live/${name}.md`, `Live ${name}`)),
+    },
     {
       text: 'Examples',
       collapsed: true,

@@ -45,6 +45,15 @@ function keepBraces(md) {
   md.renderer.rules.text = (...args) => text(...args).replace(/\{\{/g, '&#123;&#123;');
 }
 
+/** Puts a live example where a fenced block of the language `live` names it. */
+function placeLive(md) {
+  const { fence } = md.renderer.rules;
+  md.renderer.rules.fence = (tokens, at, ...more) =>
+    tokens[at].info === 'live'
+      ? `<LiveExample name="${tokens[at].content.trim()}" />\n`
+      : fence(tokens, at, ...more);
+}
+
 export default {
   title: kSiteTitle,
   description,
@@ -66,12 +75,14 @@ export default {
       linkPages(md);
       takeAnchors(md);
       keepBraces(md);
+      placeLive(md);
     },
   },
   themeConfig: {
     nav: [
       { text: 'First scene', link: '/docs/first-scene' },
       { text: 'Examples', link: '/docs/examples' },
+      { text: 'Live', link: '/site/live/crowd' },
       { text: 'API reference', link: '/api/' },
       { text: 'Changes', link: '/CHANGELOG' },
     ],

@@ -1,5 +1,11 @@
-// The look of the site: VitePress's own, and little beside it.
+// The look of the site: VitePress's own, little beside it, and live examples.
 import DefaultTheme from 'vitepress/theme-without-fonts';
+import { LiveExample } from './live.mjs';
 import './style.css';
 
-export default DefaultTheme;
+export default {
+  extends: DefaultTheme,
+  enhanceApp({ app }) {
+    app.component('LiveExample', LiveExample);
+  },
+};
