@@ -289,8 +289,10 @@ class LiveExample {
       if (engine !== null) {
         engine.dispose();
       }
-      const cure = 'Choose another file, or export it again as one .glb (glTF 2.0).';
-      this.notify(`'${file.name}' can't be shown: ${troubleOf(error, file.name)}. ${cure}`);
+      const trouble = troubleOf(error, file.name);
+      // Errors of the library end with the cure.
+      const cure = trouble.includes(': ') ? '' : ': export it again as one .glb (glTF 2.0)';
+      this.notify(`'${file.name}' can't be shown: ${trouble}${cure}.`);
     }
   }
 
