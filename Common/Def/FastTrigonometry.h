@@ -176,7 +176,7 @@ inline bool RoundSurely(__m128d values, float* first, float* second) {
   _mm_storeu_ps(rounded, low);
   *first = rounded[0];
   *second = rounded[1];
-  return (_mm_movemask_ps(_mm_cmpeq_ps(low, high)) & 3) == 3;
+  return (SignBits(_mm_cmpeq_ps(low, high)) & 3) == 3;
 }
 
 // True in lanes whose error interval may not round to one float; the words of the result are in the
@@ -250,7 +250,7 @@ inline void sinCosTwoF(float a, float b, SineCosine* ofA, SineCosine* ofB) {
                                    _mm_cvtpd_ps(_mm_mul_pd(cosines, below)));
   const __m128 high = _mm_movelh_ps(_mm_cvtpd_ps(_mm_mul_pd(sines, above)),
                                     _mm_cvtpd_ps(_mm_mul_pd(cosines, above)));
-  if (_mm_movemask_ps(_mm_cmpneq_ps(low, high)) == 0 && _mm_movemask_pd(outside) == 0) {
+  if (SignBits(_mm_cmpneq_ps(low, high)) == 0 && _mm_movemask_pd(outside) == 0) {
     float rounded[4];
     _mm_storeu_ps(rounded, low);
     *ofA = SineCosine{rounded[0], rounded[2]};

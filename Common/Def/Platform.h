@@ -47,6 +47,13 @@
 #define NQ_HAS_X86_VECTORS 0
 #endif
 
+// WebAssembly: SIMDe's functions, but for those that it has no instruction for; see Vectors.h.
+#if defined(__wasm_simd128__)
+#define NQ_HAS_WASM_VECTORS 1
+#else
+#define NQ_HAS_WASM_VECTORS 0
+#endif
+
 // ------------------------------------------------------------------------------------- functions
 
 // Force-inlined even against the compiler's heuristics: a call would pass vectors and state that

@@ -30,6 +30,16 @@ inline bool HasWideIntegers() {
   return NQ_CPU_HAS("avx2");
 }
 
+// Bit i is the sign bit of lane i. SIMDe takes the lanes apart where WebAssembly has an
+// instruction.
+inline int SignBits(__m128 lanes) {
+#if NQ_HAS_WASM_VECTORS
+  return static_cast<int>(wasm_i32x4_bitmask(lanes));
+#else
+  return _mm_movemask_ps(lanes);
+#endif
+}
+
 // `yes` in lanes of `mask`, `no` in the others.
 inline __m128 Select(__m128 mask, __m128 yes, __m128 no) {
   return _mm_or_ps(_mm_and_ps(mask, yes), _mm_andnot_ps(mask, no));

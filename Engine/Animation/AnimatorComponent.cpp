@@ -77,7 +77,7 @@ NQ_NO_INLINE void WriteUncommon(const ClipSample& sample, bool isThreeD, uint8_t
 NQ_FORCE_INLINE void ApplyTo(const EntityPoseWriter& writer, const ClipSample& sample) {
   const float* channel = sample.channel;
   const __m128 rotation = _mm_loadu_ps(channel + kRotationChannel);
-  const bool hasRotation = _mm_movemask_ps(_mm_cmpunord_ps(rotation, rotation)) == 0;
+  const bool hasRotation = SignBits(_mm_cmpunord_ps(rotation, rotation)) == 0;
   if (!writer.isThreeD()) {
     WriteUncommon(sample, false, writer.Record(), writer.LocalMatrix());
   } else {

@@ -21,7 +21,7 @@ float Dot4(const float* a, const float* b) {
 }
 
 bool AnyNaN4(__m128 v) {
-  return _mm_movemask_ps(_mm_cmpunord_ps(v, v)) != 0;
+  return SignBits(_mm_cmpunord_ps(v, v)) != 0;
 }
 
 // Slerps two clips' rotations along the shorter arc.

@@ -22,11 +22,11 @@ namespace nq::engine {
 inline PositionScale ReplaceLanes(Entity3DRecord* record, __m128 positionScaleX, __m128 mask,
                                   __m128 scaleYZ, __m128 maskYZ) {
   PositionScale values(*record);
-  if (_mm_movemask_ps(mask) != 0) {
+  if (SignBits(mask) != 0) {
     values.positionScaleX = Select(mask, positionScaleX, values.positionScaleX);
     _mm_storeu_ps(PositionScale::First(record), values.positionScaleX);
   }
-  if ((_mm_movemask_ps(maskYZ) & 3) != 0) {
+  if ((SignBits(maskYZ) & 3) != 0) {
     values.scaleYZ = Select(maskYZ, scaleYZ, values.scaleYZ);
     _mm_storel_pi(reinterpret_cast<__m64*>(&record->scale[1]), values.scaleYZ);
   }

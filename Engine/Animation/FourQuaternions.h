@@ -35,7 +35,7 @@ inline void StoreTransposed(const FourQuaternions& q, __m128* out) {
 
 // The mask of all four lanes.
 inline bool AreAll(__m128 mask) {
-  return _mm_movemask_ps(mask) == 15;
+  return SignBits(mask) == 15;
 }
 
 // Mask of the lanes without any NaN.

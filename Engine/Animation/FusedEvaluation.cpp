@@ -32,7 +32,7 @@ inline __m128 EveryLane() {
 
 // True if a lane of `mask` is set.
 inline bool Any(__m128 mask) {
-  return _mm_movemask_ps(mask) != 0;
+  return SignBits(mask) != 0;
 }
 
 // The mask whose lane i is bit i.
@@ -164,7 +164,7 @@ struct FusedEvaluation::FourRotations {
     const __m128 partial = _mm_cmplt_ps(weight, _mm_set1_ps(1.0f));
     if (Any(partial)) {
       FourQuaternions rest;
-      if (!FindRestRotations(restPoses, scaleZ, _mm_movemask_ps(partial), &rest)) {
+      if (!FindRestRotations(restPoses, scaleZ, SignBits(partial), &rest)) {
         return false;
       }
       rotation = AddFour(rotation, rest, _mm_sub_ps(_mm_set1_ps(1.0f), weight), partial);
@@ -492,8 +492,8 @@ struct FusedEvaluation::BlockPoses {
   bool Add(const FourRotations& four, uint32_t group) {
     const __m128 isRotated = IsNumber(four.weight);
     StoreTransposed(four.rotation, rotations + group * kLanes);
-    present |= uint64_t{static_cast<uint32_t>(_mm_movemask_ps(four.present))} << group * kLanes;
-    rotates |= uint64_t{static_cast<uint32_t>(_mm_movemask_ps(isRotated))} << group * kLanes;
+    present |= uint64_t{static_cast<uint32_t>(SignBits(four.present))} << group * kLanes;
+    rotates |= uint64_t{static_cast<uint32_t>(SignBits(isRotated))} << group * kLanes;
     return !Any(_mm_andnot_ps(AreNumbers(four.rotation), isRotated));
   }
 

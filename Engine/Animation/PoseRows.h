@@ -68,8 +68,8 @@ inline PoseRow AddStateRow(const PoseRow& pose, __m128 s, const PoseRow& sum) {
 // True if one of the six weights is a number below 1.
 inline bool IsPartial(__m128 firstWeights, __m128 secondWeights) {
   const __m128 one = _mm_set1_ps(1.0f);
-  const int below = _mm_movemask_ps(_mm_cmplt_ps(firstWeights, one)) |
-                    (_mm_movemask_ps(_mm_cmplt_ps(secondWeights, one)) & 3);
+  const int below =
+      SignBits(_mm_cmplt_ps(firstWeights, one)) | (SignBits(_mm_cmplt_ps(secondWeights, one)) & 3);
   return below != 0;
 }
 

@@ -176,7 +176,7 @@ bool RotationOf(const ClipSample& sample, bool fill, TransformValue* rest, float
   const float* rotation = sample.channel + kRotationChannel;
   if (sample.isQuaternion) {
     const __m128 q = _mm_loadu_ps(rotation);
-    if (_mm_movemask_ps(_mm_cmpunord_ps(q, q)) != 0) {
+    if (SignBits(_mm_cmpunord_ps(q, q)) != 0) {
       return false;
     }
     _mm_storeu_ps(out, q);

@@ -95,7 +95,7 @@ void Culler::TestHalf(const float* x, const float* y, const float* z, const floa
   Visible group[kHalf];
   _mm_storeu_si128(reinterpret_cast<__m128i*>(group), _mm_unpacklo_epi32(ids, keys));
   _mm_storeu_si128(reinterpret_cast<__m128i*>(group + 2), _mm_unpackhi_epi32(ids, keys));
-  Append(group, kHalf, candidates & ~static_cast<uint32_t>(_mm_movemask_ps(outside)));
+  Append(group, kHalf, candidates & ~static_cast<uint32_t>(SignBits(outside)));
 }
 
 // The same operations in the same order.
