@@ -98,6 +98,15 @@
 #define NQ_PREFETCH(address) __builtin_prefetch(address)
 #define NQ_PREFETCH_FOR_WRITE(address) __builtin_prefetch(address, 1)
 
+// The same for an address at which there is or was an object. WebAssembly has no prefetch
+// instruction, so there it is a load that nothing waits for, of memory that never shrinks.
+#if defined(__wasm__)
+#define NQ_PREFETCH_OBJECT(address) \
+  __asm__ volatile("local.get %0\n i32.load8_u 0\n drop" : : "r"(address))
+#else
+#define NQ_PREFETCH_OBJECT(address) NQ_PREFETCH(address)
+#endif
+
 // A relaxed atomic store into memory that is not declared atomic.
 #define NQ_STORE_RELAXED(pointer, value) __atomic_store_n(pointer, value, __ATOMIC_RELAXED)
 

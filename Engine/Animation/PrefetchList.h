@@ -26,7 +26,7 @@ class PrefetchList {
   // Prefetches what was noted, and starts to note anew.
   void Begin() {
     for (uint32_t i = 0; i < count; ++i) {
-      NQ_PREFETCH(reinterpret_cast<const void*>(
+      NQ_PREFETCH_OBJECT(reinterpret_cast<const void*>(
           (Line(this) + static_cast<uintptr_t>(intptr_t{distances[i]})) * kLineBytes));
     }
     count = 0;

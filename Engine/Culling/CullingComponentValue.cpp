@@ -29,15 +29,11 @@ float LongestColumn(const float* m) {
   __m128 row2 = _mm_mul_ps(c2, c2);
   __m128 row3 = _mm_setzero_ps();
   _MM_TRANSPOSE4_PS(row0, row1, row2, row3);
-  float squares[4];
-  _mm_storeu_ps(squares, _mm_add_ps(_mm_add_ps(_mm_add_ps(row0, row1), row2), row3));
-  float longest = squares[0];
-  if (squares[1] > longest) {
-    longest = squares[1];
-  }
-  if (squares[2] > longest) {
-    longest = squares[2];
-  }
+  // Without branches, which would wait for the matrix, and be mispredicted for many.
+  const __m128 squares = _mm_add_ps(_mm_add_ps(_mm_add_ps(row0, row1), row2), row3);
+  const __m128 second = _mm_shuffle_ps(squares, squares, _MM_SHUFFLE(1, 1, 1, 1));
+  const __m128 third = _mm_shuffle_ps(squares, squares, _MM_SHUFFLE(2, 2, 2, 2));
+  const float longest = _mm_cvtss_f32(_mm_max_ps(third, _mm_max_ps(second, squares)));
   return sqrtF(longest);
 }
 
