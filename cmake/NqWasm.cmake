@@ -12,13 +12,13 @@ file(GLOB NQ_WASM_SOURCES CONFIGURE_DEPENDS wasm/*.cpp)
 # What is not in the inner loops of frames, and gets smaller by it.
 set_source_files_properties(
     Common/Def/MemoryAllocator.cpp Common/Def/WorkerPool.cpp Engine/Animation/AnimationClipModel.cpp
-    Engine/Animation/AnimatorControllerModel.cpp Engine/Animation/StateEvaluation.cpp
-    Engine/Entity/EngineCore.cpp
-    Engine/Entity/EntityPool.cpp wasm/Interface.cpp
+    Engine/Animation/AnimationClipBinding.cpp Engine/Animation/AnimatorControllerModel.cpp
+    Engine/Animation/StateEvaluation.cpp Engine/Entity/EngineCore.cpp Engine/Entity/EntityPool.cpp
+    wasm/Interface.cpp
     PROPERTIES COMPILE_OPTIONS -Oz)
 set_source_files_properties(
-    Engine/Animation/AnimationClipBinding.cpp Engine/Animation/ControllerEvaluation.cpp
-    Engine/Animation/RestPoses.cpp Engine/Culling/ComponentSystem.cpp Engine/Entity/Entity.cpp
+    Engine/Animation/ControllerEvaluation.cpp Engine/Animation/RestPoses.cpp
+    Engine/Entity/Entity.cpp
     PROPERTIES COMPILE_OPTIONS -Os)
 add_executable(nq_logic_wasm ${NQ_WASM_SOURCES})
 nq_configure(nq_logic_wasm)

@@ -132,7 +132,20 @@ inline double ArcSineTail(double z) {
   return low + z4 * (middle + z4 * high);
 }
 
-// The same for four numbers, in the same order of operations.
+// The same for two numbers, in the same order of operations.
+inline __m128d ArcSineTail(__m128d z) {
+  const double(&terms)[10] = kArcSineTailTerms;
+  const __m128d z2 = _mm_mul_pd(z, z);
+  const __m128d z4 = _mm_mul_pd(z2, z2);
+  const __m128d low =
+      _mm_add_pd(Linear(terms[0], terms[1], z), _mm_mul_pd(Linear(terms[2], terms[3], z), z2));
+  const __m128d middle =
+      _mm_add_pd(Linear(terms[4], terms[5], z), _mm_mul_pd(Linear(terms[6], terms[7], z), z2));
+  const __m128d high = Linear(terms[8], terms[9], z);
+  return _mm_add_pd(low, _mm_mul_pd(z4, _mm_add_pd(middle, _mm_mul_pd(z4, high))));
+}
+
+// The same for four.
 NQ_FORCE_INLINE NQ_TARGET_AVX2 __m256d ArcSineTailOfFour(__m256d z) {
   const double(&terms)[10] = kArcSineTailTerms;
   const __m256d z2 = _mm256_mul_pd(z, z);
@@ -162,6 +175,17 @@ NQ_FORCE_INLINE NQ_TARGET_AVX2 __m256d ArcCosinesOfFour(__m256d x) {
                           _mm256_add_pd(arcSine, arcSine), isNear);
 }
 
+// The same for two.
+inline __m128d ArcCosines(__m128d x) {
+  const __m128d half = BothLanes(0.5);
+  const __m128d isNear = _mm_cmpgt_pd(x, half);
+  const __m128d z =
+      SelectLanes(isNear, _mm_mul_pd(half, _mm_sub_pd(BothLanes(1.0), x)), _mm_mul_pd(x, x));
+  const __m128d s = SelectLanes(isNear, _mm_sqrt_pd(z), x);
+  const __m128d arcSine = _mm_add_pd(s, _mm_mul_pd(_mm_mul_pd(s, z), ArcSineTail(z)));
+  return SelectLanes(isNear, _mm_add_pd(arcSine, arcSine), _mm_sub_pd(BothLanes(kHalfPi), arcSine));
+}
+
 // True if the whole error interval of `value` rounds to one float, which is then in `out`.
 inline bool RoundsSurely(double value, float* out) {
   *out = static_cast<float>(value * (1.0 - kSeriesError));
@@ -179,19 +203,30 @@ inline bool RoundSurely(__m128d values, float* first, float* second) {
   return (SignBits(_mm_cmpeq_ps(low, high)) & 3) == 3;
 }
 
+// The error of a number just below a power of two, 2^13 units in the last place, after the 29 bits
+// that rounding to float drops are shifted to fill a word. 2^28 is then the smallest integer.
+constexpr int32_t kUnsureMargin = 1 << 16;
+static_assert(kSeriesError * 0x1p56 == kUnsureMargin, "eight times the last places");
+
 // True in lanes whose error interval may not round to one float; the words of the result are in the
 // order a0 a1 b0 b1 a2 a3 b2 b3. Tests the lower words: rounding to float drops a double's last 29
 // bits, and rounds up from 2^28. (A denormal float drops even more, but sines of that size are the
 // angle itself, and exact.)
 NQ_FORCE_INLINE NQ_TARGET_AVX2 __m256 RoundUnsurely(__m256d a, __m256d b) {
-  // The error of a number just below a power of two, 2^13 units in the last place, after those 29
-  // bits are shifted to fill a word. 2^28 is then the smallest integer.
-  constexpr int32_t kMargin = 1 << 16;
-  static_assert(kSeriesError * 0x1p56 == kMargin, "eight times the last places");
   const __m256i words = _mm256_castps_si256(
       _mm256_shuffle_ps(_mm256_castpd_ps(a), _mm256_castpd_ps(b), _MM_SHUFFLE(2, 0, 2, 0)));
-  const __m256i place = _mm256_add_epi32(_mm256_slli_epi32(words, 3), _mm256_set1_epi32(kMargin));
-  return _mm256_castsi256_ps(_mm256_cmpgt_epi32(_mm256_set1_epi32(INT32_MIN + 2 * kMargin), place));
+  const __m256i place =
+      _mm256_add_epi32(_mm256_slli_epi32(words, 3), _mm256_set1_epi32(kUnsureMargin));
+  return _mm256_castsi256_ps(
+      _mm256_cmpgt_epi32(_mm256_set1_epi32(INT32_MIN + 2 * kUnsureMargin), place));
+}
+
+// The same for two and two; the words are in the order of the lanes.
+inline __m128 RoundUnsurely(__m128d a, __m128d b) {
+  const __m128i words =
+      _mm_castps_si128(_mm_shuffle_ps(_mm_castpd_ps(a), _mm_castpd_ps(b), _MM_SHUFFLE(2, 0, 2, 0)));
+  const __m128i place = _mm_add_epi32(_mm_slli_epi32(words, 3), _mm_set1_epi32(kUnsureMargin));
+  return _mm_castsi128_ps(_mm_cmpgt_epi32(_mm_set1_epi32(INT32_MIN + 2 * kUnsureMargin), place));
 }
 
 }  // namespace internal
@@ -345,6 +380,34 @@ NQ_FORCE_INLINE NQ_TARGET_AVX2 bool slerpSinesFourF(__m128 cosines, float t, Sle
   const __m256 unsure =
       _mm256_or_ps(internal::RoundUnsurely(exact, whole), internal::RoundUnsurely(from, to));
   return _mm256_movemask_ps(unsure) == 0;
+}
+
+// The same on every CPU, two numbers at a time.
+inline bool slerpSinesPairsF(__m128 cosines, float t, SlerpSines* sines) {
+  struct Pairs {
+    __m128d low;
+    __m128d high;
+  };
+  const auto widen = [](__m128 four) {
+    return Pairs{_mm_cvtps_pd(four), _mm_cvtps_pd(_mm_movehl_ps(four, four))};
+  };
+  const auto round = [](const Pairs& four) {
+    return _mm_movelh_ps(_mm_cvtpd_ps(four.low), _mm_cvtpd_ps(four.high));
+  };
+  const Pairs wide = widen(cosines);
+  const Pairs exact = {internal::ArcCosines(wide.low), internal::ArcCosines(wide.high)};
+  const __m128 angles = round(exact);
+  __m128 unsure = internal::RoundUnsurely(exact.low, exact.high);
+  const auto sine = [widen, round, &unsure](__m128 four) {
+    const Pairs x = widen(four);
+    const Pairs sines = {internal::SineSeries(x.low), internal::SineSeries(x.high)};
+    unsure = _mm_or_ps(unsure, internal::RoundUnsurely(sines.low, sines.high));
+    return round(sines);
+  };
+  sines->from = sine(_mm_mul_ps(_mm_set1_ps(1.0f - t), angles));
+  sines->to = sine(_mm_mul_ps(_mm_set1_ps(t), angles));
+  sines->whole = sine(angles);
+  return SignBits(unsure) == 0;
 }
 
 }  // namespace nq::engine

@@ -55,26 +55,55 @@ static_assert(1.0 - static_cast<double>(kMaxSlerpDot) > kMinSlerpDistance &&
                   1.0 - (static_cast<double>(kMaxSlerpDot) + 1.0 / 16777216.0) <= kMinSlerpDistance,
               "the next float is too close");
 
+// What of four pairs of rotations is slerped, and how.
+struct SlerpAngles {
+  SlerpAngles(const FourQuaternions& a, const FourQuaternions& b) {
+    const __m128 dot = DotFour(a, b);
+    sign = _mm_and_ps(_mm_cmplt_ps(dot, _mm_setzero_ps()), _mm_set1_ps(-0.0f));
+    const __m128 nonNegative = _mm_xor_ps(dot, sign);
+    // Not those with an infinite or NaN dot product either.
+    isSlerp = _mm_cmple_ps(nonNegative, _mm_set1_ps(kMaxSlerpDot));
+    cosine = Select(isSlerp, nonNegative, _mm_set1_ps(0.5f));
+  }
+
+  __m128 sign;     // of the dot product
+  __m128 isSlerp;  // mask of the pairs that are far enough from each other
+  __m128 cosine;   // of the angle; 0.5 where nothing is slerped
+};
+
+NQ_FORCE_INLINE FourQuaternions Blended(const FourQuaternions& a, const FourQuaternions& b, float t,
+                                        const SlerpAngles& angles, const SlerpSines& sines) {
+  // Dividing by 1 changes nothing.
+  const __m128 whole = Select(angles.isSlerp, sines.whole, _mm_set1_ps(1.0f));
+  const __m128 from = Select(angles.isSlerp, sines.from, _mm_set1_ps(1.0f - t));
+  const __m128 to = _mm_xor_ps(Select(angles.isSlerp, sines.to, _mm_set1_ps(t)), angles.sign);
+  const auto blend = [whole, from, to](__m128 p, __m128 q) {
+    return _mm_add_ps(_mm_div_ps(_mm_mul_ps(p, from), whole), _mm_div_ps(_mm_mul_ps(q, to), whole));
+  };
+  return FourQuaternions{blend(a.x, b.x), blend(a.y, b.y), blend(a.z, b.z), blend(a.w, b.w)};
+}
+
 // SlerpFour, only if HasWideIntegers.
 NQ_TARGET_AVX2 bool SlerpByFour(const FourQuaternions& a, const FourQuaternions& b, float t,
                                 FourQuaternions* blended) {
-  const __m128 dot = DotFour(a, b);
-  const __m128 sign = _mm_and_ps(_mm_cmplt_ps(dot, _mm_setzero_ps()), _mm_set1_ps(-0.0f));
-  const __m128 cosine = _mm_xor_ps(dot, sign);
-  // Not those with an infinite or NaN dot product either.
-  const __m128 isSlerp = _mm_cmple_ps(cosine, _mm_set1_ps(kMaxSlerpDot));
+  const SlerpAngles angles(a, b);
   SlerpSines sines;
-  if (!slerpSinesFourF(Select(isSlerp, cosine, _mm_set1_ps(0.5f)), t, &sines)) {
+  if (!slerpSinesFourF(angles.cosine, t, &sines)) {
     return false;
   }
-  // Dividing by 1 changes nothing.
-  const __m128 whole = Select(isSlerp, sines.whole, _mm_set1_ps(1.0f));
-  const __m128 from = Select(isSlerp, sines.from, _mm_set1_ps(1.0f - t));
-  const __m128 to = _mm_xor_ps(Select(isSlerp, sines.to, _mm_set1_ps(t)), sign);
-  const auto blend = [=](__m128 p, __m128 q) NQ_TARGET_AVX2 {
-    return _mm_add_ps(_mm_div_ps(_mm_mul_ps(p, from), whole), _mm_div_ps(_mm_mul_ps(q, to), whole));
-  };
-  *blended = FourQuaternions{blend(a.x, b.x), blend(a.y, b.y), blend(a.z, b.z), blend(a.w, b.w)};
+  *blended = Blended(a, b, t, angles, sines);
+  return true;
+}
+
+// The same on every CPU.
+bool SlerpByPairs(const FourQuaternions& a, const FourQuaternions& b, float t,
+                  FourQuaternions* blended) {
+  const SlerpAngles angles(a, b);
+  SlerpSines sines;
+  if (!slerpSinesPairsF(angles.cosine, t, &sines)) {
+    return false;
+  }
+  *blended = Blended(a, b, t, angles, sines);
   return true;
 }
 
@@ -123,7 +152,8 @@ float LerpChannel(float a, float b, float t) {
 
 bool SlerpFour(const FourQuaternions& a, const FourQuaternions& b, float t,
                FourQuaternions* blended) {
-  return HasWideIntegers() && SlerpByFour(a, b, t, blended);
+  const auto slerp = HasWideIntegers() ? SlerpByFour : SlerpByPairs;
+  return slerp(a, b, t, blended);
 }
 
 void BlendSample(ClipSample* blended, const ClipSample& other, float t, bool many) {

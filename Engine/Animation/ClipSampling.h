@@ -83,7 +83,7 @@ inline __m128 LerpFour(__m128 a, __m128 b, float t) {
 void BlendSample(ClipSample* blended, const ClipSample& other, float t, bool many);
 
 // The slerps of BlendSample for four pairs of quaternions, with t from 0 to 1. False if they have
-// to be computed one by one: where a number needs the math library, and without AVX2.
+// to be computed one by one, where a number needs the math library.
 bool SlerpFour(const FourQuaternions& a, const FourQuaternions& b, float t,
                FourQuaternions* blended);
 

@@ -328,6 +328,15 @@ NQ_TARGET_AVX2 bool SlerpFourAtOnce(const float* cosines, float t, float (*sines
   return sure;
 }
 
+bool SlerpByPairs(const float* cosines, float t, float (*sines)[4]) {
+  SlerpSines four;
+  const bool sure = slerpSinesPairsF(_mm_loadu_ps(cosines), t, &four);
+  _mm_storeu_ps(sines[0], four.from);
+  _mm_storeu_ps(sines[1], four.to);
+  _mm_storeu_ps(sines[2], four.whole);
+  return sure;
+}
+
 struct SlerpWay {
   const char* name;
   SlerpSinesFunction compute;
@@ -339,7 +348,8 @@ void PrintTo(const SlerpWay& way, std::ostream* out) {
 
 // The code paths that this CPU supports.
 std::vector<SlerpWay> SlerpWaysInUse() {
-  std::vector<SlerpWay> ways = {SlerpWay{"OneByOne", SlerpOneByOne}};
+  std::vector<SlerpWay> ways = {SlerpWay{"OneByOne", SlerpOneByOne},
+                                SlerpWay{"ByPairs", SlerpByPairs}};
   if (HasWideIntegers()) {
     ways.push_back(SlerpWay{"AtOnce", SlerpFourAtOnce});
   }
@@ -399,7 +409,7 @@ TEST_P(SlerpSinesTest, RandomCosinesInAnyLaneMatchTheLibrary) {
   EXPECT_LT(unsure, computed / 500);
   // Some of so many numbers are next to rounding ties. One by one, the library has been called for
   // them already.
-  EXPECT_EQ(GetParam().compute == SlerpFourAtOnce, unsure > 0);
+  EXPECT_EQ(GetParam().compute != SlerpOneByOne, unsure > 0);
 }
 
 TEST_P(SlerpSinesTest, TheEndsOfSharesAndCosinesAreComputed) {

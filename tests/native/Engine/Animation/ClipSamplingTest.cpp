@@ -435,7 +435,7 @@ TEST(ClipSamplingTest, RandomBlendsMatchTheModelBitForBit) {
   EXPECT_GT(slerped, Rounds(60000) / 5);
 }
 
-// Four slerps at once, compared with the model. Without AVX2 they are all left to single slerps.
+// Four slerps at once, compared with the model.
 TEST(SlerpFourTest, RandomPairsMatchTheModelBitForBit) {
   AnimationRandom random(13);
   int computed = 0;
@@ -480,12 +480,8 @@ TEST(SlerpFourTest, RandomPairsMatchTheModelBitForBit) {
       linear += a[lane].channel[kTurnX] == b[lane].channel[kTurnX] ? 1 : 0;
     }
   }
-  if (HasWideIntegers()) {
-    EXPECT_GT(computed, Rounds(60000) * 99 / 100);
-    EXPECT_GT(linear, 0);
-  } else {
-    EXPECT_EQ(0, computed);
-  }
+  EXPECT_GT(computed, Rounds(60000) * 99 / 100);
+  EXPECT_GT(linear, 0);
 }
 
 // On both sides of the distance from which rotations are blended linearly.
@@ -510,7 +506,7 @@ TEST(SlerpFourTest, TheLinearThresholdIsThatOfSingleSlerps) {
     ASSERT_TRUE(SameFloats(expected.channel + kTurnX, actual, 4)) << below;
   }
   // At 18 the angle's sine is next to a rounding tie.
-  EXPECT_EQ(HasWideIntegers() ? 1 : 40, unsure);
+  EXPECT_EQ(1, unsure);
 }
 
 }  // namespace
