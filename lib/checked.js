@@ -313,6 +313,9 @@ function makeChecked(engine) {
     enumerable: true,
     get: () => state.result.buffer,
   });
+  if (typeof engine.dispose === 'function') {
+    Object.defineProperty(object, 'dispose', { value: () => engine.dispose() });
+  }
   states.set(object, state);
   return object;
 }

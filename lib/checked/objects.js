@@ -23,7 +23,20 @@ function receiverOf(receiver, className, method) {
     const trouble = `its receiver is ${show(receiver)}, not an ${className} of a checked engine`;
     throw new TypeError(`${method}: ${trouble}: call it as a method of such an object.`);
   }
+  if (!found.entry.live) {
+    throw new TypeError(
+      `${method}: its receiver was disposed of: dispose of it when nothing uses it any more.`
+    );
+  }
   return found;
+}
+
+/** The method of objects of engines that have it: does what it does there. */
+function dispose() {
+  const found = knownObjects.get(this);
+  if (found !== undefined && found.entry.live) {
+    found.state.registry.dispose(found.entry);
+  }
 }
 
 class EngineEntity {
@@ -176,6 +189,9 @@ function adopt(state, kind, native, details) {
   if ('block' in native) {
     // Throws, and says what to use instead.
     Object.defineProperty(object, 'buffer', { get: () => native.buffer });
+  }
+  if (typeof native.dispose === 'function') {
+    Object.defineProperty(object, 'dispose', { value: dispose });
   }
   if (native.id === 0) {
     return { object };

@@ -33,6 +33,16 @@ function keyOf(handle) {
   return (handle & ~elementMask) >>> 0;
 }
 
+/** Why a handle names no object any more, and what to do. */
+const kCollected = (source) => [
+  'the object that it came with was collected',
+  `keep what ${source} returned`,
+];
+const kDisposed = () => [
+  'the object that it came with was disposed of',
+  'dispose of it when nothing uses its handle any more',
+];
+
 function isNone(handle) {
   return handle === 0 || handle === kNone;
 }
@@ -42,7 +52,7 @@ function isNone(handle) {
  * @property {string} kind
  * @property {number} id
  * @property {number} count elements under the handle; 1 for all but entities and culling objects
- * @property {boolean} live the wrapper has not been collected, as far as is known
+ * @property {boolean} live the wrapper has not been collected, as far as is known, nor disposed of
  * @property {?Object} native null once the entry was released
  */
 
@@ -54,7 +64,7 @@ class Registry {
     this._gone = {};
     for (const kind of Object.keys(kinds)) {
       this._tables[kind] = new Map();
-      this._gone[kind] = new Set();
+      this._gone[kind] = new Map();
     }
     /** Entries by memoryID. */
     this._blocks = new Map();
@@ -90,7 +100,15 @@ class Registry {
     return entry;
   }
 
-  _forget(entry) {
+  /** Releases the native object of a live entry at once, on engines that can. */
+  dispose(entry) {
+    const { native } = entry;
+    this._forget(entry, kDisposed);
+    native.dispose();
+  }
+
+  /** @param {function(string): string[]} why `kCollected` or `kDisposed` */
+  _forget(entry, why = kCollected) {
     const table = this._tables[entry.kind];
     entry.live = false;
     entry.native = null;
@@ -98,7 +116,7 @@ class Registry {
       return;
     }
     table.delete(entry.id);
-    this._gone[entry.kind].add(entry.id);
+    this._gone[entry.kind].set(entry.id, why);
     if (entry.memoryID !== undefined) {
       this._blocks.delete(entry.memoryID);
     }
@@ -146,8 +164,11 @@ class Registry {
     }
     const key = keyOf(handle);
     const entry = this._tables[kind].get(key);
-    if ((entry !== undefined && !entry.live) || this._gone[kind].has(key)) {
-      return ['the object that it came with was collected', `keep what ${source} returned`];
+    if (entry !== undefined && !entry.live) {
+      return kCollected(source);
+    }
+    if (this._gone[kind].has(key)) {
+      return this._gone[kind].get(key)(source);
     }
     if (entry !== undefined) {
       const last = key + entry.count - 1;

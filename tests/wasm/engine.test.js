@@ -362,6 +362,49 @@ describe('the engine in WebAssembly', () => {
     assert.throws(() => engine.refreshWorldTransform(), /77/);
   });
 
+  it('disposes of objects in checked mode, and names those that are used afterwards', () => {
+    const engine = nq.checked(loadSync({ memory: kLeast }));
+    const roots = new nq.Entity3DView(engine.createEntity(true, 1));
+    const child = engine.createEntity(true, 2);
+    const commands = new nq.EntityCommandWriter(engine);
+    commands.addRoot(roots.id);
+    commands.addChild(roots.id, child.id);
+    engine.refreshWorldTransform();
+    const { id } = child;
+    child.dispose();
+    child.dispose();
+    const words = `${id} names no entity: the object that it came with was disposed of: dispose of it when`;
+    assert.throws(() => engine.setEntityName(id + 1, 'child'), {
+      name: 'RangeError',
+      message: new RegExp(words.replace(id, id + 1)),
+    });
+    commands.addChild(roots.id, id);
+    assert.throws(() => engine.refreshWorldTransform(), new RegExp(words));
+    engine.entityCommands.u32[0] = 0; // none
+    engine.refreshWorldTransform();
+    // Its handle is that of the next object, which has nothing to do with it.
+    const next = engine.createEntity(true, 2);
+    assert.strictEqual(next.id, id);
+    child.dispose();
+    engine.setEntityName(id, 'next');
+
+    const controller = engine.createAnimatorControllerModel(1);
+    controller.dispose();
+    const update = () => controller.update(0.1, new ArrayBuffer(4));
+    assert.throws(update, /^TypeError: update: its receiver was disposed of: dispose of it when/);
+    engine.dispose();
+    assert.throws(() => engine.createEntity(true, 1), /the engine was disposed of/);
+  });
+
+  it('disposes of a million entities in checked mode in fixed memory', function () {
+    this.timeout(240000);
+    const engine = nq.checked(loadSync({ memory: kLeast }));
+    for (let i = 0; i < 20000; ++i) {
+      engine.createEntity(true, 50).dispose();
+    }
+    assert.strictEqual(engine.createEntity(true, 1).id, 0x1000);
+  });
+
   it('says in checked mode, too, what to use instead of the property buffer', () => {
     const entity = nq.checked(loadSync()).createEntity(true, 1);
     assert.throws(() => entity.buffer, /^TypeError: EngineEntity.buffer: .*: use block.f32/);
