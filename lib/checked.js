@@ -116,6 +116,12 @@ function updateMany(receiver, call, player, given) {
   return state.hints.around(call, played, true, () => state.engine[call](...given));
 }
 
+/** The method `dispose` of engines in WebAssembly. */
+function disposeEngine() {
+  stateOf(this, 'dispose').engine.dispose();
+}
+Object.defineProperty(disposeEngine, 'name', { value: 'dispose' });
+
 /** The class of checked engines; `checked` creates them. */
 class Engine {
   constructor() {
@@ -314,7 +320,7 @@ function makeChecked(engine) {
     get: () => state.result.buffer,
   });
   if (typeof engine.dispose === 'function') {
-    Object.defineProperty(object, 'dispose', { value: () => engine.dispose() });
+    Object.defineProperty(object, 'dispose', { value: disposeEngine });
   }
   states.set(object, state);
   return object;

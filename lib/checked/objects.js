@@ -9,34 +9,35 @@ const { isNone } = require('./registry');
 const { execute } = require('./matrixflow');
 const { worldRead } = require('../view-reads');
 
-/** State of the engine and entry in its registry, by object. */
+/** State of the engine, entry in its registry and class name, by object. */
 const knownObjects = new WeakMap();
+
+/** Objects with an "id" of 0: there is nothing to dispose of. */
+const emptyObjects = new WeakSet();
 
 function refuseNew(name, source) {
   throw new TypeError(`new ${name}: objects of this class come from ${source} only: call that.`);
 }
 
-/** State and entry of the receiver of a method. */
-function receiverOf(receiver, className, method) {
+/** What is known of the receiver of a method, which may have been disposed of. */
+function knownReceiver(receiver, className, method) {
   const found = knownObjects.get(receiver);
-  if (found === undefined || Object.getPrototypeOf(receiver) !== classes[className].prototype) {
+  if (found === undefined || found.className !== className) {
     const trouble = `its receiver is ${show(receiver)}, not an ${className} of a checked engine`;
     throw new TypeError(`${method}: ${trouble}: call it as a method of such an object.`);
   }
+  return found;
+}
+
+/** State and entry of the receiver of a method. */
+function receiverOf(receiver, className, method) {
+  const found = knownReceiver(receiver, className, method);
   if (!found.entry.live) {
     throw new TypeError(
       `${method}: its receiver was disposed of: dispose of it when nothing uses it any more.`
     );
   }
   return found;
-}
-
-/** The method of objects of engines that have it: does what it does there. */
-function dispose() {
-  const found = knownObjects.get(this);
-  if (found !== undefined && found.entry.live) {
-    found.state.registry.dispose(found.entry);
-  }
 }
 
 class EngineEntity {
@@ -175,6 +176,39 @@ for (const name of Object.keys(classes)) {
   Object.defineProperty(classes[name].prototype, Symbol.toStringTag, { value: name });
 }
 
+/** Prototypes of objects of engines in WebAssembly, by class. */
+const disposables = new Map();
+
+/** The prototype of a checked object: one of an engine in WebAssembly can be disposed of, and has no ArrayBuffer. */
+function prototypeOf(native) {
+  const { name } = native.constructor;
+  const { prototype } = classes[name];
+  if (typeof native.dispose !== 'function') {
+    return prototype;
+  }
+  if (!disposables.has(name)) {
+    const nativePrototype = Object.getPrototypeOf(native);
+    const own = Object.create(prototype);
+    Object.defineProperty(own, 'buffer', {
+      get() {
+        return Reflect.get(nativePrototype, 'buffer', this);
+      },
+    });
+    Object.defineProperty(own, 'dispose', {
+      value: function dispose() {
+        if (!emptyObjects.has(this)) {
+          const { state, entry } = knownReceiver(this, name, 'dispose');
+          if (entry.live) {
+            state.registry.dispose(entry);
+          }
+        }
+      },
+    });
+    disposables.set(name, own);
+  }
+  return disposables.get(name);
+}
+
 /**
  * Wraps a native object for JavaScript, and enters it into the registry.
  * @param {Object} state of the checked engine
@@ -184,20 +218,13 @@ for (const name of Object.keys(classes)) {
  * @returns {{object: Object, entry: Object}} entry is undefined for an "id" of 0
  */
 function adopt(state, kind, native, details) {
-  const prototype = classes[native.constructor.name].prototype;
-  const object = Object.assign(Object.create(prototype), native);
-  if ('block' in native) {
-    // Throws, and says what to use instead.
-    Object.defineProperty(object, 'buffer', { get: () => native.buffer });
-  }
-  if (typeof native.dispose === 'function') {
-    Object.defineProperty(object, 'dispose', { value: dispose });
-  }
+  const object = Object.assign(Object.create(prototypeOf(native)), native);
   if (native.id === 0) {
+    emptyObjects.add(object);
     return { object };
   }
   const entry = state.registry.add(kind, native, object, details);
-  knownObjects.set(object, { state, entry });
+  knownObjects.set(object, { state, entry, className: native.constructor.name });
   return { object, entry };
 }
 

@@ -173,6 +173,7 @@ function install(type, methods) {
   for (const name of Object.keys(methods)) {
     const value = methods[name];
     Object.defineProperty(value, 'name', { value: name });
+    Object.defineProperty(value, 'length', { value: 0 }); // as natively
     Object.defineProperty(type.prototype, name, {
       value,
       writable: true,
