@@ -255,9 +255,9 @@ const checks = {
     run: () => checkScripts('24', ['-R', arm64Scripts]),
   },
 
-  // The engine in WebAssembly: native suites, its own, script suites and examples on it, and pages in a browser.
+  // The engine in WebAssembly: native suites, its own, script suites and examples on it, and pages in browsers.
   wasm: {
-    needs: ['build', 'test', 'wasm', 'browser'],
+    needs: ['build', 'test', 'wasm', 'browser', 'firefox'],
     run: () => checkWasm(),
   },
 

@@ -46,6 +46,7 @@ const packages = {
     ['googletest', () => fs.existsSync('/usr/src/googletest/CMakeLists.txt')],
   ],
   browser: [['chromium', program('chromium')]],
+  firefox: [['firefox-esr', program('firefox-esr')]],
   // Compiling to WebAssembly; the suites are compiled, too.
   wasm: [
     ['clang-19', program('clang++-19')],
@@ -122,7 +123,7 @@ function installModules(folder = '.') {
 
 /**
  * Installs the requirements of the given kinds of work.
- * @param {...string} kinds any of build, test, coverage, bench, check, cross, emulator, browser, wasm
+ * @param {...string} kinds any of build, test, coverage, bench, check, cross, emulator, browser, firefox, wasm
  */
 function setup(...kinds) {
   if (process.platform !== 'linux' || process.arch !== 'x64') {

@@ -1,5 +1,5 @@
 'use strict';
-// The library in pages of a browser: from a script tag, as an ES module, and bundled with a program. Each page computes
+// The library in pages of browsers: from a script tag, as an ES module, and bundled with a program. Each page computes
 // what the native module computes here, to the bit.
 const assert = require('assert');
 const childProcess = require('child_process');
@@ -11,7 +11,7 @@ const nq = require('../../lib');
 const { importGltf } = require('../../lib/gltf');
 const { Model, Scene } = require('../../scene');
 const { esbuildProgram, writeBundle } = require('../../scripts/lib/bundle');
-const { removeFolder, root } = require('../../scripts/lib/run');
+const { removeFolder, root, which } = require('../../scripts/lib/run');
 const { skeleton, writeGlb } = require('../fixtures/models');
 const { startBrowser } = require('./viewer-page');
 
@@ -98,7 +98,23 @@ const elements = {
   bundled: '<script src="bundled-page.js"></script>',
 };
 
+/**
+ * Sends what a page computed to the server, for browsers that nothing controls, and goes to the page that it names, if
+ * any.
+ */
+const reportText = `
+(async () => {
+  const report = await self.result.catch((error) => ({ error: String(error && error.stack) }));
+  const answer = await fetch('report', { method: 'POST', body: JSON.stringify(report) });
+  const next = await answer.text();
+  if (next !== '') {
+    location.href = next;
+  }
+})();
+`;
+
 let browser;
+let firefox;
 let server;
 let address;
 let folder;
@@ -133,11 +149,24 @@ function writePages() {
     const page = `<!doctype html><meta charset="utf-8"><title>${name}</title>${elements[name]}`;
     fs.writeFileSync(to(`${name}.html`), page);
     fs.writeFileSync(to(`${name}-page.js`), programs[name]);
+    const reporting = `${page}<script type="module" src="report.js"></script>`;
+    fs.writeFileSync(to(`${name}-reporting.html`), reporting);
   }
+  fs.writeFileSync(to('report.js'), reportText);
   bundleProgram(programs.bundled, to('bundled-page.js'));
 }
 
+/** Takes reports of pages; gives the next page, or ''. */
+let takeReport = null;
+
 function answer(request, response) {
+  if (request.method === 'POST') {
+    let text = '';
+    request.setEncoding('utf8');
+    request.on('data', (more) => (text += more));
+    request.on('end', () => response.end(takeReport(JSON.parse(text))));
+    return;
+  }
   const name = decodeURIComponent(new URL(request.url, address).pathname);
   const file = path.join(folder, name);
   if (!fs.existsSync(file)) {
@@ -165,6 +194,9 @@ before(async () => {
 });
 
 after(async () => {
+  if (firefox !== undefined) {
+    firefox.kill('SIGKILL');
+  }
   if (browser !== undefined) {
     await browser.close();
     server.close();
@@ -190,6 +222,36 @@ async function resultsOf(name) {
   return results;
 }
 
+/** What all pages compute in Firefox, by name. */
+function resultsInFirefox() {
+  const program = which('firefox-esr');
+  if (program === null) {
+    throw new Error("there is no firefox-esr on PATH: run 'node scripts/setup.js firefox'.");
+  }
+  const profile = path.join(folder, 'profile');
+  fs.mkdirSync(profile);
+  const names = Object.keys(programs);
+  const pages = names.map((name) => `${address}${name}-reporting.html`);
+  const args = ['--headless', '--no-remote', '--profile', profile, pages.shift()];
+  const env = Object.assign({}, process.env, { HOME: profile });
+  const child = childProcess.spawn(program, args, { env, stdio: 'ignore' });
+  firefox = child;
+  return new Promise((resolve, reject) => {
+    const reports = [];
+    child.on('error', reject);
+    child.on('exit', (code) => reject(new Error(`Firefox ended with ${code}.`)));
+    takeReport = (report) => {
+      reports.push(report);
+      if (reports.length === names.length) {
+        child.removeAllListeners('exit');
+        child.on('exit', () => resolve(names.map((name, i) => [name, reports[i]])));
+        child.kill();
+      }
+      return pages.shift() || '';
+    };
+  });
+}
+
 describe('the library in a page', () => {
   it('is compared with results that differ between places and are refused by name', () => {
     assert.strictEqual(expected.words.length, 4 * 7 * 16);
@@ -205,4 +267,10 @@ describe('the library in a page', () => {
       results.forEach((result) => assert.deepStrictEqual(result, expected));
     });
   }
+
+  it('computes the same in Firefox', async () => {
+    for (const [name, results] of await resultsInFirefox()) {
+      assert.deepStrictEqual(results, [expected, expected, expected], name);
+    }
+  });
 });
