@@ -3,12 +3,14 @@
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
+const { installModules, setup } = require('./setup');
+// What follows needs its packages.
+installModules();
 const { writeApi } = require('./api');
 const { checkScripts } = require('./arm64-check');
 const { checkDeterminism } = require('./determinism');
 const { fuzzAll } = require('./fuzz');
 const { checkHosts } = require('./hosts-check');
-const { setup } = require('./setup');
 const { buildSite } = require('./site');
 const { checkWasm } = require('./wasm-check');
 const {
