@@ -5,6 +5,10 @@
 const kLargestU32 = 0xffffffff;
 
 const byteLengthOf = Object.getOwnPropertyDescriptor(ArrayBuffer.prototype, 'byteLength').get;
+const bufferOf = Object.getOwnPropertyDescriptor(
+  Object.getPrototypeOf(Uint8Array.prototype),
+  'buffer'
+).get;
 
 /** `Array.isArray`, but false for a revoked proxy, for which that throws. */
 function isArray(value) {
@@ -64,9 +68,23 @@ function failWord(label, name, value) {
   throw new RangeError(`${label}: ${name} is ${value}: ${cure}.`);
 }
 
+/** True for a typed array whose buffer was transferred. */
+function isDetached(array) {
+  try {
+    new Uint8Array(bufferOf.call(array));
+    return false;
+  } catch (error) {
+    return true;
+  }
+}
+
 /** Throws unless `handles` is a Uint32Array or an array of words. */
 function checkHandles(label, name, handles) {
   if (ArrayBuffer.isView(handles) && handles instanceof Uint32Array) {
+    if (handles.length === 0 && isDetached(handles)) {
+      const trouble = 'is a view of a detached ArrayBuffer';
+      throw new RangeError(`${label}: ${name} ${trouble}: give one that was not transferred.`);
+    }
     return;
   }
   if (!isArray(handles)) {

@@ -2,6 +2,7 @@
 // The writers of lib/commands.js: the words that they write, what they refuse, and the effect of entity commands and
 // dirty lists in the engine.
 const assert = require('assert');
+const { MessageChannel } = require('worker_threads');
 const { over } = require('../support/blocks');
 const { assertCleanExit, runScript } = require('../support/child');
 const { hostileObjects } = require('../support/hostile');
@@ -181,6 +182,16 @@ describe('EntityCommandWriter', () => {
       assertRefused(words, () => writer.bindToBoneBatch(value, [1]), TypeError, pattern);
       assertRefused(words, () => writer.bindToBoneBatch([1], value), TypeError, pattern);
     }
+    const moved = new Uint32Array(2);
+    const { port1 } = new MessageChannel();
+    port1.postMessage(null, [moved.buffer]);
+    port1.close();
+    const detached = /is a view of a detached ArrayBuffer: give one that was not transferred/;
+    assertRefused(words, () => writer.unbindFromBoneBatch(moved), RangeError, detached);
+    assertRefused(words, () => writer.bindToBoneBatch(moved, []), RangeError, detached);
+    assertRefused(words, () => writer.bindToBoneBatch([], moved), RangeError, detached);
+    const list = listWriter();
+    assertRefused(list.words, () => list.writer.appendAll(moved), RangeError, detached);
     const pattern = /^EntityCommandWriter.bindToBoneBatch: 2 entities and 3 bones: give one bone/;
     assertRefused(words, () => writer.bindToBoneBatch([1, 2], [1, 2, 3]), RangeError, pattern);
   });
