@@ -13,8 +13,8 @@ namespace nq::engine {
 // cold caches it would wait for one after the other. They are mostly those of the update before,
 // whose addresses are noted here, so that all are fetched at once.
 //
-// Only hints: addresses are never dereferenced, and may be of memory that is gone. They are kept as
-// distances from this object, in cache lines, which takes half the memory.
+// Only hints: nothing depends on what is at an address, which may be of memory that is gone. They
+// are kept as distances from this object, in cache lines, which takes half the memory.
 //
 // Thread safety: one thread at a time.
 class PrefetchList {
