@@ -219,6 +219,37 @@ void BM_MarkListed(benchmark::State& state) {
 }
 BENCHMARK(BM_MarkListed)->Apply(Lists)->UseManualTime();
 
+// More memory than the caches hold. Reading it between two iterations evicts the scene, as the rest
+// of a game does between two frames.
+class OtherMemory {
+ public:
+  explicit OtherMemory(bool evicts) : words(evicts ? kWords : 0, 1) {}
+
+  // Not measured; does nothing with warm caches.
+  void EvictCaches(benchmark::State* state) const {
+    if (!words.empty()) {
+      state->PauseTiming();
+      benchmark::DoNotOptimize(std::accumulate(words.begin(), words.end(), uint64_t{0}));
+      state->ResumeTiming();
+    }
+  }
+
+ private:
+  static constexpr size_t kWords = size_t{64} * 1024 * 1024 / sizeof(uint64_t);
+
+  const std::vector<uint64_t> words;
+};
+
+// A hundredth and a tenth of the nodes and all of them with warm caches, and all with cold ones.
+template <uint32_t kNodes>
+void TrafficCases(benchmark::internal::Benchmark* bench) {
+  bench->ArgNames({"nodes", "cold"});
+  for (const uint32_t nodes : {kNodes / 100 + 1, kNodes / 10 + 1, kNodes}) {
+    bench->Args({nodes, 0});
+  }
+  bench->Args({kNodes, 1});
+}
+
 // The memory that a world pass over all nodes moves, without its arithmetic and in the order of the
 // arrays: no arrangement of the pass can take less, as long as links, local matrices, world
 // matrices, their versions and the published copies are where they are.
@@ -226,7 +257,9 @@ void BM_WorldPassTraffic(benchmark::State& state) {
   const uint32_t nodes = static_cast<uint32_t>(state.range(0));
   BenchScene scene(Shape::kHumanoids, nodes);
   const engine::TransformTree& tree = scene.System()->Tree();
+  OtherMemory other(state.range(1) != 0);
   for (auto _ : state) {
+    other.EvictCaches(&state);
     for (uint32_t node = 0; node < nodes; ++node) {
       const uint32_t handle = scene.Handle(node);
       const engine::TransformBatch& batch = tree.Batch(handle);
@@ -242,7 +275,7 @@ void BM_WorldPassTraffic(benchmark::State& state) {
   }
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * nodes));
 }
-BENCHMARK(BM_WorldPassTraffic)->ArgName("nodes")->Arg(1001)->Arg(10001)->Arg(100001);
+BENCHMARK(BM_WorldPassTraffic)->Apply(TrafficCases<100001>);
 
 // The memory that posing all nodes moves, without its arithmetic and in the order of the arrays:
 // rotation, position and scale of the records, local matrices, and reading marks. No way of
@@ -252,7 +285,9 @@ void BM_PoseTraffic(benchmark::State& state) {
   BenchScene scene(Shape::kHumanoids, nodes);
   const engine::TransformTree& tree = scene.System()->Tree();
   const engine::TransformMatrix matrix = {{1.0f}};
+  OtherMemory other(state.range(1) != 0);
   for (auto _ : state) {
+    other.EvictCaches(&state);
     for (uint32_t node = 0; node < nodes; ++node) {
       const uint32_t handle = scene.Handle(node);
       const engine::TransformBatch& batch = tree.Batch(handle);
@@ -267,7 +302,7 @@ void BM_PoseTraffic(benchmark::State& state) {
   }
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * nodes));
 }
-BENCHMARK(BM_PoseTraffic)->ArgName("nodes")->Arg(501)->Arg(5001)->Arg(50001);
+BENCHMARK(BM_PoseTraffic)->Apply(TrafficCases<50001>);
 
 // A frame in which nothing changed.
 void BM_IdleFrame(benchmark::State& state) {
