@@ -89,66 +89,77 @@ describe('viewer page', () => {
     assert.ok(countOther(first, later) > all / 500, `${countOther(first, later)} of ${all} pixels`);
   });
 
-  it('stops while paused, and shows that', async () => {
+  /** Runs `act` while the crowd is paused. It moves on afterwards, also for the tests after one that fails. */
+  async function whilePaused(act) {
     await viewer.click('pause');
     await viewer.until((frame) => (frame.flags & 1) === 1);
-    assert.strictEqual(await viewer.text('pause'), 'Resume');
-    await viewer.drawn(3);
-    const first = await viewer.pixels();
-    await viewer.drawn(2);
-    assert.ok(countOther(first, await viewer.pixels()) < 20);
-    assert.strictEqual(await viewer.text('status'), 'paused');
-  });
+    try {
+      await act();
+    } finally {
+      await viewer.click('pause');
+      await viewer.until((frame) => (frame.flags & 1) === 0);
+    }
+  }
 
-  it('draws characters where their matrices place them', async () => {
-    await viewer.click('camera-1');
-    await viewer.until((frame) => frame.camera === 1);
-    // A flag may cover a head, and a lamp may be brighter.
-    await viewer.showCarried(false);
-    await viewer.drawn(2);
-    const withBodies = await viewer.pixels();
-    const places = await viewer.page.evaluate(() => {
-      const { page, picture } = self.nqViewer;
-      const { frame, scene } = page;
-      // A vertex of the head, by its first bone's matrix, on the screen.
-      const { '0.positions': positions, '0.bones': bones } = scene.arrays;
-      let top = 0;
-      for (let i = 0; i < positions.length / 3; ++i) {
-        top = positions[3 * i + 1] > positions[3 * top + 1] ? i : top;
-      }
-      const [x, y, z] = positions.subarray(3 * top, 3 * top + 3);
-      const m = picture.viewProjection;
-      const { clientWidth, clientHeight } = picture.canvas;
-      return Array.from({ length: frame.instanceCounts[0] }, (_, i) => {
-        const at = 16 * (i * scene.meshes[0].bones + bones[4 * top]);
-        const b = frame.matrices.subarray(at, at + 16);
-        const world = [0, 1, 2].map((k) => b[k] * x + b[4 + k] * y + b[8 + k] * z + b[12 + k]);
-        const [u, v] = [0, 1].map(
-          (k) => m[k] * world[0] + m[4 + k] * world[1] + m[8 + k] * world[2] + m[12 + k]
-        );
-        return [((u + 1) / 2) * clientWidth, ((1 - v) / 2) * clientHeight];
+  it('stops while paused, and shows that', () =>
+    whilePaused(async () => {
+      assert.strictEqual(await viewer.text('pause'), 'Resume');
+      await viewer.drawn(3);
+      const first = await viewer.pixels();
+      await viewer.drawn(2);
+      assert.ok(countOther(first, await viewer.pixels()) < 20);
+      assert.strictEqual(await viewer.text('status'), 'paused');
+    }));
+
+  it('draws characters where their matrices place them', () =>
+    whilePaused(async () => {
+      await viewer.click('camera-1');
+      await viewer.until((frame) => frame.camera === 1);
+      // A flag may cover a head, and a lamp may be brighter.
+      await viewer.showCarried(false);
+      await viewer.drawn(2);
+      const withBodies = await viewer.pixels();
+      const places = await viewer.page.evaluate(() => {
+        const { page, picture } = self.nqViewer;
+        const { frame, scene } = page;
+        // A vertex of the head, by its first bone's matrix, on the screen.
+        const { '0.positions': positions, '0.bones': bones } = scene.arrays;
+        let top = 0;
+        for (let i = 0; i < positions.length / 3; ++i) {
+          top = positions[3 * i + 1] > positions[3 * top + 1] ? i : top;
+        }
+        const [x, y, z] = positions.subarray(3 * top, 3 * top + 3);
+        const m = picture.viewProjection;
+        const { clientWidth, clientHeight } = picture.canvas;
+        return Array.from({ length: frame.instanceCounts[0] }, (_, i) => {
+          const at = 16 * (i * scene.meshes[0].bones + bones[4 * top]);
+          const b = frame.matrices.subarray(at, at + 16);
+          const world = [0, 1, 2].map((k) => b[k] * x + b[4 + k] * y + b[8 + k] * z + b[12 + k]);
+          const [u, v] = [0, 1].map(
+            (k) => m[k] * world[0] + m[4 + k] * world[1] + m[8 + k] * world[2] + m[12 + k]
+          );
+          return [((u + 1) / 2) * clientWidth, ((1 - v) / 2) * clientHeight];
+        });
       });
-    });
-    const without = await viewer.pixelsWithoutBodies();
-    await viewer.showCarried(true);
-    const inside = places
-      .map((place) => place.map(Math.floor))
-      .filter(([x, y]) => x > 2 && y > 2 && x < without.width - 2 && y < without.height - 2);
-    assert.ok(inside.length > 5, `${inside.length} heads in the picture`);
-    // Dark hair is nearly as dark as the floor, and differs from it by as little as 9 of 255 levels.
-    const around = [-2, 0, 2];
-    const isDrawn = (x, y) =>
-      isOther(withBodies, without, 4 * (y * without.width + x), kOtherWhileStill);
-    const drawn = inside.filter(([x, y]) =>
-      around.some((dy) => around.some((dx) => isDrawn(x + dx, y + dy)))
-    );
-    assert.ok(drawn.length >= 0.9 * inside.length, `${drawn.length} of ${inside.length} heads`);
-    // And not everywhere.
-    assert.ok(countOther(withBodies, without) < 0.2 * without.width * without.height);
-    await viewer.click('camera-0');
-    await viewer.click('pause');
-    await viewer.until((frame) => frame.camera === 0 && (frame.flags & 1) === 0);
-  });
+      const without = await viewer.pixelsWithoutBodies();
+      await viewer.showCarried(true);
+      const inside = places
+        .map((place) => place.map(Math.floor))
+        .filter(([x, y]) => x > 2 && y > 2 && x < without.width - 2 && y < without.height - 2);
+      assert.ok(inside.length > 5, `${inside.length} heads in the picture`);
+      // Dark hair is nearly as dark as the floor, and differs from it by as little as 9 of 255 levels.
+      const around = [-2, 0, 2];
+      const isDrawn = (x, y) =>
+        isOther(withBodies, without, 4 * (y * without.width + x), kOtherWhileStill);
+      const drawn = inside.filter(([x, y]) =>
+        around.some((dy) => around.some((dx) => isDrawn(x + dx, y + dy)))
+      );
+      assert.ok(drawn.length >= 0.9 * inside.length, `${drawn.length} of ${inside.length} heads`);
+      // And not everywhere.
+      assert.ok(countOther(withBodies, without) < 0.2 * without.width * without.height);
+      await viewer.click('camera-0');
+      await viewer.until((frame) => frame.camera === 0);
+    }));
 
   it('shows what the chosen camera sees', async () => {
     for (const camera of [1, 0]) {
