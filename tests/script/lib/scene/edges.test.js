@@ -7,6 +7,7 @@ const os = require('os');
 const path = require('path');
 const three = require('three');
 const nq = require('../../../../lib');
+const { importGltf } = require('../../../../lib/gltf');
 const { Camera, Model, Scene, toThree } = require('../../../../scene');
 const { ModelBuilder } = require('../../../fixtures/animations');
 const { removeFolder } = require('../../../../scripts/lib/run');
@@ -336,6 +337,60 @@ describe('engines without handles', () => {
   });
 });
 
+describe('characters with many clips', () => {
+  const kMany = 32;
+  let figure;
+  let character;
+  before(async () => {
+    const builder = new ModelBuilder();
+    builder.json.scenes = [{ nodes: [0] }];
+    builder.node({ name: 'bone' });
+    for (let i = 0; i < kMany; ++i) {
+      const values = [i, 0, 0, i, 2, 0];
+      builder.animation(`at ${i}`, [{ node: 0, path: 'translation', times: [0, 1], values }]);
+    }
+    figure = await Model.load(builder.glb(), { name: 'many.glb' });
+  });
+  beforeEach(() => {
+    [character] = scene.instantiate(figure);
+  });
+
+  const position = () => Array.from(character.node('bone').position);
+
+  it('blend all that play', () => {
+    for (let i = 0; i < kMany; ++i) {
+      character.play(i, { beside: true, speed: 0, at: 0.5, weight: 1 / kMany });
+    }
+    scene.update();
+    assert.deepStrictEqual(position(), [(kMany - 1) / 2, 1, 0]);
+    character.setWeight(0, 0);
+    character.setWeight(kMany - 1, 2 / kMany);
+    scene.update();
+    assert.deepStrictEqual(position(), [(kMany - 1) / 2 + (kMany - 1) / kMany, 1, 0]);
+  });
+
+  it('blend all layers, each over those before', () => {
+    character.play(0, { speed: 0 });
+    let wanted = 0;
+    for (let i = 1; i < kMany; ++i) {
+      const layer = character.addLayer(`over ${i}`, { weight: 0.5 });
+      layer.play(i, { speed: 0 });
+      wanted = Math.fround((wanted + i) / 2);
+      scene.update();
+      assert.deepStrictEqual(position(), [wanted, 0, 0], `${i} layers`);
+    }
+  });
+
+  it('add all additive layers', () => {
+    character.play(3, { speed: 0 });
+    for (let i = 0; i < kMany; ++i) {
+      character.addLayer(`more ${i}`, { additive: true }).play(i, { at: 0.5, speed: 0 });
+    }
+    scene.update();
+    assert.deepStrictEqual(position(), [3, kMany, 0]);
+  });
+});
+
 describe('cameras of scenes', () => {
   it('have view volumes with an inside', () => {
     const camera = new Camera();
@@ -422,6 +477,28 @@ describe('models of data', () => {
       name: 'TypeError',
       message: 'Model: options is null: leave it out or give an object.',
     });
+  });
+
+  it('turn nodes by quaternions, not by Euler angles', async () => {
+    const builder = new ModelBuilder();
+    builder.json.scenes = [{ nodes: [0] }];
+    builder.node({ name: 'bone' });
+    const values = [0, 0, 0, 1, 0, 0];
+    builder.animation('turn', [{ node: 0, path: 'translation', times: [0, 1], values }]);
+    const imported = await importGltf(builder.glb());
+    const keys = [{ frame: 0, value: 1, inTangent: 0, outTangent: 0 }];
+    const type = nq.sampleTypes.EulerX;
+    const curves = [{ target: 0, type, keys }];
+    imported.animations[0].clip = nq.buildClip({ framesPerSecond: 30, frameCount: 1, curves });
+    assert.throws(() => Model.from(imported), {
+      name: 'RangeError',
+      message:
+        `Model: clip 'turn' has a curve of sample type ${type}: ` +
+        'give its rotations as quaternions.',
+    });
+    // What it would turn is left out of the model.
+    imported.animations[0].targets[0] = -1;
+    assert.strictEqual(Model.from(imported).clips.length, 1);
   });
 });
 
