@@ -11,9 +11,13 @@ const runner = path.join(root, 'tests/fuzz/programs/run.js');
 const kEntryBytes = 32;
 const kFailed = 3;
 
-/** A step that takes longer hangs, and so does a host that has not begun by then. */
+/**
+ * A step that takes longer hangs, and so does a host that has not begun by then. Time is counted in looks at the journal:
+ * a machine that was suspended has passed none.
+ */
 const kHangSeconds = 20;
 const kStartSeconds = 60;
+const kLookMilliseconds = 250;
 
 /** Limits of shrinking. */
 const kMostAttempts = 150;
@@ -28,11 +32,13 @@ const kShrinkSeconds = 60;
  * @property {string} text what was reported
  */
 
-/** The journal of a child: seed and step, and what follows them. */
-function readJournal(file) {
-  const text = fs.existsSync(file) ? fs.readFileSync(file, 'utf8') : '';
-  const [seed, step] = text.slice(0, kEntryBytes).trim().split(' ').map(Number);
-  return { seed, step, rest: text.slice(kEntryBytes) };
+/** The journal of a child: whether it has begun, seed and step, and what follows them. */
+function readJournal(file, firstSeed) {
+  const text = fs.readFileSync(file, 'utf8');
+  const hasBegun = text.length >= kEntryBytes;
+  const numbers = text.slice(0, kEntryBytes).trim().split(' ').map(Number);
+  const [seed, step] = hasBegun ? numbers : [firstSeed, -1];
+  return { hasBegun, seed, step, rest: text.slice(kEntryBytes) };
 }
 
 /**
@@ -47,6 +53,7 @@ function readJournal(file) {
  * @param {number[]} [options.only] steps that run
  * @param {string} options.folder for the journal
  * @param {number} [options.hangSeconds]
+ * @param {number} [options.startSeconds]
  * @returns {Promise<{failure: ?Failure, tally: Object}>}
  */
 function runPrograms(options) {
@@ -64,25 +71,25 @@ function runPrograms(options) {
   });
   let isHanging = false;
   let last = '';
-  let since = Date.now();
+  let looks = 0;
   const watch = setInterval(() => {
-    const { seed: at, step } = readJournal(journal);
+    const { hasBegun, seed: at, step } = readJournal(journal, seed);
+    const { hangSeconds = kHangSeconds, startSeconds = kStartSeconds } = options;
+    const limit = hasBegun ? hangSeconds : startSeconds;
+    ++looks;
     if (`${at} ${step}` !== last) {
       last = `${at} ${step}`;
-      since = Date.now();
-      return;
-    }
-    const limit = Number.isNaN(at) ? kStartSeconds : options.hangSeconds || kHangSeconds;
-    if (Date.now() - since > 1000 * limit) {
+      looks = 0;
+    } else if (looks * kLookMilliseconds > 1000 * limit) {
       isHanging = true;
       child.kill('SIGKILL');
     }
-  }, 250);
+  }, kLookMilliseconds);
   return new Promise((resolve, reject) => {
     child.on('error', reject);
     child.on('close', (status, signal) => {
       clearInterval(watch);
-      const { seed: at, step, rest } = readJournal(journal);
+      const { seed: at, step, rest } = readJournal(journal, seed);
       if (status === 0) {
         resolve({ failure: null, tally: JSON.parse(rest) });
         return;

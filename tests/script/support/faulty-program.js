@@ -1,5 +1,6 @@
 'use strict';
-// A random program with planted faults, for tests of what runs random programs: NQ_FAULT names the fault of seed 12.
+// A random program with planted faults, for tests of what runs random programs: NQ_FAULT names the fault of seed 12, or
+// 'start' for one that never begins.
 class Program {
   constructor(seed) {
     this.seed = seed;
@@ -27,6 +28,10 @@ class Program {
   end() {
     return { steps: this.seen.length };
   }
+}
+
+if (process.env.NQ_FAULT === 'start') {
+  for (;;);
 }
 
 module.exports = { start: (seed) => new Program(seed) };

@@ -12,7 +12,7 @@ const program = path.join(__dirname, '../support/faulty-program.js');
 function run(fault, seed = 10) {
   const env = Object.assign({}, process.env, { NQ_FAULT: fault });
   const options = { program, host: process.execPath, env, seed, programs: 5, steps: 200 };
-  return fuzz(Object.assign(options, { hangSeconds: 1 }), 0);
+  return fuzz(Object.assign(options, { hangSeconds: 1, startSeconds: 2 }), 0);
 }
 
 describe('random programs', () => {
@@ -40,6 +40,12 @@ describe('random programs', () => {
       }
     });
   }
+
+  it('are found where a process does not begin', async () => {
+    const { failure, isRepeatable, firstSeed } = await run('start');
+    assert.deepStrictEqual(failure, { seed: 10, step: -1, kind: 'hang', text: '' });
+    assert.deepStrictEqual([isRepeatable, firstSeed], [false, 10]);
+  });
 
   it('differ by their seed only', async () => {
     const results = [await run('throw', 11), await run('throw', 12)];
