@@ -8,7 +8,9 @@
 #include <cstring>
 #include <vector>
 
+#include "Common/Def/HandlerAllocator.h"
 #include "Engine/Animation/AnimatorControllerModel.h"
+#include "Engine/Animation/AnimatorControllerStateModel.h"
 #include "tests/native/Engine/Animation/AnimationScene.h"
 
 #if defined(NQ_TEST_UNDER_ADDRESS_SANITIZER) || defined(NQ_TEST_UNDER_THREAD_SANITIZER)
@@ -128,6 +130,37 @@ TEST_F(AnimationSystemTest, ACountOf0CreatesNoAnimator) {
   ExpectNothing(scene.Core()->CreateAnimatorComponent(1, 0));
   ExpectNothing(scene.Core()->CreateAnimatorComponent(0, 0));
   EXPECT_EQ(0x1000u, scene.AddAnimator(1, 1)) << "no handle was used";
+}
+
+// Allocates a value's block twice, and releases the value.
+template <typename Value>
+void AllocateTwice(EngineCore* core, HandlerAllocator<Value>* values) {
+  Value* value = values->Allocate();
+  value->Allocate(2);
+  const MemoryBlock firstBlock = core->Runtime()->FindBlock(value->Info().memoryID);
+  const auto* first = value->component;
+  EXPECT_EQ(firstBlock.pointer, first->data);
+  void* memory = value->Allocate(1);
+  EXPECT_NE(first, value->component);
+  EXPECT_EQ(memory, value->component->data);
+  EXPECT_EQ(firstBlock.pointer, first->data) << "the first one stays as it was";
+  core->Runtime()->Release(firstBlock);
+  values->Release(value->handle);
+}
+
+template <typename Value>
+size_t LeakOfSecondAllocation(EngineCore* core) {
+  HandlerAllocator<Value> values(core);
+  // The first time, tables grow.
+  AllocateTwice(core, &values);
+  const size_t before = HeapBytes();
+  AllocateTwice(core, &values);
+  return HeapBytes() - before;
+}
+
+TEST_F(AnimationSystemTest, ASecondControllerOrStateOfAValueIsDeletedWithIt) {
+  EXPECT_EQ(0u, LeakOfSecondAllocation<AnimatorControllerModelValue>(scene.Core()));
+  EXPECT_EQ(0u, LeakOfSecondAllocation<AnimatorControllerStateModelValue>(scene.Core()));
 }
 
 TEST_F(AnimationSystemTest, ContentHasNoBlock) {
