@@ -298,9 +298,6 @@ class Blends {
       movers.forEach((channels, handle) => {
         const done = covered.get(handle) || 0;
         channels.forEach((found, channel) => {
-          if (found === undefined) {
-            return;
-          }
           const isOneSided = found.clips.length < playing.length && found.isWhole;
           if (
             isOneSided &&

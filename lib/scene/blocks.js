@@ -364,10 +364,6 @@ class ObjectBlocks {
     view.setEnabled(index & kElement, layers !== 0 && isInTree);
   }
 
-  setOwner(index, of) {
-    this._owners[index] = of;
-  }
-
   ownerOf(handle) {
     const element = handle & kHandleElement;
     const block = handle - element;

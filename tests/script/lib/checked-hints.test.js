@@ -1052,6 +1052,33 @@ describe('hints', () => {
     assert.strictEqual(scene.take().length, 1);
   });
 
+  it('that are off are not given by any call, nor afterwards for what it did', () => {
+    const run = (isOff) => {
+      const scene = new Scene().listAll();
+      const { engine, view } = scene;
+      const onHint = (hint) => scene.hints.push(hint);
+      checked(engine, { onHint: isOff ? null : onHint });
+      // None of these entities is under a root.
+      const clip = scene.clipOf([0, 'EulerX', 90], [0, 'EulerY', 0], [0, 'EulerZ', 0]);
+      scene.object(scene.id + 1);
+      scene.cull();
+      view.worldPosition(2, [0, 0, 0]);
+      const inverse = scene.keep(engine.createDataModel(2, new Float32Array(16)));
+      const skin = scene.skin(inverse.id, [[0, scene.id + 3]]);
+      engine.updateSkinningMatrices(counted(skin.id));
+      const animator = scene.animator([[clip.id]], [scene.id]);
+      engine.updateAnimators(counted(animator.id));
+      const hints = scene.take();
+      checked(engine, { onHint });
+      scene.root();
+      scene.givesNone();
+      return hints.map(({ call }) => call);
+    };
+    const calls = ['createDataModel', 'frustumCulling', 'worldPosition', 'updateSkinningMatrices'];
+    assert.deepStrictEqual(run(false), calls);
+    assert.deepStrictEqual(run(true), []);
+  });
+
   it('refuse other options, without changing the engine', () => {
     const scene = new Scene().root();
     const { engine } = scene;

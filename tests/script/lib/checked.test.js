@@ -50,6 +50,7 @@ function detach(buffer) {
 describe('checked', () => {
   it('accepts only engines', () => {
     const engine = nq.getEngine();
+    const throwing = () => assert.fail('from the getter');
     for (const [value, found] of [
       [undefined, 'undefined'],
       [7, '7'],
@@ -60,6 +61,7 @@ describe('checked', () => {
       [new Proxy(engine, {}), 'an object'],
       [engine.createEntity(), 'an EngineEntity'],
       ...hostileObjects().map((value) => [value, 'an object']),
+      [Object.create(Object.create(null, { constructor: { get: throwing } })), 'an object'],
     ]) {
       assertWords(() => checked(value), TypeError, 'checked', `engine is ${found}`, 'getEngine');
     }

@@ -8,8 +8,10 @@ const path = require('path');
 const three = require('three');
 const nq = require('../../../../lib');
 const { importGltf } = require('../../../../lib/gltf');
+const { readMeshes } = require('../../../../lib/scene/meshes');
 const { Camera, Model, Scene, toThree } = require('../../../../scene');
 const { ModelBuilder } = require('../../../fixtures/animations');
+const { over } = require('../../support/blocks');
 const { removeFolder } = require('../../../../scripts/lib/run');
 
 const engine = nq.getEngine();
@@ -337,6 +339,74 @@ describe('engines without handles', () => {
   });
 });
 
+describe('characters at the edges of a tree', () => {
+  it('are stopped if they have no clips', async () => {
+    const builder = new ModelBuilder();
+    builder.node({ name: 'stone' });
+    const [stone] = scene.instantiate(await Model.load(builder.glb()));
+    stone.stop();
+    stone.setPosition(1, 2, 3);
+    scene.update(1);
+    assert.deepStrictEqual(Array.from(stone.node('stone').worldMatrix).slice(12), [1, 2, 3, 1]);
+  });
+
+  it('are disposed of while they play a layer out of the tree', () => {
+    const character = play('step', { at: 0.5, speed: 0 });
+    character.remove();
+    character.addLayer('more', { additive: true }).play('step', { at: 0.25, speed: 0 });
+    scene.update();
+    assert.deepStrictEqual(character.node('bone').position, [0.75, 0, 0]);
+    character.dispose();
+    // The next one gets the same entities.
+    const next = play('step', { at: 0.5, speed: 0 });
+    scene.update();
+    assert.deepStrictEqual(next.node('bone').position, [0.5, 0, 0]);
+  });
+
+  it('give back the spheres of their nodes', () => {
+    const camera = scene.addCamera(new Camera());
+    const visible = () => {
+      scene.update();
+      return Array.from(camera.visible);
+    };
+    const [character] = scene.instantiate(model, 1, { position: [0, 0, -5] });
+    const bone = character.node('bone');
+    bone.setSphere(0, 0, 0, 1);
+    assert.deepStrictEqual(new Set(visible()), new Set([character, bone]));
+    character.dispose();
+    assert.deepStrictEqual(visible(), []);
+    const stones = [1, 2].map(() => scene.node({ position: [0, 0, -5] }));
+    stones.forEach((stone) => stone.setSphere(0, 0, 0, 1));
+    assert.deepStrictEqual(new Set(visible()), new Set(stones));
+  });
+
+  it('add nothing by layers whose clip moves no node of their mask', async () => {
+    const builder = new ModelBuilder();
+    builder.json.scenes = [{ nodes: [0, 1] }];
+    builder.node({ name: 'left' });
+    builder.node({ name: 'right' });
+    const step = (node) => ({
+      node,
+      path: 'translation',
+      times: [0, 1],
+      values: [0, 0, 0, 1, 0, 0],
+    });
+    builder.animation('both', [step(0), step(1)]);
+    builder.animation('right', [step(1)]);
+    const [character] = scene.instantiate(await Model.load(builder.glb()));
+    character.play('both', { at: 0.5, speed: 0 });
+    const layer = character.addLayer('left', { additive: true, mask: 'left' });
+    layer.play('right', { at: 0.5, speed: 0 });
+    const positions = () => {
+      scene.update();
+      return ['left', 'right'].map((name) => character.node(name).position[0]);
+    };
+    assert.deepStrictEqual(positions(), [0.5, 0.5]);
+    layer.play('both', { at: 0.25, speed: 0 });
+    assert.deepStrictEqual(positions(), [0.75, 0.5]);
+  });
+});
+
 describe('characters with many clips', () => {
   const kMany = 32;
   let figure;
@@ -449,6 +519,23 @@ describe('cameras of scenes', () => {
     );
   });
 
+  it('do not list culling objects that a program makes beside them', () => {
+    const camera = scene.addCamera(new Camera());
+    const node = scene.node({ position: [0, 0, -5] });
+    node.setSphere(0, 0, 0, 1);
+    const own = engine.createComponent(1, 1);
+    const view = new nq.CullingObjectsView(own);
+    view.setEnabled(0, true);
+    view.setMask(0, 1);
+    view.setSphere(0, 0, 0, 0, 1);
+    view.setEntity(0, node.handle);
+    scene.update();
+    assert.strictEqual(over(Uint32Array, engine.cullingResult)[1], 2);
+    assert.deepStrictEqual(Array.from(camera.visible), [node]);
+    assert.strictEqual(camera.visible.distance(0), 5);
+    view.setEnabled(0, false);
+  });
+
   it('refuse options and matrices of other kinds', () => {
     const camera = new Camera();
     assert.throws(() => camera.cull(scene, null), {
@@ -477,6 +564,34 @@ describe('models of data', () => {
       name: 'TypeError',
       message: 'Model: options is null: leave it out or give an object.',
     });
+  });
+
+  it('have bounds that hold both sides of a jump', async () => {
+    const builder = new ModelBuilder();
+    builder.json.scenes = [{ nodes: [0] }];
+    builder.node({ name: 'bone' });
+    const [times, values] = [
+      [0, 0.5, 1],
+      [0, 0, 0, 100, 0, 0, 0, 0, 0],
+    ];
+    const jump = { node: 0, path: 'translation', times, values, interpolation: 'STEP' };
+    builder.animation('jump', [jump]);
+    const { center, radius } = (await Model.load(builder.glb())).bounds;
+    assert.deepStrictEqual(center, [50, 0, 0]);
+    assert(radius >= 50 && radius < 75, `${radius}`);
+  });
+
+  it('have nodes and bounds also where the vertices have become unreadable', async () => {
+    const builder = new ModelBuilder();
+    builder.node({ name: 'stone' });
+    const warnings = [];
+    // The file is read again for its vertices, and has no mesh any more.
+    const nodes = [{ fileIndex: 0, mesh: 0, skin: -1 }];
+    assert.deepStrictEqual(await readMeshes(builder.glb(), nodes, warnings), []);
+    assert.strictEqual(warnings.length, 1);
+    assert(
+      /^its vertices can't be read \(.+\): bounds are those of its nodes\.$/.test(warnings[0])
+    );
   });
 
   it('turn nodes by quaternions, not by Euler angles', async () => {
@@ -530,6 +645,29 @@ describe('instances without a place', () => {
   });
 });
 
+describe('worlds of three.js', () => {
+  it('give back instanced meshes when they are disposed of', () => {
+    const node = scene.node({ position: [1, 2, 3] });
+    const world = toThree(three, scene);
+    const geometry = new three.BoxGeometry();
+    const meshes = [1, 2].map(() => new three.InstancedMesh(geometry, new three.Material(), 1));
+    meshes.forEach((mesh) => (mesh.frustumCulled = true));
+    const sets = meshes.map((mesh) => world.instances(mesh, [node]));
+    scene.update();
+    world.update();
+    assert.deepStrictEqual(
+      meshes.map(({ parent, frustumCulled }) => [parent, frustumCulled]),
+      meshes.map(() => [world.root, false])
+    );
+    world.dispose();
+    assert.deepStrictEqual(
+      meshes.map(({ parent, frustumCulled }) => [parent, frustumCulled]),
+      meshes.map(() => [null, true])
+    );
+    assert.throws(() => sets[0].add(node), /the mesh was removed/);
+  });
+});
+
 describe('files of recordings', () => {
   let folder;
   before(() => {
@@ -562,5 +700,18 @@ describe('files of recordings', () => {
     assert(fs.lstatSync(device).isSymbolicLink());
     assert(fs.statSync(device).isCharacterDevice());
     assert.strictEqual(fs.readdirSync(folder).length, 4);
+  });
+
+  it('on devices that are full are reported', async function () {
+    if (!fs.existsSync('/dev/full')) {
+      this.skip(); // a device of Linux
+    }
+    const recording = scene.record();
+    scene.update();
+    await assert.rejects(recording.save('/dev/full'), {
+      code: 'ENOSPC',
+      message:
+        "Recording.save: '/dev/full' can't be written, the disk is full: make room, or record fewer frames.",
+    });
   });
 });

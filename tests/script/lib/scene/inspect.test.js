@@ -199,6 +199,16 @@ describe('inspectors of scenes', () => {
     );
   });
 
+  it('send all of some hundred nodes', async () => {
+    const places = Array.from({ length: 300 }, (_, i) => [i, 2 * i, 5 - i]);
+    places.forEach((position) => scene.node({ position }).setSphere(0, 0, 0, 1));
+    const client = await open();
+    const frame = await frameOf(client, ({ counts }) => counts.nodes === places.length);
+    assert.deepStrictEqual(triples(frame.nodes), places);
+    const spheres = [].concat(...places.map((place) => [...place, 1]));
+    assert.deepStrictEqual(Array.from(frame.spheres), spheres);
+  });
+
   it('send skeletons and meshes of characters, by native matrices', async () => {
     const client = await open();
     assert.deepStrictEqual(client.scenes[0].meshes, []);
