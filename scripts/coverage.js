@@ -1,6 +1,6 @@
 'use strict';
-// npm run coverage: the suites on the preset `coverage`, lines and branches of native code (gcovr) and of lib/ (c8), and
-// whether they reach the bars. Lines that no test reaches must be listed in scripts/lib/coverage-exceptions.js.
+// npm run coverage: the suites on the preset `coverage`, native ones without wide vectors and threads as well, and those of
+// the engine in WebAssembly; lines and branches of native code (gcovr) and of lib/ (c8), and whether they reach the bars. Lines that no test reaches must be listed in scripts/lib/coverage-exceptions.js.
 // `-- --report` only reports on the last run.
 const fs = require('fs');
 const path = require('path');
@@ -9,13 +9,20 @@ const { build, everything, folders, host } = require('./lib/build');
 const { exceptionOf, staleExceptions } = require('./lib/coverage-exceptions');
 const { fail, jobs, output, removeFolder, root, status } = require('./lib/run');
 const { nodeModule } = require('./lib/sources');
+const { runOwnSuites } = require('./wasm-check');
 
 /** Percent that must be reached. */
 const bars = { lines: 95, branches: 90 };
 
 const folder = path.join(root, folders.coverage);
-const countsOfScripts = path.join(folder, 'v8-coverage');
-const outOfScripts = path.join(folder, 'lib-coverage');
+const portableFolder = path.join(root, folders['coverage-portable']);
+
+// Counts of scripts on the native module, and on the engine in WebAssembly: newer hosts, with other branches.
+const onModule = {
+  counts: path.join(folder, 'v8-coverage'),
+  out: path.join(folder, 'lib-coverage'),
+};
+const onWasm = { counts: path.join(folder, 'v8-wasm'), out: path.join(folder, 'wasm-coverage') };
 const nativeReport = path.join(folder, 'native-coverage.json');
 
 // Suites that run JavaScript of lib/. Its counts are taken in these only: they slow every process.
@@ -23,13 +30,14 @@ const libraryScripts = '^script[.](lib|programs)[.]';
 
 /**
  * Runs suites.
+ * @param {string} preset
  * @param {string[]} args of ctest
  * @param {string} stack limit in kilobytes, or 'unchanged'
  * @param {Object<string, string>} [extra] variables of the environment
  */
-function runSuites(args, stack, extra) {
+function runSuites(preset, args, stack, extra) {
   const limit = stack === 'unchanged' ? '' : `ulimit -s ${stack} && `;
-  const common = ['--test-dir', folders.coverage, '--output-on-failure', '--no-tests=error'];
+  const common = ['--test-dir', folders[preset], '--output-on-failure', '--no-tests=error'];
   common.push('--label-exclude', '^abi', '--timeout', '1800', '--parallel', jobs);
   return status('sh', ['-c', `${limit}exec ctest "$@"`, 'ctest', ...common, ...args], extra) === 0;
 }
@@ -57,11 +65,11 @@ function removeCounts(directory) {
 /** @returns {Coverage} of native sources */
 function nativeCoverage() {
   const sources = ['Common/', 'Engine/', 'BindingTemp/', 'js-binding/', 'nq_logic.cpp'];
-  const args = ['--root=.', `--object-directory=${folders.coverage}`, `-j${jobs}`];
+  const args = ['--root=.', `-j${jobs}`];
   // Branches that the compiler adds for exceptions, of which the sources have none.
   args.push('--exclude-throw-branches', '--exclude-unreachable-branches');
   args.push(...sources.map((source) => `--filter=${source}`), `--json=${nativeReport}`);
-  if (output('gcovr', [...args, folders.coverage]) === null) {
+  if (output('gcovr', [...args, folder, portableFolder]) === null) {
     fail('gcovr failed: run the coverage build again.');
   }
   const lines = { covered: 0, total: 0 };
@@ -81,27 +89,36 @@ function nativeCoverage() {
   return { lines, branches, missing };
 }
 
-/** @returns {Coverage} of lib/ */
-function libraryCoverage() {
-  const args = [nodeModule('c8/bin/c8.js'), 'report', `--temp-directory=${countsOfScripts}`];
-  // Scripts of the inspector's page run in a browser: the checks viewer and site open it.
+/** Reports of c8 on lib/, by file. */
+function reportOfScripts({ counts, out }) {
+  const args = [nodeModule('c8/bin/c8.js'), 'report', `--temp-directory=${counts}`];
+  // What runs in a browser is not counted: the checks viewer, site and wasm open pages with it.
   args.push(
     '--all',
     '--include=lib/**/*.js',
     '--include=scene.js',
-    '--exclude=lib/scene/inspect/page/**'
+    '--exclude=lib/scene/inspect/page/**',
+    '--exclude=lib/browser/**'
   );
-  args.push('--reporter=json', `--reports-dir=${outOfScripts}`);
+  args.push('--reporter=json', `--reports-dir=${out}`);
   if (status(host, args) !== 0) {
     fail('c8 failed: run the suites again, without --report.');
   }
+  return JSON.parse(fs.readFileSync(path.join(out, 'coverage-final.json'), 'utf8'));
+}
+
+/** @returns {Coverage} of lib/ */
+function libraryCoverage() {
   const lines = { covered: 0, total: 0 };
   const branches = { covered: 0, total: 0 };
   const missing = [];
-  const report = path.join(outOfScripts, 'coverage-final.json');
-  const files = JSON.parse(fs.readFileSync(report, 'utf8'));
+  const files = reportOfScripts(onModule);
+  const filesOfWasm = reportOfScripts(onWasm);
   for (const name of Object.keys(files).sort()) {
-    const { statementMap, s: counts, b: branchCounts } = files[name];
+    const { statementMap, s: countsOfModule } = files[name];
+    const { s: countsOfWasm, b: branchesOfWasm } = filesOfWasm[name];
+    const isRunByModule = Object.values(countsOfModule).some((count) => count > 0);
+    const branchCounts = isRunByModule ? files[name].b : branchesOfWasm;
     const file = path.relative(root, name);
     const source = fs.readFileSync(name, 'utf8').split('\n');
     let inComment = false;
@@ -114,8 +131,9 @@ function libraryCoverage() {
       inComment = inComment && !text.endsWith('*/');
       if (isCode) {
         lines.total += 1;
-        lines.covered += counts[key] > 0 ? 1 : 0;
-        if (counts[key] === 0) {
+        const isCovered = countsOfModule[key] > 0 || countsOfWasm[key] > 0;
+        lines.covered += isCovered ? 1 : 0;
+        if (!isCovered) {
           missing.push({ file, line });
         }
       }
@@ -164,25 +182,44 @@ const unknown = options.find((option) => option !== '--report');
 if (unknown !== undefined) {
   fail(`unknown option ${unknown}; known: --report.`, 2);
 }
-setup('build', 'test', 'coverage');
-const failed = [];
-if (options.length === 0) {
-  build('coverage', Object.assign({ NQ_BUILD_TESTS: 'ON' }, everything));
-  removeCounts(folder);
-  removeFolder(countsOfScripts);
-  if (!runSuites(['-E', `${libraryScripts}|[.]tools[.]`], 'unchanged')) {
+setup('build', 'test', 'coverage', 'wasm');
+
+/** Runs all suites that count. */
+async function runAll() {
+  const withTests = Object.assign({ NQ_BUILD_TESTS: 'ON' }, everything);
+  build('coverage', withTests);
+  build('coverage-portable', withTests, ['nq_tests']);
+  [folder, portableFolder].forEach(removeCounts);
+  [onModule, onWasm].forEach(({ counts }) => removeFolder(counts));
+  if (!runSuites('coverage', ['-E', `${libraryScripts}|[.]tools[.]`], 'unchanged')) {
     failed.push('suites failed.');
   }
+  if (!runSuites('coverage-portable', ['-E', '^(script|fuzz)[.]'], 'unchanged')) {
+    failed.push('suites of the portable build failed.');
+  }
   // Command buffers call each other in chains of 10,000: frames of code that is not optimised are larger.
-  const counts = { NODE_V8_COVERAGE: countsOfScripts };
-  if (!runSuites(['-R', libraryScripts], '1000000', counts)) {
+  const counts = { NODE_V8_COVERAGE: onModule.counts };
+  if (!runSuites('coverage', ['-R', libraryScripts], '1000000', counts)) {
     failed.push('suites of lib/ failed.');
   }
+  if (!(await runOwnSuites({ NODE_V8_COVERAGE: onWasm.counts }))) {
+    failed.push('suites of the engine in WebAssembly failed.');
+  }
 }
-failed.push(...judge('native', nativeCoverage()), ...judge('lib', libraryCoverage()));
-failed.push(...staleExceptions(root));
-if (failed.length > 0) {
-  failed.forEach((line) => console.error(line));
-  fail('coverage failed.');
+
+const failed = [];
+
+async function main() {
+  if (options.length === 0) {
+    await runAll();
+  }
+  failed.push(...judge('native', nativeCoverage()), ...judge('lib', libraryCoverage()));
+  failed.push(...staleExceptions(root));
+  if (failed.length > 0) {
+    failed.forEach((line) => console.error(line));
+    fail('coverage failed.');
+  }
+  console.log('== coverage passed');
 }
-console.log('== coverage passed');
+
+main().catch((error) => fail(error.stack));

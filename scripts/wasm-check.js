@@ -74,6 +74,27 @@ function checkExamples(host) {
   return names.length > 0 && wrong.length === 0;
 }
 
+/** Arguments of Node for a suite of tests/. */
+function suiteOf(name) {
+  const file = (relative) => path.join(root, relative);
+  return ['--expose-gc', file('tests/run-suites.js'), file(`tests/${name}.test.js`)];
+}
+
+/** Suites that need neither the native module nor a browser. */
+const ownSuites = ['wasm/engine', 'wasm/bundle', ...suites.map((name) => `script/${name}`)];
+
+/**
+ * Builds the engine, and runs the suites that need nothing else.
+ * @param {Object<string, string>} extra variables of the environment
+ * @returns {Promise<boolean>} whether all passed
+ */
+async function runOwnSuites(extra) {
+  buildWasm();
+  fetchHost(wasmHost);
+  const env = Object.assign(wasmEnvironment(), extra);
+  return eachAtOnce(ownSuites.map(suiteOf), (args) => quietStatus(hostBinary(wasmHost), args, env));
+}
+
 /**
  * Builds, and runs everything.
  * @returns {Promise<boolean>} whether all passed
@@ -89,18 +110,12 @@ async function checkWasm() {
   build('release', Object.assign({ NQ_BUILD_TESTS: 'ON' }, everything), targets, [wasmHost]);
   const host = hostBinary(wasmHost);
   const file = (name) => path.join(root, name);
-  const suite = (name) => [
-    '--expose-gc',
-    file('tests/run-suites.js'),
-    file(`tests/${name}.test.js`),
-  ];
   const runs = [
-    [file('tests/wasm/run.js'), '--gtest_brief=1', path.join(root, folders.wasm, 'nq_tests.wasm')],
-    ...['wasm/bundle', 'wasm/engine', 'wasm/equality', 'browser/wasm'].map(suite),
-    ...suites.map((name) => suite(`script/${name}`)),
+    [file('tests/wasm/run.js'), '--gtest_brief=1', file(`${folders.wasm}/nq_tests.wasm`)],
+    ...['wasm/equality', 'browser/wasm', ...ownSuites].map(suiteOf),
   ];
   const ran = await eachAtOnce(runs, (args) => quietStatus(host, args, environment()));
   return [ran, isSmall(), checkExamples(host)].every((passed) => passed);
 }
 
-module.exports = { checkWasm };
+module.exports = { checkWasm, runOwnSuites };

@@ -22,6 +22,7 @@ const folders = {
   asan: 'build/Asan',
   tsan: 'build/Tsan',
   coverage: 'build/Coverage',
+  'coverage-portable': 'build/CoveragePortable',
   clang: 'build/Clang',
   portable: 'build/Portable',
   arm64: 'build/Arm64',
