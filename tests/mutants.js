@@ -1054,7 +1054,7 @@ module.exports = [
       [
         'wrong value',
         'bytes.length = rangeLength < left ? rangeLength : left;',
-        'bytes.length = rangeLength;',
+        'bytes.length = rangeLength < left ? rangeLength : rangeLength;',
       ],
     ],
   },

@@ -294,6 +294,19 @@ void UnwrapUncheckedOp(const vx::CallbackInfo& info) {
                             nullptr);
 }
 
+// withThirdField(object): an object with the two internal fields of another, and one more.
+void WithThirdFieldOp(const vx::CallbackInfo& info) {
+  v8::Isolate* isolate = info.GetIsolate();
+  v8::Local<v8::Object> object = ObjectArg(info, 0);
+  v8::Local<v8::ObjectTemplate> shape = v8::ObjectTemplate::New(isolate);
+  shape->SetInternalFieldCount(vx::kInternalFieldCount + 1);
+  v8::Local<v8::Object> result = shape->NewInstance(isolate->GetCurrentContext()).ToLocalChecked();
+  for (int i = 0; i < vx::kInternalFieldCount; ++i) {
+    vx::host::SetFieldPointer(result, i, vx::host::FieldPointer(object, i));
+  }
+  info.GetReturnValue().Set(result);
+}
+
 // builderWithoutIsolate(): on a thread that entered no isolate; fails an assertion.
 void BuilderWithoutIsolateOp(const vx::CallbackInfo& /*info*/) {
   std::thread([] { vx::ClassTemplateBuilder<Sample<11>> builder; }).join();
@@ -314,6 +327,7 @@ void InstallClassOps(v8::Local<v8::Object> exports) {
   Install(exports, "internalFields", InternalFieldsOp);
   Install(exports, "unwrap", UnwrapOp);
   Install(exports, "unwrapUnchecked", UnwrapUncheckedOp);
+  Install(exports, "withThirdField", WithThirdFieldOp);
   Install(exports, "builderWithoutIsolate", BuilderWithoutIsolateOp);
 }
 

@@ -62,6 +62,15 @@ describe('receiver', () => {
     }
   });
 
+  it('is not accepted with another number of internal fields, whatever they hold', () => {
+    for (const object of [engine, entity, component, dataModel, binding, controller, state]) {
+      const other = addon.withThirdField(object);
+      assert.deepStrictEqual(addon.internalFields(other), { count: 3, undefinedFields: 1 });
+      const accepted = Object.values(addon.unwrap(other));
+      assert(!accepted.includes(true), `${object}`);
+    }
+  });
+
   it('is used without a check by methods that do not check it', () => {
     assert.strictEqual(addon.unwrapUnchecked(engine), true);
     assert.strictEqual(addon.unwrapUnchecked(entity), true);

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <map>
 #include <thread>
 #include <vector>
@@ -14,6 +15,8 @@ namespace nq::engine {
 namespace {
 
 constexpr uint32_t kPoison = 0xCDCDCDCDu;
+constexpr uint32_t kThreads = 4;
+constexpr uint32_t kRounds = 20;
 
 // A list in poisoned memory, with some words after the end.
 class DirtyEntityListTest : public ::testing::Test {
@@ -21,6 +24,26 @@ class DirtyEntityListTest : public ::testing::Test {
   DirtyEntityListTest() : words(12288 + 16, kPoison) {
     words[0] = 0;
     list.Attach(words.data());
+  }
+
+  // Runs `append`, with the number of the thread, on some threads that begin together: one that
+  // begins alone is done before the next one exists.
+  template <typename Appender>
+  static void AtOnce(Appender append) {
+    std::atomic<uint32_t> waiting{kThreads};
+    std::vector<std::thread> threads;
+    for (uint32_t thread = 0; thread < kThreads; ++thread) {
+      threads.emplace_back([&waiting, append, thread] {
+        --waiting;
+        while (waiting != 0) {
+          std::this_thread::yield();
+        }
+        append(thread);
+      });
+    }
+    for (std::thread& thread : threads) {
+      thread.join();
+    }
   }
 
   std::vector<uint32_t> words;
@@ -79,41 +102,31 @@ TEST_F(DirtyEntityListTest, AFullListDropsEntries) {
 }
 
 TEST_F(DirtyEntityListTest, ConcurrentAppendsAreAllStored) {
-  constexpr uint32_t kThreads = 4;
   constexpr uint32_t kEach = 3000;
-  std::vector<std::thread> threads;
-  for (uint32_t thread = 0; thread < kThreads; ++thread) {
-    threads.emplace_back([this, thread] {
+  for (uint32_t round = 0; round < kRounds; ++round) {
+    list.Clear();
+    AtOnce([this](uint32_t thread) {
       for (uint32_t i = 0; i < kEach; ++i) {
         list.Append(thread << 16 | i);
       }
     });
+    ASSERT_EQ(kThreads * kEach, words[0]) << "round " << round;
+    // Each thread's entries are in its order.
+    std::map<uint32_t, uint32_t> next;
+    for (uint32_t i = 1; i <= words[0]; ++i) {
+      ASSERT_EQ(next[words[i] >> 16]++, words[i] & 0xFFFF);
+    }
+    EXPECT_EQ(kThreads, next.size());
+    EXPECT_EQ(kPoison, words[words[0] + 1]);
   }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
-  ASSERT_EQ(kThreads * kEach, words[0]);
-  // Each thread's entries are in its order.
-  std::map<uint32_t, uint32_t> next;
-  for (uint32_t i = 1; i <= words[0]; ++i) {
-    ASSERT_EQ(next[words[i] >> 16]++, words[i] & 0xFFFF);
-  }
-  EXPECT_EQ(kThreads, next.size());
-  EXPECT_EQ(kPoison, words[words[0] + 1]);
 }
 
 TEST_F(DirtyEntityListTest, ConcurrentAppendsNeverOverflowTheList) {
-  std::vector<std::thread> threads;
-  for (uint32_t thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([this] {
-      for (uint32_t i = 0; i < 4000; ++i) {
-        list.Append(7);
-      }
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+  AtOnce([this](uint32_t) {
+    for (uint32_t i = 0; i < 4000; ++i) {
+      list.Append(7);
+    }
+  });
   EXPECT_EQ(12287u, words[0]);
   EXPECT_EQ(std::vector<uint32_t>(12287, 7),
             std::vector<uint32_t>(words.begin() + 1, words.begin() + 12288));
