@@ -130,8 +130,8 @@ function moduleOf(source) {
  * Creates an engine in WebAssembly, with a memory of its own. What the native module does on four threads runs on the
  * calling one. Objects have `block` instead of `buffer`.
  *
- * The memory has a fixed size: a call that needs more throws a RangeError. Call `dispose` on objects that are no
- * longer used; garbage collection releases them, too, but does not know how much memory they hold.
+ * The memory has a fixed size: a call that needs more throws a RangeError with code 'ERR_NQ_MEMORY'. Call `dispose` on
+ * objects that are no longer used; garbage collection releases them, too, but does not know how much memory they hold.
  *
  * Where a call ends the process natively, it throws here, with the text of the assertion, and so does every later call
  * of the engine.

@@ -586,7 +586,7 @@ export interface EngineWithMatrixFlow extends Engine {
  * calling thread. Its objects have `block` instead of `buffer`.
  *
  * Where a call ends the process natively, it throws here, and so does every later call of the engine. Calls that
- * create objects throw a `RangeError` when the memory is full.
+ * create objects throw a `RangeError` with code `ERR_NQ_MEMORY` when the memory is full.
  */
 export interface WasmEngine
   extends Omit<

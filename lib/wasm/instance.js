@@ -25,6 +25,9 @@ const kScratchBytes = 4096;
 /** Numbers of a call of culling. */
 const kCameraNumbers = 15;
 
+/** Code of errors where the memory is full. */
+const kMemoryCode = 'ERR_NQ_MEMORY';
+
 /** Releases what a collected object held, unless its instance was collected with it. */
 function releaseCollected({ weak, kind, handle }) {
   const instance = weak.deref();
@@ -83,7 +86,7 @@ class Instance {
       env: { memory: this.memory },
       nq: {
         outOfMemory: (bytes) => {
-          throw this._memoryError(bytes >>> 0);
+          throw this._memoryError('', bytes >>> 0);
         },
       },
       wasi_snapshot_preview1: {
@@ -163,7 +166,7 @@ class Instance {
     }
     const isPossible = bytes < this.buffer.byteLength;
     if (!isPossible || !this.exports.nqHasRoom(kReserveBytes, bytes)) {
-      throw new RangeError(`${method}: ${this._fullText(bytes)}`);
+      throw this._memoryError(`${method}: `, bytes);
     }
   }
 
@@ -267,16 +270,12 @@ class Instance {
     this._log(text);
   }
 
-  _fullText(bytes) {
+  _memoryError(start, bytes) {
     const size = megabytes(this.buffer.byteLength);
     const cure = "create the engine with a larger one, by the option 'memory' in bytes";
-    return `the memory of ${size} is full: ${bytes} bytes do not fit. Drop objects, or ${cure}.`;
-  }
-
-  _memoryError(bytes) {
-    const error = new RangeError(this._fullText(bytes));
-    error.isFull = true;
-    return error;
+    const found = `the memory of ${size} is full: ${bytes} bytes do not fit`;
+    const error = new RangeError(`${start}${found}. Drop objects, or ${cure}.`);
+    return Object.assign(error, { code: kMemoryCode });
   }
 
   _end(method, error) {
@@ -285,7 +284,7 @@ class Instance {
     const line = /\[NQ_FATAL\]\[\w+\]: (.*)\n$/m.exec(this._output);
     const reason = [
       ...(line === null ? [] : [line[1]]),
-      report !== '' ? report : error.isFull ? error.message : `a fault: ${error.message}`,
+      report !== '' ? report : error.code === kMemoryCode ? error.message : `a fault: ${error.message}`,
     ].join(': ');
     return this.die(method, reason.replace(/[.]$/, ''));
   }

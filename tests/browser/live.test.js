@@ -30,6 +30,16 @@ const names = Object.keys(small);
 /** Seconds of a step: a sum of powers of two, so that times are exact. */
 const kSeconds = 1 / 64;
 
+/** A model with more nodes beside its own. */
+function withMoreNodes({ json, binary }, count) {
+  const first = json.nodes.length;
+  const more = Array.from({ length: count }, (_, i) => ({ name: `more ${i}` }));
+  const scenes = json.scenes.map((scene) =>
+    Object.assign({}, scene, { nodes: [...scene.nodes, ...more.map((_, i) => first + i)] })
+  );
+  return { json: Object.assign({}, json, { nodes: [...json.nodes, ...more], scenes }), binary };
+}
+
 let browser;
 let server;
 let address;
@@ -43,6 +53,8 @@ before(async () => {
   const { json, binary } = skeleton();
   json.animations.push(Object.assign({}, json.animations[0], { name: 'again' }));
   writeGlb(path.join(folder, 'two.glb'), { json, binary });
+  writeGlb(path.join(folder, 'large.glb'), withMoreNodes(skeleton(), 4000));
+  writeGlb(path.join(folder, 'huge.glb'), withMoreNodes(skeleton(), 60000));
   fs.writeFileSync(path.join(folder, 'cut.glb'), makeReed().subarray(0, 200));
   fs.writeFileSync(path.join(folder, 'text.glb'), 'no model at all');
   browser = await startBrowser();
@@ -129,6 +141,8 @@ const step = (steps) =>
     },
     [steps, kSeconds]
   );
+
+const drawnCount = () => page.evaluate(() => self.nqLive.live.drawn);
 
 const words = () =>
   page.evaluate(() => Array.from(new Uint32Array(self.nqLive.worldMatrices().buffer)));
@@ -406,6 +420,31 @@ describe('live examples', () => {
     await choose('text.glb');
     await choose('reed.glb');
     assert.strictEqual(await page.locator('.live-message').isVisible(), false);
+  });
+
+  it('says that the memory is full, and goes on with fewer characters', async () => {
+    const message = () => page.locator('.live-message').textContent();
+    await open('crowd');
+    const before = await words();
+    await choose('huge.glb');
+    const full = 'its memory of 96 MB is full: give a smaller model, or show fewer of it.';
+    assert.strictEqual(await message(), `'huge.glb' can't be shown: ${full}`);
+    assert.deepStrictEqual(await words(), before);
+    await choose('large.glb');
+    assert.strictEqual(await message(), '');
+    assert.ok((await text()).startsWith('6 characters,'), await text());
+    await slide('count', 300);
+    const cure = 'Set lower values and press Play, or reload the page.';
+    assert.strictEqual(await message(), `The example stopped: ${full} ${cure}`);
+    const still = await words();
+    assert.ok((await text()).startsWith('6 characters,'), await text());
+    await slide('count', 7);
+    await page.getByText('Play', { exact: true }).click();
+    await page.waitForFunction((last) => self.nqLive.live.drawn > last + 2, await drawnCount());
+    await page.getByText('Pause', { exact: true }).click();
+    assert.ok((await text()).startsWith('7 characters,'), await text());
+    assert.strictEqual(await message(), '');
+    assert.notDeepStrictEqual((await words()).slice(0, still.length), still);
   });
 
   it('goes from one example to another by the menu, and leaves nothing running', async () => {

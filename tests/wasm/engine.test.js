@@ -114,11 +114,16 @@ describe('the engine in WebAssembly', () => {
   it('refuses objects that do not fit its memory, goes on, and reuses what is disposed of', () => {
     const engine = loadSync({ memory: kLeast });
     const kept = [];
-    assert.throws(() => {
+    const makeMany = () => {
       for (;;) {
         kept.push(engine.createEntity(true, 100));
       }
-    }, /^RangeError: Engine\.createEntity: the memory of 4 MiB is full: .*larger one/);
+    };
+    assert.throws(makeMany, {
+      name: 'RangeError',
+      code: 'ERR_NQ_MEMORY',
+      message: /^Engine\.createEntity: the memory of 4 MiB is full: .*larger one/,
+    });
     assert(kept.length > 10, `${kept.length}`);
     const { length } = engine.dirtyEntities.u32;
     engine.refreshWorldTransform();

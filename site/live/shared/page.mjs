@@ -54,6 +54,9 @@ function element(tag, properties = {}, ...children) {
 
 /** What an error says, in one line, without the name of the file and without an end. */
 function troubleOf(error, name) {
+  if (error.code === 'ERR_NQ_MEMORY') {
+    return `its memory of ${kMemory >>> 20} MB is full: give a smaller model, or show fewer of it`;
+  }
   const [line] = String(error.message).split('\n');
   return line
     .split(`model '${name}': `)
