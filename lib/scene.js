@@ -299,7 +299,7 @@ class Scene {
   }
 
   /**
-   * Makes characters of a model, under the root of the scene.
+   * Makes characters of a model, under the root of the scene: all, or none if the engine has no room for them.
    * @param {Model} model
    * @param {number} [count] default 1
    * @returns {Character[]}
@@ -324,8 +324,14 @@ class Scene {
     const jointCounts = skins.map(({ joints }) => joints.length);
     this._pool.reserve(missing, clips.length > 0 ? Math.max(1, targets.length) : 0, jointCounts);
     const characters = [];
-    for (let i = 0; i < count; ++i) {
-      characters.push(this._makeCharacter(model, known));
+    try {
+      for (let i = 0; i < count; ++i) {
+        characters.push(this._makeCharacter(model, known));
+      }
+    } catch (error) {
+      // The engine is full: those of the call go, and what they took serves the next ones.
+      characters.forEach((character) => character.dispose());
+      throw error;
     }
     this._note('make characters', model.name, count);
     return characters;
@@ -552,7 +558,12 @@ class Scene {
     known.characters.add(character);
     this.root._take(character);
     const { center, radius } = model.bounds;
-    character.setSphere(center[0], center[1], center[2], radius);
+    try {
+      character.setSphere(center[0], center[1], center[2], radius);
+    } catch (error) {
+      character.dispose();
+      throw error;
+    }
     return character;
   }
 

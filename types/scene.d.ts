@@ -78,7 +78,7 @@ export declare class Scene {
   remove(node: Node): void;
 
   /**
-   * Makes characters of a model, under the root of the scene.
+   * Makes characters of a model, under the root of the scene: all, or none if the engine has no room for them.
    *
    * @param count default 1
    */

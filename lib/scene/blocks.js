@@ -127,14 +127,15 @@ class EntityBlocks {
 
   /** First index of a run of `count` entities, whose records are as they were left. */
   take(count) {
-    this.used += count;
     const exact = this._free.get(count);
     if (exact !== undefined && exact.length > 0) {
+      this.used += count;
       return exact.pop();
     }
     if (this._restCount < count) {
       this._refill(count);
     }
+    this.used += count;
     const first = this._rest;
     this._rest += count;
     this._restCount -= count;
@@ -215,9 +216,10 @@ class EntityBlocks {
       this._ids.push(view.id);
       this.capacity += kBlock;
       this._restCount += kBlock;
-    }
-    if (this.parents.length < this.capacity) {
-      this.parents = grown(this.parents, Math.max(this.capacity, 2 * this.parents.length));
+      // In step with the blocks: the engine may have no room for the next one.
+      if (this.parents.length < this.capacity) {
+        this.parents = grown(this.parents, Math.max(this.capacity, 2 * this.parents.length));
+      }
     }
   }
 

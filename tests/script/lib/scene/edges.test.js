@@ -284,6 +284,88 @@ describe('setters of scenes', () => {
   });
 });
 
+describe('characters for which the engine has no room', () => {
+  /** A scene on an engine that makes `most` blocks of a kind, and throws or gives no handle instead of another. */
+  function sceneOf(call, most, isThrowing) {
+    let left = most;
+    const limited = new Proxy(engine, {
+      get(target, name) {
+        const value = target[name];
+        if (typeof value !== 'function') {
+          return value;
+        }
+        return (...args) => {
+          if (name === call && left-- <= 0) {
+            assert(!isThrowing, 'no room');
+            return { id: 0 };
+          }
+          return value.apply(target, args);
+        };
+      },
+    });
+    const own = new Scene({ engine: limited });
+    return { own, allow: (more) => (left = more) };
+  }
+
+  /** Their differences can't be printed: scenes are large. */
+  function assertSame(objects, expected) {
+    assert.strictEqual(objects.length, expected.length);
+    assert(objects.every((object, i) => object === expected[i]));
+  }
+
+  for (const isThrowing of [true, false]) {
+    for (const call of ['createEntity', 'createComponent']) {
+      const how = isThrowing ? 'throws in' : 'has no handle left for';
+      it(`are all left out if it ${how} ${call}`, () => {
+        // Blocks of 1,024 nodes, and as many spheres: one of each kind, and the animators.
+        const { own, allow } = sceneOf(call, call === 'createEntity' ? 2 : 701, isThrowing);
+        const camera = own.addCamera(new Camera({ far: 1000 }));
+        const visibleOf = (characters) => {
+          characters.forEach((one, i) => one.setPosition(0, 0, -2 - i / 10));
+          characters.forEach((one) => one.play('step', { at: 0.5, speed: 0 }));
+          own.update();
+          return Array.from(camera.visible);
+        };
+        const first = own.instantiate(model, 10);
+        assertSame(visibleOf(first), first);
+        assert.throws(() => own.instantiate(model, 3000), /no room|no handle left/);
+        assertSame(visibleOf(first), first);
+        allow(Infinity);
+        const all = [...first, ...own.instantiate(model, 3000)];
+        assertSame(visibleOf(all), all);
+        all.forEach((one) => assert.strictEqual(one.node('bone').worldMatrix[12], 0.5));
+        own.dispose();
+      });
+    }
+  }
+
+  it('leave nodes that can be used, if they are larger than a block', async () => {
+    const builder = new ModelBuilder();
+    const count = 3000;
+    for (let i = 0; i < count; ++i) {
+      builder.node({ name: `${i}`, children: i + 1 < count ? [i + 1] : [] });
+    }
+    builder.json.scenes = [{ nodes: [0] }];
+    const chain = await Model.load(builder.glb());
+    const { own, allow } = sceneOf('createEntity', 2, true);
+    assert.throws(() => own.instantiate(chain), /no room/);
+    assert.strictEqual(own.nodeCount, 0);
+    allow(Infinity);
+    const nodes = [];
+    for (let i = 0; i < count; ++i) {
+      nodes.push(own.node({ parent: i % 3 > 0 ? nodes[i - 1] : undefined, position: [1, 0, 0] }));
+    }
+    own.update();
+    nodes.forEach((node, i) => assert.strictEqual(node.worldMatrix[12], 1 + (i % 3)));
+    nodes[count - 1].remove();
+    nodes[count - 3].dispose();
+    own.update();
+    assert.strictEqual(nodes[count - 1].isDisposed, false);
+    assert.strictEqual(nodes[count - 2].isDisposed, true);
+    own.dispose();
+  });
+});
+
 describe('engines without handles', () => {
   it('are reported with their limit', () => {
     const calls = [
@@ -369,7 +451,8 @@ describe('characters at the edges of a tree', () => {
       scene.update();
       return Array.from(camera.visible);
     };
-    const [character] = scene.instantiate(model, 1, { position: [0, 0, -5] });
+    const [character] = scene.instantiate(model);
+    character.setPosition(0, 0, -5);
     const bone = character.node('bone');
     bone.setSphere(0, 0, 0, 1);
     assert.deepStrictEqual(new Set(visible()), new Set([character, bone]));
