@@ -23,6 +23,7 @@ const kMostBytes = 80 * 1000;
 /** Script suites that reach engines through the library, and run on both targets. */
 const suites = [
   'engine/animation-against-three',
+  'engine/controllers-against-three',
   'engine/culling-against-three',
   'engine/frame',
   'engine/local-matrices-against-gl-matrix',
@@ -81,7 +82,7 @@ function suiteOf(name) {
 }
 
 /** Suites that need neither the native module nor a browser. */
-const ownSuites = ['wasm/engine', 'wasm/bundle', ...suites.map((name) => `script/${name}`)];
+const ownSuites = ['wasm/engine', ...suites.map((name) => `script/${name}`)];
 
 /**
  * Builds the engine, and runs the suites that need nothing else.
@@ -112,7 +113,7 @@ async function checkWasm() {
   const file = (name) => path.join(root, name);
   const runs = [
     [file('tests/wasm/run.js'), '--gtest_brief=1', file(`${folders.wasm}/nq_tests.wasm`)],
-    ...['wasm/equality', 'browser/wasm', ...ownSuites].map(suiteOf),
+    ...['wasm/equality', 'wasm/bundle', 'browser/wasm', ...ownSuites].map(suiteOf),
   ];
   const ran = await eachAtOnce(runs, (args) => quietStatus(host, args, environment()));
   return [ran, isSmall(), checkExamples(host)].every((passed) => passed);
