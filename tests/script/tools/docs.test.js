@@ -10,6 +10,7 @@ const { spawnSync } = require('child_process');
 const { modulePath } = require('../support/host');
 const nq = require('../../../lib');
 const { importGltf } = require('../../../lib/gltf');
+const { Instance } = require('../../../lib/wasm/instance');
 
 const root = path.join(__dirname, '..', '..', '..');
 const read = (file) => fs.readFileSync(path.join(root, file), 'utf8');
@@ -342,6 +343,13 @@ describe('errors of the library in docs/errors.md', () => {
         throw Object.assign(error, { code: 'MODULE_NOT_FOUND' });
       }),
     'an importer with a package of another shape': () => importBeside(() => ({})),
+    // The module itself needs newer hosts than the reference.
+    'a memory that is full': () => {
+      const memory = new WebAssembly.Memory({ initial: 64, maximum: 64 });
+      const instance = new Instance(memory, () => {});
+      instance.exports = { nqHasRoom: () => 0 };
+      instance.reserve('Engine.createEntity', 337920);
+    },
     'what checked mode refuses': () => nq.checked(getEngine()).createEntity(true, 4096),
   };
 
