@@ -5,6 +5,7 @@
 //   -- --seed S            of the first program, by default 1; others follow
 //   -- --only 3,17         only these steps of the program with that seed, as a failure prints them
 //   -- --asan              under the address and undefined behaviour sanitizers
+//   -- --tsan              under the thread sanitizer
 const path = require('path');
 const { setup } = require('./setup');
 const { build, builtFile, everything, host, sanitizerEnvironment } = require('./lib/build');
@@ -52,7 +53,7 @@ async function fuzzAll(names, { seconds, seed, only, preset = 'release' }) {
       isGood = false;
       console.error(failure.text);
       console.error(`fuzz ${name}: ${failure.kind} at seed ${failure.seed}, step ${failure.step}.`);
-      const sanitizer = preset === 'asan' ? ' --asan' : '';
+      const sanitizer = preset === 'release' ? '' : ` --${preset}`;
       const again = `npm run fuzz -- ${name} --seed ${failure.seed} --only ${result.only}`;
       console.error(
         result.isRepeatable
@@ -82,8 +83,8 @@ function readOptions(given) {
     } else if (given[i] === '--only') {
       const list = (given[++i] || '').split(',');
       options.only = list.map((text) => numberOf('a step of --only', text, 1e6));
-    } else if (given[i] === '--asan') {
-      options.preset = 'asan';
+    } else if (['--asan', '--tsan'].includes(given[i])) {
+      options.preset = given[i].slice(2);
     } else if (given[i] in targets) {
       options.names.push(given[i]);
     } else {

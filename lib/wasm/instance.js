@@ -284,7 +284,11 @@ class Instance {
     const line = /\[NQ_FATAL\]\[\w+\]: (.*)\n$/m.exec(this._output);
     const reason = [
       ...(line === null ? [] : [line[1]]),
-      report !== '' ? report : error.code === kMemoryCode ? error.message : `a fault: ${error.message}`,
+      report !== ''
+        ? report
+        : error.code === kMemoryCode
+        ? error.message
+        : `a fault: ${error.message}`,
     ].join(': ');
     return this.die(method, reason.replace(/[.]$/, ''));
   }

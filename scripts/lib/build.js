@@ -69,7 +69,8 @@ function sanitizerEnvironment(preset) {
     LD_PRELOAD: output('g++', [`-print-file-name=${sanitizers[preset]}`]).trim(),
     ASAN_OPTIONS: 'detect_leaks=0:allocator_may_return_null=1',
     UBSAN_OPTIONS: 'print_stacktrace=1:halt_on_error=1',
-    TSAN_OPTIONS: 'ignore_noninstrumented_modules=1:detect_deadlocks=0',
+    TSAN_OPTIONS:
+      'ignore_noninstrumented_modules=1:detect_deadlocks=0:atexit_sleep_ms=0:halt_on_error=1',
   };
 }
 
