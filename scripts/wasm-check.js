@@ -81,19 +81,40 @@ function suiteOf(name) {
   return ['--expose-gc', file('tests/run-suites.js'), file(`tests/${name}.test.js`)];
 }
 
-/** Suites that need neither the native module nor a browser. */
-const ownSuites = ['wasm/engine', ...suites.map((name) => `script/${name}`)];
+/** All suites of scripts but those of pages, which need a browser. */
+const allSuites = [
+  'wasm/bundle',
+  'wasm/engine',
+  'wasm/equality',
+  ...suites.map((name) => `script/${name}`),
+];
+
+/** Builds the engine, and the native module for the same host. */
+function buildBoth(options, targets) {
+  buildWasm(options, targets);
+  try {
+    fetchHost(wasmHost);
+  } catch (error) {
+    fail(error.message);
+  }
+  const native = Object.assign({ NQ_BUILD_TESTS: 'ON' }, everything);
+  build('release', native, [targetOf('nq_logic_matrixflow', wasmHost)], [wasmHost]);
+}
+
+/** Runs Node with each of some arguments, on all CPU cores. */
+function runEach(list, extra) {
+  const env = Object.assign(environment(), extra);
+  return eachAtOnce(list, (args) => quietStatus(hostBinary(wasmHost), args, env));
+}
 
 /**
- * Builds the engine, and runs the suites that need nothing else.
+ * Builds, and runs all suites of scripts.
  * @param {Object<string, string>} extra variables of the environment
  * @returns {Promise<boolean>} whether all passed
  */
-async function runOwnSuites(extra) {
-  buildWasm();
-  fetchHost(wasmHost);
-  const env = Object.assign(wasmEnvironment(), extra);
-  return eachAtOnce(ownSuites.map(suiteOf), (args) => quietStatus(hostBinary(wasmHost), args, env));
+async function runWasmSuites(extra) {
+  buildBoth();
+  return runEach(allSuites.map(suiteOf), extra);
 }
 
 /**
@@ -101,22 +122,13 @@ async function runOwnSuites(extra) {
  * @returns {Promise<boolean>} whether all passed
  */
 async function checkWasm() {
-  buildWasm(['-DNQ_BUILD_TESTS=ON'], ['all']);
-  const targets = [targetOf('nq_logic_matrixflow', wasmHost)];
-  try {
-    fetchHost(wasmHost);
-  } catch (error) {
-    fail(error.message);
-  }
-  build('release', Object.assign({ NQ_BUILD_TESTS: 'ON' }, everything), targets, [wasmHost]);
-  const host = hostBinary(wasmHost);
+  buildBoth(['-DNQ_BUILD_TESTS=ON'], ['all']);
   const file = (name) => path.join(root, name);
-  const runs = [
+  const ran = await runEach([
     [file('tests/wasm/run.js'), '--gtest_brief=1', file(`${folders.wasm}/nq_tests.wasm`)],
-    ...['wasm/equality', 'wasm/bundle', 'browser/wasm', ...ownSuites].map(suiteOf),
-  ];
-  const ran = await eachAtOnce(runs, (args) => quietStatus(host, args, environment()));
-  return [ran, isSmall(), checkExamples(host)].every((passed) => passed);
+    ...[...allSuites, 'browser/wasm'].map(suiteOf),
+  ]);
+  return [ran, isSmall(), checkExamples(hostBinary(wasmHost))].every((passed) => passed);
 }
 
-module.exports = { checkWasm, runOwnSuites };
+module.exports = { checkWasm, runWasmSuites };

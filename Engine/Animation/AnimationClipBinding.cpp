@@ -177,13 +177,10 @@ const std::vector<AnimationClipBinding::Target>* AnimationClipBinding::SlotsOf(
 const SlotSamples* AnimationClipBinding::SamplesBySlot(uint32_t clipHandle,
                                                        AnimationClipModel* clip) {
   LookUpSlots();
-  const auto found = clipTargets.find(clipHandle);
-  if (found == clipTargets.end()) {
-    return nullptr;
-  }
-  SlotSamples* bySlot = &found->second.bySlot;
+  ClipTargets& targets = clipTargets.find(clipHandle)->second;
+  SlotSamples* bySlot = &targets.bySlot;
   if (bySlot->serial != clip->serial) {
-    *bySlot = MakeSlotSamples(targetLists[found->second.list], clip->Targets());
+    *bySlot = MakeSlotSamples(targetLists[targets.list], clip->Targets());
     bySlot->serial = clip->serial;
   }
   return bySlot;

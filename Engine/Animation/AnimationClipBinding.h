@@ -82,7 +82,7 @@ class AnimationClipBinding {
   // The list of a clip with its slots brought up to date, or null.
   const std::vector<Target>* SlotsOf(uint32_t clipHandle);
 
-  // The same by slot, for the clip that the handle names; null without a list.
+  // The same by slot, for the clip that the handle names. Only if HasList.
   const SlotSamples* SamplesBySlot(uint32_t clipHandle, AnimationClipModel* clip);
 
   // True if the binding has a list for the clip, even an empty one.

@@ -29,6 +29,7 @@ const exceptions = [
       /^NQ_LOG\("\[NQ_FATAL\]\[Engine\]|^const auto failContent = |^NQ_TRAP\(\);|^Entity::~Entity\(\)/,
     reason: kEndsProcess,
   },
+  { files: /\/WorldTransform\.cpp$/, lines: /^queue->Flush\(\);/, reason: kEndsProcess },
   {
     files: /AnimationClipModel\.cpp$/,
     lines: /^(default:|return kNoChannel;)$/,
@@ -72,9 +73,10 @@ const exceptions = [
     reason: 'a post during a wait of another thread, which callers must not do',
   },
   {
-    files: /MatrixFlowInterpreter\.cpp$/,
-    lines: /^MultiplyByColumns\(/,
-    reason: 'needs a CPU without AVX: tested by the check portable',
+    files: /\/(CpuAffinity\.h|WorkerPool\.cpp)$/,
+    lines:
+      /^(inline (int CurrentCpu|void PinToCpu)\(|return -1;|(void|bool) WorkerPool::(RunAll|IsStopped)\(|for \(size_t i = 0; i < count && !IsStopped|Task task\(std::move|task\(\);|MutexLock lock\(state->mutex\);|return state->stopped;)/,
+    reason: 'for systems without threads or affinity: tested by the check wasm',
   },
   {
     files: /TargetPose\.h$/,
