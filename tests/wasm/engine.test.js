@@ -3,6 +3,8 @@
 const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
+const { spawnSync } = require('child_process');
+const { pathToFileURL } = require('url');
 const { methods } = require('../script/support/surface');
 const nq = require('../../lib');
 const { getVersion, load, loadSync } = require('../../lib/wasm');
@@ -76,6 +78,13 @@ describe('the engine in WebAssembly', () => {
     assert([u8, u32, f32].every((one) => one.buffer === buffer && one.byteOffset === byteOffset));
     assert.strictEqual(buffer === engine.dirtyEntities.buffer, true);
     assert.throws(() => entity.buffer, /^TypeError: EngineEntity\.buffer: .*use block\.f32/);
+    assert.strictEqual(Object.getPrototypeOf(entity).buffer, undefined);
+    for (const other of [7, null, {}, engine]) {
+      assert.throws(
+        () => nq.blockFloats(other),
+        /^TypeError: blockFloats: got .*, without memory: give an object of an engine with a block/
+      );
+    }
     assert.throws(
       () => new Float32Array(entity.block),
       /not an ArrayBuffer, .*use its typed arrays/
@@ -201,11 +210,67 @@ describe('the engine in WebAssembly', () => {
     for (const end of [
       (engine) => engine.updateAnimators(null),
       (engine) => engine.updateAnimator(Symbol('no number')),
+      (engine) => engine.frustumCulling(1, 0, 0, 0, 0, 0, -1, 0, 1, 0, 1, 1, 0.5, Symbol('far')),
     ]) {
       const engine = loadSync();
       assert.throws(() => end(engine), /the engine has ended: /);
       assert.throws(() => engine.refreshWorldTransform(), /the engine has ended: /);
     }
+  });
+
+  it('ends in calls whose arguments end it', () => {
+    for (const call of [
+      (engine, end) => engine.createEntity(true, end),
+      (engine, end) => engine.updateAnimator(end),
+      (engine, end) => engine.createDataModel(end, new Uint8Array(8)),
+    ]) {
+      const engine = loadSync({ memory: kLeast });
+      const end = {
+        valueOf() {
+          assert.throws(() => engine.updateAnimators(null), /the engine has ended: /);
+          return 1;
+        },
+      };
+      assert.throws(
+        () => call(engine, end),
+        /^Error: Engine\.\w+: the engine has ended: a fault: /
+      );
+    }
+  });
+
+  it('ends where a frame needs more than is left', () => {
+    const frames = 3000;
+    const curves = [];
+    for (let target = 0; target < 10; ++target) {
+      const keys = Array.from({ length: frames }, (_, frame) => {
+        return { frame, value: target, inTangent: 0, outTangent: 0 };
+      });
+      curves.push({ target, type: nq.sampleTypes.PositionX, keys });
+    }
+    const bytes = nq.buildClip({ framesPerSecond: 30, frameCount: frames, curves });
+    const engine = loadSync({ memory: kLeast });
+    const clip = engine.createDataModel(1, bytes);
+    const entities = engine.createEntity(true, 10);
+    const animator = new nq.AnimatorView(engine.createComponent(2, 1, 10), 1);
+    animator.setClip(0, clip.id, 0, 1);
+    for (let i = 0; i < 10; ++i) {
+      animator.setTarget(i, entities.id + i);
+    }
+    const kept = [];
+    assert.throws(
+      () => {
+        for (;;) {
+          kept.push(engine.createEntity(true, 10));
+        }
+      },
+      { code: 'ERR_NQ_MEMORY' }
+    );
+    // The curves are read when they are first sampled.
+    const ended =
+      /^Error: Engine\.\w+: the engine has ended: the memory of 4 MiB is full: \d+ bytes do not fit\. .*Create another one\.$/;
+    assert.throws(() => engine.updateAnimator(animator.id), ended);
+    assert.throws(() => engine.refreshWorldTransform(), ended);
+    kept.forEach((one) => one.dispose());
   });
 
   it('takes objects of its own class only: no copies, proxies, and other classes', () => {
@@ -336,6 +401,10 @@ describe('the engine in WebAssembly', () => {
       sources.push(new Response(bytes));
       await assert.rejects(load({ module: new Response('', { status: 404 }) }), /status 404/);
     }
+    if (typeof fetch === 'function') {
+      sources.push(`data:application/wasm;base64,${bytes.toString('base64')}`);
+    }
+    sources.push(pathToFileURL(file));
     for (const module of sources) {
       const engine = await load({ module, memory: kLeast });
       assert.strictEqual(engine.createEntity(true, 1).id, 0x1000);
@@ -343,7 +412,61 @@ describe('the engine in WebAssembly', () => {
     }
   });
 
+  it('says that there is no module, and loads it once there is one', () => {
+    const program = `
+      const fs = require('fs');
+      const { load, loadSync } = require('./wasm');
+      const say = (error) => console.log([error.code, error.message].join(' '));
+      (async () => {
+        const there = process.env.NQ_WASM_MODULE;
+        process.env.NQ_WASM_MODULE = 'no/such.wasm';
+        await load().catch(say);
+        try { loadSync(); } catch (error) { say(error); }
+        delete process.env.NQ_WASM_MODULE;
+        const { existsSync } = fs;
+        fs.existsSync = () => false;
+        await load().catch(say);
+        fs.existsSync = existsSync;
+        process.env.NQ_WASM_MODULE = there;
+        console.log((await load()).createEntity(true, 1).id, loadSync().createEntity(true, 1).id);
+      })();`;
+    const env = Object.assign({}, process.env, { NQ_WASM_MODULE: file });
+    const cwd = path.join(__dirname, '../..');
+    const { stdout, stderr } = spawnSync(process.execPath, ['-e', program], {
+      cwd,
+      env,
+      encoding: 'utf8',
+    });
+    const lines = stdout.trim().split('\n');
+    assert.strictEqual(lines.length, 4, `${stdout}${stderr}`);
+    const absent =
+      /^ERR_NQ_LOAD nq_logic\/wasm: there is no '.*such\.wasm', named by NQ_WASM_MODULE: correct or unset/;
+    assert(absent.test(lines[0]) && absent.test(lines[1]), stdout);
+    const neither =
+      /^ERR_NQ_LOAD nq_logic\/wasm: there is no '.*' or '.*prebuilds.*': build it in the sources/;
+    assert(neither.test(lines[2]), stdout);
+    assert.strictEqual(lines[3], '4096 4096');
+  });
+
+  it('says that the system lacks memory', async () => {
+    const { Memory } = WebAssembly;
+    WebAssembly.Memory = function () {
+      throw new RangeError('could not allocate memory');
+    };
+    try {
+      await assert.rejects(load({ memory: kLeast }), {
+        name: 'RangeError',
+        message:
+          "load: this system has no 4194304 bytes of memory (could not allocate memory): give a smaller 'memory'.",
+      });
+    } finally {
+      WebAssembly.Memory = Memory;
+    }
+  });
+
   it('refuses options that are no options', async () => {
+    await assert.rejects(load(null), /^TypeError: load: options is null: give an object\.$/);
+    assert.throws(() => loadSync(7), /^TypeError: load: options is 7: give an object\.$/);
     await assert.rejects(
       load({ memory: 100 }),
       /^RangeError: load: memory is 100: give a number of bytes/
@@ -365,6 +488,26 @@ describe('the engine in WebAssembly', () => {
     assert.strictEqual(entities.worldMatrix(1, new Float32Array(16))[0], 1);
     commands.addChild(entities.handle(0), 77);
     assert.throws(() => engine.refreshWorldTransform(), /77/);
+  });
+
+  it('takes blocks as lists in checked mode', () => {
+    const engine = nq.checked(loadSync());
+    const keys = [{ frame: 0, value: 5, inTangent: 0, outTangent: 0 }];
+    const curves = [{ target: 0, type: nq.sampleTypes.PositionX, keys }];
+    const bytes = nq.buildClip({ framesPerSecond: 30, frameCount: 1, curves });
+    const clip = engine.createDataModel(1, bytes);
+    const entity = engine.createEntity(true, 1);
+    const memory = engine.createMatrixFlowCommandBuffer(64);
+    memory.block.u32.set([clip.id, 1, entity.id]);
+    const binding = engine.createAnimationClipBinding(memory.block, 0, 1, 3, 1);
+    assert.strictEqual(binding.updateBinding(memory.block, 0, 1, 3, 0, 0, 1), true);
+    memory.block.u32[2] = 77;
+    assert.throws(() => binding.updateBinding(memory.block, 0, 1, 3, 0, 0, 1), /77/);
+    const controller = engine.createAnimatorControllerModel(1);
+    memory.block.u32.set([entity.id, 0]);
+    assert.strictEqual(controller.setMaskAtIndex(0, memory.block, 0, 1), null);
+    memory.block.u32[0] = 78;
+    assert.throws(() => controller.setMaskAtIndex(0, memory.block, 0, 1), /78/);
   });
 
   it('disposes of objects in checked mode, and names those that are used afterwards', () => {

@@ -251,6 +251,87 @@ describe('random scenes', () => {
     assert.strictEqual(moving, kScenes * kFrames);
   });
 
+  it('returns the same for too few and for other arguments', () => {
+    const native = nq.loadMatrixFlow(process.env.NQ_NATIVE_MATRIXFLOW);
+    const results = [native.getEngine(), loadSync()].map((engine) => {
+      const entity = new nq.Entity3DView(engine.createEntity(true, 2));
+      const list = Uint32Array.of(0, 0).buffer;
+      const binding = engine.createAnimationClipBinding(list, 0, 0, 1, 1);
+      const controller = engine.createAnimatorControllerModel(1);
+      [0, 1].forEach((i) => entity.reset(i));
+      entity.setPosition(0, 0, 0, -3);
+      new nq.EntityCommandWriter(engine).addRoot(entity.id);
+      new nq.DirtyListWriter(engine).append(entity.id);
+      engine.refreshWorldTransform();
+      const objects = new nq.CullingObjectsView(engine.createComponent(1, 1));
+      objects.setEnabled(0, true);
+      objects.setMask(0, 1);
+      objects.setSphere(0, 0, 0, 0, 1);
+      objects.setEntity(0, entity.id);
+      const three = { valueOf: () => 3 };
+      const camera = [0, 0, 0, 0, 0, -1, 0, 1, 0];
+      const perspective = [...camera, 1, 1, 0.5, 100];
+      const ortho = [...camera, -2, 2, -2, 2, 0.5, 100];
+      const texts = (numbers) => numbers.map((number) => `${number}`);
+      const large = (...words) => {
+        const all = new Uint32Array(50000);
+        all.set(words);
+        return all.buffer;
+      };
+      const seen = (found) =>
+        found && [
+          found.hash,
+          ...new Uint32Array(found.objects),
+          ...new Float32Array(found.distances),
+        ];
+      const word = (value) => Uint32Array.of(value).buffer;
+      return [
+        engine.createComponent(),
+        engine.createComponent('9'),
+        engine.setEntityName(),
+        engine.setEntityName(entity.id),
+        engine.setEntityName(entity.id, ''),
+        engine.setEntityName(0, 'none'),
+        engine.setEntityName(entity.id, { toString: () => 'name' }),
+        engine.updateAnimators(),
+        engine.updateAnimators(word(0)),
+        engine.updateAnimators(large(1, 77)),
+        engine.frustumCulling(),
+        engine.orthoCulling(),
+        engine.orthoCullingV2(1, ...ortho.slice(1)),
+        seen(engine.frustumCulling(1, ...perspective)),
+        seen(engine.frustumCulling('1', ...texts(perspective))),
+        seen(
+          engine.frustumCulling(three, ...perspective.map((number) => ({ valueOf: () => number })))
+        ),
+        seen(engine.frustumCulling(1, ...perspective.slice(0, 9), undefined, null, true, '')),
+        seen(engine.orthoCulling(1, ...ortho)),
+        seen(engine.orthoCulling(true, ...texts(ortho))),
+        seen(engine.frustumCulling(1, ...perspective, word(objects.id))),
+        seen(engine.frustumCulling(1, ...perspective, Uint32Array.of(0, objects.id).buffer)),
+        seen(engine.frustumCulling(1, ...perspective, Uint32Array.of(2, objects.id).buffer)),
+        seen(engine.frustumCulling(1, ...perspective, Uint32Array.of(1, objects.id).buffer)),
+        seen(engine.frustumCulling(1, ...perspective, large(1, objects.id))),
+        binding.writeDefaultValues(),
+        binding.updateBinding(),
+        binding.updateBinding(list, 0, 0, 1, 0, 0),
+        binding.updateBinding(7, 0, 0, 1, 0, 0, 1),
+        binding.updateBinding(list, 0, 1, 4, 0, 0, 1),
+        binding.updateBinding(list, '0', '0', '1', 0, 0, 1),
+        controller.update(),
+        controller.update(0.1, 7),
+        controller.update(0.1, word(0)),
+        controller.setMaskAtIndex(),
+        controller.setMaskAtIndex(0, 7, 0, 1),
+        controller.setMaskAtIndex(0, word(0), 0, 1),
+        controller.setMaskAtIndex('0', Uint32Array.of(entity.id, 0).buffer, '0', '1'),
+      ];
+    });
+    assert.deepStrictEqual(results[1], results[0]);
+    // Not only nothing.
+    assert(results[0].filter(Array.isArray).some((found) => found.length === 3));
+  });
+
   it('would show a difference of one bit', () => {
     assert.throws(() => assertSame([1, 2], [1, 3], 'words'), /words, word 1/);
     assertSame([0x7fc00000], [0xffc00001], 'NaNs');

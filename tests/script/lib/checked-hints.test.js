@@ -9,7 +9,15 @@ const path = require('path');
 const { spawnSync } = require('child_process');
 const { collectUntil } = require('../support/collect');
 const { modulePath } = require('../support/host');
-const { Lab, clipBytes, counted, frustum, none, ortho } = require('../support/checked');
+const {
+  Lab,
+  clipBytes,
+  counted,
+  frustum,
+  none,
+  ortho,
+  targetLists,
+} = require('../support/checked');
 const { checked } = require('../../../lib/checked');
 const { buildClip, sampleTypes } = require('../../../lib/clip');
 const { DirtyListWriter, EntityCommandWriter } = require('../../../lib/commands');
@@ -1068,6 +1076,8 @@ describe('hints', () => {
       engine.updateSkinningMatrices(counted(skin.id));
       const animator = scene.animator([[clip.id]], [scene.id]);
       engine.updateAnimators(counted(animator.id));
+      const lists = targetLists([[clip.id, [scene.id]]]);
+      scene.binding([[clip.id, [scene.id]]]).updateBinding(...lists, 1, 1, 1);
       const hints = scene.take();
       checked(engine, { onHint });
       scene.root();
