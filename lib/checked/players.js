@@ -300,6 +300,18 @@ function checkSharing(call, { registry, tree }, ids, reaches) {
     }
     entities.forEach((handle) => meet(ids[i], handle, binding));
   });
+  trees.forEach((id, top) => {
+    tree.forEachFollower(top, (follower, bone) => {
+      const moved = owners.has(follower) ? ids[owners.get(follower)] : undefined;
+      const computed = trees.get(tree.topOf(follower));
+      const other = [moved, computed].find((one) => one !== undefined && one !== id);
+      if (other !== undefined) {
+        const why = `which follows bone ${bone} of the tree of ${top}, which has no root`;
+        const trouble = `${id} and ${other} both write entity ${follower}, ${why}`;
+        throw new RangeError(`${call}: ${trouble}: add ${top} as a root, or ${cure}.`);
+      }
+    });
+  });
 }
 
 /**

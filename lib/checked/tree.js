@@ -163,6 +163,22 @@ class TreeModel {
     return true;
   }
 
+  /**
+   * Goes through the entities that follow bones of a tree: those that computing its world matrices writes.
+   * @param {number} top
+   * @param {function(number, number)} visit gets a follower and its bone
+   */
+  forEachFollower(top, visit) {
+    const pending = [top];
+    while (pending.length !== 0) {
+      const at = pending.pop();
+      if (!this._inactive.has(at)) {
+        this._bones.keysOf(at).forEach((follower) => visit(follower, at));
+        this._parents.keysOf(at).forEach((child) => pending.push(child));
+      }
+    }
+  }
+
   _reset(handle) {
     this.setActive(handle, true);
     this._bones.set(handle, undefined);

@@ -534,6 +534,36 @@ describe('batches of a checked engine', () => {
     lab.passes(animate(a, apart, b));
   });
 
+  it('are refused if a player computes bones that entities of another player follow', () => {
+    const { lab, id, clip, animate } = fixture(false);
+    // 2 is below 1; 3 follows it.
+    lab.run([2, id + 1, id + 2], [6, id + 3, id + 2]);
+    const bone = lab.animator([[clip.id]], [id + 1]);
+    const follower = lab.animator([[clip.id]], [id + 3]);
+    const apart = lab.animator([[clip.id]], [id]);
+    lab.passes(animate(bone, apart));
+    lab.passes(animate(apart, follower));
+    for (const batch of [animate(bone, follower), animate(follower, apart, bone)]) {
+      lab.refuses(
+        batch,
+        RangeError,
+        `${bone.id} and ${follower.id} both write entity ${id + 3}`,
+        `follows bone ${id + 2} of the tree of ${id + 1}, which has no root`,
+        `add ${id + 1} as a root`
+      );
+    }
+    // The tree of another player has the follower.
+    lab.run([2, id, id + 3]);
+    lab.refuses(animate(apart, bone), RangeError, `both write entity ${id + 3}`);
+    // What is inactive is not computed.
+    lab.run([11, id + 2]);
+    lab.passes(animate(apart, bone));
+    lab.run([10, id + 2]);
+    lab.refuses(animate(apart, bone), RangeError, `both write entity ${id + 3}`);
+    lab.run([1, id + 1]);
+    lab.passes(animate(apart, bone));
+  });
+
   it('are refused if controllers share a binding', () => {
     const { lab, id, clip, control } = fixture();
     const binding = lab.binding([[clip.id, [id + 1]]]);
