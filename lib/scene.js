@@ -603,7 +603,9 @@ class Scene {
   /** Takes back what a character has. */
   _takeBack(character) {
     const { model, _body: body, _object: object } = character;
-    this._objects.give(object);
+    if (object >= 0) {
+      this._objects.give(object);
+    }
     for (const skin of body.skins) {
       this._skins.remove(skin);
       skin.character = null;

@@ -255,8 +255,10 @@ describe('random scenes', () => {
     const native = nq.loadMatrixFlow(process.env.NQ_NATIVE_MATRIXFLOW);
     const results = [native.getEngine(), loadSync()].map((engine) => {
       const entity = new nq.Entity3DView(engine.createEntity(true, 2));
-      const list = Uint32Array.of(0, 0).buffer;
-      const binding = engine.createAnimationClipBinding(list, 0, 0, 1, 1);
+      const bytes = nq.buildClip({ framesPerSecond: 30, frameCount: 1, curves: [] });
+      const clip = engine.createDataModel(1, bytes);
+      const list = Uint32Array.of(clip.id, 1, entity.id).buffer;
+      const binding = engine.createAnimationClipBinding(list, 0, 1, 2, 1);
       const controller = engine.createAnimatorControllerModel(1);
       [0, 1].forEach((i) => entity.reset(i));
       entity.setPosition(0, 0, 0, -3);
@@ -314,10 +316,10 @@ describe('random scenes', () => {
         seen(engine.frustumCulling(1, ...perspective, large(1, objects.id))),
         binding.writeDefaultValues(),
         binding.updateBinding(),
-        binding.updateBinding(list, 0, 0, 1, 0, 0),
-        binding.updateBinding(7, 0, 0, 1, 0, 0, 1),
-        binding.updateBinding(list, 0, 1, 4, 0, 0, 1),
-        binding.updateBinding(list, '0', '0', '1', 0, 0, 1),
+        binding.updateBinding(list, 0, 1, 2, 0, 0),
+        binding.updateBinding(7, 0, 1, 2, 0, 0, 1),
+        binding.updateBinding(list, 0, 1, 3, 0, 0, 1),
+        binding.updateBinding(list, '0', '1', '2', 0, 0, 1),
         controller.update(),
         controller.update(0.1, 7),
         controller.update(0.1, word(0)),
@@ -330,6 +332,7 @@ describe('random scenes', () => {
     assert.deepStrictEqual(results[1], results[0]);
     // Not only nothing.
     assert(results[0].filter(Array.isArray).some((found) => found.length === 3));
+    assert(results[0].includes(true) && results[0].includes(false));
   });
 
   it('would show a difference of one bit', () => {
