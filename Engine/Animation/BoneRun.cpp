@@ -24,63 +24,65 @@ void WriteOne(Entity3DRecord* record, TransformMatrix* local, __m128 xyzw) {
   StoreOwnLocalMatrix(local->m, m.c0, m.c1, m.c2, m.c3);
 }
 
-// Columns of four matrices from their elements, which are scaled. The fourth element is 0.
-NQ_FORCE_INLINE void ScaledColumns(__m128 scale, __m128 e0, __m128 e1, __m128 e2, __m128* out) {
-  StoreTransposed(FourQuaternions{_mm_mul_ps(scale, e0), _mm_mul_ps(scale, e1),
-                                  _mm_mul_ps(scale, e2), _mm_setzero_ps()},
-                  out);
+// Four numbers: a[0], a[1], b[0], b[1].
+NQ_FORCE_INLINE __m128 TwoPairs(const float* a, const float* b) {
+  const __m128 low = _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(a));
+  return _mm_loadh_pi(low, reinterpret_cast<const __m64*>(b));
 }
 
+// Stores one column of four matrices from its elements, which are scaled. The fourth element is 0.
+NQ_FORCE_INLINE void StoreColumns(TransformMatrix* locals, uint32_t column, __m128 scale, __m128 e0,
+                                  __m128 e1, __m128 e2) {
+  const FourQuaternions columns = TransposeFour(_mm_mul_ps(scale, e0), _mm_mul_ps(scale, e1),
+                                                _mm_mul_ps(scale, e2), _mm_setzero_ps());
+  _mm_storeu_ps(locals[0].m + 4 * column, columns.x);
+  _mm_storeu_ps(locals[1].m + 4 * column, columns.y);
+  _mm_storeu_ps(locals[2].m + 4 * column, columns.z);
+  _mm_storeu_ps(locals[3].m + 4 * column, columns.w);
+}
+
+// Each column is stored as soon as it is known: otherwise the numbers don't fit into 16 registers.
 void WriteFour(Entity3DRecord* records, TransformMatrix* locals, const float* xyzw, size_t stride) {
-  const __m128 rotations[kFour] = {_mm_loadu_ps(xyzw), _mm_loadu_ps(xyzw + stride),
-                                   _mm_loadu_ps(xyzw + 2 * stride),
-                                   _mm_loadu_ps(xyzw + 3 * stride)};
-  const PositionScale v[kFour] = {PositionScale(records[0]), PositionScale(records[1]),
-                                  PositionScale(records[2]), PositionScale(records[3])};
-  const FourQuaternions q = TransposeFour(rotations[0], rotations[1], rotations[2], rotations[3]);
-  const FourQuaternions firsts = TransposeFour(v[0].positionScaleX, v[1].positionScaleX,
-                                               v[2].positionScaleX, v[3].positionScaleX);
-  const FourQuaternions seconds =
-      TransposeFour(v[0].scaleYZ, v[1].scaleYZ, v[2].scaleYZ, v[3].scaleYZ);
   const auto product = [](__m128 a, __m128 b) { return _mm_mul_ps(a, b); };
   const auto twice = [](__m128 a) { return _mm_mul_ps(_mm_set1_ps(2.0f), a); };
   const auto diagonal = [twice](__m128 a, __m128 b) {
     return _mm_sub_ps(_mm_set1_ps(1.0f), twice(_mm_add_ps(a, b)));
   };
-  const __m128 xx = product(q.x, q.x);
+  __m128 rotations[kFour];
+  __m128 rows[kFour];
+  for (uint32_t i = 0; i < kFour; ++i) {
+    rotations[i] = _mm_loadu_ps(xyzw + i * stride);
+    records[i].rotationMode = 1;
+    _mm_storeu_ps(records[i].rotation, rotations[i]);
+    rows[i] = _mm_loadu_ps(PositionScale::First(&records[i]));
+    _mm_storeu_ps(locals[i].m + 12, PositionColumn(rows[i]));
+  }
+  const FourQuaternions q = TransposeFour(rotations[0], rotations[1], rotations[2], rotations[3]);
+  const __m128 scaleX = TransposeFour(rows[0], rows[1], rows[2], rows[3]).w;
   const __m128 yy = product(q.y, q.y);
   const __m128 zz = product(q.z, q.z);
   const __m128 xy = product(q.x, q.y);
-  const __m128 yz = product(q.y, q.z);
   const __m128 zx = product(q.z, q.x);
-  const __m128 xw = product(q.x, q.w);
   const __m128 yw = product(q.y, q.w);
   const __m128 zw = product(q.z, q.w);
-  __m128 c0[kFour];
-  __m128 c1[kFour];
-  __m128 c2[kFour];
-  ScaledColumns(firsts.w, diagonal(yy, zz), twice(_mm_add_ps(xy, zw)), twice(_mm_sub_ps(zx, yw)),
-                c0);
-  ScaledColumns(seconds.x, twice(_mm_sub_ps(xy, zw)), diagonal(xx, zz), twice(_mm_add_ps(yz, xw)),
-                c1);
-  ScaledColumns(seconds.y, twice(_mm_add_ps(zx, yw)), twice(_mm_sub_ps(yz, xw)), diagonal(xx, yy),
-                c2);
-  for (uint32_t i = 0; i < kFour; ++i) {
-    records[i].rotationMode = 1;
-    _mm_storeu_ps(records[i].rotation, rotations[i]);
-    StoreOwnLocalMatrix(locals[i].m, c0[i], c1[i], c2[i], PositionColumn(v[i].positionScaleX));
-  }
+  StoreColumns(locals, 0, scaleX, diagonal(yy, zz), twice(_mm_add_ps(xy, zw)),
+               twice(_mm_sub_ps(zx, yw)));
+  const __m128 xx = product(q.x, q.x);
+  const __m128 yz = product(q.y, q.z);
+  const __m128 xw = product(q.x, q.w);
+  const __m128 scales01 = TwoPairs(&records[0].scale[1], &records[1].scale[1]);
+  const __m128 scales23 = TwoPairs(&records[2].scale[1], &records[3].scale[1]);
+  const __m128 scaleY = _mm_shuffle_ps(scales01, scales23, _MM_SHUFFLE(2, 0, 2, 0));
+  const __m128 scaleZ = _mm_shuffle_ps(scales01, scales23, _MM_SHUFFLE(3, 1, 3, 1));
+  StoreColumns(locals, 1, scaleY, twice(_mm_sub_ps(xy, zw)), diagonal(xx, zz),
+               twice(_mm_add_ps(yz, xw)));
+  StoreColumns(locals, 2, scaleZ, twice(_mm_add_ps(zx, yw)), twice(_mm_sub_ps(yz, xw)),
+               diagonal(xx, yy));
 }
 
 // Rows of two entities in the halves of a vector: `a` in the lower one.
 NQ_FORCE_INLINE NQ_TARGET_AVX __m256 TwoRows(const float* a, const float* b) {
   return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(a)), _mm_loadu_ps(b), 1);
-}
-
-// Four numbers: a[0], a[1], b[0], b[1].
-NQ_FORCE_INLINE NQ_TARGET_AVX __m128 TwoPairs(const float* a, const float* b) {
-  const __m128 low = _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(a));
-  return _mm_loadh_pi(low, reinterpret_cast<const __m64*>(b));
 }
 
 // TransposeFour in each half.
