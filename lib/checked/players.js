@@ -302,9 +302,11 @@ function checkSharing(call, { registry, tree }, ids, reaches) {
   });
   trees.forEach((id, top) => {
     tree.forEachFollower(top, (follower, bone) => {
-      const moved = owners.has(follower) ? ids[owners.get(follower)] : undefined;
-      const computed = trees.get(tree.topOf(follower));
-      const other = [moved, computed].find((one) => one !== undefined && one !== id);
+      const mover = owners.get(follower);
+      const isOwned = mover !== undefined && isMoved(follower, reaches[mover].binding);
+      const moving = isOwned ? ids[mover] : undefined;
+      const computing = trees.get(tree.topOf(follower));
+      const other = [moving, computing].find((one) => one !== undefined && one !== id);
       if (other !== undefined) {
         const why = `which follows bone ${bone} of the tree of ${top}, which has no root`;
         const trouble = `${id} and ${other} both write entity ${follower}, ${why}`;
