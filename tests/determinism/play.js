@@ -85,6 +85,9 @@ class Program {
     }
     this.commands.addRoot(this.flat.handle(0));
     this.commands.addChild(this.flat.handle(0), this.flat.handle(1));
+    // A binding keeps the top of its tree: one that is made before the links are would be under no root, and in a batch
+    // its controller would compute nodes that other players write.
+    engine.refreshWorldTransform();
     this.clips = [1, 2, 1].map((rest) =>
       engine.createDataModel(dataModelKinds.clip, makeClip(draw, rest))
     );
