@@ -44,6 +44,22 @@ function play(clip, options) {
   return character;
 }
 
+/** The engine with one method replaced: `around` gets the call that it would be. */
+function engineWith(method, around) {
+  return new Proxy(engine, {
+    get(target, name) {
+      const value = target[name];
+      if (typeof value !== 'function') {
+        return value;
+      }
+      return (...args) => {
+        const run = () => value.apply(target, args);
+        return name === method ? around(run) : run();
+      };
+    },
+  });
+}
+
 describe('callbacks of scenes', () => {
   it('may be undefined, as null', () => {
     const character = play('step', { loop: false });
@@ -293,20 +309,12 @@ describe('characters for which the engine has no room', () => {
   /** A scene on an engine that makes `most` blocks of a kind, and throws or gives no handle instead of another. */
   function sceneOf(call, most, isThrowing) {
     let left = most;
-    const limited = new Proxy(engine, {
-      get(target, name) {
-        const value = target[name];
-        if (typeof value !== 'function') {
-          return value;
-        }
-        return (...args) => {
-          if (name === call && left-- <= 0) {
-            assert(!isThrowing, 'no room');
-            return { id: 0 };
-          }
-          return value.apply(target, args);
-        };
-      },
+    const limited = engineWith(call, (run) => {
+      if (left-- <= 0) {
+        assert(!isThrowing, 'no room');
+        return { id: 0 };
+      }
+      return run();
     });
     const own = new Scene({ engine: limited });
     return { own, allow: (more) => (left = more) };
@@ -390,20 +398,12 @@ describe('engines without handles', () => {
     ];
     for (const [call, what] of calls) {
       let isFull = false;
-      const full = new Proxy(engine, {
-        get(target, name) {
-          const value = target[name];
-          if (typeof value !== 'function') {
-            return value;
-          }
-          return (...args) => {
-            const made = value.apply(target, args);
-            if (isFull && name === call) {
-              Object.defineProperty(made, 'id', { value: 0 });
-            }
-            return made;
-          };
-        },
+      const full = engineWith(call, (run) => {
+        const made = run();
+        if (isFull) {
+          Object.defineProperty(made, 'id', { value: 0 });
+        }
+        return made;
       });
       const own = new Scene({ engine: full });
       const kinds = {
