@@ -245,59 +245,75 @@ inline void sinTwoF(float a, float b, float* sineOfA, float* sineOfB) {
   *sineOfB = sinF(b);
 }
 
-// Sine and cosine of one angle.
-struct SineCosine {
-  float sine;
-  float cosine;
+namespace internal {
+
+// Sines and cosines of four angles that were reduced by multiples of a quarter turn, rounded to
+// float. The lowest two bits of `turns` are the number of quarter turns of each.
+struct ReducedSineCosine {
+  __m128i turns;
+  __m128 sines;
+  __m128 cosines;
 };
 
-// sinF and cosF of two numbers at once.
-inline void sinCosTwoF(float a, float b, SineCosine* ofA, SineCosine* ofB) {
-  const __m128d x = _mm_setr_pd(a, b);
-  const __m128i turns =
-      NearestIntegers(_mm_mul_pd(x, internal::BothLanes(internal::kQuarterTurnsPerRadian)));
-  const __m128d turned = _mm_cvtepi32_pd(turns);
-  const __m128d r =
-      _mm_sub_pd(_mm_sub_pd(x, _mm_mul_pd(turned, internal::BothLanes(internal::kQuarterTurn))),
-                 _mm_mul_pd(turned, internal::BothLanes(internal::kQuarterTurnRest)));
-  const __m128d z = _mm_mul_pd(r, r);
-  const __m128d sine = _mm_mul_pd(r, internal::SevenTerms(internal::kSineRatioTerms, z));
-  const __m128d cosine = internal::SevenTerms(internal::kCosineTerms, z);
-
-  // Odd quarter turns swap sine and cosine; two of four change the sign.
-  const __m128i quarter = _mm_shuffle_epi32(turns, _MM_SHUFFLE(1, 1, 0, 0));
-  const __m128i one = _mm_set1_epi32(1);
-  const __m128i two = _mm_set1_epi64x(2);
-  const __m128d isOdd = _mm_castsi128_pd(_mm_cmpeq_epi32(_mm_and_si128(quarter, one), one));
-  const __m128i sineSign = _mm_slli_epi64(_mm_and_si128(quarter, two), 62);
-  const __m128i cosineSign = _mm_slli_epi64(_mm_and_si128(_mm_add_epi32(quarter, one), two), 62);
-  const __m128d sines =
-      _mm_xor_pd(internal::SelectLanes(isOdd, cosine, sine), _mm_castsi128_pd(sineSign));
-  const __m128d cosines =
-      _mm_xor_pd(internal::SelectLanes(isOdd, sine, cosine), _mm_castsi128_pd(cosineSign));
-
-  // NaNs count as too large.
-  const __m128d outside = _mm_cmpnle_pd(_mm_andnot_pd(internal::BothLanes(-0.0), x),
-                                        internal::BothLanes(internal::kMaxReducedAngle));
-  const __m128d below = internal::BothLanes(1.0 - internal::kSeriesError);
-  const __m128d above = internal::BothLanes(1.0 + internal::kSeriesError);
-  const __m128 low = _mm_movelh_ps(_mm_cvtpd_ps(_mm_mul_pd(sines, below)),
-                                   _mm_cvtpd_ps(_mm_mul_pd(cosines, below)));
-  const __m128 high = _mm_movelh_ps(_mm_cvtpd_ps(_mm_mul_pd(sines, above)),
-                                    _mm_cvtpd_ps(_mm_mul_pd(cosines, above)));
-  if (SignBits(_mm_cmpneq_ps(low, high)) == 0 && _mm_movemask_pd(outside) == 0) {
-    float rounded[4];
-    _mm_storeu_ps(rounded, low);
-    *ofA = SineCosine{rounded[0], rounded[2]};
-    *ofB = SineCosine{rounded[1], rounded[3]};
-    return;
-  }
-  *ofA = SineCosine{sinF(a), cosF(a)};
-  *ofB = SineCosine{sinF(b), cosF(b)};
+// The sines and cosines of the angles themselves: odd quarter turns swap sine and cosine; two of
+// four change the sign. Both give the same bits after rounding to float as before it.
+NQ_FORCE_INLINE void AddQuarterTurns(const ReducedSineCosine& of, __m128* sines, __m128* cosines) {
+  const __m128i firstBit = _mm_slli_epi32(of.turns, 31);
+  const __m128i secondBit = _mm_slli_epi32(of.turns, 30);
+  const __m128 isOdd = _mm_castsi128_ps(_mm_srai_epi32(firstBit, 31));
+  const __m128 sign = _mm_set1_ps(-0.0f);
+  const __m128 sineSign = _mm_and_ps(_mm_castsi128_ps(secondBit), sign);
+  const __m128 cosineSign = _mm_and_ps(_mm_castsi128_ps(_mm_xor_si128(firstBit, secondBit)), sign);
+  const __m128 change = _mm_and_ps(_mm_xor_ps(of.sines, of.cosines), isOdd);
+  *sines = _mm_xor_ps(_mm_xor_ps(of.sines, sineSign), change);
+  *cosines = _mm_xor_ps(_mm_xor_ps(of.cosines, cosineSign), change);
 }
 
-// sinF and cosF of four numbers by the series of sinCosTwoF, only if HasWideIntegers. False, with
-// the results undefined, if one of them needs the math library.
+// The lower words of the sums of two numbers and kToWhole each: the numbers as integers.
+inline __m128i IntegersOf(__m128d low, __m128d high) {
+  return _mm_castps_si128(
+      _mm_shuffle_ps(_mm_castpd_ps(low), _mm_castpd_ps(high), _MM_SHUFFLE(2, 0, 2, 0)));
+}
+
+// Two angles reduced by multiples of a quarter turn, before rounding.
+struct ReducedPair {
+  __m128d turns;  // their number plus kToWhole
+  __m128d sines;
+  __m128d cosines;
+  __m128d outside;  // all bits of a lane whose angle is too large, or a NaN
+};
+
+inline ReducedPair ReducePair(__m128d x) {
+  const __m128d toWhole = BothLanes(kToWhole);
+  const __m128d shifted = _mm_add_pd(_mm_mul_pd(x, BothLanes(kQuarterTurnsPerRadian)), toWhole);
+  const __m128d turned = _mm_sub_pd(shifted, toWhole);
+  const __m128d r = _mm_sub_pd(_mm_sub_pd(x, _mm_mul_pd(turned, BothLanes(kQuarterTurn))),
+                               _mm_mul_pd(turned, BothLanes(kQuarterTurnRest)));
+  const __m128d z = _mm_mul_pd(r, r);
+  return ReducedPair{shifted, _mm_mul_pd(r, SevenTerms(kSineRatioTerms, z)),
+                     SevenTerms(kCosineTerms, z),
+                     _mm_cmpnle_pd(_mm_andnot_pd(BothLanes(-0.0), x), BothLanes(kMaxReducedAngle))};
+}
+
+// False, with the results undefined, if one of them needs the math library.
+inline bool SinCosOfPairs(const ReducedPair& low, const ReducedPair& high, __m128* sines,
+                          __m128* cosines) {
+  const auto round = [](__m128d first, __m128d second) {
+    return _mm_movelh_ps(_mm_cvtpd_ps(first), _mm_cvtpd_ps(second));
+  };
+  AddQuarterTurns(ReducedSineCosine{IntegersOf(low.turns, high.turns), round(low.sines, high.sines),
+                                    round(low.cosines, high.cosines)},
+                  sines, cosines);
+  const __m128 unsure =
+      _mm_or_ps(RoundUnsurely(low.sines, high.sines), RoundUnsurely(low.cosines, high.cosines));
+  const __m128 outside = _mm_castpd_ps(_mm_or_pd(low.outside, high.outside));
+  return SignBits(_mm_or_ps(unsure, outside)) == 0;
+}
+
+}  // namespace internal
+
+// sinF and cosF of four numbers by the series of SinCosOfPairs, only if HasWideIntegers. False,
+// with the results undefined, if one of them needs the math library.
 NQ_FORCE_INLINE NQ_TARGET_AVX2 bool sinCosFourF(__m128 angles, __m128* sines, __m128* cosines) {
   const __m256d x = _mm256_cvtps_pd(angles);
   const __m256d toWhole = _mm256_set1_pd(internal::kToWhole);
@@ -315,24 +331,44 @@ NQ_FORCE_INLINE NQ_TARGET_AVX2 bool sinCosFourF(__m128 angles, __m128* sines, __
   const __m256d outside = _mm256_cmp_pd(_mm256_andnot_pd(_mm256_set1_pd(-0.0), x),
                                         _mm256_set1_pd(internal::kMaxReducedAngle), _CMP_NLE_UQ);
   const __m256 unsure = internal::RoundUnsurely(sine, cosine);
-
-  // Odd quarter turns swap sine and cosine; two of four change the sign. Both are done after
-  // rounding to float, which gives the same bits.
-  const __m128i turns = _mm_castps_si128(
-      _mm_shuffle_ps(_mm_castpd_ps(_mm256_castpd256_pd128(shifted)),
-                     _mm_castpd_ps(_mm256_extractf128_pd(shifted, 1)), _MM_SHUFFLE(2, 0, 2, 0)));
-  const __m128i firstBit = _mm_slli_epi32(turns, 31);
-  const __m128i secondBit = _mm_slli_epi32(turns, 30);
-  const __m128 isOdd = _mm_castsi128_ps(_mm_srai_epi32(firstBit, 31));
-  const __m128 sign = _mm_set1_ps(-0.0f);
-  const __m128 sineSign = _mm_and_ps(_mm_castsi128_ps(secondBit), sign);
-  const __m128 cosineSign = _mm_and_ps(_mm_castsi128_ps(_mm_xor_si128(firstBit, secondBit)), sign);
-  const __m128 roundedSine = _mm256_cvtpd_ps(sine);
-  const __m128 roundedCosine = _mm256_cvtpd_ps(cosine);
-  const __m128 change = _mm_and_ps(_mm_xor_ps(roundedSine, roundedCosine), isOdd);
-  *sines = _mm_xor_ps(_mm_xor_ps(roundedSine, sineSign), change);
-  *cosines = _mm_xor_ps(_mm_xor_ps(roundedCosine, cosineSign), change);
+  const __m128i turns =
+      internal::IntegersOf(_mm256_castpd256_pd128(shifted), _mm256_extractf128_pd(shifted, 1));
+  internal::AddQuarterTurns(
+      internal::ReducedSineCosine{turns, _mm256_cvtpd_ps(sine), _mm256_cvtpd_ps(cosine)}, sines,
+      cosines);
   return _mm256_movemask_ps(_mm256_or_ps(unsure, _mm256_castpd_ps(outside))) == 0;
+}
+
+// The same on every CPU, two numbers at a time.
+inline bool sinCosPairsF(__m128 angles, __m128* sines, __m128* cosines) {
+  return internal::SinCosOfPairs(internal::ReducePair(_mm_cvtps_pd(angles)),
+                                 internal::ReducePair(_mm_cvtps_pd(_mm_movehl_ps(angles, angles))),
+                                 sines, cosines);
+}
+
+// sinF and cosF of four numbers, by the math library.
+inline void sinCosEachF(__m128 angles, __m128* sines, __m128* cosines) {
+  float of[4];
+  _mm_storeu_ps(of, angles);
+  *sines = _mm_setr_ps(sinF(of[0]), sinF(of[1]), sinF(of[2]), sinF(of[3]));
+  *cosines = _mm_setr_ps(cosF(of[0]), cosF(of[1]), cosF(of[2]), cosF(of[3]));
+}
+
+// Sine and cosine of one angle.
+struct SineCosine {
+  float sine;
+  float cosine;
+};
+
+// sinF and cosF of one number.
+inline SineCosine sinCosF(float angle) {
+  const internal::ReducedPair both = internal::ReducePair(internal::BothLanes(angle));
+  __m128 sines;
+  __m128 cosines;
+  if (internal::SinCosOfPairs(both, both, &sines, &cosines)) {
+    return SineCosine{_mm_cvtss_f32(sines), _mm_cvtss_f32(cosines)};
+  }
+  return SineCosine{sinF(angle), cosF(angle)};
 }
 
 // acosF, faster for 0 to 1.

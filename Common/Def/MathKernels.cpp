@@ -55,14 +55,12 @@ float* RotationToQuaternion(const RotationElements& m, float* out) {
   return out;
 }
 
-// eulerToQuaternion by SIMD, only if HasWideIntegers. False, and nothing is stored, if a sine or
-// cosine needs the math library.
-NQ_TARGET_AVX2 bool EulerToQuaternionByFour(__m128 halves, float* out) {
-  __m128 sines;
-  __m128 cosines;
-  if (!sinCosFourF(halves, &sines, &cosines)) {
-    return false;
-  }
+// Stores the quaternion whose half angles x, y and z have these sines and cosines in the first
+// three lanes:
+//
+//   w = cx * cy * cz + sx * sy * sz     z = cx * cy * sz - sx * sy * cz
+//   y = cx * sy * cz - sx * cy * sz     x = sx * cy * cz + cx * sy * sz
+NQ_FORCE_INLINE void StoreEulerQuaternion(__m128 sines, __m128 cosines, float* out) {
   const __m128 xy = _mm_unpacklo_ps(sines, cosines);  // sx cx sy cy
   const __m128 zs = _mm_unpackhi_ps(sines, cosines);  // sz cz
   const __m128 left = _mm_mul_ps(_mm_shuffle_ps(xy, xy, _MM_SHUFFLE(0, 1, 1, 1)),
@@ -72,6 +70,17 @@ NQ_TARGET_AVX2 bool EulerToQuaternionByFour(__m128 halves, float* out) {
   const __m128 a = _mm_mul_ps(left, _mm_shuffle_ps(zs, zs, _MM_SHUFFLE(1, 1, 0, 1)));
   const __m128 b = _mm_mul_ps(right, _mm_shuffle_ps(zs, zs, _MM_SHUFFLE(0, 0, 1, 0)));
   _mm_storeu_ps(out, _mm_add_ps(a, _mm_xor_ps(b, _mm_setr_ps(0.0f, -0.0f, -0.0f, 0.0f))));
+}
+
+// eulerToQuaternion by 256-bit vectors, only if HasWideIntegers. False, and nothing is stored, if a
+// sine or cosine needs the math library.
+NQ_TARGET_AVX2 bool EulerToQuaternionByFour(__m128 halves, float* out) {
+  __m128 sines;
+  __m128 cosines;
+  if (!sinCosFourF(halves, &sines, &cosines)) {
+    return false;
+  }
+  StoreEulerQuaternion(sines, cosines, out);
   return true;
 }
 
@@ -157,24 +166,16 @@ float* ExtractQuaternion(const float* matrix, float* out) {
 }
 
 float* eulerToQuaternion(float x, float y, float z, float* out) {
-  const float halfX = x * 0.5f;
-  const float halfY = y * 0.5f;
-  const float halfZ = z * 0.5f;
-  if (HasWideIntegers() && EulerToQuaternionByFour(_mm_setr_ps(halfX, halfY, halfZ, 0.0f), out)) {
+  const __m128 halves = _mm_setr_ps(x * 0.5f, y * 0.5f, z * 0.5f, 0.0f);
+  if (HasWideIntegers() && EulerToQuaternionByFour(halves, out)) {
     return out;
   }
-  SineCosine ofX;
-  SineCosine ofY;
-  SineCosine ofZ;
-  sinCosTwoF(halfX, halfY, &ofX, &ofY);
-  sinCosTwoF(halfZ, halfZ, &ofZ, &ofZ);
-  const auto [sx, cx] = ofX;
-  const auto [sy, cy] = ofY;
-  const auto [sz, cz] = ofZ;
-  out[0] = cx * cy * cz + sx * sy * sz;
-  out[1] = cx * cy * sz - sx * sy * cz;
-  out[2] = cx * sy * cz - sx * cy * sz;
-  out[3] = sx * cy * cz + cx * sy * sz;
+  __m128 sines;
+  __m128 cosines;
+  if (!sinCosPairsF(halves, &sines, &cosines)) {
+    sinCosEachF(halves, &sines, &cosines);
+  }
+  StoreEulerQuaternion(sines, cosines, out);
   return out;
 }
 

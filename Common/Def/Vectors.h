@@ -45,23 +45,6 @@ inline __m128 Select(__m128 mask, __m128 yes, __m128 no) {
   return _mm_or_ps(_mm_and_ps(mask, yes), _mm_andnot_ps(mask, no));
 }
 
-// Two numbers rounded to the nearest integers, ties to even, in the lower two lanes; the others are
-// 0. For magnitudes below 2^31. By additions only: adding 1.5 * 2^52 leaves no bits for a fraction,
-// and puts the integer in the lower word.
-inline __m128i NearestIntegersByAddition(__m128d numbers) {
-  const __m128i sums = _mm_castpd_si128(_mm_add_pd(numbers, _mm_set1_pd(6755399441055744.0)));
-  return _mm_move_epi64(_mm_shuffle_epi32(sums, _MM_SHUFFLE(3, 3, 2, 0)));
-}
-
-// The same by the dedicated instruction. SIMDe's version rounds ties away from zero.
-inline __m128i NearestIntegers(__m128d numbers) {
-#if NQ_HAS_X86_VECTORS
-  return _mm_cvtpd_epi32(numbers);
-#else
-  return NearestIntegersByAddition(numbers);
-#endif
-}
-
 }  // namespace nq::engine
 
 #endif  // NQ_COMMON_DEF_VECTORS_H_

@@ -18,9 +18,7 @@ void Entity2D::BuildLocalMatrix(const uint8_t* sharedRecord, float* local) {
   const Entity2DRecord* record = reinterpret_cast<const Entity2DRecord*>(sharedRecord);
   // Kept on purpose: the angle is negated first, so that a positive rotation turns from y towards
   // x. Scenes are authored with this direction.
-  SineCosine turn;
-  sinCosTwoF(-record->rotation, -record->rotation, &turn, &turn);
-  const auto [s, c] = turn;
+  const auto [s, c] = sinCosF(-record->rotation);
   const float sx = record->scale[0];
   const float sy = record->scale[1];
   StoreLocalMatrix(local, _mm_setr_ps(sx * c, sx * s, 0.0f, 0.0f),

@@ -52,35 +52,9 @@ inline RotationColumns QuaternionColumns(__m128 xyzw) {
   return columns;
 }
 
-// Rx(x) * Ry(y) * Rz(z). Kept on purpose: eulerToQuaternion composes the same angles as y, x, z,
-// and scenes rely on both.
-inline RotationColumns EulerColumns(const float* angles) {
-  SineCosine ofX;
-  SineCosine ofY;
-  SineCosine ofZ;
-  sinCosTwoF(angles[0], angles[1], &ofX, &ofY);
-  sinCosTwoF(angles[2], angles[2], &ofZ, &ofZ);
-  const auto [sx, cx] = ofX;
-  const auto [sy, cy] = ofY;
-  const auto [sz, cz] = ofZ;
-  RotationColumns columns;
-  columns.c0 = _mm_setr_ps(cy * cz, cx * sz + sx * sy * cz, sx * sz - cx * sy * cz, 0.0f);
-  columns.c1 = _mm_setr_ps(-cy * sz, cx * cz - sx * sy * sz, sx * cz + cx * sy * sz, 0.0f);
-  columns.c2 = _mm_setr_ps(sy, -sx * cy, cx * cy, 0.0f);
-  return columns;
-}
-
-// The same bits with half the operations, only if HasWideIntegers. `angles` is four numbers, of
-// which the last is ignored. False, with `columns` undefined, if an angle's sine or cosine needs
-// the math library: EulerColumns then gives the result.
-NQ_FORCE_INLINE NQ_TARGET_AVX2 bool EulerColumnsByFour(const float* angles,
-                                                       RotationColumns* columns) {
-  const __m128 firstThree = _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0));
-  __m128 sines;
-  __m128 cosines;
-  if (!sinCosFourF(_mm_and_ps(_mm_loadu_ps(angles), firstThree), &sines, &cosines)) {
-    return false;
-  }
+// Rx(x) * Ry(y) * Rz(z), of the sines and cosines of x, y and z in the first three lanes. Kept on
+// purpose: eulerToQuaternion composes the same angles as y, x, z, and scenes rely on both.
+NQ_FORCE_INLINE RotationColumns EulerColumns(__m128 sines, __m128 cosines) {
   const __m128 pairs = _mm_unpacklo_ps(sines, cosines);                         // sx cx sy cy
   const __m128 cyCxSx = _mm_shuffle_ps(pairs, pairs, _MM_SHUFFLE(0, 0, 1, 3));  // cy cx sx
   const __m128 sySxCx = _mm_shuffle_ps(pairs, pairs, _MM_SHUFFLE(0, 1, 0, 2));  // sy sx cx
@@ -90,15 +64,45 @@ NQ_FORCE_INLINE NQ_TARGET_AVX2 bool EulerColumnsByFour(const float* angles,
   const __m128 cz = _mm_shuffle_ps(cosines, cosines, _MM_SHUFFLE(2, 2, 2, 2));
   const __m128 minusSz = _mm_xor_ps(sz, _mm_set1_ps(-0.0f));
   // The second and third elements of the first two columns are sums of two products. Adding one and
-  // subtracting the other gives the first column; with -sz for sz it gives the second.
-  const __m128 products = _mm_mul_ps(sySxCx, sy);  // - sx*sy cx*sy
-  const __m128 left0 = _mm_mul_ps(cyCxSx, _mm_blend_ps(sz, cz, 1));
-  const __m128 left1 = _mm_mul_ps(cyCxSx, _mm_blend_ps(cz, minusSz, 1));
-  columns->c0 = _mm_blend_ps(_mm_addsub_ps(left0, _mm_mul_ps(products, cz)), left0, 1);
-  columns->c1 = _mm_blend_ps(_mm_addsub_ps(left1, _mm_mul_ps(products, minusSz)), left1, 1);
-  columns->c2 = _mm_blend_ps(
-      _mm_mul_ps(sySxCx, _mm_xor_ps(cy, _mm_setr_ps(0.0f, -0.0f, 0.0f, 0.0f))), sySxCx, 1);
-  return true;
+  // subtracting the other (adding its negation, which gives the same bits) gives the first column;
+  // with -sz for sz it gives the second.
+  const __m128 signs = _mm_setr_ps(0.0f, 0.0f, -0.0f, 0.0f);
+  const __m128 products = _mm_mul_ps(sySxCx, _mm_xor_ps(sy, signs));  // - sx*sy -cx*sy
+  const __m128 left0 = _mm_mul_ps(cyCxSx, _mm_move_ss(sz, cz));
+  const __m128 left1 = _mm_mul_ps(cyCxSx, _mm_move_ss(cz, minusSz));
+  RotationColumns columns;
+  columns.c0 = _mm_move_ss(_mm_add_ps(left0, _mm_mul_ps(products, cz)), left0);
+  columns.c1 = _mm_move_ss(_mm_add_ps(left1, _mm_mul_ps(products, minusSz)), left1);
+  columns.c2 =
+      _mm_move_ss(_mm_mul_ps(sySxCx, _mm_xor_ps(cy, _mm_setr_ps(0.0f, -0.0f, 0.0f, 0.0f))), sySxCx);
+  return columns;
+}
+
+// The first three of four numbers, and 0.
+NQ_FORCE_INLINE __m128 FirstThree(const float* numbers) {
+  return _mm_and_ps(_mm_loadu_ps(numbers), _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0)));
+}
+
+// The rotation matrix of three angles. `angles` is four numbers, of which the last is ignored.
+inline RotationColumns EulerColumns(const float* angles) {
+  const __m128 three = FirstThree(angles);
+  __m128 sines;
+  __m128 cosines;
+  if (!sinCosPairsF(three, &sines, &cosines)) {
+    sinCosEachF(three, &sines, &cosines);
+  }
+  return EulerColumns(sines, cosines);
+}
+
+// The same, faster, only if HasWideIntegers. False, with `columns` undefined, if an angle's sine or
+// cosine needs the math library: EulerColumns then gives the result.
+NQ_FORCE_INLINE NQ_TARGET_AVX2 bool EulerColumnsByFour(const float* angles,
+                                                       RotationColumns* columns) {
+  __m128 sines;
+  __m128 cosines;
+  const bool isSure = sinCosFourF(FirstThree(angles), &sines, &cosines);
+  *columns = EulerColumns(sines, cosines);
+  return isSure;
 }
 
 // Position and scale of an entity, as in its record: six consecutive numbers.
