@@ -1,6 +1,8 @@
 // Creation and release of culling objects, and the culling calls.
 #include "Engine/Culling/ComponentSystem.h"
 
+#include <algorithm>
+
 #include "Engine/Entity/EngineCore.h"
 #include "Engine/Entity/EntitySystem.h"
 
@@ -94,17 +96,19 @@ void ComponentSystem::TestBatch(CullingComponentValue* batch, uint32_t mask,
   const WorldSpheres& spheres = batch->spheres;
   const uint32_t count = batch->Count();
   for (uint32_t start = 0; start < count; start += Culler::kGroup) {
-    uint32_t handles[Culler::kGroup];
+    const uint32_t size = std::min(count - start, Culler::kGroup);
     uint32_t candidates = 0;
-    for (uint32_t lane = 0; lane < Culler::kGroup; ++lane) {
-      const uint32_t index = start + lane;
-      handles[lane] = batch->handle | index;
-      if (index < count && batch->IsCandidate(index, mask, tree)) {
-        batch->UpdateWorldSphere(index, tree);
+    for (uint32_t lane = 0; lane < size; ++lane) {
+      if (batch->IsCandidate(start + lane, mask, tree)) {
+        batch->UpdateWorldSphere(start + lane, tree);
         candidates |= 1u << lane;
       }
     }
     if (candidates != 0) {
+      uint32_t handles[Culler::kGroup];
+      for (uint32_t lane = 0; lane < Culler::kGroup; ++lane) {
+        handles[lane] = (batch->handle | start) + lane;
+      }
       culler.TestGroup(spheres.x.Data() + start, spheres.y.Data() + start, spheres.z.Data() + start,
                        spheres.radius.Data() + start, candidates, handles,
                        batch->depths.Data() + start);

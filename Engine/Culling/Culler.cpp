@@ -53,36 +53,64 @@ void Culler::Begin(const ViewVolume& view) {
 
 void Culler::TestGroup(const float* x, const float* y, const float* z, const float* radius,
                        uint32_t candidates, const uint32_t* handles, float* depths) {
+  // Here, where nothing has been loaded: what a call may change is stored around it.
+  if (visible.size() < used + kGroup) {
+    visible.resize(2 * visible.size() + kMinVisibleCapacity);
+  }
   if (HasWideIntegers()) {
     TestWhole(x, y, z, radius, candidates, handles, depths);
     return;
   }
+  const uint32_t outside = TestHalves(x, y, z, radius);
   constexpr uint32_t kHalfMask = (1u << kHalf) - 1;
-  TestHalf(x, y, z, radius, candidates & kHalfMask, handles, depths);
-  TestHalf(x + kHalf, y + kHalf, z + kHalf, radius + kHalf, candidates >> kHalf, handles + kHalf,
-           depths + kHalf);
+  const uint32_t inside = candidates & ~outside;
+  CollectHalf(x, y, z, inside & kHalfMask, handles, depths);
+  CollectHalf(x + kHalf, y + kHalf, z + kHalf, inside >> kHalf, handles + kHalf, depths + kHalf);
 }
 
-void Culler::TestHalf(const float* x, const float* y, const float* z, const float* radius,
-                      uint32_t candidates, const uint32_t* handles, float* depths) {
+uint32_t Culler::TestHalves(const float* x, const float* y, const float* z,
+                            const float* radius) const {
   const auto load = [](const Lanes& lanes) { return _mm_load_ps(lanes.lane); };
-  const __m128 cx = _mm_loadu_ps(x);
-  const __m128 cy = _mm_loadu_ps(y);
-  const __m128 cz = _mm_loadu_ps(z);
-  const __m128 minusRadius = _mm_xor_ps(_mm_loadu_ps(radius), _mm_set1_ps(-0.0f));
-  __m128 outside = _mm_setzero_ps();
+  const __m128 minusZero = _mm_set1_ps(-0.0f);
+  const __m128 x0 = _mm_loadu_ps(x);
+  const __m128 x1 = _mm_loadu_ps(x + kHalf);
+  const __m128 y0 = _mm_loadu_ps(y);
+  const __m128 y1 = _mm_loadu_ps(y + kHalf);
+  const __m128 z0 = _mm_loadu_ps(z);
+  const __m128 z1 = _mm_loadu_ps(z + kHalf);
+  const __m128 minusRadius0 = _mm_xor_ps(_mm_loadu_ps(radius), minusZero);
+  const __m128 minusRadius1 = _mm_xor_ps(_mm_loadu_ps(radius + kHalf), minusZero);
+  __m128 outside0 = _mm_setzero_ps();
+  __m128 outside1 = _mm_setzero_ps();
+  // Not unrolled: compilers for WebAssembly load all planes first, which takes more registers than
+  // there are.
+#pragma GCC unroll 1
   for (const PlaneLanes& plane : planes) {
-    __m128 s = _mm_mul_ps(load(plane.x), cx);
-    s = _mm_add_ps(s, _mm_mul_ps(load(plane.y), cy));
-    s = _mm_add_ps(s, _mm_mul_ps(load(plane.z), cz));
-    s = _mm_add_ps(s, load(plane.d));
-    outside = _mm_or_ps(outside, _mm_cmpgt_ps(minusRadius, s));
+    const __m128 normalX = load(plane.x);
+    const __m128 normalY = load(plane.y);
+    const __m128 normalZ = load(plane.z);
+    const __m128 d = load(plane.d);
+    __m128 s0 = _mm_mul_ps(normalX, x0);
+    s0 = _mm_add_ps(s0, _mm_mul_ps(normalY, y0));
+    s0 = _mm_add_ps(s0, _mm_mul_ps(normalZ, z0));
+    s0 = _mm_add_ps(s0, d);
+    outside0 = _mm_or_ps(outside0, _mm_cmpgt_ps(minusRadius0, s0));
+    __m128 s1 = _mm_mul_ps(normalX, x1);
+    s1 = _mm_add_ps(s1, _mm_mul_ps(normalY, y1));
+    s1 = _mm_add_ps(s1, _mm_mul_ps(normalZ, z1));
+    s1 = _mm_add_ps(s1, d);
+    outside1 = _mm_or_ps(outside1, _mm_cmpgt_ps(minusRadius1, s1));
   }
+  return static_cast<uint32_t>(SignBits(outside0) | SignBits(outside1) << kHalf);
+}
 
-  __m128 depth = _mm_mul_ps(_mm_sub_ps(cy, load(eye.y)), load(backward.y));
+void Culler::CollectHalf(const float* x, const float* y, const float* z, uint32_t inside,
+                         const uint32_t* handles, float* depths) {
+  const auto load = [](const Lanes& lanes) { return _mm_load_ps(lanes.lane); };
+  __m128 depth = _mm_mul_ps(_mm_sub_ps(_mm_loadu_ps(y), load(eye.y)), load(backward.y));
   depth = _mm_xor_ps(depth, _mm_set1_ps(-0.0f));
-  depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cx, load(eye.x)), load(backward.x)));
-  depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(cz, load(eye.z)), load(backward.z)));
+  depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(_mm_loadu_ps(x), load(eye.x)), load(backward.x)));
+  depth = _mm_sub_ps(depth, _mm_mul_ps(_mm_sub_ps(_mm_loadu_ps(z), load(eye.z)), load(backward.z)));
   _mm_storeu_ps(depths, depth);
   // Keys sort as depths do: all bits of negative depths are flipped, of others only the sign bit.
   // NaNs of either sign get all bits set and so come last.
@@ -95,10 +123,10 @@ void Culler::TestHalf(const float* x, const float* y, const float* z, const floa
   Visible group[kHalf];
   _mm_storeu_si128(reinterpret_cast<__m128i*>(group), _mm_unpacklo_epi32(ids, keys));
   _mm_storeu_si128(reinterpret_cast<__m128i*>(group + 2), _mm_unpackhi_epi32(ids, keys));
-  Append(group, kHalf, candidates & ~static_cast<uint32_t>(SignBits(outside)));
+  Append(group, kHalf, inside);
 }
 
-// The same operations in the same order.
+// The same operations in the same order, eight spheres at a time.
 NQ_TARGET_AVX2 void Culler::TestWhole(const float* x, const float* y, const float* z,
                                       const float* radius, uint32_t candidates,
                                       const uint32_t* handles, float* depths) {
@@ -142,9 +170,6 @@ NQ_TARGET_AVX2 void Culler::TestWhole(const float* x, const float* y, const floa
 
 // Branchless: every lane is stored, and only visible ones advance the count.
 inline void Culler::Append(const Visible* group, uint32_t size, uint32_t inside) {
-  if (visible.size() < used + size) {
-    visible.resize(2 * visible.size() + kMinVisibleCapacity);
-  }
   Visible* const out = visible.data();
   size_t at = used;
   for (uint32_t lane = 0; lane < size; ++lane) {

@@ -37,11 +37,15 @@ class Culler {
 
   static constexpr uint32_t kHalf = kGroup / 2;
 
-  // TestGroup by SSE, for half a group each time, and by AVX2, only if HasWideIntegers.
-  void TestHalf(const float* x, const float* y, const float* z, const float* radius,
-                uint32_t candidates, const uint32_t* handles, float* depths);
+  // TestGroup by AVX2, only if HasWideIntegers.
   void TestWhole(const float* x, const float* y, const float* z, const float* radius,
                  uint32_t candidates, const uint32_t* handles, float* depths);
+
+  // The two steps of it by SSE, four spheres at a time: bits of the spheres of a group that are
+  // outside, and depths and keys of half a group.
+  uint32_t TestHalves(const float* x, const float* y, const float* z, const float* radius) const;
+  void CollectHalf(const float* x, const float* y, const float* z, uint32_t inside,
+                   const uint32_t* handles, float* depths);
 
   // Appends those of `group` whose bit is set in `inside`.
   void Append(const Visible* group, uint32_t size, uint32_t inside);
