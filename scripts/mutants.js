@@ -21,11 +21,12 @@ const resultsFile = path.join(folder, 'results.json');
 /** Limits of a build and of a run of tests, in milliseconds: a fault may be an endless loop. */
 const timeouts = { build: 900000, test: 120000 };
 
-/** All faults, with an identifier that changes with the fault. */
+/** All faults, with an identifier that changes with the fault and with the file. */
 const mutants = [].concat(
   ...faults.map(({ file, tests, mutants: list }) =>
     list.map(([kind, before, after, reason]) => {
-      const text = JSON.stringify([file, before, after, tests]);
+      const source = fs.readFileSync(path.join(root, file), 'utf8');
+      const text = JSON.stringify([file, source, before, after, tests]);
       const id = crypto.createHash('sha256').update(text).digest('hex').slice(0, 12);
       return { id, file, tests, kind, before, after, reason };
     })

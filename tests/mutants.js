@@ -8,6 +8,7 @@ const memory = { native: 'MemoryAllocator*:BlockTable*:HandlerValue*' };
 const runtime = { native: 'EngineRuntime*:HandlerValue*' };
 const pool = { native: 'WorkerPool*:TaskQueue*:TaskTest*:ConditionVariable*' };
 const math = { native: 'InvertMatrix4*:MatrixToQuaternion*:EulerToQuaternion*:MultiplyMatrix4*' };
+const angles = { native: '*FastTrigonometry*:*FourAngles*:*SlerpSines*:*EulerMatrix*' };
 const flow = { native: 'MatrixFlow*' };
 const entities = { native: 'Entity*:WorldTransform*:ShortList*:LocalVersions*:DirtyEntityList*' };
 const culling = { native: 'Culler*:CullingComponentValue*:ComponentSystem*:ViewVolume*' };
@@ -111,6 +112,54 @@ module.exports = [
       ],
       ['bound', 'for (int row = 1; row < 4; ++row) {', 'for (int row = 1; row < 3; ++row) {'],
       ['dropped step', 'rotation->quaternionValid = true;', ''],
+    ],
+  },
+  {
+    file: 'Common/Def/FastTrigonometry.h',
+    tests: angles,
+    mutants: [
+      ['sign', '_mm_xor_si128(firstBit, secondBit)', 'secondBit'],
+      [
+        'dropped step',
+        'const __m128 change = _mm_and_ps(_mm_xor_ps(of.sines, of.cosines), isOdd);',
+        'const __m128 change = _mm_xor_ps(of.sines, _mm_or_ps(of.sines, isOdd));',
+      ],
+      [
+        'bound',
+        'constexpr double kMaxReducedAngle = 4096.0;',
+        'constexpr double kMaxReducedAngle = 1e12;',
+      ],
+      [
+        'bound',
+        'const __m128i place = _mm_add_epi32(_mm_slli_epi32(words, 3), _mm_set1_epi32(kUnsureMargin));',
+        'const __m128i place = _mm_slli_epi32(words, 2);',
+      ],
+      [
+        'dropped step',
+        'return SignBits(_mm_or_ps(unsure, outside)) == 0;',
+        'return SignBits(unsure) == 0;',
+      ],
+      [
+        'dropped step',
+        'return _mm256_movemask_ps(_mm256_or_ps(unsure, _mm256_castpd_ps(outside))) == 0;',
+        'return _mm256_movemask_ps(_mm256_castpd_ps(outside)) == 0;',
+      ],
+      [
+        'order',
+        'return _mm_movelh_ps(_mm_cvtpd_ps(first), _mm_cvtpd_ps(second));',
+        'return _mm_movelh_ps(_mm_cvtpd_ps(second), _mm_cvtpd_ps(first));',
+      ],
+    ],
+  },
+  {
+    file: 'Common/Def/MatrixProduct.h',
+    tests: math,
+    mutants: [
+      [
+        'order',
+        'return {internal::TwoColumns(a, right), internal::TwoColumns(a, right + 32)};',
+        'return {internal::TwoColumns(a, right + 32), internal::TwoColumns(a, right)};',
+      ],
     ],
   },
   {
@@ -252,11 +301,11 @@ module.exports = [
     tests: entities,
     mutants: [
       [
-        'order',
-        'multiplyMatrix4(parentBatch.worldMatrices[HandleElement(links.parent)].m, local, world);',
-        'multiplyMatrix4(local, parentBatch.worldMatrices[HandleElement(links.parent)].m, world);',
+        'comparison',
+        'const uint32_t sibling = depth != 0 ? links->nextSibling : 0;',
+        'const uint32_t sibling = links->nextSibling;',
       ],
-      ['dropped step', '++batch.worldVersions[index];', ''],
+      ['bound', 'if (end - begin > kCapacity) {', 'if (end - begin > kCapacity + 1) {'],
       [
         'bound',
         'const uint32_t count = i + 1 < workerCount ? chunk : n - start;',
@@ -277,6 +326,37 @@ module.exports = [
         'rootsStandAlone = false;',
         'only the slower walk of all roots is used, with the same results',
       ],
+    ],
+  },
+  {
+    file: 'Engine/Entity/WorldMatrixQueue.cpp',
+    tests: entities,
+    mutants: [
+      ['dropped step', '++batch.worldVersions[entry.index];', ''],
+      ['comparison', 'if (entry.hasBoundEntities) {', 'if (false) {'],
+      [
+        'order',
+        'ProductByTwoColumns(Bytes(entry.parentWorld), Bytes(local))',
+        'ProductByTwoColumns(Bytes(local), Bytes(entry.parentWorld))',
+      ],
+      ['dropped step', '_mm256_storeu_ps(published + 8, matrix.second);', ''],
+    ],
+  },
+  {
+    file: 'Engine/Entity/LocalMatrix3D.h',
+    tests: angles,
+    mutants: [
+      [
+        'sign',
+        'const __m128 signs = _mm_setr_ps(0.0f, 0.0f, -0.0f, 0.0f);',
+        'const __m128 signs = _mm_setr_ps(0.0f, -0.0f, 0.0f, 0.0f);',
+      ],
+      [
+        'dropped step',
+        'return _mm_and_ps(_mm_loadu_ps(numbers), _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0)));',
+        'return _mm_loadu_ps(numbers);',
+      ],
+      ['dropped step', 'sinCosEachF(three, &sines, &cosines);', ''],
     ],
   },
   {
@@ -354,7 +434,11 @@ module.exports = [
     file: 'Engine/Culling/Culler.cpp',
     tests: culling,
     mutants: [
-      ['comparison', '_mm_cmpgt_ps(minusRadius, s)', '_mm_cmpge_ps(minusRadius, s)'],
+      [
+        'comparison',
+        '_mm256_cmp_ps(minusRadius, s, _CMP_GT_OQ)',
+        '_mm256_cmp_ps(minusRadius, s, _CMP_GE_OQ)',
+      ],
       ['wrong value', 'hash = hash * 31 + handle;', 'hash = hash * 33 + handle;'],
       ['dropped step', 'used = 0;', ''],
       [
@@ -365,10 +449,16 @@ module.exports = [
       ],
       [
         'comparison',
-        'if (starts[d][digit(visible[0], d)] == visible.size()) {',
-        'if (starts[d][digit(visible[0], d)] != 0) {',
+        'while ((most - least) >> ignoredBits >> (kDigits * kDigitBits) != 0) {',
+        'while ((most - least) >> ignoredBits >> (kDigits * kDigitBits) > 1) {',
       ],
-      ['sign', 'depth = _mm_xor_ps(depth, _mm_set1_ps(-0.0f));', ''],
+      ['sign', 'depth = _mm256_xor_ps(depth, minusZero);', ''],
+      [
+        'bound',
+        'if (i - at > movesLeft) {',
+        'if (i - at > 0) {',
+        'only the way of sorting differs',
+      ],
     ],
   },
   {
@@ -396,7 +486,11 @@ module.exports = [
     tests: culling,
     mutants: [
       ['oddity', 'cache.seenWorldVersion = 0;', 'cache.seenWorldVersion = 0xFFFFFFFFu;'],
-      ['comparison', 'if (squares[2] > longest) {', 'if (squares[2] < longest) {'],
+      [
+        'dropped step',
+        '_mm_max_ps(third, _mm_max_ps(second, squares))',
+        '_mm_max_ps(second, squares)',
+      ],
       ['dropped step', 'cache.seenWorldVersion = *cache.worldVersion;', ''],
       ['comparison', 'if (batch.isThreeD) {', 'if (true) {'],
       ['dropped step', 'generations[index] = kReleasedEntity;', ''],
@@ -481,8 +575,8 @@ module.exports = [
       ],
       [
         'bound',
-        'if (entry < entityCount && writer.Seek(targets[entry])) {',
-        'if (entry < entityCount - 1 && writer.Seek(targets[entry])) {',
+        'const uint32_t count = std::min(samples.Size(), entityCount - first);',
+        'const uint32_t count = std::min(samples.Size(), entityCount - first - 1);',
       ],
       [
         'oddity',
