@@ -46,13 +46,28 @@ function runQuietly(timeout, program, args, extra) {
   return { ok: result.status === 0, output: `${result.stdout}${result.stderr}` };
 }
 
-/** Copies the files under version control, where they differ, and configures the copy. */
+/** Removes files of the copy that are not in `kept`, except for what its build made. */
+function removeOthers(kept, folderOfCopy = '') {
+  for (const entry of fs.readdirSync(path.join(tree, folderOfCopy), { withFileTypes: true })) {
+    const file = path.join(folderOfCopy, entry.name);
+    if (entry.isDirectory() && file !== 'build') {
+      removeOthers(kept, file);
+    } else if (entry.isFile() && !kept.has(file)) {
+      fs.unlinkSync(path.join(tree, file));
+    }
+  }
+}
+
+/** Makes the copy the same as the files under version control, and configures it. */
 function prepare() {
   const list = childProcess.execFileSync('git', ['ls-files', '-z'], {
     cwd: root,
     encoding: 'utf8',
   });
-  for (const file of list.split('\0').filter((name) => name !== '')) {
+  const files = list.split('\0').filter((name) => name !== '');
+  fs.mkdirSync(tree, { recursive: true });
+  removeOthers(new Set(files));
+  for (const file of files) {
     const [from, to] = [path.join(root, file), path.join(tree, file)];
     const bytes = fs.readFileSync(from);
     if (!fs.existsSync(to) || !fs.readFileSync(to).equals(bytes)) {
