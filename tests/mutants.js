@@ -137,12 +137,12 @@ module.exports = [
       [
         'dropped step',
         'return SignBits(_mm_or_ps(unsure, outside)) == 0;',
-        'return SignBits(unsure) == 0;',
+        'return SignBits(_mm_or_ps(unsure, _mm_and_ps(outside, _mm_setzero_ps()))) == 0;',
       ],
       [
         'dropped step',
         'return _mm256_movemask_ps(_mm256_or_ps(unsure, _mm256_castpd_ps(outside))) == 0;',
-        'return _mm256_movemask_ps(_mm256_castpd_ps(outside)) == 0;',
+        'return _mm256_movemask_ps(_mm256_and_ps(unsure, _mm256_castpd_ps(outside))) == 0;',
       ],
       [
         'order',
@@ -487,9 +487,9 @@ module.exports = [
     mutants: [
       ['oddity', 'cache.seenWorldVersion = 0;', 'cache.seenWorldVersion = 0xFFFFFFFFu;'],
       [
-        'dropped step',
+        'comparison',
         '_mm_max_ps(third, _mm_max_ps(second, squares))',
-        '_mm_max_ps(second, squares)',
+        '_mm_min_ps(third, _mm_max_ps(second, squares))',
       ],
       ['dropped step', 'cache.seenWorldVersion = *cache.worldVersion;', ''],
       ['comparison', 'if (batch.isThreeD) {', 'if (true) {'],

@@ -123,7 +123,7 @@ class EntityPoseWriter {
     uint32_t i = 0;
     for (; i + 4 <= count; i += 4) {
       const __m128i four = _mm_loadu_si128(reinterpret_cast<const __m128i*>(numbers + i));
-      if (_mm_movemask_epi8(_mm_cmpeq_epi32(four, expected)) != 0xFFFF) {
+      if (SignBits(_mm_castsi128_ps(_mm_cmpeq_epi32(four, expected))) != 0xF) {
         break;
       }
       expected = _mm_add_epi32(expected, _mm_set1_epi32(4));
