@@ -23,14 +23,14 @@ const timeouts = { build: 900000, test: 120000 };
 
 /** All faults, with an identifier that changes with the fault and with the file. */
 const mutants = [].concat(
-  ...faults.map(({ file, tests, mutants: list }) =>
-    list.map(([kind, before, after, reason]) => {
-      const source = fs.readFileSync(path.join(root, file), 'utf8');
+  ...faults.map(({ file, tests, mutants: list }) => {
+    const source = fs.readFileSync(path.join(root, file), 'utf8');
+    return list.map(([kind, before, after, reason]) => {
       const text = JSON.stringify([file, source, before, after, tests]);
       const id = crypto.createHash('sha256').update(text).digest('hex').slice(0, 12);
       return { id, file, tests, kind, before, after, reason };
-    })
-  )
+    });
+  })
 );
 
 /** Runs a program in the copy, silently, for a time at most. */

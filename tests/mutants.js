@@ -353,8 +353,8 @@ module.exports = [
       ],
       [
         'dropped step',
-        'return _mm_and_ps(_mm_loadu_ps(numbers), _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0)));',
-        'return _mm_loadu_ps(numbers);',
+        'sinCosFourF(FirstThree(_mm_loadu_ps(angles)), &sines, &cosines)',
+        'sinCosFourF(_mm_loadu_ps(angles), &sines, &cosines)',
       ],
       ['dropped step', 'sinCosEachF(three, &sines, &cosines);', ''],
     ],

@@ -295,7 +295,8 @@ inline ReducedPair ReducePair(__m128d x) {
                      _mm_cmpnle_pd(_mm_andnot_pd(BothLanes(-0.0), x), BothLanes(kMaxReducedAngle))};
 }
 
-// False, with the results undefined, if one of them needs the math library.
+// Sines and cosines of the four angles that were reduced. False, with the results undefined, if one
+// of them needs the math library.
 inline bool SinCosOfPairs(const ReducedPair& low, const ReducedPair& high, __m128* sines,
                           __m128* cosines) {
   const auto round = [](__m128d first, __m128d second) {
@@ -312,7 +313,7 @@ inline bool SinCosOfPairs(const ReducedPair& low, const ReducedPair& high, __m12
 
 }  // namespace internal
 
-// sinF and cosF of four numbers by the series of SinCosOfPairs, only if HasWideIntegers. False,
+// sinF and cosF of four numbers by the series of ReducePair, only if HasWideIntegers. False,
 // with the results undefined, if one of them needs the math library.
 NQ_FORCE_INLINE NQ_TARGET_AVX2 bool sinCosFourF(__m128 angles, __m128* sines, __m128* cosines) {
   const __m256d x = _mm256_cvtps_pd(angles);

@@ -47,7 +47,7 @@ class Culler {
   void CollectHalf(const float* x, const float* y, const float* z, uint32_t inside,
                    const uint32_t* handles, float* depths);
 
-  // Appends those of `group` whose bit is set in `inside`.
+  // Appends those of `group` whose bit is set in `inside`. `visible` has room for the whole group.
   void Append(const Visible* group, uint32_t size, uint32_t inside);
 
   void Sort();

@@ -12,6 +12,11 @@
 
 namespace nq::engine {
 
+// The first three of four numbers, and 0.
+NQ_FORCE_INLINE __m128 FirstThree(__m128 numbers) {
+  return _mm_and_ps(numbers, _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0)));
+}
+
 // The first three columns of a matrix. The fourth element of each is arbitrary.
 struct RotationColumns {
   __m128 c0, c1, c2;
@@ -78,14 +83,9 @@ NQ_FORCE_INLINE RotationColumns EulerColumns(__m128 sines, __m128 cosines) {
   return columns;
 }
 
-// The first three of four numbers, and 0.
-NQ_FORCE_INLINE __m128 FirstThree(const float* numbers) {
-  return _mm_and_ps(_mm_loadu_ps(numbers), _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0)));
-}
-
 // The rotation matrix of three angles. `angles` is four numbers, of which the last is ignored.
 inline RotationColumns EulerColumns(const float* angles) {
-  const __m128 three = FirstThree(angles);
+  const __m128 three = FirstThree(_mm_loadu_ps(angles));
   __m128 sines;
   __m128 cosines;
   if (!sinCosPairsF(three, &sines, &cosines)) {
@@ -100,7 +100,7 @@ NQ_FORCE_INLINE NQ_TARGET_AVX2 bool EulerColumnsByFour(const float* angles,
                                                        RotationColumns* columns) {
   __m128 sines;
   __m128 cosines;
-  const bool isSure = sinCosFourF(FirstThree(angles), &sines, &cosines);
+  const bool isSure = sinCosFourF(FirstThree(_mm_loadu_ps(angles)), &sines, &cosines);
   *columns = EulerColumns(sines, cosines);
   return isSure;
 }
@@ -128,8 +128,7 @@ static_assert(offsetof(Entity3DRecord, scale) ==
 
 // The fourth column of a local matrix.
 inline __m128 PositionColumn(__m128 positionScaleX) {
-  const __m128 firstThree = _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0));
-  return _mm_or_ps(_mm_and_ps(positionScaleX, firstThree), _mm_setr_ps(0.0f, 0.0f, 0.0f, 1.0f));
+  return _mm_or_ps(FirstThree(positionScaleX), _mm_setr_ps(0.0f, 0.0f, 0.0f, 1.0f));
 }
 
 // A local matrix: rotation with scaled columns, and position. The fourth row is 0, 0, 0, 1 whatever
@@ -138,14 +137,13 @@ struct LocalColumns {
   __m128 c0, c1, c2, c3;
 
   inline LocalColumns(const RotationColumns& rotation, const PositionScale& values) {
-    const __m128 firstThree = _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0));
     const __m128 four = values.positionScaleX;
     const __m128 scaleX = _mm_shuffle_ps(four, four, _MM_SHUFFLE(3, 3, 3, 3));
     const __m128 scaleY = _mm_shuffle_ps(values.scaleYZ, values.scaleYZ, _MM_SHUFFLE(0, 0, 0, 0));
     const __m128 scaleZ = _mm_shuffle_ps(values.scaleYZ, values.scaleYZ, _MM_SHUFFLE(1, 1, 1, 1));
-    c0 = _mm_and_ps(_mm_mul_ps(scaleX, rotation.c0), firstThree);
-    c1 = _mm_and_ps(_mm_mul_ps(scaleY, rotation.c1), firstThree);
-    c2 = _mm_and_ps(_mm_mul_ps(scaleZ, rotation.c2), firstThree);
+    c0 = FirstThree(_mm_mul_ps(scaleX, rotation.c0));
+    c1 = FirstThree(_mm_mul_ps(scaleY, rotation.c1));
+    c2 = FirstThree(_mm_mul_ps(scaleZ, rotation.c2));
     c3 = PositionColumn(four);
   }
 };

@@ -122,7 +122,12 @@ TEST(FastTrigonometry, SinesAndCosinesOfSpecialAnglesMatchTheLibrary) {
 
 // Four angles at once, in pairs as without AVX2, or one by one by the library.
 struct Four {
-  bool sure = true;
+  Four(bool isSure, __m128 sinesOfFour, __m128 cosinesOfFour) : sure(isSure) {
+    _mm_storeu_ps(sines, sinesOfFour);
+    _mm_storeu_ps(cosines, cosinesOfFour);
+  }
+
+  bool sure;
   float sines[4];
   float cosines[4];
 };
@@ -130,31 +135,22 @@ struct Four {
 Four OneByOne(const float* angles) {
   __m128 sines;
   __m128 cosines;
-  Four result;
   sinCosEachF(_mm_loadu_ps(angles), &sines, &cosines);
-  _mm_storeu_ps(result.sines, sines);
-  _mm_storeu_ps(result.cosines, cosines);
-  return result;
+  return Four(true, sines, cosines);
 }
 
 Four ByPairs(const float* angles) {
   __m128 sines;
   __m128 cosines;
-  Four result;
-  result.sure = sinCosPairsF(_mm_loadu_ps(angles), &sines, &cosines);
-  _mm_storeu_ps(result.sines, sines);
-  _mm_storeu_ps(result.cosines, cosines);
-  return result;
+  const bool isSure = sinCosPairsF(_mm_loadu_ps(angles), &sines, &cosines);
+  return Four(isSure, sines, cosines);
 }
 
 NQ_TARGET_AVX2 Four AtOnce(const float* angles) {
   __m128 sines;
   __m128 cosines;
-  Four result;
-  result.sure = sinCosFourF(_mm_loadu_ps(angles), &sines, &cosines);
-  _mm_storeu_ps(result.sines, sines);
-  _mm_storeu_ps(result.cosines, cosines);
-  return result;
+  const bool isSure = sinCosFourF(_mm_loadu_ps(angles), &sines, &cosines);
+  return Four(isSure, sines, cosines);
 }
 
 struct Way {
