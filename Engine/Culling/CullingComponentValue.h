@@ -87,7 +87,7 @@ class CullingComponentValue final : public BlockValue {
 
  private:
   // Looks the entity up if necessary. True if there is a living 3D one.
-  NQ_NO_INLINE bool ResolveEntity(uint32_t index, const TransformTree& tree);
+  bool ResolveEntity(uint32_t index, const TransformTree& tree);
   void ComputeWorldSphere(uint32_t index, const TransformTree& tree);
 
   uint32_t count = 0;
