@@ -453,6 +453,7 @@ module.exports = [
         'while ((most - least) >> ignoredBits >> (kDigits * kDigitBits) > 1) {',
       ],
       ['sign', 'depth = _mm256_xor_ps(depth, minusZero);', ''],
+      ['wrong value', '_mm256_storeu_ps(depths, depth);', '_mm256_storeu_ps(depths, cz);'],
       [
         'bound',
         'if (i - at > movesLeft) {',

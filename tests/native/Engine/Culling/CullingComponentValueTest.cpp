@@ -120,6 +120,26 @@ TEST_F(CullingComponentValueTest, TheWorldSphereIsTheRecordsSphereInWorldSpace) 
   EXPECT_EQ(entity, scene.Object(object).entity()->handle);
 }
 
+TEST_F(CullingComponentValueTest, EachVisibleObjectHoldsItsDepthOfTheLastCall) {
+  const uint32_t entity = scene.Add3D();
+  scene.MoveTo(entity, 0, 0, 0);
+  const uint32_t key = scene.AddObjects(13);
+  Handles all;
+  for (uint32_t i = 0; i < 13; ++i) {
+    scene.Put(key + i, entity, 0, 0, -10.0f - static_cast<float>(i), 1);
+    all.push_back(key + i);
+  }
+  scene.Look();
+  for (uint32_t i = 0; i < 13; ++i) {
+    EXPECT_EQ(10.0f + static_cast<float>(i), scene.Object(key + i).depth()) << i;
+  }
+  scene.MoveTo(entity, 0, 0, -5);
+  scene.Look(all);
+  for (uint32_t i = 0; i < 13; ++i) {
+    EXPECT_EQ(15.0f + static_cast<float>(i), scene.Object(key + i).depth()) << i;
+  }
+}
+
 // Columns of 3, 5 and 7 by their first three elements; by all four, the first is 13 long.
 TEST_F(CullingComponentValueTest, TheRadiusScalesWithTheLongestOfThreeColumnsOverFourElements) {
   const uint32_t entity = scene.Add3D();
