@@ -99,6 +99,7 @@ module.exports = [
       ['comparison', 'if (trace > 0.0f) {', 'if (trace >= 0.0f) {'],
       ['comparison', '} else if (m.m11 > m.m22) {', '} else if (m.m11 >= m.m22) {'],
       ['sign', 'out[4 * p] = corner - d;', 'out[4 * p] = corner + d;'],
+      ['sign', '_mm_setr_ps(0.0f, -0.0f, -0.0f, 0.0f)', '_mm_setr_ps(0.0f, -0.0f, 0.0f, -0.0f)'],
       ['wrong value', 'out[1] = (m.m21 - m.m12) * i;', 'out[1] = (m.m12 - m.m21) * i;'],
       [
         'conversion',
@@ -136,8 +137,8 @@ module.exports = [
       ],
       [
         'dropped step',
-        'return SignBits(_mm_or_ps(unsure, outside)) == 0;',
-        'return SignBits(_mm_or_ps(unsure, _mm_and_ps(outside, _mm_setzero_ps()))) == 0;',
+        'return SignBits(_mm_andnot_ps(unsure, inRange)) == 0xF;',
+        'return SignBits(_mm_or_ps(_mm_andnot_ps(unsure, _mm_set1_ps(-1.0f)), inRange)) == 0xF;',
       ],
       [
         'dropped step',
@@ -146,8 +147,8 @@ module.exports = [
       ],
       [
         'order',
-        'return _mm_movelh_ps(_mm_cvtpd_ps(first), _mm_cvtpd_ps(second));',
-        'return _mm_movelh_ps(_mm_cvtpd_ps(second), _mm_cvtpd_ps(first));',
+        'return _mm_movelh_ps(_mm_cvtpd_ps(low), _mm_cvtpd_ps(high));',
+        'return _mm_movelh_ps(_mm_cvtpd_ps(high), _mm_cvtpd_ps(low));',
       ],
     ],
   },
@@ -467,6 +468,11 @@ module.exports = [
     tests: culling,
     mutants: [
       ['bound', 'index >= batch->Count()', 'index > batch->Count()'],
+      [
+        'bound',
+        'const uint32_t size = std::min(count - start, Culler::kGroup);',
+        'const uint32_t size = Culler::kGroup;',
+      ],
       [
         'dropped step',
         'seenLeaveCount = tree.LeaveCount();',

@@ -221,10 +221,15 @@ NQ_FORCE_INLINE NQ_TARGET_AVX2 __m256 RoundUnsurely(__m256d a, __m256d b) {
       _mm256_cmpgt_epi32(_mm256_set1_epi32(INT32_MIN + 2 * kUnsureMargin), place));
 }
 
-// The same for two and two; the words are in the order of the lanes.
+// The lower words of two and two numbers.
+inline __m128i LowerWords(__m128d low, __m128d high) {
+  return _mm_castps_si128(
+      _mm_shuffle_ps(_mm_castpd_ps(low), _mm_castpd_ps(high), _MM_SHUFFLE(2, 0, 2, 0)));
+}
+
+// The same as above for two and two; the words are in the order of the lanes.
 inline __m128 RoundUnsurely(__m128d a, __m128d b) {
-  const __m128i words =
-      _mm_castps_si128(_mm_shuffle_ps(_mm_castpd_ps(a), _mm_castpd_ps(b), _MM_SHUFFLE(2, 0, 2, 0)));
+  const __m128i words = LowerWords(a, b);
   const __m128i place = _mm_add_epi32(_mm_slli_epi32(words, 3), _mm_set1_epi32(kUnsureMargin));
   return _mm_castsi128_ps(_mm_cmpgt_epi32(_mm_set1_epi32(INT32_MIN + 2 * kUnsureMargin), place));
 }
@@ -269,10 +274,9 @@ NQ_FORCE_INLINE void AddQuarterTurns(const ReducedSineCosine& of, __m128* sines,
   *cosines = _mm_xor_ps(_mm_xor_ps(of.cosines, cosineSign), change);
 }
 
-// The lower words of the sums of two numbers and kToWhole each: the numbers as integers.
-inline __m128i IntegersOf(__m128d low, __m128d high) {
-  return _mm_castps_si128(
-      _mm_shuffle_ps(_mm_castpd_ps(low), _mm_castpd_ps(high), _MM_SHUFFLE(2, 0, 2, 0)));
+// Two and two numbers, rounded to float.
+inline __m128 RoundPairs(__m128d low, __m128d high) {
+  return _mm_movelh_ps(_mm_cvtpd_ps(low), _mm_cvtpd_ps(high));
 }
 
 // Two angles reduced by multiples of a quarter turn, before rounding.
@@ -280,7 +284,7 @@ struct ReducedPair {
   __m128d turns;  // their number plus kToWhole
   __m128d sines;
   __m128d cosines;
-  __m128d outside;  // all bits of a lane whose angle is too large, or a NaN
+  __m128d inRange;  // all bits of a lane whose angle is not too large, and not a NaN
 };
 
 inline ReducedPair ReducePair(__m128d x) {
@@ -292,23 +296,21 @@ inline ReducedPair ReducePair(__m128d x) {
   const __m128d z = _mm_mul_pd(r, r);
   return ReducedPair{shifted, _mm_mul_pd(r, SevenTerms(kSineRatioTerms, z)),
                      SevenTerms(kCosineTerms, z),
-                     _mm_cmpnle_pd(_mm_andnot_pd(BothLanes(-0.0), x), BothLanes(kMaxReducedAngle))};
+                     _mm_cmple_pd(_mm_andnot_pd(BothLanes(-0.0), x), BothLanes(kMaxReducedAngle))};
 }
 
 // Sines and cosines of the four angles that were reduced. False, with the results undefined, if one
 // of them needs the math library.
 inline bool SinCosOfPairs(const ReducedPair& low, const ReducedPair& high, __m128* sines,
                           __m128* cosines) {
-  const auto round = [](__m128d first, __m128d second) {
-    return _mm_movelh_ps(_mm_cvtpd_ps(first), _mm_cvtpd_ps(second));
-  };
-  AddQuarterTurns(ReducedSineCosine{IntegersOf(low.turns, high.turns), round(low.sines, high.sines),
-                                    round(low.cosines, high.cosines)},
-                  sines, cosines);
+  AddQuarterTurns(
+      ReducedSineCosine{LowerWords(low.turns, high.turns), RoundPairs(low.sines, high.sines),
+                        RoundPairs(low.cosines, high.cosines)},
+      sines, cosines);
   const __m128 unsure =
       _mm_or_ps(RoundUnsurely(low.sines, high.sines), RoundUnsurely(low.cosines, high.cosines));
-  const __m128 outside = _mm_castpd_ps(_mm_or_pd(low.outside, high.outside));
-  return SignBits(_mm_or_ps(unsure, outside)) == 0;
+  const __m128 inRange = _mm_castpd_ps(_mm_and_pd(low.inRange, high.inRange));
+  return SignBits(_mm_andnot_ps(unsure, inRange)) == 0xF;
 }
 
 }  // namespace internal
@@ -333,7 +335,7 @@ NQ_FORCE_INLINE NQ_TARGET_AVX2 bool sinCosFourF(__m128 angles, __m128* sines, __
                                         _mm256_set1_pd(internal::kMaxReducedAngle), _CMP_NLE_UQ);
   const __m256 unsure = internal::RoundUnsurely(sine, cosine);
   const __m128i turns =
-      internal::IntegersOf(_mm256_castpd256_pd128(shifted), _mm256_extractf128_pd(shifted, 1));
+      internal::LowerWords(_mm256_castpd256_pd128(shifted), _mm256_extractf128_pd(shifted, 1));
   internal::AddQuarterTurns(
       internal::ReducedSineCosine{turns, _mm256_cvtpd_ps(sine), _mm256_cvtpd_ps(cosine)}, sines,
       cosines);
@@ -428,9 +430,7 @@ inline bool slerpSinesPairsF(__m128 cosines, float t, SlerpSines* sines) {
   const auto widen = [](__m128 four) {
     return Pairs{_mm_cvtps_pd(four), _mm_cvtps_pd(_mm_movehl_ps(four, four))};
   };
-  const auto round = [](const Pairs& four) {
-    return _mm_movelh_ps(_mm_cvtpd_ps(four.low), _mm_cvtpd_ps(four.high));
-  };
+  const auto round = [](const Pairs& four) { return internal::RoundPairs(four.low, four.high); };
   const Pairs wide = widen(cosines);
   const Pairs exact = {internal::ArcCosines(wide.low), internal::ArcCosines(wide.high)};
   const __m128 angles = round(exact);

@@ -60,6 +60,9 @@
 // are in registers through memory.
 #define NQ_FORCE_INLINE inline __attribute__((always_inline))
 
+// Before a loop: the compiler does not unroll it.
+#define NQ_NO_UNROLL _Pragma("GCC unroll 1")
+
 // Not inlined: rarely run code, or code whose setup callers would otherwise repeat each time.
 #define NQ_NO_INLINE __attribute__((noinline))
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "Common/Def/Platform.h"
 #include "Common/Def/Vectors.h"
 
 namespace nq::engine {
@@ -82,9 +83,9 @@ uint32_t Culler::TestHalves(const float* x, const float* y, const float* z,
   const __m128 minusRadius1 = _mm_xor_ps(_mm_loadu_ps(radius + kHalf), minusZero);
   __m128 outside0 = _mm_setzero_ps();
   __m128 outside1 = _mm_setzero_ps();
-  // Not unrolled: compilers for WebAssembly load all planes first, which takes more registers than
-  // there are.
-#pragma GCC unroll 1
+  // Compilers for WebAssembly would load all planes first, which takes more registers than there
+  // are.
+  NQ_NO_UNROLL
   for (const PlaneLanes& plane : planes) {
     const __m128 normalX = load(plane.x);
     const __m128 normalY = load(plane.y);
@@ -126,7 +127,7 @@ void Culler::CollectHalf(const float* x, const float* y, const float* z, uint32_
   Append(group, kHalf, inside);
 }
 
-// The same operations in the same order, eight spheres at a time.
+// The same operations as without AVX2, in the same order.
 NQ_TARGET_AVX2 void Culler::TestWhole(const float* x, const float* y, const float* z,
                                       const float* radius, uint32_t candidates,
                                       const uint32_t* handles, float* depths) {

@@ -41,8 +41,8 @@ class Culler {
   void TestWhole(const float* x, const float* y, const float* z, const float* radius,
                  uint32_t candidates, const uint32_t* handles, float* depths);
 
-  // The two steps of it by SSE, four spheres at a time: bits of the spheres of a group that are
-  // outside, and depths and keys of half a group.
+  // The two steps of TestGroup by SSE: the bits of the spheres of a group that are outside, then
+  // depths and keys of half a group.
   uint32_t TestHalves(const float* x, const float* y, const float* z, const float* radius) const;
   void CollectHalf(const float* x, const float* y, const float* z, uint32_t inside,
                    const uint32_t* handles, float* depths);

@@ -43,6 +43,20 @@ TEST_F(CullingComponentValueTest, ABatchIsABlockOfZeroedRecords) {
   }
 }
 
+// A batch of 12 is stored in 384 bytes: another record would fit behind it.
+TEST_F(CullingComponentValueTest, WhatFollowsTheRecordsOfABatchIsNoObject) {
+  const uint32_t entity = scene.Add3D();
+  scene.MoveTo(entity, 0, 0, -10);
+  const uint32_t key = scene.AddObjects(12);
+  for (uint32_t i = 0; i < 12; ++i) {
+    scene.Put(key + i, entity, 0, 0, 0, 1);
+  }
+  CullingRecord* const last = &scene.Record(key + 11);
+  std::memcpy(last + 1, last, sizeof(CullingRecord));
+  EXPECT_EQ(12u, scene.Look().objects.size());
+  EXPECT_EQ(Handles{}, scene.Look(Handles{key + 12}).objects);
+}
+
 TEST_F(CullingComponentValueTest, CountsOutsideOneTo4095AreRefused) {
   for (const int32_t count : {0, -1, 4096, 0x7FFFFFFF, static_cast<int32_t>(0x80000000)}) {
     const NativeValueInfo info = scene.Core()->CreateCullingComponent(count);
